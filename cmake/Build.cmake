@@ -1,0 +1,40 @@
+# How everything in this tree is compiled.
+
+set(CMAKE_CXX_STANDARD 20)
+set(CMAKE_CXX_STANDARD_REQUIRED ON)
+set(CMAKE_CXX_EXTENSIONS OFF)
+set(CMAKE_CXX_SCAN_FOR_MODULES OFF)
+set(CMAKE_POSITION_INDEPENDENT_CODE ON)
+set(CMAKE_CXX_VISIBILITY_PRESET hidden)
+set(CMAKE_VISIBILITY_INLINES_HIDDEN ON)
+set(CMAKE_EXPORT_COMPILE_COMMANDS ON)
+
+set(CMAKE_RUNTIME_OUTPUT_DIRECTORY "${PROJECT_BINARY_DIR}/bin")
+set(CMAKE_LIBRARY_OUTPUT_DIRECTORY "${PROJECT_BINARY_DIR}/bin")
+
+set(VEXLANE_SANITIZERS "" CACHE STRING "Sanitizers to build with, as -fsanitize takes them")
+
+add_library(vexlane_build INTERFACE)
+if(MSVC)
+    target_compile_options(vexlane_build INTERFACE /W4 /WX)
+else()
+    # No contraction into fused operations: the arithmetic is the same on every processor.
+    target_compile_options(vexlane_build INTERFACE -Wall -Wextra -Wconversion -Wsign-conversion -Wshadow -Wnull-dereference
+        -Wdouble-promotion -Wold-style-cast -Woverloaded-virtual -Werror -ffp-contract=off)
+endif()
+if(VEXLANE_SANITIZERS)
+    # The table check is left out: contract objects come from other images, each with its own type information.
+    target_compile_options(vexlane_build INTERFACE -fsanitize=${VEXLANE_SANITIZERS} -fno-sanitize=vptr
+        -fno-sanitize-recover=all -fno-omit-frame-pointer -O1)
+    target_link_options(vexlane_build INTERFACE -fsanitize=${VEXLANE_SANITIZERS})
+    # The optimiser's guesses about null and bounds go wrong in instrumented code.
+    target_compile_options(vexlane_build INTERFACE -Wno-null-dereference -Wno-maybe-uninitialized)
+    if(VEXLANE_SANITIZERS MATCHES "thread")
+        # Boost's reference counts are used through headers alone; fences are not.
+        target_compile_options(vexlane_build INTERFACE -Wno-tsan)
+    endif()
+endif()
+target_compile_definitions(vexlane_build INTERFACE BOOST_BIND_GLOBAL_PLACEHOLDERS BOOST_ALL_DYN_LINK)
+
+set(Boost_NO_WARN_NEW_VERSIONS ON)
+find_package(Boost 1.81 REQUIRED COMPONENTS thread date_time filesystem)

@@ -1,0 +1,59 @@
+/// Keeps one field of an interlaced grey frame.
+#pragma once
+
+#include <boost/gil.hpp>
+#include <cstdint>
+#include <stdexcept>
+
+#include "image_transform/image_data.h"
+
+namespace image_transform {
+
+/// Takes the rows 0, 2, 4, ... of the frame's first plane, and on request the columns 0, 2, 4, ...; nothing is blended.
+/// A frame below the minimum size is passed over: `out` stays as it was. `out` shares the step's own buffer, which the
+/// next frame overwrites. One thread at a time.
+template <class View>
+class ImageDeinterlacer final : public IImageTransform {
+  public:
+    ImageDeinterlacer(std::uint32_t smallestWidth, std::uint32_t smallestHeight, bool halveColumns)
+        : minimumWidth(smallestWidth), minimumHeight(smallestHeight), halveWidth(halveColumns) {}
+
+    /// Throws std::exception with "ImageDeinterlacer error: empty frame!" when nothing would be left, and with "Wrong
+    /// image format" when the data is smaller than the plane.
+    void Transform(const ImageData& in, ImageData& out) override {
+        if (in.width < minimumWidth || in.height < minimumHeight) {
+            return;
+        }
+        const std::uint32_t columnStep = halveWidth ? 2 : 1;
+        const std::uint64_t width = (std::uint64_t{in.width} + columnStep - 1) / columnStep;
+        const std::uint64_t height = (std::uint64_t{in.height} + 1) / 2;
+        if (width * height == 0) {
+            throw std::runtime_error("ImageDeinterlacer error: empty frame!");
+        }
+        if (in.data == nullptr || in.size < std::uint64_t{in.width} * in.height) {
+            throw std::runtime_error("Wrong image format");
+        }
+        if (output.width != width || output.height != height) {
+            output = ImageData(static_cast<std::uint32_t>(width), static_cast<std::uint32_t>(height),
+                               static_cast<std::uint32_t>(width * height));
+        }
+        const auto frame = ViewOf(in.width, in.height, in.data);
+        boost::gil::copy_pixels(boost::gil::subsampled_view(frame, columnStep, 2),
+                                ViewOf(output.width, output.height, output.data));
+        out = output;
+    }
+
+  private:
+    static View ViewOf(std::uint32_t width, std::uint32_t height, std::uint8_t* data) {
+        using Pixel = typename View::value_type;
+        return boost::gil::interleaved_view(width, height, reinterpret_cast<Pixel*>(data),
+                                            static_cast<std::ptrdiff_t>(width));
+    }
+
+    ImageData output;
+    std::uint32_t minimumWidth;
+    std::uint32_t minimumHeight;
+    bool halveWidth;
+};
+
+}  // namespace image_transform

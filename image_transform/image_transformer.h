@@ -1,0 +1,27 @@
+/// A chain of steps.
+#pragma once
+
+#include <boost/shared_ptr.hpp>
+#include <vector>
+
+#include "image_transform/image_data.h"
+
+namespace image_transform {
+
+/// One thread at a time.
+class ImageTransformer {
+  public:
+    /// Runs the steps in their order, the first on `in`, each later one on the result of the one before. Without steps
+    /// `out` is left untouched. `in` and `out` may be the same record.
+    virtual void Transform(const ImageData& in, ImageData& out);
+    virtual ~ImageTransformer() = default;
+
+    void Append(const boost::shared_ptr<IImageTransform>& step) { steps.push_back(step); }
+    void Clear() { steps.clear(); }
+    const std::vector<boost::shared_ptr<IImageTransform>>& Steps() const { return steps; }
+
+  private:
+    std::vector<boost::shared_ptr<IImageTransform>> steps;
+};
+
+}  // namespace image_transform

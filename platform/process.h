@@ -1,0 +1,55 @@
+/// Starting, finding and ending other processes. Any thread.
+#pragma once
+
+#include <cstdint>
+#include <string>
+
+namespace platform {
+
+/// A process, a thread or a process list; 0 is none. On Windows a handle that somebody closes with CloseHandle;
+/// elsewhere a process is a plain value (process id and start time) that holds nothing open.
+using SystemHandle = std::uintptr_t;
+
+struct ProcessInformation {
+    SystemHandle process = 0;
+    SystemHandle thread = 0;
+    std::uint32_t processId = 0;
+    std::uint32_t threadId = 0;
+};
+
+struct ProcessEntry {
+    std::uint32_t processId = 0;
+    std::string executableName;  ///< without folders
+};
+
+inline constexpr std::uint32_t showWindowHidden = 0;  ///< SW_HIDE
+inline constexpr std::uint32_t showWindowShown = 5;   ///< SW_SHOW
+
+inline constexpr std::uint32_t processAllAccess = 0x1F0FFF;
+
+/// Starts a program by its bare name: looked for in the running program's own folder, then in the current folder, then
+/// on the search path. It inherits no handles, and the caller's environment and folder. False on failure, with the last
+/// error set; `started` is written on success alone.
+bool StartProcess(const std::string& commandLine, std::uint32_t creationFlags, std::uint32_t showWindow,
+                  ProcessInformation& started);
+
+/// Ends a process with that exit code (where the system lets an outsider choose one) and waits, at most a second, until
+/// it is gone. False on failure, an empty handle and a process that has ended already included, with the last error
+/// set. No interruption point.
+bool TerminateProcess(SystemHandle process, std::uint32_t exitCode);
+
+/// Opens a process; 0 on failure, with the last error set.
+SystemHandle OpenProcess(std::uint32_t access, bool inheritable, std::uint32_t processId);
+
+/// A list of the processes that exist now; 0 on failure, with the last error set. Ends with CloseHandle. Used by one
+/// thread at a time.
+SystemHandle CreateProcessList();
+
+/// Each reads one entry and answers 1, or 0 at the end of the list and for an invalid list. The first entry is the
+/// system's own process. Processes that have ended but still stand in the system's table are not listed.
+int FirstProcess(SystemHandle list, ProcessEntry& entry);
+int NextProcess(SystemHandle list, ProcessEntry& entry);
+
+void CloseHandle(SystemHandle handle);
+
+}  // namespace platform

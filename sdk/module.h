@@ -1,0 +1,41 @@
+/// The three exports, and the module object behind them. Library side.
+#pragma once
+
+#include "sdk/contract.h"
+#include "sdk/detector.h"
+
+namespace OKM8 {
+namespace PLUGIN {
+
+/// Any plug-in's module object.
+struct IPluginModule : IContract {};
+
+}  // namespace PLUGIN
+
+namespace Analytics {
+
+/// The factory for detectors.
+struct IModule : PLUGIN::IPluginModule {
+    /// Answers a new detector, or null when `detectorPeer` is null. `reserved` is not read.
+    /// The host owns the detector and ends it with Destroy; the peer stays the host's and must outlive the detector.
+    /// Owner thread.
+    virtual IDetector* CreateDetector(void* reserved, IContract* detectorPeer) = 0;
+};
+
+/// The exports, in the order in which a host calls them. Owner thread, one call at a time.
+/// InitializeModule: keeps the host object (an IHost) and answers 0, always.
+using InitializeModuleFunction = int32_t(void* host);
+/// GetModule: the one module object, owned by the library; null before InitializeModule.
+using GetModuleFunction = IModule*();
+/// FinalizeModule: ends the module object. Every detector must have been destroyed before.
+using FinalizeModuleFunction = void();
+
+}  // namespace Analytics
+
+namespace ExportName {
+inline constexpr char InitializeModule[] = "InitializeModule";
+inline constexpr char GetModule[] = "GetModule";
+inline constexpr char FinalizeModule[] = "FinalizeModule";
+}  // namespace ExportName
+
+}  // namespace OKM8

@@ -1,0 +1,38 @@
+/// The tracker: which reading belongs to which vehicle, and when a vehicle is reported.
+#pragma once
+
+#include <boost/shared_ptr.hpp>
+#include <cstdint>
+#include <vector>
+
+#include "tracker/licence_plate_holder.h"
+#include "tracker/licence_plate_tracker_interface.h"
+#include "tracker/track.h"
+
+/// One thread at a time, as its interface says.
+class CLicencePlateTracker final : public ILicencePlateTracker {
+  public:
+    /// `sink` is not owned and may be null; then nothing is reported to anybody. Times in milliseconds;
+    /// `readingsToReport` is the number of readings that completes a track.
+    CLicencePlateTracker(ILicencePlateTrackerResultSink* sink, std::uint64_t lostTimeout, std::uint64_t maximumTrackAge,
+                         std::uint64_t readingsToReport);
+
+    void ProcessPlates(const std::vector<LicencePlatePtr>& readings, std::uint64_t frameTime) override;
+    void SetLostTimeout(std::uint64_t milliseconds) override { lostTimeout = milliseconds; }
+    void FinishAll() override;
+
+  private:
+    using PendingHolders = std::vector<boost::shared_ptr<LicencePlateHolder>>;
+
+    void Match(PendingHolders& pending);
+    void StartTracks(const PendingHolders& unmatched);
+    void FinishTracks(std::uint64_t now);
+    void Report(CTrack& track, const boost::shared_ptr<LicencePlateHolder>& best, std::int32_t reason);
+
+    std::uint64_t lostTimeout;
+    std::uint64_t maximumTrackAge;
+    std::uint64_t readingsToReport;
+    ILicencePlateTrackerResultSink* sink;
+    std::vector<boost::shared_ptr<CTrack>> tracks;  // oldest first
+    std::int32_t nextTrackId = 0;
+};

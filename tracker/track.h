@@ -1,0 +1,67 @@
+/// One vehicle's readings, and where it is heading.
+#pragma once
+
+#include <boost/shared_ptr.hpp>
+#include <cstdint>
+#include <map>
+#include <string>
+#include <vector>
+
+#include "tracker/licence_plate_holder.h"
+
+/// A place in the picture, in pixels.
+struct PredictedPosition {
+    std::int32_t x;
+    std::int32_t y;
+};
+
+/// One thread at a time. A track that has taken a reading stays non-empty; the operations that say so need one.
+class CTrack {
+  public:
+    explicit CTrack(std::int64_t trackId) : id(trackId) {}
+
+    /// Takes a further reading. REQUIRES: a holder with a reading.
+    void Add(const LicencePlateHolderPtr& holder);
+
+    /// The smallest text distance between `text` and any text of the track, each divided by the longer length:
+    /// 0 for a text that the track has, 1 at most, 1 for a track without texts.
+    double TextDistanceTo(const std::wstring& text) const;
+
+    /// The holder of the highest weight; among equals that of the smallest text. Empty for an empty track.
+    LicencePlateHolderPtr Best() const;
+
+    /// The readings that bear that text, in the order of their arrival. REQUIRES: a text that the track has.
+    const std::vector<LicencePlatePtr>& ReadingsOf(const std::wstring& text) const;
+
+    /// Linear extrapolation from the last two readings; the last one's place when there are no two, or when they bear
+    /// the same time. REQUIRES: a reading.
+    PredictedPosition PredictAt(std::uint64_t time) const;
+
+    /// True when the candidate is not behind the last reading in the direction of travel, by more than a margin.
+    /// REQUIRES: a reading.
+    bool IsAhead(const LicencePlateHolder& candidate) const;
+
+    std::uint64_t Count() const { return count; }
+    const LicencePlateHolderPtr& First() const { return first; }
+    const LicencePlateHolderPtr& Last() const { return last; }
+    double Speed() const { return speed; }  ///< pixels per second, smoothed
+    bool IsReported() const { return reported; }
+    void MarkReported() { reported = true; }
+
+  private:
+    void SetInitialDirection(const LicencePlateHolder& holder);
+    void UpdateMotion();
+
+    std::int64_t id;
+    std::uint64_t count = 0;
+    LicencePlateHolderPtr first;
+    LicencePlateHolderPtr previous;
+    LicencePlateHolderPtr last;
+    std::map<std::wstring, LicencePlateHolderPtr> bestByText;
+    std::map<std::wstring, std::vector<LicencePlatePtr>> readingsByText;
+    double directionX = 0.0;
+    double directionY = 0.0;
+    double speed = 128.0;
+    bool reported = false;
+    double smoothing = 0.2;
+};
