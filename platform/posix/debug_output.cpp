@@ -1,0 +1,136 @@
+#include "platform/debug_output.h"
+
+#include <errno.h>
+#include <pthread.h>
+#include <signal.h>
+#include <time.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <atomic>
+#include <climits>
+#include <cstdio>
+#include <cstring>
+#include <cwchar>
+#include <new>
+#include <string>
+
+#include "platform/text.h"
+
+namespace platform {
+
+namespace {
+
+constinit std::atomic<DebugOutputSink*> installedSink = nullptr;
+
+/// Keeps the signals that a failing write sends away from the host: they are blocked on this thread, and one that the
+/// write has caused is taken back. Dispositions are the host's and stay as they are.
+class WriteSignalsHeldBack {
+  public:
+    WriteSignalsHeldBack() {
+        sigemptyset(&writeSignals);
+        sigaddset(&writeSignals, SIGPIPE);
+        sigaddset(&writeSignals, SIGXFSZ);
+        sigset_t pending;
+        sigpending(&pending);
+        // One that was pending before is not ours to take.
+        for (const int signal : {SIGPIPE, SIGXFSZ}) {
+            if (sigismember(&pending, signal) == 1) {
+                sigdelset(&writeSignals, signal);
+            }
+        }
+        pthread_sigmask(SIG_BLOCK, &writeSignals, &maskBefore);
+    }
+
+    ~WriteSignalsHeldBack() {
+        const timespec atOnce = {};
+        sigtimedwait(&writeSignals, nullptr, &atOnce);
+        pthread_sigmask(SIG_SETMASK, &maskBefore, nullptr);
+    }
+
+    WriteSignalsHeldBack(const WriteSignalsHeldBack&) = delete;
+    WriteSignalsHeldBack& operator=(const WriteSignalsHeldBack&) = delete;
+
+  private:
+    sigset_t writeSignals;
+    sigset_t maskBefore;
+};
+
+void WriteLine(std::string& line) {
+    if (line.empty() || line.back() != '\n') {
+        line.push_back('\n');
+    }
+    const WriteSignalsHeldBack held;
+    std::size_t written = 0;
+    while (written < line.size()) {
+        const ssize_t count = ::write(STDERR_FILENO, line.data() + written, line.size() - written);
+        if (count > 0) {
+            // A signal can cut a long write short; what is left follows.
+            written += static_cast<std::size_t>(count);
+        } else if (count == 0 || errno != EINTR) {
+            return;
+        }
+    }
+}
+
+std::string ToUtf8(const wchar_t* text) {
+    const int wideCount = static_cast<int>(std::min<std::size_t>(std::wcslen(text), INT_MAX / 4));
+    std::string narrow;
+    if (wideCount > 0) {
+        const int byteCount = FromWide(codePageUtf8, text, wideCount, nullptr, 0);
+        narrow.resize(static_cast<std::size_t>(byteCount));
+        FromWide(codePageUtf8, text, wideCount, narrow.data(), byteCount);
+    }
+    return narrow;
+}
+
+}  // namespace
+
+void WriteDebugOutput(const char* text) {
+    if (text == nullptr) {
+        return;
+    }
+    if (DebugOutputSink* sink = installedSink.load(std::memory_order_acquire)) {
+        sink->Write(text);
+        return;
+    }
+    const int errorBefore = errno;
+    try {
+        std::string line(text);
+        WriteLine(line);
+    } catch (const std::bad_alloc&) {
+        // The line is lost; the caller goes on.
+    }
+    errno = errorBefore;
+}
+
+void WriteDebugOutput(const wchar_t* text) {
+    if (text == nullptr) {
+        return;
+    }
+    if (DebugOutputSink* sink = installedSink.load(std::memory_order_acquire)) {
+        sink->Write(text);
+        return;
+    }
+    const int errorBefore = errno;
+    try {
+        std::string line = ToUtf8(text);
+        WriteLine(line);
+    } catch (const std::bad_alloc&) {
+        // The line is lost; the caller goes on.
+    }
+    errno = errorBefore;
+}
+
+DebugOutputSink* ExchangeDebugOutputSink(DebugOutputSink* sink) {
+    return installedSink.exchange(sink, std::memory_order_acq_rel);
+}
+
+void FormatDebugLine(char* line, const char* format, std::va_list arguments) {
+    line[0] = '\0';
+    if (std::vsnprintf(line, debugLineCapacity, format, arguments) < 0) {
+        line[0] = '\0';
+    }
+}
+
+}  // namespace platform

@@ -1,0 +1,93 @@
+#include "platform/debug_output.h"
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <cstdarg>
+#include <cstring>
+#include <string>
+#include <thread>
+#include <vector>
+
+namespace {
+
+class CountingSink : public platform::DebugOutputSink {
+  public:
+    void Write(const char* text) override {
+        narrowLength += std::strlen(text);
+        ++count;
+    }
+    void Write(const wchar_t* text) override {
+        wideLength += std::wstring(text).size();
+        ++count;
+    }
+
+    std::atomic<std::size_t> count = 0;
+    std::atomic<std::size_t> narrowLength = 0;
+    std::atomic<std::size_t> wideLength = 0;
+};
+
+std::string Format(const char* format, ...) {
+    std::vector<char> line(platform::debugLineCapacity + 1, '#');
+    std::va_list arguments;
+    va_start(arguments, format);
+    platform::FormatDebugLine(line.data(), format, arguments);
+    va_end(arguments);
+    EXPECT_EQ(line.back(), '#');
+    return line.data();
+}
+
+TEST(DebugOutputSink, TakesTheTextsUntilItIsReplaced) {
+    CountingSink first;
+    CountingSink second;
+    EXPECT_EQ(platform::ExchangeDebugOutputSink(&first), nullptr);
+    platform::WriteDebugOutput("abc");
+    platform::WriteDebugOutput(L"defgh");
+    EXPECT_EQ(platform::ExchangeDebugOutputSink(&second), &first);
+    platform::WriteDebugOutput("ij");
+    EXPECT_EQ(platform::ExchangeDebugOutputSink(nullptr), &second);
+    EXPECT_EQ(first.count, 2u);
+    EXPECT_EQ(first.narrowLength, 3u);
+    EXPECT_EQ(first.wideLength, 5u);
+    EXPECT_EQ(second.count, 1u);
+}
+
+TEST(DebugOutputSink, EveryTextReachesOneOfTheSinksWhileTheyAreExchanged) {
+    constexpr int writerCount = 4;
+    constexpr int linesPerWriter = 2000;
+    CountingSink sinks[2];
+    platform::ExchangeDebugOutputSink(&sinks[0]);
+    std::atomic<int> running = writerCount;
+    std::vector<std::thread> writers;
+    for (int i = 0; i < writerCount; ++i) {
+        writers.emplace_back([&running] {
+            for (int line = 0; line < linesPerWriter; ++line) {
+                platform::WriteDebugOutput("x");
+            }
+            --running;
+        });
+    }
+    for (std::size_t turn = 1; running > 0; ++turn) {
+        platform::DebugOutputSink* before = platform::ExchangeDebugOutputSink(&sinks[turn % 2]);
+        EXPECT_EQ(before, &sinks[(turn + 1) % 2]);
+    }
+    for (std::thread& writer : writers) {
+        writer.join();
+    }
+    platform::ExchangeDebugOutputSink(nullptr);
+    EXPECT_EQ(sinks[0].count + sinks[1].count, static_cast<std::size_t>(writerCount) * linesPerWriter);
+}
+
+TEST(FormatDebugLine, FormatsTextsAndNumbers) {
+    EXPECT_EQ(Format("CreatedProcess(%s) - ok Process ID: 0x%x\r\n", "a.exe", 0xBEEFu),
+              "CreatedProcess(a.exe) - ok Process ID: 0xbeef\r\n");
+    EXPECT_EQ(Format(""), "");
+}
+
+TEST(FormatDebugLine, ALongLineIsCutAt1024Characters) {
+    EXPECT_EQ(Format("%s", std::string(1023, 'a').c_str()), std::string(1023, 'a'));
+    EXPECT_EQ(Format("%s", std::string(5000, 'a').c_str()).substr(0, 1023), std::string(1023, 'a'));
+    EXPECT_LE(Format("%s", std::string(5000, 'a').c_str()).size(), 1024u);
+}
+
+}  // namespace

@@ -1,0 +1,624 @@
+#include <errno.h>
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <signal.h>
+#include <sys/resource.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <atomic>
+#include <chrono>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <functional>
+#include <set>
+#include <sstream>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "platform/last_error.h"
+#include "platform/process.h"
+
+namespace {
+
+using platform::ProcessEntry;
+using platform::ProcessInformation;
+using platform::SystemHandle;
+
+using Ids = std::set<std::uint32_t>;
+
+constexpr const char* helperName = "process-helper";
+
+std::filesystem::path OwnFolder() {
+    return std::filesystem::read_symlink("/proc/self/exe").parent_path();
+}
+
+bool ComesTrue(const std::function<bool()>& condition) {
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(30);
+    while (!condition()) {
+        if (std::chrono::steady_clock::now() > deadline) {
+            return false;
+        }
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    }
+    return true;
+}
+
+/// The letter of a process's state, 'Z' for a zombie; 0 for no process.
+char StateOf(std::uint32_t process) {
+    std::ifstream stat("/proc/" + std::to_string(process) + "/stat");
+    std::string text;
+    std::getline(stat, text);
+    const std::size_t close = text.rfind(')');
+    return close == std::string::npos ? '\0' : text[close + 2];
+}
+
+/// Children of this process, zombies included, that nobody has waited for.
+int UnwaitedChildren() {
+    int count = 0;
+    for (const auto& entry : std::filesystem::directory_iterator("/proc")) {
+        std::ifstream stat(entry.path() / "stat");
+        std::string text;
+        std::getline(stat, text);
+        const std::size_t close = text.rfind(')');
+        if (close != std::string::npos) {
+            std::istringstream rest(text.substr(close + 1));
+            char state = 0;
+            pid_t parent = 0;
+            rest >> state >> parent;
+            count += parent == getpid() ? 1 : 0;
+        }
+    }
+    return count;
+}
+
+std::size_t OpenDescriptors() {
+    const std::filesystem::directory_iterator folder("/proc/self/fd");
+    return static_cast<std::size_t>(std::distance(begin(folder), end(folder)));
+}
+
+std::vector<ProcessEntry> List() {
+    std::vector<ProcessEntry> entries;
+    const SystemHandle list = platform::CreateProcessList();
+    EXPECT_NE(list, 0u);
+    ProcessEntry entry;
+    for (int more = platform::FirstProcess(list, entry); more == 1; more = platform::NextProcess(list, entry)) {
+        entries.push_back(entry);
+    }
+    platform::CloseHandle(list);
+    return entries;
+}
+
+Ids ListedAs(const std::string& name) {
+    Ids ids;
+    for (const ProcessEntry& entry : List()) {
+        if (entry.executableName == name) {
+            ids.insert(entry.processId);
+        }
+    }
+    return ids;
+}
+
+bool IsListed(std::uint32_t process) {
+    const std::vector<ProcessEntry> entries = List();
+    return std::any_of(entries.begin(), entries.end(),
+                       [process](const ProcessEntry& entry) { return entry.processId == process; });
+}
+
+ProcessInformation Start(const std::string& commandLine) {
+    ProcessInformation started;
+    EXPECT_TRUE(platform::StartProcess(commandLine, 0, platform::showWindowHidden, started))
+        << platform::SystemErrorText(platform::LastError());
+    return started;
+}
+
+class PosixProcess : public testing::Test {
+  protected:
+    PosixProcess() {
+        char name[] = "/tmp/vexlane-process-XXXXXX";
+        folder = std::filesystem::canonical(mkdtemp(name));
+        startFolder = std::filesystem::current_path();
+    }
+
+    ~PosixProcess() override {
+        for (const SystemHandle process : toEnd) {
+            platform::TerminateProcess(process, 0);
+        }
+        for (const std::filesystem::path& copy : copies) {
+            std::filesystem::remove(copy);
+        }
+        std::filesystem::current_path(startFolder);
+        std::filesystem::remove_all(folder);
+    }
+
+    /// A copy of the helper under a name of its own.
+    std::filesystem::path CopyHelper(const std::filesystem::path& target) {
+        std::filesystem::copy_file(OwnFolder() / helperName, target);
+        copies.push_back(target);
+        return target;
+    }
+
+    /// Starts the helper in a part that lasts, and ends it with the test at the latest.
+    ProcessInformation StartLasting(const std::string& commandLine) {
+        const ProcessInformation started = Start(commandLine);
+        toEnd.push_back(started.process);
+        return started;
+    }
+
+    /// A child of the host's own, which this library knows nothing of.
+    std::uint32_t StartAsHost(const std::string& program, const std::string& part) {
+        const pid_t child = fork();
+        if (child == 0) {
+            execl(program.c_str(), program.c_str(), part.c_str(), static_cast<char*>(nullptr));
+            _exit(99);
+        }
+        EXPECT_GT(child, 0);
+        return static_cast<std::uint32_t>(child);
+    }
+
+    /// Runs the helper until it has written down what it was started with.
+    std::string Report(const std::string& program) {
+        const std::filesystem::path file = folder / "report";
+        std::filesystem::remove(file);
+        Start(program + " report " + file.string());
+        EXPECT_TRUE(ComesTrue([&file] { return std::filesystem::exists(file); }));
+        std::stringstream text;
+        text << std::ifstream(file).rdbuf();
+        return text.str();
+    }
+
+    std::filesystem::path folder;
+
+  private:
+    std::filesystem::path startFolder;
+    std::vector<std::filesystem::path> copies;
+    std::vector<SystemHandle> toEnd;
+};
+
+// Listing
+
+TEST_F(PosixProcess, TheListBeginsWithTheSystemsOwnProcessAndEnds) {
+    const SystemHandle list = platform::CreateProcessList();
+    ASSERT_NE(list, 0u);
+    ProcessEntry entry;
+    ASSERT_EQ(platform::FirstProcess(list, entry), 1);
+    EXPECT_EQ(entry.processId, 0u);
+    bool found = false;
+    while (platform::NextProcess(list, entry) == 1) {
+        EXPECT_NE(entry.processId, 0u);
+        EXPECT_EQ(entry.executableName.find('/'), std::string::npos);
+        found = found || entry.processId == static_cast<std::uint32_t>(getpid());
+    }
+    EXPECT_TRUE(found);
+    EXPECT_EQ(platform::NextProcess(list, entry), 0);
+    ASSERT_EQ(platform::FirstProcess(list, entry), 1);
+    EXPECT_EQ(entry.processId, 0u);
+    platform::CloseHandle(list);
+}
+
+TEST_F(PosixProcess, AnInvalidListHasNoEntries) {
+    const SystemHandle list = platform::CreateProcessList();
+    platform::CloseHandle(list);
+    platform::CloseHandle(list);
+    const ProcessInformation started = StartLasting(helperName);
+    for (const SystemHandle invalid : {SystemHandle{0}, list, started.process, SystemHandle{0x80000000}}) {
+        ProcessEntry entry;
+        platform::SetLastError(0);
+        EXPECT_EQ(platform::FirstProcess(invalid, entry), 0);
+        EXPECT_EQ(platform::LastError(), static_cast<std::uint32_t>(EBADF));
+        EXPECT_EQ(platform::NextProcess(invalid, entry), 0);
+    }
+}
+
+TEST_F(PosixProcess, ListsAreIndependentOfOneAnother) {
+    const SystemHandle first = platform::CreateProcessList();
+    const SystemHandle second = platform::CreateProcessList();
+    EXPECT_NE(first, second);
+    platform::CloseHandle(first);
+    ProcessEntry entry;
+    EXPECT_EQ(platform::FirstProcess(second, entry), 1);
+    EXPECT_EQ(platform::FirstProcess(first, entry), 0);
+    platform::CloseHandle(second);
+}
+
+TEST_F(PosixProcess, ALongNameIsListedWhole) {
+    const std::string name = "vexlane-test-sixteen-and-more.exe";
+    CopyHelper(OwnFolder() / name);
+    const ProcessInformation started = StartLasting(name);
+    EXPECT_EQ(ListedAs(name), Ids{started.processId});
+}
+
+TEST_F(PosixProcess, ANameThatLooksLikeTheSystemsOwnRecordIsRead) {
+    const std::string name = "v) Z 1 (x";
+    CopyHelper(OwnFolder() / name);
+    const ProcessInformation started = StartLasting("\"" + name + "\" sleep");
+    EXPECT_EQ(ListedAs(name), Ids{started.processId});
+    EXPECT_EQ(platform::OpenProcess(platform::processAllAccess, true, started.processId), started.process);
+}
+
+TEST_F(PosixProcess, AScriptIsListedUnderItsOwnName) {
+    const std::string name = "vexlane-test-script.exe";
+    ASSERT_EQ(mkfifo((folder / "never-written").c_str(), 0600), 0);
+    std::ofstream(folder / name) << "#!/bin/sh\nread line < " << (folder / "never-written").string() << "\n";
+    std::filesystem::permissions(folder / name, std::filesystem::perms::owner_all);
+    std::filesystem::current_path(folder);
+    // The system lets go of a new program before it bears its name; the list must find it all the same.
+    for (int i = 0; i < 50; ++i) {
+        const ProcessInformation started = StartLasting(name);
+        ASSERT_EQ(ListedAs(name), Ids{started.processId});
+        ASSERT_TRUE(platform::TerminateProcess(started.process, 0));
+    }
+}
+
+TEST_F(PosixProcess, AProgramWhoseFileIsGoneKeepsItsName) {
+    const std::string name = "vexlane-test-removed.exe";
+    const std::filesystem::path file = CopyHelper(OwnFolder() / name);
+    const ProcessInformation started = StartLasting(name);
+    std::filesystem::remove(file);
+    EXPECT_EQ(ListedAs(name), Ids{started.processId});
+}
+
+TEST_F(PosixProcess, AProcessWhoseFirstThreadHasEndedStillRuns) {
+    const std::string name = "vexlane-test-threads.exe";
+    CopyHelper(OwnFolder() / name);
+    const ProcessInformation started = StartLasting(name + " first-thread-ends");
+    ASSERT_TRUE(ComesTrue([&] { return StateOf(started.processId) == 'Z'; }));
+    EXPECT_EQ(ListedAs(name), Ids{started.processId});
+    EXPECT_TRUE(platform::TerminateProcess(started.process, 0));
+    EXPECT_EQ(ListedAs(name), Ids{});
+    EXPECT_EQ(StateOf(started.processId), '\0');
+}
+
+TEST_F(PosixProcess, WithoutFreeDescriptorsTheListFailsInsteadOfMissingProcesses) {
+    rlimit before = {};
+    getrlimit(RLIMIT_NOFILE, &before);
+    int lowestFree = open("/dev/null", O_RDONLY | O_CLOEXEC);
+    close(lowestFree);
+    // None for the folder, and then one for the folder and none for what stands in it.
+    for (const int extra : {0, 1}) {
+        const rlimit few = {static_cast<rlim_t>(lowestFree + extra), before.rlim_max};
+        setrlimit(RLIMIT_NOFILE, &few);
+        platform::SetLastError(0);
+        const SystemHandle list = platform::CreateProcessList();
+        const std::uint32_t error = platform::LastError();
+        setrlimit(RLIMIT_NOFILE, &before);
+        EXPECT_EQ(list, 0u);
+        EXPECT_EQ(error, static_cast<std::uint32_t>(EMFILE));
+    }
+}
+
+// Starting
+
+TEST_F(PosixProcess, TheRecordOfAStartedProcessNamesIt) {
+    const ProcessInformation started = StartLasting(helperName);
+    EXPECT_NE(started.processId, 0u);
+    EXPECT_EQ(started.threadId, started.processId);
+    EXPECT_EQ(static_cast<std::uint32_t>(started.process), started.processId);
+    EXPECT_NE(started.process >> 32, 0u);
+    EXPECT_TRUE(IsListed(started.processId));
+}
+
+TEST_F(PosixProcess, AMissingProgramIsNotStartedAndTheRecordStays) {
+    ProcessInformation started;
+    started.processId = 77;
+    for (const char* name : {"vexlane-test-missing.exe", "", "  ", "/nowhere/vexlane-test-missing.exe"}) {
+        platform::SetLastError(0);
+        EXPECT_FALSE(platform::StartProcess(name, 0, platform::showWindowShown, started)) << name;
+        EXPECT_EQ(platform::LastError(), static_cast<std::uint32_t>(ENOENT)) << name;
+    }
+    EXPECT_EQ(started.processId, 77u);
+    EXPECT_EQ(started.process, 0u);
+}
+
+TEST_F(PosixProcess, AFileThatMayNotBeExecutedIsNotStarted) {
+    std::ofstream(folder / "vexlane-test-text") << "text";
+    std::filesystem::create_directory(folder / "vexlane-test-folder");
+    std::ofstream(folder / "vexlane-test-broken") << "no program at all";
+    std::filesystem::permissions(folder / "vexlane-test-broken", std::filesystem::perms::owner_all);
+    std::filesystem::current_path(folder);
+    ProcessInformation started;
+    EXPECT_FALSE(platform::StartProcess("vexlane-test-text", 0, 0, started));
+    EXPECT_EQ(platform::LastError(), static_cast<std::uint32_t>(EACCES));
+    EXPECT_FALSE(platform::StartProcess("vexlane-test-folder", 0, 0, started));
+    EXPECT_EQ(platform::LastError(), static_cast<std::uint32_t>(EACCES));
+    EXPECT_FALSE(platform::StartProcess("vexlane-test-broken", 0, 0, started));
+    EXPECT_EQ(platform::LastError(), static_cast<std::uint32_t>(ENOEXEC));
+    EXPECT_EQ(UnwaitedChildren(), 0);
+}
+
+TEST_F(PosixProcess, AProgramIsLookedForInTheOwnFolderThenTheCurrentOneThenOnThePath) {
+    const std::string name = "vexlane-test-search.exe";
+    const std::filesystem::path onPath = folder / "path";
+    const std::filesystem::path current = folder / "current";
+    std::filesystem::create_directories(onPath);
+    std::filesystem::create_directories(current);
+    std::filesystem::create_directories(folder / "empty");
+    const std::string pathBefore = std::getenv("PATH");
+    setenv("PATH", (folder.string() + "/empty:" + onPath.string() + ":" + pathBefore).c_str(), 1);
+    std::filesystem::current_path(current);
+
+    CopyHelper(onPath / name);
+    EXPECT_NE(Report(name).find("executable " + (onPath / name).string() + "\n"), std::string::npos);
+    CopyHelper(current / name);
+    EXPECT_NE(Report(name).find("executable " + (current / name).string() + "\n"), std::string::npos);
+    CopyHelper(OwnFolder() / name);
+    EXPECT_NE(Report(name).find("executable " + (OwnFolder() / name).string() + "\n"), std::string::npos);
+    setenv("PATH", pathBefore.c_str(), 1);
+}
+
+TEST_F(PosixProcess, AStartedProgramInheritsTheEnvironmentAndTheFolderAlone) {
+    const int inheritable = open("/dev/zero", O_RDONLY);
+    const int far = fcntl(inheritable, F_DUPFD, 700);
+    ASSERT_GE(far, 700);
+    sigset_t blocked;
+    sigset_t maskBefore;
+    sigemptyset(&blocked);
+    sigaddset(&blocked, SIGUSR1);
+    pthread_sigmask(SIG_BLOCK, &blocked, &maskBefore);
+    const auto ignoredBefore = signal(SIGTERM, SIG_IGN);
+    setenv("VEXLANE_TEST_VARIABLE", "handed on", 1);
+    std::filesystem::current_path(folder);
+
+    const std::string report = Report(helperName);
+
+    signal(SIGTERM, ignoredBefore);
+    pthread_sigmask(SIG_SETMASK, &maskBefore, nullptr);
+    close(inheritable);
+    close(far);
+    EXPECT_EQ(report, "executable " + (OwnFolder() / helperName).string() + "\nfolder " + folder.string() +
+                          "\nvariable handed on\nleads its session 1\n"
+                          "descriptor 0 /dev/null\ndescriptor 1 /dev/null\ndescriptor 2 /dev/null\n"
+                          "SigBlk:0\nSigIgn:0\n");
+}
+
+// Ending
+
+TEST_F(PosixProcess, ATerminatedProcessIsGoneWhenTheCallComesBack) {
+    for (const char* part : {" sleep", " ignore-termination"}) {
+        const ProcessInformation started = StartLasting(helperName + std::string(part));
+        EXPECT_TRUE(platform::TerminateProcess(started.process, 0));
+        EXPECT_EQ(StateOf(started.processId), '\0') << "waited for, no zombie";
+        EXPECT_FALSE(IsListed(started.processId));
+    }
+}
+
+TEST_F(PosixProcess, TerminatingAProcessThatHasEndedIsAFailure) {
+    const ProcessInformation terminated = StartLasting(helperName);
+    EXPECT_TRUE(platform::TerminateProcess(terminated.process, 0));
+    platform::SetLastError(0);
+    EXPECT_FALSE(platform::TerminateProcess(terminated.process, 0));
+    EXPECT_EQ(platform::LastError(), static_cast<std::uint32_t>(ESRCH));
+
+    const ProcessInformation ended = StartLasting(helperName + std::string(" exit"));
+    ASSERT_TRUE(ComesTrue([&] { return StateOf(ended.processId) == 'Z'; }));
+    platform::SetLastError(0);
+    EXPECT_FALSE(platform::TerminateProcess(ended.process, 0));
+    EXPECT_EQ(platform::LastError(), static_cast<std::uint32_t>(ESRCH));
+    EXPECT_EQ(StateOf(ended.processId), '\0');
+}
+
+TEST_F(PosixProcess, AnEmptyHandleEndsNothing) {
+    // In a process group of its own, which a signal to process 0 would end.
+    const pid_t group = fork();
+    if (group == 0) {
+        setpgid(0, 0);
+        for (const SystemHandle empty :
+             {SystemHandle{0}, SystemHandle{5} << 32, SystemHandle{0xFFFFFFFF}, SystemHandle{0x5FFFFFFFF}}) {
+            platform::SetLastError(0);
+            if (platform::TerminateProcess(empty, 0) || platform::LastError() != static_cast<std::uint32_t>(EINVAL)) {
+                _exit(1);
+            }
+        }
+        _exit(42);
+    }
+    int status = 0;
+    ASSERT_EQ(waitpid(group, &status, 0), group);
+    ASSERT_TRUE(WIFEXITED(status));
+    EXPECT_EQ(WEXITSTATUS(status), 42);
+}
+
+TEST_F(PosixProcess, AProcessThatHasTakenOverTheIdIsLeftAlone) {
+    const ProcessInformation started = StartLasting(helperName);
+    for (const SystemHandle difference : {SystemHandle{1} << 32, SystemHandle{1} << 63}) {
+        platform::SetLastError(0);
+        EXPECT_FALSE(platform::TerminateProcess(started.process ^ difference, 0));
+        EXPECT_EQ(platform::LastError(), static_cast<std::uint32_t>(ESRCH));
+        EXPECT_TRUE(IsListed(started.processId));
+    }
+    EXPECT_TRUE(platform::TerminateProcess(started.process, 0));
+}
+
+TEST_F(PosixProcess, ClosingAProcessHandleChangesNothing) {
+    const ProcessInformation started = StartLasting(helperName);
+    platform::CloseHandle(started.process);
+    platform::CloseHandle(started.thread);
+    platform::CloseHandle(0);
+    EXPECT_TRUE(IsListed(started.processId));
+    EXPECT_TRUE(platform::TerminateProcess(started.process, 0));
+}
+
+TEST_F(PosixProcess, AChildKilledFromOutsideIsNotListedAndDoesNotStay) {
+    const ProcessInformation started = StartLasting(helperName);
+    kill(static_cast<pid_t>(started.processId), SIGKILL);
+    ASSERT_TRUE(ComesTrue([&] { return StateOf(started.processId) == 'Z'; }));
+    EXPECT_FALSE(IsListed(started.processId));
+    EXPECT_EQ(StateOf(started.processId), '\0');
+}
+
+TEST_F(PosixProcess, ProgramsThatEndByThemselvesDoNotPileUp) {
+    for (int i = 0; i < 20; ++i) {
+        const ProcessInformation started = Start(helperName + std::string(" exit"));
+        ASSERT_TRUE(ComesTrue([&] {
+            const char state = StateOf(started.processId);
+            return state == 'Z' || state == '\0';
+        }));
+        EXPECT_LE(UnwaitedChildren(), 1);
+    }
+    List();
+    EXPECT_EQ(UnwaitedChildren(), 0);
+}
+
+// Opening, and other people's processes
+
+TEST_F(PosixProcess, AnOpenedProcessHasTheHandleItWasStartedWith) {
+    const ProcessInformation started = StartLasting(helperName);
+    EXPECT_EQ(platform::OpenProcess(platform::processAllAccess, true, started.processId), started.process);
+}
+
+TEST_F(PosixProcess, WhatDoesNotRunIsNotOpened) {
+    const ProcessInformation started = StartLasting(helperName);
+    EXPECT_TRUE(platform::TerminateProcess(started.process, 0));
+    const std::uint32_t zombie = StartAsHost(OwnFolder() / helperName, "exit");
+    ASSERT_TRUE(ComesTrue([&] { return StateOf(zombie) == 'Z'; }));
+    for (const std::uint32_t process : {started.processId, zombie, 0u, 0x7FFFFFFFu, 0xFFFFFFFFu}) {
+        platform::SetLastError(0);
+        EXPECT_EQ(platform::OpenProcess(platform::processAllAccess, true, process), 0u);
+        EXPECT_NE(platform::LastError(), 0u);
+    }
+    waitpid(static_cast<pid_t>(zombie), nullptr, 0);
+}
+
+TEST_F(PosixProcess, AZombieOfTheHostsIsNotListedAndIsLeftToTheHost) {
+    const std::uint32_t zombie = StartAsHost(OwnFolder() / helperName, "sleep");
+    const SystemHandle handle = platform::OpenProcess(platform::processAllAccess, true, zombie);
+    EXPECT_NE(handle, 0u);
+    kill(static_cast<pid_t>(zombie), SIGKILL);
+    ASSERT_TRUE(ComesTrue([&] { return StateOf(zombie) == 'Z'; }));
+    const ProcessInformation started = StartLasting(helperName);
+    EXPECT_FALSE(IsListed(zombie));
+    EXPECT_TRUE(platform::TerminateProcess(started.process, 0));
+    EXPECT_FALSE(platform::TerminateProcess(handle, 0));
+    EXPECT_EQ(platform::LastError(), static_cast<std::uint32_t>(ESRCH));
+    int status = -1;
+    EXPECT_EQ(waitpid(static_cast<pid_t>(zombie), &status, WNOHANG), static_cast<pid_t>(zombie));
+    EXPECT_TRUE(WIFSIGNALED(status));
+}
+
+TEST_F(PosixProcess, AStrangersProcessIsListedOpenedAndTerminatedAndLeftToItsParent) {
+    const std::string name = "vexlane-test-stranger.exe";
+    const std::filesystem::path program = CopyHelper(folder / name);
+    const std::uint32_t stranger = StartAsHost(program, "ignore-termination");
+    ASSERT_TRUE(ComesTrue([&] { return ListedAs(name) == Ids{stranger}; }));
+    const SystemHandle handle = platform::OpenProcess(platform::processAllAccess, true, stranger);
+    EXPECT_NE(handle, 0u);
+    EXPECT_TRUE(platform::TerminateProcess(handle, 0));
+    EXPECT_EQ(ListedAs(name), Ids{});
+    int status = 0;
+    EXPECT_EQ(waitpid(static_cast<pid_t>(stranger), &status, WNOHANG), static_cast<pid_t>(stranger));
+    EXPECT_TRUE(WIFSIGNALED(status));
+}
+
+TEST_F(PosixProcess, AProcessOfAnotherUserIsSkipped) {
+    if (getuid() != 0) {
+        GTEST_SKIP() << "needs the right to become another user";
+    }
+    const ProcessInformation mine = StartLasting(helperName);
+    const pid_t other = fork();
+    if (other == 0) {
+        if (setgid(65534) != 0 || setuid(65534) != 0) {
+            _exit(98);
+        }
+        platform::SetLastError(0);
+        const SystemHandle list = platform::CreateProcessList();
+        if (list == 0) {
+            _exit(1);
+        }
+        ProcessEntry entry;
+        for (int more = platform::FirstProcess(list, entry); more == 1; more = platform::NextProcess(list, entry)) {
+            if (entry.processId == mine.processId) {
+                _exit(2);
+            }
+        }
+        if (platform::OpenProcess(platform::processAllAccess, true, mine.processId) != 0 ||
+            platform::LastError() != static_cast<std::uint32_t>(EPERM)) {
+            _exit(3);
+        }
+        if (platform::TerminateProcess(mine.process, 0) || platform::LastError() != static_cast<std::uint32_t>(EPERM)) {
+            _exit(4);
+        }
+        _exit(42);
+    }
+    int status = 0;
+    ASSERT_EQ(waitpid(other, &status, 0), other);
+    ASSERT_TRUE(WIFEXITED(status));
+    EXPECT_EQ(WEXITSTATUS(status), 42);
+    EXPECT_TRUE(IsListed(mine.processId));
+}
+
+// Hosts with habits of their own
+
+TEST_F(PosixProcess, AHostThatIgnoresItsChildrenConfusesNothing) {
+    const auto before = signal(SIGCHLD, SIG_IGN);
+    const ProcessInformation first = StartLasting(helperName);
+    EXPECT_TRUE(IsListed(first.processId));
+    EXPECT_TRUE(platform::TerminateProcess(first.process, 0));
+    EXPECT_FALSE(IsListed(first.processId));
+    EXPECT_FALSE(platform::TerminateProcess(first.process, 0));
+    const ProcessInformation second = StartLasting(helperName);
+    EXPECT_EQ(platform::OpenProcess(platform::processAllAccess, true, second.processId), second.process);
+    EXPECT_TRUE(platform::TerminateProcess(second.process, 0));
+    // Nobody waits for these, so the system may still be clearing the last one away.
+    EXPECT_TRUE(ComesTrue([] { return UnwaitedChildren() == 0; }));
+    signal(SIGCHLD, before);
+}
+
+TEST_F(PosixProcess, AHostThatWaitsForAllChildrenConfusesNothing) {
+    const ProcessInformation first = StartLasting(helperName);
+    kill(static_cast<pid_t>(first.processId), SIGKILL);
+    EXPECT_EQ(waitpid(-1, nullptr, 0), static_cast<pid_t>(first.processId));
+    EXPECT_FALSE(IsListed(first.processId));
+    EXPECT_FALSE(platform::TerminateProcess(first.process, 0));
+
+    const ProcessInformation second = StartLasting(helperName);
+    std::thread host([&second] { waitpid(static_cast<pid_t>(second.processId), nullptr, 0); });
+    EXPECT_TRUE(platform::TerminateProcess(second.process, 0));
+    host.join();
+    EXPECT_FALSE(IsListed(second.processId));
+}
+
+TEST_F(PosixProcess, NoDescriptorStaysOpen) {
+    const std::size_t before = OpenDescriptors();
+    ProcessInformation missing;
+    for (int i = 0; i < 3; ++i) {
+        const ProcessInformation started = StartLasting(helperName);
+        List();
+        platform::OpenProcess(platform::processAllAccess, true, started.processId);
+        platform::TerminateProcess(started.process, 0);
+        platform::TerminateProcess(started.process, 0);
+        platform::TerminateProcess(0, 0);
+        platform::StartProcess("vexlane-test-missing.exe", 0, 0, missing);
+    }
+    EXPECT_EQ(OpenDescriptors(), before);
+}
+
+TEST_F(PosixProcess, ManyThreadsMayListStartAndTerminate) {
+    const ProcessInformation lasting = StartLasting(helperName);
+    const std::size_t descriptorsBefore = OpenDescriptors();
+    std::atomic<int> failures = 0;
+    std::vector<std::thread> threads;
+    for (int i = 0; i < 4; ++i) {
+        threads.emplace_back([&] {
+            for (int round = 0; round < 10; ++round) {
+                ProcessInformation started;
+                if (!platform::StartProcess(helperName, 0, 0, started) || !IsListed(started.processId) ||
+                    !platform::TerminateProcess(started.process, 0) || IsListed(started.processId) ||
+                    !IsListed(lasting.processId)) {
+                    ++failures;
+                }
+            }
+        });
+    }
+    for (std::thread& thread : threads) {
+        thread.join();
+    }
+    EXPECT_EQ(failures, 0);
+    EXPECT_EQ(OpenDescriptors(), descriptorsBefore);
+    EXPECT_TRUE(platform::TerminateProcess(lasting.process, 0));
+    EXPECT_EQ(UnwaitedChildren(), 0);
+}
+
+}  // namespace
