@@ -1,0 +1,32 @@
+#include "platform/last_error.h"
+
+#include <windows.h>
+
+namespace platform {
+
+std::uint32_t LastError() {
+    return ::GetLastError();
+}
+
+void SetLastError(std::uint32_t error) {
+    ::SetLastError(error);
+}
+
+std::string SystemErrorText(std::uint32_t error) {
+    if (error == 0) {
+        return {};
+    }
+    char* buffer = nullptr;
+    // With a buffer of the system's own, a pointer to it goes where the buffer would stand.
+    const DWORD length = ::FormatMessageA(
+        FORMAT_MESSAGE_ALLOCATE_BUFFER | FORMAT_MESSAGE_IGNORE_INSERTS | FORMAT_MESSAGE_FROM_SYSTEM, nullptr, error,
+        MAKELANGID(LANG_NEUTRAL, SUBLANG_DEFAULT), reinterpret_cast<char*>(&buffer), 0, nullptr);
+    if (length == 0 || buffer == nullptr) {
+        return {};
+    }
+    std::string text(buffer, length);
+    ::LocalFree(buffer);
+    return text;
+}
+
+}  // namespace platform

@@ -1,0 +1,35 @@
+#include "platform/text.h"
+
+#include <windows.h>
+
+namespace platform {
+
+namespace {
+
+static_assert(codePageAnsi == CP_ACP);
+static_assert(codePageUtf8 == CP_UTF8);
+
+// A negative count would mean text up to its NUL.
+bool IsEmpty(int count) {
+    if (count > 0) {
+        return false;
+    }
+    ::SetLastError(ERROR_INVALID_PARAMETER);
+    return true;
+}
+
+}  // namespace
+
+int ToWide(std::uint32_t codePage, const char* bytes, int byteCount, wchar_t* wide, int capacity) {
+    return IsEmpty(byteCount) ? 0 : ::MultiByteToWideChar(codePage, 0, bytes, byteCount, wide, capacity);
+}
+
+int FromWide(std::uint32_t codePage, const wchar_t* wide, int wideCount, char* bytes, int capacity) {
+    // A similar character in the place of a missing one is not wanted; UTF-8 misses none and refuses the flag.
+    const DWORD flags = codePage == codePageSimplifiedChinese ? WC_NO_BEST_FIT_CHARS : 0;
+    return IsEmpty(wideCount)
+               ? 0
+               : ::WideCharToMultiByte(codePage, flags, wide, wideCount, bytes, capacity, nullptr, nullptr);
+}
+
+}  // namespace platform
