@@ -1,0 +1,25 @@
+#include "tracker/licence_plate_holder.h"
+
+#include <utility>
+
+#include "tracker/arithmetic.h"
+
+LicencePlateHolder::LicencePlateHolder(boost::shared_ptr<LicencePlate> heldReading,
+                                       ILicencePlateTrackerResultSink* resultSink)
+    : reading(std::move(heldReading)), sink(resultSink) {
+    if (reading) {
+        centreX = tracking::WrappedSum(reading->cornerA.x, reading->cornerB.x) / 2;
+        centreY = tracking::WrappedSum(reading->cornerA.y, reading->cornerC.y) / 2;
+    }
+}
+
+LicencePlateHolder::~LicencePlateHolder() {
+    if (sink == nullptr || !reading || released) {
+        return;
+    }
+    try {
+        sink->OnMayReleaseLicencePlate(nullptr, reading);
+    } catch (...) {
+        // A destructor has nobody to tell.
+    }
+}

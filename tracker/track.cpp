@@ -1,0 +1,123 @@
+#include "tracker/track.h"
+
+#include <algorithm>
+#include <cmath>
+
+#include "tracker/arithmetic.h"
+#include "tracker/text_distance.h"
+
+using tracking::Truncated;
+using tracking::WrappedDifference;
+using tracking::WrappedProduct;
+using tracking::WrappedSum;
+
+namespace {
+
+constexpr double ignoredMovement = 2.0;  // pixels; less says nothing about the direction
+
+std::int32_t FrameWidthOf(const LicencePlateHolder& holder) {
+    return static_cast<std::int32_t>(holder.reading->frameWidth);
+}
+
+std::int32_t FrameHeightOf(const LicencePlateHolder& holder) {
+    return static_cast<std::int32_t>(holder.reading->frameHeight);
+}
+
+// Time differences are unsigned and wrap: an earlier time gives a huge one.
+double MillisecondsBetween(std::uint64_t earlier, std::uint64_t later) {
+    return static_cast<double>(later - earlier);
+}
+
+std::int32_t Extrapolated(std::int32_t last, std::int32_t before, double step, double ahead) {
+    return Truncated(last + WrappedDifference(last, before) / step * ahead);
+}
+
+}  // namespace
+
+void CTrack::Add(const LicencePlateHolderPtr& holder) {
+    previous = last;
+    last = holder;
+    if (count == 0) {
+        first = holder;
+        SetInitialDirection(*holder);
+    } else {
+        UpdateMotion();
+    }
+
+    const LicencePlatePtr& reading = holder->reading;
+    LicencePlateHolderPtr& best = bestByText[reading->text];
+    if (!best || best->reading->weight < reading->weight) {
+        best = holder;
+    }
+    readingsByText[reading->text].push_back(reading);
+    ++count;
+}
+
+// A plate comes in from a side and moves away from it; one that enters in the upper half moves down.
+void CTrack::SetInitialDirection(const LicencePlateHolder& holder) {
+    const std::int32_t width = FrameWidthOf(holder);
+    const std::int32_t height = FrameHeightOf(holder);
+    directionX = (holder.centreX < width / 3 ? 1 : 0) - (holder.centreX > WrappedProduct(2, width) / 3 ? 1 : 0);
+    directionY = holder.centreY < height / 2 ? 1 : -1;
+}
+
+void CTrack::UpdateMotion() {
+    const std::int32_t dx = WrappedDifference(last->centreX, previous->centreX);
+    const std::int32_t dy = WrappedDifference(last->centreY, previous->centreY);
+    const double distance = std::sqrt(static_cast<double>(dx) * dx + static_cast<double>(dy) * dy);
+    const double seconds = MillisecondsBetween(previous->reading->timeStamp, last->reading->timeStamp) / 1000.0;
+    // Equal times give infinity or no number; both stay and never count as slow.
+    speed = smoothing * (distance / seconds) + (1.0 - smoothing) * speed;
+
+    if (std::fabs(distance) > ignoredMovement) {
+        const double x = (1.0 - smoothing) * directionX + smoothing * dx / distance;
+        const double y = (1.0 - smoothing) * directionY + smoothing * dy / distance;
+        const double length = std::sqrt(x * x + y * y);
+        directionX = x / length;
+        directionY = y / length;
+    }
+}
+
+double CTrack::TextDistanceTo(const std::wstring& text) const {
+    double smallest = 1.0;
+    for (const auto& [known, holder] : bestByText) {
+        const double length = static_cast<double>(std::max(known.size(), text.size()));
+        const double distance = TextDistance(known, text) / length;
+        if (distance < smallest) {  // never true for two empty texts
+            smallest = distance;
+        }
+    }
+    return smallest;
+}
+
+LicencePlateHolderPtr CTrack::Best() const {
+    LicencePlateHolderPtr best;
+    for (const auto& [text, holder] : bestByText) {
+        if (!best || holder->reading->weight > best->reading->weight) {
+            best = holder;
+        }
+    }
+    return best;
+}
+
+const std::vector<LicencePlatePtr>& CTrack::ReadingsOf(const std::wstring& text) const {
+    return readingsByText.at(text);
+}
+
+PredictedPosition CTrack::PredictAt(std::uint64_t time) const {
+    PredictedPosition position{last->centreX, last->centreY};
+    if (count > 1 && last->reading->timeStamp != previous->reading->timeStamp) {
+        const double step = MillisecondsBetween(previous->reading->timeStamp, last->reading->timeStamp);
+        const double ahead = MillisecondsBetween(last->reading->timeStamp, time);
+        position.x = Extrapolated(last->centreX, previous->centreX, step, ahead);
+        position.y = Extrapolated(last->centreY, previous->centreY, step, ahead);
+    }
+    return position;
+}
+
+bool CTrack::IsAhead(const LicencePlateHolder& candidate) const {
+    const double margin = WrappedSum(FrameWidthOf(candidate), FrameHeightOf(candidate)) * 0.1 * 0.5;
+    const double alongX = (candidate.centreX - (last->centreX - directionX * margin)) * directionX;
+    const double alongY = (candidate.centreY - (last->centreY - directionY * margin)) * directionY;
+    return alongX + alongY > 0.0;
+}
