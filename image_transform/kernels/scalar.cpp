@@ -1,0 +1,114 @@
+// The definition of the conversion: every other kernel is held against these routines.
+
+#include <algorithm>
+
+#include "image_transform/kernels/kernel.h"
+
+namespace image_transform::kernels {
+
+namespace {
+
+constexpr int fractionBits = 16;
+constexpr std::int32_t redOfV = 74711;     // 1.140
+constexpr std::int32_t greenOfV = -38076;  // 0.581
+constexpr std::int32_t greenOfU = -25821;  // 0.394
+constexpr std::int32_t blueOfU = 133169;   // 2.032
+
+struct Bgr {
+    std::uint8_t blue;
+    std::uint8_t green;
+    std::uint8_t red;
+};
+
+std::uint8_t Saturated(std::int32_t scaled) {
+    return static_cast<std::uint8_t>(std::clamp(scaled >> fractionBits, 0, 255));
+}
+
+Bgr Converted(std::uint8_t luma, std::uint8_t chromaU, std::uint8_t chromaV) {
+    const std::int32_t y = std::int32_t{luma} << fractionBits;
+    const std::int32_t u = std::int32_t{chromaU} - 128;
+    const std::int32_t v = std::int32_t{chromaV} - 128;
+    return {Saturated(y + blueOfU * u), Saturated(y + greenOfV * v + greenOfU * u), Saturated(y + redOfV * v)};
+}
+
+int StatusOf(std::int32_t width, std::int32_t height, bool hasAllPlanes) {
+    if (!hasAllPlanes) {
+        return Status::NullPlane;
+    }
+    if (width < 1 || height < 1) {
+        return Status::BadSize;
+    }
+    return width % 2 != 0 || height % 2 != 0 ? Status::OddSize : Status::Ok;
+}
+
+bool HasAllPlanes(const I420Planes& source) {
+    return source.y != nullptr && source.u != nullptr && source.v != nullptr;
+}
+
+// Converts the even part and hands each pixel to `put(row, column, pixel)`.
+template <class Put>
+void ConvertEvenPart(const I420Planes& source, std::int32_t width, std::int32_t height, Put put) {
+    for (std::int32_t row = 0; row < height / 2 * 2; ++row) {
+        const std::uint8_t* y = source.y + row * source.yStep;
+        const std::uint8_t* u = source.u + row / 2 * source.uStep;
+        const std::uint8_t* v = source.v + row / 2 * source.vStep;
+        for (std::int32_t column = 0; column < width / 2 * 2; ++column) {
+            put(row, column, Converted(y[column], u[column / 2], v[column / 2]));
+        }
+    }
+}
+
+int ToBgr24(const I420Planes& source, std::uint8_t* bgr, std::ptrdiff_t step, std::int32_t width, std::int32_t height) {
+    const int status = StatusOf(width, height, HasAllPlanes(source) && bgr != nullptr);
+    if (status == Status::Ok || status == Status::OddSize) {
+        ConvertEvenPart(source, width, height, [=](std::int32_t row, std::int32_t column, const Bgr& pixel) {
+            std::uint8_t* target = bgr + row * step + std::ptrdiff_t{3} * column;
+            target[0] = pixel.blue;
+            target[1] = pixel.green;
+            target[2] = pixel.red;
+        });
+    }
+    return status;
+}
+
+int ToBgrPlanar(const I420Planes& source, const BgrPlanes& target, std::int32_t width, std::int32_t height) {
+    const bool hasTarget = target.blue != nullptr && target.green != nullptr && target.red != nullptr;
+    const int status = StatusOf(width, height, HasAllPlanes(source) && hasTarget);
+    if (status == Status::Ok || status == Status::OddSize) {
+        ConvertEvenPart(source, width, height, [&](std::int32_t row, std::int32_t column, const Bgr& pixel) {
+            const std::ptrdiff_t place = row * target.step + column;
+            target.blue[place] = pixel.blue;
+            target.green[place] = pixel.green;
+            target.red[place] = pixel.red;
+        });
+    }
+    return status;
+}
+
+int GreyToBgr24Rows(const std::uint8_t* grey, std::ptrdiff_t greyStep, std::uint8_t* bgr, std::ptrdiff_t step,
+                    std::int32_t width, std::int32_t height) {
+    if (grey == nullptr || bgr == nullptr) {
+        return Status::NullPlane;
+    }
+    if (width < 1 || height < 1) {
+        return Status::BadSize;
+    }
+    for (std::int32_t row = 0; row < height; ++row) {
+        const std::uint8_t* source = grey + row * greyStep;
+        std::uint8_t* target = bgr + row * step;
+        for (std::int32_t column = 0; column < width; ++column, target += 3) {
+            target[0] = target[1] = target[2] = source[column];
+        }
+    }
+    return Status::Ok;
+}
+
+bool RunsEverywhere() {
+    return true;
+}
+
+}  // namespace
+
+constinit const Kernel scalarKernel = {"scalar", RunsEverywhere, ToBgr24, ToBgrPlanar, GreyToBgr24Rows};
+
+}  // namespace image_transform::kernels
