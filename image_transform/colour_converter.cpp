@@ -25,7 +25,7 @@ class Conversion {
         if (in.width == 0 || in.height == 0 || in.size == 0) {
             throw std::runtime_error("Zero image size is not acceptable");
         }
-        if (3 * pixels > std::numeric_limits<std::uint32_t>::max()) {
+        if (pixels > std::numeric_limits<std::uint32_t>::max() / 3) {
             throw std::runtime_error("Wrong image format");
         }
         if (output.width != in.width || output.height != in.height) {
