@@ -1,0 +1,40 @@
+#include "diagnostics/debug_level.h"
+
+#include <atomic>
+#include <cstdlib>
+
+#include "diagnostics/registry_key.h"
+
+namespace diagnostics {
+
+namespace {
+
+// Written before its readers run; atomic for a host that starts the module anew while an old thread still ends.
+std::atomic<std::int32_t> debugLevel = 0;
+
+// What atoi gives, with a number that does not fit cut to the nearest one that does: the text comes from outside.
+std::int32_t Number(const std::string& text) {
+    const long long number = std::strtoll(text.c_str(), nullptr, 10);
+    if (number > INT32_MAX) {
+        return INT32_MAX;
+    }
+    return number < INT32_MIN ? INT32_MIN : static_cast<std::int32_t>(number);
+}
+
+}  // namespace
+
+std::int32_t ReadDebugLevel() {
+    const RegistryKey key("SOFTWARE\\Tellumark\\KORA\\DEBUG");
+    const std::string text = key.ReadString("DebugLevel");
+    return text.empty() ? 0 : Number(text);
+}
+
+std::int32_t DebugLevel() {
+    return debugLevel.load(std::memory_order_relaxed);
+}
+
+void SetDebugLevel(std::int32_t level) {
+    debugLevel.store(level, std::memory_order_relaxed);
+}
+
+}  // namespace diagnostics
