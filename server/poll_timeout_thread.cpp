@@ -1,0 +1,121 @@
+#include "server/poll_timeout_thread.h"
+
+#include <algorithm>
+#include <boost/date_time/posix_time/posix_time_types.hpp>
+#include <utility>
+
+namespace ThreadRoutines {
+
+namespace {
+
+constexpr std::int64_t microsecondsPerMillisecond = 1000;
+
+}  // namespace
+
+PollTimeoutThread::~PollTimeoutThread() {
+    Stop();
+}
+
+void PollTimeoutThread::Start(std::function<void()> action) {
+    const boost::mutex::scoped_lock pollLock(pollMutex);
+    const boost::mutex::scoped_lock threadLock(threadMutex);
+    if (pollThread.get_id() != boost::thread::id()) {
+        return;
+    }
+    pollAction = std::move(action);
+    // The thread keeps the library loaded where it could not be joined during unloading.
+    const platform::LibraryReference library = platform::HoldLibrary();
+    try {
+        pollThread = boost::thread([this, library] {
+            Run();
+            platform::ReleaseLibrary(library);
+        });
+    } catch (...) {
+        pollAction = nullptr;
+        throw;
+    }
+}
+
+void PollTimeoutThread::Stop() {
+    if (IsPollThread()) {
+        return;
+    }
+    if (platform::OtherThreadsAreGone()) {
+        pollThread.detach();  // it was stopped wherever it was, perhaps with a mutex held
+        return;
+    }
+    const boost::this_thread::disable_interruption callersInterruptionIsNotOurs;
+    {
+        const boost::mutex::scoped_lock lock(threadMutex);
+        pollThread.interrupt();
+    }
+    {
+        const boost::mutex::scoped_lock lock(pollMutex);
+        pollAction = nullptr;
+    }
+    boost::thread ending;
+    {
+        const boost::mutex::scoped_lock lock(threadMutex);
+        ending.swap(pollThread);
+    }
+    if (ending.joinable()) {
+        ending.join();
+    }
+}
+
+bool PollTimeoutThread::IsRunning() const {
+    const boost::mutex::scoped_lock lock(threadMutex);
+    return pollThread.get_id() != boost::thread::id();
+}
+
+bool PollTimeoutThread::IsPollThread() const {
+    const boost::mutex::scoped_lock lock(threadMutex);
+    return pollThread.get_id() == boost::this_thread::get_id();
+}
+
+void PollTimeoutThread::SetPeriod(std::int64_t milliseconds) {
+    period = static_cast<std::int64_t>(static_cast<std::uint64_t>(milliseconds) *
+                                       static_cast<std::uint64_t>(microsecondsPerMillisecond));
+}
+
+void PollTimeoutThread::SetWaitAction(std::function<void(std::int64_t)> action) {
+    const boost::mutex::scoped_lock lock(pollMutex);
+    waitAction = std::move(action);
+}
+
+void PollTimeoutThread::Run() {
+    try {
+        if (boost::this_thread::interruption_requested()) {
+            return;
+        }
+        do {
+            std::function<void(std::int64_t)> wait;
+            Poll(wait);
+            if (wait) {
+                wait(period);
+            } else {
+                const std::int64_t milliseconds = std::max<std::int64_t>(period / microsecondsPerMillisecond, 0);
+                boost::this_thread::sleep(boost::posix_time::milliseconds(milliseconds));
+            }
+        } while (!boost::this_thread::interruption_requested());
+    } catch (const boost::thread_interrupted&) {
+        // The wait was cut short.
+    }
+}
+
+void PollTimeoutThread::Poll(std::function<void(std::int64_t)>& wait) {
+    const boost::mutex::scoped_lock lock(pollMutex);
+    wait = waitAction;
+    if (!pollAction) {
+        return;
+    }
+    try {
+        pollAction();
+    } catch (const boost::thread_interrupted&) {
+        throw;
+    } catch (...) {
+        // A poll that failed is made again after the period; the host's process goes on.
+    }
+}
+
+}  // namespace ThreadRoutines

@@ -1,0 +1,55 @@
+/// A thread that does something at once and then again after every period.
+#pragma once
+
+#include <atomic>
+#include <boost/thread/mutex.hpp>
+#include <boost/thread/thread.hpp>
+#include <cstdint>
+#include <functional>
+
+#include "platform/library.h"
+
+namespace ThreadRoutines {
+
+/// Every operation may be called from any thread, the poll action's own included.
+/// Lock order: poll mutex, then thread mutex.
+class PollTimeoutThread {
+  public:
+    PollTimeoutThread() = default;
+    /// Stops polling. REQUIRES: not on the poll thread.
+    virtual ~PollTimeoutThread();
+
+    PollTimeoutThread(const PollTimeoutThread&) = delete;
+    PollTimeoutThread& operator=(const PollTimeoutThread&) = delete;
+
+    /// Starts polling; a thread that runs goes on with the action that it has. The action is called with the poll mutex
+    /// held; what it throws is dropped. Throws std::exception when no thread can be had.
+    /// REQUIRES: not on the poll thread.
+    void Start(std::function<void()> action);
+
+    /// Ends polling: waits for a poll in progress and cuts a wait short. On the poll thread itself it does nothing.
+    void Stop();
+
+    bool IsRunning() const;
+
+    /// Taken into account from the next wait on. 5000 at first.
+    void SetPeriod(std::int64_t milliseconds);
+
+    /// Called with the period, in microseconds, in place of every wait from the next poll on; empty for the wait. It
+    /// should be an interruption point. REQUIRES: not on the poll thread.
+    void SetWaitAction(std::function<void(std::int64_t)> action);
+
+  private:
+    void Run();
+    void Poll(std::function<void(std::int64_t)>& wait);
+    bool IsPollThread() const;
+
+    boost::mutex pollMutex;
+    std::function<void()> pollAction;              // guarded by pollMutex
+    std::function<void(std::int64_t)> waitAction;  // guarded by pollMutex
+    std::atomic<std::int64_t> period{5'000'000};   // microseconds
+    boost::thread pollThread;                      // guarded by threadMutex
+    mutable boost::mutex threadMutex;              // a leaf, held for a look or a swap
+};
+
+}  // namespace ThreadRoutines

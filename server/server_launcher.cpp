@@ -1,0 +1,178 @@
+#include "server/server_launcher.h"
+
+#include <boost/algorithm/string/predicate.hpp>
+#include <boost/date_time/posix_time/posix_time.hpp>
+#include <boost/make_shared.hpp>
+#include <exception>
+#include <locale>
+
+#include "diagnostics/debug_level.h"
+#include "diagnostics/trace.h"
+
+using diagnostics::LauncherTrace;
+
+namespace {
+
+constexpr std::int64_t pollPeriodMilliseconds = 5000;
+constexpr std::int32_t longestSilenceSeconds = 5;
+constexpr std::uint32_t terminatedExitCode = 0xFFFFFFFF;
+
+boost::posix_time::ptime Now() {
+    return boost::posix_time::microsec_clock::local_time();
+}
+
+// The lines print a handle where they say id, and of a handle the low 32 bits.
+std::uint32_t Printed(platform::SystemHandle handle) {
+    return static_cast<std::uint32_t>(handle);
+}
+
+struct ProcessList {
+    ProcessList() = default;
+    ~ProcessList() { platform::CloseHandle(handle); }
+    ProcessList(const ProcessList&) = delete;
+    ProcessList& operator=(const ProcessList&) = delete;
+
+    platform::SystemHandle handle = platform::CreateProcessList();
+};
+
+}  // namespace
+
+ServerLauncher::ServerLauncher()
+    : showWindow(diagnostics::DebugLevel() != 0 ? platform::showWindowShown : platform::showWindowHidden) {
+    SetPeriod(pollPeriodMilliseconds);
+    PollTimeoutThread::Start([this] { OnTimeout(); });
+}
+
+ServerLauncher::~ServerLauncher() {
+    try {
+        PollTimeoutThread::Stop();
+        if (platform::OtherThreadsAreGone()) {
+            // A mutex may have died locked.
+            platform::TerminateProcess(process.process, terminatedExitCode);
+        } else {
+            Stop();
+        }
+    } catch (const std::exception&) {
+        // A destructor has nobody to tell.
+    }
+}
+
+void ServerLauncher::Start() {
+    LauncherTrace("Start server launcher");
+    const boost::mutex::scoped_lock lock(startMutex);
+    if (ScanProcesses()) {
+        LauncherTrace("Already started. Process ID: 0x%x", Printed(Record().process));
+        return;
+    }
+    StartProcess();
+}
+
+// REQUIRES: startMutex.
+void ServerLauncher::StartProcess() {
+    SetRecord({});
+    platform::ProcessInformation started;
+    if (!platform::StartProcess(commandLine, creationFlags, showWindow, started)) {
+        LauncherTrace("CreateProcess(%s) - failed, err = %s\r\n", commandLine.c_str(),
+                      diagnostics::LastErrorText().c_str());
+        return;
+    }
+    SetRecord(started);
+    LauncherTrace("CreatedProcess(%s) - ok Process ID: 0x%x\r\n", commandLine.c_str(), Printed(started.process));
+    MarkAlive();
+}
+
+void ServerLauncher::Stop() {
+    LauncherTrace("Stop server launcher");
+    PollTimeoutThread::Stop();
+    const boost::mutex::scoped_lock lock(startMutex);
+    TerminateProcess();
+}
+
+// REQUIRES: startMutex.
+void ServerLauncher::TerminateProcess() {
+    const platform::SystemHandle handle = Record().process;
+    if (!platform::TerminateProcess(handle, terminatedExitCode)) {
+        LauncherTrace("TerminateProcess(0x%x) - failed, err = %s\r\n", Printed(handle),
+                      diagnostics::LastErrorText().c_str());
+    }
+    LauncherTrace("Terminated server launcher");
+    SetRecord({});  // the handles stay open
+}
+
+void ServerLauncher::Restart() {
+    LauncherTrace("Restart server launcher");
+    if (IsServerRunning()) {
+        Stop();
+    }
+    Start();
+}
+
+bool ServerLauncher::IsServerRunning() {
+    const boost::mutex::scoped_lock lock(startMutex);
+    return ScanProcesses();
+}
+
+// The first process listed is the system's own and is not looked at. REQUIRES: startMutex.
+bool ServerLauncher::ScanProcesses() {
+    const ProcessList list;
+    platform::ProcessEntry entry;
+    bool isRunning = false;
+    if (platform::FirstProcess(list.handle, entry) == 1) {
+        while (platform::NextProcess(list.handle, entry) == 1) {
+            if (boost::algorithm::iequals(entry.executableName, commandLine, std::locale::classic())) {
+                ExamineProcess(entry);
+                isRunning = true;
+            }
+        }
+    }
+    return isRunning;
+}
+
+// A process that cannot be opened runs, but could never be ended: the record keeps its own.
+void ServerLauncher::ExamineProcess(const platform::ProcessEntry& entry) {
+    const platform::SystemHandle handle = platform::OpenProcess(platform::processAllAccess, true, entry.processId);
+    const boost::posix_time::ptime now = Now();
+    const boost::mutex::scoped_lock lock(launcherMutex);
+    lastAlive = now;
+    if (process.processId != 0 && process.processId != entry.processId && handle != 0) {
+        process.processId = entry.processId;
+        process.process = handle;
+    }
+}
+
+void ServerLauncher::OnTimeout() {
+    const bool isRunning = IsServerRunning();
+    const boost::posix_time::ptime now = Now();
+    bool isSilent = false;
+    {
+        const boost::mutex::scoped_lock lock(launcherMutex);
+        if (!lastAlive.is_not_a_date_time()) {
+            isSilent = static_cast<std::int32_t>((now - lastAlive).total_seconds()) > longestSilenceSeconds;
+        }
+    }
+    if (isSilent || !isRunning) {
+        LauncherTrace("Restar server by timeout.");
+        Restart();
+    }
+}
+
+void ServerLauncher::MarkAlive() {
+    const boost::posix_time::ptime now = Now();
+    const boost::mutex::scoped_lock lock(launcherMutex);
+    lastAlive = now;
+}
+
+void ServerLauncher::SetRecord(const platform::ProcessInformation& record) {
+    const boost::mutex::scoped_lock lock(launcherMutex);
+    process = record;
+}
+
+platform::ProcessInformation ServerLauncher::Record() {
+    const boost::mutex::scoped_lock lock(launcherMutex);
+    return process;
+}
+
+boost::shared_ptr<ServerLauncher> GetServerLauncher() {
+    static const boost::shared_ptr<ServerLauncher> launcher = boost::make_shared<ServerLauncher>();
+    return launcher;
+}

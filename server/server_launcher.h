@@ -1,0 +1,66 @@
+/// Starts, watches and ends the recognition server's process.
+#pragma once
+
+#include <boost/date_time/posix_time/posix_time_types.hpp>
+#include <boost/shared_ptr.hpp>
+#include <boost/thread/mutex.hpp>
+#include <boost/thread/thread.hpp>
+#include <cstdint>
+#include <string>
+
+#include "platform/process.h"
+#include "server/poll_timeout_thread.h"
+
+/// One for the whole process, shared by all detectors. Every operation may be called from any thread; failures are
+/// trace lines. Lock order: poll mutex, start mutex, launcher mutex. The start mutex is never held while polling is
+/// being stopped, the launcher mutex for no longer than it takes to copy.
+class ServerLauncher : public ThreadRoutines::PollTimeoutThread {
+  public:
+    /// Starts polling; the first poll, at once and on the poll thread, starts the server. Throws std::exception when no
+    /// thread can be had.
+    ServerLauncher();
+    /// Ends polling and the server. REQUIRES: not on the poll thread.
+    ~ServerLauncher() override;
+
+    /// Starts the server unless a process of its name runs.
+    void Start();
+
+    /// Ends polling for good, and the server. Reached on the poll thread it ends the server alone.
+    void Stop();
+
+    /// Stops, when a server runs, and starts.
+    void Restart();
+
+    /// Looks through the processes for the server's name. While a server of ours is on record, another process of that
+    /// name takes its place there.
+    bool IsServerRunning();
+
+    /// One poll: restarts the server when it is gone or was not seen alive for more than 5 seconds.
+    void OnTimeout();
+
+    /// The server has shown that it lives.
+    void MarkAlive();
+
+  private:
+    bool ScanProcesses();
+    void ExamineProcess(const platform::ProcessEntry& entry);
+    void StartProcess();
+    void TerminateProcess();
+    void SetRecord(const platform::ProcessInformation& record);
+    platform::ProcessInformation Record();
+
+    boost::posix_time::ptime lastAlive;  // local time; guarded by launcherMutex
+    boost::mutex launcherMutex;
+    boost::thread unusedThread;            // never started
+    platform::ProcessInformation process;  // ours, all 0 without one; guarded by launcherMutex
+    std::uint32_t creationFlags = 0;
+    std::uint32_t showWindow;
+    std::string commandLine = "plate-Server.exe";  // also the name to look for
+    std::string unusedText;
+    std::int64_t unusedValue = 5000;
+    boost::mutex startMutex;  // makes one step of a look at the processes and what follows from it
+};
+
+/// The process-wide launcher, made by the first call and ended when the library is unloaded. Throws std::exception when
+/// it cannot be made. Any thread.
+boost::shared_ptr<ServerLauncher> GetServerLauncher();
