@@ -1,0 +1,7 @@
+// The recognition server: stays until it is terminated.
+
+#include <windows.h>
+
+int main() {
+    Sleep(INFINITE);
+}
