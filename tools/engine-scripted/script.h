@@ -1,0 +1,39 @@
+/// The script that the engine plays back; README.md describes the file.
+#pragma once
+
+#include <cstdint>
+#include <filesystem>
+#include <set>
+#include <vector>
+
+#include "engine/engine_records.h"
+
+namespace scripted_engine {
+
+/// Which calls are counted to find the number of a call.
+enum class Counting { Process, Thread };
+
+/// What one call of Recognize2 finds.
+struct ScriptedFrame {
+    std::vector<RPLATE> plates;  ///< at most engineRecordCount
+    int count = 0;               ///< the number answered
+};
+
+/// Read once, then only looked at: any thread.
+struct Script {
+    Counting counting = Counting::Process;
+    bool repeats = false;
+    bool refusesEveryRange = false;
+    std::set<std::uint64_t> refusedRanges;
+    std::vector<ScriptedFrame> frames;
+    std::filesystem::path journal;  ///< empty for none
+
+    /// Null behind the end of a script that does not repeat.
+    const ScriptedFrame* FrameAt(std::uint64_t number) const;
+    bool RefusesRange(std::uint64_t number) const;
+};
+
+/// Throws std::runtime_error, whose text names the place in the script.
+Script ReadScript(const std::filesystem::path& file);
+
+}  // namespace scripted_engine
