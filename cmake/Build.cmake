@@ -37,4 +37,4 @@ endif()
 target_compile_definitions(vexlane_build INTERFACE BOOST_BIND_GLOBAL_PLACEHOLDERS BOOST_ALL_DYN_LINK)
 
 set(Boost_NO_WARN_NEW_VERSIONS ON)
-find_package(Boost 1.81 REQUIRED COMPONENTS thread date_time filesystem)
+find_package(Boost 1.81 REQUIRED COMPONENTS thread filesystem)

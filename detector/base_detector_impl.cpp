@@ -1,0 +1,388 @@
+#include "detector/base_detector_impl.h"
+
+#include <boost/gil.hpp>
+#include <boost/make_shared.hpp>
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
+#include <exception>
+#include <limits>
+#include <stdexcept>
+
+#include "diagnostics/trace.h"
+#include "image_transform/image_deinterlacer.h"
+#include "sdk/contract_names.h"
+
+namespace plate_recognition {
+
+namespace {
+
+namespace ContractName = OKM8::ContractName;
+using diagnostics::Compose;
+
+constexpr std::uint32_t halfFrameMinimumWidth = 640;
+constexpr std::uint32_t halfFrameMinimumHeight = 480;
+
+constexpr std::int32_t noErrorCode = -1;
+constexpr std::int32_t engineInitFailureCode = 769;
+constexpr std::int32_t engineInitFailureLevel = 2;
+constexpr std::int32_t errorLevel = 3;
+
+std::int32_t Sum(std::int32_t a, std::int32_t b) {
+    return static_cast<std::int32_t>(static_cast<std::uint32_t>(a) + static_cast<std::uint32_t>(b));
+}
+
+// The product wraps at 32 bits, the division cuts toward zero.
+std::int32_t PercentOf(std::uint32_t size, std::int32_t percent) {
+    return static_cast<std::int32_t>(size * static_cast<std::uint32_t>(percent)) / 100;
+}
+
+}  // namespace
+
+BaseDetectorImpl::BaseDetectorImpl(OKM8::IContract* hostPeer, void* hostObject)
+    : detectorPeer(static_cast<OKM8::Analytics::IDetectorPeer*>(hostPeer)),
+      host(static_cast<OKM8::IHost*>(hostObject)) {
+    BindSetting("use_half_cadr", &halfFrame);
+    BindSetting("id", &id);
+    BindSetting("name", &name);
+    BindSetting("use_area", &useArea);
+    BindSetting("area_left", &area.left);
+    BindSetting("area_top", &area.top);
+    BindSetting("area_right", &area.right);
+    BindSetting("area_bottom", &area.bottom);
+    logger = static_cast<OKM8::ILogger*>(host->GetInterface(ContractName::ILogger));
+}
+
+BaseDetectorImpl::~BaseDetectorImpl() = default;
+
+void* BaseDetectorImpl::QueryContract(const char* contractName) {
+    if (contractName == nullptr) {
+        return nullptr;
+    }
+    const auto isAsked = [contractName](const char* known) { return std::strcmp(contractName, known) == 0; };
+    if (isAsked(ContractName::IContract) || isAsked(ContractName::IDestroyable) || isAsked(ContractName::IDetector)) {
+        return static_cast<OKM8::Analytics::IDetector*>(this);
+    }
+    if (isAsked(ContractName::IMediaReceiver)) {
+        return static_cast<OKM8::Analytics::IMediaReceiver*>(this);
+    }
+    if (isAsked(ContractName::IMediaReceiverSingle) || isAsked(ContractName::IMediaReceiverSingle2)) {
+        return static_cast<OKM8::Analytics::IMediaReceiverSingle2*>(this);
+    }
+    if (isAsked(ContractName::IAsyncAdjuster)) {
+        return static_cast<OKM8::IAsyncAdjuster*>(this);
+    }
+    if (isAsked(ContractName::IErrorInfoProvider)) {
+        return static_cast<OKM8::IErrorInfoProvider*>(this);
+    }
+    if (isAsked(ContractName::IMediaReceiverController)) {
+        return static_cast<OKM8::Analytics::IMediaReceiverController*>(this);
+    }
+    return nullptr;
+}
+
+void* BaseDetectorImpl::QueryContract(const char* contractName) const {
+    return const_cast<BaseDetectorImpl*>(this)->QueryContract(contractName);
+}
+
+void BaseDetectorImpl::Destroy() {
+    OKM8::DestroyThroughSlot(static_cast<OKM8::Analytics::IDetector*>(this));
+}
+
+// Frames.
+
+std::int32_t BaseDetectorImpl::ReceiveFrame(OKM8::MFF::IMultimediaBuffer* inputData) {
+    return ProcessInput(inputData, nullptr);
+}
+
+std::int32_t BaseDetectorImpl::ReceiveSingleFrame(OKM8::MFF::IMultimediaBuffer* inputData,
+                                                  const OKM8::FrameArea* callArea, OKM8::IContract* frameDoneCallback) {
+    const boost::recursive_mutex::scoped_lock lock(frameMutex);
+    BeginSingleCall(callArea != nullptr ? *callArea : OKM8::FrameArea{});
+    const std::int32_t outcome = ProcessInput(inputData, frameDoneCallback);
+    EndSingleCall();
+    return outcome;
+}
+
+void BaseDetectorImpl::BeginSingleCall(const OKM8::FrameArea& callArea) {
+    const boost::recursive_mutex::scoped_lock lock(frameMutex);
+    inSingleCall = true;
+    singleAreaActive = true;
+    singleAreaValid = callArea.width > 0 && callArea.height > 0;
+    singleArea = {callArea.x, callArea.y, Sum(callArea.x, callArea.width), Sum(callArea.y, callArea.height)};
+}
+
+void BaseDetectorImpl::EndSingleCall() {
+    const boost::recursive_mutex::scoped_lock lock(frameMutex);
+    {
+        const boost::mutex::scoped_lock stateLock(stateMutex);
+        frameValues.Clear();
+    }
+    inSingleCall = false;
+    singleAreaActive = false;
+    singleCallFlag = false;
+}
+
+std::int32_t BaseDetectorImpl::ProcessInput(OKM8::MFF::IMultimediaBuffer* inputData,
+                                            OKM8::IContract* frameDoneCallback) {
+    const boost::recursive_mutex::scoped_lock lock(frameMutex);
+    ClearError();
+    frameOutcome = OKM8::ErrorCode::None;
+    if (inputData == nullptr) {
+        Fail("Input data is null");
+        return frameOutcome;
+    }
+    auto* const composite =
+        static_cast<OKM8::MFF::ICompositeBuffer*>(inputData->QueryContract(ContractName::ICompositeBuffer));
+    if (composite == nullptr) {
+        Fail("inputData is not an ICompositeBuffer");
+        inputData->Release();
+        return frameOutcome;
+    }
+
+    boost::shared_ptr<OKM8::MFF::ICompositeBuffer> buffer;
+    try {
+        buffer.reset(composite, [](OKM8::MFF::ICompositeBuffer* released) { released->Release(); });
+        HandleFrame(inputData, buffer, frameDoneCallback);
+    } catch (const std::exception& exception) {
+        Fail(exception.what());
+    } catch (...) {
+        Fail("Image processing exception");
+    }
+    buffer.reset();  // the engine half may keep the frame longer
+    return frameOutcome;
+}
+
+void BaseDetectorImpl::HandleFrame(OKM8::MFF::IMultimediaBuffer* inputData,
+                                   const boost::shared_ptr<OKM8::MFF::ICompositeBuffer>& buffer,
+                                   OKM8::IContract* frameDoneCallback) {
+    std::uint8_t* const pixels = buffer->GetData();
+    const std::uint32_t size = buffer->GetDataSize();
+    const std::uint32_t frameHeight = buffer->GetHeight();
+    const std::uint32_t frameWidth = buffer->GetWidth();
+    FrameImage frame = pixels != nullptr ? FrameImage(frameWidth, frameHeight, size, pixels)
+                                         : FrameImage(frameWidth, frameHeight, size);
+    if (frameWidth != width || frameHeight != height) {
+        SetFrameSizeAndApply(frameWidth, frameHeight);
+    }
+    transformer.Transform(frame, frame);
+    holdFrame = false;
+    Recognize(frame, buffer);
+    if (!holdFrame && frameDoneCallback != nullptr) {
+        static_cast<OKM8::MFF::IFrameDoneCallback*>(frameDoneCallback)->OnFrameDone(inputData);
+    }
+    lastTimeStamp = buffer->GetTimeStamp();
+}
+
+bool BaseDetectorImpl::IsHalved(std::uint32_t frameWidth, std::uint32_t frameHeight) const {
+    return Bound(halfFrame) && frameWidth >= halfFrameMinimumWidth && frameHeight >= halfFrameMinimumHeight;
+}
+
+bool BaseDetectorImpl::IsHalfFrame() {
+    return IsHalved(width, height);
+}
+
+std::uint32_t BaseDetectorImpl::SetFrameSize(std::uint32_t frameWidth, std::uint32_t frameHeight) {
+    const boost::recursive_mutex::scoped_lock lock(frameMutex);
+    width = frameWidth;
+    height = frameHeight;
+    effectiveHeight = IsHalved(width, height) ? height / 2 : height;
+    return effectiveHeight;
+}
+
+void BaseDetectorImpl::SetFrameSizeAndApply(std::uint32_t frameWidth, std::uint32_t frameHeight) {
+    const boost::recursive_mutex::scoped_lock lock(frameMutex);
+    SetFrameSize(frameWidth, frameHeight);
+    ApplySettings();
+}
+
+PixelRect BaseDetectorImpl::GetDetectionRect() const {
+    const bool isSingle = singleAreaActive;
+    if (!(isSingle ? singleAreaValid : Bound(useArea))) {
+        return {0, 0, static_cast<std::int32_t>(width), static_cast<std::int32_t>(effectiveHeight)};
+    }
+    const PercentArea source = isSingle ? singleArea : Bound(area);
+    return {PercentOf(width, source.left), PercentOf(effectiveHeight, source.top), PercentOf(width, source.right),
+            PercentOf(effectiveHeight, source.bottom)};
+}
+
+// Settings.
+
+void BaseDetectorImpl::TakeSettings() {
+    const boost::recursive_mutex::scoped_lock lock(frameMutex);
+    ClearError();
+    try {
+        RebuildTransforms();
+        OnSettingsApplied();
+    } catch (const std::exception& exception) {
+        Fail(exception.what());
+    }
+}
+
+void BaseDetectorImpl::RebuildTransforms() {
+    using Deinterlacer = image_transform::ImageDeinterlacer<boost::gil::gray8_view_t>;
+    transformer.Clear();
+    if (IsHalved(width, height)) {
+        transformer.Append(boost::make_shared<Deinterlacer>(halfFrameMinimumWidth, halfFrameMinimumHeight, false));
+    }
+}
+
+void BaseDetectorImpl::OnSettingsApplied() {}
+
+// REQUIRES: stateMutex.
+std::int32_t BaseDetectorImpl::RefuseLocked(const char* refusedName) {
+    errorCode = OKM8::ErrorCode::RefusedSetting;
+    errorText = refusedName != nullptr ? refusedName : "";
+    return OKM8::ErrorCode::RefusedSetting;
+}
+
+template <class Value>
+std::int32_t BaseDetectorImpl::SetBoundValue(const char* settingName, const Value& value) {
+    const boost::mutex::scoped_lock lock(stateMutex);
+    errorCode = OKM8::ErrorCode::None;
+    errorText.clear();
+    if (settingName == nullptr || !settings.Write(settingName, value)) {
+        return RefuseLocked(settingName);
+    }
+    return OKM8::ErrorCode::None;
+}
+
+std::int32_t BaseDetectorImpl::SetBoundString(const char* settingName, const char* value) {
+    return SetBoundValue(settingName, std::string(value != nullptr ? value : ""));
+}
+
+template <class Value>
+std::int32_t BaseDetectorImpl::SetFrameValue(const char* valueName, const Value& value) {
+    const boost::mutex::scoped_lock lock(stateMutex);
+    errorCode = OKM8::ErrorCode::None;
+    errorText.clear();
+    if (valueName == nullptr) {
+        return RefuseLocked(valueName);
+    }
+    try {
+        frameValues.Write(valueName, value);
+    } catch (const boost::bad_any_cast&) {
+        return RefuseLocked(valueName);
+    }
+    return OKM8::ErrorCode::None;
+}
+
+std::int32_t BaseDetectorImpl::SetFrameString(const char* valueName, const char* value) {
+    return SetFrameValue(valueName, std::string(value != nullptr ? value : ""));
+}
+
+template <class Value, class Take>
+std::int32_t BaseDetectorImpl::ReadFrameValue(const char* valueName, Take take) {
+    const boost::mutex::scoped_lock lock(stateMutex);
+    errorCode = OKM8::ErrorCode::None;
+    errorText.clear();
+    const Value* const stored = valueName != nullptr ? frameValues.Read<Value>(valueName) : nullptr;
+    if (stored == nullptr) {
+        return RefuseLocked(valueName);
+    }
+    take(*stored);
+    return OKM8::ErrorCode::None;
+}
+
+std::int32_t BaseDetectorImpl::GetFrameString(const char* valueName, std::string& value) {
+    return ReadFrameValue<std::string>(valueName, [&](const std::string& stored) { value = stored; });
+}
+
+std::int32_t BaseDetectorImpl::GetFrameDouble(const char* valueName, double& value) {
+    return ReadFrameValue<double>(valueName, [&](double stored) { value = stored; });
+}
+
+std::int32_t BaseDetectorImpl::GetFrameInt(const char* valueName, std::int32_t& value) {
+    return ReadFrameValue<std::int32_t>(valueName, [&](std::int32_t stored) { value = stored; });
+}
+
+std::int32_t BaseDetectorImpl::GetFrameBool(const char* valueName, bool& value) {
+    return ReadFrameValue<bool>(valueName, [&](bool stored) { value = stored; });
+}
+
+std::int32_t BaseDetectorImpl::GetFrameText(const char* valueName, const char*& value) {
+    return ReadFrameValue<std::string>(valueName, [&](const std::string& stored) { value = stored.c_str(); });
+}
+
+// Error state.
+
+std::int32_t BaseDetectorImpl::CurrentErrorCode() const {
+    return Bound(errorCode);
+}
+
+const char* BaseDetectorImpl::CurrentErrorText() {
+    const boost::mutex::scoped_lock lock(stateMutex);
+    reportedText = errorText;
+    return reportedText.c_str();
+}
+
+void BaseDetectorImpl::ClearError() {
+    const boost::mutex::scoped_lock lock(stateMutex);
+    errorCode = OKM8::ErrorCode::None;
+    errorText.clear();
+}
+
+bool BaseDetectorImpl::Fail(const std::string& text) {
+    frameOutcome = OKM8::ErrorCode::Failed;
+    const boost::mutex::scoped_lock lock(stateMutex);
+    errorCode = OKM8::ErrorCode::Failed;
+    errorText = text;
+    return false;
+}
+
+// Log.
+
+void BaseDetectorImpl::Log(const std::string& message, std::int32_t code, std::int32_t level) {
+    if (logger != nullptr && code != noErrorCode) {
+        const std::string text =
+            "[BaseDetectorImpl] " + GetLogPrefix() + message + ". Error = " + std::to_string(code) + "\n";
+        logger->WriteLog(level, text.c_str());
+    } else {
+        diagnostics::WriteDebugText(Compose("[BaseDetectorImpl] %1%\r\n", message));
+    }
+}
+
+std::string BaseDetectorImpl::GetLogPrefix() {
+    const std::string prefix = Compose("[%1%] ", Bound(name));
+    const std::string shownId = Bound(id);
+    return shownId.empty() ? prefix : Compose("%1%[id:%2%] ", prefix, shownId);
+}
+
+void BaseDetectorImpl::ReportEngineInitFailure(std::int32_t device, const std::string& info) {
+    ReportEngineInitFailure(std::to_string(device), info);
+}
+
+void BaseDetectorImpl::ReportEngineInitFailure(const std::string& device, const std::string& info) {
+    Log(Compose("Failed to initialize the engine: device:%1%, info:%2%", device, info), engineInitFailureCode,
+        engineInitFailureLevel);
+}
+
+bool BaseDetectorImpl::LogError(const char* text, std::int32_t code) {
+    if (code == 0) {
+        return false;
+    }
+    Log(text != nullptr ? text : "", code, errorLevel);
+    return true;
+}
+
+std::string BaseDetectorImpl::GetDefaultFiguresKey() {
+    return Compose("%1%.%2%", Bound(name), Bound(id));
+}
+
+// The two texts are the same with every standard library.
+std::int32_t BaseDetectorImpl::GetIdNumber() {
+    const std::string text = Bound(id);
+    char* end = nullptr;
+    errno = 0;
+    const long long number = std::strtoll(text.c_str(), &end, 10);
+    if (end == text.c_str()) {
+        throw std::invalid_argument("invalid stoi argument");
+    }
+    if (errno == ERANGE || number < std::numeric_limits<std::int32_t>::min() ||
+        number > std::numeric_limits<std::int32_t>::max()) {
+        throw std::out_of_range("stoi argument out of range");
+    }
+    return static_cast<std::int32_t>(number);
+}
+
+}  // namespace plate_recognition

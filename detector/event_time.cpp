@@ -1,0 +1,71 @@
+#include "detector/event_time.h"
+
+#include <boost/date_time/posix_time/posix_time.hpp>
+#include <limits>
+
+#include "sdk/plate_events.h"
+
+namespace plate_recognition {
+
+namespace {
+
+using boost::posix_time::microsec_clock;
+using boost::posix_time::ptime;
+
+constexpr std::int64_t microsecondsPerMillisecond = 1000;
+
+// The date library's numbers for its special values.
+constexpr std::int64_t plusInfinity = std::numeric_limits<std::int64_t>::max();
+constexpr std::int64_t noDateTime = plusInfinity - 1;
+constexpr std::int64_t minusInfinity = std::numeric_limits<std::int64_t>::min();
+
+bool IsSpecial(std::int64_t number) {
+    return number == plusInfinity || number == noDateTime || number == minusInfinity;
+}
+
+ptime DateTimeOfTicks(std::int64_t ticks) {
+    return ptime(ptime::time_rep_type(ticks));
+}
+
+}  // namespace
+
+std::int64_t CurrentUtcMilliseconds() {
+    return MillisecondsOf(microsec_clock::universal_time());
+}
+
+std::int64_t CurrentLocalMilliseconds() {
+    return MillisecondsOf(microsec_clock::local_time());
+}
+
+std::int64_t MillisecondsOf(const ptime& time) {
+    if (time.is_pos_infinity()) {
+        return plusInfinity;
+    }
+    if (time.is_neg_infinity()) {
+        return minusInfinity;
+    }
+    if (time.is_not_a_date_time()) {
+        return noDateTime;
+    }
+    const ptime epoch = DateTimeOfTicks(OKM8::Analytics::TrackTimeEpoch);
+    return (time - epoch).total_microseconds() / microsecondsPerMillisecond;
+}
+
+ptime DateTimeOfMilliseconds(std::int64_t milliseconds) {
+    if (IsSpecial(milliseconds)) {
+        return DateTimeOfTicks(milliseconds);
+    }
+    return DateTimeOfMicroseconds(static_cast<std::int64_t>(static_cast<std::uint64_t>(milliseconds) *
+                                                            std::uint64_t{microsecondsPerMillisecond}));
+}
+
+ptime DateTimeOfMicroseconds(std::int64_t microseconds) {
+    if (IsSpecial(microseconds)) {
+        return DateTimeOfTicks(microseconds);
+    }
+    // The library's own sum overflows where this one wraps.
+    return DateTimeOfTicks(static_cast<std::int64_t>(std::uint64_t{OKM8::Analytics::TrackTimeEpoch} +
+                                                     static_cast<std::uint64_t>(microseconds)));
+}
+
+}  // namespace plate_recognition

@@ -1,0 +1,88 @@
+// How a detector raises events: every object comes from the host, is filled in, and goes back with the event.
+
+#include "detector/base_detector_impl.h"
+#include "detector/binary_adjuster_cast.h"
+#include "detector/event_time.h"
+#include "sdk/contract_names.h"
+#include "sdk/plate_events.h"
+
+namespace plate_recognition {
+
+namespace {
+
+using OKM8::Analytics::IDetectorEventRaiser;
+using OKM8::Analytics::IEventArgsAdjuster;
+using OKM8::Analytics::ITargetAdjuster;
+using OKM8::Analytics::ITargetEnumeratorAdjuster;
+using OKM8::Analytics::ITargetEnumeratorFactory;
+
+namespace EventKey = OKM8::Analytics::EventKey;
+namespace FiguresKey = OKM8::Analytics::FiguresKey;
+
+constexpr std::int32_t raiserKind = 3;
+constexpr std::int32_t targetReserved = 0;
+constexpr std::uint32_t figuresSize = 32;
+
+}  // namespace
+
+bool BaseDetectorImpl::PrepareEvent(const std::string& eventName, std::int64_t timeMs, OKM8::IContract* image,
+                                    ITargetEnumeratorAdjuster** targets, IDetectorEventRaiser** raiser) {
+    auto* const factory =
+        static_cast<ITargetEnumeratorFactory*>(host->GetInterface(OKM8::ContractName::ITargetEnumeratorFactory));
+    if (factory == nullptr) {
+        return Fail("ITargetEnumeratorFactory getting error");
+    }
+    *targets = factory->CreateTargetEnumerator(timeMs);
+    if (*targets == nullptr) {
+        return Fail("ITargetEnumeratorAdjuster getting error");
+    }
+    *raiser = detectorPeer->CreateEventRaiser(this, eventName.c_str(), timeMs, raiserKind);
+    if (*raiser == nullptr) {
+        return Fail("IDetectorEventRaiser getting error");
+    }
+    IEventArgsAdjuster* const arguments = (*raiser)->GetEventArgs();
+    if (arguments == nullptr) {
+        (*raiser)->Discard();
+        return Fail("IEventArgsAdjuster getting error");
+    }
+    arguments->SetObjectValue(EventKey::Targets, *targets);
+    if (image != nullptr) {
+        arguments->SetObjectValue(EventKey::Image, image);
+    }
+    return true;
+}
+
+bool BaseDetectorImpl::CreateEventWithTarget(const std::string& eventName, ITargetAdjuster** target,
+                                             IDetectorEventRaiser** raiser) {
+    return CreateEventWithTarget(eventName, CurrentUtcMilliseconds(), target, raiser);
+}
+
+bool BaseDetectorImpl::CreateEventWithTarget(const std::string& eventName, std::int64_t timeMs,
+                                             ITargetAdjuster** target, IDetectorEventRaiser** raiser) {
+    ITargetEnumeratorAdjuster* targets = nullptr;
+    if (!PrepareEvent(eventName, timeMs, nullptr, &targets, raiser)) {
+        return false;
+    }
+    *target = targets->AddTarget(targetReserved);
+    if (*target == nullptr) {
+        (*raiser)->Discard();
+        return Fail("ITargetAdjuster getting error");
+    }
+    return true;
+}
+
+void BaseDetectorImpl::RaiseDebugFigures(const void* figures, const std::string& figuresKey) {
+    ITargetAdjuster* target = nullptr;
+    IDetectorEventRaiser* raiser = nullptr;
+    if (!CreateEventWithTarget(OKM8::Analytics::EventName::DebugFigures, &target, &raiser)) {
+        return;
+    }
+    if (OKM8::IBinaryAdjuster* const binary = BinaryAdjusterOf(target)) {
+        binary->SetBinaryValue(FiguresKey::Figures, figures, figuresSize);
+    }
+    const std::string key = figuresKey.empty() ? GetDefaultFiguresKey() : figuresKey;
+    target->SetStringValue(FiguresKey::Key, key.c_str());
+    raiser->Raise();
+}
+
+}  // namespace plate_recognition

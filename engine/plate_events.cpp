@@ -1,0 +1,103 @@
+// From the tracker's verdict to the event that the host gets.
+
+#include <algorithm>
+
+#include "detector/binary_adjuster_cast.h"
+#include "diagnostics/debug_level.h"
+#include "diagnostics/trace.h"
+#include "engine/arithmetic.h"
+#include "engine/engine_text.h"
+#include "engine/vexlane_detector_impl.h"
+#include "sdk/plate_events.h"
+
+namespace plate_recognition {
+
+namespace {
+
+namespace EventName = OKM8::Analytics::EventName;
+namespace PlateKey = OKM8::Analytics::PlateKey;
+
+using diagnostics::Compose;
+using diagnostics::WriteTrace;
+using OKM8::Analytics::ITargetValues;
+
+// The one place where numbers among a plate's arguments are set.
+void SetNumber(ITargetValues& values, const char* key, std::int32_t number) {
+    values.SetIntValue(key, number);
+}
+
+}  // namespace
+
+std::string VexlaneDetectorImpl::GetDetectorType() {
+    return "VEXLANE";
+}
+
+void VexlaneDetectorImpl::OnResult(ILicencePlateTracker*, boost::shared_ptr<LicencePlate> bestReading,
+                                   const std::vector<LicencePlatePtr>& readings, std::int32_t) {
+    if (bestReading) {
+        const boost::mutex::scoped_lock lock(resultsMutex);
+        const auto found = pendingResults.find(static_cast<std::int32_t>(bestReading->id));
+        if (found != pendingResults.end()) {
+            const std::vector<TrackPoint> track = TrackPointsOf(readings);
+            RaisePlateEvent(*found->second, track);
+            if (diagnostics::DebugLevel() != 0) {
+                WriteTrace("plate_recognition::VexlaneDetectorImpl::OnResult", __LINE__,
+                           Compose("Send plate ID = %1% Tracks: %2%", bestReading->id, track.size()));
+            }
+        }
+    }
+    OnMayReleaseLicencePlate(nullptr, bestReading);
+}
+
+void VexlaneDetectorImpl::OnMayReleaseLicencePlate(ILicencePlateTracker*, boost::shared_ptr<LicencePlate> reading) {
+    if (!reading) {
+        return;
+    }
+    const boost::mutex::scoped_lock lock(resultsMutex);
+    if (diagnostics::DebugLevel() != 0) {
+        WriteTrace("plate_recognition::VexlaneDetectorImpl::OnMayReleaseLicencePlate", __LINE__,
+                   Compose("Remove plate ID = %1%, still left = %2%", reading->id, pendingResults.size()));
+    }
+    pendingResults.erase(static_cast<std::int32_t>(reading->id));
+}
+
+void VexlaneDetectorImpl::RaisePlateEvent(const RecognitionResult& result, const std::vector<TrackPoint>& track) {
+    OKM8::Analytics::ITargetAdjuster* target = nullptr;
+    OKM8::Analytics::IDetectorEventRaiser* raiser = nullptr;
+    const char* const eventName = result.lost ? EventName::PlateLost : EventName::Plate;
+    if (!CreateEventWithTarget(eventName, static_cast<std::int64_t>(result.creationTime), &target, &raiser)) {
+        return;
+    }
+    FillEventArguments(result, *target);
+    const OKM8::Analytics::TrackPointList view = ViewOf(track);
+    if (OKM8::IBinaryAdjuster* const binary = BinaryAdjusterOf(target)) {
+        binary->SetBinaryValue(PlateKey::AllTracks, &view, sizeof view);
+    }
+    raiser->Raise();
+}
+
+void VexlaneDetectorImpl::FillEventArguments(const RecognitionResult& result, ITargetValues& values) {
+    // Fields of half height: the host counts in rows of the full frame.
+    const std::int32_t rowScale = IsHalfFrame() ? 2 : 1;
+    values.SetStringValue(PlateKey::Text, Utf8Of(result.text).c_str());
+    SetNumber(values, PlateKey::CharacterCount, static_cast<std::int32_t>(result.text.size()));
+    values.SetStringValue(PlateKey::Country, Utf8OfAnsi(result.strings[0]).c_str());
+    SetNumber(values, PlateKey::Confidence, std::clamp(result.confidence, 0, 100));
+    SetNumber(values, PlateKey::Direction, result.value);
+    SetNumber(values, PlateKey::Left, result.rect.left);
+    SetNumber(values, PlateKey::Top, WrappedProduct(result.rect.top, rowScale));
+    SetNumber(values, PlateKey::Right, result.rect.right);
+    SetNumber(values, PlateKey::Bottom, WrappedProduct(result.rect.bottom, rowScale));
+
+    // A valid area outlives its single call, until the next one brings an empty area.
+    if (!singleAreaValid && !Bound(useArea)) {
+        return;
+    }
+    const PercentArea sent = singleAreaValid ? singleArea : Bound(area);
+    SetNumber(values, PlateKey::AreaLeft, sent.left);
+    SetNumber(values, PlateKey::AreaTop, sent.top);
+    SetNumber(values, PlateKey::AreaRight, sent.right);
+    SetNumber(values, PlateKey::AreaBottom, sent.bottom);
+}
+
+}  // namespace plate_recognition

@@ -1,0 +1,239 @@
+#include "engine/vexlane_detector_impl.h"
+
+#include <algorithm>
+#include <boost/make_shared.hpp>
+#include <exception>
+#include <limits>
+
+#include "diagnostics/debug_level.h"
+#include "diagnostics/trace.h"
+#include "engine/arithmetic.h"
+#include "engine/engine_text.h"
+#include "image_transform/colour_converter.h"
+#include "server/server_launcher.h"
+#include "tracker/licence_plate_tracker.h"
+
+namespace plate_recognition {
+
+namespace {
+
+using diagnostics::Compose;
+using diagnostics::WriteTrace;
+using OKM8::MFF::ICompositeBuffer;
+
+constexpr char constructorName[] = "plate_recognition::VexlaneDetectorImpl::VexlaneDetectorImpl";
+constexpr char setMaxMinPlateName[] = "plate_recognition::VexlaneDetectorImpl::SetMaxMinPlate";
+constexpr char recognizeName[] = "plate_recognition::VexlaneDetectorImpl::Recognize";
+
+constexpr std::uint32_t bytesPerPixel = 3;
+constexpr std::int32_t readingWeight = 100;
+constexpr std::int64_t noLimit = 2147483647;
+constexpr std::int64_t millisecondsPerSecond = 1000;
+
+bool IsVerbose() {
+    return diagnostics::DebugLevel() != 0;
+}
+
+std::uint64_t TimeStampOf(const boost::shared_ptr<ICompositeBuffer>& buffer) {
+    return buffer ? buffer->GetTimeStamp() : 0;
+}
+
+}  // namespace
+
+VexlaneDetectorImpl::VexlaneDetectorImpl(OKM8::IContract* hostPeer, void* hostObject)
+    : BaseDetectorImpl(hostPeer, hostObject) {
+    BindSetting("zone_width", &zoneWidth);
+    BindSetting("zone_width_min", &zoneWidthMin);
+    BindSetting("result_ready", &resultReady);
+    BindSetting("result_wait_time", &resultWaitTime);
+    BindSetting("result_rec_count", &resultRecCount);
+    try {
+        if (IsVerbose()) {
+            WriteTrace(constructorName, __LINE__, "Create vexlane detector");
+        }
+        GetServerLauncher()->Restart();
+    } catch (const std::exception& exception) {
+        TraceException(constructorName, __LINE__, exception.what());
+        Fail(exception.what());
+    }
+}
+
+VexlaneDetectorImpl::~VexlaneDetectorImpl() {
+    try {
+        GetServerLauncher()->Stop();
+    } catch (const std::exception& exception) {
+        TraceException("plate_recognition::VexlaneDetectorImpl::~VexlaneDetectorImpl", __LINE__, exception.what());
+    }
+    // The tracker hands its readings back while the detector is still whole.
+    {
+        const boost::mutex::scoped_lock lock(resultsMutex);
+        pendingResults.clear();
+    }
+    tracker.reset();
+}
+
+void VexlaneDetectorImpl::OnSettingsApplied() {
+    if (tracker) {
+        static_cast<CLicencePlateTracker&>(*tracker).SetLostTimeout(static_cast<std::uint64_t>(trackerParameter));
+    }
+    plateRangeMax = -1;
+    plateRangeMin = -1;
+    // The engine takes colour frames alone, so a field-keeping step that the base has set up goes again.
+    transformer.Clear();
+    transformer.Append(boost::make_shared<image_transform::ConverterYUV2RGB>());
+}
+
+void VexlaneDetectorImpl::SetMaxMinPlate(std::uint32_t frameWidth) {
+    const std::int32_t maximum = SignedPercentOf(frameWidth, Bound(zoneWidth));
+    const std::int32_t minimum = SignedPercentOf(frameWidth, Bound(zoneWidthMin));
+    plateRangeMax = maximum;
+    plateRangeMin = minimum;
+    if (!::SetPlateRange(minimum, maximum)) {
+        GetServerLauncher()->Restart();
+        return;
+    }
+    // Stored before it is compared, the range never differs here, and the line stays unwritten: frames come every few
+    // milliseconds.
+    if ((plateRangeMax != maximum || plateRangeMin != minimum) && IsVerbose()) {
+        WriteTrace(setMaxMinPlateName, __LINE__, Compose("Set plate range %1%, %2%", plateRangeMin, plateRangeMax));
+    }
+}
+
+void VexlaneDetectorImpl::Recognize(FrameImage& frame, boost::shared_ptr<ICompositeBuffer> buffer) {
+    try {
+        ReadFrame(frame, buffer);
+    } catch (const std::exception& exception) {
+        TraceException(recognizeName, __LINE__, exception.what());
+    } catch (...) {
+        TraceException(recognizeName, __LINE__, "Exception");
+    }
+}
+
+void VexlaneDetectorImpl::ReadFrame(FrameImage& frame, const boost::shared_ptr<ICompositeBuffer>& buffer) {
+    ++frameCount;
+    SetMaxMinPlate(frame.width);
+    const auto plates = boost::make_shared<RPLATE[]>(engineRecordCount);  // zeroed
+    MakeTracker();
+
+    tagRECT region = {};
+    tagRECT* searched = nullptr;
+    if (Bound(useArea)) {
+        const PercentArea percent = Bound(area);
+        region = {UnsignedPercentOf(frame.width, percent.left), UnsignedPercentOf(frame.height, percent.top),
+                  UnsignedPercentOf(frame.width, percent.right), UnsignedPercentOf(frame.height, percent.bottom)};
+        searched = &region;
+    }
+    const auto image =
+        boost::make_shared<IMG>(IMG{frame.width, frame.height, bytesPerPixel, frame.width * bytesPerPixel, frame.data});
+    const int plateCount = ::Recognize2(nullptr, image.get(), searched, plates.get(), 0);
+    GetServerLauncher()->MarkAlive();
+    if (IsVerbose()) {
+        constexpr int iteration = 0;
+        WriteTrace(recognizeName, __LINE__,
+                   Compose("Frame count: %3% Iteration : %2% NumberOfPlate is %1%", plateCount, iteration, frameCount));
+    }
+
+    const std::uint64_t timeStamp = TimeStampOf(buffer);
+    std::vector<LicencePlatePtr> readings;
+    for (int index = 0; index < plateCount; ++index) {
+        // The engine's word on the count holds, but behind the array there is nothing to read.
+        static constexpr RPLATE emptyPlate = {};
+        const RPLATE& plate = index < engineRecordCount ? plates[index] : emptyPlate;
+        readings.push_back(MakeReading(frame, timeStamp, plate));
+        const auto result = CreateResult(buffer, plate);
+        const boost::mutex::scoped_lock lock(resultsMutex);
+        pendingResults[static_cast<std::int32_t>(nextPlateId)] = result;
+        ++nextPlateId;
+    }
+    tracker->ProcessPlates(readings, timeStamp);
+}
+
+// Made once: later changes of these settings do not reach it.
+void VexlaneDetectorImpl::MakeTracker() {
+    if (tracker) {
+        return;
+    }
+    const bool isLimited = Bound(resultReady);
+    const std::int64_t longestAge = isLimited ? Bound(resultWaitTime) * millisecondsPerSecond : noLimit;
+    const std::int64_t enoughReadings = isLimited ? Bound(resultRecCount) : noLimit;
+    // As unsigned numbers, negative ones are no limit.
+    tracker = boost::make_shared<CLicencePlateTracker>(this, static_cast<std::uint64_t>(trackerParameter),
+                                                       static_cast<std::uint64_t>(longestAge),
+                                                       static_cast<std::uint64_t>(enoughReadings));
+}
+
+LicencePlatePtr VexlaneDetectorImpl::MakeReading(const FrameImage& frame, std::uint64_t timeStamp,
+                                                 const RPLATE& plate) const {
+    const auto cornerOf = [](const EngineCorner& corner) { return PlateCorner{corner.x, corner.y}; };
+    const auto reading = boost::make_shared<LicencePlate>();
+    reading->timeStamp = timeStamp;
+    reading->frameWidth = frame.width;
+    reading->frameHeight = frame.height;
+    // The tracker's B is to the right of A and its C below, the engine's corner 2 below corner 1.
+    reading->cornerA = cornerOf(plate.corner1);
+    reading->cornerB = cornerOf(plate.corner3);
+    reading->cornerC = cornerOf(plate.corner2);
+    reading->cornerD = cornerOf(plate.corner4);
+    reading->weight = readingWeight;
+    reading->text = ReadingTextOf(plate);
+    reading->id = nextPlateId;
+    reading->frameNumber = frameCount;
+    return reading;
+}
+
+boost::shared_ptr<RecognitionResult> VexlaneDetectorImpl::CreateResult(
+    const boost::shared_ptr<ICompositeBuffer>& buffer, const RPLATE& plate) {
+    PlateDescription description;
+    description.text = ResultTextOf(plate);
+    if (!description.text.empty()) {
+        description.confidence =
+            TruncatedToInt32(ConfidenceSumOf(plate) / static_cast<double>(description.text.size()));
+    }
+    // The left edge is the inner one of the two, the other three are the outer ones.
+    description.rect.left = std::max(plate.corner1.x, plate.corner2.x);
+    description.rect.top = std::min(plate.corner3.y, plate.corner1.y);
+    description.rect.right = std::max(plate.corner3.x, plate.corner4.x);
+    description.rect.bottom = std::max(plate.corner2.y, plate.corner4.y);
+    description.isFinished = inSingleCall;
+    if (IsVerbose()) {
+        const PlateRect& rect = description.rect;
+        diagnostics::WriteTraceW(
+            "plate_recognition::VexlaneDetectorImpl::CreateResult", __LINE__,
+            Compose(L"Create result: Plate = %1% Rect = {%2%, %3%, %4%, %5%} IsFinished = %6% Id = %7%",
+                    description.text, rect.left, rect.top, rect.right, rect.bottom, description.isFinished,
+                    nextPlateId));
+    }
+    return boost::make_shared<RecognitionResult>(buffer, description, static_cast<std::uint32_t>(nextPlateId),
+                                                 TimeStampOf(buffer));
+}
+
+boost::shared_ptr<RecognitionResult> VexlaneDetectorImpl::CreateFakeResult(
+    const boost::shared_ptr<ICompositeBuffer>& buffer) {
+    PlateDescription description;
+    description.text = L"FAKE";
+    description.strings[0] = "Unknown";
+    description.confidence = 100;
+    description.rect = {294, 511, 481, 548};
+    if (IsVerbose()) {
+        const PlateRect& rect = description.rect;
+        diagnostics::WriteTraceW(
+            "plate_recognition::VexlaneDetectorImpl::CreateFakeResult", __LINE__,
+            Compose(L"Create result: Plate = %1% Rect = {%2%, %3%, %4%, %5%} IsFinished = %6% ID = %7%",
+                    description.text, rect.left, rect.top, rect.right, rect.bottom, description.isFinished,
+                    nextPlateId));
+    }
+    return boost::make_shared<RecognitionResult>(buffer, description, static_cast<std::uint32_t>(nextPlateId),
+                                                 TimeStampOf(buffer));
+}
+
+void VexlaneDetectorImpl::TraceException(const char* function, std::uint32_t line, const std::string& message) const {
+    try {
+        if (IsVerbose()) {
+            WriteTrace(function, line, message);
+        }
+    } catch (const std::exception&) {
+        // There is no further place to report to.
+    }
+}
+
+}  // namespace plate_recognition
