@@ -1,0 +1,198 @@
+#include "tests/support/fake_processes.h"
+
+#include <algorithm>
+#include <map>
+#include <mutex>
+
+#include "platform/last_error.h"
+#include "platform/process.h"
+
+namespace fake_processes {
+
+namespace {
+
+constexpr std::uint64_t handleBase = 0x100000000;
+constexpr std::uint64_t listBase = 0x200000000;
+constexpr std::uint32_t firstProcessId = 0x1234;
+constexpr std::uint32_t invalidHandleError = 6;
+
+struct State {
+    std::mutex mutex;
+    std::vector<platform::ProcessEntry> processes;
+    std::string firstEntryName = "[System Process]";
+    std::uint32_t nextProcessId = firstProcessId;
+    std::map<platform::SystemHandle, std::vector<platform::ProcessEntry>> lists;
+    std::uint64_t nextList = 0;
+    std::uint32_t startError = 0;
+    std::uint32_t terminateError = 0;
+    std::uint32_t openError = 0;
+    std::uint32_t listError = 0;
+    std::vector<std::string> journal;
+};
+
+State& TheState() {
+    // Never ended: the library's own teardown still ends a process.
+    static State& state = *new State;
+    return state;
+}
+
+bool Failed(std::uint32_t error) {
+    if (error != 0) {
+        platform::SetLastError(error);
+    }
+    return error != 0;
+}
+
+bool Erase(State& state, std::uint32_t processId) {
+    return std::erase_if(state.processes, [=](const auto& entry) { return entry.processId == processId; }) != 0;
+}
+
+}  // namespace
+
+void Reset() {
+    State& state = TheState();
+    const std::lock_guard lock(state.mutex);
+    state.processes.clear();
+    state.firstEntryName = "[System Process]";
+    state.nextProcessId = firstProcessId;
+    state.startError = state.terminateError = state.openError = state.listError = 0;
+    state.journal.clear();
+}
+
+std::uint32_t AddStranger(const std::string& name) {
+    const std::lock_guard lock(TheState().mutex);
+    TheState().processes.push_back({TheState().nextProcessId, name});
+    return TheState().nextProcessId++;
+}
+
+void Kill(std::uint32_t processId) {
+    const std::lock_guard lock(TheState().mutex);
+    Erase(TheState(), processId);
+}
+
+void SetFirstEntryName(const std::string& name) {
+    const std::lock_guard lock(TheState().mutex);
+    TheState().firstEntryName = name;
+}
+
+void FailStart(std::uint32_t error) {
+    const std::lock_guard lock(TheState().mutex);
+    TheState().startError = error;
+}
+
+void FailTerminate(std::uint32_t error) {
+    const std::lock_guard lock(TheState().mutex);
+    TheState().terminateError = error;
+}
+
+void FailOpen(std::uint32_t error) {
+    const std::lock_guard lock(TheState().mutex);
+    TheState().openError = error;
+}
+
+void FailList(std::uint32_t error) {
+    const std::lock_guard lock(TheState().mutex);
+    TheState().listError = error;
+}
+
+std::vector<std::uint32_t> Running() {
+    const std::lock_guard lock(TheState().mutex);
+    std::vector<std::uint32_t> running;
+    for (const auto& entry : TheState().processes) {
+        running.push_back(entry.processId);
+    }
+    return running;
+}
+
+std::vector<std::string> Journal() {
+    const std::lock_guard lock(TheState().mutex);
+    return TheState().journal;
+}
+
+std::vector<std::string> JournalOf(const std::string& operation) {
+    std::vector<std::string> matching = Journal();
+    std::erase_if(matching, [&](const std::string& line) { return !line.starts_with(operation); });
+    return matching;
+}
+
+}  // namespace fake_processes
+
+namespace platform {
+
+using fake_processes::State;
+using fake_processes::TheState;
+
+bool StartProcess(const std::string& commandLine, std::uint32_t creationFlags, std::uint32_t showWindow,
+                  ProcessInformation& started) {
+    State& state = TheState();
+    const std::lock_guard lock(state.mutex);
+    state.journal.push_back("start " + commandLine + " flags=" + std::to_string(creationFlags) +
+                            " show=" + std::to_string(showWindow));
+    if (fake_processes::Failed(state.startError)) {
+        return false;
+    }
+    const std::uint32_t id = state.nextProcessId++;
+    state.processes.push_back({id, commandLine});
+    started = {fake_processes::handleBase + id, 0, id, 0};
+    return true;
+}
+
+bool TerminateProcess(SystemHandle process, std::uint32_t exitCode) {
+    State& state = TheState();
+    const std::lock_guard lock(state.mutex);
+    const auto id = static_cast<std::uint32_t>(process);
+    state.journal.push_back("terminate " + std::to_string(id) + " code=" + std::to_string(exitCode));
+    if (fake_processes::Failed(state.terminateError)) {
+        return false;
+    }
+    return (process != 0 && fake_processes::Erase(state, id)) ||
+           !fake_processes::Failed(fake_processes::invalidHandleError);
+}
+
+SystemHandle OpenProcess(std::uint32_t access, bool inheritable, std::uint32_t processId) {
+    State& state = TheState();
+    const std::lock_guard lock(state.mutex);
+    state.journal.push_back("open " + std::to_string(processId) + " access=" + std::to_string(access) +
+                            " inherit=" + std::to_string(inheritable ? 1 : 0));
+    return fake_processes::Failed(state.openError) ? 0 : fake_processes::handleBase + processId;
+}
+
+SystemHandle CreateProcessList() {
+    State& state = TheState();
+    const std::lock_guard lock(state.mutex);
+    state.journal.push_back("list");
+    if (fake_processes::Failed(state.listError)) {
+        return 0;
+    }
+    std::vector<ProcessEntry> list = {{0, state.firstEntryName}};
+    list.insert(list.end(), state.processes.begin(), state.processes.end());
+    std::reverse(list.begin(), list.end());  // read from the back
+    const SystemHandle handle = fake_processes::listBase + ++state.nextList;
+    state.lists[handle] = std::move(list);
+    return handle;
+}
+
+int FirstProcess(SystemHandle list, ProcessEntry& entry) {
+    return NextProcess(list, entry);
+}
+
+int NextProcess(SystemHandle list, ProcessEntry& entry) {
+    State& state = TheState();
+    const std::lock_guard lock(state.mutex);
+    const auto found = state.lists.find(list);
+    if (found == state.lists.end() || found->second.empty()) {
+        return 0;
+    }
+    entry = found->second.back();
+    found->second.pop_back();
+    return 1;
+}
+
+void CloseHandle(SystemHandle handle) {
+    State& state = TheState();
+    const std::lock_guard lock(state.mutex);
+    state.journal.push_back("close");
+    state.lists.erase(handle);
+}
+
+}  // namespace platform

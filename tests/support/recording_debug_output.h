@@ -1,0 +1,59 @@
+/// Catches the debug output of this process.
+#pragma once
+
+#include <mutex>
+#include <string>
+#include <vector>
+
+#include "platform/debug_output.h"
+
+/// Installed for as long as it lives. Any thread.
+class RecordingDebugOutput final : public platform::DebugOutputSink {
+  public:
+    struct Line {
+        bool isWide = false;
+        std::string narrow;  ///< of a wide line: its characters cut to bytes
+        std::wstring wide;   ///< empty for a narrow line
+    };
+
+    RecordingDebugOutput() : before(platform::ExchangeDebugOutputSink(this)) {}
+    ~RecordingDebugOutput() override { platform::ExchangeDebugOutputSink(before); }
+
+    void Write(const char* text) override {
+        const std::lock_guard lock(mutex);
+        lines.push_back({false, text, {}});
+    }
+
+    void Write(const wchar_t* text) override {
+        const std::lock_guard lock(mutex);
+        const std::wstring wide(text);
+        std::string narrow;
+        for (const wchar_t character : wide) {
+            narrow.push_back(static_cast<char>(character));
+        }
+        lines.push_back({true, narrow, wide});
+    }
+
+    std::vector<Line> Lines() const {
+        const std::lock_guard lock(mutex);
+        return lines;
+    }
+
+    std::vector<std::string> Texts() const {
+        std::vector<std::string> texts;
+        for (const Line& line : Lines()) {
+            texts.push_back(line.narrow);
+        }
+        return texts;
+    }
+
+    void Clear() {
+        const std::lock_guard lock(mutex);
+        lines.clear();
+    }
+
+  private:
+    platform::DebugOutputSink* before;
+    mutable std::mutex mutex;
+    std::vector<Line> lines;  // guarded by mutex
+};
