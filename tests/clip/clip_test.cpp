@@ -1,0 +1,264 @@
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <boost/make_shared.hpp>
+#include <functional>
+#include <map>
+#include <numeric>
+#include <set>
+#include <string>
+#include <vector>
+
+#include "tools/clip/readings.h"
+#include "tools/clip/traffic.h"
+#include "tracker/licence_plate_tracker.h"
+
+namespace {
+
+using namespace road_clip;
+
+constexpr int width = 1280;
+constexpr int height = 720;
+constexpr int framesPerSecond = 25;
+
+struct Clip {
+    std::vector<Vehicle> vehicles;
+    PlateTracks plates;
+    std::vector<std::vector<Reading>> readings;
+
+    explicit Clip(std::uint64_t seed, double seconds = 30) : vehicles(MakeTraffic(seed, seconds)) {
+        const Camera camera(width, height);
+        for (int frame = 0; frame < seconds * framesPerSecond; ++frame) {
+            plates.push_back(
+                ReadablePlates(vehicles, static_cast<double>(frame) / framesPerSecond, camera, width, height));
+        }
+        readings = MakeReadings(seed, vehicles, plates);
+    }
+
+    std::size_t ReadingsOf(std::size_t vehicle) const {
+        std::size_t count = 0;
+        for (const auto& frame : readings) {
+            count += static_cast<std::size_t>(
+                std::count_if(frame.begin(), frame.end(), [&](const Reading& r) { return r.vehicle == vehicle; }));
+        }
+        return count;
+    }
+
+    std::vector<std::size_t> FramesOf(std::size_t vehicle) const {
+        std::vector<std::size_t> frames;
+        for (std::size_t frame = 0; frame < plates.size(); ++frame) {
+            if (plates[frame][vehicle]) {
+                frames.push_back(frame);
+            }
+        }
+        return frames;
+    }
+
+    std::size_t VehicleThat(Manner manner) const {
+        return static_cast<std::size_t>(
+            std::find_if(vehicles.begin(), vehicles.end(), [&](const Vehicle& v) { return v.manner == manner; }) -
+            vehicles.begin());
+    }
+};
+
+class Events : public ILicencePlateTrackerResultSink {
+  public:
+    void OnResult(ILicencePlateTracker*, boost::shared_ptr<LicencePlate> best, const std::vector<LicencePlatePtr>&,
+                  std::int32_t reason) override {
+        const std::string text(best->text.begin(), std::find(best->text.begin(), best->text.end(), L'\0'));
+        texts.push_back(text);
+        reasons[text] = reason;
+    }
+    void OnMayReleaseLicencePlate(ILicencePlateTracker*, boost::shared_ptr<LicencePlate>) override {}
+
+    std::vector<std::string> texts;
+    std::map<std::string, std::int32_t> reasons;
+};
+
+/// What the tracker reports of the clip while it runs.
+Events Track(const Clip& clip) {
+    Events events;
+    constexpr std::uint64_t never = 2147483647;
+    CLicencePlateTracker tracker(&events, 3000, never, never);
+    for (std::size_t frame = 0; frame < clip.readings.size(); ++frame) {
+        const std::uint64_t time = 1'700'000'000'000 + frame * 1000 / framesPerSecond;
+        std::vector<LicencePlatePtr> plates;
+        for (const Reading& reading : clip.readings[frame]) {
+            const auto plate = boost::make_shared<LicencePlate>();
+            plate->timeStamp = time;
+            plate->frameWidth = width;
+            plate->frameHeight = height;
+            plate->cornerA = {reading.corners[0][0], reading.corners[0][1]};
+            plate->cornerB = {reading.corners[2][0], reading.corners[2][1]};
+            plate->cornerC = {reading.corners[1][0], reading.corners[1][1]};
+            plate->cornerD = {reading.corners[3][0], reading.corners[3][1]};
+            plate->weight = 100;
+            // As the engine's 16 bytes are taken: filled up with NULs, the last one dropped.
+            plate->text.assign(reading.text.begin(), reading.text.end());
+            plate->text.resize(15, L'\0');
+            plates.push_back(plate);
+        }
+        tracker.ProcessPlates(plates, time);
+    }
+    return events;
+}
+
+std::vector<std::string> PlatesOf(const Clip& clip) {
+    std::vector<std::string> plates;
+    for (const Vehicle& vehicle : clip.vehicles) {
+        plates.push_back(vehicle.plate);
+    }
+    return plates;
+}
+
+class AClip : public testing::TestWithParam<std::uint64_t> {};
+
+TEST_P(AClip, MakesTheTrackerReportEachVehicleOnceAndRightly) {
+    const Clip clip(GetParam());
+    EXPECT_EQ(clip.vehicles.size(), 9U);
+    EXPECT_THAT(Track(clip).texts, testing::UnorderedElementsAreArray(PlatesOf(clip)));
+}
+
+TEST_P(AClip, OfTwoRoundsDoesSoToo) {
+    const Clip clip(GetParam(), 56);
+    EXPECT_EQ(clip.vehicles.size(), 18U);
+    EXPECT_THAT(Track(clip).texts, testing::UnorderedElementsAreArray(PlatesOf(clip)));
+}
+
+TEST_P(AClip, HasMistakesInIt) {
+    const Clip clip(GetParam());
+    std::size_t wrong = 0;
+    std::size_t missed = 0;
+    for (std::size_t frame = 0; frame < clip.plates.size(); ++frame) {
+        for (const Reading& reading : clip.readings[frame]) {
+            const std::string& plate = clip.vehicles[reading.vehicle].plate;
+            ASSERT_EQ(reading.text.size(), plate.size());
+            const auto mistakes = std::inner_product(plate.begin(), plate.end(), reading.text.begin(), 0, std::plus<>(),
+                                                     std::not_equal_to<>());
+            ASSERT_LE(mistakes, 2);
+            wrong += mistakes > 0 ? 1U : 0U;
+        }
+        missed += static_cast<std::size_t>(std::count_if(clip.plates[frame].begin(), clip.plates[frame].end(),
+                                                         [](const auto& plate) { return plate.has_value(); })) -
+                  clip.readings[frame].size();
+    }
+    EXPECT_GT(wrong, 20U);
+    EXPECT_GT(missed, 8U);
+}
+
+INSTANTIATE_TEST_SUITE_P(OfManySeeds, AClip, testing::Range<std::uint64_t>(1, 17));
+
+TEST(TheClip, ReadsEveryVehicleForLong) {
+    const Clip clip(1);
+    for (std::size_t i = 0; i < clip.vehicles.size(); ++i) {
+        EXPECT_GT(clip.ReadingsOf(i), 30U) << clip.vehicles[i].plate;
+    }
+}
+
+TEST(TheClip, GivesReadingsWhereThePlatesAre) {
+    const Clip clip(1);
+    for (std::size_t frame = 0; frame < clip.readings.size(); ++frame) {
+        for (const Reading& reading : clip.readings[frame]) {
+            ASSERT_TRUE(clip.plates[frame][reading.vehicle]);
+            const PlateCorners& corners = *clip.plates[frame][reading.vehicle];
+            for (std::size_t i = 0; i < 4; ++i) {
+                EXPECT_NEAR(reading.corners[i][0], corners[i].x, 2.0);
+                EXPECT_NEAR(reading.corners[i][1], corners[i].y, 2.0);
+            }
+            EXPECT_LT(corners[0].x, corners[2].x);
+            EXPECT_LT(corners[0].y, corners[1].y);
+        }
+    }
+}
+
+TEST(TheClip, HasSeveralPlatesInOneFrameAndNeverMoreThanAnEngineMayGive) {
+    const Clip clip(1);
+    std::size_t most = 0;
+    for (const auto& frame : clip.readings) {
+        most = std::max(most, frame.size());
+    }
+    EXPECT_GE(most, 3U);
+    EXPECT_LE(most, 5U);
+}
+
+TEST(TheClip, HasAVehicleThatStandsAndIsReportedAsSlow) {
+    const Clip clip(1);
+    const std::size_t stopping = clip.VehicleThat(Manner::ComesAndStops);
+    ASSERT_LT(stopping, clip.vehicles.size());
+    int standing = 0;
+    for (const std::size_t frame : clip.FramesOf(stopping)) {
+        if (frame > 0 && clip.plates[frame - 1][stopping] &&
+            clip.plates[frame - 1][stopping]->at(0).y == clip.plates[frame][stopping]->at(0).y) {
+            ++standing;
+        }
+    }
+    EXPECT_GT(standing, 2 * framesPerSecond);
+    Events events = Track(clip);
+    EXPECT_EQ(events.reasons.at(clip.vehicles[stopping].plate), TrackReason::Slow);
+}
+
+TEST(TheClip, HasAVehicleThatLeavesAtTheSide) {
+    const Clip clip(1);
+    const std::size_t turning = clip.VehicleThat(Manner::ComesAndTurnsOff);
+    ASSERT_LT(turning, clip.vehicles.size());
+    const std::vector<std::size_t> frames = clip.FramesOf(turning);
+    const PlateCorners last = *clip.plates.at(frames.at(frames.size() - 1))[turning];
+    EXPECT_LT(last[0].x, 30);
+    EXPECT_LT(last[1].y, height * 0.8);
+    Events events = Track(clip);
+    EXPECT_EQ(events.reasons.at(clip.vehicles[turning].plate), TrackReason::OutOfView);
+}
+
+TEST(TheClip, HasVehiclesThatGoAndAreLostOnTheRoad) {
+    const Clip clip(1);
+    Events events = Track(clip);
+    int going = 0;
+    int lost = 0;
+    for (const Vehicle& vehicle : clip.vehicles) {
+        if (vehicle.manner == Manner::Goes) {
+            ++going;
+            lost += events.reasons.at(vehicle.plate) == TrackReason::Lost ? 1 : 0;
+        }
+    }
+    EXPECT_GE(going, 3);
+    EXPECT_GE(lost, 1);
+}
+
+TEST(TheClip, HasTwoVehiclesOneBehindTheOtherWhosePlatesDifferInOneCharacter) {
+    const Clip clip(1);
+    const std::string& first = clip.vehicles[0].plate;
+    const std::string& second = clip.vehicles[2].plate;
+    EXPECT_EQ(std::inner_product(first.begin(), first.end(), second.begin(), 0, std::plus<>(), std::not_equal_to<>()),
+              1);
+    const auto both =
+        std::count_if(clip.plates.begin(), clip.plates.end(), [](const auto& frame) { return frame[0] && frame[2]; });
+    EXPECT_GT(both, 10);
+}
+
+TEST(TheClip, DoesNotReadAPlateBehindAnotherVehicle) {
+    // A truck right behind the camera's side of a car, both standing in one lane.
+    Vehicle car;
+    car.plate = "CAR";
+    car.readableFrom = 0;
+    car.speed = 1;
+    Vehicle truck = car;
+    truck.shape = VehicleShape::Truck;
+    truck.readableFrom = -10;
+    const Camera camera(width, height);
+    const auto alone = ReadablePlates({car}, 0, camera, width, height);
+    const auto behind = ReadablePlates({car, truck}, 0, camera, width, height);
+    EXPECT_TRUE(alone[0]);
+    EXPECT_FALSE(behind[0]);
+    EXPECT_TRUE(behind[1]);
+}
+
+TEST(TheClip, LeavesOutVehiclesThatWouldNotBeReportedBeforeItsEnd) {
+    for (int seconds = 8; seconds <= 40; ++seconds) {
+        const Clip clip(3, seconds);
+        EXPECT_THAT(Track(clip).texts, testing::UnorderedElementsAreArray(PlatesOf(clip))) << seconds << " seconds";
+        EXPECT_FALSE(clip.vehicles.empty());
+    }
+}
+
+}  // namespace

@@ -1,0 +1,186 @@
+// road-clip: a short film of a road, with what is true in it and what an engine would read in it beside it.
+
+#include <CLI/CLI.hpp>
+#include <cmath>
+#include <cstdint>
+#include <cstdio>
+#include <exception>
+#include <filesystem>
+#include <fstream>
+#include <nlohmann/json.hpp>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+#include "tools/clip/drawing.h"
+#include "tools/clip/readings.h"
+#include "tools/clip/traffic.h"
+#include "tools/clip/video_writer.h"
+
+namespace {
+
+using nlohmann::ordered_json;
+using namespace road_clip;
+
+struct Options {
+    std::filesystem::path folder;
+    double seconds = 30;
+    std::uint64_t seed = 1;
+    int width = 1280;
+    int height = 720;
+    int framesPerSecond = 25;
+    int still = -1;
+    bool withoutVideo = false;
+};
+
+const char* Describe(Manner manner) {
+    switch (manner) {
+        case Manner::Goes:
+            return "goes";
+        case Manner::ComesAndStops:
+            return "comes, stops for a while, goes on";
+        case Manner::ComesAndTurnsOff:
+            return "comes, leaves the picture at the side";
+        case Manner::Comes:
+            break;
+    }
+    return "comes";
+}
+
+double Rounded(double value) {
+    return std::round(value * 100) / 100;
+}
+
+ordered_json DescribeTruth(const Options& options, const std::vector<Vehicle>& vehicles, const PlateTracks& frames) {
+    ordered_json list = ordered_json::array();
+    for (std::size_t i = 0; i < vehicles.size(); ++i) {
+        ordered_json places = ordered_json::array();
+        for (std::size_t frame = 0; frame < frames.size(); ++frame) {
+            if (!frames[frame][i]) {
+                continue;
+            }
+            ordered_json corners = ordered_json::array();
+            for (const Pixel& corner : *frames[frame][i]) {
+                corners.push_back({Rounded(corner.x), Rounded(corner.y)});
+            }
+            places.push_back({{"frame", frame}, {"corners", corners}});
+        }
+        if (!places.empty()) {
+            list.push_back({{"plate", vehicles[i].plate},
+                            {"does", Describe(vehicles[i].manner)},
+                            {"first_frame", places.front()["frame"]},
+                            {"last_frame", places.back()["frame"]},
+                            {"places", places}});
+        }
+    }
+    return {{"width", options.width},
+            {"height", options.height},
+            {"frames_per_second", options.framesPerSecond},
+            {"frames", frames.size()},
+            {"seed", options.seed},
+            {"corner_order", "top left, bottom left, top right, bottom right"},
+            {"vehicles", list}};
+}
+
+ordered_json DescribeReadings(const std::vector<std::vector<Reading>>& readings) {
+    ordered_json frames = ordered_json::array();
+    for (const std::vector<Reading>& frame : readings) {
+        ordered_json plates = ordered_json::array();
+        for (const Reading& reading : frame) {
+            plates.push_back(
+                {{"text", reading.text}, {"confidence", Rounded(reading.confidenceSum)}, {"corners", reading.corners}});
+        }
+        frames.push_back(plates.empty() ? ordered_json::object() : ordered_json{{"plates", plates}});
+    }
+    return {{"frames", frames}};
+}
+
+/// One frame a line, so that a script can be read.
+void WriteScript(const std::filesystem::path& file, const ordered_json& script) {
+    std::ofstream stream(file);
+    stream << "{\"frames\": [";
+    const char* separator = "\n";
+    for (const ordered_json& frame : script["frames"]) {
+        stream << separator << frame.dump();
+        separator = ",\n";
+    }
+    stream << "\n]}\n";
+    stream.close();
+    if (!stream) {
+        throw std::runtime_error("cannot write " + file.string());
+    }
+}
+
+void WriteJson(const std::filesystem::path& file, const ordered_json& value) {
+    std::ofstream stream(file);
+    stream << value.dump() << '\n';
+    stream.close();
+    if (!stream) {
+        throw std::runtime_error("cannot write " + file.string());
+    }
+}
+
+void Run(const Options& options) {
+    std::filesystem::create_directories(options.folder);
+    const Camera camera(options.width, options.height);
+    const std::vector<Vehicle> vehicles = MakeTraffic(options.seed, options.seconds);
+    const int frameCount = static_cast<int>(std::lround(options.seconds * options.framesPerSecond));
+    const auto secondOf = [&](int frame) { return static_cast<double>(frame) / options.framesPerSecond; };
+
+    PlateTracks plates;
+    for (int frame = 0; frame < frameCount; ++frame) {
+        plates.push_back(ReadablePlates(vehicles, secondOf(frame), camera, options.width, options.height));
+    }
+    const auto readings = MakeReadings(options.seed, vehicles, plates);
+    WriteScript(options.folder / "script.json", DescribeReadings(readings));
+
+    Painter painter(options.width, options.height, options.seed);
+    if (options.still >= 0) {
+        painter.Paint(vehicles, secondOf(options.still));
+        painter.SavePicture(options.folder / ("frame-" + std::to_string(options.still) + ".png"));
+    }
+    if (!options.withoutVideo) {
+        VideoWriter video(options.folder / "road.mp4", options.width, options.height, options.framesPerSecond);
+        for (int frame = 0; frame < frameCount; ++frame) {
+            painter.Paint(vehicles, secondOf(frame));
+            video.Write(painter.Pixels(), painter.Stride());
+        }
+        video.Finish();
+    }
+    // Last, so that a clip that was broken off has none.
+    WriteJson(options.folder / "truth.json", DescribeTruth(options, vehicles, plates));
+}
+
+}  // namespace
+
+int main(int argumentCount, char** arguments) {
+    Options options;
+    CLI::App app{
+        "Draws a clip of a road: road.mp4, what is true in it (truth.json), and what an engine would read in it "
+        "(script.json)."};
+    app.add_option("folder", options.folder, "where the files go")->required();
+    app.add_option("--seconds", options.seconds, "length")->check(CLI::Range(8.0, 600.0))->capture_default_str();
+    app.add_option("--seed", options.seed, "another number, another clip")->capture_default_str();
+    const auto even = CLI::Validator(
+        [](const std::string& text) {
+            return (text.back() - '0') % 2 == 0 ? std::string() : "an even number is wanted";
+        },
+        "EVEN");
+    app.add_option("--width", options.width, "pixels")->check(CLI::Range(320, 3840) & even)->capture_default_str();
+    app.add_option("--height", options.height, "pixels")->check(CLI::Range(180, 2160) & even)->capture_default_str();
+    app.add_option("--fps", options.framesPerSecond, "frames a second")
+        ->check(CLI::Range(5, 60))
+        ->capture_default_str();
+    app.add_option("--still", options.still, "also writes this frame as a picture (PNG)")
+        ->check(CLI::NonNegativeNumber);
+    app.add_flag("--without-video", options.withoutVideo, "writes no road.mp4");
+    CLI11_PARSE(app, argumentCount, arguments);
+
+    try {
+        Run(options);
+    } catch (const std::exception& error) {
+        std::fprintf(stderr, "road-clip: %s\n", error.what());
+        return 1;
+    }
+    return 0;
+}

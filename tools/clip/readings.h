@@ -1,0 +1,27 @@
+/// What an engine would read in the clip: mostly the truth, at times a wrong character, at times nothing.
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "tools/clip/traffic.h"
+
+namespace road_clip {
+
+struct Reading {
+    std::size_t vehicle = 0;
+    std::string text;
+    double confidenceSum = 0;
+    std::array<std::array<int, 2>, 4> corners{};
+};
+
+/// Where every vehicle's plate can be read, frame after frame.
+using PlateTracks = std::vector<std::vector<std::optional<PlateCorners>>>;
+
+/// The readings of every frame, in the order of the vehicles.
+std::vector<std::vector<Reading>> MakeReadings(std::uint64_t seed, const std::vector<Vehicle>& vehicles,
+                                               const PlateTracks& frames);
+
+}  // namespace road_clip

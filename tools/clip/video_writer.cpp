@@ -1,0 +1,181 @@
+#include "tools/clip/video_writer.h"
+
+extern "C" {
+#include <libavcodec/avcodec.h>
+#include <libavformat/avformat.h>
+#include <libavutil/error.h>
+#include <libavutil/opt.h>
+#include <libswscale/swscale.h>
+}
+
+#include <array>
+#include <stdexcept>
+#include <vector>
+
+namespace road_clip {
+namespace {
+
+std::string ErrorText(int error) {
+    std::array<char, 256> text{};
+    av_strerror(error, text.data(), text.size());
+    return text.data();
+}
+
+int Check(int answer, const std::string& what) {
+    if (answer < 0) {
+        throw std::runtime_error(what + ": " + ErrorText(answer));
+    }
+    return answer;
+}
+
+template <typename Object>
+Object* Made(Object* object, const char* what) {
+    if (object == nullptr) {
+        throw std::runtime_error(std::string("no memory for ") + what);
+    }
+    return object;
+}
+
+/// The encoders of the format, the preferred one first.
+std::vector<const AVCodec*> Encoders() {
+    std::vector<const AVCodec*> encoders;
+    if (const AVCodec* const preferred = avcodec_find_encoder_by_name("libx264")) {
+        encoders.push_back(preferred);
+    }
+    void* position = nullptr;
+    while (const AVCodec* const codec = av_codec_iterate(&position)) {
+        if (codec->id == AV_CODEC_ID_H264 && av_codec_is_encoder(codec) != 0 &&
+            (encoders.empty() || codec != encoders.front())) {
+            encoders.push_back(codec);
+        }
+    }
+    return encoders;
+}
+
+}  // namespace
+
+struct VideoWriter::State {
+    AVFormatContext* format = nullptr;
+    AVCodecContext* encoder = nullptr;
+    AVFrame* frame = nullptr;
+    AVPacket* packet = nullptr;
+    SwsContext* converter = nullptr;
+    AVStream* stream = nullptr;
+    std::int64_t nextFrame = 0;
+
+    State() = default;
+    State(const State&) = delete;
+    State& operator=(const State&) = delete;
+
+    ~State() {
+        sws_freeContext(converter);
+        av_packet_free(&packet);
+        av_frame_free(&frame);
+        avcodec_free_context(&encoder);
+        if (format != nullptr) {
+            avio_closep(&format->pb);
+            avformat_free_context(format);
+        }
+    }
+
+    bool OpenEncoder(const AVCodec* codec, int width, int height, int framesPerSecond) {
+        encoder = Made(avcodec_alloc_context3(codec), "the encoder");
+        encoder->width = width;
+        encoder->height = height;
+        encoder->pix_fmt = AV_PIX_FMT_YUV420P;
+        encoder->time_base = AVRational{1, framesPerSecond};
+        encoder->framerate = AVRational{framesPerSecond, 1};
+        encoder->gop_size = 2 * framesPerSecond;
+        encoder->colorspace = AVCOL_SPC_BT709;
+        encoder->color_primaries = AVCOL_PRI_BT709;
+        encoder->color_trc = AVCOL_TRC_BT709;
+        encoder->color_range = AVCOL_RANGE_MPEG;
+        // The number of threads is fixed because the stream depends on it.
+        encoder->thread_count = 4;
+        encoder->bit_rate = 4'000'000;
+        if (std::string(codec->name) == "libx264") {
+            encoder->bit_rate = 0;
+            av_opt_set(encoder->priv_data, "preset", "veryfast", 0);
+            av_opt_set(encoder->priv_data, "crf", "20", 0);
+        }
+        if ((format->oformat->flags & AVFMT_GLOBALHEADER) != 0) {
+            encoder->flags |= AV_CODEC_FLAG_GLOBAL_HEADER;
+        }
+        if (avcodec_open2(encoder, codec, nullptr) >= 0) {
+            return true;
+        }
+        avcodec_free_context(&encoder);
+        return false;
+    }
+
+    void Encode(const AVFrame* picture) {
+        Check(avcodec_send_frame(encoder, picture), "cannot encode a frame");
+        while (true) {
+            const int answer = avcodec_receive_packet(encoder, packet);
+            if (answer == AVERROR(EAGAIN) || answer == AVERROR_EOF) {
+                return;
+            }
+            Check(answer, "cannot encode a frame");
+            av_packet_rescale_ts(packet, encoder->time_base, stream->time_base);
+            packet->stream_index = stream->index;
+            packet->duration = av_rescale_q(1, encoder->time_base, stream->time_base);
+            Check(av_interleaved_write_frame(format, packet), "cannot write the video");
+        }
+    }
+};
+
+VideoWriter::VideoWriter(const std::filesystem::path& file, int width, int height, int framesPerSecond)
+    : state(std::make_unique<State>()) {
+    av_log_set_level(AV_LOG_ERROR);
+    const std::string name = file.string();
+    Check(avformat_alloc_output_context2(&state->format, nullptr, "mp4", name.c_str()), "cannot write MP4 files");
+    for (const AVCodec* const codec : Encoders()) {
+        if (state->OpenEncoder(codec, width, height, framesPerSecond)) {
+            break;
+        }
+    }
+    if (state->encoder == nullptr) {
+        throw std::runtime_error("there is no H.264 encoder that works: libavcodec has none, or none for this size");
+    }
+    state->stream = Made(avformat_new_stream(state->format, nullptr), "the video");
+    state->stream->time_base = state->encoder->time_base;
+    state->stream->avg_frame_rate = state->encoder->framerate;
+    Check(avcodec_parameters_from_context(state->stream->codecpar, state->encoder), "cannot describe the video");
+
+    state->packet = Made(av_packet_alloc(), "a packet");
+    state->frame = Made(av_frame_alloc(), "a frame");
+    state->frame->format = AV_PIX_FMT_YUV420P;
+    state->frame->width = width;
+    state->frame->height = height;
+    Check(av_frame_get_buffer(state->frame, 0), "no memory for a frame");
+    state->converter = Made(sws_getContext(width, height, AV_PIX_FMT_BGR0, width, height, AV_PIX_FMT_YUV420P,
+                                           SWS_BILINEAR | SWS_ACCURATE_RND, nullptr, nullptr, nullptr),
+                            "the colour conversion");
+    const int* const matrix = sws_getCoefficients(SWS_CS_ITU709);
+    sws_setColorspaceDetails(state->converter, matrix, 1, matrix, 0, 0, 1 << 16, 1 << 16);
+
+    Check(avio_open(&state->format->pb, name.c_str(), AVIO_FLAG_WRITE), "cannot write " + name);
+    Check(avformat_write_header(state->format, nullptr), "cannot write " + name);
+}
+
+VideoWriter::~VideoWriter() = default;
+
+void VideoWriter::Write(const std::uint8_t* pixels, int stride) {
+    Check(av_frame_make_writable(state->frame), "no memory for a frame");
+    const std::uint8_t* const planes[] = {pixels, nullptr, nullptr, nullptr};
+    const int strides[] = {stride, 0, 0, 0};
+    sws_scale(state->converter, planes, strides, 0, state->frame->height, state->frame->data, state->frame->linesize);
+    state->frame->pts = state->nextFrame++;
+    state->Encode(state->frame);
+}
+
+void VideoWriter::Finish() {
+    state->Encode(nullptr);
+    Check(av_write_trailer(state->format), "cannot write the video");
+}
+
+std::string VideoWriter::EncoderName() const {
+    return state->encoder->codec->name;
+}
+
+}  // namespace road_clip
