@@ -1,0 +1,172 @@
+"""Breaks each rule of check-rooms in a small tree of its own."""
+
+import importlib.machinery
+import importlib.util
+import os
+import subprocess
+import sys
+import tempfile
+import unittest
+
+TREE = os.path.dirname(os.path.dirname(os.path.dirname(os.path.abspath(__file__))))
+CHECK_ROOMS = os.path.join(TREE, "scripts", "check-rooms")
+
+
+def load():
+    loader = importlib.machinery.SourceFileLoader("check_rooms", CHECK_ROOMS)
+    module = importlib.util.module_from_spec(importlib.util.spec_from_loader("check_rooms", loader))
+    sys.dont_write_bytecode = True
+    loader.exec_module(module)
+    return module
+
+
+check_rooms = load()
+
+# A tree in which every rule is kept, in part narrowly.
+GOOD = {
+    "CMakeLists.txt": "add_subdirectory(sdk)\n",
+    "sdk/CMakeLists.txt": "room(sdk)\n",
+    "sdk/host.h": '#include <stddef.h>\n#include <stdint.h>\n#include "sdk/contract.h"\n',
+    "sdk/contract.h": "// #include <windows.h>\n/* #include \"module/x.h\"\n#include <vector> */\n",
+    "platform/CMakeLists.txt": "room(platform\n    SOURCES posix/text.cpp)\n",
+    "platform/text.h": "#include <string>\n",
+    "platform/posix/text.cpp": '#include <unistd.h>\n#include <sys/wait.h>\n#include "platform/text.h"\n',
+    "engine/CMakeLists.txt": "# The adapter.\nroom(engine\n    MAY_INCLUDE platform # for text\n        sdk\n"
+    "    SOURCES engine.cpp\n    LIBRARIES Boost::thread)\n",
+    "engine/engine_records.h": "#include <cstdint>\n",
+    "engine/engine.cpp": '#include <csignal>\n#include "engine/engine_records.h"\n#include "platform/text.h"\n'
+    'const char* text = "_mm_add_epi8 in a text"; // and _mm_sub_epi8 in a comment\n',
+    "image_transform/CMakeLists.txt": "room(image_transform)\n",
+    "image_transform/kernels/sse.cpp": "#include <immintrin.h>\n__m128i a() { return _mm_setzero_si128(); }\n",
+    "module/CMakeLists.txt": "room(module MAY_INCLUDE engine)\n",
+    "module/module.h": '#include "engine/engine_records.h"\n',
+    "tools/host/main.cpp": '#include "tools/host/play.h"\n#include "sdk/host.h"\n',
+    "tools/host/posix_system.cpp": "#include <dlfcn.h>\n",
+    "tools/engine-scripted/script.cpp": '#include "engine/engine_records.h"\n#include "platform/text.h"\n',
+    "tests/module/module_test.cpp": '#include "module/module.h"\n#include "tests/support/host.h"\n',
+    "tests/support/posix_guard.cpp": "#include <sys/mman.h>\n",
+    "build/linux/generated.h": "#include <windows.h>\n",
+    "docs/architecture.md": "# Rooms\n<!-- rooms -->\n```mermaid\ngraph TD\n    engine --> platform\n"
+    "    engine --> sdk\n    module --> engine\n```\n<!-- /rooms -->\n",
+}
+
+
+class CheckRooms(unittest.TestCase):
+    def with_tree(self, changes, look):
+        with tempfile.TemporaryDirectory() as root:
+            for path, text in {**GOOD, **changes}.items():
+                if text is None:
+                    continue
+                file = os.path.join(root, path)
+                os.makedirs(os.path.dirname(file), exist_ok=True)
+                with open(file, "w", encoding="utf-8") as stream:
+                    stream.write(text)
+            return look(root)
+
+    def breaches(self, changes):
+        return self.with_tree(changes, lambda root: check_rooms.Checker(root).check())
+
+    def assert_one_breach(self, changes, *parts):
+        breaches = self.breaches(changes)
+        self.assertEqual(len(breaches), 1, breaches)
+        for part in parts:
+            self.assertIn(part, breaches[0])
+
+    def test_a_good_tree_passes(self):
+        self.assertEqual(self.breaches({}), [])
+
+    def test_the_program_says_what_is_wrong_and_fails(self):
+        def run(root):
+            return subprocess.run([sys.executable, CHECK_ROOMS, root], stdout=subprocess.PIPE, text=True)
+
+        good = self.with_tree({}, run)
+        self.assertEqual((good.returncode, len(good.stdout.splitlines())), (0, 1), good.stdout)
+        bad = self.with_tree({"sdk/host.h": "#include <vector>\n", "platform/text.h": '#include "sdk/host.h"\n'}, run)
+        self.assertEqual((bad.returncode, len(bad.stdout.splitlines())), (1, 2), bad.stdout)
+
+    def test_an_unlisted_edge(self):
+        self.assert_one_breach({"platform/text.h": '\n#include "sdk/host.h"\n'}, "platform/text.h:2:", "sdk")
+        self.assert_one_breach({"engine/engine.cpp": '#  include "image_transform/kernels/kernel.h"\n'}, "engine")
+
+    def test_a_neighbour_that_is_no_room(self):
+        self.assert_one_breach({"sdk/host.h": '#include "common/util.h"\n'}, "common")
+        self.assert_one_breach(
+            {
+                "image_transform/CMakeLists.txt": "room(image_transform MAY_INCLUDE common)\n",
+                "docs/architecture.md": GOOD["docs/architecture.md"].replace(
+                    "graph TD\n", "graph TD\n    image_transform --> common\n"
+                ),
+            },
+            "common is no room",
+        )
+
+    def test_a_room_under_another_name(self):
+        self.assert_one_breach({"sdk/CMakeLists.txt": "room(kit)\n"}, "another name, kit")
+
+    def test_a_folder_that_is_no_room(self):
+        self.assert_one_breach({"common/util.h": '#include "sdk/host.h"\n'}, "common is no room")
+
+    def test_a_tree_without_rooms(self):
+        without = {path: None for path in GOOD if path.endswith("CMakeLists.txt")}
+        self.assertIn("CMakeLists.txt: there is no room", self.breaches(without))
+
+    def test_an_edge_missing_from_the_picture(self):
+        self.assert_one_breach(
+            {"docs/architecture.md": GOOD["docs/architecture.md"].replace("    engine --> sdk\n", "")},
+            "engine --> sdk is declared and not shown",
+        )
+
+    def test_an_edge_extra_in_the_picture(self):
+        self.assert_one_breach(
+            {"docs/architecture.md": GOOD["docs/architecture.md"].replace("graph TD\n", "graph TD\n    sdk --> engine\n")},
+            "sdk --> engine is shown and not declared",
+        )
+
+    def test_no_picture(self):
+        self.assert_one_breach({"docs/architecture.md": "# Rooms\n"}, "no picture")
+        self.assert_one_breach({"docs/architecture.md": None}, "no picture")
+
+    def test_system_headers_outside_platform(self):
+        for header in ("windows.h", "Windows.h", "tlhelp32.h", "unistd.h", "sys/stat.h", "fcntl.h", "signal.h",
+                       "dlfcn.h", "pthread.h", "spawn.h", "poll.h", "dirent.h", "iconv.h", "langinfo.h", "pwd.h"):
+            for path in ("engine/engine.cpp", "tools/host/system.cpp", "tests/support/guard.cpp"):
+                with self.subTest(header=header, path=path):
+                    self.assert_one_breach({path: f"#include <{header}>\n"}, path, header)
+
+    def test_a_systems_file_name_excuses_no_room(self):
+        self.assert_one_breach({"engine/posix_engine.cpp": "#include <unistd.h>\n"}, "unistd.h")
+
+    def test_intrinsics_outside_the_kernels(self):
+        for header in ("immintrin.h", "emmintrin.h", "x86intrin.h", "arm_neon.h", "cpuid.h"):
+            with self.subTest(header=header):
+                self.assert_one_breach({"image_transform/convert.cpp": f"#include <{header}>\n"}, header)
+                self.assert_one_breach({"tests/image_transform/t.cpp": f"#include <{header}>\n"}, header)
+        for use in ("_mm256_add_epi8(a, b);", "__m512i a;", "__builtin_ia32_pause();"):
+            with self.subTest(use=use):
+                self.assert_one_breach({"engine/engine.cpp": f"void f() {{ {use} }}\n"}, "engine/engine.cpp:1:")
+
+    def test_what_sdk_may_not_include(self):
+        self.assert_one_breach({"sdk/host.h": "#include <cstdint>\n"}, "cstdint")
+        self.assert_one_breach({"sdk/host.h": '#include "platform/text.h"\n'}, "platform")
+
+    def test_module_and_tests_and_tools_from_outside(self):
+        self.assert_one_breach({"engine/engine.cpp": '#include "module/module.h"\n'}, "module")
+        self.assert_one_breach({"tools/host/main.cpp": '#include "module/module.h"\n'}, "module")
+        self.assert_one_breach({"engine/engine.cpp": '#include "tests/support/host.h"\n'}, "tests")
+        self.assert_one_breach({"tools/host/main.cpp": '#include "tests/support/host.h"\n'}, "tests")
+        self.assert_one_breach({"engine/engine.cpp": '#include "tools/host/play.h"\n'}, "tools")
+
+    def test_what_tools_may_not_include(self):
+        self.assert_one_breach({"tools/host/main.cpp": '#include "engine/engine_records.h"\n'}, "tools/host")
+        self.assert_one_breach({"tools/engine-scripted/script.cpp": '#include "engine/engine.h"\n'}, "engine-scripted")
+        self.assert_one_breach({"tools/server/main.cpp": '#include "sdk/host.h"\n'}, "tools/server")
+        self.assert_one_breach({"tools/clip/main.cpp": '#include "platform/text.h"\n'}, "tools/clip")
+        self.assert_one_breach({"tools/clip/main.cpp": '#include "tools/host/play.h"\n'}, "tools/clip")
+        self.assert_one_breach({"tools/other/main.cpp": '#include "sdk/host.h"\n'}, "no rule")
+
+    def test_an_include_that_is_not_written_from_the_root(self):
+        self.assert_one_breach({"engine/engine.cpp": '#include "engine_records.h"\n'}, "from the root")
+        self.assert_one_breach({"engine/engine.cpp": '#include "engine/../sdk/host.h"\n'}, "from the root")
+
+
+unittest.main()
