@@ -1,0 +1,49 @@
+#include "tools/host/console.h"
+
+#include <cstdio>
+
+namespace plate_host {
+namespace {
+
+constexpr char clearLine[] = "\r\033[K";
+
+void Write(const std::string& text) {
+    std::fwrite(text.data(), 1, text.size(), stderr);
+    std::fflush(stderr);
+}
+
+}  // namespace
+
+std::string OneLine(const std::string& text) {
+    std::string line = text;
+    for (char& character : line) {
+        const auto code = static_cast<unsigned char>(character);
+        if (code < 0x20 || code == 0x7F) {
+            character = ' ';
+        }
+    }
+    const std::size_t first = line.find_first_not_of(' ');
+    if (first == std::string::npos) {
+        return {};
+    }
+    return line.substr(first, line.find_last_not_of(' ') - first + 1);
+}
+
+void Console::Line(const std::string& text) {
+    const std::lock_guard lock(mutex);
+    Write(bar.empty() ? text + "\n" : clearLine + text + "\n" + bar);
+}
+
+void Console::Bar(const std::string& text) {
+    if (!isTerminal) {
+        return;
+    }
+    const std::lock_guard lock(mutex);
+    if (text == bar) {
+        return;
+    }
+    bar = text;
+    Write(clearLine + bar);
+}
+
+}  // namespace plate_host

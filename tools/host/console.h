@@ -1,0 +1,32 @@
+/// Standard error: lines from any thread, and a bar that stays below them on a terminal.
+#pragma once
+
+#include <mutex>
+#include <string>
+
+namespace plate_host {
+
+/// One printable line: control characters become spaces, the ends are trimmed.
+std::string OneLine(const std::string& text);
+
+/// Any thread. A failed write is not an error: there is nowhere left to report it.
+class Console {
+  public:
+    explicit Console(bool newIsTerminal) : isTerminal(newIsTerminal) {}
+    Console(const Console&) = delete;
+    Console& operator=(const Console&) = delete;
+
+    bool IsTerminal() const { return isTerminal; }
+
+    /// Writes a line of its own, above the bar.
+    void Line(const std::string& text);
+    /// Replaces the bar; an empty text takes it away. Without a terminal nothing is written.
+    void Bar(const std::string& text);
+
+  private:
+    const bool isTerminal;
+    std::mutex mutex;
+    std::string bar;  // guarded by mutex
+};
+
+}  // namespace plate_host

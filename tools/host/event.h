@@ -1,0 +1,48 @@
+/// An event as the library raised it, copied out of the library's memory.
+#pragma once
+
+#include <cstdint>
+#include <nlohmann/json.hpp>
+#include <string>
+#include <vector>
+
+#include "sdk/plate_events.h"
+
+namespace plate_host {
+
+using Json = nlohmann::ordered_json;
+
+/// The values of one target, in the order in which they were set.
+struct TargetRecord {
+    Json arguments = Json::object();
+    Json track;  ///< an array of points; null without a track
+};
+
+struct EventRecord {
+    int channel = 0;
+    std::string name;
+    std::int64_t timeMs = 0;
+    std::vector<TargetRecord> targets;
+    std::vector<std::string> otherObjects;  ///< names of attached objects other than the targets
+};
+
+/// Takes the events of all channels. Any thread.
+class EventSink {
+  public:
+    virtual ~EventSink() = default;
+    virtual void OnEvent(const EventRecord& event) = 0;
+};
+
+/// The points of a track as JSON; null for a list that cannot be one.
+Json TrackToJson(const OKM8::Analytics::TrackPointList& track);
+
+/// Milliseconds since 1970-01-01 00:00; a text for an infinite time, null for none.
+Json TrackTimeToJson(std::int64_t time);
+
+/// Bytes as hexadecimal digits.
+std::string ToHexadecimal(const void* data, std::uint32_t size);
+
+/// One line, line end included. Bytes that are no UTF-8 become replacement characters.
+std::string ToJsonLine(const EventRecord& event);
+
+}  // namespace plate_host

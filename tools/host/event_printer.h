@@ -1,0 +1,40 @@
+/// Events on standard output, one line each.
+#pragma once
+
+#include <atomic>
+#include <cstdint>
+#include <cstdio>
+#include <mutex>
+#include <string>
+
+#include "tools/host/event.h"
+
+namespace plate_host {
+
+/// Writes whole lines, one at a time. Any thread.
+class EventPrinter final : public EventSink {
+  public:
+    explicit EventPrinter(std::FILE* newOutput) : output(newOutput) {}
+
+    void OnEvent(const EventRecord& event) override;
+
+    /// All events, the ones included that could not be written.
+    std::uint64_t EventCount() const { return eventCount.load(); }
+    /// The events that tell a plate.
+    std::uint64_t PlateCount() const { return plateCount.load(); }
+
+    /// True when nothing can be written any more.
+    bool HasEnded() const { return hasEnded.load(); }
+    /// Why the output has ended; empty when its reader has gone, which is no error.
+    std::string Error() const;
+
+  private:
+    std::FILE* const output;
+    std::atomic<std::uint64_t> eventCount{0};
+    std::atomic<std::uint64_t> plateCount{0};
+    std::atomic<bool> hasEnded{false};
+    mutable std::mutex mutex;
+    std::string error;  // guarded by mutex
+};
+
+}  // namespace plate_host

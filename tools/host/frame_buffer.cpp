@@ -1,0 +1,47 @@
+#include "tools/host/frame_buffer.h"
+
+#include <utility>
+
+#include "sdk/contract_names.h"
+#include "tools/host/contract_query.h"
+
+namespace plate_host {
+
+FrameBuffer* FrameBuffer::HandOut(Picture picture, BufferLedger& ledger) {
+    auto* const buffer = new FrameBuffer(std::move(picture), ledger);
+    ++ledger.handedOut;
+    return buffer;
+}
+
+void* FrameBuffer::QueryContract(const char* contractName) {
+    using namespace OKM8::ContractName;
+    return IsOneOf(contractName, {IContract, IMultimediaBuffer, ICompositeBuffer}) ? this : nullptr;
+}
+
+void* FrameBuffer::QueryContract(const char* contractName) const {
+    return const_cast<FrameBuffer*>(this)->QueryContract(contractName);
+}
+
+void FrameBuffer::Release() {
+    BufferLedger& countedIn = ledger;
+    delete this;
+    ++countedIn.givenBack;
+}
+
+void* FrameDoneCounter::QueryContract(const char* contractName) {
+    return IsOneOf(contractName, {OKM8::ContractName::IContract}) ? this : nullptr;
+}
+
+void* FrameDoneCounter::QueryContract(const char* contractName) const {
+    return const_cast<FrameDoneCounter*>(this)->QueryContract(contractName);
+}
+
+void FrameDoneCounter::OnFrameDone(OKM8::MFF::IMultimediaBuffer* inputData) {
+    ++callCount;
+    if (inputData == nullptr || inputData != expected) {
+        ++wrongCallCount;
+    }
+    expected = nullptr;
+}
+
+}  // namespace plate_host

@@ -1,0 +1,217 @@
+/// The host's side of the contract: the host object, its services, and the objects of events.
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <unordered_map>
+#include <utility>
+#include <vector>
+
+#include "sdk/host.h"
+#include "tools/host/console.h"
+#include "tools/host/event.h"
+
+namespace plate_host {
+
+/// The library's lines for the host's log, on standard error. Any thread.
+class HostLogger final : public OKM8::ILogger {
+  public:
+    OKM8_OBJECT_DESTRUCTOR_SLOT(HostLogger)
+    explicit HostLogger(Console& newConsole) : console(newConsole) {}
+
+    void* QueryContract(const char* contractName) override;
+    void* QueryContract(const char* contractName) const override;
+    void Unused1() override {}
+    void Unused2() override {}
+    void WriteLog(int32_t level, const char* text) override;
+
+  private:
+    Console& console;
+};
+
+/// A target and its values. Bytes are remembered by their address alone and read when the event is raised, as a host
+/// may: until then they are the library's to keep. Used on one frame thread.
+class Target final : public OKM8::Analytics::ITargetAdjuster, public OKM8::IBinaryAdjuster {
+  public:
+    OKM8_OBJECT_DESTRUCTOR_SLOT(Target)
+
+    void* QueryContract(const char* contractName) override;
+    void* QueryContract(const char* contractName) const override;
+    void SetStringValue(const char* name, const char* value) override;
+    void SetDoubleValue(const char* name, double value) override;
+    void SetIntValue(const char* name, int32_t value) override;
+    void SetBoolValue(const char* name, bool value) override;
+    void SetBinaryValue(const char* name, const void* data, uint32_t size) override;
+
+    /// Copies everything out, the bytes included.
+    TargetRecord Describe() const;
+
+  private:
+    struct Bytes {
+        std::string name;
+        const void* data;
+        std::uint32_t size;
+    };
+
+    void Set(const char* name, Json value);
+
+    Json values = Json::object();
+    std::vector<Bytes> bytes;
+};
+
+/// The targets of one event. Used on one frame thread.
+class TargetList final : public OKM8::Analytics::ITargetEnumeratorAdjuster {
+  public:
+    OKM8_OBJECT_DESTRUCTOR_SLOT(TargetList)
+
+    void* QueryContract(const char* contractName) override;
+    void* QueryContract(const char* contractName) const override;
+    void Unused1() override {}
+    void Unused2() override {}
+    void Unused3() override {}
+    void Unused4() override {}
+    void Unused5() override {}
+    void Unused6() override {}
+    void Unused7() override {}
+    OKM8::Analytics::ITargetAdjuster* AddTarget(int32_t reserved) override;
+
+    std::vector<TargetRecord> Describe() const;
+
+  private:
+    std::vector<std::unique_ptr<Target>> targets;
+};
+
+/// Makes target lists and owns each until it is attached to an event. Any thread.
+class TargetListFactory final : public OKM8::Analytics::ITargetEnumeratorFactory {
+  public:
+    OKM8_OBJECT_DESTRUCTOR_SLOT(TargetListFactory)
+
+    void* QueryContract(const char* contractName) override;
+    void* QueryContract(const char* contractName) const override;
+    void Unused1() override {}
+    void Unused2() override {}
+    void Unused3() override {}
+    void Unused4() override {}
+    void Unused5() override {}
+    void Unused6() override {}
+    OKM8::Analytics::ITargetEnumeratorAdjuster* CreateTargetEnumerator(int64_t timeMs) override;
+
+    /// Gives up the list that the object is; null when it is none, or has been given up.
+    std::unique_ptr<TargetList> Take(const OKM8::IContract* object);
+
+    /// The lists that nobody has attached to an event.
+    std::size_t LooseListCount() const;
+
+  private:
+    mutable std::mutex mutex;
+    std::unordered_map<const OKM8::IContract*, std::unique_ptr<TargetList>> looseLists;  // guarded by mutex
+};
+
+/// The object that InitializeModule is given.
+class HostObject final : public OKM8::IHost {
+  public:
+    OKM8_OBJECT_DESTRUCTOR_SLOT(HostObject)
+    explicit HostObject(Console& console) : logger(console) {}
+
+    void* QueryContract(const char* contractName) override;
+    void* QueryContract(const char* contractName) const override;
+    void* GetInterface(const char* contractName) override;
+
+    TargetListFactory& TargetLists() { return targetLists; }
+
+  private:
+    HostLogger logger;
+    TargetListFactory targetLists;
+};
+
+class DetectorPeer;
+
+/// The arguments of one event. Used on one frame thread.
+class EventArguments final : public OKM8::Analytics::IEventArgsAdjuster {
+  public:
+    OKM8_OBJECT_DESTRUCTOR_SLOT(EventArguments)
+    explicit EventArguments(TargetListFactory& newTargetLists) : targetLists(newTargetLists) {}
+
+    void* QueryContract(const char* contractName) override;
+    void* QueryContract(const char* contractName) const override;
+    void Unused1() override {}
+    void Unused2() override {}
+    void Unused3() override {}
+    void Unused4() override {}
+    void Unused5() override {}
+    void Unused6() override {}
+    void Unused7() override {}
+    void SetObjectValue(const char* name, OKM8::IContract* value) override;
+
+    void DescribeInto(EventRecord& event) const;
+
+  private:
+    TargetListFactory& targetLists;
+    std::unique_ptr<TargetList> targets;
+    std::vector<std::string> otherObjects;
+};
+
+/// One event in the making; Raise and Discard end it. Used on one frame thread.
+class EventRaiser final : public OKM8::Analytics::IDetectorEventRaiser {
+  public:
+    OKM8_OBJECT_DESTRUCTOR_SLOT(EventRaiser)
+    EventRaiser(DetectorPeer& newPeer, TargetListFactory& targetLists, std::string newName, std::int64_t newTimeMs)
+        : peer(newPeer), arguments(targetLists), name(std::move(newName)), timeMs(newTimeMs) {}
+
+    void* QueryContract(const char* contractName) override;
+    void* QueryContract(const char* contractName) const override;
+    void Unused1() override {}
+    void Raise() override;
+    void Discard() override;
+    OKM8::Analytics::IEventArgsAdjuster* GetEventArgs() override { return &arguments; }
+
+    void DescribeInto(EventRecord& event) const;
+
+  private:
+    DetectorPeer& peer;
+    EventArguments arguments;
+    const std::string name;
+    const std::int64_t timeMs;
+};
+
+/// What became of the raisers of a detector.
+struct RaiserCounts {
+    std::uint64_t made = 0;
+    std::uint64_t raised = 0;
+    std::uint64_t discarded = 0;
+};
+
+/// The host's object for one detector. Owns the raisers until they are raised or discarded. Any thread.
+class DetectorPeer final : public OKM8::Analytics::IDetectorPeer {
+  public:
+    OKM8_OBJECT_DESTRUCTOR_SLOT(DetectorPeer)
+    /// The host object, the sink and the console must outlive the peer.
+    DetectorPeer(int newChannel, HostObject& newHost, EventSink& newSink, Console& newConsole)
+        : channel(newChannel), host(newHost), sink(newSink), console(newConsole) {}
+
+    void* QueryContract(const char* contractName) override;
+    void* QueryContract(const char* contractName) const override;
+    OKM8::Analytics::IDetectorEventRaiser* CreateEventRaiser(OKM8::Analytics::IDetector* detector,
+                                                             const char* eventName, int64_t timeMs,
+                                                             int32_t kind) override;
+
+    /// Ends and frees a raiser of this peer.
+    void End(EventRaiser& raiser, bool raised);
+
+    RaiserCounts Counts() const;
+
+  private:
+    void Publish(const EventRaiser& raiser);
+
+    const int channel;
+    HostObject& host;
+    EventSink& sink;
+    Console& console;
+    mutable std::mutex mutex;
+    std::unordered_map<const EventRaiser*, std::unique_ptr<EventRaiser>> raisers;  // guarded by mutex
+    RaiserCounts counts;                                                           // guarded by mutex
+};
+
+}  // namespace plate_host

@@ -1,0 +1,42 @@
+/// The reference host: plays a video through the library and prints the events.
+#include <exception>
+#include <new>
+
+#include "tools/host/console.h"
+#include "tools/host/failure.h"
+#include "tools/host/info.h"
+#include "tools/host/options.h"
+#include "tools/host/play.h"
+#include "tools/host/system.h"
+
+namespace plate_host {
+namespace {
+
+int Run(int argumentCount, const char* const* arguments, Console& console) {
+    const Options options = ParseOptions(argumentCount, arguments);
+    switch (options.command) {
+        case Command::Play:
+            return Play(options.play, console);
+        case Command::Info:
+            return Info(options.info, console);
+        case Command::None:
+            break;
+    }
+    return 0;
+}
+
+}  // namespace
+}  // namespace plate_host
+
+int main(int argumentCount, char** arguments) {
+    plate_host::Console console(plate_host::ErrorsGoToTerminal());
+    try {
+        plate_host::PrepareProcess();
+        return plate_host::Run(argumentCount, arguments, console);
+    } catch (const std::bad_alloc&) {
+        console.Line("plate-host: there is not enough memory");
+    } catch (const std::exception& failure) {
+        console.Line("plate-host: " + plate_host::OneLine(failure.what()));
+    }
+    return plate_host::exitFailure;
+}

@@ -1,0 +1,43 @@
+/// The command line.
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "sdk/detector.h"
+#include "tools/host/plugin.h"
+#include "tools/host/settings.h"
+
+namespace plate_host {
+
+struct PlayOptions {
+    std::string video;
+    PluginPaths paths;
+    std::vector<Setting> settings;
+    int channels = 1;
+    std::optional<OKM8::FrameArea> singleArea;  ///< frames go in by ReceiveSingle with this area
+    bool realtime = false;
+    std::uint64_t frames = 0;  ///< 0 for all
+};
+
+struct InfoOptions {
+    PluginPaths paths;
+};
+
+enum class Command { None, Play, Info };
+
+struct Options {
+    Command command = Command::None;  ///< None when help or version has been printed
+    PlayOptions play;
+    InfoOptions info;
+};
+
+/// Reads the command line; prints help and version. Throws Failure.
+Options ParseOptions(int argumentCount, const char* const* arguments);
+
+/// Reads "x,y,width,height". Throws Failure.
+OKM8::FrameArea ParseArea(const std::string& text);
+
+}  // namespace plate_host

@@ -1,0 +1,189 @@
+#include "tools/host/play.h"
+
+#include <algorithm>
+#include <chrono>
+#include <memory>
+#include <optional>
+#include <thread>
+#include <utility>
+#include <vector>
+
+#include "tools/host/channel.h"
+#include "tools/host/event_printer.h"
+#include "tools/host/failure.h"
+#include "tools/host/progress.h"
+#include "tools/host/summary.h"
+#include "tools/host/system.h"
+
+namespace plate_host {
+namespace {
+
+// The longest that a wait goes on without a look at whether the run is to stop.
+constexpr std::chrono::milliseconds waitSlice{50};
+
+/// Feeds a video to channels until it ends or the run is to stop.
+class Feeder {
+  public:
+    Feeder(const PlayOptions& newOptions, VideoReader& newReader, const EventPrinter& newPrinter,
+           std::vector<std::unique_ptr<Channel>>& newChannels, Console& console)
+        : options(newOptions), reader(newReader), printer(newPrinter), channels(newChannels), progress(console) {}
+
+    /// Plays from the picture that has been read already, and waits until the detectors have handled all frames.
+    void Run(Picture picture) {
+        start = std::chrono::steady_clock::now();
+        startMs = picture.timeMs;
+        do {
+            if (!WaitUntilDue(picture.timeMs) || !PushToAll(std::move(picture))) {
+                break;
+            }
+            ++frames;
+        } while (!IsLimitReached() && reader.Read(picture));
+        for (const std::unique_ptr<Channel>& channel : channels) {
+            channel->Close();
+        }
+        WaitForChannels();
+        progress.End();
+    }
+
+    double Seconds() const { return progress.Seconds(); }
+    std::uint64_t FrameCount() const { return frames; }
+
+  private:
+    bool MustStop() const { return Interruption() != 0 || printer.HasEnded(); }
+    bool IsLimitReached() const { return options.frames != 0 && frames == options.frames; }
+
+    bool WaitUntilDue(std::uint64_t timeMs) {
+        if (options.realtime && timeMs > startMs) {
+            const auto due = start + std::chrono::milliseconds(timeMs - startMs);
+            for (auto now = std::chrono::steady_clock::now(); now < due && !MustStop();
+                 now = std::chrono::steady_clock::now()) {
+                std::this_thread::sleep_for(std::min<std::chrono::steady_clock::duration>(due - now, waitSlice));
+                ShowProgress();
+            }
+        }
+        return !MustStop();
+    }
+
+    bool PushToAll(Picture picture) {
+        for (std::size_t index = 0; index < channels.size(); ++index) {
+            const bool isLast = index + 1 == channels.size();
+            Picture own = isLast ? std::move(picture) : CopyPicture(picture);
+            while (!channels[index]->TryPush(own, waitSlice)) {
+                ShowProgress();
+                if (MustStop()) {
+                    return false;
+                }
+            }
+        }
+        ShowProgress();
+        return !MustStop();
+    }
+
+    void WaitForChannels() {
+        bool abandoned = false;
+        for (const std::unique_ptr<Channel>& channel : channels) {
+            while (!channel->HasFinished()) {
+                if (MustStop() && !abandoned) {
+                    abandoned = true;
+                    for (const std::unique_ptr<Channel>& other : channels) {
+                        other->Abandon();
+                    }
+                }
+                std::this_thread::sleep_for(std::chrono::milliseconds(1));
+                ShowProgress();
+            }
+        }
+    }
+
+    void ShowProgress() {
+        ProgressFigures figures;
+        for (const std::unique_ptr<Channel>& channel : channels) {
+            figures.frames += channel->FrameCount();
+        }
+        std::optional<std::uint64_t> total = reader.PictureCount();
+        if (options.frames != 0) {
+            total = std::min(total.value_or(options.frames), options.frames);
+        }
+        if (total) {
+            figures.frameTotal = *total * channels.size();
+        }
+        figures.plates = printer.PlateCount();
+        figures.events = printer.EventCount();
+        progress.Show(figures);
+    }
+
+    const PlayOptions& options;
+    VideoReader& reader;
+    const EventPrinter& printer;
+    std::vector<std::unique_ptr<Channel>>& channels;
+    Progress progress;
+    std::chrono::steady_clock::time_point start;
+    std::uint64_t startMs = 0;
+    std::uint64_t frames = 0;
+};
+
+// Runs the detectors from their making to their end, and gathers what came of it.
+RunOutcome PlayThroughDetectors(const PlayOptions& options, VideoReader& reader, Picture first, Console& console) {
+    RunOutcome run;
+    EventPrinter printer(stdout);
+    BufferLedger ledger;
+    HostObject host(console);
+    {
+        Plugin plugin(options.paths);
+        plugin.Initialize(host);
+        std::vector<std::unique_ptr<Channel>> channels;
+        for (int number = 0; number < options.channels; ++number) {
+            channels.push_back(std::make_unique<Channel>(number, plugin, host, printer, console, ledger, options));
+        }
+        for (const std::unique_ptr<Channel>& channel : channels) {
+            channel->Start();
+        }
+        Feeder feeder(options, reader, printer, channels, console);
+        feeder.Run(std::move(first));
+        run.seconds = feeder.Seconds();
+        run.framesRead = feeder.FrameCount();
+        for (const std::unique_ptr<Channel>& channel : channels) {
+            channel->Finish();
+            run.Add(channel->Outcome(), channel->Raisers());
+        }
+    }
+    run.channels = options.channels;
+    run.isSingle = options.singleArea.has_value();
+    run.events = printer.EventCount();
+    run.plates = printer.PlateCount();
+    run.outputError = printer.Error();
+    run.buffersHandedOut = ledger.handedOut.load();
+    run.buffersGivenBack = ledger.givenBack.load();
+    run.looseTargetLists = host.TargetLists().LooseListCount();
+    run.videoDamage = reader.Damage();
+    return run;
+}
+
+}  // namespace
+
+int Play(const PlayOptions& options, Console& console) {
+    const std::unique_ptr<VideoReader> reader = OpenVideo(options.video);
+    Picture first;
+    const bool hasPicture = reader->Read(first);
+    if (Interruption() != 0) {
+        return 128 + Interruption();
+    }
+    if (!hasPicture) {
+        const std::string damage = reader->Damage();
+        throw Failure("\"" + options.video + "\" holds no picture" + (damage.empty() ? "" : ": " + OneLine(damage)));
+    }
+    const RunOutcome run = PlayThroughDetectors(options, *reader, std::move(first), console);
+    for (const std::string& line : SummaryLines(run)) {
+        console.Line(line);
+    }
+    const std::vector<std::string> defects = Defects(run);
+    for (const std::string& defect : defects) {
+        console.Line("plate-host: error: " + defect);
+    }
+    if (!defects.empty()) {
+        return exitDefect;
+    }
+    return Interruption() == 0 ? 0 : 128 + Interruption();
+}
+
+}  // namespace plate_host

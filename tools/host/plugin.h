@@ -1,0 +1,70 @@
+/// The loaded library, its engine, and its detectors.
+#pragma once
+
+#include <boost/dll/shared_library.hpp>
+#include <memory>
+#include <string>
+
+#include "sdk/detector.h"
+#include "sdk/host.h"
+#include "sdk/module.h"
+
+namespace plate_host {
+
+/// The files to load; an empty path stands for the usual name beside this program.
+struct PluginPaths {
+    std::string library;
+    std::string engine;
+};
+
+/// Destroys a detector the way its contract says.
+struct DestroyDetector {
+    void operator()(OKM8::Analytics::IDetector* detector) const { detector->Destroy(); }
+};
+
+using DetectorHandle = std::unique_ptr<OKM8::Analytics::IDetector, DestroyDetector>;
+
+/// The interfaces of a detector that the host uses.
+struct Detector {
+    DetectorHandle handle;
+    OKM8::Analytics::IMediaReceiver* receiver = nullptr;
+    OKM8::Analytics::IMediaReceiverSingle2* singleReceiver = nullptr;
+    OKM8::IAsyncAdjuster* settings = nullptr;
+    OKM8::IErrorInfoProvider* errors = nullptr;
+};
+
+/// Owner thread, all of it. Every operation throws Failure where the library does not do its part.
+class Plugin {
+  public:
+    /// Loads the engine, so that the library is bound to it, and then the library.
+    explicit Plugin(const PluginPaths& paths);
+    Plugin(const Plugin&) = delete;
+    Plugin& operator=(const Plugin&) = delete;
+    /// Finalizes the module and unloads library and engine. Every detector has been destroyed before.
+    ~Plugin();
+
+    /// Hands the host object over and makes the module object. The host object must outlive the plug-in.
+    void Initialize(OKM8::IHost& host);
+
+    /// REQUIRES: Initialize has been called.
+    OKM8::Analytics::IModule& Module() { return *module; }
+
+    /// Makes a detector; the peer must outlive it. REQUIRES: Initialize has been called.
+    Detector CreateDetector(OKM8::Analytics::IDetectorPeer& peer);
+
+    const std::string& LibraryPath() const { return libraryPath; }
+    const std::string& EnginePath() const { return enginePath; }
+
+  private:
+    const std::string enginePath;
+    const std::string libraryPath;
+    boost::dll::shared_library engine;  // unloaded behind the library, which is bound to it
+    boost::dll::shared_library library;
+    OKM8::Analytics::InitializeModuleFunction* initializeModule = nullptr;
+    OKM8::Analytics::GetModuleFunction* getModule = nullptr;
+    OKM8::Analytics::FinalizeModuleFunction* finalizeModule = nullptr;
+    OKM8::Analytics::IModule* module = nullptr;
+    bool isInitialized = false;
+};
+
+}  // namespace plate_host

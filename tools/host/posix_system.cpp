@@ -1,0 +1,184 @@
+#include <dlfcn.h>
+#include <fcntl.h>
+#include <poll.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <array>
+#include <atomic>
+#include <cerrno>
+#include <csignal>
+#include <cstdlib>
+#include <system_error>
+
+#include "tools/host/failure.h"
+#include "tools/host/system.h"
+
+namespace plate_host {
+namespace {
+
+std::atomic<int> interruption{0};
+static_assert(std::atomic<int>::is_always_lock_free, "written by a signal handler");
+
+// Its write end is closed by nobody: a byte in it wakes every poll from then on.
+std::array<int, 2> wakePipe{-1, -1};
+
+void OnInterruption(int signal) {
+    const int savedError = errno;
+    int none = 0;
+    if (!interruption.compare_exchange_strong(none, signal)) {
+        ::_exit(128 + signal);
+    }
+    const char byte = 0;
+    [[maybe_unused]] const ssize_t written = ::write(wakePipe[1], &byte, 1);
+    errno = savedError;
+}
+
+// Unlike an ignored signal, a handled one is back at its default in the programs that the library starts.
+void OnBrokenPipe(int) {}
+
+void Handle(int signal, void (*handler)(int)) {
+    struct sigaction action {};
+    action.sa_handler = handler;
+    action.sa_flags = SA_RESTART;
+    ::sigemptyset(&action.sa_mask);
+    ::sigaction(signal, &action, nullptr);
+}
+
+std::string SystemText(int error) {
+    return std::generic_category().message(error);
+}
+
+class FileDescriptorSource final : public ByteSource {
+  public:
+    FileDescriptorSource(int newDescriptor, bool newOwned) : descriptor(newDescriptor), owned(newOwned) {}
+    FileDescriptorSource(const FileDescriptorSource&) = delete;
+    FileDescriptorSource& operator=(const FileDescriptorSource&) = delete;
+    ~FileDescriptorSource() override {
+        if (owned) {
+            ::close(descriptor);
+        }
+    }
+
+    std::size_t Read(void* buffer, std::size_t size) override {
+        while (WaitForInput()) {
+            const ssize_t count = ::read(descriptor, buffer, size);
+            if (count >= 0) {
+                return static_cast<std::size_t>(count);
+            }
+            if (errno != EINTR && errno != EAGAIN) {
+                error = SystemText(errno);
+                return 0;
+            }
+        }
+        return 0;
+    }
+
+    std::string Error() const override { return error; }
+
+    std::optional<std::uint64_t> Size() const override {
+        struct stat status {};
+        if (::fstat(descriptor, &status) != 0 || !S_ISREG(status.st_mode)) {
+            return std::nullopt;
+        }
+        return static_cast<std::uint64_t>(status.st_size);
+    }
+
+  private:
+    // Reading blocks in here alone, where a request to stop is noticed whenever it comes.
+    bool WaitForInput() {
+        while (Interruption() == 0) {
+            std::array<pollfd, 2> waits{{{descriptor, POLLIN, 0}, {wakePipe[0], POLLIN, 0}}};
+            if (::poll(waits.data(), waits.size(), -1) >= 0) {
+                return Interruption() == 0;
+            }
+            if (errno != EINTR) {
+                error = SystemText(errno);
+                return false;
+            }
+        }
+        return false;
+    }
+
+    const int descriptor;
+    const bool owned;
+    std::string error;
+};
+
+std::string RegistryFile(const std::string& folder, const char* hive) {
+    return folder + "/" + hive + "/SOFTWARE/Tellumark/KORA/DEBUG/DebugLevel";
+}
+
+std::string Environment(const char* name) {
+    const char* value = std::getenv(name);
+    return value == nullptr ? std::string() : std::string(value);
+}
+
+}  // namespace
+
+void PrepareProcess() {
+    // A file that is opened later must not take the place of a standard stream.
+    for (int descriptor = 0; descriptor <= 2; ++descriptor) {
+        if (::fcntl(descriptor, F_GETFD) == -1) {
+            [[maybe_unused]] const int opened = ::open("/dev/null", descriptor == 0 ? O_RDONLY : O_WRONLY);
+        }
+    }
+    if (wakePipe[0] == -1 && ::pipe2(wakePipe.data(), O_CLOEXEC | O_NONBLOCK) != 0) {
+        throw Failure("no pipe could be made: " + SystemText(errno));
+    }
+    Handle(SIGINT, OnInterruption);
+    Handle(SIGTERM, OnInterruption);
+    Handle(SIGPIPE, OnBrokenPipe);
+}
+
+int Interruption() {
+    return interruption.load();
+}
+
+bool ErrorsGoToTerminal() {
+    return ::isatty(2) == 1;
+}
+
+const char* LibraryFileName() {
+    return "libvexlane.so";
+}
+
+const char* EngineFileName() {
+    return "libRecon64.so";
+}
+
+bool EngineIsBound() {
+    void* const engine = ::dlopen(EngineFileName(), RTLD_NOW | RTLD_NOLOAD);
+    if (engine == nullptr) {
+        return false;
+    }
+    ::dlclose(engine);
+    return true;
+}
+
+std::vector<std::string> DebugLevelPlaces() {
+    const std::string root = Environment("VEXLANE_REGISTRY");
+    if (!root.empty()) {
+        return {RegistryFile(root, "HKEY_LOCAL_MACHINE"), RegistryFile(root, "HKEY_CURRENT_USER")};
+    }
+    std::string configuration = Environment("XDG_CONFIG_HOME");
+    if (configuration.empty()) {
+        configuration = Environment("HOME") + "/.config";
+    }
+    return {RegistryFile("/etc/vexlane", "HKEY_LOCAL_MACHINE"),
+            RegistryFile(configuration + "/vexlane", "HKEY_CURRENT_USER")};
+}
+
+std::unique_ptr<ByteSource> OpenByteSource(const std::string& path) {
+    if (path == "-") {
+        return std::make_unique<FileDescriptorSource>(0, false);
+    }
+    // Opening a pipe must not wait for its writer, since that wait would not notice a request to stop.
+    const int descriptor = ::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
+    if (descriptor == -1) {
+        throw Failure("cannot open \"" + path + "\": " + SystemText(errno));
+    }
+    return std::make_unique<FileDescriptorSource>(descriptor, true);
+}
+
+}  // namespace plate_host

@@ -1,0 +1,40 @@
+/// What came of a run.
+#pragma once
+
+#include <cstdint>
+#include <map>
+#include <string>
+#include <vector>
+
+#include "tools/host/channel.h"
+
+namespace plate_host {
+
+struct RunOutcome {
+    int channels = 0;
+    double seconds = 0.0;
+    std::uint64_t framesRead = 0;
+    std::uint64_t framesHandled = 0;
+    std::map<std::string, std::uint64_t> failures;
+    bool isSingle = false;
+    std::uint64_t frameDoneCalls = 0;
+    std::uint64_t wrongFrameDoneCalls = 0;
+    std::uint64_t events = 0;
+    std::uint64_t plates = 0;
+    RaiserCounts raisers;
+    std::uint64_t looseTargetLists = 0;
+    std::uint64_t buffersHandedOut = 0;
+    std::uint64_t buffersGivenBack = 0;
+    std::string videoDamage;
+    std::string outputError;
+
+    void Add(const ChannelOutcome& channel, const RaiserCounts& channelRaisers);
+};
+
+/// The summary for people.
+std::vector<std::string> SummaryLines(const RunOutcome& run);
+
+/// What makes the run a failed one, one line each: rules of the contract that the library broke, lost output.
+std::vector<std::string> Defects(const RunOutcome& run);
+
+}  // namespace plate_host

@@ -1,0 +1,60 @@
+/// Y4M streams: a line of text, then pictures, each behind a line of its own.
+#pragma once
+
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "tools/host/system.h"
+#include "tools/host/video_reader.h"
+
+namespace plate_host {
+
+inline constexpr std::string_view y4mMagic = "YUV4MPEG2";
+
+/// What a stream's first line says.
+struct Y4mHeader {
+    std::uint32_t width = 0;
+    std::uint32_t height = 0;
+    std::uint32_t rateNumerator =
+        25;  ///< frames in `rateDenominator` seconds; 25 a second where the stream has no rate
+    std::uint32_t rateDenominator = 1;
+    bool colour = true;  ///< false for luminance alone
+};
+
+/// Reads a first line, without its line end. Throws Failure with a text that says what is wrong.
+Y4mHeader ParseY4mHeader(std::string_view line);
+
+/// A frame's presentation time in milliseconds, cut to a whole number.
+std::uint64_t Y4mFrameTime(const Y4mHeader& header, std::uint64_t frameNumber);
+
+/// Reads a stream to its end, or to where it is broken.
+class Y4mReader final : public VideoReader {
+  public:
+    /// Reads the first line. Throws Failure with the stream's name.
+    Y4mReader(std::unique_ptr<ByteSource> newSource, const std::string& name);
+
+    bool Read(Picture& picture) override;
+    std::string Damage() const override { return damage; }
+    std::optional<std::uint64_t> PictureCount() const override;
+
+  private:
+    enum class LineResult { Complete, End, Broken };
+
+    LineResult ReadLine(std::string& line);
+    std::size_t ReadBytes(std::uint8_t* target, std::size_t size);
+    bool FillBuffer();
+    bool BreakOff(const std::string& reason);
+
+    std::unique_ptr<ByteSource> source;
+    std::vector<std::uint8_t> buffer;
+    std::size_t bufferBegin = 0;
+    std::size_t bufferEnd = 0;
+    std::size_t headerSize = 0;
+    Y4mHeader header;
+    std::vector<std::uint8_t> oddPicture;  ///< a whole picture, where it is larger than what is handed over
+    std::uint64_t frameNumber = 0;
+    std::string damage;
+};
+
+}  // namespace plate_host
