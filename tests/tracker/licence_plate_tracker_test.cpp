@@ -1,0 +1,657 @@
+#include "tracker/licence_plate_tracker.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cstdint>
+#include <limits>
+#include <set>
+#include <string>
+#include <vector>
+
+#include "tests/tracker/tracker_fixture.h"
+
+namespace {
+
+using tracker_test::Call;
+using tracker_test::NoLimit;
+using tracker_test::Reading;
+using tracker_test::RecordingSink;
+using tracker_test::Release;
+using tracker_test::Result;
+
+using Calls = std::vector<Call>;
+using Readings = std::vector<LicencePlatePtr>;
+
+class LicencePlateTracker : public testing::Test {
+  protected:
+    boost::shared_ptr<CLicencePlateTracker> Make(std::uint64_t lostTimeout = 3000, std::uint64_t maximumAge = NoLimit,
+                                                 std::uint64_t readingsToReport = NoLimit) {
+        return boost::make_shared<CLicencePlateTracker>(&sink, lostTimeout, maximumAge, readingsToReport);
+    }
+
+    static void Frame(CLicencePlateTracker& tracker, std::uint64_t time, std::initializer_list<Reading> readings) {
+        Readings plates;
+        for (Reading reading : readings) {
+            reading.time = time;
+            plates.push_back(reading);
+        }
+        tracker.ProcessPlates(plates, time);
+    }
+
+    // The readings of each track, best text only, oldest track first; ends the tracks.
+    std::vector<std::vector<std::uint64_t>> Groups(CLicencePlateTracker& tracker) {
+        sink.calls.clear();
+        tracker.FinishAll();
+        std::vector<std::vector<std::uint64_t>> groups;
+        for (const Call& call : sink.Results()) {
+            groups.push_back(call.readingIds);
+        }
+        return groups;
+    }
+
+    std::size_t TrackCount(CLicencePlateTracker& tracker) { return Groups(tracker).size(); }
+
+    static Calls Sorted(Calls calls) {
+        std::sort(calls.begin(), calls.end(), [](const Call& a, const Call& b) { return a.readingId < b.readingId; });
+        return calls;
+    }
+
+    RecordingSink sink;
+};
+
+// --- which reading goes to which track ---
+
+TEST_F(LicencePlateTracker, AnUnmatchedReadingBeginsATrack) {
+    const auto tracker = Make();
+    Frame(*tracker, 1000, {{1, L"AAAA", 640, 100}, {2, L"BBBB", 640, 600}});
+    EXPECT_TRUE(sink.calls.empty());
+    EXPECT_EQ(Groups(*tracker), (std::vector<std::vector<std::uint64_t>>{{1}, {2}}));
+}
+
+TEST_F(LicencePlateTracker, ReadingsOfOneFrameNeverJoinATrackOfThatFrame) {
+    const auto tracker = Make();
+    Frame(*tracker, 1000, {{1, L"AAAA", 640, 100}, {2, L"AAAA", 640, 100}});
+    EXPECT_EQ(TrackCount(*tracker), 2u);
+}
+
+TEST_F(LicencePlateTracker, AnEqualTextJoinsFarFromThePrediction) {
+    const auto tracker = Make();
+    Frame(*tracker, 1000, {{1, L"AAAA", 640, 100}});
+    Frame(*tracker, 1040, {{2, L"AAAA", 1200, 700}});
+    EXPECT_EQ(Groups(*tracker), (std::vector<std::vector<std::uint64_t>>{{1, 2}}));
+}
+
+TEST_F(LicencePlateTracker, AnEqualTextJoinsEvenBehindTheTrack) {
+    const auto tracker = Make();
+    Frame(*tracker, 1000, {{1, L"AAAA", 640, 340}});
+    Frame(*tracker, 1040, {{2, L"AAAA", 640, 10}});
+    EXPECT_EQ(Groups(*tracker), (std::vector<std::vector<std::uint64_t>>{{1, 2}}));
+}
+
+TEST_F(LicencePlateTracker, AnEarlierTextOfTheTrackJoinsToo) {
+    const auto tracker = Make();
+    Frame(*tracker, 1000, {{1, L"AAAA", 640, 100}});
+    Frame(*tracker, 1040, {{2, L"AAAB", 640, 110}});
+    Frame(*tracker, 1080, {{3, L"AAAA", 100, 700}});
+    EXPECT_EQ(Groups(*tracker), (std::vector<std::vector<std::uint64_t>>{{1, 3}}));
+}
+
+TEST_F(LicencePlateTracker, AReadingBehindTheTrackIsSkippedByPosition) {
+    const auto tracker = Make();
+    Frame(*tracker, 1000, {{1, L"AAAA", 640, 300}});  // taken to move down, margin 100
+    Frame(*tracker, 1040, {{2, L"AAAB", 640, 200}});
+    EXPECT_EQ(TrackCount(*tracker), 2u);
+
+    Frame(*tracker, 1000, {{1, L"AAAA", 640, 300}});
+    Frame(*tracker, 1040, {{2, L"AAAB", 640, 201}});
+    EXPECT_EQ(TrackCount(*tracker), 1u);
+}
+
+TEST_F(LicencePlateTracker, ATrackOfOneReadingTakesNoForeignTextByPosition) {
+    const auto tracker = Make();
+    Frame(*tracker, 1000, {{1, L"AAAA", 640, 100}});
+    Frame(*tracker, 1040, {{2, L"BBBB", 640, 100}});
+    EXPECT_EQ(TrackCount(*tracker), 2u);
+}
+
+TEST_F(LicencePlateTracker, ATrackOfTwoTakesAnyTextWhereItExpectsThePlate) {
+    const auto tracker = Make();
+    Frame(*tracker, 1000, {{1, L"AAAA", 640, 100}});
+    Frame(*tracker, 1100, {{2, L"AAAA", 640, 110}});
+    // Expected at 640, 120; the plate is 100 wide and 30 high.
+    Frame(*tracker, 1200, {{3, L"ZZZZ", 740, 180}});
+    EXPECT_EQ(TrackCount(*tracker), 1u);
+}
+
+TEST_F(LicencePlateTracker, TheExpectedPlaceIsAPlateWideAndTwoPlatesHigh) {
+    const struct {
+        std::int32_t x;
+        std::int32_t y;
+        bool joins;
+    } cases[] = {{740, 120, true}, {741, 120, false}, {540, 120, true}, {539, 120, false},
+                 {640, 180, true}, {640, 181, false}, {640, 60, true},  {640, 59, false}};
+    for (const auto& place : cases) {
+        const auto tracker = Make();
+        Frame(*tracker, 1000, {{1, L"AAAA", 640, 100}});
+        Frame(*tracker, 1100, {{2, L"AAAA", 640, 110}});
+        Frame(*tracker, 1200, {{3, L"ZZZZ", place.x, place.y}});
+        EXPECT_EQ(TrackCount(*tracker), place.joins ? 1u : 2u) << place.x << ", " << place.y;
+    }
+}
+
+// Texts of 20 units, so that 0.65 and 0.35 are whole numbers of replaced ones.
+const std::wstring twentyAs(20, L'A');
+std::wstring Replaced(std::size_t count) {
+    return std::wstring(count, L'B') + std::wstring(20 - count, L'A');
+}
+// One unit shorter: half a unit more apart.
+std::wstring ReplacedAndShort(std::size_t count) {
+    return std::wstring(count, L'B') + std::wstring(19 - count, L'A');
+}
+
+TEST_F(LicencePlateTracker, NearbyATextDistanceUpToSixtyFiveHundredthsIsAccepted) {
+    const struct {
+        std::wstring text;
+        bool joins;
+    } cases[] = {{Replaced(13), true}, {ReplacedAndShort(13), false}, {Replaced(14), false}};
+    for (const auto& candidate : cases) {
+        const auto tracker = Make();
+        Frame(*tracker, 1000, {{1, twentyAs, 640, 100}});
+        Frame(*tracker, 1040, {{2, candidate.text, 640, 110}});
+        EXPECT_EQ(TrackCount(*tracker), candidate.joins ? 1u : 2u);
+    }
+}
+
+TEST_F(LicencePlateTracker, FarAwayATextDistanceUpToThirtyFiveHundredthsIsAccepted) {
+    const struct {
+        std::wstring text;
+        bool joins;
+    } cases[] = {{Replaced(7), true}, {ReplacedAndShort(7), false}, {Replaced(8), false}};
+    for (const auto& candidate : cases) {
+        const auto tracker = Make();
+        Frame(*tracker, 1000, {{1, twentyAs, 640, 100}});
+        Frame(*tracker, 1040, {{2, candidate.text, 640, 700}});
+        EXPECT_EQ(TrackCount(*tracker), candidate.joins ? 1u : 2u);
+    }
+}
+
+TEST_F(LicencePlateTracker, FarBeginsBeyondFifteenHundredthsOfTheFramesSides) {
+    // 0.15 x (1280 + 720) = 300 pixels. A text that is half different joins nearby and does not far away.
+    for (const bool far : {false, true}) {
+        const auto tracker = Make();
+        Frame(*tracker, 1000, {{1, twentyAs, 640, 100}});
+        Frame(*tracker, 1040, {{2, Replaced(10), 640, far ? 401 : 400}});
+        EXPECT_EQ(TrackCount(*tracker), far ? 2u : 1u);
+    }
+    for (const bool far : {false, true}) {
+        const auto tracker = Make();
+        Frame(*tracker, 1000, {{1, twentyAs, 640, 100}});
+        Frame(*tracker, 1040, {{2, Replaced(10), 640 + 180, far ? 341 : 340}});  // 180, 240: 300 along the diagonal
+        EXPECT_EQ(TrackCount(*tracker), far ? 2u : 1u);
+    }
+}
+
+TEST_F(LicencePlateTracker, OnlyTheClosestListIsLookedAt) {
+    // A far candidate of a better text loses to a nearby one, and when the nearby one is refused nothing is taken.
+    const auto tracker = Make();
+    Frame(*tracker, 1000, {{1, twentyAs, 640, 100}});
+    Frame(*tracker, 1040, {{2, Replaced(1), 640, 700}, {3, Replaced(5), 640, 110}});
+    const auto groups = Groups(*tracker);
+    ASSERT_EQ(groups.size(), 2u);
+    EXPECT_EQ(groups[0], std::vector<std::uint64_t>{1});
+    EXPECT_EQ(groups[1], std::vector<std::uint64_t>{2}) << "the far one began its own track";
+
+    Frame(*tracker, 2000, {{1, twentyAs, 640, 100}});
+    Frame(*tracker, 2040, {{2, Replaced(1), 640, 700}, {3, Replaced(20), 640, 110}});
+    EXPECT_EQ(TrackCount(*tracker), 3u);
+}
+
+TEST_F(LicencePlateTracker, TheClosestTextOfTheListIsTaken) {
+    const auto tracker = Make();
+    Frame(*tracker, 1000, {{1, twentyAs, 640, 100}});
+    Frame(*tracker, 1040, {{2, Replaced(6), 640, 110}, {3, Replaced(4), 640, 120}, {4, Replaced(5), 640, 105}});
+    Frame(*tracker, 1041, {{5, Replaced(4), 640, 120}});  // an equal text: goes to the oldest track that has it
+    const auto groups = Groups(*tracker);
+    ASSERT_EQ(groups.size(), 3u);
+    EXPECT_EQ(groups[1], std::vector<std::uint64_t>{2});
+    EXPECT_EQ(groups[2], std::vector<std::uint64_t>{4});
+}
+
+TEST_F(LicencePlateTracker, OfEquallyDistantReadingsTheEarlierOneIsTaken) {
+    for (const bool swapped : {false, true}) {
+        const auto tracker = Make();
+        Frame(*tracker, 1000, {{1, L"AAAA", 640, 100}});
+        if (swapped) {
+            Frame(*tracker, 1040, {{3, L"AAAC", 640, 110}, {2, L"AAAB", 640, 120}});
+        } else {
+            Frame(*tracker, 1040, {{2, L"AAAB", 640, 120}, {3, L"AAAC", 640, 110}});
+        }
+        const auto groups = Groups(*tracker);
+        ASSERT_EQ(groups.size(), 2u);
+        EXPECT_EQ(groups[1], std::vector<std::uint64_t>{swapped ? 2u : 3u}) << "what was left over";
+    }
+}
+
+TEST_F(LicencePlateTracker, TheOlderTrackChoosesFirst) {
+    const auto tracker = Make();
+    Frame(*tracker, 1000, {{1, L"AAAA", 640, 100}, {2, L"AAAA", 640, 100}});
+    Frame(*tracker, 1040, {{3, L"AAAA", 640, 110}});
+    EXPECT_EQ(Groups(*tracker), (std::vector<std::vector<std::uint64_t>>{{1, 3}, {2}}));
+}
+
+TEST_F(LicencePlateTracker, TheOlderTrackTakesAReadingThatSuitsTheYoungerOneBetter) {
+    const auto tracker = Make();
+    Frame(*tracker, 1000, {{1, L"AAAA", 640, 100}, {2, L"AABB", 640, 100}});
+    Frame(*tracker, 1040, {{3, L"AABB", 640, 110}});
+    const auto groups = Groups(*tracker);
+    ASSERT_EQ(groups.size(), 2u);
+    EXPECT_EQ(groups[1], std::vector<std::uint64_t>{2}) << "the younger track got nothing";
+}
+
+TEST_F(LicencePlateTracker, ATrackTakesOneReadingPerFrame) {
+    const auto tracker = Make();
+    Frame(*tracker, 1000, {{1, L"AAAA", 640, 100}});
+    Frame(*tracker, 1040, {{2, L"AAAA", 640, 110}, {3, L"AAAA", 640, 110}});
+    EXPECT_EQ(Groups(*tracker), (std::vector<std::vector<std::uint64_t>>{{1, 2}, {3}}));
+}
+
+TEST_F(LicencePlateTracker, AReadingHandedInTwiceIsTakenOnce) {
+    const auto tracker = Make();
+    Frame(*tracker, 1000, {{1, L"AAAA", 640, 100}});
+    const LicencePlatePtr twice = Reading{2, L"AAAA", 640, 110, 1040};
+    tracker->ProcessPlates({twice, Reading{3, L"ZZZZ", 100, 700, 1040}, twice}, 1040);
+    EXPECT_EQ(sink.Take(), Calls{Release(2)}) << "its second place";
+    EXPECT_EQ(Groups(*tracker), (std::vector<std::vector<std::uint64_t>>{{1, 2}, {3}}));
+}
+
+TEST_F(LicencePlateTracker, TwoEmptyTextsAreNotEqual) {
+    const auto tracker = Make();
+    Frame(*tracker, 1000, {{1, L"", 640, 100}});
+    Frame(*tracker, 1040, {{2, L"", 640, 100}});
+    EXPECT_EQ(TrackCount(*tracker), 2u);
+}
+
+TEST_F(LicencePlateTracker, ADistanceThatWrappedBelowZeroIsNotFar) {
+    // 50000 squared is negative in 32 bits and has no root; 40000 squared is positive. A text that is half different
+    // shows which of the two distances counts as far.
+    for (const std::int32_t away : {40000, 50000}) {
+        const auto tracker = Make();
+        Frame(*tracker, 1000, {{1, twentyAs, 640, 100}});
+        Frame(*tracker, 1040, {{2, Replaced(10), 640, 100 + away}});
+        EXPECT_EQ(TrackCount(*tracker), away == 50000 ? 1u : 2u) << away;
+    }
+}
+
+TEST_F(LicencePlateTracker, NullReadingsAndEmptyFramesAreHarmless) {
+    const auto tracker = Make();
+    tracker->ProcessPlates({}, 0);
+    tracker->ProcessPlates({nullptr}, 1000);
+    tracker->ProcessPlates({nullptr, Reading{1, L"AAAA", 640, 100, 1040}, nullptr}, 1040);
+    tracker->ProcessPlates({nullptr, Reading{2, L"AAAA", 640, 110, 1080}}, 1080);
+    EXPECT_TRUE(sink.calls.empty());
+    EXPECT_EQ(Groups(*tracker), (std::vector<std::vector<std::uint64_t>>{{1, 2}}));
+}
+
+// --- when a track is reported ---
+
+TEST_F(LicencePlateTracker, EnoughReadingsCompleteATrackAndItStays) {
+    const auto tracker = Make(3000, NoLimit, 3);
+    Frame(*tracker, 1000, {{1, L"AAAA", 640, 100}});
+    Frame(*tracker, 1100, {{2, L"AAAA", 640, 110}});
+    EXPECT_TRUE(sink.calls.empty());
+    Frame(*tracker, 1200, {{3, L"AAAA", 640, 120}});
+    EXPECT_EQ(sink.Take(), Calls{Result(1, 3, {1, 2, 3})});
+    EXPECT_EQ(sink.lastTracker, tracker.get());
+    Frame(*tracker, 1300, {{4, L"AAAA", 640, 130}});
+    EXPECT_EQ(sink.Take(), Calls{Release(2)}) << "it joined the track that had stayed, and nothing is said twice";
+    tracker->FinishAll();
+    EXPECT_TRUE(sink.Results().empty());
+}
+
+TEST_F(LicencePlateTracker, OneReadingCanBeEnough) {
+    const auto tracker = Make(3000, NoLimit, 1);
+    Frame(*tracker, 1000, {{1, L"AAAA", 640, 100}});
+    EXPECT_EQ(sink.Take(), Calls{Result(1, 3, {1})});
+}
+
+TEST_F(LicencePlateTracker, AgeCompletesATrackAtTheLimit) {
+    const auto tracker = Make(3000, 500, NoLimit);
+    Frame(*tracker, 1000, {{1, L"AAAA", 640, 100}});
+    Frame(*tracker, 1499, {});
+    EXPECT_TRUE(sink.calls.empty());
+    Frame(*tracker, 1500, {});
+    EXPECT_EQ(sink.Take(), Calls{Result(1, 3, {1})});
+}
+
+TEST_F(LicencePlateTracker, ATrackIsLostAfterTheTimeoutWithoutAnyReading) {
+    const auto tracker = Make();
+    Frame(*tracker, 1000, {{1, L"AAAA", 640, 100}});
+    Frame(*tracker, 4000, {});
+    EXPECT_TRUE(sink.calls.empty()) << "exactly the time-out is not longer";
+    Frame(*tracker, 4001, {});
+    EXPECT_EQ(sink.Take(), Calls{Result(1, 2, {1})});
+    EXPECT_EQ(TrackCount(*tracker), 0u);
+}
+
+TEST_F(LicencePlateTracker, ALostTrackThatWasReportedBeforeIsRemovedInSilence) {
+    const auto tracker = Make(3000, NoLimit, 2);
+    Frame(*tracker, 1000, {{1, L"AAAA", 640, 100}});
+    Frame(*tracker, 1100, {{2, L"AAAA", 640, 110}});
+    EXPECT_EQ(sink.Take(), Calls{Result(1, 3, {1, 2})});
+    Frame(*tracker, 4101, {});
+    EXPECT_EQ(sink.Take(), Calls{Release(2)});
+    Frame(*tracker, 4200, {{3, L"AAAA", 640, 110}});
+    Frame(*tracker, 4300, {{4, L"AAAA", 640, 110}});
+    EXPECT_EQ(sink.Take(), Calls{Result(3, 3, {3, 4})}) << "a track of its own";
+}
+
+TEST_F(LicencePlateTracker, CompletenessIsReportedBeforeLoss) {
+    const auto tracker = Make(3000, 3001, NoLimit);
+    Frame(*tracker, 1000, {{1, L"AAAA", 640, 100}});
+    Frame(*tracker, 4001, {});
+    EXPECT_EQ(sink.Take(), Calls{Result(1, 3, {1})});
+    EXPECT_EQ(TrackCount(*tracker), 0u);
+}
+
+TEST_F(LicencePlateTracker, SetLostTimeoutHoldsForTracksThatExist) {
+    const auto tracker = Make();
+    Frame(*tracker, 1000, {{1, L"AAAA", 640, 100}});
+    tracker->SetLostTimeout(100);
+    EXPECT_TRUE(sink.calls.empty()) << "nothing happens before the next frame";
+    Frame(*tracker, 1100, {});
+    EXPECT_TRUE(sink.calls.empty());
+    Frame(*tracker, 1101, {});
+    EXPECT_EQ(sink.Take(), Calls{Result(1, 2, {1})});
+    tracker->SetLostTimeout(10000);
+    Frame(*tracker, 2000, {{2, L"AAAA", 640, 100}});
+    Frame(*tracker, 12000, {});
+    EXPECT_TRUE(sink.calls.empty());
+}
+
+TEST_F(LicencePlateTracker, ATrackPredictedAboveTheEnlargedFrameIsReportedAndRemoved) {
+    const auto tracker = Make();
+    Frame(*tracker, 1000, {{1, L"AAAA", 640, 200}});
+    Frame(*tracker, 1100, {{2, L"AAAA", 640, 100}});
+    Frame(*tracker, 1272, {});  // predicted at -72, a tenth of the height
+    EXPECT_TRUE(sink.calls.empty());
+    Frame(*tracker, 1273, {});
+    EXPECT_EQ(sink.Take(), (Calls{Result(1, 1, {1, 2}), Release(2)}));
+    EXPECT_EQ(TrackCount(*tracker), 0u);
+}
+
+TEST_F(LicencePlateTracker, EverySideOfTheEnlargedFrameCounts) {
+    const struct {
+        std::int32_t x;
+        std::int32_t y;
+        std::int32_t stepX;
+        std::int32_t stepY;
+        std::uint64_t last;  // the last millisecond at which it is still inside
+    } cases[] = {
+        {640, 360, -100, 0, 768},  // 640 - 768 = -128
+        {640, 360, 100, 0, 768},   // 640 + 768 = 1408
+        {640, 360, 0, -100, 432},  // 360 - 432 = -72
+        {640, 360, 0, 100, 432},   // 360 + 432 = 792
+    };
+    for (const auto& way : cases) {
+        const auto tracker = Make();
+        Frame(*tracker, 1000, {{1, L"AAAA", way.x - way.stepX, way.y - way.stepY}});
+        Frame(*tracker, 1100, {{2, L"AAAA", way.x, way.y}});
+        Frame(*tracker, 1100 + way.last, {});
+        EXPECT_TRUE(sink.calls.empty()) << way.stepX << ", " << way.stepY;
+        Frame(*tracker, 1100 + way.last + 1, {});
+        ASSERT_EQ(sink.Results(), Calls{Result(1, 1, {1, 2})}) << way.stepX << ", " << way.stepY;
+        sink.calls.clear();
+    }
+}
+
+TEST_F(LicencePlateTracker, TheFrameOfTheBestReadingBoundsTheView) {
+    for (const std::uint32_t height : {720u, 7200u}) {
+        const auto tracker = Make();
+        Frame(*tracker, 1000, {{1, L"AAAA", 640, 200, 0, 100, 1280, height}});
+        Frame(*tracker, 1100, {{2, L"AAAA", 640, 100}});
+        Frame(*tracker, 1273, {});
+        EXPECT_EQ(sink.Results().size(), height == 720 ? 1u : 0u);
+        sink.calls.clear();
+    }
+}
+
+TEST_F(LicencePlateTracker, OneReadingCannotLeaveTheView) {
+    const auto tracker = Make();
+    Frame(*tracker, 1000, {{1, L"AAAA", 640, -500}});
+    Frame(*tracker, 1100, {});
+    EXPECT_TRUE(sink.calls.empty());
+}
+
+TEST_F(LicencePlateTracker, APlateOutsideLeavesOnlyAtALaterTime) {
+    const auto tracker = Make();
+    Frame(*tracker, 1000, {{1, L"AAAA", 640, 0}});
+    Frame(*tracker, 1100, {{2, L"AAAA", 640, -300}});
+    EXPECT_TRUE(sink.calls.empty()) << "the frame's time is the last reading's";
+    Frame(*tracker, 1101, {});
+    EXPECT_EQ(sink.Results(), Calls{Result(1, 1, {1, 2})});
+}
+
+TEST_F(LicencePlateTracker, AStandingPlateIsReportedAtItsNinthReadingAndStays) {
+    const auto tracker = Make();
+    for (std::uint64_t id = 1; id <= 8; ++id) {
+        Frame(*tracker, 1000 + id * 100, {{id, L"AAAA", 640, 100}});
+        EXPECT_TRUE(sink.Results().empty()) << id;
+    }
+    sink.calls.clear();
+    Frame(*tracker, 1900, {{9, L"AAAA", 640, 100}});
+    EXPECT_EQ(sink.Take(), (Calls{Release(7), Result(1, 0, {1, 2, 3, 4, 5, 6, 7, 8, 9})}));
+    Frame(*tracker, 2000, {{10, L"AAAA", 640, 100}});
+    EXPECT_EQ(sink.Take(), Calls{Release(8)});
+    tracker->FinishAll();
+    EXPECT_EQ(Sorted(sink.Take()), (Calls{Release(9), Release(10)})) << "reported once, by reason 0";
+}
+
+TEST_F(LicencePlateTracker, WithoutLimitsAMovingPlateIsNotReported) {
+    const auto tracker = Make();
+    for (std::uint64_t id = 1; id <= 60; ++id) {
+        Frame(*tracker, 1000 + id * 40, {{id, L"AAAA", 640, static_cast<std::int32_t>(id) * 10}});
+    }
+    EXPECT_TRUE(sink.Results().empty());
+    sink.calls.clear();
+    tracker->FinishAll();
+    ASSERT_EQ(sink.Results().size(), 1u);
+    EXPECT_EQ(sink.Results()[0].reason, 3);
+    EXPECT_EQ(sink.Results()[0].readingIds.size(), 60u);
+}
+
+TEST_F(LicencePlateTracker, ASpeedThatIsNoNumberNeverCountsAsSlow) {
+    const auto tracker = Make();
+    Frame(*tracker, 1000, {{1, L"AAAA", 640, 100}});
+    Frame(*tracker, 1000, {{2, L"AAAA", 640, 100}});
+    for (std::uint64_t id = 3; id <= 40; ++id) {
+        Frame(*tracker, 1000 + id * 100, {{id, L"AAAA", 640, 100}});
+    }
+    EXPECT_TRUE(sink.Results().empty());
+}
+
+TEST_F(LicencePlateTracker, AnInfiniteSpeedNeverCountsAsSlow) {
+    const auto tracker = Make();
+    Frame(*tracker, 1000, {{1, L"AAAA", 640, 100}});
+    Frame(*tracker, 1000, {{2, L"AAAA", 640, 120}});
+    for (std::uint64_t id = 3; id <= 40; ++id) {
+        Frame(*tracker, 1000 + id * 100, {{id, L"AAAA", 640, 120}});
+    }
+    EXPECT_TRUE(sink.Results().empty());
+}
+
+TEST_F(LicencePlateTracker, AFrameFromBeforeTheLastReadingEndsTheTrack) {
+    constexpr std::uint64_t never = std::numeric_limits<std::uint64_t>::max();
+    {
+        const auto tracker = Make(3000, never, NoLimit);
+        Frame(*tracker, 5000, {{1, L"AAAA", 640, 100}});
+        Frame(*tracker, 4990, {});
+        EXPECT_EQ(sink.Take(), Calls{Result(1, 2, {1})});
+        EXPECT_EQ(TrackCount(*tracker), 0u);
+    }
+    {
+        // Its age is as huge as its silence, and is looked at first.
+        const auto tracker = Make();
+        Frame(*tracker, 5000, {{1, L"AAAA", 640, 100}});
+        Frame(*tracker, 4990, {});
+        EXPECT_EQ(sink.Take(), Calls{Result(1, 3, {1})});
+        EXPECT_EQ(TrackCount(*tracker), 0u);
+    }
+}
+
+TEST_F(LicencePlateTracker, AReadingFromAfterItsFrameEndsInThatFrame) {
+    const auto tracker = Make();
+    tracker->ProcessPlates({Reading{1, L"AAAA", 640, 100, 5000}, Reading{2, L"AAAA", 640, 100, 1000}}, 4000);
+    EXPECT_EQ(sink.Take(), Calls{Result(1, 3, {1})});
+    EXPECT_EQ(Groups(*tracker), (std::vector<std::vector<std::uint64_t>>{{2}}));
+}
+
+TEST_F(LicencePlateTracker, TheFirstRemovedTrackDoesNotHideTheNext) {
+    const auto tracker = Make();
+    Frame(*tracker, 1000, {{1, L"AAAA", 640, 100}, {2, L"BBBB", 640, 600}, {3, L"CCCC", 100, 600}});
+    Frame(*tracker, 4001, {{4, L"BBBB", 640, 590}});
+    EXPECT_EQ(sink.Take(), (Calls{Result(1, 2, {1}), Result(3, 2, {3})}));
+    EXPECT_EQ(Groups(*tracker), (std::vector<std::vector<std::uint64_t>>{{2, 4}}));
+}
+
+// --- what is reported, what is handed back ---
+
+TEST_F(LicencePlateTracker, TheBestReadingComesWithTheReadingsOfItsTextAlone) {
+    const auto tracker = Make();
+    Frame(*tracker, 1000, {{1, L"ABCD", 640, 100}});
+    Frame(*tracker, 1100, {{2, L"ABCC", 640, 110}});
+    Frame(*tracker, 1200, {{3, L"ABCD", 640, 120}});
+    Frame(*tracker, 1300, {{4, L"ABCC", 640, 130}});
+    sink.calls.clear();
+    tracker->FinishAll();
+    EXPECT_EQ(sink.Results(), Calls{Result(2, 3, {2, 4})});
+}
+
+TEST_F(LicencePlateTracker, AHigherWeightBeatsASmallerText) {
+    const auto tracker = Make();
+    Frame(*tracker, 1000, {{1, L"ABCC", 640, 100, 0, 100}});
+    Frame(*tracker, 1100, {{2, L"ABCD", 640, 110, 0, 101}});
+    tracker->FinishAll();
+    EXPECT_EQ(sink.Results(), Calls{Result(2, 3, {2})});
+}
+
+TEST_F(LicencePlateTracker, AReadingThatDropsOutOfEveryPlaceIsHandedBackAtOnce) {
+    const auto tracker = Make();
+    Frame(*tracker, 1000, {{1, L"AAAA", 640, 100}});
+    Frame(*tracker, 1100, {{2, L"AAAA", 640, 110}});
+    Frame(*tracker, 1200, {{3, L"AAAA", 640, 120}});
+    EXPECT_TRUE(sink.calls.empty());
+    Frame(*tracker, 1300, {{4, L"AAAA", 640, 130}});
+    EXPECT_EQ(sink.Take(), Calls{Release(2)});
+    tracker->FinishAll();
+    const Calls calls = sink.Take();
+    ASSERT_EQ(calls.size(), 3u);
+    EXPECT_EQ(calls[0], Result(1, 3, {1, 2, 3, 4}));
+    EXPECT_EQ(Sorted({calls.begin() + 1, calls.end()}), (Calls{Release(3), Release(4)}));
+}
+
+TEST_F(LicencePlateTracker, ABeatenBestReadingOfATextIsHandedBack) {
+    const auto tracker = Make();
+    Frame(*tracker, 1000, {{1, L"ABCD", 640, 100}});
+    Frame(*tracker, 1100, {{2, L"ABCC", 640, 110, 0, 50}});
+    Frame(*tracker, 1200, {{3, L"ABCD", 640, 120}});
+    Frame(*tracker, 1300, {{4, L"ABCD", 640, 130}});
+    EXPECT_TRUE(sink.calls.empty()) << "the second is the best of its text";
+    Frame(*tracker, 1400, {{5, L"ABCC", 640, 140, 0, 60}});
+    EXPECT_EQ(sink.Take(), (Calls{Release(3), Release(2)}));
+}
+
+TEST_F(LicencePlateTracker, FinishAllReportsTheOldestFirstAndHandsBackBetween) {
+    const auto tracker = Make();
+    Frame(*tracker, 1000, {{1, L"AAAA", 640, 100}, {2, L"BBBB", 640, 600}});
+    Frame(*tracker, 1100, {{3, L"AAAA", 640, 110}, {4, L"BBBB", 640, 590}});
+    tracker->FinishAll();
+    EXPECT_EQ(sink.Take(), (Calls{Result(1, 3, {1, 3}), Release(3), Result(2, 3, {2, 4}), Release(4)}));
+    tracker->FinishAll();
+    EXPECT_TRUE(sink.calls.empty());
+}
+
+TEST_F(LicencePlateTracker, WorksOnAfterFinishAll) {
+    const auto tracker = Make();
+    Frame(*tracker, 1000, {{1, L"AAAA", 640, 100}});
+    tracker->FinishAll();
+    sink.calls.clear();
+    Frame(*tracker, 1100, {{2, L"AAAA", 640, 110}});
+    EXPECT_EQ(Groups(*tracker), (std::vector<std::vector<std::uint64_t>>{{2}}));
+}
+
+TEST_F(LicencePlateTracker, ItsEndReportsNothingAndHandsEveryReadingBack) {
+    {
+        const auto tracker = Make();
+        Frame(*tracker, 1000, {{1, L"AAAA", 640, 100}, {2, L"BBBB", 640, 600}});
+        Frame(*tracker, 1100, {{3, L"AAAA", 640, 110}});
+        EXPECT_TRUE(sink.calls.empty());
+    }
+    EXPECT_EQ(Sorted(sink.Take()), (Calls{Release(1), Release(2), Release(3)}));
+}
+
+TEST_F(LicencePlateTracker, IsEndedThroughASharedPointerToItsInterface) {
+    boost::shared_ptr<ILicencePlateTracker> tracker = Make();
+    tracker->ProcessPlates({Reading{1, L"AAAA", 640, 100, 1000}}, 1000);
+    tracker.reset();
+    EXPECT_EQ(sink.Take(), Calls{Release(1)});
+}
+
+TEST_F(LicencePlateTracker, EveryReadingIsEitherReportedOrHandedBackOnce) {
+    std::set<std::uint64_t> handedIn;
+    {
+        const auto tracker = Make(300, 900, 5);
+        std::uint64_t id = 1;
+        for (std::uint64_t frame = 0; frame < 200; ++frame) {
+            Readings readings;
+            for (const std::int32_t lane : {100, 640, 1200}) {
+                if ((frame + static_cast<std::uint64_t>(lane)) % 7 != 0) {
+                    const auto y = static_cast<std::int32_t>(frame % 24) * 30;
+                    const std::wstring text = L"LANE" + std::to_wstring(lane + static_cast<std::int32_t>(frame % 3));
+                    readings.push_back(Reading{id, text, lane, y, 1000 + frame * 40});
+                    handedIn.insert(id++);
+                }
+            }
+            tracker->ProcessPlates(readings, 1000 + frame * 40);
+        }
+    }
+    std::multiset<std::uint64_t> seen;
+    for (const Call& call : sink.calls) {
+        seen.insert(call.readingId);
+    }
+    EXPECT_GT(sink.Results().size(), 3u);
+    EXPECT_EQ(std::vector<std::uint64_t>(seen.begin(), seen.end()),
+              std::vector<std::uint64_t>(handedIn.begin(), handedIn.end()));
+}
+
+TEST_F(LicencePlateTracker, WithoutASinkNobodyIsTold) {
+    CLicencePlateTracker tracker(nullptr, 100, NoLimit, 2);
+    Frame(tracker, 1000, {{1, L"AAAA", 640, 100}});
+    Frame(tracker, 1050, {{2, L"AAAA", 640, 110}});
+    Frame(tracker, 2000, {});
+    Frame(tracker, 2050, {{3, L"AAAA", 640, 110}});
+    tracker.FinishAll();
+    EXPECT_TRUE(sink.calls.empty());
+}
+
+TEST_F(LicencePlateTracker, TheTracksReadingsAreAliveWhileTheyAreReported) {
+    struct Looker final : ILicencePlateTrackerResultSink {
+        void OnResult(ILicencePlateTracker*, boost::shared_ptr<LicencePlate> best, const Readings& readings,
+                      std::int32_t) override {
+            EXPECT_EQ(best, readings.front());
+            for (const LicencePlatePtr& reading : readings) {
+                total += reading->text.size();
+            }
+        }
+        void OnMayReleaseLicencePlate(ILicencePlateTracker*, boost::shared_ptr<LicencePlate>) override {}
+        std::size_t total = 0;
+    } looker;
+    CLicencePlateTracker tracker(&looker, 3000, NoLimit, NoLimit);
+    for (std::uint64_t id = 1; id <= 10; ++id) {
+        Frame(tracker, 1000 + id * 40, {{id, L"AAAA", 640, static_cast<std::int32_t>(id) * 10}});
+    }
+    tracker.FinishAll();
+    EXPECT_EQ(looker.total, 40u) << "readings that were handed back are reported all the same";
+}
+
+}  // namespace
