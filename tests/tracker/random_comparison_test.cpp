@@ -24,11 +24,7 @@ using tracker_test::Call;
 using tracker_test::RecordingSink;
 
 constexpr int shards = 8;
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-constexpr int sequencesPerShard = 2500;
-#else
 constexpr int sequencesPerShard = 15000;
-#endif
 
 /// What the owner of a tracker does, one step after another.
 struct Step {

@@ -1,0 +1,396 @@
+/// Every kernel that this processor can run, held against the formula.
+
+#include <gtest/gtest.h>
+
+#include <array>
+#include <cstdint>
+#include <cstdlib>
+#include <set>
+#include <string>
+#include <vector>
+
+#include "image_transform/kernels/kernel.h"
+#include "tests/image_transform/yuv_formula.h"
+#include "tests/support/posix_guard_page.h"
+
+namespace {
+
+using image_transform::kernels::ActiveKernel;
+using image_transform::kernels::AllKernels;
+using image_transform::kernels::BgrPlanes;
+using image_transform::kernels::ChooseKernel;
+using image_transform::kernels::I420Planes;
+using image_transform::kernels::Kernel;
+using image_transform::kernels::scalarKernel;
+using test_support::GuardedBytes;
+using yuv::RandomBytes;
+namespace Status = image_transform::kernels::Status;
+
+constexpr std::uint8_t untouched = 0xA5;
+
+std::vector<const Kernel*> SupportedKernels() {
+    std::vector<const Kernel*> supported;
+    for (const Kernel& kernel : AllKernels()) {
+        if (kernel.isSupported()) {
+            supported.push_back(&kernel);
+        }
+    }
+    return supported;
+}
+
+// How a picture lies in memory.
+struct Geometry {
+    std::int32_t width;
+    std::int32_t height;
+    std::ptrdiff_t extraStep = 0;   ///< bytes between rows, in every plane
+    std::size_t offset = 0;         ///< of each plane's first byte
+    std::ptrdiff_t chromaRows = 1;  ///< rows from one chroma row to the next
+
+    std::ptrdiff_t LumaStep() const { return width + extraStep; }
+    std::ptrdiff_t ChromaStep() const { return (width / 2 + extraStep) * chromaRows; }
+    std::ptrdiff_t BgrStep() const { return std::ptrdiff_t{3} * width + extraStep; }
+
+    // The bytes from a plane's first to its last sample.
+    static std::size_t Span(std::ptrdiff_t step, std::ptrdiff_t rows, std::ptrdiff_t rowBytes) {
+        return rows == 0 || rowBytes == 0 ? 0 : static_cast<std::size_t>(step * (rows - 1) + rowBytes);
+    }
+    std::size_t LumaSpan() const { return Span(LumaStep(), height, width); }
+    std::size_t ChromaSpan() const { return Span(ChromaStep(), height / 2, width / 2); }
+    std::size_t PlaneSpan() const { return LumaSpan(); }
+    std::size_t BgrSpan() const { return Span(BgrStep(), height, std::ptrdiff_t{3} * width); }
+};
+
+// The planes end at a guard page each, and so does the output.
+class Picture {
+  public:
+    Picture(const Geometry& pictureGeometry, unsigned seed)
+        : geometry(pictureGeometry),
+          y(RandomBytes(geometry.offset + geometry.LumaSpan(), seed)),
+          u(RandomBytes(geometry.offset + geometry.ChromaSpan(), seed + 1)),
+          v(RandomBytes(geometry.offset + geometry.ChromaSpan(), seed + 2)) {}
+
+    I420Planes Planes() const {
+        return {y.data() + geometry.offset, u.data() + geometry.offset, v.data() + geometry.offset,
+                geometry.LumaStep(),        geometry.ChromaStep(),      geometry.ChromaStep()};
+    }
+
+    yuv::Bgr At(std::int32_t row, std::int32_t column) const {
+        const I420Planes planes = Planes();
+        const std::ptrdiff_t chroma = row / 2 * planes.uStep + column / 2;
+        return yuv::Formula(planes.y[row * planes.yStep + column], planes.u[chroma], planes.v[chroma]);
+    }
+
+    // What the output holds afterwards, byte for byte: the even part converted, all else as it was.
+    std::vector<std::uint8_t> ExpectedBgr24() const {
+        std::vector<std::uint8_t> bytes(geometry.offset + geometry.BgrSpan(), untouched);
+        for (std::int32_t row = 0; row < geometry.height / 2 * 2; ++row) {
+            for (std::int32_t column = 0; column < geometry.width / 2 * 2; ++column) {
+                const yuv::Bgr pixel = At(row, column);
+                const std::size_t place =
+                    geometry.offset + static_cast<std::size_t>(row * geometry.BgrStep() + 3 * column);
+                bytes[place] = pixel.blue;
+                bytes[place + 1] = pixel.green;
+                bytes[place + 2] = pixel.red;
+            }
+        }
+        return bytes;
+    }
+
+    std::array<std::vector<std::uint8_t>, 3> ExpectedPlanes() const {
+        std::array<std::vector<std::uint8_t>, 3> planes;
+        for (auto& plane : planes) {
+            plane.assign(geometry.offset + geometry.PlaneSpan(), untouched);
+        }
+        for (std::int32_t row = 0; row < geometry.height / 2 * 2; ++row) {
+            for (std::int32_t column = 0; column < geometry.width / 2 * 2; ++column) {
+                const yuv::Bgr pixel = At(row, column);
+                const std::size_t place =
+                    geometry.offset + static_cast<std::size_t>(row * geometry.LumaStep() + column);
+                planes[0][place] = pixel.blue;
+                planes[1][place] = pixel.green;
+                planes[2][place] = pixel.red;
+            }
+        }
+        return planes;
+    }
+
+    int ExpectedStatus() const {
+        return geometry.width % 2 != 0 || geometry.height % 2 != 0 ? Status::OddSize : Status::Ok;
+    }
+
+    Geometry geometry;
+    GuardedBytes y;
+    GuardedBytes u;
+    GuardedBytes v;
+};
+
+std::string Named(const Geometry& geometry) {
+    return std::to_string(geometry.width) + " x " + std::to_string(geometry.height) + ", " +
+           std::to_string(geometry.extraStep) + " bytes between rows, offset " + std::to_string(geometry.offset) +
+           ", chroma rows " + std::to_string(geometry.chromaRows);
+}
+
+class EveryKernel : public testing::TestWithParam<const Kernel*> {
+  protected:
+    const Kernel& kernel = *GetParam();
+
+    void ExpectColour(const Geometry& geometry) {
+        const Picture picture(geometry, static_cast<unsigned>(geometry.width * 1000 + geometry.height));
+        {
+            GuardedBytes bgr(geometry.offset + geometry.BgrSpan(), untouched);
+            const int status = kernel.toBgr24(picture.Planes(), bgr.data() + geometry.offset, geometry.BgrStep(),
+                                              geometry.width, geometry.height);
+            EXPECT_EQ(status, picture.ExpectedStatus()) << Named(geometry);
+            ASSERT_EQ(bgr.Copy(), picture.ExpectedBgr24()) << Named(geometry);
+        }
+        GuardedBytes blue(geometry.offset + geometry.PlaneSpan(), untouched);
+        GuardedBytes green(geometry.offset + geometry.PlaneSpan(), untouched);
+        GuardedBytes red(geometry.offset + geometry.PlaneSpan(), untouched);
+        const BgrPlanes target{blue.data() + geometry.offset, green.data() + geometry.offset,
+                               red.data() + geometry.offset, geometry.LumaStep()};
+        const int status = kernel.toBgrPlanar(picture.Planes(), target, geometry.width, geometry.height);
+        EXPECT_EQ(status, picture.ExpectedStatus()) << Named(geometry);
+        const auto expected = picture.ExpectedPlanes();
+        ASSERT_EQ(blue.Copy(), expected[0]) << Named(geometry);
+        ASSERT_EQ(green.Copy(), expected[1]) << Named(geometry);
+        ASSERT_EQ(red.Copy(), expected[2]) << Named(geometry);
+    }
+
+    void ExpectGrey(const Geometry& geometry) {
+        const GuardedBytes grey(
+            RandomBytes(geometry.offset + geometry.LumaSpan(), static_cast<unsigned>(geometry.width)));
+        GuardedBytes bgr(geometry.offset + geometry.BgrSpan(), untouched);
+        std::vector<std::uint8_t> expected(bgr.size(), untouched);
+        for (std::int32_t row = 0; row < geometry.height; ++row) {
+            for (std::int32_t byte = 0; byte < 3 * geometry.width; ++byte) {
+                expected[geometry.offset + static_cast<std::size_t>(row * geometry.BgrStep() + byte)] =
+                    grey.data()[geometry.offset + static_cast<std::size_t>(row * geometry.LumaStep() + byte / 3)];
+            }
+        }
+        EXPECT_EQ(kernel.greyToBgr24(grey.data() + geometry.offset, geometry.LumaStep(), bgr.data() + geometry.offset,
+                                     geometry.BgrStep(), geometry.width, geometry.height),
+                  Status::Ok)
+            << Named(geometry);
+        ASSERT_EQ(bgr.Copy(), expected) << Named(geometry);
+    }
+};
+
+INSTANTIATE_TEST_SUITE_P(Kernels, EveryKernel, testing::ValuesIn(SupportedKernels()),
+                         [](const testing::TestParamInfo<const Kernel*>& tested) {
+                             std::string name;
+                             for (const char* letter = tested.param->name; *letter != '\0'; ++letter) {
+                                 name += std::isalnum(static_cast<unsigned char>(*letter)) != 0 ? *letter : '_';
+                             }
+                             return name;
+                         });
+
+TEST_P(EveryKernel, FollowsTheFormulaOnEveryTriple) {
+    // 16 frames, each with a sixteenth of all chroma pairs; a pair serves 64 blocks of four luma values.
+    constexpr std::int32_t side = 1024;
+    constexpr std::int32_t chromaSide = side / 2;
+    const auto pixels = static_cast<std::size_t>(side) * side;
+    std::vector<std::uint8_t> y(pixels);
+    std::vector<std::uint8_t> u(pixels / 4);
+    std::vector<std::uint8_t> v(pixels / 4);
+    std::vector<std::uint8_t> bgr(3 * pixels);
+    std::vector<std::uint8_t> planar(3 * pixels);
+    const I420Planes planes{y.data(), u.data(), v.data(), side, chromaSide, chromaSide};
+    std::uint32_t block = 0;
+    for (int frame = 0; frame < 16; ++frame) {
+        for (std::int32_t row = 0; row < chromaSide; ++row) {
+            for (std::int32_t column = 0; column < chromaSide; ++column, ++block) {
+                const auto chroma = static_cast<std::size_t>(row) * chromaSide + static_cast<std::size_t>(column);
+                // Neighbours differ in their chroma, so that no kernel can get by with one pair for several blocks.
+                const std::uint32_t pair = block % 65536;
+                const std::uint32_t lumas = block / 65536 * 4;
+                u[chroma] = static_cast<std::uint8_t>(pair % 256);
+                v[chroma] = static_cast<std::uint8_t>(pair / 256);
+                for (std::uint32_t inside = 0; inside < 4; ++inside) {
+                    const auto place = (static_cast<std::size_t>(row) * 2 + inside / 2) * side +
+                                       static_cast<std::size_t>(column) * 2 + inside % 2;
+                    y[place] = static_cast<std::uint8_t>(lumas + inside);
+                }
+            }
+        }
+        ASSERT_EQ(kernel.toBgr24(planes, bgr.data(), 3 * side, side, side), Status::Ok);
+        const BgrPlanes target{planar.data(), planar.data() + pixels, planar.data() + 2 * pixels, side};
+        ASSERT_EQ(kernel.toBgrPlanar(planes, target, side, side), Status::Ok);
+        for (std::size_t place = 0; place < pixels; ++place) {
+            const std::size_t chroma = place / side / 2 * chromaSide + place % side / 2;
+            const yuv::Bgr expected = yuv::Formula(y[place], u[chroma], v[chroma]);
+            const yuv::Bgr interleaved{bgr[3 * place], bgr[3 * place + 1], bgr[3 * place + 2]};
+            const yuv::Bgr separate{planar[place], planar[pixels + place], planar[2 * pixels + place]};
+            if (!(interleaved == expected) || !(separate == expected)) {
+                FAIL() << "Y " << int{y[place]} << " U " << int{u[chroma]} << " V " << int{v[chroma]};
+            }
+        }
+    }
+    EXPECT_EQ(block, std::uint32_t{1} << 22) << "four triples each";
+}
+
+TEST_P(EveryKernel, ConvertsEverySmallSizeAndTouchesNothingElse) {
+    for (std::int32_t width = 1; width <= 33; ++width) {
+        for (std::int32_t height = 1; height <= 33; ++height) {
+            ExpectColour({width, height});
+            ExpectGrey({width, height});
+            if (HasFatalFailure()) {
+                return;
+            }
+        }
+    }
+}
+
+TEST_P(EveryKernel, ConvertsEveryWidthUpToSomeRegisters) {
+    for (std::int32_t width = 34; width <= 400; ++width) {
+        ExpectColour({width, 2});
+        ExpectGrey({width, 2});
+        if (HasFatalFailure()) {
+            return;
+        }
+    }
+    for (const std::int32_t width : {640, 1022, 1026, 1920, 4098}) {
+        ExpectColour({width, 6});
+        ExpectGrey({width, 3});
+    }
+}
+
+TEST_P(EveryKernel, LeavesTheBytesBetweenRowsAlone) {
+    for (const std::int32_t width : {2, 6, 16, 31, 64, 130, 258}) {
+        for (const std::ptrdiff_t extra : {1, 3, 17, 64}) {
+            ExpectColour({width, 6, extra});
+            ExpectGrey({width, 5, extra});
+        }
+    }
+}
+
+TEST_P(EveryKernel, TakesPointersOfAnyAlignment) {
+    for (std::size_t offset = 0; offset < 64; ++offset) {
+        ExpectColour({130, 4, 0, offset});
+        ExpectColour({34, 4, 5, offset});
+        ExpectGrey({67, 3, 0, offset});
+    }
+}
+
+TEST_P(EveryKernel, TakesChromaRowsThatLieApart) {
+    for (const std::int32_t width : {2, 16, 34, 130, 256}) {
+        ExpectColour({width, 8, 0, 0, 2});
+    }
+}
+
+TEST_P(EveryKernel, RefusesANullPlane) {
+    const Geometry geometry{4, 2};
+    const Picture picture(geometry, 1);
+    for (int missing = 0; missing < 4; ++missing) {
+        I420Planes planes = picture.Planes();
+        GuardedBytes bgr(geometry.BgrSpan(), untouched);
+        (missing == 0 ? planes.y : missing == 1 ? planes.u : planes.v) = missing < 3 ? nullptr : planes.v;
+        EXPECT_EQ(kernel.toBgr24(planes, missing == 3 ? nullptr : bgr.data(), 12, 4, 2), Status::NullPlane) << missing;
+        EXPECT_EQ(bgr.Copy(), std::vector<std::uint8_t>(bgr.size(), untouched));
+    }
+    for (int missing = 0; missing < 6; ++missing) {
+        I420Planes planes = picture.Planes();
+        GuardedBytes bgr(3 * geometry.PlaneSpan(), untouched);
+        BgrPlanes target{bgr.data(), bgr.data() + 8, bgr.data() + 16, 4};
+        if (missing < 3) {
+            (missing == 0 ? planes.y : missing == 1 ? planes.u : planes.v) = nullptr;
+        } else {
+            (missing == 3 ? target.blue : missing == 4 ? target.green : target.red) = nullptr;
+        }
+        EXPECT_EQ(kernel.toBgrPlanar(planes, target, 4, 2), Status::NullPlane) << missing;
+        EXPECT_EQ(bgr.Copy(), std::vector<std::uint8_t>(bgr.size(), untouched));
+    }
+    GuardedBytes bgr(geometry.BgrSpan(), untouched);
+    EXPECT_EQ(kernel.greyToBgr24(nullptr, 4, bgr.data(), 12, 4, 2), Status::NullPlane);
+    EXPECT_EQ(bgr.Copy(), std::vector<std::uint8_t>(bgr.size(), untouched));
+    EXPECT_EQ(kernel.greyToBgr24(picture.y.data(), 4, nullptr, 12, 4, 2), Status::NullPlane);
+}
+
+TEST_P(EveryKernel, RefusesASizeBelowOne) {
+    const Picture picture({4, 2}, 1);
+    GuardedBytes bgr(24, untouched);
+    const BgrPlanes target{bgr.data(), bgr.data() + 8, bgr.data() + 16, 4};
+    const struct {
+        std::int32_t width;
+        std::int32_t height;
+    } sizes[] = {{0, 2}, {4, 0}, {0, 0}, {-2, 2}, {4, -2}, {-1, -1}, {INT32_MIN, 2}, {4, INT32_MIN}};
+    for (const auto& size : sizes) {
+        EXPECT_EQ(kernel.toBgr24(picture.Planes(), bgr.data(), 12, size.width, size.height), Status::BadSize);
+        EXPECT_EQ(kernel.toBgrPlanar(picture.Planes(), target, size.width, size.height), Status::BadSize);
+        EXPECT_EQ(kernel.greyToBgr24(picture.y.data(), 4, bgr.data(), 12, size.width, size.height), Status::BadSize);
+    }
+    EXPECT_EQ(bgr.Copy(), std::vector<std::uint8_t>(bgr.size(), untouched));
+}
+
+TEST(KernelStatus, NumbersAreTheRoutinesOwn) {
+    EXPECT_EQ(Status::Ok, 0);
+    EXPECT_EQ(Status::NullPlane, -8);
+    EXPECT_EQ(Status::BadSize, -6);
+    EXPECT_EQ(Status::OddSize, 35);
+    const Picture picture({3, 3}, 1);
+    std::array<std::uint8_t, 27> bgr{};
+    EXPECT_EQ(scalarKernel.toBgr24(picture.Planes(), bgr.data(), 9, 3, 3), 35);
+    EXPECT_EQ(scalarKernel.toBgr24({}, bgr.data(), 9, 3, 3), -8);
+    EXPECT_EQ(scalarKernel.toBgr24(picture.Planes(), bgr.data(), 9, 0, 3), -6);
+}
+
+TEST(KernelList, EndsWithTheScalarKernel) {
+    const Kernel& last = AllKernels().back();
+    EXPECT_STREQ(last.name, "scalar");
+    EXPECT_TRUE(last.isSupported());
+    EXPECT_EQ(last.toBgr24, scalarKernel.toBgr24);
+    EXPECT_EQ(last.toBgrPlanar, scalarKernel.toBgrPlanar);
+    EXPECT_EQ(last.greyToBgr24, scalarKernel.greyToBgr24);
+}
+
+TEST(KernelList, NamesEachKernelOnceAndCompletely) {
+    std::set<std::string> names;
+    for (const Kernel& kernel : AllKernels()) {
+        EXPECT_TRUE(names.insert(kernel.name).second) << kernel.name;
+        EXPECT_NE(kernel.toBgr24, nullptr);
+        EXPECT_NE(kernel.toBgrPlanar, nullptr);
+        EXPECT_NE(kernel.greyToBgr24, nullptr);
+    }
+}
+
+TEST(ChooseKernel, WithoutANameGivesTheFirstSupportedOne) {
+    EXPECT_STREQ(ChooseKernel(nullptr).name, SupportedKernels().front()->name);
+}
+
+TEST(ChooseKernel, GivesTheNamedOne) {
+    for (const Kernel* kernel : SupportedKernels()) {
+        EXPECT_STREQ(ChooseKernel(kernel->name).name, kernel->name);
+        EXPECT_EQ(ChooseKernel(kernel->name).toBgr24, kernel->toBgr24);
+    }
+}
+
+TEST(ChooseKernel, FallsBackForANameThatNobodyBears) {
+    for (const char* name : {"", "scala", "scalar ", "SCALAR", "no-such-kernel"}) {
+        EXPECT_STREQ(ChooseKernel(name).name, SupportedKernels().front()->name) << name;
+    }
+}
+
+TEST(ChooseKernel, FallsBackForAKernelThatCannotRunHere) {
+    for (const Kernel& kernel : AllKernels()) {
+        if (!kernel.isSupported()) {
+            EXPECT_STREQ(ChooseKernel(kernel.name).name, SupportedKernels().front()->name) << kernel.name;
+        }
+    }
+}
+
+TEST(ActiveKernel, IsTheOneThatTheEnvironmentAsksFor) {
+    EXPECT_STREQ(ActiveKernel().name, ChooseKernel(std::getenv("VEXLANE_KERNEL")).name);
+    EXPECT_EQ(&ActiveKernel(), &ActiveKernel());
+}
+
+TEST(GuardPage, AByteTooFarFaults) {
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    EXPECT_DEATH(
+        {
+            GuardedBytes bytes(5);
+            volatile std::uint8_t* const behind = bytes.data() + bytes.size();
+            *behind = 1;
+        },
+        "");
+}
+
+}  // namespace

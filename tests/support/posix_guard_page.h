@@ -1,0 +1,31 @@
+/// Memory whose last byte is followed by a page that nobody may touch.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <vector>
+
+namespace test_support {
+
+/// `size` bytes that end right before an inaccessible page: a routine that reads or writes one byte too far faults.
+class GuardedBytes {
+  public:
+    explicit GuardedBytes(std::size_t size, std::uint8_t fill = 0);
+    explicit GuardedBytes(const std::vector<std::uint8_t>& bytes);
+    ~GuardedBytes();
+    GuardedBytes(const GuardedBytes&) = delete;
+    GuardedBytes& operator=(const GuardedBytes&) = delete;
+
+    std::uint8_t* data() { return bytes; }
+    const std::uint8_t* data() const { return bytes; }
+    std::size_t size() const { return count; }
+    std::vector<std::uint8_t> Copy() const { return {bytes, bytes + count}; }
+
+  private:
+    void* mapping;
+    std::size_t mappedSize;
+    std::uint8_t* bytes;
+    std::size_t count;
+};
+
+}  // namespace test_support
