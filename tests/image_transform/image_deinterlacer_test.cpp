@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <boost/gil.hpp>
 #include <exception>
 #include <string>

@@ -4,6 +4,7 @@
 
 #include <boost/gil.hpp>
 #include <boost/make_shared.hpp>
+#include <cstdint>
 #include <stdexcept>
 #include <vector>
 

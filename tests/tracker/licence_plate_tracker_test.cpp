@@ -140,24 +140,25 @@ TEST_F(LicencePlateTracker, TheExpectedPlaceIsAPlateWideAndTwoPlatesHigh) {
     }
 }
 
-// Texts of 20 units, so that 0.65 and 0.35 are whole numbers of replaced ones.
-const std::wstring twentyAs(20, L'A');
+// Texts of a thousand units, so that 0.65 and 0.35 are whole numbers of replaced ones and the
+// next larger distance is close.
+const std::wstring thousandAs(1000, L'A');
 std::wstring Replaced(std::size_t count) {
-    return std::wstring(count, L'B') + std::wstring(20 - count, L'A');
+    return std::wstring(count, L'B') + std::wstring(1000 - count, L'A');
 }
 // One unit shorter: half a unit more apart.
 std::wstring ReplacedAndShort(std::size_t count) {
-    return std::wstring(count, L'B') + std::wstring(19 - count, L'A');
+    return std::wstring(count, L'B') + std::wstring(999 - count, L'A');
 }
 
 TEST_F(LicencePlateTracker, NearbyATextDistanceUpToSixtyFiveHundredthsIsAccepted) {
     const struct {
         std::wstring text;
         bool joins;
-    } cases[] = {{Replaced(13), true}, {ReplacedAndShort(13), false}, {Replaced(14), false}};
+    } cases[] = {{Replaced(650), true}, {ReplacedAndShort(650), false}, {Replaced(651), false}};
     for (const auto& candidate : cases) {
         const auto tracker = Make();
-        Frame(*tracker, 1000, {{1, twentyAs, 640, 100}});
+        Frame(*tracker, 1000, {{1, thousandAs, 640, 100}});
         Frame(*tracker, 1040, {{2, candidate.text, 640, 110}});
         EXPECT_EQ(TrackCount(*tracker), candidate.joins ? 1u : 2u);
     }
@@ -167,10 +168,10 @@ TEST_F(LicencePlateTracker, FarAwayATextDistanceUpToThirtyFiveHundredthsIsAccept
     const struct {
         std::wstring text;
         bool joins;
-    } cases[] = {{Replaced(7), true}, {ReplacedAndShort(7), false}, {Replaced(8), false}};
+    } cases[] = {{Replaced(350), true}, {ReplacedAndShort(350), false}, {Replaced(351), false}};
     for (const auto& candidate : cases) {
         const auto tracker = Make();
-        Frame(*tracker, 1000, {{1, twentyAs, 640, 100}});
+        Frame(*tracker, 1000, {{1, thousandAs, 640, 100}});
         Frame(*tracker, 1040, {{2, candidate.text, 640, 700}});
         EXPECT_EQ(TrackCount(*tracker), candidate.joins ? 1u : 2u);
     }
@@ -180,14 +181,14 @@ TEST_F(LicencePlateTracker, FarBeginsBeyondFifteenHundredthsOfTheFramesSides) {
     // 0.15 x (1280 + 720) = 300 pixels. A text that is half different joins nearby and does not far away.
     for (const bool far : {false, true}) {
         const auto tracker = Make();
-        Frame(*tracker, 1000, {{1, twentyAs, 640, 100}});
-        Frame(*tracker, 1040, {{2, Replaced(10), 640, far ? 401 : 400}});
+        Frame(*tracker, 1000, {{1, thousandAs, 640, 100}});
+        Frame(*tracker, 1040, {{2, Replaced(500), 640, far ? 401 : 400}});
         EXPECT_EQ(TrackCount(*tracker), far ? 2u : 1u);
     }
     for (const bool far : {false, true}) {
         const auto tracker = Make();
-        Frame(*tracker, 1000, {{1, twentyAs, 640, 100}});
-        Frame(*tracker, 1040, {{2, Replaced(10), 640 + 180, far ? 341 : 340}});  // 180, 240: 300 along the diagonal
+        Frame(*tracker, 1000, {{1, thousandAs, 640, 100}});
+        Frame(*tracker, 1040, {{2, Replaced(500), 640 + 180, far ? 341 : 340}});  // 180, 240: 300 along the diagonal
         EXPECT_EQ(TrackCount(*tracker), far ? 2u : 1u);
     }
 }
@@ -195,23 +196,23 @@ TEST_F(LicencePlateTracker, FarBeginsBeyondFifteenHundredthsOfTheFramesSides) {
 TEST_F(LicencePlateTracker, OnlyTheClosestListIsLookedAt) {
     // A far candidate of a better text loses to a nearby one, and when the nearby one is refused nothing is taken.
     const auto tracker = Make();
-    Frame(*tracker, 1000, {{1, twentyAs, 640, 100}});
-    Frame(*tracker, 1040, {{2, Replaced(1), 640, 700}, {3, Replaced(5), 640, 110}});
+    Frame(*tracker, 1000, {{1, thousandAs, 640, 100}});
+    Frame(*tracker, 1040, {{2, Replaced(50), 640, 700}, {3, Replaced(250), 640, 110}});
     const auto groups = Groups(*tracker);
     ASSERT_EQ(groups.size(), 2u);
     EXPECT_EQ(groups[0], std::vector<std::uint64_t>{1});
     EXPECT_EQ(groups[1], std::vector<std::uint64_t>{2}) << "the far one began its own track";
 
-    Frame(*tracker, 2000, {{1, twentyAs, 640, 100}});
-    Frame(*tracker, 2040, {{2, Replaced(1), 640, 700}, {3, Replaced(20), 640, 110}});
+    Frame(*tracker, 2000, {{1, thousandAs, 640, 100}});
+    Frame(*tracker, 2040, {{2, Replaced(50), 640, 700}, {3, Replaced(1000), 640, 110}});
     EXPECT_EQ(TrackCount(*tracker), 3u);
 }
 
 TEST_F(LicencePlateTracker, TheClosestTextOfTheListIsTaken) {
     const auto tracker = Make();
-    Frame(*tracker, 1000, {{1, twentyAs, 640, 100}});
-    Frame(*tracker, 1040, {{2, Replaced(6), 640, 110}, {3, Replaced(4), 640, 120}, {4, Replaced(5), 640, 105}});
-    Frame(*tracker, 1041, {{5, Replaced(4), 640, 120}});  // an equal text: goes to the oldest track that has it
+    Frame(*tracker, 1000, {{1, thousandAs, 640, 100}});
+    Frame(*tracker, 1040, {{2, Replaced(300), 640, 110}, {3, Replaced(200), 640, 120}, {4, Replaced(250), 640, 105}});
+    Frame(*tracker, 1041, {{5, Replaced(200), 640, 120}});  // an equal text: goes to the oldest track that has it
     const auto groups = Groups(*tracker);
     ASSERT_EQ(groups.size(), 3u);
     EXPECT_EQ(groups[1], std::vector<std::uint64_t>{2});
@@ -277,8 +278,8 @@ TEST_F(LicencePlateTracker, ADistanceThatWrappedBelowZeroIsNotFar) {
     // shows which of the two distances counts as far.
     for (const std::int32_t away : {40000, 50000}) {
         const auto tracker = Make();
-        Frame(*tracker, 1000, {{1, twentyAs, 640, 100}});
-        Frame(*tracker, 1040, {{2, Replaced(10), 640, 100 + away}});
+        Frame(*tracker, 1000, {{1, thousandAs, 640, 100}});
+        Frame(*tracker, 1040, {{2, Replaced(500), 640, 100 + away}});
         EXPECT_EQ(TrackCount(*tracker), away == 50000 ? 1u : 2u) << away;
     }
 }
@@ -509,9 +510,9 @@ TEST_F(LicencePlateTracker, AReadingFromAfterItsFrameEndsInThatFrame) {
 TEST_F(LicencePlateTracker, TheFirstRemovedTrackDoesNotHideTheNext) {
     const auto tracker = Make();
     Frame(*tracker, 1000, {{1, L"AAAA", 640, 100}, {2, L"BBBB", 640, 600}, {3, L"CCCC", 100, 600}});
-    Frame(*tracker, 4001, {{4, L"BBBB", 640, 590}});
-    EXPECT_EQ(sink.Take(), (Calls{Result(1, 2, {1}), Result(3, 2, {3})}));
-    EXPECT_EQ(Groups(*tracker), (std::vector<std::vector<std::uint64_t>>{{2, 4}}));
+    Frame(*tracker, 4001, {{4, L"CCCC", 100, 590}});
+    EXPECT_EQ(sink.Take(), (Calls{Result(1, 2, {1}), Result(2, 2, {2})}));
+    EXPECT_EQ(Groups(*tracker), (std::vector<std::vector<std::uint64_t>>{{3, 4}}));
 }
 
 // --- what is reported, what is handed back ---
