@@ -6,6 +6,7 @@
 #include <cctype>
 #include <cstdint>
 #include <cstdlib>
+#include <ostream>
 #include <set>
 #include <string>
 #include <vector>
@@ -13,6 +14,15 @@
 #include "image_transform/kernels/kernel.h"
 #include "tests/image_transform/yuv_formula.h"
 #include "tests/support/posix_guard_page.h"
+
+namespace image_transform::kernels {
+
+// Tests are listed by the kernel's name, not by its address.
+static void PrintTo(const Kernel* kernel, std::ostream* stream) {
+    *stream << kernel->name;
+}
+
+}  // namespace image_transform::kernels
 
 namespace {
 
