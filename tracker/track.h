@@ -23,8 +23,8 @@ class CTrack {
     /// Takes a further reading. REQUIRES: a holder with a reading.
     void Add(const LicencePlateHolderPtr& holder);
 
-    /// The smallest text distance between `text` and any text of the track, each divided by the longer length:
-    /// 0 for a text that the track has, 1 at most, 1 for a track without texts.
+    /// The smallest text distance between `text` and any text of the track, each divided by the longer length: 1 at
+    /// most, and 1 for a track without texts. Two empty texts count as nothing in common.
     double TextDistanceTo(const std::wstring& text) const;
 
     /// The holder of the highest weight; among equals that of the smallest text. Empty for an empty track.
