@@ -57,6 +57,12 @@ char StateOf(std::uint32_t process) {
     return close == std::string::npos ? '\0' : text[close + 2];
 }
 
+/// Waits until a child has ended with all its threads, and leaves the zombie to others.
+void WaitUntilEnded(std::uint32_t child) {
+    siginfo_t information = {};
+    EXPECT_EQ(waitid(P_PID, child, &information, WEXITED | WNOWAIT), 0);
+}
+
 /// Children of this process, zombies included, that nobody has waited for.
 int UnwaitedChildren() {
     int count = 0;
@@ -164,8 +170,11 @@ class PosixProcess : public testing::Test {
     std::string Report(const std::string& program) {
         const std::filesystem::path file = folder / "report";
         std::filesystem::remove(file);
-        Start(program + " report " + file.string());
-        EXPECT_TRUE(ComesTrue([&file] { return std::filesystem::exists(file); }));
+        const ProcessInformation started = Start(program + " report " + file.string());
+        EXPECT_TRUE(ComesTrue([&started] {
+            List();
+            return StateOf(started.processId) == '\0';
+        }));
         std::stringstream text;
         text << std::ifstream(file).rdbuf();
         return text.str();
@@ -394,7 +403,7 @@ TEST_F(PosixProcess, TerminatingAProcessThatHasEndedIsAFailure) {
     EXPECT_EQ(platform::LastError(), static_cast<std::uint32_t>(ESRCH));
 
     const ProcessInformation ended = StartLasting(helperName + std::string(" exit"));
-    ASSERT_TRUE(ComesTrue([&] { return StateOf(ended.processId) == 'Z'; }));
+    WaitUntilEnded(ended.processId);
     platform::SetLastError(0);
     EXPECT_FALSE(platform::TerminateProcess(ended.process, 0));
     EXPECT_EQ(platform::LastError(), static_cast<std::uint32_t>(ESRCH));
@@ -444,7 +453,7 @@ TEST_F(PosixProcess, ClosingAProcessHandleChangesNothing) {
 TEST_F(PosixProcess, AChildKilledFromOutsideIsNotListedAndDoesNotStay) {
     const ProcessInformation started = StartLasting(helperName);
     kill(static_cast<pid_t>(started.processId), SIGKILL);
-    ASSERT_TRUE(ComesTrue([&] { return StateOf(started.processId) == 'Z'; }));
+    WaitUntilEnded(started.processId);
     EXPECT_FALSE(IsListed(started.processId));
     EXPECT_EQ(StateOf(started.processId), '\0');
 }
@@ -452,10 +461,7 @@ TEST_F(PosixProcess, AChildKilledFromOutsideIsNotListedAndDoesNotStay) {
 TEST_F(PosixProcess, ProgramsThatEndByThemselvesDoNotPileUp) {
     for (int i = 0; i < 20; ++i) {
         const ProcessInformation started = Start(helperName + std::string(" exit"));
-        ASSERT_TRUE(ComesTrue([&] {
-            const char state = StateOf(started.processId);
-            return state == 'Z' || state == '\0';
-        }));
+        WaitUntilEnded(started.processId);
         EXPECT_LE(UnwaitedChildren(), 1);
     }
     List();
@@ -473,7 +479,7 @@ TEST_F(PosixProcess, WhatDoesNotRunIsNotOpened) {
     const ProcessInformation started = StartLasting(helperName);
     EXPECT_TRUE(platform::TerminateProcess(started.process, 0));
     const std::uint32_t zombie = StartAsHost(OwnFolder() / helperName, "exit");
-    ASSERT_TRUE(ComesTrue([&] { return StateOf(zombie) == 'Z'; }));
+    WaitUntilEnded(zombie);
     for (const std::uint32_t process : {started.processId, zombie, 0u, 0x7FFFFFFFu, 0xFFFFFFFFu}) {
         platform::SetLastError(0);
         EXPECT_EQ(platform::OpenProcess(platform::processAllAccess, true, process), 0u);
@@ -487,7 +493,7 @@ TEST_F(PosixProcess, AZombieOfTheHostsIsNotListedAndIsLeftToTheHost) {
     const SystemHandle handle = platform::OpenProcess(platform::processAllAccess, true, zombie);
     EXPECT_NE(handle, 0u);
     kill(static_cast<pid_t>(zombie), SIGKILL);
-    ASSERT_TRUE(ComesTrue([&] { return StateOf(zombie) == 'Z'; }));
+    WaitUntilEnded(zombie);
     const ProcessInformation started = StartLasting(helperName);
     EXPECT_FALSE(IsListed(zombie));
     EXPECT_TRUE(platform::TerminateProcess(started.process, 0));
