@@ -14,8 +14,9 @@ FrameBuffer* FrameBuffer::HandOut(Picture picture, BufferLedger& ledger) {
 }
 
 void* FrameBuffer::QueryContract(const char* contractName) {
-    using namespace OKM8::ContractName;
-    return IsOneOf(contractName, {IContract, IMultimediaBuffer, ICompositeBuffer}) ? this : nullptr;
+    namespace Names = OKM8::ContractName;
+    return IsOneOf(contractName, {Names::IContract, Names::IMultimediaBuffer, Names::ICompositeBuffer}) ? this
+                                                                                                        : nullptr;
 }
 
 void* FrameBuffer::QueryContract(const char* contractName) const {

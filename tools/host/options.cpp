@@ -70,7 +70,7 @@ void AddPlay(CLI::App& app, PlayOptions& options, RawPlayOptions& raw) {
             "video", options.video,
             std::string("A file or an address, or - for a Y4M stream on standard input (reads ") + VideoSupport() + ")")
         ->required()
-        ->type_name("VIDEO");
+        ->type_name("");
     AddPaths(*play, options.paths);
     play->add_option("--set", raw.settings, "A setting of the detectors; may be given many times")
         ->type_name("key=value")

@@ -16,7 +16,9 @@ std::string Bar(std::uint64_t frames, std::uint64_t total) {
     const auto filled = static_cast<std::size_t>(part * static_cast<double>(width));
     std::array<char, 16> percent{};
     std::snprintf(percent.data(), percent.size(), "] %3.0f %%  ", part * 100.0);
-    return "[" + std::string(filled, '#') + std::string(width - filled, '-') + percent.data();
+    std::string bar(1, '[');
+    bar.append(filled, '#').append(width - filled, '-').append(percent.data());
+    return bar;
 }
 
 std::string Counted(std::uint64_t number, const char* one, const char* many) {

@@ -1,0 +1,100 @@
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <algorithm>
+
+#include "tests/host/posix_process.h"
+
+namespace host_test {
+namespace {
+
+using testing::HasSubstr;
+
+const std::vector<std::string> infoCommand{"info", "--plugin", HOST_TEST_PLUGIN, "--engine", HOST_TEST_ENGINE_ONE};
+
+std::string Part(const std::string& text, const std::string& from, const std::string& to) {
+    const std::size_t begin = text.find(from);
+    const std::size_t end = text.find(to, begin);
+    return begin == std::string::npos || end == std::string::npos ? std::string() : text.substr(begin, end - begin);
+}
+
+TEST(Info, TellsTheContractsOfTheModule) {
+    const Finished run = RunHost(infoCommand);
+    ASSERT_EQ(run.status, 0) << run.errors;
+    const std::string module = Part(run.output, "the module answers\n", "\na detector answers\n");
+    EXPECT_THAT(module, testing::ContainsRegex("struct OKM8::IContract +yes\n"));
+    EXPECT_THAT(module, testing::ContainsRegex(
+                            "struct OKM8::PLUGIN::IPluginModule +yes, the same object as struct OKM8::IContract\n"));
+    EXPECT_THAT(module, testing::ContainsRegex(
+                            "struct OKM8::Analytics::IModule +yes, the same object as struct OKM8::IContract\n"));
+    EXPECT_THAT(module, testing::ContainsRegex("struct OKM8::Analytics::IDetector +no\n"));
+    EXPECT_EQ(std::count(module.begin(), module.end(), '\n'), 22) << "a heading and every name";
+}
+
+TEST(Info, TellsTheContractsOfADetector) {
+    const Finished run = RunHost(infoCommand);
+    const std::string detector = Part(run.output, "a detector answers\n", "\na detector takes");
+    EXPECT_THAT(detector, testing::ContainsRegex(
+                              "struct OKM8::Analytics::IDetector +yes, the same object as struct OKM8::IContract\n"));
+    EXPECT_THAT(detector,
+                testing::ContainsRegex("struct OKM8::Analytics::IMediaReceiverSingle +yes, an object of its own\n"));
+    EXPECT_THAT(detector,
+                testing::ContainsRegex("struct OKM8::Analytics::IMediaReceiverSingle2 +yes, the same object as struct "
+                                       "OKM8::Analytics::IMediaReceiverSingle\n"));
+    EXPECT_THAT(detector, testing::ContainsRegex("struct OKM8::Analytics::IModule +no\n"));
+}
+
+TEST(Info, TellsTheTypesThatTheSettingsTake) {
+    const Finished run = RunHost(infoCommand);
+    const std::string settings = Part(run.output, "a detector takes the settings\n", "\nthe debug level");
+    EXPECT_EQ(settings,
+              "a detector takes the settings\n"
+              "  use_half_cadr       bool\n"
+              "  id                  string\n"
+              "  name                string\n"
+              "  use_area            bool\n"
+              "  area_left           int\n"
+              "  area_top            int\n"
+              "  area_right          int\n"
+              "  area_bottom         int\n"
+              "  zone_width          int\n"
+              "  zone_width_min      int\n"
+              "  result_ready        bool\n"
+              "  result_wait_time    int\n"
+              "  result_rec_count    int\n"
+              "  (any other)         refused\n");
+}
+
+TEST(Info, TellsWhereTheDebugLevelIsRead) {
+    HostProcess process({.program = "/usr/bin/env",
+                         .arguments = {"VEXLANE_REGISTRY=/some/registry", PLATE_HOST_PROGRAM, "info", "--plugin",
+                                       HOST_TEST_PLUGIN, "--engine", HOST_TEST_ENGINE_ONE}});
+    const Finished run = process.Wait();
+    EXPECT_THAT(run.output,
+                HasSubstr("the debug level is the value DebugLevel of SOFTWARE\\Tellumark\\KORA\\DEBUG, looked for in\n"
+                          "  /some/registry/HKEY_LOCAL_MACHINE/SOFTWARE/Tellumark/KORA/DEBUG/DebugLevel\n"
+                          "  /some/registry/HKEY_CURRENT_USER/SOFTWARE/Tellumark/KORA/DEBUG/DebugLevel\n"));
+    HostProcess plain({.program = "/usr/bin/env",
+                       .arguments = {"-u", "VEXLANE_REGISTRY", "XDG_CONFIG_HOME=/home/x/conf", PLATE_HOST_PROGRAM,
+                                     "info", "--plugin", HOST_TEST_PLUGIN, "--engine", HOST_TEST_ENGINE_ONE}});
+    EXPECT_THAT(plain.Wait().output,
+                HasSubstr("  /etc/vexlane/HKEY_LOCAL_MACHINE/SOFTWARE/Tellumark/KORA/DEBUG/DebugLevel\n"
+                          "  /home/x/conf/vexlane/HKEY_CURRENT_USER/SOFTWARE/Tellumark/KORA/DEBUG/DebugLevel\n"));
+}
+
+TEST(Info, EndsTheLibraryInOrder) {
+    EXPECT_EQ(RunHost(infoCommand).errors,
+              "plate-host: log 3: detector made\n"
+              "plate-host: log 3: detector destroyed\n"
+              "plate-host: log 3: module finalized\n"
+              "test plug-in unloaded\n");
+}
+
+TEST(Info, AMissingLibraryIsOneLine) {
+    const Finished run = RunHost({"info", "--plugin", "/nowhere/lib.so", "--engine", HOST_TEST_ENGINE_ONE});
+    EXPECT_EQ(run.status, 2);
+    EXPECT_EQ(run.errors, "plate-host: there is no library at \"/nowhere/lib.so\"; name one with --plugin\n");
+}
+
+}  // namespace
+}  // namespace host_test

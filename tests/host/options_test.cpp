@@ -1,0 +1,89 @@
+#include "tools/host/options.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "tests/host/posix_process.h"
+#include "tools/host/failure.h"
+
+namespace plate_host {
+namespace {
+
+using testing::HasSubstr;
+
+Options Parse(const std::vector<const char*>& options) {
+    std::vector<const char*> words{"plate-host"};
+    for (const char* option : options) {
+        words.push_back(option);
+    }
+    return ParseOptions(static_cast<int>(words.size()), words.data());
+}
+
+TEST(Options, APlayHasItsDefaults) {
+    const Options options = Parse({"play", "gate.mp4"});
+    EXPECT_EQ(options.command, Command::Play);
+    EXPECT_EQ(options.play.video, "gate.mp4");
+    EXPECT_EQ(options.play.channels, 1);
+    EXPECT_EQ(options.play.frames, 0u);
+    EXPECT_FALSE(options.play.realtime);
+    EXPECT_FALSE(options.play.singleArea.has_value());
+    EXPECT_EQ(options.play.paths.engine, "");
+}
+
+TEST(Options, StandardInputIsAVideoWhereverItStands) {
+    EXPECT_EQ(Parse({"play", "-"}).play.video, "-");
+    EXPECT_EQ(Parse({"play", "--realtime", "-", "--frames", "3"}).play.video, "-");
+}
+
+TEST(Options, AVideoBehindASettingStaysAVideo) {
+    const Options options = Parse({"play", "--set", "id=7", "gate.mp4"});
+    EXPECT_EQ(options.play.video, "gate.mp4");
+    ASSERT_EQ(options.play.settings.size(), 1u);
+}
+
+TEST(Options, SettingsKeepTheirOrder) {
+    const Options options = Parse({"play", "v", "--set", "id=1", "name=x", "--set", "id=--set", "zone_width=4"});
+    ASSERT_EQ(options.play.settings.size(), 4u);
+    EXPECT_EQ(options.play.settings[0].text, "1");
+    EXPECT_EQ(options.play.settings[1].key, "name");
+    EXPECT_EQ(options.play.settings[2].text, "--set");
+    EXPECT_EQ(options.play.settings[3].key, "zone_width");
+}
+
+TEST(Options, AnAreaIsFourWholeNumbers) {
+    const OKM8::FrameArea area = ParseArea("1,-2,300,0");
+    EXPECT_EQ(area.x, 1);
+    EXPECT_EQ(area.y, -2);
+    EXPECT_EQ(area.width, 300);
+    EXPECT_EQ(area.height, 0);
+    for (const char* bad :
+         {"", "1", "1,2,3", "1,2,3,", "1,2,3,4,", "1,2,3,4,5", "a,2,3,4", "1;2;3;4", "1,,3,4", "99999999999,0,0,0"}) {
+        EXPECT_THROW(ParseArea(bad), Failure) << bad;
+    }
+}
+
+TEST(Options, AnEmptyAreaIsRefusedAndNotOverlooked) {
+    EXPECT_THROW(Parse({"play", "v", "--single", ""}), Failure);
+}
+
+TEST(Options, HelpTellsTheOptionsAndTheTimes) {
+    const host_test::Finished main = host_test::RunHost({"--help"});
+    EXPECT_EQ(main.status, 0);
+    EXPECT_EQ(main.errors, "");
+    EXPECT_THAT(main.output, HasSubstr("Exit status"));
+    const host_test::Finished play = host_test::RunHost({"play", "--help"});
+    EXPECT_EQ(play.status, 0);
+    for (const char* part : {"--plugin", "--engine", "--set", "--channels", "--single", "--realtime", "--frames",
+                             "frame number x 1000 / frame"}) {
+        EXPECT_THAT(play.output, HasSubstr(part));
+    }
+}
+
+TEST(Options, TheVersionIsOneLine) {
+    const host_test::Finished run = host_test::RunHost({"--version"});
+    EXPECT_EQ(run.status, 0);
+    EXPECT_THAT(run.output, testing::MatchesRegex("plate-host [0-9]+\\.[0-9]+\\.[0-9]+ \\(Y4M.*\\)\n"));
+}
+
+}  // namespace
+}  // namespace plate_host

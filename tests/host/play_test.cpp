@@ -1,0 +1,292 @@
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <map>
+#include <nlohmann/json.hpp>
+#include <sstream>
+
+#include "tests/host/checksum.h"
+#include "tests/host/pictures.h"
+#include "tests/host/play_command.h"
+#include "tests/host/posix_process.h"
+
+namespace host_test {
+namespace {
+
+using testing::HasSubstr;
+using testing::Not;
+
+TEST(Play, AnEventOfEveryFrameOfAFileIsALineWithItsTimeAndChecksum) {
+    const TemporaryFolder folder;
+    const std::string video = folder.Write("three.y4m", Y4mStream(32, 24, 3));
+    const Finished run = RunHost(PlayCommand(video, {"test_event_every=1"}));
+    ASSERT_EQ(run.status, 0) << run.errors;
+    const std::vector<Json> events = Lines(run.output);
+    ASSERT_EQ(events.size(), 3u);
+    for (int frame = 0; frame < 3; ++frame) {
+        const Json& event = events[static_cast<std::size_t>(frame)];
+        const std::vector<std::uint8_t> picture = MakeI420(32, 24, frame);
+        EXPECT_EQ(event["channel"], 0);
+        EXPECT_EQ(event["event"], "event");
+        EXPECT_EQ(event["time"], frame * 40);
+        EXPECT_EQ(event["arguments"]["char_num"], frame + 1);
+        EXPECT_EQ(event["arguments"]["lpf_x1"], 32);
+        EXPECT_EQ(event["arguments"]["lpf_y1"], 24);
+        EXPECT_EQ(event["arguments"]["lpf_x3"], 32 * 24 * 3 / 2);
+        EXPECT_EQ(event["arguments"]["checksum"], std::to_string(Checksum(picture.data(), picture.size())));
+    }
+}
+
+TEST(Play, AnEventLineHasItsKeysInOrderAndItsTrack) {
+    const Finished run = RunHost(PlayCommand("-", {"test_event_every=2"}), Y4mStream(16, 16, 2));
+    ASSERT_EQ(run.status, 0) << run.errors;
+    EXPECT_THAT(
+        run.output,
+        testing::StartsWith(R"({"channel":0,"event":"event","time":40,"arguments":{"lp_wnum":"A123BC","char_num":2,)"
+                            R"("country_code":"one","confidence":99,"direction":0,"lpf_x1":16,"lpf_y1":16,)"
+                            R"("lpf_x3":384,"lpf_y3":0,"id":"","use_area":false,"checksum":")"));
+    EXPECT_THAT(run.output, testing::EndsWith(R"("},"track":[{"x":1,"y":2,"width":30,"height":10,"time":40},)"
+                                              R"({"x":-5,"y":6,"width":31,"height":11,"time":"infinity"}]})"
+                                              "\n"));
+}
+
+TEST(Play, FurtherTargetsAreKept) {
+    const Finished run =
+        RunHost(PlayCommand("-", {"test_event_every=1", "test_two_targets=true"}), Y4mStream(16, 16, 1));
+    const std::vector<Json> events = Lines(run.output);
+    ASSERT_EQ(events.size(), 1u) << run.errors;
+    EXPECT_EQ(events[0]["more_targets"].dump(), R"([{"arguments":{"second":true},"track":null}])");
+}
+
+TEST(Play, ATextThatIsNoUtf8IsShownWithReplacementCharacters) {
+    const Finished run =
+        RunHost(PlayCommand("-", {"test_event_every=1", "test_text=\xC3(\xFFz"}), Y4mStream(16, 16, 1));
+    ASSERT_EQ(run.status, 0) << run.errors;
+    EXPECT_THAT(run.output, HasSubstr("\"lp_wnum\":\"\xEF\xBF\xBD(\xEF\xBF\xBDz\""));
+}
+
+TEST(Play, TheLibraryIsBoundToTheEngineThatIsNamed) {
+    std::vector<std::string> command = PlayCommand("-", {"test_event_every=1"});
+    ReplaceEngine(command, HOST_TEST_ENGINE_TWO);
+    const Finished run = RunHost(command, Y4mStream(16, 16, 1));
+    ASSERT_EQ(run.status, 0) << run.errors;
+    EXPECT_THAT(run.output, HasSubstr(R"("country_code":"two")"));
+}
+
+TEST(Play, EveryChannelHasADetectorThatSeesEveryFrameInWholeLines) {
+    std::vector<std::string> command = PlayCommand("-", {"test_event_every=1"});
+    command.insert(command.end(), {"--channels", "3"});
+    const Finished run = RunHost(command, Y4mStream(16, 16, 40));
+    ASSERT_EQ(run.status, 0) << run.errors;
+    std::map<int, std::vector<int>> framesOfChannel;
+    for (const Json& event : Lines(run.output)) {
+        framesOfChannel[event["channel"].get<int>()].push_back(event["arguments"]["char_num"].get<int>());
+    }
+    ASSERT_EQ(framesOfChannel.size(), 3u);
+    for (const auto& [channel, frames] : framesOfChannel) {
+        ASSERT_EQ(frames.size(), 40u) << channel;
+        for (std::size_t index = 0; index < frames.size(); ++index) {
+            EXPECT_EQ(frames[index], static_cast<int>(index) + 1) << channel;
+        }
+    }
+    EXPECT_THAT(run.errors, HasSubstr("120 handed out, 120 given back"));
+}
+
+TEST(Play, AnOddPictureLosesItsLastColumnAndRow) {
+    const Finished run = RunHost(PlayCommand("-", {"test_event_every=1"}), Y4mStream(7, 5, 1));
+    const std::vector<Json> events = Lines(run.output);
+    ASSERT_EQ(events.size(), 1u) << run.errors;
+    std::vector<std::uint8_t> expected;
+    const std::vector<std::uint8_t> whole = MakeI420(7, 5, 0);
+    const auto take = [&](std::size_t offset, std::size_t stride, std::size_t width, std::size_t height) {
+        for (std::size_t y = 0; y < height; ++y) {
+            for (std::size_t x = 0; x < width; ++x) {
+                expected.push_back(whole[offset + y * stride + x]);
+            }
+        }
+    };
+    take(0, 7, 6, 4);
+    take(35, 4, 3, 2);
+    take(35 + 12, 4, 3, 2);
+    EXPECT_EQ(events[0]["arguments"]["lpf_x1"], 6);
+    EXPECT_EQ(events[0]["arguments"]["lpf_y1"], 4);
+    EXPECT_EQ(events[0]["arguments"]["checksum"], std::to_string(Checksum(expected.data(), expected.size())));
+}
+
+TEST(Play, AMonoStreamIsHandedOverAsLuminanceAlone) {
+    const std::vector<std::uint8_t> plane = MakePlane(16, 8, 0, 0);
+    const std::string stream =
+        Y4mHeaderLine(16, 8, " F25:1 Cmono") + "FRAME\n" + std::string(plane.begin(), plane.end());
+    const Finished run = RunHost(PlayCommand("-", {"test_event_every=1"}), stream);
+    const std::vector<Json> events = Lines(run.output);
+    ASSERT_EQ(events.size(), 1u) << run.errors;
+    EXPECT_EQ(events[0]["arguments"]["lpf_x3"], 16 * 8);
+    EXPECT_EQ(events[0]["arguments"]["checksum"], std::to_string(Checksum(plane.data(), plane.size())));
+}
+
+TEST(Play, FramesEndsTheRunThere) {
+    std::vector<std::string> command = PlayCommand("-", {"test_event_every=1"});
+    command.insert(command.end(), {"--frames", "2"});
+    const Finished run = RunHost(command, Y4mStream(16, 16, 10));
+    EXPECT_EQ(run.status, 0) << run.errors;
+    EXPECT_EQ(Lines(run.output).size(), 2u);
+}
+
+TEST(Play, SinglePassesTheAreaAndCountsTheFrameDoneCalls) {
+    std::vector<std::string> command = PlayCommand("-", {"test_event_every=1", "test_fail_every=3"});
+    command.insert(command.end(), {"--single", "10,-20,30,40"});
+    const Finished run = RunHost(command, Y4mStream(16, 16, 3));
+    ASSERT_EQ(run.status, 0) << run.errors;
+    EXPECT_THAT(run.output, HasSubstr(R"("area_left":10,"area_top":-20,"area_right":30,"area_bottom":40)"));
+    EXPECT_THAT(run.errors, testing::ContainsRegex("frame-done calls +2\n"));
+}
+
+TEST(Play, WithoutSingleThereIsNoAreaAndNoFrameDoneLine) {
+    const Finished run = RunHost(PlayCommand("-", {"test_event_every=1"}), Y4mStream(16, 16, 1));
+    EXPECT_THAT(run.output, Not(HasSubstr("area_left")));
+    EXPECT_THAT(run.errors, Not(HasSubstr("frame-done")));
+}
+
+TEST(Play, AHeldFrameHasNoFrameDoneCall) {
+    std::vector<std::string> command = PlayCommand("-", {"test_hold_frames=true"});
+    command.insert(command.end(), {"--single", "0,0,0,0"});
+    const Finished run = RunHost(command, Y4mStream(16, 16, 3));
+    EXPECT_EQ(run.status, 0) << run.errors;
+    EXPECT_THAT(run.errors, testing::ContainsRegex("frame-done calls +0\n"));
+}
+
+TEST(Play, AFrameDoneCallWithAnotherBufferIsADefect) {
+    std::vector<std::string> command = PlayCommand("-", {"test_wrong_done=true"});
+    command.insert(command.end(), {"--single", "0,0,0,0"});
+    const Finished run = RunHost(command, Y4mStream(16, 16, 2));
+    EXPECT_EQ(run.status, 1);
+    EXPECT_THAT(run.errors, HasSubstr("error: 2 frame-done calls came twice or with a buffer that was not handed in"));
+}
+
+TEST(Play, FailedFramesAreCountedByTheirText) {
+    const Finished run = RunHost(PlayCommand("-", {"test_fail_every=2"}), Y4mStream(16, 16, 5));
+    EXPECT_EQ(run.status, 0) << run.errors;
+    EXPECT_THAT(run.errors, testing::ContainsRegex("frames failed +2\n"));
+    EXPECT_THAT(run.errors, HasSubstr("2 x code 1, \"asked to fail\"\n"));
+}
+
+TEST(Play, AnExceptionOutOfTheDetectorIsAFailedFrame) {
+    const Finished run = RunHost(PlayCommand("-", {"test_throws=true"}), Y4mStream(16, 16, 2));
+    EXPECT_EQ(run.status, 0) << run.errors;
+    EXPECT_THAT(run.errors, HasSubstr("2 x an exception left the detector: \"thrown by the test\""));
+}
+
+TEST(Play, BuffersThatAreNotGivenBackAreADefect) {
+    const Finished run = RunHost(PlayCommand("-", {"test_keep_buffers=2"}), Y4mStream(16, 16, 5), LeaksAllowed::Yes);
+    EXPECT_EQ(run.status, 1);
+    EXPECT_THAT(run.errors, HasSubstr("plate-host: error: of 5 buffers, 3 were given back\n"));
+}
+
+TEST(Play, ARaiserThatIsNeverEndedIsADefect) {
+    const Finished run =
+        RunHost(PlayCommand("-", {"test_event_every=1", "test_lose_raiser=true"}), Y4mStream(16, 16, 2));
+    EXPECT_EQ(run.status, 1);
+    EXPECT_THAT(run.errors, HasSubstr("error: of 2 event raisers, 0 were raised or discarded"));
+}
+
+TEST(Play, ATargetListWithoutEventIsADefect) {
+    const Finished run =
+        RunHost(PlayCommand("-", {"test_event_every=1", "test_lose_targets=true"}), Y4mStream(16, 16, 2));
+    EXPECT_EQ(run.status, 1);
+    EXPECT_THAT(run.errors, HasSubstr("error: 2 target lists were attached to no event"));
+}
+
+TEST(Play, ADiscardedEventIsNotPrinted) {
+    const Finished run = RunHost(PlayCommand("-", {"test_event_every=1", "test_discard=true"}), Y4mStream(16, 16, 2));
+    EXPECT_EQ(run.status, 0) << run.errors;
+    EXPECT_EQ(run.output, "");
+    EXPECT_THAT(run.errors, HasSubstr("2 made, 0 raised, 2 discarded"));
+}
+
+TEST(Play, AClosedOutputEndsAnEndlessVideoQuietly) {
+    HostProcess process({.arguments = PlayCommand("-", {"test_event_every=1"})});
+    process.WriteInput(Y4mStream(16, 16, 1));
+    process.WaitForOutput("\n");
+    process.CloseOutput();
+    // The input stays open: the run ends by itself, while frames still come.
+    for (int frame = 1; process.Errors().find("unloaded") == std::string::npos; ++frame) {
+        process.WriteInput(Y4mFrame(16, 16, frame));
+        process.PumpOnce();
+    }
+    const Finished run = process.Wait();
+    EXPECT_EQ(run.status, 0) << run.errors;
+    EXPECT_EQ(run.signal, 0);
+    EXPECT_THAT(run.errors, Not(HasSubstr("error")));
+}
+
+TEST(Play, AFullOutputIsAnError) {
+    HostProcess process(
+        {.program = "/bin/sh",
+         .arguments = {"-c", "exec \"$@\" >/dev/full", "sh", PLATE_HOST_PROGRAM, "play", "-", "--plugin",
+                       HOST_TEST_PLUGIN, "--engine", HOST_TEST_ENGINE_ONE, "--set", "test_event_every=1"}});
+    process.WriteInput(Y4mStream(16, 16, 3));
+    const Finished run = process.Wait();
+    EXPECT_EQ(run.status, 1) << run.errors;
+    EXPECT_THAT(run.errors, HasSubstr("plate-host: error: the events cannot be written: No space left on device\n"));
+}
+
+TEST(Play, ATruncatedStreamIsPlayedUpToThereAndSaysSo) {
+    std::string stream = Y4mStream(16, 16, 3);
+    stream.resize(stream.size() - 5);
+    const Finished run = RunHost(PlayCommand("-", {"test_event_every=1"}), stream);
+    EXPECT_EQ(run.status, 0) << run.errors;
+    EXPECT_EQ(Lines(run.output).size(), 2u);
+    EXPECT_THAT(run.errors, testing::ContainsRegex("video is damaged +frame 2 is cut off\n"));
+}
+
+TEST(Play, ABrokenFrameInTheMiddleEndsTheVideoAndSaysSo) {
+    const std::string stream = Y4mStream(16, 16, 2) + "NOISE\n" + Y4mFrame(16, 16, 2);
+    const Finished run = RunHost(PlayCommand("-", {"test_event_every=1"}), stream);
+    EXPECT_EQ(run.status, 0) << run.errors;
+    EXPECT_EQ(Lines(run.output).size(), 2u);
+    EXPECT_THAT(run.errors, HasSubstr("frame 2 does not begin with FRAME\n"));
+}
+
+TEST(Play, TheLibraryEndsInOrder) {
+    std::vector<std::string> command = PlayCommand("-", {});
+    command.insert(command.end(), {"--channels", "2"});
+    const Finished run = RunHost(command, Y4mStream(16, 16, 1));
+    EXPECT_THAT(run.errors, testing::StartsWith("plate-host: log 3: detector made\n"
+                                                "plate-host: log 3: detector made\n"
+                                                "plate-host: log 3: detector destroyed\n"
+                                                "plate-host: log 3: detector destroyed\n"
+                                                "plate-host: log 3: module finalized\n"
+                                                "test plug-in unloaded\n"
+                                                "plate-host: summary\n"));
+}
+
+TEST(Play, RealtimeTakesTheVideosOwnTime) {
+    std::vector<std::string> command = PlayCommand("-", {"test_event_every=1"});
+    command.emplace_back("--realtime");
+    std::string stream = Y4mHeaderLine(16, 16, " F10:1");
+    for (int frame = 0; frame < 4; ++frame) {
+        stream += Y4mFrame(16, 16, frame);
+    }
+    const auto start = std::chrono::steady_clock::now();
+    const Finished run = RunHost(command, stream);
+    const auto elapsed = std::chrono::steady_clock::now() - start;
+    EXPECT_EQ(run.status, 0) << run.errors;
+    EXPECT_GE(elapsed, std::chrono::milliseconds(300));
+    const std::vector<Json> events = Lines(run.output);
+    ASSERT_EQ(events.size(), 4u);
+    EXPECT_EQ(events[3]["time"], 300);
+}
+
+TEST(Play, APipeOnTheFileSystemIsReadAsAStream) {
+    const TemporaryFolder folder;
+    const std::string pipe = folder.Path("pipe.y4m");
+    MakeNamedPipe(pipe);
+    HostProcess process({.arguments = PlayCommand(pipe, {"test_event_every=1"})});
+    WriteToNamedPipe(pipe, Y4mStream(16, 16, 2));
+    const Finished run = process.Wait();
+    EXPECT_EQ(run.status, 0) << run.errors;
+    EXPECT_EQ(Lines(run.output).size(), 2u);
+}
+
+}  // namespace
+}  // namespace host_test

@@ -1,0 +1,143 @@
+// Runs that cannot be carried out: one clear line, exit status 2.
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <filesystem>
+
+#include "tests/host/pictures.h"
+#include "tests/host/play_command.h"
+#include "tests/host/posix_process.h"
+
+namespace host_test {
+namespace {
+
+using testing::HasSubstr;
+
+void ExpectOneLine(const Finished& run, const std::string& part) {
+    EXPECT_EQ(run.status, 2) << run.errors;
+    EXPECT_EQ(run.output, "");
+    EXPECT_EQ(std::count(run.errors.begin(), run.errors.end(), '\n'), 1) << run.errors;
+    EXPECT_THAT(run.errors, testing::StartsWith("plate-host: "));
+    EXPECT_THAT(run.errors, HasSubstr(part));
+}
+
+class Refusal : public testing::Test {
+  protected:
+    const TemporaryFolder folder;
+    const std::string video = folder.Write("video.y4m", Y4mStream(16, 16, 2));
+};
+
+TEST_F(Refusal, AMissingVideo) {
+    ExpectOneLine(RunHost(PlayCommand(folder.Path("none.mp4"), {})), "none.mp4\": No such file or directory");
+    ExpectOneLine(RunHost(PlayCommand(folder.Path("none.y4m"), {})), "none.y4m\": No such file or directory");
+}
+
+TEST_F(Refusal, AFolderAsVideo) {
+    std::filesystem::create_directory(folder.Path("folder.y4m"));
+    ExpectOneLine(RunHost(PlayCommand(folder.Path("folder.y4m"), {})), "Is a directory");
+    ExpectOneLine(RunHost(PlayCommand("/tmp", {})), "cannot open \"/tmp\"");
+}
+
+TEST_F(Refusal, AFileThatIsNoVideo) {
+    ExpectOneLine(RunHost(PlayCommand(folder.Write("text.mp4", "no video at all\n"), {})), "cannot open");
+    ExpectOneLine(RunHost(PlayCommand(folder.Write("empty.mp4", ""), {})), "cannot open");
+}
+
+TEST_F(Refusal, ABrokenStream) {
+    ExpectOneLine(RunHost(PlayCommand("-", {}), ""), "cannot read \"standard input\" as Y4M: it is empty");
+    ExpectOneLine(RunHost(PlayCommand("-", {}), "RIFF\n"), "it does not begin with YUV4MPEG2");
+    ExpectOneLine(RunHost(PlayCommand("-", {}), "YUV4MPEG2 W16"), "");
+    ExpectOneLine(RunHost(PlayCommand("-", {}), std::string(10000, 'x')), "");
+    ExpectOneLine(RunHost(PlayCommand("-", {}), "YUV4MPEG2 W16 H16 C444\n"), "C444; only 8-bit 4:2:0 and mono");
+    ExpectOneLine(RunHost(PlayCommand("-", {}), Y4mHeaderLine(16, 16)), "\"-\" holds no picture");
+    ExpectOneLine(RunHost(PlayCommand("-", {}), Y4mHeaderLine(16, 16) + "FRAME\nshort"),
+                  "holds no picture: frame 0 is cut off");
+}
+
+TEST_F(Refusal, AMissingLibrary) {
+    ExpectOneLine(RunHost({"play", video, "--plugin", folder.Path("none.so"), "--engine", HOST_TEST_ENGINE_ONE}),
+                  "there is no library at \"" + folder.Path("none.so") + "\"; name one with --plugin");
+}
+
+TEST_F(Refusal, AFileThatIsNoLibrary) {
+    const std::string text = folder.Write("text.so", std::string(5000, 'x'));
+    ExpectOneLine(RunHost({"play", video, "--plugin", text, "--engine", HOST_TEST_ENGINE_ONE}),
+                  "cannot load the library \"" + text + "\": " + text + ": invalid ELF header");
+}
+
+TEST_F(Refusal, ALibraryWithoutItsExports) {
+    ExpectOneLine(RunHost({"play", video, "--plugin", HOST_TEST_INCOMPLETE_PLUGIN, "--engine", HOST_TEST_ENGINE_ONE}),
+                  "is no detector library: it does not export GetModule");
+}
+
+TEST_F(Refusal, AMissingEngine) {
+    ExpectOneLine(RunHost({"play", video, "--plugin", HOST_TEST_PLUGIN, "--engine", folder.Path("none.so")}),
+                  "there is no engine at \"" + folder.Path("none.so") + "\"; name one with --engine");
+}
+
+TEST_F(Refusal, NoEngineBesideTheProgram) {
+    const std::string program = folder.Path("plate-host");
+    std::filesystem::copy_file(PLATE_HOST_PROGRAM, program);
+    HostProcess process({.program = program, .arguments = {"play", video, "--plugin", HOST_TEST_PLUGIN}});
+    ExpectOneLine(process.Wait(),
+                  "there is no engine at \"" + folder.Path("libRecon64.so") + "\"; name one with --engine");
+}
+
+TEST_F(Refusal, AFileThatIsNoEngine) {
+    const std::string text = folder.Write("engine.so", "x");
+    ExpectOneLine(RunHost({"play", video, "--plugin", HOST_TEST_PLUGIN, "--engine", text}),
+                  "cannot load the engine \"" + text + "\": " + text + ": file too short");
+}
+
+TEST_F(Refusal, AnEngineThatTheLibraryWouldNotBeBoundTo) {
+    ExpectOneLine(RunHost({"play", video, "--plugin", HOST_TEST_PLUGIN, "--engine", HOST_TEST_ENGINE_MISNAMED}),
+                  "it does not bear the name libRecon64.so");
+}
+
+TEST_F(Refusal, ABadCommandLine) {
+    ExpectOneLine(RunHost({}), "see plate-host --help");
+    ExpectOneLine(RunHost({"dance"}), "see plate-host --help");
+    ExpectOneLine(RunHost({"play"}), "see plate-host --help");
+    ExpectOneLine(RunHost({"play", video, "--channels", "0"}), "--channels");
+    ExpectOneLine(RunHost({"play", video, "--channels", "many"}), "--channels");
+    ExpectOneLine(RunHost({"play", video, "--frames", "-1"}), "--frames");
+    ExpectOneLine(RunHost({"play", video, "--single", "1,2,3"}), "\"1,2,3\" is no area");
+    ExpectOneLine(RunHost({"play", video, "--set", "nonsense"}), "\"nonsense\" is no setting");
+    ExpectOneLine(RunHost({"play", video, "--set", "=5"}), "\"=5\" is no setting");
+}
+
+class RefusedSetting : public Refusal {
+  protected:
+    // The library's own log lines stand around the one line of the host.
+    void ExpectRefusal(const std::string& setting, const std::string& part) {
+        const Finished run = RunHost(PlayCommand(video, {setting}));
+        EXPECT_EQ(run.status, 2) << run.errors;
+        EXPECT_EQ(run.output, "");
+        EXPECT_THAT(run.errors, HasSubstr(part));
+        EXPECT_THAT(run.errors, HasSubstr("log 3: detector destroyed\nplate-host: log 3: module finalized\n"
+                                          "test plug-in unloaded\nplate-host: the detector "));
+        EXPECT_THAT(run.errors, testing::Not(HasSubstr("summary")));
+    }
+};
+
+TEST_F(RefusedSetting, TellsTheDetectorsCodeAndTextAndItsSettings) {
+    ExpectRefusal("zone=5",
+                  "plate-host: the detector refuses \"zone=5\": code 2816, \"zone\"; its settings are use_half_cadr "
+                  "(bool), id (string), name (string), use_area (bool), area_left (int), area_top (int), area_right "
+                  "(int), area_bottom (int), zone_width (int), zone_width_min (int), result_ready (bool), "
+                  "result_wait_time (int), result_rec_count (int)\n");
+}
+
+TEST_F(RefusedSetting, AValueThatNoTypeOfTheKeyFits) {
+    ExpectRefusal("area_left=far", "refuses \"area_left=far\": code 2816, \"area_left\"");
+    ExpectRefusal("area_left=99999999999", "refuses \"area_left=99999999999\": code 2816, \"area_left\"");
+    ExpectRefusal("use_area=2", "refuses \"use_area=2\": code 2816, \"use_area\"");
+}
+
+TEST_F(RefusedSetting, SettingsThatCannotBeApplied) {
+    ExpectRefusal("test_apply_fails=true", "the detector cannot apply its settings: code 1, \"nothing applies\"\n");
+}
+
+}  // namespace
+}  // namespace host_test

@@ -1,0 +1,22 @@
+/// Small videos in files, made with FFmpeg's libraries.
+#pragma once
+
+#include <string>
+
+namespace host_test {
+
+struct VideoSpecification {
+    std::string codec = "ffv1";
+    std::string pixelFormat = "yuv420p";
+    int width = 64;
+    int height = 48;
+    int frames = 5;
+    int rateNumerator = 25;
+    int rateDenominator = 1;
+    int firstFrameNumber = 0;  ///< the time stamp of the first frame, in frames
+};
+
+/// Writes a video whose planes are those of MakePlane, in the container of the name's ending. Throws on failure.
+void WriteVideo(const std::string& path, const VideoSpecification& specification);
+
+}  // namespace host_test
