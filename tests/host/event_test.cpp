@@ -79,7 +79,8 @@ TEST(Event, NothingThatIsNoUtf8Throws) {
 TEST(EventPrinter, CountsEventsAndPlates) {
     std::FILE* const file = std::tmpfile();
     ASSERT_NE(file, nullptr);
-    EventPrinter printer(file);
+    Console console(false);
+    EventPrinter printer(file, console);
     EventRecord event;
     event.name = "event";
     printer.OnEvent(event);

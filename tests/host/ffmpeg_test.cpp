@@ -107,6 +107,8 @@ TEST_F(FfmpegVideo, ATruncatedFileIsPlayedUpToThereAndSaysSo) {
     const std::vector<std::pair<std::string, VideoSpecification>> videos{
         {"a.avi", {.codec = "mjpeg", .pixelFormat = "yuvj420p", .width = 320, .height = 240, .frames = 40}},
         {"b.mkv", {.codec = "mjpeg", .pixelFormat = "yuvj420p", .width = 320, .height = 240, .frames = 40}},
+        {"c.mp4",
+         {.codec = "mjpeg", .pixelFormat = "yuvj420p", .width = 320, .height = 240, .frames = 40, .indexFirst = true}},
     };
     for (const auto& [name, specification] : videos) {
         const std::string video = Write(name, specification);

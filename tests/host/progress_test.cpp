@@ -40,6 +40,18 @@ TEST(Progress, IsABarOnATerminalThatIsTakenAwayAtTheEnd) {
     EXPECT_THAT(run.errors.substr(lastBar), HasSubstr("\r\033[K")) << "taken away before the summary";
 }
 
+TEST(Progress, TheBarIsOutOfTheWayOfWhatElseIsWritten) {
+    testing::internal::CaptureStderr();
+    Console console(true);
+    console.Bar("[bar]");
+    console.WithoutBar([] { std::fputs("an event\n", stderr); });
+    console.Line("a line");
+    console.Bar("");
+    console.WithoutBar([] { std::fputs("a last event\n", stderr); });
+    EXPECT_EQ(testing::internal::GetCapturedStderr(),
+              "\r\033[K[bar]\r\033[Kan event\n[bar]\r\033[Ka line\n[bar]\r\033[Ka last event\n");
+}
+
 TEST(Progress, IsNoBarElsewhere) {
     const host_test::Finished run =
         host_test::RunHost(host_test::PlayCommand("-", {}), host_test::Y4mStream(16, 16, 20));

@@ -9,6 +9,7 @@
 extern "C" {
 #include <libavcodec/avcodec.h>
 #include <libavformat/avformat.h>
+#include <libavutil/opt.h>
 #include <libavutil/pixdesc.h>
 }
 
@@ -35,6 +36,9 @@ class VideoWriter {
         stream->avg_frame_rate = codec->framerate;
         Require(avcodec_parameters_from_context(stream->codecpar, codec) >= 0, "parameters");
         Require(avio_open(&format->pb, path.c_str(), AVIO_FLAG_WRITE) >= 0, "file");
+        if (specification.indexFirst) {
+            Require(av_opt_set(format->priv_data, "movflags", "faststart", 0) >= 0, "order");
+        }
         Require(avformat_write_header(format, nullptr) >= 0, "header");
     }
     VideoWriter(const VideoWriter&) = delete;

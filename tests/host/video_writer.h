@@ -13,6 +13,7 @@ struct VideoSpecification {
     int frames = 5;
     int rateNumerator = 25;
     int rateDenominator = 1;
+    bool indexFirst = false;   ///< for an MP4: the index stands before the pictures
     int firstFrameNumber = 0;  ///< the time stamp of the first frame, in frames
 };
 

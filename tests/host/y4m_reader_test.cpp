@@ -24,9 +24,10 @@ class MemorySource final : public ByteSource {
         const std::size_t count = std::min({size, portion, bytes.size() - position});
         std::memcpy(buffer, bytes.data() + position, count);
         position += count;
+        hasFailed = count == 0;
         return count;
     }
-    std::string Error() const override { return position == bytes.size() ? errorAtEnd : std::string(); }
+    std::string Error() const override { return hasFailed ? errorAtEnd : std::string(); }
     std::optional<std::uint64_t> Size() const override { return bytes.size(); }
 
   private:
@@ -34,6 +35,7 @@ class MemorySource final : public ByteSource {
     const std::size_t portion;
     const std::string errorAtEnd;
     std::size_t position = 0;
+    bool hasFailed = false;
 };
 
 std::string FailureOf(const std::string& line) {

@@ -46,4 +46,19 @@ void Console::Bar(const std::string& text) {
     Write(clearLine + bar);
 }
 
+void Console::WithoutBar(const std::function<void()>& action) {
+    if (!isTerminal) {
+        action();
+        return;
+    }
+    const std::lock_guard lock(mutex);
+    if (bar.empty()) {
+        action();
+        return;
+    }
+    Write(clearLine);
+    action();
+    Write(bar);
+}
+
 }  // namespace plate_host

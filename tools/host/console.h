@@ -1,6 +1,7 @@
 /// Standard error: lines from any thread, and a bar that stays below them on a terminal.
 #pragma once
 
+#include <functional>
 #include <mutex>
 #include <string>
 
@@ -22,6 +23,8 @@ class Console {
     void Line(const std::string& text);
     /// Replaces the bar; an empty text takes it away. Without a terminal nothing is written.
     void Bar(const std::string& text);
+    /// Does something that may write to the same terminal, with the bar out of its way.
+    void WithoutBar(const std::function<void()>& action);
 
   private:
     const bool isTerminal;

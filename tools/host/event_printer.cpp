@@ -11,6 +11,10 @@ void EventPrinter::OnEvent(const EventRecord& event) {
         ++plateCount;
     }
     const std::string line = ToJsonLine(event);
+    console.WithoutBar([this, &line] { Write(line); });
+}
+
+void EventPrinter::Write(const std::string& line) {
     const std::lock_guard lock(mutex);
     if (hasEnded.load()) {
         return;

@@ -7,6 +7,7 @@
 #include <mutex>
 #include <string>
 
+#include "tools/host/console.h"
 #include "tools/host/event.h"
 
 namespace plate_host {
@@ -14,7 +15,8 @@ namespace plate_host {
 /// Writes whole lines, one at a time. Any thread.
 class EventPrinter final : public EventSink {
   public:
-    explicit EventPrinter(std::FILE* newOutput) : output(newOutput) {}
+    /// The output and the console must outlive the printer.
+    EventPrinter(std::FILE* newOutput, Console& newConsole) : output(newOutput), console(newConsole) {}
 
     void OnEvent(const EventRecord& event) override;
 
@@ -29,7 +31,10 @@ class EventPrinter final : public EventSink {
     std::string Error() const;
 
   private:
+    void Write(const std::string& line);
+
     std::FILE* const output;
+    Console& console;
     std::atomic<std::uint64_t> eventCount{0};
     std::atomic<std::uint64_t> plateCount{0};
     std::atomic<bool> hasEnded{false};

@@ -2,6 +2,9 @@
 
 #include <algorithm>
 #include <array>
+#include <cstdarg>
+#include <cstdio>
+#include <mutex>
 #include <utility>
 
 extern "C" {
@@ -42,6 +45,49 @@ std::string ErrorText(int error) {
     return text.data();
 }
 
+/// The first thing that a container's reader has complained of. Some take a file that ends too early for an ordinary
+/// end, and say so in their messages alone.
+class ReaderMessages {
+  public:
+    static void Collect(void* source, int level, const char* format, va_list arguments) {
+        if (level > AV_LOG_ERROR || !IsContainerReader(source)) {
+            return;
+        }
+        std::array<char, 512> text{};
+        std::vsnprintf(text.data(), text.size(), format, arguments);
+        const std::lock_guard lock(mutex);
+        if (first.empty()) {
+            first = OneLine(text.data());
+        }
+    }
+
+    static void Clear() {
+        const std::lock_guard lock(mutex);
+        first.clear();
+    }
+
+    static std::string First() {
+        const std::lock_guard lock(mutex);
+        return first;
+    }
+
+  private:
+    static bool IsContainerReader(void* source) {
+        if (source == nullptr) {
+            return false;
+        }
+        const AVClass* const type = *static_cast<const AVClass* const*>(source);
+        if (type == nullptr) {
+            return false;
+        }
+        const AVClassCategory category = type->get_category == nullptr ? type->category : type->get_category(source);
+        return category == AV_CLASS_CATEGORY_DEMUXER;
+    }
+
+    static inline std::mutex mutex;
+    static inline std::string first;  // guarded by mutex
+};
+
 int IsInterrupted(void*) {
     return Interruption() != 0 ? 1 : 0;
 }
@@ -73,6 +119,7 @@ class FfmpegReader final : public VideoReader {
     void OpenDecoder();
     bool FeedDecoder();
     bool TakeFrame(Picture& picture);
+    bool EndsBeforeItsIndex() const;
     std::uint64_t TimeOfFrame();
     Picture ScaledFrame();
 
@@ -88,6 +135,7 @@ class FfmpegReader final : public VideoReader {
     std::int64_t start = 0;  ///< in the stream's time base
     std::uint64_t frameNumber = 0;
     std::int64_t packetCount = 0;
+    std::int64_t lastPacketTime = AV_NOPTS_VALUE;  ///< decoding time, in the stream's time base
     std::uint64_t refusedPackets = 0;
     std::string breakOff;
 };
@@ -96,8 +144,8 @@ FfmpegReader::FfmpegReader(const std::string& address) : packet(av_packet_alloc(
     if (packet == nullptr || frame == nullptr) {
         throw std::bad_alloc();
     }
-    // Its messages would stand between the program's own lines; what matters comes back as an error.
-    av_log_set_level(AV_LOG_QUIET);
+    // The libraries' messages would stand between the program's own lines.
+    av_log_set_callback(ReaderMessages::Collect);
     try {
         OpenInput(address);
         OpenDecoder();
@@ -155,6 +203,7 @@ void FfmpegReader::OpenDecoder() {
         throw Failure(ErrorText(error));
     }
     frameRate = av_guess_frame_rate(format.get(), stream, nullptr);
+    ReaderMessages::Clear();
     if (stream->start_time != AV_NOPTS_VALUE) {
         start = stream->start_time;
         hasStart = true;
@@ -211,6 +260,7 @@ bool FfmpegReader::FeedDecoder() {
     }
     if (packet->stream_index == stream->index) {
         ++packetCount;
+        lastPacketTime = packet->dts;
         const bool corrupt = (packet->flags & AV_PKT_FLAG_CORRUPT) != 0;
         const int sent = avcodec_send_packet(codec.get(), packet.get());
         if (corrupt || sent < 0) {
@@ -271,11 +321,25 @@ Picture FfmpegReader::ScaledFrame() {
     return picture;
 }
 
+// The index counts what is left after a cut by the container's own edit list, which the header's number of frames does
+// not.
+bool FfmpegReader::EndsBeforeItsIndex() const {
+    const int entries = avformat_index_get_entries_count(stream);
+    if (entries <= packetCount || lastPacketTime == AV_NOPTS_VALUE) {
+        return false;
+    }
+    const AVIndexEntry* const last = avformat_index_get_entry(stream, entries - 1);
+    return last != nullptr && last->timestamp > lastPacketTime;
+}
+
 std::string FfmpegReader::Damage() const {
     std::string damage = breakOff;
+    if (damage.empty() && inputEnded && Interruption() == 0) {
+        damage = ReaderMessages::First();
+    }
     const auto add = [&damage](const std::string& text) { damage += (damage.empty() ? "" : "; ") + text; };
-    if (inputEnded && Interruption() == 0 && stream->nb_frames > packetCount) {
-        add("it holds " + std::to_string(packetCount) + " of its " + std::to_string(stream->nb_frames) + " frames");
+    if (inputEnded && Interruption() == 0 && EndsBeforeItsIndex()) {
+        add("it ends before its index does");
     }
     if (refusedPackets > 0) {
         add("damaged packets: " + std::to_string(refusedPackets));

@@ -9,7 +9,7 @@ namespace plate_host {
 std::unique_ptr<VideoReader> OpenFfmpegVideo(const std::string& address) {
     std::error_code error;
     if (!std::filesystem::exists(address, error)) {
-        throw Failure("cannot open \"" + address + "\": no such file");
+        throw Failure("cannot open \"" + address + "\": No such file or directory");
     }
     throw Failure("cannot open \"" + address + "\": this program reads Y4M alone");
 }

@@ -39,8 +39,8 @@ The arguments stand in the order in which the library set them; "track" is null 
 are no UTF-8 are shown as U+FFFD. Progress, the library's log lines and the summary go to standard error.
 
 Times are milliseconds of presentation time in the video, from its start (in a Y4M stream: frame number x 1000 / frame
-rate), and never those of the clock; so an event's time tells where in the video it stands. --realtime paces the frames
-and leaves their times as they are.
+rate, which is 25 where the stream names none), and never those of the clock; so an event's time tells where in the
+video it stands. --realtime paces the frames and leaves their times as they are.
 
 Frames are planar 4:2:0 with 8 bits, or luminance alone from a mono Y4M stream, in full size; an odd last column or row
 is cut off.

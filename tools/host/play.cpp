@@ -125,7 +125,7 @@ class Feeder {
 // Runs the detectors from their making to their end, and gathers what came of it.
 RunOutcome PlayThroughDetectors(const PlayOptions& options, VideoReader& reader, Picture first, Console& console) {
     RunOutcome run;
-    EventPrinter printer(stdout);
+    EventPrinter printer(stdout, console);
     BufferLedger ledger;
     HostObject host(console);
     {
