@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <map>
 #include <mutex>
+#include <utility>
 
 #include "platform/last_error.h"
 #include "platform/process.h"
@@ -28,6 +29,7 @@ struct State {
     std::uint32_t openError = 0;
     std::uint32_t listError = 0;
     std::vector<std::string> journal;
+    std::function<void(const std::string&)> onOperation;
 };
 
 State& TheState() {
@@ -43,6 +45,29 @@ bool Failed(std::uint32_t error) {
     return error != 0;
 }
 
+// Writes an operation down at once and tells about it once the lock is given back: declared before that lock.
+class Operation {
+  public:
+    Operation() = default;
+    ~Operation() {
+        if (tell) {
+            tell(line);
+        }
+    }
+    Operation(const Operation&) = delete;
+    Operation& operator=(const Operation&) = delete;
+
+    void Note(State& state, std::string journalLine) {
+        line = std::move(journalLine);
+        state.journal.push_back(line);
+        tell = state.onOperation;
+    }
+
+  private:
+    std::string line;
+    std::function<void(const std::string&)> tell;
+};
+
 bool Erase(State& state, std::uint32_t processId) {
     return std::erase_if(state.processes, [=](const auto& entry) { return entry.processId == processId; }) != 0;
 }
@@ -57,6 +82,7 @@ void Reset() {
     state.nextProcessId = firstProcessId;
     state.startError = state.terminateError = state.openError = state.listError = 0;
     state.journal.clear();
+    state.onOperation = nullptr;
 }
 
 std::uint32_t AddStranger(const std::string& name) {
@@ -115,19 +141,26 @@ std::vector<std::string> JournalOf(const std::string& operation) {
     return matching;
 }
 
+void OnOperation(std::function<void(const std::string& line)> action) {
+    const std::lock_guard lock(TheState().mutex);
+    TheState().onOperation = std::move(action);
+}
+
 }  // namespace fake_processes
 
 namespace platform {
 
+using fake_processes::Operation;
 using fake_processes::State;
 using fake_processes::TheState;
 
 bool StartProcess(const std::string& commandLine, std::uint32_t creationFlags, std::uint32_t showWindow,
                   ProcessInformation& started) {
     State& state = TheState();
+    Operation operation;
     const std::lock_guard lock(state.mutex);
-    state.journal.push_back("start " + commandLine + " flags=" + std::to_string(creationFlags) +
-                            " show=" + std::to_string(showWindow));
+    operation.Note(state, "start " + commandLine + " flags=" + std::to_string(creationFlags) +
+                              " show=" + std::to_string(showWindow));
     if (fake_processes::Failed(state.startError)) {
         return false;
     }
@@ -139,9 +172,10 @@ bool StartProcess(const std::string& commandLine, std::uint32_t creationFlags, s
 
 bool TerminateProcess(SystemHandle process, std::uint32_t exitCode) {
     State& state = TheState();
+    Operation operation;
     const std::lock_guard lock(state.mutex);
     const auto id = static_cast<std::uint32_t>(process);
-    state.journal.push_back("terminate " + std::to_string(id) + " code=" + std::to_string(exitCode));
+    operation.Note(state, "terminate " + std::to_string(id) + " code=" + std::to_string(exitCode));
     if (fake_processes::Failed(state.terminateError)) {
         return false;
     }
@@ -151,16 +185,18 @@ bool TerminateProcess(SystemHandle process, std::uint32_t exitCode) {
 
 SystemHandle OpenProcess(std::uint32_t access, bool inheritable, std::uint32_t processId) {
     State& state = TheState();
+    Operation operation;
     const std::lock_guard lock(state.mutex);
-    state.journal.push_back("open " + std::to_string(processId) + " access=" + std::to_string(access) +
-                            " inherit=" + std::to_string(inheritable ? 1 : 0));
+    operation.Note(state, "open " + std::to_string(processId) + " access=" + std::to_string(access) +
+                              " inherit=" + std::to_string(inheritable ? 1 : 0));
     return fake_processes::Failed(state.openError) ? 0 : fake_processes::handleBase + processId;
 }
 
 SystemHandle CreateProcessList() {
     State& state = TheState();
+    Operation operation;
     const std::lock_guard lock(state.mutex);
-    state.journal.push_back("list");
+    operation.Note(state, "list");
     if (fake_processes::Failed(state.listError)) {
         return 0;
     }
@@ -190,8 +226,9 @@ int NextProcess(SystemHandle list, ProcessEntry& entry) {
 
 void CloseHandle(SystemHandle handle) {
     State& state = TheState();
+    Operation operation;
     const std::lock_guard lock(state.mutex);
-    state.journal.push_back("close");
+    operation.Note(state, "close");
     state.lists.erase(handle);
 }
 

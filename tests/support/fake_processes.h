@@ -3,12 +3,13 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <string>
 #include <vector>
 
 namespace fake_processes {
 
-/// An empty table but for the system's own entry; nothing fails.
+/// An empty table but for the system's own entry; nothing fails, and nobody is called.
 void Reset();
 
 /// Adds a process that the plug-in did not start, and answers its id. Handles are id + 0x100000000.
@@ -33,5 +34,9 @@ std::vector<std::uint32_t> Running();
 /// "list", "close".
 std::vector<std::string> Journal();
 std::vector<std::string> JournalOf(const std::string& operation);
+
+/// Called behind every operation, on the thread that asked for it and without a lock held, with its line of the
+/// journal; empty for nothing.
+void OnOperation(std::function<void(const std::string& line)> action);
 
 }  // namespace fake_processes

@@ -1,0 +1,432 @@
+#include "server/poll_timeout_thread.h"
+
+#include <gmock/gmock.h>
+
+#include <atomic>
+#include <boost/date_time/posix_time/posix_time_types.hpp>
+#include <boost/thread/thread.hpp>
+#include <chrono>
+#include <memory>
+#include <mutex>
+#include <stdexcept>
+#include <thread>
+#include <vector>
+
+#include "tests/support/comes_true.h"
+
+namespace {
+
+using std::chrono::steady_clock;
+using ThreadRoutines::PollTimeoutThread;
+
+constexpr std::int64_t anHour = 3'600'000;
+
+struct Counter {
+    std::atomic<int> count = 0;
+    std::function<void()> Action() {
+        return [this] { ++count; };
+    }
+    bool Reaches(int target) {
+        return ComesTrue([this, target] { return count >= target; });
+    }
+};
+
+// A wait of the test's own: writes down the period and waits, interruptibly, until it is let go.
+class Waits {
+  public:
+    std::function<void(std::int64_t)> Action() {
+        return [this](std::int64_t period) {
+            {
+                const std::lock_guard lock(mutex);
+                periods.push_back(period);
+            }
+            while (held) {
+                boost::this_thread::sleep(boost::posix_time::milliseconds(1));
+            }
+        };
+    }
+    std::vector<std::int64_t> Periods() const {
+        const std::lock_guard lock(mutex);
+        return periods;
+    }
+
+    std::atomic<bool> held = false;
+
+  private:
+    mutable std::mutex mutex;
+    std::vector<std::int64_t> periods;
+};
+
+TEST(PollTimeoutThread, DoesNotRunUntilItIsStarted) {
+    PollTimeoutThread poll;
+    EXPECT_FALSE(poll.IsRunning());
+    poll.Stop();
+    EXPECT_FALSE(poll.IsRunning());
+}
+
+TEST(PollTimeoutThread, PollsAtOnce) {
+    Counter polls;
+    PollTimeoutThread poll;
+    poll.SetPeriod(anHour);
+    poll.Start(polls.Action());
+    EXPECT_TRUE(poll.IsRunning());
+    EXPECT_TRUE(polls.Reaches(1));
+}
+
+TEST(PollTimeoutThread, PollsOnAThreadOfItsOwnAndAlwaysOnTheSame) {
+    std::mutex mutex;
+    std::vector<std::thread::id> threads;
+    PollTimeoutThread poll;
+    poll.SetPeriod(0);
+    poll.Start([&] {
+        const std::lock_guard lock(mutex);
+        threads.push_back(std::this_thread::get_id());
+    });
+    ASSERT_TRUE(ComesTrue([&] {
+        const std::lock_guard lock(mutex);
+        return threads.size() >= 3;
+    }));
+    poll.Stop();
+    EXPECT_NE(threads.front(), std::this_thread::get_id());
+    EXPECT_THAT(threads, testing::Each(threads.front()));
+}
+
+TEST(PollTimeoutThread, PollsAgainAfterEachPeriod) {
+    constexpr int periodCount = 4;
+    Counter polls;
+    PollTimeoutThread poll;
+    poll.SetPeriod(50);
+    const auto start = steady_clock::now();
+    poll.Start(polls.Action());
+    ASSERT_TRUE(polls.Reaches(periodCount + 1));
+    EXPECT_GE(steady_clock::now() - start, std::chrono::milliseconds(50 * periodCount - 20));
+}
+
+TEST(PollTimeoutThread, WaitsFiveSecondsUnlessToldOtherwise) {
+    Waits waits;
+    Counter polls;
+    PollTimeoutThread poll;
+    poll.SetWaitAction(waits.Action());
+    poll.Start(polls.Action());
+    ASSERT_TRUE(polls.Reaches(3));
+    poll.Stop();
+    EXPECT_THAT(waits.Periods(), testing::Each(5'000'000));
+}
+
+TEST(PollTimeoutThread, HandsThePeriodToTheWaitActionInMicroseconds) {
+    for (const auto& [milliseconds, microseconds] :
+         std::vector<std::pair<std::int64_t, std::int64_t>>{{1, 1000}, {0, 0}, {anHour, 3'600'000'000}, {-7, -7000}}) {
+        Waits waits;
+        Counter polls;
+        PollTimeoutThread poll;
+        poll.SetWaitAction(waits.Action());
+        poll.SetPeriod(milliseconds);
+        poll.Start(polls.Action());
+        ASSERT_TRUE(polls.Reaches(2));
+        poll.Stop();
+        EXPECT_THAT(waits.Periods(), testing::Each(microseconds));
+    }
+}
+
+TEST(PollTimeoutThread, TakesAPeriodBeyondItsRange) {
+    Waits waits;
+    Counter polls;
+    PollTimeoutThread poll;
+    poll.SetWaitAction(waits.Action());
+    poll.SetPeriod(INT64_MAX);
+    poll.SetPeriod(INT64_MIN);
+    poll.Start(polls.Action());
+    EXPECT_TRUE(polls.Reaches(2));
+}
+
+TEST(PollTimeoutThread, TakesANewPeriodIntoAccountFromTheNextWaitOn) {
+    Waits waits;
+    waits.held = true;
+    Counter polls;
+    PollTimeoutThread poll;
+    poll.SetWaitAction(waits.Action());
+    poll.SetPeriod(1);
+    poll.Start(polls.Action());
+    ASSERT_TRUE(ComesTrue([&] { return waits.Periods().size() == 1; }));
+    poll.SetPeriod(2);
+    waits.held = false;
+    ASSERT_TRUE(ComesTrue([&] { return waits.Periods().size() >= 2; }));
+    poll.Stop();
+    EXPECT_EQ(waits.Periods()[0], 1000);
+    EXPECT_EQ(waits.Periods()[1], 2000);
+}
+
+TEST(PollTimeoutThread, DoesNotWaitAtAllForANegativePeriod) {
+    Counter polls;
+    PollTimeoutThread poll;
+    poll.SetPeriod(-anHour);
+    poll.Start(polls.Action());
+    EXPECT_TRUE(polls.Reaches(3));
+}
+
+TEST(PollTimeoutThread, WaitsByItselfAgainOnceTheWaitActionIsTakenAway) {
+    Waits waits;
+    Counter polls;
+    PollTimeoutThread poll;
+    poll.SetPeriod(1);
+    poll.SetWaitAction(waits.Action());
+    poll.Start(polls.Action());
+    ASSERT_TRUE(polls.Reaches(2));
+    poll.SetWaitAction({});
+    const int before = polls.count;
+    ASSERT_TRUE(polls.Reaches(before + 3));
+    poll.Stop();
+    EXPECT_LT(waits.Periods().size(), static_cast<std::size_t>(polls.count));
+}
+
+TEST(PollTimeoutThread, KeepsItsActionWhenItIsStartedOnceMore) {
+    Counter first;
+    Counter second;
+    PollTimeoutThread poll;
+    poll.SetPeriod(0);
+    poll.Start(first.Action());
+    poll.Start(second.Action());
+    const int before = first.count;
+    EXPECT_TRUE(first.Reaches(before + 3));
+    EXPECT_EQ(second.count, 0);
+}
+
+TEST(PollTimeoutThread, RunsWithoutAnAction) {
+    Waits waits;
+    PollTimeoutThread poll;
+    poll.SetWaitAction(waits.Action());
+    poll.Start({});
+    EXPECT_TRUE(ComesTrue([&] { return waits.Periods().size() >= 2; }));
+    EXPECT_TRUE(poll.IsRunning());
+}
+
+TEST(PollTimeoutThread, CutsALongWaitShortWhenItIsStopped) {
+    Counter polls;
+    PollTimeoutThread poll;
+    poll.SetPeriod(anHour);
+    poll.Start(polls.Action());
+    ASSERT_TRUE(polls.Reaches(1));
+    const auto start = steady_clock::now();
+    poll.Stop();
+    EXPECT_LT(steady_clock::now() - start, std::chrono::minutes(1));
+    EXPECT_FALSE(poll.IsRunning());
+    EXPECT_EQ(polls.count, 1);
+}
+
+TEST(PollTimeoutThread, InterruptsTheWaitActionWhenItIsStopped) {
+    Waits waits;
+    waits.held = true;
+    Counter polls;
+    PollTimeoutThread poll;
+    poll.SetWaitAction(waits.Action());
+    poll.Start(polls.Action());
+    ASSERT_TRUE(ComesTrue([&] { return waits.Periods().size() == 1; }));
+    poll.Stop();
+    EXPECT_FALSE(poll.IsRunning());
+    EXPECT_EQ(polls.count, 1);
+}
+
+TEST(PollTimeoutThread, WaitsForAPollInProgressWhenItIsStopped) {
+    std::atomic<bool> inPoll = false;
+    std::atomic<bool> stopping = false;
+    std::atomic<bool> pollEnded = false;
+    PollTimeoutThread poll;
+    poll.SetPeriod(anHour);
+    poll.Start([&] {
+        inPoll = true;
+        EXPECT_TRUE(ComesTrue([&] { return stopping.load(); }));
+        // Long enough for a Stop that does not wait to come back first.
+        std::this_thread::sleep_for(std::chrono::milliseconds(100));
+        pollEnded = true;
+    });
+    ASSERT_TRUE(ComesTrue([&] { return inPoll.load(); }));
+    stopping = true;
+    poll.Stop();
+    EXPECT_TRUE(pollEnded);
+}
+
+TEST(PollTimeoutThread, CanBeStoppedTwice) {
+    Counter polls;
+    PollTimeoutThread poll;
+    poll.Start(polls.Action());
+    poll.Stop();
+    poll.Stop();
+    EXPECT_FALSE(poll.IsRunning());
+}
+
+TEST(PollTimeoutThread, CanBeStoppedByManyAtOnce) {
+    for (int round = 0; round < 20; ++round) {
+        Counter polls;
+        PollTimeoutThread poll;
+        poll.SetPeriod(round % 2 == 0 ? anHour : 0);
+        poll.Start(polls.Action());
+        std::vector<std::thread> stoppers;
+        for (int stopper = 0; stopper < 4; ++stopper) {
+            stoppers.emplace_back([&poll] { poll.Stop(); });
+        }
+        for (std::thread& stopper : stoppers) {
+            stopper.join();
+        }
+        EXPECT_FALSE(poll.IsRunning());
+    }
+}
+
+TEST(PollTimeoutThread, CanBeStoppedTheMomentItStarts) {
+    for (int round = 0; round < 200; ++round) {
+        Counter polls;
+        PollTimeoutThread poll;
+        poll.SetPeriod(anHour);
+        poll.Start(polls.Action());
+        poll.Stop();
+        EXPECT_FALSE(poll.IsRunning());
+        EXPECT_LE(polls.count, 1);
+    }
+}
+
+TEST(PollTimeoutThread, StartsAgainAfterAStopWithTheNewAction) {
+    Counter first;
+    Counter second;
+    PollTimeoutThread poll;
+    poll.SetPeriod(0);
+    poll.Start(first.Action());
+    ASSERT_TRUE(first.Reaches(1));
+    poll.Stop();
+    const int before = first.count;
+    poll.Start(second.Action());
+    EXPECT_TRUE(poll.IsRunning());
+    EXPECT_TRUE(second.Reaches(3));
+    EXPECT_EQ(first.count, before);
+}
+
+TEST(PollTimeoutThread, StartedByManyAtOncePollsOnOneThread) {
+    constexpr int starterCount = 4;
+    std::vector<Counter> polls(starterCount);
+    PollTimeoutThread poll;
+    poll.SetPeriod(0);
+    std::vector<std::thread> starters;
+    for (Counter& counter : polls) {
+        starters.emplace_back([&poll, &counter] { poll.Start(counter.Action()); });
+    }
+    for (std::thread& starter : starters) {
+        starter.join();
+    }
+    const auto started = [&polls] {
+        int count = 0;
+        for (const Counter& counter : polls) {
+            count += counter.count > 0 ? 1 : 0;
+        }
+        return count;
+    };
+    ASSERT_TRUE(ComesTrue([&] { return started() > 0; }));
+    poll.Stop();
+    EXPECT_EQ(started(), 1);
+}
+
+TEST(PollTimeoutThread, GoesOnAfterAnActionThatThrows) {
+    std::atomic<int> count = 0;
+    PollTimeoutThread poll;
+    poll.SetPeriod(0);
+    poll.Start([&count] {
+        if (++count % 2 == 0) {
+            throw std::runtime_error("a poll that fails");
+        }
+        throw 1;
+    });
+    EXPECT_TRUE(ComesTrue([&] { return count >= 4; }));
+    EXPECT_TRUE(poll.IsRunning());
+}
+
+TEST(PollTimeoutThread, EndsAtAnInterruptionPointOfTheAction) {
+    std::atomic<bool> inPoll = false;
+    PollTimeoutThread poll;
+    poll.Start([&inPoll] {
+        inPoll = true;
+        boost::this_thread::sleep(boost::posix_time::hours(1));
+    });
+    ASSERT_TRUE(ComesTrue([&] { return inPoll.load(); }));
+    poll.Stop();
+    EXPECT_FALSE(poll.IsRunning());
+}
+
+TEST(PollTimeoutThread, IsStoppedByItsDestructor) {
+    const auto inUse = std::make_shared<int>(0);
+    std::atomic<int> count = 0;
+    {
+        PollTimeoutThread poll;
+        poll.SetPeriod(0);
+        poll.Start([inUse, &count] { ++count; });
+        ASSERT_TRUE(ComesTrue([&] { return count >= 1; }));
+    }
+    EXPECT_EQ(inUse.use_count(), 1);
+    const int before = count;
+    std::this_thread::yield();
+    EXPECT_EQ(count, before);
+}
+
+TEST(PollTimeoutThread, GoesOnWhenItsOwnActionStopsIt) {
+    std::atomic<int> count = 0;
+    PollTimeoutThread poll;
+    poll.SetPeriod(0);
+    poll.Start([&] {
+        poll.Stop();
+        EXPECT_TRUE(poll.IsRunning());
+        ++count;
+    });
+    EXPECT_TRUE(ComesTrue([&] { return count >= 3; }));
+    EXPECT_TRUE(poll.IsRunning());
+    poll.Stop();
+    EXPECT_FALSE(poll.IsRunning());
+}
+
+TEST(PollTimeoutThread, ItsActionMaySetThePeriod) {
+    std::atomic<int> count = 0;
+    PollTimeoutThread poll;
+    poll.SetPeriod(anHour);
+    poll.Start([&] {
+        ++count;
+        poll.SetPeriod(0);
+    });
+    EXPECT_TRUE(ComesTrue([&] { return count >= 3; }));
+}
+
+// Stopping is complete even for a caller that is being interrupted itself, and leaves that interruption to it.
+TEST(PollTimeoutThread, IsStoppedCompletelyByACallerThatIsInterrupted) {
+    Counter polls;
+    PollTimeoutThread poll;
+    poll.SetPeriod(anHour);
+    poll.Start(polls.Action());
+    ASSERT_TRUE(polls.Reaches(1));
+    std::atomic<bool> interrupted = false;
+    std::atomic<bool> stopped = false;
+    std::atomic<bool> wasStillInterrupted = false;
+    boost::thread caller([&] {
+        if (!ComesTrue([&] { return interrupted.load(); })) {
+            return;
+        }
+        poll.Stop();
+        stopped = true;
+        wasStillInterrupted = boost::this_thread::interruption_requested();
+    });
+    caller.interrupt();
+    interrupted = true;
+    caller.join();
+    EXPECT_TRUE(stopped);
+    EXPECT_TRUE(wasStillInterrupted);
+    EXPECT_FALSE(poll.IsRunning());
+}
+
+TEST(PollTimeoutThread, IsEndedAsAnObjectOfItsOwnClass) {
+    class Derived final : public PollTimeoutThread {
+      public:
+        explicit Derived(bool& flag) : ended(flag) {}
+        ~Derived() override { ended = true; }
+
+      private:
+        bool& ended;
+    };
+    bool ended = false;
+    std::unique_ptr<PollTimeoutThread>(std::make_unique<Derived>(ended)).reset();
+    EXPECT_TRUE(ended);
+}
+
+}  // namespace

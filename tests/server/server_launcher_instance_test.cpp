@@ -1,0 +1,45 @@
+// The process-wide launcher: one program per process, since it lives until the end.
+
+#include <gtest/gtest.h>
+
+#include <mutex>
+#include <set>
+#include <thread>
+#include <vector>
+
+#include "server/server_launcher.h"
+#include "tests/support/comes_true.h"
+#include "tests/support/fake_processes.h"
+
+namespace {
+
+TEST(ServerLauncherInstance, IsMadeOnceWhoeverAsksFirst) {
+    std::mutex mutex;
+    std::set<ServerLauncher*> launchers;
+    std::vector<std::thread> threads;
+    for (int thread = 0; thread < 4; ++thread) {
+        threads.emplace_back([&] {
+            const boost::shared_ptr<ServerLauncher> launcher = GetServerLauncher();
+            const std::lock_guard lock(mutex);
+            launchers.insert(launcher.get());
+        });
+    }
+    for (std::thread& thread : threads) {
+        thread.join();
+    }
+    EXPECT_EQ(launchers.size(), 1u);
+    EXPECT_NE(*launchers.begin(), nullptr);
+}
+
+TEST(ServerLauncherInstance, StaysWhenNobodyHoldsIt) {
+    ServerLauncher* const first = GetServerLauncher().get();
+    EXPECT_EQ(GetServerLauncher().get(), first);
+    EXPECT_TRUE(GetServerLauncher()->IsRunning());
+}
+
+TEST(ServerLauncherInstance, PollsAsSoonAsItExists) {
+    GetServerLauncher();
+    EXPECT_TRUE(ComesTrue([] { return fake_processes::Running().size() == 1; }));
+}
+
+}  // namespace

@@ -1,0 +1,477 @@
+#include "server/server_launcher.h"
+
+#include "tests/server/launcher_fixture.h"
+
+namespace {
+
+using testing::ElementsAre;
+using testing::ElementsAreArray;
+using testing::IsEmpty;
+using Strings = std::vector<std::string>;
+
+constexpr std::uint32_t accessDenied = 5;
+constexpr std::uint32_t fileNotFound = 2;
+constexpr std::uint32_t invalidHandle = 6;  // what ending process 0 fails with
+
+class Launcher : public LauncherFixture {};
+
+// Construction
+
+TEST_F(Launcher, StartsTheServerInItsFirstPoll) {
+    const auto launcher = MakeLauncher();
+    EXPECT_THAT(
+        transcript->Entries(),
+        ElementsAre("list", "close",                              //
+                    "ServerLauncher: Restar server by timeout.",  //
+                    "ServerLauncher: Restart server launcher", "list", "close", "ServerLauncher: Start server launcher",
+                    "list", "close", "start plate-Server.exe flags=0 show=5",
+                    "ServerLauncher: CreatedProcess(plate-Server.exe) - ok Process ID: 0x1234\r\n"));
+    EXPECT_THAT(fake_processes::Running(), ElementsAre(0x1234u));
+    EXPECT_TRUE(launcher->IsRunning());
+}
+
+TEST_F(Launcher, StartsTheServerOnItsPollThreadNotInItsConstructor) {
+    const auto launcher = MakeLauncher();
+    EXPECT_THAT(transcript->EntriesOf(std::this_thread::get_id()), IsEmpty());
+}
+
+TEST_F(Launcher, LeavesAServerThatRunsAlreadyAlone) {
+    fake_processes::AddStranger(serverName);
+    const auto launcher = MakeLauncher();
+    EXPECT_THAT(transcript->Entries(), ElementsAre("list", "open 4660 access=2035711 inherit=1", "close"));
+}
+
+TEST_F(Launcher, WritesNothingAndHidesTheWindowAtLevelZero) {
+    diagnostics::SetDebugLevel(0);
+    const auto launcher = MakeLauncher();
+    EXPECT_THAT(transcript->Entries(), ElementsAre("list", "close", "list", "close", "list", "close",
+                                                   "start plate-Server.exe flags=0 show=0"));
+    transcript->Clear();
+    launcher->Start();
+    launcher->Restart();
+    launcher->OnTimeout();
+    launcher->Stop();
+    launcher->Stop();
+    fake_processes::FailStart(fileNotFound);
+    launcher->Start();
+    EXPECT_THAT(transcript->Lines(), IsEmpty());
+}
+
+TEST_F(Launcher, ShowsTheWindowAtANegativeLevelToo) {
+    diagnostics::SetDebugLevel(-1);
+    const auto launcher = MakeLauncher();
+    EXPECT_THAT(fake_processes::JournalOf("start"), ElementsAre("start plate-Server.exe flags=0 show=5"));
+}
+
+TEST_F(Launcher, TakesTheWindowsModeFromTheLevelAtItsConstruction) {
+    const auto shown = MakeLauncher();
+    diagnostics::SetDebugLevel(0);
+    shown->Restart();
+    EXPECT_THAT(fake_processes::JournalOf("start"),
+                ElementsAre("start plate-Server.exe flags=0 show=5", "start plate-Server.exe flags=0 show=5"));
+}
+
+// Start
+
+TEST_F(Launcher, StartSaysThatAServerRunsAndPrintsTheLowHalfOfItsHandle) {
+    const auto launcher = MakeLauncher();
+    transcript->Clear();
+    launcher->Start();
+    EXPECT_THAT(transcript->Entries(),
+                ElementsAre("ServerLauncher: Start server launcher", "list", "open 4660 access=2035711 inherit=1",
+                            "close", "ServerLauncher: Already started. Process ID: 0x1234"));
+}
+
+TEST_F(Launcher, StartPrintsNoHandleForAServerThatIsNotOnRecord) {
+    fake_processes::AddStranger(serverName);
+    const auto launcher = MakeLauncher();
+    launcher->Start();
+    EXPECT_THAT(transcript->Lines(), ElementsAre("Start server launcher", "Already started. Process ID: 0x0"));
+}
+
+TEST_F(Launcher, StartStartsAServerThatIsGone) {
+    const auto launcher = MakeLauncher();
+    fake_processes::Kill(0x1234);
+    transcript->Clear();
+    launcher->Start();
+    EXPECT_THAT(
+        transcript->Entries(),
+        ElementsAre("ServerLauncher: Start server launcher", "list", "close", "start plate-Server.exe flags=0 show=5",
+                    "ServerLauncher: CreatedProcess(plate-Server.exe) - ok Process ID: 0x1235\r\n"));
+    EXPECT_THAT(fake_processes::Running(), ElementsAre(0x1235u));
+}
+
+TEST_F(Launcher, StartThatFailsSaysWhyAndLeavesTheRecordEmpty) {
+    const auto launcher = MakeLauncher();
+    fake_processes::Kill(0x1234);
+    fake_processes::FailStart(fileNotFound);
+    transcript->Clear();
+    launcher->Start();
+    EXPECT_THAT(transcript->Entries(), ElementsAre("ServerLauncher: Start server launcher", "list", "close",
+                                                   "start plate-Server.exe flags=0 show=5",
+                                                   "ServerLauncher: CreateProcess(plate-Server.exe) - failed, err = " +
+                                                       TextOf(fileNotFound) + "\r\n"));
+    transcript->Clear();
+    launcher->Stop();
+    EXPECT_THAT(fake_processes::JournalOf("terminate"), ElementsAre("terminate 0 code=4294967295"));
+}
+
+TEST_F(Launcher, WritesOneLineOfFailureForEachPoll) {
+    fake_processes::FailStart(accessDenied);
+    const auto launcher = MakeLauncher(1);
+    ASSERT_TRUE(ComesTrue([&] { return fake_processes::JournalOf("start").size() >= 4; }));
+    launcher->Stop();
+    Strings lines = transcript->Lines();
+    const Strings poll = {"Restar server by timeout.", "Restart server launcher", "Start server launcher",
+                          "CreateProcess(plate-Server.exe) - failed, err = " + TextOf(accessDenied) + "\r\n"};
+    // Stop's own first line may come in the middle of the last poll.
+    std::erase(lines, "Stop server launcher");
+    const std::size_t polls = fake_processes::JournalOf("start").size();
+    Strings expected;
+    for (std::size_t index = 0; index < polls; ++index) {
+        expected.insert(expected.end(), poll.begin(), poll.end());
+    }
+    expected.push_back("TerminateProcess(0x0) - failed, err = " + TextOf(invalidHandle) + "\r\n");
+    expected.push_back("Terminated server launcher");
+    EXPECT_EQ(lines, expected);
+}
+
+TEST_F(Launcher, StartsTheServerInTheFirstPollThatCan) {
+    fake_processes::FailStart(fileNotFound);
+    const auto launcher = MakeLauncher(1);
+    ASSERT_TRUE(ComesTrue([&] { return fake_processes::JournalOf("start").size() >= 2; }));
+    fake_processes::FailStart(0);
+    EXPECT_TRUE(ComesTrue([&] { return fake_processes::Running().size() == 1; }));
+    EXPECT_TRUE(launcher->IsRunning());
+}
+
+// Stop
+
+TEST_F(Launcher, StopEndsPollingAndTheServerAndClosesNoHandle) {
+    const auto launcher = MakeLauncher();
+    transcript->Clear();
+    launcher->Stop();
+    EXPECT_THAT(transcript->Entries(),
+                ElementsAre("ServerLauncher: Stop server launcher", "terminate 4660 code=4294967295",
+                            "ServerLauncher: Terminated server launcher"));
+    EXPECT_THAT(fake_processes::Running(), IsEmpty());
+    EXPECT_FALSE(launcher->IsRunning());
+}
+
+TEST_F(Launcher, StopClearsTheRecord) {
+    const auto launcher = MakeLauncher();
+    launcher->Stop();
+    transcript->Clear();
+    launcher->Stop();
+    EXPECT_THAT(transcript->Entries(),
+                ElementsAre("ServerLauncher: Stop server launcher", "terminate 0 code=4294967295",
+                            "ServerLauncher: TerminateProcess(0x0) - failed, err = " + TextOf(invalidHandle) + "\r\n",
+                            "ServerLauncher: Terminated server launcher"));
+}
+
+TEST_F(Launcher, StopThatFailsSaysWhyWithTheHandleAndClearsTheRecordAllTheSame) {
+    const auto launcher = MakeLauncher();
+    fake_processes::FailTerminate(accessDenied);
+    transcript->Clear();
+    launcher->Stop();
+    EXPECT_THAT(transcript->Entries(),
+                ElementsAre("ServerLauncher: Stop server launcher", "terminate 4660 code=4294967295",
+                            "ServerLauncher: TerminateProcess(0x1234) - failed, err = " + TextOf(accessDenied) + "\r\n",
+                            "ServerLauncher: Terminated server launcher"));
+    fake_processes::FailTerminate(0);
+    launcher->Stop();
+    EXPECT_THAT(fake_processes::JournalOf("terminate"),
+                ElementsAre("terminate 4660 code=4294967295", "terminate 0 code=4294967295"));
+}
+
+TEST_F(Launcher, StopEndsPollingForGood) {
+    const auto launcher = MakeLauncher(0);
+    launcher->Stop();
+    EXPECT_FALSE(launcher->IsRunning());
+    launcher->Start();
+    EXPECT_FALSE(launcher->IsRunning());
+    EXPECT_EQ(fake_processes::Running().size(), 1u);
+    launcher->Restart();
+    EXPECT_FALSE(launcher->IsRunning());
+    EXPECT_EQ(fake_processes::Running().size(), 1u);
+    launcher->OnTimeout();
+    EXPECT_FALSE(launcher->IsRunning());
+    // Nobody but this thread has asked for anything since.
+    transcript->Clear();
+    fake_processes::Kill(fake_processes::Running().front());
+    launcher->Start();
+    EXPECT_EQ(transcript->Entries(), transcript->EntriesOf(std::this_thread::get_id()));
+}
+
+TEST_F(Launcher, StopWaitsForThePollInProgress) {
+    const auto launcher = MakeLauncher();
+    launcher->SetPeriod(0);
+    const auto stops = [&] {
+        const Strings lines = transcript->Lines();
+        return std::count(lines.begin(), lines.end(), "Stop server launcher");
+    };
+    launcher->Stop();
+    transcript->Clear();
+
+    std::atomic<bool> inPoll = false;
+    transcript->OnEntry([&](const std::string& entry) {
+        if (entry == "list" && !inPoll.exchange(true)) {
+            EXPECT_TRUE(ComesTrue([&] { return stops() == 1; }));
+            // Long enough for a Stop that does not wait to go on.
+            std::this_thread::sleep_for(std::chrono::milliseconds(100));
+        }
+    });
+    ServerLauncher polling;
+    ASSERT_TRUE(ComesTrue([&] { return inPoll.load(); }));
+    polling.Stop();
+    EXPECT_THAT(transcript->EntriesOf(std::this_thread::get_id()),
+                ElementsAre("ServerLauncher: Stop server launcher", "terminate 4661 code=4294967295",
+                            "ServerLauncher: Terminated server launcher"));
+    EXPECT_THAT(fake_processes::Running(), IsEmpty());
+    const Strings entries = transcript->Entries();
+    EXPECT_EQ(std::find(entries.begin(), entries.end(), "terminate 4661 code=4294967295"), entries.end() - 2);
+    transcript->OnEntry({});
+}
+
+// Restart
+
+TEST_F(Launcher, RestartStopsAndStartsAServerThatRuns) {
+    const auto launcher = MakeLauncher();
+    transcript->Clear();
+    launcher->Restart();
+    EXPECT_THAT(transcript->Entries(),
+                ElementsAre("ServerLauncher: Restart server launcher", "list", "open 4660 access=2035711 inherit=1",
+                            "close", "ServerLauncher: Stop server launcher", "terminate 4660 code=4294967295",
+                            "ServerLauncher: Terminated server launcher", "ServerLauncher: Start server launcher",
+                            "list", "close", "start plate-Server.exe flags=0 show=5",
+                            "ServerLauncher: CreatedProcess(plate-Server.exe) - ok Process ID: 0x1235\r\n"));
+    EXPECT_THAT(fake_processes::Running(), ElementsAre(0x1235u));
+    EXPECT_FALSE(launcher->IsRunning()) << "a server was found running, so polling ends";
+}
+
+TEST_F(Launcher, RestartOnlyStartsAServerThatIsGoneAndPollingGoesOn) {
+    const auto launcher = MakeLauncher();
+    fake_processes::Kill(0x1234);
+    transcript->Clear();
+    launcher->Restart();
+    EXPECT_THAT(
+        transcript->Entries(),
+        ElementsAre("ServerLauncher: Restart server launcher", "list", "close", "ServerLauncher: Start server launcher",
+                    "list", "close", "start plate-Server.exe flags=0 show=5",
+                    "ServerLauncher: CreatedProcess(plate-Server.exe) - ok Process ID: 0x1235\r\n"));
+    EXPECT_TRUE(launcher->IsRunning());
+}
+
+TEST_F(Launcher, RestartOfAServerThatCannotBeEndedLeavesItRunning) {
+    const auto launcher = MakeLauncher();
+    fake_processes::FailTerminate(accessDenied);
+    transcript->Clear();
+    launcher->Restart();
+    EXPECT_THAT(transcript->Lines(),
+                ElementsAre("Restart server launcher", "Stop server launcher",
+                            "TerminateProcess(0x1234) - failed, err = " + TextOf(accessDenied) + "\r\n",
+                            "Terminated server launcher", "Start server launcher", "Already started. Process ID: 0x0"));
+    EXPECT_THAT(fake_processes::Running(), ElementsAre(0x1234u));
+}
+
+// A poll
+
+TEST_F(Launcher, APollThatFindsTheServerDoesNothingElse) {
+    const auto launcher = MakeLauncher();
+    transcript->Clear();
+    launcher->OnTimeout();
+    EXPECT_THAT(transcript->Entries(), ElementsAre("list", "open 4660 access=2035711 inherit=1", "close"));
+}
+
+TEST_F(Launcher, APollThatMissesTheServerStartsIt) {
+    const auto launcher = MakeLauncher();
+    fake_processes::Kill(0x1234);
+    transcript->Clear();
+    launcher->OnTimeout();
+    EXPECT_THAT(
+        transcript->Entries(),
+        ElementsAre("list", "close",                              //
+                    "ServerLauncher: Restar server by timeout.",  //
+                    "ServerLauncher: Restart server launcher", "list", "close", "ServerLauncher: Start server launcher",
+                    "list", "close", "start plate-Server.exe flags=0 show=5",
+                    "ServerLauncher: CreatedProcess(plate-Server.exe) - ok Process ID: 0x1235\r\n"));
+}
+
+TEST_F(Launcher, AServerThatIsKilledComesBackAgainAndAgainWhilePollingRuns) {
+    const auto launcher = MakeLauncher(1);
+    for (std::uint32_t server = 0x1234; server < 0x1234 + 5; ++server) {
+        ASSERT_TRUE(ComesTrue([&] { return fake_processes::Running() == std::vector<std::uint32_t>{server}; }));
+        fake_processes::Kill(server);
+    }
+    EXPECT_TRUE(launcher->IsRunning());
+}
+
+// The scan
+
+struct Scan : LauncherFixture {
+    // Without a process of its own, and with polling over.
+    Scan() {
+        fake_processes::FailStart(fileNotFound);
+        launcher = MakeLauncher();
+        launcher->Stop();
+        transcript->Clear();
+    }
+    std::unique_ptr<ServerLauncher> launcher;
+};
+
+TEST_F(Scan, FindsNothingWhereNothingRuns) {
+    EXPECT_FALSE(launcher->IsServerRunning());
+    EXPECT_THAT(transcript->Entries(), ElementsAre("list", "close"));
+}
+
+TEST_F(Scan, SkipsTheFirstEntryWhateverItsName) {
+    fake_processes::SetFirstEntryName(serverName);
+    EXPECT_FALSE(launcher->IsServerRunning());
+    EXPECT_THAT(transcript->Entries(), ElementsAre("list", "close"));
+}
+
+TEST_F(Scan, ComparesNamesWithoutRegardToCase) {
+    for (const char* name : {"plate-Server.exe", "PLATE-SERVER.EXE", "plate-server.exe", "pLaTe-sErVeR.eXe"}) {
+        const std::uint32_t stranger = fake_processes::AddStranger(name);
+        EXPECT_TRUE(launcher->IsServerRunning()) << name;
+        fake_processes::Kill(stranger);
+        EXPECT_FALSE(launcher->IsServerRunning()) << name;
+    }
+}
+
+TEST_F(Scan, TakesNoOtherNameForTheServers) {
+    for (const char* name : {"plate-Server", "plate-Server.ex", "plate-Server.exe2", "plate-Server.exe ",
+                             " plate-Server.exe", "aplate-Server.exe", "plate_Server.exe", "Recon64.dll", ""}) {
+        fake_processes::AddStranger(name);
+    }
+    EXPECT_FALSE(launcher->IsServerRunning());
+    EXPECT_THAT(transcript->Entries(), ElementsAre("list", "close"));
+}
+
+TEST_F(Scan, OpensEveryProcessOfTheNameAndClosesTheListAlone) {
+    fake_processes::AddStranger(serverName);
+    fake_processes::AddStranger("something-else.exe");
+    fake_processes::AddStranger("Plate-server.exe");
+    EXPECT_TRUE(launcher->IsServerRunning());
+    EXPECT_THAT(transcript->Entries(), ElementsAre("list", "open 4660 access=2035711 inherit=1",
+                                                   "open 4662 access=2035711 inherit=1", "close"));
+}
+
+TEST_F(Scan, OfAListThatCannotBeHadFindsNothing) {
+    fake_processes::AddStranger(serverName);
+    fake_processes::FailList(accessDenied);
+    EXPECT_FALSE(launcher->IsServerRunning());
+    EXPECT_THAT(fake_processes::JournalOf("open"), IsEmpty());
+    fake_processes::FailList(0);
+    EXPECT_TRUE(launcher->IsServerRunning());
+}
+
+TEST_F(Scan, CountsAProcessThatCannotBeOpenedAsRunning) {
+    fake_processes::AddStranger(serverName);
+    fake_processes::FailOpen(accessDenied);
+    EXPECT_TRUE(launcher->IsServerRunning());
+}
+
+// Strangers and adoption
+
+TEST_F(Launcher, AStrangerIsNeitherAdoptedNorEndedWhileTheRecordIsEmpty) {
+    const std::uint32_t stranger = fake_processes::AddStranger(serverName);
+    const auto launcher = MakeLauncher();
+    EXPECT_TRUE(launcher->IsServerRunning());
+    transcript->Clear();
+    launcher->Stop();
+    EXPECT_THAT(transcript->Entries(),
+                ElementsAre("ServerLauncher: Stop server launcher", "terminate 0 code=4294967295",
+                            "ServerLauncher: TerminateProcess(0x0) - failed, err = " + TextOf(invalidHandle) + "\r\n",
+                            "ServerLauncher: Terminated server launcher"));
+    EXPECT_THAT(fake_processes::Running(), ElementsAre(stranger));
+}
+
+TEST_F(Launcher, RestartInThePresenceOfAStrangerStartsNothing) {
+    const std::uint32_t stranger = fake_processes::AddStranger(serverName);
+    const auto launcher = MakeLauncher();
+    launcher->Restart();
+    EXPECT_THAT(fake_processes::Running(), ElementsAre(stranger));
+    EXPECT_THAT(fake_processes::JournalOf("start"), IsEmpty());
+}
+
+TEST_F(Launcher, AStrangerTakesTheRecordOfOurServerAndIsEndedInItsPlace) {
+    const auto launcher = MakeLauncher();
+    const std::uint32_t stranger = fake_processes::AddStranger(serverName);
+    transcript->Clear();
+    launcher->Start();
+    EXPECT_THAT(transcript->Entries(),
+                ElementsAre("ServerLauncher: Start server launcher", "list", "open 4660 access=2035711 inherit=1",
+                            "open 4661 access=2035711 inherit=1", "close",
+                            "ServerLauncher: Already started. Process ID: 0x1235"));
+    launcher->Stop();
+    EXPECT_THAT(fake_processes::JournalOf("terminate"),
+                ElementsAre("terminate " + std::to_string(stranger) + " code=4294967295"));
+    EXPECT_THAT(fake_processes::Running(), ElementsAre(0x1234u));
+}
+
+TEST_F(Launcher, TheLastOfSeveralStrangersTakesTheRecord) {
+    const auto launcher = MakeLauncher();
+    const std::uint32_t first = fake_processes::AddStranger(serverName);
+    const std::uint32_t second = fake_processes::AddStranger("PLATE-server.exe");
+    EXPECT_TRUE(launcher->IsServerRunning());
+    launcher->Stop();
+    EXPECT_THAT(fake_processes::JournalOf("terminate"),
+                ElementsAre("terminate " + std::to_string(second) + " code=4294967295"));
+    EXPECT_THAT(fake_processes::Running(), ElementsAre(0x1234u, first));
+}
+
+TEST_F(Launcher, OurServerTakesTheRecordBackFromAStrangerThatIsListedBeforeIt) {
+    const std::uint32_t stranger = fake_processes::AddStranger(serverName);
+    fake_processes::FailList(accessDenied);
+    const auto launcher = MakeLauncher();
+    fake_processes::FailList(0);
+    ASSERT_THAT(fake_processes::Running(), ElementsAre(stranger, 0x1235u));
+    EXPECT_TRUE(launcher->IsServerRunning());
+    launcher->Stop();
+    EXPECT_THAT(fake_processes::Running(), ElementsAre(stranger));
+}
+
+TEST_F(Launcher, AStrangerTakesTheRecordOfAServerThatIsGone) {
+    const auto launcher = MakeLauncher();
+    fake_processes::Kill(0x1234);
+    fake_processes::AddStranger(serverName);
+    EXPECT_TRUE(launcher->IsServerRunning());
+    launcher->Stop();
+    EXPECT_THAT(fake_processes::Running(), IsEmpty());
+}
+
+TEST_F(Launcher, AStrangerIsNotAdoptedBehindAStop) {
+    const auto launcher = MakeLauncher();
+    launcher->Stop();
+    const std::uint32_t stranger = fake_processes::AddStranger(serverName);
+    EXPECT_TRUE(launcher->IsServerRunning());
+    launcher->Stop();
+    EXPECT_THAT(fake_processes::Running(), ElementsAre(stranger));
+}
+
+// Destruction
+
+TEST_F(Launcher, EndsPollingAndTheServerWhenItIsDestroyed) {
+    auto launcher = MakeLauncher();
+    transcript->Clear();
+    launcher.reset();
+    EXPECT_THAT(transcript->Entries(),
+                ElementsAre("ServerLauncher: Stop server launcher", "terminate 4660 code=4294967295",
+                            "ServerLauncher: Terminated server launcher"));
+    EXPECT_THAT(fake_processes::Running(), IsEmpty());
+}
+
+TEST_F(Launcher, CanBeDestroyedWhileItPolls) {
+    for (int round = 0; round < 50; ++round) {
+        auto launcher = std::make_unique<ServerLauncher>();
+        launcher->SetPeriod(0);
+        if (round % 2 == 0) {
+            ASSERT_TRUE(ComesTrue([&] { return !fake_processes::Running().empty(); }));
+        }
+        launcher.reset();
+        EXPECT_THAT(fake_processes::Running(), IsEmpty());
+    }
+}
+
+}  // namespace

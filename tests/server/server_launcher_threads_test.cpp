@@ -1,0 +1,104 @@
+// Many threads at one launcher.
+
+#include <algorithm>
+#include <thread>
+
+#include "tests/server/launcher_fixture.h"
+
+namespace {
+
+class LauncherThreads : public LauncherFixture {
+  protected:
+    // Counts what must never be: two servers at once.
+    LauncherThreads() {
+        transcript->OnEntry([this](const std::string& entry) {
+            if (entry.starts_with("start ")) {
+                mostRunning = std::max<std::size_t>(mostRunning, fake_processes::Running().size());
+                ++starts;
+            }
+        });
+    }
+
+    template <class... Actions>
+    void RunTogether(int rounds, Actions... actions) {
+        std::vector<std::thread> threads;
+        (threads.emplace_back([rounds, actions] {
+            for (int round = 0; round < rounds; ++round) {
+                actions();
+                std::this_thread::yield();
+            }
+        }),
+         ...);
+        for (std::thread& thread : threads) {
+            thread.join();
+        }
+    }
+
+    static void KillOne() {
+        const auto running = fake_processes::Running();
+        if (!running.empty()) {
+            fake_processes::Kill(running.front());
+        }
+    }
+
+    std::atomic<std::size_t> mostRunning = 0;
+    std::atomic<int> starts = 0;
+};
+
+TEST_F(LauncherThreads, NeverStartASecondServer) {
+    ServerLauncher launcher;
+    launcher.SetPeriod(0);
+    RunTogether(
+        300, [&] { launcher.Start(); }, [&] { launcher.Restart(); }, [&] { launcher.OnTimeout(); },
+        [&] { launcher.Restart(); }, [&] { KillOne(); }, [&] { launcher.MarkAlive(); });
+    EXPECT_EQ(mostRunning, 1u);
+    EXPECT_GT(starts, 1);
+    launcher.Start();
+    EXPECT_EQ(fake_processes::Running().size(), 1u);
+}
+
+TEST_F(LauncherThreads, NeverStartASecondServerBesideThePollThread) {
+    ServerLauncher launcher;
+    launcher.SetPeriod(0);
+    RunTogether(
+        300, [&] { launcher.Start(); }, [&] { KillOne(); }, [&] { launcher.IsServerRunning(); },
+        [&] { launcher.MarkAlive(); });
+    EXPECT_EQ(mostRunning, 1u);
+    EXPECT_TRUE(launcher.IsRunning());
+    EXPECT_TRUE(ComesTrue([] { return fake_processes::Running().size() == 1; }));
+}
+
+TEST_F(LauncherThreads, MayStopAndStartAtTheSameTime) {
+    ServerLauncher launcher;
+    launcher.SetPeriod(0);
+    RunTogether(
+        200, [&] { launcher.Start(); }, [&] { launcher.Stop(); }, [&] { launcher.Stop(); },
+        [&] { launcher.Restart(); });
+    EXPECT_EQ(mostRunning, 1u);
+    launcher.Stop();
+    EXPECT_TRUE(fake_processes::Running().empty());
+    EXPECT_FALSE(launcher.IsRunning());
+}
+
+// The race at the very beginning: the first poll against the first detector's restart.
+TEST_F(LauncherThreads, AFirstPollAndARestartStartOneServerBetweenThem) {
+    for (int round = 0; round < 100; ++round) {
+        fake_processes::Reset();
+        transcript = nullptr;
+        transcript = std::make_unique<LauncherTranscript>();
+        std::atomic<std::size_t> most = 0;
+        transcript->OnEntry([&](const std::string& entry) {
+            if (entry.starts_with("start ")) {
+                most = std::max<std::size_t>(most, fake_processes::Running().size());
+            }
+        });
+        ServerLauncher launcher;
+        launcher.Restart();
+        EXPECT_TRUE(ComesTrue([] { return fake_processes::Running().size() == 1; }));
+        EXPECT_EQ(most, 1u);
+        launcher.Stop();
+        transcript->OnEntry({});
+    }
+}
+
+}  // namespace
