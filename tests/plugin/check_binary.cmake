@@ -1,0 +1,67 @@
+cmake_minimum_required(VERSION 3.25)
+
+# cmake -DCHECK=... -DBINARY=... -DNM=... -DREADELF=... -DLISTS=<this folder> -P check_binary.cmake
+#
+# Compares what a shared library shows to the outside with the written lists.
+
+function(run out)
+    execute_process(COMMAND ${ARGN} OUTPUT_VARIABLE text COMMAND_ERROR_IS_FATAL ANY)
+    set(${out} "${text}" PARENT_SCOPE)
+endfunction()
+
+function(read_list file out)
+    file(STRINGS "${LISTS}/${file}" lines)
+    list(SORT lines)
+    set(${out} "${lines}" PARENT_SCOPE)
+endfunction()
+
+function(defined_symbols out)
+    run(text "${NM}" -D --defined-only --format=posix "${BINARY}")
+    string(REGEX MATCHALL "[^\n]+" lines "${text}")
+    list(TRANSFORM lines REPLACE " .*" "")
+    list(SORT lines)
+    set(${out} "${lines}" PARENT_SCOPE)
+endfunction()
+
+# Every value of one kind of entry of the dynamic section.
+function(dynamic_entries kind out)
+    run(text "${READELF}" --dynamic --wide "${BINARY}")
+    string(REGEX MATCHALL "\\(${kind}\\)[^\n]*" lines "${text}")
+    list(TRANSFORM lines REPLACE ".*\\[(.*)\\].*" "\\1")
+    set(${out} "${lines}" PARENT_SCOPE)
+endfunction()
+
+function(expect_equal what actual expected)
+    if(NOT "${actual}" STREQUAL "${expected}")
+        message(FATAL_ERROR "${what}\n  is:       ${actual}\n  shall be: ${expected}")
+    endif()
+endfunction()
+
+if(CHECK STREQUAL "exports")
+    read_list("${LIST}" expected)
+    defined_symbols(actual)
+    expect_equal("exports of ${BINARY}" "${actual}" "${expected}")
+elseif(CHECK STREQUAL "soname")
+    dynamic_entries(SONAME actual)
+    expect_equal("name of ${BINARY}" "${actual}" "${EXPECTED}")
+elseif(CHECK STREQUAL "run_path")
+    dynamic_entries(RUNPATH actual)
+    expect_equal("run path of ${BINARY}" "${actual}" "$ORIGIN")
+    dynamic_entries(RPATH old)
+    expect_equal("old run path of ${BINARY}, which no environment could change" "${old}" "")
+elseif(CHECK STREQUAL "needed")
+    read_list("${LIST}" allowed)
+    dynamic_entries(NEEDED actual)
+    # A sanitized build brings its own run-time along.
+    list(FILTER actual EXCLUDE REGEX "^lib(a|ub|t)san\\.so\\.")
+    if(NOT "libRecon64.so" IN_LIST actual)
+        message(FATAL_ERROR "${BINARY} is not bound to an engine: ${actual}")
+    endif()
+    foreach(library IN LISTS actual)
+        if(NOT library IN_LIST allowed)
+            message(FATAL_ERROR "${BINARY} needs ${library}, which is not on the list: ${allowed}")
+        endif()
+    endforeach()
+else()
+    message(FATAL_ERROR "unknown check: ${CHECK}")
+endif()

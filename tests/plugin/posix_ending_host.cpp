@@ -1,0 +1,50 @@
+// A host that ends while the library polls, in the way that its argument names. Writes the server's id first.
+
+#include <unistd.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <string_view>
+#include <thread>
+
+#include "tests/plugin/posix_plugin.h"
+#include "tests/support/comes_true.h"
+#include "tests/support/posix_servers.h"
+#include "tests/support/recording_host.h"
+
+namespace {
+
+constexpr unsigned longestLifeSeconds = 240;
+
+// They stay, as in a host that does not care.
+plugin_test::Plugin* plugin = nullptr;
+recording_host::RecordingHost* host = nullptr;
+OKM8::Analytics::IDetector* detector = nullptr;
+
+}  // namespace
+
+int main(int count, char** arguments) {
+    alarm(longestLifeSeconds);
+    plugin = new plugin_test::Plugin;
+    host = new recording_host::RecordingHost;
+    plugin->InitializeModule(host->Object());
+    detector = plugin->GetModule()->CreateDetector(nullptr, host->Peer());
+    // No program was there to start, so polling goes on; now there is one.
+    posix_servers::Place(VEXLANE_SERVER_PROGRAM);
+    if (!ComesTrue([] { return posix_servers::Running().size() == 1; })) {
+        return 2;
+    }
+    std::printf("%d\n", static_cast<int>(*posix_servers::Running().begin()));
+    std::fflush(stdout);
+    const std::string_view way = count > 1 ? arguments[1] : "return";
+    if (way == "exit") {
+        std::exit(0);
+    }
+    if (way == "exit-on-a-thread") {
+        std::thread([] { std::exit(0); }).join();
+    }
+    if (way == "unload") {
+        plugin->Unload();
+    }
+    return 0;
+}

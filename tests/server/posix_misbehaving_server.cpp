@@ -1,0 +1,50 @@
+// A server that fails in the way that the environment names.
+
+#include <signal.h>
+#include <unistd.h>
+
+#include <cstdlib>
+#include <string_view>
+
+namespace {
+
+constexpr unsigned longestLifeSeconds = 120;  // nobody is left behind when a test dies
+
+}  // namespace
+
+int main() {
+    alarm(longestLifeSeconds);
+    const char* const variable = std::getenv("VEXLANE_TEST_SERVER");
+    const std::string_view failure = variable == nullptr ? "" : variable;
+    if (failure == "dies-at-start") {
+        return 3;
+    }
+    if (failure == "crashes") {
+        std::abort();
+    }
+    if (failure == "ends-soon") {
+        usleep(30'000);
+        return 0;
+    }
+    if (failure == "ignores-termination") {
+        for (const int ending : {SIGTERM, SIGINT, SIGHUP, SIGQUIT}) {
+            signal(ending, SIG_IGN);
+        }
+    } else if (failure == "blocks-signals") {
+        sigset_t all;
+        sigfillset(&all);
+        sigprocmask(SIG_BLOCK, &all, nullptr);
+        for (unsigned second = 0; second < longestLifeSeconds; ++second) {
+            sleep(1);
+        }
+        return 0;
+    } else if (failure == "stops-itself") {
+        raise(SIGSTOP);
+    } else if (failure == "spins") {
+        for (volatile bool spins = true; spins;) {
+        }
+    }
+    for (;;) {
+        pause();
+    }
+}

@@ -1,0 +1,108 @@
+#include "tests/support/posix_servers.h"
+
+#include <signal.h>
+#include <spawn.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <charconv>
+#include <fstream>
+#include <functional>
+#include <sstream>
+#include <string>
+
+namespace posix_servers {
+
+namespace {
+
+namespace fs = std::filesystem;
+
+struct Child {
+    pid_t process = 0;
+    char state = 0;
+    std::string program;  ///< empty for one that has ended
+};
+
+void ForEachChild(const std::function<void(const Child&)>& action) {
+    std::error_code error;
+    for (const auto& entry : fs::directory_iterator("/proc", error)) {
+        const std::string name = entry.path().filename();
+        Child child;
+        if (std::from_chars(name.data(), name.data() + name.size(), child.process).ptr != name.data() + name.size()) {
+            continue;
+        }
+        std::ifstream file(entry.path() / "stat");
+        std::string text;
+        std::getline(file, text);
+        const std::size_t close = text.rfind(')');
+        if (close == std::string::npos) {
+            continue;
+        }
+        std::istringstream rest(text.substr(close + 1));
+        pid_t parent = 0;
+        rest >> child.state >> parent;
+        if (parent != getpid()) {
+            continue;
+        }
+        std::error_code gone;
+        child.program = fs::read_symlink(entry.path() / "exe", gone).filename();
+        action(child);
+    }
+}
+
+// A program that was replaced while it runs.
+bool IsServer(const Child& child) {
+    return child.state != 'Z' && child.program.substr(0, child.program.find(" (deleted)")) == serverName;
+}
+
+}  // namespace
+
+fs::path OwnFolder() {
+    return fs::read_symlink("/proc/self/exe").parent_path();
+}
+
+// A second name of the same file: a copy that is still being written could not be started.
+void Place(const fs::path& program) {
+    Remove();
+    fs::create_hard_link(program, OwnFolder() / serverName);
+}
+
+void Remove() {
+    fs::remove(OwnFolder() / serverName);
+}
+
+std::set<pid_t> Running() {
+    std::set<pid_t> running;
+    ForEachChild([&](const Child& child) {
+        if (IsServer(child)) {
+            running.insert(child.process);
+        }
+    });
+    return running;
+}
+
+int Zombies() {
+    int count = 0;
+    ForEachChild([&](const Child& child) { count += child.state == 'Z' ? 1 : 0; });
+    return count;
+}
+
+void Kill(pid_t server) {
+    kill(server, SIGKILL);
+}
+
+void KillAll() {
+    for (const pid_t server : Running()) {
+        Kill(server);
+        waitpid(server, nullptr, 0);
+    }
+}
+
+pid_t StartStranger() {
+    const std::string program = OwnFolder() / serverName;
+    char* arguments[] = {const_cast<char*>(program.c_str()), nullptr};
+    pid_t process = 0;
+    return posix_spawn(&process, program.c_str(), nullptr, nullptr, arguments, environ) == 0 ? process : 0;
+}
+
+}  // namespace posix_servers
