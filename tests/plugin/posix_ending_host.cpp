@@ -20,6 +20,7 @@ constexpr unsigned longestLifeSeconds = 240;
 // them again.
 plugin_test::Plugin* volatile plugin = nullptr;
 recording_host::RecordingHost* volatile host = nullptr;
+OKM8::Analytics::IModule* volatile moduleObject = nullptr;
 OKM8::Analytics::IDetector* volatile detector = nullptr;
 
 }  // namespace
@@ -29,7 +30,8 @@ int main(int count, char** arguments) {
     plugin = new plugin_test::Plugin;
     host = new recording_host::RecordingHost;
     plugin->InitializeModule(host->Object());
-    detector = plugin->GetModule()->CreateDetector(nullptr, host->Peer());
+    moduleObject = plugin->GetModule();
+    detector = moduleObject->CreateDetector(nullptr, host->Peer());
     // No program was there to start, so polling goes on; now there is one.
     posix_servers::Place(VEXLANE_SERVER_PROGRAM);
     if (!ComesTrue([] { return posix_servers::Running().size() == 1; })) {
