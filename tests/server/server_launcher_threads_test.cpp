@@ -1,6 +1,7 @@
 // Many threads at one launcher.
 
 #include <algorithm>
+#include <chrono>
 #include <thread>
 
 #include "tests/server/launcher_fixture.h"
@@ -12,6 +13,7 @@ class LauncherThreads : public LauncherFixture {
     // Counts what must never be: two servers at once.
     LauncherThreads() {
         transcript->OnEntry([this](const std::string& entry) {
+            Linger(entry);
             if (entry.starts_with("start ")) {
                 mostRunning = std::max<std::size_t>(mostRunning, fake_processes::Running().size());
                 ++starts;
@@ -34,6 +36,13 @@ class LauncherThreads : public LauncherFixture {
         }
     }
 
+    // Stays between the scan and what follows from it, so that another thread can come in between if anything lets it.
+    static void Linger(const std::string& entry) {
+        if (entry == "close") {
+            std::this_thread::sleep_for(std::chrono::microseconds(100));
+        }
+    }
+
     static void KillOne() {
         const auto running = fake_processes::Running();
         if (!running.empty()) {
@@ -49,7 +58,7 @@ TEST_F(LauncherThreads, NeverStartASecondServer) {
     ServerLauncher launcher;
     launcher.SetPeriod(0);
     RunTogether(
-        300, [&] { launcher.Start(); }, [&] { launcher.Restart(); }, [&] { launcher.OnTimeout(); },
+        100, [&] { launcher.Start(); }, [&] { launcher.Restart(); }, [&] { launcher.OnTimeout(); },
         [&] { launcher.Restart(); }, [&] { KillOne(); }, [&] { launcher.MarkAlive(); });
     EXPECT_EQ(mostRunning, 1u);
     EXPECT_GT(starts, 1);
@@ -61,7 +70,7 @@ TEST_F(LauncherThreads, NeverStartASecondServerBesideThePollThread) {
     ServerLauncher launcher;
     launcher.SetPeriod(0);
     RunTogether(
-        300, [&] { launcher.Start(); }, [&] { KillOne(); }, [&] { launcher.IsServerRunning(); },
+        100, [&] { launcher.Start(); }, [&] { KillOne(); }, [&] { launcher.IsServerRunning(); },
         [&] { launcher.MarkAlive(); });
     EXPECT_EQ(mostRunning, 1u);
     EXPECT_TRUE(launcher.IsRunning());
@@ -88,6 +97,7 @@ TEST_F(LauncherThreads, AFirstPollAndARestartStartOneServerBetweenThem) {
         transcript = std::make_unique<LauncherTranscript>();
         std::atomic<std::size_t> most = 0;
         transcript->OnEntry([&](const std::string& entry) {
+            Linger(entry);
             if (entry.starts_with("start ")) {
                 most = std::max<std::size_t>(most, fake_processes::Running().size());
             }
