@@ -1,0 +1,322 @@
+// Birth and death of a detector, and what it does to the recognition server and to the host's buffers.
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cstring>
+#include <random>
+#include <stdexcept>
+
+#include "tests/engine/probe_detector.h"
+
+namespace {
+
+using engine_tests::DetectorPointer;
+using engine_tests::EngineTest;
+using engine_tests::Error;
+using engine_tests::FoundPlate;
+using engine_tests::ProbeDetector;
+using testing::ElementsAre;
+using testing::IsEmpty;
+using testing::UnorderedElementsAre;
+
+class Lifecycle : public EngineTest {
+  protected:
+    ~Lifecycle() override { End(); }
+
+    // After a stop the launcher no longer polls, so that nothing but the detector moves the server.
+    static void EndPolling() {
+        GetServerLauncher()->Stop();
+        fake_processes::Reset();
+    }
+
+    std::size_t TimesWritten(const std::string& line) const {
+        const std::vector<std::string> texts = output.Texts();
+        return static_cast<std::size_t>(std::count(texts.begin(), texts.end(), line));
+    }
+};
+
+TEST_F(Lifecycle, ANewDetectorSaysSoAndTheLauncherSaysThatItRestartsTheServer) {
+    EndPolling();
+    diagnostics::SetDebugLevel(2);
+    output.Clear();
+    Detector();
+    EXPECT_THAT(Trace(), ElementsAre(LineOf("VexlaneDetectorImpl", "Create vexlane detector")));
+    EXPECT_EQ(TimesWritten("ServerLauncher: Restart server launcher"), 1u);
+    EXPECT_EQ(output.Texts().front().find("vexlane["), 0u) << "its own line comes first";
+    EXPECT_EQ(fake_processes::Running().size(), 1u);
+    EXPECT_THAT(fake_processes::JournalOf("terminate"), IsEmpty()) << "nothing ran before";
+    EXPECT_EQ(ErrorState(), Error(0, ""));
+}
+
+TEST_F(Lifecycle, ANewDetectorIsSilentAtLevel0) {
+    Detector();
+    EXPECT_THAT(output.Texts(), IsEmpty());
+}
+
+TEST_F(Lifecycle, EveryNewDetectorRestartsTheSharedServer) {
+    EndPolling();
+    Detector();
+    const auto first = fake_processes::Running();
+    ASSERT_EQ(first.size(), 1u);
+    const DetectorPointer second(new ProbeDetector(host.Peer(), host.Object()));
+    ASSERT_EQ(fake_processes::Running().size(), 1u);
+    EXPECT_NE(fake_processes::Running(), first);
+    EXPECT_EQ(fake_processes::JournalOf("terminate").size(), 1u);
+    EXPECT_EQ(fake_processes::JournalOf("start").size(), 2u);
+}
+
+TEST_F(Lifecycle, AServerIsRunningOnceTheFirstDetectorIsThereWhoeverStartedIt) {
+    Detector();  // the first poll may come before or after
+    EXPECT_EQ(fake_processes::Running().size(), 1u);
+}
+
+TEST_F(Lifecycle, EveryDestroyedDetectorStopsTheServerForAllAndTheOthersGoOn) {
+    EndPolling();
+    Detector();
+    { const DetectorPointer second(new ProbeDetector(host.Peer(), host.Object())); }
+    EXPECT_THAT(fake_processes::Running(), IsEmpty());
+    EXPECT_EQ(Frame(1), 0);
+    EXPECT_THAT(fake_processes::Running(), IsEmpty()) << "a taken range starts nothing";
+    fake_engine::OnSetPlateRange([](int, int) { return false; });
+    EXPECT_EQ(Frame(2), 0);
+    EXPECT_EQ(fake_processes::Running().size(), 1u) << "a refused one brings it back";
+    End();
+    EXPECT_THAT(fake_processes::Running(), IsEmpty());
+}
+
+TEST_F(Lifecycle, AServerThatCannotBeStartedDoesNotTroubleTheDetector) {
+    EndPolling();
+    fake_processes::FailStart(2);
+    Detector();
+    EXPECT_EQ(ErrorState(), Error(0, ""));
+    EXPECT_EQ(Frame(1), 0);
+}
+
+// Fails the launcher's line in the constructor.
+class FailingOutput final : public platform::DebugOutputSink {
+  public:
+    FailingOutput(const char* refused, RecordingDebugOutput& others)
+        : refusedText(refused), rest(others), before(platform::ExchangeDebugOutputSink(this)) {}
+    ~FailingOutput() override { platform::ExchangeDebugOutputSink(before); }
+    void Write(const char* text) override {
+        if (std::strstr(text, refusedText) != nullptr) {
+            throw std::runtime_error("no room for lines");
+        }
+        rest.Write(text);
+    }
+    void Write(const wchar_t* text) override { rest.Write(text); }
+
+  private:
+    const char* refusedText;
+    RecordingDebugOutput& rest;
+    platform::DebugOutputSink* before;
+};
+
+TEST_F(Lifecycle, AFailureToRestartTheServerIsTheErrorOfAUsableDetector) {
+    EndPolling();
+    diagnostics::SetDebugLevel(1);
+    output.Clear();
+    {
+        const FailingOutput failing("ServerLauncher: Restart server launcher", output);
+        Detector();
+    }
+    EXPECT_EQ(ErrorState(), Error(1, "no room for lines"));
+    EXPECT_THAT(Trace(), ElementsAre(LineOf("VexlaneDetectorImpl", "Create vexlane detector"),
+                                     LineOf("VexlaneDetectorImpl", "no room for lines")));
+    EXPECT_EQ(Frame(1), 0);
+    EXPECT_EQ(ErrorState(), Error(0, ""));
+    EXPECT_EQ(fake_engine::RecognizeCalls().size(), 1u);
+    EXPECT_EQ(Settings().SetIntValue("zone_width", 5), 0);
+}
+
+TEST_F(Lifecycle, AFailureOfTheFirstLineIsCaughtTooAndTheServerIsLeftAlone) {
+    EndPolling();
+    diagnostics::SetDebugLevel(1);
+    {
+        const FailingOutput failing("Create vexlane detector", output);
+        Detector();
+    }
+    EXPECT_EQ(ErrorState(), Error(1, "no room for lines"));
+    EXPECT_THAT(fake_processes::JournalOf("start"), IsEmpty());
+}
+
+TEST_F(Lifecycle, AFailureToStopTheServerDoesNotGetOutOfTheEnd) {
+    Find(FoundPlate{});
+    Frame(1);
+    diagnostics::SetDebugLevel(1);
+    const FailingOutput failing("ServerLauncher: Stop server launcher", output);
+    EXPECT_NO_THROW(End());
+    EXPECT_EQ(counts.released, counts.made);
+}
+
+// The end in the middle of tracks.
+
+TEST_F(Lifecycle, TheEndRaisesNoEventsAndHandsUnreportedReadingsBackFromAnEmptyTable) {
+    diagnostics::SetDebugLevel(1);
+    Find({RecordOf({}), RecordOf({.text = "ZZ999Z", .left = 400, .right = 460})});
+    Frame(1);
+    EXPECT_EQ(counts.released, 0);
+    EXPECT_EQ(Detector().pendingResults.size(), 2u);
+    output.Clear();
+    End();
+    EXPECT_THAT(host.Events(), IsEmpty());
+    EXPECT_THAT(Trace(),
+                UnorderedElementsAre(LineOf("OnMayReleaseLicencePlate", "Remove plate ID = 0, still left = 0"),
+                                     LineOf("OnMayReleaseLicencePlate", "Remove plate ID = 1, still left = 0")));
+    EXPECT_EQ(counts.released, 1);
+}
+
+TEST_F(Lifecycle, TheEndHandsBackTheReadingsWhoseHoldersAreStillAlive) {
+    diagnostics::SetDebugLevel(1);
+    for (int frame = 0; frame < 6; ++frame) {
+        Find(FoundPlate{.left = 100 + 40 * frame, .right = 160 + 40 * frame});
+        Frame(1000 + 100 * static_cast<std::uint64_t>(frame));
+    }
+    // The first, which is the best too, the one before the last, and the last.
+    EXPECT_EQ(Detector().pendingResults.size(), 3u);
+    output.Clear();
+    End();
+    EXPECT_THAT(host.Events(), IsEmpty());
+    EXPECT_THAT(Trace(),
+                UnorderedElementsAre(LineOf("OnMayReleaseLicencePlate", "Remove plate ID = 0, still left = 0"),
+                                     LineOf("OnMayReleaseLicencePlate", "Remove plate ID = 4, still left = 0"),
+                                     LineOf("OnMayReleaseLicencePlate", "Remove plate ID = 5, still left = 0")));
+}
+
+TEST_F(Lifecycle, TheEndDoesNotHandBackAReportedReading) {
+    diagnostics::SetDebugLevel(1);
+    ReportAtOnce();
+    Find(FoundPlate{});
+    Frame(1);
+    EXPECT_EQ(host.Events().size(), 1u);
+    output.Clear();
+    End();
+    EXPECT_THAT(Trace(), IsEmpty());
+}
+
+TEST_F(Lifecycle, TheEndOfADetectorThatNeverSawAFrameStopsTheServerToo) {
+    EndPolling();
+    Detector();
+    ASSERT_EQ(fake_processes::Running().size(), 1u);
+    End();
+    EXPECT_THAT(fake_processes::Running(), IsEmpty());
+    EXPECT_EQ(fake_processes::JournalOf("terminate").size(), 1u);
+}
+
+TEST_F(Lifecycle, AFrameIsReleasedWithItsLastPendingPlate) {
+    ReportAtOnce();
+    Settings().SetIntValue("result_rec_count", 2);
+    Find({RecordOf({}), RecordOf({.text = "ZZ999Z", .left = 400, .right = 460})});
+    Frame(1);
+    EXPECT_EQ(counts.released, 0);
+    Find(FoundPlate{.left = 120, .right = 180});
+    Frame(100);
+    EXPECT_EQ(host.Events().size(), 1u);
+    EXPECT_EQ(counts.released, 0) << "the other plate of the first frame still waits, and so does the new reading";
+    FindNothing();
+    Frame(3500);
+    EXPECT_EQ(host.Events().size(), 2u) << "lost, and reported as such";
+    EXPECT_EQ(counts.made - counts.released, 0);
+}
+
+// Long random runs.
+
+class RandomRuns : public Lifecycle, public testing::WithParamInterface<unsigned> {};
+
+TEST_P(RandomRuns, GiveEveryBufferBackExactlyOnce) {
+    std::mt19937 random(GetParam());
+    const auto below = [&](std::uint32_t bound) { return static_cast<int>(random() % bound); };
+    Settings().SetBoolValue("result_ready", below(2) == 0);
+    Settings().SetIntValue("result_rec_count", below(6));
+    Settings().SetIntValue("result_wait_time", below(10));
+    const std::vector<std::string> texts = {"AB123C",
+                                            "AB128C",
+                                            "ZZ999Z",
+                                            "\xBE\xA9"
+                                            "A1234",
+                                            "",
+                                            "ABCDEFGHIJKLMNOP"};
+    fake_engine::OnRecognize([&](const IMG& image, RPLATE* plates) {
+        const int count = below(8) - 1;
+        for (int index = 0; index < std::min(count, 5); ++index) {
+            RPLATE& plate = plates[index];
+            const int x = below(image.width);
+            const int y = below(image.height);
+            plate = RecordOf({texts[static_cast<std::size_t>(below(6))], x, y, x + below(200), y + below(50),
+                              static_cast<double>(below(2000)) - 500.0});
+            if (below(20) == 0) {
+                plate.corner3 = {2147483647, -2147483647};
+            }
+        }
+        if (below(25) == 0) {
+            throw std::runtime_error("sometimes");
+        }
+        if (below(25) == 0) {
+            throw 1;
+        }
+        return count;
+    });
+    fake_engine::OnSetPlateRange([&](int, int) { return below(10) != 0; });
+    std::uint64_t time = 100000;
+    int handled = 0;
+    for (int frame = 0; frame < 1500; ++frame) {
+        host.refusals = {};
+        switch (below(30)) {
+            case 0:
+                host.refusals.factory = true;
+                break;
+            case 1:
+                host.refusals.target = true;
+                break;
+            case 2:
+                host.refusals.arguments = true;
+                break;
+            case 3:
+                Settings().ApplySettings();
+                break;
+            case 4:
+                time -= 5000;
+                break;
+            case 5:
+                time += 100000;
+                break;
+            default:
+                time += static_cast<std::uint64_t>(below(400));
+                break;
+        }
+        recording_host::BufferOptions options;
+        options.width = below(10) == 0 ? 48 : 64;
+        options.height = below(30) == 0 ? 0 : 32;
+        options.isComposite = below(30) != 0;
+        options.timeStamp = time;
+        options.size = below(30) == 0 ? 5 : std::int64_t{options.width} * options.height * 3 / 2;
+        if (below(20) != 0) {
+            options.pixels.assign(static_cast<std::size_t>(options.size), 7);
+        }
+        OKM8::MFF::IMultimediaBuffer* const buffer = recording_host::MakeBuffer(counts, options);
+        if (below(4) == 0) {
+            OKM8::Analytics::IMediaReceiverSingle2& receiver = Detector();
+            const OKM8::FrameArea area = {below(50), below(50), below(50), below(50)};
+            handled += receiver.ReceiveSingle(buffer, &area, nullptr) == 0 ? 1 : 0;
+        } else {
+            OKM8::Analytics::IMediaReceiver& receiver = Detector();
+            handled += receiver.Receive(buffer) == 0 ? 1 : 0;
+        }
+        ASSERT_LE(counts.released, counts.made);
+        ASSERT_LE(counts.made - counts.released, static_cast<int>(Detector().pendingResults.size()));
+    }
+    EXPECT_GT(handled, 500);
+    EXPECT_GT(host.Events().size(), 10u);
+    for (const auto& event : host.Events()) {
+        EXPECT_EQ(event.raised + event.discarded, 1);
+    }
+    End();
+    EXPECT_EQ(counts.made, 1500);
+    EXPECT_EQ(counts.released, 1500);
+}
+
+INSTANTIATE_TEST_SUITE_P(Seeds, RandomRuns, testing::Values(1u, 2u, 3u, 4u));
+
+}  // namespace

@@ -1,0 +1,613 @@
+// From the tracker's verdict to the event that the host gets.
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <array>
+#include <boost/make_shared.hpp>
+#include <cstring>
+#include <limits>
+
+#include "engine/track_points.h"
+#include "tests/engine/probe_detector.h"
+
+namespace {
+
+using engine_tests::EngineTest;
+using engine_tests::Error;
+using engine_tests::FoundPlate;
+using OKM8::Analytics::TrackTimeEpoch;
+using plate_recognition::PlateDescription;
+using plate_recognition::RecognitionResult;
+using recording_host::RecordedEvent;
+using recording_host::RecordedTarget;
+using recording_host::Refusals;
+using testing::ElementsAre;
+using testing::IsEmpty;
+
+using BufferPointer = boost::shared_ptr<OKM8::MFF::ICompositeBuffer>;
+
+constexpr std::int32_t largest = std::numeric_limits<std::int32_t>::max();
+constexpr std::int32_t smallest = std::numeric_limits<std::int32_t>::min();
+constexpr std::int64_t smallest64 = std::numeric_limits<std::int64_t>::min();
+
+class PlateEvents : public EngineTest {
+  protected:
+    ~PlateEvents() override { End(); }
+
+    BufferPointer Buffer(std::uint64_t time = 5) {
+        return BufferPointer(static_cast<OKM8::MFF::ICompositeBuffer*>(recording_host::MakeFrame(counts, 64, 48, time)),
+                             [](OKM8::MFF::ICompositeBuffer* buffer) { buffer->Release(); });
+    }
+
+    RecognitionResult ResultWith(const PlateDescription& description, std::uint64_t time = 5) {
+        return RecognitionResult(Buffer(time), description, 1, time);
+    }
+
+    RecordedTarget TargetOf(const RecordedEvent& event) {
+        EXPECT_EQ(event.targets.size(), 1u);
+        return event.targets.empty() ? RecordedTarget{} : event.targets.front();
+    }
+
+    std::int64_t NumberOf(const RecordedTarget& target, const std::string& key) {
+        const auto* const value = target.Find(key);
+        EXPECT_NE(value, nullptr) << key;
+        return value != nullptr ? value->number : -999;
+    }
+
+    std::vector<std::string> KeysOf(const RecordedTarget& target) {
+        std::vector<std::string> keys;
+        for (const auto& value : target.values) {
+            keys.push_back(value.key);
+        }
+        return keys;
+    }
+
+    RecordedTarget LastTarget() {
+        EXPECT_FALSE(host.Events().empty());
+        return host.Events().empty() ? RecordedTarget{} : TargetOf(host.Events().back());
+    }
+
+    LicencePlatePtr Reading(std::uint64_t id, std::uint64_t time = 5) {
+        const auto reading = boost::make_shared<LicencePlate>();
+        reading->id = id;
+        reading->timeStamp = time;
+        return reading;
+    }
+
+    // The four area values of the last event; empty when it has none.
+    std::vector<std::int64_t> AreaOfLast() {
+        const RecordedTarget target = LastTarget();
+        std::vector<std::int64_t> sides;
+        for (const char* key : {"area_left", "area_top", "area_right", "area_bottom"}) {
+            if (const auto* const value = target.Find(key)) {
+                EXPECT_EQ(value->setter, 'i');
+                sides.push_back(value->number);
+            }
+        }
+        return sides;
+    }
+};
+
+TEST_F(PlateEvents, AnEventCarriesItsArgumentsInThisOrderByTheseSetters) {
+    ReportAtOnce();
+    Settings().SetBoolValue("use_area", true);
+    Settings().SetIntValue("area_right", 100);
+    Settings().SetIntValue("area_bottom", 90);
+    Find(FoundPlate{.text = "\xBE\xA9"
+                            "A123",
+                    .left = 10,
+                    .top = 20,
+                    .right = 90,
+                    .bottom = 40,
+                    .confidenceSum = 400});
+    EXPECT_EQ(Frame(1700000000123), 0);
+    ASSERT_EQ(host.Events().size(), 1u);
+    const RecordedEvent event = host.Events().front();
+    EXPECT_EQ(event.detector, static_cast<OKM8::Analytics::IDetector*>(detector.get()));
+    EXPECT_EQ(event.name, "event");
+    EXPECT_EQ(event.timeMs, 1700000000123) << "of the frame, not of the present";
+    EXPECT_EQ(event.targetsTimeMs, 1700000000123);
+    EXPECT_EQ(event.kind, 3);
+    EXPECT_THAT(event.objectKeys, ElementsAre("targets")) << "no image";
+    EXPECT_EQ(event.raised, 1);
+    EXPECT_EQ(event.discarded, 0);
+    const RecordedTarget target = TargetOf(event);
+    EXPECT_EQ(target.reserved, 0);
+    std::vector<std::string> values;
+    for (const auto& value : target.values) {
+        values.push_back(value.key + " " + value.setter + " " +
+                         (value.setter == 's'   ? value.text
+                          : value.setter == 'i' ? std::to_string(value.number)
+                                                : std::to_string(value.bytes.size())));
+    }
+    EXPECT_THAT(values, ElementsAre("lp_wnum s \xE4\xBA\xAC"
+                                    "A123",
+                                    "char_num i 5", "country_code s ", "confidence i 80", "direction i 0",
+                                    "lpf_x1 i 10", "lpf_y1 i 20", "lpf_x3 i 90", "lpf_y3 i 40", "area_left i 0",
+                                    "area_top i 0", "area_right i 100", "area_bottom i 90", "all_tracks x 24"));
+}
+
+TEST_F(PlateEvents, TheDetectorsTypeIsVexlane) {
+    EXPECT_EQ(Detector().GetDetectorType(), "VEXLANE");
+}
+
+TEST_F(PlateEvents, ATextOf16CharactersIsSentWhole) {
+    ReportAtOnce();
+    Find(FoundPlate{.text = "ABCDEFGHIJKLMNOP"});
+    Frame(1);
+    EXPECT_EQ(LastTarget().Find("lp_wnum")->text, "ABCDEFGHIJKLMNOP");
+    EXPECT_EQ(NumberOf(LastTarget(), "char_num"), 16);
+}
+
+TEST_F(PlateEvents, AnEmptyTextIsSentAsSuch) {
+    ReportAtOnce();
+    Find(FoundPlate{.text = ""});
+    Frame(1);
+    EXPECT_EQ(LastTarget().Find("lp_wnum")->text, "");
+    EXPECT_EQ(NumberOf(LastTarget(), "char_num"), 0);
+    EXPECT_EQ(NumberOf(LastTarget(), "confidence"), 0);
+}
+
+TEST_F(PlateEvents, CountryAndDirectionComeFromTheDescription) {
+    PlateDescription description;
+    description.strings = {"RUS", "b", "c", "d", "e", "f"};
+    description.value = -77;
+    Detector().RaisePlateEvent(ResultWith(description), {});
+    EXPECT_EQ(LastTarget().Find("country_code")->text, "RUS");
+    EXPECT_EQ(NumberOf(LastTarget(), "direction"), -77);
+}
+
+TEST_F(PlateEvents, ConfidenceIsClampedToPercents) {
+    const std::vector<std::pair<std::int32_t, std::int64_t>> cases = {
+        {130, 100}, {-5, 0}, {100, 100}, {101, 100}, {0, 0}, {57, 57}, {largest, 100}, {smallest, 0}};
+    for (const auto& [confidence, sent] : cases) {
+        PlateDescription description;
+        description.confidence = confidence;
+        Detector().RaisePlateEvent(ResultWith(description), {});
+        EXPECT_EQ(NumberOf(LastTarget(), "confidence"), sent) << confidence;
+    }
+}
+
+TEST_F(PlateEvents, AConfidenceThatIsNoNumberIsSentAs0) {
+    ReportAtOnce();
+    Find(FoundPlate{.confidenceSum = std::numeric_limits<double>::quiet_NaN()});
+    Frame(1);
+    EXPECT_EQ(NumberOf(LastTarget(), "confidence"), 0);
+}
+
+TEST_F(PlateEvents, ALostResultHasTheOtherName) {
+    RecognitionResult result = ResultWith({}, 99);
+    result.lost = true;
+    Detector().RaisePlateEvent(result, {});
+    ASSERT_EQ(host.Events().size(), 1u);
+    EXPECT_EQ(host.Events()[0].name, "NUMBER_LOST");
+    EXPECT_EQ(host.Events()[0].timeMs, 99);
+    EXPECT_EQ(host.Events()[0].raised, 1);
+}
+
+TEST_F(PlateEvents, ATimeBeyondTheSignedRangeWraps) {
+    Detector().RaisePlateEvent(ResultWith({}, 18446744073709551615u), {});
+    EXPECT_EQ(host.Events()[0].timeMs, -1);
+}
+
+// Half frames.
+
+class PlateRows : public PlateEvents, public testing::WithParamInterface<std::array<std::uint32_t, 3>> {};
+
+TEST_P(PlateRows, AreCountedInTheFullFrame) {
+    const auto [width, height, scale] = GetParam();
+    ReportAtOnce();
+    Settings().SetBoolValue("use_half_cadr", true);
+    Find(FoundPlate{.left = 10, .top = 21, .right = 90, .bottom = 43});
+    EXPECT_EQ(Frame(1, width, height), 0);
+    EXPECT_EQ(NumberOf(LastTarget(), "lpf_x1"), 10);
+    EXPECT_EQ(NumberOf(LastTarget(), "lpf_y1"), 21 * scale);
+    EXPECT_EQ(NumberOf(LastTarget(), "lpf_x3"), 90);
+    EXPECT_EQ(NumberOf(LastTarget(), "lpf_y3"), 43 * scale);
+}
+
+INSTANTIATE_TEST_SUITE_P(OfHalfFrames, PlateRows,
+                         testing::Values(std::array{720u, 576u, 2u}, std::array{640u, 480u, 2u},
+                                         std::array{638u, 576u, 1u}, std::array{720u, 478u, 1u}));
+
+TEST_F(PlateEvents, RowsOf639By576AreNotScaled) {
+    // An odd width has luminance alone.
+    ReportAtOnce();
+    Settings().SetBoolValue("use_half_cadr", true);
+    Find(FoundPlate{.top = 21, .bottom = 43});
+    recording_host::BufferOptions options;
+    options.width = 639;
+    options.height = 576;
+    options.pixels.assign(639 * 576, 128);
+    OKM8::Analytics::IMediaReceiver& receiver = Detector();
+    EXPECT_EQ(receiver.Receive(recording_host::MakeBuffer(counts, options)), 0);
+    EXPECT_EQ(NumberOf(LastTarget(), "lpf_y1"), 21);
+    EXPECT_EQ(NumberOf(LastTarget(), "lpf_y3"), 43);
+}
+
+TEST_F(PlateEvents, RowsOfAWholeFrameAreNotScaled) {
+    ReportAtOnce();
+    Find(FoundPlate{.top = 21, .bottom = 43});
+    Frame(1, 720, 576);
+    EXPECT_EQ(NumberOf(LastTarget(), "lpf_y1"), 21);
+}
+
+TEST_F(PlateEvents, ScaledRowsWrap) {
+    Settings().SetBoolValue("use_half_cadr", true);
+    Frame(1, 720, 576);
+    PlateDescription description;
+    description.rect = {largest, largest, smallest, smallest};
+    Detector().RaisePlateEvent(ResultWith(description), {});
+    EXPECT_EQ(NumberOf(LastTarget(), "lpf_x1"), largest);
+    EXPECT_EQ(NumberOf(LastTarget(), "lpf_y1"), -2);
+    EXPECT_EQ(NumberOf(LastTarget(), "lpf_x3"), smallest);
+    EXPECT_EQ(NumberOf(LastTarget(), "lpf_y3"), 0);
+}
+
+// Areas.
+
+class PlateAreas : public PlateEvents {
+  protected:
+    PlateAreas() {
+        ReportAtOnce();
+        fake_engine::OnRecognize([this](const IMG&, RPLATE* plates) {
+            // A new plate in every frame, like none before.
+            plates[0] = RecordOf({.text = std::string(15, static_cast<char>('A' + found++))});
+            return 1;
+        });
+    }
+    int found = 0;
+    std::uint64_t time = 0;
+    std::uint64_t NextTime() { return time += 100000; }
+};
+
+TEST_F(PlateAreas, AreAbsentWithoutAnArea) {
+    Settings().SetIntValue("area_left", 5);
+    Frame(NextTime());
+    EXPECT_THAT(AreaOfLast(), IsEmpty());
+    EXPECT_THAT(KeysOf(LastTarget()), ElementsAre("lp_wnum", "char_num", "country_code", "confidence", "direction",
+                                                  "lpf_x1", "lpf_y1", "lpf_x3", "lpf_y3", "all_tracks"));
+}
+
+TEST_F(PlateAreas, AreTheConfiguredPercents) {
+    Settings().SetBoolValue("use_area", true);
+    Settings().SetIntValue("area_left", -5);
+    Settings().SetIntValue("area_top", 6);
+    Settings().SetIntValue("area_right", 700);
+    Settings().SetIntValue("area_bottom", 8);
+    Frame(NextTime());
+    EXPECT_THAT(AreaOfLast(), ElementsAre(-5, 6, 700, 8));
+}
+
+TEST_F(PlateAreas, OfASingleCallComeFirstAndOutliveTheirCallUntilAnEmptyOneComes) {
+    Settings().SetBoolValue("use_area", true);
+    Settings().SetIntValue("area_left", 1);
+    SingleFrame(NextTime(), {10, 20, 30, 40});
+    EXPECT_THAT(AreaOfLast(), ElementsAre(10, 20, 40, 60));
+    Frame(NextTime());
+    EXPECT_THAT(AreaOfLast(), ElementsAre(10, 20, 40, 60)) << "it outlives its call";
+    Settings().SetBoolValue("use_area", false);
+    Settings().ApplySettings();
+    Frame(NextTime());
+    EXPECT_THAT(AreaOfLast(), ElementsAre(10, 20, 40, 60));
+    SingleFrame(NextTime(), {10, 20, 0, 40});
+    EXPECT_THAT(AreaOfLast(), IsEmpty());
+    Settings().SetBoolValue("use_area", true);
+    Frame(NextTime());
+    EXPECT_THAT(AreaOfLast(), ElementsAre(1, 0, 0, 0));
+    EXPECT_EQ(host.Events().size(), 5u);
+}
+
+// The track.
+
+TEST_F(PlateEvents, TheTrackHoldsEveryReadingOfTheReportedText) {
+    Settings().SetBoolValue("result_ready", true);
+    Settings().SetIntValue("result_rec_count", 4);
+    Settings().SetIntValue("result_wait_time", 1000000);
+    for (int frame = 0; frame < 4; ++frame) {
+        const int x = 100 + 40 * frame;
+        // The third reading differs and stands later in the order of texts.
+        Find(FoundPlate{
+            .text = frame == 2 ? "AB123D" : "AB123C", .left = x, .top = 200, .right = x + 60, .bottom = 220 + frame});
+        Frame(1000 + static_cast<std::uint64_t>(frame) * 100);
+    }
+    ASSERT_EQ(host.Events().size(), 1u);
+    EXPECT_EQ(LastTarget().Find("lp_wnum")->text, "AB123C");
+    EXPECT_EQ(host.Events()[0].timeMs, 1000) << "of the best reading, the first with that text";
+    const auto& track = LastTarget().track;
+    ASSERT_EQ(track.size(), 3u);
+    const int frames[] = {0, 1, 3};
+    for (std::size_t index = 0; index < 3; ++index) {
+        EXPECT_EQ(track[index].x, 100 + 40 * frames[index]);
+        EXPECT_EQ(track[index].y, 200);
+        EXPECT_EQ(track[index].width, 0) << "corner C is below corner A";
+        EXPECT_EQ(track[index].height, 20 + frames[index]);
+        EXPECT_EQ(track[index].time, TrackTimeEpoch + (1000 + frames[index] * 100) * 1000);
+        EXPECT_EQ(track[index].flag, 0);
+    }
+}
+
+TEST_F(PlateEvents, ATrackPointIsCornerAAndTheWayToCornerC) {
+    ReportAtOnce();
+    RPLATE record = fake_engine::Plate("AB123C", 0, 0, 0, 0, 0);
+    record.corner1 = {11, 12};
+    record.corner2 = {21, 42};
+    record.corner3 = {1031, 2032};
+    record.corner4 = {1041, 2042};
+    Find({record});
+    Frame(0);
+    ASSERT_EQ(LastTarget().track.size(), 1u);
+    EXPECT_EQ(LastTarget().track[0].x, 11);
+    EXPECT_EQ(LastTarget().track[0].y, 12);
+    EXPECT_EQ(LastTarget().track[0].width, 10);
+    EXPECT_EQ(LastTarget().track[0].height, 30);
+    EXPECT_EQ(LastTarget().track[0].time, TrackTimeEpoch);
+}
+
+TEST(TrackPoints, WrapInPlaceAndTime) {
+    const auto reading = boost::make_shared<LicencePlate>();
+    reading->cornerA = {largest, smallest};
+    reading->cornerC = {smallest, largest};
+    reading->timeStamp = 18446744073709551615u;
+    const auto points = plate_recognition::TrackPointsOf({reading});
+    const auto view = plate_recognition::ViewOf(points);
+    ASSERT_EQ(view.last - view.first, 1);
+    EXPECT_EQ(view.first->x, largest);
+    EXPECT_EQ(view.first->y, smallest);
+    EXPECT_EQ(view.first->width, 1);
+    EXPECT_EQ(view.first->height, -1);
+    EXPECT_EQ(view.first->time, TrackTimeEpoch - 1000);
+    EXPECT_EQ(view.first->flag, 0);
+}
+
+std::int64_t TrackTimeOf(std::uint64_t milliseconds) {
+    const auto reading = boost::make_shared<LicencePlate>();
+    reading->timeStamp = milliseconds;
+    const auto points = plate_recognition::TrackPointsOf({reading});
+    return plate_recognition::ViewOf(points).first->time;
+}
+
+TEST(TrackPoints, TimesOfEverySizeAreMadeWithoutAThrow) {
+    for (const std::uint64_t time :
+         {0ull, 1ull, 1700000000123ull, 9223372036854775ull, 9223372036854776ull, 9223372036854775807ull,
+          9223372036854775808ull, 18446744073709551614ull, 1ull << 62, 123456789012345678ull}) {
+        const auto expected = static_cast<std::int64_t>(static_cast<std::uint64_t>(TrackTimeEpoch) + time * 1000u);
+        EXPECT_EQ(TrackTimeOf(time), expected) << time;
+    }
+}
+
+TEST(TrackPoints, ATimeWhoseMicrosecondsAreASpecialValueIsThatValue) {
+    // A multiple of 1000 has three zero bits at its end; of the special numbers minus infinity alone has them.
+    EXPECT_EQ(TrackTimeOf(1ull << 60), smallest64);
+    EXPECT_EQ(TrackTimeOf((1ull << 60) + (1ull << 61)), smallest64);
+}
+
+TEST(TrackPoints, OfNoReadingsAreAnEmptyView) {
+    const auto points = plate_recognition::TrackPointsOf({});
+    const auto view = plate_recognition::ViewOf(points);
+    EXPECT_EQ(view.first, view.last);
+}
+
+TEST_F(PlateEvents, TheTrackIsHandedOverAsThreePointersIntoLiveMemory) {
+    std::vector<std::uint8_t> header;
+    std::vector<OKM8::Analytics::TrackPoint> seenInRaise;
+    host.onRaise = [&](const RecordedEvent& event) {
+        header = TargetOf(event).Find("all_tracks")->bytes;
+        OKM8::Analytics::TrackPointList list;
+        ASSERT_EQ(header.size(), sizeof list);
+        std::memcpy(&list, header.data(), sizeof list);
+        EXPECT_GE(list.storage, list.last);
+        for (const auto* point = list.first; point != list.last; ++point) {
+            seenInRaise.push_back(*point);
+        }
+    };
+    ReportAtOnce();
+    Find(FoundPlate{});
+    Frame(7);
+    ASSERT_EQ(seenInRaise.size(), 1u) << "still readable inside Raise";
+    EXPECT_EQ(seenInRaise[0].x, 100);
+    EXPECT_EQ(seenInRaise[0].time, TrackTimeEpoch + 7000);
+}
+
+TEST_F(PlateEvents, ATargetWithoutTheBinarySetterGoesWithoutTheTrack) {
+    host.refusals.binarySetter = true;
+    ReportAtOnce();
+    Find(FoundPlate{});
+    EXPECT_EQ(Frame(7), 0);
+    ASSERT_EQ(host.Events().size(), 1u);
+    EXPECT_EQ(host.Events()[0].raised, 1);
+    EXPECT_EQ(host.Events()[0].discarded, 0);
+    EXPECT_EQ(LastTarget().Find("all_tracks"), nullptr);
+    EXPECT_EQ(LastTarget().values.size(), 9u);
+    EXPECT_EQ(ErrorState(), Error(0, ""));
+}
+
+// A host that answers null.
+
+struct FailingStep {
+    const char* description;
+    bool Refusals::*refusal;
+    const char* text;
+    bool hasRaiser;
+};
+
+std::ostream& operator<<(std::ostream& stream, const FailingStep& step) {
+    return stream << step.description;
+}
+
+class PlateEventFailure : public PlateEvents, public testing::WithParamInterface<FailingStep> {};
+
+TEST_P(PlateEventFailure, IsTheFramesErrorAndThePlateIsDroppedForGood) {
+    diagnostics::SetDebugLevel(1);
+    ReportAtOnce();
+    output.Clear();
+    host.refusals.*GetParam().refusal = true;
+    Find(FoundPlate{});
+    EXPECT_EQ(Frame(100), 1);
+    EXPECT_EQ(ErrorState(), Error(1, GetParam().text));
+    const auto events = host.Events();
+    ASSERT_EQ(events.size(), GetParam().hasRaiser ? 1u : 0u);
+    for (const RecordedEvent& event : events) {
+        EXPECT_EQ(event.raised, 0);
+        EXPECT_EQ(event.discarded, 1);
+    }
+    EXPECT_THAT(Trace(),
+                ElementsAre(LineOf("Recognize", "Frame count: 1 Iteration : 0 NumberOfPlate is 1"),
+                            LineOf("CreateResult",
+                                   "Create result: Plate = AB123C Rect = {100, 100, 160, 120} IsFinished = 0 Id = 0"),
+                            LineOf("OnResult", "Send plate ID = 0 Tracks: 1"),
+                            LineOf("OnMayReleaseLicencePlate", "Remove plate ID = 0, still left = 1")));
+    EXPECT_THAT(Detector().pendingResults, IsEmpty());
+    EXPECT_EQ(counts.released, 1);
+    // Never tried again.
+    host.refusals = {};
+    FindNothing();
+    EXPECT_EQ(Frame(200), 0);
+    EXPECT_EQ(Frame(100000), 0);
+    EXPECT_EQ(host.Events().size(), events.size());
+    EXPECT_EQ(ErrorState(), Error(0, ""));
+}
+
+TEST_P(PlateEventFailure, DoesNotKeepTheFramesOtherPlatesFromTheHost) {
+    ReportAtOnce();
+    host.refusals.*GetParam().refusal = true;
+    bool isFirst = true;
+    recording_host::RecordingFrameDone done;
+    fake_engine::OnRecognize([&](const IMG&, RPLATE* plates) {
+        plates[0] = RecordOf({.text = "AAAAAA"});
+        plates[1] = RecordOf({.text = "ZZZZZZ", .left = 400, .right = 460});
+        return 2;
+    });
+    // The host fails for the first of the two alone.
+    output.Clear();
+    diagnostics::SetDebugLevel(1);
+    class Heal final : public platform::DebugOutputSink {
+      public:
+        Heal(Refusals& hostRefusals, bool& first)
+            : refusals(hostRefusals), isFirst(first), before(platform::ExchangeDebugOutputSink(this)) {}
+        ~Heal() override { platform::ExchangeDebugOutputSink(before); }
+        void Write(const char* text) override {
+            if (std::strstr(text, "Send plate ID") != nullptr && isFirst) {
+                isFirst = false;
+                refusals = {};
+            }
+        }
+        void Write(const wchar_t*) override {}
+
+      private:
+        Refusals& refusals;
+        bool& isFirst;
+        platform::DebugOutputSink* before;
+    } const heal(host.refusals, isFirst);
+    OKM8::Analytics::IMediaReceiverSingle2& receiver = Detector();
+    EXPECT_EQ(receiver.ReceiveSingle(recording_host::MakeFrame(counts, 640, 480, 5), nullptr, &done), 1);
+    EXPECT_EQ(ErrorState(), Error(1, GetParam().text)) << "a later event does not clear it";
+    EXPECT_EQ(done.buffers.size(), 1u) << "the frame is handled to its end";
+    ASSERT_FALSE(host.Events().empty());
+    EXPECT_EQ(host.Events().back().raised, 1);
+    EXPECT_EQ(LastTarget().Find("lp_wnum")->text, "ZZZZZZ");
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    AtEachStep, PlateEventFailure,
+    testing::Values(FailingStep{"Factory", &Refusals::factory, "ITargetEnumeratorFactory getting error", false},
+                    FailingStep{"Enumerator", &Refusals::enumerator, "ITargetEnumeratorAdjuster getting error", false},
+                    FailingStep{"Raiser", &Refusals::raiser, "IDetectorEventRaiser getting error", false},
+                    FailingStep{"Arguments", &Refusals::arguments, "IEventArgsAdjuster getting error", true},
+                    FailingStep{"Target", &Refusals::target, "ITargetAdjuster getting error", true}),
+    [](const auto& instance) { return std::string(instance.param.description); });
+
+// The tracker's verdicts, called as the tracker calls them.
+
+class Verdicts : public PlateEvents {
+  protected:
+    Verdicts() {
+        diagnostics::SetDebugLevel(1);
+        Detector();
+        output.Clear();
+    }
+    void AddPending(std::int32_t key) {
+        Detector().pendingResults[key] =
+            boost::make_shared<RecognitionResult>(Buffer(), PlateDescription{}, static_cast<std::uint32_t>(key), 5u);
+    }
+};
+
+TEST_F(Verdicts, AResultIsSentAndItsPendingEntryRemoved) {
+    AddPending(3);
+    AddPending(4);
+    Detector().OnResult(nullptr, Reading(3), {Reading(3), Reading(2)}, 3);
+    ASSERT_EQ(host.Events().size(), 1u);
+    EXPECT_EQ(host.Events()[0].raised, 1);
+    EXPECT_EQ(LastTarget().track.size(), 2u);
+    EXPECT_THAT(Trace(), ElementsAre(LineOf("OnResult", "Send plate ID = 3 Tracks: 2"),
+                                     LineOf("OnMayReleaseLicencePlate", "Remove plate ID = 3, still left = 2")));
+    EXPECT_EQ(Detector().pendingResults.size(), 1u);
+    EXPECT_EQ(Detector().pendingResults.count(4), 1u);
+    EXPECT_EQ(counts.released, 1);
+}
+
+TEST_F(Verdicts, AResultWithoutAPlateDoesNothing) {
+    AddPending(0);
+    Detector().OnResult(nullptr, {}, {Reading(0)}, 3);
+    Detector().OnMayReleaseLicencePlate(nullptr, {});
+    EXPECT_THAT(host.Events(), IsEmpty());
+    EXPECT_THAT(Trace(), IsEmpty());
+    EXPECT_EQ(Detector().pendingResults.size(), 1u);
+}
+
+TEST_F(Verdicts, AResultOfAnUnknownIdIsNotSentAndItsRemovalIsTraced) {
+    AddPending(3);
+    Detector().OnResult(nullptr, Reading(8), {Reading(8)}, 0);
+    EXPECT_THAT(host.Events(), IsEmpty());
+    EXPECT_THAT(Trace(), ElementsAre(LineOf("OnMayReleaseLicencePlate", "Remove plate ID = 8, still left = 1")));
+    EXPECT_EQ(Detector().pendingResults.size(), 1u);
+}
+
+TEST_F(Verdicts, AnIdIsLookedUpByIts32BitsAndTracedWhole) {
+    AddPending(-1);
+    Detector().OnResult(nullptr, Reading(0x2FFFFFFFFu), {}, 0);
+    EXPECT_EQ(host.Events().size(), 1u);
+    EXPECT_THAT(Trace(),
+                ElementsAre(LineOf("OnResult", "Send plate ID = 12884901887 Tracks: 0"),
+                            LineOf("OnMayReleaseLicencePlate", "Remove plate ID = 12884901887, still left = 1")));
+    EXPECT_THAT(Detector().pendingResults, IsEmpty());
+}
+
+TEST_F(Verdicts, AReleasedReadingIsRemovedWithoutAnEvent) {
+    AddPending(5);
+    Detector().OnMayReleaseLicencePlate(nullptr, Reading(5));
+    Detector().OnMayReleaseLicencePlate(nullptr, Reading(5));
+    EXPECT_THAT(host.Events(), IsEmpty());
+    EXPECT_THAT(Trace(), ElementsAre(LineOf("OnMayReleaseLicencePlate", "Remove plate ID = 5, still left = 1"),
+                                     LineOf("OnMayReleaseLicencePlate", "Remove plate ID = 5, still left = 0")));
+    EXPECT_EQ(counts.released, 1);
+}
+
+TEST_F(Verdicts, AreSilentAtLevel0) {
+    diagnostics::SetDebugLevel(0);
+    AddPending(3);
+    Detector().OnResult(nullptr, Reading(3), {}, 3);
+    EXPECT_EQ(host.Events().size(), 1u);
+    EXPECT_THAT(output.Texts(), IsEmpty());
+}
+
+TEST_F(PlateEvents, SettersAndErrorReadsWorkFromInsideRaise) {
+    int raised = 0;
+    host.onRaise = [&](const RecordedEvent&) {
+        ++raised;
+        EXPECT_EQ(Settings().SetIntValue("zone_width", 44), 0);
+        OKM8::Analytics::IMediaReceiverSingle2& values = Detector();
+        EXPECT_EQ(values.SetStringValue("anything", "x"), 0);
+        EXPECT_EQ(ErrorState(), Error(0, ""));
+        EXPECT_EQ(Settings().SetIntValue("nothing", 1), 2816);
+        EXPECT_EQ(ErrorState(), Error(2816, "nothing"));
+    };
+    ReportAtOnce();
+    Find(FoundPlate{});
+    EXPECT_EQ(Frame(7), 0);
+    EXPECT_EQ(raised, 1);
+    EXPECT_EQ(Detector().zoneWidth, 44);
+}
+
+}  // namespace
