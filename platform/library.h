@@ -16,6 +16,9 @@ LibraryReference HoldLibrary();
 /// of a thread that was made with HoldLibrary.
 void ReleaseLibrary(LibraryReference reference);
 
+/// Gives back a reference that no thread took over, and returns. Any thread.
+void DropLibrary(LibraryReference reference);
+
 /// True while the process ends and the system has already stopped the other threads: nothing may be waited for.
 bool OtherThreadsAreGone();
 

@@ -23,8 +23,8 @@ namespace {
 
 constinit std::atomic<DebugOutputSink*> installedSink = nullptr;
 
-/// Keeps the signals that a failing write sends away from the host: they are blocked on this thread, and one that the
-/// write has caused is taken back. Dispositions are the host's and stay as they are.
+// Keeps the signals that a failing write sends away from the host: they are blocked on this thread, and one that the
+// write has caused is taken back. Dispositions are the host's and stay as they are.
 class WriteSignalsHeldBack {
   public:
     WriteSignalsHeldBack() {

@@ -10,6 +10,8 @@ LibraryReference HoldLibrary() {
 
 void ReleaseLibrary(LibraryReference) {}
 
+void DropLibrary(LibraryReference) {}
+
 bool OtherThreadsAreGone() {
     return false;
 }

@@ -51,12 +51,12 @@ bool Failed(int error) {
 
 // Reading /proc
 
-/// True for what reading answers about a process that does not exist any more.
+// True for what reading answers about a process that does not exist any more.
 bool MeansGone(int error) {
     return error == ENOENT || error == ESRCH;
 }
 
-/// True for what reading answers about somebody else's process.
+// True for what reading answers about somebody else's process.
 bool MeansForbidden(int error) {
     return error == EACCES || error == EPERM;
 }
@@ -65,7 +65,7 @@ std::string ProcessFolder(pid_t process) {
     return "/proc/" + std::to_string(process);
 }
 
-/// Reads a file's beginning, at most `limit` bytes; 0 or the error.
+// Reads a file's beginning, at most `limit` bytes; 0 or the error.
 int ReadBeginning(const std::string& path, std::size_t limit, std::string& text) {
     const Descriptor file(::open(path.c_str(), O_RDONLY | O_CLOEXEC));
     if (!file.IsOpen()) {
@@ -89,13 +89,13 @@ int ReadBeginning(const std::string& path, std::size_t limit, std::string& text)
 }
 
 struct ProcessState {
-    std::string comm;  ///< the name, cut to commLength bytes
+    std::string comm;  // the name, cut to commLength bytes
     std::uint64_t startTime = 0;
-    bool ended = false;        ///< a zombie
-    bool leaderEnded = false;  ///< the first thread has ended, others go on
+    bool ended = false;        // a zombie
+    bool leaderEnded = false;  // the first thread has ended, others go on
 };
 
-/// 0 or the error.
+// 0 or the error.
 int ReadState(pid_t process, ProcessState& state) {
     std::string text;
     if (const int error = ReadBeginning(ProcessFolder(process) + "/stat", 4096, text)) {
@@ -129,7 +129,7 @@ std::string_view WithoutFolders(std::string_view path) {
     return slash == std::string_view::npos ? path : path.substr(slash + 1);
 }
 
-/// 0 or the error.
+// 0 or the error.
 int ReadLink(const std::string& path, std::string& target) {
     target.resize(PATH_MAX);
     const ssize_t size = ::readlink(path.c_str(), target.data(), target.size());
@@ -140,12 +140,15 @@ int ReadLink(const std::string& path, std::string& target) {
     return 0;
 }
 
-/// The full name of a program whose name begins with `comm`: that of the executable, or, when an interpreter runs it,
-/// one of the first two arguments. 0 or the error.
+// The full name of a program whose name begins with `comm`: that of the executable, or, when an interpreter runs it,
+// one of the first two arguments. 0 or the error.
 int ReadName(const std::string& folder, std::string_view comm, std::string& name) {
     std::string executable;
-    if (const int error = ReadLink(folder + "/exe", executable)) {
-        return error;
+    const int executableError = ReadLink(folder + "/exe", executable);
+    if (MeansForbidden(executableError)) {
+        executable.clear();  // a program that may be run but not read; the arguments tell, too
+    } else if (executableError != 0) {
+        return executableError;
     }
     if (executable.ends_with(deletedSuffix)) {
         executable.resize(executable.size() - deletedSuffix.size());
@@ -161,7 +164,7 @@ int ReadName(const std::string& folder, std::string_view comm, std::string& name
         second = text.substr(first.size() + 1);
         second = second.substr(0, second.find('\0'));
     }
-    name = WithoutFolders(executable);
+    name = executable.empty() ? comm : WithoutFolders(executable);
     for (const std::string_view path : {std::string_view(executable), first, second}) {
         const std::string_view candidate = WithoutFolders(path);
         if (!candidate.empty() && candidate.substr(0, commLength) == comm) {
@@ -177,12 +180,12 @@ struct FolderCloser {
 };
 using Folder = std::unique_ptr<DIR, FolderCloser>;
 
-/// Opens a folder of /proc; null with errno set on failure.
+// Opens a folder of /proc; null with errno set on failure.
 Folder OpenFolder(const std::string& path) {
     return Folder(::opendir(path.c_str()));
 }
 
-/// The next entry whose name is a number; 0 at the end and on failure, which sets errno, else cleared.
+// The next entry whose name is a number; 0 at the end and on failure, which sets errno, else cleared.
 pid_t NextNumber(const Folder& folder) {
     for (;;) {
         errno = 0;
@@ -199,8 +202,8 @@ pid_t NextNumber(const Folder& folder) {
     }
 }
 
-/// The same through any thread that still runs, for a process whose first thread has ended: the system shows neither
-/// executable nor arguments through that one. 0 or the error.
+// The same through any thread that still runs, for a process whose first thread has ended: the system shows neither
+// executable nor arguments through that one. 0 or the error.
 int ReadNameThroughThreads(const std::string& folder, std::string_view comm, std::string& name) {
     const Folder threads = OpenFolder(folder + "/task");
     if (!threads) {
@@ -212,7 +215,7 @@ int ReadNameThroughThreads(const std::string& folder, std::string_view comm, std
             return error;
         }
     }
-    return ESRCH;
+    return errno != 0 ? errno : ESRCH;
 }
 
 // Handles
@@ -244,7 +247,7 @@ constinit ProcessList* openLists = nullptr;
 constinit std::uint32_t listCount = 0;
 constinit std::mutex listsMutex;  // guards the two above, not the lists' contents
 
-/// Null for an invalid handle.
+// Null for an invalid handle.
 ProcessList* FindList(SystemHandle handle) {
     const std::lock_guard lock(listsMutex);
     ProcessList* list = openLists;
@@ -266,7 +269,7 @@ struct Child {
 constinit Child* children = nullptr;
 constinit std::mutex childrenMutex;  // guards the list above
 
-/// False for one that has ended; it has been waited for, here or by somebody else.
+// False for one that has ended; it has been waited for, here or by somebody else.
 bool IsStillOurs(const Child& child) {
     ProcessState state;
     const int error = ReadState(child.process, state);
@@ -303,7 +306,7 @@ void Remember(std::unique_ptr<Child> child) {
 
 // Starting
 
-/// The words of a command line: blanks part them, and quotation marks keep blanks inside one.
+// The words of a command line: blanks part them, and quotation marks keep blanks inside one.
 std::vector<std::string> SplitWords(std::string_view commandLine) {
     std::vector<std::string> words;
     bool insideWord = false;
@@ -326,7 +329,7 @@ std::vector<std::string> SplitWords(std::string_view commandLine) {
     return words;
 }
 
-/// 0 for a file that may be executed, else the error.
+// 0 for a file that may be executed, else the error.
 int CheckExecutable(const std::string& path) {
     struct stat status = {};
     if (::stat(path.c_str(), &status) != 0) {
@@ -335,7 +338,7 @@ int CheckExecutable(const std::string& path) {
     return S_ISREG(status.st_mode) && ::access(path.c_str(), X_OK) == 0 ? 0 : EACCES;
 }
 
-/// 0 or the error.
+// 0 or the error.
 int FindProgram(const std::string& name, std::string& path) {
     if (name.find('/') != std::string::npos) {
         path = name;
@@ -374,7 +377,7 @@ int FindProgram(const std::string& name, std::string& path) {
     return result;
 }
 
-/// How a child begins: with our environment and folder, and nothing else of ours.
+// How a child begins: with our environment and folder, and nothing else of ours.
 class SpawnSettings {
   public:
     SpawnSettings() {
@@ -388,7 +391,7 @@ class SpawnSettings {
     SpawnSettings(const SpawnSettings&) = delete;
     SpawnSettings& operator=(const SpawnSettings&) = delete;
 
-    /// 0 or the error.
+    // 0 or the error.
     int Prepare() {
         sigset_t none;
         sigset_t all;
@@ -415,8 +418,8 @@ class SpawnSettings {
     posix_spawn_file_actions_t actions;
 };
 
-/// Waits until a child bears its own name. It is let go a moment earlier, and a list that is made right then would not
-/// find a script in it.
+// Waits until a child bears its own name. It is let go a moment earlier, and a list that is made right then would not
+// find a script in it.
 void WaitForName(pid_t process) {
     const auto deadline = std::chrono::steady_clock::now() + longestStart;
     for (;;) {
@@ -431,7 +434,7 @@ void WaitForName(pid_t process) {
     }
 }
 
-/// 0 or the error.
+// 0 or the error.
 int Start(const std::string& commandLine, ProcessInformation& started) {
     std::vector<std::string> words = SplitWords(commandLine);
     if (words.empty()) {
@@ -463,7 +466,8 @@ int Start(const std::string& commandLine, ProcessInformation& started) {
     if (error != 0 && !MeansGone(error)) {
         // Without its start time it could never be ended through its handle.
         ::kill(process, SIGKILL);
-        ::waitpid(process, nullptr, 0);
+        while (::waitpid(process, nullptr, 0) < 0 && errno == EINTR) {
+        }
         return error;
     }
     if (error == 0) {
@@ -480,7 +484,7 @@ int Start(const std::string& commandLine, ProcessInformation& started) {
 
 // Ending
 
-/// Waits until a process is gone, or only stands in the system's table still, or for as long as is reasonable.
+// Waits until a process is gone, or only stands in the system's table still, or for as long as is reasonable.
 void WaitForEnd(const Descriptor& process) {
     const auto deadline = std::chrono::steady_clock::now() + longestEnd;
     for (;;) {
@@ -496,7 +500,7 @@ void WaitForEnd(const Descriptor& process) {
     }
 }
 
-/// A descriptor of the very process that a handle means, not of a later one with the same id. 0 or the error.
+// A descriptor of the very process that a handle means, not of a later one with the same id. 0 or the error.
 int CheckAlive(SystemHandle handle, const Descriptor& process) {
     if (!process.IsOpen()) {
         return errno;
@@ -508,7 +512,7 @@ int CheckAlive(SystemHandle handle, const Descriptor& process) {
     return state.ended || !Matches(handle, state) ? ESRCH : 0;
 }
 
-/// 0 or the error.
+// 0 or the error.
 int End(SystemHandle handle) {
     const std::uint32_t processId = ProcessIdOf(handle);
     if (processId == 0 || processId > INT_MAX) {
@@ -529,7 +533,12 @@ int End(SystemHandle handle) {
 
 // Listing
 
-/// 0 or the error. Adds nothing for what has ended and for what may not be looked at.
+// True for what would hide processes that run, if it were passed over.
+bool MeansShortage(int error) {
+    return error == EMFILE || error == ENFILE || error == ENOMEM;
+}
+
+// 0 or the error. Adds nothing for what has ended, for what cannot be looked at and for somebody else's.
 int AddEntry(pid_t process, std::vector<ProcessEntry>& entries) {
     ProcessState state;
     ProcessEntry entry;
@@ -543,15 +552,13 @@ int AddEntry(pid_t process, std::vector<ProcessEntry>& entries) {
         error = state.leaderEnded ? ReadNameThroughThreads(folder, state.comm, entry.executableName)
                                   : ReadName(folder, state.comm, entry.executableName);
     }
-    if (error == 0) {
+    if (error == 0 && ::kill(process, 0) == 0) {
         entries.push_back(std::move(entry));
-        return 0;
     }
-    // A lack of descriptors or of memory, by contrast, would hide processes that run.
-    return MeansGone(error) || MeansForbidden(error) ? 0 : error;
+    return MeansShortage(error) ? error : 0;
 }
 
-/// 0 or the error.
+// 0 or the error.
 int ReadProcesses(std::vector<ProcessEntry>& entries) {
     entries.push_back({0, "[System Process]"});
     const Folder folder = OpenFolder("/proc");

@@ -19,7 +19,7 @@ namespace platform {
 
 namespace {
 
-/// A key is a folder, and its values are the files in it.
+// A key is a folder, and its values are the files in it.
 struct Key {
     std::string folder;
 };
@@ -29,7 +29,7 @@ std::uint32_t Failed(int error) {
     return static_cast<std::uint32_t>(error);
 }
 
-/// True for what can be the name of a folder or file without leading anywhere else.
+// True for what can be the name of a folder or file without leading anywhere else.
 bool IsPlainName(std::string_view name) {
     return !name.empty() && name != "." && name != ".." && name.find('/') == std::string_view::npos;
 }
@@ -39,7 +39,7 @@ std::string EnvironmentVariable(const char* name) {
     return value == nullptr ? std::string() : std::string(value);
 }
 
-/// The folder of a hive; empty when the environment names none.
+// The folder of a hive; empty when the environment names none.
 std::string HiveFolder(RegistryHive hive) {
     const char* name = hive == RegistryHive::LocalMachine ? "/HKEY_LOCAL_MACHINE" : "/HKEY_CURRENT_USER";
     const std::string registry = EnvironmentVariable("VEXLANE_REGISTRY");
@@ -57,7 +57,7 @@ std::string HiveFolder(RegistryHive hive) {
     return home.empty() ? std::string() : home + "/.config/vexlane" + name;
 }
 
-/// The folder of a key, or an error. Backslashes at the end and repeated ones say nothing.
+// The folder of a key, or an error. Backslashes at the end and repeated ones say nothing.
 int KeyFolder(RegistryHive hive, const char* path, std::string& folder) {
     folder = HiveFolder(hive);
     if (folder.empty()) {
@@ -106,7 +106,7 @@ int MakeFolders(const std::string& folder) {
     }
 }
 
-/// Reads until the buffer is full or the file ends; the count read, or -1 with errno set.
+// Reads until the buffer is full or the file ends; the count read, or -1 with errno set.
 ssize_t ReadWhole(int file, char* buffer, std::size_t capacity) {
     std::size_t count = 0;
     while (count < capacity) {

@@ -38,7 +38,7 @@ class Output {
         ++count;
     }
 
-    /// The number of units; 0 with the last error set when they did not fit.
+    // The number of units; 0 with the last error set when they did not fit.
     int Finish() const {
         if ((capacity != 0 && count > capacity) || count > std::numeric_limits<int>::max()) {
             SetLastError(ERANGE);
@@ -85,7 +85,7 @@ constexpr bool IsTrail(unsigned byte) {
     return byte >= firstTrail && byte <= lastTrail && byte != noTrail;
 }
 
-/// The character of a pair in the user-defined rows; 0 for a pair elsewhere.
+// The character of a pair in the user-defined rows; 0 for a pair elsewhere.
 constexpr char16_t UserDefinedCharacter(unsigned lead, unsigned trail) {
     if (lead >= 0xAA && lead <= 0xAF && trail >= 0xA1) {
         return static_cast<char16_t>(0xE000 + (lead - 0xAA) * 94 + (trail - 0xA1));
@@ -100,11 +100,11 @@ constexpr char16_t UserDefinedCharacter(unsigned lead, unsigned trail) {
     return 0;
 }
 
-/// Code page 936 in both directions; 0 where nothing stands.
+// Code page 936 in both directions; 0 where nothing stands.
 class SimplifiedChinese {
   public:
-    /// Makes the tables unless they are there; false with the last error set when the system does not have the code
-    /// page at hand. A failure is not remembered: it may have been a lack of descriptors. Any thread.
+    // Makes the tables unless they are there; false with the last error set when the system does not have the code
+    // page at hand. A failure is not remembered: it may have been a lack of descriptors. Any thread.
     bool Prepare() {
         if (ready.load(std::memory_order_acquire)) {
             return true;
@@ -128,12 +128,12 @@ class SimplifiedChinese {
         return true;
     }
 
-    /// REQUIRES: Prepare has answered true; both are the bytes of a pair.
+    // REQUIRES: Prepare has answered true; both are the bytes of a pair.
     char16_t Character(unsigned lead, unsigned trail) const {
         return IsTrail(trail) ? characters[lead - firstLead][trail - firstTrail] : u'\0';
     }
 
-    /// The pair, or the single byte above 7F, that stands for a character. REQUIRES: Prepare has answered true.
+    // The pair, or the single byte above 7F, that stands for a character. REQUIRES: Prepare has answered true.
     char16_t Code(char16_t character) const { return codes[character]; }
 
   private:
@@ -183,7 +183,7 @@ class SimplifiedChinese {
     }
 
     std::atomic<bool> ready = false;
-    std::mutex mutex;  ///< guards the tables until they are ready; they never change afterwards
+    std::mutex mutex;  // guards the tables until they are ready; they never change afterwards
     std::array<std::array<char16_t, lastTrail - firstTrail + 1>, lastLead - firstLead + 1> characters = {};
     std::array<char16_t, 0x10000> codes = {};
 };
@@ -238,7 +238,7 @@ void AddWide(Output<wchar_t>& wide, char32_t character) {
     wide.Add(static_cast<wchar_t>(character));
 }
 
-/// The number of bytes that follow a first byte, and the first byte's own bits; -1 for a byte that begins nothing.
+// The number of bytes that follow a first byte, and the first byte's own bits; -1 for a byte that begins nothing.
 int FollowingBytes(unsigned first, char32_t& character) {
     if (first >= 0xC2 && first <= 0xDF) {
         character = first & 0x1F;
@@ -255,8 +255,8 @@ int FollowingBytes(unsigned first, char32_t& character) {
     return -1;
 }
 
-/// False for the beginning of a character that would be overlong, a surrogate or beyond the last one. `left` following
-/// bytes are still missing.
+// False for the beginning of a character that would be overlong, a surrogate or beyond the last one. `left` following
+// bytes are still missing.
 bool CanBecomeCharacter(char32_t beginning, int following, int left) {
     const char32_t smallest = beginning << (6 * left);
     if (following == 2) {
@@ -268,8 +268,8 @@ bool CanBecomeCharacter(char32_t beginning, int following, int left) {
     return true;
 }
 
-/// A sequence that breaks off is one replacement character and takes with it the following bytes seen so far, the one
-/// that spoilt it included when it is a following byte at all.
+// A sequence that breaks off is one replacement character and takes with it the following bytes seen so far, the one
+// that spoilt it included when it is a following byte at all.
 void Utf8ToWide(const Byte* bytes, std::size_t count, Output<wchar_t>& wide) {
     std::size_t i = 0;
     while (i < count) {

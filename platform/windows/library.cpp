@@ -20,6 +20,12 @@ void ReleaseLibrary(LibraryReference reference) {
     }
 }
 
+void DropLibrary(LibraryReference reference) {
+    if (reference != 0) {
+        ::FreeLibrary(reinterpret_cast<HMODULE>(reference));
+    }
+}
+
 bool OtherThreadsAreGone() {
     using ShutdownInProgress = BOOLEAN(WINAPI*)();
     const HMODULE system = ::GetModuleHandleA("ntdll.dll");

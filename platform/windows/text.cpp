@@ -26,7 +26,8 @@ int ToWide(std::uint32_t codePage, const char* bytes, int byteCount, wchar_t* wi
 
 int FromWide(std::uint32_t codePage, const wchar_t* wide, int wideCount, char* bytes, int capacity) {
     // A similar character in the place of a missing one is not wanted; UTF-8 misses none and refuses the flag.
-    const DWORD flags = codePage == codePageSimplifiedChinese ? WC_NO_BEST_FIT_CHARS : 0;
+    const bool isUtf8 = codePage == codePageUtf8 || (codePage == codePageAnsi && ::GetACP() == codePageUtf8);
+    const DWORD flags = isUtf8 ? 0 : WC_NO_BEST_FIT_CHARS;
     return IsEmpty(wideCount)
                ? 0
                : ::WideCharToMultiByte(codePage, flags, wide, wideCount, bytes, capacity, nullptr, nullptr);
