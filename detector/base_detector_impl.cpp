@@ -149,7 +149,8 @@ std::int32_t BaseDetectorImpl::ProcessInput(OKM8::MFF::IMultimediaBuffer* inputD
     } catch (...) {
         Fail("Image processing exception");
     }
-    buffer.reset();  // the engine half may keep the frame longer
+    buffer.reset();         // the engine half may keep the frame longer
+    PublishFrameOutcome();  // a setter may have cleared it meanwhile
     return frameOutcome;
 }
 
@@ -229,59 +230,66 @@ void BaseDetectorImpl::RebuildTransforms() {
 
 void BaseDetectorImpl::OnSettingsApplied() {}
 
-// REQUIRES: stateMutex.
-std::int32_t BaseDetectorImpl::RefuseLocked(const char* refusedName) {
-    errorCode = OKM8::ErrorCode::RefusedSetting;
-    errorText = refusedName != nullptr ? refusedName : "";
-    return OKM8::ErrorCode::RefusedSetting;
+// What every setter and accessor of a named value does around its own action, which answers whether there is such a
+// value. Nothing gets out to the host: what throws for want of memory counts as refused.
+template <class Action>
+std::int32_t BaseDetectorImpl::ReachValue(const char* valueName, Action action) noexcept {
+    const boost::mutex::scoped_lock lock(stateMutex);
+    SetErrorLocked(OKM8::ErrorCode::None, "");
+    bool isReached = false;
+    try {
+        isReached = valueName != nullptr && action();
+    } catch (const std::exception&) {
+        isReached = false;
+    }
+    if (!isReached) {
+        SetErrorLocked(OKM8::ErrorCode::RefusedSetting, valueName != nullptr ? valueName : "");
+    }
+    return errorCode;
 }
 
 template <class Value>
 std::int32_t BaseDetectorImpl::SetBoundValue(const char* settingName, const Value& value) {
-    const boost::mutex::scoped_lock lock(stateMutex);
-    errorCode = OKM8::ErrorCode::None;
-    errorText.clear();
-    if (settingName == nullptr || !settings.Write(settingName, value)) {
-        return RefuseLocked(settingName);
-    }
-    return OKM8::ErrorCode::None;
+    return ReachValue(settingName, [&] { return settings.Write(settingName, value); });
 }
 
 std::int32_t BaseDetectorImpl::SetBoundString(const char* settingName, const char* value) {
-    return SetBoundValue(settingName, std::string(value != nullptr ? value : ""));
+    return ReachValue(settingName,
+                      [&] { return settings.Write(settingName, std::string(value != nullptr ? value : "")); });
 }
 
 template <class Value>
 std::int32_t BaseDetectorImpl::SetFrameValue(const char* valueName, const Value& value) {
-    const boost::mutex::scoped_lock lock(stateMutex);
-    errorCode = OKM8::ErrorCode::None;
-    errorText.clear();
-    if (valueName == nullptr) {
-        return RefuseLocked(valueName);
-    }
-    try {
+    return ReachValue(valueName, [&] {
         frameValues.Write(valueName, value);
-    } catch (const boost::bad_any_cast&) {
-        return RefuseLocked(valueName);
-    }
-    return OKM8::ErrorCode::None;
+        return true;
+    });
 }
 
 std::int32_t BaseDetectorImpl::SetFrameString(const char* valueName, const char* value) {
-    return SetFrameValue(valueName, std::string(value != nullptr ? value : ""));
+    return ReachValue(valueName, [&] {
+        frameValues.Write(valueName, std::string(value != nullptr ? value : ""));
+        return true;
+    });
 }
+
+// The types that the interfaces' setters hand on.
+template std::int32_t BaseDetectorImpl::SetBoundValue(const char*, const double&);
+template std::int32_t BaseDetectorImpl::SetBoundValue(const char*, const std::int32_t&);
+template std::int32_t BaseDetectorImpl::SetBoundValue(const char*, const bool&);
+template std::int32_t BaseDetectorImpl::SetFrameValue(const char*, const double&);
+template std::int32_t BaseDetectorImpl::SetFrameValue(const char*, const std::int32_t&);
+template std::int32_t BaseDetectorImpl::SetFrameValue(const char*, const bool&);
 
 template <class Value, class Take>
 std::int32_t BaseDetectorImpl::ReadFrameValue(const char* valueName, Take take) {
-    const boost::mutex::scoped_lock lock(stateMutex);
-    errorCode = OKM8::ErrorCode::None;
-    errorText.clear();
-    const Value* const stored = valueName != nullptr ? frameValues.Read<Value>(valueName) : nullptr;
-    if (stored == nullptr) {
-        return RefuseLocked(valueName);
-    }
-    take(*stored);
-    return OKM8::ErrorCode::None;
+    return ReachValue(valueName, [&] {
+        const Value* const stored = frameValues.Read<Value>(valueName);
+        if (stored != nullptr) {
+            take(*stored);
+        }
+        return stored != nullptr;
+    });
 }
 
 std::int32_t BaseDetectorImpl::GetFrameString(const char* valueName, std::string& value) {
@@ -310,24 +318,47 @@ std::int32_t BaseDetectorImpl::CurrentErrorCode() const {
     return Bound(errorCode);
 }
 
-const char* BaseDetectorImpl::CurrentErrorText() {
+const char* BaseDetectorImpl::CurrentErrorText() noexcept {
     const boost::mutex::scoped_lock lock(stateMutex);
-    reportedText = errorText;
+    try {
+        reportedText = errorText;
+    } catch (const std::exception&) {
+        reportedText.clear();
+    }
     return reportedText.c_str();
 }
 
-void BaseDetectorImpl::ClearError() {
+void BaseDetectorImpl::ClearError() noexcept {
     const boost::mutex::scoped_lock lock(stateMutex);
-    errorCode = OKM8::ErrorCode::None;
-    errorText.clear();
+    SetErrorLocked(OKM8::ErrorCode::None, "");
 }
 
-bool BaseDetectorImpl::Fail(const std::string& text) {
+// REQUIRES: stateMutex. For want of memory the code comes without its text.
+void BaseDetectorImpl::SetErrorLocked(std::int32_t code, const char* text) noexcept {
+    errorCode = code;
+    try {
+        errorText = text;
+    } catch (const std::exception&) {
+        errorText.clear();
+    }
+}
+
+bool BaseDetectorImpl::Fail(const char* text) noexcept {
     frameOutcome = OKM8::ErrorCode::Failed;
-    const boost::mutex::scoped_lock lock(stateMutex);
-    errorCode = OKM8::ErrorCode::Failed;
-    errorText = text;
+    try {
+        frameErrorText = text;
+    } catch (const std::exception&) {
+        frameErrorText.clear();
+    }
+    PublishFrameOutcome();
     return false;
+}
+
+void BaseDetectorImpl::PublishFrameOutcome() noexcept {
+    if (frameOutcome != OKM8::ErrorCode::None) {
+        const boost::mutex::scoped_lock lock(stateMutex);
+        SetErrorLocked(frameOutcome, frameErrorText.c_str());
+    }
 }
 
 // Log.

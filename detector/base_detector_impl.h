@@ -146,14 +146,10 @@ class BaseDetectorImpl : public OKM8::Analytics::IDetector,
   protected:
     /// Both objects are the host's and outlive the detector; neither is null.
     BaseDetectorImpl(OKM8::IContract* hostPeer, void* hostObject);
-#if OKM8_MICROSOFT_ABI
-    ~BaseDetectorImpl() override;
-#else
     ~BaseDetectorImpl();
-#endif
 
     /// Sets the error state to code 1 and that text; the frame in hand answers 1. Answers false. FRAME.
-    bool Fail(const std::string& text);
+    bool Fail(const char* text) noexcept;
 
     /// Binds a setting's name to a member. Construction alone.
     template <class Value>
@@ -217,13 +213,18 @@ class BaseDetectorImpl : public OKM8::Analytics::IDetector,
     std::int32_t ReadFrameValue(const char* valueName, Take take);
 
     std::int32_t CurrentErrorCode() const;
-    const char* CurrentErrorText();
-    void ClearError();
-    std::int32_t RefuseLocked(const char* refusedName);
+    const char* CurrentErrorText() noexcept;
+    void ClearError() noexcept;
+    void SetErrorLocked(std::int32_t code, const char* text) noexcept;
+    void PublishFrameOutcome() noexcept;
+    template <class Action>
+    std::int32_t ReachValue(const char* valueName, Action action) noexcept;
 
     mutable boost::mutex stateMutex;
-    std::string reportedText;       // the characters behind GetErrorMessage; guarded by stateMutex
-    std::int32_t frameOutcome = 0;  // of the frame in hand, whatever setters do to the error state meanwhile
+    std::string reportedText;  // the characters behind GetErrorMessage; guarded by stateMutex
+    // Of the frame in hand, whatever setters do to the error state meanwhile.
+    std::int32_t frameOutcome = 0;
+    std::string frameErrorText;
 };
 
 }  // namespace plate_recognition

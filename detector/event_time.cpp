@@ -1,6 +1,7 @@
 #include "detector/event_time.h"
 
 #include <boost/date_time/posix_time/posix_time.hpp>
+#include <cstring>
 #include <limits>
 
 #include "sdk/plate_events.h"
@@ -27,6 +28,13 @@ ptime DateTimeOfTicks(std::int64_t ticks) {
     return ptime(ptime::time_rep_type(ticks));
 }
 
+std::int64_t TicksOf(const ptime& time) {
+    static_assert(sizeof(ptime) == sizeof(std::int64_t));
+    std::int64_t ticks = 0;
+    std::memcpy(&ticks, &time, sizeof ticks);
+    return ticks;
+}
+
 }  // namespace
 
 std::int64_t CurrentUtcMilliseconds() {
@@ -47,8 +55,10 @@ std::int64_t MillisecondsOf(const ptime& time) {
     if (time.is_not_a_date_time()) {
         return noDateTime;
     }
-    const ptime epoch = DateTimeOfTicks(OKM8::Analytics::TrackTimeEpoch);
-    return (time - epoch).total_microseconds() / microsecondsPerMillisecond;
+    // The library's own difference overflows where this one wraps.
+    return static_cast<std::int64_t>(static_cast<std::uint64_t>(TicksOf(time)) -
+                                     std::uint64_t{OKM8::Analytics::TrackTimeEpoch}) /
+           microsecondsPerMillisecond;
 }
 
 ptime DateTimeOfMilliseconds(std::int64_t milliseconds) {

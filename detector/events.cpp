@@ -43,6 +43,7 @@ bool BaseDetectorImpl::PrepareEvent(const std::string& eventName, std::int64_t t
     IEventArgsAdjuster* const arguments = (*raiser)->GetEventArgs();
     if (arguments == nullptr) {
         (*raiser)->Discard();
+        *raiser = nullptr;
         return Fail("IEventArgsAdjuster getting error");
     }
     arguments->SetObjectValue(EventKey::Targets, *targets);
@@ -66,6 +67,7 @@ bool BaseDetectorImpl::CreateEventWithTarget(const std::string& eventName, std::
     *target = targets->AddTarget(targetReserved);
     if (*target == nullptr) {
         (*raiser)->Discard();
+        *raiser = nullptr;
         return Fail("ITargetAdjuster getting error");
     }
     return true;
@@ -77,11 +79,16 @@ void BaseDetectorImpl::RaiseDebugFigures(const void* figures, const std::string&
     if (!CreateEventWithTarget(OKM8::Analytics::EventName::DebugFigures, &target, &raiser)) {
         return;
     }
-    if (OKM8::IBinaryAdjuster* const binary = BinaryAdjusterOf(target)) {
-        binary->SetBinaryValue(FiguresKey::Figures, figures, figuresSize);
+    try {
+        if (OKM8::IBinaryAdjuster* const binary = BinaryAdjusterOf(target)) {
+            binary->SetBinaryValue(FiguresKey::Figures, figures, figuresSize);
+        }
+        const std::string key = figuresKey.empty() ? GetDefaultFiguresKey() : figuresKey;
+        target->SetStringValue(FiguresKey::Key, key.c_str());
+    } catch (...) {
+        raiser->Discard();
+        throw;
     }
-    const std::string key = figuresKey.empty() ? GetDefaultFiguresKey() : figuresKey;
-    target->SetStringValue(FiguresKey::Key, key.c_str());
     raiser->Raise();
 }
 

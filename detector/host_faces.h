@@ -5,6 +5,8 @@
 /// have setters of the same names.
 #pragma once
 
+#include <cstdint>
+
 #include "sdk/detector.h"
 
 namespace plate_recognition {

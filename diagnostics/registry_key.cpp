@@ -13,7 +13,7 @@ constexpr std::uint32_t valueCapacity = 10240;
 
 RegistryKey::RegistryKey(const std::string& keyPath) : path(keyPath) {
     using platform::RegistryHive;
-    // Opened in the view of 32-bit programs, where the installer of the recorder writes; made in the native one.
+    // Opened in the view of 32-bit programs, made in the native one.
     status = platform::OpenRegistryKey(RegistryHive::LocalMachine, path.c_str(), platform::registryAllAccess32BitView,
                                        handle);
     if (!IsOpen()) {

@@ -20,8 +20,8 @@ struct IMultimediaBuffer : IContract {
 
 /// A raw picture buffer: 8-bit luminance alone, planar 4:2:0 (I420) or planar 4:2:2, told apart by the size alone.
 struct ICompositeBuffer : IMultimediaBuffer {
-    /// First byte of the picture, null for a black picture of the size given below. Frame thread. The bytes belong
-    /// to the buffer, are only read, and must stay as they are until Release.
+    /// First byte of the picture, null for a picture of zero bytes of the size given below. Frame thread. The bytes
+    /// belong to the buffer, are only read, and must stay as they are until Release.
     virtual uint8_t* GetData() = 0;
     /// Size of the picture in bytes. Frame thread.
     virtual uint32_t GetDataSize() = 0;

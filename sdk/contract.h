@@ -10,7 +10,8 @@
 /// - "frame thread": the thread that is inside Receive or ReceiveSingle of the detector concerned; the host chooses
 ///   it, call by call.
 /// - "owner thread": the thread that loads the library, creates detectors and destroys them.
-/// No operation throws across the boundary, and none returns a class by value.
+/// No operation returns a class by value. None throws across the boundary but for three that say so: GetModule and
+/// CreateDetector when an object cannot be made, ApplySettings for what is no std::exception.
 #pragma once
 
 #include <stddef.h>

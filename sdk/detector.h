@@ -33,7 +33,8 @@ struct IAsyncAdjuster : IContract {
     virtual int32_t SetDoubleValue(const char* name, double value) = 0;
     virtual int32_t SetIntValue(const char* name, int32_t value) = 0;
     virtual int32_t SetBoolValue(const char* name, bool value) = 0;
-    /// Makes the detector take the values into effect; a failure stands in the error state.
+    /// Makes the detector take the values into effect; a failure stands in the error state. What is no std::exception
+    /// is thrown on.
     /// Any thread, not from inside an event's Raise; waits for a frame that is being handled.
     virtual void ApplySettings() = 0;
 };

@@ -16,7 +16,8 @@ namespace Analytics {
 
 /// The factory for detectors.
 struct IModule : PLUGIN::IPluginModule {
-    /// Answers a new detector, or null when `detectorPeer` is null. `reserved` is not read.
+    /// Answers a new detector, or null when `detectorPeer` or the module's host object is null; throws std::exception
+    /// when it cannot be made. `reserved` is not read.
     /// The host owns the detector and ends it with Destroy; the peer stays the host's and must outlive the detector.
     /// Owner thread.
     virtual IDetector* CreateDetector(void* reserved, IContract* detectorPeer) = 0;
@@ -25,7 +26,8 @@ struct IModule : PLUGIN::IPluginModule {
 /// The exports, in the order in which a host calls them. Owner thread, one call at a time.
 /// InitializeModule: keeps the host object (an IHost) and answers 0, always.
 using InitializeModuleFunction = int32_t(void* host);
-/// GetModule: the one module object, owned by the library; null before InitializeModule.
+/// GetModule: the one module object, owned by the library; null before InitializeModule and
+/// for a null host; throws std::exception when it cannot be made.
 using GetModuleFunction = IModule*();
 /// FinalizeModule: ends the module object. Every detector must have been destroyed before.
 using FinalizeModuleFunction = void();
