@@ -9,6 +9,7 @@ namespace ThreadRoutines {
 namespace {
 
 constexpr std::int64_t microsecondsPerMillisecond = 1000;
+constexpr std::int64_t longestWaitMilliseconds = INT64_C(365) * 24 * 3600 * 1000;  // what the clock's arithmetic bears
 
 }  // namespace
 
@@ -31,17 +32,18 @@ void PollTimeoutThread::Start(std::function<void()> action) {
             platform::ReleaseLibrary(library);
         });
     } catch (...) {
+        platform::DropLibrary(library);
         pollAction = nullptr;
         throw;
     }
 }
 
 void PollTimeoutThread::Stop() {
-    if (IsPollThread()) {
-        return;
-    }
     if (platform::OtherThreadsAreGone()) {
         pollThread.detach();  // it was stopped wherever it was, perhaps with a mutex held
+        return;
+    }
+    if (IsPollThread()) {
         return;
     }
     const boost::this_thread::disable_interruption callersInterruptionIsNotOurs;
@@ -59,6 +61,7 @@ void PollTimeoutThread::Stop() {
         ending.swap(pollThread);
     }
     if (ending.joinable()) {
+        ending.interrupt();  // it may be another one than above
         ending.join();
     }
 }
@@ -94,12 +97,15 @@ void PollTimeoutThread::Run() {
             if (wait) {
                 wait(period);
             } else {
-                const std::int64_t milliseconds = std::max<std::int64_t>(period / microsecondsPerMillisecond, 0);
+                const std::int64_t milliseconds =
+                    std::clamp<std::int64_t>(period / microsecondsPerMillisecond, 0, longestWaitMilliseconds);
                 boost::this_thread::sleep(boost::posix_time::milliseconds(milliseconds));
             }
         } while (!boost::this_thread::interruption_requested());
     } catch (const boost::thread_interrupted&) {
         // The wait was cut short.
+    } catch (...) {
+        // Without a wait between them, polls would follow one another at once: polling ends.
     }
 }
 

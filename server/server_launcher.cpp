@@ -1,10 +1,12 @@
 #include "server/server_launcher.h"
 
+#include <atomic>
 #include <boost/algorithm/string/predicate.hpp>
 #include <boost/date_time/posix_time/posix_time.hpp>
 #include <boost/make_shared.hpp>
 #include <exception>
 #include <locale>
+#include <stdexcept>
 
 #include "diagnostics/debug_level.h"
 #include "diagnostics/trace.h"
@@ -34,6 +36,19 @@ struct ProcessList {
 
     platform::SystemHandle handle = platform::CreateProcessList();
 };
+
+// A host that keeps detectors in objects of its own at file scope may destroy them after this one.
+struct ProcessWideLauncher {
+    ProcessWideLauncher() = default;
+    ~ProcessWideLauncher() { hasEnded = true; }
+    ProcessWideLauncher(const ProcessWideLauncher&) = delete;
+    ProcessWideLauncher& operator=(const ProcessWideLauncher&) = delete;
+
+    static constinit std::atomic<bool> hasEnded;
+    boost::shared_ptr<ServerLauncher> launcher = boost::make_shared<ServerLauncher>();
+};
+
+constinit std::atomic<bool> ProcessWideLauncher::hasEnded = false;
 
 }  // namespace
 
@@ -173,6 +188,9 @@ platform::ProcessInformation ServerLauncher::Record() {
 }
 
 boost::shared_ptr<ServerLauncher> GetServerLauncher() {
-    static const boost::shared_ptr<ServerLauncher> launcher = boost::make_shared<ServerLauncher>();
-    return launcher;
+    static const ProcessWideLauncher processWide;
+    if (ProcessWideLauncher::hasEnded) {
+        throw std::runtime_error("The server launcher has ended");
+    }
+    return processWide.launcher;
 }

@@ -51,16 +51,16 @@ class ServerLauncher : public ThreadRoutines::PollTimeoutThread {
 
     boost::posix_time::ptime lastAlive;  // local time; guarded by launcherMutex
     boost::mutex launcherMutex;
-    boost::thread unusedThread;            // never started
-    platform::ProcessInformation process;  // ours, all 0 without one; guarded by launcherMutex
+    [[maybe_unused]] boost::thread unusedThread;  // never started
+    platform::ProcessInformation process;         // ours, all 0 without one; guarded by launcherMutex
     std::uint32_t creationFlags = 0;
     std::uint32_t showWindow;
     std::string commandLine = "plate-Server.exe";  // also the name to look for
-    std::string unusedText;
-    std::int64_t unusedValue = 5000;
+    [[maybe_unused]] std::string unusedText;
+    [[maybe_unused]] std::int64_t unusedValue = 5000;
     boost::mutex startMutex;  // makes one step of a look at the processes and what follows from it
 };
 
 /// The process-wide launcher, made by the first call and ended when the library is unloaded. Throws std::exception when
-/// it cannot be made. Any thread.
+/// it cannot be made and when it has ended. Any thread.
 boost::shared_ptr<ServerLauncher> GetServerLauncher();
