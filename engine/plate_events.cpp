@@ -1,6 +1,7 @@
 // From the tracker's verdict to the event that the host gets.
 
 #include <algorithm>
+#include <exception>
 
 #include "detector/binary_adjuster_cast.h"
 #include "diagnostics/debug_level.h"
@@ -17,9 +18,20 @@ namespace {
 namespace EventName = OKM8::Analytics::EventName;
 namespace PlateKey = OKM8::Analytics::PlateKey;
 
-using diagnostics::Compose;
-using diagnostics::WriteTrace;
 using OKM8::Analytics::ITargetValues;
+
+// A line that cannot be made is dropped: the event has gone out, and the result must go.
+template <class... Arguments>
+void TraceOrDrop(const char* function, std::uint32_t line, const char* format, const Arguments&... arguments) {
+    if (diagnostics::DebugLevel() == 0) {
+        return;
+    }
+    try {
+        diagnostics::WriteTrace(function, line, diagnostics::Compose(format, arguments...));
+    } catch (const std::exception&) {
+        // There is no further place to report to.
+    }
+}
 
 // The one place where numbers among a plate's arguments are set.
 void SetNumber(ITargetValues& values, const char* key, std::int32_t number) {
@@ -40,10 +52,8 @@ void VexlaneDetectorImpl::OnResult(ILicencePlateTracker*, boost::shared_ptr<Lice
         if (found != pendingResults.end()) {
             const std::vector<TrackPoint> track = TrackPointsOf(readings);
             RaisePlateEvent(*found->second, track);
-            if (diagnostics::DebugLevel() != 0) {
-                WriteTrace("plate_recognition::VexlaneDetectorImpl::OnResult", __LINE__,
-                           Compose("Send plate ID = %1% Tracks: %2%", bestReading->id, track.size()));
-            }
+            TraceOrDrop("plate_recognition::VexlaneDetectorImpl::OnResult", __LINE__, "Send plate ID = %1% Tracks: %2%",
+                        bestReading->id, track.size());
         }
     }
     OnMayReleaseLicencePlate(nullptr, bestReading);
@@ -54,10 +64,8 @@ void VexlaneDetectorImpl::OnMayReleaseLicencePlate(ILicencePlateTracker*, boost:
         return;
     }
     const boost::mutex::scoped_lock lock(resultsMutex);
-    if (diagnostics::DebugLevel() != 0) {
-        WriteTrace("plate_recognition::VexlaneDetectorImpl::OnMayReleaseLicencePlate", __LINE__,
-                   Compose("Remove plate ID = %1%, still left = %2%", reading->id, pendingResults.size()));
-    }
+    TraceOrDrop("plate_recognition::VexlaneDetectorImpl::OnMayReleaseLicencePlate", __LINE__,
+                "Remove plate ID = %1%, still left = %2%", reading->id, pendingResults.size());
     pendingResults.erase(static_cast<std::int32_t>(reading->id));
 }
 
@@ -68,10 +76,15 @@ void VexlaneDetectorImpl::RaisePlateEvent(const RecognitionResult& result, const
     if (!CreateEventWithTarget(eventName, static_cast<std::int64_t>(result.creationTime), &target, &raiser)) {
         return;
     }
-    FillEventArguments(result, *target);
     const OKM8::Analytics::TrackPointList view = ViewOf(track);
-    if (OKM8::IBinaryAdjuster* const binary = BinaryAdjusterOf(target)) {
-        binary->SetBinaryValue(PlateKey::AllTracks, &view, sizeof view);
+    try {
+        FillEventArguments(result, *target);
+        if (OKM8::IBinaryAdjuster* const binary = BinaryAdjusterOf(target)) {
+            binary->SetBinaryValue(PlateKey::AllTracks, &view, sizeof view);
+        }
+    } catch (...) {
+        raiser->Discard();
+        throw;
     }
     raiser->Raise();
 }

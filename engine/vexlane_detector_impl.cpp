@@ -74,7 +74,7 @@ VexlaneDetectorImpl::~VexlaneDetectorImpl() {
 
 void VexlaneDetectorImpl::OnSettingsApplied() {
     if (tracker) {
-        static_cast<CLicencePlateTracker&>(*tracker).SetLostTimeout(static_cast<std::uint64_t>(trackerParameter));
+        tracker->SetLostTimeout(static_cast<std::uint64_t>(trackerParameter));
     }
     plateRangeMax = -1;
     plateRangeMin = -1;

@@ -73,7 +73,6 @@ class VexlaneDetectorImpl : public BaseDetectorImpl, public ILicencePlateTracker
     std::int32_t resultWaitTime = 0;  // bound; seconds
 
   private:
-    void RestartServer();
     void ReadFrame(FrameImage& frame, const boost::shared_ptr<OKM8::MFF::ICompositeBuffer>& buffer);
     void MakeTracker();
     LicencePlatePtr MakeReading(const FrameImage& frame, std::uint64_t timeStamp, const RPLATE& plate) const;

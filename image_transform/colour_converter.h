@@ -17,7 +17,7 @@ class ConverterYUV2RGB final : public IImageTransform {
     void Transform(const ImageData& in, ImageData& out) override;
 
   private:
-    bool blueFirst;
+    [[maybe_unused]] bool blueFirst;
     ImageData output;
 };
 
@@ -30,7 +30,7 @@ class ConverterYUV2RGBPlanar final : public IImageTransform {
     void Transform(const ImageData& in, ImageData& out) override;
 
   private:
-    bool blueFirst;
+    [[maybe_unused]] bool blueFirst;
     ImageData output;
 };
 

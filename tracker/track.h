@@ -52,7 +52,7 @@ class CTrack {
     void SetInitialDirection(const LicencePlateHolder& holder);
     void UpdateMotion();
 
-    std::int64_t id;
+    [[maybe_unused]] std::int64_t id;
     std::uint64_t count = 0;
     LicencePlateHolderPtr first;
     LicencePlateHolderPtr previous;
