@@ -139,7 +139,7 @@ void HostProcess::Pump(const std::function<bool()>& isDone, const char* what) {
     const auto end = std::chrono::steady_clock::now() + deadline;
     while (!isDone()) {
         if (std::chrono::steady_clock::now() > end) {
-            throw std::runtime_error(std::string("no ") + what + " in time; output: " + output + "; errors: " + errors);
+            throw std::runtime_error(std::string("no ") + what + "; output: " + output + "; errors: " + errors);
         }
         PumpOnce();
     }
@@ -158,12 +158,21 @@ void HostProcess::CloseOutput() {
     Close(outputPipe);
 }
 
+// A process that has closed its streams says nothing more, however long the wait.
+void HostProcess::WaitForText(const std::string& stream, const std::string& text, const char* what) {
+    const auto isThere = [&stream, &text] { return stream.find(text) != std::string::npos; };
+    Pump([&] { return isThere() || (outputPipe == -1 && errorPipe == -1); }, what);
+    if (!isThere()) {
+        throw std::runtime_error(std::string("no ") + what + "; output: " + output + "; errors: " + errors);
+    }
+}
+
 void HostProcess::WaitForOutput(const std::string& text) {
-    Pump([this, &text] { return output.find(text) != std::string::npos; }, "output");
+    WaitForText(output, text, "output");
 }
 
 void HostProcess::WaitForErrors(const std::string& text) {
-    Pump([this, &text] { return errors.find(text) != std::string::npos; }, "line on standard error");
+    WaitForText(errors, text, "line on standard error");
 }
 
 void HostProcess::WaitUntilInputIsRead() {

@@ -47,6 +47,7 @@ class HostProcess {
     const std::string& Errors() const { return errors; }
 
   private:
+    void WaitForText(const std::string& stream, const std::string& text, const char* what);
     void Pump(const std::function<bool()>& isDone, const char* what);
 
     pid_t child = -1;
