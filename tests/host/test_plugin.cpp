@@ -1,4 +1,5 @@
 // A detector library that shows what its host does, and misbehaves on demand. Its own settings begin with "test_".
+#include <chrono>
 #include <cstdio>
 #include <cstring>
 #include <map>
@@ -90,7 +91,7 @@ class TestDetector final : public IDetector,
     void Destroy() override {
         Log("detector destroyed");
         while (values.destroyWaits) {
-            std::this_thread::yield();
+            std::this_thread::sleep_for(std::chrono::milliseconds(1));
         }
         delete this;
     }
