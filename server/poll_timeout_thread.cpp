@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <boost/date_time/posix_time/posix_time_types.hpp>
+#include <limits>
 #include <utility>
 
 namespace ThreadRoutines {
@@ -77,8 +78,9 @@ bool PollTimeoutThread::IsPollThread() const {
 }
 
 void PollTimeoutThread::SetPeriod(std::int64_t milliseconds) {
-    period = static_cast<std::int64_t>(static_cast<std::uint64_t>(milliseconds) *
-                                       static_cast<std::uint64_t>(microsecondsPerMillisecond));
+    period = std::clamp(milliseconds, std::numeric_limits<std::int64_t>::min() / microsecondsPerMillisecond,
+                        std::numeric_limits<std::int64_t>::max() / microsecondsPerMillisecond) *
+             microsecondsPerMillisecond;
 }
 
 void PollTimeoutThread::SetWaitAction(std::function<void(std::int64_t)> action) {

@@ -32,7 +32,8 @@ class PollTimeoutThread {
 
     bool IsRunning() const;
 
-    /// Taken into account from the next wait on. 5000 at first.
+    /// Taken into account from the next wait on. 5000 at first. One that does not fit 64 bits of microseconds counts as
+    /// the nearest that does.
     void SetPeriod(std::int64_t milliseconds);
 
     /// Called with the period, in microseconds, in place of every wait from the next poll on; empty for the wait. It
