@@ -12,7 +12,9 @@
 #include <thread>
 #include <vector>
 
+#include "tests/server/other_polls.h"
 #include "tests/support/comes_true.h"
+#include "tests/support/in_time.h"
 
 namespace {
 
@@ -139,6 +141,38 @@ TEST(PollTimeoutThread, TakesAPeriodBeyondItsRange) {
     EXPECT_TRUE(polls.Reaches(2));
 }
 
+TEST(PollTimeoutThread, WaitsForAsLongAsItCanWhenThePeriodIsBeyondItsRange) {
+    for (const std::int64_t milliseconds : {INT64_MAX / 1000, INT64_MAX / 1000 + 1, INT64_MAX / 2 + 1, INT64_MAX}) {
+        Counter polls;
+        PollTimeoutThread poll;
+        poll.SetPeriod(milliseconds);
+        poll.Start(polls.Action());
+        ASSERT_TRUE(polls.Reaches(1));
+        LetOthersPoll();
+        EXPECT_EQ(polls.count, 1) << milliseconds;
+        EXPECT_TRUE(EndsInTime([&poll] { poll.Stop(); })) << milliseconds;
+        EXPECT_FALSE(poll.IsRunning());
+        EXPECT_EQ(polls.count, 1) << milliseconds;
+    }
+}
+
+TEST(PollTimeoutThread, HandsTheWaitActionTheLongestPeriodForOneBeyondItsRange) {
+    for (const auto& [milliseconds, microseconds] :
+         std::vector<std::pair<std::int64_t, std::int64_t>>{{INT64_MAX / 1000, INT64_MAX / 1000 * 1000},
+                                                            {INT64_MAX, INT64_MAX / 1000 * 1000},
+                                                            {INT64_MIN, INT64_MIN / 1000 * 1000}}) {
+        Waits waits;
+        Counter polls;
+        PollTimeoutThread poll;
+        poll.SetWaitAction(waits.Action());
+        poll.SetPeriod(milliseconds);
+        poll.Start(polls.Action());
+        ASSERT_TRUE(polls.Reaches(2));
+        poll.Stop();
+        EXPECT_THAT(waits.Periods(), testing::Each(microseconds));
+    }
+}
+
 TEST(PollTimeoutThread, TakesANewPeriodIntoAccountFromTheNextWaitOn) {
     Waits waits;
     waits.held = true;
@@ -235,8 +269,7 @@ TEST(PollTimeoutThread, WaitsForAPollInProgressWhenItIsStopped) {
     poll.Start([&] {
         inPoll = true;
         EXPECT_TRUE(ComesTrue([&] { return stopping.load(); }));
-        // Long enough for a Stop that does not wait to come back first.
-        std::this_thread::sleep_for(std::chrono::milliseconds(100));
+        LetOthersPoll();  // a Stop that does not wait comes back first
         pollEnded = true;
     });
     ASSERT_TRUE(ComesTrue([&] { return inPoll.load(); }));
@@ -280,6 +313,59 @@ TEST(PollTimeoutThread, CanBeStoppedTheMomentItStarts) {
         poll.Stop();
         EXPECT_FALSE(poll.IsRunning());
         EXPECT_LE(polls.count, 1);
+    }
+}
+
+TEST(PollTimeoutThread, StoppedStartedAndStoppedAgainByManyAtOnceAlwaysEnds) {
+    constexpr int rounds = 100;
+    PollTimeoutThread poll;
+    poll.SetPeriod(anHour);
+    std::atomic<int> polls = 0;
+    const auto stopStartStop = [&] {
+        for (int round = 0; round < rounds; ++round) {
+            poll.Stop();
+            poll.Start([&polls] { ++polls; });
+            poll.Stop();
+        }
+    };
+    EXPECT_TRUE(EndsInTime([&] {
+        std::vector<std::thread> threads;
+        for (int thread = 0; thread < 4; ++thread) {
+            threads.emplace_back(stopStartStop);
+        }
+        for (std::thread& thread : threads) {
+            thread.join();
+        }
+    }));
+    EXPECT_FALSE(poll.IsRunning()) << "everybody stopped it last";
+    EXPECT_LE(polls, 4 * rounds) << "an hour between two polls of one start";
+    const int before = polls;
+    poll.Start([&polls] { ++polls; });
+    EXPECT_TRUE(ComesTrue([&] { return polls > before; })) << "and it can still be started";
+}
+
+TEST(PollTimeoutThread, EndsPollingAndNotTheProcessWhenTheWaitActionThrows) {
+    const std::vector<std::function<void()>> failures = {[] { throw std::runtime_error("no clock"); },
+                                                         [] { throw 42; }};
+    for (const std::function<void()>& fail : failures) {
+        Counter polls;
+        std::atomic<int> waits = 0;
+        PollTimeoutThread poll;
+        poll.SetPeriod(0);
+        poll.SetWaitAction([&](std::int64_t) {
+            ++waits;
+            fail();
+        });
+        poll.Start(polls.Action());
+        ASSERT_TRUE(ComesTrue([&] { return waits == 1; }));
+        LetOthersPoll();
+        EXPECT_EQ(polls.count, 1);
+        EXPECT_EQ(waits, 1);
+        EXPECT_TRUE(EndsInTime([&poll] { poll.Stop(); }));
+        EXPECT_FALSE(poll.IsRunning());
+        poll.SetWaitAction({});
+        poll.Start(polls.Action());
+        EXPECT_TRUE(polls.Reaches(3)) << "started anew it polls again";
     }
 }
 

@@ -1,6 +1,7 @@
 #include "server/server_launcher.h"
 
 #include "tests/server/launcher_fixture.h"
+#include "tests/server/other_polls.h"
 
 namespace {
 
@@ -217,8 +218,7 @@ TEST_F(Launcher, StopWaitsForThePollInProgress) {
     transcript->OnEntry([&](const std::string& entry) {
         if (entry == "list" && !inPoll.exchange(true)) {
             EXPECT_TRUE(ComesTrue([&] { return stops() == 1; }));
-            // Long enough for a Stop that does not wait to go on.
-            std::this_thread::sleep_for(std::chrono::milliseconds(100));
+            LetOthersPoll();  // a Stop that does not wait goes on meanwhile
         }
     });
     ServerLauncher polling;
@@ -448,6 +448,32 @@ TEST_F(Launcher, AStrangerIsNotAdoptedBehindAStop) {
     EXPECT_TRUE(launcher->IsServerRunning());
     launcher->Stop();
     EXPECT_THAT(fake_processes::Running(), ElementsAre(stranger));
+}
+
+TEST_F(Launcher, AStrangerThatCannotBeOpenedCountsAsRunningAndLeavesTheRecordToOurServer) {
+    const auto launcher = MakeLauncher();
+    const std::uint32_t stranger = fake_processes::AddStranger(serverName);
+    fake_processes::FailOpen(accessDenied);
+    EXPECT_TRUE(launcher->IsServerRunning());
+    transcript->Clear();
+    launcher->Start();
+    EXPECT_THAT(transcript->Lines(), ElementsAre("Start server launcher", "Already started. Process ID: 0x1234"));
+    launcher->Stop();
+    EXPECT_THAT(fake_processes::JournalOf("terminate"), ElementsAre("terminate 4660 code=4294967295"));
+    EXPECT_THAT(fake_processes::Running(), ElementsAre(stranger));
+    EXPECT_TRUE(launcher->IsServerRunning()) << "by the stranger alone";
+}
+
+TEST_F(Launcher, AStrangerThatCannotBeOpenedCountsAsRunningWhenOurServerIsGone) {
+    const auto launcher = MakeLauncher();
+    fake_processes::AddStranger(serverName);
+    fake_processes::FailOpen(accessDenied);
+    fake_processes::Kill(0x1234);
+    launcher->OnTimeout();
+    EXPECT_EQ(fake_processes::JournalOf("start").size(), 1u) << "the poll finds a server and starts none";
+    launcher->Stop();
+    EXPECT_THAT(fake_processes::JournalOf("terminate"), ElementsAre("terminate 4660 code=4294967295"))
+        << "ours is still the one on record";
 }
 
 // Destruction
