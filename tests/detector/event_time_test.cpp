@@ -108,4 +108,25 @@ TEST(EventTime, WrapsBeyond64BitsOfMicrosecondsAndNeverThrows) {
     }
 }
 
+// Near the ends the sum with the epoch wraps, and so does the difference on the way back.
+TEST(EventTime, OfMicrosecondsNearTheEndsOf64BitsComesBackInMilliseconds) {
+    constexpr std::int64_t largest = std::numeric_limits<std::int64_t>::max();
+    constexpr std::int64_t smallest = std::numeric_limits<std::int64_t>::min();
+    const std::int64_t epochTicks = TicksOf(epoch);
+    for (const std::int64_t time :
+         {largest - 2, largest - 3, largest - 1000, largest - epochTicks - 2, largest - epochTicks + 2, smallest + 1,
+          smallest + 2, smallest + 999, smallest + 1000, smallest + epochTicks, smallest / 2, largest / 2}) {
+        EXPECT_EQ(MillisecondsOf(DateTimeOfMicroseconds(time)), time / 1000) << time;
+    }
+}
+
+TEST(EventTime, OfMicrosecondsThatMeetASpecialValueIsThatValues) {
+    constexpr std::int64_t largest = std::numeric_limits<std::int64_t>::max();
+    const std::int64_t epochTicks = TicksOf(epoch);
+    EXPECT_EQ(MillisecondsOf(DateTimeOfMicroseconds(largest - epochTicks)), largest);
+    EXPECT_EQ(MillisecondsOf(DateTimeOfMicroseconds(largest - epochTicks - 1)), largest - 1);
+    EXPECT_EQ(MillisecondsOf(DateTimeOfMicroseconds(largest - epochTicks + 1)),
+              std::numeric_limits<std::int64_t>::min());
+}
+
 }  // namespace

@@ -5,6 +5,8 @@
 
 #include <chrono>
 #include <cstring>
+#include <functional>
+#include <stdexcept>
 
 #include "sdk/contract_names.h"
 #include "tests/detector/test_detector.h"
@@ -15,6 +17,7 @@ using detector_tests::BufferPointer;
 using detector_tests::DetectorPointer;
 using detector_tests::Error;
 using detector_tests::ErrorOf;
+using detector_tests::ErrorsOf;
 using detector_tests::FrameImage;
 using detector_tests::MakeDetector;
 using detector_tests::ReceiverOf;
@@ -281,10 +284,123 @@ TEST_F(Events, DebugFiguresGoWithoutTheirBytesToATargetThatTakesNone) {
     EXPECT_EQ(ErrorOf(*detector), Error(0, ""));
 }
 
-TEST_F(Events, AFrameWhoseEventFailsUnreportedSucceeds) {
+TEST_F(Events, AnEventThatFailsBetweenFramesIsNotTheNextFramesError) {
     host.refusals.factory = true;
+    const std::uint8_t figures[32] = {};
+    detector->RaiseDebugFigures(figures, "key");
+    ASSERT_EQ(ErrorOf(*detector), Error(1, "ITargetEnumeratorFactory getting error"));
     recording_host::BufferCounts counts;
-    EXPECT_EQ(ReceiverOf(*detector).Receive(recording_host::MakeFrame(counts, 64, 48, 1)), 0) << "no event, no error";
+    EXPECT_EQ(ReceiverOf(*detector).Receive(recording_host::MakeFrame(counts, 64, 48, 1)), 0);
+    EXPECT_EQ(ErrorOf(*detector), Error(0, ""));
+}
+
+// A target whose setters throw.
+
+class ThrowingTarget : public Events, public testing::WithParamInterface<const char*> {
+  protected:
+    ThrowingTarget() {
+        host.onSetValue = [](const std::string& key) {
+            if (key == GetParam()) {
+                throw std::runtime_error("target lost");
+            }
+        };
+    }
+
+    void ExpectOneEventThatWasDiscardedOnce() {
+        ASSERT_EQ(host.Events().size(), 1u);
+        EXPECT_EQ(host.Events().front().raised, 0);
+        EXPECT_EQ(host.Events().front().discarded, 1);
+    }
+
+    const std::uint8_t figures[32] = {};
+};
+
+TEST_P(ThrowingTarget, LeavesDebugFiguresUnraisedAndDiscardedOnce) {
+    EXPECT_THROW(detector->RaiseDebugFigures(figures, "key"), std::runtime_error);
+    ExpectOneEventThatWasDiscardedOnce();
+    host.onSetValue = nullptr;
+    detector->RaiseDebugFigures(figures, "key");
+    EXPECT_EQ(host.Events().back().raised, 1);
+}
+
+TEST_P(ThrowingTarget, InsideAFrameIsTheFramesError) {
+    recording_host::BufferCounts counts;
+    detector->onRecognize = [&](FrameImage&, BufferPointer) { detector->RaiseDebugFigures(figures, "key"); };
+    EXPECT_EQ(ReceiverOf(*detector).Receive(recording_host::MakeFrame(counts, 64, 48, 1)), 1);
+    EXPECT_EQ(ErrorOf(*detector), Error(1, "target lost"));
+    ExpectOneEventThatWasDiscardedOnce();
+    EXPECT_EQ(counts.released, 1);
+}
+
+INSTANTIATE_TEST_SUITE_P(AtEachValue, ThrowingTarget, testing::Values("figures", "figures_key"),
+                         [](const auto& instance) { return std::string(instance.param); });
+
+// What clears the error state between an event's failure and its frame's end.
+
+class ClearedMeanwhile : public Events {
+  protected:
+    // A frame whose first event fails; `clear` comes behind it and must leave no error.
+    void ExpectTheEventsErrorBehindAFrameWith(const std::function<void()>& clear) {
+        recording_host::BufferCounts counts;
+        int cleared = 0;
+        detector->onRecognize = [&](FrameImage&, BufferPointer) {
+            host.refusals.raiser = true;
+            detector->RaiseDebugFigures(figures, "key");
+            host.refusals.raiser = false;
+            EXPECT_EQ(ErrorOf(*detector), failure);
+            clear();
+            EXPECT_EQ(ErrorOf(*detector), Error(0, ""));
+            ++cleared;
+        };
+        EXPECT_EQ(ReceiverOf(*detector).Receive(recording_host::MakeFrame(counts, 64, 48, 1)), 1);
+        EXPECT_EQ(cleared, 1);
+        EXPECT_EQ(ErrorsOf(*detector).GetErrorCode(), 1);
+        EXPECT_EQ(ErrorOf(*detector), failure);
+        detector->onRecognize = nullptr;
+        EXPECT_EQ(ReceiverOf(*detector).Receive(recording_host::MakeFrame(counts, 64, 48, 2)), 0);
+        EXPECT_EQ(ErrorOf(*detector), Error(0, ""));
+    }
+
+    const std::uint8_t figures[32] = {};
+    const std::pair<std::int32_t, std::string> failure = Error(1, "IDetectorEventRaiser getting error");
+};
+
+TEST_F(ClearedMeanwhile, ByASetterTheFramesErrorIsTheEvents) {
+    ExpectTheEventsErrorBehindAFrameWith([&] { EXPECT_EQ(SettingsOf(*detector).SetIntValue("area_left", 1), 0); });
+    ExpectTheEventsErrorBehindAFrameWith([&] { EXPECT_EQ(SingleReceiverOf(*detector).SetIntValue("n", 1), 0); });
+}
+
+TEST_F(ClearedMeanwhile, ByAReadAccessorTheFramesErrorIsTheEvents) {
+    SingleReceiverOf(*detector).SetIntValue("n", 44);
+    ExpectTheEventsErrorBehindAFrameWith([&] {
+        std::int32_t number = 0;
+        EXPECT_EQ(detector->GetFrameInt("n", number), 0);
+        EXPECT_EQ(number, 44);
+    });
+}
+
+TEST_F(ClearedMeanwhile, BySettersFromInsideALaterRaiseTheFramesErrorIsTheEvents) {
+    int raised = 0;
+    host.onRaise = [&](const RecordedEvent&) {
+        ++raised;
+        EXPECT_EQ(SettingsOf(*detector).SetIntValue("nothing", 1), 2816);
+        EXPECT_EQ(ErrorOf(*detector), Error(2816, "nothing"));
+        EXPECT_EQ(SettingsOf(*detector).SetIntValue("area_left", 1), 0);
+    };
+    ExpectTheEventsErrorBehindAFrameWith([&] { detector->RaiseDebugFigures(figures, "later"); });
+    EXPECT_EQ(raised, 1);
+}
+
+TEST_F(ClearedMeanwhile, ByARefusalInsteadTheFramesErrorIsStillTheEvents) {
+    recording_host::BufferCounts counts;
+    detector->onRecognize = [&](FrameImage&, BufferPointer) {
+        host.refusals.raiser = true;
+        detector->RaiseDebugFigures(figures, "key");
+        RefuseASetting(*detector);
+        EXPECT_EQ(ErrorOf(*detector), Error(2816, "no such setting"));
+    };
+    EXPECT_EQ(ReceiverOf(*detector).Receive(recording_host::MakeFrame(counts, 64, 48, 1)), 1);
+    EXPECT_EQ(ErrorOf(*detector), failure);
 }
 
 TEST_F(Events, SettersAndErrorReadsWorkFromInsideRaise) {

@@ -242,7 +242,7 @@ TEST_F(FrameIntake, TheEngineSeesTheBuffersOwnPixels) {
     EXPECT_EQ(counts.released, 1);
 }
 
-TEST_F(FrameIntake, NullPixelsGiveAnOwnedBlackImageOfThatSize) {
+TEST_F(FrameIntake, NullPixelsGiveAnOwnedImageOfThatSizeWhoseBytesAreZero) {
     BufferOptions options;
     options.width = 4;
     options.height = 2;
@@ -539,6 +539,26 @@ TEST_F(DetectionRect, OfASingleCallWithAnEmptyAreaIsTheWholeFrameEvenWhenAnAreaI
     }
     SingleReceiverOf(*detector).ReceiveSingle(MakeFrame(counts, 200, 100, 1), nullptr, nullptr);
     EXPECT_EQ(seen, 6);
+}
+
+TEST_F(DetectionRect, OfASingleCallWithAnEmptyAreaIsTheWholeHalfFrame) {
+    SetArea(10, 20, 90, 75);
+    SettingsOf(*detector).SetBoolValue("use_half_cadr", true);
+    int seen = 0;
+    detector->onRecognize = [&](FrameImage&, BufferPointer) {
+        ++seen;
+        EXPECT_EQ(Sides(detector->GetDetectionRect()), Rect(0, 0, 720, 288));
+    };
+    for (const FrameArea area : {FrameArea{10, 40, 0, 40}, FrameArea{10, 40, 20, 0}, FrameArea{}}) {
+        EXPECT_EQ(ReceiveSingle(MakeFrame(counts, 720, 576, 1), area), 0);
+    }
+    EXPECT_EQ(seen, 3);
+    detector->onRecognize = [&](FrameImage&, BufferPointer) {
+        ++seen;
+        EXPECT_EQ(Sides(detector->GetDetectionRect()), Rect(72, 57, 648, 216));
+    };
+    EXPECT_EQ(Receive(MakeFrame(counts, 720, 576, 2)), 0);
+    EXPECT_EQ(seen, 4) << "the configured area is back behind the single calls";
 }
 
 TEST_F(DetectionRect, WrapsItsProductsAndCutsTowardZero) {

@@ -41,9 +41,13 @@ namespace {
 // Where a target's values go.
 struct TargetRecord {
     std::mutex& mutex;
+    RecordingHost& host;
     RecordedTarget record;
 
     void Add(SetValue value) {
+        if (host.onSetValue) {
+            host.onSetValue(value.key);
+        }
         const std::lock_guard lock(mutex);
         record.values.push_back(std::move(value));
     }
@@ -97,8 +101,8 @@ struct BinaryTarget final : TargetBase<TargetWithBinary> {
 };
 
 struct Enumerator final : ITargetEnumeratorAdjuster {
-    Enumerator(std::mutex& hostMutex, const Refusals& hostRefusals, std::int64_t time)
-        : mutex(hostMutex), refusals(hostRefusals), timeMs(time) {}
+    Enumerator(std::mutex& hostMutex, RecordingHost& owner, std::int64_t time)
+        : mutex(hostMutex), host(owner), timeMs(time) {}
     RECORDING_HOST_CONTRACT(Enumerator)
     void Unused1() override {}
     void Unused2() override {}
@@ -108,13 +112,13 @@ struct Enumerator final : ITargetEnumeratorAdjuster {
     void Unused6() override {}
     void Unused7() override {}
     ITargetAdjuster* AddTarget(std::int32_t reserved) override {
-        if (refusals.target) {
+        if (host.refusals.target) {
             return nullptr;
         }
         const std::lock_guard lock(mutex);
-        records.push_back(std::make_unique<TargetRecord>(TargetRecord{mutex, {}}));
+        records.push_back(std::make_unique<TargetRecord>(TargetRecord{mutex, host, {}}));
         records.back()->record.reserved = reserved;
-        if (refusals.binarySetter) {
+        if (host.refusals.binarySetter) {
             plain.push_back(std::make_unique<PlainTarget>(*records.back()));
             return plain.back().get();
         }
@@ -123,7 +127,7 @@ struct Enumerator final : ITargetEnumeratorAdjuster {
     }
 
     std::mutex& mutex;
-    const Refusals& refusals;
+    RecordingHost& host;
     std::int64_t timeMs;
     std::vector<std::unique_ptr<TargetRecord>> records;
     std::vector<std::unique_ptr<PlainTarget>> plain;
@@ -222,7 +226,7 @@ struct RecordingHost::Objects {
                 return nullptr;
             }
             const std::lock_guard lock(objects.mutex);
-            objects.enumerators.push_back(std::make_unique<Enumerator>(objects.mutex, objects.host.refusals, timeMs));
+            objects.enumerators.push_back(std::make_unique<Enumerator>(objects.mutex, objects.host, timeMs));
             return objects.enumerators.back().get();
         }
         Objects& objects;

@@ -80,6 +80,10 @@ class RecordingHost {
     /// Called from inside Raise. Set before frames run.
     std::function<void(const RecordedEvent&)> onRaise;
 
+    /// Called from inside every setter of a target, before the value is recorded; what it throws is the setter's. Set
+    /// before frames run.
+    std::function<void(const std::string& key)> onSetValue;
+
     /// Every event whose raiser was asked for, in order.
     std::vector<RecordedEvent> Events() const;
     /// "LEVEL:TEXT" of each log call.
