@@ -17,6 +17,7 @@
 #include <set>
 #include <sstream>
 #include <string>
+#include <system_error>
 #include <thread>
 #include <vector>
 
@@ -553,6 +554,55 @@ TEST_F(PosixProcess, AProcessOfAnotherUserIsSkipped) {
     ASSERT_TRUE(WIFEXITED(status));
     EXPECT_EQ(WEXITSTATUS(status), 42);
     EXPECT_TRUE(IsListed(mine.processId));
+}
+
+// What the test below sees as a user without rights, who may run the program but not read it; 42 when all is well.
+int LookAsNobody(const std::filesystem::path& program, std::uint32_t othersProcess) {
+    if (setgid(65534) != 0 || setuid(65534) != 0 || access(program.c_str(), R_OK) == 0) {
+        return 1;
+    }
+    ProcessInformation own;
+    if (!platform::StartProcess(program.string(), 0, platform::showWindowHidden, own)) {
+        return 2;
+    }
+    std::error_code hidden;
+    static_cast<void>(std::filesystem::read_symlink("/proc/" + std::to_string(own.processId) + "/exe", hidden));
+    const Ids listed = ListedAs(program.filename());
+    const bool isOthersListed = IsListed(othersProcess);
+    if (!platform::TerminateProcess(own.process, 0)) {
+        return 3;
+    }
+    if (hidden != std::errc::permission_denied) {
+        return 4;  // nothing that the test is about
+    }
+    if (listed != Ids{own.processId}) {
+        return 5;
+    }
+    return isOthersListed ? 6 : 42;
+}
+
+// The system shows less of such a program than of others: its name has to be read elsewhere.
+TEST_F(PosixProcess, AProgramThatMayNotBeReadIsListedUnderItsNameForItsOwnUserAlone) {
+    if (getuid() != 0) {
+        GTEST_SKIP() << "needs the right to become another user";
+    }
+    namespace fs = std::filesystem;
+    fs::permissions(folder, fs::perms::owner_all | fs::perms::group_exec | fs::perms::others_exec);
+    for (const mode_t mode : {mode_t{0711}, mode_t{0111}}) {
+        const std::string name = "vexlane-test-unreadable-" + std::to_string(mode) + ".exe";
+        const fs::path program = CopyHelper(folder / name);
+        ASSERT_EQ(chmod(program.c_str(), mode), 0);
+        const ProcessInformation others = StartLasting(program.string());
+        const pid_t child = fork();
+        if (child == 0) {
+            _exit(LookAsNobody(program, others.processId));
+        }
+        int status = 0;
+        ASSERT_EQ(waitpid(child, &status, 0), child);
+        ASSERT_TRUE(WIFEXITED(status));
+        EXPECT_EQ(WEXITSTATUS(status), 42) << name;
+        EXPECT_EQ(ListedAs(name), Ids{others.processId}) << "the system's own user may read it";
+    }
 }
 
 // Hosts with habits of their own
