@@ -4,11 +4,13 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <boost/weak_ptr.hpp>
 #include <cstring>
 #include <random>
 #include <stdexcept>
 
 #include "tests/engine/probe_detector.h"
+#include "tests/support/comes_true.h"
 
 namespace {
 
@@ -68,8 +70,32 @@ TEST_F(Lifecycle, EveryNewDetectorRestartsTheSharedServer) {
 }
 
 TEST_F(Lifecycle, AServerIsRunningOnceTheFirstDetectorIsThereWhoeverStartedIt) {
-    Detector();  // the first poll may come before or after
+    Detector();  // the first poll may come before or after, and may be replacing the server right now
+    EXPECT_TRUE(ComesTrue([] { return fake_processes::Running().size() == 1; }));
+}
+
+TEST_F(Lifecycle, ANewDetectorEndsPollingWhenAServerRuns) {
+    EndPolling();
+    Detector();
+    ASSERT_EQ(fake_processes::Running().size(), 1u);
+    const auto launcher = GetServerLauncher();
+    launcher->PollTimeoutThread::Start([launcher] { launcher->OnTimeout(); });
+    EXPECT_TRUE(launcher->IsRunning());
+    const DetectorPointer second(new ProbeDetector(host.Peer(), host.Object()));
+    EXPECT_FALSE(launcher->IsRunning());
     EXPECT_EQ(fake_processes::Running().size(), 1u);
+}
+
+TEST_F(Lifecycle, ANewDetectorLeavesPollingOnWhenNoServerRuns) {
+    EndPolling();
+    fake_processes::FailStart(2);
+    const auto launcher = GetServerLauncher();
+    launcher->PollTimeoutThread::Start([launcher] { launcher->OnTimeout(); });
+    Detector();
+    EXPECT_TRUE(launcher->IsRunning());
+    EXPECT_THAT(fake_processes::JournalOf("terminate"), IsEmpty());
+    End();
+    EXPECT_FALSE(launcher->IsRunning()) << "a destroyed one ends it";
 }
 
 TEST_F(Lifecycle, EveryDestroyedDetectorStopsTheServerForAllAndTheOthersGoOn) {
@@ -143,12 +169,17 @@ TEST_F(Lifecycle, AFailureOfTheFirstLineIsCaughtTooAndTheServerIsLeftAlone) {
 }
 
 TEST_F(Lifecycle, AFailureToStopTheServerDoesNotGetOutOfTheEnd) {
+    EndPolling();
     Find(FoundPlate{});
     Frame(1);
+    ASSERT_EQ(counts.released, 0);
     diagnostics::SetDebugLevel(1);
+    output.Clear();
     const FailingOutput failing("ServerLauncher: Stop server launcher", output);
     EXPECT_NO_THROW(End());
-    EXPECT_EQ(counts.released, counts.made);
+    EXPECT_THAT(Trace(), ElementsAre(LineOf("~VexlaneDetectorImpl", "no room for lines"),
+                                     LineOf("OnMayReleaseLicencePlate", "Remove plate ID = 0, still left = 0")));
+    EXPECT_EQ(counts.released, 1);
 }
 
 // The end in the middle of tracks.
@@ -166,6 +197,26 @@ TEST_F(Lifecycle, TheEndRaisesNoEventsAndHandsUnreportedReadingsBackFromAnEmptyT
                 UnorderedElementsAre(LineOf("OnMayReleaseLicencePlate", "Remove plate ID = 0, still left = 0"),
                                      LineOf("OnMayReleaseLicencePlate", "Remove plate ID = 1, still left = 0")));
     EXPECT_EQ(counts.released, 1);
+}
+
+TEST_F(Lifecycle, TheEndStopsTheServerFirstThenEmptiesTheTableAndThenLetsTheTrackerGo) {
+    EndPolling();
+    diagnostics::SetDebugLevel(1);
+    Find({RecordOf({}), RecordOf({.text = "ZZ999Z", .left = 400, .right = 460})});
+    Frame(1);
+    ASSERT_EQ(Detector().pendingResults.size(), 2u);
+    const auto tracker = boost::weak_ptr<ILicencePlateTracker>(Detector().tracker);
+    output.Clear();
+    End();
+    EXPECT_TRUE(tracker.expired());
+    const std::vector<std::string> texts = output.Texts();
+    ASSERT_EQ(texts.size(), 4u);
+    EXPECT_EQ(texts[0], "ServerLauncher: Stop server launcher");
+    EXPECT_EQ(texts[1], "ServerLauncher: Terminated server launcher");
+    for (const std::string& text : {texts[2], texts[3]}) {
+        EXPECT_THAT(text, testing::HasSubstr("Remove plate ID = "));
+        EXPECT_THAT(text, testing::HasSubstr("still left = 0")) << "the table is empty by then";
+    }
 }
 
 TEST_F(Lifecycle, TheEndHandsBackTheReadingsWhoseHoldersAreStillAlive) {

@@ -7,12 +7,14 @@
 #include <boost/make_shared.hpp>
 #include <cstring>
 #include <limits>
+#include <stdexcept>
 
 #include "engine/track_points.h"
 #include "tests/engine/probe_detector.h"
 
 namespace {
 
+namespace PlateKey = OKM8::Analytics::PlateKey;
 using engine_tests::EngineTest;
 using engine_tests::Error;
 using engine_tests::FoundPlate;
@@ -517,6 +519,60 @@ INSTANTIATE_TEST_SUITE_P(
                     FailingStep{"Arguments", &Refusals::arguments, "IEventArgsAdjuster getting error", true},
                     FailingStep{"Target", &Refusals::target, "ITargetAdjuster getting error", true}),
     [](const auto& instance) { return std::string(instance.param.description); });
+
+// A host whose target throws.
+
+class ThrowingTarget : public PlateEvents, public testing::WithParamInterface<const char*> {};
+
+TEST_P(ThrowingTarget, IsATraceLineAndTheRaiserIsDiscardedOnceAndTheFrameGoesOn) {
+    diagnostics::SetDebugLevel(1);
+    ReportAtOnce();
+    output.Clear();
+    host.onSetValue = [](const std::string& key) {
+        if (key == GetParam()) {
+            throw std::runtime_error("target lost");
+        }
+    };
+    Find(FoundPlate{});
+    recording_host::RecordingFrameDone done;
+    OKM8::Analytics::IMediaReceiverSingle2& receiver = Detector();
+    EXPECT_EQ(receiver.ReceiveSingle(recording_host::MakeFrame(counts, 640, 480, 100), nullptr, &done), 0);
+    EXPECT_EQ(ErrorState(), Error(0, ""));
+    EXPECT_EQ(done.buffers.size(), 1u);
+    ASSERT_EQ(host.Events().size(), 1u);
+    EXPECT_EQ(host.Events()[0].raised, 0);
+    EXPECT_EQ(host.Events()[0].discarded, 1);
+    ASSERT_FALSE(Trace().empty());
+    EXPECT_EQ(Trace().back(), LineOf("Recognize", "target lost"));
+    End();
+    EXPECT_EQ(counts.released, 1);
+    EXPECT_EQ(host.Events().size(), 1u);
+    EXPECT_EQ(host.Events()[0].discarded, 1);
+}
+
+TEST_P(ThrowingTarget, DoesNotKeepTheNextPlatesFromTheHost) {
+    ReportAtOnce();
+    host.onSetValue = [](const std::string& key) {
+        if (key == GetParam()) {
+            throw std::runtime_error("target lost");
+        }
+    };
+    Find(FoundPlate{});
+    EXPECT_EQ(Frame(100), 0);
+    ASSERT_EQ(host.Events().size(), 1u);
+    host.onSetValue = nullptr;
+    Find(FoundPlate{.text = "ZZ999Z", .left = 400, .right = 460});
+    EXPECT_EQ(Frame(100000), 0);
+    EXPECT_EQ(host.Events().front().discarded, 1);
+    EXPECT_EQ(host.Events().back().raised, 1);
+    EXPECT_EQ(LastTarget().Find("lp_wnum")->text, "ZZ999Z");
+}
+
+// The first text, the first number, the last number and the track.
+INSTANTIATE_TEST_SUITE_P(AtEachKind, ThrowingTarget,
+                         testing::Values(PlateKey::Text, PlateKey::CharacterCount, PlateKey::Bottom,
+                                         PlateKey::AllTracks),
+                         [](const auto& instance) { return std::string(instance.param); });
 
 // The tracker's verdicts, called as the tracker calls them.
 

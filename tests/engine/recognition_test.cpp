@@ -555,6 +555,21 @@ TEST_F(TrackerLimits, AreNoneWhenResultsAreNotMadeReadyEarly) {
     EXPECT_EQ(FrameOfTheEvent(20), 0);
 }
 
+// The only reading of a track is neither slow nor out of view, and is lost one millisecond later than it is old.
+TEST_F(TrackerLimits, OfNoneStillReportATrackOf2147483647Milliseconds) {
+    constexpr std::uint64_t start = 1000;
+    Detector().trackerParameter = largest;
+    Find(FoundPlate{});
+    EXPECT_EQ(Frame(start), 0);
+    FindNothing();
+    EXPECT_EQ(Frame(start + largest - 1), 0);
+    EXPECT_THAT(host.Events(), IsEmpty());
+    EXPECT_EQ(Frame(start + largest), 0);
+    ASSERT_EQ(host.Events().size(), 1u);
+    EXPECT_EQ(host.Events()[0].raised, 1);
+    EXPECT_EQ(host.Events()[0].timeMs, static_cast<std::int64_t>(start));
+}
+
 TEST_F(TrackerLimits, ReportATrackWithItsCountOfReadings) {
     Settings().SetBoolValue("result_ready", true);
     Settings().SetIntValue("result_rec_count", 4);
