@@ -6,6 +6,9 @@
 #include <stdlib.h>
 #include <time.h>
 
+#include <functional>
+#include <limits>
+
 #include "tests/engine/probe_detector.h"
 
 namespace {
@@ -54,13 +57,21 @@ TEST_F(KeepAlive, AnHourOfSilenceRestartsTheServer) {
     EXPECT_TRUE(RestartsAfterAnHourAnd([] {}));
 }
 
-TEST_F(KeepAlive, AFrameIsASignOfLife) {
+class KeepAliveByCount : public KeepAlive, public testing::WithParamInterface<int> {};
+
+TEST_P(KeepAliveByCount, AFrameIsASignOfLifeWhateverTheEngineAnswers) {
+    fake_engine::OnRecognize([](const IMG&, RPLATE*) { return GetParam(); });
     EXPECT_FALSE(RestartsAfterAnHourAnd([&] { EXPECT_EQ(Frame(1), 0); }));
+    EXPECT_EQ(fake_engine::RecognizeCalls().size(), 1u);
 }
 
-TEST_F(KeepAlive, SoIsOneWithoutPlatesOrWithANegativeCount) {
-    fake_engine::OnRecognize([](const IMG&, RPLATE*) { return -1; });
-    EXPECT_FALSE(RestartsAfterAnHourAnd([&] { EXPECT_EQ(Frame(1), 0); }));
+INSTANTIATE_TEST_SUITE_P(OfPlates, KeepAliveByCount,
+                         testing::Values(std::numeric_limits<int>::min(), -1, 0, 1, engineRecordCount,
+                                         engineRecordCount + 1));
+
+TEST_F(KeepAlive, AFrameBeforeTheSilenceDoesNotEndIt) {
+    EXPECT_EQ(Frame(1), 0);
+    EXPECT_TRUE(RestartsAfterAnHourAnd([] {}));
 }
 
 TEST_F(KeepAlive, AFrameThatNeverReachesTheEngineIsNone) {
