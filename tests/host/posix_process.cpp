@@ -66,6 +66,15 @@ void ReadSome(int& descriptor, std::string& text) {
 
 }  // namespace
 
+bool SystemHasTerminals() {
+    int controller = ::posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC);
+    const bool has = controller != -1;
+    if (has) {
+        Close(controller);
+    }
+    return has;
+}
+
 HostProcess::HostProcess(const Start& start) {
     ::signal(SIGPIPE, SIG_IGN);
     std::array<int, 2> in = MakePipe();

@@ -16,6 +16,9 @@ struct Finished {
     std::string errors;
 };
 
+/// False where no pseudo-terminal can be had, as in a bare changed root.
+bool SystemHasTerminals();
+
 /// One process with pipes on its three streams. Waits end with a thrown exception when a deadline passes.
 class HostProcess {
   public:
