@@ -1,7 +1,9 @@
 #include "diagnostics/trace.h"
 
+#include <array>
 #include <cstdarg>
 #include <cstring>
+#include <numeric>
 
 #include "diagnostics/debug_level.h"
 #include "platform/debug_output.h"
@@ -13,7 +15,24 @@ namespace {
 
 constexpr std::size_t launcherTextLength = 999;
 
+// A character type fills its caches of narrow and wide forms on first use, without a lock; here it is done by one
+// thread before all others.
+const std::locale& WithFilledCaches(const std::locale& locale) {
+    const auto& characters = std::use_facet<std::ctype<char>>(locale);
+    std::array<char, 256> all{};
+    std::iota(all.begin(), all.end(), '\0');
+    std::array<char, all.size()> forms{};
+    characters.narrow(all.data(), all.data() + all.size(), '\0', forms.data());
+    characters.widen(all.data(), all.data() + all.size(), forms.data());
+    return locale;
+}
+
 }  // namespace
+
+const std::locale& MessageLocale() {
+    static const std::locale& classic = WithFilledCaches(std::locale::classic());
+    return classic;
+}
 
 // The bracket is left open: viewers filter for this very form.
 void WriteTrace(const char* function, std::uint32_t line, const std::string& message) {

@@ -3,20 +3,24 @@
 
 #include <boost/format.hpp>
 #include <cstdint>
+#include <locale>
 #include <string>
 
 namespace diagnostics {
+
+/// The locale of all messages: the classic one, whatever the host has set.
+const std::locale& MessageLocale();
 
 /// Composes a message with positional placeholders ("%1%", "%2%"), in the same way whatever locale the host has set.
 /// Throws std::exception when the arguments do not fit the placeholders.
 template <class... Arguments>
 std::string Compose(const char* format, const Arguments&... arguments) {
-    return (boost::format(format, std::locale::classic()) % ... % arguments).str();
+    return (boost::format(format, MessageLocale()) % ... % arguments).str();
 }
 
 template <class... Arguments>
 std::wstring Compose(const wchar_t* format, const Arguments&... arguments) {
-    return (boost::wformat(format, std::locale::classic()) % ... % arguments).str();
+    return (boost::wformat(format, MessageLocale()) % ... % arguments).str();
 }
 
 /// Writes "vexlane[FUNCTION(LINE): MESSAGE", whole, without a line end of its own and whatever the debug level: callers
