@@ -645,7 +645,7 @@ TEST_F(Verdicts, AreSilentAtLevel0) {
     AddPending(3);
     Detector().OnResult(nullptr, Reading(3), {}, 3);
     EXPECT_EQ(host.Events().size(), 1u);
-    EXPECT_THAT(output.Texts(), IsEmpty());
+    EXPECT_THAT(Trace(), IsEmpty());
 }
 
 TEST_F(PlateEvents, SettersAndErrorReadsWorkFromInsideRaise) {

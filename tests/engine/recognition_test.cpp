@@ -723,7 +723,7 @@ TEST_F(RecognitionFailure, IsSilentAtLevel0) {
     EXPECT_EQ(Frame(1), 0);
     fake_engine::OnSetPlateRange([](int, int) -> bool { throw 1; });
     EXPECT_EQ(Frame(2), 0);
-    EXPECT_THAT(output.Texts(), IsEmpty());
+    EXPECT_THAT(Trace(), IsEmpty());
 }
 
 TEST_F(RecognitionFailure, OfTheRangeEndsTheFrameToo) {

@@ -336,7 +336,7 @@ TEST_F(Results, TheSampleResultIsAlwaysTheSame) {
     diagnostics::SetDebugLevel(0);
     output.Clear();
     Detector().CreateFakeResult(Buffer(77));
-    EXPECT_THAT(output.Texts(), IsEmpty());
+    EXPECT_THAT(Trace(), IsEmpty());
 }
 
 }  // namespace
