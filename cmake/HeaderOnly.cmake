@@ -1,0 +1,20 @@
+# The header-only libraries of the tools and tests.
+
+if(CMAKE_CROSSCOMPILING)
+    # The system's include folder also holds headers of another system, so these are picked out of it.
+    function(pick_header_library target folder)
+        if(NOT IS_DIRECTORY "/usr/include/${folder}")
+            message(FATAL_ERROR "/usr/include/${folder} is missing; scripts/setup installs it")
+        endif()
+        set(picked "${PROJECT_BINARY_DIR}/headers")
+        file(MAKE_DIRECTORY "${picked}")
+        file(CREATE_LINK "/usr/include/${folder}" "${picked}/${folder}" SYMBOLIC)
+        add_library(${target} INTERFACE IMPORTED GLOBAL)
+        target_include_directories(${target} SYSTEM INTERFACE "${picked}")
+    endfunction()
+    pick_header_library(nlohmann_json::nlohmann_json nlohmann)
+    pick_header_library(CLI11::CLI11 CLI)
+else()
+    find_package(nlohmann_json REQUIRED GLOBAL)
+    find_package(CLI11 REQUIRED GLOBAL)
+endif()
