@@ -1,0 +1,212 @@
+#include "detector/microsoft_type_records.h"
+
+#include <cstddef>
+#include <cstdint>
+#include <cstring>
+
+namespace plate_recognition {
+
+namespace {
+
+// As the compiler writes them. An offset counts from the beginning of the image, unless it says something else.
+
+struct ObjectLocator {
+    std::uint32_t signature;
+    std::uint32_t tableOffset;         // of the table pointer in the complete object
+    std::uint32_t displacementOffset;  // how far in front of the table pointer a displacement stands; 0 for none
+    std::uint32_t type;
+    std::uint32_t hierarchy;
+    std::uint32_t self;
+};
+static_assert(sizeof(ObjectLocator) == 24);
+
+struct ClassHierarchy {
+    std::uint32_t signature;
+    std::uint32_t attributes;
+    std::uint32_t baseCount;  // the class itself is the first
+    std::uint32_t bases;      // offsets of BaseClass records, depth first
+};
+static_assert(sizeof(ClassHierarchy) == 16);
+
+struct BaseClass {
+    std::uint32_t type;
+    std::uint32_t containedCount;  // the records behind this one that are bases of it
+    std::int32_t memberOffset;
+    std::int32_t baseTablePointer;  // in the object; negative for a base that is part of no virtual one
+    std::int32_t baseTableEntry;
+    std::uint32_t attributes;
+    std::uint32_t hierarchy;
+};
+static_assert(sizeof(BaseClass) == 28);
+
+constexpr std::uint32_t locatorSignature = 1;
+constexpr std::uint32_t notVisible = 1;  // a base that is not public, or a part of one
+constexpr std::uint32_t ambiguous = 2;
+
+// A class of more bases than this is taken for a damaged record.
+constexpr std::uint32_t mostBases = 4096;
+
+constexpr std::size_t imageAlignment = 0x10000;
+constexpr std::size_t longestHeader = 0x1000;
+constexpr std::size_t newHeaderField = 0x3C;
+constexpr std::size_t imageSizeField = 24 + 56;
+constexpr char dosMagic[] = {'M', 'Z'};
+constexpr char newMagic[] = {'P', 'E', '\0', '\0'};
+
+template <class Value>
+Value Load(const void* address) {
+    Value value;
+    std::memcpy(&value, address, sizeof value);
+    return value;
+}
+
+const void* TypeRecordOf(const void* object) {
+    const void* const table = Load<const void*>(object);
+    return Load<const void*>(static_cast<const char*>(table) - sizeof(void*));
+}
+
+class Image {
+  public:
+    // Empty unless the locator leads back to the beginning of an image that holds it.
+    explicit Image(const void* locatorAddress) {
+        const auto* const inside = static_cast<const char*>(locatorAddress);
+        const auto offset = Load<ObjectLocator>(inside).self;
+        if (offset < longestHeader || offset > reinterpret_cast<std::uintptr_t>(inside)) {
+            return;
+        }
+        const char* const candidate = inside - offset;
+        if (reinterpret_cast<std::uintptr_t>(candidate) % imageAlignment != 0 ||
+            std::memcmp(candidate, dosMagic, sizeof dosMagic) != 0) {
+            return;
+        }
+        const auto header = Load<std::uint32_t>(candidate + newHeaderField);
+        if (header > longestHeader - imageSizeField - sizeof(std::uint32_t) ||
+            std::memcmp(candidate + header, newMagic, sizeof newMagic) != 0) {
+            return;
+        }
+        size = Load<std::uint32_t>(candidate + header + imageSizeField);
+        begin = candidate;
+        if (!Holds(offset, sizeof(ObjectLocator))) {
+            begin = nullptr;
+        }
+    }
+
+    explicit operator bool() const { return begin != nullptr; }
+
+    template <class Record>
+    bool Read(std::uint64_t offset, Record& record) const {
+        if (!Holds(offset, sizeof record)) {
+            return false;
+        }
+        record = Load<Record>(begin + offset);
+        return true;
+    }
+
+    // Larger than the image for what stands in front of it.
+    std::uint64_t OffsetOf(const void* address) const {
+        return reinterpret_cast<std::uintptr_t>(address) - reinterpret_cast<std::uintptr_t>(begin);
+    }
+
+    // Whether a type descriptor stands there that names a class so, whatever key it was declared with.
+    bool NamesClass(std::uint32_t descriptor, const char* name) const {
+        constexpr std::size_t nameOffset = 2 * sizeof(void*);
+        constexpr char prefix[] = {'.', '?', 'A'};
+        const std::size_t length = std::strlen(name);
+        if (!Holds(descriptor, nameOffset + sizeof prefix + 1 + length + 1)) {
+            return false;
+        }
+        const char* const text = begin + descriptor + nameOffset;
+        const char key = text[sizeof prefix];
+        return std::memcmp(text, prefix, sizeof prefix) == 0 && (key == 'U' || key == 'V') &&
+               std::memcmp(text + sizeof prefix + 1, name, length + 1) == 0;
+    }
+
+  private:
+    bool Holds(std::uint64_t offset, std::size_t length) const { return offset <= size && length <= size - offset; }
+
+    const char* begin = nullptr;
+    std::uint64_t size = 0;
+};
+
+// Where a base stands in its object; null when its table of virtual bases is not one of the image.
+char* AddressOf(const BaseClass& base, const Image& image, char* complete) {
+    std::ptrdiff_t offset = base.memberOffset;
+    if (base.baseTablePointer >= 0) {
+        const auto* const table = Load<const char*>(complete + base.baseTablePointer);
+        std::int32_t distance = 0;
+        if (!image.Read(image.OffsetOf(table) + static_cast<std::uint64_t>(std::int64_t{base.baseTableEntry}),
+                        distance)) {
+            return nullptr;
+        }
+        offset += base.baseTablePointer + std::ptrdiff_t{distance};
+    }
+    return complete + offset;
+}
+
+char* CompleteObject(const ObjectLocator& locator, char* part) {
+    char* complete = part - locator.tableOffset;
+    if (locator.displacementOffset != 0) {
+        // Not zero while the object is being made.
+        complete -= Load<std::int32_t>(part - locator.displacementOffset);
+    }
+    return complete;
+}
+
+}  // namespace
+
+TypeRecordKind TypeRecordKindOf(const void* object) {
+    const void* const record = TypeRecordOf(object);
+    if (record == nullptr || reinterpret_cast<std::uintptr_t>(record) % alignof(std::uint32_t) != 0) {
+        return TypeRecordKind::None;
+    }
+    if (Load<std::uint32_t>(record) == locatorSignature) {
+        return Image(record) ? TypeRecordKind::Microsoft : TypeRecordKind::None;
+    }
+    // It begins with the pointer to its own class's table.
+    const auto table = Load<std::uintptr_t>(record);
+    return table != 0 && table % alignof(void*) == 0 ? TypeRecordKind::Itanium : TypeRecordKind::None;
+}
+
+void* CastByMicrosoftRecords(void* object, const char* source, const char* wanted) {
+    const void* const record = TypeRecordOf(object);
+    const Image image(record);
+    const auto locator = Load<ObjectLocator>(record);
+    ClassHierarchy hierarchy;
+    if (!image || !image.Read(locator.hierarchy, hierarchy) || hierarchy.baseCount > mostBases) {
+        return nullptr;
+    }
+    char* const complete = CompleteObject(locator, static_cast<char*>(object));
+
+    char* found = nullptr;
+    bool foundIsPublic = false;
+    bool sourceIsKnown = false;
+    bool sourceIsPublic = false;
+    std::uint32_t hiddenUntil = 0;  // the records in front of it are parts of a base that is not public
+    for (std::uint32_t index = 0; index < hierarchy.baseCount; ++index) {
+        std::uint32_t offset = 0;
+        BaseClass base;
+        if (!image.Read(std::uint64_t{hierarchy.bases} + std::uint64_t{sizeof offset} * index, offset) ||
+            !image.Read(offset, base) || base.containedCount >= hierarchy.baseCount - index) {
+            return nullptr;
+        }
+        const std::uint32_t end = index + 1 + base.containedCount;
+        if ((base.attributes & notVisible) != 0 && hiddenUntil < end) {
+            hiddenUntil = end;
+        }
+        const bool isPublic = index >= hiddenUntil;
+        if (image.NamesClass(base.type, wanted)) {
+            char* const address = AddressOf(base, image, complete);
+            if (address == nullptr || (base.attributes & ambiguous) != 0 || (found != nullptr && found != address)) {
+                return nullptr;
+            }
+            found = address;
+            foundIsPublic |= isPublic;
+        } else if (image.NamesClass(base.type, source) && AddressOf(base, image, complete) == object) {
+            sourceIsKnown = true;
+            sourceIsPublic |= isPublic;
+        }
+    }
+    return foundIsPublic && (sourceIsPublic || !sourceIsKnown) ? found : nullptr;
+}
+
+}  // namespace plate_recognition

@@ -1,0 +1,141 @@
+// The system's side of the contract host, built by this tree's own compiler: its names for the C library are the
+// host's.
+
+#include <malloc.h>
+#include <windows.h>
+
+#include <csignal>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+
+#include "tests/contract_host/system.h"
+
+namespace {
+
+// A host that takes longer hangs.
+constexpr DWORD patienceMilliseconds = 60000;
+
+const char* pluginPath = nullptr;
+char currentSubject[128] = "start";
+int checkCount = 0;
+int failureCount = 0;
+
+void Fail(const char* what) {
+    ++failureCount;
+    std::printf("FAILED %s: %s\n", currentSubject, what);
+    std::fflush(stdout);
+}
+
+void Pass(const char* what) {
+    std::printf("ok %s: %s\n", currentSubject, what);
+    std::fflush(stdout);
+}
+
+// The process is in no state to go on, and what it holds is not given back.
+[[noreturn]] void FailAndEnd(const char* how) {
+    Fail(how);
+    TerminateProcess(GetCurrentProcess(), 3);
+    std::abort();
+}
+
+LONG WINAPI OnCrash(EXCEPTION_POINTERS*) {
+    FailAndEnd("the call crashes");
+}
+
+void OnAbort(int) {
+    FailAndEnd("the call ends the process");
+}
+
+DWORD WINAPI Watch(void*) {
+    Sleep(patienceMilliseconds);
+    FailAndEnd("the call does not come back");
+}
+
+HMODULE Load(const char* path) {
+    const HMODULE library = LoadLibraryExA(path, nullptr, LOAD_WITH_ALTERED_SEARCH_PATH);
+    if (library == nullptr) {
+        std::printf("cannot load %s: error %lu\n", path, GetLastError());
+    }
+    return library;
+}
+
+}  // namespace
+
+extern "C" {
+
+void BeginChecks(const char* subject) {
+    std::snprintf(currentSubject, sizeof currentSubject, "%s", subject);
+}
+
+void ReportCheck(const char* what, bool holds) {
+    ++checkCount;
+    (holds ? Pass : Fail)(what);
+}
+
+void ReportNumbers(const char* what, int64_t actual, int64_t expected) {
+    ReportCheck(what, actual == expected);
+    if (actual != expected) {
+        std::printf("       %lld instead of %lld\n", static_cast<long long>(actual), static_cast<long long>(expected));
+    }
+}
+
+void ReportTexts(const char* what, const char* actual, const char* expected) {
+    const bool same =
+        actual != nullptr && expected != nullptr ? std::strcmp(actual, expected) == 0 : actual == expected;
+    ReportCheck(what, same);
+    if (!same) {
+        std::printf("       \"%s\" instead of \"%s\"\n", actual != nullptr ? actual : "(null)",
+                    expected != nullptr ? expected : "(null)");
+    }
+}
+
+int FailedChecks() {
+    return failureCount;
+}
+
+void* LoadPlugin() {
+    return reinterpret_cast<void*>(Load(pluginPath));
+}
+
+void UnloadPlugin(void* plugin) {
+    if (plugin != nullptr) {
+        FreeLibrary(static_cast<HMODULE>(plugin));
+    }
+}
+
+void* FindExport(void* plugin, const char* name) {
+    return reinterpret_cast<void*>(GetProcAddress(static_cast<HMODULE>(plugin), name));
+}
+
+// Both compilers' programs, and the library, allocate from the one heap of the C library.
+
+bool IsAllocated(const void* block) {
+    return HeapValidate(reinterpret_cast<HANDLE>(_get_heap_handle()), 0, block) != FALSE;
+}
+
+void FreeBlock(void* block) {
+    std::free(block);
+}
+}
+
+int main(int count, char** arguments) {
+    if (count != 4) {
+        std::printf("usage: %s LIBRARY ENGINE SCRIPT\n", arguments[0]);
+        return 2;
+    }
+    SetErrorMode(SEM_FAILCRITICALERRORS | SEM_NOGPFAULTERRORBOX | SEM_NOOPENFILEERRORBOX);
+    SetUnhandledExceptionFilter(OnCrash);
+    std::signal(SIGABRT, OnAbort);
+    CreateThread(nullptr, 0, Watch, nullptr, 0, nullptr);
+
+    pluginPath = arguments[1];
+    _putenv_s("VEXLANE_SCRIPT", arguments[3]);
+    // The library binds the engine that is there already.
+    if (Load(arguments[2]) == nullptr) {
+        return 2;
+    }
+    const int failures = RunContractHost();
+    std::printf("%d checks, %d failed\n", checkCount, failures);
+    return failures == 0 && checkCount > 0 ? 0 : 1;
+}
