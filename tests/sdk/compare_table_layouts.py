@@ -1,9 +1,11 @@
 #!/usr/bin/env python3
 """Compares the virtual tables that a compiler lays out for the host contract with the written list of slots.
 
-    compare_table_layouts.py --compiler clang++ --abi microsoft|itanium --root TREE --slots slots.txt
+    compare_table_layouts.py --compiler clang++ --abi microsoft|itanium --root TREE --slots slots.txt...
+        [--include HEADER] [--only NAMESPACE]
 
-The compiler must be clang: it prints the tables, with the names of pure operations.
+The compiler must be clang: it prints the tables, with the names of pure operations. The headers of sdk/ declare the
+interfaces, and further ones that --include names.
 """
 
 import argparse
@@ -54,10 +56,10 @@ def plain(operation):
     return re.sub(r"\b(?:\w+::)+", "", operation)
 
 
-def dumped_tables(compiler, abi, root, interfaces):
+def dumped_tables(compiler, abi, root, further_headers, interfaces):
     """Answers {interface: [[operation]]}, the tables of each interface as the compiler lays them out."""
-    headers = sorted(name for name in os.listdir(os.path.join(root, "sdk")) if name.endswith(".h"))
-    source = "".join(f'#include "sdk/{name}"\n' for name in headers)
+    headers = sorted(f"sdk/{name}" for name in os.listdir(os.path.join(root, "sdk")) if name.endswith(".h"))
+    source = "".join(f'#include "{name}"\n' for name in headers + further_headers)
     # A constructor needs its bases' tables, and so makes the compiler lay them out.
     source += "template <class Interface> struct Probe : Interface { Probe(); };\n"
     source += "template <class Interface> Probe<Interface>::Probe() {}\n"
@@ -102,13 +104,18 @@ def main():
     parser.add_argument("--compiler", required=True)
     parser.add_argument("--abi", required=True, choices=["microsoft", "itanium"])
     parser.add_argument("--root", required=True)
-    parser.add_argument("--slots", required=True)
+    parser.add_argument("--slots", required=True, nargs="+")
+    parser.add_argument("--include", default=[], action="append")
+    parser.add_argument("--only", default="")
     options = parser.parse_args()
 
-    interfaces = read_slots(options.slots)
-    tables = dumped_tables(options.compiler, options.abi, options.root, interfaces)
+    interfaces = {}
+    for path in options.slots:
+        interfaces.update(read_slots(path))
+    compared = [name for name in interfaces if name.startswith(options.only)]
+    tables = dumped_tables(options.compiler, options.abi, options.root, options.include, compared)
     failures = 0
-    for name in interfaces:
+    for name in compared:
         expected = [whole_table(interfaces, name)] + [whole_table(interfaces, other) for other in interfaces[name][2]]
         actual = tables[name]
         if actual == expected:
@@ -119,8 +126,8 @@ def main():
             for slot, (wanted, found) in enumerate(zip_longest(want, have, fillvalue="nothing")):
                 if wanted != found:
                     print(f"  table {number}, slot {slot}: {found} instead of {wanted}")
-    print(f"{len(interfaces)} interfaces compared, {failures} differ")
-    return 1 if failures or not interfaces else 0
+    print(f"{len(compared)} interfaces compared, {failures} differ")
+    return 1 if failures or not compared else 0
 
 
 if __name__ == "__main__":
