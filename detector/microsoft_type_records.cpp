@@ -71,7 +71,7 @@ class Image {
     explicit Image(const void* locatorAddress) {
         const auto* const inside = static_cast<const char*>(locatorAddress);
         const auto offset = Load<ObjectLocator>(inside).self;
-        if (offset < longestHeader || offset > reinterpret_cast<std::uintptr_t>(inside)) {
+        if (offset > reinterpret_cast<std::uintptr_t>(inside)) {
             return;
         }
         const char* const candidate = inside - offset;

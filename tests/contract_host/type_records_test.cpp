@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstdint>
 #include <cstring>
 #include <string>
@@ -57,7 +58,9 @@ class Image {
     void Write(std::uint32_t offset, Value value) {
         Write(offset, &value, sizeof value);
     }
-    void Write(std::uint32_t offset, const void* bytes, std::size_t size) { std::memcpy(begin + offset, bytes, size); }
+    void Write(std::uint32_t offset, const void* bytes, std::size_t size) {
+        std::copy_n(static_cast<const char*>(bytes), size, begin + offset);
+    }
 
     std::uint32_t Put(const std::vector<std::uint32_t>& record) {
         const std::uint32_t offset = Take(record.size() * sizeof(std::uint32_t));
@@ -280,11 +283,21 @@ TEST(TypeRecords, ANameThatReachesTheImagesEndIsStillRead) {
 }
 
 TEST(TypeRecords, ANumberOfBasesThatIsTooLargeIsRefused) {
-    for (const std::uint32_t count : {4097u, 0x10000u, 0x80000000u, 0xFFFFFFFFu}) {
-        Image image;
-        image.PutClass(TreeWith({wanted, 0, 24}), 0);
+    Image image;
+    image.PutClass({{"Target@@"}, {source}, {"IOther@Host@@", 0, 8}, {wanted, 0, 24}}, 0);
+    Object object(image.PutTable());
+    std::vector<std::uint32_t> array = {image.baseRecords[0], image.baseRecords[1]};
+    array.resize(4095, image.baseRecords[2]);
+    array.push_back(image.baseRecords[3]);
+    image.Write(image.hierarchy + 8, static_cast<std::uint32_t>(array.size()));
+    image.Write(image.hierarchy + 12, image.Put(array));
+    EXPECT_EQ(Cast(object), object.At(24));
+    array.insert(array.begin() + 2, image.baseRecords[2]);
+    image.Write(image.hierarchy + 8, static_cast<std::uint32_t>(array.size()));
+    image.Write(image.hierarchy + 12, image.Put(array));
+    EXPECT_EQ(Cast(object), nullptr);
+    for (const std::uint32_t count : {0x80000000u, 0xFFFFFFFFu}) {
         image.Write(image.hierarchy + 8, count);
-        Object object(image.PutTable());
         EXPECT_EQ(Cast(object), nullptr) << count;
     }
 }
@@ -325,6 +338,8 @@ TEST(TypeRecords, AnObjectWithoutTypeInformationIsNeither) {
     EXPECT_EQ(TypeRecordKindOf(odd.Handed()), TypeRecordKind::None);
     Object zero(image.PutTable(image.At(Image::alignment - 64)));
     EXPECT_EQ(TypeRecordKindOf(zero.Handed()), TypeRecordKind::None);
+    Object text(image.PutTable(image.At(image.Put({0x74786574, 0x00000021}))));
+    EXPECT_EQ(TypeRecordKindOf(text.Handed()), TypeRecordKind::None);
 }
 
 TEST(TypeRecords, ALocatorThatDoesNotLeadToAnImageIsNeither) {
