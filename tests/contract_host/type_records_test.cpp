@@ -286,16 +286,17 @@ TEST(TypeRecords, ANumberOfBasesThatIsTooLargeIsRefused) {
     Image image;
     image.PutClass({{"Target@@"}, {source}, {"IOther@Host@@", 0, 8}, {wanted, 0, 24}}, 0);
     Object object(image.PutTable());
-    std::vector<std::uint32_t> array = {image.baseRecords[0], image.baseRecords[1]};
-    array.resize(4095, image.baseRecords[2]);
-    array.push_back(image.baseRecords[3]);
-    image.Write(image.hierarchy + 8, static_cast<std::uint32_t>(array.size()));
-    image.Write(image.hierarchy + 12, image.Put(array));
-    EXPECT_EQ(Cast(object), object.At(24));
-    array.insert(array.begin() + 2, image.baseRecords[2]);
-    image.Write(image.hierarchy + 8, static_cast<std::uint32_t>(array.size()));
-    image.Write(image.hierarchy + 12, image.Put(array));
-    EXPECT_EQ(Cast(object), nullptr);
+    const auto castAmong = [&](std::uint32_t count) {
+        std::vector<std::uint32_t> array;
+        for (std::uint32_t place = 0; place < count; ++place) {
+            array.push_back(image.baseRecords[place + 1 == count ? 3 : std::min(place, 2u)]);
+        }
+        image.Write(image.hierarchy + 8, count);
+        image.Write(image.hierarchy + 12, image.Put(array));
+        return Cast(object);
+    };
+    EXPECT_EQ(castAmong(4096), object.At(24));
+    EXPECT_EQ(castAmong(4097), nullptr);
     for (const std::uint32_t count : {0x80000000u, 0xFFFFFFFFu}) {
         image.Write(image.hierarchy + 8, count);
         EXPECT_EQ(Cast(object), nullptr) << count;
