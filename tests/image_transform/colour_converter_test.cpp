@@ -10,7 +10,7 @@
 #include <vector>
 
 #include "tests/image_transform/yuv_formula.h"
-#include "tests/support/posix_guard_page.h"
+#include "tests/support/guard_page.h"
 
 namespace {
 

@@ -13,7 +13,7 @@
 
 #include "image_transform/kernels/kernel.h"
 #include "tests/image_transform/yuv_formula.h"
-#include "tests/support/posix_guard_page.h"
+#include "tests/support/guard_page.h"
 
 namespace image_transform::kernels {
 

@@ -1,4 +1,4 @@
-#include "tests/support/posix_guard_page.h"
+#include "tests/support/guard_page.h"
 
 #include <sys/mman.h>
 #include <unistd.h>
