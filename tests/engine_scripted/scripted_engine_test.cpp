@@ -18,6 +18,7 @@
 #include <vector>
 
 #include "engine/engine_records.h"
+#include "tests/support/environment.h"
 
 namespace {
 
@@ -27,6 +28,15 @@ using testing::ElementsAre;
 using testing::HasSubstr;
 
 using Plates = std::array<RPLATE, engineRecordCount>;
+
+// The functions' names as the system's usual compiler spells them.
+#ifdef _WIN32
+constexpr const char* recogniseName = "?Recognize2@@YAHPEAUYUV420_IMG@@PEAUIMG@@PEAUtagRECT@@PEAURPLATE@@H@Z";
+constexpr const char* setRangeName = "?SetPlateRange@@YA_NHH@Z";
+#else
+constexpr const char* recogniseName = "_Z10Recognize2P10YUV420_IMGP3IMGP7tagRECTP6RPLATEi";
+constexpr const char* setRangeName = "_Z13SetPlateRangeii";
+#endif
 
 /// The engine, loaded afresh, with a script of the test's own.
 class ScriptedEngine : public testing::Test {
@@ -49,15 +59,14 @@ class ScriptedEngine : public testing::Test {
     void Load(const json& script) { Load(script.dump()); }
 
     void LoadNamed(const std::string& file) {
-        setenv("VEXLANE_SCRIPT", file.c_str(), 1);
+        test_support::SetEnvironment("VEXLANE_SCRIPT", file);
         LoadLibrary();
     }
 
     void LoadLibrary() {
-        library.load(VEXLANE_TEST_ENGINE);
-        recognise = &library.get<int(YUV420_IMG*, IMG*, tagRECT*, RPLATE*, int)>(
-            "_Z10Recognize2P10YUV420_IMGP3IMGP7tagRECTP6RPLATEi");
-        setRange = &library.get<bool(int, int)>("_Z13SetPlateRangeii");
+        library.load(std::filesystem::absolute(VEXLANE_TEST_ENGINE).string());
+        recognise = &library.get<int(YUV420_IMG*, IMG*, tagRECT*, RPLATE*, int)>(recogniseName);
+        setRange = &library.get<bool(int, int)>(setRangeName);
     }
 
     /// The number answered.
@@ -313,7 +322,7 @@ TEST_F(ScriptedEngine, PlaysOnWithoutAJournalThatCannotBeWritten) {
 }
 
 TEST_F(ScriptedEngine, SaysThatThereIsNoScriptAndFindsNothing) {
-    unsetenv("VEXLANE_SCRIPT");
+    test_support::UnsetEnvironment("VEXLANE_SCRIPT");
     LoadLibrary();
     testing::internal::CaptureStderr();
     EXPECT_EQ(Read(), std::nullopt);

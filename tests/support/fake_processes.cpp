@@ -38,20 +38,17 @@ State& TheState() {
     return state;
 }
 
-bool Failed(std::uint32_t error) {
-    if (error != 0) {
-        platform::SetLastError(error);
-    }
-    return error != 0;
-}
-
-// Writes an operation down at once and tells about it once the lock is given back: declared before that lock.
+// Writes an operation down at once, and tells about it and leaves its error once the lock is given back, which may
+// clear the last error: declared before that lock.
 class Operation {
   public:
     Operation() = default;
     ~Operation() {
         if (tell) {
             tell(line);
+        }
+        if (error != 0) {
+            platform::SetLastError(error);
         }
     }
     Operation(const Operation&) = delete;
@@ -63,7 +60,13 @@ class Operation {
         tell = state.onOperation;
     }
 
+    bool Fails(std::uint32_t withError) {
+        error = withError;
+        return error != 0;
+    }
+
   private:
+    std::uint32_t error = 0;
     std::string line;
     std::function<void(const std::string&)> tell;
 };
@@ -161,7 +164,7 @@ bool StartProcess(const std::string& commandLine, std::uint32_t creationFlags, s
     const std::lock_guard lock(state.mutex);
     operation.Note(state, "start " + commandLine + " flags=" + std::to_string(creationFlags) +
                               " show=" + std::to_string(showWindow));
-    if (fake_processes::Failed(state.startError)) {
+    if (operation.Fails(state.startError)) {
         return false;
     }
     const std::uint32_t id = state.nextProcessId++;
@@ -176,11 +179,10 @@ bool TerminateProcess(SystemHandle process, std::uint32_t exitCode) {
     const std::lock_guard lock(state.mutex);
     const auto id = static_cast<std::uint32_t>(process);
     operation.Note(state, "terminate " + std::to_string(id) + " code=" + std::to_string(exitCode));
-    if (fake_processes::Failed(state.terminateError)) {
+    if (operation.Fails(state.terminateError)) {
         return false;
     }
-    return (process != 0 && fake_processes::Erase(state, id)) ||
-           !fake_processes::Failed(fake_processes::invalidHandleError);
+    return (process != 0 && fake_processes::Erase(state, id)) || !operation.Fails(fake_processes::invalidHandleError);
 }
 
 SystemHandle OpenProcess(std::uint32_t access, bool inheritable, std::uint32_t processId) {
@@ -189,7 +191,7 @@ SystemHandle OpenProcess(std::uint32_t access, bool inheritable, std::uint32_t p
     const std::lock_guard lock(state.mutex);
     operation.Note(state, "open " + std::to_string(processId) + " access=" + std::to_string(access) +
                               " inherit=" + std::to_string(inheritable ? 1 : 0));
-    return fake_processes::Failed(state.openError) ? 0 : fake_processes::handleBase + processId;
+    return operation.Fails(state.openError) ? 0 : fake_processes::handleBase + processId;
 }
 
 SystemHandle CreateProcessList() {
@@ -197,7 +199,7 @@ SystemHandle CreateProcessList() {
     Operation operation;
     const std::lock_guard lock(state.mutex);
     operation.Note(state, "list");
-    if (fake_processes::Failed(state.listError)) {
+    if (operation.Fails(state.listError)) {
         return 0;
     }
     std::vector<ProcessEntry> list = {{0, state.firstEntryName}};

@@ -2,10 +2,8 @@
 // nothing can block, so a real silence cannot be made; what can be made is a jump of the local time that both are read
 // in, by another time zone.
 
-#include <stdlib.h>
-#include <time.h>
-
 #include "tests/server/launcher_fixture.h"
+#include "tests/support/environment.h"
 
 namespace {
 
@@ -18,8 +16,8 @@ void SetClockAhead(int seconds) {
     const int absolute = seconds < 0 ? -seconds : seconds;
     std::snprintf(zone.data(), zone.size(), "TST%c%02d:%02d:%02d", seconds < 0 ? '+' : '-', absolute / 3600,
                   absolute / 60 % 60, absolute % 60);
-    setenv("TZ", zone.data(), 1);
-    tzset();
+    test_support::SetEnvironment("TZ", zone.data());
+    test_support::ReadTimeZone();
 }
 
 class LauncherSilence : public LauncherFixture {
@@ -27,8 +25,8 @@ class LauncherSilence : public LauncherFixture {
     LauncherSilence() { SetClockAhead(0); }
     ~LauncherSilence() override {
         transcript->OnEntry({});
-        unsetenv("TZ");
-        tzset();
+        test_support::UnsetEnvironment("TZ");
+        test_support::ReadTimeZone();
     }
 
     // The clock jumps once, behind the scan that a poll begins with.

@@ -3,21 +3,20 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <stdlib.h>
-#include <time.h>
 
 #include <functional>
 #include <limits>
 
 #include "tests/engine/probe_detector.h"
+#include "tests/support/environment.h"
 
 namespace {
 
 using engine_tests::EngineTest;
 
 void SetZone(const char* zone) {
-    setenv("TZ", zone, 1);
-    tzset();
+    test_support::SetEnvironment("TZ", zone);
+    test_support::ReadTimeZone();
 }
 
 class KeepAlive : public EngineTest {
@@ -31,8 +30,8 @@ class KeepAlive : public EngineTest {
     ~KeepAlive() override {
         fake_processes::OnOperation(nullptr);
         End();
-        unsetenv("TZ");
-        tzset();
+        test_support::UnsetEnvironment("TZ");
+        test_support::ReadTimeZone();
     }
 
     // One poll whose clock jumps ahead by an hour behind its scan; answers whether it restarted the server.

@@ -1,0 +1,21 @@
+/// The environment of this process, as the C library and programs started from here see it. One thread at a time.
+#pragma once
+
+#include <string>
+
+namespace test_support {
+
+void SetEnvironment(const char* name, const std::string& value);
+void UnsetEnvironment(const char* name);
+
+/// Local time follows the variable TZ from now on.
+void ReadTimeZone();
+
+/// What stands between the folders of the search path.
+#ifdef _WIN32
+inline constexpr char pathSeparator = ';';
+#else
+inline constexpr char pathSeparator = ':';
+#endif
+
+}  // namespace test_support
