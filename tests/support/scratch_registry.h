@@ -1,0 +1,43 @@
+/// A registry of the test's own.
+#pragma once
+
+#include <cstdint>
+#include <string>
+
+#include "platform/registry.h"
+
+namespace test_support {
+
+/// Stands in the place of the machine's for this process, for as long as it lives, and is empty at first. One at a
+/// time. Paths use backslashes.
+class ScratchRegistry {
+  public:
+    using Hive = platform::RegistryHive;
+
+    ScratchRegistry();
+    ~ScratchRegistry();
+    ScratchRegistry(const ScratchRegistry&) = delete;
+    ScratchRegistry& operator=(const ScratchRegistry&) = delete;
+
+    void MakeKey(Hive hive, const std::string& path);
+
+    /// Each makes the key where it is missing.
+    void StoreBytes(Hive hive, const std::string& path, const std::string& name, const std::string& bytes);
+    /// A text, with no NUL behind it.
+    void StoreText(Hive hive, const std::string& path, const std::string& name, const std::string& text);
+    void StoreNumber(Hive hive, const std::string& path, const std::string& name, std::uint32_t number);
+
+    /// From now on nothing can be opened or made in that hive. REQUIRES: the hive is empty.
+    void Block(Hive hive);
+
+    bool HasKey(Hive hive, const std::string& path) const;
+    /// Whether a key has neither values nor keys of its own; the empty path is the hive's root.
+    bool IsEmpty(Hive hive, const std::string& path) const;
+
+    struct Place;
+
+  private:
+    Place* place;
+};
+
+}  // namespace test_support

@@ -1,0 +1,122 @@
+#include <windows.h>
+
+#include <stdexcept>
+#include <vector>
+
+#include "tests/support/scratch_registry.h"
+
+namespace test_support {
+
+namespace {
+
+void Check(LSTATUS status, const char* function) {
+    if (status != ERROR_SUCCESS) {
+        throw std::runtime_error(std::string(function) + " failed: " + std::to_string(status));
+    }
+}
+
+HKEY Create(HKEY parent, const std::string& path, DWORD options = REG_OPTION_NON_VOLATILE) {
+    HKEY key = nullptr;
+    Check(RegCreateKeyExA(parent, path.c_str(), 0, nullptr, options, KEY_ALL_ACCESS, nullptr, &key, nullptr),
+          "RegCreateKeyExA");
+    return key;
+}
+
+HKEY Predefined(platform::RegistryHive hive) {
+    return hive == platform::RegistryHive::LocalMachine ? HKEY_LOCAL_MACHINE : HKEY_CURRENT_USER;
+}
+
+}  // namespace
+
+// Everything stands under a key of this process's own, which the predefined keys are mapped to.
+struct ScratchRegistry::Place {
+    HKEY& Hive(ScratchRegistry::Hive hive) { return hive == platform::RegistryHive::LocalMachine ? machine : user; }
+
+    HKEY root = nullptr;
+    HKEY machine = nullptr;
+    HKEY user = nullptr;
+    std::string name = "Software\\vexlane-test-" + std::to_string(GetCurrentProcessId());
+};
+
+ScratchRegistry::ScratchRegistry() : place(new Place) {
+    RegDeleteTreeA(HKEY_CURRENT_USER, place->name.c_str());  // of a process that died
+    place->root = Create(HKEY_CURRENT_USER, place->name);
+    place->machine = Create(place->root, "machine");
+    place->user = Create(place->root, "user");
+    for (const Hive hive : {Hive::LocalMachine, Hive::CurrentUser}) {
+        Check(RegOverridePredefKey(Predefined(hive), place->Hive(hive)), "RegOverridePredefKey");
+    }
+}
+
+ScratchRegistry::~ScratchRegistry() {
+    for (const Hive hive : {Hive::LocalMachine, Hive::CurrentUser}) {
+        RegOverridePredefKey(Predefined(hive), nullptr);
+        RegCloseKey(place->Hive(hive));
+    }
+    RegCloseKey(place->root);
+    RegDeleteTreeA(HKEY_CURRENT_USER, place->name.c_str());
+    delete place;
+}
+
+void ScratchRegistry::MakeKey(Hive hive, const std::string& path) {
+    RegCloseKey(Create(place->Hive(hive), path));
+}
+
+void ScratchRegistry::StoreBytes(Hive hive, const std::string& path, const std::string& name,
+                                 const std::string& bytes) {
+    const HKEY key = Create(place->Hive(hive), path);
+    Check(RegSetValueExA(key, name.c_str(), 0, REG_BINARY, reinterpret_cast<const BYTE*>(bytes.data()),
+                         static_cast<DWORD>(bytes.size())),
+          "RegSetValueExA");
+    RegCloseKey(key);
+}
+
+void ScratchRegistry::StoreText(Hive hive, const std::string& path, const std::string& name, const std::string& text) {
+    const HKEY key = Create(place->Hive(hive), path);
+    // A NUL right behind the text would be stored with it.
+    const std::string bytes = text + "#";
+    Check(RegSetValueExA(key, name.c_str(), 0, REG_SZ, reinterpret_cast<const BYTE*>(bytes.data()),
+                         static_cast<DWORD>(text.size())),
+          "RegSetValueExA");
+    RegCloseKey(key);
+}
+
+void ScratchRegistry::StoreNumber(Hive hive, const std::string& path, const std::string& name, std::uint32_t number) {
+    const HKEY key = Create(place->Hive(hive), path);
+    Check(RegSetValueExA(key, name.c_str(), 0, REG_DWORD, reinterpret_cast<const BYTE*>(&number), sizeof(number)),
+          "RegSetValueExA");
+    RegCloseKey(key);
+}
+
+// What is to last cannot be made under a key that does not.
+void ScratchRegistry::Block(Hive hive) {
+    HKEY& key = place->Hive(hive);
+    RegCloseKey(key);
+    key = Create(place->root, hive == Hive::LocalMachine ? "blocked-machine" : "blocked-user", REG_OPTION_VOLATILE);
+    Check(RegOverridePredefKey(Predefined(hive), key), "RegOverridePredefKey");
+}
+
+bool ScratchRegistry::HasKey(Hive hive, const std::string& path) const {
+    HKEY key = nullptr;
+    if (RegOpenKeyExA(place->Hive(hive), path.c_str(), 0, KEY_READ, &key) != ERROR_SUCCESS) {
+        return false;
+    }
+    RegCloseKey(key);
+    return true;
+}
+
+bool ScratchRegistry::IsEmpty(Hive hive, const std::string& path) const {
+    HKEY key = nullptr;
+    if (RegOpenKeyExA(place->Hive(hive), path.c_str(), 0, KEY_READ, &key) != ERROR_SUCCESS) {
+        return true;
+    }
+    DWORD keys = 1;
+    DWORD values = 1;
+    const LSTATUS status = RegQueryInfoKeyA(key, nullptr, nullptr, nullptr, &keys, nullptr, nullptr, &values, nullptr,
+                                            nullptr, nullptr, nullptr);
+    RegCloseKey(key);
+    Check(status, "RegQueryInfoKeyA");
+    return keys == 0 && values == 0;
+}
+
+}  // namespace test_support
