@@ -1,4 +1,3 @@
-#include <dirent.h>
 #include <errno.h>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
@@ -7,8 +6,6 @@
 #include <filesystem>
 #include <fstream>
 #include <string>
-#include <thread>
-#include <vector>
 
 #include "platform/last_error.h"
 #include "platform/registry.h"
@@ -58,47 +55,25 @@ class PosixRegistry : public testing::Test {
     std::filesystem::path root;
 };
 
-TEST_F(PosixRegistry, AMissingKeyIsNotOpened) {
-    RegistryHandle key = 7;
-    platform::SetLastError(0);
-    EXPECT_EQ(Open(RegistryHive::LocalMachine, keyPath, key), static_cast<std::uint32_t>(ENOENT));
-    EXPECT_EQ(platform::LastError(), static_cast<std::uint32_t>(ENOENT));
-    EXPECT_EQ(key, 0u);
-    EXPECT_FALSE(std::filesystem::exists(root / "registry"));
-}
-
-TEST_F(PosixRegistry, CreatingAKeyMakesItsFoldersAndNoValue) {
+TEST_F(PosixRegistry, AKeyIsAFolderInThatOfItsHive) {
     RegistryHandle key = 0;
     ASSERT_EQ(platform::CreateRegistryKey(RegistryHive::LocalMachine, keyPath, access, key), 0u);
-    EXPECT_NE(key, 0u);
     platform::CloseRegistryKey(key);
-    EXPECT_TRUE(std::filesystem::is_directory(MachineFolder()));
     EXPECT_TRUE(std::filesystem::is_empty(MachineFolder()));
-
     ASSERT_EQ(platform::CreateRegistryKey(RegistryHive::CurrentUser, keyPath, access, key), 0u);
     platform::CloseRegistryKey(key);
-    EXPECT_TRUE(std::filesystem::is_directory(root / "registry/HKEY_CURRENT_USER/SOFTWARE/Tellumark/KORA/DEBUG"));
+    EXPECT_TRUE(std::filesystem::is_empty(root / "registry/HKEY_CURRENT_USER/SOFTWARE/Tellumark/KORA/DEBUG"));
 }
 
-TEST_F(PosixRegistry, AKeyThatExistsIsOpenedAndCreatedAgainWithItsValues) {
-    platform::CloseRegistryKey(KeyWithValue("DebugLevel", "3"));
-    for (const bool create : {false, true}) {
-        RegistryHandle key = 0;
-        ASSERT_EQ(create ? platform::CreateRegistryKey(RegistryHive::LocalMachine, keyPath, access, key)
-                         : Open(RegistryHive::LocalMachine, keyPath, key),
-                  0u);
-        char buffer[8] = {};
-        std::uint32_t size = sizeof(buffer);
-        EXPECT_EQ(platform::QueryRegistryValue(key, "DebugLevel", buffer, size), 0u);
-        EXPECT_EQ(std::string(buffer, size), "3");
-        platform::CloseRegistryKey(key);
-    }
-}
-
-TEST_F(PosixRegistry, TheHivesAreApart) {
-    platform::CloseRegistryKey(KeyWithValue("DebugLevel", "3"));
-    RegistryHandle key = 0;
-    EXPECT_NE(Open(RegistryHive::CurrentUser, keyPath, key), 0u);
+TEST_F(PosixRegistry, FailuresTellTheSystemsReason) {
+    const RegistryHandle key = KeyWithValue("value", std::string(100, 'v'));
+    char buffer[10] = {};
+    std::uint32_t size = sizeof(buffer);
+    EXPECT_EQ(platform::QueryRegistryValue(key, "value", buffer, size), static_cast<std::uint32_t>(ERANGE));
+    EXPECT_EQ(platform::LastError(), static_cast<std::uint32_t>(ERANGE));
+    EXPECT_EQ(platform::QueryRegistryValue(0, "value", buffer, size), static_cast<std::uint32_t>(EBADF));
+    EXPECT_EQ(platform::LastError(), static_cast<std::uint32_t>(EBADF));
+    platform::CloseRegistryKey(key);
 }
 
 TEST_F(PosixRegistry, TheVariableIsReadAtEachCall) {
@@ -106,61 +81,6 @@ TEST_F(PosixRegistry, TheVariableIsReadAtEachCall) {
     setenv("VEXLANE_REGISTRY", (root / "other").c_str(), 1);
     RegistryHandle key = 0;
     EXPECT_NE(Open(RegistryHive::LocalMachine, keyPath, key), 0u);
-}
-
-TEST_F(PosixRegistry, AValueIsItsBytes) {
-    const std::string bytes("a\0b\n\xFF", 5);
-    const RegistryHandle key = KeyWithValue("value", bytes);
-    char buffer[5] = {};
-    std::uint32_t size = sizeof(buffer);
-    EXPECT_EQ(platform::QueryRegistryValue(key, "value", buffer, size), 0u);
-    EXPECT_EQ(std::string(buffer, size), bytes);
-    platform::CloseRegistryKey(key);
-}
-
-TEST_F(PosixRegistry, AnEmptyValueIsASuccessOfNoBytes) {
-    const RegistryHandle key = KeyWithValue("value", "");
-    char buffer[5] = {};
-    std::uint32_t size = sizeof(buffer);
-    EXPECT_EQ(platform::QueryRegistryValue(key, "value", buffer, size), 0u);
-    EXPECT_EQ(size, 0u);
-    platform::CloseRegistryKey(key);
-}
-
-TEST_F(PosixRegistry, AValueAsLongAsTheBufferFitsAndALongerOneIsAFailure) {
-    for (const std::size_t length : {10239u, 10240u, 10241u, 100000u}) {
-        const RegistryHandle key = KeyWithValue("value", std::string(length, 'v'));
-        std::vector<char> buffer(10241, '#');
-        std::uint32_t size = 10240;
-        const std::uint32_t status = platform::QueryRegistryValue(key, "value", buffer.data(), size);
-        EXPECT_EQ(status, length <= 10240 ? 0u : static_cast<std::uint32_t>(ERANGE));
-        EXPECT_EQ(size, length);
-        EXPECT_EQ(std::string(buffer.data(), length <= 10240 ? length : 0),
-                  std::string(length <= 10240 ? length : 0, 'v'));
-        EXPECT_EQ(buffer.back(), '#');
-        platform::CloseRegistryKey(key);
-    }
-}
-
-TEST_F(PosixRegistry, WithoutABufferTheSizeIsAnswered) {
-    const RegistryHandle key = KeyWithValue("value", "twelve bytes");
-    std::uint32_t size = 0;
-    EXPECT_EQ(platform::QueryRegistryValue(key, "value", nullptr, size), 0u);
-    EXPECT_EQ(size, 12u);
-    platform::CloseRegistryKey(key);
-}
-
-TEST_F(PosixRegistry, AMissingValueAndAnInvalidKeyAreFailures) {
-    const RegistryHandle key = KeyWithValue("value", "1");
-    char buffer[4] = {};
-    std::uint32_t size = sizeof(buffer);
-    platform::SetLastError(0);
-    EXPECT_EQ(platform::QueryRegistryValue(key, "DebugLevel", buffer, size), static_cast<std::uint32_t>(ENOENT));
-    EXPECT_EQ(platform::LastError(), static_cast<std::uint32_t>(ENOENT));
-    EXPECT_EQ(platform::QueryRegistryValue(0, "value", buffer, size), static_cast<std::uint32_t>(EBADF));
-    EXPECT_EQ(platform::LastError(), static_cast<std::uint32_t>(EBADF));
-    EXPECT_EQ(size, sizeof(buffer));
-    platform::CloseRegistryKey(key);
 }
 
 TEST_F(PosixRegistry, WhatIsNoFileIsNoValue) {
@@ -269,10 +189,6 @@ TEST_F(PosixRegistry, WithoutTheVariableTheMachineHiveIsTheSystems) {
     platform::CloseRegistryKey(key);
 }
 
-TEST_F(PosixRegistry, ClosingNoKeyDoesNothing) {
-    platform::CloseRegistryKey(0);
-}
-
 TEST_F(PosixRegistry, NoDescriptorStaysOpen) {
     const std::size_t before = OpenDescriptors();
     const RegistryHandle key = KeyWithValue("value", "1");
@@ -283,22 +199,6 @@ TEST_F(PosixRegistry, NoDescriptorStaysOpen) {
     platform::QueryRegistryValue(key, "..", buffer, size);
     platform::CloseRegistryKey(key);
     EXPECT_EQ(OpenDescriptors(), before);
-}
-
-TEST_F(PosixRegistry, ManyThreadsMayCreateTheSameKey) {
-    std::vector<std::thread> threads;
-    std::vector<std::uint32_t> statuses(8, 1);
-    for (std::uint32_t& status : statuses) {
-        threads.emplace_back([&status] {
-            RegistryHandle key = 0;
-            status = platform::CreateRegistryKey(RegistryHive::LocalMachine, keyPath, access, key);
-            platform::CloseRegistryKey(key);
-        });
-    }
-    for (std::thread& thread : threads) {
-        thread.join();
-    }
-    EXPECT_EQ(statuses, std::vector<std::uint32_t>(8, 0));
 }
 
 }  // namespace
