@@ -30,7 +30,7 @@ int Report(const std::string& file) {
         report << "executable " << std::filesystem::read_symlink("/proc/self/exe").string() << '\n';
         report << "folder " << std::filesystem::current_path().string() << '\n';
         const char* variable = std::getenv("VEXLANE_TEST_VARIABLE");
-        report << "variable " << (variable == nullptr ? "" : variable) << '\n';
+        report << "variable " << (variable == nullptr ? "none" : variable) << '\n';
         report << "leads its session " << (getsid(0) == getpid()) << '\n';
         for (int descriptor = 0; descriptor < 1024; ++descriptor) {
             std::error_code missing;

@@ -9,12 +9,9 @@
 
 #include <algorithm>
 #include <atomic>
-#include <chrono>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
-#include <functional>
-#include <set>
 #include <sstream>
 #include <string>
 #include <system_error>
@@ -23,31 +20,14 @@
 
 #include "platform/last_error.h"
 #include "platform/process.h"
+#include "tests/platform/process_fixture.h"
 
 namespace {
 
+using namespace process_tests;
 using platform::ProcessEntry;
 using platform::ProcessInformation;
 using platform::SystemHandle;
-
-using Ids = std::set<std::uint32_t>;
-
-constexpr const char* helperName = "process-helper";
-
-std::filesystem::path OwnFolder() {
-    return std::filesystem::read_symlink("/proc/self/exe").parent_path();
-}
-
-bool ComesTrue(const std::function<bool()>& condition) {
-    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(30);
-    while (!condition()) {
-        if (std::chrono::steady_clock::now() > deadline) {
-            return false;
-        }
-        std::this_thread::sleep_for(std::chrono::milliseconds(1));
-    }
-    return true;
-}
 
 /// The letter of a process's state, 'Z' for a zombie; 0 for no process.
 char StateOf(std::uint32_t process) {
@@ -88,74 +68,8 @@ std::size_t OpenDescriptors() {
     return static_cast<std::size_t>(std::distance(begin(folder), end(folder)));
 }
 
-std::vector<ProcessEntry> List() {
-    std::vector<ProcessEntry> entries;
-    const SystemHandle list = platform::CreateProcessList();
-    EXPECT_NE(list, 0u);
-    ProcessEntry entry;
-    for (int more = platform::FirstProcess(list, entry); more == 1; more = platform::NextProcess(list, entry)) {
-        entries.push_back(entry);
-    }
-    platform::CloseHandle(list);
-    return entries;
-}
-
-Ids ListedAs(const std::string& name) {
-    Ids ids;
-    for (const ProcessEntry& entry : List()) {
-        if (entry.executableName == name) {
-            ids.insert(entry.processId);
-        }
-    }
-    return ids;
-}
-
-bool IsListed(std::uint32_t process) {
-    const std::vector<ProcessEntry> entries = List();
-    return std::any_of(entries.begin(), entries.end(),
-                       [process](const ProcessEntry& entry) { return entry.processId == process; });
-}
-
-ProcessInformation Start(const std::string& commandLine) {
-    ProcessInformation started;
-    EXPECT_TRUE(platform::StartProcess(commandLine, 0, platform::showWindowHidden, started))
-        << platform::SystemErrorText(platform::LastError());
-    return started;
-}
-
-class PosixProcess : public testing::Test {
+class PosixProcess : public ProcessFixture {
   protected:
-    PosixProcess() {
-        char name[] = "/tmp/vexlane-process-XXXXXX";
-        folder = std::filesystem::canonical(mkdtemp(name));
-        startFolder = std::filesystem::current_path();
-    }
-
-    ~PosixProcess() override {
-        for (const SystemHandle process : toEnd) {
-            platform::TerminateProcess(process, 0);
-        }
-        for (const std::filesystem::path& copy : copies) {
-            std::filesystem::remove(copy);
-        }
-        std::filesystem::current_path(startFolder);
-        std::filesystem::remove_all(folder);
-    }
-
-    /// A copy of the helper under a name of its own.
-    std::filesystem::path CopyHelper(const std::filesystem::path& target) {
-        std::filesystem::copy_file(OwnFolder() / helperName, target);
-        copies.push_back(target);
-        return target;
-    }
-
-    /// Starts the helper in a part that lasts, and ends it with the test at the latest.
-    ProcessInformation StartLasting(const std::string& commandLine) {
-        const ProcessInformation started = Start(commandLine);
-        toEnd.push_back(started.process);
-        return started;
-    }
-
     /// A child of the host's own, which this library knows nothing of.
     std::uint32_t StartAsHost(const std::string& program, const std::string& part) {
         const pid_t child = fork();
@@ -167,10 +81,9 @@ class PosixProcess : public testing::Test {
         return static_cast<std::uint32_t>(child);
     }
 
-    /// Runs the helper until it has written down what it was started with.
-    std::string Report(const std::string& program) {
+    /// Runs the helper until it has written down what it was started with, and answers all of that.
+    std::string WholeReport(const std::string& program) {
         const std::filesystem::path file = folder / "report";
-        std::filesystem::remove(file);
         const ProcessInformation started = Start(program + " report " + file.string());
         EXPECT_TRUE(ComesTrue([&started] {
             List();
@@ -180,13 +93,6 @@ class PosixProcess : public testing::Test {
         text << std::ifstream(file).rdbuf();
         return text.str();
     }
-
-    std::filesystem::path folder;
-
-  private:
-    std::filesystem::path startFolder;
-    std::vector<std::filesystem::path> copies;
-    std::vector<SystemHandle> toEnd;
 };
 
 // Listing
@@ -222,24 +128,6 @@ TEST_F(PosixProcess, AnInvalidListHasNoEntries) {
         EXPECT_EQ(platform::LastError(), static_cast<std::uint32_t>(EBADF));
         EXPECT_EQ(platform::NextProcess(invalid, entry), 0);
     }
-}
-
-TEST_F(PosixProcess, ListsAreIndependentOfOneAnother) {
-    const SystemHandle first = platform::CreateProcessList();
-    const SystemHandle second = platform::CreateProcessList();
-    EXPECT_NE(first, second);
-    platform::CloseHandle(first);
-    ProcessEntry entry;
-    EXPECT_EQ(platform::FirstProcess(second, entry), 1);
-    EXPECT_EQ(platform::FirstProcess(first, entry), 0);
-    platform::CloseHandle(second);
-}
-
-TEST_F(PosixProcess, ALongNameIsListedWhole) {
-    const std::string name = "vexlane-test-sixteen-and-more.exe";
-    CopyHelper(OwnFolder() / name);
-    const ProcessInformation started = StartLasting(name);
-    EXPECT_EQ(ListedAs(name), Ids{started.processId});
 }
 
 TEST_F(PosixProcess, ANameThatLooksLikeTheSystemsOwnRecordIsRead) {
@@ -340,26 +228,6 @@ TEST_F(PosixProcess, AFileThatMayNotBeExecutedIsNotStarted) {
     EXPECT_EQ(UnwaitedChildren(), 0);
 }
 
-TEST_F(PosixProcess, AProgramIsLookedForInTheOwnFolderThenTheCurrentOneThenOnThePath) {
-    const std::string name = "vexlane-test-search.exe";
-    const std::filesystem::path onPath = folder / "path";
-    const std::filesystem::path current = folder / "current";
-    std::filesystem::create_directories(onPath);
-    std::filesystem::create_directories(current);
-    std::filesystem::create_directories(folder / "empty");
-    const std::string pathBefore = std::getenv("PATH");
-    setenv("PATH", (folder.string() + "/empty:" + onPath.string() + ":" + pathBefore).c_str(), 1);
-    std::filesystem::current_path(current);
-
-    CopyHelper(onPath / name);
-    EXPECT_NE(Report(name).find("executable " + (onPath / name).string() + "\n"), std::string::npos);
-    CopyHelper(current / name);
-    EXPECT_NE(Report(name).find("executable " + (current / name).string() + "\n"), std::string::npos);
-    CopyHelper(OwnFolder() / name);
-    EXPECT_NE(Report(name).find("executable " + (OwnFolder() / name).string() + "\n"), std::string::npos);
-    setenv("PATH", pathBefore.c_str(), 1);
-}
-
 TEST_F(PosixProcess, AStartedProgramInheritsTheEnvironmentAndTheFolderAlone) {
     const int inheritable = open("/dev/zero", O_RDONLY);
     const int far = fcntl(inheritable, F_DUPFD, 700);
@@ -373,7 +241,7 @@ TEST_F(PosixProcess, AStartedProgramInheritsTheEnvironmentAndTheFolderAlone) {
     setenv("VEXLANE_TEST_VARIABLE", "handed on", 1);
     std::filesystem::current_path(folder);
 
-    const std::string report = Report(helperName);
+    const std::string report = WholeReport(helperName);
 
     signal(SIGTERM, ignoredBefore);
     pthread_sigmask(SIG_SETMASK, &maskBefore, nullptr);

@@ -1,0 +1,122 @@
+/// Starts and lists processes through the platform, and clears up behind itself.
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cstdint>
+#include <filesystem>
+#include <fstream>
+#include <map>
+#include <random>
+#include <set>
+#include <string>
+#include <vector>
+
+#include "platform/last_error.h"
+#include "platform/process.h"
+#include "tests/platform/process_system.h"
+#include "tests/support/comes_true.h"
+
+namespace process_tests {
+
+using Ids = std::set<std::uint32_t>;
+
+inline std::vector<platform::ProcessEntry> List() {
+    std::vector<platform::ProcessEntry> entries;
+    const platform::SystemHandle list = platform::CreateProcessList();
+    EXPECT_NE(list, 0u);
+    platform::ProcessEntry entry;
+    for (int more = platform::FirstProcess(list, entry); more == 1; more = platform::NextProcess(list, entry)) {
+        entries.push_back(entry);
+    }
+    platform::CloseHandle(list);
+    return entries;
+}
+
+inline Ids ListedAs(const std::string& name) {
+    Ids ids;
+    for (const platform::ProcessEntry& entry : List()) {
+        if (entry.executableName == name) {
+            ids.insert(entry.processId);
+        }
+    }
+    return ids;
+}
+
+inline bool IsListed(std::uint32_t process) {
+    const std::vector<platform::ProcessEntry> entries = List();
+    return std::any_of(entries.begin(), entries.end(),
+                       [process](const platform::ProcessEntry& entry) { return entry.processId == process; });
+}
+
+inline platform::ProcessInformation Start(const std::string& commandLine,
+                                          std::uint32_t showWindow = platform::showWindowHidden) {
+    platform::ProcessInformation started;
+    EXPECT_TRUE(platform::StartProcess(commandLine, 0, showWindow, started))
+        << platform::SystemErrorText(platform::LastError());
+    return started;
+}
+
+class ProcessFixture : public testing::Test {
+  protected:
+    ProcessFixture() : startFolder(std::filesystem::current_path()) {
+        folder = std::filesystem::canonical(std::filesystem::temp_directory_path()) /
+                 ("vexlane-process-" + std::to_string(std::random_device()()));
+        std::filesystem::create_directory(folder);
+    }
+
+    ~ProcessFixture() override {
+        for (const platform::SystemHandle process : toEnd) {
+            platform::TerminateProcess(process, 0);
+        }
+        std::filesystem::current_path(startFolder);
+        // A program that has just ended can be in use for a moment yet.
+        copies.push_back(folder);
+        for (const std::filesystem::path& copy : copies) {
+            EXPECT_TRUE(ComesTrue([&copy] {
+                std::error_code error;
+                std::filesystem::remove_all(copy, error);
+                return !error;
+            })) << copy;
+        }
+    }
+
+    /// A copy of the helper under a name of its own.
+    std::filesystem::path CopyHelper(const std::filesystem::path& target) {
+        std::filesystem::copy_file(OwnFolder() / helperName, target);
+        copies.push_back(target);
+        return target;
+    }
+
+    /// Starts the helper in a part that lasts, and ends it with the test at the latest.
+    platform::ProcessInformation StartLasting(const std::string& commandLine) {
+        const platform::ProcessInformation started = Start(commandLine);
+        toEnd.push_back(started.process);
+        return started;
+    }
+
+    /// Runs the helper until it has written down what it was started with, and answers that, by its first words.
+    std::map<std::string, std::string> Report(const std::string& program,
+                                              std::uint32_t showWindow = platform::showWindowHidden) {
+        const std::filesystem::path file = folder / "report";
+        std::filesystem::remove(file);
+        const platform::ProcessInformation started = Start(program + " report \"" + file.string() + "\"", showWindow);
+        EXPECT_TRUE(ComesTrue([&] { return std::filesystem::exists(file) && !IsListed(started.processId); }));
+        std::map<std::string, std::string> report;
+        std::ifstream stream(file);
+        for (std::string word; stream >> word;) {
+            std::getline(stream >> std::ws, report[word]);
+        }
+        return report;
+    }
+
+    std::filesystem::path folder;
+
+  private:
+    std::filesystem::path startFolder;
+    std::vector<std::filesystem::path> copies;
+    std::vector<platform::SystemHandle> toEnd;
+};
+
+}  // namespace process_tests

@@ -1,0 +1,221 @@
+#include "platform/process.h"
+
+#include <atomic>
+#include <cstdlib>
+#include <thread>
+
+#include "tests/platform/process_fixture.h"
+#include "tests/support/environment.h"
+
+namespace {
+
+using namespace process_tests;
+using platform::ProcessEntry;
+using platform::ProcessInformation;
+using platform::SystemHandle;
+
+constexpr std::uint32_t noSuchFile = 2;  // on every system
+
+using Process = ProcessFixture;
+
+// Listing
+
+TEST_F(Process, TheListHoldsThisOneEndsAndBeginsAnew) {
+    const SystemHandle list = platform::CreateProcessList();
+    ASSERT_NE(list, 0u);
+    ProcessEntry first;
+    ASSERT_EQ(platform::FirstProcess(list, first), 1);
+    bool found = first.processId == OwnProcessId();
+    ProcessEntry entry;
+    while (platform::NextProcess(list, entry) == 1) {
+        EXPECT_NE(entry.processId, 0u);
+        EXPECT_EQ(entry.executableName.find_first_of("/\\"), std::string::npos);
+        found = found || entry.processId == OwnProcessId();
+    }
+    EXPECT_TRUE(found);
+    EXPECT_EQ(platform::NextProcess(list, entry), 0);
+    ASSERT_EQ(platform::FirstProcess(list, entry), 1);
+    EXPECT_EQ(entry.processId, first.processId);
+    platform::CloseHandle(list);
+}
+
+TEST_F(Process, TheFirstOneListedIsNeverTheOneThatWasStarted) {
+    const ProcessInformation started = StartLasting(helperName);
+    const std::vector<ProcessEntry> entries = List();
+    EXPECT_NE(entries.front().processId, started.processId);
+    EXPECT_TRUE(IsListed(started.processId));
+}
+
+TEST_F(Process, AnInvalidListHasNoEntries) {
+    const ProcessInformation started = StartLasting(helperName);
+    for (const SystemHandle invalid : {SystemHandle{0}, started.process}) {
+        ProcessEntry entry;
+        platform::SetLastError(0);
+        EXPECT_EQ(platform::FirstProcess(invalid, entry), 0);
+        EXPECT_NE(platform::LastError(), 0u);
+        EXPECT_EQ(platform::NextProcess(invalid, entry), 0);
+    }
+}
+
+TEST_F(Process, ListsAreIndependentOfOneAnother) {
+    const SystemHandle first = platform::CreateProcessList();
+    const SystemHandle second = platform::CreateProcessList();
+    EXPECT_NE(first, second);
+    platform::CloseHandle(first);
+    ProcessEntry entry;
+    EXPECT_EQ(platform::FirstProcess(second, entry), 1);
+    EXPECT_EQ(platform::FirstProcess(first, entry), 0);
+    platform::CloseHandle(second);
+}
+
+TEST_F(Process, ALongNameIsListedWhole) {
+    const std::string name = "vexlane-test-sixteen-and-more.exe";
+    CopyHelper(OwnFolder() / name);
+    const ProcessInformation started = StartLasting(name);
+    EXPECT_EQ(ListedAs(name), Ids{started.processId});
+}
+
+// Starting
+
+TEST_F(Process, TheRecordOfAStartedOneNamesIt) {
+    const ProcessInformation started = StartLasting(helperName);
+    EXPECT_NE(started.process, 0u);
+    EXPECT_NE(started.processId, 0u);
+    EXPECT_NE(started.threadId, 0u);
+    EXPECT_EQ(ListedAs(helperName), Ids{started.processId});
+}
+
+TEST_F(Process, AMissingProgramIsNotStartedAndTheRecordStays) {
+    ProcessInformation started;
+    started.processId = 77;
+    platform::SetLastError(0);
+    EXPECT_FALSE(platform::StartProcess("vexlane-test-missing.exe", 0, platform::showWindowShown, started));
+    EXPECT_EQ(platform::LastError(), noSuchFile);
+    EXPECT_EQ(started.processId, 77u);
+    EXPECT_EQ(started.process, 0u);
+}
+
+TEST_F(Process, AFileThatIsNoProgramIsNotStarted) {
+    for (const char* name : {"vexlane-test-text.exe", "vexlane-test-empty.exe"}) {
+        std::ofstream(folder / name) << (name == std::string("vexlane-test-text.exe") ? "no program at all" : "");
+        std::filesystem::current_path(folder);
+        ProcessInformation started;
+        platform::SetLastError(0);
+        EXPECT_FALSE(platform::StartProcess(name, 0, platform::showWindowShown, started)) << name;
+        EXPECT_NE(platform::LastError(), 0u) << name;
+        EXPECT_EQ(ListedAs(name), Ids{});
+    }
+}
+
+TEST_F(Process, AProgramIsLookedForInTheOwnFolderThenTheCurrentOneThenOnThePath) {
+    const std::string name = "vexlane-test-search.exe";
+    const std::filesystem::path onPath = folder / "path";
+    const std::filesystem::path current = folder / "current";
+    std::filesystem::create_directories(onPath);
+    std::filesystem::create_directories(current);
+    std::filesystem::create_directories(folder / "empty");
+    const std::string pathBefore = std::getenv("PATH");
+    test_support::SetEnvironment("PATH", (folder / "empty").string() + test_support::pathSeparator + onPath.string() +
+                                             test_support::pathSeparator + pathBefore);
+    std::filesystem::current_path(current);
+
+    for (const std::filesystem::path& place : {onPath, current, OwnFolder()}) {
+        const std::filesystem::path program = CopyHelper(place / name);
+        const std::string started = Report(name)["executable"];
+        EXPECT_TRUE(std::filesystem::equivalent(started, program)) << started << " instead of " << program;
+    }
+    test_support::SetEnvironment("PATH", pathBefore);
+}
+
+TEST_F(Process, AStartedOneHasTheEnvironmentAndTheFolderOfThisOne) {
+    test_support::SetEnvironment("VEXLANE_TEST_VARIABLE", "handed on");
+    std::filesystem::current_path(folder);
+    auto report = Report(helperName);
+    EXPECT_EQ(report["variable"], "handed on");
+    EXPECT_TRUE(std::filesystem::equivalent(report["folder"], folder)) << report["folder"];
+    test_support::UnsetEnvironment("VEXLANE_TEST_VARIABLE");
+}
+
+// Ending
+
+TEST_F(Process, ATerminatedOneIsGoneWhenTheCallComesBack) {
+    for (int round = 0; round < 5; ++round) {
+        const ProcessInformation started = StartLasting(helperName);
+        EXPECT_TRUE(platform::TerminateProcess(started.process, 0));
+        EXPECT_FALSE(IsListed(started.processId));
+    }
+}
+
+TEST_F(Process, OneThatIsKilledFromOutsideIsNotListedAnyMore) {
+    const ProcessInformation started = StartLasting(helperName);
+    KillFromOutside(started.processId);
+    EXPECT_TRUE(ComesTrue([&] { return !IsListed(started.processId); }));
+}
+
+TEST_F(Process, OneThatEndsByItselfIsNotListedAnyMore) {
+    const ProcessInformation started = Start(helperName + std::string(" exit"));
+    EXPECT_TRUE(ComesTrue([&] { return !IsListed(started.processId); }));
+}
+
+TEST_F(Process, TheEmptyHandleEndsNothing) {
+    const ProcessInformation started = StartLasting(helperName);
+    std::atomic<bool> isEnding = false;
+    std::atomic<int> turns = 0;
+    std::thread other([&] {
+        while (!isEnding) {
+            ++turns;
+            std::this_thread::yield();
+        }
+    });
+    platform::SetLastError(0);
+    EXPECT_FALSE(platform::TerminateProcess(0, 0));
+    EXPECT_NE(platform::LastError(), 0u);
+    const int turnsBefore = turns;
+    EXPECT_TRUE(ComesTrue([&] { return turns > turnsBefore; })) << "the other threads of this process go on";
+    isEnding = true;
+    other.join();
+    EXPECT_TRUE(IsListed(started.processId));
+}
+
+// Opening
+
+TEST_F(Process, AnOpenedOneCanBeTerminated) {
+    const ProcessInformation started = StartLasting(helperName);
+    const SystemHandle opened = platform::OpenProcess(platform::processAllAccess, true, started.processId);
+    ASSERT_NE(opened, 0u);
+    EXPECT_TRUE(platform::TerminateProcess(opened, 0));
+    EXPECT_FALSE(IsListed(started.processId));
+    platform::CloseHandle(opened);
+}
+
+TEST_F(Process, OneThatDoesNotExistIsNotOpened) {
+    for (const std::uint32_t process : {0u, 0x7FFFFFFFu, 0xFFFFFFFFu}) {
+        platform::SetLastError(0);
+        EXPECT_EQ(platform::OpenProcess(platform::processAllAccess, true, process), 0u) << process;
+        EXPECT_NE(platform::LastError(), 0u) << process;
+    }
+}
+
+TEST_F(Process, ManyThreadsMayListStartAndTerminate) {
+    const ProcessInformation lasting = StartLasting(helperName);
+    std::atomic<int> failures = 0;
+    std::vector<std::thread> threads;
+    for (int i = 0; i < 4; ++i) {
+        threads.emplace_back([&] {
+            for (int round = 0; round < 5; ++round) {
+                ProcessInformation started;
+                if (!platform::StartProcess(helperName, 0, 0, started) || !IsListed(started.processId) ||
+                    !platform::TerminateProcess(started.process, 0) || IsListed(started.processId) ||
+                    !IsListed(lasting.processId)) {
+                    ++failures;
+                }
+            }
+        });
+    }
+    for (std::thread& thread : threads) {
+        thread.join();
+    }
+    EXPECT_EQ(failures, 0);
+}
+
+}  // namespace

@@ -1,0 +1,48 @@
+// The program that the process tests start, in the part that its first argument names.
+
+#include <windows.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <string>
+#include <string_view>
+
+namespace {
+
+constexpr DWORD longestLifeMilliseconds = 120'000;  // nobody is left behind when a test dies
+
+/// Writes down what it was started with; the file appears when it is complete.
+int Report(const std::string& file) {
+    const std::string unfinished = file + ".unfinished";
+    {
+        char executable[MAX_PATH] = {};
+        GetModuleFileNameA(nullptr, executable, MAX_PATH);
+        STARTUPINFOA startup = {};
+        GetStartupInfoA(&startup);
+        const char* variable = std::getenv("VEXLANE_TEST_VARIABLE");
+        std::ofstream report(unfinished);
+        report << "executable " << executable << '\n';
+        report << "folder " << std::filesystem::current_path().string() << '\n';
+        report << "variable " << (variable == nullptr ? "none" : variable) << '\n';
+        report << "flags " << startup.dwFlags << '\n';
+        report << "show " << startup.wShowWindow << '\n';
+        report << "command-line " << GetCommandLineA() << '\n';
+    }
+    return std::rename(unfinished.c_str(), file.c_str());
+}
+
+}  // namespace
+
+int main(int count, char** arguments) {
+    const std::string_view part = count > 1 ? arguments[1] : "sleep";
+    if (part == "exit") {
+        return 0;
+    }
+    if (part == "report" && count > 2) {
+        return Report(arguments[2]);
+    }
+    Sleep(longestLifeMilliseconds);
+    return 0;
+}
