@@ -11,7 +11,7 @@
 #include <sstream>
 #include <string>
 
-namespace posix_servers {
+namespace servers {
 
 namespace {
 
@@ -64,15 +64,15 @@ fs::path OwnFolder() {
 // A second name of the same file: a copy that is still being written could not be started.
 void Place(const fs::path& program) {
     Remove();
-    fs::create_hard_link(program, OwnFolder() / serverName);
+    fs::create_hard_link(OwnFolder() / program, OwnFolder() / serverName);
 }
 
 void Remove() {
     fs::remove(OwnFolder() / serverName);
 }
 
-std::set<pid_t> Running() {
-    std::set<pid_t> running;
+std::set<ProcessId> Running() {
+    std::set<ProcessId> running;
     ForEachChild([&](const Child& child) {
         if (IsServer(child)) {
             running.insert(child.process);
@@ -87,22 +87,30 @@ int Zombies() {
     return count;
 }
 
-void Kill(pid_t server) {
+bool IsGone(ProcessId process) {
+    std::ifstream file("/proc/" + std::to_string(process) + "/stat");
+    std::string text;
+    std::getline(file, text);
+    const std::size_t close = text.rfind(')');
+    return close == std::string::npos || text.compare(close, 3, ") Z") == 0;
+}
+
+void Kill(ProcessId server) {
     kill(server, SIGKILL);
 }
 
 void KillAll() {
-    for (const pid_t server : Running()) {
+    for (const ProcessId server : Running()) {
         Kill(server);
         waitpid(server, nullptr, 0);
     }
 }
 
-pid_t StartStranger() {
+ProcessId StartStranger() {
     const std::string program = OwnFolder() / serverName;
     char* arguments[] = {const_cast<char*>(program.c_str()), nullptr};
     pid_t process = 0;
     return posix_spawn(&process, program.c_str(), nullptr, nullptr, arguments, environ) == 0 ? process : 0;
 }
 
-}  // namespace posix_servers
+}  // namespace servers

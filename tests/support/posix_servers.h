@@ -1,35 +1,12 @@
-/// The recognition server's real processes, as far as they are children of this one.
+/// The recognition server's real processes, under the name that tests for systems with fork know.
 #pragma once
 
 #include <sys/types.h>
 
-#include <filesystem>
-#include <set>
+#include <type_traits>
 
-namespace posix_servers {
+#include "tests/support/servers.h"
 
-/// The name under which it is started and found.
-inline constexpr const char* serverName = "plate-Server.exe";
+static_assert(std::is_same_v<pid_t, servers::ProcessId>);
 
-std::filesystem::path OwnFolder();
-
-/// Puts a program into this program's own folder, under the server's name and in place of what stands there.
-void Place(const std::filesystem::path& program);
-void Remove();
-
-/// Children of the server's name that run.
-std::set<pid_t> Running();
-
-/// Children that have ended and that nobody has waited for.
-int Zombies();
-
-/// Ends a child from outside, without waiting for it.
-void Kill(pid_t server);
-
-/// Ends all children of the server's name and waits for them.
-void KillAll();
-
-/// Starts the program in this program's own folder as anybody would who is not the launcher; the caller waits for it.
-pid_t StartStranger();
-
-}  // namespace posix_servers
+namespace posix_servers = servers;
