@@ -1,0 +1,149 @@
+#include <gmock/gmock.h>
+
+#include "platform/last_error.h"
+#include "tests/server/server_process_fixture.h"
+
+namespace {
+
+using servers::Running;
+using testing::ElementsAre;
+using testing::IsEmpty;
+
+TEST_F(ServerProcess, IsStartedByTheFirstPoll) {
+    StartPolling();
+    EXPECT_NE(TheServer(), 0);
+    EXPECT_TRUE(launcher->IsServerRunning());
+    EXPECT_EQ(LinesThatBegin("CreatedProcess(plate-Server.exe) - ok Process ID: 0x"), 1);
+}
+
+TEST_F(ServerProcess, ComesBackWhenItIsKilledWhilePollingRuns) {
+    StartPolling();
+    for (int round = 0; round < 3; ++round) {
+        const servers::ProcessId before = TheServer();
+        ASSERT_NE(before, 0);
+        servers::Kill(before);
+        EXPECT_TRUE(ComesTrue([before] {
+            const auto running = Running();
+            return running.size() == 1 && *running.begin() != before;
+        }));
+    }
+    EXPECT_TRUE(launcher->IsRunning());
+}
+
+TEST_F(ServerProcess, IsGoneForGoodBehindAStop) {
+    StartPolling();
+    ASSERT_NE(TheServer(), 0);
+    launcher->Stop();
+    EXPECT_THAT(Running(), IsEmpty());
+    EXPECT_FALSE(launcher->IsServerRunning());
+    EXPECT_FALSE(launcher->IsRunning());
+    EXPECT_EQ(LinesThatBegin("TerminateProcess("), 0);
+}
+
+TEST_F(ServerProcess, CanBeStartedAgainBehindAStopAndIsNotWatchedThen) {
+    StartPolling();
+    ASSERT_NE(TheServer(), 0);
+    launcher->Stop();
+    launcher->Start();
+    const servers::ProcessId server = TheServer();
+    ASSERT_NE(server, 0);
+    EXPECT_FALSE(launcher->IsRunning());
+    servers::Kill(server);
+    ASSERT_TRUE(ComesTrue([&] { return !launcher->IsServerRunning(); }));
+    EXPECT_THAT(Running(), IsEmpty());
+}
+
+TEST_F(ServerProcess, IsReplacedByEveryRestart) {
+    StartPolling();
+    servers::ProcessId before = TheServer();
+    launcher->Stop();
+    launcher->Start();
+    before = TheServer();
+    for (int round = 0; round < 20; ++round) {
+        launcher->Restart();
+        const auto running = Running();
+        ASSERT_EQ(running.size(), 1u) << "a server that was ended must not be taken for one that runs";
+        EXPECT_NE(*running.begin(), before);
+        before = *running.begin();
+    }
+    EXPECT_EQ(LinesThatBegin("Already started."), 0);
+    EXPECT_EQ(LinesThatBegin("TerminateProcess("), 0);
+}
+
+TEST_F(ServerProcess, IsGoneWhenTheLauncherIsDestroyed) {
+    StartPolling();
+    ASSERT_NE(TheServer(), 0);
+    launcher.reset();
+    EXPECT_THAT(Running(), IsEmpty());
+}
+
+// A program of the server's name that somebody else has started
+
+TEST_F(ServerProcess, OfAStrangerIsSeenButNeitherAdoptedNorEndedWithoutARecord) {
+    const servers::ProcessId stranger = servers::StartStranger();
+    ASSERT_TRUE(ComesTrue([stranger] { return Running().contains(stranger); }));
+    StartPolling();
+    EXPECT_TRUE(launcher->IsServerRunning());
+    launcher->Restart();
+    launcher->Stop();
+    EXPECT_THAT(Running(), ElementsAre(stranger));
+    EXPECT_EQ(LinesThatBegin("TerminateProcess(0x0) - failed, err = "), 2);
+    EXPECT_EQ(LinesThatBegin("CreatedProcess("), 0);
+}
+
+// A program that is not there
+
+TEST_F(ServerProcess, ThatIsMissingIsOneLineForEachPollUntilItIsThere) {
+    servers::Remove();
+    StartPolling();
+    ASSERT_TRUE(ComesTrue([&] { return LinesThatBegin("CreateProcess(") >= 3; }));
+    constexpr std::uint32_t noSuchFile = 2;  // on every system
+    EXPECT_EQ(LinesThatBegin(
+                  "CreateProcess(plate-Server.exe) - failed, err = " + platform::SystemErrorText(noSuchFile) + "\r\n"),
+              LinesThatBegin("CreateProcess("));
+    EXPECT_THAT(Running(), IsEmpty());
+    servers::Place(VEXLANE_SERVER_PROGRAM);
+    EXPECT_NE(TheServer(), 0);
+}
+
+// Programs that misbehave
+
+TEST_F(ServerProcess, ThatDiesAtItsStartIsStartedAgainAtEveryPollAndLeavesNoZombies) {
+    for (const char* failure : {"dies-at-start", "crashes"}) {
+        output.Clear();
+        Misbehave(failure);
+        StartPolling();
+        EXPECT_TRUE(ComesTrue([&] { return LinesThatBegin("CreatedProcess(") >= 5; })) << failure;
+        EXPECT_LE(servers::Zombies(), 1) << failure;
+        launcher->Stop();
+        EXPECT_TRUE(ComesTrue([&] {
+            launcher->IsServerRunning();
+            return servers::Zombies() == 0;
+        })) << failure;
+        launcher.reset();
+    }
+}
+
+TEST_F(ServerProcess, ThatEndsByItselfComesBack) {
+    Misbehave("ends-soon");
+    StartPolling();
+    EXPECT_TRUE(ComesTrue([&] { return LinesThatBegin("CreatedProcess(") >= 3; }));
+}
+
+TEST_F(ServerProcess, ThatWillNotEndIsEnded) {
+    for (const char* failure : {"ignores-termination", "stops-itself", "spins"}) {
+        ExpectThatItIsEnded(failure);
+    }
+}
+
+TEST_F(ServerProcess, ThatHangsCountsAsRunning) {
+    Misbehave("stops-itself");
+    StartPolling();
+    const servers::ProcessId server = TheServer();
+    EXPECT_TRUE(launcher->IsServerRunning());
+    launcher->Start();
+    EXPECT_EQ(TheServer(), server);
+    EXPECT_EQ(LinesThatBegin("Already started."), 1);
+}
+
+}  // namespace

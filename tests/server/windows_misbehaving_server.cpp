@@ -1,0 +1,60 @@
+// A server that fails in the way that the environment names.
+
+#include <windows.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <fstream>
+#include <string>
+#include <string_view>
+
+namespace {
+
+constexpr DWORD longestLifeMilliseconds = 120'000;  // nobody is left behind when a test dies
+
+BOOL WINAPI Refuse(DWORD) {
+    return TRUE;
+}
+
+DWORD WINAPI EndInTheEnd(void*) {
+    Sleep(longestLifeMilliseconds);
+    ExitProcess(0);
+}
+
+/// Writes down how its window is to be shown; the file appears when it is complete.
+void Report(const char* file) {
+    STARTUPINFOA startup = {};
+    GetStartupInfoA(&startup);
+    const std::string unfinished = std::string(file) + ".unfinished";
+    std::ofstream(unfinished) << startup.dwFlags << ' ' << startup.wShowWindow << '\n';
+    std::rename(unfinished.c_str(), file);
+}
+
+}  // namespace
+
+int main() {
+    CloseHandle(CreateThread(nullptr, 0, &EndInTheEnd, nullptr, 0, nullptr));
+    const char* const variable = std::getenv("VEXLANE_TEST_SERVER");
+    const std::string_view failure = variable == nullptr ? "" : variable;
+    if (failure == "dies-at-start") {
+        return 3;
+    }
+    if (failure == "crashes") {
+        std::abort();
+    }
+    if (failure == "ends-soon") {
+        Sleep(30);
+        return 0;
+    }
+    if (failure == "ignores-termination") {
+        SetConsoleCtrlHandler(&Refuse, TRUE);
+    } else if (failure == "stops-itself") {
+        SuspendThread(GetCurrentThread());
+    } else if (failure == "spins") {
+        for (volatile bool spins = true; spins;) {
+        }
+    } else if (failure == "reports") {
+        Report(std::getenv("VEXLANE_TEST_REPORT"));
+    }
+    Sleep(INFINITE);
+}

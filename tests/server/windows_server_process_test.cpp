@@ -1,0 +1,114 @@
+#include <windows.h>
+
+#include <gmock/gmock.h>
+
+#include <filesystem>
+#include <fstream>
+#include <vector>
+
+#include "platform/process.h"
+#include "tests/server/server_process_fixture.h"
+
+namespace {
+
+using servers::ProcessId;
+using servers::Running;
+using testing::ElementsAre;
+
+/// Both ids in the order in which a list of all processes has them.
+std::vector<ProcessId> InListOrder(ProcessId first, ProcessId second) {
+    std::vector<ProcessId> order;
+    const platform::SystemHandle list = platform::CreateProcessList();
+    platform::ProcessEntry entry;
+    for (int more = platform::FirstProcess(list, entry); more == 1; more = platform::NextProcess(list, entry)) {
+        const auto process = static_cast<ProcessId>(entry.processId);
+        if (process == first || process == second) {
+            order.push_back(process);
+        }
+    }
+    platform::CloseHandle(list);
+    return order;
+}
+
+class WindowsServerProcess : public ServerProcess {
+  protected:
+    WindowsServerProcess() : report(servers::OwnFolder() / "report") {
+        std::filesystem::remove(report);
+        test_support::SetEnvironment("VEXLANE_TEST_REPORT", report.string());
+    }
+    ~WindowsServerProcess() override {
+        std::filesystem::remove(report);
+        test_support::UnsetEnvironment("VEXLANE_TEST_REPORT");
+    }
+
+    /// How the server's window is to be shown, as the server itself was told.
+    DWORD ShownMode() {
+        Misbehave("reports");
+        StartPolling();
+        EXPECT_TRUE(ComesTrue([this] { return std::filesystem::exists(report); }));
+        DWORD flags = 0;
+        DWORD mode = 99;
+        std::ifstream(report) >> flags >> mode;
+        EXPECT_EQ(flags, DWORD{STARTF_USESHOWWINDOW});
+        return mode;
+    }
+
+    std::filesystem::path report;
+};
+
+TEST_F(WindowsServerProcess, HasItsWindowHiddenAtLevel0) {
+    diagnostics::SetDebugLevel(0);
+    EXPECT_EQ(ShownMode(), DWORD{SW_HIDE});
+}
+
+TEST_F(WindowsServerProcess, HasItsWindowShownAtEveryOtherLevel) {
+    diagnostics::SetDebugLevel(-1);
+    EXPECT_EQ(ShownMode(), DWORD{SW_SHOW});
+}
+
+TEST_F(WindowsServerProcess, IsEndedWithTheExitCodeOfAllOnes) {
+    StartPolling();
+    const ProcessId server = TheServer();
+    ASSERT_NE(server, 0);
+    const HANDLE handle = OpenProcess(PROCESS_QUERY_INFORMATION, FALSE, static_cast<DWORD>(server));
+    ASSERT_NE(handle, nullptr);
+    launcher->Stop();
+    DWORD code = 0;
+    EXPECT_NE(GetExitCodeProcess(handle, &code), FALSE);
+    EXPECT_EQ(code, 0xFFFFFFFF);
+    CloseHandle(handle);
+}
+
+// Which of the two is adopted in the end depends on the list: the last one there.
+TEST_F(WindowsServerProcess, OfAStrangerTakesPartInTheAdoptionAndTheLastOneListedIsEnded) {
+    StartPolling();
+    const ProcessId ours = TheServer();
+    ASSERT_NE(ours, 0);
+    const ProcessId stranger = servers::StartStranger();
+    ASSERT_TRUE(ComesTrue([] { return Running().size() == 2; }));
+    const std::vector<ProcessId> order = InListOrder(ours, stranger);
+    ASSERT_EQ(order.size(), 2u);
+    EXPECT_TRUE(launcher->IsServerRunning());
+    launcher->Stop();
+    EXPECT_THAT(Running(), ElementsAre(order.front()));
+    EXPECT_TRUE(servers::IsGone(order.back()));
+    EXPECT_EQ(LinesThatBegin("TerminateProcess("), 0);
+}
+
+// With a record of ours the handle of the adopted one is a new one, which can end it.
+TEST_F(WindowsServerProcess, OfAStrangerIsAdoptedWhenOursHasEnded) {
+    StartPolling();
+    const ProcessId ours = TheServer();
+    ASSERT_NE(ours, 0);
+    launcher->PollTimeoutThread::Stop();
+    servers::Kill(ours);
+    ASSERT_TRUE(ComesTrue([] { return Running().empty(); }));
+    const ProcessId stranger = servers::StartStranger();
+    ASSERT_TRUE(ComesTrue([&] { return Running().contains(stranger); }));
+    EXPECT_TRUE(launcher->IsServerRunning());
+    launcher->Stop();
+    EXPECT_TRUE(servers::IsGone(stranger));
+    EXPECT_EQ(LinesThatBegin("TerminateProcess("), 0);
+}
+
+}  // namespace
