@@ -13,6 +13,8 @@ namespace {
 
 static_assert(showWindowHidden == SW_HIDE);
 static_assert(showWindowShown == SW_SHOW);
+static_assert(sizeof(STARTUPINFOA) == 104);
+static_assert(sizeof(PROCESSENTRY32) == 304);
 
 // Newer headers define PROCESS_ALL_ACCESS with more rights than this.
 static_assert(processAllAccess == (STANDARD_RIGHTS_REQUIRED | SYNCHRONIZE | 0xFFF));
@@ -27,12 +29,26 @@ SystemHandle FromHandle(HANDLE handle) {
     return reinterpret_cast<SystemHandle>(handle);
 }
 
+// Answers the error: what the C library does behind the call, for the copy's sake, may change it.
+DWORD Create(const std::string& commandLine, std::uint32_t creationFlags, std::uint32_t showWindow,
+             PROCESS_INFORMATION& information) {
+    STARTUPINFOA startup = {};
+    startup.cb = sizeof(startup);
+    startup.dwFlags = STARTF_USESHOWWINDOW;
+    startup.wShowWindow = static_cast<WORD>(showWindow);
+    std::string writable = commandLine;
+    return ::CreateProcessA(nullptr, writable.data(), nullptr, nullptr, FALSE, creationFlags, nullptr, nullptr,
+                            &startup, &information) != FALSE
+               ? ERROR_SUCCESS
+               : ::GetLastError();
+}
+
 using ReadEntry = BOOL(WINAPI*)(HANDLE, PROCESSENTRY32*);
 
 int Read(ReadEntry readEntry, SystemHandle list, ProcessEntry& entry) {
     PROCESSENTRY32 read = {};
     read.dwSize = sizeof(read);
-    if (readEntry(ToHandle(list), &read) == FALSE) {
+    if (readEntry(ToHandle(list), &read) != TRUE) {
         return 0;
     }
     entry.processId = read.th32ProcessID;
@@ -44,14 +60,10 @@ int Read(ReadEntry readEntry, SystemHandle list, ProcessEntry& entry) {
 
 bool StartProcess(const std::string& commandLine, std::uint32_t creationFlags, std::uint32_t showWindow,
                   ProcessInformation& started) {
-    STARTUPINFOA startup = {};
-    startup.cb = sizeof(startup);
-    startup.dwFlags = STARTF_USESHOWWINDOW;
-    startup.wShowWindow = static_cast<WORD>(showWindow);
     PROCESS_INFORMATION information = {};
-    std::string writable = commandLine;
-    if (::CreateProcessA(nullptr, writable.data(), nullptr, nullptr, FALSE, creationFlags, nullptr, nullptr, &startup,
-                         &information) == FALSE) {
+    const DWORD error = Create(commandLine, creationFlags, showWindow, information);
+    if (error != ERROR_SUCCESS) {
+        ::SetLastError(error);
         return false;
     }
     started.process = FromHandle(information.hProcess);
