@@ -3,8 +3,10 @@
 #include <gtest/gtest.h>
 
 #include <cstdint>
+#include <set>
 #include <string>
 #include <thread>
+#include <utility>
 #include <vector>
 
 #include "platform/last_error.h"
@@ -139,6 +141,114 @@ TEST(SimplifiedChinese, NoPairOfBytesShortensTheText) {
     }
 }
 
+// The rules that the code page was made by, against which its tables are held: runs of characters in their own order.
+struct CharacterRun {
+    unsigned firstPair;
+    unsigned lastPair;
+    unsigned firstCharacter;
+};
+
+unsigned CharacterOf(unsigned pair) {
+    const std::wstring wide = FromChinese(Pair(pair >> 8, pair & 0xFF));
+    EXPECT_EQ(wide.size(), 1u) << std::hex << pair;
+    return wide.empty() ? 0 : static_cast<unsigned>(wide.front());
+}
+
+TEST(SimplifiedChinese, SymbolsStandInTheOrderOfTheirBlocks) {
+    const CharacterRun runs[] = {
+        {0xA2A1, 0xA2AA, 0x2170},  // small Roman numbers
+        {0xA2B1, 0xA2C4, 0x2488},  // numbers with a full stop
+        {0xA2C5, 0xA2D8, 0x2474},  // in parentheses
+        {0xA2D9, 0xA2E2, 0x2460},  // in circles
+        {0xA2E5, 0xA2EE, 0x3220},  // ideographs of numbers
+        {0xA2F1, 0xA2FC, 0x2160},  // Roman numbers
+        {0xA3A1, 0xA3A3, 0xFF01},  // wide forms of ASCII, without the dollar and the tilde
+        {0xA3A4, 0xA3A4, 0xFFE5}, {0xA3A5, 0xA3FD, 0xFF05}, {0xA3FE, 0xA3FE, 0xFFE3},
+        {0xA4A1, 0xA4F3, 0x3041},  // Hiragana
+        {0xA5A1, 0xA5F6, 0x30A1},  // Katakana
+        {0xA6A1, 0xA6B1, 0x0391},  // Greek, without the place of the capital final sigma
+        {0xA6B2, 0xA6B8, 0x03A3}, {0xA6C1, 0xA6D1, 0x03B1}, {0xA6D2, 0xA6D8, 0x03C3},
+        {0xA7A1, 0xA7A6, 0x0410},  // Russian, Yo in its place of the alphabet
+        {0xA7A7, 0xA7A7, 0x0401}, {0xA7A8, 0xA7C1, 0x0416}, {0xA7D1, 0xA7D6, 0x0430},
+        {0xA7D7, 0xA7D7, 0x0451}, {0xA7D8, 0xA7F1, 0x0436}, {0xA8C5, 0xA8E9, 0x3105},  // Bopomofo
+        {0xA9A4, 0xA9EF, 0x2500},                                                      // lines of boxes
+    };
+    for (const CharacterRun& run : runs) {
+        for (unsigned pair = run.firstPair; pair <= run.lastPair; ++pair) {
+            ASSERT_EQ(CharacterOf(pair), run.firstCharacter + (pair - run.firstPair)) << std::hex << pair;
+        }
+    }
+}
+
+// The older standard has a choice of the ideographs; the code page adds all others, in the order of their numbers, in
+// two areas around it, and at the end some that have a second number.
+TEST(SimplifiedChinese, EveryIdeographStandsInItsPlace) {
+    std::set<unsigned> chosen;
+    for (unsigned lead = 0xB0; lead <= 0xF7; ++lead) {
+        for (unsigned trail = 0xA1; trail <= (lead == 0xD7 ? 0xF9u : 0xFEu); ++trail) {
+            chosen.insert(CharacterOf(lead << 8 | trail));
+        }
+    }
+    EXPECT_EQ(chosen.size(), 6763u);
+    std::vector<unsigned> others;
+    for (unsigned character = 0x4E00; character <= 0x9FA5; ++character) {
+        if (!chosen.contains(character)) {
+            others.push_back(character);
+        }
+    }
+    EXPECT_EQ(others.size() + chosen.size(), 0x9FA5u - 0x4E00 + 1) << "nothing else was chosen";
+
+    std::vector<unsigned> added;
+    std::vector<unsigned> again;
+    const auto read = [&](unsigned firstLead, unsigned lastLead, unsigned lastTrail) {
+        for (unsigned lead = firstLead; lead <= lastLead; ++lead) {
+            for (unsigned trail = 0x40; trail <= lastTrail; ++trail) {
+                const unsigned pair = lead << 8 | trail;
+                if (trail != 0x7F && pair < 0xFE50) {
+                    (pair < 0xFD9C ? added : again).push_back(CharacterOf(pair));
+                }
+            }
+        }
+    };
+    read(0x81, 0xA0, 0xFE);
+    read(0xAA, 0xFE, 0xA0);
+    EXPECT_EQ(added, others);
+    EXPECT_EQ(again, (std::vector<unsigned>{0xF92C, 0xF979, 0xF995, 0xF9E7, 0xF9F1, 0xFA0C, 0xFA0D,
+                                            0xFA0E, 0xFA0F, 0xFA11, 0xFA13, 0xFA14, 0xFA18, 0xFA1F,
+                                            0xFA20, 0xFA21, 0xFA23, 0xFA24, 0xFA27, 0xFA28, 0xFA29}));
+}
+
+TEST(SimplifiedChinese, EveryProvinceOnAPlateIsItsCharacter) {
+    const std::pair<unsigned, unsigned> provinces[] = {
+        {0xBEA9, 0x4EAC}, {0xBDF2, 0x6D25}, {0xBCBD, 0x5180}, {0xBDFA, 0x664B}, {0xC3C9, 0x8499}, {0xC1C9, 0x8FBD},
+        {0xBCAA, 0x5409}, {0xBADA, 0x9ED1}, {0xBBA6, 0x6CAA}, {0xCBD5, 0x82CF}, {0xD5E3, 0x6D59}, {0xCDEE, 0x7696},
+        {0xC3F6, 0x95FD}, {0xB8D3, 0x8D63}, {0xC2B3, 0x9C81}, {0xD4A5, 0x8C6B}, {0xB6F5, 0x9102}, {0xCFE6, 0x6E58},
+        {0xD4C1, 0x7CA4}, {0xB9F0, 0x6842}, {0xC7ED, 0x743C}, {0xD3E5, 0x6E1D}, {0xB4A8, 0x5DDD}, {0xB9F3, 0x8D35},
+        {0xD4C6, 0x4E91}, {0xB2D8, 0x85CF}, {0xC9C2, 0x9655}, {0xB8CA, 0x7518}, {0xC7E0, 0x9752}, {0xC4FE, 0x5B81},
+        {0xD0C2, 0x65B0}};
+    for (const auto& [pair, character] : provinces) {
+        EXPECT_EQ(CharacterOf(pair), character) << std::hex << pair;
+    }
+}
+
+// 21791 characters, and for every other pair a private one of its own.
+TEST(SimplifiedChinese, NoTwoPairsAreTheSameCharacter) {
+    std::set<unsigned> assigned;
+    std::set<unsigned> unassigned;
+    for (unsigned lead = 0x81; lead <= 0xFE; ++lead) {
+        for (unsigned trail = 0x40; trail <= 0xFE; ++trail) {
+            if (trail != 0x7F) {
+                const unsigned character = CharacterOf(lead << 8 | trail);
+                (character >= 0xE000 && character <= 0xF8FF ? unassigned : assigned).insert(character);
+            }
+        }
+    }
+    EXPECT_EQ(assigned.size(), 21791u);
+    EXPECT_EQ(unassigned.size(), 126u * 190 - 21791);
+    EXPECT_EQ(*unassigned.begin(), 0xE000u);
+    EXPECT_EQ(*unassigned.rbegin(), 0xE000u + 126 * 190 - 21791 - 1);
+}
+
 // Windows' own answers for all pairs, summed up (FNV-1a over each answer's length and code units).
 TEST(SimplifiedChinese, EveryPairIsTheCharacterThatWindowsMakesOfIt) {
     std::uint32_t sum = 2166136261u;
@@ -244,6 +354,9 @@ TEST(Utf8, HalvesOfASurrogatePairThatStandAloneBecomeReplacementCharacters) {
     EXPECT_EQ(Narrow(codePageUtf8, {low, high}), "\xEF\xBF\xBD\xEF\xBF\xBD");
     EXPECT_EQ(Narrow(codePageUtf8, {high, high, low}), "\xEF\xBF\xBD\xF0\x9F\x98\x80");
     EXPECT_EQ(Narrow(codePageUtf8, {L'a', high}), "a\xEF\xBF\xBD");
+    for (unsigned half = 0xD800; half <= 0xDFFF; ++half) {
+        ASSERT_EQ(Narrow(codePageUtf8, L"a" + OneCharacter(half) + L"z"), "a\xEF\xBF\xBDz") << std::hex << half;
+    }
 }
 
 TEST(Conversion, NothingToConvertIsAFailure) {

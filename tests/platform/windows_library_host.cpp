@@ -1,0 +1,27 @@
+// Loads the library that its first argument names, keeps a thread, and ends in the way of the second.
+
+#include <windows.h>
+
+#include <cstdlib>
+#include <string_view>
+
+namespace {
+
+DWORD WINAPI SleepOn(void*) {
+    Sleep(INFINITE);
+    return 0;
+}
+
+}  // namespace
+
+int main(int count, char** arguments) {
+    const HMODULE library = count > 2 ? LoadLibraryA(arguments[1]) : nullptr;
+    if (library == nullptr) {
+        return 1;
+    }
+    CloseHandle(CreateThread(nullptr, 0, &SleepOn, nullptr, 0, nullptr));
+    if (arguments[2] == std::string_view("unload")) {
+        FreeLibrary(library);
+    }
+    return 42;
+}
