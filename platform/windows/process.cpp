@@ -29,18 +29,18 @@ SystemHandle FromHandle(HANDLE handle) {
     return reinterpret_cast<SystemHandle>(handle);
 }
 
-// Answers the error: what the C library does behind the call, for the copy's sake, may change it.
-DWORD Create(const std::string& commandLine, std::uint32_t creationFlags, std::uint32_t showWindow,
-             PROCESS_INFORMATION& information) {
+// What the C library does behind the call, for the copy's sake, may change the last error: it is read at once.
+bool Create(const std::string& commandLine, std::uint32_t creationFlags, std::uint32_t showWindow,
+            PROCESS_INFORMATION& information, DWORD& error) {
     STARTUPINFOA startup = {};
     startup.cb = sizeof(startup);
     startup.dwFlags = STARTF_USESHOWWINDOW;
     startup.wShowWindow = static_cast<WORD>(showWindow);
     std::string writable = commandLine;
-    return ::CreateProcessA(nullptr, writable.data(), nullptr, nullptr, FALSE, creationFlags, nullptr, nullptr,
-                            &startup, &information) != FALSE
-               ? ERROR_SUCCESS
-               : ::GetLastError();
+    const BOOL isCreated = ::CreateProcessA(nullptr, writable.data(), nullptr, nullptr, FALSE, creationFlags, nullptr,
+                                            nullptr, &startup, &information);
+    error = ::GetLastError();
+    return isCreated != FALSE;
 }
 
 using ReadEntry = BOOL(WINAPI*)(HANDLE, PROCESSENTRY32*);
@@ -61,8 +61,8 @@ int Read(ReadEntry readEntry, SystemHandle list, ProcessEntry& entry) {
 bool StartProcess(const std::string& commandLine, std::uint32_t creationFlags, std::uint32_t showWindow,
                   ProcessInformation& started) {
     PROCESS_INFORMATION information = {};
-    const DWORD error = Create(commandLine, creationFlags, showWindow, information);
-    if (error != ERROR_SUCCESS) {
+    DWORD error = ERROR_SUCCESS;
+    if (!Create(commandLine, creationFlags, showWindow, information, error)) {
         ::SetLastError(error);
         return false;
     }
