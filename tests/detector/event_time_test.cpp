@@ -7,10 +7,10 @@
 #include <boost/date_time/gregorian/gregorian.hpp>
 #include <boost/date_time/posix_time/posix_time.hpp>
 #include <chrono>
-#include <cstdlib>
 #include <cstring>
-#include <ctime>
 #include <limits>
+
+#include "tests/support/environment.h"
 
 namespace {
 
@@ -40,18 +40,16 @@ TEST(EventTime, OfThePresentIsUtc) {
 }
 
 TEST(EventTime, OfThePresentAsLocalTimeIsAheadByTheZone) {
-#if defined(_WIN32)
-    GTEST_SKIP() << "the zone of this process cannot be chosen here";
-#else
-    ASSERT_EQ(setenv("TZ", "VEX-05:30", 1), 0);  // 5 h 30 min east
-    tzset();
+    test_support::SetEnvironment("TZ", "VEX-05:30");  // 5 h 30 min east
+    test_support::ReadTimeZone();
     const std::int64_t zone = (5 * 60 + 30) * 60 * 1000;
     const std::int64_t before = CurrentUtcMilliseconds();
     const std::int64_t local = CurrentLocalMilliseconds();
     const std::int64_t after = CurrentUtcMilliseconds();
     EXPECT_GE(local, before + zone);
     EXPECT_LE(local, after + zone);
-#endif
+    test_support::UnsetEnvironment("TZ");
+    test_support::ReadTimeZone();
 }
 
 TEST(EventTime, IsCutTowardZero) {
