@@ -76,20 +76,71 @@ TEST(Event, NothingThatIsNoUtf8Throws) {
     EXPECT_TRUE(line["arguments"]["number"].is_null());
 }
 
-TEST(EventPrinter, CountsEventsAndPlates) {
-    std::FILE* const file = std::tmpfile();
-    ASSERT_NE(file, nullptr);
-    Console console(false);
-    EventPrinter printer(file, console);
-    EventRecord event;
-    event.name = "event";
-    printer.OnEvent(event);
-    event.name = "NUMBER_LOST";
-    printer.OnEvent(event);
+/// Takes lines until it is full.
+class Output {
+  public:
+    Output(std::size_t newRoom, std::string newError) : room(newRoom), error(std::move(newError)) {}
+
+    EventPrinter::Output Function() {
+        return [this](std::string_view line) -> WriteResult {
+            ++callCount;
+            if (lines.size() == room) {
+                return {.isWritten = false, .error = error};
+            }
+            lines.emplace_back(line);
+            return {};
+        };
+    }
+
+    std::vector<std::string> lines;
+    int callCount = 0;
+
+  private:
+    const std::size_t room;
+    const std::string error;
+};
+
+class EventPrinting : public testing::Test {
+  protected:
+    static EventRecord Named(const char* name) {
+        EventRecord event;
+        event.name = name;
+        return event;
+    }
+
+    Console console{false};
+};
+
+TEST_F(EventPrinting, CountsEventsAndPlates) {
+    Output output(2, "");
+    EventPrinter printer(output.Function(), console);
+    printer.OnEvent(Named("event"));
+    printer.OnEvent(Named("NUMBER_LOST"));
     EXPECT_EQ(printer.EventCount(), 2u);
     EXPECT_EQ(printer.PlateCount(), 1u);
     EXPECT_FALSE(printer.HasEnded());
-    std::fclose(file);
+    EXPECT_EQ(printer.Error(), "");
+    EXPECT_THAT(output.lines, testing::ElementsAre(ToJsonLine(Named("event")), ToJsonLine(Named("NUMBER_LOST"))));
+}
+
+TEST_F(EventPrinting, EndsWithTheFirstLineThatCannotBeWritten) {
+    Output output(1, "the disk is full");
+    EventPrinter printer(output.Function(), console);
+    for (int count = 0; count < 3; ++count) {
+        printer.OnEvent(Named("event"));
+    }
+    EXPECT_TRUE(printer.HasEnded());
+    EXPECT_EQ(printer.Error(), "the disk is full");
+    EXPECT_EQ(output.callCount, 2);
+    EXPECT_EQ(printer.EventCount(), 3u);
+}
+
+TEST_F(EventPrinting, AReaderThatHasGoneIsNoError) {
+    Output output(0, "");
+    EventPrinter printer(output.Function(), console);
+    printer.OnEvent(Named("event"));
+    EXPECT_TRUE(printer.HasEnded());
+    EXPECT_EQ(printer.Error(), "");
 }
 
 }  // namespace

@@ -6,7 +6,7 @@
 #include "tests/host/checksum.h"
 #include "tests/host/pictures.h"
 #include "tests/host/play_command.h"
-#include "tests/host/posix_process.h"
+#include "tests/host/process.h"
 #include "tests/host/video_writer.h"
 #include "tools/host/ffmpeg_reader.h"
 

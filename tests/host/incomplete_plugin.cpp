@@ -1,8 +1,10 @@
 // A library without one of the three exports.
 #include <cstdint>
 
-extern "C" __attribute__((visibility("default"))) std::int32_t InitializeModule(void*) {
+#include "tests/host/export.h"
+
+extern "C" HOST_TEST_EXPORT std::int32_t InitializeModule(void*) {
     return 0;
 }
 
-extern "C" __attribute__((visibility("default"))) void FinalizeModule() {}
+extern "C" HOST_TEST_EXPORT void FinalizeModule() {}

@@ -8,7 +8,8 @@
 #include "tests/host/checksum.h"
 #include "tests/host/pictures.h"
 #include "tests/host/play_command.h"
-#include "tests/host/posix_process.h"
+#include "tests/host/process.h"
+#include "tools/host/system.h"
 
 namespace host_test {
 namespace {
@@ -60,9 +61,68 @@ TEST(Play, FurtherTargetsAreKept) {
 
 TEST(Play, ATextThatIsNoUtf8IsShownWithReplacementCharacters) {
     const Finished run =
-        RunHost(PlayCommand("-", {"test_event_every=1", "test_text=\xC3(\xFFz"}), Y4mStream(16, 16, 1));
+        RunHost(PlayCommand("-", {"test_event_every=1", "test_broken_text=true"}), Y4mStream(16, 16, 1));
     ASSERT_EQ(run.status, 0) << run.errors;
     EXPECT_THAT(run.output, HasSubstr("\"lp_wnum\":\"\xEF\xBF\xBD(\xEF\xBF\xBDz\""));
+}
+
+TEST(Play, ASettingOfAnyCharactersReachesTheDetectorAndItsEvents) {
+    // Cyrillic, a character beyond the first plane, a quotation mark behind a backslash, and one at the end.
+    const std::string text = "\xD0\x90 1\xF0\x9F\x9A\x97\\\"x\\";
+    const Finished run = RunHost(PlayCommand("-", {"test_event_every=1", "test_text=" + text}), Y4mStream(16, 16, 1));
+    ASSERT_EQ(run.status, 0) << run.errors;
+    EXPECT_EQ(Lines(run.output).at(0)["arguments"]["lp_wnum"], text);
+    EXPECT_THAT(run.output, HasSubstr("\xD0\x90 1\xF0\x9F\x9A\x97")) << "as it is, and not escaped";
+}
+
+TEST(Play, PathsMayHoldSpacesAndAnyCharacters) {
+    const TemporaryFolder folder;
+    const std::string inner = "gate \xD0\x96\xC3\xA9\xE7\x89\x8C";
+    folder.MakeFolder(inner);
+    const std::string video = folder.Write(inner + "/road \xC3\xBC.y4m", Y4mStream(16, 16, 1));
+    const std::string plugin = folder.Copy(HOST_TEST_PLUGIN, inner + "/plug in \xC3\xA5.dll");
+    const std::string engine = folder.Copy(HOST_TEST_ENGINE_TWO, inner + "/" + plate_host::EngineFileName());
+    const Finished run =
+        RunHost({"play", video, "--plugin", plugin, "--engine", engine, "--set", "test_event_every=1"});
+    ASSERT_EQ(run.status, 0) << run.errors;
+    EXPECT_THAT(run.output, HasSubstr(R"("country_code":"two")"));
+
+    const Finished missing = RunHost(PlayCommand(folder.Path(inner + "/none.y4m"), {}));
+    EXPECT_EQ(missing.status, 2);
+    EXPECT_THAT(missing.errors, HasSubstr("cannot open \"" + folder.Path(inner + "/none.y4m") + "\": "));
+}
+
+TEST(Play, AFileWithALongNameIsPlayed) {
+    const TemporaryFolder folder;
+    const std::string video = folder.Write(std::string(240, 'x') + ".y4m", Y4mStream(16, 16, 1));
+    const Finished run = RunHost(PlayCommand(video, {"test_event_every=1"}));
+    RemoveFile(video);
+    EXPECT_EQ(run.status, 0) << run.errors;
+    EXPECT_EQ(Lines(run.output).size(), 1u);
+}
+
+TEST(Play, LinesEndAsTheyDoEverywhere) {
+    const Finished run = RunHost(PlayCommand("-", {"test_event_every=1"}), Y4mStream(16, 16, 2));
+    EXPECT_EQ(Lines(run.output).size(), 2u);
+    EXPECT_THAT(run.output, Not(HasSubstr("\r")));
+    EXPECT_THAT(run.errors, Not(HasSubstr("\r")));
+    EXPECT_THAT(RunHost({"--help"}).output, Not(HasSubstr("\r")));
+    EXPECT_THAT(RunHost({"info", "--plugin", HOST_TEST_PLUGIN, "--engine", HOST_TEST_ENGINE_ONE}).output,
+                Not(HasSubstr("\r")));
+}
+
+TEST(Play, EveryByteOfAPipeIsAPicturesByte) {
+    // Line ends and the end-of-file mark of text files, among all other values.
+    std::string stream = Y4mHeaderLine(32, 32, " F25:1 Cmono") + "FRAME\n";
+    std::vector<std::uint8_t> plane;
+    for (int index = 0; index < 32 * 32; ++index) {
+        plane.push_back(static_cast<std::uint8_t>(index));
+        stream.push_back(static_cast<char>(plane.back()));
+    }
+    const Finished run = RunHost(PlayCommand("-", {"test_event_every=1"}), stream);
+    const std::vector<Json> events = Lines(run.output);
+    ASSERT_EQ(events.size(), 1u) << run.errors;
+    EXPECT_EQ(events[0]["arguments"]["checksum"], std::to_string(Checksum(plane.data(), plane.size())));
 }
 
 TEST(Play, TheLibraryIsBoundToTheEngineThatIsNamed) {
@@ -219,15 +279,22 @@ TEST(Play, AClosedOutputEndsAnEndlessVideoQuietly) {
     EXPECT_THAT(run.errors, Not(HasSubstr("error")));
 }
 
-TEST(Play, AFullOutputIsAnError) {
-    HostProcess process(
-        {.program = "/bin/sh",
-         .arguments = {"-c", "exec \"$@\" >/dev/full", "sh", PLATE_HOST_PROGRAM, "play", "-", "--plugin",
-                       HOST_TEST_PLUGIN, "--engine", HOST_TEST_ENGINE_ONE, "--set", "test_event_every=1"}});
+TEST(Play, AnOutputThatCannotBeWrittenIsAnError) {
+    HostProcess process({.arguments = PlayCommand("-", {"test_event_every=1"}), .outputIsUnwritable = true});
     process.WriteInput(Y4mStream(16, 16, 3));
     const Finished run = process.Wait();
     EXPECT_EQ(run.status, 1) << run.errors;
-    EXPECT_THAT(run.errors, HasSubstr("plate-host: error: the events cannot be written: No space left on device\n"));
+    EXPECT_THAT(run.errors,
+                HasSubstr("plate-host: error: the events cannot be written: " + SystemText::UnwritableOutput() + "\n"));
+}
+
+TEST(Play, TheVideoDoesNotTakeThePlaceOfAMissingOutput) {
+    const TemporaryFolder folder;
+    const std::string video = folder.Write("video.y4m", Y4mStream(16, 16, 2));
+    HostProcess process({.arguments = PlayCommand(video, {"test_event_every=1"}), .outputIsMissing = true});
+    const Finished run = process.Wait();
+    EXPECT_EQ(run.status, 0) << run.errors;
+    EXPECT_THAT(run.errors, HasSubstr("2 of them plates\n"));
 }
 
 TEST(Play, ATruncatedStreamIsPlayedUpToThereAndSaysSo) {
@@ -277,12 +344,10 @@ TEST(Play, RealtimeTakesTheVideosOwnTime) {
     EXPECT_EQ(events[3]["time"], 300);
 }
 
-TEST(Play, APipeOnTheFileSystemIsReadAsAStream) {
-    const TemporaryFolder folder;
-    const std::string pipe = folder.Path("pipe.y4m");
-    MakeNamedPipe(pipe);
-    HostProcess process({.arguments = PlayCommand(pipe, {"test_event_every=1"})});
-    WriteToNamedPipe(pipe, Y4mStream(16, 16, 2));
+TEST(Play, ANamedPipeIsReadAsAStream) {
+    NamedPipe pipe;
+    HostProcess process({.arguments = PlayCommand(pipe.Path(), {"test_event_every=1"})});
+    pipe.Write(Y4mStream(16, 16, 2));
     const Finished run = process.Wait();
     EXPECT_EQ(run.status, 0) << run.errors;
     EXPECT_EQ(Lines(run.output).size(), 2u);

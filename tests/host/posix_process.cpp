@@ -1,4 +1,4 @@
-#include "tests/host/posix_process.h"
+#include "tests/host/process.h"
 
 #include <fcntl.h>
 #include <poll.h>
@@ -9,19 +9,15 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
-#include <chrono>
 #include <csignal>
-#include <filesystem>
 #include <fstream>
-#include <stdexcept>
 #include <system_error>
 
 namespace host_test {
 namespace {
-
-constexpr std::chrono::seconds deadline{120};
 
 void Require(bool condition, const char* what) {
     if (!condition) {
@@ -64,7 +60,31 @@ void ReadSome(int& descriptor, std::string& text) {
     }
 }
 
+std::vector<std::string> EnvironmentWith(
+    const std::vector<std::pair<std::string, std::optional<std::string>>>& changes) {
+    std::vector<std::string> variables;
+    for (char** variable = environ; *variable != nullptr; ++variable) {
+        const std::string text = *variable;
+        const bool isChanged = std::any_of(changes.begin(), changes.end(), [&text](const auto& change) {
+            return text.starts_with(change.first + "=");
+        });
+        if (!isChanged) {
+            variables.push_back(text);
+        }
+    }
+    for (const auto& [name, value] : changes) {
+        if (value) {
+            variables.push_back(name + "=" + *value);
+        }
+    }
+    return variables;
+}
+
 }  // namespace
+
+std::vector<StopRequest> StopRequests() {
+    return {{"SigInt", SIGINT, SIGINT, true}, {"SigTerm", SIGTERM, SIGTERM, true}};
+}
 
 bool SystemHasTerminals() {
     int controller = ::posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC);
@@ -75,16 +95,32 @@ bool SystemHasTerminals() {
     return has;
 }
 
-HostProcess::HostProcess(const Start& start) {
+struct HostProcess::System {
+    pid_t child = -1;
+    int inputPipe = -1;
+    int outputPipe = -1;
+    int errorPipe = -1;
+};
+
+HostProcess::HostProcess(const Start& start) : system(std::make_unique<System>()) {
     ::signal(SIGPIPE, SIG_IGN);
     std::array<int, 2> in = MakePipe();
     std::array<int, 2> out = MakePipe();
+    if (start.outputIsUnwritable) {
+        ::close(out[1]);
+        out[1] = ::open("/dev/full", O_WRONLY | O_CLOEXEC);
+        Require(out[1] != -1, "full device");
+    }
     std::array<int, 2> err = start.errorsToTerminal ? MakeTerminal() : MakePipe();
 
     posix_spawn_file_actions_t actions;
     ::posix_spawn_file_actions_init(&actions);
     ::posix_spawn_file_actions_adddup2(&actions, in[0], 0);
-    ::posix_spawn_file_actions_adddup2(&actions, out[1], 1);
+    if (start.outputIsMissing) {
+        ::posix_spawn_file_actions_addclose(&actions, 1);
+    } else {
+        ::posix_spawn_file_actions_adddup2(&actions, out[1], 1);
+    }
     ::posix_spawn_file_actions_adddup2(&actions, err[1], 2);
     posix_spawnattr_t attributes;
     ::posix_spawnattr_init(&attributes);
@@ -101,41 +137,49 @@ HostProcess::HostProcess(const Start& start) {
         pointers.push_back(word.data());
     }
     pointers.push_back(nullptr);
-    errno = ::posix_spawn(&child, start.program.c_str(), &actions, &attributes, pointers.data(), environ);
+    std::vector<std::string> variables = EnvironmentWith(start.environment);
+    std::vector<char*> variablePointers;
+    for (std::string& variable : variables) {
+        variablePointers.push_back(variable.data());
+    }
+    variablePointers.push_back(nullptr);
+    errno = ::posix_spawn(&system->child, start.program.c_str(), &actions, &attributes, pointers.data(),
+                          variablePointers.data());
     ::posix_spawnattr_destroy(&attributes);
     ::posix_spawn_file_actions_destroy(&actions);
     ::close(in[0]);
     ::close(out[1]);
     ::close(err[1]);
-    inputPipe = in[1];
-    outputPipe = out[0];
-    errorPipe = err[0];
-    ::fcntl(inputPipe, F_SETFL, O_NONBLOCK);
+    system->inputPipe = in[1];
+    system->outputPipe = out[0];
+    system->errorPipe = err[0];
+    ::fcntl(system->inputPipe, F_SETFL, O_NONBLOCK);
     Require(errno == 0, "spawn");
 }
 
 HostProcess::~HostProcess() {
-    if (child > 0) {
-        ::kill(child, SIGKILL);
-        ::waitpid(child, nullptr, 0);
+    if (system->child > 0) {
+        ::kill(system->child, SIGKILL);
+        ::waitpid(system->child, nullptr, 0);
     }
-    Close(inputPipe);
-    Close(outputPipe);
-    Close(errorPipe);
+    Close(system->inputPipe);
+    Close(system->outputPipe);
+    Close(system->errorPipe);
 }
 
 void HostProcess::PumpOnce() {
-    std::array<pollfd, 3> waits{
-        {{outputPipe, POLLIN, 0}, {errorPipe, POLLIN, 0}, {pendingInput.empty() ? -1 : inputPipe, POLLOUT, 0}}};
+    std::array<pollfd, 3> waits{{{system->outputPipe, POLLIN, 0},
+                                 {system->errorPipe, POLLIN, 0},
+                                 {pendingInput.empty() ? -1 : system->inputPipe, POLLOUT, 0}}};
     ::poll(waits.data(), waits.size(), 20);
     if (waits[0].revents != 0) {
-        ReadSome(outputPipe, output);
+        ReadSome(system->outputPipe, output);
     }
     if (waits[1].revents != 0) {
-        ReadSome(errorPipe, errors);
+        ReadSome(system->errorPipe, errors);
     }
     if (waits[2].revents != 0) {
-        const ssize_t count = ::write(inputPipe, pendingInput.data(), pendingInput.size());
+        const ssize_t count = ::write(system->inputPipe, pendingInput.data(), pendingInput.size());
         if (count > 0) {
             pendingInput.erase(0, static_cast<std::size_t>(count));
         } else if (errno == EPIPE) {
@@ -144,111 +188,84 @@ void HostProcess::PumpOnce() {
     }
 }
 
-void HostProcess::Pump(const std::function<bool()>& isDone, const char* what) {
-    const auto end = std::chrono::steady_clock::now() + deadline;
-    while (!isDone()) {
-        if (std::chrono::steady_clock::now() > end) {
-            throw std::runtime_error(std::string("no ") + what + "; output: " + output + "; errors: " + errors);
-        }
-        PumpOnce();
-    }
-}
-
-void HostProcess::WriteInput(const std::string& bytes) {
-    pendingInput += bytes;
-    Pump([this] { return pendingInput.empty(); }, "room for the input");
-}
-
 void HostProcess::CloseInput() {
-    Close(inputPipe);
+    Close(system->inputPipe);
 }
 
 void HostProcess::CloseOutput() {
-    Close(outputPipe);
+    Close(system->outputPipe);
 }
 
-// A process that has closed its streams says nothing more, however long the wait.
-void HostProcess::WaitForText(const std::string& stream, const std::string& text, const char* what) {
-    const auto isThere = [&stream, &text] { return stream.find(text) != std::string::npos; };
-    Pump([&] { return isThere() || (outputPipe == -1 && errorPipe == -1); }, what);
-    if (!isThere()) {
-        throw std::runtime_error(std::string("no ") + what + "; output: " + output + "; errors: " + errors);
-    }
-}
-
-void HostProcess::WaitForOutput(const std::string& text) {
-    WaitForText(output, text, "output");
-}
-
-void HostProcess::WaitForErrors(const std::string& text) {
-    WaitForText(errors, text, "line on standard error");
+bool HostProcess::StreamsHaveEnded() const {
+    return system->outputPipe == -1 && system->errorPipe == -1;
 }
 
 void HostProcess::WaitUntilInputIsRead() {
     const auto isRead = [this] {
         int waiting = 1;
-        return ::ioctl(inputPipe, FIONREAD, &waiting) == 0 && waiting == 0;
+        return ::ioctl(system->inputPipe, FIONREAD, &waiting) == 0 && waiting == 0;
     };
     Pump(isRead, "reading of the input");
 }
 
-void HostProcess::Signal(int signal) const {
-    ::kill(child, signal);
+void HostProcess::Stop(const StopRequest& request) const {
+    ::kill(system->child, request.systemsNumber);
 }
 
-Finished HostProcess::Wait() {
-    CloseInput();
+bool HostProcess::HasEnded(Finished& finished) {
     int status = 0;
-    Pump([this, &status] { return ::waitpid(child, &status, WNOHANG) == child; }, "end of the process");
-    child = -1;
-    Pump([this] { return outputPipe == -1 && errorPipe == -1; }, "end of the streams");
-    Finished finished;
+    if (::waitpid(system->child, &status, WNOHANG) != system->child) {
+        return false;
+    }
+    system->child = -1;
     finished.status = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
     finished.signal = WIFSIGNALED(status) ? WTERMSIG(status) : 0;
-    finished.output = output;
-    finished.errors = errors;
-    return finished;
+    return true;
 }
 
-Finished RunHost(const std::vector<std::string>& arguments, const std::string& input, LeaksAllowed leaks) {
-    HostProcess::Start start{.arguments = arguments};
-    if (leaks == LeaksAllowed::Yes) {
-        start.arguments.insert(start.arguments.begin(), {"ASAN_OPTIONS=detect_leaks=0", start.program});
-        start.program = "/usr/bin/env";
-    }
-    HostProcess process(start);
-    process.WriteInput(input);
-    return process.Wait();
-}
+struct NamedPipe::System {
+    TemporaryFolder folder;
+};
 
-void MakeNamedPipe(const std::string& path) {
+NamedPipe::NamedPipe() : system(std::make_unique<System>()), path(system->folder.Path("pipe.y4m")) {
     Require(::mkfifo(path.c_str(), 0600) == 0, "named pipe");
 }
 
-void WriteToNamedPipe(const std::string& path, const std::string& bytes) {
+NamedPipe::~NamedPipe() = default;
+
+void NamedPipe::Write(const std::string& bytes) {
     std::ofstream pipe(path, std::ios::binary);
     pipe.write(bytes.data(), static_cast<std::streamsize>(bytes.size()));
     pipe.close();
     Require(!pipe.fail(), "named pipe");
 }
 
-TemporaryFolder::TemporaryFolder() {
-    std::string pattern = (std::filesystem::temp_directory_path() / "plate_host_test_XXXXXX").string();
-    Require(::mkdtemp(pattern.data()) != nullptr, "temporary folder");
-    path = pattern;
+void RemoveFile(const std::string& path) {
+    ::unlink(path.c_str());
 }
 
-TemporaryFolder::~TemporaryFolder() {
-    std::error_code ignored;
-    std::filesystem::remove_all(path, ignored);
+std::string SystemText::NoSuchFile() {
+    return "No such file or directory";
 }
 
-std::string TemporaryFolder::Write(const std::string& name, const std::string& bytes) const {
-    std::ofstream file(Path(name), std::ios::binary);
-    file.write(bytes.data(), static_cast<std::streamsize>(bytes.size()));
-    file.close();
-    Require(!file.fail(), "temporary file");
-    return Path(name);
+std::string SystemText::Folder() {
+    return "Is a directory";
+}
+
+std::string SystemText::UnwritableOutput() {
+    return "No space left on device";
+}
+
+std::string SystemText::NoLibrary(const std::string& path) {
+    return path + ": invalid ELF header";
+}
+
+std::string SystemText::ShortLibrary(const std::string& path) {
+    return path + ": file too short";
+}
+
+std::string SystemText::LibraryWithoutEngine() {
+    return "libRecon64.so: cannot open shared object file: No such file or directory";
 }
 
 }  // namespace host_test

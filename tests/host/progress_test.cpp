@@ -5,7 +5,8 @@
 
 #include "tests/host/pictures.h"
 #include "tests/host/play_command.h"
-#include "tests/host/posix_process.h"
+#include "tests/host/process.h"
+#include "tools/host/system.h"
 
 namespace plate_host {
 namespace {
@@ -28,29 +29,14 @@ TEST(Progress, HasNoBarWithoutATotalAndNeverGoesBeyondIt) {
     EXPECT_THAT(ProgressText({.frames = 0, .frameTotal = 0, .plates = 0, .events = 0}, 1.0, true), HasSubstr("100 %"));
 }
 
-TEST(Progress, IsABarOnATerminalThatIsTakenAwayAtTheEnd) {
-    if (!host_test::SystemHasTerminals()) {
-        GTEST_SKIP() << "a changed root without pseudo-terminals";
-    }
-    const host_test::TemporaryFolder folder;
-    const std::string video = folder.Write("video.y4m", host_test::Y4mStream(16, 16, 20));
-    host_test::HostProcess process({.arguments = host_test::PlayCommand(video, {}), .errorsToTerminal = true});
-    const host_test::Finished run = process.Wait();
-    EXPECT_EQ(run.status, 0) << run.errors;
-    EXPECT_THAT(run.errors, HasSubstr("of 20 frames"));
-    EXPECT_THAT(run.errors, HasSubstr("\033[K"));
-    const std::size_t lastBar = run.errors.rfind("of 20 frames");
-    EXPECT_THAT(run.errors.substr(lastBar), HasSubstr("\r\033[K")) << "taken away before the summary";
-}
-
 TEST(Progress, TheBarIsOutOfTheWayOfWhatElseIsWritten) {
     testing::internal::CaptureStderr();
     Console console(true);
     console.Bar("[bar]");
-    console.WithoutBar([] { std::fputs("an event\n", stderr); });
+    console.WithoutBar([] { WriteStandard(StandardStream::Errors, "an event\n"); });
     console.Line("a line");
     console.Bar("");
-    console.WithoutBar([] { std::fputs("a last event\n", stderr); });
+    console.WithoutBar([] { WriteStandard(StandardStream::Errors, "a last event\n"); });
     EXPECT_EQ(testing::internal::GetCapturedStderr(),
               "\r\033[K[bar]\r\033[Kan event\n[bar]\r\033[Ka line\n[bar]\r\033[Ka last event\n");
 }

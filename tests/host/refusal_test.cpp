@@ -3,11 +3,11 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <filesystem>
 
 #include "tests/host/pictures.h"
 #include "tests/host/play_command.h"
-#include "tests/host/posix_process.h"
+#include "tests/host/process.h"
+#include "tools/host/system.h"
 
 namespace host_test {
 namespace {
@@ -29,14 +29,14 @@ class Refusal : public testing::Test {
 };
 
 TEST_F(Refusal, AMissingVideo) {
-    ExpectOneLine(RunHost(PlayCommand(folder.Path("none.mp4"), {})), "none.mp4\": No such file or directory");
-    ExpectOneLine(RunHost(PlayCommand(folder.Path("none.y4m"), {})), "none.y4m\": No such file or directory");
+    ExpectOneLine(RunHost(PlayCommand(folder.Path("none.mp4"), {})), "none.mp4\": " + SystemText::NoSuchFile());
+    ExpectOneLine(RunHost(PlayCommand(folder.Path("none.y4m"), {})), "none.y4m\": " + SystemText::NoSuchFile());
 }
 
 TEST_F(Refusal, AFolderAsVideo) {
-    std::filesystem::create_directory(folder.Path("folder.y4m"));
-    ExpectOneLine(RunHost(PlayCommand(folder.Path("folder.y4m"), {})), "Is a directory");
-    ExpectOneLine(RunHost(PlayCommand("/tmp", {})), "cannot open \"/tmp\"");
+    ExpectOneLine(RunHost(PlayCommand(folder.MakeFolder("folder.y4m"), {})), SystemText::Folder());
+    const std::string plain = folder.MakeFolder("folder");
+    ExpectOneLine(RunHost(PlayCommand(plain, {})), "cannot open \"" + plain + "\"");
 }
 
 TEST_F(Refusal, AFileThatIsNoVideo) {
@@ -63,7 +63,7 @@ TEST_F(Refusal, AMissingLibrary) {
 TEST_F(Refusal, AFileThatIsNoLibrary) {
     const std::string text = folder.Write("text.so", std::string(5000, 'x'));
     ExpectOneLine(RunHost({"play", video, "--plugin", text, "--engine", HOST_TEST_ENGINE_ONE}),
-                  "cannot load the library \"" + text + "\": " + text + ": invalid ELF header");
+                  "cannot load the library \"" + text + "\": " + SystemText::NoLibrary(text));
 }
 
 TEST_F(Refusal, ALibraryWithoutItsExports) {
@@ -77,22 +77,27 @@ TEST_F(Refusal, AMissingEngine) {
 }
 
 TEST_F(Refusal, NoEngineBesideTheProgram) {
-    const std::string program = folder.Path("plate-host");
-    std::filesystem::copy_file(PLATE_HOST_PROGRAM, program);
+    const std::string program = folder.Copy(PLATE_HOST_PROGRAM, "plate-host.exe");
     HostProcess process({.program = program, .arguments = {"play", video, "--plugin", HOST_TEST_PLUGIN}});
-    ExpectOneLine(process.Wait(),
-                  "there is no engine at \"" + folder.Path("libRecon64.so") + "\"; name one with --engine");
+    ExpectOneLine(process.Wait(), "there is no engine at \"" + folder.Path(plate_host::EngineFileName()) +
+                                      "\"; name one with --engine");
 }
 
 TEST_F(Refusal, AFileThatIsNoEngine) {
     const std::string text = folder.Write("engine.so", "x");
     ExpectOneLine(RunHost({"play", video, "--plugin", HOST_TEST_PLUGIN, "--engine", text}),
-                  "cannot load the engine \"" + text + "\": " + text + ": file too short");
+                  "cannot load the engine \"" + text + "\": " + SystemText::ShortLibrary(text));
+}
+
+TEST_F(Refusal, AFileThatNeedsALibraryThatIsMissing) {
+    const std::string other = folder.Copy(HOST_TEST_PLUGIN, "other.dll");
+    ExpectOneLine(RunHost({"play", video, "--plugin", HOST_TEST_PLUGIN, "--engine", other}),
+                  "cannot load the engine \"" + other + "\": " + SystemText::LibraryWithoutEngine() + "\n");
 }
 
 TEST_F(Refusal, AnEngineThatTheLibraryWouldNotBeBoundTo) {
     ExpectOneLine(RunHost({"play", video, "--plugin", HOST_TEST_PLUGIN, "--engine", HOST_TEST_ENGINE_MISNAMED}),
-                  "it does not bear the name libRecon64.so");
+                  std::string("it does not bear the name ") + plate_host::EngineFileName());
 }
 
 TEST_F(Refusal, ABadCommandLine) {

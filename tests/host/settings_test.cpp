@@ -5,7 +5,7 @@
 
 #include "tests/host/pictures.h"
 #include "tests/host/play_command.h"
-#include "tests/host/posix_process.h"
+#include "tests/host/process.h"
 #include "tools/host/failure.h"
 
 namespace plate_host {

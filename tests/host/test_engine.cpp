@@ -1,5 +1,7 @@
 #include "tests/host/test_engine.h"
 
-extern "C" __attribute__((visibility("default"))) const char* TestEngineName() {
+#include "tests/host/export.h"
+
+extern "C" HOST_TEST_EXPORT const char* TestEngineName() {
     return TEST_ENGINE_NAME;
 }

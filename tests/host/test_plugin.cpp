@@ -14,6 +14,7 @@
 #include "sdk/module.h"
 #include "sdk/plate_events.h"
 #include "tests/host/checksum.h"
+#include "tests/host/export.h"
 #include "tests/host/test_engine.h"
 
 namespace {
@@ -41,6 +42,7 @@ struct Settings {
     int failEvery = 0;
     int keepBuffers = 0;
     std::string text = "A123BC";
+    bool brokenText = false;
     bool loseRaiser = false;
     bool loseTargets = false;
     bool discard = false;
@@ -201,7 +203,7 @@ class TestDetector final : public IDetector,
     }
 
     void Fill(ITargetAdjuster& target, MFF::ICompositeBuffer& buffer, const FrameArea* area) {
-        target.SetStringValue(PlateKey::Text, values.text.c_str());
+        target.SetStringValue(PlateKey::Text, values.brokenText ? "\xC3(\xFFz" : values.text.c_str());
         target.SetIntValue(PlateKey::CharacterCount, frameCount);
         target.SetStringValue(PlateKey::Country, TestEngineName());
         target.SetIntValue(PlateKey::Confidence, 99);
@@ -244,6 +246,7 @@ class TestDetector final : public IDetector,
         {"test_fail_every", &values.failEvery},
         {"test_keep_buffers", &values.keepBuffers},
         {"test_text", &values.text},
+        {"test_broken_text", &values.brokenText},
         {"test_lose_raiser", &values.loseRaiser},
         {"test_lose_targets", &values.loseTargets},
         {"test_discard", &values.discard},
@@ -284,19 +287,19 @@ struct UnloadTeller {
 
 extern "C" {
 
-__attribute__((visibility("default"))) int32_t InitializeModule(void* host) {
+HOST_TEST_EXPORT int32_t InitializeModule(void* host) {
     hostObject = static_cast<IHost*>(host);
     return 0;
 }
 
-__attribute__((visibility("default"))) IModule* GetModule() {
+HOST_TEST_EXPORT IModule* GetModule() {
     if (testModule == nullptr) {
         testModule = new TestModule;
     }
     return testModule;
 }
 
-__attribute__((visibility("default"))) void FinalizeModule() {
+HOST_TEST_EXPORT void FinalizeModule() {
     Log("module finalized");
     delete testModule;
     testModule = nullptr;

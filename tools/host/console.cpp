@@ -1,6 +1,6 @@
 #include "tools/host/console.h"
 
-#include <cstdio>
+#include "tools/host/system.h"
 
 namespace plate_host {
 namespace {
@@ -8,8 +8,7 @@ namespace {
 constexpr char clearLine[] = "\r\033[K";
 
 void Write(const std::string& text) {
-    std::fwrite(text.data(), 1, text.size(), stderr);
-    std::fflush(stderr);
+    WriteStandard(StandardStream::Errors, text);
 }
 
 }  // namespace

@@ -1,8 +1,5 @@
 #include "tools/host/event_printer.h"
 
-#include <cerrno>
-#include <system_error>
-
 namespace plate_host {
 
 void EventPrinter::OnEvent(const EventRecord& event) {
@@ -19,12 +16,9 @@ void EventPrinter::Write(const std::string& line) {
     if (hasEnded.load()) {
         return;
     }
-    errno = 0;
-    const bool written = std::fwrite(line.data(), 1, line.size(), output) == line.size() && std::fflush(output) == 0;
-    if (!written) {
-        if (errno != EPIPE) {
-            error = std::generic_category().message(errno);
-        }
+    const WriteResult result = output(line);
+    if (!result.isWritten) {
+        error = result.error;
         hasEnded.store(true);
     }
 }

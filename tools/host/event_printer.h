@@ -1,22 +1,27 @@
-/// Events on standard output, one line each.
+/// Events as lines, one each.
 #pragma once
 
 #include <atomic>
 #include <cstdint>
-#include <cstdio>
+#include <functional>
 #include <mutex>
 #include <string>
+#include <string_view>
+#include <utility>
 
 #include "tools/host/console.h"
 #include "tools/host/event.h"
+#include "tools/host/system.h"
 
 namespace plate_host {
 
 /// Writes whole lines, one at a time. Any thread.
 class EventPrinter final : public EventSink {
   public:
-    /// The output and the console must outlive the printer.
-    EventPrinter(std::FILE* newOutput, Console& newConsole) : output(newOutput), console(newConsole) {}
+    using Output = std::function<WriteResult(std::string_view)>;
+
+    /// The output is called by one thread at a time. The console must outlive the printer.
+    EventPrinter(Output newOutput, Console& newConsole) : output(std::move(newOutput)), console(newConsole) {}
 
     void OnEvent(const EventRecord& event) override;
 
@@ -33,7 +38,7 @@ class EventPrinter final : public EventSink {
   private:
     void Write(const std::string& line);
 
-    std::FILE* const output;
+    const Output output;  // called under mutex
     Console& console;
     std::atomic<std::uint64_t> eventCount{0};
     std::atomic<std::uint64_t> plateCount{0};

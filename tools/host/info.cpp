@@ -1,10 +1,8 @@
 #include "tools/host/info.h"
 
+#include <algorithm>
 #include <array>
-#include <cerrno>
-#include <cstdio>
 #include <string>
-#include <system_error>
 #include <utility>
 #include <vector>
 
@@ -125,11 +123,10 @@ int Info(const InfoOptions& options, Console& console) {
     for (const std::string& place : DebugLevelPlaces()) {
         text += "  " + place + "\n";
     }
-    if (std::fwrite(text.data(), 1, text.size(), stdout) != text.size() || std::fflush(stdout) != 0) {
-        if (errno != EPIPE) {
-            console.Line("plate-host: error: cannot write: " + std::generic_category().message(errno));
-            return exitDefect;
-        }
+    const WriteResult written = WriteStandard(StandardStream::Output, text);
+    if (!written.error.empty()) {
+        console.Line("plate-host: error: cannot write: " + written.error);
+        return exitDefect;
     }
     return Interruption() == 0 ? 0 : 128 + Interruption();
 }

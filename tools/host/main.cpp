@@ -1,6 +1,8 @@
 /// The reference host: plays a video through the library and prints the events.
 #include <exception>
 #include <new>
+#include <string>
+#include <vector>
 
 #include "tools/host/console.h"
 #include "tools/host/failure.h"
@@ -12,8 +14,8 @@
 namespace plate_host {
 namespace {
 
-int Run(int argumentCount, const char* const* arguments, Console& console) {
-    const Options options = ParseOptions(argumentCount, arguments);
+int Run(const std::vector<std::string>& words, Console& console) {
+    const Options options = ParseOptions(words);
     switch (options.command) {
         case Command::Play:
             return Play(options.play, console);
@@ -32,7 +34,7 @@ int main(int argumentCount, char** arguments) {
     plate_host::Console console(plate_host::ErrorsGoToTerminal());
     try {
         plate_host::PrepareProcess();
-        return plate_host::Run(argumentCount, arguments, console);
+        return plate_host::Run(plate_host::CommandLine(argumentCount, arguments), console);
     } catch (const std::bad_alloc&) {
         console.Line("plate-host: there is not enough memory");
     } catch (const std::exception& failure) {

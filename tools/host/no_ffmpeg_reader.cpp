@@ -1,17 +1,16 @@
-#include <filesystem>
-#include <system_error>
-
 #include "tools/host/failure.h"
 #include "tools/host/ffmpeg_reader.h"
+#include "tools/host/system.h"
 
 namespace plate_host {
 
 std::unique_ptr<VideoReader> OpenFfmpegVideo(const std::string& address) {
-    std::error_code error;
-    if (!std::filesystem::exists(address, error)) {
-        throw Failure("cannot open \"" + address + "\": No such file or directory");
+    if (address.find("://") == std::string::npos) {
+        OpenByteSource(address);  // what cannot be opened at all is told as such
     }
-    throw Failure("cannot open \"" + address + "\": this program reads Y4M alone");
+    throw Failure("cannot open \"" + address +
+                  "\": this program reads Y4M alone, which ffmpeg makes of other videos: ffmpeg -i \"" + address +
+                  "\" -pix_fmt yuv420p -f yuv4mpegpipe - | " + ToText(ProgramFile().filename()) + " play -");
 }
 
 const char* FfmpegVersion() {

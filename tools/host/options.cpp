@@ -5,6 +5,7 @@
 #include <array>
 #include <cctype>
 #include <charconv>
+#include <sstream>
 #include <system_error>
 
 #include "tools/host/console.h"
@@ -46,7 +47,9 @@ Frames are planar 4:2:0 with 8 bits, or luminance alone from a mono Y4M stream, 
 is cut off.
 
 A setting's value is tried as what it looks like (integer, true or false, number, text) and then as anything else that
-it can be read as, until the detector takes it.)";
+it can be read as, until the detector takes it.
+
+A Y4M stream comes through a pipe of the Command Prompt as it is, and is spoilt by one of Windows PowerShell.)";
 
 void AddPaths(CLI::App& command, PluginPaths& paths) {
     command
@@ -102,12 +105,12 @@ bool LooksLikeSetting(const std::string& word) {
 }
 
 // "--set a=1 b=2" is the same as "--set a=1 --set b=2".
-std::vector<std::string> SpreadSettings(int argumentCount, const char* const* arguments) {
+std::vector<std::string> SpreadSettings(const std::vector<std::string>& given) {
     std::vector<std::string> words;
     bool amongSettings = false;
-    for (int index = 1; index < argumentCount; ++index) {
-        const std::string word = arguments[index];
-        const bool isValue = index > 1 && std::string(arguments[index - 1]) == "--set";
+    for (std::size_t index = 0; index < given.size(); ++index) {
+        const std::string& word = given[index];
+        const bool isValue = index > 0 && given[index - 1] == "--set";
         if (amongSettings && !isValue && LooksLikeSetting(word)) {
             words.emplace_back("--set");
         } else if (!isValue) {
@@ -136,22 +139,27 @@ OKM8::FrameArea ParseArea(const std::string& text) {
     return {numbers[0], numbers[1], numbers[2], numbers[3]};
 }
 
-Options ParseOptions(int argumentCount, const char* const* arguments) {
+Options ParseOptions(const std::vector<std::string>& words) {
     Options options;
     RawPlayOptions raw;
     CLI::App app(description, "plate-host");
+    app.allow_windows_style_options(false);  // a path may begin with a slash
     app.set_version_flag("--version", std::string("plate-host " PLATE_HOST_VERSION " (") + VideoSupport() + ")");
     app.require_subcommand(1);
     app.footer(mainFooter);
     AddPlay(app, options.play, raw);
     AddInfo(app, options.info);
     try {
-        app.parse(SpreadSettings(argumentCount, arguments));
+        app.parse(SpreadSettings(words));
     } catch (const CLI::ParseError& error) {
         if (error.get_exit_code() != 0) {
             throw Failure(OneLine(error.what()) + " (see plate-host --help)");
         }
-        app.exit(error);
+        std::ostringstream text;
+        app.exit(error, text, text);
+        if (const WriteResult written = WriteStandard(StandardStream::Output, text.str()); !written.error.empty()) {
+            throw Failure("cannot write: " + written.error);
+        }
         return options;
     }
     options.command = app.got_subcommand("play") ? Command::Play : Command::Info;

@@ -34,8 +34,8 @@ struct Options {
     InfoOptions info;
 };
 
-/// Reads the command line; prints help and version. Throws Failure.
-Options ParseOptions(int argumentCount, const char* const* arguments);
+/// Reads the words behind the program's name; prints help and version. Throws Failure.
+Options ParseOptions(const std::vector<std::string>& words);
 
 /// Reads "x,y,width,height". Throws Failure.
 OKM8::FrameArea ParseArea(const std::string& text);

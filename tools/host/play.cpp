@@ -4,6 +4,7 @@
 #include <chrono>
 #include <memory>
 #include <optional>
+#include <string_view>
 #include <thread>
 #include <utility>
 #include <vector>
@@ -125,7 +126,7 @@ class Feeder {
 // Runs the detectors from their making to their end, and gathers what came of it.
 RunOutcome PlayThroughDetectors(const PlayOptions& options, VideoReader& reader, Picture first, Console& console) {
     RunOutcome run;
-    EventPrinter printer(stdout, console);
+    EventPrinter printer([](std::string_view text) { return WriteStandard(StandardStream::Output, text); }, console);
     BufferLedger ledger;
     HostObject host(console);
     {

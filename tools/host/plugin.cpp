@@ -1,6 +1,5 @@
 #include "tools/host/plugin.h"
 
-#include <boost/dll/runtime_symbol_info.hpp>
 #include <exception>
 #include <filesystem>
 #include <system_error>
@@ -16,35 +15,22 @@ namespace {
 namespace LoadMode = boost::dll::load_mode;
 
 std::string PathOf(const std::string& given, const char* fileName) {
-    const std::filesystem::path path =
-        given.empty() ? boost::dll::program_location().parent_path() / fileName : std::filesystem::path(given);
-    return std::filesystem::absolute(path).string();
+    const std::filesystem::path path = given.empty() ? ProgramFile().parent_path() / fileName : ToPath(given);
+    return ToText(std::filesystem::absolute(path).make_preferred());
 }
 
 void RequireFile(const std::string& path, const char* what, const char* option) {
-    std::error_code error;
-    if (!std::filesystem::is_regular_file(path, error)) {
+    if (!IsRegularFile(path)) {
         throw Failure(std::string("there is no ") + what + " at \"" + path + "\"; name one with " + option);
     }
 }
 
-// The loader's own words, out of the sentence that they come wrapped in.
-std::string LoaderText(const std::exception& error) {
-    std::string text = OneLine(error.what());
-    const std::string opening = "(dlerror system message: ";
-    const std::size_t begin = text.find(opening);
-    const std::size_t end = text.rfind("): ");
-    if (begin != std::string::npos && end != std::string::npos && end > begin + opening.size()) {
-        text = text.substr(begin + opening.size(), end - begin - opening.size());
-    }
-    return text;
-}
-
+// What the file needs is looked for beside it as well, where a system looks beside the program alone.
 void Load(boost::dll::shared_library& library, const std::string& path, const char* what, LoadMode::type mode) {
     try {
-        library.load(boost::dll::fs::path(path), mode);
-    } catch (const std::exception& error) {
-        throw Failure(std::string("cannot load the ") + what + " \"" + path + "\": " + LoaderText(error));
+        library.load(ToOpenPath(path), mode | LoadMode::load_with_altered_search_path);
+    } catch (const std::system_error& error) {
+        throw Failure(std::string("cannot load the ") + what + " \"" + path + "\": " + OneLine(LoadErrorText(error)));
     }
 }
 

@@ -6,8 +6,10 @@
 
 #include <array>
 #include <atomic>
+#include <boost/dll/runtime_symbol_info.hpp>
 #include <cerrno>
 #include <csignal>
+#include <cstdio>
 #include <cstdlib>
 #include <system_error>
 
@@ -131,6 +133,10 @@ void PrepareProcess() {
     Handle(SIGPIPE, OnBrokenPipe);
 }
 
+std::vector<std::string> CommandLine(int argumentCount, const char* const* arguments) {
+    return {arguments + (argumentCount == 0 ? 0 : 1), arguments + argumentCount};
+}
+
 int Interruption() {
     return interruption.load();
 }
@@ -139,12 +145,56 @@ bool ErrorsGoToTerminal() {
     return ::isatty(2) == 1;
 }
 
+WriteResult WriteStandard(StandardStream stream, std::string_view text) {
+    std::FILE* const file = stream == StandardStream::Output ? stdout : stderr;
+    errno = 0;
+    WriteResult result;
+    result.isWritten = std::fwrite(text.data(), 1, text.size(), file) == text.size() && std::fflush(file) == 0;
+    if (!result.isWritten && errno != EPIPE) {
+        result.error = SystemText(errno);
+    }
+    return result;
+}
+
 const char* LibraryFileName() {
     return "libvexlane.so";
 }
 
 const char* EngineFileName() {
     return "libRecon64.so";
+}
+
+std::filesystem::path ProgramFile() {
+    return boost::dll::program_location();
+}
+
+std::filesystem::path ToPath(std::string_view text) {
+    return std::filesystem::path(text);
+}
+
+std::string ToText(const std::filesystem::path& path) {
+    return path.string();
+}
+
+std::filesystem::path ToOpenPath(std::string_view text) {
+    return ToPath(text);
+}
+
+bool IsRegularFile(const std::string& path) {
+    struct stat status {};
+    return ::stat(path.c_str(), &status) == 0 && S_ISREG(status.st_mode);
+}
+
+std::string LoadErrorText(const std::system_error& error) {
+    // The loader's own words, out of the sentence that they come wrapped in.
+    std::string text = error.what();
+    const std::string opening = "(dlerror system message: ";
+    const std::size_t begin = text.find(opening);
+    const std::size_t end = text.rfind("): ");
+    if (begin != std::string::npos && end != std::string::npos && end > begin + opening.size()) {
+        text = text.substr(begin + opening.size(), end - begin - opening.size());
+    }
+    return text;
 }
 
 bool EngineIsBound() {

@@ -1,28 +1,63 @@
-/// What the host asks the operating system for. One file per system answers.
+/// What the host asks the operating system for. One file per system answers. Texts are in UTF-8, those that go out and
+/// those that come in; where file names are bytes, they pass through as they are.
 #pragma once
 
 #include <cstddef>
 #include <cstdint>
+#include <filesystem>
 #include <memory>
 #include <optional>
 #include <string>
+#include <string_view>
+#include <system_error>
 #include <vector>
 
 namespace plate_host {
 
 /// Called once, first of all, on the main thread: requests to stop are noted from then on, a second one ends the
-/// process at once, a broken pipe is an error of the write and no signal, and the standard streams are open.
+/// process at once, a broken pipe is an error of the write and no signal, the standard streams are open, and a library
+/// that cannot be loaded by this thread raises no window.
 void PrepareProcess();
 
-/// The number of the signal that asked the run to stop; 0 for none. Any thread.
+/// The words of the command line behind the program's name. Takes what main was given.
+std::vector<std::string> CommandLine(int argumentCount, const char* const* arguments);
+
+/// The number of the signal that asked the run to stop, 2 from the keyboard and 15 from the system; 0 for none. Any
+/// thread.
 int Interruption();
 
-/// True when standard error is a terminal.
+/// True when standard error is a terminal that obeys control sequences, which it is prepared for.
 bool ErrorsGoToTerminal();
+
+enum class StandardStream { Output, Errors };
+
+struct WriteResult {
+    bool isWritten = true;
+    std::string error;  ///< why it is not; empty when the stream's reader has gone
+};
+
+/// Writes the whole text, its line ends unchanged. Any thread.
+WriteResult WriteStandard(StandardStream stream, std::string_view text);
 
 /// The file names that the library and the engine bear on this system.
 const char* LibraryFileName();
 const char* EngineFileName();
+
+/// Where this program lies.
+std::filesystem::path ProgramFile();
+
+/// A text as the name of a file, and the other way.
+std::filesystem::path ToPath(std::string_view text);
+std::string ToText(const std::filesystem::path& path);
+
+/// The name in the form in which the system opens it whatever its length.
+std::filesystem::path ToOpenPath(std::string_view text);
+
+/// True for a file that can be read from its start more than once.
+bool IsRegularFile(const std::string& path);
+
+/// Why a library could not be loaded: the loader's own words, or plainer ones.
+std::string LoadErrorText(const std::system_error& error);
 
 /// True when a loaded library answers to the name under which the library asks for its engine.
 bool EngineIsBound();

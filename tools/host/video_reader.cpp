@@ -2,8 +2,6 @@
 
 #include <array>
 #include <cstring>
-#include <filesystem>
-#include <system_error>
 
 #include "tools/host/ffmpeg_reader.h"
 #include "tools/host/system.h"
@@ -19,8 +17,7 @@ bool HasY4mName(const std::string& address) {
 
 // Only a file can be looked into and read again from its start.
 bool BeginsAsY4m(const std::string& address) {
-    std::error_code error;
-    if (!std::filesystem::is_regular_file(address, error)) {
+    if (!IsRegularFile(address)) {
         return false;
     }
     const std::unique_ptr<ByteSource> source = OpenByteSource(address);

@@ -1,9 +1,15 @@
 #include <fcntl.h>
 #include <io.h>
 #include <windows.h>
+// What needs the one above.
+#include <shellapi.h>
 
+#include <algorithm>
 #include <atomic>
+#include <csignal>
 #include <cstdio>
+#include <cstdlib>
+#include <mutex>
 #include <system_error>
 
 #include "tools/host/failure.h"
@@ -12,16 +18,198 @@
 namespace plate_host {
 namespace {
 
+std::wstring ToWide(std::string_view text) {
+    const int size = static_cast<int>(text.size());
+    std::wstring wide(static_cast<std::size_t>(::MultiByteToWideChar(CP_UTF8, 0, text.data(), size, nullptr, 0)),
+                      L'\0');
+    ::MultiByteToWideChar(CP_UTF8, 0, text.data(), size, wide.data(), static_cast<int>(wide.size()));
+    return wide;
+}
+
+std::string ToUtf8(std::wstring_view wide) {
+    const int size = static_cast<int>(wide.size());
+    std::string text(
+        static_cast<std::size_t>(::WideCharToMultiByte(CP_UTF8, 0, wide.data(), size, nullptr, 0, nullptr, nullptr)),
+        '\0');
+    ::WideCharToMultiByte(CP_UTF8, 0, wide.data(), size, text.data(), static_cast<int>(text.size()), nullptr, nullptr);
+    return text;
+}
+
+// Without the line end and the full stop that the system puts behind it.
+std::string SystemText(DWORD error) {
+    wchar_t* allocated = nullptr;
+    const DWORD size =
+        ::FormatMessageW(FORMAT_MESSAGE_ALLOCATE_BUFFER | FORMAT_MESSAGE_FROM_SYSTEM | FORMAT_MESSAGE_IGNORE_INSERTS,
+                         nullptr, error, 0, reinterpret_cast<wchar_t*>(&allocated), 0, nullptr);
+    std::string text = ToUtf8(std::wstring_view(allocated, size));
+    ::LocalFree(allocated);
+    text.erase(text.find_last_not_of(" \r\n.") + 1);
+    return text.empty() ? "system error " + std::to_string(error) : text;
+}
+
+// The name in the form that may be longer than others, where it needs it.
+std::wstring LongName(const std::wstring& name) {
+    constexpr std::size_t longestPlain = MAX_PATH - 12;  // a folder's name leaves room for a file's
+    std::wstring full(::GetFullPathNameW(name.c_str(), 0, nullptr, nullptr), L'\0');
+    full.resize(::GetFullPathNameW(name.c_str(), static_cast<DWORD>(full.size()), full.data(), nullptr));
+    if (full.size() <= longestPlain || full.starts_with(L"\\\\?\\") || full.starts_with(L"\\\\.\\")) {
+        return name;
+    }
+    return full.starts_with(L"\\\\") ? L"\\\\?\\UNC" + full.substr(1) : L"\\\\?\\" + full;
+}
+
 std::atomic<int> interruption{0};
 
-BOOL WINAPI OnControl(DWORD) {
+// Set with the interruption, for whoever learns of one by other ways first.
+HANDLE interruptionEvent = nullptr;
+
+/// The thread that may be blocked in a read, and the way to get it out of there. Any thread.
+class BlockingRead {
+  public:
+    /// The calling thread is about to read, until Leave. False when the run is asked to stop.
+    bool Enter() {
+        const std::lock_guard lock(mutex);
+        if (interruption.load() != 0) {
+            return false;
+        }
+        thread = ::OpenThread(THREAD_TERMINATE, FALSE, ::GetCurrentThreadId());
+        return true;
+    }
+
+    void Leave() {
+        const std::lock_guard lock(mutex);
+        if (thread != nullptr) {
+            ::CloseHandle(thread);
+        }
+        thread = nullptr;
+    }
+
+    /// REQUIRES: the interruption has been noted.
+    void End() {
+        // What has entered and not yet begun to read cannot be ended yet, so this is tried until the thread has left.
+        while (TryToEnd()) {
+            ::Sleep(1);
+        }
+    }
+
+  private:
+    bool TryToEnd() {
+        const std::lock_guard lock(mutex);
+        if (thread == nullptr) {
+            return false;
+        }
+        ::CancelSynchronousIo(thread);
+        return true;
+    }
+
+    std::mutex mutex;
+    HANDLE thread = nullptr;  // guarded by mutex
+};
+
+BlockingRead blockingRead;
+
+struct TerminalMode {
+    HANDLE terminal = nullptr;
+    DWORD mode = 0;
+};
+
+TerminalMode changedTerminal;
+
+void RestoreTerminal() {
+    if (changedTerminal.terminal != nullptr) {
+        ::SetConsoleMode(changedTerminal.terminal, changedTerminal.mode);
+    }
+}
+
+// Called on a thread of its own.
+BOOL WINAPI OnControl(DWORD control) {
+    const bool isFromKeyboard = control == CTRL_C_EVENT || control == CTRL_BREAK_EVENT;
+    const int signal = isFromKeyboard ? SIGINT : SIGTERM;
     int none = 0;
-    return interruption.compare_exchange_strong(none, 2) ? TRUE : FALSE;
+    if (!interruption.compare_exchange_strong(none, signal)) {
+        RestoreTerminal();
+        ::TerminateProcess(::GetCurrentProcess(), static_cast<UINT>(128 + signal));
+    }
+    ::SetEvent(interruptionEvent);
+    blockingRead.End();
+    if (!isFromKeyboard) {
+        // The console or the session goes, and the process ends when this returns: the run's own end comes first, where
+        // the system leaves it the time.
+        ::Sleep(INFINITE);
+    }
+    return TRUE;
+}
+
+bool IsOpen(HANDLE handle) {
+    if (handle == nullptr || handle == INVALID_HANDLE_VALUE) {
+        return false;
+    }
+    ::SetLastError(ERROR_SUCCESS);
+    return ::GetFileType(handle) != FILE_TYPE_UNKNOWN || ::GetLastError() == ERROR_SUCCESS;
+}
+
+// A file that is opened later must not take the place of a standard stream.
+void RequireStandardStream(DWORD which) {
+    if (!IsOpen(::GetStdHandle(which))) {
+        const DWORD access = which == STD_INPUT_HANDLE ? GENERIC_READ : GENERIC_WRITE;
+        const HANDLE nothing =
+            ::CreateFileW(L"NUL", access, FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr, OPEN_EXISTING, 0, nullptr);
+        if (nothing == INVALID_HANDLE_VALUE) {
+            throw Failure("a standard stream cannot be opened: " + SystemText(::GetLastError()));
+        }
+        ::SetStdHandle(which, nothing);
+    }
+}
+
+void MakeBinary(std::FILE* stream) {
+    if (const int descriptor = ::_fileno(stream); descriptor >= 0) {
+        ::_setmode(descriptor, _O_BINARY);
+    }
+}
+
+WriteResult Failed(DWORD error) {
+    const bool readerHasGone =
+        error == ERROR_BROKEN_PIPE || error == ERROR_NO_DATA || error == ERROR_PIPE_NOT_CONNECTED;
+    return {.isWritten = false, .error = readerHasGone ? std::string() : SystemText(error)};
+}
+
+// A console takes characters; bytes would be taken for those of whatever code page it has.
+WriteResult WriteToConsole(HANDLE console, std::string_view text) {
+    constexpr std::size_t longestPart = 8192;
+    const std::wstring wide = ToWide(text);
+    std::wstring_view rest = wide;
+    while (!rest.empty()) {
+        std::size_t size = std::min(rest.size(), longestPart);
+        if (size > 1 && size < rest.size() && IS_HIGH_SURROGATE(rest[size - 1])) {
+            --size;
+        }
+        DWORD written = 0;
+        if (::WriteConsoleW(console, rest.data(), static_cast<DWORD>(size), &written, nullptr) == FALSE) {
+            return Failed(::GetLastError());
+        }
+        rest.remove_prefix(written);
+    }
+    return {};
+}
+
+WriteResult WriteToFile(HANDLE file, std::string_view text) {
+    while (!text.empty()) {
+        DWORD written = 0;
+        if (::WriteFile(file, text.data(), static_cast<DWORD>(text.size()), &written, nullptr) == FALSE) {
+            return Failed(::GetLastError());
+        }
+        if (written == 0) {
+            ::Sleep(1);  // a full pipe that does not let its writers wait
+        }
+        text.remove_prefix(written);
+    }
+    return {};
 }
 
 class HandleSource final : public ByteSource {
   public:
-    HandleSource(HANDLE newHandle, bool newOwned) : handle(newHandle), owned(newOwned) {}
+    HandleSource(HANDLE newHandle, bool newOwned)
+        : handle(newHandle), owned(newOwned), type(::GetFileType(newHandle)) {}
     HandleSource(const HandleSource&) = delete;
     HandleSource& operator=(const HandleSource&) = delete;
     ~HandleSource() override {
@@ -31,41 +219,92 @@ class HandleSource final : public ByteSource {
     }
 
     std::size_t Read(void* buffer, std::size_t size) override {
-        DWORD count = 0;
-        if (Interruption() != 0) {
-            return 0;
-        }
-        if (::ReadFile(handle, buffer, static_cast<DWORD>(size), &count, nullptr) == FALSE) {
+        // A console refuses larger portions.
+        const std::size_t largest = type == FILE_TYPE_CHAR ? 1u << 13 : 1u << 20;
+        const auto portion = static_cast<DWORD>(std::min(size, largest));
+        while (blockingRead.Enter()) {
+            DWORD count = 0;
+            ::SetLastError(ERROR_SUCCESS);
+            const bool isRead = ::ReadFile(handle, buffer, portion, &count, nullptr) != FALSE;
             const DWORD code = ::GetLastError();
-            if (code != ERROR_BROKEN_PIPE) {
-                error = std::system_category().message(static_cast<int>(code));
+            blockingRead.Leave();
+            if (count > 0) {
+                return count;
             }
-            return 0;
+            if (code == ERROR_OPERATION_ABORTED && WaitForInterruption()) {
+                return 0;
+            }
+            if (!isRead) {
+                if (code != ERROR_BROKEN_PIPE && code != ERROR_HANDLE_EOF) {
+                    error = SystemText(code);
+                }
+                return 0;
+            }
+            // A pipe also gives nothing for a write of no bytes, which is not its end.
+            if (type != FILE_TYPE_PIPE || ::PeekNamedPipe(handle, nullptr, 0, nullptr, nullptr, nullptr) == FALSE) {
+                return 0;
+            }
         }
-        return count;
+        return 0;
     }
 
     std::string Error() const override { return error; }
 
     std::optional<std::uint64_t> Size() const override {
         LARGE_INTEGER size = {};
-        if (::GetFileType(handle) != FILE_TYPE_DISK || ::GetFileSizeEx(handle, &size) == FALSE) {
+        if (type != FILE_TYPE_DISK || ::GetFileSizeEx(handle, &size) == FALSE) {
             return std::nullopt;
         }
         return static_cast<std::uint64_t>(size.QuadPart);
     }
 
   private:
+    // A console ends its read for a key before the key is told as a request to stop.
+    static bool WaitForInterruption() {
+        constexpr DWORD longestWait = 1000;
+        return ::WaitForSingleObject(interruptionEvent, longestWait) == WAIT_OBJECT_0;
+    }
+
     const HANDLE handle;
     const bool owned;
+    const DWORD type;
     std::string error;
 };
 
 }  // namespace
 
 void PrepareProcess() {
-    ::SetConsoleCtrlHandler(OnControl, TRUE);
-    ::_setmode(::_fileno(stdout), _O_BINARY);
+    for (const DWORD which : {STD_INPUT_HANDLE, STD_OUTPUT_HANDLE, STD_ERROR_HANDLE}) {
+        RequireStandardStream(which);
+    }
+    // What the library writes by the streams of the language stands beside what is written here.
+    for (std::FILE* const stream : {stdin, stdout, stderr}) {
+        MakeBinary(stream);
+    }
+    std::setvbuf(stderr, nullptr, _IONBF, 0);
+    if (interruptionEvent == nullptr) {
+        interruptionEvent = ::CreateEventW(nullptr, TRUE, FALSE, nullptr);
+    }
+    if (interruptionEvent == nullptr || ::SetConsoleCtrlHandler(OnControl, TRUE) == FALSE) {
+        throw Failure("requests to stop cannot be noted: " + SystemText(::GetLastError()));
+    }
+    // The thread's alone: the process's would be passed on to the programs that the library starts.
+    ::SetThreadErrorMode(SEM_FAILCRITICALERRORS | SEM_NOOPENFILEERRORBOX, nullptr);
+}
+
+// The words that main is given have lost the characters that the system's code page does not have.
+std::vector<std::string> CommandLine(int, const char* const*) {
+    int count = 0;
+    wchar_t** const wideWords = ::CommandLineToArgvW(::GetCommandLineW(), &count);
+    if (wideWords == nullptr) {
+        throw Failure("the command line cannot be read: " + SystemText(::GetLastError()));
+    }
+    std::vector<std::string> words;
+    for (int index = 1; index < count; ++index) {
+        words.push_back(ToUtf8(wideWords[index]));
+    }
+    ::LocalFree(wideWords);
+    return words;
 }
 
 int Interruption() {
@@ -73,7 +312,27 @@ int Interruption() {
 }
 
 bool ErrorsGoToTerminal() {
-    return ::_isatty(2) != 0;
+    const HANDLE terminal = ::GetStdHandle(STD_ERROR_HANDLE);
+    DWORD mode = 0;
+    if (::GetConsoleMode(terminal, &mode) == FALSE) {
+        return false;
+    }
+    constexpr DWORD wanted = ENABLE_PROCESSED_OUTPUT | ENABLE_VIRTUAL_TERMINAL_PROCESSING;
+    if ((mode & wanted) == wanted) {
+        return true;
+    }
+    if (::SetConsoleMode(terminal, mode | wanted) == FALSE) {
+        return false;  // an old one, which shows control sequences as they are
+    }
+    changedTerminal = {terminal, mode};
+    std::atexit(RestoreTerminal);
+    return true;
+}
+
+WriteResult WriteStandard(StandardStream stream, std::string_view text) {
+    const HANDLE handle = ::GetStdHandle(stream == StandardStream::Output ? STD_OUTPUT_HANDLE : STD_ERROR_HANDLE);
+    DWORD mode = 0;
+    return ::GetConsoleMode(handle, &mode) != FALSE ? WriteToConsole(handle, text) : WriteToFile(handle, text);
 }
 
 const char* LibraryFileName() {
@@ -84,24 +343,80 @@ const char* EngineFileName() {
     return "Recon64.dll";
 }
 
+std::filesystem::path ProgramFile() {
+    constexpr std::size_t longest = 32768;
+    for (std::wstring name(MAX_PATH, L'\0'); name.size() <= longest; name.resize(2 * name.size())) {
+        const DWORD size = ::GetModuleFileNameW(nullptr, name.data(), static_cast<DWORD>(name.size()));
+        if (size < name.size()) {
+            return name.substr(0, size);
+        }
+    }
+    return {};
+}
+
+std::filesystem::path ToPath(std::string_view text) {
+    return ToWide(text);
+}
+
+std::string ToText(const std::filesystem::path& path) {
+    return ToUtf8(path.native());
+}
+
+std::filesystem::path ToOpenPath(std::string_view text) {
+    return LongName(ToWide(text));
+}
+
+bool IsRegularFile(const std::string& path) {
+    const std::wstring name = LongName(ToWide(path));
+    if (name.starts_with(L"\\\\.\\")) {
+        return false;  // a device or a pipe, of which a look would take something away
+    }
+    const DWORD attributes = ::GetFileAttributesW(name.c_str());
+    return attributes != INVALID_FILE_ATTRIBUTES && (attributes & FILE_ATTRIBUTE_DIRECTORY) == 0;
+}
+
+std::string LoadErrorText(const std::system_error& error) {
+    const auto code = static_cast<DWORD>(error.code().value());
+    switch (code) {
+        case ERROR_MOD_NOT_FOUND:
+            return "a library that it needs is missing";
+        case ERROR_PROC_NOT_FOUND:
+            return "a library that it needs, such as the engine, lacks a function";
+        case ERROR_BAD_EXE_FORMAT:
+            return "it is no library for 64-bit Windows";
+        default:
+            return SystemText(code);
+    }
+}
+
+// A loaded library of this name serves whatever imports from the name, wherever it lies.
 bool EngineIsBound() {
     return ::GetModuleHandleA(EngineFileName()) != nullptr;
 }
 
+// The library opens what 32-bit programs see, in the machine's part under a name of its own, and makes what all others
+// see when both are missing.
 std::vector<std::string> DebugLevelPlaces() {
-    const std::string value = "\\SOFTWARE\\Tellumark\\KORA\\DEBUG, DebugLevel";
-    return {"HKEY_LOCAL_MACHINE" + value, "HKEY_CURRENT_USER" + value};
+    const std::string key = "\\Tellumark\\KORA\\DEBUG";
+    return {"HKEY_LOCAL_MACHINE\\SOFTWARE\\WOW6432Node" + key + " (opened by administrators alone)",
+            "HKEY_CURRENT_USER\\SOFTWARE" + key,
+            "HKEY_LOCAL_MACHINE\\SOFTWARE" + key + " (made when the others are missing, by administrators alone)",
+            "the first key that can be opened decides; in it the value is a text (REG_SZ)"};
 }
 
 std::unique_ptr<ByteSource> OpenByteSource(const std::string& path) {
     if (path == "-") {
         return std::make_unique<HandleSource>(::GetStdHandle(STD_INPUT_HANDLE), false);
     }
+    const std::wstring name = LongName(ToWide(path));
     const HANDLE handle =
-        ::CreateFileA(path.c_str(), GENERIC_READ, FILE_SHARE_READ, nullptr, OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr);
+        ::CreateFileW(name.c_str(), GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr,
+                      OPEN_EXISTING, FILE_FLAG_SEQUENTIAL_SCAN, nullptr);
     if (handle == INVALID_HANDLE_VALUE) {
-        throw Failure("cannot open \"" + path +
-                      "\": " + std::system_category().message(static_cast<int>(::GetLastError())));
+        const DWORD error = ::GetLastError();
+        const DWORD attributes = ::GetFileAttributesW(name.c_str());
+        const bool isFolder = attributes != INVALID_FILE_ATTRIBUTES && (attributes & FILE_ATTRIBUTE_DIRECTORY) != 0;
+        throw Failure("cannot open \"" + path + "\": " + (isFolder ? "it is a folder" : SystemText(error)));
     }
     return std::make_unique<HandleSource>(handle, true);
 }

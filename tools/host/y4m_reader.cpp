@@ -73,6 +73,9 @@ Y4mHeader ParseY4mHeader(std::string_view line) {
     if (!line.starts_with(y4mMagic) || (line.size() > y4mMagic.size() && line[y4mMagic.size()] != ' ')) {
         throw Failure("it does not begin with YUV4MPEG2");
     }
+    if (line.ends_with('\r')) {
+        throw Failure("its line ends are a text's; what it came through, as PowerShell's pipes do, changed its bytes");
+    }
     Y4mHeader header;
     line.remove_prefix(y4mMagic.size());
     while (!line.empty()) {

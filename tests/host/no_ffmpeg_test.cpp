@@ -1,0 +1,26 @@
+// What a program without FFmpeg's libraries says of other videos than Y4M.
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "tests/host/play_command.h"
+#include "tests/host/process.h"
+
+namespace host_test {
+namespace {
+
+TEST(NoFfmpeg, AnotherVideoIsRefusedInOneLineThatNamesAWayToPlayIt) {
+    const TemporaryFolder folder;
+    for (const std::string& video : {folder.Write("gate 1.mp4", "other bytes"), std::string("rtsp://camera/1")}) {
+        const Finished run = RunHost(PlayCommand(video, {}));
+        EXPECT_EQ(run.status, 2);
+        EXPECT_EQ(run.output, "");
+        EXPECT_THAT(run.errors,
+                    testing::MatchesRegex("plate-host: cannot open \".*\": this program reads Y4M alone, .*\n"));
+        EXPECT_THAT(run.errors,
+                    testing::HasSubstr("ffmpeg -i \"" + video + "\" -pix_fmt yuv420p -f yuv4mpegpipe - | plate-host"));
+        EXPECT_THAT(run.errors, testing::EndsWith(" play -\n"));
+    }
+}
+
+}  // namespace
+}  // namespace host_test

@@ -1,0 +1,25 @@
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "tests/host/pictures.h"
+#include "tests/host/process.h"
+
+namespace host_test {
+namespace {
+
+TEST(WindowsPlugin, WhatALibraryNeedsIsFoundBesideIt) {
+    const TemporaryFolder folder;
+    folder.MakeFolder("beside");
+    // A library that needs the one beside it, under the name that it is looked for by.
+    const std::string engine = folder.Copy(HOST_TEST_PLUGIN, "beside/needy.dll");
+    folder.Copy(HOST_TEST_ENGINE_TWO, "beside/Recon64.dll");
+    HostProcess process(
+        {.arguments = {"play", "-", "--plugin", HOST_TEST_PLUGIN, "--engine", engine, "--set", "test_event_every=1"}});
+    process.WriteInput(Y4mStream(16, 16, 1));
+    const Finished run = process.Wait();
+    EXPECT_EQ(run.status, 0) << run.errors;
+    EXPECT_THAT(run.output, testing::HasSubstr(R"("country_code":"two")"));
+}
+
+}  // namespace
+}  // namespace host_test
