@@ -1,5 +1,3 @@
-#include "tests/plugin/posix_plugin.h"
-
 #include <dlfcn.h>
 #include <fcntl.h>
 #include <stdlib.h>
@@ -9,68 +7,82 @@
 #include <sstream>
 #include <stdexcept>
 
+#include "tests/plugin/plugin.h"
+#include "tests/plugin/system.h"
+
 namespace plugin_test {
 
 namespace {
 
 namespace fs = std::filesystem;
 
-void* Load(const char* path) {
-    void* const loaded = dlopen(path, RTLD_NOW | RTLD_LOCAL);
+fs::path registry;
+
+fs::path DebugKey() {
+    return registry / "HKEY_LOCAL_MACHINE" / "SOFTWARE" / "Tellumark" / "KORA" / "DEBUG";
+}
+
+std::string ReadFile(const fs::path& file, std::size_t from) {
+    std::ifstream stream(file, std::ios::binary);
+    stream.seekg(static_cast<std::streamoff>(from));
+    std::ostringstream text;
+    text << stream.rdbuf();
+    return text.str();
+}
+
+}  // namespace
+
+void* LoadLibraryFile(const fs::path& file) {
+    void* const loaded = dlopen(file.c_str(), RTLD_NOW | RTLD_LOCAL);
     if (loaded == nullptr) {
         throw std::runtime_error(dlerror());
     }
     return loaded;
 }
 
-template <class Function>
-void Find(void* library, const char* name, Function*& function) {
-    function = reinterpret_cast<Function*>(dlsym(library, name));
-    if (function == nullptr) {
-        throw std::runtime_error(dlerror());
+void UnloadLibrary(void* library) {
+    dlclose(library);
+}
+
+void* FindFunction(void* library, const char* name) {
+    return dlsym(library, name);
+}
+
+bool IsLoaded(const fs::path& file) {
+    return ReadFile("/proc/self/maps", 0).find('/' + file.filename().string()) != std::string::npos;
+}
+
+void SetEnvironment(const char* name, const std::string& value) {
+    if (value.empty()) {
+        unsetenv(name);
+    } else {
+        setenv(name, value.c_str(), 1);
     }
 }
 
-std::string ReadFile(const fs::path& file) {
-    std::ostringstream text;
-    text << std::ifstream(file, std::ios::binary).rdbuf();
-    return text.str();
+void BeginPrivateRegistry(const fs::path& folder) {
+    registry = folder;
+    SetEnvironment("VEXLANE_REGISTRY", folder.string());
 }
 
-fs::path MakeTemporaryFolder() {
-    char name[] = "/tmp/vexlane-plugin-XXXXXX";
-    if (mkdtemp(name) == nullptr) {
-        throw std::runtime_error("no temporary folder");
-    }
-    return name;
+void EndPrivateRegistry() {
+    SetEnvironment("VEXLANE_REGISTRY", "");
 }
 
-}  // namespace
-
-Plugin::Plugin() : engine(Load(VEXLANE_ENGINE)), library(Load(VEXLANE_PLUGIN)) {
-    Find(library, OKM8::ExportName::InitializeModule, InitializeModule);
-    Find(library, OKM8::ExportName::GetModule, GetModule);
-    Find(library, OKM8::ExportName::FinalizeModule, FinalizeModule);
+void WriteDebugLevel(const std::string& text) {
+    fs::create_directories(DebugKey());
+    std::ofstream(DebugKey() / "DebugLevel", std::ios::binary) << text;
 }
 
-Plugin::~Plugin() {
-    Unload();
+bool HasEmptyDebugKey() {
+    return fs::is_directory(DebugKey()) && fs::is_empty(DebugKey());
 }
 
-void Plugin::Unload() {
-    for (void** const loaded : {&library, &engine}) {
-        if (*loaded != nullptr) {
-            dlclose(*loaded);
-            *loaded = nullptr;
-        }
-    }
-}
+// Debug output goes to standard error, where it is caught.
 
-bool IsMapped(const std::string& fileName) {
-    return ReadFile("/proc/self/maps").find("/" + fileName) != std::string::npos;
-}
+void CatchDebugOutput(void*) {}
 
-StandardError::StandardError() : before(dup(STDERR_FILENO)) {
+DebugLines::DebugLines() : before(dup(STDERR_FILENO)) {
     char name[] = "/tmp/vexlane-stderr-XXXXXX";
     const int caught = mkstemp(name);
     file = name;
@@ -80,39 +92,14 @@ StandardError::StandardError() : before(dup(STDERR_FILENO)) {
     fcntl(STDERR_FILENO, F_SETFL, O_APPEND);
 }
 
-StandardError::~StandardError() {
+DebugLines::~DebugLines() {
     dup2(before, STDERR_FILENO);
     close(before);
     fs::remove(file);
 }
 
-std::string StandardError::Text() const {
-    return ReadFile(file);
-}
-
-TestFolder::TestFolder() : folder(MakeTemporaryFolder()) {
-    setenv("VEXLANE_REGISTRY", (folder / "registry").c_str(), 1);
-    setenv("VEXLANE_SCRIPT", (folder / "script.json").c_str(), 1);
-    SetScript("{}");
-}
-
-TestFolder::~TestFolder() {
-    unsetenv("VEXLANE_REGISTRY");
-    unsetenv("VEXLANE_SCRIPT");
-    fs::remove_all(folder);
-}
-
-fs::path TestFolder::RegistryKey() const {
-    return folder / "registry" / "HKEY_LOCAL_MACHINE" / "SOFTWARE" / "Tellumark" / "KORA" / "DEBUG";
-}
-
-void TestFolder::SetDebugLevel(const std::string& text) const {
-    fs::create_directories(RegistryKey());
-    std::ofstream(RegistryKey() / "DebugLevel", std::ios::binary) << text;
-}
-
-void TestFolder::SetScript(const std::string& json) const {
-    std::ofstream(folder / "script.json", std::ios::binary) << json;
+std::string DebugLines::Text(std::size_t from) const {
+    return ReadFile(file, from);
 }
 
 }  // namespace plugin_test

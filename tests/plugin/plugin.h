@@ -1,6 +1,7 @@
 /// The built library, loaded as a host loads it, and objects driven by the slots of their tables.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <filesystem>
 #include <string>
@@ -17,16 +18,21 @@ Result CallSlot(void* object, std::size_t slot, Arguments... arguments) {
     return operation(object, arguments...);
 }
 
-/// Loads the scripted engine by its path, so that it is the one that is bound, and then the library.
+/// Loads an engine by its path, so that it is the one that is bound, and then the library.
 class Plugin {
   public:
+    /// With the scripted engine.
     Plugin();
+    explicit Plugin(const std::filesystem::path& enginePath);
     ~Plugin();
     Plugin(const Plugin&) = delete;
     Plugin& operator=(const Plugin&) = delete;
 
     /// Gives library and engine back, once.
     void Unload();
+
+    /// A function of the engine by its exported name; null when there is none.
+    void* EngineFunction(const char* name) const;
 
     OKM8::Analytics::InitializeModuleFunction* InitializeModule = nullptr;
     OKM8::Analytics::GetModuleFunction* GetModule = nullptr;
@@ -37,26 +43,30 @@ class Plugin {
     void* library = nullptr;
 };
 
-/// Whether a file of that name is mapped into this process.
-bool IsMapped(const std::string& fileName);
+/// The library's file.
+std::filesystem::path LibraryFile();
 
-/// This process's standard error, caught in a file for as long as it lives.
-class StandardError {
+/// Whether a file of that name is loaded into this process.
+bool IsLoaded(const std::filesystem::path& file);
+
+/// This process's debug output, caught for as long as it lives. One at a time.
+class DebugLines {
   public:
-    StandardError();
-    ~StandardError();
-    StandardError(const StandardError&) = delete;
-    StandardError& operator=(const StandardError&) = delete;
+    DebugLines();
+    ~DebugLines();
+    DebugLines(const DebugLines&) = delete;
+    DebugLines& operator=(const DebugLines&) = delete;
 
-    /// What has been written until now.
-    std::string Text() const;
+    /// What has been written until now, behind that many bytes: the texts one after another, in UTF-8, each ending with
+    /// a line end.
+    std::string Text(std::size_t from = 0) const;
 
   private:
     std::filesystem::path file;
-    int before;
+    int before = -1;
 };
 
-/// The registry and the engine's script of one test, in a folder of its own that the environment names.
+/// The registry and the engine's script of one test, in places of their own. One at a time.
 class TestFolder {
   public:
     TestFolder();
@@ -64,11 +74,16 @@ class TestFolder {
     TestFolder(const TestFolder&) = delete;
     TestFolder& operator=(const TestFolder&) = delete;
 
+    const std::filesystem::path& Path() const { return folder; }
+
     void SetDebugLevel(const std::string& text) const;
-    std::filesystem::path RegistryKey() const;
+    /// Whether the key of the debug level is there, with no value in it.
+    bool HasEmptyKey() const;
     void SetScript(const std::string& json) const;
 
   private:
+    void SetVariable(const char* name, const std::string& value) const;
+
     std::filesystem::path folder;
 };
 

@@ -1,0 +1,42 @@
+/// The same draws on every system, which the standard library's distributions do not promise.
+#pragma once
+
+#include <cstdint>
+#include <initializer_list>
+#include <iterator>
+#include <random>
+
+namespace transcript {
+
+/// A draw that is an argument of a call stands in a statement of its own: the order of arguments is the compiler's.
+class Random {
+  public:
+    explicit Random(std::uint64_t seed) : engine(seed) {}
+
+    std::uint64_t Number() { return engine(); }
+
+    /// Below `limit`, which is not 0.
+    std::uint64_t Below(std::uint64_t limit) { return engine() % limit; }
+
+    std::int32_t Between(std::int32_t lowest, std::int32_t highest) {
+        const auto width = static_cast<std::uint64_t>(std::int64_t{highest} - lowest + 1);
+        return static_cast<std::int32_t>(lowest + static_cast<std::int64_t>(Below(width)));
+    }
+
+    bool Chance(unsigned percent) { return Below(100) < percent; }
+
+    template <class Value>
+    Value Pick(std::initializer_list<Value> values) {
+        return *std::next(values.begin(), static_cast<std::ptrdiff_t>(Below(values.size())));
+    }
+
+    std::uint8_t Byte() { return static_cast<std::uint8_t>(engine() >> 56); }
+    std::uint8_t Byte(unsigned lowest, unsigned highest) {
+        return static_cast<std::uint8_t>(lowest + Below(highest - lowest + 1));
+    }
+
+  private:
+    std::mt19937_64 engine;
+};
+
+}  // namespace transcript

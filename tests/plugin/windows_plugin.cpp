@@ -1,0 +1,199 @@
+#include <windows.h>
+
+#include <atomic>
+#include <cstring>
+#include <mutex>
+#include <stdexcept>
+
+#include "tests/plugin/plugin.h"
+#include "tests/plugin/system.h"
+
+namespace plugin_test {
+
+namespace {
+
+namespace fs = std::filesystem;
+
+constexpr char debugKey[] = "SOFTWARE\\Tellumark\\KORA\\DEBUG";
+
+[[noreturn]] void Fail(const std::string& what, DWORD error) {
+    throw std::runtime_error(what + ": error " + std::to_string(error));
+}
+
+// The hives of this process, which the library takes for the system's.
+
+struct Hive {
+    HKEY systems;
+    const char* name;
+    HKEY own = nullptr;
+};
+
+Hive hives[] = {{HKEY_LOCAL_MACHINE, "machine"}, {HKEY_CURRENT_USER, "user"}};
+
+std::string OwnKey() {
+    return "Software\\vexlane-tests-" + std::to_string(GetCurrentProcessId());
+}
+
+// The lines of the running DebugLines.
+
+std::mutex linesMutex;
+std::string lines;              // guarded by linesMutex
+std::atomic<bool> isListening;  // without it nothing is kept
+
+std::string Utf8Of(const wchar_t* text) {
+    std::string bytes(static_cast<std::size_t>(WideCharToMultiByte(CP_UTF8, 0, text, -1, nullptr, 0, nullptr, nullptr)),
+                      '\0');
+    WideCharToMultiByte(CP_UTF8, 0, text, -1, bytes.data(), static_cast<int>(bytes.size()), nullptr, nullptr);
+    bytes.pop_back();
+    return bytes;
+}
+
+void Keep(const std::string& bytes) {
+    const std::lock_guard lock(linesMutex);
+    lines += bytes;
+    if (bytes.empty() || bytes.back() != '\n') {
+        lines += '\n';
+    }
+}
+
+void WINAPI TakeNarrow(const char* text) {
+    if (isListening) {
+        Keep(text);
+    } else {
+        OutputDebugStringA(text);
+    }
+}
+
+void WINAPI TakeWide(const wchar_t* text) {
+    if (isListening) {
+        Keep(Utf8Of(text));
+    } else {
+        OutputDebugStringW(text);
+    }
+}
+
+template <class Record>
+Record* At(void* library, DWORD offset) {
+    return reinterpret_cast<Record*>(static_cast<unsigned char*>(library) + offset);
+}
+
+// Puts another function in the place where a library keeps the address of one that it imports.
+void Replace(void* library, const char* name, void* replacement) {
+    const DWORD headers = static_cast<DWORD>(At<IMAGE_DOS_HEADER>(library, 0)->e_lfanew);
+    const IMAGE_DATA_DIRECTORY& imports =
+        At<IMAGE_NT_HEADERS64>(library, headers)->OptionalHeader.DataDirectory[IMAGE_DIRECTORY_ENTRY_IMPORT];
+    for (auto* from = At<IMAGE_IMPORT_DESCRIPTOR>(library, imports.VirtualAddress); from->Name != 0; ++from) {
+        auto* known = At<IMAGE_THUNK_DATA64>(library, from->OriginalFirstThunk);
+        auto* bound = At<IMAGE_THUNK_DATA64>(library, from->FirstThunk);
+        for (; known->u1.AddressOfData != 0; ++known, ++bound) {
+            const bool hasName = !IMAGE_SNAP_BY_ORDINAL64(known->u1.Ordinal);
+            if (hasName &&
+                std::strcmp(At<IMAGE_IMPORT_BY_NAME>(library, static_cast<DWORD>(known->u1.AddressOfData))->Name,
+                            name) == 0) {
+                DWORD before = 0;
+                VirtualProtect(bound, sizeof *bound, PAGE_READWRITE, &before);
+                bound->u1.Function = reinterpret_cast<ULONGLONG>(replacement);
+                VirtualProtect(bound, sizeof *bound, before, &before);
+                return;
+            }
+        }
+    }
+    throw std::runtime_error(std::string("the library does not import ") + name);
+}
+
+}  // namespace
+
+void* LoadLibraryFile(const fs::path& file) {
+    const HMODULE loaded = LoadLibraryW(file.c_str());
+    if (loaded == nullptr) {
+        Fail(file.string() + " cannot be loaded", GetLastError());
+    }
+    return loaded;
+}
+
+void UnloadLibrary(void* library) {
+    FreeLibrary(static_cast<HMODULE>(library));
+}
+
+void* FindFunction(void* library, const char* name) {
+    return reinterpret_cast<void*>(GetProcAddress(static_cast<HMODULE>(library), name));
+}
+
+bool IsLoaded(const fs::path& file) {
+    return GetModuleHandleW(file.filename().c_str()) != nullptr;
+}
+
+void SetEnvironment(const char* name, const std::string& value) {
+    _putenv_s(name, value.c_str());
+}
+
+void BeginPrivateRegistry(const fs::path&) {
+    for (Hive& hive : hives) {
+        const std::string path = OwnKey() + "\\" + hive.name;
+        const LSTATUS status = RegCreateKeyExA(HKEY_CURRENT_USER, path.c_str(), 0, nullptr, REG_OPTION_NON_VOLATILE,
+                                               KEY_ALL_ACCESS, nullptr, &hive.own, nullptr);
+        if (status != ERROR_SUCCESS) {
+            Fail("no key for the test", static_cast<DWORD>(status));
+        }
+    }
+    for (const Hive& hive : hives) {
+        RegOverridePredefKey(hive.systems, hive.own);
+    }
+}
+
+void EndPrivateRegistry() {
+    for (Hive& hive : hives) {
+        RegOverridePredefKey(hive.systems, nullptr);
+        RegCloseKey(hive.own);
+    }
+    RegDeleteTreeA(HKEY_CURRENT_USER, OwnKey().c_str());
+}
+
+void WriteDebugLevel(const std::string& text) {
+    HKEY key = nullptr;
+    RegCreateKeyExA(hives[0].own, debugKey, 0, nullptr, REG_OPTION_NON_VOLATILE, KEY_ALL_ACCESS, nullptr, &key,
+                    nullptr);
+    const LSTATUS status = RegSetValueExA(key, "DebugLevel", 0, REG_SZ, reinterpret_cast<const BYTE*>(text.c_str()),
+                                          static_cast<DWORD>(text.size() + 1));
+    RegCloseKey(key);
+    if (status != ERROR_SUCCESS) {
+        Fail("the debug level cannot be written", static_cast<DWORD>(status));
+    }
+}
+
+bool HasEmptyDebugKey() {
+    HKEY key = nullptr;
+    if (RegOpenKeyExA(hives[0].own, debugKey, 0, KEY_ALL_ACCESS, &key) != ERROR_SUCCESS) {
+        return false;
+    }
+    DWORD values = 1;
+    DWORD keys = 1;
+    RegQueryInfoKeyA(key, nullptr, nullptr, nullptr, &keys, nullptr, nullptr, &values, nullptr, nullptr, nullptr,
+                     nullptr);
+    RegCloseKey(key);
+    return values == 0 && keys == 0;
+}
+
+// What the system makes of a wide text differs from version to version, so the texts are taken where the library hands
+// them over.
+void CatchDebugOutput(void* library) {
+    Replace(library, "OutputDebugStringA", reinterpret_cast<void*>(&TakeNarrow));
+    Replace(library, "OutputDebugStringW", reinterpret_cast<void*>(&TakeWide));
+}
+
+DebugLines::DebugLines() {
+    const std::lock_guard lock(linesMutex);
+    lines.clear();
+    isListening = true;
+}
+
+DebugLines::~DebugLines() {
+    isListening = false;
+}
+
+std::string DebugLines::Text(std::size_t from) const {
+    const std::lock_guard lock(linesMutex);
+    return from < lines.size() ? lines.substr(from) : std::string();
+}
+
+}  // namespace plugin_test
