@@ -32,6 +32,15 @@ std::int32_t Sum(std::int32_t a, std::int32_t b) {
     return static_cast<std::int32_t>(static_cast<std::uint32_t>(a) + static_cast<std::uint32_t>(b));
 }
 
+// The buffer is the host's again, whatever its release throws.
+void GiveBack(OKM8::MFF::IMultimediaBuffer* buffer) noexcept {
+    try {
+        buffer->Release();
+    } catch (...) {
+        // There is nothing left to undo, and a destructor may be on the way.
+    }
+}
+
 // The product wraps at 32 bits, the division cuts toward zero.
 std::int32_t PercentOf(std::uint32_t size, std::int32_t percent) {
     return static_cast<std::int32_t>(size * static_cast<std::uint32_t>(percent)) / 100;
@@ -132,22 +141,25 @@ std::int32_t BaseDetectorImpl::ProcessInput(OKM8::MFF::IMultimediaBuffer* inputD
         Fail("Input data is null");
         return frameOutcome;
     }
-    auto* const composite =
-        static_cast<OKM8::MFF::ICompositeBuffer*>(inputData->QueryContract(ContractName::ICompositeBuffer));
-    if (composite == nullptr) {
-        Fail("inputData is not an ICompositeBuffer");
-        inputData->Release();
-        return frameOutcome;
-    }
-
     boost::shared_ptr<OKM8::MFF::ICompositeBuffer> buffer;
+    bool isHeld = false;
     try {
-        buffer.reset(composite, [](OKM8::MFF::ICompositeBuffer* released) { released->Release(); });
-        HandleFrame(inputData, buffer, frameDoneCallback);
+        auto* const composite =
+            static_cast<OKM8::MFF::ICompositeBuffer*>(inputData->QueryContract(ContractName::ICompositeBuffer));
+        if (composite != nullptr) {
+            isHeld = true;
+            buffer.reset(composite, [](OKM8::MFF::ICompositeBuffer* released) { GiveBack(released); });
+            HandleFrame(inputData, buffer, frameDoneCallback);
+        } else {
+            Fail("inputData is not an ICompositeBuffer");
+        }
     } catch (const std::exception& exception) {
         Fail(exception.what());
     } catch (...) {
         Fail("Image processing exception");
+    }
+    if (!isHeld) {
+        GiveBack(inputData);
     }
     buffer.reset();         // the engine half may keep the frame longer
     PublishFrameOutcome();  // a setter may have cleared it meanwhile

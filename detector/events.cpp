@@ -23,6 +23,13 @@ constexpr std::int32_t raiserKind = 3;
 constexpr std::int32_t targetReserved = 0;
 constexpr std::uint32_t figuresSize = 32;
 
+// Ends the raiser of an event that will not be raised; nobody touches it again.
+void GiveUp(IDetectorEventRaiser** raiser) {
+    IDetectorEventRaiser* const given = *raiser;
+    *raiser = nullptr;
+    given->Discard();
+}
+
 }  // namespace
 
 bool BaseDetectorImpl::PrepareEvent(const std::string& eventName, std::int64_t timeMs, OKM8::IContract* image,
@@ -40,17 +47,21 @@ bool BaseDetectorImpl::PrepareEvent(const std::string& eventName, std::int64_t t
     if (*raiser == nullptr) {
         return Fail("IDetectorEventRaiser getting error");
     }
-    IEventArgsAdjuster* const arguments = (*raiser)->GetEventArgs();
-    if (arguments == nullptr) {
-        (*raiser)->Discard();
-        *raiser = nullptr;
-        return Fail("IEventArgsAdjuster getting error");
+    try {
+        IEventArgsAdjuster* const arguments = (*raiser)->GetEventArgs();
+        if (arguments != nullptr) {
+            arguments->SetObjectValue(EventKey::Targets, *targets);
+            if (image != nullptr) {
+                arguments->SetObjectValue(EventKey::Image, image);
+            }
+            return true;
+        }
+    } catch (...) {
+        GiveUp(raiser);
+        throw;
     }
-    arguments->SetObjectValue(EventKey::Targets, *targets);
-    if (image != nullptr) {
-        arguments->SetObjectValue(EventKey::Image, image);
-    }
-    return true;
+    GiveUp(raiser);
+    return Fail("IEventArgsAdjuster getting error");
 }
 
 bool BaseDetectorImpl::CreateEventWithTarget(const std::string& eventName, ITargetAdjuster** target,
@@ -64,10 +75,14 @@ bool BaseDetectorImpl::CreateEventWithTarget(const std::string& eventName, std::
     if (!PrepareEvent(eventName, timeMs, nullptr, &targets, raiser)) {
         return false;
     }
-    *target = targets->AddTarget(targetReserved);
+    try {
+        *target = targets->AddTarget(targetReserved);
+    } catch (...) {
+        GiveUp(raiser);
+        throw;
+    }
     if (*target == nullptr) {
-        (*raiser)->Discard();
-        *raiser = nullptr;
+        GiveUp(raiser);
         return Fail("ITargetAdjuster getting error");
     }
     return true;
