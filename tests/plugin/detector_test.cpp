@@ -4,7 +4,7 @@
 #include <thread>
 
 #include "sdk/plate_events.h"
-#include "tests/plugin/posix_plugin_fixture.h"
+#include "tests/plugin/plugin_fixture.h"
 
 namespace {
 
@@ -177,10 +177,10 @@ TEST_F(Detector, AppliesSettingsByTheLastSlotOfItsAdjuster) {
 }
 
 TEST_F(Detector, IsEndedByItsOwnSlotAndEndsTheServer) {
-    ASSERT_TRUE(ComesTrue([] { return posix_servers::Running().size() == 1; }));
+    ASSERT_TRUE(ComesTrue([] { return servers::Running().size() == 1; }));
     std::erase(detectors, detector);
     CallSlot<void>(detector, 3);
-    EXPECT_THAT(posix_servers::Running(), testing::IsEmpty());
+    EXPECT_THAT(servers::Running(), testing::IsEmpty());
 }
 
 // A film with two vehicles, one behind the other.
@@ -307,9 +307,9 @@ TEST_F(Film, GivesEveryBufferBackOnceTheDetectorIsGone) {
     EXPECT_EQ(host.Events().size(), 2u) << "destruction raises nothing";
 }
 
-TEST_F(Film, IsToldInLinesOnStandardErrorAtALevelAboveZero) {
+TEST_F(Film, IsToldInTraceLinesAtALevelAboveZero) {
     folder.SetDebugLevel("1");
-    const StandardError lines;
+    const DebugLines lines;
     IDetector* const detector = Prepare();
     Run(detector);
     Destroy(detector);
@@ -332,7 +332,7 @@ TEST_F(Film, IsToldInLinesOnStandardErrorAtALevelAboveZero) {
 }
 
 TEST_F(Film, IsNotToldAtLevelZero) {
-    const StandardError lines;
+    const DebugLines lines;
     IDetector* const detector = Prepare();
     Run(detector);
     Destroy(detector);
@@ -350,33 +350,33 @@ TEST_F(TwoDetectors, ShareAServerThatTheFirstToGoEndsAndARefusedRangeBringsBack)
     IDetector* const first = CreateDetector();
     IDetector* const second = CreateDetector();
     auto* const receiver = Query<OKM8::Analytics::IMediaReceiver>(second, ContractName::IMediaReceiver);
-    ASSERT_TRUE(ComesTrue([] { return posix_servers::Running().size() == 1; }));
+    ASSERT_TRUE(ComesTrue([] { return servers::Running().size() == 1; }));
     Destroy(first);
-    EXPECT_THAT(posix_servers::Running(), testing::IsEmpty());
+    EXPECT_THAT(servers::Running(), testing::IsEmpty());
     EXPECT_EQ(receiver->Receive(MakeFrame(buffers, 64, 48, 0)), 0);
-    EXPECT_THAT(posix_servers::Running(), testing::IsEmpty()) << "a range that was taken restarts nothing";
+    EXPECT_THAT(servers::Running(), testing::IsEmpty()) << "a range that was taken restarts nothing";
     EXPECT_EQ(receiver->Receive(MakeFrame(buffers, 64, 48, 1)), 0);
-    EXPECT_EQ(posix_servers::Running().size(), 1u);
+    EXPECT_EQ(servers::Running().size(), 1u);
 }
 
 TEST_F(TwoDetectors, OfWhichTheSecondRestartsTheServer) {
     Initialize();
     CreateDetector();
-    ASSERT_TRUE(ComesTrue([] { return posix_servers::Running().size() == 1; }));
-    const auto before = posix_servers::Running();
+    ASSERT_TRUE(ComesTrue([] { return servers::Running().size() == 1; }));
+    const auto before = servers::Running();
     CreateDetector();
-    ASSERT_TRUE(ComesTrue([] { return posix_servers::Running().size() == 1; }));
-    EXPECT_NE(posix_servers::Running(), before);
+    ASSERT_TRUE(ComesTrue([] { return servers::Running().size() == 1; }));
+    EXPECT_NE(servers::Running(), before);
 }
 
 TEST_F(TwoDetectors, TakeFramesAndSettingsOnManyThreadsWhileTheServerIsRestarted) {
     constexpr int frameCount = 60;
     folder.SetScript(R"({"refused_ranges":[5,20,21,40,80],"repeat":true,"frames":[{"plates":[{"text":"AB123C",)"
                      R"("confidence":540,"corners":[[10,10],[10,20],[40,10],[40,20]]}]},{}]})");
-    posix_servers::Remove();  // polling goes on
+    servers::Remove();  // polling goes on
     Initialize();
     std::vector<IDetector*> both = {CreateDetector(), CreateDetector()};
-    posix_servers::Place(VEXLANE_SERVER_PROGRAM);
+    servers::Place(VEXLANE_SERVER_PROGRAM);
     std::atomic<bool> framesDone = false;
     std::vector<std::thread> threads;
     for (IDetector* const detector : both) {
@@ -409,7 +409,7 @@ TEST_F(TwoDetectors, TakeFramesAndSettingsOnManyThreadsWhileTheServerIsRestarted
     Destroy(both[0]);
     Destroy(both[1]);
     EXPECT_EQ(buffers.released, 2 * frameCount);
-    EXPECT_THAT(posix_servers::Running(), testing::IsEmpty());
+    EXPECT_THAT(servers::Running(), testing::IsEmpty());
 }
 
 }  // namespace

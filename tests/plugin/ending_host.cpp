@@ -1,20 +1,19 @@
 // A host that ends while the library polls, in the way that its argument names. Writes the server's id first.
 
-#include <unistd.h>
-
+#include <chrono>
 #include <cstdio>
 #include <cstdlib>
 #include <string_view>
 #include <thread>
 
-#include "tests/plugin/posix_plugin.h"
+#include "tests/plugin/plugin.h"
 #include "tests/support/comes_true.h"
-#include "tests/support/posix_servers.h"
 #include "tests/support/recording_host.h"
+#include "tests/support/servers.h"
 
 namespace {
 
-constexpr unsigned longestLifeSeconds = 240;
+constexpr std::chrono::seconds longestLife(240);
 
 // They stay, as in a host that does not care. Volatile, so that the leak checker finds them even though nobody reads
 // them again.
@@ -26,18 +25,21 @@ OKM8::Analytics::IDetector* volatile detector = nullptr;
 }  // namespace
 
 int main(int count, char** arguments) {
-    alarm(longestLifeSeconds);
+    std::thread([] {
+        std::this_thread::sleep_for(longestLife);
+        std::abort();
+    }).detach();
     plugin = new plugin_test::Plugin;
     host = new recording_host::RecordingHost;
     plugin->InitializeModule(host->Object());
     moduleObject = plugin->GetModule();
     detector = moduleObject->CreateDetector(nullptr, host->Peer());
     // No program was there to start, so polling goes on; now there is one.
-    posix_servers::Place(VEXLANE_SERVER_PROGRAM);
-    if (!ComesTrue([] { return posix_servers::Running().size() == 1; })) {
+    servers::Place(VEXLANE_SERVER_PROGRAM);
+    if (!ComesTrue([] { return servers::Running().size() == 1; })) {
         return 2;
     }
-    std::printf("%d\n", static_cast<int>(*posix_servers::Running().begin()));
+    std::printf("%d\n", static_cast<int>(*servers::Running().begin()));
     std::fflush(stdout);
     const std::string_view way = count > 1 ? arguments[1] : "return";
     if (way == "exit") {

@@ -49,6 +49,14 @@ std::filesystem::path LibraryFile();
 /// Whether a file of that name is loaded into this process.
 bool IsLoaded(const std::filesystem::path& file);
 
+/// Whether the library stays loaded for as long as it polls, whoever unloads it, because no thread can be joined while
+/// a library is being unloaded.
+#if defined(_WIN32)
+inline constexpr bool pollingKeepsTheLibrary = true;
+#else
+inline constexpr bool pollingKeepsTheLibrary = false;
+#endif
+
 /// This process's debug output, caught for as long as it lives. One at a time.
 class DebugLines {
   public:

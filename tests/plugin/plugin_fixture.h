@@ -8,17 +8,17 @@
 #include <vector>
 
 #include "sdk/contract_names.h"
-#include "tests/plugin/posix_plugin.h"
+#include "tests/plugin/plugin.h"
 #include "tests/support/comes_true.h"
-#include "tests/support/posix_servers.h"
 #include "tests/support/recording_host.h"
+#include "tests/support/servers.h"
 
 namespace plugin_test {
 
 class PluginFixture : public testing::Test {
   protected:
     PluginFixture() {
-        posix_servers::Place(VEXLANE_SERVER_PROGRAM);
+        servers::Place(VEXLANE_SERVER_PROGRAM);
         plugin = std::make_unique<Plugin>();
     }
     ~PluginFixture() override {
@@ -27,8 +27,8 @@ class PluginFixture : public testing::Test {
         }
         plugin->FinalizeModule();
         plugin.reset();
-        posix_servers::KillAll();
-        posix_servers::Remove();
+        servers::KillAll();
+        servers::Remove();
     }
 
     /// The first calls of every host.

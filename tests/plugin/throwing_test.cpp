@@ -1,0 +1,336 @@
+// Exceptions of the host and of the engine: through the loaded library none gets out, but for those of CreateDetector.
+
+#include <gmock/gmock.h>
+
+#include <memory>
+#include <sstream>
+#include <thread>
+#include <vector>
+
+#include "sdk/contract_names.h"
+#include "tests/plugin/plugin.h"
+#include "tests/plugin/system.h"
+#include "tests/plugin/throwing_engine.h"
+#include "tests/plugin/throwing_host.h"
+#include "tests/support/servers.h"
+
+namespace {
+
+using namespace plugin_test;
+using OKM8::Analytics::IDetector;
+namespace ContractName = OKM8::ContractName;
+
+enum class Kind { Standard, Other };
+
+void PrintTo(Kind kind, std::ostream* stream) {
+    *stream << (kind == Kind::Standard ? "standard" : "other");
+}
+
+std::string NameOf(Kind kind) {
+    return kind == Kind::Standard ? "AStandardException" : "AnyOtherException";
+}
+
+// The film of the throwing tests: in every frame another vehicle, so that every frame has an event of its own.
+std::string Film() {
+    std::ostringstream json;
+    json << R"({"frames":[)";
+    for (int frame = 0; frame < 8; ++frame) {
+        const int x = frame % 4 * 14;
+        const int y = frame / 4 * 24;
+        json << (frame == 0 ? "" : ",") << R"({"plates":[{"text":")" << std::string(16, static_cast<char>('A' + frame))
+             << R"(","confidence":540,"corners":[[)" << x << ',' << y << "],[" << x << ',' << y + 5 << "],[" << x + 9
+             << ',' << y << "],[" << x + 9 << ',' << y + 5 << "]]}]}";
+    }
+    json << "]}";
+    return json.str();
+}
+
+class Throwing : public testing::Test {
+  protected:
+    Throwing() {
+        servers::Remove();
+        folder.SetScript(Film());
+        folder.SetDebugLevel("1");
+    }
+    ~Throwing() override {
+        host.throwing.clear();
+        if (detector != nullptr) {
+            detector->Destroy();
+        }
+        if (plugin) {
+            plugin->FinalizeModule();
+        }
+        plugin.reset();
+    }
+
+    void Load(std::unique_ptr<Plugin> loaded) {
+        plugin = std::move(loaded);
+        ASSERT_EQ(plugin->InitializeModule(host.Object()), 0);
+    }
+
+    // A detector that reports every plate at once.
+    void Prepare() {
+        detector = plugin->GetModule()->CreateDetector(nullptr, host.Peer());
+        ASSERT_NE(detector, nullptr);
+        errors = static_cast<OKM8::IErrorInfoProvider*>(detector->QueryContract(ContractName::IErrorInfoProvider));
+        auto* const adjuster =
+            static_cast<OKM8::IAsyncAdjuster*>(detector->QueryContract(ContractName::IAsyncAdjuster));
+        adjuster->SetBoolValue("result_ready", true);
+        adjuster->SetIntValue("result_rec_count", 1);
+        adjuster->SetIntValue("result_wait_time", 1000);
+        adjuster->ApplySettings();
+    }
+
+    std::int32_t Receive(OKM8::MFF::IMultimediaBuffer* buffer) {
+        auto* const receiver = static_cast<OKM8::Analytics::IMediaReceiverSingle2*>(
+            detector->QueryContract(ContractName::IMediaReceiverSingle2));
+        return receiver->ReceiveSingle(buffer, nullptr, host.FrameDone());
+    }
+    std::int32_t Receive() { return Receive(host.NewFrame(nextTime += 40)); }
+
+    // What follows a failure goes its usual way, on another thread too, since no lock is left behind.
+    void ExpectAllIsWellAgain() {
+        host.throwing.clear();
+        const int raised = host.Count(HostCall::Raise);
+        std::int32_t answer = -1;
+        std::thread([&] { answer = Receive(); }).join();
+        EXPECT_EQ(answer, 0) << errors->GetErrorMessage();
+        EXPECT_EQ(errors->GetErrorCode(), 0);
+        EXPECT_STREQ(errors->GetErrorMessage(), "");
+        EXPECT_GT(host.Count(HostCall::Raise), raised);
+    }
+
+    void ExpectEveryBufferBack() {
+        detector->Destroy();
+        detector = nullptr;
+        EXPECT_EQ(host.Count(HostCall::Release), host.BuffersMade());
+    }
+
+    // The last trace line of a function of the detector.
+    std::string LastMessageOf(const std::string& function) const {
+        const std::string text = lines.Text();
+        const std::size_t start = text.rfind("vexlane[plate_recognition::VexlaneDetectorImpl::" + function + "(");
+        if (start == std::string::npos) {
+            return "no line";
+        }
+        const std::size_t message = text.find("): ", start) + 3;
+        return text.substr(message, text.find('\n', message) - message);
+    }
+
+    TestFolder folder;
+    DebugLines lines;
+    ThrowingHost host;
+    std::unique_ptr<Plugin> plugin;
+    IDetector* detector = nullptr;
+    OKM8::IErrorInfoProvider* errors = nullptr;
+    std::uint64_t nextTime = 0;
+};
+
+// What is let through.
+
+class ThrowingConstruction : public Throwing, public testing::WithParamInterface<Kind> {};
+
+TEST_P(ThrowingConstruction, ReachesTheHostAndTheNextDetectorIsMade) {
+    Load(std::make_unique<Plugin>());
+    host.throwing = {HostCall::GetLogger};
+    host.throwsOther = GetParam() == Kind::Other;
+    OKM8::Analytics::IModule* const module = plugin->GetModule();
+    if (GetParam() == Kind::Other) {
+        EXPECT_THROW(module->CreateDetector(nullptr, host.Peer()), OtherException);
+    } else {
+        EXPECT_THAT([&] { module->CreateDetector(nullptr, host.Peer()); },
+                    testing::ThrowsMessage<std::runtime_error>(thrownText));
+    }
+    host.throwing.clear();
+    Prepare();
+    ExpectAllIsWellAgain();
+    ExpectEveryBufferBack();
+}
+
+INSTANTIATE_TEST_SUITE_P(Of, ThrowingConstruction, testing::Values(Kind::Standard, Kind::Other),
+                         [](const auto& instance) { return NameOf(instance.param); });
+
+// What is the frame's error: it stands in the error state, and the frame is dropped.
+
+struct CallCase {
+    const char* name;
+    std::set<HostCall> throwing;
+    HostCall met;       // the operation that must have been called, or the case shows nothing
+    int discarded = 0;  // of the one raiser that was asked for
+    int raised = 0;
+    bool refusesArguments = false;
+    int done = 0;  // calls of OnFrameDone
+};
+
+void PrintTo(const CallCase& tried, std::ostream* stream) {
+    *stream << tried.name;
+}
+
+std::string NameOfCase(const testing::TestParamInfo<std::tuple<CallCase, Kind>>& instance) {
+    return std::string(std::get<0>(instance.param).name) + "With" + NameOf(std::get<1>(instance.param));
+}
+
+class ThrowingCase : public Throwing, public testing::WithParamInterface<std::tuple<CallCase, Kind>> {
+  protected:
+    ThrowingCase() : tried(std::get<0>(GetParam())), kind(std::get<1>(GetParam())) {
+        Load(std::make_unique<Plugin>());
+        Prepare();
+        host.throwing = tried.throwing;
+        host.throwsOther = kind == Kind::Other;
+        host.refusesArguments = tried.refusesArguments;
+    }
+
+    CallCase tried;
+    Kind kind;
+};
+
+class ThrowingBuffer : public ThrowingCase {};
+
+TEST_P(ThrowingBuffer, IsTheFramesError) {
+    EXPECT_EQ(Receive(), 1);
+    EXPECT_GT(host.Count(tried.met), 0);
+    EXPECT_EQ(errors->GetErrorCode(), 1);
+    EXPECT_STREQ(errors->GetErrorMessage(), kind == Kind::Standard ? thrownText : "Image processing exception");
+    EXPECT_EQ(host.Count(HostCall::OnFrameDone), tried.done);
+    ExpectAllIsWellAgain();
+    ExpectEveryBufferBack();
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    At, ThrowingBuffer,
+    testing::Combine(
+        testing::Values(
+            CallCase{"QueryContract", {HostCall::QueryContract}, HostCall::QueryContract},
+            CallCase{"GetData", {HostCall::GetData}, HostCall::GetData},
+            CallCase{"GetDataSize", {HostCall::GetDataSize}, HostCall::GetDataSize},
+            CallCase{"GetHeight", {HostCall::GetHeight}, HostCall::GetHeight},
+            CallCase{"GetWidth", {HostCall::GetWidth}, HostCall::GetWidth},
+            CallCase{
+                .name = "GetTimeStamp", .throwing = {HostCall::GetTimeStamp}, .met = HostCall::GetTimeStamp, .done = 1},
+            CallCase{
+                .name = "OnFrameDone", .throwing = {HostCall::OnFrameDone}, .met = HostCall::OnFrameDone, .done = 1},
+            CallCase{"GetDataAndRelease", {HostCall::GetData, HostCall::Release}, HostCall::Release}),
+        testing::Values(Kind::Standard, Kind::Other)),
+    NameOfCase);
+
+// What ends the frame's recognition with a trace line: the frame itself succeeds.
+
+class ThrowingEvent : public ThrowingCase {};
+
+TEST_P(ThrowingEvent, IsATraceLineAndTheRaiserIsEndedAtMostOnce) {
+    EXPECT_EQ(Receive(), 0);
+    EXPECT_GT(host.Count(tried.met), 0);
+    EXPECT_EQ(errors->GetErrorCode(), 0);
+    EXPECT_STREQ(errors->GetErrorMessage(), "");
+    EXPECT_EQ(LastMessageOf("Recognize"), kind == Kind::Standard ? thrownText : "Exception");
+    EXPECT_EQ(host.Count(HostCall::OnFrameDone), 1);
+    EXPECT_EQ(host.Count(HostCall::Discard), tried.discarded);
+    EXPECT_EQ(host.Count(HostCall::Raise), tried.raised);
+    host.refusesArguments = false;
+    ExpectAllIsWellAgain();
+    ExpectEveryBufferBack();
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    At, ThrowingEvent,
+    testing::Combine(
+        testing::Values(
+            CallCase{"GetInterface", {HostCall::GetFactory}, HostCall::GetFactory},
+            CallCase{"CreateTargetEnumerator", {HostCall::CreateTargetEnumerator}, HostCall::CreateTargetEnumerator},
+            CallCase{"CreateEventRaiser", {HostCall::CreateEventRaiser}, HostCall::CreateEventRaiser},
+            CallCase{"GetEventArgs", {HostCall::GetEventArgs}, HostCall::GetEventArgs, 1},
+            CallCase{"SetObjectValue", {HostCall::SetObjectValue}, HostCall::SetObjectValue, 1},
+            CallCase{"AddTarget", {HostCall::AddTarget}, HostCall::AddTarget, 1},
+            CallCase{"SetStringValue", {HostCall::SetStringValue}, HostCall::SetStringValue, 1},
+            CallCase{"SetIntValue", {HostCall::SetIntValue}, HostCall::SetIntValue, 1},
+            CallCase{"SetBinaryValue", {HostCall::SetBinaryValue}, HostCall::SetBinaryValue, 1},
+            CallCase{"Raise", {HostCall::Raise}, HostCall::Raise, 0, 1},
+            CallCase{"Discard", {HostCall::Discard}, HostCall::Discard, 1, 0, true},
+            CallCase{"SetIntValueAndDiscard", {HostCall::SetIntValue, HostCall::Discard}, HostCall::Discard, 1}),
+        testing::Values(Kind::Standard, Kind::Other)),
+    NameOfCase);
+
+// What nobody is told of: the buffer is the host's again.
+
+class ThrowingRelease : public Throwing, public testing::WithParamInterface<Kind> {
+  protected:
+    ThrowingRelease() {
+        Load(std::make_unique<Plugin>());
+        Prepare();
+        host.throwing = {HostCall::Release};
+        host.throwsOther = GetParam() == Kind::Other;
+    }
+};
+
+TEST_P(ThrowingRelease, OfAFrameThatIsDoneLeavesTheFrameAsItIs) {
+    for (int frame = 0; frame < 5; ++frame) {
+        EXPECT_EQ(Receive(), 0) << errors->GetErrorMessage();
+    }
+    EXPECT_GT(host.Count(HostCall::Release), 0);
+    ExpectAllIsWellAgain();
+    ExpectEveryBufferBack();
+}
+
+TEST_P(ThrowingRelease, OfWhatIsNoFrameLeavesItsErrorAsItIs) {
+    EXPECT_EQ(Receive(host.NewOtherBuffer()), 1);
+    EXPECT_STREQ(errors->GetErrorMessage(), "inputData is not an ICompositeBuffer");
+    EXPECT_EQ(host.Count(HostCall::Release), 1);
+    ExpectAllIsWellAgain();
+    ExpectEveryBufferBack();
+}
+
+TEST_P(ThrowingRelease, OfFramesThatADestroyedDetectorHasKeptGivesAllOfThemBack) {
+    host.throwing = {HostCall::Raise, HostCall::Release};  // what was not raised is kept
+    for (int frame = 0; frame < 3; ++frame) {
+        Receive();
+    }
+    EXPECT_LT(host.Count(HostCall::Release), host.BuffersMade());
+    ExpectEveryBufferBack();
+}
+
+INSTANTIATE_TEST_SUITE_P(Of, ThrowingRelease, testing::Values(Kind::Standard, Kind::Other),
+                         [](const auto& instance) { return NameOf(instance.param); });
+
+// The engine
+
+class ThrowingEngine : public Throwing, public testing::WithParamInterface<std::tuple<std::string, Kind>> {
+  protected:
+    ~ThrowingEngine() override { Behave(); }
+
+    void Behave() {
+        SetEnvironment(throwing_engine::functionVariable, "");
+        SetEnvironment(throwing_engine::otherVariable, "");
+    }
+};
+
+TEST_P(ThrowingEngine, IsATraceLineAndTheFrameSucceeds) {
+    Load(std::make_unique<Plugin>(servers::OwnFolder() / VEXLANE_THROWING_ENGINE));
+    Prepare();
+    EXPECT_EQ(Receive(), 0);
+    EXPECT_EQ(LastMessageOf("Recognize"), "Frame count: 1 Iteration : 0 NumberOfPlate is 0");
+    const auto& [function, kind] = GetParam();
+    SetEnvironment(throwing_engine::functionVariable, function);
+    SetEnvironment(throwing_engine::otherVariable, kind == Kind::Other ? "1" : "");
+    EXPECT_EQ(Receive(), 0);
+    EXPECT_EQ(errors->GetErrorCode(), 0);
+    EXPECT_STREQ(errors->GetErrorMessage(), "");
+    EXPECT_EQ(LastMessageOf("Recognize"), kind == Kind::Standard ? throwing_engine::thrownText : "Exception");
+    EXPECT_EQ(host.Count(HostCall::OnFrameDone), 2);
+    Behave();
+    std::int32_t answer = -1;
+    std::thread([&] { answer = Receive(); }).join();
+    EXPECT_EQ(answer, 0);
+    EXPECT_EQ(LastMessageOf("Recognize"), "Frame count: 3 Iteration : 0 NumberOfPlate is 0");
+    ExpectEveryBufferBack();
+}
+
+INSTANTIATE_TEST_SUITE_P(At, ThrowingEngine,
+                         testing::Combine(testing::Values(std::string(throwing_engine::recognize),
+                                                          std::string(throwing_engine::setRange)),
+                                          testing::Values(Kind::Standard, Kind::Other)),
+                         [](const auto& instance) {
+                             return std::string(std::get<0>(instance.param)) + "With" +
+                                    NameOf(std::get<1>(instance.param));
+                         });
+
+}  // namespace
