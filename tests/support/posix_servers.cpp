@@ -1,4 +1,4 @@
-#include "tests/support/posix_servers.h"
+#include "tests/support/servers.h"
 
 #include <signal.h>
 #include <spawn.h>
@@ -10,8 +10,11 @@
 #include <functional>
 #include <sstream>
 #include <string>
+#include <type_traits>
 
 namespace servers {
+
+static_assert(std::is_same_v<pid_t, ProcessId>);
 
 namespace {
 
