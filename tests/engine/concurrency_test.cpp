@@ -98,8 +98,9 @@ TEST_F(EngineThreads, TwoDetectorsSettingsAndPollsMayMeet) {
     Detector();
     const DetectorPointer second(new ProbeDetector(host.Peer(), host.Object()));
     ReportAtOnce();
-    // The detectors' restarts have ended polling; it begins anew at its fastest.
+    // Polling begins anew at its fastest. The detectors' restarts have ended it, unless a poll was restarting then.
     const auto launcher = GetServerLauncher();
+    launcher->PollTimeoutThread::Stop();
     launcher->SetPeriod(1);
     std::atomic<int> polls = 0;
     launcher->PollTimeoutThread::Start([&] {
@@ -173,6 +174,7 @@ TEST_F(EngineThreads, RefusedRangesOfTwoDetectorsRestartOneServerBesideThePolls)
     Detector();
     const DetectorPointer second(new ProbeDetector(host.Peer(), host.Object()));
     const auto launcher = GetServerLauncher();
+    launcher->PollTimeoutThread::Stop();
     launcher->SetPeriod(1);
     launcher->PollTimeoutThread::Start([launcher] { launcher->OnTimeout(); });
     std::atomic<int> asked = 0;
