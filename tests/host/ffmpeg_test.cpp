@@ -18,8 +18,8 @@ using testing::Not;
 
 class FfmpegVideo : public testing::Test {
   protected:
-    std::string Write(const std::string& name, const VideoSpecification& specification) const {
-        WriteVideo(folder.Path(name), specification);
+    std::string Write(const std::string& name, const VideoTraits& traits) const {
+        WriteVideo(folder.Path(name), traits);
         return folder.Path(name);
     }
 
@@ -89,14 +89,14 @@ TEST_F(FfmpegVideo, TimesStartWithTheVideo) {
 }
 
 TEST_F(FfmpegVideo, CommonContainersAndCodecsArePlayed) {
-    const std::vector<std::pair<std::string, VideoSpecification>> videos{
+    const std::vector<std::pair<std::string, VideoTraits>> videos{
         {"a.mp4", {.codec = "mpeg4", .frames = 12}},
         {"b.avi", {.codec = "mjpeg", .pixelFormat = "yuvj420p", .frames = 12}},
         {"c.ts", {.codec = "mpeg2video", .frames = 12}},
         {"d.mov", {.codec = "mpeg4", .frames = 12}},
     };
-    for (const auto& [name, specification] : videos) {
-        const std::vector<plate_host::Picture> pictures = ReadAll(Write(name, specification));
+    for (const auto& [name, traits] : videos) {
+        const std::vector<plate_host::Picture> pictures = ReadAll(Write(name, traits));
         ASSERT_EQ(pictures.size(), 12u) << name;
         EXPECT_EQ(pictures[11].timeMs, 440u) << name;
         EXPECT_EQ(reader->Damage(), "") << name;
@@ -104,14 +104,14 @@ TEST_F(FfmpegVideo, CommonContainersAndCodecsArePlayed) {
 }
 
 TEST_F(FfmpegVideo, ATruncatedFileIsPlayedUpToThereAndSaysSo) {
-    const std::vector<std::pair<std::string, VideoSpecification>> videos{
+    const std::vector<std::pair<std::string, VideoTraits>> videos{
         {"a.avi", {.codec = "mjpeg", .pixelFormat = "yuvj420p", .width = 320, .height = 240, .frames = 40}},
         {"b.mkv", {.codec = "mjpeg", .pixelFormat = "yuvj420p", .width = 320, .height = 240, .frames = 40}},
         {"c.mp4",
          {.codec = "mjpeg", .pixelFormat = "yuvj420p", .width = 320, .height = 240, .frames = 40, .indexFirst = true}},
     };
-    for (const auto& [name, specification] : videos) {
-        const std::string video = Write(name, specification);
+    for (const auto& [name, traits] : videos) {
+        const std::string video = Write(name, traits);
         std::filesystem::resize_file(video, std::filesystem::file_size(video) * 6 / 10);
         const Finished run = RunHost(PlayCommand(video, {"test_event_every=1"}));
         EXPECT_EQ(run.status, 0) << name << run.errors;

@@ -26,8 +26,8 @@ void Require(bool condition, const char* what) {
 
 class VideoWriter {
   public:
-    VideoWriter(const std::string& path, const VideoSpecification& newSpecification)
-        : specification(newSpecification), packet(av_packet_alloc()), frame(av_frame_alloc()) {
+    VideoWriter(const std::string& path, const VideoTraits& newTraits)
+        : traits(newTraits), packet(av_packet_alloc()), frame(av_frame_alloc()) {
         av_log_set_level(AV_LOG_QUIET);
         Require(avformat_alloc_output_context2(&format, nullptr, nullptr, path.c_str()) >= 0, "container");
         OpenEncoder();
@@ -36,7 +36,7 @@ class VideoWriter {
         stream->avg_frame_rate = codec->framerate;
         Require(avcodec_parameters_from_context(stream->codecpar, codec) >= 0, "parameters");
         Require(avio_open(&format->pb, path.c_str(), AVIO_FLAG_WRITE) >= 0, "file");
-        if (specification.indexFirst) {
+        if (traits.indexFirst) {
             Require(av_opt_set(format->priv_data, "movflags", "faststart", 0) >= 0, "order");
         }
         Require(avformat_write_header(format, nullptr) >= 0, "header");
@@ -53,9 +53,9 @@ class VideoWriter {
     }
 
     void WriteAll() {
-        for (int number = 0; number < specification.frames; ++number) {
+        for (int number = 0; number < traits.frames; ++number) {
             FillFrame(number);
-            frame->pts = specification.firstFrameNumber + number;
+            frame->pts = traits.firstFrameNumber + number;
             Encode(frame);
         }
         Encode(nullptr);
@@ -64,14 +64,14 @@ class VideoWriter {
 
   private:
     void OpenEncoder() {
-        const AVCodec* const encoder = avcodec_find_encoder_by_name(specification.codec.c_str());
+        const AVCodec* const encoder = avcodec_find_encoder_by_name(traits.codec.c_str());
         Require(encoder != nullptr, "encoder");
         codec = avcodec_alloc_context3(encoder);
-        codec->width = specification.width;
-        codec->height = specification.height;
-        codec->pix_fmt = av_get_pix_fmt(specification.pixelFormat.c_str());
-        codec->time_base = {specification.rateDenominator, specification.rateNumerator};
-        codec->framerate = {specification.rateNumerator, specification.rateDenominator};
+        codec->width = traits.width;
+        codec->height = traits.height;
+        codec->pix_fmt = av_get_pix_fmt(traits.pixelFormat.c_str());
+        codec->time_base = {traits.rateDenominator, traits.rateNumerator};
+        codec->framerate = {traits.rateNumerator, traits.rateDenominator};
         codec->gop_size = 5;
         codec->thread_count = 1;
         codec->strict_std_compliance = FF_COMPLIANCE_UNOFFICIAL;
@@ -108,7 +108,7 @@ class VideoWriter {
         }
     }
 
-    const VideoSpecification specification;
+    const VideoTraits traits;
     AVFormatContext* format = nullptr;
     AVCodecContext* codec = nullptr;
     AVStream* stream = nullptr;
@@ -118,8 +118,8 @@ class VideoWriter {
 
 }  // namespace
 
-void WriteVideo(const std::string& path, const VideoSpecification& specification) {
-    VideoWriter writer(path, specification);
+void WriteVideo(const std::string& path, const VideoTraits& traits) {
+    VideoWriter writer(path, traits);
     writer.WriteAll();
 }
 

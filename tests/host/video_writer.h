@@ -5,7 +5,7 @@
 
 namespace host_test {
 
-struct VideoSpecification {
+struct VideoTraits {
     std::string codec = "ffv1";
     std::string pixelFormat = "yuv420p";
     int width = 64;
@@ -18,6 +18,6 @@ struct VideoSpecification {
 };
 
 /// Writes a video whose planes are those of MakePlane, in the container of the name's ending. Throws on failure.
-void WriteVideo(const std::string& path, const VideoSpecification& specification);
+void WriteVideo(const std::string& path, const VideoTraits& traits);
 
 }  // namespace host_test
