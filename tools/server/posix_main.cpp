@@ -1,18 +1,27 @@
-// The recognition server: stays until it is told to end.
+// The recognition server.
 
-#include <signal.h>
+#include "tools/server/program.h"
+#include "tools/server/service.h"
+
+namespace {
+
+// Reads nothing, until there is what reads.
+class NoFrameReader final : public plate_reading::FrameReader {
+  public:
+    std::vector<plate_reading::Reading> Read(const plate_reading::Picture&, const std::optional<plate_reading::Region>&,
+                                             const std::optional<plate_reading::WidthRange>&) override {
+        return {};
+    }
+};
+
+/// The one place that says who reads.
+std::unique_ptr<plate_reading::FrameReader> MakeFrameReader() {
+    return std::make_unique<NoFrameReader>();
+}
+
+}  // namespace
 
 int main() {
-    // Blocked, so that a signal that comes before the wait is not lost.
-    sigset_t ending;
-    sigemptyset(&ending);
-    sigaddset(&ending, SIGTERM);
-    sigaddset(&ending, SIGINT);
-    if (sigprocmask(SIG_BLOCK, &ending, nullptr) != 0) {
-        return 1;
-    }
-    int received = 0;
-    while (sigwait(&ending, &received) != 0) {
-    }
-    return 0;
+    reading_service::Service service(reading_service::Settings(), MakeFrameReader);
+    return reading_service::RunUntilTold(service);
 }

@@ -1,0 +1,7 @@
+// A server that serves nobody: stays until it is terminated.
+
+#include <windows.h>
+
+int main() {
+    Sleep(INFINITE);
+}

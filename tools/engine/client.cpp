@@ -1,0 +1,148 @@
+#include "tools/engine/client.h"
+
+#include <algorithm>
+#include <cstring>
+#include <thread>
+#include <utility>
+#include <variant>
+
+namespace engine_client {
+
+namespace {
+
+bool IsReadable(const IMG* image) {
+    return image != nullptr && image->pixels != nullptr && image->bytesPerPixel == wire::bytesPerPixel &&
+           image->rowStride >= std::uint64_t{image->width} * wire::bytesPerPixel;
+}
+
+wire::Region InsidePicture(const tagRECT& region, const IMG& image) {
+    const auto width = static_cast<std::int32_t>(image.width);
+    const auto height = static_cast<std::int32_t>(image.height);
+    return {std::clamp(region.left, 0, width), std::clamp(region.top, 0, height), std::clamp(region.right, 0, width),
+            std::clamp(region.bottom, 0, height)};
+}
+
+RPLATE RecordOf(const wire::Reading& reading) {
+    RPLATE plate = {};
+    std::copy(reading.text.begin(), reading.text.end(), plate.text);
+    SetConfidenceSum(plate, reading.confidence * static_cast<double>(reading.text.size()));
+    EngineCorner* const corners[] = {&plate.corner1, &plate.corner2, &plate.corner3, &plate.corner4};
+    for (std::size_t corner = 0; corner < reading.corners.size(); ++corner) {
+        *corners[corner] = {reading.corners[corner].x, reading.corners[corner].y};
+    }
+    return plate;
+}
+
+}  // namespace
+
+static_assert(wire::mostReadings == engineRecordCount && wire::longestText < sizeof RPLATE::text);
+
+Client::Client(std::string nameOfServer) : name(std::move(nameOfServer)) {}
+
+bool Client::SetRange(std::int32_t minimum, std::int32_t maximum) {
+    const wire::Deadline deadline = wire::Clock::now() + longestRange;
+    range = wire::Range{minimum, maximum};
+    for (;;) {
+        // A new connection is given the range with the greeting.
+        if (connection ? GiveRange(deadline) : Connect(deadline)) {
+            return true;
+        }
+        if (wire::Clock::now() + connectingPause >= deadline) {
+            return false;
+        }
+        std::this_thread::sleep_for(connectingPause);
+    }
+}
+
+int Client::Recognise(const IMG* image, const tagRECT* region, RPLATE* plates) {
+    if (!IsReadable(image) || plates == nullptr) {
+        return 0;
+    }
+    wire::Frame frame = {image->width, image->height, false, std::nullopt};
+    if (!wire::IsSound(frame)) {
+        return 0;
+    }
+    if (region != nullptr) {
+        frame.region = InsidePicture(*region, *image);
+        if (!wire::IsSound(frame)) {
+            return 0;
+        }
+    }
+    if (!connection && !Connect(wire::Clock::now() + longestConnecting)) {
+        return 0;
+    }
+    const wire::Deadline deadline = wire::Clock::now() + wire::longestFrame;
+    const bool isNewMemory = PutPicture(*image);
+    frame.bringsMemory = isNewMemory;
+    const auto answer = Ask<wire::Readings>(frame, isNewMemory ? &*memory : nullptr, deadline);
+    if (!answer) {
+        return 0;
+    }
+    std::transform(answer->readings.begin(), answer->readings.end(), plates, RecordOf);
+    return static_cast<int>(answer->readings.size());
+}
+
+// Greets a new server and gives it the range.
+bool Client::Connect(wire::Deadline deadline) {
+    connection = wire::Connection::Open(name);
+    if (!connection) {
+        return false;
+    }
+    const auto greeting = Ask<wire::GreetingAnswer>(wire::Greeting(), nullptr, deadline);
+    if (!greeting) {
+        return false;
+    }
+    if (greeting->version != wire::protocolVersion) {
+        Disconnect();
+        return false;
+    }
+    return !range || GiveRange(deadline);
+}
+
+// REQUIRES: a connection and a range.
+bool Client::GiveRange(wire::Deadline deadline) {
+    return Ask<wire::RangeTaken>(*range, nullptr, deadline).has_value();
+}
+
+// Copies the rows into memory that the server sees; true when it is memory that the server does not have yet.
+bool Client::PutPicture(const IMG& image) {
+    const std::size_t row = std::size_t{image.width} * wire::bytesPerPixel;
+    const auto size = static_cast<std::size_t>(wire::PictureBytes(image.width, image.height));
+    const bool isNew = !memory || memory->Bytes().size() < size;
+    if (isNew) {
+        memory.reset();
+        memory.emplace(size);
+    }
+    std::uint8_t* to = memory->Bytes().data();
+    const std::uint8_t* from = image.pixels;
+    for (std::uint32_t y = 0; y < image.height; ++y) {
+        std::memcpy(to + y * row, from + std::size_t{y} * image.rowStride, row);
+    }
+    return isNew;
+}
+
+// Without the one right answer in time there is no connection behind this. REQUIRES: a connection.
+template <class Answer>
+std::optional<Answer> Client::Ask(const wire::Contents& question, const wire::SharedMemory* handedOver,
+                                  wire::Deadline deadline) {
+    const std::uint64_t number = ++requests;
+    std::optional<wire::PeerMemory> nobodysMemory;
+    if (connection->Send(wire::Encode({number, question}), handedOver, deadline) &&
+        connection->Receive(received, wire::largestMessageBytes, nobodysMemory, 0, deadline)) {
+        std::optional<wire::Message> message = wire::Decode(received);
+        if (message && message->number == number && !nobodysMemory) {
+            if (auto* const answer = std::get_if<Answer>(&message->contents)) {
+                return std::move(*answer);
+            }
+        }
+    }
+    Disconnect();
+    return std::nullopt;
+}
+
+void Client::Disconnect() {
+    memory.reset();
+    connection.reset();
+}
+
+}  // namespace engine_client

@@ -1,0 +1,56 @@
+/// The engine's side of the connection to the recognition server.
+#pragma once
+
+#include <chrono>
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "engine/engine_records.h"
+#include "tools/wire/local_connection.h"
+#include "tools/wire/messages.h"
+
+namespace engine_client {
+
+/// How long a range waits for the server: for one that has yet to start, and for the answer of one that is there.
+inline constexpr std::chrono::milliseconds longestRange{2000};
+
+/// From one attempt to connect to the next.
+inline constexpr std::chrono::milliseconds connectingPause{5};
+
+/// How long a frame that has no connection waits for one. The server that is not there was waited for by the range.
+inline constexpr std::chrono::milliseconds longestConnecting{50};
+
+/// The connection of one thread. Whatever goes wrong ends the connection, and with it what was still to come over it,
+/// so an answer that comes too late is never taken for that of a later request. One thread at a time.
+class Client {
+  public:
+    explicit Client(std::string nameOfServer = wire::ServerName());
+
+    /// True when the server has taken the range, within longestRange. The range holds for this client's frames, and is
+    /// given again to every server that it connects to later. Throws std::exception.
+    bool SetRange(std::int32_t minimum, std::int32_t maximum);
+
+    /// Writes what is read in the image and answers its number; 0 for whatever reason there is nothing. `image` and
+    /// `plates` may be null, and `plates` has room for engineRecordCount. Throws std::exception.
+    int Recognise(const IMG* image, const tagRECT* region, RPLATE* plates);
+
+  private:
+    bool Connect(wire::Deadline deadline);
+    bool GiveRange(wire::Deadline deadline);
+    bool PutPicture(const IMG& image);
+    template <class Answer>
+    std::optional<Answer> Ask(const wire::Contents& question, const wire::SharedMemory* handedOver,
+                              wire::Deadline deadline);
+    void Disconnect();
+
+    const std::string name;
+    std::optional<wire::Range> range;
+    std::optional<wire::Connection> connection;
+    std::optional<wire::SharedMemory> memory;  // only with a connection, whose server has it
+    std::vector<std::uint8_t> received;
+    std::uint64_t requests = 0;
+};
+
+}  // namespace engine_client

@@ -1,0 +1,155 @@
+#include "tools/server/service.h"
+
+#include <exception>
+#include <utility>
+
+#include "tools/server/session.h"
+
+namespace reading_service {
+
+namespace {
+
+constexpr std::chrono::milliseconds namePause{10};
+
+}  // namespace
+
+Service::Service(Settings chosenSettings, ReaderFactory readerFactory)
+    : settings(std::move(chosenSettings)), factory(std::move(readerFactory)) {}
+
+Service::~Service() = default;
+
+End Service::Run() {
+    if (!OpenListener()) {
+        const std::lock_guard lock(mutex);
+        return stopped ? End::Told : End::NameTaken;
+    }
+    ReaderPool readers(settings.readers, factory);
+    const End end = Listen(readers);
+    {
+        const std::lock_guard lock(mutex);
+        listener.reset();
+    }
+    readers.Stop();
+    EndClients();
+    return end;
+}
+
+void Service::Stop() {
+    const std::lock_guard lock(mutex);
+    stopped = true;
+    stopping.notify_all();
+    if (listener) {
+        listener->Shutdown();
+    }
+}
+
+// False when another server keeps the name, and when told to stop meanwhile.
+bool Service::OpenListener() {
+    const wire::Deadline deadline = wire::Clock::now() + settings.longestWaitForName;
+    std::unique_lock lock(mutex);
+    while (!stopped) {
+        listener = wire::Listener::Open(settings.name);
+        if (listener) {
+            lastConnection = wire::Clock::now();
+            return true;
+        }
+        if (wire::Clock::now() >= deadline) {
+            return false;
+        }
+        stopping.wait_for(lock, namePause, [this] { return stopped; });
+    }
+    return false;
+}
+
+End Service::Listen(ReaderPool& readers) {
+    for (;;) {
+        JoinEnded();
+        const wire::Deadline now = wire::Clock::now();
+        wire::Deadline deadline = now + settings.longestIdle;
+        {
+            const std::lock_guard lock(mutex);
+            if (stopped) {
+                return End::Told;
+            }
+            if (connections == 0) {
+                deadline = lastConnection + settings.longestIdle;
+                if (now >= deadline) {
+                    return End::Idle;
+                }
+            }
+        }
+        std::optional<wire::Connection> connection = listener->Accept(deadline);
+        if (connection) {
+            StartClient(std::move(*connection), readers);
+        }
+    }
+}
+
+void Service::StartClient(wire::Connection connection, ReaderPool& readers) {
+    const std::lock_guard lock(mutex);
+    if (connections >= settings.mostConnections) {
+        return;
+    }
+    Client& client = clients.emplace_back();
+    try {
+        client.thread = std::thread([this, &client, &readers] { Serve(client, readers); });
+    } catch (const std::exception& error) {
+        clients.pop_back();
+        Complain(std::string("a client cannot be served: ") + error.what());
+        return;
+    }
+    // Its thread waits for the mutex before it looks.
+    client.connection = std::move(connection);
+    ++connections;
+}
+
+void Service::Serve(Client& client, ReaderPool& readers) {
+    wire::Connection* connection = nullptr;
+    {
+        const std::lock_guard lock(mutex);
+        connection = &*client.connection;
+    }
+    try {
+        ServeClient(*connection, readers);
+    } catch (const std::exception& error) {
+        Complain(std::string("a client is served no longer: ") + error.what());
+    }
+    const std::lock_guard lock(mutex);
+    client.connection.reset();
+    --connections;
+    lastConnection = wire::Clock::now();
+}
+
+void Service::JoinEnded() {
+    std::list<Client> ended;
+    {
+        const std::lock_guard lock(mutex);
+        for (auto client = clients.begin(); client != clients.end();) {
+            const auto next = std::next(client);
+            if (!client->connection) {
+                ended.splice(ended.end(), clients, client);
+            }
+            client = next;
+        }
+    }
+    for (Client& client : ended) {
+        client.thread.join();
+    }
+}
+
+void Service::EndClients() {
+    {
+        const std::lock_guard lock(mutex);
+        for (Client& client : clients) {
+            if (client.connection) {
+                client.connection->Shutdown();
+            }
+        }
+    }
+    for (Client& client : clients) {
+        client.thread.join();
+    }
+    clients.clear();
+}
+
+}  // namespace reading_service
