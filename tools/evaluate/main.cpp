@@ -1,0 +1,110 @@
+/// Runs a recognition engine over pictures whose plates are known, and tells how well it read them.
+#include <cerrno>
+#include <exception>
+#include <fstream>
+#include <iostream>
+#include <memory>
+#include <new>
+#include <string>
+#include <system_error>
+#include <vector>
+
+#include "tools/evaluate/engine.h"
+#include "tools/evaluate/evaluation.h"
+#include "tools/evaluate/failure.h"
+#include "tools/evaluate/options.h"
+#include "tools/evaluate/process.h"
+#include "tools/evaluate/report.h"
+#include "tools/evaluate/text.h"
+#include "tools/evaluate/truth.h"
+
+namespace plate_evaluation {
+namespace {
+
+/// A file that is opened before the work whose outcome it takes. Without a path it takes nothing.
+class OutcomeFile {
+  public:
+    explicit OutcomeFile(const std::filesystem::path& newPath) : path(newPath) {
+        errno = 0;
+        if (!path.empty()) {
+            stream.open(path, std::ios::binary);
+            RequireGood();
+        }
+    }
+
+    void Write(const std::string& text) {
+        errno = 0;
+        if (!path.empty()) {
+            stream << text;
+            stream.close();
+            RequireGood();
+        }
+    }
+
+  private:
+    void RequireGood() const {
+        if (!stream) {
+            throw Failure("cannot write \"" + path.string() + "\": " + std::generic_category().message(errno));
+        }
+    }
+
+    const std::filesystem::path path;
+    std::ofstream stream;
+};
+
+std::vector<PictureResult> RunWithServer(const Options& options, const std::vector<TruePicture>& pictures) {
+    const std::unique_ptr<PlateEngine> engine = LoadEngine(options.engine);
+    std::unique_ptr<ServerProcess> server;
+    if (!options.server.empty()) {
+        server = std::make_unique<ServerProcess>(options.server, options.serverArguments);
+    }
+    const Checkpoint checkpoint = [&server] {
+        if (Interruption() != 0) {
+            throw Failure("interrupted");
+        }
+        if (server != nullptr) {
+            server->RequireRunning();
+        }
+    };
+    WaitForEngine(*engine, options.settings.patience, checkpoint);
+    return Evaluate(options.folder, pictures, *engine, options.settings, checkpoint);
+}
+
+int Run(const Options& options) {
+    const std::vector<TruePicture> pictures = ReadTruthOf(options.folder);
+    OutcomeFile details(options.details);
+    OutcomeFile json(options.json);
+    const std::vector<PictureResult> results = RunWithServer(options, pictures);
+
+    for (std::size_t index = 0; index < pictures.size(); ++index) {
+        if (!results[index].IsReadable()) {
+            std::cerr << "evaluate: cannot read \"" << OneCell(pictures[index].file)
+                      << "\": " << OneCell(results[index].error) << "\n";
+        }
+    }
+    const Summary summary = Summarise(pictures, results);
+    details.Write(ToDetails(pictures, results));
+    json.Write(ToJson(summary));
+    std::cout << ToTable(summary) << std::flush;
+    if (!std::cout) {
+        throw Failure("cannot write the figures to standard output");
+    }
+    return summary.total.unreadablePictures == 0 ? 0 : exitUnreadablePictures;
+}
+
+}  // namespace
+}  // namespace plate_evaluation
+
+int main(int argumentCount, char** arguments) {
+    using namespace plate_evaluation;
+    try {
+        NoteInterruptions();
+        const Options options = ParseOptions(argumentCount, arguments);
+        return options.isAnswered ? 0 : Run(options);
+    } catch (const std::bad_alloc&) {
+        std::cerr << "evaluate: there is not enough memory\n";
+    } catch (const std::exception& failure) {
+        std::cerr << "evaluate: " << OneCell(failure.what()) << "\n";
+    }
+    return Interruption() == 0 ? exitFailure : 128 + Interruption();
+}
