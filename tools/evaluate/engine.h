@@ -25,6 +25,8 @@ struct Region {
     int top = 0;
     int right = 0;
     int bottom = 0;
+
+    bool operator==(const Region&) const = default;
 };
 
 struct Recognition {

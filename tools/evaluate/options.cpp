@@ -66,8 +66,9 @@ Options ParseOptions(int argumentCount, const char* const* arguments) {
     CLI::App app(description, "evaluate");
     app.footer(footer);
     app.add_option("folder", options.folder, "Where the pictures and their list lie")->required()->type_name("FOLDER");
-    app.add_option("--engine", options.engine, "The engine's library")->required()->type_name("PATH");
+    app.add_option("--engine", options.engine, "The engine's library")->required()->take_last()->type_name("PATH");
     app.add_option("--server", options.server, "The engine's server: started before, ended after the evaluation")
+        ->take_last()
         ->type_name("PATH");
     app.add_option("--server-argument", options.serverArguments, "Handed to the server; may be given many times")
         ->type_name("WORD")

@@ -168,8 +168,8 @@ bool HasFullRange(const AVFrame& frame) {
     return frame.color_range == AVCOL_RANGE_JPEG || (isGrey && frame.color_range != AVCOL_RANGE_MPEG);
 }
 
-/// A converter that computes every pixel from its own luminance and the colours around it, without the short cuts that
-/// are meant for moving pictures.
+/// A converter that computes every pixel from its own luminance and the colours around it, which lie in the middle
+/// between their pixels, without the short cuts that are meant for moving pictures.
 Scaler MakeConverter(const AVFrame& frame) {
     Scaler scaler(Made(sws_alloc_context()));
     const auto set = [&scaler](const char* name, std::int64_t value) {
@@ -181,13 +181,7 @@ Scaler MakeConverter(const AVFrame& frame) {
     set("dstw", frame.width);
     set("dsth", frame.height);
     set("dst_format", AV_PIX_FMT_BGR24);
-    set("sws_flags", SWS_BILINEAR | SWS_ACCURATE_RND | SWS_FULL_CHR_H_INT | SWS_FULL_CHR_H_INP | SWS_BITEXACT);
-    if (frame.chroma_location == AVCHROMA_LOC_CENTER) {
-        // In 256ths of a pixel of the luminance.
-        const AVPixFmtDescriptor* const description = av_pix_fmt_desc_get(static_cast<AVPixelFormat>(frame.format));
-        set("src_h_chr_pos", description->log2_chroma_w != 0 ? 128 : 0);
-        set("src_v_chr_pos", description->log2_chroma_h != 0 ? 128 : 0);
-    }
+    set("sws_flags", SWS_BICUBIC | SWS_ACCURATE_RND | SWS_FULL_CHR_H_INT | SWS_FULL_CHR_H_INP | SWS_BITEXACT);
     const int* const coefficients = sws_getCoefficients(frame.colorspace);
     constexpr int one = 1 << 16;
     // The answer tells pictures that know no range, those of red, green and blue; they need none.

@@ -19,8 +19,6 @@
 namespace plate_evaluation {
 namespace {
 
-constexpr std::chrono::seconds patienceWithServer{2};
-
 std::atomic<int> interruption{0};
 static_assert(std::atomic<int>::is_always_lock_free, "written by a signal handler");
 
@@ -87,8 +85,9 @@ struct ServerProcess::System {
     }
 };
 
-ServerProcess::ServerProcess(const std::filesystem::path& program, const std::vector<std::string>& arguments)
-    : system(std::make_unique<System>()) {
+ServerProcess::ServerProcess(const std::filesystem::path& program, const std::vector<std::string>& arguments,
+                             std::chrono::milliseconds newPatience)
+    : patience(newPatience), system(std::make_unique<System>()) {
     system->name = std::filesystem::absolute(program).string();
     std::vector<std::string> words{system->name};
     words.insert(words.end(), arguments.begin(), arguments.end());
@@ -129,7 +128,7 @@ ServerProcess::~ServerProcess() {
         return;
     }
     ::kill(system->child, SIGTERM);
-    const auto end = std::chrono::steady_clock::now() + patienceWithServer;
+    const auto end = std::chrono::steady_clock::now() + patience;
     while (!system->HasEnded()) {
         if (std::chrono::steady_clock::now() >= end) {
             ::kill(system->child, SIGKILL);

@@ -1,6 +1,7 @@
 /// The processes of an evaluation: its own and the engine's server. One file per system answers.
 #pragma once
 
+#include <chrono>
 #include <filesystem>
 #include <memory>
 #include <string>
@@ -20,10 +21,11 @@ int Interruption();
 class ServerProcess {
   public:
     /// Starts the program; on the thread that lives as long as the server is to live. Throws Failure.
-    ServerProcess(const std::filesystem::path& program, const std::vector<std::string>& arguments);
+    ServerProcess(const std::filesystem::path& program, const std::vector<std::string>& arguments,
+                  std::chrono::milliseconds newPatience = std::chrono::seconds(2));
     ServerProcess(const ServerProcess&) = delete;
     ServerProcess& operator=(const ServerProcess&) = delete;
-    /// Asks the server to end, ends it when it does not, and waits until it is gone.
+    /// Asks the server to end, ends it when it has not done so in time, and waits until it is gone.
     ~ServerProcess();
 
     /// Throws Failure, which tells how the server ended, unless it runs. Any thread.
@@ -32,6 +34,7 @@ class ServerProcess {
   private:
     struct System;
 
+    const std::chrono::milliseconds patience;
     std::unique_ptr<System> system;
 };
 

@@ -1,0 +1,30 @@
+/// evaluate_test_server FILE obey|ignore|end: a server that writes its process id into a file, and then runs until it
+/// is told to end, runs whatever it is told, or ends at once with status 7.
+#include <unistd.h>
+
+#include <csignal>
+#include <filesystem>
+#include <fstream>
+#include <iostream>
+#include <string>
+
+int main(int argumentCount, char** arguments) {
+    if (argumentCount != 3) {
+        return 64;
+    }
+    const std::string file = arguments[1];
+    const std::string deed = arguments[2];
+    if (deed == "ignore") {
+        std::signal(SIGTERM, SIG_IGN);
+    }
+    // Whoever sees the file sees all of it.
+    std::ofstream(file + ".part") << ::getpid() << "\n";
+    std::filesystem::rename(file + ".part", file);
+    std::cout << "the server speaks" << std::endl;
+    if (deed == "end") {
+        return 7;
+    }
+    for (;;) {
+        ::pause();
+    }
+}
