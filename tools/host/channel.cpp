@@ -5,11 +5,13 @@
 
 namespace plate_host {
 
-Channel::Channel(int number, Plugin& plugin, HostObject& host, EventSink& sink, Console& console,
-                 BufferLedger& newLedger, const PlayOptions& options)
-    : peer(number, host, sink, console),
+Channel::Channel(int newNumber, Plugin& plugin, HostObject& host, EventSink& sink, Console& console,
+                 BufferLedger& newLedger, FrameShelf* newShelf, const PlayOptions& options)
+    : peer(newNumber, host, sink, console),
       detector(plugin.CreateDetector(peer)),
+      number(newNumber),
       ledger(newLedger),
+      shelf(newShelf),
       singleArea(options.singleArea) {
     ApplySettings(*detector.settings, *detector.errors, options.settings);
 }
@@ -42,7 +44,7 @@ void Channel::Run() {
 void Channel::Handle(Picture picture) {
     std::string failure;
     try {
-        const int32_t code = HandOver(*FrameBuffer::HandOut(std::move(picture), ledger));
+        const int32_t code = HandOver(*FrameBuffer::HandOut(std::move(picture), ledger, shelf, number));
         if (code != OKM8::ErrorCode::None) {
             const char* const text = detector.errors->GetErrorMessage();
             failure = "code " + std::to_string(code) + ", \"" + OneLine(text == nullptr ? "" : text) + "\"";

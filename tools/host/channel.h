@@ -28,9 +28,10 @@ struct ChannelOutcome {
 /// Owner thread, unless an operation says otherwise.
 class Channel {
   public:
-    /// Makes the detector and gives it its settings. Throws Failure. What is handed in must outlive the channel.
-    Channel(int number, Plugin& plugin, HostObject& host, EventSink& sink, Console& console, BufferLedger& newLedger,
-            const PlayOptions& options);
+    /// Makes the detector and gives it its settings. Throws Failure. What is handed in must outlive the channel;
+    /// the shelf may be null.
+    Channel(int newNumber, Plugin& plugin, HostObject& host, EventSink& sink, Console& console, BufferLedger& newLedger,
+            FrameShelf* newShelf, const PlayOptions& options);
     Channel(const Channel&) = delete;
     Channel& operator=(const Channel&) = delete;
     /// Gives up the waiting frames, ends the thread and destroys the detector.
@@ -61,7 +62,9 @@ class Channel {
 
     DetectorPeer peer;
     Detector detector;
+    const int number;
     BufferLedger& ledger;
+    FrameShelf* const shelf;
     const std::optional<OKM8::FrameArea> singleArea;
     FrameDoneCounter frameDone;
     PictureQueue queue;

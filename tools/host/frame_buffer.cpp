@@ -7,8 +7,11 @@
 
 namespace plate_host {
 
-FrameBuffer* FrameBuffer::HandOut(Picture picture, BufferLedger& ledger) {
-    auto* const buffer = new FrameBuffer(std::move(picture), ledger);
+FrameBuffer* FrameBuffer::HandOut(Picture picture, BufferLedger& ledger, FrameShelf* shelf, int channel) {
+    auto* const buffer = new FrameBuffer(std::move(picture), ledger, shelf, channel);
+    if (shelf != nullptr) {
+        shelf->Enter(channel, buffer->picture);
+    }
     ++ledger.handedOut;
     return buffer;
 }
@@ -25,6 +28,9 @@ void* FrameBuffer::QueryContract(const char* contractName) const {
 
 void FrameBuffer::Release() {
     BufferLedger& countedIn = ledger;
+    if (shelf != nullptr) {
+        shelf->Leave(channel, picture);
+    }
     delete this;
     ++countedIn.givenBack;
 }

@@ -5,6 +5,7 @@
 #include <cstdint>
 
 #include "sdk/buffer.h"
+#include "tools/host/frame_shelf.h"
 #include "tools/host/video_reader.h"
 
 namespace plate_host {
@@ -21,8 +22,9 @@ class FrameBuffer final : public OKM8::MFF::ICompositeBuffer {
   public:
     OKM8_OBJECT_DESTRUCTOR_SLOT(FrameBuffer)
 
-    /// Makes a buffer that counts as handed out; it ends with Release. The ledger must outlive it.
-    static FrameBuffer* HandOut(Picture picture, BufferLedger& ledger);
+    /// Makes a buffer of a channel that counts as handed out; it ends with Release. The ledger must outlive it, and so
+    /// must the shelf, null for none, on which its picture stands until then.
+    static FrameBuffer* HandOut(Picture picture, BufferLedger& ledger, FrameShelf* shelf = nullptr, int channel = 0);
 
     void* QueryContract(const char* contractName) override;
     void* QueryContract(const char* contractName) const override;
@@ -36,10 +38,13 @@ class FrameBuffer final : public OKM8::MFF::ICompositeBuffer {
     uint32_t GetHeight() override { return picture.height; }
 
   private:
-    FrameBuffer(Picture newPicture, BufferLedger& newLedger) : picture(std::move(newPicture)), ledger(newLedger) {}
+    FrameBuffer(Picture newPicture, BufferLedger& newLedger, FrameShelf* newShelf, int newChannel)
+        : picture(std::move(newPicture)), ledger(newLedger), shelf(newShelf), channel(newChannel) {}
 
     Picture picture;
     BufferLedger& ledger;
+    FrameShelf* const shelf;
+    const int channel;
 };
 
 /// Counts the calls that tell of handled frames. Used on one frame thread.

@@ -46,6 +46,10 @@ video it stands. --realtime paces the frames and leaves their times as they are.
 Frames are planar 4:2:0 with 8 bits, or luminance alone from a mono Y4M stream, in full size; an odd last column or row
 is cut off.
 
+A snapshot is named after the channel, the number and time of the event and the plate's text. It shows the frame that
+the event tells of, as long as the library holds that frame when it raises the event, which it does for plates. One
+that cannot be written does not end the run, but its exit status is 1.
+
 A setting's value is tried as what it looks like (integer, true or false, number, text) and then as anything else that
 it can be read as, until the detector takes it.
 
@@ -88,6 +92,9 @@ void AddPlay(CLI::App& app, PlayOptions& options, RawPlayOptions& raw) {
     play->add_option("--frames", options.frames, "Stop after this many frames of the video")
         ->type_name("N")
         ->check(CLI::PositiveNumber);
+    play->add_option("--snapshots", options.snapshots,
+                     "Write a PNG of every event's frame into this folder, with plate, text and track drawn in")
+        ->type_name("DIR");
     play->footer(playFooter);
 }
 

@@ -20,6 +20,7 @@ struct PlayOptions {
     std::optional<OKM8::FrameArea> singleArea;  ///< frames go in by ReceiveSingle with this area
     bool realtime = false;
     std::uint64_t frames = 0;  ///< 0 for all
+    std::string snapshots;     ///< a folder for pictures of the events; empty for none
 };
 
 struct InfoOptions {

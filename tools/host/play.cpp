@@ -13,6 +13,7 @@
 #include "tools/host/event_printer.h"
 #include "tools/host/failure.h"
 #include "tools/host/progress.h"
+#include "tools/host/snapshots.h"
 #include "tools/host/summary.h"
 #include "tools/host/system.h"
 
@@ -128,13 +129,20 @@ RunOutcome PlayThroughDetectors(const PlayOptions& options, VideoReader& reader,
     RunOutcome run;
     EventPrinter printer([](std::string_view text) { return WriteStandard(StandardStream::Output, text); }, console);
     BufferLedger ledger;
+    FrameShelf shelf;
+    std::optional<SnapshotSink> snapshots;
+    if (!options.snapshots.empty()) {
+        snapshots.emplace(options.snapshots, printer, shelf, console);
+    }
+    EventSink& sink = snapshots ? static_cast<EventSink&>(*snapshots) : printer;
     HostObject host(console);
     {
         Plugin plugin(options.paths);
         plugin.Initialize(host);
         std::vector<std::unique_ptr<Channel>> channels;
         for (int number = 0; number < options.channels; ++number) {
-            channels.push_back(std::make_unique<Channel>(number, plugin, host, printer, console, ledger, options));
+            channels.push_back(std::make_unique<Channel>(number, plugin, host, sink, console, ledger,
+                                                         snapshots ? &shelf : nullptr, options));
         }
         for (const std::unique_ptr<Channel>& channel : channels) {
             channel->Start();
@@ -153,6 +161,9 @@ RunOutcome PlayThroughDetectors(const PlayOptions& options, VideoReader& reader,
     run.events = printer.EventCount();
     run.plates = printer.PlateCount();
     run.outputError = printer.Error();
+    if (snapshots) {
+        run.snapshots = snapshots->Counts();
+    }
     run.buffersHandedOut = ledger.handedOut.load();
     run.buffersGivenBack = ledger.givenBack.load();
     run.looseTargetLists = host.TargetLists().LooseListCount();

@@ -58,6 +58,12 @@ std::vector<std::string> SummaryLines(const RunOutcome& run) {
                                                std::to_string(run.raisers.discarded) + " discarded"));
     lines.push_back(Entry("buffers", std::to_string(run.buffersHandedOut) + " handed out, " +
                                          std::to_string(run.buffersGivenBack) + " given back"));
+    if (run.snapshots) {
+        const SnapshotCounts& snapshots = *run.snapshots;
+        lines.push_back(Entry("snapshots", std::to_string(snapshots.written) + " written, " +
+                                               std::to_string(snapshots.failed) + " failed, " +
+                                               std::to_string(snapshots.withoutFrame) + " events without a frame"));
+    }
     if (!run.videoDamage.empty()) {
         lines.push_back(Entry("video is damaged", OneLine(run.videoDamage)));
     }
@@ -83,6 +89,9 @@ std::vector<std::string> Defects(const RunOutcome& run) {
     }
     if (!run.outputError.empty()) {
         defects.push_back("the events cannot be written: " + run.outputError);
+    }
+    if (run.snapshots && run.snapshots->failed != 0) {
+        defects.push_back(std::to_string(run.snapshots->failed) + " snapshots are missing: " + run.snapshots->error);
     }
     return defects;
 }

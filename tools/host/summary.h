@@ -3,10 +3,12 @@
 
 #include <cstdint>
 #include <map>
+#include <optional>
 #include <string>
 #include <vector>
 
 #include "tools/host/channel.h"
+#include "tools/host/snapshots.h"
 
 namespace plate_host {
 
@@ -27,6 +29,7 @@ struct RunOutcome {
     std::uint64_t buffersGivenBack = 0;
     std::string videoDamage;
     std::string outputError;
+    std::optional<SnapshotCounts> snapshots;
 
     void Add(const ChannelOutcome& channel, const RaiserCounts& channelRaisers);
 };

@@ -1,0 +1,191 @@
+#include <cairo.h>
+
+#include <algorithm>
+#include <cmath>
+#include <cstddef>
+#include <memory>
+
+#include "tools/host/failure.h"
+#include "tools/host/snapshot_picture.h"
+
+namespace plate_host {
+namespace {
+
+struct EndSurface {
+    void operator()(cairo_surface_t* surface) const { cairo_surface_destroy(surface); }
+};
+
+struct EndContext {
+    void operator()(cairo_t* context) const { cairo_destroy(context); }
+};
+
+using Surface = std::unique_ptr<cairo_surface_t, EndSurface>;
+using Context = std::unique_ptr<cairo_t, EndContext>;
+
+constexpr int linesPerUnit = 540;  // rows of a picture for which lines are drawn once as thick
+constexpr double fullTurn = 6.283185307179586;
+
+void Require(cairo_status_t status) {
+    if (status != CAIRO_STATUS_SUCCESS) {
+        throw Failure(std::string("a snapshot cannot be drawn: ") + cairo_status_to_string(status));
+    }
+}
+
+std::uint32_t ToSample(double value) {
+    return static_cast<std::uint32_t>(std::lround(std::clamp(value, 0.0, 255.0)));
+}
+
+std::uint32_t ToPixel(double luminance, double blueDifference, double redDifference) {
+    const std::uint32_t red = ToSample(luminance + 1.402 * redDifference);
+    const std::uint32_t green = ToSample(luminance - 0.344136 * blueDifference - 0.714136 * redDifference);
+    const std::uint32_t blue = ToSample(luminance + 1.772 * blueDifference);
+    return red << 16 | green << 8 | blue;
+}
+
+/// The picture as the library sees it, whose luminance and colours have their full range.
+Surface ToSurface(const Picture& picture) {
+    const auto width = static_cast<int>(picture.width);
+    const auto height = static_cast<int>(picture.height);
+    Surface surface(cairo_image_surface_create(CAIRO_FORMAT_RGB24, width, height));
+    Require(cairo_surface_status(surface.get()));
+    unsigned char* const pixels = cairo_image_surface_get_data(surface.get());
+    const int stride = cairo_image_surface_get_stride(surface.get());
+    const std::size_t luminanceSize = std::size_t{picture.width} * picture.height;
+    const std::uint8_t* const luminances = picture.bytes.get();
+    const std::uint8_t* const blues = luminances + luminanceSize;
+    const std::uint8_t* const reds = blues + luminanceSize / 4;
+    const bool hasColour = picture.size > luminanceSize;
+    for (std::size_t y = 0; y < picture.height; ++y) {
+        auto* const row = reinterpret_cast<std::uint32_t*>(pixels + static_cast<std::ptrdiff_t>(y) * stride);
+        for (std::size_t x = 0; x < picture.width; ++x) {
+            const std::size_t colour = y / 2 * (picture.width / 2) + x / 2;
+            row[x] = ToPixel(luminances[y * picture.width + x], hasColour ? blues[colour] - 128.0 : 0,
+                             hasColour ? reds[colour] - 128.0 : 0);
+        }
+    }
+    cairo_surface_mark_dirty(surface.get());
+    return surface;
+}
+
+/// Keeps a coordinate inside what the drawing library computes with.
+double Bounded(std::int32_t coordinate) {
+    constexpr std::int32_t farthest = 100000;
+    return std::clamp(coordinate, -farthest, farthest);
+}
+
+class Pen {
+  public:
+    Pen(cairo_surface_t* surface, const Picture& picture)
+        : context(cairo_create(surface)),
+          width(picture.width),
+          height(picture.height),
+          unit(std::max(1.0, std::round(static_cast<double>(picture.height) / linesPerUnit))) {
+        Require(cairo_status(context.get()));
+        cairo_select_font_face(context.get(), "DejaVu Sans", CAIRO_FONT_SLANT_NORMAL, CAIRO_FONT_WEIGHT_BOLD);
+        cairo_set_font_size(context.get(), 14 * unit);
+    }
+
+    void Draw(const SnapshotTarget& target) {
+        DrawTrack(target.track);
+        if (target.plate) {
+            DrawFrame(*target.plate);
+        }
+        if (!target.label.empty()) {
+            DrawLabel(target.label, target.plate);
+        }
+        Require(cairo_status(context.get()));
+    }
+
+  private:
+    void DrawTrack(const std::vector<SnapshotPoint>& track) {
+        const auto middle = [](std::int32_t coordinate) { return Bounded(coordinate) + 0.5; };
+        cairo_set_source_rgb(context.get(), 1, 0.8, 0);
+        cairo_new_path(context.get());
+        for (const SnapshotPoint& point : track) {
+            cairo_line_to(context.get(), middle(point.x), middle(point.y));
+        }
+        cairo_set_line_width(context.get(), unit);
+        cairo_stroke(context.get());
+        for (const SnapshotPoint& point : track) {
+            cairo_new_path(context.get());
+            cairo_arc(context.get(), middle(point.x), middle(point.y), 2.5 * unit, 0, fullTurn);
+            cairo_fill(context.get());
+        }
+    }
+
+    void DrawFrame(const SnapshotBox& plate) {
+        const double thickness = FrameThickness();
+        const double left = Bounded(plate.left) - thickness / 2;
+        const double top = Bounded(plate.top) - thickness / 2;
+        cairo_new_path(context.get());
+        cairo_rectangle(context.get(), left, top, Bounded(plate.right) + thickness / 2 - left,
+                        Bounded(plate.bottom) + thickness / 2 - top);
+        cairo_set_source_rgb(context.get(), 0, 1, 0);
+        cairo_set_line_width(context.get(), thickness);
+        cairo_set_line_join(context.get(), CAIRO_LINE_JOIN_MITER);
+        cairo_stroke(context.get());
+    }
+
+    /// Over the plate, under it where there is no room, in the upper left corner without one; inside the picture.
+    void DrawLabel(const std::string& label, const std::optional<SnapshotBox>& plate) {
+        cairo_font_extents_t font{};
+        cairo_font_extents(context.get(), &font);
+        cairo_text_extents_t text{};
+        cairo_text_extents(context.get(), label.c_str(), &text);
+        const double margin = 3 * unit;
+        const double boxWidth = text.x_advance + 2 * margin;
+        const double boxHeight = font.ascent + font.descent + 2 * unit;
+        double left = 0;
+        double top = 0;
+        if (plate) {
+            const double distance = FrameThickness() + unit;
+            left = Bounded(plate->left) - FrameThickness();
+            top = Bounded(plate->top) - distance - boxHeight;
+            if (top < 0) {
+                top = Bounded(plate->bottom) + distance;
+            }
+        }
+        left = std::max(0.0, std::min(left, width - boxWidth));
+        top = std::max(0.0, std::min(top, height - boxHeight));
+        cairo_new_path(context.get());
+        cairo_rectangle(context.get(), left, top, boxWidth, boxHeight);
+        cairo_set_source_rgb(context.get(), 0, 0, 0);
+        cairo_fill(context.get());
+        cairo_set_source_rgb(context.get(), 1, 1, 1);
+        cairo_move_to(context.get(), left + margin, top + unit + font.ascent);
+        cairo_show_text(context.get(), label.c_str());
+    }
+
+    double FrameThickness() const { return 2 * unit; }
+
+    const Context context;
+    const double width;
+    const double height;
+    const double unit;  ///< a whole number, so that edges are sharp
+};
+
+cairo_status_t Append(void* bytes, const unsigned char* data, unsigned int size) {
+    try {
+        static_cast<std::string*>(bytes)->append(data, data + size);
+    } catch (...) {
+        return CAIRO_STATUS_NO_MEMORY;
+    }
+    return CAIRO_STATUS_SUCCESS;
+}
+
+}  // namespace
+
+void RequireSnapshotSupport() {}
+
+std::string DrawSnapshot(const Picture& picture, const std::vector<SnapshotTarget>& targets) {
+    const Surface surface = ToSurface(picture);
+    Pen pen(surface.get(), picture);
+    for (const SnapshotTarget& target : targets) {
+        pen.Draw(target);
+    }
+    std::string bytes;
+    Require(cairo_surface_write_to_png_stream(surface.get(), Append, &bytes));
+    return bytes;
+}
+
+}  // namespace plate_host

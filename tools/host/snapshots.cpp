@@ -1,0 +1,177 @@
+#include "tools/host/snapshots.h"
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <cstdio>
+#include <exception>
+#include <filesystem>
+#include <fstream>
+#include <limits>
+#include <optional>
+#include <system_error>
+#include <utility>
+
+#include "sdk/plate_events.h"
+#include "tools/host/failure.h"
+#include "tools/host/system.h"
+
+namespace plate_host {
+namespace {
+
+namespace PlateKey = OKM8::Analytics::PlateKey;
+
+constexpr std::size_t longestText = 32;
+
+std::optional<std::int32_t> NumberOf(const Json& object, const char* key) {
+    const auto found = object.find(key);
+    if (found == object.end() || !found->is_number_integer()) {
+        return std::nullopt;
+    }
+    return found->get<std::int32_t>();
+}
+
+std::string TextOf(const Json& object, const char* key) {
+    const auto found = object.find(key);
+    return found == object.end() || !found->is_string() ? std::string() : found->get<std::string>();
+}
+
+std::optional<SnapshotBox> PlateOf(const Json& arguments) {
+    const std::optional<std::int32_t> left = NumberOf(arguments, PlateKey::Left);
+    const std::optional<std::int32_t> top = NumberOf(arguments, PlateKey::Top);
+    const std::optional<std::int32_t> right = NumberOf(arguments, PlateKey::Right);
+    const std::optional<std::int32_t> bottom = NumberOf(arguments, PlateKey::Bottom);
+    if (!left || !top || !right || !bottom) {
+        return std::nullopt;
+    }
+    return SnapshotBox{*left, *top, *right, *bottom};
+}
+
+std::int32_t MiddleOf(std::int32_t start, std::int32_t extent) {
+    using Limits = std::numeric_limits<std::int32_t>;
+    const std::int64_t middle = std::int64_t{start} + extent / 2;
+    return static_cast<std::int32_t>(std::clamp<std::int64_t>(middle, Limits::min(), Limits::max()));
+}
+
+std::vector<SnapshotPoint> TrackOf(const Json& track) {
+    std::vector<SnapshotPoint> points;
+    for (const Json& point : track) {
+        points.push_back({MiddleOf(point.at("x").get<std::int32_t>(), point.at("width").get<std::int32_t>()),
+                          MiddleOf(point.at("y").get<std::int32_t>(), point.at("height").get<std::int32_t>())});
+    }
+    return points;
+}
+
+// Drawing and names of files bear no bytes that are no UTF-8, where a dumped text has replacement characters.
+std::string ReplacedUtf8(const std::string& text) {
+    return Json::parse(Json(text).dump(-1, ' ', false, Json::error_handler_t::replace)).get<std::string>();
+}
+
+std::string PaddedNumber(std::uint64_t number, int digits) {
+    std::array<char, 32> text{};
+    std::snprintf(text.data(), text.size(), "%0*llu", digits, static_cast<unsigned long long>(number));
+    return text.data();
+}
+
+bool StaysInName(unsigned char character) {
+    return (character >= '0' && character <= '9') || (character >= 'A' && character <= 'Z') ||
+           (character >= 'a' && character <= 'z') || character == '-';
+}
+
+std::string TextForName(const std::string& text) {
+    std::string name;
+    for (const char character : ReplacedUtf8(text)) {
+        const auto byte = static_cast<unsigned char>(character);
+        const bool isFollowing = (byte & 0xC0U) == 0x80U;  // of a character of several bytes
+        if (!isFollowing && name.size() < longestText) {
+            name.push_back(StaysInName(byte) ? character : '_');
+        }
+    }
+    return name;
+}
+
+void WriteFile(const std::string& path, const std::string& bytes) {
+    errno = 0;
+    std::ofstream file(ToOpenPath(path), std::ios::binary | std::ios::trunc);
+    file.write(bytes.data(), static_cast<std::streamsize>(bytes.size()));
+    file.close();
+    if (file.fail()) {
+        throw Failure("cannot write \"" + path + "\": " + std::generic_category().message(errno));
+    }
+}
+
+}  // namespace
+
+std::vector<SnapshotTarget> SnapshotTargetsOf(const EventRecord& event) {
+    std::vector<SnapshotTarget> targets;
+    for (const TargetRecord& record : event.targets) {
+        SnapshotTarget target;
+        target.label = OneLine(ReplacedUtf8(TextOf(record.arguments, PlateKey::Text)));
+        if (const std::optional<std::int32_t> confidence = NumberOf(record.arguments, PlateKey::Confidence)) {
+            target.label += (target.label.empty() ? "" : "  ") + std::to_string(*confidence) + " %";
+        }
+        target.plate = PlateOf(record.arguments);
+        target.track = TrackOf(record.track);
+        if (!target.label.empty() || target.plate || !target.track.empty()) {
+            targets.push_back(std::move(target));
+        }
+    }
+    return targets;
+}
+
+std::string SnapshotNameOf(const EventRecord& event, std::uint64_t number) {
+    constexpr int numberDigits = 4;
+    constexpr int timeDigits = 9;
+    const std::string text =
+        event.targets.empty() ? std::string() : TextOf(event.targets.front().arguments, PlateKey::Text);
+    const std::uint64_t time = event.timeMs < 0 ? 0 : static_cast<std::uint64_t>(event.timeMs);
+    return "channel" + std::to_string(event.channel) + "_" + PaddedNumber(number, numberDigits) + "_" +
+           PaddedNumber(time, timeDigits) + "ms_" + TextForName(text.empty() ? event.name : text) + ".png";
+}
+
+SnapshotSink::SnapshotSink(std::string newFolder, EventSink& newNext, const FrameShelf& newShelf, Console& newConsole)
+    : folder(std::move(newFolder)), next(newNext), shelf(newShelf), console(newConsole) {
+    RequireSnapshotSupport();
+    std::error_code error;
+    std::filesystem::create_directories(ToOpenPath(folder), error);
+    if (!error && !std::filesystem::is_directory(ToOpenPath(folder), error)) {
+        error = std::make_error_code(std::errc::not_a_directory);
+    }
+    if (error) {
+        throw Failure("cannot make the folder \"" + folder + "\" for the snapshots: " + error.message());
+    }
+}
+
+void SnapshotSink::OnEvent(const EventRecord& event) {
+    next.OnEvent(event);
+    try {
+        const std::optional<Picture> picture =
+            event.timeMs < 0 ? std::nullopt : shelf.CopyOf(event.channel, static_cast<std::uint64_t>(event.timeMs));
+        const std::lock_guard lock(mutex);
+        const std::uint64_t number = ++numbers[event.channel];
+        if (!picture) {
+            ++counts.withoutFrame;
+            return;
+        }
+        const std::string path = ToText(ToPath(folder) / SnapshotNameOf(event, number));
+        WriteFile(path, DrawSnapshot(*picture, SnapshotTargetsOf(event)));
+        ++counts.written;
+    } catch (const std::exception& failure) {
+        Fail(OneLine(failure.what()));
+    }
+}
+
+void SnapshotSink::Fail(const std::string& error) {
+    const std::lock_guard lock(mutex);
+    if (++counts.failed == 1) {
+        counts.error = error;
+        console.Line("plate-host: " + error);
+    }
+}
+
+SnapshotCounts SnapshotSink::Counts() const {
+    const std::lock_guard lock(mutex);
+    return counts;
+}
+
+}  // namespace plate_host
