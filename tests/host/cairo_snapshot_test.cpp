@@ -116,6 +116,18 @@ TEST_F(DrawnSnapshot, JoinsThePointsOfTheTrack) {
     EXPECT_EQ(drawn.At(60, 60), (Colour{100, 100, 100})) << "it does not go back to its start";
 }
 
+TEST_F(DrawnSnapshot, TheTrackDoesNotCoverThePlate) {
+    SnapshotTarget target;
+    target.plate = SnapshotBox{40, 60, 90, 80};
+    target.track = {{10, 70}, {65, 70}, {120, 70}};
+    const PngPicture drawn = Draw(PictureOf(160, 120, 100), {target});
+    EXPECT_EQ(drawn.At(20, 70), trackColour);
+    EXPECT_EQ(drawn.At(110, 70), trackColour);
+    for (int x = 40; x < 90; ++x) {
+        ASSERT_EQ(drawn.At(x, 70), (Colour{100, 100, 100})) << x;
+    }
+}
+
 TEST_F(DrawnSnapshot, HasTheTextOverThePlateOrWhereThereIsRoom) {
     const auto count = [](const PngPicture& drawn, const Colour& colour, int fromRow, int toRow) {
         return std::count(drawn.pixels.begin() + fromRow * drawn.width, drawn.pixels.begin() + toRow * drawn.width,

@@ -86,7 +86,12 @@ class Pen {
     }
 
     void Draw(const SnapshotTarget& target) {
+        cairo_save(context.get());
+        if (target.plate) {
+            KeepOutOf(*target.plate);
+        }
         DrawTrack(target.track);
+        cairo_restore(context.get());
         if (target.plate) {
             DrawFrame(*target.plate);
         }
@@ -97,6 +102,15 @@ class Pen {
     }
 
   private:
+    void KeepOutOf(const SnapshotBox& plate) {
+        cairo_new_path(context.get());
+        cairo_rectangle(context.get(), 0, 0, width, height);
+        cairo_rectangle(context.get(), Bounded(plate.left), Bounded(plate.top),
+                        Bounded(plate.right) - Bounded(plate.left), Bounded(plate.bottom) - Bounded(plate.top));
+        cairo_set_fill_rule(context.get(), CAIRO_FILL_RULE_EVEN_ODD);
+        cairo_clip(context.get());
+    }
+
     void DrawTrack(const std::vector<SnapshotPoint>& track) {
         const auto middle = [](std::int32_t coordinate) { return Bounded(coordinate) + 0.5; };
         cairo_set_source_rgb(context.get(), 1, 0.8, 0);

@@ -26,7 +26,7 @@ struct SnapshotPoint {
 /// What is drawn for one target of an event.
 struct SnapshotTarget {
     std::string label;                 ///< in UTF-8; empty for none
-    std::optional<SnapshotBox> plate;  ///< framed from outside, so that nothing of it is covered
+    std::optional<SnapshotBox> plate;  ///< framed from outside; nothing is drawn over it
     std::vector<SnapshotPoint> track;  ///< joined by a line, in order
 };
 
