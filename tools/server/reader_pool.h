@@ -77,7 +77,7 @@ class ReaderPool {
     std::vector<std::unique_ptr<plate_reading::FrameReader>> readers;
     std::vector<plate_reading::FrameReader*> free;  // empty while anybody waits
     std::deque<Waiter*> waiters;                    // the first has waited longest
-    wire::Deadline nextAttempt = wire::Deadline::min();
+    wire::Deadline nextAttempt;
     bool stopped = false;
 
     std::thread maker;

@@ -69,8 +69,9 @@ bool WaitFor(int descriptor, short events, Deadline deadline, short* seen = null
     for (;;) {
         int timeout = -1;
         if (deadline != noDeadline) {
-            const auto left = std::chrono::ceil<std::chrono::milliseconds>(deadline - Clock::now()).count();
-            timeout = static_cast<int>(std::clamp<std::int64_t>(left, 0, INT_MAX));
+            const Deadline now = Clock::now();
+            const auto left = std::chrono::ceil<std::chrono::milliseconds>(std::max(deadline, now) - now).count();
+            timeout = static_cast<int>(std::min<std::int64_t>(left, INT_MAX));
         }
         pollfd polled = {descriptor, events, 0};
         const int count = ::poll(&polled, 1, timeout);
