@@ -351,12 +351,13 @@ Painter::Box Painter::BoxOf(const Scene& visible) const {
 
 /// How many pictures, one pixel apart, the fastest plate passes through while it is exposed.
 int Painter::StepsOfMotion(const std::vector<Vehicle>& vehicles, double second, double exposure) const {
-    constexpr double most = 5;
+    constexpr double most = 4;
+    constexpr double belowThePicture = 11.0;
     double farthest = 0;
     for (const auto& [vehicle, place] : SceneAt(vehicles, second)) {
         const PlateCorners from = PlateCornersAt(*vehicle, vehicle->PlaceAt(second - exposure / 2), camera);
         const PlateCorners to = PlateCornersAt(*vehicle, vehicle->PlaceAt(second + exposure / 2), camera);
-        if (place.z > 8.0) {
+        if (place.z > belowThePicture) {
             farthest = std::max(farthest, std::hypot(to[0].x - from[0].x, to[0].y - from[0].y));
         }
     }
@@ -369,7 +370,12 @@ void Painter::DrawScene(const Scene& visible, const Light& light, double second)
         DrawShadow(cairo, camera, *vehicle, place, light.sun);
     }
     for (const auto& [vehicle, place] : visible) {
+        const Box box = BoxOf({{vehicle, place}});
+        cairo_save(cairo);
+        cairo_rectangle(cairo, box.left, box.top, box.right - box.left, box.bottom - box.top);
+        cairo_clip(cairo);
         DrawVehicle(cairo, lettering, camera, *vehicle, place, light, second);
+        cairo_restore(cairo);
     }
     cairo_surface_flush(scene.get());
 }

@@ -84,8 +84,11 @@ class VehiclePen {
         }
         cairo_close_path(context);
         const Colour middle{(top.red + bottom.red) / 2, (top.green + bottom.green) / 2, (top.blue + bottom.blue) / 2};
-        constexpr double flat = 3.0;  // pixels, in which nobody sees one colour pass into another
-        if (lowest - highest > flat && (top.red != bottom.red || top.green != bottom.green)) {
+        // Where nobody sees one colour pass into another, one is enough.
+        constexpr double flatHeight = 4.0;
+        constexpr double flatDifference = 0.08;
+        if (lowest - highest > flatHeight && std::abs(top.green - bottom.green) + std::abs(top.red - bottom.red) >
+                                                 flatDifference * (top.green + top.red)) {
             cairo_pattern_t* const pattern = cairo_pattern_create_linear(0, highest, 0, lowest);
             cairo_pattern_add_color_stop_rgb(pattern, 0, top.red, top.green, top.blue);
             cairo_pattern_add_color_stop_rgb(pattern, 1, bottom.red, bottom.green, bottom.blue);
@@ -431,9 +434,9 @@ void DrawShadow(cairo_t* context, const Camera& camera, const Vehicle& vehicle, 
     const Extent extent = ExtentOf(vehicle.shape);
     // Several layers, each a little larger, make a soft edge. Under a clouded sky there is shadow below the vehicle
     // alone.
-    constexpr int layers = 6;
+    constexpr int layers = 4;
     for (int layer = 0; layer < layers; ++layer) {
-        const double grow = 0.06 * layer - 0.10;
+        const double grow = 0.09 * layer - 0.10;
         const double shift = 0.56 * extent.height * strength;
         const Spot corners[] = {{-extent.halfWidth - grow, 0, -grow},
                                 {extent.halfWidth + grow, 0, -grow},
@@ -447,7 +450,7 @@ void DrawShadow(cairo_t* context, const Camera& camera, const Vehicle& vehicle, 
             cairo_line_to(context, pixel.x, pixel.y);
         }
         cairo_close_path(context);
-        cairo_set_source_rgba(context, 0.02, 0.02, 0.05, 0.09 + 0.05 * strength);
+        cairo_set_source_rgba(context, 0.02, 0.02, 0.05, 0.13 + 0.08 * strength);
         cairo_fill(context);
     }
 }

@@ -95,7 +95,7 @@ struct VideoWriter::State {
         encoder->bit_rate = 2'500'000;
         if (std::string(codec->name) == "libx264") {
             encoder->bit_rate = 0;
-            av_opt_set(encoder->priv_data, "preset", "veryfast", 0);
+            av_opt_set(encoder->priv_data, "preset", "superfast", 0);
             av_opt_set(encoder->priv_data, "crf", "27", 0);
             // The same bytes on every processor.
             av_opt_set(encoder->priv_data, "x264-params", "cpu-independent=1:trellis=0:rc-lookahead=10", 0);
