@@ -3,13 +3,17 @@
 
 #include <algorithm>
 #include <boost/make_shared.hpp>
+#include <cmath>
 #include <functional>
 #include <map>
 #include <numeric>
 #include <set>
 #include <string>
+#include <string_view>
 #include <vector>
 
+#include "tools/clip/light.h"
+#include "tools/clip/random.h"
 #include "tools/clip/readings.h"
 #include "tools/clip/traffic.h"
 #include "tracker/licence_plate_tracker.h"
@@ -27,11 +31,10 @@ struct Clip {
     PlateTracks plates;
     std::vector<std::vector<Reading>> readings;
 
-    explicit Clip(std::uint64_t seed, double seconds = 30) : vehicles(MakeTraffic(seed, seconds)) {
+    explicit Clip(std::uint64_t seed, double seconds = roundSeconds) : vehicles(MakeTraffic(seed, seconds)) {
         const Camera camera(width, height);
         for (int frame = 0; frame < seconds * framesPerSecond; ++frame) {
-            plates.push_back(
-                ReadablePlates(vehicles, static_cast<double>(frame) / framesPerSecond, camera, width, height));
+            plates.push_back(ViewPlates(vehicles, static_cast<double>(frame) / framesPerSecond, camera, width, height));
         }
         readings = MakeReadings(seed, vehicles, plates);
     }
@@ -48,7 +51,7 @@ struct Clip {
     std::vector<std::size_t> FramesOf(std::size_t vehicle) const {
         std::vector<std::size_t> frames;
         for (std::size_t frame = 0; frame < plates.size(); ++frame) {
-            if (plates[frame][vehicle]) {
+            if (plates[frame][vehicle] && plates[frame][vehicle]->readable) {
                 frames.push_back(frame);
             }
         }
@@ -69,22 +72,24 @@ class Events : public ILicencePlateTrackerResultSink {
         const std::string text(best->text.begin(), std::find(best->text.begin(), best->text.end(), L'\0'));
         texts.push_back(text);
         reasons[text] = reason;
+        vehicles.push_back(static_cast<std::size_t>(best->id));
     }
     void OnMayReleaseLicencePlate(ILicencePlateTracker*, boost::shared_ptr<LicencePlate>) override {}
 
     std::vector<std::string> texts;
     std::map<std::string, std::int32_t> reasons;
+    std::vector<std::size_t> vehicles;
 };
 
-/// What the tracker reports of the clip while it runs.
-Events Track(const Clip& clip) {
+/// What the tracker reports of the readings while they come.
+Events Track(const std::vector<std::vector<Reading>>& readings) {
     Events events;
     constexpr std::uint64_t never = 2147483647;
     CLicencePlateTracker tracker(&events, 3000, never, never);
-    for (std::size_t frame = 0; frame < clip.readings.size(); ++frame) {
+    for (std::size_t frame = 0; frame < readings.size(); ++frame) {
         const std::uint64_t time = 1'700'000'000'000 + frame * 1000 / framesPerSecond;
         std::vector<LicencePlatePtr> plates;
-        for (const Reading& reading : clip.readings[frame]) {
+        for (const Reading& reading : readings[frame]) {
             const auto plate = boost::make_shared<LicencePlate>();
             plate->timeStamp = time;
             plate->frameWidth = width;
@@ -94,6 +99,7 @@ Events Track(const Clip& clip) {
             plate->cornerC = {reading.corners[1][0], reading.corners[1][1]};
             plate->cornerD = {reading.corners[3][0], reading.corners[3][1]};
             plate->weight = 100;
+            plate->id = reading.vehicle;
             // As the engine's 16 bytes are taken: filled up with NULs, the last one dropped.
             plate->text.assign(reading.text.begin(), reading.text.end());
             plate->text.resize(15, L'\0');
@@ -102,6 +108,38 @@ Events Track(const Clip& clip) {
         tracker.ProcessPlates(plates, time);
     }
     return events;
+}
+
+Events Track(const Clip& clip) {
+    return Track(clip.readings);
+}
+
+/// The readings of an engine that sees each plate only from some moment on and up to some other, loses it for a while
+/// at times, and reads a wrong character now and then.
+std::vector<std::vector<Reading>> Worsen(const Clip& clip, std::uint64_t seed) {
+    Random random(seed);
+    std::vector<std::vector<Reading>> worse(clip.readings.size());
+    for (std::size_t vehicle = 0; vehicle < clip.vehicles.size(); ++vehicle) {
+        const std::vector<std::size_t> frames = clip.FramesOf(vehicle);
+        const auto length = static_cast<int>(frames.size());
+        const std::size_t first = frames.at(static_cast<std::size_t>(random.Below(length / 4)));
+        const std::size_t last = frames.at(static_cast<std::size_t>(length - 1 - random.Below(length / 4)));
+        int lost = 0;
+        for (std::size_t frame = first; frame <= last; ++frame) {
+            lost = lost > 0 ? lost - 1 : random.Unit() < 0.05 ? random.Below(6) : 0;
+            for (const Reading& reading : clip.readings[frame]) {
+                if (reading.vehicle == vehicle && lost == 0) {
+                    worse[frame].push_back(reading);
+                    if (random.Unit() < 0.03) {
+                        std::string& text = worse[frame].back().text;
+                        text[static_cast<std::size_t>(random.Below(static_cast<int>(text.size())))] =
+                            static_cast<char>('A' + random.Below(26));
+                    }
+                }
+            }
+        }
+    }
+    return worse;
 }
 
 std::vector<std::string> PlatesOf(const Clip& clip) {
@@ -116,14 +154,44 @@ class AClip : public testing::TestWithParam<std::uint64_t> {};
 
 TEST_P(AClip, MakesTheTrackerReportEachVehicleOnceAndRightly) {
     const Clip clip(GetParam());
-    EXPECT_EQ(clip.vehicles.size(), 9U);
+    EXPECT_EQ(clip.vehicles.size(), 15U);
     EXPECT_THAT(Track(clip).texts, testing::UnorderedElementsAreArray(PlatesOf(clip)));
 }
 
 TEST_P(AClip, OfTwoRoundsDoesSoToo) {
-    const Clip clip(GetParam(), 56);
-    EXPECT_EQ(clip.vehicles.size(), 18U);
+    const Clip clip(GetParam(), 2 * roundSeconds);
+    EXPECT_EQ(clip.vehicles.size(), 30U);
     EXPECT_THAT(Track(clip).texts, testing::UnorderedElementsAreArray(PlatesOf(clip)));
+}
+
+TEST_P(AClip, ShowsEveryCharacterAndNoneThatItsFormatLeavesOpen) {
+    const Clip clip(GetParam());
+    std::set<char> characters;
+    for (const Vehicle& vehicle : clip.vehicles) {
+        const std::string_view format = KindOf(vehicle.design).format;
+        ASSERT_EQ(vehicle.plate.size(), format.size());
+        for (std::size_t i = 0; i < format.size(); ++i) {
+            const char character = vehicle.plate[i];
+            characters.insert(character);
+            EXPECT_EQ(character >= '0' && character <= '9', format[i] == '1') << vehicle.plate;
+            // Every format has a letter in the second place and a digit in the fourth.
+            EXPECT_TRUE(i == 1 || (character != 'O' && character != 'I' && character != 'Q')) << vehicle.plate;
+            EXPECT_TRUE(i == 3 || (character != '0' && character != '1')) << vehicle.plate;
+        }
+    }
+    EXPECT_EQ(characters.size(), 36U);
+}
+
+TEST_P(AClip, GivesVehiclesThatMeetTextsThatHaveNothingInCommon) {
+    const Clip clip(GetParam());
+    for (std::size_t a = 0; a < clip.vehicles.size(); ++a) {
+        for (std::size_t b = a + 1; b < clip.vehicles.size(); ++b) {
+            if (clip.FramesOf(b).front() < clip.FramesOf(a).back() + 3 * framesPerSecond) {
+                EXPECT_EQ(CommonCharacters(clip.vehicles[a].plate, clip.vehicles[b].plate), 0U)
+                    << clip.vehicles[a].plate << " " << clip.vehicles[b].plate;
+            }
+        }
+    }
 }
 
 TEST_P(AClip, HasMistakesInIt) {
@@ -140,7 +208,7 @@ TEST_P(AClip, HasMistakesInIt) {
             wrong += mistakes > 0 ? 1U : 0U;
         }
         missed += static_cast<std::size_t>(std::count_if(clip.plates[frame].begin(), clip.plates[frame].end(),
-                                                         [](const auto& plate) { return plate.has_value(); })) -
+                                                         [](const auto& plate) { return plate && plate->readable; })) -
                   clip.readings[frame].size();
     }
     EXPECT_GT(wrong, 20U);
@@ -149,10 +217,19 @@ TEST_P(AClip, HasMistakesInIt) {
 
 INSTANTIATE_TEST_SUITE_P(OfManySeeds, AClip, testing::Range<std::uint64_t>(1, 17));
 
+TEST(TheClip, MakesTheTrackerReportEachVehicleOnceThoughAnEngineReadsPoorly) {
+    const Clip clip(1);
+    std::vector<std::size_t> all(clip.vehicles.size());
+    std::iota(all.begin(), all.end(), 0U);
+    for (std::uint64_t engine = 0; engine < 100; ++engine) {
+        EXPECT_THAT(Track(Worsen(clip, engine)).vehicles, testing::UnorderedElementsAreArray(all)) << engine;
+    }
+}
+
 TEST(TheClip, ReadsEveryVehicleForLong) {
     const Clip clip(1);
     for (std::size_t i = 0; i < clip.vehicles.size(); ++i) {
-        EXPECT_GT(clip.ReadingsOf(i), 30U) << clip.vehicles[i].plate;
+        EXPECT_GT(clip.ReadingsOf(i), 25U) << clip.vehicles[i].plate;
     }
 }
 
@@ -161,7 +238,7 @@ TEST(TheClip, GivesReadingsWhereThePlatesAre) {
     for (std::size_t frame = 0; frame < clip.readings.size(); ++frame) {
         for (const Reading& reading : clip.readings[frame]) {
             ASSERT_TRUE(clip.plates[frame][reading.vehicle]);
-            const PlateCorners& corners = *clip.plates[frame][reading.vehicle];
+            const PlateCorners& corners = clip.plates[frame][reading.vehicle]->corners;
             for (std::size_t i = 0; i < 4; ++i) {
                 EXPECT_NEAR(reading.corners[i][0], corners[i].x, 2.0);
                 EXPECT_NEAR(reading.corners[i][1], corners[i].y, 2.0);
@@ -178,7 +255,7 @@ TEST(TheClip, HasSeveralPlatesInOneFrameAndNeverMoreThanAnEngineMayGive) {
     for (const auto& frame : clip.readings) {
         most = std::max(most, frame.size());
     }
-    EXPECT_GE(most, 3U);
+    EXPECT_GE(most, 2U);
     EXPECT_LE(most, 5U);
 }
 
@@ -189,7 +266,7 @@ TEST(TheClip, HasAVehicleThatStandsAndIsReportedAsSlow) {
     int standing = 0;
     for (const std::size_t frame : clip.FramesOf(stopping)) {
         if (frame > 0 && clip.plates[frame - 1][stopping] &&
-            clip.plates[frame - 1][stopping]->at(0).y == clip.plates[frame][stopping]->at(0).y) {
+            clip.plates[frame - 1][stopping]->corners[0].y == clip.plates[frame][stopping]->corners[0].y) {
             ++standing;
         }
     }
@@ -203,7 +280,7 @@ TEST(TheClip, HasAVehicleThatLeavesAtTheSide) {
     const std::size_t turning = clip.VehicleThat(Manner::ComesAndTurnsOff);
     ASSERT_LT(turning, clip.vehicles.size());
     const std::vector<std::size_t> frames = clip.FramesOf(turning);
-    const PlateCorners last = *clip.plates.at(frames.at(frames.size() - 1))[turning];
+    const PlateCorners last = clip.plates.at(frames.back())[turning]->corners;
     EXPECT_LT(last[0].x, 30);
     EXPECT_LT(last[1].y, height * 0.8);
     Events events = Track(clip);
@@ -225,29 +302,54 @@ TEST(TheClip, HasVehiclesThatGoAndAreLostOnTheRoad) {
     EXPECT_GE(lost, 1);
 }
 
-TEST(TheClip, HasTwoVehiclesOneBehindTheOtherWhosePlatesDifferInOneCharacter) {
+TEST(TheClip, ShowsPlatesOfManySizesKindsAndLights) {
     const Clip clip(1);
-    const std::string& first = clip.vehicles[0].plate;
-    const std::string& second = clip.vehicles[2].plate;
-    EXPECT_EQ(std::inner_product(first.begin(), first.end(), second.begin(), 0, std::plus<>(), std::not_equal_to<>()),
-              1);
-    const auto both =
-        std::count_if(clip.plates.begin(), clip.plates.end(), [](const auto& frame) { return frame[0] && frame[2]; });
-    EXPECT_GT(both, 10);
+    double narrowest = width;
+    double widest = 0;
+    std::set<PlateDesign> designs;
+    std::map<bool, int> lights;  // by whether it is dark
+    for (std::size_t vehicle = 0; vehicle < clip.vehicles.size(); ++vehicle) {
+        designs.insert(clip.vehicles[vehicle].design);
+        for (const std::size_t frame : clip.FramesOf(vehicle)) {
+            const PlateCorners& corners = clip.plates[frame][vehicle]->corners;
+            narrowest = std::min(narrowest, corners[2].x - corners[0].x);
+            widest = std::max(widest, corners[2].x - corners[0].x);
+        }
+        const Light light = LightAt(static_cast<double>(clip.FramesOf(vehicle).front()) / framesPerSecond);
+        ++lights[light.brightness < 0.6];
+    }
+    EXPECT_LT(narrowest, 55);
+    EXPECT_GT(widest, 175);
+    EXPECT_EQ(designs.size(), 6U);
+    EXPECT_GE(lights[true], 3);
+    EXPECT_GE(lights[false], 8);
+}
+
+TEST(TheClip, SlantsPlates) {
+    const Clip clip(1);
+    double steepest = 0;
+    for (std::size_t vehicle = 0; vehicle < clip.vehicles.size(); ++vehicle) {
+        for (const std::size_t frame : clip.FramesOf(vehicle)) {
+            const PlateCorners& corners = clip.plates[frame][vehicle]->corners;
+            steepest = std::max(steepest, std::abs((corners[2].y - corners[0].y) / (corners[2].x - corners[0].x)));
+        }
+    }
+    EXPECT_GT(steepest, 0.05);
+    EXPECT_LT(steepest, 0.5);
 }
 
 TEST(TheClip, DoesNotReadAPlateBehindAnotherVehicle) {
-    // A truck right behind the camera's side of a car, both standing in one lane.
+    // A truck between the camera and a car, both in one lane.
     Vehicle car;
     car.plate = "CAR";
-    car.readableFrom = 0;
+    car.enters = 0;
     car.speed = 1;
     Vehicle truck = car;
     truck.shape = VehicleShape::Truck;
-    truck.readableFrom = -10;
+    truck.enters = -10;
     const Camera camera(width, height);
-    const auto alone = ReadablePlates({car}, 0, camera, width, height);
-    const auto behind = ReadablePlates({car, truck}, 0, camera, width, height);
+    const auto alone = ViewPlates({car}, 0, camera, width, height);
+    const auto behind = ViewPlates({car, truck}, 0, camera, width, height);
     EXPECT_TRUE(alone[0]);
     EXPECT_FALSE(behind[0]);
     EXPECT_TRUE(behind[1]);

@@ -2,17 +2,23 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstring>
 #include <stdexcept>
 #include <utility>
 
+#include "tools/clip/plate_drawing.h"
 #include "tools/clip/random.h"
 #include "tools/clip/vehicle_drawing.h"
 
 namespace road_clip {
 namespace {
 
-constexpr double nearEdge = 11.0;  // nearer than this the ground is below the picture
-constexpr double roadHalfWidth = 3.95;
+constexpr double nearEdge = 10.0;  // nearer than this the ground is below the picture
+constexpr double roadLeft = -3.0;
+constexpr double roadRight = 4.75;
+constexpr double islandLeft = 0.65;
+constexpr double islandRight = 1.15;
+constexpr double cornerLeft = -2.75;  // of the lane that comes
 
 SurfacePtr MakeSurface(int width, int height) {
     SurfacePtr surface(cairo_image_surface_create(CAIRO_FORMAT_RGB24, width, height));
@@ -55,7 +61,46 @@ class GroundPen {
             from, to, [left](double) { return left; }, [right](double) { return right; });
     }
 
-    void Bush(double x, double z, double size, Random& random) {
+    /// A strip across the road, between two lines that `near` and `far` give for every place to the side.
+    template <typename Near, typename Far>
+    void Across(double from, double to, Near near, Far far) {
+        cairo_new_path(context);
+        Line({from, 0, near(from)});
+        Line({to, 0, near(to)});
+        Line({to, 0, far(to)});
+        Line({from, 0, far(from)});
+        cairo_close_path(context);
+        cairo_fill(context);
+    }
+
+    /// A board on a post, with two lines on it.
+    void Sign(const Point& foot, Lettering& lettering, const char* first, const char* second) {
+        const auto board = [&](double left, double bottom, double right, double top) {
+            cairo_new_path(context);
+            Line(foot + Point{left, bottom, 0});
+            Line(foot + Point{left, top, 0});
+            Line(foot + Point{right, top, 0});
+            Line(foot + Point{right, bottom, 0});
+            cairo_close_path(context);
+            cairo_fill(context);
+        };
+        Colour(0.45, 0.46, 0.48);
+        board(-0.03, 0, 0.03, 1.2);
+        Colour(0.10, 0.20, 0.50);
+        board(-0.32, 1.10, 0.32, 1.62);
+        Colour(0.93, 0.93, 0.91);
+        board(-0.30, 1.12, 0.30, 1.60);
+        const auto lineAt = [&](double height) {
+            return [this, foot, height](double right, double up) {
+                return camera.Project(foot + Point{right, height + up, 0});
+            };
+        };
+        constexpr road_clip::Colour ink{0.10, 0.12, 0.30};
+        DrawLine(context, lettering, lineAt(1.47), plateTypefaces[1], first, 0.11, 0.50, ink);
+        DrawLine(context, lettering, lineAt(1.26), plateTypefaces[1], second, 0.16, 0.50, ink);
+    }
+
+    void Bush(double x, double z, double size, Random& random, double sun) {
         const Pixel foot = camera.Project({x, 0, z});
         const double unit = camera.Project({x + 1, 0, z}).x - foot.x;
         // Its shadow, then leaves from the dark ones below to the light ones above.
@@ -64,7 +109,7 @@ class GroundPen {
         cairo_scale(context, 0.95 * size * unit, 0.26 * size * unit);
         cairo_arc(context, 0, 0, 1, 0, 6.2832);
         cairo_restore(context);
-        Colour(0.03, 0.06, 0.03, 0.35);
+        Colour(0.03, 0.06, 0.03, 0.12 + 0.23 * sun);
         cairo_fill(context);
         constexpr int leaves = 46;
         for (int i = 0; i < leaves; ++i) {
@@ -129,15 +174,20 @@ Painter::Painter(int pictureWidth, int pictureHeight, std::uint64_t seed)
     : camera(pictureWidth, pictureHeight),
       width(pictureWidth),
       height(pictureHeight),
+      sensor(pictureWidth, pictureHeight, seed),
+      sunnyGround(MakeSurface(pictureWidth, pictureHeight)),
+      cloudyGround(MakeSurface(pictureWidth, pictureHeight)),
       ground(MakeSurface(pictureWidth, pictureHeight)),
-      picture(MakeSurface(pictureWidth, pictureHeight)),
-      context(cairo_create(picture.get())) {
-    PaintGround(seed);
+      scene(MakeSurface(pictureWidth, pictureHeight)),
+      context(cairo_create(scene.get())),
+      picture(MakeSurface(pictureWidth, pictureHeight)) {
+    PaintGround(sunnyGround.get(), seed, 1);
+    PaintGround(cloudyGround.get(), seed, 0);
 }
 
-void Painter::PaintGround(std::uint64_t seed) {
+void Painter::PaintGround(cairo_surface_t* surface, std::uint64_t seed, double sun) {
     Random random(seed ^ 0x6a55U);
-    const CairoPtr groundContext(cairo_create(ground.get()));
+    const CairoPtr groundContext(cairo_create(surface));
     cairo_t* const cairo = groundContext.get();
     GroundPen pen(cairo, camera);
 
@@ -151,7 +201,7 @@ void Painter::PaintGround(std::uint64_t seed) {
     cairo_pattern_destroy(grass);
     for (int i = 0; i < 900; ++i) {
         const double z = nearEdge / (1 - 0.93 * random.Unit());
-        const double x = random.Between(-0.40, 0.40) * z;
+        const double x = random.Between(-0.22, 0.24) * z;
         const double light = random.Between(-1, 1);
         pen.Colour(light > 0 ? 0.5 : 0.1, light > 0 ? 0.6 : 0.2, light > 0 ? 0.3 : 0.05, 0.08 * std::abs(light));
         const double size = random.Between(0.2, 1.1);
@@ -161,45 +211,56 @@ void Painter::PaintGround(std::uint64_t seed) {
     // Gravel beside the asphalt, the turn-off first, the road over it.
     const auto turnLeft = [](double side) { return [side](double z) { return TurnOffLaneX(z) - side; }; };
     const auto turnRight = [](double side) { return [side](double z) { return TurnOffLaneX(z) + side; }; };
-    constexpr double turnFrom = 52.0;
+    constexpr double turnFrom = 36.0;
+    constexpr double farAway = 400;
     pen.Colour(0.55, 0.53, 0.47);
-    pen.Strip(nearEdge, turnFrom, turnLeft(2.5), turnRight(2.5));
-    pen.Straight(nearEdge, 400, -roadHalfWidth - 0.55, roadHalfWidth + 0.55);
+    pen.Strip(nearEdge, turnFrom, turnLeft(2.4), turnRight(2.4));
+    pen.Straight(nearEdge, farAway, roadLeft - 0.5, roadRight + 0.5);
     pen.Colour(0.345, 0.350, 0.365);
-    pen.Strip(nearEdge, turnFrom, turnLeft(1.95), turnRight(1.95));
-    pen.Straight(nearEdge, 400, -roadHalfWidth, roadHalfWidth);
+    pen.Strip(nearEdge, turnFrom, turnLeft(1.9), turnRight(1.9));
+    pen.Straight(nearEdge, farAway, roadLeft, roadRight);
     // Where wheels run the asphalt is darker, and patches differ.
     for (const double lane : {comingLaneX, goingLaneX}) {
         for (const double wheel : {-0.75, 0.75}) {
             for (int layer = 0; layer < 4; ++layer) {
                 const double half = 0.12 + 0.09 * layer;
                 pen.Colour(0.12, 0.12, 0.14, 0.07);
-                pen.Straight(nearEdge, 400, lane + wheel - half, lane + wheel + half);
+                pen.Straight(nearEdge, farAway, lane + wheel - half, lane + wheel + half);
             }
         }
     }
     for (int i = 0; i < 26; ++i) {
         const double z = nearEdge / (1 - 0.9 * random.Unit());
-        const double x = random.Between(-3.6, 2.4);
+        const double x = random.Between(-2.8, 3.6);
         pen.Colour(0.15, 0.15, 0.17, random.Between(0.06, 0.16));
         pen.Straight(z, z + random.Between(1, 5), x, x + random.Between(0.4, 1.2));
     }
 
-    // Lines: edges, broken beside the turn-off, and dashes in the middle.
+    // An island between the lanes, edge lines, broken beside the turn-off, and the line at which one stops.
+    pen.Colour(0.56, 0.55, 0.53);
+    pen.Straight(nearEdge, farAway, islandLeft, islandRight);
+    pen.Colour(0.70, 0.69, 0.66);
+    pen.Straight(nearEdge, farAway, islandLeft, islandLeft + 0.10);
+    pen.Straight(nearEdge, farAway, islandRight - 0.10, islandRight);
     pen.Colour(0.90, 0.90, 0.87);
-    pen.Straight(nearEdge, 400, roadHalfWidth - 0.36, roadHalfWidth - 0.22);
-    pen.Straight(45, 400, -roadHalfWidth + 0.22, -roadHalfWidth + 0.36);
-    pen.Straight(nearEdge, 23, -roadHalfWidth + 0.22, -roadHalfWidth + 0.36);
-    for (double z = 24; z < 45; z += 2) {
-        pen.Straight(z, z + 1, -roadHalfWidth + 0.22, -roadHalfWidth + 0.36);
+    pen.Straight(nearEdge, farAway, roadRight - 0.30, roadRight - 0.18);
+    pen.Straight(turnFrom, farAway, cornerLeft, cornerLeft + 0.12);
+    pen.Straight(nearEdge, 22, cornerLeft, cornerLeft + 0.12);
+    for (double z = 22.8; z < turnFrom; z += 1.6) {
+        pen.Straight(z, z + 0.8, cornerLeft, cornerLeft + 0.12);
     }
-    pen.Strip(nearEdge, 44, turnLeft(1.72), turnLeft(1.58));
-    pen.Strip(nearEdge, 27, turnRight(1.58), turnRight(1.72));
-    for (double z = 12; z < 300; z += 6) {
-        pen.Straight(z, z + 3, -0.07, 0.07);
-    }
+    pen.Straight(stopLineZ - 0.35, stopLineZ, cornerLeft + 0.25, islandLeft - 0.15);
 
-    AddGrain(ground.get(), random);
+    if (sun > 0) {
+        constexpr int layers = 4;
+        const auto line = [&](double at) { return [at](double x) { return at + shadowBand.slope * x; }; };
+        for (int layer = 0; layer < layers; ++layer) {
+            const double soft = 0.09 * layer;
+            pen.Colour(0.02, 0.02, 0.05, 0.16 * sun);
+            pen.Across(-14, 14, line(shadowBand.near + soft), line(shadowBand.far - soft));
+        }
+    }
+    AddGrain(surface, random);
 
     // What stands beside the road, far things first.
     struct Plant {
@@ -209,12 +270,12 @@ void Painter::PaintGround(std::uint64_t seed) {
     };
     std::vector<Plant> plants;
     for (int i = 0; i < 46; ++i) {
-        const double z = 22 + 130 * random.Unit();
-        plants.push_back({random.Between(7.5, 18.0) + 0.04 * z, z, random.Between(0.9, 2.4)});
+        const double z = 30 + 120 * random.Unit();
+        plants.push_back({random.Between(6.6, 10.0) + 0.05 * z, z, random.Between(0.6, 1.6)});
     }
     for (int i = 0; i < 40; ++i) {
-        const double z = 50 + 110 * random.Unit();
-        plants.push_back({-random.Between(8.0, 20.0) - 0.04 * z, z, random.Between(0.9, 2.4)});
+        const double z = 44 + 110 * random.Unit();
+        plants.push_back({-random.Between(5.0, 9.0) - 0.06 * z, z, random.Between(0.6, 1.6)});
     }
     std::sort(plants.begin(), plants.end(), [](const Plant& a, const Plant& b) { return a.z > b.z; });
     double lampZ = 118;
@@ -223,8 +284,10 @@ void Painter::PaintGround(std::uint64_t seed) {
             pen.Lamp(5.6, lampZ);
             lampZ -= 24;
         }
-        pen.Bush(plant.x, plant.z, plant.size, random);
+        pen.Bush(plant.x, plant.z, plant.size, random, sun);
     }
+    pen.Sign({5.75, 0, 34.0}, lettering, "ZONE", "30");
+    pen.Sign({-4.2, 0, 40.0}, lettering, "EXIT", "P 250 m");
 
     // Haze towards the far end.
     cairo_pattern_t* const haze = cairo_pattern_create_linear(0, 0, 0, height * 0.45);
@@ -233,15 +296,25 @@ void Painter::PaintGround(std::uint64_t seed) {
     cairo_set_source(cairo, haze);
     cairo_paint(cairo);
     cairo_pattern_destroy(haze);
-    cairo_surface_flush(ground.get());
+    cairo_surface_flush(surface);
 }
 
-void Painter::Paint(const std::vector<Vehicle>& vehicles, double second) {
-    cairo_t* const cairo = context.get();
-    cairo_set_source_surface(cairo, ground.get(), 0, 0);
-    cairo_paint(cairo);
+void Painter::LightGround(double sun) {
+    if (sun == groundSun) {
+        return;
+    }
+    const CairoPtr groundContext(cairo_create(ground.get()));
+    cairo_set_source_surface(groundContext.get(), cloudyGround.get(), 0, 0);
+    cairo_paint(groundContext.get());
+    cairo_set_source_surface(groundContext.get(), sunnyGround.get(), 0, 0);
+    cairo_paint_with_alpha(groundContext.get(), sun);
+    cairo_surface_flush(ground.get());
+    groundSun = sun;
+}
 
-    std::vector<std::pair<const Vehicle*, Place>> visible;
+/// What is in the picture, far things first.
+Painter::Scene Painter::SceneAt(const std::vector<Vehicle>& vehicles, double second) const {
+    Scene visible;
     for (const Vehicle& vehicle : vehicles) {
         const Place place = vehicle.PlaceAt(second);
         const double length = ExtentOf(vehicle.shape).length;
@@ -250,13 +323,156 @@ void Painter::Paint(const std::vector<Vehicle>& vehicles, double second) {
         }
     }
     std::sort(visible.begin(), visible.end(), [](const auto& a, const auto& b) { return a.second.z > b.second.z; });
+    return visible;
+}
+
+/// Around everything that is drawn of the vehicles, shadows included, with room for their motion.
+Painter::Box Painter::BoxOf(const Scene& visible) const {
+    constexpr double room = 0.5;  // metres
+    constexpr double shadow = 2.0;
+    Box box{width, height, 0, 0};
     for (const auto& [vehicle, place] : visible) {
-        DrawShadow(cairo, camera, *vehicle, place);
+        const Extent extent = ExtentOf(vehicle->shape);
+        for (const double right : {-extent.halfWidth - room, extent.halfWidth + room + shadow}) {
+            for (const double up : {0.0, extent.height + room}) {
+                for (const double behind : {-room, extent.length + room + shadow}) {
+                    const Pixel corner = camera.Project(OnVehicle(place, right, up, behind));
+                    box.left = std::min(box.left, static_cast<int>(std::floor(corner.x)));
+                    box.right = std::max(box.right, static_cast<int>(std::ceil(corner.x)));
+                    box.top = std::min(box.top, static_cast<int>(std::floor(corner.y)));
+                    box.bottom = std::max(box.bottom, static_cast<int>(std::ceil(corner.y)));
+                }
+            }
+        }
+    }
+    box = {std::max(box.left, 0), std::max(box.top, 0), std::min(box.right, width), std::min(box.bottom, height)};
+    return {box.left, box.top, std::max(box.left, box.right), std::max(box.top, box.bottom)};
+}
+
+/// How many pictures, one pixel apart, the fastest plate passes through while it is exposed.
+int Painter::StepsOfMotion(const std::vector<Vehicle>& vehicles, double second, double exposure) const {
+    constexpr double most = 4;
+    constexpr double belowThePicture = 11.0;
+    double farthest = 0;
+    for (const auto& [vehicle, place] : SceneAt(vehicles, second)) {
+        const PlateCorners from = PlateCornersAt(*vehicle, vehicle->PlaceAt(second - exposure / 2), camera);
+        const PlateCorners to = PlateCornersAt(*vehicle, vehicle->PlaceAt(second + exposure / 2), camera);
+        if (place.z > belowThePicture) {
+            farthest = std::max(farthest, std::hypot(to[0].x - from[0].x, to[0].y - from[0].y));
+        }
+    }
+    return static_cast<int>(std::clamp(std::ceil(farthest), 1.0, most));
+}
+
+void Painter::DrawScene(const Scene& visible, const Light& light, double second) {
+    cairo_t* const cairo = context.get();
+    for (const auto& [vehicle, place] : visible) {
+        DrawShadow(cairo, camera, *vehicle, place, light.sun);
     }
     for (const auto& [vehicle, place] : visible) {
-        DrawVehicle(cairo, camera, *vehicle, place, second);
+        const Box box = BoxOf({{vehicle, place}});
+        cairo_save(cairo);
+        cairo_rectangle(cairo, box.left, box.top, box.right - box.left, box.bottom - box.top);
+        cairo_clip(cairo);
+        DrawVehicle(cairo, lettering, camera, *vehicle, place, light, second);
+        cairo_restore(cairo);
+    }
+    cairo_surface_flush(scene.get());
+}
+
+/// The lamps of vehicles that come, with the veil of light around them.
+void Painter::DrawGlow(const Scene& visible, double strength) {
+    const CairoPtr glowContext(cairo_create(picture.get()));
+    cairo_t* const cairo = glowContext.get();
+    cairo_set_operator(cairo, CAIRO_OPERATOR_ADD);
+    for (const auto& [vehicle, place] : visible) {
+        if (place.z < 8.0) {
+            continue;
+        }
+        for (const Point& lamp : LampsOf(*vehicle, place)) {
+            const Pixel middle = camera.Project(lamp);
+            const double unit = std::abs(camera.Project(lamp + Point{1, 0, 0}).x - middle.x);
+            const double radius = 0.62 * unit;
+            cairo_pattern_t* const glow =
+                cairo_pattern_create_radial(middle.x, middle.y, 0, middle.x, middle.y, radius);
+            cairo_pattern_add_color_stop_rgba(glow, 0.00, 1.0, 0.97, 0.86, 1.00 * strength);
+            cairo_pattern_add_color_stop_rgba(glow, 0.16, 1.0, 0.97, 0.86, 0.85 * strength);
+            cairo_pattern_add_color_stop_rgba(glow, 0.30, 1.0, 0.95, 0.80, 0.26 * strength);
+            cairo_pattern_add_color_stop_rgba(glow, 0.60, 1.0, 0.95, 0.80, 0.08 * strength);
+            cairo_pattern_add_color_stop_rgba(glow, 1.00, 1.0, 0.95, 0.80, 0.00);
+            cairo_set_source(cairo, glow);
+            cairo_arc(cairo, middle.x, middle.y, radius, 0, 6.2832);
+            cairo_fill(cairo);
+            cairo_pattern_destroy(glow);
+        }
     }
     cairo_surface_flush(picture.get());
+}
+
+void Painter::Paint(const std::vector<Vehicle>& vehicles, double second) {
+    const Light light = LightAt(second);
+    LightGround(light.sun);
+    std::uint8_t* const pixels = cairo_image_surface_get_data(scene.get());
+    const std::uint8_t* const groundPixels = cairo_image_surface_get_data(ground.get());
+    const int stride = cairo_image_surface_get_stride(scene.get());
+    const auto rowAt = [stride](int row) { return static_cast<std::size_t>(row) * static_cast<std::size_t>(stride); };
+    std::memcpy(pixels, groundPixels, rowAt(height));
+    cairo_surface_mark_dirty(scene.get());
+
+    const Scene middle = SceneAt(vehicles, second);
+    const Box box = BoxOf(middle);
+    const int steps = StepsOfMotion(vehicles, second, light.exposure);
+    cairo_save(context.get());
+    cairo_rectangle(context.get(), box.left, box.top, box.right - box.left, box.bottom - box.top);
+    cairo_clip(context.get());
+    if (steps == 1) {
+        DrawScene(middle, light, second);
+    } else {
+        // While the shutter is open everything moves on; the picture is the mean.
+        const std::size_t first = static_cast<std::size_t>(box.left) * 4;
+        const std::size_t length = static_cast<std::size_t>(box.right - box.left) * 4;
+        sums.resize(length * static_cast<std::size_t>(box.bottom - box.top));
+        for (int step = 0; step < steps; ++step) {
+            if (step > 0) {
+                for (int row = box.top; row < box.bottom; ++row) {
+                    std::memcpy(pixels + rowAt(row) + first, groundPixels + rowAt(row) + first, length);
+                }
+                cairo_surface_mark_dirty(scene.get());
+            }
+            const double moment = second + light.exposure * ((step + 0.5) / steps - 0.5);
+            DrawScene(SceneAt(vehicles, moment), light, second);
+            std::uint16_t* sum = sums.data();
+            for (int row = box.top; row < box.bottom; ++row, sum += length) {
+                const std::uint8_t* const drawn = pixels + rowAt(row) + first;
+                if (step == 0) {
+                    std::copy_n(drawn, length, sum);
+                    continue;
+                }
+                for (std::size_t i = 0; i < length; ++i) {
+                    sum[i] = static_cast<std::uint16_t>(sum[i] + drawn[i]);
+                }
+            }
+        }
+        const auto share = static_cast<std::uint16_t>(65536 / steps + 1);
+        const std::uint16_t* sum = sums.data();
+        for (int row = box.top; row < box.bottom; ++row, sum += length) {
+            std::uint8_t* const mean = pixels + rowAt(row) + first;
+            for (std::size_t i = 0; i < length; ++i) {
+                mean[i] = static_cast<std::uint8_t>((static_cast<std::uint32_t>(sum[i]) * share) >> 16U);
+            }
+        }
+        cairo_surface_mark_dirty(scene.get());
+    }
+    cairo_restore(context.get());
+
+    std::uint8_t* const seen = cairo_image_surface_get_data(picture.get());
+    sensor.Expose(pixels, stride, light, seen, stride);
+    cairo_surface_mark_dirty(picture.get());
+    if (light.lamps > 0) {
+        DrawGlow(middle, light.lamps);
+    }
+    sensor.AddNoise(seen, stride, light.noise, static_cast<std::uint64_t>(std::llround(second * 1000)));
+    cairo_surface_mark_dirty(picture.get());
 }
 
 const std::uint8_t* Painter::Pixels() const {

@@ -1,15 +1,17 @@
-/// Draws the road and the vehicles on it.
+/// Draws the road and the vehicles on it, as a camera sees them.
 #pragma once
 
 #include <cairo.h>
 
 #include <cstdint>
 #include <filesystem>
-#include <map>
 #include <memory>
-#include <string>
+#include <utility>
 #include <vector>
 
+#include "tools/clip/lettering.h"
+#include "tools/clip/light.h"
+#include "tools/clip/sensor.h"
 #include "tools/clip/traffic.h"
 
 namespace road_clip {
@@ -26,7 +28,7 @@ class Painter {
   public:
     Painter(int width, int height, std::uint64_t seed);
 
-    /// Draws one frame over the last one.
+    /// Draws one frame over the last one; `second` is the middle of its exposure.
     void Paint(const std::vector<Vehicle>& vehicles, double second);
 
     const std::uint8_t* Pixels() const;
@@ -34,14 +36,36 @@ class Painter {
     void SavePicture(const std::filesystem::path& file) const;
 
   private:
-    void PaintGround(std::uint64_t seed);
+    /// Pixels; right and bottom are outside.
+    struct Box {
+        int left = 0;
+        int top = 0;
+        int right = 0;
+        int bottom = 0;
+    };
+    using Scene = std::vector<std::pair<const Vehicle*, Place>>;
+
+    void PaintGround(cairo_surface_t* ground, std::uint64_t seed, double sun);
+    void LightGround(double sun);
+    Scene SceneAt(const std::vector<Vehicle>& vehicles, double second) const;
+    Box BoxOf(const Scene& scene) const;
+    int StepsOfMotion(const std::vector<Vehicle>& vehicles, double second, double exposure) const;
+    void DrawScene(const Scene& scene, const Light& light, double second);
+    void DrawGlow(const Scene& scene, double strength);
 
     Camera camera;
     int width;
     int height;
+    Lettering lettering;
+    Sensor sensor;
+    SurfacePtr sunnyGround;
+    SurfacePtr cloudyGround;
     SurfacePtr ground;
-    SurfacePtr picture;
+    double groundSun = -1;
+    SurfacePtr scene;
     CairoPtr context;
+    SurfacePtr picture;
+    std::vector<std::uint16_t> sums;
 };
 
 }  // namespace road_clip

@@ -1,5 +1,5 @@
 /// Points of the drawn world, and how the camera sees them. Metres: x to the right, y up, z away from the camera, which
-/// stands above the middle of the road.
+/// stands above the lane that comes towards it.
 #pragma once
 
 #include <array>
@@ -39,21 +39,29 @@ struct Pixel {
     double y = 0;
 };
 
+/// A road camera on a pole, never quite level.
 class Camera {
   public:
-    Camera(int width, int height) : middleX(width / 2.0), middleY(height / 2.0), focalLength(1.8 * width) {}
+    Camera(int width, int height) : middleX(width / 2.0), middleY(height / 2.0), focalLength(3.28 * width) {}
 
     Pixel Project(const Point& point) const {
         const Point seen = point - Position();
-        const double depth = seen.z * std::cos(tilt) - seen.y * std::sin(tilt);
-        const double up = seen.z * std::sin(tilt) + seen.y * std::cos(tilt);
-        return {middleX + focalLength * seen.x / depth, middleY - focalLength * up / depth};
+        const double right = seen.x * std::cos(yaw) - seen.z * std::sin(yaw);
+        const double ahead = seen.x * std::sin(yaw) + seen.z * std::cos(yaw);
+        const double depth = ahead * std::cos(tilt) - seen.y * std::sin(tilt);
+        const double up = ahead * std::sin(tilt) + seen.y * std::cos(tilt);
+        const double x = focalLength * right / depth;
+        const double y = -focalLength * up / depth;
+        return {middleX + x * std::cos(roll) - y * std::sin(roll), middleY + x * std::sin(roll) + y * std::cos(roll)};
     }
 
-    static Point Position() { return {0.0, 6.0, 0.0}; }
+    static Point Position() { return {0.0, 2.65, 0.0}; }
 
   private:
-    static constexpr double tilt = 12.0 * 3.14159265358979323846 / 180.0;  // downwards
+    static constexpr double degree = 3.14159265358979323846 / 180.0;
+    static constexpr double tilt = 6.4 * degree;   // downwards
+    static constexpr double yaw = 1.0 * degree;    // to the right
+    static constexpr double roll = -1.8 * degree;  // clockwise
     double middleX;
     double middleY;
     double focalLength;  // pixels

@@ -24,7 +24,7 @@ using namespace road_clip;
 
 struct Options {
     std::filesystem::path folder;
-    double seconds = 30;
+    double seconds = roundSeconds;
     std::uint64_t seed = 1;
     int width = 1280;
     int height = 720;
@@ -55,18 +55,21 @@ ordered_json DescribeTruth(const Options& options, const std::vector<Vehicle>& v
     ordered_json list = ordered_json::array();
     for (std::size_t i = 0; i < vehicles.size(); ++i) {
         ordered_json places = ordered_json::array();
+        std::size_t readable = 0;
         for (std::size_t frame = 0; frame < frames.size(); ++frame) {
             if (!frames[frame][i]) {
                 continue;
             }
             ordered_json corners = ordered_json::array();
-            for (const Pixel& corner : *frames[frame][i]) {
+            for (const Pixel& corner : frames[frame][i]->corners) {
                 corners.push_back({Rounded(corner.x), Rounded(corner.y)});
             }
-            places.push_back({{"frame", frame}, {"corners", corners}});
+            places.push_back({{"frame", frame}, {"corners", corners}, {"readable", frames[frame][i]->readable}});
+            readable += frames[frame][i]->readable ? 1U : 0U;
         }
-        if (!places.empty()) {
+        if (readable > 0) {
             list.push_back({{"plate", vehicles[i].plate},
+                            {"looks", KindOf(vehicles[i].design).name},
                             {"does", Describe(vehicles[i].manner)},
                             {"first_frame", places.front()["frame"]},
                             {"last_frame", places.back()["frame"]},
@@ -129,7 +132,7 @@ void Run(const Options& options) {
 
     PlateTracks plates;
     for (int frame = 0; frame < frameCount; ++frame) {
-        plates.push_back(ReadablePlates(vehicles, secondOf(frame), camera, options.width, options.height));
+        plates.push_back(ViewPlates(vehicles, secondOf(frame), camera, options.width, options.height));
     }
     const auto readings = MakeReadings(options.seed, vehicles, plates);
     WriteScript(options.folder / "script.json", DescribeReadings(readings));

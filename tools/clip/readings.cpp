@@ -88,7 +88,7 @@ std::vector<std::vector<Reading>> MakeReadings(std::uint64_t seed, const std::ve
     std::vector<VehicleState> states(vehicles.size());
     for (std::size_t frame = frames.size(); frame-- > 0;) {
         for (std::size_t i = 0; i < vehicles.size(); ++i) {
-            if (frames[frame][i]) {
+            if (frames[frame][i] && frames[frame][i]->readable) {
                 states[i].firstFrame = frame;
             }
         }
@@ -96,7 +96,7 @@ std::vector<std::vector<Reading>> MakeReadings(std::uint64_t seed, const std::ve
 
     std::vector<std::vector<Reading>> readings(frames.size());
     for (std::size_t frame = 0; frame < frames.size(); ++frame) {
-        const auto seen = [&](std::size_t i) { return frames[frame][i].has_value(); };
+        const auto seen = [&](std::size_t i) { return frames[frame][i] && frames[frame][i]->readable; };
         for (std::size_t i = 0; i < vehicles.size(); ++i) {
             if (!seen(i)) {
                 continue;
@@ -121,7 +121,7 @@ std::vector<std::vector<Reading>> MakeReadings(std::uint64_t seed, const std::ve
                 state.framesToMiss = 0;
             }
 
-            const PlateCorners& corners = *frames[frame][i];
+            const PlateCorners& corners = frames[frame][i]->corners;
             if (state.readings == 0 || FarthestMove(state.misjudgement.seen, corners) >= 0.5) {
                 state.misjudgement.seen = corners;
                 for (auto& error : state.misjudgement.error) {

@@ -2,7 +2,6 @@
 #pragma once
 
 #include <cstdint>
-#include <optional>
 #include <string>
 #include <vector>
 
@@ -17,8 +16,8 @@ struct Reading {
     std::array<std::array<int, 2>, 4> corners{};
 };
 
-/// Where every vehicle's plate can be read, frame after frame.
-using PlateTracks = std::vector<std::vector<std::optional<PlateCorners>>>;
+/// Every vehicle's plate, frame after frame.
+using PlateTracks = std::vector<PlateViews>;
 
 /// The readings of every frame, in the order of the vehicles.
 std::vector<std::vector<Reading>> MakeReadings(std::uint64_t seed, const std::vector<Vehicle>& vehicles,

@@ -2,6 +2,8 @@
 
 #include <algorithm>
 #include <cmath>
+#include <iterator>
+#include <stdexcept>
 #include <string_view>
 
 #include "tools/clip/random.h"
@@ -9,28 +11,27 @@
 namespace road_clip {
 namespace {
 
-// Stopping and starting again: where, for how long, and how hard.
-constexpr double stopZ = 24.0;
-constexpr double stopSeconds = 3.6;
+// Stopping and starting again: for how long, and how hard.
+constexpr double stopSeconds = 2.8;
+constexpr double beforeStopLine = 0.9;
 constexpr double startAcceleration = 2.2;
-constexpr double brakeAcceleration = 4.0;
+constexpr double brakeAcceleration = 3.6;
 
 // The turn-off: the distances between which the lane bends, and its slope behind the bend.
-constexpr double bendBegin = 46.0;
-constexpr double bendEnd = 32.0;
-constexpr double bendSlope = 0.42;
+constexpr double bendBegin = 33.0;
+constexpr double bendEnd = 26.0;
+constexpr double bendSlope = 0.45;
 
-/// How far the stopping vehicle has come, having been readable for `seconds`.
-double StoppingDistance(double speed, double seconds, bool& standing) {
+/// How far a vehicle has come that stops after a distance.
+double StoppingDistance(double speed, double toStop, double seconds, bool& standing) {
     const double brakeDistance = speed * speed / (2 * brakeAcceleration);
-    const double cruiseSeconds = (farthestReading - stopZ - brakeDistance) / speed;
+    const double cruiseSeconds = (toStop - brakeDistance) / speed;
     const double brakeSeconds = speed / brakeAcceleration;
     standing = false;
     if (seconds <= cruiseSeconds) {
         return speed * seconds;
     }
     double left = seconds - cruiseSeconds;
-    const double toStop = farthestReading - stopZ;
     if (left <= brakeSeconds) {
         return speed * cruiseSeconds + speed * left - brakeAcceleration * left * left / 2;
     }
@@ -52,60 +53,71 @@ struct Appointment {
     double speed;
     Manner manner;
     VehicleShape shape;
+    PlateDesign design;
 };
 
-// The traffic of one round. The tracker looks for a vehicle for three seconds after its last reading; one that goes is
-// lost far up the road, so nothing new may come down from there during that time, nor may the next one that goes have
-// come so far. A vehicle that comes is followed only at a distance at which its roof hides no plate.
-constexpr double roundSeconds = 25.2;
+// The traffic of one round. The tracker looks for a vehicle for three seconds after its last reading. One that goes is
+// lost up the road, from where the tracker expects it to move on towards the far end of all lanes; until it is given
+// up, no other that goes may have come as far, and none that comes may become readable. A vehicle that comes is
+// followed only at a distance at which its roof hides no plate.
 constexpr Appointment appointments[] = {
-    {0.4, 8.0, Manner::Comes, VehicleShape::Car},
-    {1.4, 8.5, Manner::Goes, VehicleShape::Van},
-    {2.1, 8.0, Manner::Comes, VehicleShape::Car},
-    {7.4, 9.5, Manner::Goes, VehicleShape::Car},
-    {7.6, 8.0, Manner::ComesAndTurnsOff, VehicleShape::Car},
-    {13.3, 8.0, Manner::ComesAndStops, VehicleShape::Van},
-    {13.7, 10.0, Manner::Goes, VehicleShape::Truck},
-    {18.2, 10.0, Manner::Goes, VehicleShape::Car},
-    {23.9, 9.0, Manner::Comes, VehicleShape::Car},
+    {0.4, 9.0, Manner::Comes, VehicleShape::Car, PlateDesign::European},
+    {1.5, 7.0, Manner::Goes, VehicleShape::Van, PlateDesign::EuropeanYellow},
+    {5.9, 8.0, Manner::Comes, VehicleShape::Car, PlateDesign::NorthAmerican},
+    {8.8, 6.0, Manner::ComesAndTurnsOff, VehicleShape::Car, PlateDesign::European},
+    {9.8, 7.5, Manner::Goes, VehicleShape::Car, PlateDesign::SouthAmerican},
+    {15.2, 7.0, Manner::ComesAndStops, VehicleShape::Van, PlateDesign::European},
+    {17.4, 6.5, Manner::Goes, VehicleShape::Truck, PlateDesign::EuropeanYellow},
+    {24.2, 9.5, Manner::Comes, VehicleShape::Car, PlateDesign::NorthAmericanDark},
+    {25.5, 7.0, Manner::Goes, VehicleShape::Car, PlateDesign::EuropeanDark},
+    {30.3, 7.0, Manner::Comes, VehicleShape::Car, PlateDesign::SouthAmerican},
+    {33.5, 6.0, Manner::ComesAndTurnsOff, VehicleShape::Van, PlateDesign::EuropeanYellow},
+    {34.4, 7.0, Manner::Goes, VehicleShape::Car, PlateDesign::European},
+    {39.9, 7.0, Manner::ComesAndStops, VehicleShape::Car, PlateDesign::European},
+    {41.8, 6.5, Manner::Goes, VehicleShape::Car, PlateDesign::SouthAmerican},
+    {46.4, 6.5, Manner::Goes, VehicleShape::Van, PlateDesign::European},
 };
-constexpr std::size_t firstTaxi = 0;
-constexpr std::size_t secondTaxi = 2;
 
 // The seconds that must be left behind a vehicle's last reading, for the tracker to give it up.
 constexpr double secondsToGiveUp = 3.2;
 
-constexpr Colour taxiColour{0.90, 0.70, 0.12};
 constexpr Colour paints[] = {
-    {0.62, 0.10, 0.10}, {0.14, 0.26, 0.50}, {0.78, 0.79, 0.80}, {0.16, 0.17, 0.19},
-    {0.93, 0.93, 0.91}, {0.12, 0.36, 0.27}, {0.40, 0.43, 0.46}, {0.66, 0.38, 0.14},
+    {0.62, 0.10, 0.10}, {0.14, 0.26, 0.50}, {0.78, 0.79, 0.80}, {0.16, 0.17, 0.19}, {0.93, 0.93, 0.91},
+    {0.12, 0.36, 0.27}, {0.40, 0.43, 0.46}, {0.66, 0.38, 0.14}, {0.90, 0.70, 0.12},
 };
 
-char Letter(Random& random) {
-    // Without those that look like digits.
-    constexpr std::string_view letters = "ABCDEFGHJKLMNPRSTUVWXYZ";
-    return letters[static_cast<std::size_t>(random.Below(static_cast<int>(letters.size())))];
-}
+constexpr std::string_view letters = "ABCDEFGHJKLMNPRSTUVWXYZ";
+constexpr std::string_view allLetters = "ABCDEFGHIJKLMNOPQRSTUVWXYZ";
+constexpr std::string_view digits = "23456789";
+constexpr std::string_view allDigits = "0123456789";
 
-char Digit(Random& random) {
-    return static_cast<char>('0' + random.Below(10));
-}
-
-std::string MakePlate(Random& random) {
-    std::string plate;
-    plate += Letter(random);
-    plate += Letter(random);
-    for (int i = 0; i < 4; ++i) {
-        plate += Digit(random);
+/// What may stand in a place: what looks like a digit only where no format has one, the digits that look like letters
+/// only where every format has a digit.
+std::string_view CharactersFor(std::string_view format, std::size_t place) {
+    if (place == 1) {
+        return allLetters;
     }
-    plate += Letter(random);
-    plate += Letter(random);
-    return plate;
+    if (place == 3) {
+        return allDigits;
+    }
+    return format[place] == '1' ? digits : letters;
 }
 
-double SecondsReadable(const Appointment& appointment) {
-    const double seconds = (farthestReading - nearestReading) / appointment.speed;
-    return appointment.manner == Manner::ComesAndStops ? seconds + stopSeconds + 4.0 : seconds;
+/// Of the characters that may stand in a place, `wanted` ones are preferred.
+std::string MakePlate(std::string_view format, const std::string& wanted, Random& random) {
+    constexpr double preference = 0.6;
+    const auto anyOf = [&](std::string_view characters) {
+        return characters[static_cast<std::size_t>(random.Below(static_cast<int>(characters.size())))];
+    };
+    std::string plate;
+    for (std::size_t i = 0; i < format.size(); ++i) {
+        const std::string_view possible = CharactersFor(format, i);
+        std::string preferred;
+        std::copy_if(wanted.begin(), wanted.end(), std::back_inserter(preferred),
+                     [&](char character) { return possible.find(character) != std::string_view::npos; });
+        plate += !preferred.empty() && random.Unit() < preference ? anyOf(preferred) : anyOf(possible);
+    }
+    return plate;
 }
 
 std::vector<Pixel> HullOf(const Vehicle& vehicle, const Place& place, const Camera& camera) {
@@ -150,6 +162,74 @@ bool InPicture(const PlateCorners& corners, int width, int height) {
     });
 }
 
+bool IsReadable(const PlateKind& kind, const PlateCorners& corners, int width) {
+    // Counted in pixels of the usual size.
+    const double unit = width / 1280.0;
+    const double plateWidth = std::hypot(corners[2].x - corners[0].x, corners[2].y - corners[0].y);
+    const double plateHeight = std::hypot(corners[1].x - corners[0].x, corners[1].y - corners[0].y);
+    return plateWidth >= 50 * unit && plateHeight * kind.characterHeight / kind.height >= 9 * unit;
+}
+
+/// The seconds between which a vehicle's plate can be read.
+struct Appearance {
+    double first = 0;
+    double last = 0;
+};
+
+Appearance AppearanceOf(const Vehicle& vehicle) {
+    const Camera camera(1280, 720);
+    constexpr double step = 0.04;
+    constexpr double longest = 20.0;
+    Appearance appearance{vehicle.enters, vehicle.enters};
+    for (double second = vehicle.enters; second < vehicle.enters + longest; second += step) {
+        const auto view = ViewPlates({vehicle}, second, camera, 1280, 720)[0];
+        if (view && view->readable) {
+            appearance.last = second;
+        }
+    }
+    return appearance;
+}
+
+/// Gives the vehicles plates that the tracker never takes for each other. While it does not see one vehicle it takes a
+/// reading of another that came later for it, though far away, when the texts have two characters in common, in their
+/// order; and a misreading or two may make as many more common.
+void GivePlates(std::vector<Vehicle>& vehicles, Random& random) {
+    std::vector<Appearance> appearances;
+    for (const Vehicle& vehicle : vehicles) {
+        appearances.push_back(AppearanceOf(vehicle));
+    }
+    const auto differEnough = [&](std::size_t earlier, std::size_t later) {
+        constexpr double spare = 1.5;  // seconds
+        if (appearances[later].first > appearances[earlier].last + secondsToGiveUp + spare) {
+            return vehicles[earlier].plate != vehicles[later].plate;
+        }
+        return CommonCharacters(vehicles[earlier].plate, vehicles[later].plate) == 0;
+    };
+    constexpr int tries = 2000;
+    constexpr int attempts = 200;
+    for (int attempt = 0; attempt < attempts; ++attempt) {
+        std::string wanted(allLetters);
+        wanted += allDigits;
+        bool found = true;
+        for (std::size_t i = 0; i < vehicles.size() && found; ++i) {
+            found = false;
+            for (int trial = 0; trial < tries && !found; ++trial) {
+                vehicles[i].plate = MakePlate(KindOf(vehicles[i].design).format, wanted, random);
+                found = true;
+                for (std::size_t other = 0; other < i && found; ++other) {
+                    found = differEnough(other, i);
+                }
+            }
+            std::erase_if(wanted,
+                          [&](char character) { return vehicles[i].plate.find(character) != std::string::npos; });
+        }
+        if (found && wanted.empty()) {
+            return;
+        }
+    }
+    throw std::runtime_error("the vehicles cannot be given plates that differ enough");
+}
+
 }  // namespace
 
 double TurnOffLaneX(double z) {
@@ -160,20 +240,21 @@ double TurnOffLaneX(double z) {
 }
 
 Place Vehicle::PlaceAt(double second) const {
-    const double since = second - readableFrom;
+    const double since = second - enters;
     Place place;
-    if (manner == Manner::Goes) {
-        place.x = goingLaneX;
-        place.z = nearestReading + speed * since;
+    double travelled = speed * since;
+    if (manner == Manner::ComesAndStops) {
+        travelled = StoppingDistance(speed, comingFrom - stopLineZ - beforeStopLine, since, place.standing);
+    }
+    if (ShowsItsRear()) {
+        place.x = goingLaneX + aside;
+        place.z = goingFrom + travelled;
         return place;
     }
-    place.x = comingLaneX;
-    place.z = farthestReading - speed * since;
-    if (manner == Manner::ComesAndStops) {
-        place.z = farthestReading - StoppingDistance(speed, since, place.standing);
-    }
+    place.x = comingLaneX + aside;
+    place.z = comingFrom - travelled;
     if (manner == Manner::ComesAndTurnsOff) {
-        place.x = TurnOffLaneX(place.z);
+        place.x = TurnOffLaneX(place.z) + aside;
         constexpr double step = 0.5;
         place.turn = std::atan2(TurnOffLaneX(place.z + step) - TurnOffLaneX(place.z - step), 2 * step);
     }
@@ -184,33 +265,36 @@ std::vector<Vehicle> MakeTraffic(std::uint64_t seed, double seconds) {
     Random random(seed);
     std::vector<Vehicle> vehicles;
     for (double roundStart = 0; roundStart < seconds; roundStart += roundSeconds) {
-        std::string firstTaxiPlate;
-        for (std::size_t i = 0; i < std::size(appointments); ++i) {
-            const Appointment& appointment = appointments[i];
+        for (const Appointment& appointment : appointments) {
             Vehicle vehicle;
-            vehicle.plate = MakePlate(random);
+            vehicle.design = appointment.design;
             vehicle.shape = appointment.shape;
             vehicle.manner = appointment.manner;
             vehicle.colour = paints[static_cast<std::size_t>(random.Below(static_cast<int>(std::size(paints))))];
             vehicle.speed = appointment.speed * random.Between(0.99, 1.01);
-            vehicle.readableFrom = roundStart + appointment.second + random.Between(-0.02, 0.02);
-            if (i == firstTaxi) {
-                firstTaxiPlate = vehicle.plate;
-                vehicle.colour = taxiColour;
-            }
-            if (i == secondTaxi) {
-                // Two of one owner, whose plates differ in one digit.
-                char& digit = firstTaxiPlate[5];
-                digit = digit == '9' ? '0' : static_cast<char>(digit + 1);
-                vehicle.plate = firstTaxiPlate;
-                vehicle.colour = taxiColour;
-            }
-            if (vehicle.readableFrom + SecondsReadable(appointment) + secondsToGiveUp <= seconds) {
-                vehicles.push_back(vehicle);
-            }
+            vehicle.enters = roundStart + appointment.second + random.Between(-0.02, 0.02);
+            vehicle.aside = random.Between(-0.2, 0.2);
+            vehicle.crooked = random.Between(-0.05, 0.05);
+            vehicle.dirt = random.Between(0.0, 0.35);
+            vehicles.push_back(vehicle);
         }
     }
+    GivePlates(vehicles, random);
+    std::erase_if(vehicles,
+                  [&](const Vehicle& vehicle) { return AppearanceOf(vehicle).last + secondsToGiveUp > seconds; });
     return vehicles;
+}
+
+std::size_t CommonCharacters(const std::string& a, const std::string& b) {
+    std::vector<std::size_t> above(b.size() + 1);
+    for (const char character : a) {
+        std::vector<std::size_t> row(b.size() + 1);
+        for (std::size_t i = 0; i < b.size(); ++i) {
+            row[i + 1] = character == b[i] ? above[i] + 1 : std::max(above[i + 1], row[i]);
+        }
+        above = row;
+    }
+    return above.back();
 }
 
 Extent ExtentOf(VehicleShape shape) {
@@ -231,21 +315,27 @@ Point OnVehicle(const Place& place, double right, double up, double behind) {
     return {place.x + right * cosine + behind * sine, up, place.z - right * sine + behind * cosine};
 }
 
-PlateCorners PlateCornersAt(const Vehicle& vehicle, const Place& place, const Camera& camera) {
-    const double top = vehicle.PlateHeight() + plateHeight / 2;
-    const double bottom = vehicle.PlateHeight() - plateHeight / 2;
-    return {camera.Project(OnVehicle(place, -plateWidth / 2, top, 0)),
-            camera.Project(OnVehicle(place, -plateWidth / 2, bottom, 0)),
-            camera.Project(OnVehicle(place, plateWidth / 2, top, 0)),
-            camera.Project(OnVehicle(place, plateWidth / 2, bottom, 0))};
+Point OnPlate(const Vehicle& vehicle, const Place& place, double right, double up) {
+    const double cosine = std::cos(vehicle.crooked);
+    const double sine = std::sin(vehicle.crooked);
+    return OnVehicle(place, right * cosine + up * sine, vehicle.PlateHeight() - right * sine + up * cosine, 0);
 }
 
-std::vector<std::optional<PlateCorners>> ReadablePlates(const std::vector<Vehicle>& vehicles, double second,
-                                                        const Camera& camera, int width, int height) {
-    std::vector<std::optional<PlateCorners>> plates(vehicles.size());
+PlateCorners PlateCornersAt(const Vehicle& vehicle, const Place& place, const Camera& camera) {
+    const double right = KindOf(vehicle.design).width / 2;
+    const double up = KindOf(vehicle.design).height / 2;
+    return {camera.Project(OnPlate(vehicle, place, -right, up)), camera.Project(OnPlate(vehicle, place, -right, -up)),
+            camera.Project(OnPlate(vehicle, place, right, up)), camera.Project(OnPlate(vehicle, place, right, -up))};
+}
+
+PlateViews ViewPlates(const std::vector<Vehicle>& vehicles, double second, const Camera& camera, int width,
+                      int height) {
+    constexpr double farthest = 60.0;
+    constexpr double nearest = 8.0;
+    PlateViews views(vehicles.size());
     for (std::size_t i = 0; i < vehicles.size(); ++i) {
         const Place place = vehicles[i].PlaceAt(second);
-        if (place.z < nearestReading - 1 || place.z > farthestReading) {
+        if (place.z < nearest || place.z > farthest) {
             continue;
         }
         const PlateCorners corners = PlateCornersAt(vehicles[i], place, camera);
@@ -262,10 +352,10 @@ std::vector<std::optional<PlateCorners>> ReadablePlates(const std::vector<Vehicl
                                [&](const Pixel& corner) { return InHull(hull, corner); });
         });
         if (!hidden) {
-            plates[i] = corners;
+            views[i] = PlateView{corners, IsReadable(KindOf(vehicles[i].design), corners, width)};
         }
     }
-    return plates;
+    return views;
 }
 
 }  // namespace road_clip

@@ -7,18 +7,13 @@
 #include <vector>
 
 #include "tools/clip/geometry.h"
+#include "tools/clip/plate.h"
 
 namespace road_clip {
 
 enum class VehicleShape { Car, Van, Truck };
 
 enum class Manner { Comes, Goes, ComesAndStops, ComesAndTurnsOff };
-
-struct Colour {
-    double red = 0;
-    double green = 0;
-    double blue = 0;
-};
 
 /// Where a vehicle is: the middle of the end that the camera sees, on the ground.
 struct Place {
@@ -30,33 +25,41 @@ struct Place {
 
 struct Vehicle {
     std::string plate;
+    PlateDesign design = PlateDesign::European;
     VehicleShape shape = VehicleShape::Car;
     Manner manner = Manner::Comes;
     Colour colour;
-    double speed = 0;         ///< metres per second, when nothing stops it
-    double readableFrom = 0;  ///< the second at which its plate comes near enough, or into the picture
+    double speed = 0;    ///< metres per second, when nothing stops it
+    double enters = 0;   ///< the second at which it passes the place from which its plate may be readable
+    double aside = 0;    ///< to the right of its lane's middle, in metres
+    double crooked = 0;  ///< how its plate is screwed on, clockwise, in radians
+    double dirt = 0;     ///< on its plate, 0 to 1
 
     bool ShowsItsRear() const { return manner == Manner::Goes; }
     double PlateHeight() const { return shape == VehicleShape::Truck ? 0.70 : 0.43; }  ///< of the middle, in metres
     Place PlaceAt(double second) const;
 };
 
-/// Distances between which plates are large enough to be read and not below the picture.
-inline constexpr double farthestReading = 40.0;
-inline constexpr double nearestReading = 14.6;
+/// Where vehicles enter: those that come, and those that go.
+inline constexpr double comingFrom = 36.5;
+inline constexpr double goingFrom = 18.0;
 /// Behind this the road is out of the picture.
 inline constexpr double farthestVisible = 130.0;
 
-inline constexpr double plateWidth = 0.68;
-inline constexpr double plateHeight = 0.165;
+/// The length of one round of traffic, and with it of the whole clip.
+inline constexpr double roundSeconds = 52.4;
 
 /// The x of the middle of the lane that turns off, at a distance.
 double TurnOffLaneX(double z);
-inline constexpr double comingLaneX = -1.9;
-inline constexpr double goingLaneX = 1.9;
+inline constexpr double comingLaneX = -1.1;
+inline constexpr double goingLaneX = 2.9;
+inline constexpr double stopLineZ = 18.6;
 
-/// The clip's vehicles, in the order in which their plates become readable.
+/// The clip's vehicles, in the order in which they enter.
 std::vector<Vehicle> MakeTraffic(std::uint64_t seed, double seconds);
+
+/// The length of the longest text that is left of both when characters are struck out.
+std::size_t CommonCharacters(const std::string& a, const std::string& b);
 
 /// Half the width, the height and the length of a vehicle, in metres.
 struct Extent {
@@ -70,10 +73,20 @@ Extent ExtentOf(VehicleShape shape);
 /// behind the end that the camera sees.
 Point OnVehicle(const Place& place, double right, double up, double behind);
 
+/// A point of a vehicle's plate, given from the plate's middle.
+Point OnPlate(const Vehicle& vehicle, const Place& place, double right, double up);
+
 PlateCorners PlateCornersAt(const Vehicle& vehicle, const Place& place, const Camera& camera);
 
-/// Each vehicle's plate where it can be read in that frame: large enough, wholly in the picture, hidden by nothing.
-std::vector<std::optional<PlateCorners>> ReadablePlates(const std::vector<Vehicle>& vehicles, double second,
-                                                        const Camera& camera, int width, int height);
+/// A plate that is wholly in the picture and hidden by nothing.
+struct PlateView {
+    PlateCorners corners;
+    bool readable = false;  ///< large enough: its characters at least 9 pixels high, itself at least 50 pixels wide
+};
+
+/// Each vehicle's plate in one frame.
+using PlateViews = std::vector<std::optional<PlateView>>;
+
+PlateViews ViewPlates(const std::vector<Vehicle>& vehicles, double second, const Camera& camera, int width, int height);
 
 }  // namespace road_clip

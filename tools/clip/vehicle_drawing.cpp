@@ -5,6 +5,8 @@
 #include <initializer_list>
 #include <vector>
 
+#include "tools/clip/plate_drawing.h"
+
 namespace road_clip {
 namespace {
 
@@ -52,7 +54,7 @@ class VehiclePen {
         if (!Faces(spots, inside, normal)) {
             return false;
         }
-        static const Point light = Normalised({-0.45, 0.80, -0.50});
+        static const Point light = Normalised(towardsSun);
         const double shade = 0.50 + 0.55 * std::max(Dot(normal, light), 0.0);
         Fill(spots, Scaled(paint, shade * (1 + gloss)), Scaled(paint, shade * (1 - gloss)));
         return true;
@@ -81,16 +83,27 @@ class VehiclePen {
             lowest = std::max(lowest, pixel.y);
         }
         cairo_close_path(context);
-        cairo_pattern_t* const pattern = cairo_pattern_create_linear(0, highest, 0, lowest);
-        cairo_pattern_add_color_stop_rgb(pattern, 0, top.red, top.green, top.blue);
-        cairo_pattern_add_color_stop_rgb(pattern, 1, bottom.red, bottom.green, bottom.blue);
-        cairo_set_source(context, pattern);
-        cairo_fill_preserve(context);
+        const Colour middle{(top.red + bottom.red) / 2, (top.green + bottom.green) / 2, (top.blue + bottom.blue) / 2};
+        // Where nobody sees one colour pass into another, one is enough.
+        constexpr double flatHeight = 4.0;
+        constexpr double flatDifference = 0.08;
+        if (lowest - highest > flatHeight && std::abs(top.green - bottom.green) + std::abs(top.red - bottom.red) >
+                                                 flatDifference * (top.green + top.red)) {
+            cairo_pattern_t* const pattern = cairo_pattern_create_linear(0, highest, 0, lowest);
+            cairo_pattern_add_color_stop_rgb(pattern, 0, top.red, top.green, top.blue);
+            cairo_pattern_add_color_stop_rgb(pattern, 1, bottom.red, bottom.green, bottom.blue);
+            cairo_set_source(context, pattern);
+            cairo_pattern_destroy(pattern);
+            cairo_fill_preserve(context);
+            cairo_set_source_rgb(context, middle.red, middle.green, middle.blue);
+        } else {
+            cairo_set_source_rgb(context, middle.red, middle.green, middle.blue);
+            cairo_fill_preserve(context);
+        }
         // Closes the seams between neighbouring panels.
         cairo_set_line_width(context, 0.7);
         cairo_set_line_join(context, CAIRO_LINE_JOIN_ROUND);
         cairo_stroke(context);
-        cairo_pattern_destroy(pattern);
     }
 
     void Fill(const std::vector<Spot>& spots, const Colour& colour) { Fill(spots, colour, colour); }
@@ -248,85 +261,21 @@ void DrawTyres(VehiclePen& pen, double inner, double outer, double back) {
     pen.Both(inner, outer, 0.0, 0.40, back, tyre, tyre);
 }
 
-/// The plate: a dark frame, a white field, the text in characters of one width each.
-void DrawPlate(VehiclePen& pen) {
-    cairo_t* const context = pen.Context();
-    const double middle = pen.Drawn().PlateHeight();
-    const auto project = [&](double right, double up) {
-        return pen.Seen().Project(OnVehicle(pen.Where(), right, middle + up, 0));
-    };
-    const auto field = [&](double halfWidth, double halfHeight, const Colour& colour) {
-        cairo_new_path(context);
-        for (const auto& [right, up] :
-             {std::pair{-1.0, 1.0}, std::pair{1.0, 1.0}, std::pair{1.0, -1.0}, std::pair{-1.0, -1.0}}) {
-            const Pixel pixel = project(right * halfWidth, up * halfHeight);
-            cairo_line_to(context, pixel.x, pixel.y);
-        }
-        cairo_close_path(context);
-        cairo_set_source_rgb(context, colour.red, colour.green, colour.blue);
-        cairo_fill(context);
-    };
-    constexpr Colour ink{0.05, 0.05, 0.08};
-    constexpr Colour white{0.96, 0.96, 0.94};
-    field(plateWidth / 2 + 0.022, plateHeight / 2 + 0.022, trim);
-    field(plateWidth / 2, plateHeight / 2, white);
-    field(plateWidth / 2 - 0.008, plateHeight / 2 - 0.008, ink);
-    field(plateWidth / 2 - 0.013, plateHeight / 2 - 0.013, white);
-
-    // Outlines are taken at a large size and then laid onto the plate, point by point.
-    constexpr double size = 100;
-    cairo_save(context);
-    cairo_identity_matrix(context);
-    cairo_select_font_face(context, "DejaVu Sans", CAIRO_FONT_SLANT_NORMAL, CAIRO_FONT_WEIGHT_BOLD);
-    cairo_set_font_size(context, size);
-    cairo_text_extents_t capital;
-    cairo_text_extents(context, "H", &capital);
-    const double scaleUp = (plateHeight - 0.055) / capital.height;
-    const std::string& text = pen.Drawn().plate;
-    // Small gaps set the groups of letters and digits apart.
-    constexpr double groupGap = 0.025;
-    const double cell = (plateWidth - 0.05 - 2 * groupGap) / static_cast<double>(text.size());
-    double left = -plateWidth / 2 + 0.025;
-    for (std::size_t i = 0; i < text.size(); ++i) {
-        if (i == 2 || i == 6) {
-            left += groupGap;
-        }
-        const std::string character(1, text[i]);
-        cairo_text_extents_t extents;
-        cairo_text_extents(context, character.c_str(), &extents);
-        const double scaleRight = std::min(scaleUp, cell * 0.86 / extents.width);
-        const double start = left + (cell - extents.width * scaleRight) / 2 - extents.x_bearing * scaleRight;
-        const auto lay = [&](const cairo_path_data_t& point) {
-            return project(start + point.point.x * scaleRight, -capital.height * scaleUp / 2 - point.point.y * scaleUp);
-        };
-        cairo_new_path(context);
-        cairo_move_to(context, 0, 0);
-        cairo_text_path(context, character.c_str());
-        cairo_path_t* const path = cairo_copy_path_flat(context);
-        cairo_new_path(context);
-        for (int k = 0; k < path->num_data; k += path->data[k].header.length) {
-            const cairo_path_data_t* const data = &path->data[k];
-            if (data->header.type == CAIRO_PATH_CLOSE_PATH) {
-                cairo_close_path(context);
-                continue;
-            }
-            const Pixel pixel = lay(data[1]);
-            if (data->header.type == CAIRO_PATH_MOVE_TO) {
-                cairo_move_to(context, pixel.x, pixel.y);
-            } else {
-                cairo_line_to(context, pixel.x, pixel.y);
-            }
-        }
-        cairo_path_destroy(path);
-        cairo_set_source_rgb(context, ink.red, ink.green, ink.blue);
-        cairo_fill(context);
-        left += cell;
-    }
-    cairo_restore(context);
-}
-
 bool HazardLightsOn(const Place& place, double second) {
     return place.standing && std::fmod(second, 0.8) < 0.4;
+}
+
+/// Upright bars between two lighter ones, which look like a row of letters from afar.
+void DrawGrille(VehiclePen& pen, double halfWidth, double bottom, double top) {
+    const double end = pen.End();
+    pen.Fill(VehiclePen::Across(-halfWidth, halfWidth, bottom, top, end), trim);
+    constexpr int bars = 11;
+    for (int i = 0; i < bars; ++i) {
+        const double middle = halfWidth * (2.0 * (i + 0.5) / bars - 1);
+        pen.Fill(VehiclePen::Across(middle - 0.008, middle + 0.008, bottom + 0.01, top - 0.01, end),
+                 Scaled(chrome, 0.65));
+    }
+    pen.Fill(VehiclePen::Across(-halfWidth, halfWidth, top - 0.012, top, end), chrome);
 }
 
 void DrawCar(VehiclePen& pen, double second) {
@@ -348,8 +297,7 @@ void DrawCar(VehiclePen& pen, double second) {
     }
     DrawCabin(pen, {1.25, 4.05, 0.92, 0.82, 1.95, 3.45, 1.45, 0.63, true}, paint);
     if (pen.Front()) {
-        pen.Fill(VehiclePen::Across(-0.44, 0.44, 0.55, 0.63, end), trim);
-        pen.Fill(VehiclePen::Across(-0.10, 0.10, 0.56, 0.62, end), chrome);
+        DrawGrille(pen, 0.44, 0.54, 0.66);
         pen.Both(0.48, 0.78, 0.53, 0.64, end, lampWhite, Scaled(lampWhite, 0.7));
         pen.Fill(VehiclePen::Across(-0.60, 0.60, 0.22, 0.31, end), trim);
         if (HazardLightsOn(pen.Where(), second)) {
@@ -380,8 +328,7 @@ void DrawVan(VehiclePen& pen, double second) {
     }
     DrawCabin(pen, {0.65, 5.00, 1.10, 0.95, 1.35, 4.94, 2.05, 0.86, true}, paint);
     if (pen.Front()) {
-        pen.Fill(VehiclePen::Across(-0.50, 0.50, 0.58, 0.76, end), trim);
-        pen.Fill(VehiclePen::Across(-0.48, 0.48, 0.66, 0.68, end), chrome);
+        DrawGrille(pen, 0.50, 0.56, 0.78);
         pen.Both(0.54, 0.86, 0.60, 0.80, end, lampWhite, Scaled(lampWhite, 0.7));
         pen.Fill(VehiclePen::Across(-0.72, 0.72, 0.24, 0.32, end), trim);
         if (HazardLightsOn(pen.Where(), second)) {
@@ -393,6 +340,28 @@ void DrawVan(VehiclePen& pen, double second) {
         pen.Fill(VehiclePen::Across(-0.92, 0.92, 0.22, 0.32, end), trim);
         pen.Both(0.78, 0.94, 0.62, 1.06, end, lampRed, Scaled(lampRed, 0.6));
         pen.Both(0.80, 0.92, 0.76, 0.84, end, lampAmber, lampAmber);
+    }
+}
+
+/// What stands on the rear: the owner's business, or the model.
+void DrawWords(VehiclePen& pen, Lettering& lettering) {
+    const auto words = [&](const char* text, double right, double up, double height, double width, const Colour& ink) {
+        const Surface surface = [&](double x, double y) {
+            return pen.Seen().Project(OnVehicle(pen.Where(), right + x, up + y, 0));
+        };
+        DrawLine(pen.Context(), lettering, surface, plateTypefaces[1], text, height, width, ink);
+    };
+    switch (pen.Drawn().shape) {
+        case VehicleShape::Car:
+            words("GL 200", 0.52, 0.745, 0.035, 0.30, chrome);
+            break;
+        case VehicleShape::Van:
+            words("ELEKTRO", -0.42, 0.82, 0.085, 0.62, {0.92, 0.92, 0.90});
+            break;
+        case VehicleShape::Truck:
+            words("MOVING", -0.55, 2.0, 0.22, 0.95, {0.95, 0.95, 0.93});
+            words("24 HOURS", 0.55, 2.0, 0.14, 0.85, {0.95, 0.95, 0.93});
+            break;
     }
 }
 
@@ -428,15 +397,47 @@ void DrawTruck(VehiclePen& pen) {
     pen.Both(0.58, 0.70, 0.66, 0.84, length, lampAmber, Scaled(lampAmber, 0.7));
 }
 
+/// The part of a vehicle that lies in the shadow across the road, taken on the plane of its plate. Drawn over what is
+/// in the picture already.
+void DrawShadowBand(cairo_t* context, const Camera& camera, const Place& place, double strength) {
+    // A point above the ground is as dark as that ground is to which the sun's ray through it comes.
+    const double right = -towardsSun.x / towardsSun.y;
+    const double back = -towardsSun.z / towardsSun.y;
+    constexpr double top = 4.0;
+    const auto edge = [&](double line, double up) {
+        const double x = (place.z + back * up - line) / shadowBand.slope - right * up;
+        return camera.Project({x, up, place.z});
+    };
+    constexpr int layers = 4;
+    for (int layer = 0; layer < layers; ++layer) {
+        const double soft = 0.09 * layer;
+        const Pixel corners[] = {edge(shadowBand.near + soft, 0.0), edge(shadowBand.near + soft, top),
+                                 edge(shadowBand.far - soft, top), edge(shadowBand.far - soft, 0.0)};
+        cairo_new_path(context);
+        for (const Pixel& corner : corners) {
+            cairo_line_to(context, corner.x, corner.y);
+        }
+        cairo_close_path(context);
+        cairo_set_source_rgba(context, 0.02, 0.02, 0.05, 0.16 * strength);
+        cairo_fill(context);
+    }
+}
+
+/// Where the shadow's band can touch a vehicle of this length.
+bool MeetsShadowBand(const Place& place) {
+    return place.z > shadowBand.near - 6.0 && place.z < shadowBand.far + 4.0;
+}
+
 }  // namespace
 
-void DrawShadow(cairo_t* context, const Camera& camera, const Vehicle& vehicle, const Place& place) {
+void DrawShadow(cairo_t* context, const Camera& camera, const Vehicle& vehicle, const Place& place, double strength) {
     const Extent extent = ExtentOf(vehicle.shape);
-    // Several layers, each a little larger, make a soft edge; the sun stands behind the camera's left shoulder.
-    constexpr int layers = 6;
+    // Several layers, each a little larger, make a soft edge. Under a clouded sky there is shadow below the vehicle
+    // alone.
+    constexpr int layers = 4;
     for (int layer = 0; layer < layers; ++layer) {
-        const double grow = 0.06 * layer - 0.10;
-        const double shift = 0.28 * extent.height;
+        const double grow = 0.09 * layer - 0.10;
+        const double shift = 0.56 * extent.height * strength;
         const Spot corners[] = {{-extent.halfWidth - grow, 0, -grow},
                                 {extent.halfWidth + grow, 0, -grow},
                                 {extent.halfWidth + grow + shift, 0, shift},
@@ -449,12 +450,17 @@ void DrawShadow(cairo_t* context, const Camera& camera, const Vehicle& vehicle, 
             cairo_line_to(context, pixel.x, pixel.y);
         }
         cairo_close_path(context);
-        cairo_set_source_rgba(context, 0.02, 0.02, 0.05, 0.13);
+        cairo_set_source_rgba(context, 0.02, 0.02, 0.05, 0.13 + 0.08 * strength);
         cairo_fill(context);
     }
 }
 
-void DrawVehicle(cairo_t* context, const Camera& camera, const Vehicle& vehicle, const Place& place, double second) {
+void DrawVehicle(cairo_t* context, Lettering& lettering, const Camera& camera, const Vehicle& vehicle,
+                 const Place& place, const Light& light, double second) {
+    const bool shaded = light.sun > 0.02 && MeetsShadowBand(place);
+    if (shaded) {
+        cairo_push_group(context);
+    }
     VehiclePen pen(context, camera, vehicle, place);
     switch (vehicle.shape) {
         case VehicleShape::Car:
@@ -467,7 +473,25 @@ void DrawVehicle(cairo_t* context, const Camera& camera, const Vehicle& vehicle,
             DrawTruck(pen);
             break;
     }
-    DrawPlate(pen);
+    if (vehicle.ShowsItsRear()) {
+        DrawWords(pen, lettering);
+    }
+    DrawPlate(context, lettering, camera, vehicle, place);
+    if (shaded) {
+        cairo_set_operator(context, CAIRO_OPERATOR_ATOP);
+        DrawShadowBand(context, camera, place, light.sun);
+        cairo_pop_group_to_source(context);
+        cairo_paint(context);
+    }
+}
+
+std::vector<Point> LampsOf(const Vehicle& vehicle, const Place& place) {
+    if (vehicle.ShowsItsRear()) {
+        return {};
+    }
+    const double right = vehicle.shape == VehicleShape::Car ? 0.64 : 0.71;
+    const double up = vehicle.shape == VehicleShape::Car ? 0.585 : 0.70;
+    return {OnVehicle(place, -right, up, 0), OnVehicle(place, right, up, 0)};
 }
 
 }  // namespace road_clip

@@ -92,11 +92,13 @@ struct VideoWriter::State {
         encoder->color_range = AVCOL_RANGE_MPEG;
         // The number of threads is fixed because the stream depends on it.
         encoder->thread_count = 4;
-        encoder->bit_rate = 4'000'000;
+        encoder->bit_rate = 2'500'000;
         if (std::string(codec->name) == "libx264") {
             encoder->bit_rate = 0;
-            av_opt_set(encoder->priv_data, "preset", "veryfast", 0);
-            av_opt_set(encoder->priv_data, "crf", "20", 0);
+            av_opt_set(encoder->priv_data, "preset", "superfast", 0);
+            av_opt_set(encoder->priv_data, "crf", "27", 0);
+            // The same bytes on every processor.
+            av_opt_set(encoder->priv_data, "x264-params", "cpu-independent=1:trellis=0:rc-lookahead=10", 0);
         }
         if ((format->oformat->flags & AVFMT_GLOBALHEADER) != 0) {
             encoder->flags |= AV_CODEC_FLAG_GLOBAL_HEADER;

@@ -1,0 +1,32 @@
+/// What a camera makes of the light that falls into it.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <vector>
+
+#include "tools/clip/light.h"
+
+namespace road_clip {
+
+/// Pictures of 4 bytes a pixel: blue, green, red, unused. One thread at a time.
+class Sensor {
+  public:
+    Sensor(int width, int height, std::uint64_t seed);
+
+    /// Takes over a picture as its lens draws it, a little unsharp, and as bright as the light is.
+    void Expose(const std::uint8_t* from, int fromStride, const Light& light, std::uint8_t* to, int toStride);
+
+    /// The noise depends on the frame's number.
+    void AddNoise(std::uint8_t* pixels, int stride, double deviation, std::uint64_t frame) const;
+
+  private:
+    std::size_t rowBytes;
+    int height;
+    std::uint64_t seed;
+    std::vector<std::int8_t> noise;
+    std::vector<std::uint16_t> factors;  ///< of every byte of a row
+    std::vector<std::uint16_t> column;
+};
+
+}  // namespace road_clip
