@@ -1,27 +1,19 @@
 // The recognition server.
 
+#include <filesystem>
+#include <iostream>
+
+#include "tools/reading/plate_frame_reader.h"
+#include "tools/server/configuration.h"
 #include "tools/server/program.h"
 #include "tools/server/service.h"
 
-namespace {
-
-// Reads nothing, until there is what reads.
-class NoFrameReader final : public plate_reading::FrameReader {
-  public:
-    std::vector<plate_reading::Reading> Read(const plate_reading::Picture&, const std::optional<plate_reading::Region>&,
-                                             const std::optional<plate_reading::WidthRange>&) override {
-        return {};
-    }
-};
-
-/// The one place that says who reads.
-std::unique_ptr<plate_reading::FrameReader> MakeFrameReader() {
-    return std::make_unique<NoFrameReader>();
-}
-
-}  // namespace
-
 int main() {
-    reading_service::Service service(reading_service::Settings(), MakeFrameReader);
+    std::error_code ignored;
+    const std::filesystem::path program = std::filesystem::read_symlink("/proc/self/exe", ignored);
+    const plate_reading::ReadingOptions options =
+        reading_service::LoadConfiguration(program.parent_path(), std::cerr);
+    reading_service::Service service(reading_service::Settings(),
+                                     [options] { return plate_reading::MakePlateFrameReader(options); });
     return reading_service::RunUntilTold(service);
 }

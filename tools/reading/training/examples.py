@@ -1,0 +1,44 @@
+"""Examples drawn by another process while the network is trained."""
+import multiprocessing
+import random
+
+import cv2
+import numpy as np
+
+
+def _draw(make, seed, count, queue):
+    random.seed(seed)
+    np.random.seed(seed % 2**32)
+    cv2.setNumThreads(1)
+    draw = make()
+    while True:
+        queue.put([draw() for _ in range(count)])
+
+
+class Examples:
+    """Batches of which `fresh` were drawn for this batch; the rest were shown before.
+
+    `make` returns a function that draws one example; it runs in a process of its own.
+    """
+
+    def __init__(self, make, seed, batch, fresh, kept):
+        self.queue = multiprocessing.Queue(maxsize=16)
+        self.drawer = multiprocessing.Process(target=_draw, args=(make, seed, fresh, self.queue), daemon=True)
+        self.drawer.start()
+        self.batch, self.fresh, self.kept = batch, fresh, kept
+        self.shown = []
+        self.drawn = 0
+
+    def next_batch(self):
+        new = self.queue.get()
+        self.drawn += len(new)
+        old = random.choices(self.shown, k=self.batch - self.fresh) if self.shown else []
+        if len(self.shown) < self.kept:
+            self.shown.extend(new)
+        else:
+            for example in new:
+                self.shown[random.randrange(self.kept)] = example
+        return new + old
+
+    def stop(self):
+        self.drawer.terminate()

@@ -1,0 +1,185 @@
+#!/usr/bin/env python3
+"""train_reader.py OUT.onnx --minutes M [--seed S] [--from OUT.onnx.weights]
+
+Trains the network that reads the text of a strip, on strips drawn meanwhile. Input: 1 x 32 x 160, grey, less its mean, by
+its deviation. Output: 37 scores (none, 0-9, A-Z) for each of 40 columns.
+"""
+import argparse
+import random
+import time
+
+import numpy as np
+import torch
+import torch.nn as nn
+import torch.nn.functional as functional
+
+import plate_drawing
+import training
+from examples import Examples
+
+COLUMNS = 40
+CLASSES = len(plate_drawing.CHARACTERS) + 1
+
+
+def convolution(inputs, outputs, kernel, padding, **options):
+    return nn.Sequential(
+        nn.Conv2d(inputs, outputs, kernel, padding=padding, bias=False, **options), nn.BatchNorm2d(outputs), nn.ReLU()
+    )
+
+
+class Context(nn.Module):
+    """Lets each column see others of its row."""
+
+    def __init__(self, width, inner, dilation):
+        super().__init__()
+        self.change = nn.Sequential(
+            convolution(width, inner, 1, 0),
+            convolution(inner, inner, (1, 5), (0, 2 * dilation), dilation=(1, dilation)),
+            nn.Conv2d(inner, width, 1, bias=False),
+            nn.BatchNorm2d(width),
+        )
+
+    def forward(self, columns):
+        return functional.relu(columns + self.change(columns))
+
+
+class Reader(nn.Module):
+    def __init__(self):
+        super().__init__()
+        self.look = nn.Sequential(
+            convolution(1, 24, 5, 2, stride=2),
+            convolution(24, 48, 3, 1),
+            convolution(48, 72, 3, 1, stride=2),
+            convolution(72, 72, 3, 1),
+            convolution(72, 72, 3, 1),
+            nn.MaxPool2d((2, 1)),
+            convolution(72, 112, (4, 1), 0),
+        )
+        self.context = nn.Sequential(Context(112, 64, 1), Context(112, 64, 3), Context(112, 64, 6))
+        self.drop = nn.Dropout(0.1)
+        self.score = nn.Conv2d(112, CLASSES, 1)
+
+    def forward(self, strips):
+        return self.score(self.drop(self.context(self.look(strips))))
+
+
+def normalise(strips):
+    strips = strips.float()
+    mean = strips.mean((2, 3), keepdim=True)
+    return (strips - mean) / (strips.std((2, 3), keepdim=True, unbiased=False) + 4)
+
+
+def column_labels(text, spans):
+    """The class of each column; -1 where two characters meet."""
+    labels = np.zeros(COLUMNS, np.int64)
+    unsure = np.zeros(COLUMNS, bool)
+    for character, (first, last) in zip(text, spans / (plate_drawing.STRIP_WIDTH / COLUMNS)):
+        width, middle = last - first, (first + last) / 2
+        for column in range(max(0, int(np.floor(first))), min(COLUMNS, int(np.ceil(last)) + 1)):
+            distance = abs(column + 0.5 - middle)
+            if distance <= max(width * 0.28, 0.5):
+                labels[column] = plate_drawing.CHARACTERS.index(character) + 1
+                unsure[column] = False
+            elif distance < width * 0.45 and labels[column] == 0:
+                unsure[column] = True
+    labels[unsure] = -1
+    return labels
+
+
+def drawer():
+    fonts, photographs = plate_drawing.load_fonts(), plate_drawing.load_photographs()
+
+    def draw():
+        while True:
+            strip, text, spans = plate_drawing.draw_strip(fonts, photographs)
+            if len(spans) == len(text):
+                return strip, text, column_labels(text, spans)
+
+    return draw
+
+
+def read(scores):
+    """The plainest decoding: the best class of each column, repetitions and gaps taken out."""
+    texts = []
+    for row in scores.argmax(1).numpy():
+        text, before = "", 0
+        for label in row:
+            if label not in (before, 0):
+                text += plate_drawing.CHARACTERS[label - 1]
+            before = label
+        texts.append(text)
+    return texts
+
+
+def main():
+    parser = argparse.ArgumentParser()
+    parser.add_argument("out")
+    parser.add_argument("--minutes", type=float, required=True)
+    parser.add_argument("--seed", type=int, default=1)
+    parser.add_argument("--from", dest="start")
+    parser.add_argument("--rate", type=float, default=2.5e-3)
+    arguments = parser.parse_args()
+    torch.manual_seed(arguments.seed)
+    random.seed(arguments.seed)
+    torch.set_num_threads(1)
+
+    network = Reader()
+    if arguments.start:
+        network.load_state_dict(torch.load(arguments.start))
+    network = network.to(memory_format=torch.channels_last)
+    average = training.Average(network)
+    print(sum(value.numel() for value in network.parameters()), "parameters", flush=True)
+    examples = Examples(drawer, arguments.seed, batch=64, fresh=40, kept=60000)
+    optimiser = torch.optim.AdamW(network.parameters(), lr=arguments.rate, weight_decay=1e-2)
+    schedule = training.Schedule(optimiser, arguments.minutes, arguments.rate)
+    aligned = nn.CTCLoss(zero_infinity=True)
+    right = shown = 0
+    started = time.monotonic()
+
+    while schedule.progress() < 1:
+        schedule.step()
+        batch = examples.next_batch()
+        strips = torch.from_numpy(np.stack([strip for strip, _, _ in batch]))[:, None]
+        labels = torch.from_numpy(np.stack([label for _, _, label in batch]))
+        texts = [text for _, text, _ in batch]
+        strips = normalise(strips).contiguous(memory_format=torch.channels_last)
+        with torch.autocast("cpu", dtype=torch.bfloat16):
+            scores = network(strips)
+        scores = scores[:, :, 0, :].float()
+        # The columns' own classes first; then the text as a whole, wherever the characters stand.
+        early = schedule.progress() < 0.3 and not arguments.start
+        loss = functional.cross_entropy(scores, labels, ignore_index=-1) * (1.0 if early else 0.15)
+        if schedule.progress() > 0.15 or arguments.start:
+            targets = [[plate_drawing.CHARACTERS.index(character) + 1 for character in text] for text in texts]
+            loss = loss + 0.5 * aligned(
+                functional.log_softmax(scores, 1).permute(2, 0, 1),
+                torch.tensor(sum(targets, []), dtype=torch.long),
+                torch.full((len(batch),), COLUMNS, dtype=torch.long),
+                torch.tensor([len(target) for target in targets]),
+            )
+        optimiser.zero_grad()
+        loss.backward()
+        nn.utils.clip_grad_norm_(network.parameters(), 5.0)
+        optimiser.step()
+        average.add(network)
+
+        # On strips that were never shown before.
+        fresh = examples.fresh
+        right += sum(a == b for a, b in zip(read(scores[:fresh].detach()), texts[:fresh]))
+        shown += fresh
+        if schedule.steps % 200 == 0:
+            pace = (time.monotonic() - started) / schedule.steps * 1000
+            print(
+                f"step {schedule.steps} of time {schedule.progress():.3f} loss {loss.item():.4f} "
+                f"read {right / shown:.3f} drawn {examples.drawn} {pace:.0f} ms a step",
+                flush=True,
+            )
+            right = shown = 0
+        if schedule.steps % 1000 == 0:
+            training.save(average, torch.randn(1, 1, 32, 160), arguments.out, dynamic_axes={"picture": {0: "strips"}, "scores": {0: "strips"}})
+    training.save(average, torch.randn(1, 1, 32, 160), arguments.out, dynamic_axes={"picture": {0: "strips"}, "scores": {0: "strips"}})
+    examples.stop()
+
+
+if __name__ == "__main__":
+    main()

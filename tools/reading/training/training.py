@@ -1,0 +1,54 @@
+"""What the training of both networks shares."""
+import copy
+import math
+import time
+
+import torch
+
+
+class Average:
+    """The running average of a network's weights, which reads better than its last state."""
+
+    def __init__(self, network, decay=0.999):
+        self.network = copy.deepcopy(network).eval()
+        self.decay = decay
+        self.steps = 0
+
+    @torch.no_grad()
+    def add(self, network):
+        self.steps += 1
+        decay = min(self.decay, self.steps / (self.steps + 20))
+        for mean, value in zip(self.network.state_dict().values(), network.state_dict().values()):
+            if mean.dtype.is_floating_point:
+                mean.mul_(decay).add_(value, alpha=1 - decay)
+            else:
+                mean.copy_(value)
+
+
+class Schedule:
+    """Learning rate over the time that there is: a short climb, then half a cosine."""
+
+    def __init__(self, optimiser, minutes, peak, climb=200):
+        self.optimiser, self.seconds, self.peak, self.climb = optimiser, minutes * 60, peak, climb
+        self.started = time.monotonic()
+        self.steps = 0
+
+    def progress(self):
+        """0 at the start, 1 at the end."""
+        return (time.monotonic() - self.started) / self.seconds
+
+    def step(self):
+        share = min(1.0, self.progress())
+        rate = self.peak * min(1.0, self.steps / self.climb + 0.05) * 0.5 * (1 + math.cos(math.pi * share)) + 1e-5
+        for group in self.optimiser.param_groups:
+            group["lr"] = rate
+        self.steps += 1
+
+
+def save(average, example, path, **export):
+    """Writes the averaged network as ONNX, its weights for going on beside it."""
+    network = copy.deepcopy(average.network).to(memory_format=torch.contiguous_format).eval()
+    torch.save(network.state_dict(), path + ".weights")
+    torch.onnx.export(
+        network, example, path, opset_version=11, input_names=["picture"], output_names=["scores"], **export
+    )
