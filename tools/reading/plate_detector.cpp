@@ -12,8 +12,11 @@ namespace {
 // scales together leave none out; the largest takes what is lower too, the smallest what is higher.
 constexpr HeightRange best = {7.5f, 17.f};
 
-// A picture that is wider is searched at this width.
+// A picture that is wider is searched at this width, or, where that would leave more, at this share of its own: most of
+// the time goes into the largest scale, and what it takes away from small characters the reader could not read.
 constexpr float widest = 1280;
+constexpr float wide = 960;
+constexpr float wideShare = 0.8f;
 constexpr int narrowest = 48;
 constexpr int lowest = 24;
 
@@ -127,7 +130,8 @@ void PlateDetector::FindAtScale(cv::dnn::Net& network, const cv::Mat& grey, floa
 
 std::vector<TextRow> PlateDetector::Find(const cv::Mat& grey, const HeightRange& heights) {
     std::vector<TextRow> cells;
-    float scale = std::min(1.f, widest / static_cast<float>(grey.cols));
+    const auto width = static_cast<float>(grey.cols);
+    float scale = std::min(width > wide ? wideShare : 1.f, widest / width);
     for (std::size_t level = 0; level < levels; ++level, scale /= 2) {
         const bool largest = level == 0;
         const bool smallest = level + 1 == levels;

@@ -18,11 +18,14 @@ constexpr std::size_t mostReadings = 5;
 constexpr std::size_t fewestCharacters = 4;
 constexpr std::size_t mostCharacters = 9;
 
-// Rows that are read, the best of each finder; reading is what costs.
+// Rows that are read, the best of each finder; reading is what costs. Of those that the detector is not sure of only a
+// few are read, and none when a plate was read before them.
 constexpr std::size_t mostDetectedRows = 8;
+constexpr std::ptrdiff_t mostDoubtfulRows = 3;
+constexpr float sureScore = 0.6f;
 constexpr std::size_t mostFoundRows = 6;
 
-constexpr double leastConfidence = 0.2;
+constexpr double leastConfidence = 0.3;
 
 // Short texts occur by chance; a text of this length counts fully.
 constexpr double fullLength = 5.5;
@@ -84,9 +87,17 @@ class PlateFrameReader final : public FrameReader {
             heights.maximum = std::min(heights.maximum, static_cast<float>(widths->maximum) / leastAspect);
         }
         std::vector<RowText> texts;
-        ReadAll(grey, detector.Find(grey, heights), mostDetectedRows, widths, texts);
+        std::vector<TextRow> detected = Fitting(detector.Find(grey, heights), widths);
+        detected.resize(std::min(detected.size(), mostDetectedRows));
+        const auto doubtful =
+            std::find_if(detected.begin(), detected.end(), [](const TextRow& row) { return row.score < sureScore; });
+        ReadAll(grey, {detected.begin(), doubtful}, widths, texts);
         if (texts.empty()) {
-            ReadAll(grey, FindRows(grey, heights, mostFoundRows), mostFoundRows, widths, texts);
+            const auto count = std::min<std::ptrdiff_t>(detected.end() - doubtful, mostDoubtfulRows);
+            ReadAll(grey, {doubtful, doubtful + count}, widths, texts);
+        }
+        if (texts.empty()) {
+            ReadAll(grey, Fitting(FindRows(grey, heights, mostFoundRows), widths), widths, texts);
         }
         std::sort(texts.begin(), texts.end(), [](const RowText& a, const RowText& b) { return Weight(a) > Weight(b); });
         std::vector<RowText> kept;
@@ -105,16 +116,19 @@ class PlateFrameReader final : public FrameReader {
         return kept;
     }
 
-    void ReadAll(const cv::Mat& grey, std::vector<TextRow> rows, std::size_t most,
-                 const std::optional<WidthRange>& widths, std::vector<RowText>& texts) {
+    /// Without the rows that cannot be of a width in the range; the finders' ends are less exact than the reader's.
+    static std::vector<TextRow> Fitting(std::vector<TextRow> rows, const std::optional<WidthRange>& widths) {
         if (widths) {
-            // The finder's ends are less exact than the reader's, which decide.
             std::erase_if(rows, [&](const TextRow& row) {
                 return row.width < 0.7f * static_cast<float>(widths->minimum) ||
                        row.width > 1.4f * static_cast<float>(widths->maximum);
             });
         }
-        rows.resize(std::min(rows.size(), most));
+        return rows;
+    }
+
+    void ReadAll(const cv::Mat& grey, const std::vector<TextRow>& rows, const std::optional<WidthRange>& widths,
+                 std::vector<RowText>& texts) {
         for (const TextRow& row : rows) {
             RowText text = reader.Read(grey, row);
             if (!options.templates.empty() && text.decoded.text.size() + 1 >= fewestCharacters) {

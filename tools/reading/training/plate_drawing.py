@@ -12,6 +12,7 @@ from PIL import Image, ImageDraw, ImageFont
 import plate_formats
 
 CHARACTERS = plate_formats.DIGITS + plate_formats.LETTERS
+UPRIGHT_W = "W upright"
 GLYPH_HEIGHT = 44  # pixels, of a capital letter on the flat plate
 GLYPH_MARGIN = 4
 STRIP_WIDTH, STRIP_HEIGHT = 160, 32  # what the reader is shown
@@ -39,6 +40,8 @@ class Font:
             ImageDraw.Draw(image).text((1 - box[0], GLYPH_MARGIN - top), character, font=font, fill=255)
             self.masks[character] = np.array(image)
             heights.append(box[3] - box[1])
+        # Stamped plates have a W with upright sides, which few fonts have, while many have such an M.
+        self.masks[UPRIGHT_W] = np.ascontiguousarray(np.flipud(self.masks["M"]))
         # Old-style digits, and fonts that lack letters.
         if min(heights) < GLYPH_HEIGHT * 0.8 or np.array_equal(self.masks["A"], self.masks["B"]):
             raise ValueError("not for plates")
@@ -166,6 +169,8 @@ def draw_shapes(follows_format):
         for alike in "O0", "I1":
             if chance(0.8):
                 shapes[alike[0]] = shapes[alike[1]] = random.choice(alike)
+    if chance(0.4):
+        shapes["W"] = UPRIGHT_W
     return shapes
 
 
