@@ -43,4 +43,7 @@ inline int DescriptorsOf(servers::ProcessId process) {
     return EntriesOf("/proc/" + std::to_string(process) + "/fd");
 }
 
+/// Stops a process, and comes back when it does nothing any more.
+void StopProcess(servers::ProcessId process);
+
 }  // namespace reading_faults

@@ -120,7 +120,7 @@ TEST_F(ServerProcess, TakesTheNameOfOneThatEnds) {
 TEST_F(ServerProcess, ThatIsStoppedIsNoticedInTimeAndServesAgainWhenItGoesOn) {
     Start();
     ASSERT_TRUE(IsServedWell(client));
-    ::kill(server, SIGSTOP);
+    StopProcess(server);
     bool isTaken = true;
     EXPECT_THAT(TimeOf([&] { isTaken = client.SetRange(1, 2); }),
                 testing::AllOf(testing::Ge(1900ms), testing::Lt(longestCall)));
@@ -144,7 +144,7 @@ TEST_F(ServerProcess, ThatIsStoppedInAFrameLetsItGoInTime) {
     picture.Tell(scripted_reader::Sleep, 30);
     std::thread stopping([this] {
         std::this_thread::sleep_for(100ms);
-        ::kill(server, SIGSTOP);
+        StopProcess(server);
     });
     RPLATE plates[engineRecordCount] = {};
     EXPECT_THAT(TimeOf([&] { EXPECT_EQ(client.Recognise(&picture.image, nullptr, plates), 0); }),

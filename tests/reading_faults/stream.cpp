@@ -11,6 +11,14 @@ namespace {
 
 constexpr std::uint64_t frameMilliseconds = 40;
 
+int Occurrences(const std::string& text, const std::string& wanted) {
+    int count = 0;
+    for (std::size_t at = text.find(wanted); at != std::string::npos; at = text.find(wanted, at + 1)) {
+        ++count;
+    }
+    return count;
+}
+
 }  // namespace
 
 Stream::Stream() : plugin((servers::OwnFolder() / VEXLANE_READING_ENGINE).lexically_normal()) {
@@ -24,8 +32,16 @@ Stream::Stream() : plugin((servers::OwnFolder() / VEXLANE_READING_ENGINE).lexica
 }
 
 Stream::~Stream() {
-    detector->Destroy();
+    End();
     plugin.FinalizeModule();
+}
+
+int Stream::End() {
+    if (detector != nullptr) {
+        detector->Destroy();
+        detector = nullptr;
+    }
+    return buffers.made - buffers.released;
 }
 
 Played Stream::Play() {
@@ -35,7 +51,8 @@ Played Stream::Play() {
     played.time = std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::steady_clock::now() - start);
     const std::string lines = trace.Text(traceRead);
     traceRead += lines.size();
-    played.restarts = lines.find("): Restart server launcher") != std::string::npos;
+    // A poll that restarts the server says one more thing.
+    played.restarts = Occurrences(lines, "Restart server launcher") > Occurrences(lines, "Restar server by timeout");
     const std::string wanted = "NumberOfPlate is ";
     const std::size_t found = lines.find(wanted);
     if (found != std::string::npos) {

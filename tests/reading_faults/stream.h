@@ -26,11 +26,11 @@ class Stream {
     Stream(const Stream&) = delete;
     Stream& operator=(const Stream&) = delete;
 
-    /// A picture that the test server's reader finds two plates in.
+    /// Plays a picture that the test server's reader finds two plates in.
     Played Play();
 
-    int BuffersLeft() const { return buffers.made - buffers.released; }
-    std::size_t Events() const { return host.Events().size(); }
+    /// Destroys the detector, and answers how many of its pictures it has not given back.
+    int End();
 
   private:
     plugin_test::TestFolder folder;
