@@ -1,0 +1,364 @@
+// The server: when it begins and ends, who gets a reader, and what it does when a reader fails.
+
+#include "tools/server/service.h"
+
+#include <atomic>
+#include <future>
+#include <mutex>
+#include <stdexcept>
+
+#include "tests/reading_engine/engine_fixture.h"
+#include "tools/engine/client.h"
+
+namespace {
+
+using namespace reading_engine_test;
+using engine_client::Client;
+using plate_reading::Picture;
+using plate_reading::Reading;
+using plate_reading::Region;
+using plate_reading::WidthRange;
+using reading_service::End;
+using reading_service::Settings;
+using testing::ElementsAre;
+using wire::Connection;
+
+/// A reader whose frames wait until they are let go.
+class Gate {
+  public:
+    void Pass(int frame) {
+        std::unique_lock lock(mutex);
+        arrived.push_back(frame);
+        changed.notify_all();
+        changed.wait(lock, [this] { return open > 0; });
+        --open;
+    }
+    void Open(int frames) {
+        const std::lock_guard lock(mutex);
+        open += frames;
+        changed.notify_all();
+    }
+    std::vector<int> Arrived() {
+        const std::lock_guard lock(mutex);
+        return arrived;
+    }
+    bool ComeTo(std::size_t count) {
+        return ComesTrue([&] { return Arrived().size() >= count; });
+    }
+
+  private:
+    std::mutex mutex;
+    std::condition_variable changed;
+    std::vector<int> arrived;
+    int open = 0;
+};
+
+class GatedReader final : public plate_reading::FrameReader {
+  public:
+    explicit GatedReader(Gate& chosenGate) : gate(chosenGate) {}
+    std::vector<Reading> Read(const Picture& picture, const std::optional<Region>&,
+                              const std::optional<WidthRange>&) override {
+        gate.Pass(picture.pixels[1]);
+        return {scripted_reader::Numbered(picture.pixels[1])};
+    }
+
+  private:
+    Gate& gate;
+};
+
+reading_service::ReaderFactory Gated(Gate& gate) {
+    return [&gate] { return std::make_unique<GatedReader>(gate); };
+}
+
+Settings With(void (*change)(Settings&)) {
+    Settings settings;
+    change(settings);
+    return settings;
+}
+
+class ReadingService : public ReadingEngine {
+  protected:
+    /// A thread whose frame of that number is on its way; answers what is read.
+    std::future<int> Send(int number, bool* isRight = nullptr) {
+        return std::async(std::launch::async, [number, isRight] {
+            Client client;
+            EXPECT_TRUE(client.SetRange(1, 2));
+            TestPicture picture(4, 4);
+            picture.pixels[1] = static_cast<std::uint8_t>(number);
+            RPLATE plates[engineRecordCount] = {};
+            const int count = client.Recognise(&picture.image, nullptr, plates);
+            if (isRight != nullptr) {
+                *isRight = count == 1 && std::string(plates[0].text) == scripted_reader::Numbered(number).text;
+            }
+            return count;
+        });
+    }
+
+    bool TakesARange() {
+        Client client;
+        return client.SetRange(1, 2);
+    }
+};
+
+// Beginning and ending
+
+TEST_F(ReadingService, ListensBeforeThereIsAReader) {
+    std::promise<void> goOn;
+    std::shared_future<void> wait = goOn.get_future().share();
+    RunningService service({}, [wait] {
+        wait.wait();
+        return scripted_reader::Make();
+    });
+    EXPECT_TRUE(TakesARange());
+    auto frame = Send(0);
+    EXPECT_NE(frame.wait_for(50ms), std::future_status::ready);
+    goOn.set_value();
+    EXPECT_EQ(frame.get(), 2);
+}
+
+TEST_F(ReadingService, EndsWhenNobodyHasBeenConnectedForItsTime) {
+    RunningService service(With([](Settings& settings) { settings.longestIdle = 300ms; }));
+    EXPECT_THAT(TimeOf([&] { EXPECT_EQ(service.Join(), End::Idle); }),
+                testing::AllOf(testing::Ge(290ms), testing::Lt(5s)));
+    EXPECT_FALSE(Connection::Open(wire::ServerName()));
+}
+
+TEST_F(ReadingService, CountsItsIdleTimeFromTheEndOfTheLastConnection) {
+    RunningService service(With([](Settings& settings) { settings.longestIdle = 300ms; }));
+    {
+        Client client;
+        ASSERT_TRUE(client.SetRange(1, 2));
+        std::this_thread::sleep_for(700ms);
+        EXPECT_TRUE(Connection::Open(wire::ServerName())) << "it has ended under its client";
+    }
+    EXPECT_THAT(TimeOf([&] { EXPECT_EQ(service.Join(), End::Idle); }),
+                testing::AllOf(testing::Ge(250ms), testing::Lt(5s)));
+}
+
+TEST_F(ReadingService, EndsWhenItIsToldToWithAllConnections) {
+    RunningService service;
+    Client client;
+    ASSERT_TRUE(client.SetRange(1, 2));
+    std::optional<Connection> silent = Connection::Open(wire::ServerName());
+    EXPECT_LT(TimeOf([&] { service.Stop(); }), 2s);
+    EXPECT_EQ(service.Join(), End::Told);
+    EXPECT_FALSE(Connection::Open(wire::ServerName()));
+    EXPECT_FALSE(silent->PeerIsThere());
+}
+
+TEST_F(ReadingService, EndsAtOnceWhenItWasToldToBefore) {
+    reading_service::Service service({}, scripted_reader::Make);
+    service.Stop();
+    EXPECT_EQ(service.Run(), End::Told);
+}
+
+TEST_F(ReadingService, EndsWhenAnotherOneKeepsTheName) {
+    const auto listener = wire::Listener::Open(wire::ServerName());
+    RunningService service(With([](Settings& settings) { settings.longestWaitForName = 200ms; }));
+    EXPECT_THAT(TimeOf([&] { EXPECT_EQ(service.Join(), End::NameTaken); }),
+                testing::AllOf(testing::Ge(190ms), testing::Lt(5s)));
+}
+
+TEST_F(ReadingService, WaitsForTheNameOfOneThatIsEnding) {
+    auto listener = wire::Listener::Open(wire::ServerName());
+    RunningService service(With([](Settings& settings) { settings.longestWaitForName = 30s; }));
+    std::this_thread::sleep_for(100ms);
+    listener.reset();
+    EXPECT_TRUE(TakesARange());
+}
+
+TEST_F(ReadingService, CanBeToldToEndWhileItWaitsForTheName) {
+    const auto listener = wire::Listener::Open(wire::ServerName());
+    RunningService service(With([](Settings& settings) { settings.longestWaitForName = 1h; }));
+    EXPECT_LT(TimeOf([&] { service.Stop(); }), 2s);
+    EXPECT_EQ(service.Join(), End::Told);
+}
+
+TEST_F(ReadingService, ThatStartsWithinTheClientsTimeIsTaken) {
+    Client client;
+    auto taken = std::async(std::launch::async, [&] { return client.SetRange(1, 2); });
+    std::this_thread::sleep_for(1s);
+    RunningService service;
+    EXPECT_TRUE(taken.get());
+}
+
+TEST_F(ReadingService, ThatCameAnewIsGivenTheRangeAgain) {
+    Client client;
+    TestPicture picture(4, 4);
+    RPLATE plates[engineRecordCount] = {};
+    auto service = std::make_unique<RunningService>();
+    ASSERT_TRUE(client.SetRange(17, 18));
+    service.reset();
+    EXPECT_EQ(client.Recognise(&picture.image, nullptr, plates), 0);
+    service = std::make_unique<RunningService>();
+    // A frame connects by itself, with one attempt each.
+    ASSERT_TRUE(ComesTrue([&] { return client.Recognise(&picture.image, nullptr, plates) == 2; }));
+    EXPECT_EQ(plates[1].corner1.x, 17);
+    EXPECT_EQ(plates[1].corner1.y, 18);
+}
+
+// Connections
+
+TEST_F(ReadingService, RefusesMoreConnectionsThanItMayHave) {
+    RunningService service(With([](Settings& settings) { settings.mostConnections = 3; }));
+    std::vector<Client> clients(3);
+    for (Client& client : clients) {
+        ASSERT_TRUE(client.SetRange(1, 2));
+    }
+    EXPECT_FALSE(TakesARange());
+    clients.pop_back();
+    EXPECT_TRUE(TakesARange()) << "the place of one that has gone is not given away";
+    for (Client& client : clients) {
+        EXPECT_TRUE(client.SetRange(1, 2));
+    }
+}
+
+// Readers
+
+TEST_F(ReadingService, MakesNoMoreReadersThanItMayAndNoneThatNobodyNeeds) {
+    Gate gate;
+    std::atomic<int> made = 0;
+    RunningService service(With([](Settings& settings) { settings.readers = 2; }), [&] {
+        ++made;
+        return std::make_unique<GatedReader>(gate);
+    });
+    gate.Open(3);
+    for (int number = 0; number < 3; ++number) {
+        EXPECT_EQ(Send(number).get(), 1);
+    }
+    EXPECT_EQ(made, 1);
+    std::vector<std::future<int>> frames;
+    for (int number = 0; number < 5; ++number) {
+        frames.push_back(Send(number));
+    }
+    ASSERT_TRUE(gate.ComeTo(5));
+    std::this_thread::sleep_for(100ms);
+    EXPECT_EQ(gate.Arrived().size(), 5u) << "more frames at once than readers";
+    gate.Open(5);
+    for (auto& frame : frames) {
+        EXPECT_EQ(frame.get(), 1);
+    }
+    EXPECT_EQ(made, 2);
+}
+
+TEST_F(ReadingService, TakesARangeAtOnceWhileAllReadersAreBusy) {
+    Gate gate;
+    RunningService service(With([](Settings& settings) { settings.readers = 1; }), Gated(gate));
+    auto busy = Send(0);
+    ASSERT_TRUE(gate.ComeTo(1));
+    auto waiting = Send(1);
+    EXPECT_LT(TimeOf([&] { EXPECT_TRUE(TakesARange()); }), 1s);
+    gate.Open(2);
+    EXPECT_EQ(busy.get(), 1);
+    EXPECT_EQ(waiting.get(), 1);
+}
+
+TEST(ReaderPool, LendsInTheOrderInWhichItIsAsked) {
+    reading_service::ReaderPool pool(1, scripted_reader::Make);
+    auto first = std::make_optional(pool.Take(wire::noDeadline));
+    ASSERT_TRUE(first->has_value());
+    std::mutex mutex;
+    std::vector<int> order;
+    std::atomic<int> asking = 0;
+    std::vector<std::thread> threads;
+    for (int number = 0; number < 5; ++number) {
+        threads.emplace_back([&, number] {
+            ++asking;
+            const auto loan = pool.Take(wire::Clock::now() + 1min);
+            const std::lock_guard lock(mutex);
+            order.push_back(number);
+        });
+        ASSERT_TRUE(ComesTrue([&] { return asking == number + 1; }));
+        std::this_thread::sleep_for(30ms);  // from asking to standing in the queue
+    }
+    first.reset();
+    for (std::thread& thread : threads) {
+        thread.join();
+    }
+    EXPECT_THAT(order, ElementsAre(0, 1, 2, 3, 4));
+}
+
+TEST(ReaderPool, LetsGoAtTheDeadlineAndWhenItIsStopped) {
+    reading_service::ReaderPool pool(1, scripted_reader::Make);
+    {
+        const auto lent = pool.Take(wire::noDeadline);
+        ASSERT_TRUE(lent);
+        EXPECT_THAT(TimeOf([&] { EXPECT_FALSE(pool.Take(wire::Clock::now() + 50ms)); }),
+                    testing::AllOf(testing::Ge(50ms), testing::Lt(5s)));
+        auto waiting = std::async(std::launch::async, [&] { return pool.Take(wire::noDeadline).has_value(); });
+        EXPECT_NE(waiting.wait_for(20ms), std::future_status::ready);
+        pool.Stop();
+        EXPECT_FALSE(waiting.get());
+    }
+    EXPECT_FALSE(pool.Take(wire::noDeadline));
+}
+
+TEST_F(ReadingService, ReadsNoFrameWhoseClientHasGone) {
+    Gate gate;
+    RunningService service(With([](Settings& settings) { settings.readers = 1; }), Gated(gate));
+    bool isRight = false;
+    auto busy = Send(1);
+    ASSERT_TRUE(gate.ComeTo(1));
+    auto waiting = Send(2);
+    EXPECT_EQ(busy.get(), 0) << "its time is over";
+    EXPECT_EQ(waiting.get(), 0);
+    gate.Open(1);
+    auto later = Send(3, &isRight);
+    ASSERT_TRUE(gate.ComeTo(2));
+    gate.Open(1);
+    EXPECT_EQ(later.get(), 1);
+    EXPECT_TRUE(isRight);
+    EXPECT_THAT(gate.Arrived(), ElementsAre(1, 3)) << "a frame was read for nobody";
+}
+
+TEST_F(ReadingService, AnswersEmptyHandedAtOnceWhenNoReaderCanBeMadeAndTriesAgain) {
+    std::atomic<bool> fails = true;
+    std::atomic<int> attempts = 0;
+    RunningService service({}, [&]() -> std::unique_ptr<plate_reading::FrameReader> {
+        ++attempts;
+        if (fails) {
+            throw std::runtime_error("the test wants none");
+        }
+        return scripted_reader::Make();
+    });
+    EXPECT_TRUE(TakesARange());
+    EXPECT_LT(TimeOf([&] { EXPECT_EQ(Send(0).get(), 0); }), 1500ms);
+    for (int frame = 0; frame < 20; ++frame) {
+        EXPECT_EQ(Send(0).get(), 0);
+    }
+    EXPECT_LT(attempts, 10) << "it is tried for every frame";
+    fails = false;
+    EXPECT_TRUE(ComesTrue([&] { return Send(0).get() == 2; }));
+}
+
+TEST_F(ReadingService, EndsWhileNoReaderCanBeMade) {
+    RunningService service(
+        {}, []() -> std::unique_ptr<plate_reading::FrameReader> { throw std::runtime_error("the test wants none"); });
+    EXPECT_TRUE(TakesARange());
+    EXPECT_LT(TimeOf([&] { service.Stop(); }), 1500ms);
+}
+
+// An answer that comes too late
+
+TEST_F(ReadingService, NeverGivesALateAnswerToALaterFrame) {
+    RunningService service;
+    Client client;
+    ASSERT_TRUE(client.SetRange(1, 2));
+    TestPicture slow(40, 40, 0, 1);
+    slow.Tell(scripted_reader::Sleep, 230);
+    RPLATE plates[engineRecordCount] = {};
+    EXPECT_THAT(TimeOf([&] { EXPECT_EQ(client.Recognise(&slow.image, nullptr, plates), 0); }),
+                testing::AllOf(testing::Ge(1950ms), testing::Lt(longestCall)));
+    // The late answer comes while these are asked.
+    const auto end = wire::Clock::now() + 600ms;
+    for (unsigned seed = 2; wire::Clock::now() < end; ++seed) {
+        TestPicture quick(30, 20, 0, seed);
+        ASSERT_TRUE(client.SetRange(1, 2));
+        std::memset(static_cast<void*>(plates), 0, sizeof plates);
+        ASSERT_EQ(client.Recognise(&quick.image, nullptr, plates), 2);
+        const auto wanted = scripted_reader::DescriptionOf(quick.AsRead(), std::nullopt, WidthRange{1, 2});
+        ASSERT_EQ(std::string(plates[0].text), wanted[0].text);
+    }
+}
+
+}  // namespace

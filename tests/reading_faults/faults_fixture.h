@@ -1,0 +1,49 @@
+/// Servers as processes, in which things go wrong.
+#pragma once
+
+#include <gmock/gmock.h>
+
+#include <algorithm>
+#include <filesystem>
+#include <fstream>
+#include <string>
+
+#include "tests/reading_engine/engine_fixture.h"
+#include "tests/support/servers.h"
+
+namespace reading_faults {
+
+using namespace std::chrono_literals;
+
+class ServerPrograms : public testing::Test {
+  protected:
+    ServerPrograms() {
+        reading_engine_test::UseOwnServerName();
+        test_support::SetEnvironment("VEXLANE_TEST_IDLE", "60000");
+        servers::Place(VEXLANE_TEST_SERVER);
+    }
+    ~ServerPrograms() override {
+        servers::KillAll();
+        servers::Remove();
+    }
+
+    static servers::ProcessId TheServer() {
+        const auto running = servers::Running();
+        return running.size() == 1 ? *running.begin() : 0;
+    }
+};
+
+inline int EntriesOf(const std::filesystem::path& folder) {
+    std::error_code error;
+    const std::filesystem::directory_iterator entries(folder, error);
+    return error ? 0 : static_cast<int>(std::distance(begin(entries), end(entries)));
+}
+
+inline int DescriptorsOf(servers::ProcessId process) {
+    return EntriesOf("/proc/" + std::to_string(process) + "/fd");
+}
+
+/// Stops a process, and comes back when it does nothing any more.
+void StopProcess(servers::ProcessId process);
+
+}  // namespace reading_faults

@@ -1,0 +1,64 @@
+#include "tests/reading_faults/stream.h"
+
+#include <stdexcept>
+
+#include "sdk/contract_names.h"
+#include "tests/support/servers.h"
+
+namespace reading_faults {
+
+namespace {
+
+constexpr std::uint64_t frameMilliseconds = 40;
+
+int Occurrences(const std::string& text, const std::string& wanted) {
+    int count = 0;
+    for (std::size_t at = text.find(wanted); at != std::string::npos; at = text.find(wanted, at + 1)) {
+        ++count;
+    }
+    return count;
+}
+
+}  // namespace
+
+Stream::Stream() : plugin((servers::OwnFolder() / VEXLANE_READING_ENGINE).lexically_normal()) {
+    folder.SetDebugLevel("1");
+    if (plugin.InitializeModule(host.Object()) != 0) {
+        throw std::runtime_error("the library cannot be initialised");
+    }
+    detector = plugin.GetModule()->CreateDetector(nullptr, host.Peer());
+    receiver =
+        static_cast<OKM8::Analytics::IMediaReceiver*>(detector->QueryContract(OKM8::ContractName::IMediaReceiver));
+}
+
+Stream::~Stream() {
+    End();
+    plugin.FinalizeModule();
+}
+
+int Stream::End() {
+    if (detector != nullptr) {
+        detector->Destroy();
+        detector = nullptr;
+    }
+    return buffers.made - buffers.released;
+}
+
+Played Stream::Play() {
+    const auto start = std::chrono::steady_clock::now();
+    Played played;
+    played.answer = receiver->Receive(recording_host::MakeFrame(buffers, 320, 240, time += frameMilliseconds));
+    played.time = std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::steady_clock::now() - start);
+    const std::string lines = trace.Text(traceRead);
+    traceRead += lines.size();
+    // A poll that restarts the server says one more thing.
+    played.restarts = Occurrences(lines, "Restart server launcher") > Occurrences(lines, "Restar server by timeout");
+    const std::string wanted = "NumberOfPlate is ";
+    const std::size_t found = lines.find(wanted);
+    if (found != std::string::npos) {
+        played.plates = std::stoi(lines.substr(found + wanted.size()));
+    }
+    return played;
+}
+
+}  // namespace reading_faults

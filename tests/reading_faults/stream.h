@@ -1,0 +1,47 @@
+/// A stream of frames through the whole library, with the reading engine and the server that lies beside the program.
+#pragma once
+
+#include <chrono>
+#include <cstdint>
+#include <memory>
+#include <string>
+
+#include "tests/plugin/plugin.h"
+#include "tests/support/recording_host.h"
+
+namespace reading_faults {
+
+struct Played {
+    std::int32_t answer = -1;  ///< the detector's, 0 for well
+    int plates = -1;           ///< that the engine has answered, as the library's trace tells
+    bool restarts = false;     ///< the engine has refused the range
+    std::chrono::milliseconds time{};
+};
+
+/// One detector, which looks at plates of any width. One at a time, on one thread.
+class Stream {
+  public:
+    Stream();
+    ~Stream();
+    Stream(const Stream&) = delete;
+    Stream& operator=(const Stream&) = delete;
+
+    /// Plays a picture that the test server's reader finds two plates in.
+    Played Play();
+
+    /// Destroys the detector, and answers how many of its pictures it has not given back.
+    int End();
+
+  private:
+    plugin_test::TestFolder folder;
+    plugin_test::DebugLines trace;
+    std::size_t traceRead = 0;
+    recording_host::RecordingHost host;
+    recording_host::BufferCounts buffers;
+    plugin_test::Plugin plugin;
+    OKM8::Analytics::IDetector* detector = nullptr;
+    OKM8::Analytics::IMediaReceiver* receiver = nullptr;
+    std::uint64_t time = 0;
+};
+
+}  // namespace reading_faults
