@@ -178,6 +178,8 @@ TEST_P(AClip, ShowsEveryCharacterAndNoneThatItsFormatLeavesOpen) {
             EXPECT_TRUE(i == 1 || (character != 'O' && character != 'I' && character != 'Q')) << vehicle.plate;
             EXPECT_TRUE(i == 3 || (character != '0' && character != '1')) << vehicle.plate;
         }
+        EXPECT_FALSE(vehicle.plate[1] == 'O' && vehicle.plate[3] == '0') << vehicle.plate;
+        EXPECT_FALSE(vehicle.plate[1] == 'I' && vehicle.plate[3] == '1') << vehicle.plate;
     }
     EXPECT_EQ(characters.size(), 36U);
 }

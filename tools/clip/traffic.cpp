@@ -198,6 +198,10 @@ void GivePlates(std::vector<Vehicle>& vehicles, Random& random) {
     for (const Vehicle& vehicle : vehicles) {
         appearances.push_back(AppearanceOf(vehicle));
     }
+    const auto tellsLookAlikes = [](const std::string& plate) {
+        const auto has = [&](char character) { return plate.find(character) != std::string::npos; };
+        return !(has('0') && has('O')) && !(has('1') && has('I'));
+    };
     const auto differEnough = [&](std::size_t earlier, std::size_t later) {
         constexpr double spare = 1.5;  // seconds
         if (appearances[later].first > appearances[earlier].last + secondsToGiveUp + spare) {
@@ -215,7 +219,7 @@ void GivePlates(std::vector<Vehicle>& vehicles, Random& random) {
             found = false;
             for (int trial = 0; trial < tries && !found; ++trial) {
                 vehicles[i].plate = MakePlate(KindOf(vehicles[i].design).format, wanted, random);
-                found = true;
+                found = tellsLookAlikes(vehicles[i].plate);
                 for (std::size_t other = 0; other < i && found; ++other) {
                     found = differEnough(other, i);
                 }

@@ -353,10 +353,10 @@ void DrawWords(VehiclePen& pen, Lettering& lettering) {
     };
     switch (pen.Drawn().shape) {
         case VehicleShape::Car:
-            words("GL 200", 0.52, 0.745, 0.035, 0.30, chrome);
+            words("GLX", 0.58, 0.745, 0.045, 0.20, chrome);
             break;
         case VehicleShape::Van:
-            words("ELEKTRO", -0.42, 0.82, 0.085, 0.62, {0.92, 0.92, 0.90});
+            words("ELEKTROTECHNIK", 0, 1.12, 0.12, 1.60, {0.92, 0.92, 0.90});
             break;
         case VehicleShape::Truck:
             words("MOVING", -0.55, 2.0, 0.22, 0.95, {0.95, 0.95, 0.93});
