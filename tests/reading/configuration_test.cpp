@@ -42,6 +42,19 @@ TEST(Configuration, TakesRegionsAndPatternsSideBySide) {
     EXPECT_THAT(TemplatesOf("templates = us"), testing::Contains("DLLLDDD"));
 }
 
+TEST(Configuration, TakesTheNumberOfConfirmations) {
+    const auto confirmations = [](const std::string& text) {
+        std::istringstream file(text);
+        return ReadConfiguration(file).confirmations;
+    };
+    EXPECT_EQ(confirmations(""), ReadingOptions().confirmations);
+    EXPECT_EQ(confirmations("templates = br\nconfirmations = 1"), 1);
+    EXPECT_EQ(confirmations("confirmations=9"), 9);
+    for (const std::string value : {"", "0", "10", "-1", "x", "1.5"}) {
+        EXPECT_THAT(ErrorOf("confirmations = " + value), HasSubstr("line 1: \"" + value + "\""));
+    }
+}
+
 TEST(Configuration, SaysWhatIsWrongAndWhereInOneLine) {
     EXPECT_THAT(ErrorOf("\ntemplate = br\n"), testing::AllOf(HasSubstr("line 2"), HasSubstr("\"template\"")));
     EXPECT_THAT(ErrorOf("templates br"), testing::AllOf(HasSubstr("line 1"), HasSubstr("key = value")));

@@ -11,6 +11,7 @@ namespace plate_reading {
 
 struct ReadingOptions {
     std::vector<Template> templates;  ///< none: any text
+    int confirmations = 3;            ///< pictures of a stream that must agree; 1: each picture for itself
 };
 
 /// Takes some milliseconds, and some 20 megabytes when it has read a picture of 1280x720. Throws std::exception.

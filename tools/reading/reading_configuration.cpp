@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <map>
+#include <set>
 #include <sstream>
 #include <string>
 
@@ -50,11 +51,18 @@ std::vector<Template> ReadTemplates(const std::string& value) {
     return templates;
 }
 
+int ReadConfirmations(const std::string& value) {
+    if (value.size() != 1 || value[0] < '1' || value[0] > '9') {
+        throw ConfigurationError("\"" + value + "\" is no number of confirmations, 1 to 9");
+    }
+    return value[0] - '0';
+}
+
 }  // namespace
 
 ReadingOptions ReadConfiguration(std::istream& file) {
     ReadingOptions options;
-    bool templatesGiven = false;
+    std::set<std::string> given;
     std::string line;
     for (int number = 1; std::getline(file, line); ++number) {
         line = WithoutSpaces(line.substr(0, line.find('#')));
@@ -69,15 +77,18 @@ ReadingOptions ReadConfiguration(std::istream& file) {
         if (equals == std::string::npos || key.empty()) {
             throw wrong("\"" + line + "\" is not of the form key = value");
         }
-        if (key != "templates") {
-            throw wrong("there is no key \"" + key + "\"");
+        const std::string value = WithoutSpaces(line.substr(equals + 1));
+        if (!given.insert(key).second) {
+            throw wrong("\"" + key + "\" stands here a second time");
         }
-        if (templatesGiven) {
-            throw wrong("\"templates\" stands here a second time");
-        }
-        templatesGiven = true;
         try {
-            options.templates = ReadTemplates(line.substr(equals + 1));
+            if (key == "templates") {
+                options.templates = ReadTemplates(value);
+            } else if (key == "confirmations") {
+                options.confirmations = ReadConfirmations(value);
+            } else {
+                throw ConfigurationError("there is no key \"" + key + "\"");
+            }
         } catch (const ConfigurationError& error) {
             throw wrong(error.what());
         }

@@ -14,12 +14,13 @@ class ConfigurationError : public std::runtime_error {
     using std::runtime_error::runtime_error;
 };
 
-/// Reads lines of "key = value"; # begins a comment, empty lines are skipped. The one key is
+/// Reads lines of "key = value"; # begins a comment, empty lines are skipped, a key stands there once. The keys are
 ///
 ///     templates = none | br | eu | us | PATTERN...
+///     confirmations = 1 to 9
 ///
-/// where words are divided by spaces, regions and patterns may stand side by side, and a pattern is 4 to 9 of L (a
-/// letter) and D (a digit). Throws ConfigurationError.
+/// where the words of templates are divided by spaces, regions and patterns may stand side by side, and a pattern is 4
+/// to 9 of L (a letter) and D (a digit). Throws ConfigurationError.
 ReadingOptions ReadConfiguration(std::istream& file);
 
 }  // namespace plate_reading

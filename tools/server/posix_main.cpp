@@ -12,7 +12,8 @@ int main() {
     std::error_code ignored;
     const std::filesystem::path program = std::filesystem::read_symlink("/proc/self/exe", ignored);
     const plate_reading::ReadingOptions options = reading_service::LoadConfiguration(program.parent_path(), std::cerr);
-    reading_service::Service service(reading_service::Settings(),
-                                     [options] { return plate_reading::MakePlateFrameReader(options); });
+    reading_service::Settings settings;
+    settings.confirmations = options.confirmations;
+    reading_service::Service service(settings, [options] { return plate_reading::MakePlateFrameReader(options); });
     return reading_service::RunUntilTold(service);
 }

@@ -110,7 +110,7 @@ void Service::Serve(Client& client, ReaderPool& readers) {
         connection = &*client.connection;
     }
     try {
-        ServeClient(*connection, readers);
+        ServeClient(*connection, readers, settings.confirmations);
     } catch (const std::exception& error) {
         Complain(std::string("a client is served no longer: ") + error.what());
     }

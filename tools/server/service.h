@@ -19,6 +19,7 @@ struct Settings {
     std::string name = wire::ServerName();
     std::size_t readers = std::thread::hardware_concurrency();  ///< at most; at least one
     std::size_t mostConnections = 256;                          ///< further ones are closed at once
+    int confirmations = 1;                                      ///< plate_reading::ReadingStream, for each connection
     std::chrono::milliseconds longestIdle{60'000};              ///< without any connection
     std::chrono::milliseconds longestWaitForName{3'000};        ///< for a server that is still ending
 };

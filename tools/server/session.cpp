@@ -6,6 +6,7 @@
 #include <utility>
 #include <variant>
 
+#include "tools/reading/reading_stream.h"
 #include "tools/wire/messages.h"
 
 namespace reading_service {
@@ -41,7 +42,8 @@ wire::Readings AsSent(const std::vector<plate_reading::Reading>& readings) {
 
 class Session {
   public:
-    Session(wire::Connection& peer, ReaderPool& pool) : connection(peer), readers(pool) {}
+    Session(wire::Connection& peer, ReaderPool& pool, int confirmations)
+        : connection(peer), readers(pool), stream(confirmations) {}
 
     void Serve() {
         if (!Greet()) {
@@ -112,7 +114,7 @@ class Session {
             region = {frame.region->left, frame.region->top, frame.region->right, frame.region->bottom};
         }
         try {
-            return AsSent(loan->Reader().Read(picture, region, widths));
+            return AsSent(stream.Follow(picture, loan->Reader().Read(picture, region, widths)));
         } catch (const std::exception& error) {
             Complain(std::string("a frame cannot be read: ") + error.what());
         } catch (...) {
@@ -129,6 +131,7 @@ class Session {
 
     wire::Connection& connection;
     ReaderPool& readers;
+    plate_reading::ReadingStream stream;  // a thread of the host's handles one camera at a time
     std::optional<wire::PeerMemory> memory;
     std::optional<plate_reading::WidthRange> widths;
     std::vector<std::uint8_t> received;
@@ -136,8 +139,8 @@ class Session {
 
 }  // namespace
 
-void ServeClient(wire::Connection& connection, ReaderPool& readers) {
-    Session(connection, readers).Serve();
+void ServeClient(wire::Connection& connection, ReaderPool& readers, int confirmations) {
+    Session(connection, readers, confirmations).Serve();
 }
 
 }  // namespace reading_service

@@ -10,8 +10,8 @@ namespace reading_service {
 inline constexpr std::chrono::milliseconds longestGreeting{5000};
 inline constexpr std::chrono::milliseconds longestAnswering{2000};
 
-/// Answers a client until it goes, stays silent where it must speak, or says what no client says. Throws std::exception
-/// for want of memory alone.
-void ServeClient(wire::Connection& connection, ReaderPool& readers);
+/// `confirmations` is that of plate_reading::ReadingStream. Answers a client until it goes, stays silent where it must
+/// speak, or says what no client says. Throws std::exception for want of memory alone.
+void ServeClient(wire::Connection& connection, ReaderPool& readers, int confirmations);
 
 }  // namespace reading_service
