@@ -1,6 +1,8 @@
 // Whether the decoder keeps its word about any bytes, and the encoder about any contents.
 
 #include <algorithm>
+#include <array>
+#include <bit>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -90,11 +92,11 @@ class Source {
 
     template <class Value>
     Value Take() {
-        Value value = {};
-        const std::size_t count = std::min(sizeof value, rest.size());
-        std::memcpy(&value, rest.data(), count);
+        std::array<std::uint8_t, sizeof(Value)> bytes = {};
+        const std::size_t count = std::min(bytes.size(), rest.size());
+        std::copy_n(rest.begin(), count, bytes.begin());
         rest = rest.subspan(count);
-        return value;
+        return std::bit_cast<Value>(bytes);
     }
 
   private:

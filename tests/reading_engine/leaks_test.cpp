@@ -37,7 +37,7 @@ TEST_F(Leaks, AThousandThreadsLeaveNothing) {
     ExpectNothingLeft([](int round) {
         OnNewThread([round] {
             ASSERT_TRUE(SetPlateRange(1, 2));
-            TestPicture picture(200, 100, 0, static_cast<unsigned>(round));
+            TestPicture picture(60, 50, 0, static_cast<unsigned>(round));
             EXPECT_EQ(Recognition(&picture.image).count, 2);
         });
     });
@@ -49,8 +49,8 @@ TEST_F(Leaks, AThousandClientsOfOneThreadLeaveNothing) {
         ASSERT_TRUE(client.SetRange(1, 2));
         RPLATE plates[engineRecordCount] = {};
         // Memory is made anew as pictures grow.
-        for (const std::uint32_t width : {10u, 100u, 50u, 200u}) {
-            TestPicture picture(width, 100, 0, static_cast<unsigned>(round));
+        for (const std::uint32_t width : {10u, 40u, 20u, 60u}) {
+            TestPicture picture(width, 50, 0, static_cast<unsigned>(round));
             EXPECT_EQ(client.Recognise(&picture.image, nullptr, plates), 2);
         }
     });

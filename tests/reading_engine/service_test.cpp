@@ -9,6 +9,7 @@
 
 #include "tests/reading_engine/engine_fixture.h"
 #include "tools/engine/client.h"
+#include "tools/wire/messages.h"
 
 namespace {
 
@@ -259,17 +260,14 @@ TEST(ReaderPool, LendsInTheOrderInWhichItIsAsked) {
     ASSERT_TRUE(first->has_value());
     std::mutex mutex;
     std::vector<int> order;
-    std::atomic<int> asking = 0;
     std::vector<std::thread> threads;
     for (int number = 0; number < 5; ++number) {
         threads.emplace_back([&, number] {
-            ++asking;
             const auto loan = pool.Take(wire::Clock::now() + 1min);
             const std::lock_guard lock(mutex);
             order.push_back(number);
         });
-        ASSERT_TRUE(ComesTrue([&] { return asking == number + 1; }));
-        std::this_thread::sleep_for(30ms);  // from asking to standing in the queue
+        ASSERT_TRUE(ComesTrue([&] { return pool.Waiting() == threads.size(); }));
     }
     first.reset();
     for (std::thread& thread : threads) {
@@ -296,19 +294,42 @@ TEST(ReaderPool, LetsGoAtTheDeadlineAndWhenItIsStopped) {
 TEST_F(ReadingService, ReadsNoFrameWhoseClientHasGone) {
     Gate gate;
     RunningService service(With([](Settings& settings) { settings.readers = 1; }), Gated(gate));
-    bool isRight = false;
+    auto busy = Send(1);
+    ASSERT_TRUE(gate.ComeTo(1));
+    {
+        // It says everything and does not wait for an answer.
+        auto hasty = Connection::Open(wire::ServerName());
+        const wire::SharedMemory memory(4 * 4 * 3);
+        memory.Bytes()[1] = 2;
+        ASSERT_TRUE(hasty && hasty->Send(wire::Encode({1, wire::Greeting()}), nullptr, wire::noDeadline) &&
+                    hasty->Send(wire::Encode({2, wire::Frame{4, 4, true, std::nullopt}}), &memory, wire::noDeadline));
+    }
+    auto later = Send(3);
+    EXPECT_NE(later.wait_for(50ms), std::future_status::ready);
+    gate.Open(1);
+    EXPECT_EQ(busy.get(), 1);
+    ASSERT_TRUE(gate.ComeTo(2));
+    gate.Open(1);
+    EXPECT_EQ(later.get(), 1);
+    EXPECT_THAT(gate.Arrived(), ElementsAre(1, 3)) << "a frame was read for nobody";
+}
+
+TEST_F(ReadingService, LetsAFrameGoThatGetsNoReaderInItsTime) {
+    Gate gate;
+    RunningService service(With([](Settings& settings) { settings.readers = 1; }), Gated(gate));
     auto busy = Send(1);
     ASSERT_TRUE(gate.ComeTo(1));
     auto waiting = Send(2);
-    EXPECT_EQ(busy.get(), 0) << "its time is over";
+    EXPECT_EQ(busy.get(), 0);
     EXPECT_EQ(waiting.get(), 0);
     gate.Open(1);
+    bool isRight = false;
     auto later = Send(3, &isRight);
     ASSERT_TRUE(gate.ComeTo(2));
     gate.Open(1);
     EXPECT_EQ(later.get(), 1);
     EXPECT_TRUE(isRight);
-    EXPECT_THAT(gate.Arrived(), ElementsAre(1, 3)) << "a frame was read for nobody";
+    EXPECT_THAT(gate.Arrived(), ElementsAre(1, 3));
 }
 
 TEST_F(ReadingService, AnswersEmptyHandedAtOnceWhenNoReaderCanBeMadeAndTriesAgain) {

@@ -14,7 +14,7 @@ bool StayBehind(const std::set<int>& descriptors);
 /// Files and memory that are mapped, in pieces.
 int Mappings();
 
-/// Memory in use, in KiB.
+/// Memory in use, in KiB; 0 where a sanitizer keeps what was given back.
 long ResidentKilobytes();
 
 }  // namespace test_support

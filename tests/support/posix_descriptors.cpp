@@ -37,11 +37,15 @@ int Mappings() {
 }
 
 long ResidentKilobytes() {
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+    return 0;
+#else
     std::ifstream statm("/proc/self/statm");
     long size = 0;
     long resident = 0;
     statm >> size >> resident;
     return resident * (::sysconf(_SC_PAGESIZE) / 1024);
+#endif
 }
 
 }  // namespace test_support

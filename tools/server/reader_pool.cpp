@@ -59,6 +59,11 @@ std::optional<ReaderPool::Loan> ReaderPool::Take(wire::Deadline deadline) {
     return Loan(*this, *waiter.reader);
 }
 
+std::size_t ReaderPool::Waiting() {
+    const std::lock_guard lock(mutex);
+    return waiters.size();
+}
+
 void ReaderPool::Stop() {
     const std::lock_guard lock(mutex);
     stopped = true;

@@ -54,6 +54,9 @@ class ReaderPool {
     /// failed.
     std::optional<Loan> Take(wire::Deadline deadline);
 
+    /// How many wait for a reader.
+    std::size_t Waiting();
+
     /// Ends every wait, now and later.
     void Stop();
 
