@@ -91,18 +91,19 @@ void DrawPlate(cairo_t* context, Lettering& lettering, const Camera& camera, con
         middle = -0.013;
     }
 
-    // Every character has a cell of one width.
+    // Every character has a cell of one width, in which narrow ones stay narrow.
     constexpr double gap = 0.020;
     const auto gaps = std::count_if(kind.gapsAt.begin(), kind.gapsAt.end(), [](int before) { return before > 0; });
     const double cell =
         (right - 0.014 - left - gap * static_cast<double>(gaps)) / static_cast<double>(kind.format.size());
+    const double usual = std::min(kind.characterHeight, cell * 0.88 / lettering.Of(kind.typeface, 'O').width);
     SetColour(context, ink);
     for (std::size_t i = 0; i < vehicle.plate.size(); ++i) {
         if (i > 0 && std::find(kind.gapsAt.begin(), kind.gapsAt.end(), static_cast<int>(i)) != kind.gapsAt.end()) {
             left += gap;
         }
         const Outline& outline = lettering.Of(kind.typeface, vehicle.plate[i]);
-        const double scaleRight = std::min(kind.characterHeight, cell * 0.86 / outline.width);
+        const double scaleRight = std::min(usual, cell * 0.92 / outline.width);
         DrawCharacter(context, surface, outline, left + (cell - outline.width * scaleRight) / 2,
                       middle - kind.characterHeight / 2, scaleRight, kind.characterHeight);
         left += cell;
