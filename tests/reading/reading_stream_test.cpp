@@ -77,6 +77,16 @@ TEST_F(ReadingStreamTest, ATextThatIsNeverSureIsNotReported) {
     }
 }
 
+TEST_F(ReadingStreamTest, LettersAloneMustBeSurerAndAgreeLonger) {
+    for (int i = 0; i < 20; ++i) {
+        EXPECT_THAT(Show({ReadingOf("ELEKTRO", 90, 100, 100)}), IsEmpty());
+    }
+    for (int i = 0; i < 8; ++i) {
+        EXPECT_THAT(Show({ReadingOf("PERSONAL", 98, 400, 100)}), IsEmpty());
+    }
+    EXPECT_THAT(Show({ReadingOf("PERSONAL", 98, 400, 100)}), ElementsAre("PERSONAL"));
+}
+
 TEST_F(ReadingStreamTest, TextsThatTakeTurnsAreNotReported) {
     for (int i = 0; i < 20; ++i) {
         EXPECT_THAT(Show({ReadingOf(i % 2 == 0 ? "AB123CD" : "A8123CD", 90, 100, 100)}), IsEmpty()) << i;
@@ -134,7 +144,7 @@ TEST_F(ReadingStreamTest, PicturesOfDifferentScenesAreEachForThemselves) {
 
 TEST_F(ReadingStreamTest, PicturesOfDifferentSizesAreEachForThemselves) {
     for (int i = 0; i < 12; ++i) {
-        picture = cv::Mat(360 + i, 640, CV_8UC3, cv::Scalar(90, 100, 110));
+        picture = cv::Mat(361 + i, 640, CV_8UC3, cv::Scalar(90, 100, 110));
         EXPECT_THAT(Show({ReadingOf("AB123CD", 40, 100, 100)}), ElementsAre("AB123CD"));
     }
 }

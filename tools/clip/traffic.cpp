@@ -63,23 +63,23 @@ struct Appointment {
 constexpr Appointment appointments[] = {
     {0.4, 9.0, Manner::Comes, VehicleShape::Car, PlateDesign::European},
     {1.5, 7.0, Manner::Goes, VehicleShape::Van, PlateDesign::EuropeanYellow},
-    {5.9, 8.0, Manner::Comes, VehicleShape::Car, PlateDesign::NorthAmerican},
-    {8.8, 6.0, Manner::ComesAndTurnsOff, VehicleShape::Car, PlateDesign::European},
-    {9.8, 7.5, Manner::Goes, VehicleShape::Car, PlateDesign::SouthAmerican},
-    {15.2, 7.0, Manner::ComesAndStops, VehicleShape::Van, PlateDesign::European},
-    {17.4, 6.5, Manner::Goes, VehicleShape::Truck, PlateDesign::EuropeanYellow},
-    {24.2, 9.5, Manner::Comes, VehicleShape::Car, PlateDesign::NorthAmericanDark},
-    {25.5, 7.0, Manner::Goes, VehicleShape::Car, PlateDesign::EuropeanDark},
-    {30.3, 7.0, Manner::Comes, VehicleShape::Car, PlateDesign::SouthAmerican},
-    {33.5, 6.0, Manner::ComesAndTurnsOff, VehicleShape::Van, PlateDesign::EuropeanYellow},
-    {34.4, 7.0, Manner::Goes, VehicleShape::Car, PlateDesign::European},
-    {39.9, 7.0, Manner::ComesAndStops, VehicleShape::Car, PlateDesign::European},
-    {41.8, 6.5, Manner::Goes, VehicleShape::Car, PlateDesign::SouthAmerican},
-    {46.4, 6.5, Manner::Goes, VehicleShape::Van, PlateDesign::European},
+    {6.5, 8.0, Manner::Comes, VehicleShape::Car, PlateDesign::NorthAmerican},
+    {9.4, 6.0, Manner::ComesAndTurnsOff, VehicleShape::Car, PlateDesign::European},
+    {10.4, 7.5, Manner::Goes, VehicleShape::Car, PlateDesign::SouthAmerican},
+    {16.0, 7.0, Manner::ComesAndStops, VehicleShape::Van, PlateDesign::European},
+    {18.2, 6.5, Manner::Goes, VehicleShape::Truck, PlateDesign::EuropeanYellow},
+    {25.0, 9.5, Manner::Comes, VehicleShape::Car, PlateDesign::NorthAmericanDark},
+    {26.3, 7.0, Manner::Goes, VehicleShape::Car, PlateDesign::EuropeanDark},
+    {31.7, 7.0, Manner::Comes, VehicleShape::Car, PlateDesign::SouthAmerican},
+    {34.9, 6.0, Manner::ComesAndTurnsOff, VehicleShape::Van, PlateDesign::EuropeanYellow},
+    {35.8, 7.0, Manner::Goes, VehicleShape::Car, PlateDesign::European},
+    {42.1, 7.0, Manner::ComesAndStops, VehicleShape::Car, PlateDesign::European},
+    {44.0, 6.5, Manner::Goes, VehicleShape::Car, PlateDesign::SouthAmerican},
+    {48.6, 6.5, Manner::Goes, VehicleShape::Van, PlateDesign::European},
 };
 
 // The seconds that must be left behind a vehicle's last reading, for the tracker to give it up.
-constexpr double secondsToGiveUp = 3.2;
+constexpr double secondsToGiveUp = 4.0;
 
 constexpr Colour paints[] = {
     {0.62, 0.10, 0.10}, {0.14, 0.26, 0.50}, {0.78, 0.79, 0.80}, {0.16, 0.17, 0.19}, {0.93, 0.93, 0.91},

@@ -27,8 +27,11 @@ constexpr double mostMoved = 1.5;
 constexpr int remembered = 50;
 
 constexpr double leastConfidence = 80;  // of the text that is reported, on average
-constexpr double leastShare = 0.65;     // of all votes
-constexpr double clearLead = 2;         // of another text over the one reported so far
+// Lettering on vehicles and signs is mostly letters alone; a plate is that rarely.
+constexpr double leastLetteringConfidence = 95;
+constexpr int letteringFactor = 3;   // on the number of pictures that must agree
+constexpr double leastShare = 0.65;  // of all votes
+constexpr double clearLead = 2;      // of another text over the one reported so far
 
 /// Whether the texts may be readings of one plate: what they share at both ends is half of the longer one. A plate that
 /// comes to stand where another stood is another.
@@ -148,9 +151,10 @@ bool ReadingStream::Confirm(Plate& plate, Reading& reading) const {
     }
     const Votes& votes = leader->second;
     const auto before = plate.texts.find(plate.reported);
+    const bool isLettering = leader->first.find_first_of("0123456789") == std::string::npos;
     const bool replaces = before == plate.texts.end() || votes.weight > clearLead * before->second.weight;
-    if (replaces && votes.count >= needed && votes.weight >= leastShare * all &&
-        votes.confidence >= leastConfidence * votes.count) {
+    if (replaces && votes.count >= needed * (isLettering ? letteringFactor : 1) && votes.weight >= leastShare * all &&
+        votes.confidence >= (isLettering ? leastLetteringConfidence : leastConfidence) * votes.count) {
         plate.reported = leader->first;
     }
     if (plate.reported.empty()) {
