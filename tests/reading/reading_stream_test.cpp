@@ -24,7 +24,7 @@ class ReadingStreamTest : public testing::Test {
 
     std::vector<std::string> Show(std::vector<Reading> readings) {
         std::vector<std::string> texts;
-        answer = stream.Follow({picture.data, picture.cols, picture.rows, picture.step}, std::move(readings));
+        answer = stream.Follow({picture.data, picture.cols, picture.rows, picture.step}, region, std::move(readings));
         for (const Reading& reading : answer) {
             texts.push_back(reading.text);
         }
@@ -43,6 +43,7 @@ class ReadingStreamTest : public testing::Test {
     }
 
     cv::Mat picture{360, 640, CV_8UC3, cv::Scalar(90, 100, 110)};
+    std::optional<Region> region;
     ReadingStream stream{3};
     std::vector<Reading> answer;
 };
@@ -166,11 +167,31 @@ TEST_F(ReadingStreamTest, ACameraThatHasShownItsSceneForLongStaysOneWhenThePictu
     EXPECT_THAT(Show({ReadingOf("AB123CD", 95, 100, 100)}), ElementsAre("AB123CD"));
 }
 
+TEST_F(ReadingStreamTest, WhatThePictureOrTheRegionCutsOffAtItsSideIsNotReported) {
+    const std::vector<Reading> cutOff = {ReadingOf("AB12", 95, 1, 100), ReadingOf("23CD", 95, 640 - 122, 200)};
+    for (int i = 0; i < 6; ++i) {
+        EXPECT_THAT(Show(cutOff), IsEmpty());
+    }
+    region = Region{100, 0, 400, 360};
+    for (int i = 0; i < 6; ++i) {
+        EXPECT_THAT(Show({ReadingOf("AB12", 95, 102, 100), ReadingOf("23CD", 95, 279, 200)}), IsEmpty());
+    }
+    std::vector<std::string> inside;
+    for (int i = 0; i < 3; ++i) {
+        inside = Show({ReadingOf("AB123CD", 95, 103, 100)});
+    }
+    EXPECT_THAT(inside, ElementsAre("AB123CD"));
+    ChangeScene(1);
+    region.reset();
+    picture = picture(cv::Rect(0, 0, 639, 360)).clone();
+    EXPECT_THAT(Show(cutOff), testing::SizeIs(2)) << "a picture by itself has no other";
+}
+
 TEST_F(ReadingStreamTest, OneConfirmationPassesEverything) {
     ReadingStream open(1);
     for (int i = 0; i < 5; ++i) {
         EXPECT_EQ(
-            open.Follow({picture.data, picture.cols, picture.rows, picture.step}, {ReadingOf("AB123CD", 40, 1, 1)})
+            open.Follow({picture.data, picture.cols, picture.rows, picture.step}, {}, {ReadingOf("AB123CD", 40, 1, 1)})
                 .size(),
             1u);
     }
@@ -179,9 +200,9 @@ TEST_F(ReadingStreamTest, OneConfirmationPassesEverything) {
 TEST_F(ReadingStreamTest, PicturesOfAPixelAreBorneWith) {
     const std::uint8_t pixel[3] = {1, 2, 3};
     for (int i = 0; i < 3; ++i) {
-        stream.Follow({pixel, 1, 1, 3}, {ReadingOf("AB123CD", 95, 0, 0)});
+        stream.Follow({pixel, 1, 1, 3}, {}, {ReadingOf("AB123CD", 95, 0, 0)});
     }
-    EXPECT_THAT(stream.Follow({pixel, 1, 1, 3}, {ReadingOf("AB123CD", 95, 0, 0)}), testing::SizeIs(1));
+    EXPECT_THAT(stream.Follow({pixel, 1, 1, 3}, {}, {ReadingOf("AB123CD", 95, 0, 0)}), testing::SizeIs(1));
 }
 
 }  // namespace

@@ -37,20 +37,11 @@ constexpr float sameplace = 0.4f;
 constexpr float leastAspect = 1.6f;
 constexpr float mostAspect = 7.f;
 
-// Pixels; rows that end nearer to the picture's side go on beyond it.
-constexpr float edge = 3;
-
 // The smallest and the largest characters that are looked for, pixels.
 constexpr HeightRange anyHeight = {6.f, 1e6f};
 
 double Weight(const RowText& text) {
     return text.decoded.confidence * std::min(1.0, static_cast<double>(text.decoded.text.size()) / fullLength);
-}
-
-/// Whether the picture's side cuts the row off, so that characters may be missing.
-bool IsCutOff(const RowText& text, const cv::Mat& grey) {
-    const cv::Rect2f box = text.row.Box();
-    return box.x < edge || box.x + box.width > static_cast<float>(grey.cols) - edge;
 }
 
 bool IsPlate(const RowText& text) {
@@ -145,7 +136,7 @@ class PlateFrameReader final : public FrameReader {
             }
             const bool fits = !widths || (text.row.width >= static_cast<float>(widths->minimum) &&
                                           text.row.width <= static_cast<float>(widths->maximum));
-            if (fits && IsPlate(text) && !IsCutOff(text, grey)) {
+            if (fits && IsPlate(text)) {
                 texts.push_back(std::move(text));
             }
         }

@@ -20,6 +20,9 @@ constexpr float sameSceneDifference = 7;
 // A camera that has shown its scene for so many pictures is one, also when the picture jumps.
 constexpr int establishedAfter = 5;
 
+// Pixels; what ends nearer to a side of what was searched may go on beyond it.
+constexpr int edge = 3;
+
 // How far a plate comes from one picture to the next that it is read in, in its widths.
 constexpr double mostMoved = 1.5;
 
@@ -168,14 +171,21 @@ bool ReadingStream::Confirm(Plate& plate, Reading& reading) const {
     return true;
 }
 
-std::vector<Reading> ReadingStream::Follow(const Picture& picture, std::vector<Reading> readings) {
+std::vector<Reading> ReadingStream::Follow(const Picture& picture, const std::optional<Region>& region,
+                                           std::vector<Reading> readings) {
     if (needed <= 1 || picture.width <= 0 || picture.height <= 0) {
         return readings;
     }
     ++pictures;
     const bool isStream = ContinuesScene(picture);
     std::erase_if(plates, [&](const Plate& plate) { return pictures - plate.lastSeen > remembered; });
+    const int left = region ? std::max(region->left, 0) : 0;
+    const int right = region ? std::min(region->right, picture.width) : picture.width;
     std::erase_if(readings, [&](Reading& reading) {
+        // Where the picture ends characters may be missing; the plate is, or was, whole in others.
+        if (isStream && (reading.corners[0].x < left + edge || reading.corners[2].x > right - edge)) {
+            return true;
+        }
         const bool confirmed = Confirm(PlateOf(reading), reading);
         return isStream && !confirmed;
     });

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <map>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -19,8 +20,10 @@ class ReadingStream {
     /// So many pictures must agree; 1 passes every reading as it is.
     explicit ReadingStream(int confirmations) : needed(confirmations) {}
 
-    /// The readings of the next picture that are to be reported, in their order.
-    std::vector<Reading> Follow(const Picture& picture, std::vector<Reading> readings);
+    /// The readings of the next picture that are to be reported, in their order. Without a region, all of it was
+    /// searched.
+    std::vector<Reading> Follow(const Picture& picture, const std::optional<Region>& region,
+                                std::vector<Reading> readings);
 
   private:
     struct Votes {

@@ -114,7 +114,7 @@ class Session {
             region = {frame.region->left, frame.region->top, frame.region->right, frame.region->bottom};
         }
         try {
-            return AsSent(stream.Follow(picture, loan->Reader().Read(picture, region, widths)));
+            return AsSent(stream.Follow(picture, region, loan->Reader().Read(picture, region, widths)));
         } catch (const std::exception& error) {
             Complain(std::string("a frame cannot be read: ") + error.what());
         } catch (...) {
