@@ -320,7 +320,7 @@ TEST(TheClip, ShowsPlatesOfManySizesKindsAndLights) {
         const Light light = LightAt(static_cast<double>(clip.FramesOf(vehicle).front()) / framesPerSecond);
         ++lights[light.brightness < 0.6];
     }
-    EXPECT_LT(narrowest, 55);
+    EXPECT_LT(narrowest, 53);
     EXPECT_GT(widest, 175);
     EXPECT_EQ(designs.size(), 6U);
     EXPECT_GE(lights[true], 3);

@@ -19,7 +19,7 @@ constexpr Light cloudy{0.12, 0.84, 6.0, 0.15, 2.0, 1.0 / 125, 0.0};
 constexpr Light dusk{0.0, 0.42, 20.0, 0.6, 3.0, 1.0 / 90, 1.0};
 
 constexpr Hour hours[] = {
-    {0.0, sunny},          {21.5, sunny}, {23.5, cloudy}, {29.5, cloudy}, {34.0, dusk}, {roundSeconds - 1.0, dusk},
+    {0.0, sunny},          {22.0, sunny}, {24.0, cloudy}, {30.5, cloudy}, {35.0, dusk}, {roundSeconds - 1.0, dusk},
     {roundSeconds, sunny},
 };
 

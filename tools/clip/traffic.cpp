@@ -63,23 +63,23 @@ struct Appointment {
 constexpr Appointment appointments[] = {
     {0.4, 9.0, Manner::Comes, VehicleShape::Car, PlateDesign::European},
     {1.5, 7.0, Manner::Goes, VehicleShape::Van, PlateDesign::EuropeanYellow},
-    {6.5, 8.0, Manner::Comes, VehicleShape::Car, PlateDesign::NorthAmerican},
-    {9.4, 6.0, Manner::ComesAndTurnsOff, VehicleShape::Car, PlateDesign::European},
-    {10.4, 7.5, Manner::Goes, VehicleShape::Car, PlateDesign::SouthAmerican},
-    {16.0, 7.0, Manner::ComesAndStops, VehicleShape::Van, PlateDesign::European},
-    {18.2, 6.5, Manner::Goes, VehicleShape::Truck, PlateDesign::EuropeanYellow},
-    {25.0, 9.5, Manner::Comes, VehicleShape::Car, PlateDesign::NorthAmericanDark},
-    {26.3, 7.0, Manner::Goes, VehicleShape::Car, PlateDesign::EuropeanDark},
-    {31.7, 7.0, Manner::Comes, VehicleShape::Car, PlateDesign::SouthAmerican},
-    {34.9, 6.0, Manner::ComesAndTurnsOff, VehicleShape::Van, PlateDesign::EuropeanYellow},
-    {35.8, 7.0, Manner::Goes, VehicleShape::Car, PlateDesign::European},
-    {42.1, 7.0, Manner::ComesAndStops, VehicleShape::Car, PlateDesign::European},
-    {44.0, 6.5, Manner::Goes, VehicleShape::Car, PlateDesign::SouthAmerican},
-    {48.6, 6.5, Manner::Goes, VehicleShape::Van, PlateDesign::European},
+    {6.2, 8.0, Manner::Comes, VehicleShape::Car, PlateDesign::NorthAmerican},
+    {9.1, 6.0, Manner::ComesAndTurnsOff, VehicleShape::Car, PlateDesign::European},
+    {10.1, 7.5, Manner::Goes, VehicleShape::Car, PlateDesign::SouthAmerican},
+    {15.8, 7.0, Manner::ComesAndStops, VehicleShape::Van, PlateDesign::European},
+    {18.0, 6.5, Manner::Goes, VehicleShape::Truck, PlateDesign::EuropeanYellow},
+    {24.8, 9.5, Manner::Comes, VehicleShape::Car, PlateDesign::NorthAmericanDark},
+    {26.1, 7.0, Manner::Goes, VehicleShape::Car, PlateDesign::EuropeanDark},
+    {31.5, 7.0, Manner::Comes, VehicleShape::Car, PlateDesign::SouthAmerican},
+    {34.7, 6.0, Manner::ComesAndTurnsOff, VehicleShape::Van, PlateDesign::EuropeanYellow},
+    {35.6, 7.0, Manner::Goes, VehicleShape::Car, PlateDesign::European},
+    {41.7, 7.0, Manner::ComesAndStops, VehicleShape::Car, PlateDesign::European},
+    {43.6, 6.5, Manner::Goes, VehicleShape::Car, PlateDesign::SouthAmerican},
+    {48.2, 6.5, Manner::Goes, VehicleShape::Van, PlateDesign::European},
 };
 
 // The seconds that must be left behind a vehicle's last reading, for the tracker to give it up.
-constexpr double secondsToGiveUp = 4.0;
+constexpr double secondsToGiveUp = 3.2;
 
 constexpr Colour paints[] = {
     {0.62, 0.10, 0.10}, {0.14, 0.26, 0.50}, {0.78, 0.79, 0.80}, {0.16, 0.17, 0.19}, {0.93, 0.93, 0.91},
@@ -162,12 +162,9 @@ bool InPicture(const PlateCorners& corners, int width, int height) {
     });
 }
 
-bool IsReadable(const PlateKind& kind, const PlateCorners& corners, int width) {
-    // Counted in pixels of the usual size.
-    const double unit = width / 1280.0;
+bool IsReadable(const PlateCorners& corners, int width, int height) {
     const double plateWidth = std::hypot(corners[2].x - corners[0].x, corners[2].y - corners[0].y);
-    const double plateHeight = std::hypot(corners[1].x - corners[0].x, corners[1].y - corners[0].y);
-    return plateWidth >= 50 * unit && plateHeight * kind.characterHeight / kind.height >= 9 * unit;
+    return plateWidth >= narrowestReadable * width && std::min(corners[0].y, corners[2].y) >= highestReadable * height;
 }
 
 /// The seconds between which a vehicle's plate can be read.
@@ -356,7 +353,7 @@ PlateViews ViewPlates(const std::vector<Vehicle>& vehicles, double second, const
                                [&](const Pixel& corner) { return InHull(hull, corner); });
         });
         if (!hidden) {
-            views[i] = PlateView{corners, IsReadable(KindOf(vehicles[i].design), corners, width)};
+            views[i] = PlateView{corners, IsReadable(corners, width, height)};
         }
     }
     return views;

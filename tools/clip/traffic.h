@@ -47,7 +47,7 @@ inline constexpr double goingFrom = 18.0;
 inline constexpr double farthestVisible = 130.0;
 
 /// The length of one round of traffic, and with it of the whole clip.
-inline constexpr double roundSeconds = 52.4;
+inline constexpr double roundSeconds = 54.2;
 
 /// The x of the middle of the lane that turns off, at a distance.
 double TurnOffLaneX(double z);
@@ -78,10 +78,14 @@ Point OnPlate(const Vehicle& vehicle, const Place& place, double right, double u
 
 PlateCorners PlateCornersAt(const Vehicle& vehicle, const Place& place, const Camera& camera);
 
+/// What the demonstration has searched, in parts of the picture's width and height.
+inline constexpr double narrowestReadable = 0.04;
+inline constexpr double highestReadable = 0.20;
+
 /// A plate that is wholly in the picture and hidden by nothing.
 struct PlateView {
     PlateCorners corners;
-    bool readable = false;  ///< large enough: its characters at least 9 pixels high, itself at least 50 pixels wide
+    bool readable = false;  ///< wide enough, and not in the part of the picture that is too far away
 };
 
 /// Each vehicle's plate in one frame.

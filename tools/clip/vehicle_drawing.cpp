@@ -356,7 +356,7 @@ void DrawWords(VehiclePen& pen, Lettering& lettering) {
             words("GLX", 0.58, 0.745, 0.045, 0.20, chrome);
             break;
         case VehicleShape::Van:
-            words("ELEKTROTECHNIK", 0, 1.12, 0.12, 1.60, {0.92, 0.92, 0.90});
+            words("BAU", -0.46, 0.82, 0.15, 0.60, {0.92, 0.92, 0.90});
             break;
         case VehicleShape::Truck:
             words("MOVING", -0.55, 2.0, 0.22, 0.95, {0.95, 0.95, 0.93});
