@@ -3,6 +3,7 @@
 #include <stdexcept>
 
 #include "sdk/contract_names.h"
+#include "tests/reading_faults/plate_frame.h"
 #include "tests/support/servers.h"
 
 namespace reading_faults {
@@ -21,7 +22,8 @@ int Occurrences(const std::string& text, const std::string& wanted) {
 
 }  // namespace
 
-Stream::Stream() : plugin((servers::OwnFolder() / VEXLANE_READING_ENGINE).lexically_normal()) {
+Stream::Stream()
+    : plugin((servers::OwnFolder() / VEXLANE_READING_ENGINE).lexically_normal()), pixels(DrawPlateFrame()) {
     folder.SetDebugLevel("1");
     if (plugin.InitializeModule(host.Object()) != 0) {
         throw std::runtime_error("the library cannot be initialised");
@@ -47,7 +49,12 @@ int Stream::End() {
 Played Stream::Play() {
     const auto start = std::chrono::steady_clock::now();
     Played played;
-    played.answer = receiver->Receive(recording_host::MakeFrame(buffers, 320, 240, time += frameMilliseconds));
+    recording_host::BufferOptions options;
+    options.width = frameWidth;
+    options.height = frameHeight;
+    options.pixels = pixels;
+    options.timeStamp = time += frameMilliseconds;
+    played.answer = receiver->Receive(recording_host::MakeBuffer(buffers, options));
     played.time = std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::steady_clock::now() - start);
     const std::string lines = trace.Text(traceRead);
     traceRead += lines.size();

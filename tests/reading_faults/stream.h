@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <memory>
 #include <string>
+#include <vector>
 
 #include "tests/plugin/plugin.h"
 #include "tests/support/recording_host.h"
@@ -26,7 +27,7 @@ class Stream {
     Stream(const Stream&) = delete;
     Stream& operator=(const Stream&) = delete;
 
-    /// Plays a picture that the test server's reader finds two plates in.
+    /// Plays a picture with two plates.
     Played Play();
 
     /// Destroys the detector, and answers how many of its pictures it has not given back.
@@ -41,6 +42,7 @@ class Stream {
     plugin_test::Plugin plugin;
     OKM8::Analytics::IDetector* detector = nullptr;
     OKM8::Analytics::IMediaReceiver* receiver = nullptr;
+    const std::vector<std::uint8_t> pixels;
     std::uint64_t time = 0;
 };
 
