@@ -16,7 +16,7 @@ constexpr HeightRange best = {7.5f, 17.f};
 // the time goes into the largest scale, and what it takes away from small characters the reader could not read.
 constexpr float widest = 1280;
 constexpr float wide = 960;
-constexpr float wideShare = 0.8f;
+constexpr float wideShare = 0.75f;
 constexpr int narrowest = 48;
 constexpr int lowest = 24;
 

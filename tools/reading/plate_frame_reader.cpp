@@ -23,7 +23,7 @@ constexpr std::size_t mostCharacters = 9;
 constexpr std::size_t mostDetectedRows = 8;
 constexpr std::ptrdiff_t mostDoubtfulRows = 3;
 constexpr float sureScore = 0.6f;
-constexpr std::size_t mostFoundRows = 6;
+constexpr std::size_t mostFoundRows = 3;
 
 constexpr double leastConfidence = 0.3;
 

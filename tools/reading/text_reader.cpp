@@ -19,7 +19,10 @@ constexpr float secondMargin = 0.04f;
 // A column answers for pixels around it, and a character's outermost ones look like none.
 constexpr float columnsBeyond = 0.8f;
 
+// What is not worth a second look, or needs none.
 constexpr std::size_t fewestCharacters = 3;
+constexpr double hopeless = 0.2;
+constexpr double certain = 0.95;
 
 cv::Mat Normalise(const cv::Mat& strip) {
     cv::Scalar mean;
@@ -62,7 +65,8 @@ RowText TextReader::ReadOnce(const cv::Mat& grey, const TextRow& row, float marg
 
 RowText TextReader::Read(const cv::Mat& grey, const TextRow& row) {
     RowText first = ReadOnce(grey, row, firstMargin);
-    if (first.decoded.text.size() < fewestCharacters || first.row.width <= first.row.height) {
+    if (first.decoded.text.size() < fewestCharacters || first.decoded.confidence < hopeless ||
+        first.decoded.confidence > certain || first.row.width <= first.row.height) {
         return first;
     }
     RowText second = ReadOnce(grey, first.row, secondMargin);
