@@ -4,7 +4,6 @@
 Trains the network that finds rows of plate characters, on scenes drawn meanwhile. Input: grey, less 128, by 64. Output:
 for each square of 8 pixels a score and five numbers about the row (scene_drawing.py).
 """
-import argparse
 import random
 import time
 
@@ -53,23 +52,8 @@ def drawer():
 
 
 def main():
-    parser = argparse.ArgumentParser()
-    parser.add_argument("out")
-    parser.add_argument("--minutes", type=float, required=True)
-    parser.add_argument("--seed", type=int, default=1)
-    parser.add_argument("--from", dest="start")
-    parser.add_argument("--rate", type=float, default=2.5e-3)
-    arguments = parser.parse_args()
-    torch.manual_seed(arguments.seed)
-    random.seed(arguments.seed)
-    torch.set_num_threads(1)
-
-    network = Detector()
-    if arguments.start:
-        network.load_state_dict(torch.load(arguments.start))
-    network = network.to(memory_format=torch.channels_last)
-    average = training.Average(network)
-    print(sum(value.numel() for value in network.parameters()), "parameters", flush=True)
+    arguments = training.begin(__doc__)
+    network, average = training.start(Detector(), arguments)
     examples = Examples(drawer, arguments.seed, batch=24, fresh=10, kept=6000)
     optimiser = torch.optim.AdamW(network.parameters(), lr=arguments.rate, weight_decay=1e-3)
     schedule = training.Schedule(optimiser, arguments.minutes, arguments.rate, climb=100)

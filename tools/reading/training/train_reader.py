@@ -4,8 +4,6 @@
 Trains the network that reads the text of a strip, on strips drawn meanwhile. Input: 1 x 32 x 160, grey, less its mean, by
 its deviation. Output: 37 scores (none, 0-9, A-Z) for each of 40 columns.
 """
-import argparse
-import random
 import time
 
 import numpy as np
@@ -112,27 +110,14 @@ def read(scores):
 
 
 def main():
-    parser = argparse.ArgumentParser()
-    parser.add_argument("out")
-    parser.add_argument("--minutes", type=float, required=True)
-    parser.add_argument("--seed", type=int, default=1)
-    parser.add_argument("--from", dest="start")
-    parser.add_argument("--rate", type=float, default=2.5e-3)
-    arguments = parser.parse_args()
-    torch.manual_seed(arguments.seed)
-    random.seed(arguments.seed)
-    torch.set_num_threads(1)
-
-    network = Reader()
-    if arguments.start:
-        network.load_state_dict(torch.load(arguments.start))
-    network = network.to(memory_format=torch.channels_last)
-    average = training.Average(network)
-    print(sum(value.numel() for value in network.parameters()), "parameters", flush=True)
+    arguments = training.begin(__doc__)
+    network, average = training.start(Reader(), arguments)
     examples = Examples(drawer, arguments.seed, batch=64, fresh=40, kept=60000)
     optimiser = torch.optim.AdamW(network.parameters(), lr=arguments.rate, weight_decay=1e-2)
     schedule = training.Schedule(optimiser, arguments.minutes, arguments.rate)
     aligned = nn.CTCLoss(zero_infinity=True)
+    example = torch.randn(1, 1, plate_drawing.STRIP_HEIGHT, plate_drawing.STRIP_WIDTH)
+    export = {"dynamic_axes": {"picture": {0: "strips"}, "scores": {0: "strips"}}}
     right = shown = 0
     started = time.monotonic()
 
@@ -176,8 +161,8 @@ def main():
             )
             right = shown = 0
         if schedule.steps % 1000 == 0:
-            training.save(average, torch.randn(1, 1, 32, 160), arguments.out, dynamic_axes={"picture": {0: "strips"}, "scores": {0: "strips"}})
-    training.save(average, torch.randn(1, 1, 32, 160), arguments.out, dynamic_axes={"picture": {0: "strips"}, "scores": {0: "strips"}})
+            training.save(average, example, arguments.out, **export)
+    training.save(average, example, arguments.out, **export)
     examples.stop()
 
 

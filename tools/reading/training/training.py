@@ -1,9 +1,36 @@
 """What the training of both networks shares."""
+import argparse
 import copy
 import math
+import random
 import time
 
 import torch
+
+
+def begin(description):
+    """Reads the command line, and starts everything that is drawn at random here from its seed."""
+    parser = argparse.ArgumentParser(description=description)
+    parser.add_argument("out", help="the ONNX file to write; the weights for going on are written beside it")
+    parser.add_argument("--minutes", type=float, required=True)
+    parser.add_argument("--seed", type=int, default=1)
+    parser.add_argument("--from", dest="start", help="weights to go on from")
+    parser.add_argument("--rate", type=float, default=2.5e-3, help="the highest learning rate")
+    arguments = parser.parse_args()
+    torch.manual_seed(arguments.seed)
+    random.seed(arguments.seed)
+    # The other core draws.
+    torch.set_num_threads(1)
+    return arguments
+
+
+def start(network, arguments):
+    """The network with the weights to go on from, if any, laid out as the processor likes it, and its average."""
+    if arguments.start:
+        network.load_state_dict(torch.load(arguments.start))
+    network = network.to(memory_format=torch.channels_last)
+    print(sum(value.numel() for value in network.parameters()), "parameters", flush=True)
+    return network, Average(network)
 
 
 class Average:
