@@ -10,7 +10,7 @@ namespace plate_reading {
 namespace {
 
 // The picture is searched at about this width.
-constexpr double workingWidth = 960;
+constexpr double workingWidth = 800;
 constexpr double mostEnlarged = 2;
 
 constexpr int lowest = 7;  // pixels of the searched picture

@@ -22,7 +22,7 @@ constexpr float columnsBeyond = 0.8f;
 // What is not worth a second look, or needs none.
 constexpr std::size_t fewestCharacters = 3;
 constexpr double hopeless = 0.2;
-constexpr double certain = 0.95;
+constexpr double certain = 0.98;
 
 cv::Mat Normalise(const cv::Mat& strip) {
     cv::Scalar mean;
