@@ -31,7 +31,7 @@ constexpr double leastConfidence = 0.3;
 constexpr double fullLength = 5.5;
 
 // Two readings that share this much of the smaller one are of one plate.
-constexpr float sameplace = 0.4f;
+constexpr float samePlace = 0.4f;
 
 // Of a plate's row: width over height of its characters, from four wide ones to nine narrow ones.
 constexpr float leastAspect = 1.6f;
@@ -104,7 +104,7 @@ class PlateFrameReader final : public FrameReader {
         for (const RowText& text : texts) {
             const cv::Rect2f box = text.row.Box();
             const bool known = std::any_of(kept.begin(), kept.end(), [&](const RowText& other) {
-                return Overlap(box, other.row.Box()) > sameplace;
+                return Overlap(box, other.row.Box()) > samePlace;
             });
             if (!known) {
                 kept.push_back(text);

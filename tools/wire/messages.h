@@ -27,9 +27,8 @@
 ///     RangeTaken 4:                   nothing
 ///     Frame 5:                        u32 width, u32 height, u32 flags (1: brings memory, 2: has a region), u32 zero,
 ///                                     i32 left, top, right, bottom of the region, zeros without one
-///     Readings 6:                     u32 count, u32 zero, and for each reading 56 bytes: text of 16 bytes, padded
-///     with
-///                                     NULs, f64 confidence, i32 x and y of four corners
+///     Readings 6:                     u32 count, u32 zero, and for each reading 56 bytes: text of 16 bytes with NULs
+///                                     behind it, f64 confidence, i32 x and y of four corners
 ///
 /// Whoever receives anything else, or another kind than it waits for, ends the connection without a word.
 #pragma once
