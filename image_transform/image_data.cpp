@@ -1,10 +1,14 @@
 #include "image_transform/image_data.h"
 
+#include <new>
 #include <stdexcept>
 
 namespace image_transform {
 
 namespace {
+
+// Of a cache line, so that no vector that is stored lies across two.
+constexpr std::align_val_t alignment{64};
 
 std::uint32_t NonZero(std::uint32_t size) {
     if (size == 0) {
@@ -20,8 +24,8 @@ ImageData::ImageData(std::uint32_t imageWidth, std::uint32_t imageHeight, std::u
 
 ImageData::ImageData(std::uint32_t imageWidth, std::uint32_t imageHeight, std::uint32_t imageSize)
     : ImageData(imageWidth, imageHeight, imageSize, nullptr) {
-    storage =
-        boost::shared_ptr<std::uint8_t>(new std::uint8_t[size](), [](const std::uint8_t* bytes) { delete[] bytes; });
+    storage = boost::shared_ptr<std::uint8_t>(new (alignment) std::uint8_t[size](),
+                                              [](std::uint8_t* bytes) { operator delete[](bytes, alignment); });
     data = storage.get();
 }
 

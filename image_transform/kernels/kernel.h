@@ -65,4 +65,10 @@ const Kernel& ActiveKernel();
 /// The routines that define what every other kernel must give.
 extern const Kernel scalarKernel;
 
+// Of processors of the x64 family alone; in other builds the list lacks them.
+extern const Kernel sse41Kernel;
+extern const Kernel avx2Kernel;
+extern const Kernel avx512BwKernel;
+extern const Kernel avx512VbmiKernel;
+
 }  // namespace image_transform::kernels

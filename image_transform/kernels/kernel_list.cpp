@@ -7,7 +7,11 @@
 namespace image_transform::kernels {
 
 std::span<const Kernel> AllKernels() {
-    static const std::array<Kernel, 1> all = {scalarKernel};
+#if VEXLANE_X64_KERNELS
+    static const std::array all = {avx512VbmiKernel, avx512BwKernel, avx2Kernel, sse41Kernel, scalarKernel};
+#else
+    static const std::array all = {scalarKernel};
+#endif
     return all;
 }
 

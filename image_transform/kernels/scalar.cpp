@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "image_transform/kernels/arguments.h"
 #include "image_transform/kernels/kernel.h"
 
 namespace image_transform::kernels {
@@ -31,20 +32,6 @@ Bgr Converted(std::uint8_t luma, std::uint8_t chromaU, std::uint8_t chromaV) {
     return {Saturated(y + blueOfU * u), Saturated(y + greenOfV * v + greenOfU * u), Saturated(y + redOfV * v)};
 }
 
-int StatusOf(std::int32_t width, std::int32_t height, bool hasAllPlanes) {
-    if (!hasAllPlanes) {
-        return Status::NullPlane;
-    }
-    if (width < 1 || height < 1) {
-        return Status::BadSize;
-    }
-    return width % 2 != 0 || height % 2 != 0 ? Status::OddSize : Status::Ok;
-}
-
-bool HasAllPlanes(const I420Planes& source) {
-    return source.y != nullptr && source.u != nullptr && source.v != nullptr;
-}
-
 // Converts the even part and hands each pixel to `put(row, column, pixel)`.
 template <class Put>
 void ConvertEvenPart(const I420Planes& source, std::int32_t width, std::int32_t height, Put put) {
@@ -60,7 +47,7 @@ void ConvertEvenPart(const I420Planes& source, std::int32_t width, std::int32_t 
 
 int ToBgr24(const I420Planes& source, std::uint8_t* bgr, std::ptrdiff_t step, std::int32_t width, std::int32_t height) {
     const int status = StatusOf(width, height, HasAllPlanes(source) && bgr != nullptr);
-    if (status == Status::Ok || status == Status::OddSize) {
+    if (HasEvenPart(status)) {
         ConvertEvenPart(source, width, height, [=](std::int32_t row, std::int32_t column, const Bgr& pixel) {
             std::uint8_t* target = bgr + row * step + std::ptrdiff_t{3} * column;
             target[0] = pixel.blue;
@@ -72,9 +59,8 @@ int ToBgr24(const I420Planes& source, std::uint8_t* bgr, std::ptrdiff_t step, st
 }
 
 int ToBgrPlanar(const I420Planes& source, const BgrPlanes& target, std::int32_t width, std::int32_t height) {
-    const bool hasTarget = target.blue != nullptr && target.green != nullptr && target.red != nullptr;
-    const int status = StatusOf(width, height, HasAllPlanes(source) && hasTarget);
-    if (status == Status::Ok || status == Status::OddSize) {
+    const int status = StatusOf(width, height, HasAllPlanes(source) && HasAllPlanes(target));
+    if (HasEvenPart(status)) {
         ConvertEvenPart(source, width, height, [&](std::int32_t row, std::int32_t column, const Bgr& pixel) {
             const std::ptrdiff_t place = row * target.step + column;
             target.blue[place] = pixel.blue;
@@ -87,11 +73,9 @@ int ToBgrPlanar(const I420Planes& source, const BgrPlanes& target, std::int32_t 
 
 int GreyToBgr24Rows(const std::uint8_t* grey, std::ptrdiff_t greyStep, std::uint8_t* bgr, std::ptrdiff_t step,
                     std::int32_t width, std::int32_t height) {
-    if (grey == nullptr || bgr == nullptr) {
-        return Status::NullPlane;
-    }
-    if (width < 1 || height < 1) {
-        return Status::BadSize;
+    const int status = GreyStatusOf(width, height, grey != nullptr && bgr != nullptr);
+    if (status != Status::Ok) {
+        return status;
     }
     for (std::int32_t row = 0; row < height; ++row) {
         const std::uint8_t* source = grey + row * greyStep;
@@ -100,7 +84,7 @@ int GreyToBgr24Rows(const std::uint8_t* grey, std::ptrdiff_t greyStep, std::uint
             target[0] = target[1] = target[2] = source[column];
         }
     }
-    return Status::Ok;
+    return status;
 }
 
 bool RunsEverywhere() {

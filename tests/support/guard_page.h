@@ -16,6 +16,9 @@ class GuardedBytes {
     GuardedBytes(const GuardedBytes&) = delete;
     GuardedBytes& operator=(const GuardedBytes&) = delete;
 
+    /// From now on whoever writes to the bytes faults.
+    void MakeReadOnly();
+
     std::uint8_t* data() { return bytes; }
     const std::uint8_t* data() const { return bytes; }
     std::size_t size() const { return count; }

@@ -33,6 +33,13 @@ GuardedBytes::GuardedBytes(const std::vector<std::uint8_t>& content) : GuardedBy
     }
 }
 
+void GuardedBytes::MakeReadOnly() {
+    const auto page = static_cast<std::size_t>(sysconf(_SC_PAGESIZE));
+    if (mappedSize > page && mprotect(mapping, mappedSize - page, PROT_READ) != 0) {
+        throw std::system_error(errno, std::generic_category(), "mprotect");
+    }
+}
+
 GuardedBytes::~GuardedBytes() {
     munmap(mapping, mappedSize);
 }

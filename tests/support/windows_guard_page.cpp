@@ -42,6 +42,16 @@ GuardedBytes::GuardedBytes(const std::vector<std::uint8_t>& content) : GuardedBy
     }
 }
 
+void GuardedBytes::MakeReadOnly() {
+    SYSTEM_INFO system = {};
+    GetSystemInfo(&system);
+    DWORD before = 0;
+    if (mappedSize > system.dwPageSize &&
+        VirtualProtect(mapping, mappedSize - system.dwPageSize, PAGE_READONLY, &before) == 0) {
+        Fail("VirtualProtect");
+    }
+}
+
 GuardedBytes::~GuardedBytes() {
     VirtualFree(mapping, 0, MEM_RELEASE);
 }

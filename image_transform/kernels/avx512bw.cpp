@@ -1,0 +1,192 @@
+// AVX-512 where bytes are shuffled within lanes of 16 alone: the channels are worked out one by one and interleaved at
+// the end.
+
+#include "image_transform/kernels/processor.h"
+#include "image_transform/kernels/walk.h"
+
+namespace image_transform::kernels {
+
+namespace {
+
+using Bytes = __m512i;
+
+constexpr int registerBytes = 64;
+
+KERNEL_INLINE Bytes Load(const std::uint8_t* bytes) {
+    return _mm512_loadu_si512(bytes);
+}
+
+template <bool isStreamed>
+KERNEL_INLINE void Store(std::uint8_t* bytes, Bytes value) {
+    if constexpr (isStreamed) {
+        _mm512_stream_si512(reinterpret_cast<__m512i*>(bytes), value);
+    } else {
+        _mm512_storeu_si512(bytes, value);
+    }
+}
+
+// A lane's sixteen bytes of a channel, put where they belong in one of the three output lanes that they reach: byte
+// `at` of output lane `part` is of channel (16 part + at) % 3, so each place belongs to each channel once.
+constexpr __mmask64 everyThird[3] = {0x9249924992499249, 0x2492249224922492, 0x4924492449244924};
+
+// The offsets of 64 chroma pairs. Their quarters stand 0, 2, 4, ... and 1, 3, 5, ... in the lanes' halves, so that
+// doubling within lanes brings pixels in their order.
+struct Offsets {
+    Bytes moreBlue, moreGreen, moreRed;
+    Bytes lessBlue, lessGreen, lessRed;
+};
+
+template <int half>
+KERNEL_INLINE Bytes Twice(Bytes value) {
+    return half == 0 ? _mm512_unpacklo_epi8(value, value) : _mm512_unpackhi_epi8(value, value);
+}
+
+KERNEL_INLINE Bytes Applied(Bytes luma, Bytes more, Bytes less) {
+    return _mm512_subs_epu8(_mm512_adds_epu8(luma, more), less);
+}
+
+// Lane by lane the output is 0 of the first register, of the second, of the third, 1 of the first, and so on.
+template <bool isStreamed>
+KERNEL_INLINE void StoreInterleaved(std::uint8_t* bgr, Bytes blue, Bytes green, Bytes red) {
+    const Bytes bluePlaces =
+        _mm512_broadcast_i32x4(_mm_setr_epi8(0, 11, 6, 1, 12, 7, 2, 13, 8, 3, 14, 9, 4, 15, 10, 5));
+    const Bytes greenPlaces =
+        _mm512_broadcast_i32x4(_mm_setr_epi8(5, 0, 11, 6, 1, 12, 7, 2, 13, 8, 3, 14, 9, 4, 15, 10));
+    const Bytes redPlaces = _mm512_broadcast_i32x4(_mm_setr_epi8(10, 5, 0, 11, 6, 1, 12, 7, 2, 13, 8, 3, 14, 9, 4, 15));
+    const Bytes blues = _mm512_shuffle_epi8(blue, bluePlaces);
+    const Bytes greens = _mm512_shuffle_epi8(green, greenPlaces);
+    const Bytes reds = _mm512_shuffle_epi8(red, redPlaces);
+    const auto chosen = [&](int greenAt, int redAt) KERNEL_INLINE_LAMBDA {
+        return _mm512_mask_blend_epi8(everyThird[redAt], _mm512_mask_blend_epi8(everyThird[greenAt], blues, greens),
+                                      reds);
+    };
+    const Bytes first = chosen(1, 2);
+    const Bytes second = chosen(0, 1);
+    const Bytes third = chosen(2, 0);
+
+    const Bytes firstAndSecond[3] = {
+        _mm512_permutex2var_epi64(first, _mm512_setr_epi64(0, 1, 8, 9, 0, 0, 2, 3), second),
+        _mm512_permutex2var_epi64(first, _mm512_setr_epi64(10, 11, 0, 0, 4, 5, 12, 13), second),
+        _mm512_permutex2var_epi64(first, _mm512_setr_epi64(0, 0, 6, 7, 14, 15, 0, 0), second)};
+    Store<isStreamed>(
+        bgr, _mm512_mask_permutexvar_epi64(firstAndSecond[0], 0x30, _mm512_setr_epi64(0, 0, 0, 0, 0, 1, 0, 0), third));
+    Store<isStreamed>(
+        bgr + registerBytes,
+        _mm512_mask_permutexvar_epi64(firstAndSecond[1], 0x0C, _mm512_setr_epi64(0, 0, 2, 3, 0, 0, 0, 0), third));
+    Store<isStreamed>(
+        bgr + 2 * registerBytes,
+        _mm512_mask_permutexvar_epi64(firstAndSecond[2], 0xC3, _mm512_setr_epi64(4, 5, 0, 0, 0, 0, 6, 7), third));
+}
+
+class Block {
+  public:
+    static constexpr std::ptrdiff_t pixels = 128;
+    static constexpr bool isBoundByMemory = true;
+    static constexpr std::ptrdiff_t streamAlignment = registerBytes;
+    static constexpr int preparationSteps = 0;
+    using Offsets = kernels::Offsets;
+    class Preparation;
+
+    template <int rows, bool isStreamed, class Following>
+    KERNEL_INLINE void Interleave(const Offsets& offsets, const std::uint8_t* y, std::ptrdiff_t yStep,
+                                  std::uint8_t* bgr, std::ptrdiff_t step, Following&) const {
+        InterleaveHalf<0, rows, isStreamed>(offsets, y, yStep, bgr, step);
+        InterleaveHalf<1, rows, isStreamed>(offsets, y + registerBytes, yStep, bgr + 3 * registerBytes, step);
+    }
+
+    template <class Following>
+    KERNEL_INLINE void Separate(const Offsets& offsets, const std::uint8_t* y, std::ptrdiff_t yStep,
+                                const BgrPlanes& target, Following&) const {
+        SeparateOne(offsets.moreBlue, offsets.lessBlue, y, yStep, target.blue, target.step);
+        SeparateOne(offsets.moreGreen, offsets.lessGreen, y, yStep, target.green, target.step);
+        SeparateOne(offsets.moreRed, offsets.lessRed, y, yStep, target.red, target.step);
+    }
+
+    KERNEL_INLINE void SpreadGrey(const std::uint8_t* grey, std::uint8_t* bgr) const {
+        KERNEL_UNROLL(2)
+        for (int half = 0; half < 2; ++half) {
+            const Bytes luma = Load(grey + registerBytes * half);
+            StoreInterleaved<false>(bgr + 3 * registerBytes * half, luma, luma, luma);
+        }
+    }
+
+  private:
+    template <int half, int rows, bool isStreamed>
+    KERNEL_INLINE static void InterleaveHalf(const Offsets& offsets, const std::uint8_t* y, std::ptrdiff_t yStep,
+                                             std::uint8_t* bgr, std::ptrdiff_t step) {
+        const Offsets twice = {Twice<half>(offsets.moreBlue),  Twice<half>(offsets.moreGreen),
+                               Twice<half>(offsets.moreRed),   Twice<half>(offsets.lessBlue),
+                               Twice<half>(offsets.lessGreen), Twice<half>(offsets.lessRed)};
+        KERNEL_UNROLL(2)
+        for (int row = 0; row < rows; ++row) {
+            const Bytes luma = Load(y + row * yStep);
+            StoreInterleaved<isStreamed>(bgr + row * step, Applied(luma, twice.moreBlue, twice.lessBlue),
+                                         Applied(luma, twice.moreGreen, twice.lessGreen),
+                                         Applied(luma, twice.moreRed, twice.lessRed));
+        }
+    }
+
+    KERNEL_INLINE static void SeparateOne(const Bytes& more, const Bytes& less, const std::uint8_t* y,
+                                          std::ptrdiff_t yStep, std::uint8_t* plane, std::ptrdiff_t step) {
+        KERNEL_UNROLL(2)
+        for (int row = 0; row < 2; ++row) {
+            const std::uint8_t* luma = y + row * yStep;
+            std::uint8_t* target = plane + row * step;
+            Store<false>(target, Applied(Load(luma), Twice<0>(more), Twice<0>(less)));
+            Store<false>(target + registerBytes, Applied(Load(luma + registerBytes), Twice<1>(more), Twice<1>(less)));
+        }
+    }
+};
+
+class Block::Preparation {
+  public:
+    KERNEL_INLINE Preparation(const Block&, const std::uint8_t* chromaU, const std::uint8_t* chromaV) {
+        const Bytes quarters = _mm512_setr_epi64(0, 4, 1, 5, 2, 6, 3, 7);
+        const Bytes u = _mm512_permutexvar_epi64(quarters, Load(chromaU));
+        const Bytes v = _mm512_permutexvar_epi64(quarters, Load(chromaV));
+        const Bytes zero = _mm512_setzero_si512();
+        const Bytes middle = _mm512_set1_epi16(128);
+
+        const Bytes ofU = _mm512_set1_epi16(blueBeyond2U);
+        const Bytes uLower = _mm512_sub_epi16(_mm512_unpacklo_epi8(u, zero), middle);
+        const Bytes uUpper = _mm512_sub_epi16(_mm512_unpackhi_epi8(u, zero), middle);
+        const Bytes blueLower = _mm512_add_epi16(_mm512_add_epi16(uLower, uLower), _mm512_mulhi_epi16(uLower, ofU));
+        const Bytes blueUpper = _mm512_add_epi16(_mm512_add_epi16(uUpper, uUpper), _mm512_mulhi_epi16(uUpper, ofU));
+        offsets.moreBlue = _mm512_packus_epi16(blueLower, blueUpper);
+        offsets.lessBlue = _mm512_packus_epi16(_mm512_sub_epi16(zero, blueLower), _mm512_sub_epi16(zero, blueUpper));
+
+        const Bytes ofV = _mm512_set1_epi16(redBeyondV);
+        const Bytes vLower = _mm512_sub_epi16(_mm512_unpacklo_epi8(v, zero), middle);
+        const Bytes vUpper = _mm512_sub_epi16(_mm512_unpackhi_epi8(v, zero), middle);
+        const Bytes redLower = _mm512_add_epi16(vLower, _mm512_mulhi_epi16(vLower, ofV));
+        const Bytes redUpper = _mm512_add_epi16(vUpper, _mm512_mulhi_epi16(vUpper, ofV));
+        offsets.moreRed = _mm512_packus_epi16(redLower, redUpper);
+        offsets.lessRed = _mm512_packus_epi16(_mm512_sub_epi16(zero, redLower), _mm512_sub_epi16(zero, redUpper));
+
+        const Bytes sums =
+            _mm512_packs_epi16(GreenSums(_mm512_unpacklo_epi8(v, u)), GreenSums(_mm512_unpackhi_epi8(v, u)));
+        const Bytes green = _mm512_add_epi8(_mm512_sub_epi8(sums, v), _mm512_set1_epi8(greenByteBias));
+        offsets.moreGreen = _mm512_max_epi8(green, zero);
+        offsets.lessGreen = _mm512_sub_epi8(offsets.moreGreen, green);
+    }
+
+    KERNEL_INLINE void Step(int) {}
+    KERNEL_INLINE const Offsets& Result() const { return offsets; }
+
+  private:
+    KERNEL_INLINE static Bytes GreenSums(const Bytes& pairs) {
+        const Bytes lower = _mm512_add_epi16(_mm512_maddubs_epi16(pairs, _mm512_set1_epi16(greenLower)),
+                                             _mm512_set1_epi16(greenLowerBias));
+        const Bytes upper = _mm512_maddubs_epi16(pairs, _mm512_set1_epi16(greenUpper));
+        return _mm512_srai_epi16(_mm512_add_epi16(upper, _mm512_srai_epi16(lower, 8)), 8);
+    }
+
+    Offsets offsets;
+};
+
+}  // namespace
+
+constinit const Kernel avx512BwKernel = {"avx512bw", processor::HasAvx512Bw, VectorToBgr24<Block, avx2Kernel>,
+                                         VectorToBgrPlanar<Block, avx2Kernel>, VectorGreyToBgr24<Block, avx2Kernel>};
+
+}  // namespace image_transform::kernels

@@ -1,0 +1,274 @@
+// AVX-512 with byte permutations across the register: everything is worked out in the order of the output's bytes, so
+// that nothing is interleaved afterwards.
+
+#include "image_transform/kernels/processor.h"
+#include "image_transform/kernels/walk.h"
+
+namespace image_transform::kernels {
+
+namespace {
+
+using Bytes = __m512i;
+
+constexpr int registerBytes = 64;
+
+Bytes Load(const std::uint8_t* bytes) {
+    return _mm512_loadu_si512(bytes);
+}
+
+template <bool isStreamed>
+void Store(std::uint8_t* bytes, Bytes value) {
+    if constexpr (isStreamed) {
+        _mm512_stream_si512(reinterpret_cast<__m512i*>(bytes), value);
+    } else {
+        _mm512_storeu_si512(bytes, value);
+    }
+}
+
+constexpr __mmask64 upperHalf = 0xFFFFFFFF00000000;
+
+// What red and blue are more and less than Y, by the chroma's lower seven bits: the positive table serves values from
+// 128 on, the negative one those below.
+struct ChromaTables {
+    alignas(registerBytes) std::uint8_t redMore[128];
+    alignas(registerBytes) std::uint8_t redLess[128];
+    alignas(registerBytes) std::uint8_t blueMore[128];
+    alignas(registerBytes) std::uint8_t blueLess[128];
+};
+
+constexpr std::uint8_t CutToByte(std::int32_t magnitude) {
+    return static_cast<std::uint8_t>(magnitude > 255 ? 255 : magnitude);
+}
+
+constexpr ChromaTables MakeChromaTables() {
+    ChromaTables tables{};
+    for (std::int32_t value = 0; value < 128; ++value) {
+        tables.redMore[value] = CutToByte(value + ((redBeyondV * value) >> 16));
+        tables.blueMore[value] = CutToByte(2 * value + ((blueBeyond2U * value) >> 16));
+        const std::int32_t below = value - 128;
+        tables.redLess[value] = CutToByte(-(below + ((redBeyondV * below) >> 16)));
+        tables.blueLess[value] = CutToByte(-(2 * below + ((blueBeyond2U * below) >> 16)));
+    }
+    return tables;
+}
+
+// Where the bytes of an output register come from; byte `at` of register `part` of six is the picture's byte 64 part +
+// at.
+struct Places {
+    alignas(registerBytes) std::uint8_t luma[3][registerBytes];     // of 64 pixels
+    alignas(registerBytes) std::uint8_t offsets[6][registerBytes];  // of the two registers that Offsets speaks of
+    alignas(registerBytes) std::uint8_t green[registerBytes];       // of two registers of 16-bit sums
+    alignas(registerBytes) std::uint8_t twice[2][registerBytes];    // of 64 bytes, each twice
+};
+
+constexpr Places MakePlaces() {
+    Places places{};
+    constexpr int half = registerBytes / 2;
+    for (int part = 0; part < 6; ++part) {
+        for (int at = 0; at < registerBytes; ++at) {
+            const int byte = registerBytes * part + at;
+            const int chroma = byte / 3 / 2;
+            const int channel = byte % 3;
+            // Red fills the second register. In the first, blue and green are there for one half of the chroma each.
+            const bool isInUpperPlace = channel == 0 ? chroma >= half : chroma < half;
+            const int inFirst = chroma % half + (isInUpperPlace ? half : 0);
+            places.offsets[part][at] = static_cast<std::uint8_t>(channel == 2 ? registerBytes + chroma : inFirst);
+            if (part < 3) {
+                places.luma[part][at] = static_cast<std::uint8_t>(byte / 3);
+            }
+            if (part < 2) {
+                places.twice[part][at] = static_cast<std::uint8_t>(byte / 2);
+            }
+        }
+    }
+    for (int at = 0; at < registerBytes; ++at) {
+        // The sums stand as unpacking left them: of each 16 the lower eight in the first register. The halves change
+        // places, so that green stands where blue does not.
+        const int chroma = (at + half) % registerBytes;
+        const int sum = chroma / 16 * 8 + chroma % 8;
+        const int from = (chroma % 16 < 8 ? 0 : registerBytes) + 2 * sum + 1;
+        places.green[at] = static_cast<std::uint8_t>(from);
+    }
+    return places;
+}
+
+constexpr ChromaTables chromaTables = MakeChromaTables();
+constexpr Places placeTables = MakePlaces();
+
+// The offsets of 64 chroma pairs, more and less. Of the first two registers the first serves the left half of a block:
+// blue below green; the second the right half: green below blue.
+struct Offsets {
+    Bytes moreLeft, moreRight, moreRed;
+    Bytes lessLeft, lessRight, lessRed;
+};
+
+class Block {
+  public:
+    static constexpr std::ptrdiff_t pixels = 128;
+    static constexpr bool isBoundByMemory = true;
+    static constexpr std::ptrdiff_t streamAlignment = registerBytes;
+    static constexpr int preparationSteps = 6;
+    using Offsets = kernels::Offsets;
+    class Preparation;
+
+    template <int rows, bool isStreamed, class Following>
+    KERNEL_INLINE void Interleave(const Offsets& offsets, const std::uint8_t* y, std::ptrdiff_t yStep,
+                                  std::uint8_t* bgr, std::ptrdiff_t step, Following& following) const {
+        KERNEL_UNROLL(6)
+        for (int part = 0; part < 6; ++part) {
+            const bool isLeft = part < 3;
+            const Bytes more = _mm512_permutex2var_epi8(isLeft ? offsets.moreLeft : offsets.moreRight,
+                                                        offsetPlaces[part], offsets.moreRed);
+            const Bytes less = _mm512_permutex2var_epi8(isLeft ? offsets.lessLeft : offsets.lessRight,
+                                                        offsetPlaces[part], offsets.lessRed);
+            Bytes sums[2];
+            KERNEL_UNROLL(2)
+            for (int row = 0; row < rows; ++row) {
+                const Bytes luma = Load(y + row * yStep + (isLeft ? 0 : registerBytes));
+                sums[row] = _mm512_adds_epu8(_mm512_permutexvar_epi8(lumaPlaces[part % 3], luma), more);
+            }
+            KERNEL_UNROLL(2)
+            for (int row = 0; row < rows; ++row) {
+                Store<isStreamed>(bgr + row * step + registerBytes * part, _mm512_subs_epu8(sums[row], less));
+            }
+            following.Step(part);
+        }
+    }
+
+    template <class Following>
+    KERNEL_INLINE void Separate(const Offsets& offsets, const std::uint8_t* y, std::ptrdiff_t yStep,
+                                const BgrPlanes& target, Following& following) const {
+        KERNEL_UNROLL(2)
+        for (int half = 0; half < 2; ++half) {
+            const std::ptrdiff_t from = half * registerBytes;
+            // Blue below green, or green below blue.
+            const Bytes lower = Load(placeTables.twice[0]);
+            const Bytes upper = Load(placeTables.twice[1]);
+            const Bytes& more = half == 0 ? offsets.moreLeft : offsets.moreRight;
+            const Bytes& less = half == 0 ? offsets.lessLeft : offsets.lessRight;
+            const Bytes& blueAt = half == 0 ? lower : upper;
+            const Bytes& greenAt = half == 0 ? upper : lower;
+            const Bytes& redAt = half == 0 ? lower : upper;
+            SeparateOne(more, less, blueAt, y + from, yStep, target.blue + from, target.step);
+            SeparateOne(more, less, greenAt, y + from, yStep, target.green + from, target.step);
+            SeparateOne(offsets.moreRed, offsets.lessRed, redAt, y + from, yStep, target.red + from, target.step);
+        }
+        KERNEL_UNROLL(6)
+        for (int step = 0; step < preparationSteps; ++step) {
+            following.Step(step);
+        }
+    }
+
+    KERNEL_INLINE void SpreadGrey(const std::uint8_t* grey, std::uint8_t* bgr) const {
+        KERNEL_UNROLL(6)
+        for (int part = 0; part < 6; ++part) {
+            const Bytes luma = Load(grey + part / 3 * registerBytes);
+            Store<false>(bgr + registerBytes * part, _mm512_permutexvar_epi8(lumaPlaces[part % 3], luma));
+        }
+    }
+
+  private:
+    KERNEL_INLINE static void SeparateOne(const Bytes& more, const Bytes& less, const Bytes& places,
+                                          const std::uint8_t* y, std::ptrdiff_t yStep, std::uint8_t* plane,
+                                          std::ptrdiff_t step) {
+        const Bytes moreTwice = _mm512_permutexvar_epi8(places, more);
+        const Bytes lessTwice = _mm512_permutexvar_epi8(places, less);
+        KERNEL_UNROLL(2)
+        for (int row = 0; row < 2; ++row) {
+            const Bytes sum = _mm512_adds_epu8(Load(y + row * yStep), moreTwice);
+            Store<false>(plane + row * step, _mm512_subs_epu8(sum, lessTwice));
+        }
+    }
+
+    struct Table {
+        explicit Table(const std::uint8_t* bytes) : lower(Load(bytes)), upper(Load(bytes + registerBytes)) {}
+        KERNEL_INLINE Bytes Of(__mmask64 which, Bytes index) const {
+            return _mm512_maskz_permutex2var_epi8(which, lower, index, upper);
+        }
+        Bytes lower;
+        Bytes upper;
+    };
+
+    Table redMore{chromaTables.redMore};
+    Table redLess{chromaTables.redLess};
+    Table blueMore{chromaTables.blueMore};
+    Table blueLess{chromaTables.blueLess};
+    Bytes lumaPlaces[3] = {Load(placeTables.luma[0]), Load(placeTables.luma[1]), Load(placeTables.luma[2])};
+    Bytes offsetPlaces[6] = {Load(placeTables.offsets[0]), Load(placeTables.offsets[1]), Load(placeTables.offsets[2]),
+                             Load(placeTables.offsets[3]), Load(placeTables.offsets[4]), Load(placeTables.offsets[5])};
+    Bytes greenPlaces = Load(placeTables.green);
+};
+
+// The way from 64 chroma pairs to their offsets, in steps of about the same work.
+class Block::Preparation {
+  public:
+    KERNEL_INLINE Preparation(const Block& owner, const std::uint8_t* chromaU, const std::uint8_t* chromaV)
+        : block(owner), u(Load(chromaU)), v(Load(chromaV)) {}
+
+    KERNEL_INLINE void Step(int step) {
+        switch (step) {
+            case 0: {
+                pairs[0] = _mm512_unpacklo_epi8(v, u);
+                pairs[1] = _mm512_unpackhi_epi8(v, u);
+                break;
+            }
+            case 1: {
+                const Bytes factors = _mm512_set1_epi16(greenLower);
+                sums[0] = _mm512_maddubs_epi16(pairs[0], factors);
+                sums[1] = _mm512_maddubs_epi16(pairs[1], factors);
+                const __mmask64 isPositive = _mm512_movepi8_mask(v);
+                offsets.moreRed = block.redMore.Of(isPositive, v);
+                offsets.lessRed = block.redLess.Of(_knot_mask64(isPositive), v);
+                break;
+            }
+            case 2: {
+                const Bytes bias = _mm512_set1_epi16(greenLowerBias);
+                sums[0] = _mm512_srai_epi16(_mm512_add_epi16(sums[0], bias), 8);
+                sums[1] = _mm512_srai_epi16(_mm512_add_epi16(sums[1], bias), 8);
+                break;
+            }
+            case 3: {
+                const Bytes factors = _mm512_set1_epi16(greenUpper);
+                sums[0] = _mm512_add_epi16(_mm512_maddubs_epi16(pairs[0], factors), sums[0]);
+                sums[1] = _mm512_add_epi16(_mm512_maddubs_epi16(pairs[1], factors), sums[1]);
+                const __mmask64 isPositive = _mm512_movepi8_mask(u);
+                moreBlue = block.blueMore.Of(isPositive, u);
+                lessBlue = block.blueLess.Of(_knot_mask64(isPositive), u);
+                break;
+            }
+            case 4: {
+                const Bytes upper = _mm512_permutex2var_epi8(sums[0], block.greenPlaces, sums[1]);
+                const Bytes halvesChanged = _mm512_shuffle_i64x2(v, v, 0x4E);
+                green = _mm512_add_epi8(_mm512_sub_epi8(upper, halvesChanged), _mm512_set1_epi8(greenByteBias));
+                break;
+            }
+            default: {
+                const Bytes more = _mm512_max_epi8(green, _mm512_setzero_si512());
+                const Bytes less = _mm512_sub_epi8(more, green);
+                offsets.moreLeft = _mm512_mask_blend_epi8(upperHalf, moreBlue, more);
+                offsets.moreRight = _mm512_mask_blend_epi8(upperHalf, more, moreBlue);
+                offsets.lessLeft = _mm512_mask_blend_epi8(upperHalf, lessBlue, less);
+                offsets.lessRight = _mm512_mask_blend_epi8(upperHalf, less, lessBlue);
+                break;
+            }
+        }
+    }
+
+    KERNEL_INLINE const Offsets& Result() const { return offsets; }
+
+  private:
+    const Block& block;
+    Bytes u, v;
+    Bytes pairs[2];  // V and U in turn
+    Bytes sums[2];   // for green, 16 bits each
+    Bytes green;     // signed
+    Bytes moreBlue, lessBlue;
+    Offsets offsets;
+};
+
+}  // namespace
+
+constinit const Kernel avx512VbmiKernel = {"avx512vbmi", processor::HasAvx512Vbmi, VectorToBgr24<Block, avx2Kernel>,
+                                           VectorToBgrPlanar<Block, avx2Kernel>, VectorGreyToBgr24<Block, avx2Kernel>};
+
+}  // namespace image_transform::kernels

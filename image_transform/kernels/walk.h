@@ -1,0 +1,220 @@
+/// How the vector kernels go over a picture; a kernel's file adds what its processor does with one block of it.
+///
+/// Everything here has internal linkage: each file is compiled for another processor, and a function that two of them
+/// shared could be the one that this processor lacks. For the same reason the standard library's functions stay out.
+#pragma once
+
+#include <immintrin.h>
+
+#include <cstddef>
+#include <cstdint>
+
+#include "image_transform/kernels/arguments.h"
+#include "image_transform/kernels/kernel.h"
+
+namespace image_transform::kernels {
+namespace {
+
+// The compiler is told what to do with a block's parts: it keeps their registers only where everything is one function.
+#if defined(_MSC_VER) && !defined(__clang__)
+#define KERNEL_INLINE __forceinline
+#define KERNEL_INLINE_LAMBDA [[msvc::forceinline]]
+#define KERNEL_UNROLL(times)
+#else
+#define KERNEL_INLINE inline __attribute__((always_inline))
+#define KERNEL_INLINE_LAMBDA __attribute__((always_inline))
+#if defined(__clang__)
+#define KERNEL_UNROLL(times) _Pragma("clang loop unroll(full)")
+#else
+#define KERNEL_PRAGMA(text) _Pragma(#text)
+#define KERNEL_UNROLL(times) KERNEL_PRAGMA(GCC unroll times)
+#endif
+#endif
+
+// Of the full 16-bit formula, red and blue keep what they are more than v and 2 u:
+//   74711 v = 65536 v + 9175 v,   133169 u = 131072 u + 2097 u.
+// An offset that depends on the chroma alone is enough: (65536 Y + k) >> 16 = Y + (k >> 16). Cut to -255..255 and
+// parted into two bytes, of which one is zero, it is applied by a saturating addition and a saturating subtraction.
+constexpr std::int16_t redBeyondV = 9175;
+constexpr std::int16_t blueBeyond2U = 2097;
+
+// Green is (27460 v - 25821 u) >> 16, less v. The sum is taken in two halves, of which each fits 16 bits:
+//   27460 V - 25821 U - 209792 = 256 (107 V - 101 U) + (68 V + 35 U) - 209792,
+// V and U counted from 0. The constant is 256 x -820 + 128; of the -820, -52 go into the lower half's 16 bits and the
+// rest, 256 x -3, joins the 128 of v = V - 128 when only bytes are left: it is 125, modulo 256.
+constexpr std::int16_t greenUpper = static_cast<std::int16_t>((-101 << 8) | 107);  // a byte for V below one for U
+constexpr std::int16_t greenLower = static_cast<std::int16_t>((35 << 8) | 68);
+constexpr std::int16_t greenLowerBias = 128 - 52 * 256;
+constexpr std::int8_t greenByteBias = 125;
+
+// How far ahead of the converted rows luma is asked for; chroma comes in time by itself. Measured with frames that were
+// in no cache; more or less by a factor of two makes little difference.
+constexpr std::ptrdiff_t lumaAhead = 4096;
+constexpr std::ptrdiff_t cacheLine = 64;
+
+// An output larger than this goes past the caches: it would push itself out of them before anybody reads it.
+constexpr std::ptrdiff_t largestCachedOutput = std::ptrdiff_t{16} << 20;
+
+// Behind the end of a picture the address is nobody's; asking for it does no harm.
+KERNEL_INLINE void AskFor(const std::uint8_t* luma, std::ptrdiff_t from, std::ptrdiff_t bytes) {
+    const std::uintptr_t first = reinterpret_cast<std::uintptr_t>(luma) + static_cast<std::uintptr_t>(from);
+    for (std::ptrdiff_t line = 0; line < bytes; line += cacheLine) {
+        _mm_prefetch(reinterpret_cast<const char*>(first + static_cast<std::uintptr_t>(line)), _MM_HINT_T0);
+    }
+}
+
+// In place of a next block's preparation, where there is none to be taken along.
+struct NothingToPrepare {
+    KERNEL_INLINE void Step(int) {}
+};
+
+// Goes through the blocks of a row, or of a pair of rows: `ask(column)`, then `emit(offsets, column, preparation)`. The
+// last block ends with the row and may overlap the one before it.
+//
+// A block with steps of preparation has enough registers for two: emit takes the next block's steps between its own, so
+// that its offsets are ready before they are used. Left to itself the processor would wait for them.
+// REQUIRES: width is even and no less than a block.
+template <class Block, class Emit, class Ask>
+KERNEL_INLINE void ForEachBlock(const Block& block, const std::uint8_t* u, const std::uint8_t* v, std::ptrdiff_t width,
+                                Emit emit, Ask ask) {
+    const std::ptrdiff_t last = width - Block::pixels;
+    NothingToPrepare nothing;
+    std::ptrdiff_t column = 0;
+    if constexpr (Block::preparationSteps > 0) {
+        typename Block::Preparation first(block, u, v);
+        for (int step = 0; step < Block::preparationSteps; ++step) {
+            first.Step(step);
+        }
+        typename Block::Offsets offsets = first.Result();
+        while (column != last) {
+            const std::ptrdiff_t next = column + Block::pixels < last ? column + Block::pixels : last;
+            ask(column);
+            typename Block::Preparation following(block, u + next / 2, v + next / 2);
+            emit(offsets, column, following);
+            offsets = following.Result();
+            column = next;
+        }
+        emit(offsets, last, nothing);
+    } else {
+        for (; column < last; column += Block::pixels) {
+            ask(column);
+            emit(typename Block::Preparation(block, u + column / 2, v + column / 2).Result(), column, nothing);
+        }
+        emit(typename Block::Preparation(block, u + last / 2, v + last / 2).Result(), last, nothing);
+    }
+}
+
+// Two rows at a time share the work on their chroma. Memory is asked for in the order of its addresses, though: to the
+// processor's own look-ahead two rows in turn are no stream, and from memory they come half as fast.
+template <class Block>
+void InterleavePairs(const I420Planes& source, std::uint8_t* bgr, std::ptrdiff_t step, std::ptrdiff_t width,
+                     std::ptrdiff_t height) {
+    const Block block;
+    for (std::ptrdiff_t row = 0; row < height; row += 2) {
+        const std::uint8_t* y = source.y + row * source.yStep;
+        std::uint8_t* target = bgr + row * step;
+        ForEachBlock(
+            block, source.u + row / 2 * source.uStep, source.v + row / 2 * source.vStep, width,
+            [&](const auto& offsets, std::ptrdiff_t column, auto& following) KERNEL_INLINE_LAMBDA {
+                block.template Interleave<2, false>(offsets, y + column, source.yStep, target + 3 * column, step,
+                                                    following);
+            },
+            [&](std::ptrdiff_t column)
+                KERNEL_INLINE_LAMBDA { AskFor(y, lumaAhead + 2 * column, std::ptrdiff_t{2} * Block::pixels); });
+    }
+}
+
+// Row by row, in the order of all addresses, for pictures that no cache holds: memory is the limit, not the work.
+template <class Block, bool isStreamed>
+void InterleaveRows(const I420Planes& source, std::uint8_t* bgr, std::ptrdiff_t step, std::ptrdiff_t width,
+                    std::ptrdiff_t height) {
+    const Block block;
+    for (std::ptrdiff_t row = 0; row < height; ++row) {
+        const std::uint8_t* y = source.y + row * source.yStep;
+        std::uint8_t* target = bgr + row * step;
+        ForEachBlock(
+            block, source.u + row / 2 * source.uStep, source.v + row / 2 * source.vStep, width,
+            [&](const auto& offsets, std::ptrdiff_t column, auto& following) KERNEL_INLINE_LAMBDA {
+                block.template Interleave<1, isStreamed>(offsets, y + column, source.yStep, target + 3 * column, step,
+                                                         following);
+            },
+            [](std::ptrdiff_t) KERNEL_INLINE_LAMBDA {});
+    }
+    if constexpr (isStreamed) {
+        _mm_sfence();
+    }
+}
+
+template <class Block>
+bool CanStream(const std::uint8_t* bgr, std::ptrdiff_t step, std::ptrdiff_t width) {
+    constexpr std::ptrdiff_t alignment = Block::streamAlignment;
+    // The last block must not begin between two of its kind.
+    return reinterpret_cast<std::uintptr_t>(bgr) % alignment == 0 && step % alignment == 0 &&
+           width % Block::pixels == 0;
+}
+
+template <class Block, const Kernel& narrower>
+int VectorToBgr24(const I420Planes& source, std::uint8_t* bgr, std::ptrdiff_t step, std::int32_t width,
+                  std::int32_t height) {
+    const int status = StatusOf(width, height, HasAllPlanes(source) && bgr != nullptr);
+    const std::ptrdiff_t evenWidth = width / 2 * 2;
+    const std::ptrdiff_t evenHeight = height / 2 * 2;
+    if (!HasEvenPart(status) || evenWidth < Block::pixels) {
+        return HasEvenPart(status) ? narrower.toBgr24(source, bgr, step, width, height) : status;
+    }
+    if (!Block::isBoundByMemory || 3 * evenWidth * evenHeight <= largestCachedOutput) {
+        InterleavePairs<Block>(source, bgr, step, evenWidth, evenHeight);
+    } else if (CanStream<Block>(bgr, step, evenWidth)) {
+        InterleaveRows<Block, true>(source, bgr, step, evenWidth, evenHeight);
+    } else {
+        InterleaveRows<Block, false>(source, bgr, step, evenWidth, evenHeight);
+    }
+    return status;
+}
+
+template <class Block, const Kernel& narrower>
+int VectorToBgrPlanar(const I420Planes& source, const BgrPlanes& target, std::int32_t width, std::int32_t height) {
+    const int status = StatusOf(width, height, HasAllPlanes(source) && HasAllPlanes(target));
+    const std::ptrdiff_t evenWidth = width / 2 * 2;
+    const std::ptrdiff_t evenHeight = height / 2 * 2;
+    if (!HasEvenPart(status) || evenWidth < Block::pixels) {
+        return HasEvenPart(status) ? narrower.toBgrPlanar(source, target, width, height) : status;
+    }
+    const Block block;
+    for (std::ptrdiff_t row = 0; row < evenHeight; row += 2) {
+        const std::uint8_t* y = source.y + row * source.yStep;
+        ForEachBlock(
+            block, source.u + row / 2 * source.uStep, source.v + row / 2 * source.vStep, evenWidth,
+            [&](const auto& offsets, std::ptrdiff_t column, auto& following) KERNEL_INLINE_LAMBDA {
+                const std::ptrdiff_t place = row * target.step + column;
+                const BgrPlanes at{target.blue + place, target.green + place, target.red + place, target.step};
+                block.Separate(offsets, y + column, source.yStep, at, following);
+            },
+            [&](std::ptrdiff_t column)
+                KERNEL_INLINE_LAMBDA { AskFor(y, lumaAhead + 2 * column, std::ptrdiff_t{2} * Block::pixels); });
+    }
+    return status;
+}
+
+template <class Block, const Kernel& narrower>
+int VectorGreyToBgr24(const std::uint8_t* grey, std::ptrdiff_t greyStep, std::uint8_t* bgr, std::ptrdiff_t step,
+                      std::int32_t width, std::int32_t height) {
+    const int status = GreyStatusOf(width, height, grey != nullptr && bgr != nullptr);
+    if (status != Status::Ok || width < Block::pixels) {
+        return status == Status::Ok ? narrower.greyToBgr24(grey, greyStep, bgr, step, width, height) : status;
+    }
+    const Block block;
+    for (std::ptrdiff_t row = 0; row < height; ++row) {
+        const std::uint8_t* source = grey + row * greyStep;
+        std::uint8_t* target = bgr + row * step;
+        const std::ptrdiff_t last = width - Block::pixels;
+        for (std::ptrdiff_t column = 0; column < last; column += Block::pixels) {
+            block.SpreadGrey(source + column, target + 3 * column);
+        }
+        block.SpreadGrey(source + last, target + 3 * last);
+    }
+    return status;
+}
+
+}  // namespace
+}  // namespace image_transform::kernels
