@@ -188,6 +188,28 @@ TEST(TextDistance, OfVeryLongTextsIsRight) {
     EXPECT_EQ(TextDistance(first, L""), 500.0);
 }
 
+// From the match at the beginning a carry goes through a machine word that nothing has matched.
+TEST(TextDistance, AnEarlierMatchBehindAWholeWordTakesTheLaterOnesPlace) {
+    const std::wstring text = L"A" + std::wstring(127, L'-') + L"B";
+    EXPECT_EQ(TextDistance(text, L"BA"), 64.5);
+    EXPECT_EQ(TextDistance(text, L"AB"), 63.5);
+    EXPECT_EQ(TextDistance(L"BA", text), 64.5);
+}
+
+TEST(TextDistance, OfLongTextsWithFewCommonUnitsIsThatOfTheRollingRows) {
+    std::mt19937 random(5);
+    for (int round = 0; round < 500; ++round) {
+        std::wstring texts[2];
+        for (std::wstring& text : texts) {
+            text.assign(200 + random() % 130, &text == texts ? L'-' : L'+');
+            for (int place = 0; place < 12; ++place) {
+                text[random() % text.size()] = static_cast<wchar_t>(L'A' + random() % 6);
+            }
+        }
+        ASSERT_EQ(TextDistance(texts[0], texts[1]), RollingRowsDistance(texts[0], texts[1])) << "round " << round;
+    }
+}
+
 TEST(TextDistance, UnitsThatMeetInATableDiffer) {
     // 64 units at steps of the table's size, so that all of them want one place in it.
     std::wstring text;
