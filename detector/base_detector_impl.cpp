@@ -210,11 +210,10 @@ void BaseDetectorImpl::SetFrameSizeAndApply(std::uint32_t frameWidth, std::uint3
 }
 
 PixelRect BaseDetectorImpl::GetDetectionRect() const {
-    const bool isSingle = singleAreaActive;
-    if (!(isSingle ? singleAreaValid : Bound(useArea))) {
+    const auto [isLimited, source] = singleAreaActive ? std::tuple(singleAreaValid, singleArea) : Bound(useArea, area);
+    if (!isLimited) {
         return {0, 0, static_cast<std::int32_t>(width), static_cast<std::int32_t>(effectiveHeight)};
     }
-    const PercentArea source = isSingle ? singleArea : Bound(area);
     return {PercentOf(width, source.left), PercentOf(effectiveHeight, source.top), PercentOf(width, source.right),
             PercentOf(effectiveHeight, source.bottom)};
 }
@@ -386,8 +385,8 @@ void BaseDetectorImpl::Log(const std::string& message, std::int32_t code, std::i
 }
 
 std::string BaseDetectorImpl::GetLogPrefix() {
-    const std::string prefix = Compose("[%1%] ", Bound(name));
-    const std::string shownId = Bound(id);
+    const auto [shownName, shownId] = Bound(name, id);
+    const std::string prefix = Compose("[%1%] ", shownName);
     return shownId.empty() ? prefix : Compose("%1%[id:%2%] ", prefix, shownId);
 }
 
@@ -409,7 +408,8 @@ bool BaseDetectorImpl::LogError(const char* text, std::int32_t code) {
 }
 
 std::string BaseDetectorImpl::GetDefaultFiguresKey() {
-    return Compose("%1%.%2%", Bound(name), Bound(id));
+    const auto [ownName, ownId] = Bound(name, id);
+    return Compose("%1%.%2%", ownName, ownId);
 }
 
 // The two texts are the same with every standard library.

@@ -6,6 +6,7 @@
 #include <boost/thread/recursive_mutex.hpp>
 #include <cstdint>
 #include <string>
+#include <tuple>
 
 #include "detector/host_faces.h"
 #include "detector/settings.h"
@@ -162,6 +163,13 @@ class BaseDetectorImpl : public OKM8::Analytics::IDetector,
     Value Bound(const Value& member) const {
         const boost::mutex::scoped_lock lock(stateMutex);
         return member;
+    }
+
+    /// Copies of several bound members, as they stand together. Any thread.
+    template <class First, class Second, class... More>
+    std::tuple<First, Second, More...> Bound(const First& first, const Second& second, const More&... more) const {
+        const boost::mutex::scoped_lock lock(stateMutex);
+        return {first, second, more...};
     }
 
     OKM8::Analytics::IDetectorPeer* detectorPeer;

@@ -15,21 +15,29 @@ int CountOf(std::size_t size) {
 }
 
 // Of the wide characters all but the last, which stands for the NUL behind a text.
-std::wstring WideWithoutLast(std::uint32_t codePage, const char* bytes, std::size_t count) {
-    const int length = platform::ToWide(codePage, bytes, CountOf(count), nullptr, 0);
+std::wstring AnsiWithoutLast(const char* bytes, std::size_t count) {
+    const int length = platform::ToWide(platform::codePageAnsi, bytes, CountOf(count), nullptr, 0);
     if (length <= 0) {
         return {};
     }
     std::wstring wide(static_cast<std::size_t>(length), L'\0');
-    platform::ToWide(codePage, bytes, CountOf(count), wide.data(), length);
+    platform::ToWide(platform::codePageAnsi, bytes, CountOf(count), wide.data(), length);
     wide.pop_back();
     return wide;
+}
+
+// Of a plate's text a byte is one wide character at most, so there is no need to ask for the length first.
+std::wstring PlateTextWithoutLast(const char* bytes, std::size_t count) {
+    wchar_t wide[sizeof(RPLATE::text) + 1];
+    const int length = platform::ToWide(platform::codePageSimplifiedChinese, bytes, CountOf(count), wide,
+                                        static_cast<int>(std::size(wide)));
+    return length > 0 ? std::wstring(wide, static_cast<std::size_t>(length) - 1) : std::wstring();
 }
 
 }  // namespace
 
 std::wstring ReadingTextOf(const RPLATE& plate) {
-    return WideWithoutLast(platform::codePageSimplifiedChinese, plate.text, sizeof plate.text);
+    return PlateTextWithoutLast(plate.text, sizeof plate.text);
 }
 
 std::wstring ResultTextOf(const RPLATE& plate) {
@@ -37,7 +45,7 @@ std::wstring ResultTextOf(const RPLATE& plate) {
     const auto end = std::find(std::begin(plate.text), std::end(plate.text), '\0');
     std::copy(std::begin(plate.text), end, terminated);
     const auto length = static_cast<std::size_t>(end - std::begin(plate.text));
-    return WideWithoutLast(platform::codePageSimplifiedChinese, terminated, length + 1);
+    return PlateTextWithoutLast(terminated, length + 1);
 }
 
 std::string Utf8Of(const std::wstring& text) {
@@ -51,7 +59,7 @@ std::string Utf8Of(const std::wstring& text) {
 }
 
 std::string Utf8OfAnsi(const std::string& text) {
-    return Utf8Of(WideWithoutLast(platform::codePageAnsi, text.c_str(), text.size() + 1));
+    return Utf8Of(AnsiWithoutLast(text.c_str(), text.size() + 1));
 }
 
 }  // namespace plate_recognition

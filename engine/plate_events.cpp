@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <exception>
+#include <tuple>
 
 #include "detector/binary_adjuster_cast.h"
 #include "diagnostics/debug_level.h"
@@ -63,10 +64,11 @@ void VexlaneDetectorImpl::OnMayReleaseLicencePlate(ILicencePlateTracker*, boost:
     if (!reading) {
         return;
     }
+    decltype(pendingResults)::node_type removed;  // gives the frame back behind the lock
     const boost::mutex::scoped_lock lock(resultsMutex);
     TraceOrDrop("plate_recognition::VexlaneDetectorImpl::OnMayReleaseLicencePlate", __LINE__,
                 "Remove plate ID = %1%, still left = %2%", reading->id, pendingResults.size());
-    pendingResults.erase(static_cast<std::int32_t>(reading->id));
+    removed = pendingResults.extract(static_cast<std::int32_t>(reading->id));
 }
 
 void VexlaneDetectorImpl::RaisePlateEvent(const RecognitionResult& result, const std::vector<TrackPoint>& track) {
@@ -103,10 +105,10 @@ void VexlaneDetectorImpl::FillEventArguments(const RecognitionResult& result, IT
     SetNumber(values, PlateKey::Bottom, WrappedProduct(result.rect.bottom, rowScale));
 
     // A valid area outlives its single call, until the next one brings an empty area.
-    if (!singleAreaValid && !Bound(useArea)) {
+    const auto [isSent, sent] = singleAreaValid ? std::tuple(true, singleArea) : Bound(useArea, area);
+    if (!isSent) {
         return;
     }
-    const PercentArea sent = singleAreaValid ? singleArea : Bound(area);
     SetNumber(values, PlateKey::AreaLeft, sent.left);
     SetNumber(values, PlateKey::AreaTop, sent.top);
     SetNumber(values, PlateKey::AreaRight, sent.right);

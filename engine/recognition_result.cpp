@@ -1,16 +1,16 @@
 #include "engine/recognition_result.h"
 
 #include <stdexcept>
+#include <utility>
 
 namespace plate_recognition {
 
 RecognitionResult::RecognitionResult(const boost::shared_ptr<OKM8::MFF::ICompositeBuffer>& frameHandle,
-                                     const PlateDescription& description, std::uint32_t plateId,
-                                     std::uint64_t timeStamp)
+                                     PlateDescription description, std::uint32_t plateId, std::uint64_t timeStamp)
     : frame(frameHandle),
       id(plateId),
-      text(description.text),
-      strings(description.strings),
+      text(std::move(description.text)),
+      strings(std::move(description.strings)),
       confidence(description.confidence),
       value(description.value),
       isFinished(description.isFinished),

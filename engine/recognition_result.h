@@ -34,8 +34,8 @@ struct PlateDescription {
 class RecognitionResult {
   public:
     /// Throws std::exception with "RecognitionResult constructor: Buffer is NULL" for an empty frame handle.
-    RecognitionResult(const boost::shared_ptr<OKM8::MFF::ICompositeBuffer>& frameHandle,
-                      const PlateDescription& description, std::uint32_t plateId, std::uint64_t timeStamp);
+    RecognitionResult(const boost::shared_ptr<OKM8::MFF::ICompositeBuffer>& frameHandle, PlateDescription description,
+                      std::uint32_t plateId, std::uint64_t timeStamp);
     virtual ~RecognitionResult() = default;
 
     boost::shared_ptr<OKM8::MFF::ICompositeBuffer> frame;

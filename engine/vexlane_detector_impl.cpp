@@ -4,6 +4,7 @@
 #include <boost/make_shared.hpp>
 #include <exception>
 #include <limits>
+#include <utility>
 
 #include "diagnostics/debug_level.h"
 #include "diagnostics/trace.h"
@@ -84,8 +85,9 @@ void VexlaneDetectorImpl::OnSettingsApplied() {
 }
 
 void VexlaneDetectorImpl::SetMaxMinPlate(std::uint32_t frameWidth) {
-    const std::int32_t maximum = SignedPercentOf(frameWidth, Bound(zoneWidth));
-    const std::int32_t minimum = SignedPercentOf(frameWidth, Bound(zoneWidthMin));
+    const auto [largestPercent, smallestPercent] = Bound(zoneWidth, zoneWidthMin);
+    const std::int32_t maximum = SignedPercentOf(frameWidth, largestPercent);
+    const std::int32_t minimum = SignedPercentOf(frameWidth, smallestPercent);
     plateRangeMax = maximum;
     plateRangeMin = minimum;
     if (!::SetPlateRange(minimum, maximum)) {
@@ -117,8 +119,7 @@ void VexlaneDetectorImpl::ReadFrame(FrameImage& frame, const boost::shared_ptr<I
 
     tagRECT region = {};
     tagRECT* searched = nullptr;
-    if (Bound(useArea)) {
-        const PercentArea percent = Bound(area);
+    if (const auto [isLimited, percent] = Bound(useArea, area); isLimited) {
         region = {UnsignedPercentOf(frame.width, percent.left), UnsignedPercentOf(frame.height, percent.top),
                   UnsignedPercentOf(frame.width, percent.right), UnsignedPercentOf(frame.height, percent.bottom)};
         searched = &region;
@@ -135,14 +136,15 @@ void VexlaneDetectorImpl::ReadFrame(FrameImage& frame, const boost::shared_ptr<I
 
     const std::uint64_t timeStamp = TimeStampOf(buffer);
     std::vector<LicencePlatePtr> readings;
+    readings.reserve(static_cast<std::size_t>(std::clamp(plateCount, 0, engineRecordCount)));
     for (int index = 0; index < plateCount; ++index) {
         // The engine's word on the count holds, but behind the array there is nothing to read.
         static constexpr RPLATE emptyPlate = {};
         const RPLATE& plate = index < engineRecordCount ? plates[index] : emptyPlate;
         readings.push_back(MakeReading(frame, timeStamp, plate));
-        const auto result = CreateResult(buffer, plate);
+        auto result = CreateResult(buffer, plate);
         const boost::mutex::scoped_lock lock(resultsMutex);
-        pendingResults[static_cast<std::int32_t>(nextPlateId)] = result;
+        pendingResults.insert_or_assign(static_cast<std::int32_t>(nextPlateId), std::move(result));
         ++nextPlateId;
     }
     tracker->ProcessPlates(readings, timeStamp);
@@ -153,9 +155,9 @@ void VexlaneDetectorImpl::MakeTracker() {
     if (tracker) {
         return;
     }
-    const bool isLimited = Bound(resultReady);
-    const std::int64_t longestAge = isLimited ? Bound(resultWaitTime) * millisecondsPerSecond : noLimit;
-    const std::int64_t enoughReadings = isLimited ? Bound(resultRecCount) : noLimit;
+    const auto [isLimited, longestWait, wantedReadings] = Bound(resultReady, resultWaitTime, resultRecCount);
+    const std::int64_t longestAge = isLimited ? longestWait * millisecondsPerSecond : noLimit;
+    const std::int64_t enoughReadings = isLimited ? wantedReadings : noLimit;
     // As unsigned numbers, negative ones are no limit.
     tracker = boost::make_shared<CLicencePlateTracker>(this, static_cast<std::uint64_t>(trackerParameter),
                                                        static_cast<std::uint64_t>(longestAge),
@@ -203,8 +205,8 @@ boost::shared_ptr<RecognitionResult> VexlaneDetectorImpl::CreateResult(
                     description.text, rect.left, rect.top, rect.right, rect.bottom, description.isFinished,
                     nextPlateId));
     }
-    return boost::make_shared<RecognitionResult>(buffer, description, static_cast<std::uint32_t>(nextPlateId),
-                                                 TimeStampOf(buffer));
+    return boost::make_shared<RecognitionResult>(buffer, std::move(description),
+                                                 static_cast<std::uint32_t>(nextPlateId), TimeStampOf(buffer));
 }
 
 boost::shared_ptr<RecognitionResult> VexlaneDetectorImpl::CreateFakeResult(
@@ -222,11 +224,11 @@ boost::shared_ptr<RecognitionResult> VexlaneDetectorImpl::CreateFakeResult(
                     description.text, rect.left, rect.top, rect.right, rect.bottom, description.isFinished,
                     nextPlateId));
     }
-    return boost::make_shared<RecognitionResult>(buffer, description, static_cast<std::uint32_t>(nextPlateId),
-                                                 TimeStampOf(buffer));
+    return boost::make_shared<RecognitionResult>(buffer, std::move(description),
+                                                 static_cast<std::uint32_t>(nextPlateId), TimeStampOf(buffer));
 }
 
-void VexlaneDetectorImpl::TraceException(const char* function, std::uint32_t line, const std::string& message) const {
+void VexlaneDetectorImpl::TraceException(const char* function, std::uint32_t line, const char* message) const {
     try {
         if (IsVerbose()) {
             WriteTrace(function, line, message);

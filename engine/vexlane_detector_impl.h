@@ -76,7 +76,7 @@ class VexlaneDetectorImpl : public BaseDetectorImpl, public ILicencePlateTracker
     void ReadFrame(FrameImage& frame, const boost::shared_ptr<OKM8::MFF::ICompositeBuffer>& buffer);
     void MakeTracker();
     LicencePlatePtr MakeReading(const FrameImage& frame, std::uint64_t timeStamp, const RPLATE& plate) const;
-    void TraceException(const char* function, std::uint32_t line, const std::string& message) const;
+    void TraceException(const char* function, std::uint32_t line, const char* message) const;
 };
 
 }  // namespace plate_recognition

@@ -87,8 +87,10 @@ void ServerLauncher::StartProcess() {
     SetRecord({});
     platform::ProcessInformation started;
     if (!platform::StartProcess(commandLine, creationFlags, showWindow, started)) {
-        LauncherTrace("CreateProcess(%s) - failed, err = %s\r\n", commandLine.c_str(),
-                      diagnostics::LastErrorText().c_str());
+        if (diagnostics::DebugLevel() != 0) {
+            LauncherTrace("CreateProcess(%s) - failed, err = %s\r\n", commandLine.c_str(),
+                          diagnostics::LastErrorText().c_str());
+        }
         return;
     }
     SetRecord(started);
@@ -106,7 +108,7 @@ void ServerLauncher::Stop() {
 // REQUIRES: startMutex.
 void ServerLauncher::TerminateProcess() {
     const platform::SystemHandle handle = Record().process;
-    if (!platform::TerminateProcess(handle, terminatedExitCode)) {
+    if (!platform::TerminateProcess(handle, terminatedExitCode) && diagnostics::DebugLevel() != 0) {
         LauncherTrace("TerminateProcess(0x%x) - failed, err = %s\r\n", Printed(handle),
                       diagnostics::LastErrorText().c_str());
     }

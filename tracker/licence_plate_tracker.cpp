@@ -5,6 +5,7 @@
 #include <boost/make_shared.hpp>
 #include <cmath>
 #include <cstddef>
+#include <utility>
 
 #include "tracker/arithmetic.h"
 
@@ -20,66 +21,9 @@ constexpr double slowSpeed = 24.0;    // pixels per second
 constexpr double frameMargin = 0.1;   // of the frame's size, on every side
 constexpr double nearbyRadius = 0.3;  // of the frame's mean side
 
-// How close a candidate is to a track, and the text distance that is forgiven there.
-enum Closeness : std::size_t { Certain, Nearby, Far, closenessCount };
-constexpr std::array<double, closenessCount> acceptedDistance = {1e10, 0.65, 0.35};
-
-struct Candidate {
-    LicencePlateHolderPtr holder;
-    double textDistance;
-};
-
-Closeness ClosenessByPosition(const CTrack& track, const LicencePlateHolder& candidate) {
-    const LicencePlate& reading = *candidate.reading;
-    const PredictedPosition predicted = track.PredictAt(reading.timeStamp);
-    const std::int32_t dx = WrappedDifference(predicted.x, candidate.centreX);
-    const std::int32_t dy = WrappedDifference(predicted.y, candidate.centreY);
-    const std::int32_t plateWidth = WrappedMagnitude(WrappedDifference(reading.cornerB.x, reading.cornerA.x));
-    const std::int32_t plateHeight = WrappedMagnitude(WrappedDifference(reading.cornerC.y, reading.cornerA.y));
-    if (track.Count() > 1 && WrappedMagnitude(dx) <= plateWidth &&
-        WrappedMagnitude(dy) <= WrappedProduct(2, plateHeight)) {
-        return Certain;
-    }
-
-    // A square that wrapped below zero has no root, and no number is far.
-    const double distance = std::sqrt(WrappedSum(WrappedProduct(dy, dy), WrappedProduct(dx, dx)));
-    const double radius =
-        WrappedSum(static_cast<std::int32_t>(reading.frameWidth), static_cast<std::int32_t>(reading.frameHeight)) *
-        nearbyRadius * 0.5;
-    return distance > radius ? Far : Nearby;
-}
-
-// The candidate whose text is closest to the track's, among those that stand closest; null when none is close enough.
-LicencePlateHolderPtr Choose(const CTrack& track, const std::vector<LicencePlateHolderPtr>& pending) {
-    std::array<std::vector<Candidate>, closenessCount> candidates;
-    std::vector<Candidate> all;
-    all.reserve(pending.size());
-    for (const LicencePlateHolderPtr& holder : pending) {
-        all.push_back({holder, track.TextDistanceTo(holder->reading->text)});
-    }
-    for (const Candidate& candidate : all) {
-        if (candidate.textDistance < sameText) {
-            candidates[Certain].push_back(candidate);
-        }
-    }
-    for (const Candidate& candidate : all) {
-        if (track.IsAhead(*candidate.holder)) {
-            candidates[ClosenessByPosition(track, *candidate.holder)].push_back(candidate);
-        }
-    }
-
-    for (std::size_t closeness = 0; closeness < closenessCount; ++closeness) {
-        const std::vector<Candidate>& list = candidates[closeness];
-        if (list.empty()) {
-            continue;
-        }
-        const auto closest = std::min_element(list.begin(), list.end(), [](const Candidate& a, const Candidate& b) {
-            return a.textDistance < b.textDistance;
-        });
-        return closest->textDistance <= acceptedDistance[closeness] ? closest->holder : nullptr;
-    }
-    return nullptr;
-}
+// The text distance that is forgiven to a candidate, from Certain to Far.
+constexpr std::array<double, 3> acceptedDistance = {1e10, 0.65, 0.35};
+constexpr double largestDistance = 1.0;
 
 bool LeavesView(const PredictedPosition& position, const LicencePlate& reading) {
     const double width = static_cast<std::int32_t>(reading.frameWidth);
@@ -88,6 +32,13 @@ bool LeavesView(const PredictedPosition& position, const LicencePlate& reading) 
            position.y < -frameMargin * height || position.y > (1.0 + frameMargin) * height;
 }
 
+template <class Container>
+struct ClearedAtTheEnd {
+    ~ClearedAtTheEnd() { container.clear(); }
+
+    Container& container;
+};
+
 }  // namespace
 
 CLicencePlateTracker::CLicencePlateTracker(ILicencePlateTrackerResultSink* resultSink, std::uint64_t lostAfter,
@@ -95,46 +46,116 @@ CLicencePlateTracker::CLicencePlateTracker(ILicencePlateTrackerResultSink* resul
     : lostTimeout(lostAfter), maximumTrackAge(completeAfter), readingsToReport(completeCount), sink(resultSink) {}
 
 void CLicencePlateTracker::ProcessPlates(const std::vector<LicencePlatePtr>& readings, std::uint64_t frameTime) {
-    PendingHolders pending;
-    pending.reserve(readings.size());
+    // The readings that nobody has kept go at the end of the frame, however it ends.
+    const ClearedAtTheEnd clearing{pending};
     for (const LicencePlatePtr& reading : readings) {
         if (reading) {
-            pending.push_back(boost::make_shared<LicencePlateHolder>(reading, sink));
+            pending.push_back({boost::make_shared<LicencePlateHolder>(reading, sink), Closeness::Behind});
         }
     }
-    Match(pending);
-    StartTracks(pending);
+    Match();
+    StartTracks();
     FinishTracks(frameTime);
 }
 
 // Each track takes at most one reading; older tracks choose first.
-void CLicencePlateTracker::Match(PendingHolders& pending) {
+void CLicencePlateTracker::Match() {
     for (const boost::shared_ptr<CTrack>& track : tracks) {
         if (pending.empty()) {
             return;
         }
-        const LicencePlateHolderPtr chosen = Choose(*track, pending);
-        if (chosen) {
-            track->Add(chosen);
+        if (const Candidate* const chosen = Choose(*track)) {
+            track->Add(chosen->holder);
+            const LicencePlate* const taken = track->Last()->reading.get();
             std::erase_if(pending,
-                          [&](const LicencePlateHolderPtr& holder) { return holder->reading == chosen->reading; });
+                          [&](const Candidate& candidate) { return candidate.holder->reading.get() == taken; });
         }
     }
 }
 
-void CLicencePlateTracker::StartTracks(const PendingHolders& unmatched) {
-    for (const LicencePlateHolderPtr& holder : unmatched) {
-        const auto track = boost::make_shared<CTrack>(nextTrackId);
+// Of the candidates that stand closest to the track the one whose text is closest, the first of equals; null when it is
+// not close enough.
+const CLicencePlateTracker::Candidate* CLicencePlateTracker::Choose(const CTrack& track) {
+    // Nothing is closer than a text that the track knows.
+    for (const Candidate& candidate : pending) {
+        if (track.Knows(candidate.holder->reading->text)) {
+            return &candidate;
+        }
+    }
+
+    Closeness closest = Closeness::Behind;
+    for (Candidate& candidate : pending) {
+        candidate.closeness = ClosenessOf(track, *candidate.holder);
+        closest = std::min(closest, candidate.closeness);
+    }
+    if (closest == Closeness::Behind) {
+        return nullptr;
+    }
+
+    const double accepted = acceptedDistance[static_cast<std::size_t>(closest)];
+    const auto isClosest = [&](const Candidate& candidate) { return candidate.closeness == closest; };
+    if (accepted > largestDistance && std::count_if(pending.begin(), pending.end(), isClosest) == 1) {
+        return &*std::find_if(pending.begin(), pending.end(), isClosest);  // whatever its text
+    }
+    const Candidate* chosen = nullptr;
+    double smallest = largestDistance;
+    for (const Candidate& candidate : pending) {
+        if (isClosest(candidate)) {
+            const double distance = track.TextDistanceToUnknown(candidate.holder->reading->text);
+            if (chosen == nullptr || distance < smallest) {
+                chosen = &candidate;
+                smallest = distance;
+            }
+        }
+    }
+    return smallest <= accepted ? chosen : nullptr;
+}
+
+// REQUIRES: the track does not know the candidate's text.
+CLicencePlateTracker::Closeness CLicencePlateTracker::ClosenessOf(const CTrack& track,
+                                                                  const LicencePlateHolder& candidate) {
+    // Between texts of hundreds of units a difference may not count; those of plates are never compared here.
+    const std::wstring& text = candidate.reading->text;
+    if (track.LeastDistanceToUnknown(text) < sameText && track.TextDistanceToUnknown(text) < sameText) {
+        return Closeness::Certain;
+    }
+    return track.IsAhead(candidate) ? ClosenessByPosition(track, candidate) : Closeness::Behind;
+}
+
+CLicencePlateTracker::Closeness CLicencePlateTracker::ClosenessByPosition(const CTrack& track,
+                                                                          const LicencePlateHolder& candidate) {
+    const LicencePlate& reading = *candidate.reading;
+    const PredictedPosition predicted = track.PredictAt(reading.timeStamp);
+    const std::int32_t dx = WrappedDifference(predicted.x, candidate.centreX);
+    const std::int32_t dy = WrappedDifference(predicted.y, candidate.centreY);
+    const std::int32_t plateWidth = WrappedMagnitude(WrappedDifference(reading.cornerB.x, reading.cornerA.x));
+    const std::int32_t plateHeight = WrappedMagnitude(WrappedDifference(reading.cornerC.y, reading.cornerA.y));
+    if (track.Count() > 1 && WrappedMagnitude(dx) <= plateWidth &&
+        WrappedMagnitude(dy) <= WrappedProduct(2, plateHeight)) {
+        return Closeness::Certain;
+    }
+
+    // A square that wrapped below zero has no root, and no number is far.
+    const double distance = std::sqrt(WrappedSum(WrappedProduct(dy, dy), WrappedProduct(dx, dx)));
+    const double radius =
+        WrappedSum(static_cast<std::int32_t>(reading.frameWidth), static_cast<std::int32_t>(reading.frameHeight)) *
+        nearbyRadius * 0.5;
+    return distance > radius ? Closeness::Far : Closeness::Nearby;
+}
+
+void CLicencePlateTracker::StartTracks() {
+    for (const Candidate& unmatched : pending) {
+        auto track = boost::make_shared<CTrack>(nextTrackId);
         nextTrackId = WrappedSum(nextTrackId, 1);
-        track->Add(holder);
-        tracks.push_back(track);
+        track->Add(unmatched.holder);
+        tracks.push_back(std::move(track));
     }
 }
 
 void CLicencePlateTracker::FinishTracks(std::uint64_t now) {
     for (std::size_t index = 0; index < tracks.size();) {
         CTrack& track = *tracks[index];
-        const LicencePlateHolderPtr best = track.Best();
+        const LicencePlateHolderPtr& best = track.Best();
         const std::uint64_t lastTime = track.Last()->reading->timeStamp;
         bool ended = false;
 

@@ -22,12 +22,22 @@ class CLicencePlateTracker final : public ILicencePlateTracker {
     void FinishAll() override;
 
   private:
-    using PendingHolders = std::vector<boost::shared_ptr<LicencePlateHolder>>;
+    /// How close a reading is to a track; the closest decide.
+    enum class Closeness : std::uint8_t { Certain, Nearby, Far, Behind };
 
-    void Match(PendingHolders& pending);
-    void StartTracks(const PendingHolders& unmatched);
+    struct Candidate {
+        boost::shared_ptr<LicencePlateHolder> holder;
+        Closeness closeness;  // to the track in hand
+    };
+
+    void Match();
+    const Candidate* Choose(const CTrack& track);
+    void StartTracks();
     void FinishTracks(std::uint64_t now);
     void Report(CTrack& track, const boost::shared_ptr<LicencePlateHolder>& best, std::int32_t reason);
+
+    static Closeness ClosenessOf(const CTrack& track, const LicencePlateHolder& candidate);
+    static Closeness ClosenessByPosition(const CTrack& track, const LicencePlateHolder& candidate);
 
     std::uint64_t lostTimeout;
     std::uint64_t maximumTrackAge;
@@ -35,4 +45,5 @@ class CLicencePlateTracker final : public ILicencePlateTracker {
     ILicencePlateTrackerResultSink* sink;
     std::vector<boost::shared_ptr<CTrack>> tracks;  // oldest first
     std::int32_t nextTrackId = 0;
+    std::vector<Candidate> pending;  // of the frame in hand, and empty between frames
 };

@@ -1,32 +1,82 @@
 #include "tracker/text_distance.h"
 
 #include <algorithm>
+#include <bit>
 #include <cstddef>
-#include <utility>
 #include <vector>
 
-double TextDistance(const std::wstring& first, const std::wstring& second) {
-    constexpr double insertOrDelete = 0.5;
-    constexpr double replace = 1.0;
-    if (first.empty()) {
-        return insertOrDelete * static_cast<double>(second.size());
-    }
-    if (second.empty()) {
-        return insertOrDelete * static_cast<double>(first.size());
-    }
+namespace {
 
-    std::vector<double> above(second.size() + 1);
-    std::vector<double> row(second.size() + 1);
-    for (std::size_t column = 0; column < above.size(); ++column) {
-        above[column] = insertOrDelete * static_cast<double>(column);
-    }
-    for (std::size_t line = 1; line <= first.size(); ++line) {
-        row[0] = insertOrDelete * static_cast<double>(line);
-        for (std::size_t column = 1; column <= second.size(); ++column) {
-            const double kept = above[column - 1] + (first[line - 1] == second[column - 1] ? 0.0 : replace);
-            row[column] = std::min({kept, above[column] + insertOrDelete, row[column - 1] + insertOrDelete});
+// One step of the longest common subsequence, for 64 places of the pattern and one unit of the other text, after
+// Crochemore, Iliopoulos, Pinzon and Reid (2001) in the form of Hyyro (2004). A zero in a row says that the subsequence
+// is longer by one from that place on. The carry connects the rows of neighbouring places.
+inline std::uint64_t NextRow(std::uint64_t row, std::uint64_t matches, bool& carry) {
+    const std::uint64_t matched = row & matches;
+    const std::uint64_t sum = row + matched;
+    const std::uint64_t carried = sum + (carry ? 1 : 0);
+    carry = sum < row || carried < sum;
+    return carried | (row - matched);
+}
+
+std::size_t ZerosBelow(std::size_t place, std::uint64_t row) {
+    return place == 0 ? 0 : static_cast<std::size_t>(std::popcount(~row << (UnitPlaces::capacity - place)));
+}
+
+}  // namespace
+
+void UnitPlaces::Fill(const wchar_t* run, std::size_t count) {
+    numbers.fill(0);
+    std::uint8_t different = 0;
+    for (std::size_t place = 0; place < count; ++place) {
+        const std::size_t slot = SlotOf(run[place]);
+        if (numbers[slot] == 0) {
+            units[different] = run[place];
+            places[different] = 0;
+            numbers[slot] = ++different;
         }
-        std::swap(above, row);
+        places[numbers[slot] - std::size_t{1}] |= std::uint64_t{1} << place;
     }
-    return above.back();
+}
+
+TextPattern::TextPattern(const std::wstring& text) : pattern(text) {
+    firstRun.Fill(pattern.data(), std::min(pattern.size(), UnitPlaces::capacity));
+}
+
+// With nothing but insertions and deletions, as a replacement costs one of each, what is not common is paid for.
+double TextPattern::DistanceTo(const std::wstring& other) const {
+    const std::size_t common = pattern.size() <= UnitPlaces::capacity ? LongestCommonSubsequence(other)
+                                                                      : LongestCommonSubsequenceInRuns(other);
+    return 0.5 * static_cast<double>(pattern.size() + other.size() - 2 * common);
+}
+
+std::size_t TextPattern::LongestCommonSubsequence(const std::wstring& other) const {
+    std::uint64_t row = ~std::uint64_t{0};
+    for (const wchar_t unit : other) {
+        const std::uint64_t matched = row & firstRun.Of(unit);
+        row = (row + matched) | (row - matched);
+    }
+    return ZerosBelow(pattern.size(), row);
+}
+
+// Run after run of the pattern, each with the carries that the run before it had at every unit of the other text.
+std::size_t TextPattern::LongestCommonSubsequenceInRuns(const std::wstring& other) const {
+    std::vector<bool> carries(other.size(), false);
+    std::size_t common = 0;
+    for (std::size_t begin = 0; begin < pattern.size(); begin += UnitPlaces::capacity) {
+        const std::size_t count = std::min(pattern.size() - begin, UnitPlaces::capacity);
+        UnitPlaces run;
+        run.Fill(pattern.data() + begin, count);
+        std::uint64_t row = ~std::uint64_t{0};
+        for (std::size_t column = 0; column < other.size(); ++column) {
+            bool carry = carries[column];
+            row = NextRow(row, run.Of(other[column]), carry);
+            carries[column] = carry;
+        }
+        common += ZerosBelow(count, row);
+    }
+    return common;
+}
+
+double TextDistance(const std::wstring& first, const std::wstring& second) {
+    return TextPattern(first).DistanceTo(second);
 }

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <utility>
 
 #include "tracker/arithmetic.h"
 #include "tracker/text_distance.h"
@@ -32,10 +33,14 @@ std::int32_t Extrapolated(std::int32_t last, std::int32_t before, double step, d
     return Truncated(last + WrappedDifference(last, before) / step * ahead);
 }
 
+double ShareOf(double distance, std::size_t length) {
+    return distance / static_cast<double>(length);
+}
+
 }  // namespace
 
 void CTrack::Add(const LicencePlateHolderPtr& holder) {
-    previous = last;
+    previous = std::move(last);
     last = holder;
     if (count == 0) {
         first = holder;
@@ -44,13 +49,23 @@ void CTrack::Add(const LicencePlateHolderPtr& holder) {
         UpdateMotion();
     }
 
-    const LicencePlatePtr& reading = holder->reading;
-    LicencePlateHolderPtr& best = bestByText[reading->text];
-    if (!best || best->reading->weight < reading->weight) {
-        best = holder;
-    }
-    readingsByText[reading->text].push_back(reading);
+    UpdateTexts(holder);
     ++count;
+}
+
+void CTrack::UpdateTexts(const LicencePlateHolderPtr& holder) {
+    const LicencePlatePtr& reading = holder->reading;
+    const auto [entry, isNew] = bestByText.try_emplace(reading->text);
+    if (isNew || entry->second->reading->weight < reading->weight) {
+        entry->second = holder;
+        const std::int32_t highest = best != nullptr ? best->second->reading->weight : reading->weight;
+        if (best == nullptr || highest < reading->weight ||
+            (highest == reading->weight && entry->first < best->first)) {
+            best = &*entry;
+        }
+    }
+    longestText = std::max(longestText, reading->text.size());
+    readingsByText[reading->text].push_back(reading);
 }
 
 // A plate comes in from a side and moves away from it; one that enters in the upper half moves down.
@@ -79,25 +94,33 @@ void CTrack::UpdateMotion() {
 }
 
 double CTrack::TextDistanceTo(const std::wstring& text) const {
+    return Knows(text) ? 0.0 : TextDistanceToUnknown(text);
+}
+
+bool CTrack::Knows(const std::wstring& text) const {
+    return !text.empty() && bestByText.contains(text);
+}
+
+double CTrack::LeastDistanceToUnknown(const std::wstring& text) const {
+    return ShareOf(leastTextDistance, std::max(longestText, text.size()));
+}
+
+double CTrack::TextDistanceToUnknown(const std::wstring& text) const {
+    const TextPattern pattern(text);
     double smallest = 1.0;
     for (const auto& [known, holder] : bestByText) {
-        const double length = static_cast<double>(std::max(known.size(), text.size()));
-        const double distance = TextDistance(known, text) / length;
-        if (distance < smallest) {  // never true for two empty texts
-            smallest = distance;
+        const std::size_t longer = std::max(known.size(), text.size());
+        const std::size_t shorter = std::min(known.size(), text.size());
+        if (longer == 0) {
+            continue;  // two empty texts
+        }
+        // Texts of one length differ by a replacement at least, others by an insertion for each further unit.
+        const double least = shorter == longer ? 1.0 : 0.5 * static_cast<double>(longer - shorter);
+        if (ShareOf(least, longer) < smallest) {
+            smallest = std::min(smallest, ShareOf(pattern.DistanceTo(known), longer));
         }
     }
     return smallest;
-}
-
-LicencePlateHolderPtr CTrack::Best() const {
-    LicencePlateHolderPtr best;
-    for (const auto& [text, holder] : bestByText) {
-        if (!best || holder->reading->weight > best->reading->weight) {
-            best = holder;
-        }
-    }
-    return best;
 }
 
 const std::vector<LicencePlatePtr>& CTrack::ReadingsOf(const std::wstring& text) const {

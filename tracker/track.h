@@ -2,6 +2,7 @@
 #pragma once
 
 #include <boost/shared_ptr.hpp>
+#include <cstddef>
 #include <cstdint>
 #include <map>
 #include <string>
@@ -19,6 +20,7 @@ struct PredictedPosition {
 class CTrack {
   public:
     explicit CTrack(std::int64_t trackId) : id(trackId) {}
+    CTrack(CTrack&&) = default;  // not copied: `best` points into a map
 
     /// Takes a further reading. REQUIRES: a holder with a reading.
     void Add(const LicencePlateHolderPtr& holder);
@@ -27,8 +29,17 @@ class CTrack {
     /// most, and 1 for a track without texts. Two empty texts count as nothing in common.
     double TextDistanceTo(const std::wstring& text) const;
 
+    /// Whether the distance is 0: the track has a reading of that text, which is not empty. A look into a map.
+    bool Knows(const std::wstring& text) const;
+
+    /// No text that the track does not know has a smaller distance.
+    double LeastDistanceToUnknown(const std::wstring& text) const;
+
+    /// TextDistanceTo without the look for that very text. REQUIRES: Knows(text) is false.
+    double TextDistanceToUnknown(const std::wstring& text) const;
+
     /// The holder of the highest weight; among equals that of the smallest text. Empty for an empty track.
-    LicencePlateHolderPtr Best() const;
+    const LicencePlateHolderPtr& Best() const { return best != nullptr ? best->second : first; }
 
     /// The readings that bear that text, in the order of their arrival. REQUIRES: a text that the track has.
     const std::vector<LicencePlatePtr>& ReadingsOf(const std::wstring& text) const;
@@ -49,19 +60,24 @@ class CTrack {
     void MarkReported() { reported = true; }
 
   private:
+    using BestByText = std::map<std::wstring, LicencePlateHolderPtr>;
+
     void SetInitialDirection(const LicencePlateHolder& holder);
     void UpdateMotion();
+    void UpdateTexts(const LicencePlateHolderPtr& holder);
 
     [[maybe_unused]] std::int64_t id;
     std::uint64_t count = 0;
     LicencePlateHolderPtr first;
     LicencePlateHolderPtr previous;
     LicencePlateHolderPtr last;
-    std::map<std::wstring, LicencePlateHolderPtr> bestByText;
+    BestByText bestByText;
     std::map<std::wstring, std::vector<LicencePlatePtr>> readingsByText;
     double directionX = 0.0;
     double directionY = 0.0;
     double speed = 128.0;
     bool reported = false;
     double smoothing = 0.2;
+    const BestByText::value_type* best = nullptr;  // in the map, which never loses an entry
+    std::size_t longestText = 0;
 };

@@ -13,6 +13,7 @@ struct State {
     std::function<bool(int, int)> onSetPlateRange;
     std::vector<RecognizeCall> recognizeCalls;
     std::vector<RangeCall> rangeCalls;
+    bool isRecording = true;
 };
 
 State& TheState() {
@@ -29,6 +30,12 @@ void Reset() {
     state.onSetPlateRange = nullptr;
     state.recognizeCalls.clear();
     state.rangeCalls.clear();
+    state.isRecording = true;
+}
+
+void StopRecording() {
+    const std::lock_guard lock(TheState().mutex);
+    TheState().isRecording = false;
 }
 
 void OnRecognize(std::function<int(const IMG&, RPLATE*)> action) {
@@ -65,24 +72,28 @@ RPLATE Plate(const std::string& text, double confidenceSum, int left, int top, i
 }  // namespace fake_engine
 
 int Recognize2(YUV420_IMG* unused, IMG* image, tagRECT* region, RPLATE* plates, int flags) {
-    fake_engine::RecognizeCall call;
-    call.isFirstArgumentNull = unused == nullptr;
-    call.image = *image;
-    call.pixels.assign(image->pixels, image->pixels + std::size_t{image->rowStride} * image->height);
-    if (region != nullptr) {
-        call.region = *region;
-    }
-    const auto* const bytes = reinterpret_cast<const std::uint8_t*>(plates);
-    call.wereRecordsZero =
-        std::all_of(bytes, bytes + engineRecordCount * sizeof(RPLATE), [](std::uint8_t byte) { return byte == 0; });
-    call.flags = flags;
-
     fake_engine::State& state = fake_engine::TheState();
     std::function<int(const IMG&, RPLATE*)> action;
+    bool isRecording = false;
     {
         const std::lock_guard lock(state.mutex);
-        state.recognizeCalls.push_back(std::move(call));
         action = state.onRecognize;
+        isRecording = state.isRecording;
+    }
+    if (isRecording) {
+        fake_engine::RecognizeCall call;
+        call.isFirstArgumentNull = unused == nullptr;
+        call.image = *image;
+        call.pixels.assign(image->pixels, image->pixels + std::size_t{image->rowStride} * image->height);
+        if (region != nullptr) {
+            call.region = *region;
+        }
+        const auto* const bytes = reinterpret_cast<const std::uint8_t*>(plates);
+        call.wereRecordsZero =
+            std::all_of(bytes, bytes + engineRecordCount * sizeof(RPLATE), [](std::uint8_t byte) { return byte == 0; });
+        call.flags = flags;
+        const std::lock_guard lock(state.mutex);
+        state.recognizeCalls.push_back(std::move(call));
     }
     return action ? action(*image, plates) : 0;
 }
@@ -92,7 +103,9 @@ bool SetPlateRange(int minimumWidth, int maximumWidth) {
     std::function<bool(int, int)> action;
     {
         const std::lock_guard lock(state.mutex);
-        state.rangeCalls.push_back({minimumWidth, maximumWidth});
+        if (state.isRecording) {
+            state.rangeCalls.push_back({minimumWidth, maximumWidth});
+        }
         action = state.onSetPlateRange;
     }
     return action ? action(minimumWidth, maximumWidth) : true;

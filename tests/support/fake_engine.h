@@ -28,6 +28,9 @@ struct RangeCall {
 /// Forgets all calls; afterwards nothing is found and every range is taken.
 void Reset();
 
+/// Until the next Reset calls are no longer written down, which takes memory.
+void StopRecording();
+
 /// What the engine does. Called without a lock held, on the calling thread.
 void OnRecognize(std::function<int(const IMG& image, RPLATE* plates)> action);
 void OnSetPlateRange(std::function<bool(int minimum, int maximum)> action);

@@ -89,6 +89,34 @@ TEST_F(LicencePlateTracker, AnEqualTextJoinsEvenBehindTheTrack) {
     EXPECT_EQ(Groups(*tracker), (std::vector<std::vector<std::uint64_t>>{{1, 2}}));
 }
 
+// Of more than 500 units one may be missing.
+TEST_F(LicencePlateTracker, AnAlmostEqualTextOfHundredsOfUnitsJoinsEvenBehindTheTrack) {
+    const auto isOneTrack = [this](std::size_t known, std::size_t read) {
+        const auto tracker = Make();
+        Frame(*tracker, 1000, {{1, std::wstring(known, L'A'), 640, 100}});
+        Frame(*tracker, 1100, {{2, std::wstring(read, L'A'), 640, -700}});
+        return TrackCount(*tracker) == 1;
+    };
+    EXPECT_TRUE(isOneTrack(501, 500));
+    EXPECT_TRUE(isOneTrack(500, 501));
+    EXPECT_TRUE(isOneTrack(2000, 2001));
+    EXPECT_TRUE(isOneTrack(2004, 2000));
+    EXPECT_FALSE(isOneTrack(2005, 2000));
+    EXPECT_FALSE(isOneTrack(500, 499));
+}
+
+// By place the first reading is as good as the second one.
+TEST_F(LicencePlateTracker, AnAlmostEqualTextOfHundredsOfUnitsGoesBeforeOneAtTheExpectedPlace) {
+    const auto tracker = Make();
+    const std::wstring text(600, L'A');
+    Frame(*tracker, 1000, {{1, text, 640, 100}});
+    Frame(*tracker, 1040, {{2, text, 640, 104}});
+    Frame(*tracker, 1080,
+          {{3, text.substr(3), 640, 108}, {4, text.substr(2), 640, 108}, {5, text.substr(1), 640, -700}});
+    Frame(*tracker, 1120, {{6, text, 640, 112}});
+    EXPECT_EQ(Groups(*tracker).front(), (std::vector<std::uint64_t>{5}));
+}
+
 TEST_F(LicencePlateTracker, AnEarlierTextOfTheTrackJoinsToo) {
     const auto tracker = Make();
     Frame(*tracker, 1000, {{1, L"AAAA", 640, 100}});

@@ -3,10 +3,15 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <cstdio>
+#include <cstdlib>
+#include <iterator>
 #include <random>
 #include <string>
+#include <utility>
 
 #include "tests/tracker/reference_tracker.h"
+#include "tests/tracker/rolling_rows.h"
 
 namespace {
 
@@ -78,6 +83,142 @@ TEST(TextDistance, IsRightAtEveryLengthAroundAMachineWord) {
             ASSERT_EQ(TextDistance(a, b), reference::TextDistance(a, b)) << first << " and " << second;
         }
     }
+}
+
+// A sanitizer makes the slow routine slower still.
+#if defined(__SANITIZE_THREAD__) || defined(__SANITIZE_ADDRESS__)
+constexpr int randomPairs = 150000;
+#else
+constexpr int randomPairs = 1000000;
+#endif
+
+class RandomTexts {
+  public:
+    explicit RandomTexts(std::uint64_t seed) : random(seed) {}
+
+    std::pair<std::wstring, std::wstring> Pair() {
+        static constexpr std::uint64_t sizes[] = {1, 2, 3, 36, 60000};
+        alphabet = sizes[Below(std::size(sizes))];
+        std::wstring first = Text();
+        std::wstring second = Below(2) == 0 ? Text() : NearCopyOf(first);
+        if (Below(2) == 0) {
+            first.swap(second);
+        }
+        return {std::move(first), std::move(second)};
+    }
+
+  private:
+    std::uint64_t Below(std::uint64_t limit) {
+        return std::uniform_int_distribution<std::uint64_t>(0, limit - 1)(random);
+    }
+
+    std::size_t Length() {
+        switch (Below(60)) {
+            case 0:
+                return 127 + Below(4);
+            case 1:
+            case 2:
+            case 3:
+                return 63 + Below(4);
+            default:
+                return Below(41);
+        }
+    }
+
+    wchar_t Unit() { return static_cast<wchar_t>(Below(alphabet)); }
+
+    std::wstring Text() {
+        std::wstring text(Length(), L'\0');
+        std::generate(text.begin(), text.end(), [this] { return Unit(); });
+        return text;
+    }
+
+    std::wstring NearCopyOf(std::wstring text) {
+        for (std::uint64_t change = Below(5); change > 0; --change) {
+            const std::size_t place = Below(text.size() + 1);
+            const std::uint64_t kind = Below(3);
+            if (kind == 0 || place == text.size()) {
+                text.insert(place, 1, Unit());
+            } else if (kind == 1) {
+                text.erase(place, 1);
+            } else {
+                text[place] = Unit();
+            }
+        }
+        return text;
+    }
+
+    std::mt19937_64 random;
+    std::uint64_t alphabet = 1;
+};
+
+TEST(TextDistance, IsThatOfTheRollingRows) {
+    const char* const given = std::getenv("VEXLANE_TEST_SEED");
+    const std::uint64_t seed = given != nullptr ? std::strtoull(given, nullptr, 10) : 20261121;
+    std::printf("VEXLANE_TEST_SEED=%llu, %d pairs\n", static_cast<unsigned long long>(seed), randomPairs);
+    RandomTexts texts(seed);
+    for (int number = 0; number < randomPairs; ++number) {
+        const auto [first, second] = texts.Pair();
+        ASSERT_EQ(TextDistance(first, second), RollingRowsDistance(first, second))
+            << "pair " << number << ", lengths " << first.size() << " and " << second.size();
+    }
+}
+
+TEST(TextDistance, OfManyTextsToOneIsThatOfEachPair) {
+    RandomTexts texts(3);
+    for (int round = 0; round < 200; ++round) {
+        const std::wstring read = texts.Pair().first;
+        const TextPattern pattern(read);
+        for (int other = 0; other < 20; ++other) {
+            const std::wstring known = texts.Pair().second;
+            ASSERT_EQ(pattern.DistanceTo(known), RollingRowsDistance(read, known));
+        }
+    }
+}
+
+TEST(TextDistance, OfVeryLongTextsIsRight) {
+    std::wstring first(1000, L'A');
+    std::wstring second = first;
+    EXPECT_EQ(TextDistance(first, second), 0.0);
+    second[999] = L'B';
+    EXPECT_EQ(TextDistance(first, second), 1.0);
+    second.erase(64, 1);
+    EXPECT_EQ(TextDistance(first, second), 1.5);
+    EXPECT_EQ(TextDistance(second, first), 1.5);
+    EXPECT_EQ(TextDistance(first, L""), 500.0);
+}
+
+// From the match at the beginning a carry goes through a machine word that nothing has matched.
+TEST(TextDistance, AnEarlierMatchBehindAWholeWordTakesTheLaterOnesPlace) {
+    const std::wstring text = L"A" + std::wstring(127, L'-') + L"B";
+    EXPECT_EQ(TextDistance(text, L"BA"), 64.5);
+    EXPECT_EQ(TextDistance(text, L"AB"), 63.5);
+    EXPECT_EQ(TextDistance(L"BA", text), 64.5);
+}
+
+TEST(TextDistance, OfLongTextsWithFewCommonUnitsIsThatOfTheRollingRows) {
+    std::mt19937 random(5);
+    for (int round = 0; round < 500; ++round) {
+        std::wstring texts[2];
+        for (std::wstring& text : texts) {
+            text.assign(200 + random() % 130, &text == texts ? L'-' : L'+');
+            for (int place = 0; place < 12; ++place) {
+                text[random() % text.size()] = static_cast<wchar_t>(L'A' + random() % 6);
+            }
+        }
+        ASSERT_EQ(TextDistance(texts[0], texts[1]), RollingRowsDistance(texts[0], texts[1])) << "round " << round;
+    }
+}
+
+TEST(TextDistance, UnitsThatMeetInATableDiffer) {
+    // 64 units at steps of the table's size, so that all of them want one place in it.
+    std::wstring text;
+    for (int unit = 0; unit < 64; ++unit) {
+        text.push_back(static_cast<wchar_t>(unit * 128 + 7));
+    }
+    EXPECT_EQ(TextDistance(text, text), 0.0);
+    EXPECT_EQ(TextDistance(text, std::wstring(text.rbegin(), text.rend())), 63.0);
+    EXPECT_EQ(TextDistance(text, std::wstring(1, wchar_t{64 * 128 + 7})), 32.5);
 }
 
 }  // namespace

@@ -2,9 +2,15 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cmath>
 #include <limits>
+#include <map>
+#include <random>
+#include <string>
+#include <vector>
 
+#include "tests/tracker/rolling_rows.h"
 #include "tests/tracker/tracker_fixture.h"
 
 namespace {
@@ -103,6 +109,69 @@ TEST(Track, AnEmptyTextNeverMatchesAnEmptyText) {
     EXPECT_EQ(empty.TextDistanceTo(L"AB"), 0.5);
     const CTrack both = TrackOf({{1, L"", 10, 10, 0}, {2, L"AB", 10, 10, 0}});
     EXPECT_EQ(both.TextDistanceTo(L""), 0.5);
+}
+
+TEST(Track, TextDistanceIsThatOfALookAtEveryText) {
+    std::mt19937 random(11);
+    const auto below = [&](std::size_t limit) {
+        return std::uniform_int_distribution<std::size_t>(0, limit - 1)(random);
+    };
+    for (int round = 0; round < 20000; ++round) {
+        const std::size_t longest = round % 100 == 0 ? 70 : 8;
+        const auto text = [&] {
+            std::wstring made(below(longest + 1), L' ');
+            for (wchar_t& unit : made) {
+                unit = static_cast<wchar_t>(L'A' + below(3));
+            }
+            return made;
+        };
+        CTrack track(0);
+        std::vector<std::wstring> known(below(7));
+        for (std::wstring& each : known) {
+            each = text();
+            track.Add(Held({1, each, 10, 10, 0}));
+        }
+        const std::wstring read = text();
+        double smallest = 1.0;
+        double smallestUnequal = 1.0;
+        for (const std::wstring& each : known) {
+            const double share =
+                RollingRowsDistance(each, read) / static_cast<double>(std::max(each.size(), read.size()));
+            smallest = share < smallest ? share : smallest;
+            smallestUnequal = each != read && share < smallestUnequal ? share : smallestUnequal;
+        }
+        ASSERT_EQ(track.TextDistanceTo(read), smallest) << "round " << round;
+        ASSERT_EQ(track.Knows(read), smallest == 0.0) << "round " << round;
+        if (!known.empty() && smallestUnequal < 1.0) {
+            ASSERT_LE(track.LeastDistanceToUnknown(read), smallestUnequal) << "round " << round;
+        }
+    }
+}
+
+TEST(Track, TheBestIsThatOfALookAtEveryReading) {
+    std::mt19937 random(12);
+    const auto below = [&](std::size_t limit) {
+        return std::uniform_int_distribution<std::size_t>(0, limit - 1)(random);
+    };
+    for (int round = 0; round < 5000; ++round) {
+        CTrack track(0);
+        std::map<std::wstring, Reading> heaviest;
+        for (std::uint64_t id = 1; id < 12; ++id) {
+            const Reading reading{id, std::wstring(below(2), L'A') + static_cast<wchar_t>(L'A' + below(4)),
+                                  10, 10,
+                                  0,  static_cast<std::int32_t>(below(4))};
+            track.Add(Held(reading));
+            const auto [entry, isNew] = heaviest.try_emplace(reading.text, reading);
+            if (entry->second.weight < reading.weight) {
+                entry->second = reading;
+            }
+            const Reading* best = nullptr;
+            for (const auto& [text, each] : heaviest) {
+                best = best == nullptr || each.weight > best->weight ? &each : best;
+            }
+            ASSERT_EQ(track.Best()->reading->id, best->id) << "round " << round << ", reading " << id;
+        }
+    }
 }
 
 TEST(Track, APlateInTheUpperHalfIsTakenToMoveDown) {

@@ -1,0 +1,168 @@
+// What a frame allocates on its way through the detector, the debug level being 0. A message that is made all the same,
+// a copy too many or a picture's buffer made anew shows as a greater number.
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <array>
+#include <cstdint>
+#include <string>
+
+#include "tests/engine/probe_detector.h"
+#include "tests/support/allocation_count.h"
+
+namespace {
+
+using allocation_count::Count;
+using engine_tests::EngineTest;
+using engine_tests::FoundPlate;
+
+// The engine's records, its image record, and the share count of the host's frame.
+constexpr std::uint64_t everyFrame = 3;
+
+constexpr std::size_t readingTextLength = 15;
+
+constexpr std::size_t pictureSized = 64 * 1024;
+
+// A short text lies in the string itself; how short differs between standard libraries.
+std::uint64_t BlocksOfText(std::size_t length) {
+    return length > std::wstring().capacity() ? 1 : 0;
+}
+
+// The reading, its holder, the result, and its entry in the table; the texts of reading and result.
+std::uint64_t BlocksOfPlate(const std::string& text) {
+    return 4 + BlocksOfText(readingTextLength) + BlocksOfText(text.size());
+}
+
+std::array<RPLATE, engineRecordCount> found;
+int foundCount = 0;
+
+class FrameAllocations : public EngineTest {
+  protected:
+    FrameAllocations() {
+        foundCount = 0;
+        fake_engine::StopRecording();
+        fake_engine::OnRecognize([](const IMG&, RPLATE* plates) {
+            std::copy_n(found.begin(), foundCount, plates);
+            return foundCount;
+        });
+        Detector();
+        GetServerLauncher()->Stop();
+        GetServerLauncher()->Start();
+    }
+
+    void FindAlso(const FoundPlate& plate) { found[static_cast<std::size_t>(foundCount++)] = RecordOf(plate); }
+
+    void FindFivePlates() {
+        for (int index = 0; index < engineRecordCount; ++index) {
+            const std::string text(6, static_cast<char>('A' + index));
+            const int top = 20 + index * 90;
+            FindAlso({.text = text, .left = 100, .top = top, .right = 160, .bottom = top + 20});
+        }
+    }
+
+    // A frame of grey that the host has made before.
+    Count CountedFrame() {
+        now += 40;
+        OKM8::Analytics::IMediaReceiver& receiver = Detector();
+        auto* const frame = recording_host::MakeFrame(counts, width, height, now);
+        std::int32_t outcome = -1;
+        const Count count = allocation_count::Of([&] { outcome = receiver.Receive(frame); });
+        EXPECT_EQ(outcome, 0);
+        EXPECT_LT(count.largest, now == firstTime + 40 ? std::size_t{4} * width * height : pictureSized);
+        return count;
+    }
+
+    void WarmUp() {
+        for (int frame = 0; frame < 70; ++frame) {
+            CountedFrame();
+        }
+    }
+
+    static constexpr std::uint64_t firstTime = 1000;
+    std::uint64_t now = firstTime;
+    std::uint32_t width = 640;
+    std::uint32_t height = 480;
+};
+
+TEST_F(FrameAllocations, WithoutPlatesAreThree) {
+    CountedFrame();  // the converter's picture, the tracker
+    for (int frame = 0; frame < 20; ++frame) {
+        EXPECT_EQ(CountedFrame().number, everyFrame);
+    }
+}
+
+TEST_F(FrameAllocations, OfAnAreaAreNoMore) {
+    Settings().SetBoolValue("use_area", true);
+    Settings().SetIntValue("area_right", 50);
+    CountedFrame();
+    EXPECT_EQ(CountedFrame().number, everyFrame);
+}
+
+TEST_F(FrameAllocations, BehindAnErrorAreNoMore) {
+    CountedFrame();
+    const std::string refused(1000, 'x');
+    EXPECT_NE(Settings().SetBoolValue(refused.c_str(), true), 0);
+    EXPECT_EQ(CountedFrame().number, everyFrame);
+    EXPECT_EQ(ErrorState(), engine_tests::Error(0, ""));
+}
+
+TEST_F(FrameAllocations, OfASingleCallAreNoMore) {
+    CountedFrame();
+    const OKM8::FrameArea area = {10, 10, 50, 50};
+    OKM8::Analytics::IMediaReceiverSingle2& receiver = Detector();
+    auto* const frame = recording_host::MakeFrame(counts, width, height, now);
+    EXPECT_EQ(allocation_count::Of([&] { receiver.ReceiveSingle(frame, &area, nullptr); }).number, everyFrame);
+}
+
+TEST_F(FrameAllocations, WithFivePlatesAreSixForEachAndTheirList) {
+    FindFivePlates();
+    WarmUp();
+    ASSERT_EQ(host.Events().size(), 5u) << "the plates stand, and have been reported";
+    constexpr std::uint64_t frames = 40;
+    const std::uint64_t expected = everyFrame + 1 + engineRecordCount * BlocksOfPlate("AAAAAA");
+    std::uint64_t least = UINT64_MAX;
+    std::uint64_t all = 0;
+    for (std::uint64_t frame = 0; frame < frames; ++frame) {
+        const std::uint64_t number = CountedFrame().number;
+        least = std::min(least, number);
+        all += number;
+    }
+    EXPECT_EQ(least, expected);
+    // Each of the five tracks may once have to make its list of readings longer.
+    EXPECT_LE(all, frames * expected + engineRecordCount);
+}
+
+TEST_F(FrameAllocations, OfAPlateThatStandsDoNotGrow) {
+    width = 192;
+    height = 144;
+    constexpr int misreadings = 100;
+    const auto misread = [&](int number) {
+        foundCount = 0;
+        FoundPlate plate;
+        plate.text[0] = static_cast<char>('A' + number % 10);
+        plate.text[1] = static_cast<char>('A' + number / 10 % 10);
+        FindAlso(plate);
+    };
+    for (int frame = 0; frame < 3 * misreadings; ++frame) {
+        misread(frame);
+        CountedFrame();
+    }
+    constexpr int frames = 2000;
+    const std::uint64_t expected = everyFrame + 1 + BlocksOfPlate("AB123C");
+    std::uint64_t all = 0;
+    for (int frame = 0; frame < frames; ++frame) {
+        misread(frame);
+        const std::uint64_t number = CountedFrame().number;
+        ASSERT_GE(number, expected);
+        ASSERT_LE(number, expected + 1) << "a list of readings may be full";
+        all += number;
+        // Of each text the best reading waits, and the previous and the last one; the others' frames have gone back.
+        ASSERT_LE(Detector().pendingResults.size(), misreadings + 2u) << "frame " << frame;
+        ASSERT_LE(counts.made - counts.released, misreadings + 2) << "frame " << frame;
+    }
+    EXPECT_LE(all, frames * expected + misreadings * 8);
+    EXPECT_EQ(host.Events().size(), 1u);
+}
+
+}  // namespace

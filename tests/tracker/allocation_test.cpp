@@ -1,0 +1,150 @@
+// What the tracker allocates, frame by frame, and what a plate that stands for an hour takes.
+
+#include <gtest/gtest.h>
+
+#include <boost/make_shared.hpp>
+#include <cstdint>
+#include <cstdio>
+#include <string>
+#include <vector>
+
+#include "tests/support/allocation_count.h"
+#include "tests/tracker/tracker_fixture.h"
+#include "tracker/licence_plate_tracker.h"
+#include "tracker/track.h"
+
+namespace {
+
+using allocation_count::Count;
+using tracker_test::NoLimit;
+using tracker_test::Reading;
+
+constexpr std::uint64_t lostTimeout = 3000;
+
+class CountingSink final : public ILicencePlateTrackerResultSink {
+  public:
+    void OnResult(ILicencePlateTracker*, boost::shared_ptr<LicencePlate>, const std::vector<LicencePlatePtr>&,
+                  std::int32_t) override {
+        ++results;
+    }
+    void OnMayReleaseLicencePlate(ILicencePlateTracker*, boost::shared_ptr<LicencePlate>) override { ++releases; }
+
+    std::uint64_t results = 0;
+    std::uint64_t releases = 0;
+};
+
+class TrackerAllocations : public testing::Test {
+  protected:
+    Count Frame(const std::vector<LicencePlatePtr>& readings) {
+        now += 40;
+        for (const LicencePlatePtr& reading : readings) {
+            reading->timeStamp = now;
+        }
+        return allocation_count::Of([&] { tracker.ProcessPlates(readings, now); });
+    }
+
+    static std::vector<LicencePlatePtr> FivePlates() {
+        std::vector<LicencePlatePtr> readings;
+        for (std::uint64_t id = 0; id < 5; ++id) {
+            readings.push_back(Reading{id, std::wstring(15, static_cast<wchar_t>(L'A' + id)),
+                                       200 + static_cast<std::int32_t>(id) * 200, 300});
+        }
+        return readings;
+    }
+
+    CountingSink sink;
+    CLicencePlateTracker tracker{&sink, lostTimeout, NoLimit, NoLimit};
+    std::uint64_t now = 1000;
+};
+
+TEST_F(TrackerAllocations, AFrameWithoutPlatesTakesNothing) {
+    EXPECT_EQ(Frame({}).number, 0u);
+    Frame(FivePlates());
+    for (int frame = 0; frame < 50; ++frame) {
+        EXPECT_EQ(Frame({}).number, 0u) << "with five tracks";
+    }
+    now += lostTimeout;
+    EXPECT_EQ(Frame({}).number, 0u) << "that are lost";
+    EXPECT_EQ(sink.results, 5u);
+}
+
+TEST_F(TrackerAllocations, AFrameWithPlatesTakesAHolderForEach) {
+    for (int frame = 0; frame < 70; ++frame) {
+        Frame(FivePlates());
+    }
+    std::uint64_t all = 0;
+    for (int frame = 0; frame < 30; ++frame) {
+        const std::uint64_t number = Frame(FivePlates()).number;
+        EXPECT_GE(number, 5u);
+        all += number;
+    }
+    // At most one of these frames finds the five lists of readings full.
+    EXPECT_LE(all, 30u * 5 + 5);
+}
+
+TEST_F(TrackerAllocations, ComparingTextsTakesNothing) {
+    CTrack track(0);
+    for (const LicencePlatePtr& reading : FivePlates()) {
+        track.Add(boost::make_shared<LicencePlateHolder>(reading, nullptr));
+    }
+    const std::wstring text(64, L'C');
+    EXPECT_EQ(allocation_count::Of([&] { EXPECT_LT(track.TextDistanceTo(text), 1.0); }).number, 0u);
+}
+
+// An hour at 25 frames a second. What a frame costs, and what a reading takes, stays as it was in the first minute.
+TEST_F(TrackerAllocations, APlateThatStandsForAnHourCostsWhatItCostInTheFirstMinute) {
+    constexpr std::uint64_t frames = 90000;
+    constexpr std::uint64_t misreadings = 100;
+    constexpr std::uint64_t firstMinute = 1500;
+    const auto read = [](std::uint64_t number) {
+        Reading reading{number, L"AB1234C\0\0\0\0\0\0\0\0", 640, 360};
+        reading.text.resize(15);
+        const std::uint64_t misread = number * 7919 % misreadings;
+        reading.text[0] = static_cast<wchar_t>(L'A' + misread % 10);
+        reading.text[6] = static_cast<wchar_t>(L'A' + misread / 10);
+        return LicencePlatePtr(reading);
+    };
+    const std::int64_t recordBytes = [&] {
+        LicencePlatePtr record;
+        return allocation_count::Of([&] { record = read(1); }).liveBytes;
+    }();
+
+    std::uint64_t number = 0;
+    std::uint64_t allocations = 0;
+    std::int64_t live = 0;
+    std::vector<LicencePlatePtr> readings(1);
+    const auto pass = [&](std::uint64_t count) {
+        allocations = 0;
+        live = 0;
+        for (const std::uint64_t end = number + count; number < end; ++number) {
+            now += 40;
+            const Count record = allocation_count::Of([&] {
+                readings.front() = read(number);
+                readings.front()->timeStamp = now;
+            });
+            const Count frame = allocation_count::Of([&] { tracker.ProcessPlates(readings, now); });
+            ASSERT_LE(frame.number, number < firstMinute ? 10u : 2u) << "frame " << number;
+            allocations += frame.number;
+            live += record.liveBytes + frame.liveBytes;
+        }
+    };
+    pass(firstMinute);
+    pass(frames - firstMinute);
+
+    // A holder for each, and now and then a list of readings that is full: one list for each text.
+    constexpr std::uint64_t passed = frames - firstMinute;
+    EXPECT_GE(allocations, passed);
+    EXPECT_LE(allocations, passed + misreadings * 16);
+    // The record and its place in the list of its text, of which up to half is free.
+    EXPECT_LE(live, static_cast<std::int64_t>(passed) *
+                        (recordBytes + 2 * static_cast<std::int64_t>(sizeof(LicencePlatePtr))));
+    // All have been handed back but the best of each text, the first, the previous and the last one.
+    EXPECT_EQ(sink.results, 1u);
+    EXPECT_GE(sink.releases + misreadings + 3, frames);
+    RecordProperty("BytesOfARecord", static_cast<int>(recordBytes));
+    RecordProperty("BytesOfAReading", static_cast<int>(live / static_cast<std::int64_t>(passed)));
+    std::printf("a record takes %d bytes, a reading %d\n", static_cast<int>(recordBytes),
+                static_cast<int>(live / static_cast<std::int64_t>(passed)));
+}
+
+}  // namespace
