@@ -14,7 +14,8 @@ struct ImageData {
     /// width, height or size is 0.
     ImageData(std::uint32_t imageWidth, std::uint32_t imageHeight, std::uint32_t imageSize, std::uint8_t* pixels);
 
-    /// An owner of `imageSize` bytes, all zero, the first at a multiple of 64. Throws as the view does, before anything is allocated.
+    /// An owner of `imageSize` bytes, all zero, the first at a multiple of 64. Throws as the view does, before anything
+    /// is allocated.
     ImageData(std::uint32_t imageWidth, std::uint32_t imageHeight, std::uint32_t imageSize);
 
     std::uint32_t width = 0;   ///< pixels
