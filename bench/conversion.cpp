@@ -1,0 +1,158 @@
+// Hot: one source that stays in the caches, as far as it fits. Cold: sources in turn, none of which is still there.
+
+#include <benchmark/benchmark.h>
+
+#include <cstring>
+#include <memory>
+#include <new>
+#include <string>
+
+#include "bench/benchmarks.h"
+#include "bench/rivals.h"
+#include "bench/trivial_copy.h"
+#include "image_transform/kernels/kernel.h"
+
+namespace bench {
+
+namespace {
+
+using image_transform::kernels::AllKernels;
+using image_transform::kernels::BgrPlanes;
+using image_transform::kernels::I420Planes;
+using image_transform::kernels::Kernel;
+
+struct Size {
+    std::int32_t width;
+    std::int32_t height;
+};
+
+constexpr Size sizes[] = {{640, 480}, {1280, 720}, {1920, 1080}, {3840, 2160}};
+constexpr std::size_t poolSize = 160'000'000;
+constexpr std::size_t targetSize = std::size_t{3} * 3840 * 2160;
+
+// Memory as aligned as a conversion could wish for.
+class Bytes {
+  public:
+    explicit Bytes(std::size_t size) : bytes(static_cast<std::uint8_t*>(::operator new(size, alignment))) {
+        for (std::size_t index = 0; index < size; ++index) {
+            bytes[index] = static_cast<std::uint8_t>(index * 31 >> 3);
+        }
+    }
+    ~Bytes() { ::operator delete(bytes, alignment); }
+    Bytes(const Bytes&) = delete;
+    Bytes& operator=(const Bytes&) = delete;
+
+    std::uint8_t* Data() { return bytes; }
+
+  private:
+    static constexpr std::align_val_t alignment{64};
+    std::uint8_t* const bytes;
+};
+
+std::uint8_t* SourcePool() {
+    static Bytes pool(poolSize);
+    return pool.Data();
+}
+
+std::uint8_t* Target() {
+    static Bytes target(targetSize);
+    return target.Data();
+}
+
+enum class Layout { I420, I422, Grey };
+
+std::size_t FrameSize(Layout layout, Size size) {
+    const std::size_t pixels = static_cast<std::size_t>(size.width) * static_cast<std::size_t>(size.height);
+    switch (layout) {
+        case Layout::I420:
+            return pixels * 3 / 2;
+        case Layout::I422:
+            return pixels * 2;
+        case Layout::Grey:
+            break;
+    }
+    return pixels;
+}
+
+I420Planes PlanesOf(const std::uint8_t* source, Layout layout, Size size) {
+    const std::ptrdiff_t pixels = std::ptrdiff_t{size.width} * size.height;
+    // Of 4:2:2 every second chroma row is left out.
+    const std::ptrdiff_t chromaStep = layout == Layout::I422 ? size.width : size.width / 2;
+    const std::uint8_t* const u = source + pixels;
+    return {source, u, u + chromaStep * size.height / 2, size.width, chromaStep, chromaStep};
+}
+
+void Register(const std::string& name, Size size, std::size_t frameSize, bool isCold, const Conversion& convert) {
+    const std::string fullName = name.substr(0, name.find('/')) + '/' + std::to_string(size.width) + 'x' +
+                                 std::to_string(size.height) + (isCold ? "/cold/" : "/hot/") +
+                                 name.substr(name.find('/') + 1);
+    benchmark::RegisterBenchmark(fullName.c_str(), [=](benchmark::State& state) {
+        const std::size_t step = (frameSize + 63) / 64 * 64;
+        const std::size_t frames = isCold ? poolSize / step : 1;
+        std::uint8_t* const pool = SourcePool();
+        std::uint8_t* const target = Target();
+        std::size_t frame = 0;
+        convert(pool, target);
+        for (auto _ : state) {
+            convert(pool + frame * step, target);
+            benchmark::ClobberMemory();
+            frame = frame + 1 < frames ? frame + 1 : 0;
+        }
+    })->Unit(benchmark::kMicrosecond);
+}
+
+void RegisterHotAndCold(const std::string& who, Size size, const Conversion& convert) {
+    for (const bool isCold : {false, true}) {
+        Register("bgr24/" + who, size, FrameSize(Layout::I420, size), isCold, convert);
+    }
+}
+
+Conversion Interleaved(const Kernel& kernel, Layout layout, Size size) {
+    return [=, routine = kernel.toBgr24](const std::uint8_t* source, std::uint8_t* target) {
+        routine(PlanesOf(source, layout, size), target, std::ptrdiff_t{3} * size.width, size.width, size.height);
+    };
+}
+
+void RegisterKernel(const Kernel& kernel, Size size) {
+    const std::string who = std::string("vexlane-") + kernel.name;
+    RegisterHotAndCold(who, size, Interleaved(kernel, Layout::I420, size));
+    Register("bgr24-from-422/" + who, size, FrameSize(Layout::I422, size), false,
+             Interleaved(kernel, Layout::I422, size));
+    Register("planar/" + who, size, FrameSize(Layout::I420, size), false,
+             [=, routine = kernel.toBgrPlanar](const std::uint8_t* source, std::uint8_t* target) {
+                 const std::ptrdiff_t pixels = std::ptrdiff_t{size.width} * size.height;
+                 const BgrPlanes planes{target, target + pixels, target + 2 * pixels, size.width};
+                 routine(PlanesOf(source, Layout::I420, size), planes, size.width, size.height);
+             });
+    Register("grey/" + who, size, FrameSize(Layout::Grey, size), false,
+             [=, routine = kernel.greyToBgr24](const std::uint8_t* source, std::uint8_t* target) {
+                 routine(source, size.width, target, std::ptrdiff_t{3} * size.width, size.width, size.height);
+             });
+}
+
+}  // namespace
+
+void RegisterConversions() {
+    const std::vector<Rival> rivals = AllRivals();
+    for (const Size size : sizes) {
+        for (const Kernel& kernel : AllKernels()) {
+            if (kernel.isSupported()) {
+                RegisterKernel(kernel, size);
+            }
+        }
+        for (const Rival& rival : rivals) {
+            RegisterHotAndCold(rival.name, size, rival.conversionFor(size.width, size.height));
+        }
+        RegisterHotAndCold("trivial-copy", size, [=](const std::uint8_t* source, std::uint8_t* target) {
+            TrivialCopy(PlanesOf(source, Layout::I420, size), target, size.width, size.height);
+        });
+        // As many bytes as are written; the sources follow one another without a gap.
+        const std::size_t written = 3 * FrameSize(Layout::Grey, size);
+        for (const bool isCold : {false, true}) {
+            Register("bgr24/memcpy", size, written, isCold,
+                     [=](const std::uint8_t* source, std::uint8_t* target) { std::memcpy(target, source, written); });
+        }
+    }
+}
+
+}  // namespace bench

@@ -1,0 +1,71 @@
+/// One camera: a detector, and frames that cost the host nothing.
+#pragma once
+
+#include <atomic>
+#include <cstdint>
+#include <memory>
+#include <vector>
+
+#include "sdk/buffer.h"
+#include "tools/host/console.h"
+#include "tools/host/event.h"
+#include "tools/host/host_objects.h"
+#include "tools/host/plugin.h"
+
+namespace frame_path {
+
+/// Counts what is raised. Any thread.
+class EventCounter final : public plate_host::EventSink {
+  public:
+    void OnEvent(const plate_host::EventRecord&) override { ++count; }
+    std::uint64_t Count() const { return count; }
+
+  private:
+    std::atomic<std::uint64_t> count{0};
+};
+
+/// The library with its host objects.
+struct Library {
+    Library(const plate_host::PluginPaths& paths) : host(console), plugin(paths) { plugin.Initialize(host); }
+
+    plate_host::Console console{false};
+    EventCounter events;
+    plate_host::HostObject host;
+    plate_host::Plugin plugin;
+};
+
+struct PictureSize {
+    std::uint32_t width;
+    std::uint32_t height;
+};
+
+inline constexpr PictureSize tiny{64, 48};
+inline constexpr PictureSize fullHd{1920, 1080};
+
+/// One thread at a time; the library must outlive it.
+class Channel {
+  public:
+    Channel(Library& library, PictureSize size);
+    ~Channel();
+    Channel(const Channel&) = delete;
+    Channel& operator=(const Channel&) = delete;
+
+    /// Hands over that many further frames, 25 of them in a second of their time stamps. Throws plate_host::Failure
+    /// when the library refuses one.
+    void Play(int frames);
+
+  private:
+    class Buffer;
+
+    Buffer& FreeBuffer();
+
+    const PictureSize size;
+    std::vector<std::uint8_t> picture;             // all frames are this one
+    std::vector<std::unique_ptr<Buffer>> buffers;  // all that were made
+    std::vector<Buffer*> freeBuffers;              // those that the library does not hold
+    std::uint64_t time = 1'700'000'000'000;        // milliseconds
+    plate_host::DetectorPeer peer;
+    plate_host::Detector detector;
+};
+
+}  // namespace frame_path

@@ -1,0 +1,70 @@
+#include "bench/idle_engine/road.h"
+
+#include <algorithm>
+
+namespace idle_engine {
+
+RPLATE PlateRecord(const std::string& text, std::int32_t x, std::int32_t y, const IMG& image) {
+    const std::int32_t halfWidth = static_cast<std::int32_t>(std::max(image.width / 32, 1u));
+    const std::int32_t halfHeight = static_cast<std::int32_t>(std::max(image.height / 64, 1u));
+    RPLATE plate = {};
+    text.copy(plate.text, sizeof plate.text);
+    SetConfidenceSum(plate, 90.0 * static_cast<double>(text.size()));
+    plate.corner1 = {x - halfWidth, y - halfHeight};
+    plate.corner2 = {x - halfWidth, y + halfHeight};
+    plate.corner3 = {x + halfWidth, y - halfHeight};
+    plate.corner4 = {x + halfWidth, y + halfHeight};
+    return plate;
+}
+
+char Road::Character() {
+    return "ABCDEFGHJKLMNPQRSTUVWXYZ0123456789"[Below(34)];
+}
+
+void Road::Enter(Vehicle& vehicle) {
+    vehicle.isThere = true;
+    for (char& character : vehicle.text) {
+        character = Character();
+    }
+    vehicle.across = 0.1 + 0.8 * Below(1000) / 1000.0;
+    vehicle.along = 0.0;
+    vehicle.step = 1.0 / (75 + Below(125));  // three to eight seconds through the picture
+    vehicle.framesBeforeStop = static_cast<int>(Below(60));
+    vehicle.framesOfStop = Chance(15) ? static_cast<int>(100 + Below(1400)) : 0;
+}
+
+void Road::Move(Vehicle& vehicle) {
+    if (vehicle.framesBeforeStop > 0) {
+        --vehicle.framesBeforeStop;
+    } else if (vehicle.framesOfStop > 0) {
+        --vehicle.framesOfStop;
+        return;
+    }
+    vehicle.along += vehicle.step;
+    vehicle.isThere = vehicle.along < 1.0;
+}
+
+int Road::Read(const IMG& image, RPLATE* plates) {
+    int count = 0;
+    for (Vehicle& vehicle : vehicles) {
+        if (!vehicle.isThere) {
+            if (Below(250) == 0) {
+                Enter(vehicle);
+            }
+            continue;
+        }
+        Move(vehicle);
+        if (!vehicle.isThere || Chance(15)) {
+            continue;
+        }
+        std::string text(vehicle.text.begin(), vehicle.text.end());
+        if (Chance(20)) {
+            text[Below(static_cast<std::uint32_t>(text.size()))] = Character();
+        }
+        plates[count++] = PlateRecord(text, static_cast<std::int32_t>(vehicle.across * image.width),
+                                      static_cast<std::int32_t>(vehicle.along * image.height), image);
+    }
+    return count;
+}
+
+}  // namespace idle_engine

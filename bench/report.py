@@ -1,0 +1,407 @@
+"""report.py RESULTS DOCS: makes DOCS/benchmarks.md and DOCS/benchmarks.svg of what scripts/bench has measured.
+
+Ends by saying which aims are reached; a missed one is no failure. Needs nothing but Python.
+"""
+
+import collections
+import datetime
+import glob
+import json
+import os
+import platform
+import re
+import statistics
+import subprocess
+import sys
+
+SIZES = ["640x480", "1280x720", "1920x1080", "3840x2160"]
+OURS = "vexlane-"
+BASELINE = "libyuv"
+BOUND = "trivial-copy"
+RIVALS = [BASELINE, "swscale", "OpenCV"]
+COPIES = [BOUND, "memcpy"]
+
+# What is aimed at, by size: at least so many times the rival's speed, at most so many times the bound's time.
+HOT_SPEED = [4.7, 4.5, 3.6, 2.0]
+HOT_OVER_BOUND = [1.10, 1.05, 1.35, 1.20]
+COLD_SPEED = [2.9, 2.6, 3.3, 1.75]
+AVX2_HOT_SPEED = [2.2, 2.1, 2.1, 1.35]
+STANDING_PLATE = 1.2
+WINDOWS_OVER_LINUX = 1.10
+
+
+class Rooms:
+    """The medians of the one program: microseconds by the benchmark's name."""
+
+    def __init__(self, path):
+        with open(path, encoding="utf-8") as file:
+            entries = json.load(file)["benchmarks"]
+        to_microseconds = {"ns": 1e-3, "us": 1.0, "ms": 1e3}
+        self.microseconds = {}
+        self.items = {}
+        for entry in entries:
+            if entry.get("aggregate_name") == "median":
+                name = entry["run_name"]
+                self.microseconds[name] = entry["cpu_time"] * to_microseconds[entry["time_unit"]]
+                if "items_per_second" in entry:
+                    self.items[name] = entry["items_per_second"]
+
+    def kernels(self):
+        """Ours, the preferred one first."""
+        start = f"bgr24/{SIZES[0]}/hot/{OURS}"
+        return [name[len(start) :] for name in self.microseconds if name.startswith(start)]
+
+    def conversion(self, size, temperature, who, layout="bgr24"):
+        return self.microseconds[f"{layout}/{size}/{temperature}/{who}"]
+
+    def speed(self, size, temperature, who):
+        """How many times the baseline's speed."""
+        return self.conversion(size, temperature, BASELINE) / self.conversion(size, temperature, who)
+
+
+class Aims:
+    """What is aimed at, and whether it is reached."""
+
+    def __init__(self):
+        self.rows = []
+
+    def at_least(self, what, value, aim):
+        self.rows.append((what, f"{value:.2f}", f"at least {aim:g}", value >= aim))
+
+    def at_most(self, what, value, aim):
+        self.rows.append((what, f"{value:.2f}", f"at most {aim:g}", value <= aim))
+
+    def table(self):
+        rows = [(what, value, aim, "yes" if reached else "**no**") for what, value, aim, reached in self.rows]
+        return table(["", "measured", "aimed at", "reached"], rows)
+
+    def print(self):
+        for what, value, aim, reached in self.rows:
+            print(f"bench: {'reached' if reached else 'MISSED '}  {what}: {value}, aimed at {aim}")
+        missed = sum(not row[3] for row in self.rows)
+        print(f"bench: {len(self.rows) - missed} of {len(self.rows)} aims are reached")
+
+
+def table(head, rows):
+    lines = ["| " + " | ".join(head) + " |", "|" + "---|" * len(head)]
+    lines += ["| " + " | ".join(str(cell) for cell in row) + " |" for row in rows]
+    return "\n".join(lines) + "\n"
+
+
+def title(who):
+    return f"ours, {who[len(OURS):]}" if who.startswith(OURS) else who.replace("-", " ")
+
+
+def output_of(*command):
+    try:
+        done = subprocess.run(command, stdout=subprocess.PIPE, stderr=subprocess.DEVNULL, text=True, check=False)
+    except OSError:
+        return ""
+    return done.stdout
+
+
+def machine():
+    described = dict(re.findall(r"^\s*([^:]+):\s+(.+)$", output_of("env", "LC_ALL=C", "lscpu"), re.MULTILINE))
+    compilers = [output_of(name, "--version").splitlines() for name in ("g++", "x86_64-w64-mingw32-g++-posix")]
+    caches = [f"{level} {described[level + ' cache']}" for level in ("L1d", "L2", "L3") if level + " cache" in described]
+    return table(
+        ["", ""],
+        [
+            ("processor", described.get("Model name", platform.processor())),
+            ("cores", described.get("CPU(s)", os.cpu_count())),
+            ("caches", ", ".join(caches)),
+            ("system", f"{platform.system()} {platform.release()}"),
+            ("compilers", "; ".join(lines[0] for lines in compilers if lines)),
+            ("date", datetime.date.today().isoformat()),
+        ],
+    )
+
+
+def conversion_tables(rooms, kernels, aims):
+    everybody = [OURS + kernel for kernel in kernels] + RIVALS + COPIES
+    best = OURS + kernels[0]
+    text = ""
+    for temperature, what in (
+        ("hot", "One source and one target, again and again."),
+        ("cold", "Sources that rotate through 160 MB, so that none is in a cache; one target."),
+    ):
+        rows = [
+            [title(who)] + [f"{rooms.speed(size, temperature, who):.2f}" for size in SIZES] for who in everybody
+        ]
+        rows.append(
+            [f"{BASELINE}, µs a frame"] + [f"{rooms.conversion(size, temperature, BASELINE):.1f}" for size in SIZES]
+        )
+        text += f"### {temperature.capitalize()}: times the speed of {BASELINE}\n\n{what}\n\n"
+        text += table(["", *SIZES], rows) + "\n"
+        over = [[title(who)] + [
+            f"{rooms.conversion(size, temperature, who) / rooms.conversion(size, temperature, BOUND):.2f}"
+            for size in SIZES
+        ] for who in everybody[: len(kernels)]]
+        text += f"### {temperature.capitalize()}: time over that of the trivial copy\n\n{table(['', *SIZES], over)}\n"
+
+    for number, size in enumerate(SIZES):
+        aims.at_least(f"{title(best)}, hot, {size}: times {BASELINE}", rooms.speed(size, "hot", best), HOT_SPEED[number])
+    for number, size in enumerate(SIZES):
+        over = rooms.conversion(size, "hot", best) / rooms.conversion(size, "hot", BOUND)
+        aims.at_most(f"{title(best)}, hot, {size}: over the trivial copy", over, HOT_OVER_BOUND[number])
+    for number, size in enumerate(SIZES):
+        cold = rooms.speed(size, "cold", best)
+        aims.at_least(f"{title(best)}, cold, {size}: times {BASELINE}", cold, COLD_SPEED[number])
+    if "avx2" in kernels:
+        for number, size in enumerate(SIZES):
+            speed = rooms.speed(size, "hot", OURS + "avx2")
+            aims.at_least(f"ours, avx2, hot, {size}: times {BASELINE}", speed, AVX2_HOT_SPEED[number])
+
+    layouts = {"bgr24-from-422": "of 4:2:2", "planar": "to planes", "grey": "of grey"}
+    rows = [
+        [f"{title(OURS + kernel)}, {what}"]
+        + [
+            f"{rooms.conversion(size, 'hot', OURS + kernel, layout) / rooms.conversion(size, 'hot', OURS + kernel):.2f}"
+            for size in SIZES
+        ]
+        for kernel in kernels
+        for layout, what in layouts.items()
+    ]
+    text += "### Other layouts: time over that of the same kernel from I420 to interleaved, hot\n\n"
+    return text + table(["", *SIZES], rows)
+
+
+def text_distance_table(rooms):
+    kinds = {"7-to-15": "7 to 15 characters", "padded-to-15": "7 to 9 characters, then NULs up to 15"}
+    rows = []
+    for kind, what in kinds.items():
+        ours, rows_of_doubles = (1e9 / rooms.items[f"text-distance/{kind}/{who}"] for who in ("vexlane", "rolling-rows"))
+        rows.append((what, f"{rows_of_doubles / ours:.2f}", f"{ours:.0f}", f"{rows_of_doubles:.0f}"))
+    return table(["texts", "times the speed of rolling rows", "ours, ns", "rolling rows, ns"], rows)
+
+
+def tracker_table(rooms):
+    counts = (1, 10, 100)
+    one = rooms.microseconds["tracker/tracks:1/texts:1"]
+    rows = []
+    for tracks in counts:
+        times = [rooms.microseconds[f"tracker/tracks:{tracks}/texts:{texts}"] for texts in counts]
+        rows.append([tracks] + [f"{time / one:.1f} ({time:.2f} µs)" for time in times])
+    return table(["tracks"] + [f"{texts} text{'s' if texts > 1 else ''} a track" for texts in counts], rows)
+
+
+def standing_plate_table(standing):
+    row = (
+        f"{standing['last_over_first']:.2f}",
+        f"{standing['first_thousand_us']:.2f}",
+        f"{standing['last_thousand_us']:.2f}",
+        f"{standing['bytes_a_reading']:.0f}",
+    )
+    return table(["last over first", "first, µs a frame", "last, µs a frame", "bytes that a reading keeps"], [row])
+
+
+def read_lines(path):
+    with open(path, encoding="utf-8") as file:
+        return [json.loads(line) for line in file if line.strip()]
+
+
+class FramePaths:
+    """What frame-path printed, nested objects flattened: a list over the rounds for each system, kernel and name."""
+
+    def __init__(self, results):
+        self.rounds = collections.defaultdict(list)
+        for path in sorted(glob.glob(os.path.join(results, "frame-path-*.json"))):
+            _, _, system, kernel, _ = os.path.basename(path).split("-")
+            for name, value in read_lines(path)[0].items():
+                parts = value.items() if isinstance(value, dict) else [("", value)]
+                for part, number in parts:
+                    self.rounds[system, kernel, f"{name}.{part}" if part else name].append(number)
+
+    def systems(self):
+        return sorted({system for system, _, _ in self.rounds})
+
+    def median(self, system, kernel, name):
+        return statistics.median(self.rounds[system, kernel, name])
+
+    def conversions(self, system, kernel):
+        """What a large frame takes longer than a tiny one, round by round."""
+        return [
+            large - tiny
+            for large, tiny in zip(self.rounds[system, kernel, "full_hd_us"], self.rounds[system, kernel, "tiny_us"])
+        ]
+
+    def windows_over_linux(self, kernel):
+        """Of runs that stood beside one another."""
+        pairs = zip(self.conversions("windows", kernel), self.conversions("linux", kernel))
+        return statistics.median(windows / linux for windows, linux in pairs)
+
+
+def frame_path_tables(paths, kernels, aims):
+    runs = [(system, kernel) for kernel in kernels for system in paths.systems()]
+    rows = []
+    for system, kernel in runs:
+        times = [paths.median(system, kernel, name) for name in ("tiny_us", "tiny_ten_tracks_us", "full_hd_us")]
+        share = statistics.median(paths.conversions(system, kernel)) / times[2]
+        rows.append([f"{kernel}, {system.capitalize()}"] + [f"{time:.1f}" for time in times] + [f"{share:.0%}"])
+    head = ["kernel", "64x48, no plates", "64x48, five plates, ten tracks", "1920x1080, no plates", "of it conversion"]
+    text = "Microseconds a frame:\n\n" + table(head, rows) + "\n"
+
+    many = int(paths.median(*runs[0], "calculations.threads"))
+    rows = []
+    for system, kernel in runs:
+        row = [f"{kernel}, {system.capitalize()}"]
+        for name in ("full_hd_channels", "tiny_ten_tracks_channels"):
+            row += [f"{paths.median(system, kernel, f'{name}.{part}'):.0f}" for part in ("one", "all")]
+            row.append(f"{paths.median(system, kernel, name + '.ratio'):.2f}")
+        rows.append(row + [f"{paths.median(system, kernel, 'calculations.ratio'):.2f}"])
+    text += f"Frames a second through 1 channel and through {many}, a thread each, and the latter over {many} times the\n"
+    text += "former; in the last column that ratio of threads that share nothing, which is what the machine can do:\n\n"
+    heads = [cell for size in ("1920x1080", "64x48, ten tracks") for cell in (f"{size}: 1", many, "ratio")]
+    text += table(["kernel", *heads, "machine"], rows)
+
+    if "windows" in paths.systems():
+        rows = []
+        for kernel in kernels:
+            ratio = paths.windows_over_linux(kernel)
+            rows.append((kernel, f"{ratio:.2f}"))
+            aims.at_most(f"conversion in the DLL over that in the Linux library, {kernel}", ratio, WINDOWS_OVER_LINUX)
+        text += "\nTime of the conversion in the Windows DLL, under Wine, over that in the Linux library:\n\n"
+        text += table(["kernel", "Windows over Linux"], rows)
+    return text
+
+
+def soak_table(results, aims):
+    rows = []
+    for path in sorted(glob.glob(os.path.join(results, "soak-*.jsonl"))):
+        system = re.sub(r".*soak-(\w+)\.jsonl", r"\1", path).capitalize()
+        lines = read_lines(path)
+        verdict = lines[-1]
+        frames = lines[-2]["frames"]
+        rows.append(
+            (system, verdict["channels"], verdict["minutes"], frames, verdict["events"], f"{verdict['growth_mib']:.2f}")
+        )
+        what = f"growth of the memory in the second half of the traffic, MiB, {system}"
+        aims.at_most(what, verdict["growth_mib"], verdict["bound_mib"])
+    return table(["", "channels", "minutes", "frames", "events", "growth in the second half, MiB"], rows)
+
+
+class Picture:
+    """Bars in two panels, hot and cold: times the baseline's speed, by size."""
+
+    WIDTH, HEIGHT = 900, 330
+    LEFT, TOP, BOTTOM = 50, 60, 40
+    COLOURS = ["#1b5e9b", "#3d85c6", "#76a9d8", "#a9c8e6", "#cfe0f0"]
+    OTHERS = {BASELINE: "#d9822b", "swscale": "#e8a860", "OpenCV": "#f1cfa5", BOUND: "#8a8a8a", "memcpy": "#c4c4c4"}
+
+    def __init__(self, rooms, kernels):
+        self.rooms = rooms
+        self.who = [OURS + kernel for kernel in kernels] + list(self.OTHERS)
+        self.colours = {OURS + kernel: self.COLOURS[number % 5] for number, kernel in enumerate(kernels)} | self.OTHERS
+        self.parts = []
+
+    def text(self, x, y, what, anchor="middle", size=12):
+        self.parts.append(f'<text x="{x:.1f}" y="{y:.1f}" text-anchor="{anchor}" font-size="{size}">{what}</text>')
+
+    def bar(self, x, y, width, height, who):
+        self.parts.append(
+            f'<rect x="{x:.1f}" y="{y:.1f}" width="{width:.1f}" height="{height:.1f}" fill="{self.colours[who]}"/>'
+        )
+
+    def panel(self, top, temperature, highest):
+        height = self.HEIGHT - self.TOP - self.BOTTOM
+        base = top + self.TOP + height
+        scale = height / highest
+        self.text(self.LEFT, top + self.TOP - 12, f"{temperature}: times the speed of {BASELINE}", "start", 14)
+        step = max(1, round(highest / 6))
+        for mark in range(0, int(highest) + 1, step):
+            y = base - mark * scale
+            self.parts.append(f'<path d="M{self.LEFT} {y:.1f}H{self.WIDTH - 10}" stroke="#dddddd"/>')
+            self.text(self.LEFT - 8, y + 4, mark, "end")
+        group = (self.WIDTH - self.LEFT - 10) / len(SIZES)
+        bar = group * 0.86 / len(self.who)
+        for number, size in enumerate(SIZES):
+            x = self.LEFT + number * group + group * 0.07
+            for place, who in enumerate(self.who):
+                speed = self.rooms.speed(size, temperature, who)
+                self.bar(x + place * bar, base - speed * scale, bar * 0.9, speed * scale, who)
+                self.text(x + (place + 0.45) * bar, base - speed * scale - 3, f"{speed:.1f}", size=9)
+            self.text(x + group * 0.43, base + 18, size)
+
+    def legend(self, y):
+        x = self.LEFT
+        for who in self.who:
+            self.bar(x, y - 10, 11, 11, who)
+            self.text(x + 16, y, title(who), "start")
+            x += 30 + 7 * len(title(who))
+
+    def draw(self):
+        speeds = [self.rooms.speed(size, heat, who) for size in SIZES for heat in ("hot", "cold") for who in self.who]
+        highest = max(speeds) * 1.08
+        self.legend(24)
+        self.panel(10, "hot", highest)
+        self.panel(self.HEIGHT, "cold", highest)
+        height = 2 * self.HEIGHT
+        return (
+            f'<svg xmlns="http://www.w3.org/2000/svg" viewBox="0 0 {self.WIDTH} {height}" font-family="sans-serif">\n'
+            f'<rect width="{self.WIDTH}" height="{height}" fill="white"/>\n' + "\n".join(self.parts) + "\n</svg>\n"
+        )
+
+
+def main():
+    if len(sys.argv) != 3:
+        sys.exit("usage: report.py RESULTS DOCS")
+    results, docs = sys.argv[1:]
+    rooms = Rooms(os.path.join(results, "rooms.json"))
+    kernels = rooms.kernels()
+    aims = Aims()
+    conversions = conversion_tables(rooms, kernels, aims)
+    standing = read_lines(os.path.join(results, "standing-plate.json"))[0]
+    aims.at_most("standing plate: last thousand frames over the first", standing["last_over_first"], STANDING_PLATE)
+    frames = frame_path_tables(FramePaths(results), kernels, aims)
+    soak = soak_table(results, aims)
+
+    page = f"""# Benchmarks
+
+`scripts/bench` measures all of this in one run and writes this page. Medians of repetitions that are mixed with one
+another; one thread where nothing else is said. The other libraries convert by other matrices: only the speed compares.
+The trivial copy is the bound: it reads each frame's 1.5 bytes a pixel and writes 3, and computes nothing.
+
+{machine()}
+## Aims
+
+{aims.table()}
+## Conversion from I420 to blue, green, red
+
+![Bars of the speed of each kernel and library](benchmarks.svg)
+
+{conversions}
+## Text distance
+
+Half of the pairs are one plate misread in a character, the others two plates.
+
+{text_distance_table(rooms)}
+## Tracker
+
+The time of a frame of five plates (of one, where there is one track), over that with one track of one text:
+
+{tracker_table(rooms)}
+A vehicle that stands for an hour, {standing["frames"]} frames, and is read as {standing["texts"]} texts, its last thousand
+frames against the first thousand that know as many texts:
+
+{standing_plate_table(standing)}
+## The way of a frame
+
+The built library, driven as a host does, with an engine that reads nothing.
+
+{frames}
+## Hours of traffic
+
+Vehicles that come, are read with mistakes, stop now and then, and go; 25 frames a second of their time stamps, played as
+fast as possible.
+
+{soak}"""
+    with open(os.path.join(docs, "benchmarks.md"), "w", encoding="utf-8") as file:
+        file.write(page)
+    with open(os.path.join(docs, "benchmarks.svg"), "w", encoding="utf-8") as file:
+        file.write(Picture(rooms, kernels).draw())
+    print(f"bench: written: {docs}/benchmarks.md, {docs}/benchmarks.svg")
+    aims.print()
+
+
+if __name__ == "__main__":
+    main()
