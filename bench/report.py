@@ -83,7 +83,7 @@ class Aims:
 
 
 def table(head, rows):
-    lines = ["| " + " | ".join(head) + " |", "|" + "---|" * len(head)]
+    lines = ["| " + " | ".join(str(cell) for cell in head) + " |", "|" + "---|" * len(head)]
     lines += ["| " + " | ".join(str(cell) for cell in row) + " |" for row in rows]
     return "\n".join(lines) + "\n"
 
@@ -322,20 +322,20 @@ class Picture:
                 self.text(x + (place + 0.45) * bar, base - speed * scale - 3, f"{speed:.1f}", size=9)
             self.text(x + group * 0.43, base + 18, size)
 
-    def legend(self, y):
-        x = self.LEFT
-        for who in self.who:
+    def legend(self, y, everybody):
+        for place, who in enumerate(everybody):
+            x = self.LEFT + place * 140
             self.bar(x, y - 10, 11, 11, who)
             self.text(x + 16, y, title(who), "start")
-            x += 30 + 7 * len(title(who))
 
     def draw(self):
         speeds = [self.rooms.speed(size, heat, who) for size in SIZES for heat in ("hot", "cold") for who in self.who]
         highest = max(speeds) * 1.08
-        self.legend(24)
-        self.panel(10, "hot", highest)
-        self.panel(self.HEIGHT, "cold", highest)
-        height = 2 * self.HEIGHT
+        self.legend(24, [who for who in self.who if who not in self.OTHERS])
+        self.legend(44, list(self.OTHERS))
+        self.panel(30, "hot", highest)
+        self.panel(20 + self.HEIGHT, "cold", highest)
+        height = 20 + 2 * self.HEIGHT
         return (
             f'<svg xmlns="http://www.w3.org/2000/svg" viewBox="0 0 {self.WIDTH} {height}" font-family="sans-serif">\n'
             f'<rect width="{self.WIDTH}" height="{height}" fill="white"/>\n' + "\n".join(self.parts) + "\n</svg>\n"

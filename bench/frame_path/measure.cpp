@@ -1,7 +1,7 @@
 #include "bench/frame_path/measure.h"
 
 #include <algorithm>
-#include <barrier>
+#include <boost/thread/barrier.hpp>
 #include <chrono>
 #include <exception>
 #include <functional>
@@ -55,12 +55,13 @@ using Work = std::function<void(std::size_t thread)>;
 
 // All threads begin together; the last one to end counts.
 double WorksASecond(std::size_t count, const Work& work) {
-    std::barrier<> together(static_cast<std::ptrdiff_t>(count) + 1);
+    // The standard one loses a wake-up on Windows now and then, as mingw-w64 has it.
+    boost::barrier together(static_cast<unsigned>(count) + 1);
     std::vector<std::exception_ptr> failures(count);
     std::vector<std::thread> threads;
     for (std::size_t index = 0; index < count; ++index) {
         threads.emplace_back([&, index] {
-            together.arrive_and_wait();
+            together.wait();
             try {
                 work(index);
             } catch (...) {
@@ -68,7 +69,7 @@ double WorksASecond(std::size_t count, const Work& work) {
             }
         });
     }
-    together.arrive_and_wait();
+    together.wait();
     const Clock::time_point start = Clock::now();
     for (std::thread& thread : threads) {
         thread.join();

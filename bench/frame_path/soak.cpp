@@ -1,7 +1,7 @@
 #include "bench/frame_path/soak.h"
 
 #include <algorithm>
-#include <barrier>
+#include <boost/thread/barrier.hpp>
 #include <exception>
 #include <iostream>
 #include <memory>
@@ -35,7 +35,7 @@ struct Peaks {
 // Threads that live for the whole run, since each is a camera to the engine.
 class Players {
   public:
-    Players(Library& library, const SoakOptions& options) : step(options.channels + 1) {
+    Players(Library& library, const SoakOptions& options) : step(static_cast<unsigned>(options.channels) + 1) {
         for (int number = 0; number < options.channels; ++number) {
             channels.push_back(std::make_unique<Channel>(library, pictureSize));
         }
@@ -43,8 +43,8 @@ class Players {
             threads.emplace_back([this, &channel, minutes = options.minutes] {
                 for (int minute = 0; minute < minutes; ++minute) {
                     PlayMinute(*channel);
-                    step.arrive_and_wait();  // all have played
-                    step.arrive_and_wait();  // the memory has been looked at
+                    step.wait();  // all have played
+                    step.wait();  // the memory has been looked at
                 }
             });
         }
@@ -57,8 +57,8 @@ class Players {
     Players(const Players&) = delete;
     Players& operator=(const Players&) = delete;
 
-    void WaitUntilPlayed() { step.arrive_and_wait(); }
-    void GoOn() { step.arrive_and_wait(); }
+    void WaitUntilPlayed() { step.wait(); }
+    void GoOn() { step.wait(); }
 
     std::exception_ptr Failure() {
         const std::lock_guard lock(mutex);
@@ -75,7 +75,7 @@ class Players {
         }
     }
 
-    std::barrier<> step;
+    boost::barrier step;
     std::vector<std::unique_ptr<Channel>> channels;
     std::mutex mutex;
     std::exception_ptr failure;  // guarded by mutex
