@@ -36,6 +36,8 @@ class Rooms:
     def __init__(self, path):
         with open(path, encoding="utf-8") as file:
             entries = json.load(file)["benchmarks"]
+        # They ran in a random order; the families are numbered as they were registered.
+        entries.sort(key=lambda entry: entry["family_index"])
         to_microseconds = {"ns": 1e-3, "us": 1.0, "ms": 1e3}
         self.microseconds = {}
         self.items = {}
@@ -103,7 +105,8 @@ def output_of(*command):
 def machine():
     described = dict(re.findall(r"^\s*([^:]+):\s+(.+)$", output_of("env", "LC_ALL=C", "lscpu"), re.MULTILINE))
     compilers = [output_of(name, "--version").splitlines() for name in ("g++", "x86_64-w64-mingw32-g++-posix")]
-    caches = [f"{level} {described[level + ' cache']}" for level in ("L1d", "L2", "L3") if level + " cache" in described]
+    levels = ("L1d", "L2", "L3")
+    caches = [f"{level} {described[level + ' cache']}" for level in levels if level + " cache" in described]
     return table(
         ["", ""],
         [
@@ -140,7 +143,8 @@ def conversion_tables(rooms, kernels, aims):
         text += f"### {temperature.capitalize()}: time over that of the trivial copy\n\n{table(['', *SIZES], over)}\n"
 
     for number, size in enumerate(SIZES):
-        aims.at_least(f"{title(best)}, hot, {size}: times {BASELINE}", rooms.speed(size, "hot", best), HOT_SPEED[number])
+        hot = rooms.speed(size, "hot", best)
+        aims.at_least(f"{title(best)}, hot, {size}: times {BASELINE}", hot, HOT_SPEED[number])
     for number, size in enumerate(SIZES):
         over = rooms.conversion(size, "hot", best) / rooms.conversion(size, "hot", BOUND)
         aims.at_most(f"{title(best)}, hot, {size}: over the trivial copy", over, HOT_OVER_BOUND[number])
@@ -170,9 +174,13 @@ def text_distance_table(rooms):
     kinds = {"7-to-15": "7 to 15 characters", "padded-to-15": "7 to 9 characters, then NULs up to 15"}
     rows = []
     for kind, what in kinds.items():
-        ours, rows_of_doubles = (1e9 / rooms.items[f"text-distance/{kind}/{who}"] for who in ("vexlane", "rolling-rows"))
-        rows.append((what, f"{rows_of_doubles / ours:.2f}", f"{ours:.0f}", f"{rows_of_doubles:.0f}"))
-    return table(["texts", "times the speed of rolling rows", "ours, ns", "rolling rows, ns"], rows)
+        ours, ready, rolling = (
+            1e9 / rooms.items[f"text-distance/{kind}/{who}"] for who in ("vexlane", "vexlane-ready", "rolling-rows")
+        )
+        times = [f"{nanoseconds:.0f} ns" for nanoseconds in (ours, ready, rolling)]
+        rows.append((what, f"{rolling / ours:.1f}", f"{rolling / ready:.1f}", *times))
+    speeds = ["times the speed of rolling rows", "with one text ready"]
+    return table(["texts", *speeds, "ours", "with one text ready", "rolling rows"], rows)
 
 
 def tracker_table(rooms):
@@ -249,8 +257,8 @@ def frame_path_tables(paths, kernels, aims):
             row += [f"{paths.median(system, kernel, f'{name}.{part}'):.0f}" for part in ("one", "all")]
             row.append(f"{paths.median(system, kernel, name + '.ratio'):.2f}")
         rows.append(row + [f"{paths.median(system, kernel, 'calculations.ratio'):.2f}"])
-    text += f"Frames a second through 1 channel and through {many}, a thread each, and the latter over {many} times the\n"
-    text += "former; in the last column that ratio of threads that share nothing, which is what the machine can do:\n\n"
+    text += f"Frames a second through 1 channel and through {many}, a thread each, and the latter over {many} times\n"
+    text += "the former; in the last column that ratio of threads that share nothing, which is what the machine can do:\n\n"
     heads = [cell for size in ("1920x1080", "64x48, ten tracks") for cell in (f"{size}: 1", many, "ratio")]
     text += table(["kernel", *heads, "machine"], rows)
 
@@ -359,7 +367,8 @@ def main():
 
 `scripts/bench` measures all of this in one run and writes this page. Medians of repetitions that are mixed with one
 another; one thread where nothing else is said. The other libraries convert by other matrices: only the speed compares.
-The trivial copy is the bound: it reads each frame's 1.5 bytes a pixel and writes 3, and computes nothing.
+The trivial copy is the bound: it reads each frame's 1.5 bytes a pixel and writes 3, and computes nothing. It stores through
+the caches; where a target is larger than they are, a kernel that stores past them may be faster.
 
 {machine()}
 ## Aims
@@ -372,7 +381,8 @@ The trivial copy is the bound: it reads each frame's 1.5 bytes a pixel and write
 {conversions}
 ## Text distance
 
-Half of the pairs are one plate misread in a character, the others two plates.
+Half of the pairs are one plate misread in a character, the others two plates. The tracker makes a reading ready once and
+compares it with all texts that it knows.
 
 {text_distance_table(rooms)}
 ## Tracker
