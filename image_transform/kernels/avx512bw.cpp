@@ -81,17 +81,16 @@ KERNEL_INLINE void StoreInterleaved(std::uint8_t* bgr, Bytes blue, Bytes green, 
 class Block {
   public:
     static constexpr std::ptrdiff_t pixels = 128;
-    static constexpr bool isBoundByMemory = true;
     static constexpr std::ptrdiff_t streamAlignment = registerBytes;
     static constexpr int preparationSteps = 0;
     using Offsets = kernels::Offsets;
     class Preparation;
 
-    template <int rows, bool isStreamed, class Following>
+    template <bool isStreamed, class Following>
     KERNEL_INLINE void Interleave(const Offsets& offsets, const std::uint8_t* y, std::ptrdiff_t yStep,
                                   std::uint8_t* bgr, std::ptrdiff_t step, Following&) const {
-        InterleaveHalf<0, rows, isStreamed>(offsets, y, yStep, bgr, step);
-        InterleaveHalf<1, rows, isStreamed>(offsets, y + registerBytes, yStep, bgr + 3 * registerBytes, step);
+        InterleaveHalf<0, isStreamed>(offsets, y, yStep, bgr, step);
+        InterleaveHalf<1, isStreamed>(offsets, y + registerBytes, yStep, bgr + 3 * registerBytes, step);
     }
 
     template <class Following>
@@ -111,14 +110,14 @@ class Block {
     }
 
   private:
-    template <int half, int rows, bool isStreamed>
+    template <int half, bool isStreamed>
     KERNEL_INLINE static void InterleaveHalf(const Offsets& offsets, const std::uint8_t* y, std::ptrdiff_t yStep,
                                              std::uint8_t* bgr, std::ptrdiff_t step) {
         const Offsets twice = {Twice<half>(offsets.moreBlue),  Twice<half>(offsets.moreGreen),
                                Twice<half>(offsets.moreRed),   Twice<half>(offsets.lessBlue),
                                Twice<half>(offsets.lessGreen), Twice<half>(offsets.lessRed)};
         KERNEL_UNROLL(2)
-        for (int row = 0; row < rows; ++row) {
+        for (int row = 0; row < 2; ++row) {
             const Bytes luma = Load(y + row * yStep);
             StoreInterleaved<isStreamed>(bgr + row * step, Applied(luma, twice.moreBlue, twice.lessBlue),
                                          Applied(luma, twice.moreGreen, twice.lessGreen),

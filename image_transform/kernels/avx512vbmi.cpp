@@ -105,13 +105,12 @@ struct Offsets {
 class Block {
   public:
     static constexpr std::ptrdiff_t pixels = 128;
-    static constexpr bool isBoundByMemory = true;
     static constexpr std::ptrdiff_t streamAlignment = registerBytes;
     static constexpr int preparationSteps = 6;
     using Offsets = kernels::Offsets;
     class Preparation;
 
-    template <int rows, bool isStreamed, class Following>
+    template <bool isStreamed, class Following>
     KERNEL_INLINE void Interleave(const Offsets& offsets, const std::uint8_t* y, std::ptrdiff_t yStep,
                                   std::uint8_t* bgr, std::ptrdiff_t step, Following& following) const {
         KERNEL_UNROLL(6)
@@ -123,12 +122,12 @@ class Block {
                                                         offsetPlaces[part], offsets.lessRed);
             Bytes sums[2];
             KERNEL_UNROLL(2)
-            for (int row = 0; row < rows; ++row) {
+            for (int row = 0; row < 2; ++row) {
                 const Bytes luma = Load(y + row * yStep + (isLeft ? 0 : registerBytes));
                 sums[row] = _mm512_adds_epu8(_mm512_permutexvar_epi8(lumaPlaces[part % 3], luma), more);
             }
             KERNEL_UNROLL(2)
-            for (int row = 0; row < rows; ++row) {
+            for (int row = 0; row < 2; ++row) {
                 Store<isStreamed>(bgr + row * step + registerBytes * part, _mm512_subs_epu8(sums[row], less));
             }
             following.Step(part);

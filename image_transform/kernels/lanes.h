@@ -50,8 +50,6 @@ class LaneBlock {
 
   public:
     static constexpr std::ptrdiff_t pixels = lanePixels * Lanes::count;
-    // With one lane the work takes longer than any picture's way from and to memory.
-    static constexpr bool isBoundByMemory = Lanes::count > 1;
     static constexpr std::ptrdiff_t streamAlignment = laneBytes;
     static constexpr int preparationSteps = 0;
 
@@ -61,7 +59,7 @@ class LaneBlock {
     };
     class Preparation;
 
-    template <int rows, bool isStreamed, class Following>
+    template <bool isStreamed, class Following>
     KERNEL_INLINE void Interleave(const Offsets& offsets, const std::uint8_t* y, std::ptrdiff_t yStep,
                                   std::uint8_t* bgr, std::ptrdiff_t step, Following&) const {
         Bytes more[4];
@@ -82,7 +80,7 @@ class LaneBlock {
                 lessHere[part] = Lanes::Shuffle(lessOf[part], offsetsAt[part]);
             }
             KERNEL_UNROLL(2)
-            for (int row = 0; row < rows; ++row) {
+            for (int row = 0; row < 2; ++row) {
                 const Bytes luma = Lanes::LoadApart(y + row * yStep + laneBytes * half, lanePixels);
                 Bytes result[3];
                 KERNEL_UNROLL(3)

@@ -106,7 +106,7 @@ KERNEL_INLINE void ForEachBlock(const Block& block, const std::uint8_t* u, const
 
 // Two rows at a time share the work on their chroma. Memory is asked for in the order of its addresses, though: to the
 // processor's own look-ahead two rows in turn are no stream, and from memory they come half as fast.
-template <class Block>
+template <class Block, bool isStreamed>
 void InterleavePairs(const I420Planes& source, std::uint8_t* bgr, std::ptrdiff_t step, std::ptrdiff_t width,
                      std::ptrdiff_t height) {
     const Block block;
@@ -116,41 +116,18 @@ void InterleavePairs(const I420Planes& source, std::uint8_t* bgr, std::ptrdiff_t
         ForEachBlock(
             block, source.u + row / 2 * source.uStep, source.v + row / 2 * source.vStep, width,
             [&](const auto& offsets, std::ptrdiff_t column, auto& following) KERNEL_INLINE_LAMBDA {
-                block.template Interleave<2, false>(offsets, y + column, source.yStep, target + 3 * column, step,
-                                                    following);
+                block.template Interleave<isStreamed>(offsets, y + column, source.yStep, target + 3 * column, step,
+                                                      following);
             },
             [&](std::ptrdiff_t column)
                 KERNEL_INLINE_LAMBDA { AskFor(y, lumaAhead + 2 * column, std::ptrdiff_t{2} * Block::pixels); });
     }
 }
 
-// Row by row, in the order of all addresses, for pictures that no cache holds: memory is the limit, not the work.
-template <class Block, bool isStreamed>
-void InterleaveRows(const I420Planes& source, std::uint8_t* bgr, std::ptrdiff_t step, std::ptrdiff_t width,
-                    std::ptrdiff_t height) {
-    const Block block;
-    for (std::ptrdiff_t row = 0; row < height; ++row) {
-        const std::uint8_t* y = source.y + row * source.yStep;
-        std::uint8_t* target = bgr + row * step;
-        ForEachBlock(
-            block, source.u + row / 2 * source.uStep, source.v + row / 2 * source.vStep, width,
-            [&](const auto& offsets, std::ptrdiff_t column, auto& following) KERNEL_INLINE_LAMBDA {
-                block.template Interleave<1, isStreamed>(offsets, y + column, source.yStep, target + 3 * column, step,
-                                                         following);
-            },
-            [](std::ptrdiff_t) KERNEL_INLINE_LAMBDA {});
-    }
-    if constexpr (isStreamed) {
-        _mm_sfence();
-    }
-}
-
 template <class Block>
 bool CanStream(const std::uint8_t* bgr, std::ptrdiff_t step, std::ptrdiff_t width) {
-    constexpr std::ptrdiff_t alignment = Block::streamAlignment;
-    // The last block must not begin between two of its kind.
-    return reinterpret_cast<std::uintptr_t>(bgr) % alignment == 0 && step % alignment == 0 &&
-           width % Block::pixels == 0;
+    const std::ptrdiff_t lastBlock = 3 * (width - Block::pixels);
+    return (reinterpret_cast<std::intptr_t>(bgr) | step | lastBlock) % Block::streamAlignment == 0;
 }
 
 template <class Block, const Kernel& narrower>
@@ -162,12 +139,11 @@ int VectorToBgr24(const I420Planes& source, std::uint8_t* bgr, std::ptrdiff_t st
     if (!HasEvenPart(status) || evenWidth < Block::pixels) {
         return HasEvenPart(status) ? narrower.toBgr24(source, bgr, step, width, height) : status;
     }
-    if (!Block::isBoundByMemory || 3 * evenWidth * evenHeight <= largestCachedOutput) {
-        InterleavePairs<Block>(source, bgr, step, evenWidth, evenHeight);
-    } else if (CanStream<Block>(bgr, step, evenWidth)) {
-        InterleaveRows<Block, true>(source, bgr, step, evenWidth, evenHeight);
+    if (3 * evenWidth * evenHeight > largestCachedOutput && CanStream<Block>(bgr, step, evenWidth)) {
+        InterleavePairs<Block, true>(source, bgr, step, evenWidth, evenHeight);
+        _mm_sfence();
     } else {
-        InterleaveRows<Block, false>(source, bgr, step, evenWidth, evenHeight);
+        InterleavePairs<Block, false>(source, bgr, step, evenWidth, evenHeight);
     }
     return status;
 }
