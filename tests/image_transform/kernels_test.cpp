@@ -191,7 +191,16 @@ class EveryKernel : public testing::TestWithParam<const Kernel*> {
     }
 };
 
-INSTANTIATE_TEST_SUITE_P(Kernels, EveryKernel, testing::ValuesIn(SupportedKernels()),
+// Kernels take no threads, so that the thread sanitizer sees one of them alone.
+std::vector<const Kernel*> TestedKernels() {
+    std::vector<const Kernel*> tested = SupportedKernels();
+#if defined(__SANITIZE_THREAD__)
+    tested.resize(1);
+#endif
+    return tested;
+}
+
+INSTANTIATE_TEST_SUITE_P(Kernels, EveryKernel, testing::ValuesIn(TestedKernels()),
                          [](const testing::TestParamInfo<const Kernel*>& tested) {
                              std::string name;
                              for (const char* letter = tested.param->name; *letter != '\0'; ++letter) {
@@ -275,6 +284,9 @@ TEST_P(EveryKernel, ConvertsEveryWidthUpToSomeRegisters) {
 
 // Pictures that no cache holds are written another way, and those of them that lie unevenly another way again.
 TEST_P(EveryKernel, ConvertsPicturesThatNoCacheHolds) {
+    if (kernel.toBgr24 == scalarKernel.toBgr24) {
+        GTEST_SKIP() << "it is what the others are held against, and has but one way";
+    }
     for (const Geometry& geometry : {Geometry{4096, 1440}, Geometry{4096, 1440, 64}, Geometry{4096, 1440, 1},
                                      Geometry{4098, 1440}, Geometry{4128, 1440}, Geometry{4096, 1441}}) {
         const Picture picture(geometry, 7);
