@@ -1,5 +1,6 @@
 #include <windows.h>
 
+#include <cstdio>
 #include <mutex>
 #include <string>
 
@@ -46,6 +47,9 @@ int RunUntilTold(Service& service) {
     SetConsoleCtrlHandler(Tell, TRUE);
     const int status = RunToTheEnd(service);
     SetTold(nullptr);
+    // What the run-time library does at the end can wait for a thread that is no more; nothing is left to be done.
+    std::fflush(nullptr);
+    TerminateProcess(GetCurrentProcess(), static_cast<UINT>(status));
     return status;
 }
 

@@ -300,8 +300,8 @@ class PipeEnd {
 class Instances {
   public:
     /// Nobody else has the name when `lock` is held and `first` is the pipe's first instance.
-    Instances(const std::string& pipeName, Owned nameLock, Owned first)
-        : path(pipeName), lock(std::move(nameLock)), ended(MakeEvent()) {
+    Instances(std::string pipePath, Owned nameLock, Owned first)
+        : path(std::move(pipePath)), lock(std::move(nameLock)), ended(MakeEvent()) {
         for (std::unique_ptr<Instance>& instance : instances) {
             instance = std::make_unique<Instance>();
         }
@@ -356,8 +356,7 @@ class Instances {
         lock.Close();
     }
 
-    static Owned MakePipe(const std::string& path, DWORD flags) {
-        OwnUserAlone access;
+    static Owned MakePipe(const std::string& path, DWORD flags, OwnUserAlone& access) {
         return Owned(CreateNamedPipeA(path.c_str(), PIPE_ACCESS_DUPLEX | FILE_FLAG_OVERLAPPED | flags,
                                       PIPE_TYPE_MESSAGE | PIPE_READMODE_MESSAGE | PIPE_REJECT_REMOTE_CLIENTS,
                                       PIPE_UNLIMITED_INSTANCES, bufferBytes, bufferBytes, 0, access.Get()));
@@ -395,7 +394,7 @@ class Instances {
         bool areAllThere = true;
         for (const std::unique_ptr<Instance>& instance : instances) {
             if (!instance->pipe) {
-                instance->pipe = MakePipe(path, 0);
+                instance->pipe = MakePipe(path, 0, access);
                 if (instance->pipe) {
                     instance->Await();
                 }
@@ -406,6 +405,7 @@ class Instances {
     }
 
     const std::string path;
+    OwnUserAlone access;
     std::mutex use;
     Owned lock;
     const Owned ended;
@@ -573,21 +573,25 @@ std::optional<Listener> Listener::Open(const std::string& name) {
     // The first instance of a pipe is the only one that is made as such. Wine makes any number of them, so a mutex of
     // the same name is made before.
     OwnUserAlone access;
-    Owned lock(CreateMutexA(access.Get(), FALSE, ("Global\\" + name).c_str()));
-    if (!lock ? GetLastError() == ERROR_ACCESS_DENIED : GetLastError() == ERROR_ALREADY_EXISTS) {
+    const std::string mutexName = "Global\\" + name;
+    Owned lock(CreateMutexA(access.Get(), FALSE, mutexName.c_str()));
+    const DWORD mutexError = GetLastError();
+    if (lock ? mutexError == ERROR_ALREADY_EXISTS : mutexError == ERROR_ACCESS_DENIED) {
         return std::nullopt;
     }
     if (!lock) {
-        Throw("the name cannot be taken");
+        Throw("the name cannot be taken", mutexError);
     }
-    Owned first = Instances::MakePipe(pipeFolder + name, FILE_FLAG_FIRST_PIPE_INSTANCE);
+    const std::string path = pipeFolder + name;
+    Owned first = Instances::MakePipe(path, FILE_FLAG_FIRST_PIPE_INSTANCE, access);
     if (!first) {
-        if (GetLastError() == ERROR_ACCESS_DENIED || GetLastError() == ERROR_PIPE_BUSY) {
+        const DWORD pipeError = GetLastError();
+        if (pipeError == ERROR_ACCESS_DENIED || pipeError == ERROR_PIPE_BUSY) {
             return std::nullopt;
         }
-        Throw("nobody can be listened to");
+        Throw("nobody can be listened to", pipeError);
     }
-    return Listener(AsHandle(std::make_unique<Instances>(pipeFolder + name, std::move(lock), std::move(first))));
+    return Listener(AsHandle(std::make_unique<Instances>(path, std::move(lock), std::move(first))));
 }
 
 Listener::Listener(Listener&& other) noexcept : handle(std::exchange(other.handle, -1)) {}
