@@ -2,11 +2,7 @@
 // scripts/compare-engines. Standard input holds, for each picture, a line with width and height, and then its rows of
 // blue, green and red bytes; standard output gets one line of JSON for each.
 
-#ifdef _WIN32
-#include <fcntl.h>
-#include <io.h>
-#endif
-
+#include <algorithm>
 #include <array>
 #include <boost/dll/shared_library.hpp>
 #include <chrono>
@@ -17,6 +13,7 @@
 #include <vector>
 
 #include "engine/engine_records.h"
+#include "tests/platforms/binary_input.h"
 
 namespace {
 
@@ -45,9 +42,7 @@ nlohmann::json Describe(const RPLATE& plate) {
 }  // namespace
 
 int main(int, char** arguments) {
-#ifdef _WIN32
-    _setmode(_fileno(stdin), _O_BINARY);
-#endif
+    TakeStandardInputAsBytes();
     boost::dll::shared_library library;
     library.load(std::filesystem::absolute(arguments[1]).string());
     auto& recognise = library.get<int(YUV420_IMG*, IMG*, tagRECT*, RPLATE*, int)>(recogniseName);

@@ -3,7 +3,9 @@
 #include <winternl.h>
 // clang-format on
 
-#include "tests/reading_faults/faults_fixture.h"
+#include <stdexcept>
+
+#include "tests/reading_faults/stop_process.h"
 
 // The system's own, which no header declares.
 extern "C" NTSTATUS NTAPI NtSuspendProcess(HANDLE process);
@@ -12,9 +14,11 @@ namespace reading_faults {
 
 void StopProcess(servers::ProcessId process) {
     const HANDLE handle = OpenProcess(PROCESS_SUSPEND_RESUME, FALSE, static_cast<DWORD>(process));
-    ASSERT_NE(handle, nullptr);
-    EXPECT_GE(NtSuspendProcess(handle), 0);
+    const bool isStopped = handle != nullptr && NtSuspendProcess(handle) >= 0;
     CloseHandle(handle);
+    if (!isStopped) {
+        throw std::runtime_error("the process cannot be stopped");
+    }
 }
 
 }  // namespace reading_faults
