@@ -9,7 +9,7 @@
 #include <string>
 
 #include "tests/reading_engine/engine_fixture.h"
-#include "tests/reading_faults/stop_process.h"
+#include "tests/reading_faults/process_control.h"
 #include "tests/support/servers.h"
 
 namespace reading_faults {

@@ -1,10 +1,11 @@
 #include <signal.h>
+#include <sys/wait.h>
 
 #include <fstream>
 #include <stdexcept>
 #include <string>
 
-#include "tests/reading_faults/stop_process.h"
+#include "tests/reading_faults/process_control.h"
 #include "tests/support/comes_true.h"
 
 namespace reading_faults {
@@ -21,6 +22,26 @@ void StopProcess(servers::ProcessId process) {
     if (!isStopped) {
         throw std::runtime_error("the process cannot be stopped");
     }
+}
+
+void ContinueProcess(servers::ProcessId process) {
+    ::kill(process, SIGCONT);
+}
+
+struct ProcessEnd::System {
+    pid_t process = 0;
+};
+
+ProcessEnd::ProcessEnd(servers::ProcessId awaited) : system(new System{awaited}) {}
+
+ProcessEnd::~ProcessEnd() = default;
+
+int ProcessEnd::Code() {
+    int status = 0;
+    if (!ComesTrue([&] { return ::waitpid(system->process, &status, WNOHANG) == system->process; })) {
+        return -1;
+    }
+    return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
 }
 
 }  // namespace reading_faults
