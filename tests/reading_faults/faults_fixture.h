@@ -9,6 +9,7 @@
 #include <string>
 
 #include "tests/reading_engine/engine_fixture.h"
+#include "tests/reading_faults/process_control.h"
 #include "tests/support/servers.h"
 
 namespace reading_faults {
@@ -42,8 +43,5 @@ inline int EntriesOf(const std::filesystem::path& folder) {
 inline int DescriptorsOf(servers::ProcessId process) {
     return EntriesOf("/proc/" + std::to_string(process) + "/fd");
 }
-
-/// Stops a process, and comes back when it does nothing any more.
-void StopProcess(servers::ProcessId process);
 
 }  // namespace reading_faults

@@ -1,4 +1,4 @@
-// The engine and a server in a process of its own.
+// What only processes of Linux are told, and do.
 
 #include <signal.h>
 #include <sys/wait.h>
@@ -6,64 +6,21 @@
 
 #include <functional>
 #include <random>
+#include <thread>
 
-#include "tests/reading_faults/faults_fixture.h"
-#include "tools/engine/client.h"
-#include "tools/server/program.h"
+#include "tests/reading_faults/process_fixture.h"
 
 namespace {
 
-using namespace reading_engine_test;
 using namespace reading_faults;
-using engine_client::Client;
-using plate_reading::WidthRange;
-using scripted_reader::DescriptionOf;
 
-/// Whether a client's frame is answered with what is in it.
-bool IsServedWell(Client& client, unsigned seed = 1) {
-    TestPicture picture(40 + seed % 7, 30, 0, seed);
-    RPLATE plates[engineRecordCount] = {};
-    const auto wanted = DescriptionOf(picture.AsRead(), std::nullopt, WidthRange{1, 2});
-    return client.SetRange(1, 2) && client.Recognise(&picture.image, nullptr, plates) == 2 &&
-           std::string(plates[0].text) == wanted[0].text && std::string(plates[1].text) == wanted[1].text;
-}
-
-class ServerProcess : public ServerPrograms {
-  protected:
-    void Start() { server = servers::StartStranger(); }
-
-    /// What the server's process ends with; -1 when it does not end in time.
-    int ExitCode(servers::ProcessId process) {
-        int status = 0;
-        if (!ComesTrue([&] { return ::waitpid(process, &status, WNOHANG) == process; })) {
-            return -1;
-        }
-        return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+/// Runs something in a process of its own; true is what it should answer.
+pid_t Fork(const std::function<bool()>& action) {
+    const pid_t child = ::fork();
+    if (child == 0) {
+        ::_exit(action() ? 0 : 1);
     }
-
-    /// Runs something in a process of its own; true is what it should answer.
-    static pid_t Fork(const std::function<bool()>& action) {
-        const pid_t child = ::fork();
-        if (child == 0) {
-            ::_exit(action() ? 0 : 1);
-        }
-        return child;
-    }
-
-    servers::ProcessId server = 0;
-    Client client;
-};
-
-TEST_F(ServerProcess, IsWaitedForWhileItStarts) {
-    const auto starting = wire::Clock::now();
-    std::thread starter([this] {
-        std::this_thread::sleep_for(1s);
-        Start();
-    });
-    EXPECT_TRUE(client.SetRange(1, 2));
-    EXPECT_LT(wire::Clock::now() - starting, longestCall);
-    starter.join();
-    EXPECT_TRUE(IsServedWell(client));
+    return child;
 }
 
 TEST_F(ServerProcess, EndsWellWhenItIsAskedTo) {
@@ -72,7 +29,7 @@ TEST_F(ServerProcess, EndsWellWhenItIsAskedTo) {
         ASSERT_TRUE(IsServedWell(client));
         const auto asked = wire::Clock::now();
         ::kill(server, signal);
-        EXPECT_EQ(ExitCode(server), reading_service::exitedWell);
+        EXPECT_EQ(ProcessEnd(server).Code(), reading_service::exitedWell);
         EXPECT_LT(wire::Clock::now() - asked, 5s);
     }
 }
@@ -87,91 +44,6 @@ TEST_F(ServerProcess, EndsWellWhenItIsAskedToBeforeItListens) {
         // Very early the signal meets a process that is not the program yet.
         EXPECT_TRUE((WIFEXITED(status) && WEXITSTATUS(status) == 0) ||
                     (WIFSIGNALED(status) && WTERMSIG(status) == SIGTERM));
-    }
-}
-
-TEST_F(ServerProcess, EndsByItselfWhenNobodyIsConnected) {
-    test_support::SetEnvironment("VEXLANE_TEST_IDLE", "300");
-    Start();
-    EXPECT_EQ(ExitCode(server), reading_service::exitedWell);
-}
-
-TEST_F(ServerProcess, GivesUpWhenAnotherOneKeepsTheName) {
-    Start();
-    ASSERT_TRUE(IsServedWell(client));
-    const auto started = wire::Clock::now();
-    const servers::ProcessId second = servers::StartStranger();
-    EXPECT_EQ(ExitCode(second), reading_service::exitedForTheName);
-    EXPECT_GE(wire::Clock::now() - started, 2900ms);
-    EXPECT_TRUE(IsServedWell(client));
-}
-
-TEST_F(ServerProcess, TakesTheNameOfOneThatEnds) {
-    Start();
-    ASSERT_TRUE(IsServedWell(client));
-    const servers::ProcessId first = server;
-    Start();
-    std::this_thread::sleep_for(200ms);
-    servers::Kill(first);
-    EXPECT_TRUE(IsServedWell(client));
-    EXPECT_EQ(servers::Running().count(server), 1u);
-}
-
-TEST_F(ServerProcess, ThatIsStoppedIsNoticedInTimeAndServesAgainWhenItGoesOn) {
-    Start();
-    ASSERT_TRUE(IsServedWell(client));
-    StopProcess(server);
-    bool isTaken = true;
-    EXPECT_THAT(TimeOf([&] { isTaken = client.SetRange(1, 2); }),
-                testing::AllOf(testing::Ge(1900ms), testing::Lt(longestCall)));
-    EXPECT_FALSE(isTaken);
-    TestPicture picture(20, 20);
-    RPLATE plates[engineRecordCount] = {};
-    EXPECT_LT(TimeOf([&] { EXPECT_EQ(client.Recognise(&picture.image, nullptr, plates), 0); }), 1s);
-    // A client that is new meets a stopped server, too.
-    Client second;
-    EXPECT_LT(TimeOf([&] { EXPECT_FALSE(second.SetRange(1, 2)); }), longestCall);
-    ::kill(server, SIGCONT);
-    for (unsigned seed = 1; seed < 50; ++seed) {
-        ASSERT_TRUE(IsServedWell(client, seed));
-    }
-}
-
-TEST_F(ServerProcess, ThatIsStoppedInAFrameLetsItGoInTime) {
-    Start();
-    ASSERT_TRUE(IsServedWell(client));
-    TestPicture picture(20, 20);
-    picture.Tell(scripted_reader::Sleep, 30);
-    std::thread stopping([this] {
-        std::this_thread::sleep_for(100ms);
-        StopProcess(server);
-    });
-    RPLATE plates[engineRecordCount] = {};
-    EXPECT_THAT(TimeOf([&] { EXPECT_EQ(client.Recognise(&picture.image, nullptr, plates), 0); }),
-                testing::AllOf(testing::Ge(1900ms), testing::Lt(longestCall)));
-    stopping.join();
-    ::kill(server, SIGCONT);
-    for (unsigned seed = 1; seed < 50; ++seed) {
-        ASSERT_TRUE(IsServedWell(client, seed));
-    }
-}
-
-TEST_F(ServerProcess, ThatDiesInAFrameLetsItGoAtOnce) {
-    for (const bool crashes : {true, false}) {
-        Start();
-        ASSERT_TRUE(IsServedWell(client));
-        TestPicture picture(20, 20);
-        picture.Tell(crashes ? scripted_reader::Crash : scripted_reader::Sleep, 150);
-        std::thread killing([this, crashes] {
-            std::this_thread::sleep_for(50ms);
-            if (!crashes) {
-                servers::Kill(server);
-            }
-        });
-        RPLATE plates[engineRecordCount] = {};
-        EXPECT_LT(TimeOf([&] { EXPECT_EQ(client.Recognise(&picture.image, nullptr, plates), 0); }), 1400ms);
-        killing.join();
-        ::waitpid(server, nullptr, 0);
     }
 }
 
@@ -190,7 +62,7 @@ TEST_F(ServerProcess, ServesTwoProcessesAtOnceEachWithItsOwn) {
         }));
     }
     for (const pid_t child : children) {
-        EXPECT_EQ(ExitCode(child), 0);
+        EXPECT_EQ(ProcessEnd(child).Code(), 0);
     }
 }
 

@@ -17,6 +17,18 @@ namespace {
 
 constexpr int longestWaitMilliseconds = 60'000;
 
+int Descriptor(Piece piece) {
+    return static_cast<int>(piece);
+}
+
+int MemoryFile(std::int64_t size, int seals, bool canBeSealed = true) {
+    const int file = ::memfd_create("test", MFD_CLOEXEC | (canBeSealed ? MFD_ALLOW_SEALING : 0));
+    if (file < 0 || ::ftruncate(file, size) != 0 || (seals != 0 && ::fcntl(file, F_ADD_SEALS, seals) != 0)) {
+        throw std::runtime_error("no memory for the test");
+    }
+    return file;
+}
+
 bool IsReadable(int socket) {
     pollfd polled = {socket, POLLIN, 0};
     return ::poll(&polled, 1, longestWaitMilliseconds) == 1;
@@ -24,24 +36,23 @@ bool IsReadable(int socket) {
 
 }  // namespace
 
-const int fixedSize = F_SEAL_SHRINK | F_SEAL_GROW;
-
-RawClient::RawClient(const std::string& name) : socket(::socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0)) {
+RawClient::RawClient(const std::string& name) : connection(::socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0)) {
     sockaddr_un address = {};
     address.sun_family = AF_UNIX;
     std::copy(name.begin(), name.end(), address.sun_path + 1);
     const auto size = static_cast<socklen_t>(offsetof(sockaddr_un, sun_path) + 1 + name.size());
-    if (::connect(socket, reinterpret_cast<const sockaddr*>(&address), size) != 0) {
-        ::close(socket);
+    if (::connect(Descriptor(connection), reinterpret_cast<const sockaddr*>(&address), size) != 0) {
+        ::close(Descriptor(connection));
         throw std::runtime_error("nobody listens under " + name);
     }
 }
 
 RawClient::~RawClient() {
-    ::close(socket);
+    ::close(Descriptor(connection));
 }
 
-bool RawClient::Send(std::span<const std::uint8_t> message, const std::vector<int>& files) {
+bool RawClient::Send(std::span<const std::uint8_t> message, const std::vector<Piece>& pieces) {
+    const std::vector<int> files(pieces.begin(), pieces.end());
     iovec bytes = {const_cast<std::uint8_t*>(message.data()), message.size()};
     msghdr header = {};
     header.msg_iov = &bytes;
@@ -57,12 +68,13 @@ bool RawClient::Send(std::span<const std::uint8_t> message, const std::vector<in
         header.msg_control = control.data();
         header.msg_controllen = control.size();
     }
-    return ::sendmsg(socket, &header, MSG_NOSIGNAL) >= 0;
+    return ::sendmsg(Descriptor(connection), &header, MSG_NOSIGNAL) >= 0;
 }
 
 std::vector<std::uint8_t> RawClient::Receive() {
     std::vector<std::uint8_t> message(4096);
-    const ssize_t size = IsReadable(socket) ? ::recv(socket, message.data(), message.size(), 0) : 0;
+    const ssize_t size =
+        IsReadable(Descriptor(connection)) ? ::recv(Descriptor(connection), message.data(), message.size(), 0) : 0;
     message.resize(static_cast<std::size_t>(std::max<ssize_t>(size, 0)));
     return message;
 }
@@ -70,20 +82,46 @@ std::vector<std::uint8_t> RawClient::Receive() {
 bool RawClient::IsDropped() {
     // What it still has to say comes first.
     std::uint8_t bytes[4096];
-    while (IsReadable(socket)) {
-        if (::recv(socket, bytes, sizeof bytes, 0) <= 0) {
+    while (IsReadable(Descriptor(connection))) {
+        if (::recv(Descriptor(connection), bytes, sizeof bytes, 0) <= 0) {
             return true;
         }
     }
     return false;
 }
 
-int MemoryFile(std::int64_t size, int seals, bool canBeSealed) {
-    const int file = ::memfd_create("test", MFD_CLOEXEC | (canBeSealed ? MFD_ALLOW_SEALING : 0));
-    if (file < 0 || ::ftruncate(file, size) != 0 || (seals != 0 && ::fcntl(file, F_ADD_SEALS, seals) != 0)) {
-        throw std::runtime_error("no memory for the test");
+OwnPiece::~OwnPiece() {
+    if (piece >= 0) {
+        ::close(Descriptor(piece));
     }
-    return file;
+}
+
+OwnPiece MakeMemory(std::int64_t size) {
+    return OwnPiece(MemoryFile(size, F_SEAL_SHRINK | F_SEAL_GROW));
+}
+
+std::vector<WrongPiece> MakeWrongPieces() {
+    constexpr std::int64_t size = 5000;
+    constexpr int fixedSize = F_SEAL_SHRINK | F_SEAL_GROW;
+    int pipe[2] = {};
+    if (::pipe2(pipe, O_CLOEXEC) != 0) {
+        throw std::runtime_error("no pipe for the test");
+    }
+    ::close(pipe[1]);
+    std::vector<WrongPiece> made;
+    const auto add = [&made](const char* what, int file) { made.push_back({what, OwnPiece(file)}); };
+    add("unsealed memory", MemoryFile(size, 0));
+    add("memory that can shrink", MemoryFile(size, F_SEAL_GROW));
+    add("memory that can grow", MemoryFile(size, F_SEAL_SHRINK));
+    add("memory that cannot be sealed", MemoryFile(size, 0, false));
+    add("empty memory", MemoryFile(0, fixedSize));
+    add("huge memory", MemoryFile(std::int64_t{1} << 40, fixedSize));
+    add("a device", ::open("/dev/zero", O_RDWR | O_CLOEXEC));
+    add("a file", ::open("/proc/self/exe", O_RDONLY | O_CLOEXEC));
+    add("a folder", ::open("/", O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    add("a pipe", pipe[0]);
+    add("a socket", ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
+    return made;
 }
 
 }  // namespace test_support

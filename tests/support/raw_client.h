@@ -1,14 +1,17 @@
 /// A client of the recognition server that says whatever it is told to, as no engine does.
 #pragma once
 
-#include <chrono>
 #include <cstddef>
 #include <cstdint>
 #include <span>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace test_support {
+
+/// A descriptor or, on Windows, a handle: something that a message can bring along.
+using Piece = std::intptr_t;
 
 class RawClient {
   public:
@@ -18,8 +21,8 @@ class RawClient {
     RawClient(const RawClient&) = delete;
     RawClient& operator=(const RawClient&) = delete;
 
-    /// One message, with any number of descriptors; false when the server takes none any more.
-    bool Send(std::span<const std::uint8_t> message, const std::vector<int>& files = {});
+    /// One message, with any number of pieces; false when the server takes none any more.
+    bool Send(std::span<const std::uint8_t> message, const std::vector<Piece>& pieces = {});
 
     /// The next message; empty when there is none within a minute, and when the server has ended the connection.
     std::vector<std::uint8_t> Receive();
@@ -28,13 +31,31 @@ class RawClient {
     bool IsDropped();
 
   private:
-    int socket = -1;
+    Piece connection = -1;
 };
 
-/// Seals of memory whose size is fixed.
-extern const int fixedSize;
+/// A piece, closed at its end.
+class OwnPiece {
+  public:
+    explicit OwnPiece(Piece opened) : piece(opened) {}
+    OwnPiece(OwnPiece&& other) noexcept : piece(std::exchange(other.piece, -1)) {}
+    OwnPiece& operator=(OwnPiece&&) = delete;
+    ~OwnPiece();
+    operator Piece() const { return piece; }
 
-/// Memory without a name, with those seals.
-int MemoryFile(std::int64_t size, int seals, bool canBeSealed = true);
+  private:
+    Piece piece;
+};
+
+/// Memory as it may be handed over, which is told to have that size.
+OwnPiece MakeMemory(std::int64_t size);
+
+struct WrongPiece {
+    const char* what;
+    OwnPiece piece;
+};
+
+/// What is no memory of a fixed size, one of each kind; none of them smaller than a page where it has a size at all.
+std::vector<WrongPiece> MakeWrongPieces();
 
 }  // namespace test_support

@@ -59,15 +59,24 @@ void Place(const fs::path& program) {
     fs::copy_file(OwnFolder() / program, OwnFolder() / serverName);
 }
 
-// The file of a program that has just ended can be in use for a moment yet.
+// The file of a program that runs, or has just ended, cannot be removed. It can be renamed, and is removed later.
 void Remove() {
     const fs::path file = OwnFolder() / serverName;
-    const bool isRemoved = ComesTrue([&] {
-        std::error_code error;
+    const std::string aside = std::string(serverName) + ".old-";
+    std::error_code error;
+    for (const fs::directory_entry& entry : fs::directory_iterator(OwnFolder())) {
+        if (entry.path().filename().string().starts_with(aside)) {
+            fs::remove(entry.path(), error);
+        }
+    }
+    const bool isGone = ComesTrue([&] {
         fs::remove(file, error);
+        if (fs::exists(file)) {
+            fs::rename(file, OwnFolder() / (aside + std::to_string(GetTickCount64())), error);
+        }
         return !fs::exists(file);
     });
-    if (!isRemoved) {
+    if (!isGone) {
         throw std::runtime_error("the server's program cannot be removed");
     }
 }

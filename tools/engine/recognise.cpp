@@ -1,29 +1,9 @@
 // The engine's two functions, each over the connection of the thread that calls it.
 
-#include <new>
-
 #include "engine/engine_records.h"
-#include "tools/engine/client.h"
+#include "tools/engine/thread_client.h"
 
-namespace {
-
-// Outlives the client of its thread, so that a call from what ends behind it finds none.
-thread_local bool clientHasEnded = false;
-
-struct ThreadClient {
-    ~ThreadClient() { clientHasEnded = true; }
-    engine_client::Client client;
-};
-
-engine_client::Client* ClientOfThread() {
-    if (clientHasEnded) {
-        return nullptr;
-    }
-    static thread_local ThreadClient own;
-    return &own.client;
-}
-
-}  // namespace
+using engine_client::ClientOfThread;
 
 int Recognize2(YUV420_IMG*, IMG* image, tagRECT* region, RPLATE* plates, int) {
     try {

@@ -2,35 +2,16 @@
 #include <signal.h>
 #include <unistd.h>
 
-#include <exception>
 #include <thread>
 
 #include "tools/server/program.h"
 
 namespace reading_service {
 
-namespace {
-
-// For the frames in hand; a reader that hangs does not keep the process.
-constexpr unsigned longestEndSeconds = 10;
-
-int Run(Service& service) {
-    try {
-        switch (service.Run()) {
-            case End::NameTaken:
-                Complain("another server listens already");
-                return exitedForTheName;
-            case End::Told:
-            case End::Idle:
-                return exitedWell;
-        }
-    } catch (const std::exception& error) {
-        Complain(error.what());
-    }
-    return exitedByFailure;
+std::filesystem::path ProgramFolder() {
+    std::error_code ignored;
+    return std::filesystem::read_symlink("/proc/self/exe", ignored).parent_path();
 }
-
-}  // namespace
 
 int RunUntilTold(Service& service) {
     signal(SIGPIPE, SIG_IGN);  // nobody may read what is complained about
@@ -44,7 +25,7 @@ int RunUntilTold(Service& service) {
     }
     int status = exitedByFailure;
     std::thread serving([&] {
-        status = Run(service);
+        status = RunToTheEnd(service);
         kill(getpid(), SIGTERM);
     });
     int received = 0;

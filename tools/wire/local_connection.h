@@ -19,7 +19,7 @@ using Deadline = Clock::time_point;
 
 inline constexpr Deadline noDeadline = Deadline::max();
 
-/// What the system calls a connection, a listener or memory; negative is none.
+/// What the system's body keeps for a connection, a listener or memory; negative is none.
 using Handle = std::intptr_t;
 
 /// The name under which this user's recognition server listens. The environment variable VEXLANE_READING_SOCKET sets
@@ -75,7 +75,8 @@ class Connection {
     Connection& operator=(Connection&& other) noexcept;
     ~Connection();
 
-    /// False when the peer has gone, or does not take the message in time.
+    /// False when the peer has gone, or does not take the message in time. `memory` stays until the peer has received
+    /// the message, since on Windows it is the peer who fetches it.
     bool Send(std::span<const std::uint8_t> message, const SharedMemory* memory, Deadline deadline);
 
     /// Waits for a message of at most `longest` bytes, and the memory that came with it. False when the peer has gone,
@@ -100,7 +101,8 @@ class Connection {
 /// Waits for connections. One thread at a time, but for Shutdown.
 class Listener {
   public:
-    /// Nothing when somebody listens under that name already. Throws std::system_error.
+    /// Nothing when somebody listens under that name already; on Windows also while connections of an earlier listener
+    /// are open. Throws std::system_error.
     static std::optional<Listener> Open(const std::string& name);
 
     Listener(Listener&& other) noexcept;

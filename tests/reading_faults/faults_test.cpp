@@ -19,6 +19,14 @@ constexpr auto longestFrame = 2 * longestCall + 1000ms;
 /// From the first refused range until there are plates again.
 constexpr auto longestAbsence = 2000ms;
 
+/// What the library may keep open of a server that it has ended and of those that it has looked for: on Windows it
+/// closes none of these handles. Between two restarts it looks a few times.
+#ifdef _WIN32
+constexpr std::size_t keptOfAServer = 8;
+#else
+constexpr std::size_t keptOfAServer = 0;
+#endif
+
 class Faults : public ServerPrograms {
   protected:
     Faults() { servers::Place(VEXLANE_STREAM_SERVER); }
@@ -75,7 +83,11 @@ class Faults : public ServerPrograms {
                 memory = test_support::ResidentKilobytes();
             }
         }
-        EXPECT_EQ(test_support::OpenDescriptors().size(), descriptors);
+        const std::size_t opened = test_support::OpenDescriptors().size();
+        EXPECT_LE(opened, descriptors + test_support::keptByLocks + keptOfAServer * static_cast<std::size_t>(rounds));
+        std::printf("%d kills, %d descriptors more, %ld KiB more\n", rounds,
+                    static_cast<int>(opened) - static_cast<int>(descriptors),
+                    test_support::ResidentKilobytes() - memory);
         EXPECT_EQ(EntriesOf("/dev/shm"), shared);
         EXPECT_LT(test_support::Mappings(), mappings + 40);
         EXPECT_LT(test_support::ResidentKilobytes(), memory + 16 * 1024);

@@ -1,0 +1,4 @@
+#include "tests/platforms/binary_input.h"
+
+// As it always does.
+void TakeStandardInputAsBytes() {}

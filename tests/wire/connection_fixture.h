@@ -1,0 +1,78 @@
+/// Two sides of a connection, both in this process.
+#pragma once
+
+#include <gmock/gmock.h>
+
+#include <chrono>
+#include <cstdint>
+#include <optional>
+#include <random>
+#include <set>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "tests/support/descriptors.h"
+#include "tools/wire/local_connection.h"
+
+namespace wire_test {
+
+using namespace std::chrono_literals;
+using namespace wire;
+using Bytes = std::vector<std::uint8_t>;
+using test_support::OpenDescriptors;
+
+inline constexpr std::uint64_t plenty = 1 << 20;
+inline constexpr std::size_t longest = 300;
+
+inline Deadline In(std::chrono::milliseconds time) {
+    return Clock::now() + time;
+}
+
+inline std::string RandomName() {
+    std::random_device random;
+    return "vexlane-test-" + std::to_string(random()) + "-" + std::to_string(random());
+}
+
+class LocalConnection : public testing::Test {
+  protected:
+    LocalConnection() : client(Connection::Open(name)), server(listener->Accept(In(10s))) {}
+    ~LocalConnection() override {
+        client.reset();
+        server.reset();
+        listener.reset();
+        EXPECT_EQ(OpenDescriptors(), before) << "a descriptor was left open";
+    }
+
+    bool Receives(const Bytes& wanted) {
+        return server->Receive(message, longest, memory, plenty, In(10s)) && message == wanted;
+    }
+
+    // What the system's libraries open once and keep is open by then.
+    static std::set<int> DescriptorsBehindAConnection() {
+        const std::string own = RandomName();
+        {
+            std::optional<Listener> first = Listener::Open(own);
+            std::thread([&own] { Connection::Open(own); }).join();
+            first->Accept(In(10s));
+        }
+        return OpenDescriptors();
+    }
+
+    const std::set<int> before = DescriptorsBehindAConnection();
+    const std::string name = RandomName();
+    std::optional<Listener> listener = Listener::Open(name);
+    std::optional<Connection> client;
+    std::optional<Connection> server;
+    Bytes message;
+    std::optional<PeerMemory> memory;
+};
+
+template <class Action>
+Clock::duration TimeOf(Action action) {
+    const auto start = Clock::now();
+    action();
+    return Clock::now() - start;
+}
+
+}  // namespace wire_test

@@ -1,0 +1,83 @@
+// What only the pipes of Windows can meet.
+
+#include <windows.h>
+// clang-format off: needs the one above
+#include <sddl.h>
+// clang-format on
+
+#include <algorithm>
+#include <array>
+
+#include "tests/support/environment.h"
+#include "tests/support/raw_client.h"
+#include "tests/wire/connection_fixture.h"
+
+namespace {
+
+using namespace wire_test;
+
+// The user by the name that the system's text form gives it.
+std::string OwnUser() {
+    HANDLE token = nullptr;
+    OpenProcessToken(GetCurrentProcess(), TOKEN_QUERY, &token);
+    alignas(TOKEN_USER) std::array<std::byte, 256> user = {};
+    DWORD size = 0;
+    GetTokenInformation(token, TokenUser, user.data(), user.size(), &size);
+    CloseHandle(token);
+    char* text = nullptr;
+    ConvertSidToStringSidA(reinterpret_cast<const TOKEN_USER*>(user.data())->User.Sid, &text);
+    const std::string copy = text;
+    LocalFree(text);
+    return copy;
+}
+
+TEST(ServerName, HoldsTheUser) {
+    test_support::UnsetEnvironment("VEXLANE_READING_SOCKET");
+    EXPECT_EQ(ServerName(), "vexlane-reading-" + OwnUser());
+}
+
+// What the pipe lets in, as its own description tells: the user, and nobody beside.
+TEST_F(LocalConnection, LetsInItsOwnUserAlone) {
+    const HANDLE pipe = CreateFileA(("\\\\.\\pipe\\" + name).c_str(), READ_CONTROL | GENERIC_READ, 0, nullptr,
+                                    OPEN_EXISTING, 0, nullptr);
+    ASSERT_NE(pipe, INVALID_HANDLE_VALUE);
+    std::vector<std::byte> description(4096);
+    DWORD size = 0;
+    ASSERT_TRUE(GetKernelObjectSecurity(pipe, DACL_SECURITY_INFORMATION, description.data(),
+                                        static_cast<DWORD>(description.size()), &size));
+    CloseHandle(pipe);
+    char* text = nullptr;
+    ASSERT_TRUE(ConvertSecurityDescriptorToStringSecurityDescriptorA(description.data(), SDDL_REVISION_1,
+                                                                     DACL_SECURITY_INFORMATION, &text, nullptr));
+    const std::string list = text;
+    LocalFree(text);
+    EXPECT_THAT(list, testing::AllOf(testing::StartsWith("D:P(A;;"), testing::EndsWith(";;;" + OwnUser() + ")")));
+    EXPECT_EQ(std::count(list.begin(), list.end(), '('), 1);
+}
+
+TEST_F(LocalConnection, GivesThePeerMemoryThatItCannotWrite) {
+    const SharedMemory own(5000);
+    ASSERT_TRUE(client->Send(Bytes{1}, &own, In(10s)));
+    ASSERT_TRUE(Receives(Bytes{1}));
+    MEMORY_BASIC_INFORMATION pages = {};
+    ASSERT_NE(VirtualQuery(memory->Bytes().data(), &pages, sizeof pages), 0u);
+    EXPECT_EQ(pages.Protect, static_cast<DWORD>(PAGE_READONLY));
+    DWORD former = 0;
+    EXPECT_FALSE(VirtualProtect(const_cast<std::uint8_t*>(memory->Bytes().data()), 5000, PAGE_READWRITE, &former));
+}
+
+// More than the pipe has instances that wait.
+TEST_F(LocalConnection, LetsManyConnectBeforeAnyIsAccepted) {
+    std::vector<Connection> many;
+    while (std::optional<Connection> next = Connection::Open(name)) {
+        many.push_back(std::move(*next));
+        ASSERT_LT(many.size(), 1000u);
+    }
+    EXPECT_GE(many.size(), 8u);
+    for (std::size_t accepted = 0; accepted < many.size(); ++accepted) {
+        EXPECT_TRUE(listener->Accept(In(10s)));
+    }
+    EXPECT_TRUE(Connection::Open(name));
+}
+
+}  // namespace

@@ -1,7 +1,0 @@
-// The recognition server: stays until it is terminated.
-
-#include <windows.h>
-
-int main() {
-    Sleep(INFINITE);
-}

@@ -1,0 +1,626 @@
+// Pipes of whole messages, and sections without a name. All of them vanish with the last process that has them open.
+
+#include <windows.h>
+// clang-format off: these need the one above
+#include <psapi.h>
+#include <sddl.h>
+#include <winternl.h>
+// clang-format on
+
+#include <algorithm>
+#include <array>
+#include <cstdlib>
+#include <cstring>
+#include <memory>
+#include <mutex>
+#include <system_error>
+#include <utility>
+
+#include "tools/wire/local_connection.h"
+
+namespace wire {
+
+namespace {
+
+constexpr std::size_t longestSuffix = 64;
+constexpr char pipeFolder[] = "\\\\.\\pipe\\";
+// Of what stands behind the folder; all of a pipe's name is at most 256 characters.
+constexpr std::size_t longestName = 256 - sizeof pipeFolder;
+constexpr std::size_t waitingInstances = 16;
+constexpr DWORD bufferBytes = 1 << 16;
+constexpr DWORD resourcePauseMilliseconds = 20;
+
+// What stands before each message in the pipe: the sender's own handle of the memory that the message brings, or 0. The
+// receiver makes its own handle of it, so that nobody's number is ever closed in another process.
+struct Envelope {
+    std::uint64_t memory = 0;
+    std::uint64_t memoryBytes = 0;
+};
+static_assert(sizeof(Envelope) == 16);
+
+/// A handle until somebody takes it.
+class Owned {
+  public:
+    Owned() = default;
+    explicit Owned(HANDLE opened) : handle(opened == INVALID_HANDLE_VALUE ? nullptr : opened) {}
+    Owned(Owned&& other) noexcept : handle(other.Take()) {}
+    Owned& operator=(Owned&& other) noexcept {
+        std::swap(handle, other.handle);
+        return *this;
+    }
+    ~Owned() {
+        if (handle != nullptr) {
+            CloseHandle(handle);
+        }
+    }
+
+    explicit operator bool() const { return handle != nullptr; }
+    HANDLE Get() const { return handle; }
+    HANDLE Take() { return std::exchange(handle, nullptr); }
+    void Close() { Owned closed(Take()); }
+
+  private:
+    HANDLE handle = nullptr;
+};
+
+[[noreturn]] void Throw(const char* what, DWORD error = GetLastError()) {
+    throw std::system_error(static_cast<int>(error), std::system_category(), what);
+}
+
+Owned MakeEvent() {
+    Owned event(CreateEventA(nullptr, TRUE, FALSE, nullptr));
+    if (!event) {
+        Throw("an event cannot be made");
+    }
+    return event;
+}
+
+// Of one wait; what is left behind it is waited for again.
+DWORD MillisecondsUntil(Deadline deadline) {
+    if (deadline == noDeadline) {
+        return INFINITE;
+    }
+    const Deadline now = Clock::now();
+    const auto left = std::chrono::ceil<std::chrono::milliseconds>(std::max(deadline, now) - now).count();
+    return static_cast<DWORD>(std::min<std::int64_t>(left, INFINITE - 1));
+}
+
+// Users
+
+/// The user of a process, as the system's tables hold it.
+class User {
+  public:
+    /// Nobody where the process does not tell.
+    explicit User(HANDLE process) {
+        HANDLE opened = nullptr;
+        if (OpenProcessToken(process, TOKEN_QUERY, &opened) == FALSE) {
+            return;
+        }
+        const Owned token(opened);
+        DWORD size = 0;
+        isKnown = GetTokenInformation(token.Get(), TokenUser, &user, sizeof user, &size) != FALSE;
+    }
+
+    bool IsThisUser() const {
+        const User own(GetCurrentProcess());
+        return isKnown && own.isKnown && EqualSid(user.token.User.Sid, own.user.token.User.Sid) != FALSE;
+    }
+
+    /// As text, S-1-5-21-...; empty for nobody.
+    std::string Text() const {
+        char* text = nullptr;
+        if (!isKnown || ConvertSidToStringSidA(user.token.User.Sid, &text) == FALSE) {
+            return {};
+        }
+        std::string copy = text;
+        LocalFree(text);
+        return copy;
+    }
+
+  private:
+    union {
+        TOKEN_USER token;
+        std::array<std::uint8_t, sizeof(TOKEN_USER) + SECURITY_MAX_SID_SIZE> bytes;
+    } user = {};
+    bool isKnown = false;
+};
+
+std::string OwnUserText() {
+    const std::string text = User(GetCurrentProcess()).Text();
+    if (text.empty()) {
+        Throw("the user is not known");
+    }
+    return text;
+}
+
+/// What lets in nobody but this user.
+class OwnUserAlone {
+  public:
+    OwnUserAlone() {
+        const std::string user = OwnUserText();
+        const std::string text = "O:" + user + "D:P(A;;GA;;;" + user + ")";
+        if (ConvertStringSecurityDescriptorToSecurityDescriptorA(text.c_str(), SDDL_REVISION_1,
+                                                                 &attributes.lpSecurityDescriptor, nullptr) == FALSE) {
+            Throw("access cannot be limited");
+        }
+    }
+    ~OwnUserAlone() { LocalFree(attributes.lpSecurityDescriptor); }
+    OwnUserAlone(const OwnUserAlone&) = delete;
+    OwnUserAlone& operator=(const OwnUserAlone&) = delete;
+
+    SECURITY_ATTRIBUTES* Get() { return &attributes; }
+
+  private:
+    SECURITY_ATTRIBUTES attributes = {sizeof(SECURITY_ATTRIBUTES), nullptr, FALSE};
+};
+
+// Nothing for another user's process. What it may not be asked for, as memory by a process of fewer rights, it is not.
+Owned OpenPeer(DWORD process) {
+    constexpr DWORD toKnow = PROCESS_QUERY_LIMITED_INFORMATION;
+    constexpr DWORD toTakeMemory = PROCESS_DUP_HANDLE;
+    for (const DWORD rights : {toKnow | toTakeMemory, toKnow}) {
+        Owned opened(OpenProcess(rights, FALSE, process));
+        if (opened && User(opened.Get()).IsThisUser()) {
+            return opened;
+        }
+    }
+    return Owned();
+}
+
+// Memory
+
+// Nothing for what is no memory, is smaller than told, or whose reading could fault: a file, and what is only reserved.
+std::optional<std::span<const std::uint8_t>> MapForReading(HANDLE section, std::uint64_t size, std::uint64_t most) {
+    if (size == 0 || size > most) {
+        return std::nullopt;
+    }
+    void* const mapped = MapViewOfFile(section, FILE_MAP_READ, 0, 0, size);
+    if (mapped == nullptr) {
+        return std::nullopt;
+    }
+    MEMORY_BASIC_INFORMATION pages = {};
+    char file[MAX_PATH];
+    const bool isMemory = VirtualQuery(mapped, &pages, sizeof pages) != 0 && pages.State == MEM_COMMIT &&
+                          pages.Type == MEM_MAPPED && pages.RegionSize >= size &&
+                          GetMappedFileNameA(GetCurrentProcess(), mapped, file, sizeof file) == 0;
+    if (!isMemory) {
+        UnmapViewOfFile(mapped);
+        return std::nullopt;
+    }
+    return std::span(static_cast<const std::uint8_t*>(mapped), static_cast<std::size_t>(size));
+}
+
+// One side of a connection
+
+class PipeEnd {
+  public:
+    PipeEnd(Owned opened, Owned peerProcess)
+        : pipe(std::move(opened)), peer(std::move(peerProcess)), done(MakeEvent()), ended(MakeEvent()) {}
+
+    bool Write(std::span<const std::uint8_t> bytes, Deadline deadline) {
+        const std::lock_guard lock(use);
+        DWORD written = 0;
+        return Carry(
+                   [&](OVERLAPPED* operation) {
+                       return WriteFile(pipe.Get(), bytes.data(), static_cast<DWORD>(bytes.size()), nullptr, operation);
+                   },
+                   deadline, written) &&
+               written == bytes.size();
+    }
+
+    /// One message of at most as many bytes as there is room for, which it is cut to.
+    bool Read(std::vector<std::uint8_t>& bytes, Deadline deadline) {
+        const std::lock_guard lock(use);
+        DWORD read = 0;
+        const bool isRead = Carry(
+            [&](OVERLAPPED* operation) {
+                return ReadFile(pipe.Get(), bytes.data(), static_cast<DWORD>(bytes.size()), nullptr, operation);
+            },
+            deadline, read);
+        if (!isRead && GetLastError() == ERROR_MORE_DATA) {
+            // What is left of a message that is too long would pass for the next one.
+            SetEvent(ended.Get());
+        }
+        bytes.resize(read);
+        return isRead;
+    }
+
+    /// The peer's memory, by the peer's own handle of it.
+    Owned TakeHandle(std::uint64_t number) const {
+        HANDLE taken = nullptr;
+        const auto value = reinterpret_cast<HANDLE>(static_cast<std::uintptr_t>(number));
+        DuplicateHandle(peer.Get(), value, GetCurrentProcess(), &taken, FILE_MAP_READ, FALSE, 0);
+        return Owned(taken);
+    }
+
+    bool IsConnected() {
+        const std::lock_guard lock(use);
+        IO_STATUS_BLOCK status = {};
+        struct {
+            ULONG namedPipeType, namedPipeConfiguration, maximumInstances, currentInstances, inboundQuota,
+                readDataAvailable, outboundQuota, writeQuotaAvailable, namedPipeState, namedPipeEnd;
+        } pipeInformation = {};
+        constexpr ULONG connectedState = 3;
+        constexpr auto pipeLocalInformation = static_cast<FILE_INFORMATION_CLASS>(24);
+        return pipe &&
+               NtQueryInformationFile(pipe.Get(), &status, &pipeInformation, sizeof pipeInformation,
+                                      pipeLocalInformation) >= 0 &&
+               pipeInformation.namedPipeState == connectedState;
+    }
+
+    /// Any thread.
+    void End() {
+        SetEvent(ended.Get());
+        const std::lock_guard lock(use);
+        pipe.Close();
+    }
+
+  private:
+    // Starts what reads or writes and sees it done, or takes it back at the deadline or at the end. REQUIRES: use.
+    template <class Start>
+    bool Carry(Start start, Deadline deadline, DWORD& bytes) {
+        if (!pipe || WaitForSingleObject(ended.Get(), 0) == WAIT_OBJECT_0) {
+            SetLastError(ERROR_PIPE_NOT_CONNECTED);
+            return false;
+        }
+        OVERLAPPED operation = {};
+        operation.hEvent = done.Get();
+        if (start(&operation) == FALSE) {
+            if (GetLastError() != ERROR_IO_PENDING) {
+                return false;
+            }
+            if (!IsDoneBy(deadline)) {
+                CancelIoEx(pipe.Get(), &operation);
+            }
+        }
+        // What was done after all, before it could be taken back, counts.
+        return GetOverlappedResult(pipe.Get(), &operation, &bytes, TRUE) != FALSE;
+    }
+
+    bool IsDoneBy(Deadline deadline) const {
+        const std::array<HANDLE, 2> awaited = {done.Get(), ended.Get()};
+        for (;;) {
+            const DWORD result =
+                WaitForMultipleObjects(awaited.size(), awaited.data(), FALSE, MillisecondsUntil(deadline));
+            if (result != WAIT_TIMEOUT || Clock::now() >= deadline) {
+                return result == WAIT_OBJECT_0;
+            }
+        }
+    }
+
+    std::mutex use;
+    Owned pipe;
+    const Owned peer;
+    const Owned done;
+    const Owned ended;
+};
+
+// Those who wait for connections
+
+class Instances {
+  public:
+    /// Nobody else has the name when `lock` is held and `first` is the pipe's first instance.
+    Instances(std::string pipePath, Owned nameLock, Owned first)
+        : path(std::move(pipePath)), lock(std::move(nameLock)), ended(MakeEvent()) {
+        for (std::unique_ptr<Instance>& instance : instances) {
+            instance = std::make_unique<Instance>();
+        }
+        instances[0]->pipe = std::move(first);
+        instances[0]->Await();
+        Refill();
+    }
+
+    ~Instances() { End(); }
+
+    /// The next one that is connected; nothing at the deadline and behind End.
+    Owned Next(Deadline deadline) {
+        const std::lock_guard inUse(use);
+        for (;;) {
+            if (WaitForSingleObject(ended.Get(), 0) == WAIT_OBJECT_0) {
+                return Owned();
+            }
+            const bool areAllThere = Refill();
+            std::array<HANDLE, 1 + waitingInstances> awaited = {ended.Get()};
+            std::array<std::size_t, 1 + waitingInstances> places = {};
+            DWORD count = 1;
+            for (std::size_t place = 0; place < instances.size(); ++place) {
+                if (instances[place]->pipe) {
+                    places[count] = place;
+                    awaited[count++] = instances[place]->connected.Get();
+                }
+            }
+            const DWORD longest = areAllThere ? INFINITE : resourcePauseMilliseconds;
+            const DWORD result =
+                WaitForMultipleObjects(count, awaited.data(), FALSE, std::min(MillisecondsUntil(deadline), longest));
+            if (result == WAIT_TIMEOUT && Clock::now() >= deadline) {
+                return Owned();
+            }
+            if (result > WAIT_OBJECT_0 && result < WAIT_OBJECT_0 + count) {
+                const auto connected = instances.begin() + static_cast<std::ptrdiff_t>(places[result - WAIT_OBJECT_0]);
+                Owned pipe((*connected)->pipe.Take());
+                // Its successor is the last to be looked at, so that no client waits for ever.
+                std::rotate(connected, connected + 1, instances.end());
+                Refill();
+                return pipe;
+            }
+        }
+    }
+
+    /// Any thread.
+    void End() {
+        SetEvent(ended.Get());
+        const std::lock_guard inUse(use);
+        for (const std::unique_ptr<Instance>& instance : instances) {
+            instance->Close();
+        }
+        lock.Close();
+    }
+
+    static Owned MakePipe(const std::string& path, DWORD flags, OwnUserAlone& access) {
+        return Owned(CreateNamedPipeA(path.c_str(), PIPE_ACCESS_DUPLEX | FILE_FLAG_OVERLAPPED | flags,
+                                      PIPE_TYPE_MESSAGE | PIPE_READMODE_MESSAGE | PIPE_REJECT_REMOTE_CLIENTS,
+                                      PIPE_UNLIMITED_INSTANCES, bufferBytes, bufferBytes, 0, access.Get()));
+    }
+
+  private:
+    struct Instance {
+        Owned pipe;
+        Owned connected = MakeEvent();
+        OVERLAPPED operation = {};
+
+        // A client that has come and gone before it was awaited leaves nothing to await.
+        void Await() {
+            ResetEvent(connected.Get());
+            operation = {};
+            operation.hEvent = connected.Get();
+            if (ConnectNamedPipe(pipe.Get(), &operation) != FALSE || GetLastError() == ERROR_PIPE_CONNECTED) {
+                SetEvent(connected.Get());
+            } else if (GetLastError() != ERROR_IO_PENDING) {
+                pipe.Close();
+            }
+        }
+
+        void Close() {
+            if (pipe && CancelIoEx(pipe.Get(), &operation) != FALSE) {
+                DWORD nothing = 0;
+                GetOverlappedResult(pipe.Get(), &operation, &nothing, TRUE);
+            }
+            pipe.Close();
+        }
+    };
+
+    // False when there is no room for all of them. REQUIRES: use, or nobody else.
+    bool Refill() {
+        bool areAllThere = true;
+        for (const std::unique_ptr<Instance>& instance : instances) {
+            if (!instance->pipe) {
+                instance->pipe = MakePipe(path, 0, access);
+                if (instance->pipe) {
+                    instance->Await();
+                }
+                areAllThere = areAllThere && instance->pipe;
+            }
+        }
+        return areAllThere;
+    }
+
+    const std::string path;
+    OwnUserAlone access;
+    std::mutex use;
+    Owned lock;
+    const Owned ended;
+    std::array<std::unique_ptr<Instance>, waitingInstances> instances;
+};
+
+template <class Kept>
+Handle AsHandle(std::unique_ptr<Kept> kept) {
+    return reinterpret_cast<Handle>(kept.release());
+}
+
+PipeEnd& EndOf(Handle handle) {
+    return *reinterpret_cast<PipeEnd*>(handle);
+}
+
+Instances& InstancesOf(Handle handle) {
+    return *reinterpret_cast<Instances*>(handle);
+}
+
+}  // namespace
+
+std::string ServerName() {
+    std::string name = "vexlane-reading-" + OwnUserText();
+    const char* const suffix = std::getenv("VEXLANE_READING_SOCKET");
+    if (suffix != nullptr && *suffix != '\0') {
+        name += '-';
+        name.append(suffix, ::strnlen(suffix, longestSuffix));
+    }
+    return name;
+}
+
+// Memory
+
+SharedMemory::SharedMemory(std::size_t wantedSize) : size(wantedSize) {
+    const std::uint64_t wide = wantedSize;
+    Owned section(CreateFileMappingA(INVALID_HANDLE_VALUE, nullptr, PAGE_READWRITE, static_cast<DWORD>(wide >> 32),
+                                     static_cast<DWORD>(wide), nullptr));
+    if (!section) {
+        Throw("memory for a frame cannot be made");
+    }
+    void* const mapped = MapViewOfFile(section.Get(), FILE_MAP_WRITE, 0, 0, size);
+    if (mapped == nullptr) {
+        Throw("memory for a frame cannot be mapped");
+    }
+    data = static_cast<std::uint8_t*>(mapped);
+    handle = reinterpret_cast<Handle>(section.Take());
+}
+
+SharedMemory::SharedMemory(SharedMemory&& other) noexcept
+    : data(std::exchange(other.data, nullptr)),
+      size(std::exchange(other.size, 0)),
+      handle(std::exchange(other.handle, -1)) {}
+
+SharedMemory& SharedMemory::operator=(SharedMemory&& other) noexcept {
+    std::swap(data, other.data);
+    std::swap(size, other.size);
+    std::swap(handle, other.handle);
+    return *this;
+}
+
+SharedMemory::~SharedMemory() {
+    if (data != nullptr) {
+        UnmapViewOfFile(data);
+        CloseHandle(reinterpret_cast<HANDLE>(handle));
+    }
+}
+
+PeerMemory::PeerMemory(PeerMemory&& other) noexcept
+    : data(std::exchange(other.data, nullptr)), size(std::exchange(other.size, 0)) {}
+
+PeerMemory& PeerMemory::operator=(PeerMemory&& other) noexcept {
+    std::swap(data, other.data);
+    std::swap(size, other.size);
+    return *this;
+}
+
+PeerMemory::~PeerMemory() {
+    if (data != nullptr) {
+        UnmapViewOfFile(data);
+    }
+}
+
+// Connection
+
+std::optional<Connection> Connection::Open(const std::string& name) {
+    if (name.empty() || name.size() > longestName) {
+        return std::nullopt;
+    }
+    // Whoever listens may learn who this is, and not act in its name.
+    Owned pipe(CreateFileA((pipeFolder + name).c_str(), GENERIC_READ | GENERIC_WRITE, 0, nullptr, OPEN_EXISTING,
+                           FILE_FLAG_OVERLAPPED | SECURITY_SQOS_PRESENT | SECURITY_IDENTIFICATION, nullptr));
+    DWORD mode = PIPE_READMODE_MESSAGE;
+    ULONG process = 0;
+    if (!pipe || SetNamedPipeHandleState(pipe.Get(), &mode, nullptr, nullptr) == FALSE ||
+        GetNamedPipeServerProcessId(pipe.Get(), &process) == FALSE) {
+        return std::nullopt;
+    }
+    Owned peer = OpenPeer(process);
+    if (!peer) {
+        return std::nullopt;
+    }
+    return Connection(AsHandle(std::make_unique<PipeEnd>(std::move(pipe), std::move(peer))));
+}
+
+Connection::Connection(Connection&& other) noexcept : handle(std::exchange(other.handle, -1)) {}
+
+Connection& Connection::operator=(Connection&& other) noexcept {
+    std::swap(handle, other.handle);
+    return *this;
+}
+
+Connection::~Connection() {
+    if (handle != -1) {
+        delete &EndOf(handle);
+    }
+}
+
+bool Connection::Send(std::span<const std::uint8_t> message, const SharedMemory* memory, Deadline deadline) {
+    Envelope envelope;
+    if (memory != nullptr) {
+        envelope = {static_cast<std::uint64_t>(memory->handle), memory->size};
+    }
+    const auto* const start = reinterpret_cast<const std::uint8_t*>(&envelope);
+    std::vector<std::uint8_t> bytes(start, start + sizeof envelope);
+    bytes.insert(bytes.end(), message.begin(), message.end());
+    return EndOf(handle).Write(bytes, deadline);
+}
+
+bool Connection::Receive(std::vector<std::uint8_t>& message, std::size_t longest, std::optional<PeerMemory>& memory,
+                         std::uint64_t mostMemory, Deadline deadline) {
+    memory.reset();
+    message.resize(sizeof(Envelope) + longest);
+    // An empty message is none that anybody sends.
+    if (!EndOf(handle).Read(message, deadline) || message.size() <= sizeof(Envelope)) {
+        return false;
+    }
+    Envelope envelope;
+    std::memcpy(&envelope, message.data(), sizeof envelope);
+    message.erase(message.begin(), message.begin() + sizeof envelope);
+    if (envelope.memory != 0) {
+        const Owned section = EndOf(handle).TakeHandle(envelope.memory);
+        const auto mapped = section ? MapForReading(section.Get(), envelope.memoryBytes, mostMemory) : std::nullopt;
+        if (!mapped) {
+            return false;
+        }
+        memory = PeerMemory(mapped->data(), mapped->size());
+    }
+    return true;
+}
+
+bool Connection::PeerIsThere() const {
+    return EndOf(handle).IsConnected();
+}
+
+void Connection::Shutdown() {
+    EndOf(handle).End();
+}
+
+// Listener
+
+std::optional<Listener> Listener::Open(const std::string& name) {
+    if (name.empty() || name.size() > longestName) {
+        Throw("no name for a pipe", ERROR_INVALID_NAME);
+    }
+    // The first instance of a pipe is the only one that is made as such. Wine makes any number of them, so a mutex of
+    // the same name is made before.
+    OwnUserAlone access;
+    const std::string mutexName = "Global\\" + name;
+    Owned lock(CreateMutexA(access.Get(), FALSE, mutexName.c_str()));
+    const DWORD mutexError = GetLastError();
+    if (lock ? mutexError == ERROR_ALREADY_EXISTS : mutexError == ERROR_ACCESS_DENIED) {
+        return std::nullopt;
+    }
+    if (!lock) {
+        Throw("the name cannot be taken", mutexError);
+    }
+    const std::string path = pipeFolder + name;
+    Owned first = Instances::MakePipe(path, FILE_FLAG_FIRST_PIPE_INSTANCE, access);
+    if (!first) {
+        const DWORD pipeError = GetLastError();
+        if (pipeError == ERROR_ACCESS_DENIED || pipeError == ERROR_PIPE_BUSY) {
+            return std::nullopt;
+        }
+        Throw("nobody can be listened to", pipeError);
+    }
+    return Listener(AsHandle(std::make_unique<Instances>(path, std::move(lock), std::move(first))));
+}
+
+Listener::Listener(Listener&& other) noexcept : handle(std::exchange(other.handle, -1)) {}
+
+Listener& Listener::operator=(Listener&& other) noexcept {
+    std::swap(handle, other.handle);
+    return *this;
+}
+
+Listener::~Listener() {
+    if (handle != -1) {
+        delete &InstancesOf(handle);
+    }
+}
+
+std::optional<Connection> Listener::Accept(Deadline deadline) {
+    while (Owned pipe = InstancesOf(handle).Next(deadline)) {
+        ULONG process = 0;
+        if (GetNamedPipeClientProcessId(pipe.Get(), &process) != FALSE) {
+            if (Owned peer = OpenPeer(process)) {
+                return Connection(AsHandle(std::make_unique<PipeEnd>(std::move(pipe), std::move(peer))));
+            }
+        }
+    }
+    return std::nullopt;
+}
+
+void Listener::Shutdown() {
+    InstancesOf(handle).End();
+}
+
+}  // namespace wire
