@@ -180,6 +180,21 @@ TEST_F(Faults, AServerThatCannotBeStartedIsThereWhenItCan) {
     ExpectRecovery(stream, server);
 }
 
+// The server is one for all: whoever comes starts it anew, whoever goes ends it.
+TEST_F(Faults, ADetectorReadsOnWhenAnotherOneComesAndWhenItGoes) {
+    Stream stream;
+    PlayUntilPlates(stream);
+    const servers::ProcessId first = TheServer();
+    stream.AddNeighbour();
+    EXPECT_TRUE(servers::IsGone(first));
+    ExpectRecovery(stream, first);
+    const servers::ProcessId second = TheServer();
+    stream.DestroyNeighbour();
+    EXPECT_TRUE(servers::IsGone(second));
+    ExpectRecovery(stream, second);
+    ExpectNothingIsLeft(stream);
+}
+
 TEST_F(Faults, TwoHostsShareOneServerAndTheSecondOutlivesTheFirst) {
     auto stream = std::make_unique<Stream>();
     PlayUntilPlates(*stream);

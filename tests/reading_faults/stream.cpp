@@ -38,7 +38,19 @@ Stream::~Stream() {
     plugin.FinalizeModule();
 }
 
+void Stream::AddNeighbour() {
+    neighbour = plugin.GetModule()->CreateDetector(nullptr, host.Peer());
+}
+
+void Stream::DestroyNeighbour() {
+    if (neighbour != nullptr) {
+        neighbour->Destroy();
+        neighbour = nullptr;
+    }
+}
+
 int Stream::End() {
+    DestroyNeighbour();
     if (detector != nullptr) {
         detector->Destroy();
         detector = nullptr;

@@ -19,7 +19,8 @@ struct Played {
     std::chrono::milliseconds time{};
 };
 
-/// One detector, which looks at plates of any width. One at a time, on one thread.
+/// A detector, which looks at plates of any width, and maybe a second one, which does nothing. One stream at a time, on
+/// one thread.
 class Stream {
   public:
     Stream();
@@ -30,7 +31,11 @@ class Stream {
     /// Plays a picture with two plates.
     Played Play();
 
-    /// Destroys the detector, and answers how many of its pictures it has not given back.
+    /// A detector of another channel comes, and goes.
+    void AddNeighbour();
+    void DestroyNeighbour();
+
+    /// Destroys the detectors, and answers how many of its pictures it has not given back.
     int End();
 
   private:
@@ -41,6 +46,7 @@ class Stream {
     recording_host::BufferCounts buffers;
     plugin_test::Plugin plugin;
     OKM8::Analytics::IDetector* detector = nullptr;
+    OKM8::Analytics::IDetector* neighbour = nullptr;
     OKM8::Analytics::IMediaReceiver* receiver = nullptr;
     const std::vector<std::uint8_t> pixels;
     std::uint64_t time = 0;
