@@ -249,16 +249,17 @@ def frame_path_tables(paths, kernels, aims):
     head = ["kernel", "64x48, no plates", "64x48, five plates, ten tracks", "1920x1080, no plates", "of it conversion"]
     text = "Microseconds a frame:\n\n" + table(head, rows) + "\n"
 
-    many = int(paths.median(*runs[0], "calculations.threads"))
+    many = int(paths.median(*runs[0], "full_hd_copies.threads"))
     rows = []
     for system, kernel in runs:
         row = [f"{kernel}, {system.capitalize()}"]
         for name in ("full_hd_channels", "tiny_ten_tracks_channels"):
             row += [f"{paths.median(system, kernel, f'{name}.{part}'):.0f}" for part in ("one", "all")]
             row.append(f"{paths.median(system, kernel, name + '.ratio'):.2f}")
-        rows.append(row + [f"{paths.median(system, kernel, 'calculations.ratio'):.2f}"])
+        rows.append(row + [f"{paths.median(system, kernel, 'full_hd_copies.ratio'):.2f}"])
     text += f"Frames a second through 1 channel and through {many}, a thread each, and the latter over {many} times\n"
-    text += "the former; in the last column that ratio of threads that share nothing, which is what the machine can do:\n\n"
+    text += "the former; in the last column that ratio of threads that share nothing and copy as many bytes as a frame of 1920x1080\n"
+    text += "has, which is what the machine can do at that moment:\n\n"
     heads = [cell for size in ("1920x1080", "64x48, ten tracks") for cell in (f"{size}: 1", many, "ratio")]
     text += table(["kernel", *heads, "machine"], rows)
 

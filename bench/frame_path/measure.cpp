@@ -3,10 +3,13 @@
 #include <algorithm>
 #include <boost/thread/barrier.hpp>
 #include <chrono>
+#include <cstring>
 #include <exception>
 #include <functional>
 #include <memory>
+#include <mutex>
 #include <thread>
+#include <utility>
 
 namespace frame_path {
 namespace {
@@ -53,45 +56,80 @@ double MicrosecondsAFrame(Library& library, PictureSize size, const Effort& effo
 
 using Work = std::function<void(std::size_t thread)>;
 
-// All threads begin together; the last one to end counts.
-double WorksASecond(std::size_t count, const Work& work) {
-    // The standard one loses a wake-up on Windows now and then, as mingw-w64 has it.
-    boost::barrier together(static_cast<unsigned>(count) + 1);
-    std::vector<std::exception_ptr> failures(count);
-    std::vector<std::thread> threads;
-    for (std::size_t index = 0; index < count; ++index) {
-        threads.emplace_back([&, index] {
-            together.wait();
-            try {
-                work(index);
-            } catch (...) {
-                failures[index] = std::current_exception();
-            }
-        });
+// Threads that stay, as a host's do: what one of them has allocated is not given back by another one.
+class Crew {
+  public:
+    Crew(std::size_t count, Work newWork)
+        : work(std::move(newWork)), begin(static_cast<unsigned>(count) + 1), end(static_cast<unsigned>(count) + 1) {
+        for (std::size_t index = 0; index < count; ++index) {
+            threads.emplace_back([this, index] { Run(index); });
+        }
     }
-    together.wait();
-    const Clock::time_point start = Clock::now();
-    for (std::thread& thread : threads) {
-        thread.join();
+    ~Crew() {
+        busy = 0;
+        hasEnded = true;
+        begin.wait();
+        for (std::thread& thread : threads) {
+            thread.join();
+        }
     }
-    const double microseconds = Microseconds(Clock::now() - start);
-    for (const std::exception_ptr& failure : failures) {
+    Crew(const Crew&) = delete;
+    Crew& operator=(const Crew&) = delete;
+
+    // The first of them work, all from one moment on; the last one to end counts.
+    double WorksASecond(std::size_t count) {
+        busy = count;
+        const Clock::time_point start = Clock::now();
+        begin.wait();
+        end.wait();
+        const double microseconds = Microseconds(Clock::now() - start);
         if (failure) {
             std::rethrow_exception(failure);
         }
+        return 1e6 * static_cast<double>(count) / microseconds;
     }
-    return 1e6 * static_cast<double>(count) / microseconds;
-}
+
+  private:
+    void Run(std::size_t index) {
+        for (;;) {
+            begin.wait();
+            if (hasEnded) {
+                return;
+            }
+            try {
+                if (index < busy) {
+                    work(index);
+                }
+            } catch (...) {
+                const std::lock_guard lock(failing);
+                failure = std::current_exception();
+            }
+            end.wait();
+        }
+    }
+
+    const Work work;
+    // The standard one loses a wake-up on Windows now and then, as mingw-w64 has it.
+    boost::barrier begin;
+    boost::barrier end;
+    std::size_t busy = 0;   // written while all wait for the beginning
+    bool hasEnded = false;  // as that
+    std::mutex failing;
+    std::exception_ptr failure;
+    std::vector<std::thread> threads;
+};
 
 // One thread against as many as there are cores, in turn.
 plate_host::Json OneAndAll(const Work& work, double framesOfAWork, const Effort& effort) {
     const std::size_t cores = CoreCount();
+    Crew crew(cores, work);
+    crew.WorksASecond(cores);
     std::vector<double> one;
     std::vector<double> all;
     std::vector<double> ratios;
     for (int round = 0; round < effort.batches / 3; ++round) {
-        one.push_back(framesOfAWork * WorksASecond(1, work));
-        all.push_back(framesOfAWork * WorksASecond(cores, work));
+        one.push_back(framesOfAWork * crew.WorksASecond(1));
+        all.push_back(framesOfAWork * crew.WorksASecond(cores));
         ratios.push_back(all.back() / (static_cast<double>(cores) * one.back()));
     }
     return {{"threads", cores}, {"one", Median(one)}, {"all", Median(all)}, {"ratio", Median(ratios)}};
@@ -107,15 +145,29 @@ plate_host::Json ManyChannels(Library& library, PictureSize size, const Effort& 
     return OneAndAll([&](std::size_t thread) { channels[thread]->Play(frames); }, frames, effort);
 }
 
-// What the machine itself makes of threads that share nothing.
-plate_host::Json ManyCalculations(const Effort& effort) {
-    const auto calculate = [](std::size_t thread) {
-        volatile std::size_t number = thread;
-        for (int step = 0; step < 20'000'000; ++step) {
-            number = number * 5 + 1;
+// What the machine itself makes of threads that share nothing: that many bytes read and written in turn.
+plate_host::Json ManyCopies(PictureSize size, const Effort& effort) {
+    const std::size_t read = std::size_t{3} * size.width * size.height / 2;
+    struct Memory {
+        std::vector<std::uint8_t> source;
+        std::vector<std::uint8_t> target;
+    };
+    std::vector<Memory> memories(CoreCount());
+    for (Memory& memory : memories) {
+        memory.source.assign(read, 1);
+        memory.target.assign(2 * read, 2);
+    }
+    constexpr int copies = 100;
+    const auto copy = [&](std::size_t thread) {
+        Memory& memory = memories[thread];
+        for (int turn = 0; turn < copies; ++turn) {
+            memory.source[0] = static_cast<std::uint8_t>(turn);
+            for (const std::size_t half : {std::size_t{0}, read}) {
+                std::memcpy(memory.target.data() + half, memory.source.data(), read);
+            }
         }
     };
-    return OneAndAll(calculate, 1, effort);
+    return OneAndAll(copy, copies, effort);
 }
 
 }  // namespace
@@ -126,7 +178,7 @@ plate_host::Json Measure(Library& library, const SelectTraffic& select, const Ef
     answer["tiny_us"] = MicrosecondsAFrame(library, tiny, effort);
     answer["full_hd_us"] = MicrosecondsAFrame(library, fullHd, effort);
     answer["full_hd_channels"] = ManyChannels(library, fullHd, effort);
-    answer["calculations"] = ManyCalculations(effort);
+    answer["full_hd_copies"] = ManyCopies(fullHd, effort);
     select(Traffic::Standing);
     answer["tiny_ten_tracks_us"] = MicrosecondsAFrame(library, tiny, effort);
     answer["tiny_ten_tracks_channels"] = ManyChannels(library, tiny, effort);
