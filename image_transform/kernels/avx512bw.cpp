@@ -29,8 +29,8 @@ KERNEL_INLINE void Store(std::uint8_t* bytes, Bytes value) {
 // `at` of output lane `part` is of channel (16 part + at) % 3, so each place belongs to each channel once.
 constexpr __mmask64 everyThird[3] = {0x9249924992499249, 0x2492249224922492, 0x4924492449244924};
 
-// The offsets of 64 chroma pairs. Their quarters stand 0, 2, 4, ... and 1, 3, 5, ... in the lanes' halves, so that
-// doubling within lanes brings pixels in their order.
+// The offsets of 64 chroma pairs. Their eighths stand in the order 0, 4, 1, 5, 2, 6, 3, 7: doubled within lanes, the
+// lanes' lower halves are the left 64 pixels in their order and the upper halves the right ones.
 struct Offsets {
     Bytes moreBlue, moreGreen, moreRed;
     Bytes lessBlue, lessGreen, lessRed;
@@ -140,9 +140,9 @@ class Block {
 class Block::Preparation {
   public:
     KERNEL_INLINE Preparation(const Block&, const std::uint8_t* chromaU, const std::uint8_t* chromaV) {
-        const Bytes quarters = _mm512_setr_epi64(0, 4, 1, 5, 2, 6, 3, 7);
-        const Bytes u = _mm512_permutexvar_epi64(quarters, Load(chromaU));
-        const Bytes v = _mm512_permutexvar_epi64(quarters, Load(chromaV));
+        const Bytes eighths = _mm512_setr_epi64(0, 4, 1, 5, 2, 6, 3, 7);
+        const Bytes u = _mm512_permutexvar_epi64(eighths, Load(chromaU));
+        const Bytes v = _mm512_permutexvar_epi64(eighths, Load(chromaV));
         const Bytes zero = _mm512_setzero_si512();
         const Bytes middle = _mm512_set1_epi16(128);
 
