@@ -63,6 +63,17 @@ class Owned {
     HANDLE handle = nullptr;
 };
 
+/// For std::lock_guard. The compiler's own mutex keeps memory, and a handle once somebody has had to wait for it, when
+/// it is gone; there would be one for each connection.
+class Lock {
+  public:
+    void lock() { AcquireSRWLockExclusive(&system); }
+    void unlock() { ReleaseSRWLockExclusive(&system); }
+
+  private:
+    SRWLOCK system = SRWLOCK_INIT;
+};
+
 [[noreturn]] void Throw(const char* what, DWORD error = GetLastError()) {
     throw std::system_error(static_cast<int>(error), std::system_category(), what);
 }
@@ -288,7 +299,7 @@ class PipeEnd {
         }
     }
 
-    std::mutex use;
+    Lock use;
     Owned pipe;
     const Owned peer;
     const Owned done;
@@ -406,7 +417,7 @@ class Instances {
 
     const std::string path;
     OwnUserAlone access;
-    std::mutex use;
+    Lock use;
     Owned lock;
     const Owned ended;
     std::array<std::unique_ptr<Instance>, waitingInstances> instances;
