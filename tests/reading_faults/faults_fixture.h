@@ -6,8 +6,10 @@
 #include <algorithm>
 #include <filesystem>
 #include <fstream>
+#include <set>
 #include <string>
 
+#include "platform/process.h"
 #include "tests/reading_engine/engine_fixture.h"
 #include "tests/reading_faults/process_control.h"
 #include "tests/support/servers.h"
@@ -33,6 +35,23 @@ class ServerPrograms : public testing::Test {
         return running.size() == 1 ? *running.begin() : 0;
     }
 };
+
+/// Every process of the server's name, whoever has started it, as the library sees them: for what says why a test
+/// fails.
+inline std::string ServersInSight() {
+    const std::set<servers::ProcessId> children = servers::Running();
+    const platform::SystemHandle list = platform::CreateProcessList();
+    std::string text = "servers:";
+    platform::ProcessEntry entry;
+    for (int more = platform::FirstProcess(list, entry); more == 1; more = platform::NextProcess(list, entry)) {
+        if (entry.executableName == servers::serverName) {
+            const bool isChild = children.contains(static_cast<servers::ProcessId>(entry.processId));
+            text += ' ' + std::to_string(entry.processId) + (isChild ? "" : " (nobody's here)");
+        }
+    }
+    platform::CloseHandle(list);
+    return text;
+}
 
 inline int EntriesOf(const std::filesystem::path& folder) {
     std::error_code error;

@@ -33,8 +33,10 @@ class Faults : public ServerPrograms {
 
     /// Frames until there are plates.
     void PlayUntilPlates(Stream& stream) {
-        ASSERT_TRUE(ComesTrue([&] { return PlayOne(stream).plates == 2; }));
+        ASSERT_TRUE(ComesTrue([&] { return PlayOne(stream).plates == 2; })) << State(stream);
     }
+
+    static std::string State(const Stream& stream) { return ServersInSight() + '\n' + stream.LastLines(); }
 
     static Played PlayOne(Stream& stream) {
         const Played played = stream.Play();
@@ -54,9 +56,9 @@ class Faults : public ServerPrograms {
             }
             return played.plates == 2 && TheServer() != former && TheServer() != 0;
         });
-        ASSERT_TRUE(isBack) << "no plates any more";
+        ASSERT_TRUE(isBack) << "no plates any more; " << State(stream);
         if (refused != wire::noDeadline) {
-            EXPECT_LT(wire::Clock::now() - refused, longestAbsence);
+            EXPECT_LT(wire::Clock::now() - refused, longestAbsence) << State(stream);
             longest = std::max<wire::Clock::duration>(longest, wire::Clock::now() - refused);
             ++refusals;
         }

@@ -23,5 +23,9 @@ int main(int, char** arguments) {
         }
         std::this_thread::sleep_for(std::chrono::milliseconds(5));
     }
-    return plates == 2 ? 0 : 3;
+    if (plates != 2) {
+        std::fprintf(stderr, "%s\n", stream.LastLines().c_str());
+        return 3;
+    }
+    return 0;
 }

@@ -1,5 +1,6 @@
 #include "tests/reading_faults/stream.h"
 
+#include <algorithm>
 #include <stdexcept>
 
 #include "sdk/contract_names.h"
@@ -47,6 +48,12 @@ void Stream::DestroyNeighbour() {
         neighbour->Destroy();
         neighbour = nullptr;
     }
+}
+
+std::string Stream::LastLines() const {
+    constexpr std::size_t most = 2000;
+    const std::string lines = trace.Text();
+    return lines.substr(lines.size() - std::min(lines.size(), most));
 }
 
 int Stream::End() {

@@ -31,6 +31,9 @@ class Stream {
     /// Plays a picture with two plates.
     Played Play();
 
+    /// The newest lines of the library's trace, for what says why a test fails.
+    std::string LastLines() const;
+
     /// A detector of another channel comes, and goes.
     void AddNeighbour();
     void DestroyNeighbour();
