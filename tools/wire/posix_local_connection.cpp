@@ -208,32 +208,11 @@ SharedMemory::SharedMemory(std::size_t wantedSize) : size(wantedSize) {
     handle = file.Take();
 }
 
-SharedMemory::SharedMemory(SharedMemory&& other) noexcept
-    : data(std::exchange(other.data, nullptr)),
-      size(std::exchange(other.size, 0)),
-      handle(std::exchange(other.handle, -1)) {}
-
-SharedMemory& SharedMemory::operator=(SharedMemory&& other) noexcept {
-    std::swap(data, other.data);
-    std::swap(size, other.size);
-    std::swap(handle, other.handle);
-    return *this;
-}
-
 SharedMemory::~SharedMemory() {
     if (data != nullptr) {
         ::munmap(data, size);
     }
     Close(handle);
-}
-
-PeerMemory::PeerMemory(PeerMemory&& other) noexcept
-    : data(std::exchange(other.data, nullptr)), size(std::exchange(other.size, 0)) {}
-
-PeerMemory& PeerMemory::operator=(PeerMemory&& other) noexcept {
-    std::swap(data, other.data);
-    std::swap(size, other.size);
-    return *this;
 }
 
 PeerMemory::~PeerMemory() {
@@ -252,13 +231,6 @@ std::optional<Connection> Connection::Open(const std::string& name) {
         return std::nullopt;
     }
     return Connection(socket.Take());
-}
-
-Connection::Connection(Connection&& other) noexcept : handle(std::exchange(other.handle, -1)) {}
-
-Connection& Connection::operator=(Connection&& other) noexcept {
-    std::swap(handle, other.handle);
-    return *this;
 }
 
 Connection::~Connection() {
@@ -368,13 +340,6 @@ std::optional<Listener> Listener::Open(const std::string& name) {
         Throw("nobody can be listened to");
     }
     return Listener(socket.Take());
-}
-
-Listener::Listener(Listener&& other) noexcept : handle(std::exchange(other.handle, -1)) {}
-
-Listener& Listener::operator=(Listener&& other) noexcept {
-    std::swap(handle, other.handle);
-    return *this;
 }
 
 Listener::~Listener() {

@@ -465,32 +465,11 @@ SharedMemory::SharedMemory(std::size_t wantedSize) : size(wantedSize) {
     handle = reinterpret_cast<Handle>(section.Take());
 }
 
-SharedMemory::SharedMemory(SharedMemory&& other) noexcept
-    : data(std::exchange(other.data, nullptr)),
-      size(std::exchange(other.size, 0)),
-      handle(std::exchange(other.handle, -1)) {}
-
-SharedMemory& SharedMemory::operator=(SharedMemory&& other) noexcept {
-    std::swap(data, other.data);
-    std::swap(size, other.size);
-    std::swap(handle, other.handle);
-    return *this;
-}
-
 SharedMemory::~SharedMemory() {
     if (data != nullptr) {
         UnmapViewOfFile(data);
         CloseHandle(reinterpret_cast<HANDLE>(handle));
     }
-}
-
-PeerMemory::PeerMemory(PeerMemory&& other) noexcept
-    : data(std::exchange(other.data, nullptr)), size(std::exchange(other.size, 0)) {}
-
-PeerMemory& PeerMemory::operator=(PeerMemory&& other) noexcept {
-    std::swap(data, other.data);
-    std::swap(size, other.size);
-    return *this;
 }
 
 PeerMemory::~PeerMemory() {
@@ -519,13 +498,6 @@ std::optional<Connection> Connection::Open(const std::string& name) {
         return std::nullopt;
     }
     return Connection(AsHandle(std::make_unique<PipeEnd>(std::move(pipe), std::move(peer))));
-}
-
-Connection::Connection(Connection&& other) noexcept : handle(std::exchange(other.handle, -1)) {}
-
-Connection& Connection::operator=(Connection&& other) noexcept {
-    std::swap(handle, other.handle);
-    return *this;
 }
 
 Connection::~Connection() {
@@ -603,13 +575,6 @@ std::optional<Listener> Listener::Open(const std::string& name) {
         Throw("nobody can be listened to", pipeError);
     }
     return Listener(AsHandle(std::make_unique<Instances>(path, std::move(lock), std::move(first))));
-}
-
-Listener::Listener(Listener&& other) noexcept : handle(std::exchange(other.handle, -1)) {}
-
-Listener& Listener::operator=(Listener&& other) noexcept {
-    std::swap(handle, other.handle);
-    return *this;
 }
 
 Listener::~Listener() {

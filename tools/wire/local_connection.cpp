@@ -1,0 +1,44 @@
+// What is the same on every system: who holds memory and connections.
+
+#include "tools/wire/local_connection.h"
+
+#include <utility>
+
+namespace wire {
+
+SharedMemory::SharedMemory(SharedMemory&& other) noexcept
+    : data(std::exchange(other.data, nullptr)),
+      size(std::exchange(other.size, 0)),
+      handle(std::exchange(other.handle, -1)) {}
+
+SharedMemory& SharedMemory::operator=(SharedMemory&& other) noexcept {
+    std::swap(data, other.data);
+    std::swap(size, other.size);
+    std::swap(handle, other.handle);
+    return *this;
+}
+
+PeerMemory::PeerMemory(PeerMemory&& other) noexcept
+    : data(std::exchange(other.data, nullptr)), size(std::exchange(other.size, 0)) {}
+
+PeerMemory& PeerMemory::operator=(PeerMemory&& other) noexcept {
+    std::swap(data, other.data);
+    std::swap(size, other.size);
+    return *this;
+}
+
+Connection::Connection(Connection&& other) noexcept : handle(std::exchange(other.handle, -1)) {}
+
+Connection& Connection::operator=(Connection&& other) noexcept {
+    std::swap(handle, other.handle);
+    return *this;
+}
+
+Listener::Listener(Listener&& other) noexcept : handle(std::exchange(other.handle, -1)) {}
+
+Listener& Listener::operator=(Listener&& other) noexcept {
+    std::swap(handle, other.handle);
+    return *this;
+}
+
+}  // namespace wire
