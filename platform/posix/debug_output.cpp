@@ -7,7 +7,6 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <atomic>
 #include <climits>
 #include <cstdio>
 #include <cstring>
@@ -15,13 +14,14 @@
 #include <new>
 #include <string>
 
+#include "platform/installed_sink.h"
 #include "platform/text.h"
 
 namespace platform {
 
 namespace {
 
-constinit std::atomic<DebugOutputSink*> installedSink = nullptr;
+constinit InstalledSink installedSink;
 
 // Keeps the signals that a failing write sends away from the host: they are blocked on this thread, and one that the
 // write has caused is taken back. Dispositions are the host's and stay as they are.
@@ -90,8 +90,7 @@ void WriteDebugOutput(const char* text) {
     if (text == nullptr) {
         return;
     }
-    if (DebugOutputSink* sink = installedSink.load(std::memory_order_acquire)) {
-        sink->Write(text);
+    if (installedSink.Write(text)) {
         return;
     }
     const int errorBefore = errno;
@@ -108,8 +107,7 @@ void WriteDebugOutput(const wchar_t* text) {
     if (text == nullptr) {
         return;
     }
-    if (DebugOutputSink* sink = installedSink.load(std::memory_order_acquire)) {
-        sink->Write(text);
+    if (installedSink.Write(text)) {
         return;
     }
     const int errorBefore = errno;
@@ -123,7 +121,7 @@ void WriteDebugOutput(const wchar_t* text) {
 }
 
 DebugOutputSink* ExchangeDebugOutputSink(DebugOutputSink* sink) {
-    return installedSink.exchange(sink, std::memory_order_acq_rel);
+    return installedSink.Exchange(sink);
 }
 
 void FormatDebugLine(char* line, const char* format, std::va_list arguments) {

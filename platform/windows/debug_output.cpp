@@ -2,13 +2,13 @@
 
 #include <windows.h>
 
-#include <atomic>
+#include "platform/installed_sink.h"
 
 namespace platform {
 
 namespace {
 
-constinit std::atomic<DebugOutputSink*> installedSink = nullptr;
+constinit InstalledSink installedSink;
 
 }  // namespace
 
@@ -16,9 +16,7 @@ void WriteDebugOutput(const char* text) {
     if (text == nullptr) {
         return;
     }
-    if (DebugOutputSink* sink = installedSink.load(std::memory_order_acquire)) {
-        sink->Write(text);
-    } else {
+    if (!installedSink.Write(text)) {
         ::OutputDebugStringA(text);
     }
 }
@@ -27,15 +25,13 @@ void WriteDebugOutput(const wchar_t* text) {
     if (text == nullptr) {
         return;
     }
-    if (DebugOutputSink* sink = installedSink.load(std::memory_order_acquire)) {
-        sink->Write(text);
-    } else {
+    if (!installedSink.Write(text)) {
         ::OutputDebugStringW(text);
     }
 }
 
 DebugOutputSink* ExchangeDebugOutputSink(DebugOutputSink* sink) {
-    return installedSink.exchange(sink, std::memory_order_acq_rel);
+    return installedSink.Exchange(sink);
 }
 
 void FormatDebugLine(char* line, const char* format, std::va_list arguments) {

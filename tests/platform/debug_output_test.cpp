@@ -3,8 +3,10 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <chrono>
 #include <cstdarg>
 #include <cstring>
+#include <memory>
 #include <string>
 #include <thread>
 #include <vector>
@@ -76,6 +78,35 @@ TEST(DebugOutputSink, EveryTextReachesOneOfTheSinksWhileTheyAreExchanged) {
     }
     platform::ExchangeDebugOutputSink(nullptr);
     EXPECT_EQ(sinks[0].count + sinks[1].count, static_cast<std::size_t>(writerCount) * linesPerWriter);
+}
+
+TEST(DebugOutputSink, HasNoWriterAnyMoreOnceItIsReplaced) {
+    class SlowSink final : public platform::DebugOutputSink {
+      public:
+        explicit SlowSink(std::atomic<bool>& begun) : hasBegun(begun) {}
+        void Write(const char*) override {
+            hasBegun = true;
+            std::this_thread::sleep_for(std::chrono::milliseconds(50));
+            hasEnded = true;
+        }
+        void Write(const wchar_t*) override {}
+        bool HasEnded() const { return hasEnded; }
+
+      private:
+        std::atomic<bool>& hasBegun;
+        bool hasEnded = false;
+    };
+    std::atomic<bool> hasBegun = false;
+    auto sink = std::make_unique<SlowSink>(hasBegun);
+    platform::ExchangeDebugOutputSink(sink.get());
+    std::thread writer([] { platform::WriteDebugOutput("x"); });
+    while (!hasBegun) {
+        std::this_thread::yield();
+    }
+    platform::ExchangeDebugOutputSink(nullptr);
+    EXPECT_TRUE(sink->HasEnded());
+    sink.reset();
+    writer.join();
 }
 
 TEST(FormatDebugLine, FormatsTextsAndNumbers) {

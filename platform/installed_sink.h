@@ -1,0 +1,45 @@
+/// The sink that takes the debug output's texts, on every system.
+#pragma once
+
+#include <atomic>
+#include <thread>
+
+#include "platform/debug_output.h"
+
+namespace platform {
+
+/// Any thread.
+class InstalledSink {
+  public:
+    /// False when there is none.
+    template <class Character>
+    bool Write(const Character* text) {
+        const Writer writer(writers);
+        DebugOutputSink* const sink = installed;
+        if (sink != nullptr) {
+            sink->Write(text);
+        }
+        return sink != nullptr;
+    }
+
+    /// Waits for those who write into the one before. REQUIRES: not from a sink.
+    DebugOutputSink* Exchange(DebugOutputSink* sink) {
+        DebugOutputSink* const before = installed.exchange(sink);
+        while (writers != 0) {
+            std::this_thread::yield();
+        }
+        return before;
+    }
+
+  private:
+    struct Writer {
+        explicit Writer(std::atomic<int>& others) : writers(others) { ++writers; }
+        ~Writer() { --writers; }
+        std::atomic<int>& writers;
+    };
+
+    std::atomic<DebugOutputSink*> installed = nullptr;
+    std::atomic<int> writers = 0;
+};
+
+}  // namespace platform
