@@ -29,6 +29,7 @@ constexpr std::size_t longestName = 256 - sizeof pipeFolder;
 constexpr std::size_t waitingInstances = 16;
 constexpr DWORD bufferBytes = 1 << 16;
 constexpr DWORD resourcePauseMilliseconds = 20;
+constexpr DWORD longestCancelMilliseconds = 1000;  // it takes none; a host must not hang if it does
 
 // What stands before each message in the pipe: the sender's own handle of the memory that the message brings, or 0. The
 // receiver makes its own handle of it, so that nobody's number is ever closed in another process.
@@ -206,34 +207,31 @@ std::optional<std::span<const std::uint8_t>> MapForReading(HANDLE section, std::
 class PipeEnd {
   public:
     PipeEnd(Owned opened, Owned peerProcess)
-        : pipe(std::move(opened)), peer(std::move(peerProcess)), done(MakeEvent()), ended(MakeEvent()) {}
+        : pipe(std::move(opened)), peer(std::move(peerProcess)), ended(MakeEvent()) {}
 
     bool Write(std::span<const std::uint8_t> bytes, Deadline deadline) {
         const std::lock_guard lock(use);
+        if (!IsOpen()) {
+            return false;
+        }
+        transfer->bytes.assign(bytes.begin(), bytes.end());
         DWORD written = 0;
-        return Carry(
-                   [&](OVERLAPPED* operation) {
-                       return WriteFile(pipe.Get(), bytes.data(), static_cast<DWORD>(bytes.size()), nullptr, operation);
-                   },
-                   deadline, written) &&
-               written == bytes.size();
+        return Carry(WriteFile, deadline, written) && written == bytes.size();
     }
 
     /// One message of at most as many bytes as there is room for, which it is cut to.
     bool Read(std::vector<std::uint8_t>& bytes, Deadline deadline) {
         const std::lock_guard lock(use);
-        DWORD read = 0;
-        const bool isRead = Carry(
-            [&](OVERLAPPED* operation) {
-                return ReadFile(pipe.Get(), bytes.data(), static_cast<DWORD>(bytes.size()), nullptr, operation);
-            },
-            deadline, read);
-        if (!isRead && GetLastError() == ERROR_MORE_DATA) {
-            // What is left of a message that is too long would pass for the next one.
-            SetEvent(ended.Get());
+        if (!IsOpen()) {
+            return false;
         }
-        bytes.resize(read);
-        return isRead;
+        transfer->bytes.resize(bytes.size());
+        DWORD read = 0;
+        if (!Carry(ReadFile, deadline, read)) {
+            return false;
+        }
+        bytes.assign(transfer->bytes.begin(), transfer->bytes.begin() + read);
+        return true;
     }
 
     /// The peer's memory, by the peer's own handle of it.
@@ -267,29 +265,54 @@ class PipeEnd {
     }
 
   private:
-    // Starts what reads or writes and sees it done, or takes it back at the deadline or at the end. REQUIRES: use.
-    template <class Start>
-    bool Carry(Start start, Deadline deadline, DWORD& bytes) {
-        if (!pipe || WaitForSingleObject(ended.Get(), 0) == WAIT_OBJECT_0) {
-            SetLastError(ERROR_PIPE_NOT_CONNECTED);
-            return false;
-        }
+    // What the system reads from or writes to until it has said that it is done.
+    struct Transfer {
         OVERLAPPED operation = {};
-        operation.hEvent = done.Get();
-        if (start(&operation) == FALSE) {
+        std::vector<std::uint8_t> bytes;
+        const Owned done = MakeEvent();
+    };
+
+    // REQUIRES: use.
+    bool IsOpen() const { return pipe && transfer && WaitForSingleObject(ended.Get(), 0) != WAIT_OBJECT_0; }
+
+    // Starts what reads or writes and sees it done, or takes it back at the deadline or at the end. REQUIRES: use, and
+    // that it is open.
+    template <class Start>
+    bool Carry(Start* start, Deadline deadline, DWORD& bytes) {
+        transfer->operation = {};
+        transfer->operation.hEvent = transfer->done.Get();
+        if (start(pipe.Get(), transfer->bytes.data(), static_cast<DWORD>(transfer->bytes.size()), nullptr,
+                  &transfer->operation) == FALSE) {
             if (GetLastError() != ERROR_IO_PENDING) {
+                EndIfCut();
                 return false;
             }
             if (!IsDoneBy(deadline)) {
-                CancelIoEx(pipe.Get(), &operation);
+                CancelIoEx(pipe.Get(), &transfer->operation);
+                if (WaitForSingleObject(transfer->done.Get(), longestCancelMilliseconds) != WAIT_OBJECT_0) {
+                    // The system may still write there, so it stays for ever.
+                    static_cast<void>(transfer.release());
+                    return false;
+                }
             }
         }
         // What was done after all, before it could be taken back, counts.
-        return GetOverlappedResult(pipe.Get(), &operation, &bytes, TRUE) != FALSE;
+        if (GetOverlappedResult(pipe.Get(), &transfer->operation, &bytes, FALSE) == FALSE) {
+            EndIfCut();
+            return false;
+        }
+        return true;
+    }
+
+    // What is left of a message that is too long would pass for the next one.
+    void EndIfCut() {
+        if (GetLastError() == ERROR_MORE_DATA) {
+            SetEvent(ended.Get());
+        }
     }
 
     bool IsDoneBy(Deadline deadline) const {
-        const std::array<HANDLE, 2> awaited = {done.Get(), ended.Get()};
+        const std::array<HANDLE, 2> awaited = {transfer->done.Get(), ended.Get()};
         for (;;) {
             const DWORD result =
                 WaitForMultipleObjects(awaited.size(), awaited.data(), FALSE, MillisecondsUntil(deadline));
@@ -302,8 +325,8 @@ class PipeEnd {
     Lock use;
     Owned pipe;
     const Owned peer;
-    const Owned done;
     const Owned ended;
+    std::unique_ptr<Transfer> transfer = std::make_unique<Transfer>();  // null once the system has kept one
 };
 
 // Those who wait for connections
@@ -361,8 +384,10 @@ class Instances {
     void End() {
         SetEvent(ended.Get());
         const std::lock_guard inUse(use);
-        for (const std::unique_ptr<Instance>& instance : instances) {
-            instance->Close();
+        for (std::unique_ptr<Instance>& instance : instances) {
+            if (instance && !instance->Close()) {
+                static_cast<void>(instance.release());  // the system may still write there
+            }
         }
         lock.Close();
     }
@@ -391,12 +416,12 @@ class Instances {
             }
         }
 
-        void Close() {
-            if (pipe && CancelIoEx(pipe.Get(), &operation) != FALSE) {
-                DWORD nothing = 0;
-                GetOverlappedResult(pipe.Get(), &operation, &nothing, TRUE);
-            }
+        /// False when it cannot be taken back.
+        bool Close() {
+            const bool isOver = !pipe || CancelIoEx(pipe.Get(), &operation) == FALSE ||
+                                WaitForSingleObject(connected.Get(), longestCancelMilliseconds) == WAIT_OBJECT_0;
             pipe.Close();
+            return isOver;
         }
     };
 
