@@ -22,7 +22,7 @@ class Conversion {
           pixels(std::uint64_t{in.width} * in.height),
           width(static_cast<std::int32_t>(in.width)),
           height(static_cast<std::int32_t>(in.height)) {
-        if (in.width == 0 || in.height == 0 || in.size == 0) {
+        if (in.width == 0 || in.height == 0) {
             throw std::runtime_error("Zero image size is not acceptable");
         }
         if (pixels > std::numeric_limits<std::uint32_t>::max() / 3) {

@@ -9,7 +9,7 @@ namespace image_transform {
 ///
 /// The input's layout follows from its size, n being width x height: n is luminance alone, 2n planar 4:2:2, 3n/2 planar
 /// 4:2:0. Anything else, a colour frame of odd width or height, and an output of more than 32-bit size throw
-/// std::exception with "Wrong image format"; a zero size throws "Zero image size is not acceptable".
+/// std::exception with "Wrong image format"; a zero width or height throws "Zero image size is not acceptable".
 /// `out` shares the converter's own buffer, which the next conversion overwrites. One thread at a time.
 class ConverterYUV2RGB final : public IImageTransform {
   public:

@@ -127,14 +127,20 @@ std::optional<Answer> Client::Ask(const wire::Contents& question, const wire::Sh
                                   wire::Deadline deadline) {
     const std::uint64_t number = ++requests;
     std::optional<wire::PeerMemory> nobodysMemory;
-    if (connection->Send(wire::Encode({number, question}), handedOver, deadline) &&
-        connection->Receive(received, wire::largestMessageBytes, nobodysMemory, 0, deadline)) {
-        std::optional<wire::Message> message = wire::Decode(received);
-        if (message && message->number == number && !nobodysMemory) {
-            if (auto* const answer = std::get_if<Answer>(&message->contents)) {
-                return std::move(*answer);
+    try {
+        if (connection->Send(wire::Encode({number, question}), handedOver, deadline) &&
+            connection->Receive(received, wire::largestMessageBytes, nobodysMemory, 0, deadline)) {
+            std::optional<wire::Message> message = wire::Decode(received);
+            if (message && message->number == number && !nobodysMemory) {
+                if (auto* const answer = std::get_if<Answer>(&message->contents)) {
+                    return std::move(*answer);
+                }
             }
         }
+    } catch (...) {
+        // The server may know nothing of the memory that it was to be handed.
+        Disconnect();
+        throw;
     }
     Disconnect();
     return std::nullopt;

@@ -2,6 +2,7 @@
 
 #include <windows.h>
 
+#include <new>
 #include <set>
 
 namespace {
@@ -10,13 +11,22 @@ DWORD slot = TLS_OUT_OF_INDEXES;
 SRWLOCK allLock = SRWLOCK_INIT;
 std::set<void*>* all = nullptr;  // of all threads; guarded by allLock
 
+class AllLocked {
+  public:
+    AllLocked() { AcquireSRWLockExclusive(&allLock); }
+    ~AllLocked() { ReleaseSRWLockExclusive(&allLock); }
+    AllLocked(const AllLocked&) = delete;
+    AllLocked& operator=(const AllLocked&) = delete;
+};
+
 void EndOfThread() {
     void* const kept = TlsGetValue(slot);
     if (kept != nullptr) {
         TlsSetValue(slot, nullptr);
-        AcquireSRWLockExclusive(&allLock);
-        all->erase(kept);
-        ReleaseSRWLockExclusive(&allLock);
+        {
+            const AllLocked locked;
+            all->erase(kept);
+        }
         engine_library::End(kept);
     }
 }
@@ -39,15 +49,12 @@ void* Kept() {
 }
 
 void Keep(void* kept) {
-    AcquireSRWLockExclusive(&allLock);
-    try {
-        all->insert(kept);
-    } catch (...) {
-        ReleaseSRWLockExclusive(&allLock);
-        throw;
+    const AllLocked locked;
+    all->insert(kept);
+    if (TlsSetValue(slot, kept) == FALSE) {
+        all->erase(kept);
+        throw std::bad_alloc();
     }
-    ReleaseSRWLockExclusive(&allLock);
-    TlsSetValue(slot, kept);
 }
 
 }  // namespace engine_library

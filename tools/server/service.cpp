@@ -24,14 +24,23 @@ End Service::Run() {
         return stopped ? End::Told : End::NameTaken;
     }
     ReaderPool readers(settings.readers, factory);
-    const End end = Listen(readers);
-    {
-        const std::lock_guard lock(mutex);
-        listener.reset();
+    // Whatever happens, nobody reads with readers that have gone.
+    const auto endAll = [&] {
+        {
+            const std::lock_guard lock(mutex);
+            listener.reset();
+        }
+        readers.Stop();
+        EndClients();
+    };
+    try {
+        const End end = Listen(readers);
+        endAll();
+        return end;
+    } catch (...) {
+        endAll();
+        throw;
     }
-    readers.Stop();
-    EndClients();
-    return end;
 }
 
 void Service::Stop() {
@@ -90,16 +99,17 @@ void Service::StartClient(wire::Connection connection, ReaderPool& readers) {
     if (connections >= settings.mostConnections) {
         return;
     }
-    Client& client = clients.emplace_back();
+    const std::size_t before = clients.size();
     try {
+        Client& client = clients.emplace_back();
         client.thread = std::thread([this, &client, &readers] { Serve(client, readers); });
     } catch (const std::exception& error) {
-        clients.pop_back();
+        clients.resize(before);
         Complain(std::string("a client cannot be served: ") + error.what());
         return;
     }
     // Its thread waits for the mutex before it looks.
-    client.connection = std::move(connection);
+    clients.back().connection = std::move(connection);
     ++connections;
 }
 

@@ -101,8 +101,8 @@ class Connection {
 /// Waits for connections. One thread at a time, but for Shutdown.
 class Listener {
   public:
-    /// Nothing when somebody listens under that name already; on Windows also while connections of an earlier listener
-    /// are open. Throws std::system_error.
+    /// Nothing when somebody listens under that name already. Connections of an earlier listener keep nobody from it.
+    /// Throws std::system_error.
     static std::optional<Listener> Open(const std::string& name);
 
     Listener(Listener&& other) noexcept;

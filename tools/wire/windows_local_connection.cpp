@@ -578,8 +578,8 @@ std::optional<Listener> Listener::Open(const std::string& name) {
     if (name.empty() || name.size() > longestName) {
         Throw("no name for a pipe", ERROR_INVALID_NAME);
     }
-    // The first instance of a pipe is the only one that is made as such. Wine makes any number of them, so a mutex of
-    // the same name is made before.
+    // The mutex has the name for as long as somebody listens. The pipe alone could not tell: clients that nobody serves
+    // any more keep it, and under Wine any number of its instances is made as the first one.
     OwnUserAlone access;
     const std::string mutexName = "Global\\" + name;
     Owned lock(CreateMutexA(access.Get(), FALSE, mutexName.c_str()));
@@ -592,6 +592,11 @@ std::optional<Listener> Listener::Open(const std::string& name) {
     }
     const std::string path = pipeFolder + name;
     Owned first = Instances::MakePipe(path, FILE_FLAG_FIRST_PIPE_INSTANCE, access);
+    if (!first && GetLastError() == ERROR_ACCESS_DENIED) {
+        // Clients of a listener that has gone: they come back only with their next call, and nobody can wait for that.
+        // Were it another user's pipe, nobody would be served there, since both sides look who the other one is.
+        first = Instances::MakePipe(path, 0, access);
+    }
     if (!first) {
         const DWORD pipeError = GetLastError();
         if (pipeError == ERROR_ACCESS_DENIED || pipeError == ERROR_PIPE_BUSY) {
@@ -613,7 +618,12 @@ std::optional<Connection> Listener::Accept(Deadline deadline) {
         ULONG process = 0;
         if (GetNamedPipeClientProcessId(pipe.Get(), &process) != FALSE) {
             if (Owned peer = OpenPeer(process)) {
-                return Connection(AsHandle(std::make_unique<PipeEnd>(std::move(pipe), std::move(peer))));
+                try {
+                    return Connection(AsHandle(std::make_unique<PipeEnd>(std::move(pipe), std::move(peer))));
+                } catch (const std::exception&) {
+                    // For this one nothing is left; there may be for the next.
+                    Sleep(resourcePauseMilliseconds);
+                }
             }
         }
     }
