@@ -64,17 +64,6 @@ class Owned {
     HANDLE handle = nullptr;
 };
 
-/// For std::lock_guard. The compiler's own mutex keeps memory, and a handle once somebody has had to wait for it, when
-/// it is gone; there would be one for each connection.
-class Lock {
-  public:
-    void lock() { AcquireSRWLockExclusive(&system); }
-    void unlock() { ReleaseSRWLockExclusive(&system); }
-
-  private:
-    SRWLOCK system = SRWLOCK_INIT;
-};
-
 [[noreturn]] void Throw(const char* what, DWORD error = GetLastError()) {
     throw std::system_error(static_cast<int>(error), std::system_category(), what);
 }
@@ -322,7 +311,7 @@ class PipeEnd {
         }
     }
 
-    Lock use;
+    std::mutex use;
     Owned pipe;
     const Owned peer;
     const Owned ended;
@@ -442,7 +431,7 @@ class Instances {
 
     const std::string path;
     OwnUserAlone access;
-    Lock use;
+    std::mutex use;
     Owned lock;
     const Owned ended;
     std::array<std::unique_ptr<Instance>, waitingInstances> instances;
