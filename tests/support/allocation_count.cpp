@@ -13,7 +13,35 @@ constexpr std::size_t headSize = 2 * sizeof(void*) > __STDCPP_DEFAULT_NEW_ALIGNM
 
 constinit thread_local allocation_count::Count count;
 
+struct FailureState {
+    std::uint64_t ahead = 0;  // allocations up to the one that fails, that one included; 0 when none fails
+    allocation_count::Failing failing = allocation_count::Failing::One;
+    bool hasHappened = false;
+    int pauses = 0;
+};
+
+constinit thread_local FailureState failureState;
+
+bool Fails() noexcept {
+    FailureState& state = failureState;
+    if (state.ahead == 0 || state.pauses != 0) {
+        return false;
+    }
+    if (state.ahead > 1) {
+        --state.ahead;
+        return false;
+    }
+    state.hasHappened = true;
+    if (state.failing == allocation_count::Failing::One) {
+        state.ahead = 0;
+    }
+    return true;
+}
+
 void* Allocate(std::size_t size) noexcept {
+    if (Fails()) {
+        return nullptr;
+    }
     auto* const head = static_cast<unsigned char*>(std::malloc(headSize + size));
     if (head == nullptr) {
         return nullptr;
@@ -51,6 +79,29 @@ Count OfThisThread() {
 
 void Restart() {
     count = {};
+}
+
+Failure::Failure(std::uint64_t number, Failing failing) {
+    failureState.ahead = number;
+    failureState.failing = failing;
+    failureState.hasHappened = false;
+}
+
+Failure::~Failure() {
+    End();
+}
+
+bool Failure::End() {
+    failureState.ahead = 0;
+    return failureState.hasHappened;
+}
+
+WithoutFailure::WithoutFailure() {
+    ++failureState.pauses;
+}
+
+WithoutFailure::~WithoutFailure() {
+    --failureState.pauses;
 }
 
 }  // namespace allocation_count

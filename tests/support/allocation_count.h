@@ -1,4 +1,6 @@
-/// Counts what is allocated with operator new, which the program that links this has replaced.
+/// Counts what is allocated with operator new, which the program that links this has replaced, and makes it fail.
+///
+/// On Linux the program's operators also serve the shared libraries that it loads. A Windows library has its own.
 #pragma once
 
 #include <cstddef>
@@ -24,5 +26,39 @@ Count Of(const Action& action) {
     action();
     return OfThisThread();
 }
+
+/// Which allocations fail.
+enum class Failing : std::uint8_t { One, AllFromThere };
+
+/// Makes allocations of the calling thread fail while it lives: operator new throws std::bad_alloc, or returns null where
+/// it must not throw. One at a time. A test of every point of failure raises the number until none happens:
+///
+///     for (std::uint64_t number = 1;; ++number) {
+///         Failure failure(number);
+///         act();
+///         if (!failure.End()) break;
+///         check();
+///     }
+class Failure {
+  public:
+    /// The allocation of that number fails, counted from 1 and from now on.
+    explicit Failure(std::uint64_t number, Failing failing = Failing::One);
+    ~Failure();
+    Failure(const Failure&) = delete;
+    Failure& operator=(const Failure&) = delete;
+
+    /// Lets allocations succeed again. Returns whether one has failed.
+    bool End();
+};
+
+/// Lets the allocations of the calling thread succeed, uncounted by a failure, while it lives: for code of the test that
+/// the code under test calls.
+class WithoutFailure {
+  public:
+    WithoutFailure();
+    ~WithoutFailure();
+    WithoutFailure(const WithoutFailure&) = delete;
+    WithoutFailure& operator=(const WithoutFailure&) = delete;
+};
 
 }  // namespace allocation_count
