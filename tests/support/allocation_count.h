@@ -30,8 +30,8 @@ Count Of(const Action& action) {
 /// Which allocations fail.
 enum class Failing : std::uint8_t { One, AllFromThere };
 
-/// Makes allocations of the calling thread fail while it lives: operator new throws std::bad_alloc, or returns null where
-/// it must not throw. One at a time. A test of every point of failure raises the number until none happens:
+/// Makes allocations of the calling thread fail while it lives: operator new throws std::bad_alloc, or returns null
+/// where it must not throw. One at a time. A test of every point of failure raises the number until none happens:
 ///
 ///     for (std::uint64_t number = 1;; ++number) {
 ///         Failure failure(number);
@@ -51,8 +51,8 @@ class Failure {
     bool End();
 };
 
-/// Lets the allocations of the calling thread succeed, uncounted by a failure, while it lives: for code of the test that
-/// the code under test calls.
+/// Lets the allocations of the calling thread succeed, uncounted by a failure, while it lives: for code of the test
+/// that the code under test calls.
 class WithoutFailure {
   public:
     WithoutFailure();
