@@ -1,0 +1,78 @@
+/// Calls into code that another compiler may have built: the host's objects and the engine.
+///
+/// GCC on Windows knows its own exceptions alone. A C++ exception of the Microsoft runtime would pass through this
+/// library without running a destructor or a catch block: locks would stay locked and buffers would never be released.
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <type_traits>
+
+#if defined(_WIN32) && defined(__GNUC__)
+#if !defined(__x86_64__) || !defined(__SEH__)
+#error "only the table-based exceptions of 64-bit Windows are supported"
+#endif
+#define VEXLANE_GUARDS_FOREIGN_CALLS 1
+#else
+#define VEXLANE_GUARDS_FOREIGN_CALLS 0
+#endif
+
+namespace platform {
+
+/// Stands for an exception of another compiler's runtime, which has ended. It is no std::exception, since nothing is
+/// known about the original but its code.
+struct ForeignException {
+    std::uint32_t code;  ///< by which Windows knows the exception
+};
+
+#if VEXLANE_GUARDS_FOREIGN_CALLS
+
+namespace internal {
+
+/// Calls `function(context)` and returns 0, or the code of the foreign exception that left it. The frames of GCC
+/// between this and the thrower are skipped, with their destructors and catch blocks.
+extern "C" std::uint32_t vexlane_guard_foreign_call(std::uint32_t (*function)(void*), void* context);
+
+template <class Action>
+void GuardForeignCall(Action& action) {
+    const auto run = [](void* context) -> std::uint32_t {
+        (*static_cast<Action*>(context))();
+        return 0;
+    };
+    if (const std::uint32_t code = vexlane_guard_foreign_call(run, &action); code != 0) [[unlikely]] {
+        throw ForeignException{code};
+    }
+}
+
+}  // namespace internal
+
+#endif
+
+/// Calls a function, or an operation of the object that is the first argument, and returns its result:
+///
+///     CallForeign<&ICompositeBuffer::GetWidth>(buffer)
+///
+/// A C++ exception of another compiler that leaves the call is thrown as ForeignException. All others pass unchanged:
+/// this compiler's own, and those of the system, such as access violations, break points and debug output. Arguments
+/// are made by the caller, so nothing but the call stands between the guard and the foreign code. Any thread.
+template <auto operation, class... Arguments>
+std::invoke_result_t<decltype(operation), Arguments...> CallForeign(Arguments... arguments) {
+    using Result = std::invoke_result_t<decltype(operation), Arguments...>;
+    static_assert((std::is_scalar_v<Arguments> && ...), "no object of a class may stand below the guard");
+    static_assert(std::is_void_v<Result> || std::is_scalar_v<Result>, "compilers return classes differently");
+#if VEXLANE_GUARDS_FOREIGN_CALLS
+    if constexpr (std::is_void_v<Result>) {
+        auto action = [&] { std::invoke(operation, arguments...); };
+        internal::GuardForeignCall(action);
+    } else {
+        Result result{};
+        auto action = [&] { result = std::invoke(operation, arguments...); };
+        internal::GuardForeignCall(action);
+        return result;
+    }
+#else
+    return std::invoke(operation, arguments...);
+#endif
+}
+
+}  // namespace platform
