@@ -11,10 +11,6 @@
 #include <sys/types.h>
 #include <sys/wait.h>
 #include <unistd.h>
-// This header forgets in some versions that it is read by C++, too.
-extern "C" {
-#include <sys/pidfd.h>
-}
 
 #include <charconv>
 #include <chrono>
@@ -31,6 +27,7 @@ extern "C" {
 
 #include "platform/last_error.h"
 #include "platform/posix/descriptor.h"
+#include "platform/posix/send_signal.h"
 
 namespace platform {
 
@@ -226,6 +223,11 @@ constexpr SystemHandle MakeProcessHandle(pid_t process, std::uint64_t startTime)
 
 constexpr std::uint32_t ProcessIdOf(SystemHandle handle) {
     return static_cast<std::uint32_t>(handle);
+}
+
+// False for no process, for a group of them and for the system's own.
+constexpr bool IsOneThatEnds(std::uint32_t processId) {
+    return processId >= static_cast<std::uint32_t>(lowestSignalledProcess) && processId <= INT_MAX;
 }
 
 constexpr bool Matches(SystemHandle handle, const ProcessState& state) {
@@ -465,7 +467,7 @@ int Start(const std::string& commandLine, ProcessInformation& started) {
     const int error = ReadState(process, state);
     if (error != 0 && !MeansGone(error)) {
         // Without its start time it could never be ended through its handle.
-        ::kill(process, SIGKILL);
+        SendSignal(process, SIGKILL);
         while (::waitpid(process, nullptr, 0) < 0 && errno == EINTR) {
         }
         return error;
@@ -515,7 +517,7 @@ int CheckAlive(SystemHandle handle, const Descriptor& process) {
 // 0 or the error.
 int End(SystemHandle handle) {
     const std::uint32_t processId = ProcessIdOf(handle);
-    if (processId == 0 || processId > INT_MAX) {
+    if (!IsOneThatEnds(processId)) {
         return EINVAL;
     }
     // The descriptor first, then the look at what it stands for: so nothing can take the process's place in between.
@@ -523,8 +525,8 @@ int End(SystemHandle handle) {
     if (const int error = CheckAlive(handle, process)) {
         return error;
     }
-    if (::pidfd_send_signal(process.Get(), SIGKILL, nullptr, 0) != 0) {
-        return errno;
+    if (const int error = SendSignalThrough(process.Get(), static_cast<pid_t>(processId), SIGKILL)) {
+        return error;
     }
     WaitForEnd(process);
     ReapChildren();
@@ -552,7 +554,7 @@ int AddEntry(pid_t process, std::vector<ProcessEntry>& entries) {
         error = state.leaderEnded ? ReadNameThroughThreads(folder, state.comm, entry.executableName)
                                   : ReadName(folder, state.comm, entry.executableName);
     }
-    if (error == 0 && ::kill(process, 0) == 0) {
+    if (error == 0 && CheckMaySignal(process) == 0) {
         entries.push_back(std::move(entry));
     }
     return MeansShortage(error) ? error : 0;
@@ -588,7 +590,7 @@ bool TerminateProcess(SystemHandle process, std::uint32_t) {
 }
 
 SystemHandle OpenProcess(std::uint32_t access, bool, std::uint32_t processId) {
-    if (processId == 0 || processId > INT_MAX) {
+    if (!IsOneThatEnds(processId)) {
         Failed(EINVAL);
         return 0;
     }
@@ -597,8 +599,8 @@ SystemHandle OpenProcess(std::uint32_t access, bool, std::uint32_t processId) {
     int error = ReadState(process, state);
     if (MeansGone(error) || (error == 0 && state.ended)) {
         error = ESRCH;
-    } else if (error == 0 && (access & accessTerminate) != 0 && ::kill(process, 0) != 0) {
-        error = errno;
+    } else if (error == 0 && (access & accessTerminate) != 0) {
+        error = CheckMaySignal(process);
     }
     if (error != 0) {
         Failed(error);

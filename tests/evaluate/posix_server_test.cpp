@@ -4,6 +4,7 @@
 #include <csignal>
 #include <fstream>
 
+#include "platform/posix/send_signal.h"
 #include "tests/host/process.h"
 #include "tests/support/comes_true.h"
 #include "tests/support/servers.h"
@@ -73,7 +74,7 @@ TEST(Server, ThatEndsByItselfIsNoticed) {
 TEST(Server, ThatIsEndedFromOutsideIsNoticed) {
     const TemporaryFolder folder;
     ServerProcess server(EVALUATE_TEST_SERVER, {folder.Path("id"), "obey"});
-    ::kill(StartedProcess(folder.Path("id")), SIGKILL);
+    ASSERT_EQ(platform::SendSignal(StartedProcess(folder.Path("id")), SIGKILL), 0);
     std::string error = "none";
     EXPECT_TRUE(ComesTrue([&] {
         error = ErrorOf([&server] { server.RequireRunning(); });

@@ -16,6 +16,8 @@
 #include <fstream>
 #include <system_error>
 
+#include "platform/posix/send_signal.h"
+
 namespace host_test {
 namespace {
 
@@ -159,7 +161,7 @@ HostProcess::HostProcess(const Start& start) : system(std::make_unique<System>()
 
 HostProcess::~HostProcess() {
     if (system->child > 0) {
-        ::kill(system->child, SIGKILL);
+        platform::SendSignal(system->child, SIGKILL);
         ::waitpid(system->child, nullptr, 0);
     }
     Close(system->inputPipe);
@@ -209,7 +211,8 @@ void HostProcess::WaitUntilInputIsRead() {
 }
 
 void HostProcess::Stop(const StopRequest& request) const {
-    ::kill(system->child, request.systemsNumber);
+    errno = platform::SendSignal(system->child, request.systemsNumber);
+    Require(errno == 0, "signal");
 }
 
 bool HostProcess::HasEnded(Finished& finished) {

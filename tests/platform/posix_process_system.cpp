@@ -1,6 +1,6 @@
-#include <signal.h>
 #include <unistd.h>
 
+#include "platform/posix/send_signal.h"
 #include "tests/platform/process_system.h"
 
 namespace process_tests {
@@ -14,7 +14,7 @@ std::uint32_t OwnProcessId() {
 }
 
 void KillFromOutside(std::uint32_t process) {
-    kill(static_cast<pid_t>(process), SIGKILL);
+    platform::SendSignal(static_cast<pid_t>(process), SIGKILL);
 }
 
 }  // namespace process_tests

@@ -9,6 +9,7 @@
 
 #include <algorithm>
 #include <atomic>
+#include <climits>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
@@ -19,6 +20,7 @@
 #include <vector>
 
 #include "platform/last_error.h"
+#include "platform/posix/send_signal.h"
 #include "platform/process.h"
 #include "tests/platform/process_fixture.h"
 
@@ -284,8 +286,8 @@ TEST_F(PosixProcess, AnEmptyHandleEndsNothing) {
     const pid_t group = fork();
     if (group == 0) {
         setpgid(0, 0);
-        for (const SystemHandle empty :
-             {SystemHandle{0}, SystemHandle{5} << 32, SystemHandle{0xFFFFFFFF}, SystemHandle{0x5FFFFFFFF}}) {
+        for (const SystemHandle empty : {SystemHandle{0}, SystemHandle{5} << 32, SystemHandle{0xFFFFFFFF},
+                                         SystemHandle{0x5FFFFFFFF}, SystemHandle{1}, SystemHandle{0x500000001}}) {
             platform::SetLastError(0);
             if (platform::TerminateProcess(empty, 0) || platform::LastError() != static_cast<std::uint32_t>(EINVAL)) {
                 _exit(1);
@@ -321,7 +323,7 @@ TEST_F(PosixProcess, ClosingAProcessHandleChangesNothing) {
 
 TEST_F(PosixProcess, AChildKilledFromOutsideIsNotListedAndDoesNotStay) {
     const ProcessInformation started = StartLasting(helperName);
-    kill(static_cast<pid_t>(started.processId), SIGKILL);
+    KillFromOutside(started.processId);
     WaitUntilEnded(started.processId);
     EXPECT_FALSE(IsListed(started.processId));
     EXPECT_EQ(StateOf(started.processId), '\0');
@@ -337,6 +339,42 @@ TEST_F(PosixProcess, ProgramsThatEndByThemselvesDoNotPileUp) {
     EXPECT_EQ(UnwaitedChildren(), 0);
 }
 
+// Signals
+
+TEST(PosixSignal, IsSentToAProcessAndNeverToAGroup) {
+    // In a process group of its own, which a signal to process 0 would end.
+    const pid_t group = fork();
+    if (group == 0) {
+        setpgid(0, 0);
+        for (const pid_t process : {0, 1, -1, -getpid(), INT_MIN}) {
+            // Signal 0 alone, so that this test harms nobody if it fails.
+            if (platform::SendSignal(process, 0) != EINVAL ||
+                platform::SendSignalThrough(pidfd_open(getpid(), 0), process, 0) != EINVAL) {
+                _exit(1);
+            }
+        }
+        _exit(42);
+    }
+    int status = 0;
+    ASSERT_EQ(waitpid(group, &status, 0), group);
+    ASSERT_TRUE(WIFEXITED(status));
+    EXPECT_EQ(WEXITSTATUS(status), 42);
+}
+
+TEST_F(PosixProcess, ASignalReachesItsProcessOrFails) {
+    const std::uint32_t child = StartAsHost(OwnFolder() / helperName, "sleep");
+    EXPECT_EQ(platform::CheckMaySignal(static_cast<pid_t>(child)), 0);
+    EXPECT_EQ(platform::SendSignal(static_cast<pid_t>(child), SIGKILL), 0);
+    int status = 0;
+    EXPECT_EQ(waitpid(static_cast<pid_t>(child), &status, 0), static_cast<pid_t>(child));
+    EXPECT_TRUE(WIFSIGNALED(status));
+    EXPECT_EQ(platform::SendSignal(static_cast<pid_t>(child), SIGKILL), ESRCH);
+    EXPECT_EQ(platform::CheckMaySignal(static_cast<pid_t>(child)), ESRCH);
+    for (const pid_t nobody : {0, -1}) {
+        EXPECT_EQ(platform::CheckMaySignal(nobody), EINVAL);
+    }
+}
+
 // Opening, and other people's processes
 
 TEST_F(PosixProcess, AnOpenedProcessHasTheHandleItWasStartedWith) {
@@ -349,7 +387,7 @@ TEST_F(PosixProcess, WhatDoesNotRunIsNotOpened) {
     EXPECT_TRUE(platform::TerminateProcess(started.process, 0));
     const std::uint32_t zombie = StartAsHost(OwnFolder() / helperName, "exit");
     WaitUntilEnded(zombie);
-    for (const std::uint32_t process : {started.processId, zombie, 0u, 0x7FFFFFFFu, 0xFFFFFFFFu}) {
+    for (const std::uint32_t process : {started.processId, zombie, 0u, 1u, 0x7FFFFFFFu, 0xFFFFFFFFu}) {
         platform::SetLastError(0);
         EXPECT_EQ(platform::OpenProcess(platform::processAllAccess, true, process), 0u);
         EXPECT_NE(platform::LastError(), 0u);
@@ -361,7 +399,7 @@ TEST_F(PosixProcess, AZombieOfTheHostsIsNotListedAndIsLeftToTheHost) {
     const std::uint32_t zombie = StartAsHost(OwnFolder() / helperName, "sleep");
     const SystemHandle handle = platform::OpenProcess(platform::processAllAccess, true, zombie);
     EXPECT_NE(handle, 0u);
-    kill(static_cast<pid_t>(zombie), SIGKILL);
+    KillFromOutside(zombie);
     WaitUntilEnded(zombie);
     const ProcessInformation started = StartLasting(helperName);
     EXPECT_FALSE(IsListed(zombie));
@@ -492,7 +530,7 @@ TEST_F(PosixProcess, AHostThatIgnoresItsChildrenConfusesNothing) {
 
 TEST_F(PosixProcess, AHostThatWaitsForAllChildrenConfusesNothing) {
     const ProcessInformation first = StartLasting(helperName);
-    kill(static_cast<pid_t>(first.processId), SIGKILL);
+    KillFromOutside(first.processId);
     EXPECT_EQ(waitpid(-1, nullptr, 0), static_cast<pid_t>(first.processId));
     EXPECT_FALSE(IsListed(first.processId));
     EXPECT_FALSE(platform::TerminateProcess(first.process, 0));

@@ -1,4 +1,3 @@
-#include <signal.h>
 #include <spawn.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -7,6 +6,7 @@
 #include <cstdlib>
 #include <stdexcept>
 
+#include "platform/posix/send_signal.h"
 #include "tests/plugin/child_program.h"
 
 namespace plugin_test {
@@ -37,7 +37,7 @@ ChildProgram::ChildProgram(const std::filesystem::path& program, const std::stri
 ChildProgram::~ChildProgram() {
     close(static_cast<int>(output));
     if (!Status()) {
-        kill(static_cast<pid_t>(process), SIGKILL);
+        platform::SendSignal(static_cast<pid_t>(process), SIGKILL);
         waitpid(static_cast<pid_t>(process), nullptr, 0);
     }
 }

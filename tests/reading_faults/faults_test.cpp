@@ -123,6 +123,7 @@ TEST_F(Faults, AServerThatIsKilledBehindTheEndOfPollingComesBackByEveryRefusedRa
     PlayUntilPlates(stream);
     // A server that is there and refuses is ended, and with it polling.
     const servers::ProcessId first = TheServer();
+    ASSERT_NE(first, 0);
     StopProcess(first);
     ExpectRecovery(stream, first);
     refusals = 0;

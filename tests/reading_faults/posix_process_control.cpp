@@ -1,17 +1,19 @@
-#include <signal.h>
 #include <sys/wait.h>
 
 #include <fstream>
 #include <stdexcept>
 #include <string>
 
+#include "platform/posix/send_signal.h"
 #include "tests/reading_faults/process_control.h"
 #include "tests/support/comes_true.h"
 
 namespace reading_faults {
 
 void StopProcess(servers::ProcessId process) {
-    ::kill(process, SIGSTOP);
+    if (platform::SendSignal(process, SIGSTOP) != 0) {
+        throw std::runtime_error("there is no process " + std::to_string(process) + " to stop");
+    }
     const bool isStopped = ComesTrue([process] {
         std::ifstream file("/proc/" + std::to_string(process) + "/stat");
         std::string text;
@@ -25,7 +27,9 @@ void StopProcess(servers::ProcessId process) {
 }
 
 void ContinueProcess(servers::ProcessId process) {
-    ::kill(process, SIGCONT);
+    if (platform::SendSignal(process, SIGCONT) != 0) {
+        throw std::runtime_error("there is no process " + std::to_string(process) + " to go on");
+    }
 }
 
 struct ProcessEnd::System {

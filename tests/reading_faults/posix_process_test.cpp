@@ -8,6 +8,7 @@
 #include <random>
 #include <thread>
 
+#include "platform/posix/send_signal.h"
 #include "tests/reading_faults/process_fixture.h"
 
 namespace {
@@ -23,12 +24,37 @@ pid_t Fork(const std::function<bool()>& action) {
     return child;
 }
 
+// In a process group of its own, which would otherwise be stopped, and with it whatever runs the tests.
+TEST(ProcessControl, StopsOneProcessAndNeverAGroup) {
+    const pid_t group = Fork([] {
+        ::setpgid(0, 0);
+        for (const servers::ProcessId nobody : {0, -1, -::getpid()}) {
+            for (const auto action : {&StopProcess, &ContinueProcess, &servers::Kill}) {
+                try {
+                    action(nobody);
+                    return false;
+                } catch (const std::runtime_error&) {
+                    continue;
+                }
+            }
+        }
+        return true;
+    });
+    int status = 0;
+    ASSERT_EQ(::waitpid(group, &status, WUNTRACED), group);
+    if (WIFSTOPPED(status)) {
+        ASSERT_EQ(platform::SendSignal(group, SIGKILL), 0);
+        ::waitpid(group, nullptr, 0);
+    }
+    EXPECT_EQ(status, 0);
+}
+
 TEST_F(ServerProcess, EndsWellWhenItIsAskedTo) {
     for (const int signal : {SIGTERM, SIGINT}) {
         Start();
         ASSERT_TRUE(IsServedWell(client));
         const auto asked = wire::Clock::now();
-        ::kill(server, signal);
+        ASSERT_EQ(platform::SendSignal(server, signal), 0);
         EXPECT_EQ(ProcessEnd(server).Code(), reading_service::exitedWell);
         EXPECT_LT(wire::Clock::now() - asked, 5s);
     }
@@ -38,7 +64,7 @@ TEST_F(ServerProcess, EndsWellWhenItIsAskedToBeforeItListens) {
     for (int round = 0; round < 30; ++round) {
         Start();
         std::this_thread::sleep_for(std::chrono::microseconds(100 * round));
-        ::kill(server, SIGTERM);
+        ASSERT_EQ(platform::SendSignal(server, SIGTERM), 0);
         int status = 0;
         ASSERT_EQ(::waitpid(server, &status, 0), server);
         // Very early the signal meets a process that is not the program yet.
@@ -84,7 +110,7 @@ TEST_F(ServerProcess, OutlivesClientsThatAreKilledInTheMiddleOfAFrame) {
             return false;
         });
         std::this_thread::sleep_for(std::chrono::microseconds(random() % 30000));
-        ::kill(child, SIGKILL);
+        ASSERT_EQ(platform::SendSignal(child, SIGKILL), 0);
         ASSERT_EQ(::waitpid(child, nullptr, 0), child);
     }
     EXPECT_TRUE(IsServedWell(client));

@@ -30,6 +30,11 @@ GOOD = {
     "sdk/contract.h": "// #include <windows.h>\n/* #include \"module/x.h\"\n#include <vector> */\n",
     "platform/CMakeLists.txt": "room(platform\n    SOURCES posix/text.cpp)\n",
     "platform/text.h": "#include <string>\n",
+    "platform/posix/send_signal.h": "#include <signal.h>\ninline int Send(pid_t id) { return ::kill(id, SIGKILL); }\n"
+    "inline int Through(int id) { return pidfd_send_signal(id, 9, nullptr, 0); }\n",
+    "platform/posix/process.cpp": '#include "platform/posix/send_signal.h"\nvoid End(int id) { Send(id); raise(9); }\n'
+    'const char* text = "kill(0, 9)"; // as kill(-1, 9) in a comment\nvoid Kill(int);\n'
+    "void skill();\nvoid f() { Kill(0); skill(); }\n",
     "platform/posix/text.cpp": '#include <unistd.h>\n#include <sys/wait.h>\n#include "platform/text.h"\n',
     "engine/CMakeLists.txt": "# The adapter.\nroom(engine\n    MAY_INCLUDE platform # for text\n        sdk\n"
     "    SOURCES engine.cpp\n    LIBRARIES Boost::thread)\n",
@@ -147,6 +152,17 @@ class CheckRooms(unittest.TestCase):
         for use in ("_mm256_add_epi8(a, b);", "__m512i a;", "__builtin_ia32_pause();"):
             with self.subTest(use=use):
                 self.assert_one_breach({"engine/engine.cpp": f"void f() {{ {use} }}\n"}, "engine/engine.cpp:1:")
+
+    def test_signals_past_the_one_function(self):
+        for path in ("platform/posix/process.cpp", "tests/support/posix_guard.cpp", "tools/host/posix_system.cpp"):
+            with self.subTest(path=path):
+                self.assert_one_breach({path: "\nvoid f() { kill(0, 9); }\n"}, f"{path}:2: kill", "send_signal.h")
+        for call in ("kill(id, SIGKILL);", "::kill (0, 9);", "killpg(id, 9);", "tgkill(a, b, 9);", "tkill(a, 9);",
+                     "sigqueue(id, 9, v);", "pidfd_send_signal(d, 9, nullptr, 0);", "syscall(SYS_kill, 0, 9);",
+                     "syscall(SYS_tgkill, 0, 0, 9);", "syscall(__NR_pidfd_send_signal, d, 9, 0, 0);",
+                     "syscall(SYS_rt_sigqueueinfo, 0, 9, i);"):
+            with self.subTest(call=call):
+                self.assert_one_breach({"platform/posix/text.cpp": call}, "platform/posix/text.cpp:1:", "send_signal.h")
 
     def test_what_sdk_may_not_include(self):
         self.assert_one_breach({"sdk/host.h": "#include <cstdint>\n"}, "cstdint")

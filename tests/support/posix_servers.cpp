@@ -1,6 +1,5 @@
 #include "tests/support/servers.h"
 
-#include <signal.h>
 #include <spawn.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -9,8 +8,11 @@
 #include <fstream>
 #include <functional>
 #include <sstream>
+#include <stdexcept>
 #include <string>
 #include <type_traits>
+
+#include "platform/posix/send_signal.h"
 
 namespace servers {
 
@@ -99,7 +101,9 @@ bool IsGone(ProcessId process) {
 }
 
 void Kill(ProcessId server) {
-    kill(server, SIGKILL);
+    if (platform::SendSignal(server, SIGKILL) == EINVAL) {
+        throw std::runtime_error("there is no process " + std::to_string(server) + " to kill");
+    }
 }
 
 void KillAll() {

@@ -13,6 +13,7 @@
 #include <system_error>
 #include <thread>
 
+#include "platform/posix/send_signal.h"
 #include "tools/evaluate/failure.h"
 #include "tools/evaluate/process.h"
 
@@ -127,11 +128,11 @@ ServerProcess::~ServerProcess() {
     if (system->HasEnded()) {
         return;
     }
-    ::kill(system->child, SIGTERM);
+    platform::SendSignal(system->child, SIGTERM);
     const auto end = std::chrono::steady_clock::now() + patience;
     while (!system->HasEnded()) {
         if (std::chrono::steady_clock::now() >= end) {
-            ::kill(system->child, SIGKILL);
+            platform::SendSignal(system->child, SIGKILL);
             ::waitpid(system->child, nullptr, 0);
             return;
         }

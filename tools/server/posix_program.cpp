@@ -24,9 +24,10 @@ int RunUntilTold(Service& service) {
         return exitedByFailure;
     }
     int status = exitedByFailure;
+    const pthread_t waiting = pthread_self();
     std::thread serving([&] {
         status = RunToTheEnd(service);
-        kill(getpid(), SIGTERM);
+        pthread_kill(waiting, SIGTERM);
     });
     int received = 0;
     while (sigwait(&ending, &received) != 0) {
