@@ -107,6 +107,7 @@ class Round {
 
   private:
     void PrepareServer() {
+        servers::RequireNoForeignServer();
         servers::Remove();
         const std::uint64_t draw = random.Below(100);
         if (draw < 3) {

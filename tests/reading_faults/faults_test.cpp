@@ -219,6 +219,24 @@ TEST_F(Faults, TwoHostsShareOneServerAndTheSecondOutlivesTheFirst) {
     EXPECT_EQ(second.Status(), 0) << "it has no plates in the end";
 }
 
+// A test that met such a server once took 0 for its own one's id, and stopped the whole process group.
+TEST_F(Faults, AServerOfAnotherProcessFailsATestBeforeItBegins) {
+    servers::Place(VEXLANE_TEST_SERVER);
+    test_support::SetEnvironment("VEXLANE_TEST_IDLE", "500");
+    servers::ProcessId server = 0;
+    {
+        plugin_test::ChildProgram host(servers::OwnFolder() / VEXLANE_READING_HOST, "60000");
+        server = host.ReadNumber();
+        ASSERT_GT(server, 1);
+        EXPECT_EQ(TheServer(), 0);
+        EXPECT_THAT([] { servers::Place(VEXLANE_TEST_SERVER); },
+                    testing::ThrowsMessage<std::runtime_error>(
+                        testing::HasSubstr("process " + std::to_string(server) + " has the name plate-Server.exe")));
+    }
+    EXPECT_TRUE(ComesTrue([server] { return servers::IsGone(server); }));
+    EXPECT_NO_THROW(servers::Place(VEXLANE_TEST_SERVER));
+}
+
 TEST_F(Faults, AServerWhoseHostIsKilledEndsByItself) {
     servers::Place(VEXLANE_TEST_SERVER);
     test_support::SetEnvironment("VEXLANE_TEST_IDLE", "500");

@@ -22,18 +22,24 @@ namespace {
 
 namespace fs = std::filesystem;
 
-struct Child {
-    pid_t process = 0;
+struct Process {
+    pid_t id = 0;
+    pid_t parent = 0;
     char state = 0;
     std::string program;  ///< empty for one that has ended
+
+    bool IsChild() const { return parent == getpid(); }
+
+    /// A program that was replaced while it runs is still one.
+    bool IsServer() const { return state != 'Z' && program.substr(0, program.find(" (deleted)")) == serverName; }
 };
 
-void ForEachChild(const std::function<void(const Child&)>& action) {
+void ForEachProcess(const std::function<void(const Process&)>& action) {
     std::error_code error;
     for (const auto& entry : fs::directory_iterator("/proc", error)) {
         const std::string name = entry.path().filename();
-        Child child;
-        if (std::from_chars(name.data(), name.data() + name.size(), child.process).ptr != name.data() + name.size()) {
+        Process process;
+        if (std::from_chars(name.data(), name.data() + name.size(), process.id).ptr != name.data() + name.size()) {
             continue;
         }
         std::ifstream file(entry.path() / "stat");
@@ -44,23 +50,25 @@ void ForEachChild(const std::function<void(const Child&)>& action) {
             continue;
         }
         std::istringstream rest(text.substr(close + 1));
-        pid_t parent = 0;
-        rest >> child.state >> parent;
-        if (parent != getpid()) {
-            continue;
-        }
+        rest >> process.state >> process.parent;
         std::error_code gone;
-        child.program = fs::read_symlink(entry.path() / "exe", gone).filename();
-        action(child);
+        process.program = fs::read_symlink(entry.path() / "exe", gone).filename();
+        action(process);
     }
 }
 
-// A program that was replaced while it runs.
-bool IsServer(const Child& child) {
-    return child.state != 'Z' && child.program.substr(0, child.program.find(" (deleted)")) == serverName;
-}
-
 }  // namespace
+
+// Another user's is as invisible to the library.
+ProcessId ForeignServer() {
+    ProcessId foreign = 0;
+    ForEachProcess([&](const Process& process) {
+        if (process.IsServer() && !process.IsChild() && platform::CheckMaySignal(process.id) == 0) {
+            foreign = process.id;
+        }
+    });
+    return foreign;
+}
 
 fs::path OwnFolder() {
     return fs::read_symlink("/proc/self/exe").parent_path();
@@ -68,6 +76,7 @@ fs::path OwnFolder() {
 
 // A second name of the same file: a copy that is still being written could not be started.
 void Place(const fs::path& program) {
+    RequireNoForeignServer();
     Remove();
     fs::create_hard_link(OwnFolder() / program, OwnFolder() / serverName);
 }
@@ -78,9 +87,9 @@ void Remove() {
 
 std::set<ProcessId> Running() {
     std::set<ProcessId> running;
-    ForEachChild([&](const Child& child) {
-        if (IsServer(child)) {
-            running.insert(child.process);
+    ForEachProcess([&](const Process& process) {
+        if (process.IsServer() && process.IsChild()) {
+            running.insert(process.id);
         }
     });
     return running;
@@ -88,7 +97,7 @@ std::set<ProcessId> Running() {
 
 int Zombies() {
     int count = 0;
-    ForEachChild([&](const Child& child) { count += child.state == 'Z' ? 1 : 0; });
+    ForEachProcess([&](const Process& process) { count += process.IsChild() && process.state == 'Z' ? 1 : 0; });
     return count;
 }
 

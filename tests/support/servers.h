@@ -4,6 +4,8 @@
 #include <cstdint>
 #include <filesystem>
 #include <set>
+#include <stdexcept>
+#include <string>
 
 namespace servers {
 
@@ -15,8 +17,22 @@ inline constexpr const char* serverName = "plate-Server.exe";
 /// The folder of the running program.
 std::filesystem::path OwnFolder();
 
+/// A process of the server's name that is not a child of this one and that the library would find; 0 for none.
+ProcessId ForeignServer();
+
+/// Fails a test at its start, in one line, when there is one: the library would start no server of its own, and the
+/// test would fail somewhere else. The test is not skipped, because that would hide what is broken. Throws
+/// std::runtime_error.
+inline void RequireNoForeignServer() {
+    if (const ProcessId foreign = ForeignServer(); foreign != 0) {
+        throw std::runtime_error("process " + std::to_string(foreign) + " has the name " + serverName +
+                                 " and does not belong to this test: end it, or run the tests in a process space of " +
+                                 "their own (unshare --pid --fork --mount-proc)");
+    }
+}
+
 /// Puts a program into this program's own folder, under the server's name and in place of what stands there. A path
-/// that is not absolute begins at that folder.
+/// that is not absolute begins at that folder. Calls RequireNoForeignServer.
 void Place(const std::filesystem::path& program);
 void Remove();
 

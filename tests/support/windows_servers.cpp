@@ -20,7 +20,7 @@ namespace fs = std::filesystem;
 
 constexpr DWORD longestEndMilliseconds = 60'000;
 
-void ForEachChild(const std::function<void(const PROCESSENTRY32&)>& action) {
+void ForEachProcess(const std::function<void(const PROCESSENTRY32&)>& action) {
     const HANDLE list = CreateToolhelp32Snapshot(TH32CS_SNAPPROCESS, 0);
     if (list == INVALID_HANDLE_VALUE) {
         throw std::runtime_error("no list of processes");
@@ -28,9 +28,7 @@ void ForEachChild(const std::function<void(const PROCESSENTRY32&)>& action) {
     PROCESSENTRY32 entry = {};
     entry.dwSize = sizeof entry;
     for (BOOL found = Process32First(list, &entry); found != FALSE; found = Process32Next(list, &entry)) {
-        if (entry.th32ParentProcessID == GetCurrentProcessId()) {
-            action(entry);
-        }
+        action(entry);
     }
     CloseHandle(list);
 }
@@ -46,7 +44,25 @@ bool HasEnded(DWORD process) {
     return ended;
 }
 
+bool IsChild(const PROCESSENTRY32& entry) {
+    return entry.th32ParentProcessID == GetCurrentProcessId();
+}
+
+bool IsServer(const PROCESSENTRY32& entry) {
+    return lstrcmpiA(entry.szExeFile, serverName) == 0 && !HasEnded(entry.th32ProcessID);
+}
+
 }  // namespace
+
+ProcessId ForeignServer() {
+    ProcessId foreign = 0;
+    ForEachProcess([&](const PROCESSENTRY32& entry) {
+        if (!IsChild(entry) && IsServer(entry)) {
+            foreign = static_cast<ProcessId>(entry.th32ProcessID);
+        }
+    });
+    return foreign;
+}
 
 fs::path OwnFolder() {
     std::wstring name(32768, L'\0');
@@ -55,6 +71,7 @@ fs::path OwnFolder() {
 }
 
 void Place(const fs::path& program) {
+    RequireNoForeignServer();
     Remove();
     fs::copy_file(OwnFolder() / program, OwnFolder() / serverName);
 }
@@ -83,8 +100,8 @@ void Remove() {
 
 std::set<ProcessId> Running() {
     std::set<ProcessId> running;
-    ForEachChild([&](const PROCESSENTRY32& entry) {
-        if (lstrcmpiA(entry.szExeFile, serverName) == 0 && !HasEnded(entry.th32ProcessID)) {
+    ForEachProcess([&](const PROCESSENTRY32& entry) {
+        if (IsChild(entry) && IsServer(entry)) {
             running.insert(static_cast<ProcessId>(entry.th32ProcessID));
         }
     });
