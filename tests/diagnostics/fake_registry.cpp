@@ -6,6 +6,8 @@
 #include <map>
 #include <set>
 
+#include "tests/support/allocation_count.h"
+
 namespace fake_registry {
 
 namespace {
@@ -87,6 +89,7 @@ std::vector<std::string> Journal() {
 namespace platform {
 
 std::uint32_t OpenRegistryKey(RegistryHive hive, const char* path, std::uint32_t access, RegistryHandle& key) {
+    const allocation_count::WithoutFailure own;
     using namespace fake_registry;
     Note("open", hive, path, access);
     const Hive& opened = HiveOf(hive);
@@ -101,6 +104,7 @@ std::uint32_t OpenRegistryKey(RegistryHive hive, const char* path, std::uint32_t
 }
 
 std::uint32_t CreateRegistryKey(RegistryHive hive, const char* path, std::uint32_t access, RegistryHandle& key) {
+    const allocation_count::WithoutFailure own;
     using namespace fake_registry;
     Note("create", hive, path, access);
     Hive& made = HiveOf(hive);
@@ -113,6 +117,7 @@ std::uint32_t CreateRegistryKey(RegistryHive hive, const char* path, std::uint32
 }
 
 std::uint32_t QueryRegistryValue(RegistryHandle key, const char* name, void* buffer, std::uint32_t& size) {
+    const allocation_count::WithoutFailure own;
     using namespace fake_registry;
     TheState().journal.push_back(std::string("query ") + NameOf(key) + " " + name + " " + std::to_string(size));
     if (key != machineKey && key != userKey) {
@@ -133,6 +138,7 @@ std::uint32_t QueryRegistryValue(RegistryHandle key, const char* name, void* buf
 }
 
 void CloseRegistryKey(RegistryHandle key) {
+    const allocation_count::WithoutFailure own;
     fake_registry::TheState().journal.push_back(std::string("close ") + fake_registry::NameOf(key));
 }
 

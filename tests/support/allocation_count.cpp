@@ -17,14 +17,13 @@ struct FailureState {
     std::uint64_t ahead = 0;  // allocations up to the one that fails, that one included; 0 when none fails
     allocation_count::Failing failing = allocation_count::Failing::One;
     bool hasHappened = false;
-    int pauses = 0;
 };
 
 constinit thread_local FailureState failureState;
 
 bool Fails() noexcept {
     FailureState& state = failureState;
-    if (state.ahead == 0 || state.pauses != 0) {
+    if (state.ahead == 0 || allocation_count::WithoutFailure::IsInForce()) {
         return false;
     }
     if (state.ahead > 1) {
@@ -94,14 +93,6 @@ Failure::~Failure() {
 bool Failure::End() {
     failureState.ahead = 0;
     return failureState.hasHappened;
-}
-
-WithoutFailure::WithoutFailure() {
-    ++failureState.pauses;
-}
-
-WithoutFailure::~WithoutFailure() {
-    --failureState.pauses;
 }
 
 }  // namespace allocation_count

@@ -51,14 +51,19 @@ class Failure {
     bool End();
 };
 
-/// Lets the allocations of the calling thread succeed, uncounted by a failure, while it lives: for code of the test
-/// that the code under test calls.
+/// Lets the allocations of the calling thread succeed, uncounted by a failure, while it lives: the stand-ins for host,
+/// engine and system do their own work so. Any program may use it.
 class WithoutFailure {
   public:
-    WithoutFailure();
-    ~WithoutFailure();
+    WithoutFailure() { ++nesting; }
+    ~WithoutFailure() { --nesting; }
     WithoutFailure(const WithoutFailure&) = delete;
     WithoutFailure& operator=(const WithoutFailure&) = delete;
+
+    static bool IsInForce() { return nesting != 0; }
+
+  private:
+    static inline constinit thread_local int nesting = 0;
 };
 
 }  // namespace allocation_count

@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <mutex>
 
+#include "tests/support/allocation_count.h"
+
 namespace fake_engine {
 
 namespace {
@@ -72,6 +74,7 @@ RPLATE Plate(const std::string& text, double confidenceSum, int left, int top, i
 }  // namespace fake_engine
 
 int Recognize2(YUV420_IMG* unused, IMG* image, tagRECT* region, RPLATE* plates, int flags) {
+    const allocation_count::WithoutFailure own;
     fake_engine::State& state = fake_engine::TheState();
     std::function<int(const IMG&, RPLATE*)> action;
     bool isRecording = false;
@@ -99,6 +102,7 @@ int Recognize2(YUV420_IMG* unused, IMG* image, tagRECT* region, RPLATE* plates, 
 }
 
 bool SetPlateRange(int minimumWidth, int maximumWidth) {
+    const allocation_count::WithoutFailure own;
     fake_engine::State& state = fake_engine::TheState();
     std::function<bool(int, int)> action;
     {

@@ -7,6 +7,7 @@
 
 #include "platform/last_error.h"
 #include "platform/process.h"
+#include "tests/support/allocation_count.h"
 
 namespace fake_processes {
 
@@ -66,6 +67,7 @@ class Operation {
     }
 
   private:
+    allocation_count::WithoutFailure own;
     std::uint32_t error = 0;
     std::string line;
     std::function<void(const std::string&)> tell;
@@ -215,6 +217,7 @@ int FirstProcess(SystemHandle list, ProcessEntry& entry) {
 }
 
 int NextProcess(SystemHandle list, ProcessEntry& entry) {
+    const allocation_count::WithoutFailure own;
     State& state = TheState();
     const std::lock_guard lock(state.mutex);
     const auto found = state.lists.find(list);

@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "platform/debug_output.h"
+#include "tests/support/allocation_count.h"
 
 /// Installed for as long as it lives. Any thread.
 class RecordingDebugOutput final : public platform::DebugOutputSink {
@@ -20,11 +21,13 @@ class RecordingDebugOutput final : public platform::DebugOutputSink {
     ~RecordingDebugOutput() override { platform::ExchangeDebugOutputSink(before); }
 
     void Write(const char* text) override {
+        const allocation_count::WithoutFailure own;
         const std::lock_guard lock(mutex);
         lines.push_back({false, text, {}});
     }
 
     void Write(const wchar_t* text) override {
+        const allocation_count::WithoutFailure own;
         const std::lock_guard lock(mutex);
         const std::wstring wide(text);
         std::string narrow;

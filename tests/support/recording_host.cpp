@@ -3,6 +3,7 @@
 #include <cstring>
 
 #include "sdk/contract_names.h"
+#include "tests/support/allocation_count.h"
 
 namespace recording_host {
 
@@ -10,6 +11,8 @@ namespace {
 
 using namespace OKM8;
 using namespace OKM8::Analytics;
+
+using allocation_count::WithoutFailure;
 
 // No object of this host answers contract names but where the library asks.
 #define RECORDING_HOST_CONTRACT(Class)                \
@@ -59,15 +62,19 @@ struct TargetBase : Bases {
     void* QueryContract(const char*) override { return nullptr; }
     void* QueryContract(const char*) const override { return nullptr; }
     void SetStringValue(const char* name, const char* value) override {
+        const WithoutFailure own;
         target.Add({.key = name, .text = value, .bytes = {}, .setter = 's'});
     }
     void SetDoubleValue(const char* name, double value) override {
+        const WithoutFailure own;
         target.Add({.key = name, .text = {}, .real = value, .bytes = {}, .setter = 'd'});
     }
     void SetIntValue(const char* name, std::int32_t value) override {
+        const WithoutFailure own;
         target.Add({.key = name, .text = {}, .number = value, .bytes = {}, .setter = 'i'});
     }
     void SetBoolValue(const char* name, bool value) override {
+        const WithoutFailure own;
         target.Add({.key = name, .text = {}, .number = value ? 1 : 0, .bytes = {}, .setter = 'b'});
     }
 
@@ -85,6 +92,7 @@ struct BinaryTarget final : TargetBase<TargetWithBinary> {
     using TargetBase::TargetBase;
     OKM8_OBJECT_DESTRUCTOR_SLOT(BinaryTarget)
     void SetBinaryValue(const char* name, const void* data, std::uint32_t size) override {
+        const WithoutFailure own;
         const auto* const bytes = static_cast<const std::uint8_t*>(data);
         if (std::strcmp(name, PlateKey::AllTracks) == 0 && size == sizeof(TrackPointList)) {
             TrackPointList list;
@@ -112,6 +120,7 @@ struct Enumerator final : ITargetEnumeratorAdjuster {
     void Unused6() override {}
     void Unused7() override {}
     ITargetAdjuster* AddTarget(std::int32_t reserved) override {
+        const WithoutFailure own;
         if (host.refusals.target) {
             return nullptr;
         }
@@ -147,6 +156,7 @@ struct Arguments final : IEventArgsAdjuster {
     void Unused6() override {}
     void Unused7() override {}
     void SetObjectValue(const char* name, IContract* value) override {
+        const WithoutFailure own;
         const std::lock_guard lock(mutex);
         event.objectKeys.push_back(name);
         event.objects[name] = value;
@@ -165,6 +175,7 @@ struct Raiser final : IDetectorEventRaiser {
     RECORDING_HOST_CONTRACT(Raiser)
     void Unused1() override {}
     void Raise() override {
+        const WithoutFailure own;
         {
             const std::lock_guard lock(mutex);
             ++event.raised;
@@ -202,6 +213,7 @@ struct Logger final : ILogger {
     void Unused1() override {}
     void Unused2() override {}
     void WriteLog(std::int32_t level, const char* text) override {
+        const WithoutFailure own;
         const std::lock_guard lock(mutex);
         lines.push_back(std::to_string(level) + ":" + text);
     }
@@ -222,6 +234,7 @@ struct RecordingHost::Objects {
         void Unused5() override {}
         void Unused6() override {}
         ITargetEnumeratorAdjuster* CreateTargetEnumerator(std::int64_t timeMs) override {
+            const WithoutFailure own;
             if (objects.host.refusals.enumerator) {
                 return nullptr;
             }
@@ -236,6 +249,7 @@ struct RecordingHost::Objects {
         explicit HostObject(Objects& owner) : objects(owner) {}
         RECORDING_HOST_CONTRACT(HostObject)
         void* GetInterface(const char* contractName) override {
+            const WithoutFailure own;
             {
                 const std::lock_guard lock(objects.mutex);
                 objects.asked.push_back(contractName);
@@ -257,6 +271,7 @@ struct RecordingHost::Objects {
         RECORDING_HOST_CONTRACT(PeerObject)
         IDetectorEventRaiser* CreateEventRaiser(IDetector* detector, const char* eventName, std::int64_t timeMs,
                                                 std::int32_t kind) override {
+            const WithoutFailure own;
             if (objects.host.refusals.raiser) {
                 return nullptr;
             }

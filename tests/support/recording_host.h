@@ -18,6 +18,7 @@
 #include "sdk/events.h"
 #include "sdk/host.h"
 #include "sdk/plate_events.h"
+#include "tests/support/allocation_count.h"
 
 namespace recording_host {
 
@@ -125,7 +126,10 @@ class RecordingFrameDone final : public OKM8::MFF::IFrameDoneCallback {
     OKM8_OBJECT_DESTRUCTOR_SLOT(RecordingFrameDone)
     void* QueryContract(const char*) override { return nullptr; }
     void* QueryContract(const char*) const override { return nullptr; }
-    void OnFrameDone(OKM8::MFF::IMultimediaBuffer* inputData) override { buffers.push_back(inputData); }
+    void OnFrameDone(OKM8::MFF::IMultimediaBuffer* inputData) override {
+        const allocation_count::WithoutFailure own;
+        buffers.push_back(inputData);
+    }
 
     std::vector<OKM8::MFF::IMultimediaBuffer*> buffers;
 };
