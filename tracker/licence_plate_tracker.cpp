@@ -48,14 +48,28 @@ CLicencePlateTracker::CLicencePlateTracker(ILicencePlateTrackerResultSink* resul
 void CLicencePlateTracker::ProcessPlates(const std::vector<LicencePlatePtr>& readings, std::uint64_t frameTime) {
     // The readings that nobody has kept go at the end of the frame, however it ends.
     const ClearedAtTheEnd clearing{pending};
-    for (const LicencePlatePtr& reading : readings) {
-        if (reading) {
-            pending.push_back({boost::make_shared<LicencePlateHolder>(reading, sink), Closeness::Behind});
-        }
-    }
+    Hold(readings);
     Match();
     StartTracks();
     FinishTracks(frameTime);
+}
+
+// On allocation failure no reading stays without a holder that will hand it back.
+void CLicencePlateTracker::Hold(const std::vector<LicencePlatePtr>& readings) {
+    auto reading = readings.begin();
+    try {
+        pending.reserve(readings.size());
+        for (; reading != readings.end(); ++reading) {
+            if (*reading) {
+                pending.push_back({boost::make_shared<LicencePlateHolder>(*reading, sink), Closeness::Behind});
+            }
+        }
+    } catch (...) {
+        for (; reading != readings.end(); ++reading) {
+            const LicencePlateHolder handsBackAtOnce(*reading, sink);
+        }
+        throw;
+    }
 }
 
 // Each track takes at most one reading; older tracks choose first.

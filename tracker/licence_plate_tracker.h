@@ -30,6 +30,7 @@ class CLicencePlateTracker final : public ILicencePlateTracker {
         Closeness closeness;  // to the track in hand
     };
 
+    void Hold(const std::vector<LicencePlatePtr>& readings);
     void Match();
     const Candidate* Choose(const CTrack& track);
     void StartTracks();

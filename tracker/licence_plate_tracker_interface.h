@@ -11,7 +11,8 @@
 /// One thread at a time; the sink is called on that thread, from inside the calls.
 class ILicencePlateTracker {
   public:
-    /// Takes one frame's readings, possibly none, and the frame's time in milliseconds.
+    /// Takes one frame's readings, possibly none, and the frame's time in milliseconds. On allocation failure it throws
+    /// std::bad_alloc: readings that no track has taken are handed back, and the next frame goes on with the tracks.
     virtual void ProcessPlates(const std::vector<LicencePlatePtr>& readings, std::uint64_t frameTime) = 0;
 
     /// A track without a reading for longer than this many milliseconds is lost.

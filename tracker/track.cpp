@@ -40,6 +40,7 @@ double ShareOf(double distance, std::size_t length) {
 }  // namespace
 
 void CTrack::Add(const LicencePlateHolderPtr& holder) {
+    BestByText::value_type& entry = AddText(holder->reading);  // may throw, and so comes first
     previous = std::move(last);
     last = holder;
     if (count == 0) {
@@ -48,24 +49,33 @@ void CTrack::Add(const LicencePlateHolderPtr& holder) {
     } else {
         UpdateMotion();
     }
-
-    UpdateTexts(holder);
+    UpdateBest(entry, holder);
     ++count;
 }
 
-void CTrack::UpdateTexts(const LicencePlateHolderPtr& holder) {
+// Puts the reading among those of its text, and the text among the others; on allocation failure neither. The entry of
+// a new text has no holder yet.
+CTrack::BestByText::value_type& CTrack::AddText(const LicencePlatePtr& reading) {
+    std::vector<LicencePlatePtr>& sameText = readingsByText[reading->text];
+    sameText.push_back(reading);
+    try {
+        return *bestByText.try_emplace(reading->text).first;
+    } catch (...) {
+        sameText.pop_back();
+        throw;
+    }
+}
+
+void CTrack::UpdateBest(BestByText::value_type& entry, const LicencePlateHolderPtr& holder) {
     const LicencePlatePtr& reading = holder->reading;
-    const auto [entry, isNew] = bestByText.try_emplace(reading->text);
-    if (isNew || entry->second->reading->weight < reading->weight) {
-        entry->second = holder;
+    if (!entry.second || entry.second->reading->weight < reading->weight) {
+        entry.second = holder;
         const std::int32_t highest = best != nullptr ? best->second->reading->weight : reading->weight;
-        if (best == nullptr || highest < reading->weight ||
-            (highest == reading->weight && entry->first < best->first)) {
-            best = &*entry;
+        if (best == nullptr || highest < reading->weight || (highest == reading->weight && entry.first < best->first)) {
+            best = &entry;
         }
     }
     longestText = std::max(longestText, reading->text.size());
-    readingsByText[reading->text].push_back(reading);
 }
 
 // A plate comes in from a side and moves away from it; one that enters in the upper half moves down.

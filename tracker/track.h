@@ -22,7 +22,8 @@ class CTrack {
     explicit CTrack(std::int64_t trackId) : id(trackId) {}
     CTrack(CTrack&&) = default;  // not copied: `best` points into a map
 
-    /// Takes a further reading. REQUIRES: a holder with a reading.
+    /// Takes a further reading. On allocation failure it throws std::bad_alloc and the track stays as it was.
+    /// REQUIRES: a holder with a reading.
     void Add(const LicencePlateHolderPtr& holder);
 
     /// The smallest text distance between `text` and any text of the track, each divided by the longer length: 1 at
@@ -64,7 +65,8 @@ class CTrack {
 
     void SetInitialDirection(const LicencePlateHolder& holder);
     void UpdateMotion();
-    void UpdateTexts(const LicencePlateHolderPtr& holder);
+    BestByText::value_type& AddText(const LicencePlatePtr& reading);
+    void UpdateBest(BestByText::value_type& entry, const LicencePlateHolderPtr& holder);
 
     [[maybe_unused]] std::int64_t id;
     std::uint64_t count = 0;

@@ -1,10 +1,13 @@
-// What the tracker allocates, frame by frame, and what a plate that stands for an hour takes.
+// What the tracker allocates, frame by frame, what a plate that stands for an hour takes, and what happens when there
+// is no memory.
 
 #include <gtest/gtest.h>
 
+#include <array>
 #include <boost/make_shared.hpp>
 #include <cstdint>
 #include <cstdio>
+#include <new>
 #include <string>
 #include <vector>
 
@@ -90,6 +93,69 @@ TEST_F(TrackerAllocations, ComparingTextsTakesNothing) {
     const std::wstring text(64, L'C');
     EXPECT_EQ(allocation_count::Of([&] { EXPECT_LT(track.TextDistanceTo(text), 1.0); }).number, 0u);
 }
+
+// Memory that runs out.
+
+class IdSink final : public ILicencePlateTrackerResultSink {
+  public:
+    void OnResult(ILicencePlateTracker*, boost::shared_ptr<LicencePlate> best, const std::vector<LicencePlatePtr>&,
+                  std::int32_t) override {
+        ++results.at(best->id);
+    }
+    void OnMayReleaseLicencePlate(ILicencePlateTracker*, boost::shared_ptr<LicencePlate> reading) override {
+        ++releases.at(reading->id);
+    }
+
+    std::array<int, 10> results = {};
+    std::array<int, 10> releases = {};
+};
+
+class TrackerOutOfMemory : public testing::TestWithParam<allocation_count::Failing> {};
+
+// A text that was in one of a track's maps alone ended every later frame at that track.
+TEST_P(TrackerOutOfMemory, HandsEveryReadingBackOnceAndGoesOn) {
+    const std::vector<LicencePlatePtr> first = {Reading{0, L"ABCDEF", 300, 300, 1000},
+                                                Reading{1, L"ZYXWVUTSRQPONML", 900, 300, 1000}};
+    const std::vector<LicencePlatePtr> second = {
+        Reading{2, L"ABCDEG", 310, 300, 1040}, Reading{3, L"AYXWVUTSRQPONML", 910, 300, 1040},
+        Reading{4, L"NEW111", 300, 600, 1040}, Reading{5, L"NEW222222222222", 900, 600, 1040}};
+    const std::vector<LicencePlatePtr> later = {Reading{6, L"LATER1", 300, 300, 100000},
+                                                Reading{7, L"RETAL2", 900, 300, 100000}};
+    std::uint64_t number = 1;
+    for (bool hasFailed = true; hasFailed; ++number) {
+        const testing::ScopedTrace trace(__FILE__, __LINE__, "allocation " + std::to_string(number));
+        IdSink sink;
+        {
+            CLicencePlateTracker tracker(&sink, lostTimeout, NoLimit, NoLimit);
+            tracker.ProcessPlates(first, 1000);
+            bool hasThrown = false;
+            allocation_count::Failure failure(number, GetParam());
+            try {
+                tracker.ProcessPlates(second, 1040);
+            } catch (const std::bad_alloc&) {
+                hasThrown = true;
+            }
+            hasFailed = failure.End();
+            EXPECT_EQ(hasThrown, hasFailed);
+            tracker.ProcessPlates({}, 50000);
+            EXPECT_EQ(sink.results[0] + sink.results[2], 1) << "the track of before is lost";
+            EXPECT_EQ(sink.results[1] + sink.results[3], 1) << "and so is this one";
+            tracker.ProcessPlates(later, 100000);
+            tracker.FinishAll();
+        }
+        EXPECT_EQ(sink.results[6] + sink.results[7], 2);
+        for (std::size_t id = 0; id < 8; ++id) {
+            EXPECT_EQ(sink.results[id] + sink.releases[id], 1) << "reading " << id;
+        }
+    }
+    EXPECT_GT(number, 10u);
+}
+
+INSTANTIATE_TEST_SUITE_P(Fails, TrackerOutOfMemory,
+                         testing::Values(allocation_count::Failing::One, allocation_count::Failing::AllFromThere),
+                         [](const auto& instance) {
+                             return instance.param == allocation_count::Failing::One ? "Once" : "FromThereOn";
+                         });
 
 // An hour at 25 frames a second. What a frame costs, and what a reading takes, stays as it was in the first minute.
 TEST_F(TrackerAllocations, APlateThatStandsForAnHourCostsWhatItCostInTheFirstMinute) {
