@@ -2,6 +2,7 @@
 
 #include <atomic>
 #include <cstdlib>
+#include <exception>
 
 #include "diagnostics/registry_key.h"
 
@@ -23,10 +24,14 @@ std::int32_t Number(const std::string& text) {
 
 }  // namespace
 
-std::int32_t ReadDebugLevel() {
-    const RegistryKey key("SOFTWARE\\Tellumark\\KORA\\DEBUG");
-    const std::string text = key.ReadString("DebugLevel");
-    return text.empty() ? 0 : Number(text);
+std::int32_t ReadDebugLevel() noexcept {
+    try {
+        const RegistryKey key("SOFTWARE\\Tellumark\\KORA\\DEBUG");
+        const std::string text = key.ReadString("DebugLevel");
+        return text.empty() ? 0 : Number(text);
+    } catch (const std::exception&) {
+        return 0;
+    }
 }
 
 std::int32_t DebugLevel() {
