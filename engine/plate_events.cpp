@@ -21,6 +21,8 @@ namespace PlateKey = OKM8::Analytics::PlateKey;
 
 using OKM8::Analytics::ITargetValues;
 
+constexpr char onResultName[] = "plate_recognition::VexlaneDetectorImpl::OnResult";
+
 // A line that cannot be made is dropped: the event has gone out, and the result must go.
 template <class... Arguments>
 void TraceOrDrop(const char* function, std::uint32_t line, const char* format, const Arguments&... arguments) {
@@ -29,7 +31,7 @@ void TraceOrDrop(const char* function, std::uint32_t line, const char* format, c
     }
     try {
         diagnostics::WriteTrace(function, line, diagnostics::Compose(format, arguments...));
-    } catch (const std::exception&) {
+    } catch (...) {
         // There is no further place to report to.
     }
 }
@@ -45,19 +47,31 @@ std::string VexlaneDetectorImpl::GetDetectorType() {
     return "VEXLANE";
 }
 
+// Whatever the event throws ends here: it belongs to one plate, and the frame's other plates are still to come. The
+// event is not tried again, so a plate whose event fails every time costs no more than its own event.
 void VexlaneDetectorImpl::OnResult(ILicencePlateTracker*, boost::shared_ptr<LicencePlate> bestReading,
                                    const std::vector<LicencePlatePtr>& readings, std::int32_t) {
     if (bestReading) {
-        const boost::mutex::scoped_lock lock(resultsMutex);
-        const auto found = pendingResults.find(static_cast<std::int32_t>(bestReading->id));
-        if (found != pendingResults.end()) {
-            const std::vector<TrackPoint> track = TrackPointsOf(readings);
-            RaisePlateEvent(*found->second, track);
-            TraceOrDrop("plate_recognition::VexlaneDetectorImpl::OnResult", __LINE__, "Send plate ID = %1% Tracks: %2%",
-                        bestReading->id, track.size());
+        try {
+            SendPlate(*bestReading, readings);
+        } catch (const std::exception& exception) {
+            TraceException(onResultName, __LINE__, exception.what());
+        } catch (...) {
+            TraceException(onResultName, __LINE__, "Exception");
         }
     }
     OnMayReleaseLicencePlate(nullptr, bestReading);
+}
+
+void VexlaneDetectorImpl::SendPlate(const LicencePlate& plate, const std::vector<LicencePlatePtr>& readings) {
+    const boost::mutex::scoped_lock lock(resultsMutex);
+    const auto found = pendingResults.find(static_cast<std::int32_t>(plate.id));
+    if (found == pendingResults.end()) {
+        return;
+    }
+    const std::vector<TrackPoint> track = TrackPointsOf(readings);
+    RaisePlateEvent(*found->second, track);
+    TraceOrDrop(onResultName, __LINE__, "Send plate ID = %1% Tracks: %2%", plate.id, track.size());
 }
 
 void VexlaneDetectorImpl::OnMayReleaseLicencePlate(ILicencePlateTracker*, boost::shared_ptr<LicencePlate> reading) {

@@ -233,7 +233,7 @@ void VexlaneDetectorImpl::TraceException(const char* function, std::uint32_t lin
         if (IsVerbose()) {
             WriteTrace(function, line, message);
         }
-    } catch (const std::exception&) {
+    } catch (...) {
         // There is no further place to report to.
     }
 }

@@ -42,6 +42,7 @@ class VexlaneDetectorImpl : public BaseDetectorImpl, public ILicencePlateTracker
 
     // The tracker's verdicts; behind the slots above, since on one ABI they add to the first table.
 
+    /// Raises the plate's event and drops its result. An event that throws is a trace line and is not tried again.
     void OnResult(ILicencePlateTracker* tracker, boost::shared_ptr<LicencePlate> bestReading,
                   const std::vector<LicencePlatePtr>& readings, std::int32_t reason) override;
     void OnMayReleaseLicencePlate(ILicencePlateTracker* tracker, boost::shared_ptr<LicencePlate> reading) override;
@@ -75,6 +76,7 @@ class VexlaneDetectorImpl : public BaseDetectorImpl, public ILicencePlateTracker
   private:
     void ReadFrame(FrameImage& frame, const boost::shared_ptr<OKM8::MFF::ICompositeBuffer>& buffer);
     void MakeTracker();
+    void SendPlate(const LicencePlate& plate, const std::vector<LicencePlatePtr>& readings);
     LicencePlatePtr MakeReading(const FrameImage& frame, std::uint64_t timeStamp, const RPLATE& plate) const;
     void TraceException(const char* function, std::uint32_t line, const char* message) const;
 };

@@ -197,13 +197,18 @@ void CLicencePlateTracker::FinishTracks(std::uint64_t now) {
     }
 }
 
-// Only the first report of a track reaches the sink.
+// Only the first report of a track reaches the sink. A report that throws counts as made: it would throw in every frame
+// to come, and keep the younger tracks from being reported and removed.
 void CLicencePlateTracker::Report(CTrack& track, const LicencePlateHolderPtr& best, std::int32_t reason) {
     if (track.IsReported()) {
         return;
     }
     if (sink != nullptr) {
-        sink->OnResult(this, best->reading, track.ReadingsOf(best->reading->text), reason);
+        try {
+            sink->OnResult(this, best->reading, track.ReadingsOf(best->reading->text), reason);
+        } catch (...) {
+            // The sink reports its own failures; the tracker has nobody to tell.
+        }
     }
     best->released = true;
     track.MarkReported();

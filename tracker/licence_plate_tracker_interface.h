@@ -35,7 +35,8 @@ inline constexpr std::int32_t Complete =
     3;  ///< enough readings, or old enough; it stays. Also every track at FinishAll
 }  // namespace TrackReason
 
-/// Takes the tracker's verdicts. Must outlive the tracker and every reading that it holds.
+/// Takes the tracker's reports. Must outlive the tracker and every reading that it holds. Both operations should throw
+/// nothing; what they throw is dropped, and the report or the release counts as made.
 class ILicencePlateTrackerResultSink {
   public:
     /// `bestReading` is the track's best one and `readings` are those of the track that bear its text, in the order of

@@ -165,4 +165,40 @@ TEST_F(FrameAllocations, OfAPlateThatStandsDoNotGrow) {
     EXPECT_EQ(host.Events().size(), 1u);
 }
 
+// Tracks are lost while there is no memory for their events: the events are missing, and nothing else.
+TEST_F(FrameAllocations, ThatFailWhilePlatesAreReportedLoseTheirEventsAlone) {
+    std::uint64_t number = 1;
+    for (bool hasFailed = true; hasFailed; ++number) {
+        SCOPED_TRACE(number);
+        detector.reset();
+        now = firstTime;
+        foundCount = 0;
+        FindFivePlates();
+        CountedFrame();
+        CountedFrame();
+        foundCount = 0;
+        const std::size_t eventsBefore = host.Events().size();
+        now += 100000;
+        OKM8::Analytics::IMediaReceiver& receiver = Detector();
+        auto* const frame = recording_host::MakeFrame(counts, width, height, now);
+        std::int32_t outcome = -1;
+        {
+            allocation_count::Failure failure(number, allocation_count::Failing::AllFromThere);
+            outcome = receiver.Receive(frame);
+            hasFailed = failure.End();
+        }
+        EXPECT_EQ(outcome, number == 1 ? 1 : 0) << "the share count of the host's frame is the frame's own";
+        if (number <= everyFrame) {
+            CountedFrame();  // the failed one did not reach the tracker
+        }
+        EXPECT_EQ(Detector().pendingResults.size(), 0u);
+        EXPECT_EQ(counts.made - counts.released, 0);
+        const std::size_t events = host.Events().size();
+        EXPECT_EQ(hasFailed || events - eventsBefore == 5, true);
+        CountedFrame();
+        EXPECT_EQ(host.Events().size(), events) << "no event is tried again";
+    }
+    EXPECT_GT(number, everyFrame + 5) << "each track is copied for its event";
+}
+
 }  // namespace

@@ -7,6 +7,7 @@
 #include <boost/make_shared.hpp>
 #include <cstring>
 #include <limits>
+#include <set>
 #include <stdexcept>
 
 #include "engine/track_points.h"
@@ -542,10 +543,16 @@ TEST_P(ThrowingTarget, IsATraceLineAndTheRaiserIsDiscardedOnceAndTheFrameGoesOn)
     ASSERT_EQ(host.Events().size(), 1u);
     EXPECT_EQ(host.Events()[0].raised, 0);
     EXPECT_EQ(host.Events()[0].discarded, 1);
-    ASSERT_FALSE(Trace().empty());
-    EXPECT_EQ(Trace().back(), LineOf("Recognize", "target lost"));
-    End();
+    EXPECT_THAT(Trace(),
+                ElementsAre(LineOf("Recognize", "Frame count: 1 Iteration : 0 NumberOfPlate is 1"),
+                            LineOf("CreateResult",
+                                   "Create result: Plate = AB123C Rect = {100, 100, 160, 120} IsFinished = 1 Id = 0"),
+                            LineOf("OnResult", "target lost"),
+                            LineOf("OnMayReleaseLicencePlate", "Remove plate ID = 0, still left = 1")));
+    EXPECT_THAT(Detector().pendingResults, IsEmpty());
     EXPECT_EQ(counts.released, 1);
+    EXPECT_EQ(Frame(200), 0);
+    End();
     EXPECT_EQ(host.Events().size(), 1u);
     EXPECT_EQ(host.Events()[0].discarded, 1);
 }
@@ -568,11 +575,90 @@ TEST_P(ThrowingTarget, DoesNotKeepTheNextPlatesFromTheHost) {
     EXPECT_EQ(LastTarget().Find("lp_wnum")->text, "ZZ999Z");
 }
 
+TEST_P(ThrowingTarget, DoesNotKeepTheSameFramesOtherPlatesFromTheHost) {
+    ReportAtOnce();
+    int thrown = 0;
+    host.onSetValue = [&](const std::string& key) {
+        if (key == GetParam() && thrown++ == 0) {
+            throw 42;
+        }
+    };
+    Find({RecordOf({.text = "AAAAAA"}), RecordOf({.text = "ZZZZZZ", .left = 400, .right = 460})});
+    EXPECT_EQ(Frame(100), 0);
+    ASSERT_EQ(host.Events().size(), 2u);
+    EXPECT_EQ(host.Events().front().discarded, 1);
+    EXPECT_EQ(host.Events().back().raised, 1);
+    EXPECT_EQ(LastTarget().Find("lp_wnum")->text, "ZZZZZZ");
+    EXPECT_EQ(counts.released, 1);
+}
+
 // The first text, the first number, the last number and the track.
 INSTANTIATE_TEST_SUITE_P(AtEachKind, ThrowingTarget,
                          testing::Values(PlateKey::Text, PlateKey::CharacterCount, PlateKey::Bottom,
                                          PlateKey::AllTracks),
                          [](const auto& instance) { return std::string(instance.param); });
+
+// One plate whose event failed every time kept all later ones from being reported and removed, and their frames with
+// them.
+class PlateThatAlwaysThrows : public PlateEvents {
+  protected:
+    // One plate after the other, each in two frames; returns how many frames the detector holds after each.
+    std::vector<int> Play() {
+        Settings().SetBoolValue("result_ready", true);
+        Settings().SetIntValue("result_rec_count", 2);
+        Settings().SetIntValue("result_wait_time", 1000000);
+        std::vector<int> held;
+        std::uint64_t time = 1000;
+        for (int frame = 0; frame < 2 * plates; ++frame) {
+            const std::string text(6, static_cast<char>('A' + frame / 2));
+            const int x = 100 + 40 * (frame % 2);
+            Find(FoundPlate{.text = text, .left = x, .right = x + 60});
+            time += frame % 2 == 0 ? 2000 : 100;
+            EXPECT_EQ(Frame(time, 320, 240), 0);
+            held.push_back(counts.made - counts.released);
+        }
+        FindNothing();
+        for (int frame = 0; frame < 3; ++frame) {
+            EXPECT_EQ(Frame(time += 2000, 320, 240), 0);
+            held.push_back(counts.made - counts.released);
+        }
+        return held;
+    }
+
+    std::set<std::string> Raised() {
+        std::set<std::string> raised;
+        for (const RecordedEvent& event : host.Events()) {
+            if (event.raised != 0) {
+                raised.insert(TargetOf(event).Find("lp_wnum")->text);
+            }
+        }
+        return raised;
+    }
+
+    static constexpr int plates = 24;
+};
+
+TEST_F(PlateThatAlwaysThrows, KeepsNoOtherPlateFromTheHostAndHoldsNoFrameLongerThanAnEventThatGoesOut) {
+    const std::vector<int> heldWithoutFailure = Play();
+    EXPECT_EQ(Raised().size(), static_cast<std::size_t>(plates));
+    EXPECT_EQ(heldWithoutFailure.back(), 0);
+    End();
+    const std::size_t before = host.Events().size();
+    int thrown = 0;
+    host.onRaise = [&](const RecordedEvent& event) {
+        if (TargetOf(event).Find("lp_wnum")->text == "AAAAAA") {
+            ++thrown;
+            throw std::runtime_error("host lost");
+        }
+    };
+    EXPECT_EQ(Play(), heldWithoutFailure);
+    EXPECT_EQ(host.Events().size() - before, static_cast<std::size_t>(plates)) << "each plate once";
+    EXPECT_EQ(thrown, 1);
+    for (const RecordedEvent& event : host.Events()) {
+        EXPECT_EQ(event.raised, 1);
+        EXPECT_EQ(event.discarded, 0) << "what was raised is not discarded too";
+    }
+}
 
 // The tracker's verdicts, called as the tracker calls them.
 
@@ -638,6 +724,22 @@ TEST_F(Verdicts, AReleasedReadingIsRemovedWithoutAnEvent) {
     EXPECT_THAT(Trace(), ElementsAre(LineOf("OnMayReleaseLicencePlate", "Remove plate ID = 5, still left = 1"),
                                      LineOf("OnMayReleaseLicencePlate", "Remove plate ID = 5, still left = 0")));
     EXPECT_EQ(counts.released, 1);
+}
+
+TEST_F(Verdicts, AResultWhoseEventThrowsIsTracedAndRemovedAndNothingIsThrown) {
+    AddPending(3);
+    AddPending(4);
+    host.onRaise = [](const RecordedEvent&) { throw std::runtime_error("host lost"); };
+    EXPECT_NO_THROW(Detector().OnResult(nullptr, Reading(3), {Reading(3)}, 3));
+    host.onRaise = [](const RecordedEvent&) { throw 42; };
+    EXPECT_NO_THROW(Detector().OnResult(nullptr, Reading(4), {Reading(4)}, 3));
+    EXPECT_THAT(Trace(), ElementsAre(LineOf("OnResult", "host lost"),
+                                     LineOf("OnMayReleaseLicencePlate", "Remove plate ID = 3, still left = 2"),
+                                     LineOf("OnResult", "Exception"),
+                                     LineOf("OnMayReleaseLicencePlate", "Remove plate ID = 4, still left = 1")));
+    EXPECT_THAT(Detector().pendingResults, IsEmpty());
+    EXPECT_EQ(counts.released, 2);
+    EXPECT_EQ(ErrorState(), Error(0, ""));
 }
 
 TEST_F(Verdicts, AreSilentAtLevel0) {

@@ -68,14 +68,14 @@ class Throwing : public testing::Test {
         ASSERT_EQ(plugin->InitializeModule(host.Object()), 0);
     }
 
-    // A detector that reports every plate at once.
-    void Prepare() {
+    // A detector that reports every plate at once, or none.
+    void Prepare(bool reportsAtOnce = true) {
         detector = plugin->GetModule()->CreateDetector(nullptr, host.Peer());
         ASSERT_NE(detector, nullptr);
         errors = static_cast<OKM8::IErrorInfoProvider*>(detector->QueryContract(ContractName::IErrorInfoProvider));
         auto* const adjuster =
             static_cast<OKM8::IAsyncAdjuster*>(detector->QueryContract(ContractName::IAsyncAdjuster));
-        adjuster->SetBoolValue("result_ready", true);
+        adjuster->SetBoolValue("result_ready", reportsAtOnce);
         adjuster->SetIntValue("result_rec_count", 1);
         adjuster->SetIntValue("result_wait_time", 1000);
         adjuster->ApplySettings();
@@ -213,7 +213,7 @@ INSTANTIATE_TEST_SUITE_P(
         testing::Values(Kind::Standard, Kind::Other)),
     NameOfCase);
 
-// What ends the frame's recognition with a trace line: the frame itself succeeds.
+// What ends the event with a trace line: the frame itself succeeds.
 
 class ThrowingEvent : public ThrowingCase {};
 
@@ -222,7 +222,9 @@ TEST_P(ThrowingEvent, IsATraceLineAndTheRaiserIsEndedAtMostOnce) {
     EXPECT_GT(host.Count(tried.met), 0);
     EXPECT_EQ(errors->GetErrorCode(), 0);
     EXPECT_STREQ(errors->GetErrorMessage(), "");
-    EXPECT_EQ(LastMessageOf("Recognize"), kind == Kind::Standard ? thrownText : "Exception");
+    EXPECT_EQ(LastMessageOf("OnResult"), kind == Kind::Standard ? thrownText : "Exception");
+    EXPECT_EQ(LastMessageOf("OnMayReleaseLicencePlate"), "Remove plate ID = 0, still left = 1");
+    EXPECT_EQ(host.Count(HostCall::Release), 1) << "the plate is done, and its frame with it";
     EXPECT_EQ(host.Count(HostCall::OnFrameDone), 1);
     EXPECT_EQ(host.Count(HostCall::Discard), tried.discarded);
     EXPECT_EQ(host.Count(HostCall::Raise), tried.raised);
@@ -254,15 +256,17 @@ INSTANTIATE_TEST_SUITE_P(
 
 class ThrowingRelease : public Throwing, public testing::WithParamInterface<Kind> {
   protected:
-    ThrowingRelease() {
-        Load(std::make_unique<Plugin>());
-        Prepare();
+    ThrowingRelease() { Load(std::make_unique<Plugin>()); }
+
+    void PrepareToThrow(bool reportsAtOnce = true) {
+        Prepare(reportsAtOnce);
         host.throwing = {HostCall::Release};
         host.throwsOther = GetParam() == Kind::Other;
     }
 };
 
 TEST_P(ThrowingRelease, OfAFrameThatIsDoneLeavesTheFrameAsItIs) {
+    PrepareToThrow();
     for (int frame = 0; frame < 5; ++frame) {
         EXPECT_EQ(Receive(), 0) << errors->GetErrorMessage();
     }
@@ -272,6 +276,7 @@ TEST_P(ThrowingRelease, OfAFrameThatIsDoneLeavesTheFrameAsItIs) {
 }
 
 TEST_P(ThrowingRelease, OfWhatIsNoFrameLeavesItsErrorAsItIs) {
+    PrepareToThrow();
     EXPECT_EQ(Receive(host.NewOtherBuffer()), 1);
     EXPECT_STREQ(errors->GetErrorMessage(), "inputData is not an ICompositeBuffer");
     EXPECT_EQ(host.Count(HostCall::Release), 1);
@@ -280,7 +285,7 @@ TEST_P(ThrowingRelease, OfWhatIsNoFrameLeavesItsErrorAsItIs) {
 }
 
 TEST_P(ThrowingRelease, OfFramesThatADestroyedDetectorHasKeptGivesAllOfThemBack) {
-    host.throwing = {HostCall::Raise, HostCall::Release};  // what was not raised is kept
+    PrepareToThrow(false);  // a plate that is not reported keeps its frame
     for (int frame = 0; frame < 3; ++frame) {
         Receive();
     }

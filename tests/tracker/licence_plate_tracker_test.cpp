@@ -6,7 +6,9 @@
 #include <cstdint>
 #include <limits>
 #include <set>
+#include <stdexcept>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "tests/tracker/tracker_fixture.h"
@@ -681,6 +683,60 @@ TEST_F(LicencePlateTracker, TheTracksReadingsAreAliveWhileTheyAreReported) {
     }
     tracker.FinishAll();
     EXPECT_EQ(looker.total, 40u) << "readings that were handed back are reported all the same";
+}
+
+// --- a sink that throws ---
+
+class ThrowingSink final : public ILicencePlateTrackerResultSink {
+  public:
+    void OnResult(ILicencePlateTracker* tracker, boost::shared_ptr<LicencePlate> bestReading,
+                  const std::vector<LicencePlatePtr>& readings, std::int32_t reason) override {
+        recorded.OnResult(tracker, bestReading, readings, reason);
+        if (bestReading->text == L"AAAA") {
+            throw std::runtime_error("no room");
+        }
+        if (bestReading->text == L"BBBB") {
+            throw 42;
+        }
+    }
+    void OnMayReleaseLicencePlate(ILicencePlateTracker* tracker, boost::shared_ptr<LicencePlate> reading) override {
+        recorded.OnMayReleaseLicencePlate(tracker, reading);
+    }
+
+    RecordingSink recorded;
+};
+
+TEST(ThrowingReport, CountsAsMadeAndDelaysNoOtherTrack) {
+    ThrowingSink sink;
+    CLicencePlateTracker tracker(&sink, 3000, NoLimit, NoLimit);
+    Readings plates;
+    for (const auto& [id, text] : {std::pair{1u, L"AAAA"}, {2u, L"BBBB"}, {3u, L"CCCC"}}) {
+        plates.push_back(Reading{id, text, 100 + 300 * static_cast<std::int32_t>(id), 300, 1000});
+    }
+    tracker.ProcessPlates(plates, 1000);
+    EXPECT_NO_THROW(tracker.ProcessPlates({}, 4001));
+    EXPECT_EQ(sink.recorded.Take(), (Calls{Result(1, 2, {1}), Result(2, 2, {2}), Result(3, 2, {3})}));
+    tracker.ProcessPlates({}, 5000);
+    tracker.FinishAll();
+    EXPECT_TRUE(sink.recorded.Take().empty()) << "each is reported once and, being reported, not released";
+}
+
+TEST(ThrowingReport, LeavesATrackThatStaysReported) {
+    ThrowingSink sink;
+    CLicencePlateTracker tracker(&sink, 3000, NoLimit, 1);
+    for (std::uint64_t id = 1; id <= 5; ++id) {
+        const std::uint64_t time = 1000 + 40 * id;
+        EXPECT_NO_THROW(tracker.ProcessPlates({Reading{id, L"AAAA", 640, 300, time}}, time));
+    }
+    EXPECT_EQ(sink.recorded.Results(), (Calls{Result(1, 3, {1})}));
+}
+
+TEST(ThrowingReport, DoesNotEndFinishAll) {
+    ThrowingSink sink;
+    CLicencePlateTracker tracker(&sink, 3000, NoLimit, NoLimit);
+    tracker.ProcessPlates({Reading{1, L"AAAA", 100, 300, 1000}, Reading{2, L"CCCC", 900, 300, 1000}}, 1000);
+    EXPECT_NO_THROW(tracker.FinishAll());
+    EXPECT_EQ(sink.recorded.Take(), (Calls{Result(1, 3, {1}), Result(2, 3, {2})}));
 }
 
 }  // namespace
