@@ -66,8 +66,9 @@ inline void SetConfidenceSum(RPLATE& plate, double sum) {
 struct YUV420_IMG;
 
 /// Reads the plates of one image: `unused` is null, `region` null for the whole image, `plates` points to
-/// engineRecordCount zeroed records, `flags` is 0. Answers the number of plates written. May be called from several
-/// threads at once.
+/// engineRecordCount zeroed records, `flags` is 0. Returns the number of plates found and writes no more of them than
+/// there are records: the library takes plates without a record as empty ones, and a count above 1,024 as an error, by
+/// which the frame has no plates. May be called from several threads at once.
 int Recognize2(YUV420_IMG* unused, IMG* image, tagRECT* region, RPLATE* plates, int flags);
 
 /// Sets the range of plate widths in pixels; false when the engine could not take it, for want of its server.

@@ -27,6 +27,7 @@ constexpr char setMaxMinPlateName[] = "plate_recognition::VexlaneDetectorImpl::S
 constexpr char recognizeName[] = "plate_recognition::VexlaneDetectorImpl::Recognize";
 
 constexpr std::uint32_t bytesPerPixel = 3;
+constexpr int largestPlateCount = 1024;
 constexpr std::int32_t readingWeight = 100;
 constexpr std::int64_t noLimit = 2147483647;
 constexpr std::int64_t millisecondsPerSecond = 1000;
@@ -126,7 +127,7 @@ void VexlaneDetectorImpl::ReadFrame(FrameImage& frame, const boost::shared_ptr<I
     }
     const auto image =
         boost::make_shared<IMG>(IMG{frame.width, frame.height, bytesPerPixel, frame.width * bytesPerPixel, frame.data});
-    const int plateCount = ::Recognize2(nullptr, image.get(), searched, plates.get(), 0);
+    int plateCount = ::Recognize2(nullptr, image.get(), searched, plates.get(), 0);
     GetServerLauncher()->MarkAlive();
     if (IsVerbose()) {
         constexpr int iteration = 0;
@@ -134,11 +135,21 @@ void VexlaneDetectorImpl::ReadFrame(FrameImage& frame, const boost::shared_ptr<I
                    Compose("Frame count: %3% Iteration : %2% NumberOfPlate is %1%", plateCount, iteration, frameCount));
     }
 
+    if (plateCount > largestPlateCount) {
+        // No picture has that many plates: the count is wrong, and so may be the records.
+        if (IsVerbose()) {
+            WriteTrace(recognizeName, __LINE__,
+                       Compose("Plate count %1% exceeds %2%: the frame counts as one without plates", plateCount,
+                               largestPlateCount));
+        }
+        plateCount = 0;
+    }
+
     const std::uint64_t timeStamp = TimeStampOf(buffer);
     std::vector<LicencePlatePtr> readings;
     readings.reserve(static_cast<std::size_t>(std::clamp(plateCount, 0, engineRecordCount)));
     for (int index = 0; index < plateCount; ++index) {
-        // The engine's word on the count holds, but behind the array there is nothing to read.
+        // The count is not capped at the array's size, but after the array there is nothing to read.
         static constexpr RPLATE emptyPlate = {};
         const RPLATE& plate = index < engineRecordCount ? plates[index] : emptyPlate;
         readings.push_back(MakeReading(frame, timeStamp, plate));

@@ -529,6 +529,53 @@ TEST_F(Recognition, ACountBehindTheArrayGivesThatManyReadingsTheExtraOnesEmpty) 
     }
 }
 
+TEST_F(Recognition, ACountOf1024IsTakenAtItsWord) {
+    RecordingTracker& tracker = UseRecordingTracker();
+    fake_engine::OnRecognize([](const IMG&, RPLATE*) { return 1024; });
+    EXPECT_EQ(Frame(1), 0);
+    ASSERT_EQ(tracker.calls.size(), 1u);
+    EXPECT_EQ(tracker.calls[0].readings.size(), 1024u);
+    EXPECT_EQ(Detector().pendingResults.size(), 1024u);
+}
+
+// A count of 2147483647 made that many readings, with the frame locked.
+class ImpossibleCount : public Recognition, public testing::WithParamInterface<int> {};
+
+TEST_P(ImpossibleCount, IsATraceLineAndTheFrameHasNoPlates) {
+    RecordingTracker& tracker = UseRecordingTracker();
+    diagnostics::SetDebugLevel(1);
+    output.Clear();
+    fake_engine::OnRecognize([](const IMG&, RPLATE* plates) {
+        std::fill_n(plates, engineRecordCount, RecordOf({}));
+        return GetParam();
+    });
+    EXPECT_EQ(Frame(7), 0);
+    EXPECT_EQ(ErrorState(), Error(0, ""));
+    const std::string count = std::to_string(GetParam());
+    EXPECT_THAT(Trace(), ElementsAre(LineOf("Recognize", "Frame count: 2 Iteration : 0 NumberOfPlate is " + count),
+                                     LineOf("Recognize", "Plate count " + count +
+                                                             " exceeds 1024: the frame counts as one without plates")));
+    ASSERT_EQ(tracker.calls.size(), 1u);
+    EXPECT_THAT(tracker.calls[0].readings, IsEmpty());
+    EXPECT_EQ(tracker.calls[0].frameTime, 7u);
+    EXPECT_THAT(Detector().pendingResults, IsEmpty());
+    EXPECT_EQ(Detector().nextPlateId, 0u);
+    EXPECT_EQ(counts.released, counts.made);
+    Find(FoundPlate{});
+    EXPECT_EQ(Frame(8), 0);
+    EXPECT_EQ(tracker.calls.at(1).readings.size(), 1u);
+}
+
+TEST_P(ImpossibleCount, IsSilentAtLevel0) {
+    Detector();
+    output.Clear();
+    fake_engine::OnRecognize([](const IMG&, RPLATE*) { return GetParam(); });
+    EXPECT_EQ(Frame(7), 0);
+    EXPECT_THAT(Trace(), IsEmpty());
+}
+
+INSTANTIATE_TEST_SUITE_P(Of, ImpossibleCount, testing::Values(1025, largest), testing::PrintToStringParamName());
+
 // The tracker, by when it reports.
 
 class TrackerLimits : public EngineTest {
