@@ -78,7 +78,7 @@ void VexlaneDetectorImpl::OnMayReleaseLicencePlate(ILicencePlateTracker*, boost:
     if (!reading) {
         return;
     }
-    decltype(pendingResults)::node_type removed;  // gives the frame back behind the lock
+    decltype(pendingResults)::node_type removed;  // releases the frame after the lock: that calls the host
     const boost::mutex::scoped_lock lock(resultsMutex);
     TraceOrDrop("plate_recognition::VexlaneDetectorImpl::OnMayReleaseLicencePlate", __LINE__,
                 "Remove plate ID = %1%, still left = %2%", reading->id, pendingResults.size());

@@ -66,11 +66,12 @@ VexlaneDetectorImpl::~VexlaneDetectorImpl() {
     } catch (const std::exception& exception) {
         TraceException("plate_recognition::VexlaneDetectorImpl::~VexlaneDetectorImpl", __LINE__, exception.what());
     }
-    // The tracker hands its readings back while the detector is still whole.
     {
+        decltype(pendingResults) dropped;  // releases the frames after the lock: that calls the host
         const boost::mutex::scoped_lock lock(resultsMutex);
-        pendingResults.clear();
+        dropped.swap(pendingResults);
     }
+    // The tracker releases its readings while the detector is still whole.
     tracker.reset();
 }
 
@@ -155,7 +156,8 @@ void VexlaneDetectorImpl::ReadFrame(FrameImage& frame, const boost::shared_ptr<I
         readings.push_back(MakeReading(frame, timeStamp, plate));
         auto result = CreateResult(buffer, plate);
         const boost::mutex::scoped_lock lock(resultsMutex);
-        pendingResults.insert_or_assign(static_cast<std::int32_t>(nextPlateId), std::move(result));
+        // A result that had the key goes after the lock: its frame's release calls the host.
+        pendingResults[static_cast<std::int32_t>(nextPlateId)].swap(result);
         ++nextPlateId;
     }
     tracker->ProcessPlates(readings, timeStamp);

@@ -17,7 +17,7 @@
 namespace plate_recognition {
 
 /// Threads as its base. `resultsMutex` guards the pending results; it is taken under the frame mutex and held while an
-/// event is raised. It and the launcher's mutex are never held together.
+/// event is raised. Nothing else calls the host with it, and it and the launcher's mutex are never held together.
 class VexlaneDetectorImpl : public BaseDetectorImpl, public ILicencePlateTrackerResultSink {
   public:
     /// Binds the engine's settings and restarts the recognition server; a failure of that stands in the error state and

@@ -8,6 +8,7 @@
 #include <cstring>
 #include <random>
 #include <stdexcept>
+#include <thread>
 
 #include "tests/engine/probe_detector.h"
 #include "tests/support/comes_true.h"
@@ -270,6 +271,64 @@ TEST_F(Lifecycle, AFrameIsReleasedWithItsLastPendingPlate) {
     Frame(3500);
     EXPECT_EQ(host.Events().size(), 2u) << "lost, and reported as such";
     EXPECT_EQ(counts.made - counts.released, 0);
+}
+
+// The host's Release is called without the lock that the results are under.
+
+class Releases : public Lifecycle {
+  protected:
+    ~Releases() override { End(); }
+
+    // A frame whose release looks whether another thread could take the lock.
+    void WatchedFrame(std::uint64_t time) {
+        recording_host::BufferOptions options;
+        options.pixels.assign(std::size_t{options.width} * options.height * 3 / 2, 128);
+        options.timeStamp = time;
+        options.onRelease = [this, &mutex = Detector().resultsMutex] {
+            std::thread([&] {
+                const boost::mutex::scoped_try_lock lock(mutex);
+                whetherFree.push_back(lock.owns_lock());
+            }).join();
+        };
+        OKM8::Analytics::IMediaReceiver& receiver = Detector();
+        EXPECT_EQ(receiver.Receive(recording_host::MakeBuffer(counts, options)), 0);
+    }
+
+    std::vector<bool> whetherFree;
+};
+
+TEST_F(Releases, OfAReportedPlateComeAfterTheLock) {
+    ReportAtOnce();
+    Find(FoundPlate{});
+    WatchedFrame(1);
+    EXPECT_THAT(whetherFree, ElementsAre(true));
+}
+
+TEST_F(Releases, OfAnUnreportedReadingComeAfterTheLock) {
+    for (int frame = 0; frame < 4; ++frame) {
+        Find(FoundPlate{.left = 5 * frame, .right = 60 + 5 * frame});
+        WatchedFrame(1000 + 100 * static_cast<std::uint64_t>(frame));
+    }
+    EXPECT_THAT(whetherFree, ElementsAre(true));
+}
+
+TEST_F(Releases, OfAResultWhoseKeyComesAgainComeAfterTheLock) {
+    Find(FoundPlate{});
+    WatchedFrame(1000);
+    Detector().nextPlateId = 0x100000000u;
+    Find(FoundPlate{.text = "ZZ999Z"});
+    WatchedFrame(1100);
+    EXPECT_THAT(whetherFree, ElementsAre(true));
+}
+
+TEST_F(Releases, OfTheEndComeAfterTheLock) {
+    Find(FoundPlate{});
+    WatchedFrame(1000);
+    Find(FoundPlate{.text = "ZZ999Z"});
+    WatchedFrame(1100);
+    EXPECT_THAT(whetherFree, IsEmpty());
+    End();
+    EXPECT_THAT(whetherFree, ElementsAre(true, true));
 }
 
 // Long random runs.

@@ -36,6 +36,7 @@ class ProbeDetector final : public plate_recognition::VexlaneDetectorImpl {
     using VexlaneDetectorImpl::plateRangeMin;
     using VexlaneDetectorImpl::resultReady;
     using VexlaneDetectorImpl::resultRecCount;
+    using VexlaneDetectorImpl::resultsMutex;
     using VexlaneDetectorImpl::resultWaitTime;
     using VexlaneDetectorImpl::singleAreaValid;
     using VexlaneDetectorImpl::tracker;

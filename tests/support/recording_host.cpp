@@ -355,6 +355,9 @@ struct Buffer final : MFF::ICompositeBuffer {
     void Unused2() override {}
     void Release() override {
         ++counts.released;
+        if (options.onRelease) {
+            options.onRelease();
+        }
         DestroyThroughSlot(this);
     }
     std::uint8_t* GetData() override { return options.pixels.empty() ? nullptr : options.pixels.data(); }

@@ -111,6 +111,7 @@ struct BufferOptions {
     std::int64_t size = -1;            ///< -1 for that of `pixels`
     std::uint64_t timeStamp = 0;
     bool isComposite = true;
+    std::function<void()> onRelease = nullptr;  ///< called from inside Release
 };
 
 /// A buffer as a host makes it. It is freed by its release, so that the address sanitizer sees every later touch.
