@@ -47,7 +47,7 @@ CLicencePlateTracker::CLicencePlateTracker(ILicencePlateTrackerResultSink* resul
 
 void CLicencePlateTracker::ProcessPlates(const std::vector<LicencePlatePtr>& readings, std::uint64_t frameTime) {
     // The readings that nobody has kept go at the end of the frame, however it ends.
-    const ClearedAtTheEnd clearing{pending};
+    const ClearedAtTheEnd<std::vector<Candidate>> clearing{pending};
     Hold(readings);
     Match();
     StartTracks();
