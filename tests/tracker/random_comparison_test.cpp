@@ -8,21 +8,18 @@
 #include <cstdio>
 #include <cstdlib>
 #include <limits>
-#include <memory>
-#include <ostream>
 #include <random>
-#include <sstream>
 #include <string>
 #include <vector>
 
-#include "tests/tracker/reference_tracker.h"
+#include "tests/tracker/comparison.h"
 #include "tests/tracker/tracker_fixture.h"
-#include "tracker/licence_plate_tracker.h"
 
 namespace {
 
-using tracker_test::Call;
-using tracker_test::RecordingSink;
+using tracker_test::Comparison;
+using tracker_test::Sequence;
+using tracker_test::Step;
 
 constexpr int shards = 8;
 #if defined(__SANITIZE_THREAD__)
@@ -31,21 +28,6 @@ constexpr int sequencesPerShard = 1500;
 #else
 constexpr int sequencesPerShard = 15000;
 #endif
-
-/// What the owner of a tracker does, one step after another.
-struct Step {
-    enum class Kind { Frame, LostTimeout, FinishAll };
-    Kind kind = Kind::Frame;
-    std::uint64_t time = 0;  ///< the frame's, or the new time-out
-    std::vector<LicencePlatePtr> readings;
-};
-
-struct Sequence {
-    std::uint64_t lostTimeout = 3000;
-    std::uint64_t maximumAge = tracker_test::NoLimit;
-    std::uint64_t readingsToReport = tracker_test::NoLimit;
-    std::vector<Step> steps;
-};
 
 /// One random sequence. Each is of one kind, so that ordinary traffic is not drowned in freaks.
 class Generator {
@@ -295,90 +277,6 @@ class Generator {
     std::uint64_t nextId = 1;
 };
 
-template <class Tracker>
-void Drive(Tracker& tracker, const Sequence& sequence) {
-    for (const Step& step : sequence.steps) {
-        switch (step.kind) {
-            case Step::Kind::Frame:
-                tracker.ProcessPlates(step.readings, step.time);
-                break;
-            case Step::Kind::LostTimeout:
-                tracker.SetLostTimeout(step.time);
-                break;
-            case Step::Kind::FinishAll:
-                tracker.FinishAll();
-                break;
-        }
-    }
-}
-
-// The reference knows no null readings: they take part in nothing.
-Sequence WithoutNulls(Sequence sequence) {
-    for (Step& step : sequence.steps) {
-        std::erase(step.readings, LicencePlatePtr());
-    }
-    return sequence;
-}
-
-std::string Described(const Sequence& sequence) {
-    std::ostringstream text;
-    text << "tracker(lost " << sequence.lostTimeout << ", age " << sequence.maximumAge << ", count "
-         << sequence.readingsToReport << ")\n";
-    for (const Step& step : sequence.steps) {
-        switch (step.kind) {
-            case Step::Kind::LostTimeout:
-                text << "SetLostTimeout " << step.time << '\n';
-                continue;
-            case Step::Kind::FinishAll:
-                text << "FinishAll\n";
-                continue;
-            case Step::Kind::Frame:
-                text << "frame at " << step.time << '\n';
-        }
-        for (const LicencePlatePtr& reading : step.readings) {
-            if (!reading) {
-                text << "  null\n";
-                continue;
-            }
-            text << "  id " << reading->id << " time " << reading->timeStamp << " frame " << reading->frameWidth << 'x'
-                 << reading->frameHeight << " A " << reading->cornerA.x << ',' << reading->cornerA.y << " B "
-                 << reading->cornerB.x << ',' << reading->cornerB.y << " C " << reading->cornerC.x << ','
-                 << reading->cornerC.y << " weight " << reading->weight << " text";
-            for (const wchar_t unit : reading->text) {
-                text << ' ' << static_cast<unsigned long>(unit);
-            }
-            text << '\n';
-        }
-    }
-    return text.str();
-}
-
-Call Plain(const reference::Call& call) {
-    return {call.kind == reference::Call::Kind::Result ? Call::Kind::Result : Call::Kind::Release, call.readingId,
-            call.reason, call.readingIds};
-}
-
-bool Before(const Call& a, const Call& b) {
-    return a.readingId < b.readingId;
-}
-
-// Brings the calls whose order is free into the order of their readings, in both logs.
-void SortFreeOrder(std::vector<Call>& actual, std::vector<Call>& expected, const std::vector<reference::Call>& source) {
-    for (std::size_t from = 0; from < source.size();) {
-        std::size_t to = from + 1;
-        while (to < source.size() && source[from].group != 0 && source[to].group == source[from].group) {
-            ++to;
-        }
-        const auto low = static_cast<std::ptrdiff_t>(from);
-        const auto high = static_cast<std::ptrdiff_t>(to);
-        if (to <= actual.size()) {
-            std::stable_sort(actual.begin() + low, actual.begin() + high, Before);
-        }
-        std::stable_sort(expected.begin() + low, expected.begin() + high, Before);
-        from = to;
-    }
-}
-
 std::uint64_t BaseSeed() {
     const char* given = std::getenv("VEXLANE_TEST_SEED");
     return given != nullptr ? std::strtoull(given, nullptr, 10) : 20240601;
@@ -396,31 +294,11 @@ TEST_P(RandomSequences, GiveTheReferencesCallsInTheirOrder) {
         const std::uint64_t seed = first + static_cast<std::uint64_t>(number);
         const Sequence sequence = Generator(seed).Make();
 
-        reference::Log log;
-        {
-            reference::Tracker tracker(log, coverage, sequence.lostTimeout, sequence.maximumAge,
-                                       sequence.readingsToReport);
-            Drive(tracker, WithoutNulls(sequence));
-        }
-        RecordingSink sink;
-        {
-            CLicencePlateTracker tracker(&sink, sequence.lostTimeout, sequence.maximumAge, sequence.readingsToReport);
-            Drive<ILicencePlateTracker>(tracker, sequence);
-        }
-
-        std::vector<Call> expected;
-        for (const reference::Call& call : log.calls) {
-            expected.push_back(Plain(call));
+        const Comparison comparison = Compare(sequence, coverage);
+        ASSERT_TRUE(comparison.IsEqual()) << "sequence " << seed << ", " << comparison.Difference() << '\n'
+                                          << Described(sequence);
+        for (const reference::Call& call : comparison.expected) {
             coverage.releases += call.kind == reference::Call::Kind::Release ? 1u : 0u;
-        }
-        SortFreeOrder(sink.calls, expected, log.calls);
-        if (sink.calls != expected) {
-            const auto [actualAt, expectedAt] =
-                std::mismatch(sink.calls.begin(), sink.calls.end(), expected.begin(), expected.end());
-            FAIL() << "sequence " << seed << ", call " << actualAt - sink.calls.begin() << ": "
-                   << (actualAt == sink.calls.end() ? "nothing" : testing::PrintToString(*actualAt)) << " instead of "
-                   << (expectedAt == expected.end() ? "nothing" : testing::PrintToString(*expectedAt)) << '\n'
-                   << Described(sequence);
         }
     }
 

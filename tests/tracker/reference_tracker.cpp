@@ -63,7 +63,8 @@ class AnyOrder {
 double TextDistance(const std::wstring& from, const std::wstring& to) {
     const std::size_t rows = from.size() + 1;
     const std::size_t columns = to.size() + 1;
-    std::vector<double> cost(rows * columns);
+    static thread_local std::vector<double> cost;  // its memory is used again
+    cost.assign(rows * columns, 0.0);
     for (std::size_t row = 0; row < rows; ++row) {
         for (std::size_t column = 0; column < columns; ++column) {
             double& here = cost[row * columns + column];
@@ -167,11 +168,11 @@ Tracker::Point Tracker::Predict(const Track& track, std::uint64_t time) {
 
 void Tracker::Match(std::vector<HolderRef>& pending) {
     for (const TrackRef& track : tracks) {
-        std::array<std::vector<HolderRef>, 3> lists;
+        std::array<std::vector<const HolderRef*>, 3> lists;
 
         for (const HolderRef& candidate : pending) {
             if (DistanceToTrack(*track, candidate->reading->text) < 0.001) {
-                lists[0].push_back(candidate);
+                lists[0].push_back(&candidate);
             }
         }
 
@@ -194,12 +195,12 @@ void Tracker::Match(std::vector<HolderRef>& pending) {
             const std::int32_t plateWidth = Magnitude(Difference(reading.cornerB.x, reading.cornerA.x));
             const std::int32_t plateHeight = Magnitude(Difference(reading.cornerC.y, reading.cornerA.y));
             if (track->count > 1 && Magnitude(offX) <= plateWidth && Magnitude(offY) <= Product(2, plateHeight)) {
-                lists[0].push_back(candidate);
+                lists[0].push_back(&candidate);
                 continue;
             }
             const double away = std::sqrt(static_cast<double>(SquaredLength(offY, offX)));
             coverage.notANumberDistances += std::isnan(away) ? 1u : 0u;
-            lists[away > frame * 0.3 * 0.5 ? 2 : 1].push_back(candidate);
+            lists[away > frame * 0.3 * 0.5 ? 2 : 1].push_back(&candidate);
         }
 
         const std::array<double, 3> thresholds = {1e10, 0.65, 0.35};
@@ -209,10 +210,10 @@ void Tracker::Match(std::vector<HolderRef>& pending) {
             }
             HolderRef nearest;
             double smallest = 0.0;
-            for (const HolderRef& candidate : lists[key]) {
-                const double distance = DistanceToTrack(*track, candidate->reading->text);
+            for (const HolderRef* const candidate : lists[key]) {
+                const double distance = DistanceToTrack(*track, (*candidate)->reading->text);
                 if (!nearest || distance < smallest) {
-                    nearest = candidate;
+                    nearest = *candidate;
                     smallest = distance;
                 }
             }
@@ -228,9 +229,6 @@ void Tracker::Match(std::vector<HolderRef>& pending) {
                     }
                 }
                 pending = rest;
-                for (auto& list : lists) {
-                    list.clear();
-                }
             } else {
                 ++coverage.refused[key];
             }
