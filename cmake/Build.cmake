@@ -26,6 +26,10 @@ if(VEXLANE_SANITIZERS)
     # The table check is left out: contract objects come from other images, each with its own type information.
     target_compile_options(vexlane_build INTERFACE -fsanitize=${VEXLANE_SANITIZERS} -fno-sanitize=vptr
         -fno-sanitize-recover=all -fno-omit-frame-pointer -O1 -g1)
+    if(VEXLANE_SANITIZERS MATCHES "fuzzer")
+        # Built once and run a hundred million times.
+        target_compile_options(vexlane_build INTERFACE -O2)
+    endif()
     target_link_options(vexlane_build INTERFACE -fsanitize=${VEXLANE_SANITIZERS})
     # The optimiser's guesses about null and bounds go wrong in instrumented code.
     target_compile_options(vexlane_build INTERFACE -Wno-null-dereference -Wno-maybe-uninitialized)

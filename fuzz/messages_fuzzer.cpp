@@ -1,27 +1,16 @@
-// Whether the decoder keeps its word about any bytes, and the encoder about any contents.
+// Whether any bytes are decoded as what they say or refused, and any contents are encoded as what is decoded again.
 
 #include <algorithm>
 #include <array>
-#include <bit>
-#include <cstdio>
-#include <cstdlib>
 #include <cstring>
-#include <span>
 
+#include "fuzz/input.h"
 #include "tools/wire/messages.h"
 
 namespace {
 
-using Bytes = std::span<const std::uint8_t>;
-
-[[noreturn]] void Fail(Bytes bytes, const char* what) {
-    std::fprintf(stderr, "%s:\n{", what);
-    for (const std::uint8_t byte : bytes) {
-        std::fprintf(stderr, "0x%02x, ", static_cast<unsigned>(byte));
-    }
-    std::fprintf(stderr, "}\n");
-    std::abort();
-}
+using fuzz::Bytes;
+using fuzz::Fail;
 
 std::uint32_t NumberAt(Bytes bytes, std::size_t offset) {
     std::uint32_t number = 0;
@@ -85,54 +74,36 @@ void CheckDecoding(Bytes bytes) {
     }
 }
 
-/// Takes values from the input for as long as it lasts.
-class Source {
-  public:
-    explicit Source(Bytes bytes) : rest(bytes) {}
-
-    template <class Value>
-    Value Take() {
-        std::array<std::uint8_t, sizeof(Value)> bytes = {};
-        const std::size_t count = std::min(bytes.size(), rest.size());
-        std::copy_n(rest.begin(), count, bytes.begin());
-        rest = rest.subspan(count);
-        return std::bit_cast<Value>(bytes);
-    }
-
-  private:
-    Bytes rest;
-};
-
-wire::Contents MakeContents(Source& source) {
-    switch (source.Take<std::uint8_t>() % 6) {
+wire::Contents MakeContents(fuzz::Input& input) {
+    switch (input.Take<std::uint8_t>() % 6) {
         case 0:
-            return wire::Greeting{source.Take<std::uint32_t>()};
+            return wire::Greeting{input.Take<std::uint32_t>()};
         case 1:
-            return wire::GreetingAnswer{source.Take<std::uint32_t>()};
+            return wire::GreetingAnswer{input.Take<std::uint32_t>()};
         case 2:
-            return source.Take<wire::Range>();
+            return input.Take<wire::Range>();
         case 3:
             return wire::RangeTaken();
         case 4: {
             wire::Frame frame;
-            frame.width = source.Take<std::uint16_t>();
-            frame.height = source.Take<std::uint16_t>();
-            const auto flags = source.Take<std::uint8_t>();
+            frame.width = input.Take<std::uint16_t>();
+            frame.height = input.Take<std::uint16_t>();
+            const auto flags = input.Take<std::uint8_t>();
             frame.bringsMemory = (flags & 1) != 0;
             if ((flags & 2) != 0) {
-                frame.region = {source.Take<std::int16_t>(), source.Take<std::int16_t>(), source.Take<std::int16_t>(),
-                                source.Take<std::int16_t>()};
+                frame.region = {input.Take<std::int16_t>(), input.Take<std::int16_t>(), input.Take<std::int16_t>(),
+                                input.Take<std::int16_t>()};
             }
             return frame;
         }
         default: {
             wire::Readings readings;
-            readings.readings.resize(source.Take<std::uint8_t>() % 7);
+            readings.readings.resize(input.Take<std::uint8_t>() % 7);
             for (wire::Reading& reading : readings.readings) {
-                reading.text.resize(source.Take<std::uint8_t>() % 18);
-                std::ranges::generate(reading.text, [&] { return source.Take<char>(); });
-                reading.confidence = source.Take<double>();
-                reading.corners = source.Take<std::array<wire::Corner, 4>>();
+                reading.text.resize(input.Take<std::uint8_t>() % 18);
+                std::ranges::generate(reading.text, [&] { return input.Take<char>(); });
+                reading.confidence = input.Take<double>();
+                reading.corners = input.Take<std::array<wire::Corner, 4>>();
             }
             return readings;
         }
@@ -140,8 +111,8 @@ wire::Contents MakeContents(Source& source) {
 }
 
 void CheckEncoding(Bytes bytes) {
-    Source source(bytes);
-    const wire::Message message = {source.Take<std::uint64_t>(), MakeContents(source)};
+    fuzz::Input input(bytes);
+    const wire::Message message = {input.Take<std::uint64_t>(), MakeContents(input)};
     if (wire::IsSound(message.contents) && wire::Decode(wire::Encode(message)) != message) {
         Fail(bytes, "what was encoded is decoded as another message");
     }

@@ -1,0 +1,74 @@
+/// What all fuzzers share: taking an input apart, and reporting the input on which something is wrong.
+#pragma once
+
+#include <algorithm>
+#include <cstddef>
+#include <cstdint>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <span>
+#include <type_traits>
+
+namespace fuzz {
+
+using Bytes = std::span<const std::uint8_t>;
+
+/// Takes values from the input for as long as it lasts, then zeros.
+class Input {
+  public:
+    explicit Input(Bytes bytes) : rest_(bytes) {}
+
+    bool IsEmpty() const { return rest_.empty(); }
+    Bytes Rest() const { return rest_; }
+
+    template <class Value>
+    Value Take() {
+        static_assert(std::is_trivially_copyable_v<Value>);
+        Value value{};
+        const std::size_t count = std::min(sizeof value, rest_.size());
+        if (count > 0) {
+            std::memcpy(&value, rest_.data(), count);
+            rest_ = rest_.subspan(count);
+        }
+        return value;
+    }
+
+    std::uint8_t Byte() { return Take<std::uint8_t>(); }
+
+    /// A number below `limit`. REQUIRES: limit is 1 to 256.
+    unsigned Below(unsigned limit) { return Byte() % limit; }
+
+    bool OneIn(unsigned cases) { return Byte() % cases == cases - 1; }
+
+    template <class Value, std::size_t count>
+    const Value& AnyOf(const Value (&values)[count]) {
+        return values[Below(static_cast<unsigned>(count))];
+    }
+
+  private:
+    Bytes rest_;
+};
+
+/// Prints the input, the first time only, as the statement that a test of tests/fuzz/replay_test.cpp takes.
+inline void PrintForTest(Bytes input) {
+    static bool isPrinted = false;
+    if (!isPrinted) {
+        isPrinted = true;
+        std::fprintf(stderr, "Feed({");
+        for (std::size_t at = 0; at < input.size(); ++at) {
+            std::fprintf(stderr, "%s0x%02x", at == 0 ? "" : ", ", static_cast<unsigned>(input[at]));
+        }
+        std::fprintf(stderr, "});\n");
+        std::fflush(stderr);
+    }
+}
+
+/// Prints what is wrong, and the input, and ends the process.
+[[noreturn]] inline void Fail(Bytes input, const char* what) {
+    std::fprintf(stderr, "%s\n", what);
+    PrintForTest(input);
+    std::abort();
+}
+
+}  // namespace fuzz
