@@ -11,6 +11,7 @@
 
 #include "diagnostics/trace.h"
 #include "image_transform/image_deinterlacer.h"
+#include "platform/foreign_call.h"
 #include "sdk/contract_names.h"
 
 namespace plate_recognition {
@@ -19,6 +20,11 @@ namespace {
 
 namespace ContractName = OKM8::ContractName;
 using diagnostics::Compose;
+using OKM8::MFF::ICompositeBuffer;
+using platform::CallForeign;
+
+// Of the two overloads the one that buffers are asked by.
+constexpr void* (OKM8::IContract::*queryContract)(const char*) = &OKM8::IContract::QueryContract;
 
 constexpr std::uint32_t halfFrameMinimumWidth = 640;
 constexpr std::uint32_t halfFrameMinimumHeight = 480;
@@ -35,7 +41,7 @@ std::int32_t Sum(std::int32_t a, std::int32_t b) {
 // The buffer is the host's again, whatever its release throws.
 void GiveBack(OKM8::MFF::IMultimediaBuffer* buffer) noexcept {
     try {
-        buffer->Release();
+        CallForeign<&OKM8::MFF::IMultimediaBuffer::Release>(buffer);
     } catch (...) {
         // There is nothing left to undo, and a destructor may be on the way.
     }
@@ -59,7 +65,7 @@ BaseDetectorImpl::BaseDetectorImpl(OKM8::IContract* hostPeer, void* hostObject)
     BindSetting("area_top", &area.top);
     BindSetting("area_right", &area.right);
     BindSetting("area_bottom", &area.bottom);
-    logger = static_cast<OKM8::ILogger*>(host->GetInterface(ContractName::ILogger));
+    logger = static_cast<OKM8::ILogger*>(CallForeign<&OKM8::IHost::GetInterface>(host, ContractName::ILogger));
 }
 
 BaseDetectorImpl::~BaseDetectorImpl() = default;
@@ -145,7 +151,7 @@ std::int32_t BaseDetectorImpl::ProcessInput(OKM8::MFF::IMultimediaBuffer* inputD
     bool isHeld = false;
     try {
         auto* const composite =
-            static_cast<OKM8::MFF::ICompositeBuffer*>(inputData->QueryContract(ContractName::ICompositeBuffer));
+            static_cast<ICompositeBuffer*>(CallForeign<queryContract>(inputData, ContractName::ICompositeBuffer));
         if (composite != nullptr) {
             isHeld = true;
             buffer.reset(composite, [](OKM8::MFF::ICompositeBuffer* released) { GiveBack(released); });
@@ -169,10 +175,10 @@ std::int32_t BaseDetectorImpl::ProcessInput(OKM8::MFF::IMultimediaBuffer* inputD
 void BaseDetectorImpl::HandleFrame(OKM8::MFF::IMultimediaBuffer* inputData,
                                    const boost::shared_ptr<OKM8::MFF::ICompositeBuffer>& buffer,
                                    OKM8::IContract* frameDoneCallback) {
-    std::uint8_t* const pixels = buffer->GetData();
-    const std::uint32_t size = buffer->GetDataSize();
-    const std::uint32_t frameHeight = buffer->GetHeight();
-    const std::uint32_t frameWidth = buffer->GetWidth();
+    std::uint8_t* const pixels = CallForeign<&ICompositeBuffer::GetData>(buffer.get());
+    const std::uint32_t size = CallForeign<&ICompositeBuffer::GetDataSize>(buffer.get());
+    const std::uint32_t frameHeight = CallForeign<&ICompositeBuffer::GetHeight>(buffer.get());
+    const std::uint32_t frameWidth = CallForeign<&ICompositeBuffer::GetWidth>(buffer.get());
     FrameImage frame = pixels != nullptr ? FrameImage(frameWidth, frameHeight, size, pixels)
                                          : FrameImage(frameWidth, frameHeight, size);
     if (frameWidth != width || frameHeight != height) {
@@ -182,9 +188,10 @@ void BaseDetectorImpl::HandleFrame(OKM8::MFF::IMultimediaBuffer* inputData,
     holdFrame = false;
     Recognize(frame, buffer);
     if (!holdFrame && frameDoneCallback != nullptr) {
-        static_cast<OKM8::MFF::IFrameDoneCallback*>(frameDoneCallback)->OnFrameDone(inputData);
+        using OKM8::MFF::IFrameDoneCallback;
+        CallForeign<&IFrameDoneCallback::OnFrameDone>(static_cast<IFrameDoneCallback*>(frameDoneCallback), inputData);
     }
-    lastTimeStamp = buffer->GetTimeStamp();
+    lastTimeStamp = CallForeign<&ICompositeBuffer::GetTimeStamp>(buffer.get());
 }
 
 bool BaseDetectorImpl::IsHalved(std::uint32_t frameWidth, std::uint32_t frameHeight) const {
@@ -378,7 +385,7 @@ void BaseDetectorImpl::Log(const std::string& message, std::int32_t code, std::i
     if (logger != nullptr && code != noErrorCode) {
         const std::string text =
             "[BaseDetectorImpl] " + GetLogPrefix() + message + ". Error = " + std::to_string(code) + "\n";
-        logger->WriteLog(level, text.c_str());
+        CallForeign<&OKM8::ILogger::WriteLog>(logger, level, text.c_str());
     } else {
         diagnostics::WriteDebugText(Compose("[BaseDetectorImpl] %1%\r\n", message));
     }

@@ -3,6 +3,7 @@
 #include "detector/base_detector_impl.h"
 #include "detector/binary_adjuster_cast.h"
 #include "detector/event_time.h"
+#include "platform/foreign_call.h"
 #include "sdk/contract_names.h"
 #include "sdk/plate_events.h"
 
@@ -15,6 +16,7 @@ using OKM8::Analytics::IEventArgsAdjuster;
 using OKM8::Analytics::ITargetAdjuster;
 using OKM8::Analytics::ITargetEnumeratorAdjuster;
 using OKM8::Analytics::ITargetEnumeratorFactory;
+using platform::CallForeign;
 
 namespace EventKey = OKM8::Analytics::EventKey;
 namespace FiguresKey = OKM8::Analytics::FiguresKey;
@@ -27,32 +29,33 @@ constexpr std::uint32_t figuresSize = 32;
 void GiveUp(IDetectorEventRaiser** raiser) {
     IDetectorEventRaiser* const given = *raiser;
     *raiser = nullptr;
-    given->Discard();
+    CallForeign<&IDetectorEventRaiser::Discard>(given);
 }
 
 }  // namespace
 
 bool BaseDetectorImpl::PrepareEvent(const std::string& eventName, std::int64_t timeMs, OKM8::IContract* image,
                                     ITargetEnumeratorAdjuster** targets, IDetectorEventRaiser** raiser) {
-    auto* const factory =
-        static_cast<ITargetEnumeratorFactory*>(host->GetInterface(OKM8::ContractName::ITargetEnumeratorFactory));
+    auto* const factory = static_cast<ITargetEnumeratorFactory*>(
+        CallForeign<&OKM8::IHost::GetInterface>(host, OKM8::ContractName::ITargetEnumeratorFactory));
     if (factory == nullptr) {
         return Fail("ITargetEnumeratorFactory getting error");
     }
-    *targets = factory->CreateTargetEnumerator(timeMs);
+    *targets = CallForeign<&ITargetEnumeratorFactory::CreateTargetEnumerator>(factory, timeMs);
     if (*targets == nullptr) {
         return Fail("ITargetEnumeratorAdjuster getting error");
     }
-    *raiser = detectorPeer->CreateEventRaiser(this, eventName.c_str(), timeMs, raiserKind);
+    *raiser = CallForeign<&OKM8::Analytics::IDetectorPeer::CreateEventRaiser>(detectorPeer, this, eventName.c_str(),
+                                                                              timeMs, raiserKind);
     if (*raiser == nullptr) {
         return Fail("IDetectorEventRaiser getting error");
     }
     try {
-        IEventArgsAdjuster* const arguments = (*raiser)->GetEventArgs();
+        IEventArgsAdjuster* const arguments = CallForeign<&IDetectorEventRaiser::GetEventArgs>(*raiser);
         if (arguments != nullptr) {
-            arguments->SetObjectValue(EventKey::Targets, *targets);
+            CallForeign<&IEventArgsAdjuster::SetObjectValue>(arguments, EventKey::Targets, *targets);
             if (image != nullptr) {
-                arguments->SetObjectValue(EventKey::Image, image);
+                CallForeign<&IEventArgsAdjuster::SetObjectValue>(arguments, EventKey::Image, image);
             }
             return true;
         }
@@ -76,7 +79,7 @@ bool BaseDetectorImpl::CreateEventWithTarget(const std::string& eventName, std::
         return false;
     }
     try {
-        *target = targets->AddTarget(targetReserved);
+        *target = CallForeign<&ITargetEnumeratorAdjuster::AddTarget>(targets, targetReserved);
     } catch (...) {
         GiveUp(raiser);
         throw;
@@ -96,15 +99,15 @@ void BaseDetectorImpl::RaiseDebugFigures(const void* figures, const std::string&
     }
     try {
         if (OKM8::IBinaryAdjuster* const binary = BinaryAdjusterOf(target)) {
-            binary->SetBinaryValue(FiguresKey::Figures, figures, figuresSize);
+            CallForeign<&OKM8::IBinaryAdjuster::SetBinaryValue>(binary, FiguresKey::Figures, figures, figuresSize);
         }
         const std::string key = figuresKey.empty() ? GetDefaultFiguresKey() : figuresKey;
-        target->SetStringValue(FiguresKey::Key, key.c_str());
+        CallForeign<&ITargetAdjuster::SetStringValue>(target, FiguresKey::Key, key.c_str());
     } catch (...) {
-        raiser->Discard();
+        CallForeign<&IDetectorEventRaiser::Discard>(raiser);
         throw;
     }
-    raiser->Raise();
+    CallForeign<&IDetectorEventRaiser::Raise>(raiser);
 }
 
 }  // namespace plate_recognition

@@ -10,6 +10,7 @@
 #include "engine/arithmetic.h"
 #include "engine/engine_text.h"
 #include "engine/vexlane_detector_impl.h"
+#include "platform/foreign_call.h"
 #include "sdk/plate_events.h"
 
 namespace plate_recognition {
@@ -19,7 +20,9 @@ namespace {
 namespace EventName = OKM8::Analytics::EventName;
 namespace PlateKey = OKM8::Analytics::PlateKey;
 
+using OKM8::Analytics::IDetectorEventRaiser;
 using OKM8::Analytics::ITargetValues;
+using platform::CallForeign;
 
 constexpr char onResultName[] = "plate_recognition::VexlaneDetectorImpl::OnResult";
 
@@ -36,9 +39,13 @@ void TraceOrDrop(const char* function, std::uint32_t line, const char* format, c
     }
 }
 
-// The one place where numbers among a plate's arguments are set.
+// The one place where texts among a plate's arguments are set, and the one for numbers.
+void SetText(ITargetValues& values, const char* key, const std::string& text) {
+    CallForeign<&ITargetValues::SetStringValue>(&values, key, text.c_str());
+}
+
 void SetNumber(ITargetValues& values, const char* key, std::int32_t number) {
-    values.SetIntValue(key, number);
+    CallForeign<&ITargetValues::SetIntValue>(&values, key, number);
 }
 
 }  // namespace
@@ -87,7 +94,7 @@ void VexlaneDetectorImpl::OnMayReleaseLicencePlate(ILicencePlateTracker*, boost:
 
 void VexlaneDetectorImpl::RaisePlateEvent(const RecognitionResult& result, const std::vector<TrackPoint>& track) {
     OKM8::Analytics::ITargetAdjuster* target = nullptr;
-    OKM8::Analytics::IDetectorEventRaiser* raiser = nullptr;
+    IDetectorEventRaiser* raiser = nullptr;
     const char* const eventName = result.lost ? EventName::PlateLost : EventName::Plate;
     if (!CreateEventWithTarget(eventName, static_cast<std::int64_t>(result.creationTime), &target, &raiser)) {
         return;
@@ -96,21 +103,22 @@ void VexlaneDetectorImpl::RaisePlateEvent(const RecognitionResult& result, const
     try {
         FillEventArguments(result, *target);
         if (OKM8::IBinaryAdjuster* const binary = BinaryAdjusterOf(target)) {
-            binary->SetBinaryValue(PlateKey::AllTracks, &view, sizeof view);
+            CallForeign<&OKM8::IBinaryAdjuster::SetBinaryValue>(binary, PlateKey::AllTracks, &view,
+                                                                std::uint32_t{sizeof view});
         }
     } catch (...) {
-        raiser->Discard();
+        CallForeign<&IDetectorEventRaiser::Discard>(raiser);
         throw;
     }
-    raiser->Raise();
+    CallForeign<&IDetectorEventRaiser::Raise>(raiser);
 }
 
 void VexlaneDetectorImpl::FillEventArguments(const RecognitionResult& result, ITargetValues& values) {
     // Fields of half height: the host counts in rows of the full frame.
     const std::int32_t rowScale = IsHalfFrame() ? 2 : 1;
-    values.SetStringValue(PlateKey::Text, Utf8Of(result.text).c_str());
+    SetText(values, PlateKey::Text, Utf8Of(result.text));
     SetNumber(values, PlateKey::CharacterCount, static_cast<std::int32_t>(result.text.size()));
-    values.SetStringValue(PlateKey::Country, Utf8OfAnsi(result.strings[0]).c_str());
+    SetText(values, PlateKey::Country, Utf8OfAnsi(result.strings[0]));
     SetNumber(values, PlateKey::Confidence, std::clamp(result.confidence, 0, 100));
     SetNumber(values, PlateKey::Direction, result.value);
     SetNumber(values, PlateKey::Left, result.rect.left);

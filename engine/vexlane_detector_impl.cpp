@@ -11,6 +11,7 @@
 #include "engine/arithmetic.h"
 #include "engine/engine_text.h"
 #include "image_transform/colour_converter.h"
+#include "platform/foreign_call.h"
 #include "server/server_launcher.h"
 #include "tracker/licence_plate_tracker.h"
 
@@ -21,6 +22,7 @@ namespace {
 using diagnostics::Compose;
 using diagnostics::WriteTrace;
 using OKM8::MFF::ICompositeBuffer;
+using platform::CallForeign;
 
 constexpr char constructorName[] = "plate_recognition::VexlaneDetectorImpl::VexlaneDetectorImpl";
 constexpr char setMaxMinPlateName[] = "plate_recognition::VexlaneDetectorImpl::SetMaxMinPlate";
@@ -37,7 +39,7 @@ bool IsVerbose() {
 }
 
 std::uint64_t TimeStampOf(const boost::shared_ptr<ICompositeBuffer>& buffer) {
-    return buffer ? buffer->GetTimeStamp() : 0;
+    return buffer ? CallForeign<&ICompositeBuffer::GetTimeStamp>(buffer.get()) : 0;
 }
 
 }  // namespace
@@ -92,7 +94,7 @@ void VexlaneDetectorImpl::SetMaxMinPlate(std::uint32_t frameWidth) {
     const std::int32_t minimum = SignedPercentOf(frameWidth, smallestPercent);
     plateRangeMax = maximum;
     plateRangeMin = minimum;
-    if (!::SetPlateRange(minimum, maximum)) {
+    if (!CallForeign<&::SetPlateRange>(minimum, maximum)) {
         GetServerLauncher()->Restart();
         return;
     }
@@ -128,7 +130,7 @@ void VexlaneDetectorImpl::ReadFrame(FrameImage& frame, const boost::shared_ptr<I
     }
     const auto image =
         boost::make_shared<IMG>(IMG{frame.width, frame.height, bytesPerPixel, frame.width * bytesPerPixel, frame.data});
-    int plateCount = ::Recognize2(nullptr, image.get(), searched, plates.get(), 0);
+    int plateCount = CallForeign<&::Recognize2>(nullptr, image.get(), searched, plates.get(), 0);
     GetServerLauncher()->MarkAlive();
     if (IsVerbose()) {
         constexpr int iteration = 0;

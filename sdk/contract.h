@@ -10,8 +10,16 @@
 /// - "frame thread": the thread that is inside Receive or ReceiveSingle of the detector concerned; the host chooses
 ///   it, call by call.
 /// - "owner thread": the thread that loads the library, creates detectors and destroys them.
-/// No operation returns a class by value. None throws across the boundary but for three that say so: GetModule and
-/// CreateDetector when an object cannot be made, ApplySettings for what is no std::exception.
+/// No operation returns a class by value.
+///
+/// Exceptions. No operation of the library side throws but for three that say so: GetModule and CreateDetector when an
+/// object cannot be made, ApplySettings for what is no std::exception. What they throw belongs to the library's
+/// compiler. On Windows a host of another compiler cannot catch it by type, and its destructors do not run in the
+/// frames that the exception passes; when nothing takes the exception, the process ends. No operation of the host side
+/// is meant to throw. A C++ exception that one throws nevertheless, of whatever compiler, ends in the library: as the
+/// error of the frame, as the end of the event, or nowhere when it leaves Release. Only one that leaves GetInterface
+/// while a detector is made gets out, through CreateDetector. The system's exceptions, such as access violations, are
+/// not caught: one that a host handles outside of a call leaves the detector locked.
 #pragma once
 
 #include <stddef.h>
