@@ -13,6 +13,40 @@ namespace contract_host {
 /// Calls that the library is never to make, of all objects.
 inline int unexpectedCalls = 0;
 
+/// The operations that the library calls.
+enum class Call : uint32_t {
+    QueryContract,
+    GetTimeStamp,
+    GetData,
+    GetDataSize,
+    GetWidth,
+    GetHeight,
+    Release,
+    OnFrameDone,
+    SetStringValue,
+    SetIntValue,
+    SetBinaryValue,
+    SetObjectValue,
+    Raise,
+    Discard,
+    GetEventArgs,
+    AddTarget,
+    CreateTargetEnumerator,
+    WriteLog,
+    GetLogger,
+    GetFactory,
+    CreateEventRaiser,
+};
+
+/// What each of them does when it has written down its call; null for nothing. It need not return.
+inline void (*onCall)(Call) = nullptr;
+
+inline void Reach(Call call) {
+    if (onCall != nullptr) {
+        onCall(call);
+    }
+}
+
 /// The root operations of an object that is known under no name.
 #define CONTRACT_HOST_NO_NAMES(Class)                 \
     void* QueryContract(const char*) override {       \
@@ -53,6 +87,7 @@ class CompositeBuffer final : public OKM8::MFF::ICompositeBuffer {
     CONTRACT_HOST_NO_NAMES(CompositeBuffer)
     uint64_t GetTimeStamp() override {
         story->Add('s');
+        Reach(Call::GetTimeStamp);
         return timeStamp;
     }
     void Unused1() override { ++unexpectedCalls; }
@@ -60,21 +95,26 @@ class CompositeBuffer final : public OKM8::MFF::ICompositeBuffer {
     void Release() override {
         story->Add('r');
         ++story->released;
+        Reach(Call::Release);
     }
     uint8_t* GetData() override {
         story->Add('d');
+        Reach(Call::GetData);
         return data;
     }
     uint32_t GetDataSize() override {
         story->Add('n');
+        Reach(Call::GetDataSize);
         return size;
     }
     uint32_t GetWidth() override {
         story->Add('w');
+        Reach(Call::GetWidth);
         return width;
     }
     uint32_t GetHeight() override {
         story->Add('h');
+        Reach(Call::GetHeight);
         return height;
     }
 
@@ -92,6 +132,7 @@ class InputBuffer final : public OKM8::MFF::IMultimediaBuffer {
     void* QueryContract(const char* name) override {
         story.Add('q');
         story.askedName = name;
+        Reach(Call::QueryContract);
         return isComposite ? static_cast<OKM8::MFF::ICompositeBuffer*>(&composite) : nullptr;
     }
     void* QueryContract(const char*) const override {
@@ -105,7 +146,10 @@ class InputBuffer final : public OKM8::MFF::IMultimediaBuffer {
     }
     void Unused1() override { ++unexpectedCalls; }
     void Unused2() override { ++unexpectedCalls; }
-    void Release() override { ++released; }
+    void Release() override {
+        ++released;
+        Reach(Call::Release);
+    }
 
     void Prepare(uint64_t time) {
         composite.story = &story;
@@ -124,6 +168,7 @@ class FrameDone final : public OKM8::MFF::IFrameDoneCallback {
     void OnFrameDone(OKM8::MFF::IMultimediaBuffer* inputData) override {
         ++calls;
         buffer = inputData;
+        Reach(Call::OnFrameDone);
     }
 
     int calls = 0;
@@ -180,6 +225,7 @@ class EventArguments final : public OKM8::Analytics::IEventArgsAdjuster {
         ++calls;
         key = name;
         object = value;
+        Reach(Call::SetObjectValue);
     }
 
     int calls = 0;
@@ -191,10 +237,17 @@ class EventRaiser final : public OKM8::Analytics::IDetectorEventRaiser {
   public:
     CONTRACT_HOST_NO_NAMES(EventRaiser)
     void Unused1() override { ++unexpectedCalls; }
-    void Raise() override { ++raised; }
-    void Discard() override { ++discarded; }
+    void Raise() override {
+        ++raised;
+        Reach(Call::Raise);
+    }
+    void Discard() override {
+        ++discarded;
+        Reach(Call::Discard);
+    }
     OKM8::Analytics::IEventArgsAdjuster* GetEventArgs() override {
         ++argumentCalls;
+        Reach(Call::GetEventArgs);
         return hasArguments ? &arguments : nullptr;
     }
 
@@ -218,6 +271,7 @@ class TargetEnumerator final : public OKM8::Analytics::ITargetEnumeratorAdjuster
     OKM8::Analytics::ITargetAdjuster* AddTarget(int32_t value) override {
         ++calls;
         reserved = value;
+        Reach(Call::AddTarget);
         return target;
     }
 
@@ -238,6 +292,7 @@ class TargetEnumeratorFactory final : public OKM8::Analytics::ITargetEnumeratorF
     OKM8::Analytics::ITargetEnumeratorAdjuster* CreateTargetEnumerator(int64_t time) override {
         ++calls;
         timeMs = time;
+        Reach(Call::CreateTargetEnumerator);
         return hasEnumerator ? &enumerator : nullptr;
     }
 
@@ -258,6 +313,7 @@ class Logger final : public OKM8::ILogger {
         ++calls;
         level = value;
         text = line;
+        Reach(Call::WriteLog);
     }
 
     int calls = 0;
@@ -271,10 +327,12 @@ class Host final : public OKM8::IHost {
     void* GetInterface(const char* name) override {
         if (SameText(name, OKM8::ContractName::ILogger)) {
             ++loggerCalls;
+            Reach(Call::GetLogger);
             return static_cast<OKM8::ILogger*>(&logger);
         }
         if (SameText(name, OKM8::ContractName::ITargetEnumeratorFactory)) {
             ++factoryCalls;
+            Reach(Call::GetFactory);
             return hasFactory ? static_cast<OKM8::Analytics::ITargetEnumeratorFactory*>(&factory) : nullptr;
         }
         ++unexpectedCalls;
@@ -298,6 +356,7 @@ class DetectorPeer final : public OKM8::Analytics::IDetectorPeer {
         eventName = name;
         timeMs = time;
         kind = value;
+        Reach(Call::CreateEventRaiser);
         return hasRaiser ? &raiser : nullptr;
     }
 

@@ -28,12 +28,14 @@ struct Target {
     CONTRACT_HOST_NO_NAMES(Class)                                     \
     void SetStringValue(const char* key, const char* text) override { \
         story.Add('s', key).text = text;                              \
+        Reach(Call::SetStringValue);                                  \
     }                                                                 \
     void SetDoubleValue(const char* key, double) override {           \
         story.Add('d', key);                                          \
     }                                                                 \
     void SetIntValue(const char* key, int32_t number) override {      \
         story.Add('i', key).number = number;                          \
+        Reach(Call::SetIntValue);                                     \
     }                                                                 \
     void SetBoolValue(const char* key, bool value) override {         \
         story.Add('b', key).number = value;                           \
@@ -52,6 +54,7 @@ inline void RecordBinaryValue(TargetStory& story, const void* setter, const char
             story.firstPoint = *list->first;
         }
     }
+    Reach(Call::SetBinaryValue);
 }
 
 #define CONTRACT_HOST_BINARY_SETTER                                                                 \

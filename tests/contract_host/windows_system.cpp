@@ -4,12 +4,20 @@
 #include <malloc.h>
 #include <windows.h>
 
+#include <algorithm>
+#include <atomic>
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <thread>
+#include <vector>
 
 #include "tests/contract_host/system.h"
+#include "tests/support/scratch_registry.h"
 
 namespace {
 
@@ -17,6 +25,7 @@ namespace {
 constexpr DWORD patienceMilliseconds = 60000;
 
 const char* pluginPath = nullptr;
+HMODULE engine = nullptr;
 char currentSubject[128] = "start";
 int checkCount = 0;
 int failureCount = 0;
@@ -39,9 +48,41 @@ void Pass(const char* what) {
     std::abort();
 }
 
-LONG WINAPI OnCrash(EXCEPTION_POINTERS*) {
+std::atomic<DWORD> handledCode = 0;
+std::atomic<int> handledCount = 0;
+void* forbiddenPage = nullptr;
+constexpr SIZE_T pageSize = 4096;
+
+LONG WINAPI OnCrash(EXCEPTION_POINTERS* exception) {
+    const DWORD code = exception->ExceptionRecord->ExceptionCode;
+    if (code != 0 && code == handledCode) {
+        ++handledCount;
+        DWORD before = 0;
+        if (code != EXCEPTION_ACCESS_VIOLATION || VirtualProtect(forbiddenPage, pageSize, PAGE_READWRITE, &before)) {
+            return EXCEPTION_CONTINUE_EXECUTION;
+        }
+    }
     FailAndEnd("the call crashes");
 }
+
+std::mutex tracesMutex;
+std::vector<std::string> traces;  // the messages; guarded by tracesMutex
+
+// Debug output is an exception that the system's own function handles.
+LONG WINAPI OnDebugOutput(EXCEPTION_POINTERS* exception) {
+    static constexpr char beginning[] = "vexlane[plate_recognition::VexlaneDetectorImpl::";
+    const EXCEPTION_RECORD& record = *exception->ExceptionRecord;
+    if (record.ExceptionCode == DBG_PRINTEXCEPTION_C && record.NumberParameters >= 2) {
+        const std::string line = reinterpret_cast<const char*>(record.ExceptionInformation[1]);
+        if (line.starts_with(beginning)) {
+            const std::lock_guard lock(tracesMutex);
+            traces.push_back(line.substr(line.find("): ") + 3));
+        }
+    }
+    return EXCEPTION_CONTINUE_SEARCH;
+}
+
+std::optional<test_support::ScratchRegistry> registry;
 
 void OnAbort(int) {
     FailAndEnd("the call ends the process");
@@ -117,6 +158,61 @@ bool IsAllocated(const void* block) {
 void FreeBlock(void* block) {
     std::free(block);
 }
+
+uint64_t AllocatedBlocks() {
+    const auto heap = reinterpret_cast<HANDLE>(_get_heap_handle());
+    PROCESS_HEAP_ENTRY entry = {};
+    uint64_t count = 0;
+    HeapLock(heap);
+    while (HeapWalk(heap, &entry)) {
+        count += (entry.wFlags & PROCESS_HEAP_ENTRY_BUSY) != 0 ? 1 : 0;
+    }
+    HeapUnlock(heap);
+    return count;
+}
+
+void* FindEngineExport(const char* name) {
+    return reinterpret_cast<void*>(GetProcAddress(engine, name));
+}
+
+void RunOnAnotherThread(void (*action)(void*), void* context) {
+    std::thread(action, context).join();
+}
+
+bool ThrowsOwnException(void (*action)(void*), void* context) {
+    try {
+        action(context);
+    } catch (...) {
+        return true;
+    }
+    return false;
+}
+
+void KeepTraces() {
+    using Registry = test_support::ScratchRegistry;
+    registry.emplace();
+    registry->StoreText(Registry::Hive::LocalMachine, "SOFTWARE\\Tellumark\\KORA\\DEBUG", "DebugLevel", "1");
+    AddVectoredExceptionHandler(1, OnDebugOutput);
+}
+
+int CountTraces(const char* message) {
+    const std::lock_guard lock(tracesMutex);
+    return static_cast<int>(std::count(traces.begin(), traces.end(), message));
+}
+
+void HandleAtTheEnd(uint32_t code) {
+    handledCount = 0;
+    handledCode = code;
+}
+
+int HandledAtTheEnd() {
+    return handledCount;
+}
+
+uint8_t* ForbiddenPage() {
+    forbiddenPage = VirtualAlloc(nullptr, pageSize, MEM_RESERVE | MEM_COMMIT, PAGE_NOACCESS);
+    return static_cast<uint8_t*>(forbiddenPage);
+}
 }
 
 int main(int count, char** arguments) {
@@ -132,10 +228,12 @@ int main(int count, char** arguments) {
     pluginPath = arguments[1];
     _putenv_s("VEXLANE_SCRIPT", arguments[3]);
     // The library binds the engine that is there already.
-    if (Load(arguments[2]) == nullptr) {
+    engine = Load(arguments[2]);
+    if (engine == nullptr) {
         return 2;
     }
     const int failures = RunContractHost();
+    registry.reset();
     std::printf("%d checks, %d failed\n", checkCount, failures);
     return failures == 0 && checkCount > 0 ? 0 : 1;
 }

@@ -1,0 +1,20 @@
+/// What the throwing engine shares with the host that drives it.
+#pragma once
+
+#include <stdint.h>
+
+namespace contract_host {
+
+enum class EngineFunction : int32_t { None, Recognize, SetRange };
+
+struct ThrowingEngine {
+    EngineFunction thrower;  ///< throws a Microsoft compiler's exception at each call
+    bool isStanding;         ///< the plate is the same in every frame; otherwise it is another vehicle's
+    int32_t thrown;
+    int32_t destroyed;
+};
+
+/// The name of the variable of that type which the engine exports.
+inline constexpr char throwingEngineName[] = "throwingEngine";
+
+}  // namespace contract_host
