@@ -8,6 +8,8 @@
 #include <exception>
 #include <limits>
 #include <stdexcept>
+#include <utility>
+#include <vector>
 
 #include "diagnostics/trace.h"
 #include "image_transform/image_deinterlacer.h"
@@ -29,6 +31,7 @@ constexpr void* (OKM8::IContract::*queryContract)(const char*) = &OKM8::IContrac
 constexpr std::uint32_t halfFrameMinimumWidth = 640;
 constexpr std::uint32_t halfFrameMinimumHeight = 480;
 
+constexpr std::size_t longestOwnErrorText = 64;
 constexpr std::int32_t noErrorCode = -1;
 constexpr std::int32_t engineInitFailureCode = 769;
 constexpr std::int32_t engineInitFailureLevel = 2;
@@ -65,6 +68,10 @@ BaseDetectorImpl::BaseDetectorImpl(OKM8::IContract* hostPeer, void* hostObject)
     BindSetting("area_top", &area.top);
     BindSetting("area_right", &area.right);
     BindSetting("area_bottom", &area.bottom);
+    // The detector's own texts reach the host on allocation failure too.
+    for (std::string* const text : {&errorText, &reportedText, &frameErrorText}) {
+        text->reserve(longestOwnErrorText);
+    }
     logger = static_cast<OKM8::ILogger*>(CallForeign<&OKM8::IHost::GetInterface>(host, ContractName::ILogger));
 }
 
@@ -181,7 +188,7 @@ void BaseDetectorImpl::HandleFrame(OKM8::MFF::IMultimediaBuffer* inputData,
     const std::uint32_t frameWidth = CallForeign<&ICompositeBuffer::GetWidth>(buffer.get());
     FrameImage frame = pixels != nullptr ? FrameImage(frameWidth, frameHeight, size, pixels)
                                          : FrameImage(frameWidth, frameHeight, size);
-    if (frameWidth != width || frameHeight != height) {
+    if (frameWidth != width || frameHeight != height || mustApply) {
         SetFrameSizeAndApply(frameWidth, frameHeight);
     }
     transformer.Transform(frame, frame);
@@ -230,9 +237,11 @@ PixelRect BaseDetectorImpl::GetDetectionRect() const {
 void BaseDetectorImpl::TakeSettings() {
     const boost::recursive_mutex::scoped_lock lock(frameMutex);
     ClearError();
+    mustApply = true;  // a failure leaves half of it undone: the next frame tries again
     try {
         RebuildTransforms();
         OnSettingsApplied();
+        mustApply = false;
     } catch (const std::exception& exception) {
         Fail(exception.what());
     }
@@ -240,10 +249,14 @@ void BaseDetectorImpl::TakeSettings() {
 
 void BaseDetectorImpl::RebuildTransforms() {
     using Deinterlacer = image_transform::ImageDeinterlacer<boost::gil::gray8_view_t>;
-    transformer.Clear();
+    // Made before the chain changes: on allocation failure it stays as it was.
+    std::vector<boost::shared_ptr<image_transform::IImageTransform>> steps;
     if (IsHalved(width, height)) {
-        transformer.Append(boost::make_shared<Deinterlacer>(halfFrameMinimumWidth, halfFrameMinimumHeight, false));
+        // The base's own chain. An engine half that wants another one replaces it in OnSettingsApplied, right after
+        // this; the one of this library does, so that its frames never meet this step.
+        steps.push_back(boost::make_shared<Deinterlacer>(halfFrameMinimumWidth, halfFrameMinimumHeight, false));
     }
+    transformer.Replace(std::move(steps));
 }
 
 void BaseDetectorImpl::OnSettingsApplied() {}
@@ -351,7 +364,7 @@ void BaseDetectorImpl::ClearError() noexcept {
     SetErrorLocked(OKM8::ErrorCode::None, "");
 }
 
-// REQUIRES: stateMutex. For want of memory the code comes without its text.
+// REQUIRES: stateMutex. On allocation failure, of a long text alone, the code comes without its text.
 void BaseDetectorImpl::SetErrorLocked(std::int32_t code, const char* text) noexcept {
     errorCode = code;
     try {

@@ -230,6 +230,7 @@ class BaseDetectorImpl : public OKM8::Analytics::IDetector,
 
     mutable boost::mutex stateMutex;
     std::string reportedText;  // the characters behind GetErrorMessage; guarded by stateMutex
+    bool mustApply = false;    // the settings could not be applied, so that the chain may not be what the engine needs
     // Of the frame in hand, whatever setters do to the error state meanwhile.
     std::int32_t frameOutcome = 0;
     std::string frameErrorText;

@@ -38,6 +38,11 @@ bool IsVerbose() {
     return diagnostics::DebugLevel() != 0;
 }
 
+// Threefold the number of pixels need not fit 64 bits.
+bool IsBgr24(const FrameImage& image) {
+    return image.size % bytesPerPixel == 0 && image.size / bytesPerPixel == std::uint64_t{image.width} * image.height;
+}
+
 std::uint64_t TimeStampOf(const boost::shared_ptr<ICompositeBuffer>& buffer) {
     return buffer ? CallForeign<&ICompositeBuffer::GetTimeStamp>(buffer.get()) : 0;
 }
@@ -83,9 +88,9 @@ void VexlaneDetectorImpl::OnSettingsApplied() {
     }
     plateRangeMax = -1;
     plateRangeMin = -1;
-    // The engine takes colour frames alone, so a field-keeping step that the base has set up goes again.
-    transformer.Clear();
-    transformer.Append(boost::make_shared<image_transform::ConverterYUV2RGB>());
+    // The engine takes colour frames alone, whole ones: the deinterlacer that the base has just put into the chain for
+    // half frames goes again, before it has seen a frame. Half frames act on the event's rows and the detection area.
+    transformer.Replace({boost::make_shared<image_transform::ConverterYUV2RGB>()});
 }
 
 void VexlaneDetectorImpl::SetMaxMinPlate(std::uint32_t frameWidth) {
@@ -117,6 +122,11 @@ void VexlaneDetectorImpl::Recognize(FrameImage& frame, boost::shared_ptr<ICompos
 
 void VexlaneDetectorImpl::ReadFrame(FrameImage& frame, const boost::shared_ptr<ICompositeBuffer>& buffer) {
     ++frameCount;
+    // Without the converter in the chain the frame is still the host's, and the engine would read past its end.
+    if (!IsBgr24(frame)) {
+        Fail("Wrong image format");
+        return;
+    }
     SetMaxMinPlate(frame.width);
     const auto plates = boost::make_shared<RPLATE[]>(engineRecordCount);  // zeroed
     MakeTracker();

@@ -28,7 +28,8 @@ class VexlaneDetectorImpl : public BaseDetectorImpl, public ILicencePlateTracker
     OKM8_OBJECT_DESTRUCTOR_SLOT(VexlaneDetectorImpl)
 
     void OnSettingsApplied() override;
-    /// Nothing gets out of it: a failure is a trace line, and the tracker is not called for the frame.
+    /// Nothing gets out of it: a failure is a trace line, and the tracker is not called for the frame. An image that is
+    /// not 3 bytes a pixel does not reach the engine; it is the frame's error "Wrong image format".
     void Recognize(FrameImage& frame, boost::shared_ptr<OKM8::MFF::ICompositeBuffer> buffer) override;
 
     // Further slots of the first table, in this order.

@@ -16,6 +16,8 @@ class ImageTransformer {
     virtual void Transform(const ImageData& in, ImageData& out);
     virtual ~ImageTransformer() = default;
 
+    /// Puts these steps in place of the chain's.
+    void Replace(std::vector<boost::shared_ptr<IImageTransform>> newSteps) noexcept { steps.swap(newSteps); }
     void Append(const boost::shared_ptr<IImageTransform>& step) { steps.push_back(step); }
     void Clear() { steps.clear(); }
     const std::vector<boost::shared_ptr<IImageTransform>>& Steps() const { return steps; }

@@ -468,6 +468,34 @@ TEST_F(FrameIntake, AFailureToApplySettingsInsideASizeChangeIsTheFramesErrorAndT
     EXPECT_EQ(detector->lastTimeStamp, 9u);
 }
 
+// The size was already stored, so that later frames of it went through a chain that had not been set up.
+TEST_F(FrameIntake, SettingsThatCouldNotBeAppliedAreAppliedAgainByTheNextFrame) {
+    detector->onApplied = [] { throw std::runtime_error("no room"); };
+    EXPECT_EQ(Receive(MakeFrame(counts, 64, 48, 1)), 1);
+    EXPECT_EQ(Receive(MakeFrame(counts, 64, 48, 2)), 1);
+    EXPECT_EQ(ErrorOf(*detector), Error(1, "no room"));
+    detector->onApplied = [] { throw 7; };
+    EXPECT_EQ(Receive(MakeFrame(counts, 64, 48, 3)), 1);
+    EXPECT_EQ(detector->applied, 3);
+    detector->onApplied = nullptr;
+    EXPECT_EQ(Receive(MakeFrame(counts, 64, 48, 4)), 0);
+    EXPECT_EQ(ErrorOf(*detector), Error(0, ""));
+    EXPECT_EQ(Receive(MakeFrame(counts, 64, 48, 5)), 0);
+    EXPECT_EQ(detector->applied, 4) << "once is enough";
+}
+
+TEST_F(FrameIntake, SettingsThatTheHostCouldNotApplyAreAppliedByTheNextFrame) {
+    EXPECT_EQ(Receive(MakeFrame(counts, 64, 48, 1)), 0);
+    detector->onApplied = [] { throw std::runtime_error("no room"); };
+    SettingsOf(*detector).ApplySettings();
+    EXPECT_EQ(ErrorOf(*detector), Error(1, "no room"));
+    detector->onApplied = nullptr;
+    EXPECT_EQ(Receive(MakeFrame(counts, 64, 48, 2)), 0);
+    EXPECT_EQ(detector->applied, 3);
+    EXPECT_EQ(Receive(MakeFrame(counts, 64, 48, 3)), 0);
+    EXPECT_EQ(detector->applied, 3);
+}
+
 TEST_F(FrameIntake, ANonStandardFailureToApplySettingsInsideASizeChangeDropsTheFrame) {
     recording_host::RecordingFrameDone done;
     detector->onApplied = [] { throw 7; };

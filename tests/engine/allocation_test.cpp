@@ -1,5 +1,6 @@
-// What a frame allocates on its way through the detector, the debug level being 0. A message that is made all the same,
-// a copy too many or a picture's buffer made anew shows as a greater number.
+// What a frame allocates on its way through the detector, the debug level being 0, and what happens when there is no
+// memory. A message that is made all the same, a copy too many or a picture's buffer made anew shows as a greater
+// number.
 
 #include <gtest/gtest.h>
 
@@ -7,6 +8,7 @@
 #include <array>
 #include <cstdint>
 #include <string>
+#include <vector>
 
 #include "tests/engine/probe_detector.h"
 #include "tests/support/allocation_count.h"
@@ -199,6 +201,74 @@ TEST_F(FrameAllocations, ThatFailWhilePlatesAreReportedLoseTheirEventsAlone) {
         EXPECT_EQ(host.Events().size(), events) << "no event is tried again";
     }
     EXPECT_GT(number, everyFrame + 5) << "each track is copied for its event";
+}
+
+// A converter that could not be made left the host's own bytes to the engine, which read past their end.
+class FirstFrameWithoutMemory : public FrameAllocations, public testing::WithParamInterface<bool> {
+  protected:
+    FirstFrameWithoutMemory() {
+        fake_engine::OnRecognize([this](const IMG& image, RPLATE*) {
+            areColours = areColours && image.pixels[0] != image.pixels[1];
+            ++calls;
+            return 0;
+        });
+    }
+
+    // The host's bytes are all the same, and blue, green and red of them are not.
+    OKM8::MFF::IMultimediaBuffer* Violet() {
+        now += 40;
+        return recording_host::MakeBuffer(counts, {.width = width,
+                                                   .height = height,
+                                                   .pixels = std::vector<std::uint8_t>(width * height * 3 / 2, 200),
+                                                   .timeStamp = now});
+    }
+
+    bool areColours = true;
+    int calls = 0;
+};
+
+TEST_P(FirstFrameWithoutMemory, GivesTheEngineNothingButColoursAndTheNextFrameGoesThrough) {
+    std::uint64_t number = 1;
+    for (bool hasFailed = true; hasFailed; ++number) {
+        SCOPED_TRACE(number);
+        detector.reset();
+        EXPECT_EQ(Settings().SetBoolValue("use_half_cadr", GetParam()), 0);
+        calls = 0;
+        OKM8::Analytics::IMediaReceiver& receiver = Detector();
+        auto* const frame = Violet();
+        {
+            allocation_count::Failure failure(number);
+            receiver.Receive(frame);
+            hasFailed = failure.End();
+        }
+        EXPECT_TRUE(areColours);
+        EXPECT_EQ(receiver.Receive(Violet()), 0);
+        EXPECT_GE(calls, 1);
+        EXPECT_TRUE(areColours);
+        EXPECT_EQ(ErrorState(), engine_tests::Error(0, ""));
+    }
+    EXPECT_GT(number, everyFrame + 3) << "the chain, the converter and its picture are further ones";
+}
+
+INSTANTIATE_TEST_SUITE_P(OfHalfFrames, FirstFrameWithoutMemory, testing::Bool());
+
+TEST_P(FirstFrameWithoutMemory, IsAnErrorAsLongAsThereIsNoConverter) {
+    EXPECT_EQ(Settings().SetBoolValue("use_half_cadr", GetParam()), 0);
+    OKM8::Analytics::IMediaReceiver& receiver = Detector();
+    for (int attempt = 0; attempt < 3; ++attempt) {
+        auto* const frame = Violet();
+        std::int32_t outcome = -1;
+        {
+            allocation_count::Failure failure(2, allocation_count::Failing::AllFromThere);
+            outcome = receiver.Receive(frame);
+        }
+        EXPECT_EQ(outcome, 1);
+        EXPECT_EQ(ErrorState(), engine_tests::Error(1, "Wrong image format"));
+        EXPECT_EQ(calls, 0);
+    }
+    EXPECT_EQ(receiver.Receive(Violet()), 0);
+    EXPECT_EQ(calls, 1);
+    EXPECT_TRUE(areColours);
 }
 
 }  // namespace

@@ -366,6 +366,59 @@ TEST_F(Recognition, AFrameInNoKnownLayoutIsRefusedBeforeTheEngine) {
     EXPECT_EQ(Detector().frameCount, 0u);
 }
 
+// The engine takes 3 bytes a pixel and looks at no size: anything else would be read past its end.
+
+TEST_F(Recognition, AFrameWithoutTheColourConverterIsRefusedBeforeTheEngine) {
+    Frame(1);
+    fake_engine::Reset();
+    Detector().transformer.Clear();
+    EXPECT_EQ(Frame(2), 1);
+    EXPECT_EQ(ErrorState(), Error(1, "Wrong image format"));
+    EXPECT_THAT(fake_engine::RecognizeCalls(), IsEmpty());
+    EXPECT_THAT(fake_engine::RangeCalls(), IsEmpty());
+    Settings().ApplySettings();
+    EXPECT_EQ(Frame(3), 0);
+    EXPECT_EQ(fake_engine::RecognizeCalls().size(), 1u);
+}
+
+TEST_F(Recognition, AHalvedGreyFrameIsRefusedBeforeTheEngine) {
+    Settings().SetBoolValue("use_half_cadr", true);
+    Frame(1, 720, 576);
+    fake_engine::Reset();
+    Detector().RebuildTransforms();
+    EXPECT_EQ(Frame(2, 720, 576), 1);
+    EXPECT_EQ(ErrorState(), Error(1, "Wrong image format"));
+    EXPECT_THAT(fake_engine::RecognizeCalls(), IsEmpty());
+}
+
+TEST_F(Recognition, AnImageOfAnyOtherSizeIsRefusedBeforeTheEngine) {
+    struct Size {
+        std::uint32_t width;
+        std::uint32_t height;
+        std::uint32_t bytes;
+    };
+    std::vector<std::uint8_t> pixels(64 * 48 * 4);
+    const auto buffer = boost::shared_ptr<OKM8::MFF::ICompositeBuffer>(
+        static_cast<OKM8::MFF::ICompositeBuffer*>(recording_host::MakeFrame(counts, 64, 48, 1)),
+        [](OKM8::MFF::ICompositeBuffer* released) { released->Release(); });
+    constexpr std::uint32_t right = 64 * 48 * 3;
+    // Of the last one three times the number of pixels is its size in the low 64 bits.
+    for (const Size& size : {Size{64, 48, right - 1}, Size{64, 48, right + 1}, Size{64, 48, right - 3},
+                             Size{64, 48, right / 2}, Size{64, 47, right}, Size{0xAAAAAAABu, 1u << 31, 1u << 31}}) {
+        SCOPED_TRACE(size.bytes);
+        plate_recognition::FrameImage frame(size.width, size.height, size.bytes, pixels.data());
+        Settings().ApplySettings();
+        Detector().Recognize(frame, buffer);
+        EXPECT_EQ(ErrorState(), Error(1, "Wrong image format"));
+        EXPECT_THAT(fake_engine::RecognizeCalls(), IsEmpty());
+    }
+    Settings().ApplySettings();
+    plate_recognition::FrameImage frame(64, 48, right, pixels.data());
+    Detector().Recognize(frame, buffer);
+    EXPECT_EQ(ErrorState(), Error(0, ""));
+    EXPECT_EQ(fake_engine::RecognizeCalls().size(), 1u);
+}
+
 TEST_F(Recognition, TheEngineIsCalledOnceAFrameWithNullAnd0AndZeroedRecords) {
     fake_engine::OnRecognize([](const IMG&, RPLATE* plates) {
         std::fill_n(reinterpret_cast<std::uint8_t*>(plates), 5 * sizeof(RPLATE), std::uint8_t{0x41});
