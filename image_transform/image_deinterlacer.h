@@ -19,7 +19,7 @@ class ImageDeinterlacer final : public IImageTransform {
         : minimumWidth(smallestWidth), minimumHeight(smallestHeight), halveWidth(halveColumns) {}
 
     /// Throws std::exception with "ImageDeinterlacer error: empty frame!" when nothing would be left, and with "Wrong
-    /// image format" when the data is smaller than the plane.
+    /// image format" when the data is null or smaller than the plane.
     void Transform(const ImageData& in, ImageData& out) override {
         if (in.width < minimumWidth || in.height < minimumHeight) {
             return;
@@ -30,6 +30,8 @@ class ImageDeinterlacer final : public IImageTransform {
         if (width * height == 0) {
             throw std::runtime_error("ImageDeinterlacer error: empty frame!");
         }
+        // Stricter than taking the rows needs: what is given as a frame of this size must have the bytes of one, or the
+        // step would read past their end.
         if (in.data == nullptr || in.size < std::uint64_t{in.width} * in.height) {
             throw std::runtime_error("Wrong image format");
         }
