@@ -19,7 +19,9 @@ void ReleaseLibrary(LibraryReference reference);
 /// Gives back a reference that no thread took over, and returns. Any thread.
 void DropLibrary(LibraryReference reference);
 
-/// True while the process ends and the system has already stopped the other threads: nothing may be waited for.
+/// True while the process ends and the system has already stopped the other threads: nothing may be waited for. False
+/// in a forked child, which has no other threads either but goes on: what belongs to its parent is told by the process
+/// that made it (CurrentProcessId in platform/process.h).
 bool OtherThreadsAreGone();
 
 }  // namespace platform

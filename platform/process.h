@@ -27,6 +27,9 @@ inline constexpr std::uint32_t showWindowShown = 5;   ///< SW_SHOW
 
 inline constexpr std::uint32_t processAllAccess = 0x1F0FFF;
 
+/// The calling process. Another one than before in a child that a fork has made.
+std::uint32_t CurrentProcessId();
+
 /// Starts a program by its bare name: looked for in the running program's own folder, then in the current folder, then
 /// on the search path. It inherits no handles, and the caller's environment and folder. False on failure, with the last
 /// error set; `started` is written on success alone.

@@ -19,6 +19,9 @@ PollTimeoutThread::~PollTimeoutThread() {
 }
 
 void PollTimeoutThread::Start(std::function<void()> action) {
+    if (IsInForkedChild()) {
+        return;
+    }
     const boost::mutex::scoped_lock pollLock(pollMutex);
     const boost::mutex::scoped_lock threadLock(threadMutex);
     if (pollThread.get_id() != boost::thread::id()) {
@@ -40,6 +43,9 @@ void PollTimeoutThread::Start(std::function<void()> action) {
 }
 
 void PollTimeoutThread::Stop() {
+    if (IsInForkedChild()) {
+        return;
+    }
     if (platform::OtherThreadsAreGone()) {
         pollThread.detach();  // it was stopped wherever it was, perhaps with a mutex held
         return;
@@ -68,6 +74,9 @@ void PollTimeoutThread::Stop() {
 }
 
 bool PollTimeoutThread::IsRunning() const {
+    if (IsInForkedChild()) {
+        return false;
+    }
     const boost::mutex::scoped_lock lock(threadMutex);
     return pollThread.get_id() != boost::thread::id();
 }
@@ -84,6 +93,9 @@ void PollTimeoutThread::SetPeriod(std::int64_t milliseconds) {
 }
 
 void PollTimeoutThread::SetWaitAction(std::function<void(std::int64_t)> action) {
+    if (IsInForkedChild()) {
+        return;
+    }
     const boost::mutex::scoped_lock lock(pollMutex);
     waitAction = std::move(action);
 }

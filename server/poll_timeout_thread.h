@@ -8,15 +8,19 @@
 #include <functional>
 
 #include "platform/library.h"
+#include "platform/process.h"
 
 namespace ThreadRoutines {
 
 /// Every operation may be called from any thread, the poll action's own included.
 /// Lock order: poll mutex, then thread mutex.
+///
+/// In a child that the host forks the poll thread does not exist, and a mutex that it held stays locked for ever. Every
+/// operation returns at once there and does nothing.
 class PollTimeoutThread {
   public:
     PollTimeoutThread() = default;
-    /// Stops polling. REQUIRES: not on the poll thread.
+    /// Stops polling. REQUIRES: not on the poll thread, not in a forked child.
     virtual ~PollTimeoutThread();
 
     PollTimeoutThread(const PollTimeoutThread&) = delete;
@@ -31,6 +35,9 @@ class PollTimeoutThread {
     void Stop();
 
     bool IsRunning() const;
+
+    /// True in a process other than the one that made this object.
+    bool IsInForkedChild() const { return platform::CurrentProcessId() != owner; }
 
     /// Taken into account from the next wait on. 5000 at first. One that does not fit 64 bits of microseconds counts as
     /// the nearest that does.
@@ -51,6 +58,7 @@ class PollTimeoutThread {
     std::atomic<std::int64_t> period{5'000'000};   // microseconds
     boost::thread pollThread;                      // guarded by threadMutex
     mutable boost::mutex threadMutex;              // a leaf, held for a look or a swap
+    const std::uint32_t owner = platform::CurrentProcessId();
 };
 
 }  // namespace ThreadRoutines

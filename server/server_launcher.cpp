@@ -40,12 +40,20 @@ struct ProcessList {
 // A host that keeps detectors in objects of its own at file scope may destroy them after this one.
 struct ProcessWideLauncher {
     ProcessWideLauncher() = default;
-    ~ProcessWideLauncher() { hasEnded = true; }
+    // In a forked child the launcher stays as it is: taking apart the mutexes and the thread of a poll thread that is
+    // not there could wait for it for ever.
+    ~ProcessWideLauncher() {
+        hasEnded = true;
+        if (!(*launcher)->IsInForkedChild()) {
+            delete launcher;
+        }
+    }
     ProcessWideLauncher(const ProcessWideLauncher&) = delete;
     ProcessWideLauncher& operator=(const ProcessWideLauncher&) = delete;
 
     static constinit std::atomic<bool> hasEnded;
-    boost::shared_ptr<ServerLauncher> launcher = boost::make_shared<ServerLauncher>();
+    boost::shared_ptr<ServerLauncher>* const launcher =
+        new boost::shared_ptr<ServerLauncher>(boost::make_shared<ServerLauncher>());
 };
 
 constinit std::atomic<bool> ProcessWideLauncher::hasEnded = false;
@@ -73,6 +81,9 @@ ServerLauncher::~ServerLauncher() {
 }
 
 void ServerLauncher::Start() {
+    if (IsInForkedChild()) {
+        return;
+    }
     LauncherTrace("Start server launcher");
     const boost::mutex::scoped_lock lock(startMutex);
     if (ScanProcesses()) {
@@ -99,6 +110,9 @@ void ServerLauncher::StartProcess() {
 }
 
 void ServerLauncher::Stop() {
+    if (IsInForkedChild()) {
+        return;
+    }
     LauncherTrace("Stop server launcher");
     PollTimeoutThread::Stop();
     const boost::mutex::scoped_lock lock(startMutex);
@@ -117,6 +131,9 @@ void ServerLauncher::TerminateProcess() {
 }
 
 void ServerLauncher::Restart() {
+    if (IsInForkedChild()) {
+        return;
+    }
     LauncherTrace("Restart server launcher");
     if (IsServerRunning()) {
         Stop();
@@ -125,6 +142,9 @@ void ServerLauncher::Restart() {
 }
 
 bool ServerLauncher::IsServerRunning() {
+    if (IsInForkedChild()) {
+        return false;
+    }
     const boost::mutex::scoped_lock lock(startMutex);
     return ScanProcesses();
 }
@@ -158,6 +178,9 @@ void ServerLauncher::ExamineProcess(const platform::ProcessEntry& entry) {
 }
 
 void ServerLauncher::OnTimeout() {
+    if (IsInForkedChild()) {
+        return;
+    }
     const bool isRunning = IsServerRunning();
     const boost::posix_time::ptime now = Now();
     bool isSilent = false;
@@ -174,6 +197,9 @@ void ServerLauncher::OnTimeout() {
 }
 
 void ServerLauncher::MarkAlive() {
+    if (IsInForkedChild()) {
+        return;
+    }
     const boost::posix_time::ptime now = Now();
     const boost::mutex::scoped_lock lock(launcherMutex);
     lastAlive = now;
@@ -194,5 +220,5 @@ boost::shared_ptr<ServerLauncher> GetServerLauncher() {
     if (ProcessWideLauncher::hasEnded) {
         throw std::runtime_error("The server launcher has ended");
     }
-    return processWide.launcher;
+    return *processWide.launcher;
 }

@@ -14,12 +14,16 @@
 /// One for the whole process, shared by all detectors. Every operation may be called from any thread; failures are
 /// trace lines. Lock order: poll mutex, start mutex, launcher mutex. The start mutex is never held while polling is
 /// being stopped, the launcher mutex for no longer than it takes to copy.
+///
+/// The server belongs to the process that made the launcher. In a child that the host forks every operation returns at
+/// once and does nothing: detectors there read through the parent's server, and the parent goes on watching it and ends
+/// it. A child of a host that had no detector before the fork makes a launcher of its own.
 class ServerLauncher : public ThreadRoutines::PollTimeoutThread {
   public:
     /// Starts polling; the first poll, at once and on the poll thread, starts the server. Throws std::exception when no
     /// thread can be had.
     ServerLauncher();
-    /// Ends polling and the server. REQUIRES: not on the poll thread.
+    /// Ends polling and the server. REQUIRES: not on the poll thread, not in a forked child.
     ~ServerLauncher() override;
 
     /// Starts the server unless a process of its name runs.
@@ -32,7 +36,7 @@ class ServerLauncher : public ThreadRoutines::PollTimeoutThread {
     void Restart();
 
     /// Looks through the processes for the server's name. While a server of ours is on record, another process of that
-    /// name takes its place there.
+    /// name takes its place there, if it can be opened. False in a forked child.
     bool IsServerRunning();
 
     /// One poll: restarts the server when it is gone or was not seen alive for more than 5 seconds.
@@ -61,6 +65,6 @@ class ServerLauncher : public ThreadRoutines::PollTimeoutThread {
     boost::mutex startMutex;  // makes one step of a look at the processes and what follows from it
 };
 
-/// The process-wide launcher, made by the first call and ended when the library is unloaded. Throws std::exception when
-/// it cannot be made and when it has ended. Any thread.
+/// The process-wide launcher, made by the first call and ended when the library is unloaded, but not when a forked
+/// child unloads it or exits. Throws std::exception when it cannot be made and when it has ended. Any thread.
 boost::shared_ptr<ServerLauncher> GetServerLauncher();

@@ -577,6 +577,10 @@ int ReadProcesses(std::vector<ProcessEntry>& entries) {
 
 }  // namespace
 
+std::uint32_t CurrentProcessId() {
+    return static_cast<std::uint32_t>(::getpid());
+}
+
 bool StartProcess(const std::string& commandLine, std::uint32_t, std::uint32_t, ProcessInformation& started) {
     ReapChildren();
     const int error = Start(commandLine, started);

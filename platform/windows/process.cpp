@@ -58,6 +58,10 @@ int Read(ReadEntry readEntry, SystemHandle list, ProcessEntry& entry) {
 
 }  // namespace
 
+std::uint32_t CurrentProcessId() {
+    return ::GetCurrentProcessId();
+}
+
 bool StartProcess(const std::string& commandLine, std::uint32_t creationFlags, std::uint32_t showWindow,
                   ProcessInformation& started) {
     PROCESS_INFORMATION information = {};

@@ -488,6 +488,40 @@ TEST_F(Launcher, EndsPollingAndTheServerWhenItIsDestroyed) {
     EXPECT_THAT(fake_processes::Running(), IsEmpty());
 }
 
+// A child that the host forks
+
+TEST_F(Launcher, DoesNothingInAForkedChildAndTheParentGoesOn) {
+    const auto launcher = MakeLauncher();
+    transcript->Clear();
+    fake_processes::SetForkedChild(true);
+    EXPECT_TRUE(launcher->IsInForkedChild());
+    EXPECT_FALSE(launcher->IsRunning());
+    EXPECT_FALSE(launcher->IsServerRunning());
+    launcher->Start();
+    launcher->Stop();
+    launcher->Restart();
+    launcher->OnTimeout();
+    launcher->MarkAlive();
+    launcher->PollTimeoutThread::Start([] { ADD_FAILURE(); });
+    launcher->SetWaitAction([](std::int64_t) { ADD_FAILURE(); });
+    EXPECT_THAT(transcript->Entries(), IsEmpty());
+    fake_processes::SetForkedChild(false);
+    EXPECT_FALSE(launcher->IsInForkedChild());
+    EXPECT_TRUE(launcher->IsRunning());
+    EXPECT_TRUE(launcher->IsServerRunning());
+    launcher->Stop();
+    EXPECT_THAT(fake_processes::Running(), IsEmpty());
+}
+
+TEST_F(Launcher, OfAForkedChildIsItsOwnWhenTheChildHasMadeIt) {
+    fake_processes::SetForkedChild(true);
+    const auto launcher = MakeLauncher();
+    EXPECT_FALSE(launcher->IsInForkedChild());
+    EXPECT_TRUE(launcher->IsRunning());
+    launcher->Stop();
+    EXPECT_THAT(fake_processes::JournalOf("terminate"), ElementsAre("terminate 4660 code=4294967295"));
+}
+
 TEST_F(Launcher, CanBeDestroyedWhileItPolls) {
     for (int round = 0; round < 50; ++round) {
         auto launcher = std::make_unique<ServerLauncher>();

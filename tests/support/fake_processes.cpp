@@ -1,6 +1,7 @@
 #include "tests/support/fake_processes.h"
 
 #include <algorithm>
+#include <atomic>
 #include <map>
 #include <mutex>
 #include <utility>
@@ -17,6 +18,8 @@ constexpr std::uint64_t handleBase = 0x100000000;
 constexpr std::uint64_t listBase = 0x200000000;
 constexpr std::uint32_t firstProcessId = 0x1234;
 constexpr std::uint32_t invalidHandleError = 6;
+constexpr std::uint32_t ownProcessId = 0x1000;
+constexpr std::uint32_t forkedChildId = 0x1001;
 
 struct State {
     std::mutex mutex;
@@ -31,6 +34,7 @@ struct State {
     std::uint32_t listError = 0;
     std::vector<std::string> journal;
     std::function<void(const std::string&)> onOperation;
+    std::atomic<std::uint32_t> currentProcess = ownProcessId;
 };
 
 State& TheState() {
@@ -88,6 +92,11 @@ void Reset() {
     state.startError = state.terminateError = state.openError = state.listError = 0;
     state.journal.clear();
     state.onOperation = nullptr;
+    state.currentProcess = ownProcessId;
+}
+
+void SetForkedChild(bool isChild) {
+    TheState().currentProcess = isChild ? forkedChildId : ownProcessId;
 }
 
 std::uint32_t AddStranger(const std::string& name) {
@@ -158,6 +167,10 @@ namespace platform {
 using fake_processes::Operation;
 using fake_processes::State;
 using fake_processes::TheState;
+
+std::uint32_t CurrentProcessId() {
+    return TheState().currentProcess;
+}
 
 bool StartProcess(const std::string& commandLine, std::uint32_t creationFlags, std::uint32_t showWindow,
                   ProcessInformation& started) {

@@ -15,6 +15,9 @@ void Reset();
 /// Adds a process that the plug-in did not start, and answers its id. Handles are id + 0x100000000.
 std::uint32_t AddStranger(const std::string& name);
 
+/// Makes the calling process look like a child that a fork has made of it, and back.
+void SetForkedChild(bool isChild);
+
 /// Ends a process from outside.
 void Kill(std::uint32_t processId);
 
