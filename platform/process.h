@@ -30,9 +30,11 @@ inline constexpr std::uint32_t processAllAccess = 0x1F0FFF;
 /// The calling process. Another one than before in a child that a fork has made.
 std::uint32_t CurrentProcessId();
 
-/// Starts a program by its bare name: looked for in the running program's own folder, then in the current folder, then
-/// on the search path. It inherits no handles, and the caller's environment and folder. False on failure, with the last
-/// error set; `started` is written on success alone.
+/// Starts a program by its bare name or by an absolute path. The bare name is looked for in the running program's own
+/// folder first. Windows then looks where it always does: in the current folder, in its own folders and on the search
+/// path. Elsewhere only the absolute folders of the search path follow, never the current folder. The program inherits
+/// no handles, and the caller's environment and folder. False on failure, with the last error set; `started` is written
+/// on success alone.
 bool StartProcess(const std::string& commandLine, std::uint32_t creationFlags, std::uint32_t showWindow,
                   ProcessInformation& started);
 

@@ -12,6 +12,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <charconv>
 #include <chrono>
 #include <cstdio>
@@ -340,33 +341,38 @@ int CheckExecutable(const std::string& path) {
     return S_ISREG(status.st_mode) && ::access(path.c_str(), X_OK) == 0 ? 0 : EACCES;
 }
 
+// The running program's own folder, then those of PATH. Never the current folder: whoever may write there could place a
+// program that a host with more rights would run. An empty element of PATH, which means the current folder, and every
+// other relative one are left out.
+std::vector<std::string> SearchedFolders() {
+    std::vector<std::string> folders;
+    const auto add = [&folders](std::string_view folder) {
+        if (folder.starts_with('/')) {
+            folders.emplace_back(folder);
+        }
+    };
+    std::string own;
+    if (ReadLink("/proc/self/exe", own) == 0) {
+        add(std::string_view(own).substr(0, std::max<std::size_t>(own.rfind('/'), 1)));
+    }
+    const char* const variable = std::getenv("PATH");
+    std::string_view rest = variable == nullptr ? "" : variable;
+    while (!rest.empty()) {
+        const std::string_view folder = rest.substr(0, rest.find(':'));
+        add(folder);
+        rest.remove_prefix(std::min(folder.size() + 1, rest.size()));
+    }
+    return folders;
+}
+
 // 0 or the error.
 int FindProgram(const std::string& name, std::string& path) {
     if (name.find('/') != std::string::npos) {
         path = name;
-        return CheckExecutable(path);
+        return name.front() == '/' ? CheckExecutable(path) : ENOENT;
     }
-    std::vector<std::string> folders;
-    std::string own;
-    if (ReadLink("/proc/self/exe", own) == 0) {
-        folders.push_back(own.substr(0, own.rfind('/')));
-    }
-    folders.emplace_back(".");
-    if (const char* variable = std::getenv("PATH")) {
-        std::string_view rest = variable;
-        for (;;) {
-            const std::size_t colon = rest.find(':');
-            const std::string_view folder = rest.substr(0, colon);
-            folders.emplace_back(folder.empty() ? "." : folder);
-            if (colon == std::string_view::npos) {
-                break;
-            }
-            rest.remove_prefix(colon + 1);
-        }
-    }
-
     int result = ENOENT;
-    for (const std::string& folder : folders) {
+    for (const std::string& folder : SearchedFolders()) {
         path = folder + "/" + name;
         const int error = CheckExecutable(path);
         if (error == 0) {

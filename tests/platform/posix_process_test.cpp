@@ -145,10 +145,9 @@ TEST_F(PosixProcess, AScriptIsListedUnderItsOwnName) {
     ASSERT_EQ(mkfifo((folder / "never-written").c_str(), 0600), 0);
     std::ofstream(folder / name) << "#!/bin/sh\nread line < " << (folder / "never-written").string() << "\n";
     std::filesystem::permissions(folder / name, std::filesystem::perms::owner_all);
-    std::filesystem::current_path(folder);
     // The system lets go of a new program before it bears its name; the list must find it all the same.
     for (int i = 0; i < 50; ++i) {
-        const ProcessInformation started = StartLasting(name);
+        const ProcessInformation started = StartLasting((folder / name).string());
         ASSERT_EQ(ListedAs(name), Ids{started.processId});
         ASSERT_TRUE(platform::TerminateProcess(started.process, 0));
     }
@@ -219,7 +218,8 @@ TEST_F(PosixProcess, AFileThatMayNotBeExecutedIsNotStarted) {
     std::filesystem::create_directory(folder / "vexlane-test-folder");
     std::ofstream(folder / "vexlane-test-broken") << "no program at all";
     std::filesystem::permissions(folder / "vexlane-test-broken", std::filesystem::perms::owner_all);
-    std::filesystem::current_path(folder);
+    const std::string pathBefore = std::getenv("PATH");
+    setenv("PATH", (folder.string() + ":" + pathBefore).c_str(), 1);
     ProcessInformation started;
     EXPECT_FALSE(platform::StartProcess("vexlane-test-text", 0, 0, started));
     EXPECT_EQ(platform::LastError(), static_cast<std::uint32_t>(EACCES));
@@ -227,6 +227,7 @@ TEST_F(PosixProcess, AFileThatMayNotBeExecutedIsNotStarted) {
     EXPECT_EQ(platform::LastError(), static_cast<std::uint32_t>(EACCES));
     EXPECT_FALSE(platform::StartProcess("vexlane-test-broken", 0, 0, started));
     EXPECT_EQ(platform::LastError(), static_cast<std::uint32_t>(ENOEXEC));
+    setenv("PATH", pathBefore.c_str(), 1);
     EXPECT_EQ(UnwaitedChildren(), 0);
 }
 
@@ -253,6 +254,31 @@ TEST_F(PosixProcess, AStartedProgramInheritsTheEnvironmentAndTheFolderAlone) {
                           "\nvariable handed on\nleads its session 1\n"
                           "descriptor 0 /dev/null\ndescriptor 1 /dev/null\ndescriptor 2 /dev/null\n"
                           "SigBlk:0\nSigIgn:0\n");
+}
+
+TEST_F(ProgramSearch, NeverFindsItInTheCurrentFolder) {
+    std::filesystem::create_directory(current / "below");
+    CopyHelper(current / name);
+    CopyHelper(current / "below" / name);
+    const auto isMissing = [](const std::string& program) {
+        ProcessInformation started;
+        if (platform::StartProcess(program, 0, platform::showWindowHidden, started)) {
+            platform::TerminateProcess(started.process, 0);
+            return false;
+        }
+        return platform::LastError() == static_cast<std::uint32_t>(ENOENT);
+    };
+    for (const char* path : {"", ":", ".", "./", ".:", ":.", "below", "./below", "../current", "below/:below::"}) {
+        SetPath(path);
+        EXPECT_TRUE(isMissing(name)) << path;
+    }
+    test_support::UnsetEnvironment("PATH");
+    for (const std::string& program : {name, "./" + name, "below/" + name}) {
+        EXPECT_TRUE(isMissing(program)) << program;
+    }
+    const std::filesystem::path program = CopyHelper(onPath / name);
+    SetPath(":.::below:" + onPath.string() + ":.");
+    ExpectIsStarted(program);
 }
 
 // Ending

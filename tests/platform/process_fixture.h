@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <cstdint>
+#include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <map>
@@ -17,6 +18,7 @@
 #include "platform/process.h"
 #include "tests/platform/process_system.h"
 #include "tests/support/comes_true.h"
+#include "tests/support/environment.h"
 
 namespace process_tests {
 
@@ -117,6 +119,32 @@ class ProcessFixture : public testing::Test {
     std::filesystem::path startFolder;
     std::vector<std::filesystem::path> copies;
     std::vector<platform::SystemHandle> toEnd;
+};
+
+/// A program of one name in several places, and the search for it.
+class ProgramSearch : public ProcessFixture {
+  protected:
+    ProgramSearch() {
+        for (const std::filesystem::path& made : {onPath, current, folder / "empty"}) {
+            std::filesystem::create_directories(made);
+        }
+        std::filesystem::current_path(current);
+        SetPath((folder / "empty").string() + test_support::pathSeparator + onPath.string() +
+                test_support::pathSeparator + pathBefore);
+    }
+    ~ProgramSearch() override { SetPath(pathBefore); }
+
+    static void SetPath(const std::string& path) { test_support::SetEnvironment("PATH", path); }
+
+    void ExpectIsStarted(const std::filesystem::path& program) {
+        const std::string started = Report(name)["executable"];
+        EXPECT_TRUE(std::filesystem::equivalent(started, program)) << started << " instead of " << program;
+    }
+
+    const std::string name = "vexlane-test-search.exe";
+    const std::filesystem::path onPath = folder / "path";
+    const std::filesystem::path current = folder / "current";
+    const std::string pathBefore = std::getenv("PATH");
 };
 
 }  // namespace process_tests

@@ -94,6 +94,11 @@ TEST_F(WindowsProcess, ItsCommandLineIsWhatWasAskedFor) {
     EXPECT_EQ(Report(helperName)["command-line"], helperName + std::string(" report \"") + file + "\"");
 }
 
+TEST_F(ProgramSearch, FindsItInTheCurrentFolderBeforeThePathAsTheSystemDoes) {
+    CopyHelper(onPath / name);
+    ExpectIsStarted(CopyHelper(current / name));
+}
+
 TEST_F(WindowsProcess, ItInheritsNoHandle) {
     const LockedFile file(folder / "locked");
     StartLasting(helperName);
