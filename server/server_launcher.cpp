@@ -70,7 +70,9 @@ ServerLauncher::~ServerLauncher() {
     try {
         PollTimeoutThread::Stop();
         if (platform::OtherThreadsAreGone()) {
-            // A mutex may have died locked.
+            // The other threads were stopped wherever they were, perhaps with a mutex held or in the middle of taking
+            // memory. So no lock is taken, and the lines of a stop are left out: they could wait for such a lock, or
+            // end the process, before the server is ended.
             platform::TerminateProcess(process.process, terminatedExitCode);
         } else {
             Stop();
@@ -165,7 +167,8 @@ bool ServerLauncher::ScanProcesses() {
     return isRunning;
 }
 
-// A process that cannot be opened runs, but could never be ended: the record keeps its own.
+// A process that cannot be opened counts as running but does not take the place of ours on record: without a handle it
+// could never be ended, and ours, which can, would be forgotten.
 void ServerLauncher::ExamineProcess(const platform::ProcessEntry& entry) {
     const platform::SystemHandle handle = platform::OpenProcess(platform::processAllAccess, true, entry.processId);
     const boost::posix_time::ptime now = Now();

@@ -23,7 +23,8 @@ class ServerLauncher : public ThreadRoutines::PollTimeoutThread {
     /// Starts polling; the first poll, at once and on the poll thread, starts the server. Throws std::exception when no
     /// thread can be had.
     ServerLauncher();
-    /// Ends polling and the server. REQUIRES: not on the poll thread, not in a forked child.
+    /// Ends polling and the server. At the end of a Windows process it ends the server alone and writes no lines.
+    /// REQUIRES: not on the poll thread, not in a forked child.
     ~ServerLauncher() override;
 
     /// Starts the server unless a process of its name runs.

@@ -1,4 +1,5 @@
-// A host that ends while the library polls, in the way that its argument names. Writes the server's id first.
+// A host that ends while the library polls and says what it does, in the way that the argument names. Writes the
+// server's id first.
 
 #include <chrono>
 #include <cstdio>
@@ -31,7 +32,11 @@ int main(int count, char** arguments) {
     }).detach();
     plugin = new plugin_test::Plugin;
     host = new recording_host::RecordingHost;
-    plugin->InitializeModule(host->Object());
+    {
+        const plugin_test::TestFolder folder;
+        folder.SetDebugLevel("1");
+        plugin->InitializeModule(host->Object());
+    }
     moduleObject = plugin->GetModule();
     detector = moduleObject->CreateDetector(nullptr, host->Peer());
     // No program was there to start, so polling goes on; now there is one.

@@ -1,0 +1,26 @@
+// What the library writes at the end of a Windows process, which only somebody outside it still sees.
+
+#include "tests/plugin/plugin_fixture.h"
+#include "tests/support/windows_debugger.h"
+
+namespace {
+
+using testing::Contains;
+using testing::Not;
+using testing::StartsWith;
+
+// Where threads were stopped in the middle of what they did, a line could wait for a lock that one of them held.
+TEST(WindowsProcessEnd, WritesNoLinesOfAStop) {
+    servers::Remove();
+    const auto program = servers::OwnFolder() / VEXLANE_ENDING_HOST;
+    const test_support::DebuggedRun run = test_support::RunUnderDebugger('"' + program.string() + "\" return");
+    servers::Remove();
+    ASSERT_TRUE(run.hasEnded);
+    EXPECT_EQ(run.exitCode, 0u);
+    EXPECT_THAT(run.NarrowTexts(), Contains(StartsWith("ServerLauncher: CreatedProcess(plate-Server.exe) - ok")));
+    for (const char* line : {"Stop server launcher", "Terminate"}) {
+        EXPECT_THAT(run.NarrowTexts(), Not(Contains(StartsWith(std::string("ServerLauncher: ") + line))));
+    }
+}
+
+}  // namespace
