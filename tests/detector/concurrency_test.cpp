@@ -1,10 +1,15 @@
-// Frames, settings and error reads on threads of their own; the thread sanitizer is the judge.
+// Frames, settings and error reads on threads of their own; where a test does not say what must not meet, the thread
+// sanitizer is the judge.
 
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <functional>
 #include <stdexcept>
+#include <string>
 #include <thread>
+#include <utility>
+#include <vector>
 
 #include "tests/detector/test_detector.h"
 
@@ -99,5 +104,92 @@ TEST(DetectorThreads, FramesSettingsAppliesAndErrorReadsMayMeet) {
     }
     EXPECT_EQ(counts.released, counts.made);
 }
+
+// Two single calls on two threads. At a step of the first call the second one runs from its begin to its end if it can
+// get in; the first call's lock keeps it out.
+
+using Step = std::function<void()> detector_tests::TestDetector::*;
+
+class TwoSingleCalls : public testing::TestWithParam<std::pair<const char*, Step>> {
+  protected:
+    struct Seen {
+        std::int32_t left = -1;
+        std::int32_t value = -1;      // of the name that both calls use
+        std::int32_t ownValue = -1;   // of the name that this call uses alone
+        std::int32_t otherCode = -1;  // the code of asking for that of the other call
+        bool isSingle = false;
+    };
+
+    std::int32_t Call(int number) {
+        const OKM8::FrameArea area = {10 * number, 0, 10, 10};
+        SingleReceiverOf(*detector).SetIntValue("both", number);
+        SingleReceiverOf(*detector).SetIntValue(number == 1 ? "first" : "second", number);
+        return SingleReceiverOf(*detector).ReceiveSingle(
+            recording_host::MakeFrame(counts, 100, 100, static_cast<std::uint64_t>(number)), &area, nullptr);
+    }
+
+    Seen Look(bool isFirst) const {
+        Seen seen;
+        seen.left = detector->GetDetectionRect().left;
+        detector->GetFrameInt("both", seen.value);
+        detector->GetFrameInt(isFirst ? "first" : "second", seen.ownValue);
+        std::int32_t other = -1;
+        seen.otherCode = detector->GetFrameInt(isFirst ? "second" : "first", other);
+        seen.isSingle = detector->inSingleCall;
+        return seen;
+    }
+
+    recording_host::BufferCounts counts;
+    recording_host::RecordingHost host;
+    DetectorPointer detector = MakeDetector(host);
+};
+
+TEST_P(TwoSingleCalls, DoNotMixTheirAreasAndValues) {
+    std::int32_t secondOutcome = -1;
+    bool hasMet = false;
+    bool couldGetIn = false;
+    (*detector).*GetParam().second = [&] {
+        if (std::exchange(hasMet, true)) {
+            return;
+        }
+        std::thread([&] {
+            couldGetIn = detector->frameMutex.try_lock();
+            if (couldGetIn) {
+                detector->frameMutex.unlock();
+            }
+        }).join();
+        if (couldGetIn) {
+            std::thread([&] { secondOutcome = Call(2); }).join();
+        }
+    };
+    std::vector<Seen> seen;
+    detector->onRecognize = [&](FrameImage&, const BufferPointer& buffer) {
+        seen.push_back(Look(buffer->GetTimeStamp() == 1));
+    };
+    EXPECT_EQ(Call(1), 0);
+    EXPECT_TRUE(hasMet);
+    EXPECT_FALSE(couldGetIn);
+    if (secondOutcome == -1) {
+        std::thread([&] { secondOutcome = Call(2); }).join();
+    }
+    EXPECT_EQ(secondOutcome, 0);
+    ASSERT_EQ(seen.size(), 2u);
+    for (int number = 1; number <= 2; ++number) {
+        const Seen& call = seen[static_cast<std::size_t>(number - 1)];
+        EXPECT_EQ(call.left, 10 * number);
+        EXPECT_EQ(call.value, number);
+        EXPECT_EQ(call.ownValue, number);
+        EXPECT_EQ(call.otherCode, 2816);
+        EXPECT_TRUE(call.isSingle);
+    }
+    detector.reset();
+    EXPECT_EQ(counts.released, counts.made);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    MeetingAt, TwoSingleCalls,
+    testing::Values(std::pair("TheFirstOnesBegin", &detector_tests::TestDetector::onSingleCallBegun),
+                    std::pair("TheFirstOnesEnd", &detector_tests::TestDetector::onSingleCallEnding)),
+    [](const auto& instance) { return std::string(instance.param.first); });
 
 }  // namespace

@@ -42,8 +42,24 @@ class TestDetector final : public plate_recognition::BaseDetectorImpl {
         }
     }
 
+    void BeginSingleCall(const OKM8::FrameArea& callArea) override {
+        BaseDetectorImpl::BeginSingleCall(callArea);
+        if (onSingleCallBegun) {
+            onSingleCallBegun();
+        }
+    }
+
+    void EndSingleCall() override {
+        if (onSingleCallEnding) {
+            onSingleCallEnding();
+        }
+        BaseDetectorImpl::EndSingleCall();
+    }
+
     std::function<void()> onApplied;
     std::function<void(FrameImage&, BufferPointer)> onRecognize;
+    std::function<void()> onSingleCallBegun;   // behind the base's part
+    std::function<void()> onSingleCallEnding;  // before it
     int applied = 0;
     int recognized = 0;
     int* wasDestroyed = nullptr;
@@ -54,6 +70,7 @@ class TestDetector final : public plate_recognition::BaseDetectorImpl {
     using BaseDetectorImpl::errorCode;
     using BaseDetectorImpl::errorText;
     using BaseDetectorImpl::Fail;
+    using BaseDetectorImpl::frameMutex;
     using BaseDetectorImpl::frameValues;
     using BaseDetectorImpl::halfFrame;
     using BaseDetectorImpl::height;
