@@ -4,13 +4,16 @@
 #include <gtest/gtest.h>
 
 #include <array>
+#include <atomic>
 #include <boost/make_shared.hpp>
 #include <cstring>
 #include <limits>
 #include <set>
 #include <stdexcept>
+#include <thread>
 
 #include "engine/track_points.h"
+#include "platform/text.h"
 #include "tests/engine/probe_detector.h"
 
 namespace {
@@ -161,6 +164,28 @@ TEST_F(PlateEvents, CountryAndDirectionComeFromTheDescription) {
     EXPECT_EQ(NumberOf(LastTarget(), "direction"), -77);
 }
 
+// Bytes of the system's code page, on Linux UTF-8, and bytes without a meaning there, which become U+FFFD.
+TEST_F(PlateEvents, TheCountryIsConvertedFromTheSystemsCodePageToUtf8) {
+    std::string country = "\xC3\xA4 ";
+    for (int byte = 0x80; byte <= 0xFF; ++byte) {
+        country += static_cast<char>(byte);
+        country += ' ';
+    }
+    std::wstring wide(country.size(), L'\0');
+    const auto size = static_cast<int>(country.size());
+    wide.resize(
+        static_cast<std::size_t>(platform::ToWide(platform::codePageAnsi, country.data(), size, wide.data(), size)));
+    std::string expected(country.size() * 3, '\0');
+    expected.resize(
+        static_cast<std::size_t>(platform::FromWide(platform::codePageUtf8, wide.data(), static_cast<int>(wide.size()),
+                                                    expected.data(), static_cast<int>(expected.size()))));
+    ASSERT_NE(expected, country);
+    PlateDescription description;
+    description.strings[0] = country;
+    Detector().RaisePlateEvent(ResultWith(description), {});
+    EXPECT_EQ(LastTarget().Find("country_code")->text, expected);
+}
+
 TEST_F(PlateEvents, ConfidenceIsClampedToPercents) {
     const std::vector<std::pair<std::int32_t, std::int64_t>> cases = {
         {130, 100}, {-5, 0}, {100, 100}, {101, 100}, {0, 0}, {57, 57}, {largest, 100}, {smallest, 0}};
@@ -234,6 +259,43 @@ TEST_F(PlateEvents, RowsOfAWholeFrameAreNotScaled) {
     Find(FoundPlate{.top = 21, .bottom = 43});
     Frame(1, 720, 576);
     EXPECT_EQ(NumberOf(LastTarget(), "lpf_y1"), 21);
+}
+
+// The setting is the detector's own member, so frames follow it without being applied; the picture's effective height
+// follows the size alone.
+TEST_F(PlateEvents, RowsFollowTheHalfFrameSettingFromTheNextFrameOn) {
+    ReportAtOnce();
+    std::uint64_t now = 0;
+    const auto topOf = [&](char letter) {
+        const std::string text(16, letter);  // like no text before
+        Find(FoundPlate{.text = text, .top = 21, .bottom = 43});
+        EXPECT_EQ(Frame(now += 100000, 720, 576), 0);
+        EXPECT_EQ(LastTarget().Find("lp_wnum")->text, text);
+        EXPECT_EQ(NumberOf(LastTarget(), "lpf_y3") * 21, NumberOf(LastTarget(), "lpf_y1") * 43);
+        return NumberOf(LastTarget(), "lpf_y1");
+    };
+    EXPECT_EQ(topOf('A'), 21);
+    Settings().SetBoolValue("use_half_cadr", true);
+    EXPECT_EQ(topOf('B'), 42) << "not applied";
+    EXPECT_EQ(Detector().effectiveHeight, 576u);
+    Settings().ApplySettings();
+    EXPECT_EQ(topOf('C'), 42) << "applied";
+    EXPECT_EQ(Detector().effectiveHeight, 576u);
+    Settings().SetBoolValue("use_half_cadr", false);
+    EXPECT_EQ(topOf('D'), 21) << "not applied";
+    Settings().ApplySettings();
+    EXPECT_EQ(topOf('E'), 21) << "applied";
+}
+
+TEST_F(PlateEvents, RowsFollowTheLastFramesSizeOfAHalfFrameSettingThatStays) {
+    ReportAtOnce();
+    Settings().SetBoolValue("use_half_cadr", true);
+    std::uint64_t now = 0;
+    for (const auto& [height, top] : {std::pair(576u, 42), std::pair(478u, 21), std::pair(480u, 42)}) {
+        Find(FoundPlate{.text = std::string(16, static_cast<char>('A' + now / 1000)), .top = 21, .bottom = 43});
+        EXPECT_EQ(Frame(now += 1000, 720, height), 0);
+        EXPECT_EQ(NumberOf(LastTarget(), "lpf_y1"), top) << height;
+    }
 }
 
 TEST_F(PlateEvents, ScaledRowsWrap) {
@@ -411,6 +473,21 @@ TEST_F(PlateEvents, TheTrackIsHandedOverAsThreePointersIntoLiveMemory) {
     ASSERT_EQ(seenInRaise.size(), 1u) << "still readable inside Raise";
     EXPECT_EQ(seenInRaise[0].x, 100);
     EXPECT_EQ(seenInRaise[0].time, TrackTimeEpoch + 7000);
+}
+
+TEST_F(PlateEvents, TheThirdPointerIsTheEndOfTheListsStorage) {
+    std::vector<plate_recognition::TrackPoint> track = plate_recognition::TrackPointsOf({Reading(1), Reading(2)});
+    track.reserve(7);
+    ASSERT_GT(track.capacity(), track.size());
+    Detector().RaisePlateEvent(ResultWith({}), track);
+    const RecordedTarget target = LastTarget();
+    OKM8::Analytics::TrackPointList list = {};
+    ASSERT_EQ(target.Find("all_tracks")->bytes.size(), sizeof list);
+    std::memcpy(&list, target.Find("all_tracks")->bytes.data(), sizeof list);
+    const auto* const first = reinterpret_cast<const OKM8::Analytics::TrackPoint*>(track.data());
+    EXPECT_EQ(list.first, first);
+    EXPECT_EQ(list.last, first + 2);
+    EXPECT_EQ(list.storage, first + track.capacity());
 }
 
 TEST_F(PlateEvents, ATargetWithoutTheBinarySetterGoesWithoutTheTrack) {
@@ -748,6 +825,95 @@ TEST_F(Verdicts, AreSilentAtLevel0) {
     Detector().OnResult(nullptr, Reading(3), {}, 3);
     EXPECT_EQ(host.Events().size(), 1u);
     EXPECT_THAT(Trace(), IsEmpty());
+}
+
+// Another thread lets go of a result. It gets in wherever the results' lock is not held; there it runs to its end.
+
+class LettingGo : public Verdicts {
+  protected:
+    bool IsLocked() {
+        bool isLocked = false;
+        std::thread([&] {
+            isLocked = !Detector().resultsMutex.try_lock();
+            if (!isLocked) {
+                Detector().resultsMutex.unlock();
+            }
+        }).join();
+        return isLocked;
+    }
+
+    // Called on any line of the trace while it lives.
+    class OnTrace final : public platform::DebugOutputSink {
+      public:
+        explicit OnTrace(std::function<void(const char*)> onLine)
+            : action(std::move(onLine)), before(platform::ExchangeDebugOutputSink(this)) {}
+        ~OnTrace() override { platform::ExchangeDebugOutputSink(before); }
+        void Write(const char* text) override { action(text); }
+        void Write(const wchar_t*) override {}
+
+      private:
+        std::function<void(const char*)> action;
+        platform::DebugOutputSink* before;
+    };
+};
+
+TEST_F(LettingGo, WaitsUntilTheResultsEventHasBeenRaised) {
+    AddPending(3);
+    bool wasLocked = false;
+    std::thread other;
+    host.onRaise = [&](const RecordedEvent&) {
+        wasLocked = IsLocked();
+        other = std::thread([&] { Detector().OnMayReleaseLicencePlate(nullptr, Reading(3)); });
+        if (!wasLocked) {
+            other.join();
+        }
+        EXPECT_EQ(counts.released, 0) << "the result whose event is being raised is gone";
+    };
+    Detector().OnResult(nullptr, Reading(3), {Reading(3)}, 3);
+    EXPECT_TRUE(wasLocked);
+    ASSERT_EQ(host.Events().size(), 1u);
+    if (other.joinable()) {
+        other.join();
+    }
+    EXPECT_THAT(Detector().pendingResults, IsEmpty());
+    EXPECT_EQ(counts.released, 1);
+}
+
+TEST_F(LettingGo, LocksTheResults) {
+    AddPending(3);
+    std::vector<bool> locked;
+    {
+        const OnTrace onTrace([&](const char* text) {
+            if (std::strstr(text, "Remove plate ID = 3") != nullptr) {
+                locked.push_back(IsLocked());
+            }
+        });
+        Detector().OnMayReleaseLicencePlate(nullptr, Reading(3));
+    }
+    EXPECT_THAT(locked, ElementsAre(true));
+    EXPECT_FALSE(IsLocked());
+}
+
+// The thread sanitizer sees the place at which a frame's results come in.
+TEST_F(LettingGo, MayMeetFrames) {
+    diagnostics::SetDebugLevel(0);
+    constexpr std::uint64_t frames = 100;
+    ReportAtOnce();
+    std::atomic<bool> isOver = false;
+    std::thread other([&] {
+        for (std::uint64_t id = 1000000; !isOver; ++id) {
+            Detector().OnMayReleaseLicencePlate(nullptr, Reading(id));
+        }
+    });
+    for (std::uint64_t frame = 0; frame < frames; ++frame) {
+        Find(FoundPlate{.text = "AB" + std::to_string(1000 + frame)});
+        EXPECT_EQ(Frame(frame * 100000, 64, 48), 0);
+        FindNothing();  // the track is lost
+        EXPECT_EQ(Frame(frame * 100000 + 50000, 64, 48), 0);
+    }
+    isOver = true;
+    other.join();
+    EXPECT_EQ(host.Events().size(), frames);
 }
 
 TEST_F(PlateEvents, SettersAndErrorReadsWorkFromInsideRaise) {
