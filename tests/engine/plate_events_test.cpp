@@ -691,7 +691,9 @@ class PlateThatAlwaysThrows : public PlateEvents {
             const int x = 100 + 40 * (frame % 2);
             Find(FoundPlate{.text = text, .left = x, .right = x + 60});
             time += frame % 2 == 0 ? 2000 : 100;
-            EXPECT_EQ(Frame(time, 320, 240), 0);
+            const bool isReported = frame % 2 != 0;
+            const std::int32_t expected = isReported && onReport ? onReport(frame / 2) : 0;
+            EXPECT_EQ(Frame(time, 320, 240), expected);
             held.push_back(counts.made - counts.released);
         }
         FindNothing();
@@ -713,6 +715,7 @@ class PlateThatAlwaysThrows : public PlateEvents {
     }
 
     static constexpr int plates = 24;
+    std::function<std::int32_t(int plate)> onReport;  // called before the frame that reports it; returns its outcome
 };
 
 TEST_F(PlateThatAlwaysThrows, KeepsNoOtherPlateFromTheHostAndHoldsNoFrameLongerThanAnEventThatGoesOut) {
@@ -736,6 +739,88 @@ TEST_F(PlateThatAlwaysThrows, KeepsNoOtherPlateFromTheHostAndHoldsNoFrameLongerT
         EXPECT_EQ(event.discarded, 0) << "what was raised is not discarded too";
     }
 }
+
+// A host that fails for every second plate, for as long as plates come.
+
+struct LastingFailure {
+    const char* description;
+    bool Refusals::*refusal = nullptr;
+    const char* throwingKey = nullptr;
+    bool raiseThrows = false;
+    bool throwsOther = false;
+};
+
+void PrintTo(const LastingFailure& failure, std::ostream* stream) {
+    *stream << failure.description;
+}
+
+class HostThatKeepsFailing : public PlateThatAlwaysThrows, public testing::WithParamInterface<LastingFailure> {
+  protected:
+    void Throw() const {
+        if (GetParam().throwsOther) {
+            throw 42;
+        }
+        throw std::runtime_error("host lost");
+    }
+};
+
+TEST_P(HostThatKeepsFailing, GetsAllOtherPlatesAndItsFramesAsSoonAsWithoutAFailure) {
+    const std::vector<int> heldWithoutFailure = Play();
+    const std::set<std::string> raisedWithoutFailure = Raised();
+    EXPECT_EQ(raisedWithoutFailure.size(), static_cast<std::size_t>(plates));
+    End();
+    const std::size_t before = host.Events().size();
+
+    const LastingFailure& failure = GetParam();
+    bool isFailing = false;
+    onReport = [&](int plate) {
+        isFailing = plate % 2 != 0;
+        if (failure.refusal != nullptr) {
+            host.refusals.*failure.refusal = isFailing;
+        }
+        return isFailing && failure.refusal != nullptr ? 1 : 0;
+    };
+    host.onSetValue = [&](const std::string& key) {
+        if (isFailing && failure.throwingKey != nullptr && key == failure.throwingKey) {
+            Throw();
+        }
+    };
+    host.onRaise = [&](const RecordedEvent&) {
+        if (isFailing && failure.raiseThrows) {
+            Throw();
+        }
+    };
+    EXPECT_EQ(Play(), heldWithoutFailure);
+    std::set<int> missing;
+    for (int plate = 0; plate < plates; ++plate) {
+        missing.insert(plate);
+    }
+    const std::vector<RecordedEvent> events = host.Events();
+    for (std::size_t index = before; index < events.size(); ++index) {
+        EXPECT_EQ(events[index].raised + events[index].discarded, 1);
+        if (events[index].raised == 1) {
+            EXPECT_EQ(missing.erase(TargetOf(events[index]).Find("lp_wnum")->text[0] - 'A'), 1u);
+        }
+    }
+    EXPECT_EQ(missing.size(), static_cast<std::size_t>(failure.raiseThrows ? 0 : plates / 2));
+    for (const int plate : missing) {
+        EXPECT_EQ(plate % 2, 1) << "the host did not fail for this one";
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    At, HostThatKeepsFailing,
+    testing::Values(LastingFailure{.description = "Factory", .refusal = &Refusals::factory},
+                    LastingFailure{.description = "Enumerator", .refusal = &Refusals::enumerator},
+                    LastingFailure{.description = "Raiser", .refusal = &Refusals::raiser},
+                    LastingFailure{.description = "Arguments", .refusal = &Refusals::arguments},
+                    LastingFailure{.description = "Target", .refusal = &Refusals::target},
+                    LastingFailure{.description = "Text", .throwingKey = PlateKey::Text},
+                    LastingFailure{.description = "LastNumber", .throwingKey = PlateKey::Bottom, .throwsOther = true},
+                    LastingFailure{.description = "Track", .throwingKey = PlateKey::AllTracks},
+                    LastingFailure{.description = "Raise", .raiseThrows = true},
+                    LastingFailure{.description = "RaiseOfAnotherException", .raiseThrows = true, .throwsOther = true}),
+    [](const auto& instance) { return std::string(instance.param.description); });
 
 // The tracker's verdicts, called as the tracker calls them.
 
