@@ -75,7 +75,7 @@ void CheckDecoding(Bytes bytes) {
 }
 
 wire::Contents MakeContents(fuzz::Input& input) {
-    switch (input.Take<std::uint8_t>() % 6) {
+    switch (input.Take<std::uint8_t>() % 7) {
         case 0:
             return wire::Greeting{input.Take<std::uint32_t>()};
         case 1:
@@ -96,6 +96,8 @@ wire::Contents MakeContents(fuzz::Input& input) {
             }
             return frame;
         }
+        case 5:
+            return wire::Busy();
         default: {
             wire::Readings readings;
             readings.readings.resize(input.Take<std::uint8_t>() % 7);

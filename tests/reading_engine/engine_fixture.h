@@ -16,6 +16,7 @@
 #include "tests/support/comes_true.h"
 #include "tests/support/environment.h"
 #include "tools/server/service.h"
+#include "tools/wire/messages.h"
 
 namespace reading_engine_test {
 
@@ -163,6 +164,30 @@ class ReadingEngine : public testing::Test {
 /// Comes and goes: the server clears up what has ended whenever somebody comes.
 inline void VisitServer() {
     wire::Connection::Open(wire::ServerName());
+}
+
+/// A client that greets and then says nothing.
+struct Greeted {
+    Greeted() : connection(wire::Connection::Open(wire::ServerName())) {
+        const wire::Deadline deadline = wire::Clock::now() + 10s;
+        std::vector<std::uint8_t> bytes;
+        std::optional<wire::PeerMemory> memory;
+        if (connection) {
+            // A busy server has gone by then.
+            connection->Send(wire::Encode({1, wire::Greeting()}), nullptr, deadline);
+            if (connection->Receive(bytes, wire::largestMessageBytes, memory, 0, deadline)) {
+                answer = wire::Decode(bytes);
+            }
+        }
+    }
+
+    std::optional<wire::Connection> connection;
+    std::optional<wire::Message> answer;
+};
+
+/// What a server says that has no place for a client.
+inline wire::Message BusyAnswer() {
+    return {0, wire::Busy()};
 }
 
 /// Runs something on a thread whose engine has no past.

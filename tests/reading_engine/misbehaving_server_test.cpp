@@ -212,6 +212,9 @@ std::vector<Misbehaviour> Misbehaviours() {
              Say(connection, wire::Encode({request.number,
                                            isRange ? Contents(ReadingsOf("WRONG1")) : Contents(wire::RangeTaken())}));
          })},
+        {"that it is busy, as an answer", inPlaceOfTheAnswer([](Connection& connection, const Message& request) {
+             Say(connection, wire::Encode({request.number, wire::Busy()}));
+         })},
         {"memory beside the answer", inPlaceOfTheAnswer([encoded](Connection& connection, const Message& request) {
              const wire::SharedMemory memory(100);
              Say(connection, encoded(request), &memory);
@@ -230,6 +233,11 @@ TEST(MisbehavingServer, ThatDoesNotTakeARangeIsRefusedInTime) {
                            ServeWell(connection);
                        }
                    }});
+    all.push_back({"that it is busy, too late", [](Connection& connection) {
+                       if (ServeUpTo<wire::Range>(connection)) {
+                           Say(connection, wire::Encode({0, wire::Busy()}));
+                       }
+                   }});
     ForEachAtOnce(all, [](const Misbehaviour& one) {
         const FakeServer server(one.behaviour);
         Client client(server.name);
@@ -243,6 +251,21 @@ TEST(MisbehavingServer, ThatDoesNotTakeARangeIsRefusedInTime) {
         EXPECT_EQ(recognized.count, 0) << one.what;
         EXPECT_LT(recognized.time, 1s) << one.what;
     });
+}
+
+// It costs little time, with every frame, and the range is not refused: nobody is to end the server for that.
+TEST(MisbehavingServer, ThatIsBusyForEverCostsThePlatesAlone) {
+    std::atomic<int> attempts = 0;
+    const FakeServer server([&attempts](Connection& connection) {
+        ++attempts;
+        Say(connection, wire::Encode({0, wire::Busy()}));
+    });
+    Client client(server.name);
+    for (int frame = 0; frame < 5; ++frame) {
+        EXPECT_LT(TimeOf([&] { EXPECT_TRUE(client.SetRange(1, 2)); }), longestCall);
+        EXPECT_EQ(Recognize(client).count, 0);
+    }
+    EXPECT_LE(attempts, 5 * 3) << "it is asked again and again";
 }
 
 TEST(MisbehavingServer, ThatDoesNotAnswerAFrameCostsThatFrameAlone) {

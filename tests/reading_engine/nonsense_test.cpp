@@ -32,8 +32,8 @@ class Nonsense : public ReadingEngine {
                        scripted_reader::DescriptionOf(picture.AsRead(), std::nullopt, plate_reading::WidthRange{3, 4}));
     }
 
-    struct Greeted : RawClient {
-        Greeted() : RawClient(ServerName()) {
+    struct GreetedRaw : RawClient {
+        GreetedRaw() : RawClient(ServerName()) {
             EXPECT_TRUE(Send(Encode({1, Greeting()})));
             EXPECT_EQ(Receive(), Encode({1, GreetingAnswer()}));
         }
@@ -42,7 +42,7 @@ class Nonsense : public ReadingEngine {
     /// A frame of that size with memory of another one.
     static void ExpectDropped(std::uint32_t width, std::uint32_t height, const std::vector<Piece>& pieces,
                               bool bringsMemory = true) {
-        Greeted client;
+        GreetedRaw client;
         client.Send(Encode({2, Frame{width, height, bringsMemory, std::nullopt}}), pieces);
         EXPECT_TRUE(client.IsDropped());
     }
@@ -75,7 +75,7 @@ TEST_F(Nonsense, BehindTheGreetingEndsTheConnection) {
     for (const Bytes& message :
          {Bytes{1}, Bytes(16, 0), Bytes(32, 255), Bytes(5000, 1), Encode({1, Greeting()}),
           Encode({1, GreetingAnswer()}), Encode({1, RangeTaken()}), Encode({1, Readings()}), spoiltFrame, Bytes()}) {
-        Greeted client;
+        GreetedRaw client;
         client.Send(message);
         EXPECT_TRUE(client.IsDropped());
     }
@@ -86,7 +86,7 @@ TEST_F(Nonsense, AboutMemoryEndsTheConnection) {
     const OwnPiece exact = MakeMemory(30 * 20 * 3);
     {
         // The control: this one is served.
-        Greeted client;
+        GreetedRaw client;
         client.Send(Encode({2, Frame{30, 20, true, std::nullopt}}), {exact});
         const auto answer = Decode(client.Receive());
         EXPECT_TRUE(answer && std::holds_alternative<Readings>(answer->contents));
@@ -108,7 +108,7 @@ TEST_F(Nonsense, AboutMemoryEndsTheConnection) {
     for (const test_support::WrongPiece& wrong : MakeWrongPieces()) {
         ExpectDropped(30, 20, {wrong.piece});
     }
-    Greeted client;
+    GreetedRaw client;
     client.Send(Encode({2, Range{1, 2}}), {exact});  // memory beside what needs none
     EXPECT_TRUE(client.IsDropped());
     EXPECT_TRUE(ServesWell());
@@ -123,7 +123,7 @@ TEST_F(Nonsense, OfSizesThatWouldWrapEndsTheConnection) {
                 message[16 + byte] = static_cast<std::uint8_t>(side >> (8 * byte));
                 message[20 + byte] = both ? message[16 + byte] : message[20 + byte];
             }
-            Greeted client;
+            GreetedRaw client;
             client.Send(message, {some});
             EXPECT_TRUE(client.IsDropped()) << side;
         }
@@ -174,7 +174,7 @@ TEST_F(Nonsense, LeavesNoDescriptorAndNoMemoryOpen) {
     for (int round = 0; round < 20; ++round) {
         ExpectDropped(30, 20, std::vector<Piece>(static_cast<std::size_t>(round), exact), false);
         ExpectDropped(31, 20, {exact});
-        Greeted client;
+        GreetedRaw client;
         client.Send(Encode({2, Frame{30, 20, true, std::nullopt}}), {exact});
         EXPECT_FALSE(client.Receive().empty());
     }

@@ -2,7 +2,9 @@
 
 #include "tools/server/service.h"
 
+#include <algorithm>
 #include <atomic>
+#include <deque>
 #include <future>
 #include <mutex>
 #include <stdexcept>
@@ -200,18 +202,109 @@ TEST_F(ReadingService, ThatCameAnewIsGivenTheRangeAgain) {
 
 // Connections
 
-TEST_F(ReadingService, RefusesMoreConnectionsThanItMayHave) {
+/// How many readings a client gets of a picture in which there are two.
+int ReadingsFor(Client& client) {
+    TestPicture picture(4, 4);
+    RPLATE plates[engineRecordCount] = {};
+    return client.Recognise(&picture.image, nullptr, plates);
+}
+
+// A client beyond the places once looked like a hung server, which the library of that client then ended for all.
+TEST_F(ReadingService, TellsClientsBeyondItsPlacesThatItIsBusy) {
     RunningService service(With([](Settings& settings) { settings.mostConnections = 3; }));
     std::vector<Client> clients(3);
     for (Client& client : clients) {
         ASSERT_TRUE(client.SetRange(1, 2));
     }
-    EXPECT_FALSE(TakesARange());
-    clients.pop_back();
-    EXPECT_TRUE(TakesARange()) << "the place of one that has gone is not given away";
+    for (int round = 0; round < 20; ++round) {
+        EXPECT_EQ(Greeted().answer, BusyAnswer());
+    }
+    Client waiting;
+    EXPECT_THAT(TimeOf([&] { EXPECT_TRUE(waiting.SetRange(17, 18)); }),
+                testing::AllOf(testing::Ge(50ms), testing::Lt(longestCall)));
+    EXPECT_LT(TimeOf([&] { EXPECT_EQ(ReadingsFor(waiting), 0); }), 1s);
     for (Client& client : clients) {
         EXPECT_TRUE(client.SetRange(1, 2));
+        EXPECT_EQ(ReadingsFor(client), 2);
     }
+    clients.pop_back();
+    // The range that it could not give before is given with the connection.
+    TestPicture picture(4, 4);
+    RPLATE plates[engineRecordCount] = {};
+    ASSERT_TRUE(ComesTrue([&] { return waiting.Recognise(&picture.image, nullptr, plates) == 2; }))
+        << "the place of one that has gone is not given away";
+    EXPECT_EQ(plates[1].corner1.x, 17);
+}
+
+/// Wine takes many times as long for a connection.
+#ifdef _WIN32
+constexpr std::size_t places = 32;
+constexpr std::size_t others = 8;
+#else
+constexpr std::size_t places = 256;
+constexpr std::size_t others = 44;
+#endif
+
+TEST_F(ReadingService, ServesAsManyAsItHasPlacesForAndTheOthersAsPlacesBecomeFree) {
+    RunningService service(With([](Settings& settings) { settings.mostConnections = places; }));
+    std::deque<Client> clients(places + others);
+    const auto forEach = [&clients](std::size_t first, std::size_t last, auto action) {
+        std::vector<std::thread> threads;
+        for (std::size_t index = first; index < last; ++index) {
+            threads.emplace_back([&action, &client = clients[index]] { action(client); });
+        }
+        for (std::thread& thread : threads) {
+            thread.join();
+        }
+    };
+    for (std::size_t index = 0; index < places; ++index) {
+        ASSERT_TRUE(clients[index].SetRange(1, 2)) << index;
+    }
+    std::atomic<std::size_t> taken = 0;
+    std::atomic<std::size_t> served = 0;
+    const auto play = [&](Client& client) {
+        taken += client.SetRange(1, 2) ? 1 : 0;
+        served += ReadingsFor(client) == 2 ? 1 : 0;
+    };
+    forEach(places, clients.size(), play);
+    EXPECT_EQ(taken, others) << "a busy server was taken for one that is hung";
+    EXPECT_EQ(served, 0u);
+    for (std::size_t index = 0; index < places; ++index) {
+        play(clients[index]);
+    }
+    EXPECT_EQ(taken, clients.size());
+    EXPECT_EQ(served, places);
+    for (std::size_t gone = 0; gone < others; ++gone) {
+        clients.pop_front();
+    }
+    served = 0;
+    forEach(places - others, places, [&](Client& client) {
+        served += ComesTrue([&] { return client.SetRange(1, 2) && ReadingsFor(client) == 2; }) ? 1 : 0;
+    });
+    EXPECT_EQ(served, others);
+}
+
+TEST_F(ReadingService, OutlivesAFloodOfConnectionsThatSayNothing) {
+    RunningService service(With([](Settings& settings) { settings.mostConnections = 8; }));
+    Client client;
+    ASSERT_TRUE(client.SetRange(1, 2));
+    {
+        std::vector<Connection> silent;
+        while (silent.size() < 100) {
+            if (std::optional<Connection> next = Connection::Open(wire::ServerName())) {
+                silent.push_back(std::move(*next));
+            }
+        }
+        EXPECT_TRUE(client.SetRange(1, 2));
+        EXPECT_EQ(ReadingsFor(client), 2);
+        EXPECT_TRUE(ComesTrue([&silent] {
+            return std::ranges::count_if(silent, [](const Connection& one) { return one.PeerIsThere(); }) <= 7;
+        })) << "it keeps connections beyond its places";
+    }
+    EXPECT_TRUE(ComesTrue([] {
+        Client second;
+        return second.SetRange(1, 2) && ReadingsFor(second) == 2;
+    }));
 }
 
 // Readers

@@ -150,6 +150,27 @@ TEST_F(Faults, AServerThatIsStoppedIsReplaced) {
     EXPECT_EQ(servers::Zombies(), 0);
 }
 
+// A host with more threads than the server has places once ended the server of all others every two seconds.
+TEST_F(Faults, AServerWithoutAPlaceIsNotRestartedAndReadsWhenThereIsOne) {
+    Stream stream;
+    // On a thread that then leaves its place.
+    reading_engine_test::OnNewThread([&] { PlayUntilPlates(stream); });
+    const servers::ProcessId server = TheServer();
+    std::vector<reading_engine_test::Greeted> others;
+    ASSERT_TRUE(ComesTrue([&others] {
+        others.emplace_back();
+        return others.back().answer == reading_engine_test::BusyAnswer();
+    }));
+    for (int frame = 0; frame < 5; ++frame) {
+        const Played played = PlayOne(stream);
+        EXPECT_EQ(played.plates, 0);
+        EXPECT_FALSE(played.restarts);
+    }
+    others.clear();
+    PlayUntilPlates(stream);
+    EXPECT_EQ(TheServer(), server) << State(stream);
+}
+
 TEST_F(Faults, AServerWithoutAnswersCostsTimeAndNothingElse) {
     Stream stream;
     PlayUntilPlates(stream);

@@ -4,16 +4,21 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <fstream>
 #include <functional>
 #include <random>
+#include <sstream>
+#include <system_error>
 #include <thread>
 
 #include "platform/posix/send_signal.h"
 #include "tests/reading_faults/process_fixture.h"
+#include "tests/support/posix_descriptor_limit.h"
 
 namespace {
 
 using namespace reading_faults;
+using test_support::DescriptorLimit;
 
 /// Runs something in a process of its own; true is what it should answer.
 pid_t Fork(const std::function<bool()>& action) {
@@ -115,6 +120,63 @@ TEST_F(ServerProcess, OutlivesClientsThatAreKilledInTheMiddleOfAFrame) {
     }
     EXPECT_TRUE(IsServedWell(client));
     EXPECT_TRUE(ComesTrue([&] { return DescriptorsOf(server) == descriptors; })) << DescriptorsOf(server);
+}
+
+// Another server would have no descriptor for it either, and it is the server of all.
+TEST_F(ServerProcess, IsNotRefusedByAHostWithoutDescriptorsAndServesItWhenThereAreSome) {
+    Start();
+    ASSERT_TRUE(client.SetRange(1, 2));
+    Client second;
+    TestPicture picture(40, 30);
+    RPLATE plates[engineRecordCount] = {};
+    {
+        const DescriptorLimit none(DescriptorLimit::None());
+        EXPECT_LT(TimeOf([&] { EXPECT_TRUE(second.SetRange(1, 2)); }), longestCall);
+        EXPECT_EQ(second.Recognise(&picture.image, nullptr, plates), 0);
+        // One that is connected lacks memory for its picture.
+        EXPECT_THROW(client.Recognise(&picture.image, nullptr, plates), std::system_error);
+        EXPECT_TRUE(client.SetRange(1, 2));
+    }
+    EXPECT_TRUE(IsServedWell(second));
+    EXPECT_TRUE(IsServedWell(client));
+}
+
+long ClockTicksOf(servers::ProcessId process) {
+    std::ifstream file("/proc/" + std::to_string(process) + "/stat");
+    std::string text;
+    std::getline(file, text);
+    std::istringstream fields(text.substr(text.rfind(')') + 1));
+    std::string skipped;
+    for (int field = 3; field < 14; ++field) {
+        fields >> skipped;
+    }
+    long user = 0;
+    long system = 0;
+    fields >> user >> system;
+    return user + system;
+}
+
+TEST_F(ServerProcess, WithoutDescriptorsSaysThatItIsBusyAndServesWhenThereAreSome) {
+    {
+        const DescriptorLimit few(24);
+        Start();
+    }
+    ASSERT_TRUE(IsServedWell(client));
+    std::vector<Greeted> others;
+    do {
+        ASSERT_LT(others.size(), 24u);
+        others.emplace_back();
+        ASSERT_TRUE(others.back().answer) << "it is left waiting";
+    } while (others.back().answer != BusyAnswer());
+    Client waiting;
+    EXPECT_TRUE(waiting.SetRange(1, 2));
+    EXPECT_TRUE(IsServedWell(client)) << "whose memory it has already";
+    const long ticks = ClockTicksOf(server);
+    std::this_thread::sleep_for(300ms);
+    EXPECT_LT(ClockTicksOf(server) - ticks, ::sysconf(_SC_CLK_TCK) / 10) << "it does not rest";
+    others.clear();
+    EXPECT_TRUE(ComesTrue([&] { return IsServedWell(waiting); }));
+    EXPECT_EQ(servers::Running().count(server), 1u);
 }
 
 }  // namespace

@@ -130,6 +130,15 @@ TEST_F(LocalConnection, SeesThatThePeerHasGone) {
     EXPECT_LT(TimeOf([&] { EXPECT_FALSE(server->Send(Bytes{1}, nullptr, noDeadline)); }), 5s) << "and no signal";
 }
 
+TEST_F(LocalConnection, TellsWhatItsPeerSaidBeforeItWentWithoutListening) {
+    ASSERT_TRUE(client->Send(Bytes{9}, nullptr, In(10s)));
+    ASSERT_TRUE(server->Send(Bytes{1, 2}, nullptr, In(10s)));
+    server.reset();
+    EXPECT_TRUE(client->Receive(message, longest, memory, plenty, In(10s)));
+    EXPECT_EQ(message, (Bytes{1, 2}));
+    EXPECT_FALSE(client->Receive(message, longest, memory, plenty, In(10s)));
+}
+
 // Threads that meet may make a lock of the system's libraries keep a handle. A connection that kept one would keep one
 // in every round.
 TEST_F(LocalConnection, IsEndedFromAnotherThread) {

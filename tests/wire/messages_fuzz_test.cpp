@@ -48,7 +48,7 @@ class MessagesFuzzer : public testing::Test {
                 break;
             default:  // a size and a kind that may be right
                 if (bytes.size() >= 8) {
-                    bytes[0] = static_cast<std::uint8_t>(Below(8));
+                    bytes[0] = static_cast<std::uint8_t>(Below(9));
                     bytes[4] = static_cast<std::uint8_t>(bytes.size());
                     bytes[5] = static_cast<std::uint8_t>(bytes.size() >> 8);
                 }
@@ -66,7 +66,8 @@ std::vector<Bytes> Corpus() {
     for (const wire::Contents& contents : std::vector<wire::Contents>{
              wire::Greeting(), wire::GreetingAnswer(), wire::Range{64, 256}, wire::RangeTaken(),
              wire::Frame{1920, 1080, true, std::nullopt}, wire::Frame{640, 480, false, wire::Region{1, 2, 30, 40}},
-             wire::Readings(), wire::Readings{{reading}}, wire::Readings{std::vector<wire::Reading>(5, reading)}}) {
+             wire::Readings(), wire::Readings{{reading}}, wire::Readings{std::vector<wire::Reading>(5, reading)},
+             wire::Busy()}) {
         corpus.push_back(wire::Encode({1, contents}));
     }
     return corpus;

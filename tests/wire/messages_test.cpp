@@ -23,6 +23,7 @@ std::vector<Contents> SoundContents() {
     return {
         Greeting(),
         Greeting{0},
+        Busy(),
         GreetingAnswer{0xFFFFFFFF},
         Range{-1, 2147483647},
         RangeTaken(),
@@ -73,6 +74,7 @@ TEST(Messages, HaveTheLayoutThatEveryVersionKeeps) {
     const Bytes answer = Encode({1, GreetingAnswer{2}});
     EXPECT_EQ(answer.size(), 32u);
     EXPECT_EQ(answer[0], 2);
+    EXPECT_EQ(Encode({0, Busy()}), (Bytes{7, 0, 0, 0, 16, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0}));
 }
 
 TEST(Messages, HaveTheLayoutOfThisVersion) {
@@ -155,7 +157,7 @@ TEST(Decoding, RefusesUnknownKinds) {
         for (unsigned byte = 0; byte < 4; ++byte) {
             bytes[byte] = static_cast<std::uint8_t>(kind >> (8 * byte));
         }
-        EXPECT_EQ(Decode(bytes).has_value(), kind == 4) << kind;
+        EXPECT_EQ(Decode(bytes).has_value(), kind == 4 || kind == 7) << kind;
     }
 }
 

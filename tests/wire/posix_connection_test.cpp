@@ -14,12 +14,14 @@
 #include <thread>
 
 #include "tests/support/environment.h"
+#include "tests/support/posix_descriptor_limit.h"
 #include "tests/support/raw_client.h"
 #include "tests/wire/connection_fixture.h"
 
 namespace {
 
 using namespace wire_test;
+using test_support::DescriptorLimit;
 using test_support::RawClient;
 
 TEST(ServerName, HoldsTheUser) {
@@ -75,6 +77,28 @@ TEST_F(LocalConnection, SpeaksToNobodyButItsOwnUser) {
     EXPECT_EQ(status, 0);
     const std::optional<Connection> own = Connection::Open(name);
     EXPECT_TRUE(listener->Accept(In(10s)));
+}
+
+TEST_F(LocalConnection, CannotBeOpenedWithoutADescriptor) {
+    const DescriptorLimit none(DescriptorLimit::None());
+    EXPECT_THROW(Connection::Open(name), std::system_error);
+}
+
+TEST_F(LocalConnection, IsRefusedWithAWordWhereItsPeerHasNoDescriptorLeft) {
+    const Bytes refusal = {1, 2, 3};
+    std::optional<Connection> second = Connection::Open(name);
+    std::optional<Connection> third = Connection::Open(name);
+    {
+        const DescriptorLimit none(DescriptorLimit::None());
+        EXPECT_FALSE(listener->Accept(In(50ms), refusal));
+        for (std::optional<Connection>* const refused : {&second, &third}) {
+            EXPECT_TRUE((*refused)->Receive(message, longest, memory, plenty, In(10s)));
+            EXPECT_EQ(message, refusal);
+            EXPECT_FALSE((*refused)->Receive(message, longest, memory, plenty, In(10s)));
+        }
+    }
+    second = Connection::Open(name);
+    EXPECT_TRUE(listener->Accept(In(10s), refusal));
 }
 
 TEST_F(LocalConnection, RefusesSeveralPiecesOfMemoryAndClosesThem) {

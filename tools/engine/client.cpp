@@ -40,17 +40,24 @@ static_assert(wire::mostReadings == engineRecordCount && wire::longestText < siz
 Client::Client(std::string nameOfServer) : name(std::move(nameOfServer)) {}
 
 bool Client::SetRange(std::int32_t minimum, std::int32_t maximum) {
-    const wire::Deadline deadline = wire::Clock::now() + longestRange;
+    const wire::Deadline start = wire::Clock::now();
+    const wire::Deadline deadline = start + longestRange;
     range = wire::Range{minimum, maximum};
+    if (connection && GiveRange(deadline)) {
+        return true;
+    }
     for (;;) {
         // A new connection is given the range with the greeting.
-        if (connection ? GiveRange(deadline) : Connect(deadline)) {
+        const Attempt attempt = Connect(deadline);
+        if (attempt == Attempt::Connected) {
             return true;
         }
-        if (wire::Clock::now() + connectingPause >= deadline) {
-            return false;
+        const bool isBusy = attempt == Attempt::Busy;
+        const auto pause = isBusy ? busyPause : connectingPause;
+        if (wire::Clock::now() + pause >= (isBusy ? start + longestBusy : deadline)) {
+            return isBusy;
         }
-        std::this_thread::sleep_for(connectingPause);
+        std::this_thread::sleep_for(pause);
     }
 }
 
@@ -68,7 +75,8 @@ int Client::Recognise(const IMG* image, const tagRECT* region, RPLATE* plates) {
             return 0;
         }
     }
-    if (!connection && !Connect(wire::Clock::now() + longestConnecting)) {
+    const wire::Deadline now = wire::Clock::now();
+    if (!connection && (now < nextFrame || Connect(now + longestConnecting) != Attempt::Connected)) {
         return 0;
     }
     const wire::Deadline deadline = wire::Clock::now() + wire::longestFrame;
@@ -83,20 +91,31 @@ int Client::Recognise(const IMG* image, const tagRECT* region, RPLATE* plates) {
 }
 
 // Greets a new server and gives it the range.
-bool Client::Connect(wire::Deadline deadline) {
-    connection = wire::Connection::Open(name);
-    if (!connection) {
-        return false;
+Client::Attempt Client::Connect(wire::Deadline deadline) {
+    isServerBusy = false;
+    bool isConnected = false;
+    try {
+        connection = wire::Connection::Open(name);
+        isConnected = connection && Greet(deadline) && (!range || GiveRange(deadline));
+    } catch (const std::exception&) {
+        // What this process lacks another server would not have.
+        isServerBusy = true;
     }
+    if (isServerBusy) {
+        nextFrame = wire::Clock::now() + busyPause;
+        return Attempt::Busy;
+    }
+    return isConnected ? Attempt::Connected : Attempt::Failed;
+}
+
+// REQUIRES: a connection.
+bool Client::Greet(wire::Deadline deadline) {
     const auto greeting = Ask<wire::GreetingAnswer>(wire::Greeting(), nullptr, deadline);
-    if (!greeting) {
-        return false;
-    }
-    if (greeting->version != wire::protocolVersion) {
+    if (greeting && greeting->version != wire::protocolVersion) {
         Disconnect();
         return false;
     }
-    return !range || GiveRange(deadline);
+    return greeting.has_value();
 }
 
 // REQUIRES: a connection and a range.
@@ -121,20 +140,24 @@ bool Client::PutPicture(const IMG& image) {
     return isNew;
 }
 
-// Without the one right answer in time there is no connection behind this. REQUIRES: a connection.
+// Without the one right answer in time the connection ends. REQUIRES: a connection.
 template <class Answer>
 std::optional<Answer> Client::Ask(const wire::Contents& question, const wire::SharedMemory* handedOver,
                                   wire::Deadline deadline) {
     const std::uint64_t number = ++requests;
     std::optional<wire::PeerMemory> nobodysMemory;
     try {
-        if (connection->Send(wire::Encode({number, question}), handedOver, deadline) &&
-            connection->Receive(received, wire::largestMessageBytes, nobodysMemory, 0, deadline)) {
+        const bool isAsked = connection->Send(wire::Encode({number, question}), handedOver, deadline);
+        // A busy server may have gone by now, but not without a word.
+        if (connection->Receive(received, wire::largestMessageBytes, nobodysMemory, 0, deadline)) {
             std::optional<wire::Message> message = wire::Decode(received);
-            if (message && message->number == number && !nobodysMemory) {
-                if (auto* const answer = std::get_if<Answer>(&message->contents)) {
+            if (message && !nobodysMemory) {
+                auto* const answer = std::get_if<Answer>(&message->contents);
+                if (isAsked && answer != nullptr && message->number == number) {
                     return std::move(*answer);
                 }
+                isServerBusy = std::holds_alternative<wire::Greeting>(question) && message->number == 0 &&
+                               std::holds_alternative<wire::Busy>(message->contents);
             }
         }
     } catch (...) {

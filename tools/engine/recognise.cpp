@@ -14,11 +14,12 @@ int Recognize2(YUV420_IMG*, IMG* image, tagRECT* region, RPLATE* plates, int) {
     }
 }
 
+// False is the caller's reason to end the server, which serves others as well. It is told of nothing else.
 bool SetPlateRange(int minimumWidth, int maximumWidth) {
     try {
         engine_client::Client* const client = ClientOfThread();
-        return client != nullptr && client->SetRange(minimumWidth, maximumWidth);
+        return client == nullptr || client->SetRange(minimumWidth, maximumWidth);
     } catch (...) {
-        return false;
+        return true;
     }
 }

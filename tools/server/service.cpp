@@ -4,12 +4,19 @@
 #include <utility>
 
 #include "tools/server/session.h"
+#include "tools/wire/messages.h"
 
 namespace reading_service {
 
 namespace {
 
 constexpr std::chrono::milliseconds namePause{10};
+
+// Said to clients that are not served.
+const std::vector<std::uint8_t>& BusyMessage() {
+    static const std::vector<std::uint8_t> message = wire::Encode({0, wire::Busy()});
+    return message;
+}
 
 }  // namespace
 
@@ -87,17 +94,19 @@ End Service::Listen(ReaderPool& readers) {
                 }
             }
         }
-        std::optional<wire::Connection> connection = listener->Accept(deadline);
-        if (connection) {
-            StartClient(std::move(*connection), readers);
+        std::optional<wire::Connection> connection = listener->Accept(deadline, BusyMessage());
+        if (connection && !StartClient(*connection, readers)) {
+            // A new connection has room for the message, so that nobody is waited for.
+            connection->Send(BusyMessage(), nullptr, wire::Clock::now());
         }
     }
 }
 
-void Service::StartClient(wire::Connection connection, ReaderPool& readers) {
+// Takes the connection; false when its client cannot be served.
+bool Service::StartClient(wire::Connection& connection, ReaderPool& readers) {
     const std::lock_guard lock(mutex);
     if (connections >= settings.mostConnections) {
-        return;
+        return false;
     }
     const std::size_t before = clients.size();
     try {
@@ -106,11 +115,12 @@ void Service::StartClient(wire::Connection connection, ReaderPool& readers) {
     } catch (const std::exception& error) {
         clients.resize(before);
         Complain(std::string("a client cannot be served: ") + error.what());
-        return;
+        return false;
     }
     // Its thread waits for the mutex before it looks.
     clients.back().connection = std::move(connection);
     ++connections;
+    return true;
 }
 
 void Service::Serve(Client& client, ReaderPool& readers) {

@@ -18,7 +18,7 @@ namespace reading_service {
 struct Settings {
     std::string name = wire::ServerName();
     std::size_t readers = std::thread::hardware_concurrency();  ///< at most; at least one
-    std::size_t mostConnections = 256;                          ///< further ones are closed at once
+    std::size_t mostConnections = 256;                          ///< further ones are told that the server is busy
     int confirmations = 1;                                      ///< plate_reading::ReadingStream, for each connection
     std::chrono::milliseconds longestIdle{60'000};              ///< without any connection
     std::chrono::milliseconds longestWaitForName{3'000};        ///< for a server that is still ending
@@ -52,7 +52,7 @@ class Service {
 
     bool OpenListener();
     End Listen(ReaderPool& readers);
-    void StartClient(wire::Connection connection, ReaderPool& readers);
+    bool StartClient(wire::Connection& connection, ReaderPool& readers);
     void Serve(Client& client, ReaderPool& readers);
     void JoinEnded();
     void EndClients();

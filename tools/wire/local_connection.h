@@ -68,7 +68,7 @@ class PeerMemory {
 class Connection {
   public:
     /// Tries once to connect to the server of that name; nothing when there is none, when it has no room or is another
-    /// user's. Does not wait.
+    /// user's. Does not wait. Throws std::system_error when this process lacks what a connection takes.
     static std::optional<Connection> Open(const std::string& name);
 
     Connection(Connection&& other) noexcept;
@@ -109,9 +109,9 @@ class Listener {
     Listener& operator=(Listener&& other) noexcept;
     ~Listener();
 
-    /// The next connection of a process of this user; those of others are closed. Nothing at the deadline, and behind
-    /// Shutdown.
-    std::optional<Connection> Accept(Deadline deadline);
+    /// The next connection of a process of this user; those of others are closed. Nothing at the deadline, and after
+    /// Shutdown. A client for which this process has no descriptor left is sent `refusal` and closed.
+    std::optional<Connection> Accept(Deadline deadline, std::span<const std::uint8_t> refusal = {});
 
     /// Ends every wait, now and later. Any thread.
     void Shutdown();

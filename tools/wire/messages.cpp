@@ -25,6 +25,7 @@ enum class Kind : std::uint32_t {
     RangeTaken = 4,
     Frame = 5,
     Readings = 6,
+    Busy = 7,
 };
 
 // Writing
@@ -98,6 +99,8 @@ void Write(Writer& writer, const Readings& readings) {
     }
 }
 
+void Write(Writer&, const Busy&) {}
+
 template <class Contents>
 constexpr Kind KindOf() {
     if constexpr (std::is_same_v<Contents, Greeting>) {
@@ -110,9 +113,11 @@ constexpr Kind KindOf() {
         return Kind::RangeTaken;
     } else if constexpr (std::is_same_v<Contents, Frame>) {
         return Kind::Frame;
-    } else {
-        static_assert(std::is_same_v<Contents, Readings>);
+    } else if constexpr (std::is_same_v<Contents, Readings>) {
         return Kind::Readings;
+    } else {
+        static_assert(std::is_same_v<Contents, Busy>);
+        return Kind::Busy;
     }
 }
 
@@ -242,6 +247,8 @@ std::optional<Contents> ReadContents(Kind kind, Reader& reader) {
             return ReadFrame(reader);
         case Kind::Readings:
             return ReadReadings(reader);
+        case Kind::Busy:
+            return Busy();
     }
     return std::nullopt;
 }

@@ -5,6 +5,8 @@
 ///
 ///     Greeting        ->                    first of all, and once
 ///                     <-  GreetingAnswer    the server's version; when the versions differ, the connection ends
+///                     <-  Busy              in place of all others, at once and unasked: the server has no place for
+///                                           this client; the connection ends, and the client may try again later
 ///     Range           ->                    at any time, holds for the frames behind it
 ///                     <-  RangeTaken        at once, however busy the readers are
 ///     Frame           ->                    the pixels lie in memory that both sides see
@@ -19,7 +21,7 @@
 ///     offset  width
 ///          0      4  kind
 ///          4      4  size of the whole message in bytes
-///          8      8  number of the request; an answer has that of its request
+///          8      8  number of the request; an answer has that of its request, Busy has 0
 ///         16         contents, by kind:
 ///
 ///     Greeting 1, GreetingAnswer 2:   8 bytes mark "VXL-READ", u32 version, u32 zero
@@ -29,6 +31,7 @@
 ///                                     i32 left, top, right, bottom of the region, zeros without one
 ///     Readings 6:                     u32 count, u32 zero, and for each reading 56 bytes: text of 16 bytes with NULs
 ///                                     behind it, f64 confidence, i32 x and y of four corners
+///     Busy 7:                         nothing; of any version, since it comes before the versions are known
 ///
 /// Whoever receives anything else, or another kind than it waits for, ends the connection without a word.
 #pragma once
@@ -117,7 +120,12 @@ struct Readings {
     bool operator==(const Readings&) const = default;
 };
 
-using Contents = std::variant<Greeting, GreetingAnswer, Range, RangeTaken, Frame, Readings>;
+/// Of any version.
+struct Busy {
+    bool operator==(const Busy&) const = default;
+};
+
+using Contents = std::variant<Greeting, GreetingAnswer, Range, RangeTaken, Frame, Readings, Busy>;
 
 struct Message {
     std::uint64_t number = 0;

@@ -49,12 +49,16 @@ void Close(Handle& handle) {
 class Owned {
   public:
     explicit Owned(int opened) : handle(opened) {}
+    Owned(Owned&& other) noexcept : handle(other.Take()) {}
+    Owned& operator=(Owned&&) = delete;
     ~Owned() { Close(handle); }
-    Owned(const Owned&) = delete;
-    Owned& operator=(const Owned&) = delete;
 
     int Get() const { return Descriptor(handle); }
     Handle Take() { return std::exchange(handle, -1); }
+    void Reset(int opened) {
+        Close(handle);
+        handle = opened;
+    }
 
   private:
     Handle handle;
@@ -109,14 +113,68 @@ std::optional<Address> MakeAddress(const std::string& name) {
     return made;
 }
 
-int OpenSocket() {
-    return ::socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
+// Throws std::system_error.
+Owned OpenSocket() {
+    Owned socket(::socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
+    if (socket.Get() < 0) {
+        Throw("no socket");
+    }
+    return socket;
 }
 
 bool PeerIsThisUser(int socket) {
     ucred peer = {};
     socklen_t size = sizeof peer;
     return ::getsockopt(socket, SOL_SOCKET, SO_PEERCRED, &peer, &size) == 0 && peer.uid == ::geteuid();
+}
+
+bool IsLackOfResources(int error) {
+    return error == EMFILE || error == ENFILE || error == ENOBUFS || error == ENOMEM;
+}
+
+/// A socket that listens, and a descriptor in reserve.
+class ListeningSocket {
+  public:
+    explicit ListeningSocket(Owned listening) : socket(std::move(listening)) { KeepReserve(); }
+
+    int Get() const { return socket.Get(); }
+
+    /// The next client, which must be waiting; none is -1, and errno says why.
+    Owned Accept() {
+        Owned accepted(::accept4(Get(), nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK));
+        if (accepted.Get() >= 0) {
+            KeepReserve();
+        }
+        return accepted;
+    }
+
+    /// Sends one waiting client `message` and closes it, with the descriptor in reserve. False when there is none in
+    /// reserve either.
+    bool Refuse(std::span<const std::uint8_t> message) {
+        reserve.Reset(-1);
+        Owned refused(::accept4(Get(), nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK));
+        const bool isThere = refused.Get() >= 0;
+        if (isThere && !message.empty() && PeerIsThisUser(refused.Get())) {
+            ::send(refused.Get(), message.data(), message.size(), MSG_NOSIGNAL | MSG_DONTWAIT);
+        }
+        refused.Reset(-1);
+        KeepReserve();
+        return isThere;
+    }
+
+  private:
+    void KeepReserve() {
+        if (reserve.Get() < 0) {
+            reserve.Reset(::fcntl(Get(), F_DUPFD_CLOEXEC, 0));
+        }
+    }
+
+    const Owned socket;
+    Owned reserve{-1};
+};
+
+ListeningSocket& ListeningOf(Handle handle) {
+    return *reinterpret_cast<ListeningSocket*>(handle);
 }
 
 // Nothing for a file that is no memory, or whose size can change or is not to be taken.
@@ -225,9 +283,11 @@ PeerMemory::~PeerMemory() {
 
 std::optional<Connection> Connection::Open(const std::string& name) {
     const std::optional<Address> address = MakeAddress(name);
-    Owned socket(address ? OpenSocket() : -1);
-    if (socket.Get() < 0 || ::connect(socket.Get(), address->Get(), address->size) != 0 ||
-        !PeerIsThisUser(socket.Get())) {
+    if (!address) {
+        return std::nullopt;
+    }
+    Owned socket = OpenSocket();
+    if (::connect(socket.Get(), address->Get(), address->size) != 0 || !PeerIsThisUser(socket.Get())) {
         return std::nullopt;
     }
     return Connection(socket.Take());
@@ -287,7 +347,8 @@ bool Connection::Receive(std::vector<std::uint8_t>& message, std::size_t longest
             }
             continue;
         }
-        if (received < 0 && errno == EINTR) {
+        // A peer that has gone without taking what it was sent is told of first, once; what it has sent comes after.
+        if (received < 0 && (errno == EINTR || errno == ECONNRESET)) {
             continue;
         }
         if (received < 0) {
@@ -326,10 +387,7 @@ std::optional<Listener> Listener::Open(const std::string& name) {
     if (!address) {
         throw std::system_error(ENAMETOOLONG, std::generic_category(), name);
     }
-    Owned socket(OpenSocket());
-    if (socket.Get() < 0) {
-        Throw("no socket");
-    }
+    Owned socket = OpenSocket();
     if (::bind(socket.Get(), address->Get(), address->size) != 0) {
         if (errno == EADDRINUSE) {
             return std::nullopt;
@@ -339,27 +397,32 @@ std::optional<Listener> Listener::Open(const std::string& name) {
     if (::listen(socket.Get(), waitingConnections) != 0) {
         Throw("nobody can be listened to");
     }
-    return Listener(socket.Take());
+    return Listener(reinterpret_cast<Handle>(new ListeningSocket(std::move(socket))));
 }
 
 Listener::~Listener() {
-    Close(handle);
+    if (handle != -1) {
+        delete &ListeningOf(handle);
+    }
 }
 
-std::optional<Connection> Listener::Accept(Deadline deadline) {
+std::optional<Connection> Listener::Accept(Deadline deadline, std::span<const std::uint8_t> refusal) {
+    ListeningSocket& listening = ListeningOf(handle);
     for (;;) {
         short seen = 0;
-        if (!WaitFor(Descriptor(handle), POLLIN, deadline, &seen) || (seen & (POLLHUP | POLLERR | POLLNVAL)) != 0) {
+        if (!WaitFor(listening.Get(), POLLIN, deadline, &seen) || (seen & (POLLHUP | POLLERR | POLLNVAL)) != 0) {
             return std::nullopt;
         }
-        Owned socket(::accept4(Descriptor(handle), nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK));
+        Owned socket = listening.Accept();
         if (socket.Get() >= 0) {
             if (PeerIsThisUser(socket.Get())) {
                 return Connection(socket.Take());
             }
-        } else if (errno == EMFILE || errno == ENFILE || errno == ENOBUFS || errno == ENOMEM) {
-            // The connection goes on waiting until something has been given back.
-            std::this_thread::sleep_for(resourcePause);
+        } else if (IsLackOfResources(errno)) {
+            if (!listening.Refuse(refusal)) {
+                // The client goes on waiting until something has been given back.
+                std::this_thread::sleep_for(resourcePause);
+            }
             if (Clock::now() >= deadline) {
                 return std::nullopt;
             }
@@ -368,7 +431,7 @@ std::optional<Connection> Listener::Accept(Deadline deadline) {
 }
 
 void Listener::Shutdown() {
-    ::shutdown(Descriptor(handle), SHUT_RDWR);
+    ::shutdown(ListeningOf(handle).Get(), SHUT_RDWR);
 }
 
 }  // namespace wire

@@ -68,6 +68,13 @@ class Owned {
     throw std::system_error(static_cast<int>(error), std::system_category(), what);
 }
 
+bool IsLackOfResources(DWORD error) {
+    constexpr std::array<DWORD, 6> errors = {ERROR_TOO_MANY_OPEN_FILES, ERROR_NOT_ENOUGH_MEMORY,
+                                             ERROR_OUTOFMEMORY,         ERROR_NO_SYSTEM_RESOURCES,
+                                             ERROR_COMMITMENT_LIMIT,    ERROR_NOT_ENOUGH_QUOTA};
+    return std::find(errors.begin(), errors.end(), error) != errors.end();
+}
+
 Owned MakeEvent() {
     Owned event(CreateEventA(nullptr, TRUE, FALSE, nullptr));
     if (!event) {
@@ -501,6 +508,9 @@ std::optional<Connection> Connection::Open(const std::string& name) {
     // Whoever listens may learn who this is, and not act in its name.
     Owned pipe(CreateFileA((pipeFolder + name).c_str(), GENERIC_READ | GENERIC_WRITE, 0, nullptr, OPEN_EXISTING,
                            FILE_FLAG_OVERLAPPED | SECURITY_SQOS_PRESENT | SECURITY_IDENTIFICATION, nullptr));
+    if (!pipe && IsLackOfResources(GetLastError())) {
+        Throw("no pipe");
+    }
     DWORD mode = PIPE_READMODE_MESSAGE;
     ULONG process = 0;
     if (!pipe || SetNamedPipeHandleState(pipe.Get(), &mode, nullptr, nullptr) == FALSE ||
@@ -602,7 +612,8 @@ Listener::~Listener() {
     }
 }
 
-std::optional<Connection> Listener::Accept(Deadline deadline) {
+// Handles do not run out before memory does, and then a client cannot be sent anything either.
+std::optional<Connection> Listener::Accept(Deadline deadline, std::span<const std::uint8_t>) {
     while (Owned pipe = InstancesOf(handle).Next(deadline)) {
         ULONG process = 0;
         if (GetNamedPipeClientProcessId(pipe.Get(), &process) != FALSE) {

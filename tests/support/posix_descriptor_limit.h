@@ -1,0 +1,32 @@
+/// A process that runs out of descriptors.
+#pragma once
+
+#include <sys/resource.h>
+#include <unistd.h>
+
+namespace test_support {
+
+/// Until its end, this process and those that it starts open no descriptor whose number is not below the limit.
+class DescriptorLimit {
+  public:
+    explicit DescriptorLimit(int limit) {
+        ::getrlimit(RLIMIT_NOFILE, &former);
+        const rlimit lower = {static_cast<rlim_t>(limit), former.rlim_max};
+        ::setrlimit(RLIMIT_NOFILE, &lower);
+    }
+    ~DescriptorLimit() { ::setrlimit(RLIMIT_NOFILE, &former); }
+    DescriptorLimit(const DescriptorLimit&) = delete;
+    DescriptorLimit& operator=(const DescriptorLimit&) = delete;
+
+    /// The limit that leaves none.
+    static int None() {
+        const int lowest = ::dup(0);
+        ::close(lowest);
+        return lowest;
+    }
+
+  private:
+    rlimit former = {};
+};
+
+}  // namespace test_support
