@@ -177,6 +177,14 @@ Owned OpenPeer(DWORD process) {
 
 // Memory
 
+// A query that fails for any other reason says nothing: there may be a file whose end somebody else can move.
+bool IsOfNoFile(void* mapped) {
+    char file[MAX_PATH];
+    SetLastError(ERROR_SUCCESS);
+    return GetMappedFileNameA(GetCurrentProcess(), mapped, file, sizeof file) == 0 &&
+           GetLastError() == ERROR_FILE_INVALID;
+}
+
 // Nothing for what is no memory, is smaller than told, or whose reading could fault: a file, and what is only reserved.
 std::optional<std::span<const std::uint8_t>> MapForReading(HANDLE section, std::uint64_t size, std::uint64_t most) {
     if (size == 0 || size > most) {
@@ -187,10 +195,8 @@ std::optional<std::span<const std::uint8_t>> MapForReading(HANDLE section, std::
         return std::nullopt;
     }
     MEMORY_BASIC_INFORMATION pages = {};
-    char file[MAX_PATH];
     const bool isMemory = VirtualQuery(mapped, &pages, sizeof pages) != 0 && pages.State == MEM_COMMIT &&
-                          pages.Type == MEM_MAPPED && pages.RegionSize >= size &&
-                          GetMappedFileNameA(GetCurrentProcess(), mapped, file, sizeof file) == 0;
+                          pages.Type == MEM_MAPPED && pages.RegionSize >= size && IsOfNoFile(mapped);
     if (!isMemory) {
         UnmapViewOfFile(mapped);
         return std::nullopt;
