@@ -205,5 +205,18 @@ TEST_F(ReadingStreamTest, PicturesOfAPixelAreBorneWith) {
     EXPECT_THAT(stream.Follow({pixel, 1, 1, 3}, {}, {ReadingOf("AB123CD", 95, 0, 0)}), IsEmpty()) << "it is cut off";
 }
 
+// Texts that were kept for ever would outvote the right one, and grow without end.
+TEST_F(ReadingStreamTest, APlateThatIsMisreadThousandsOfTimesIsReportedOnceItIsReadRightly) {
+    for (int misreading = 0; misreading < 2000; ++misreading) {
+        Show({ReadingOf("AB123" + std::to_string(100 + misreading), 95, 100, 100)});
+    }
+    int pictures = 0;
+    while (pictures < 500 && Show({ReadingOf("AB123CD", 95, 100, 100)}).empty()) {
+        ++pictures;
+    }
+    EXPECT_LT(pictures, 200);
+    EXPECT_EQ(answer.at(0).text, "AB123CD");
+}
+
 }  // namespace
 }  // namespace plate_reading

@@ -452,6 +452,34 @@ TEST_F(ReadingService, EndsWhileNoReaderCanBeMade) {
     EXPECT_LT(TimeOf([&] { service.Stop(); }), 1500ms);
 }
 
+// Clients that ask for nothing
+
+TEST_F(ReadingService, GivesThePlaceOfASilentClientToOneThatNeedsIt) {
+    RunningService service(With([](Settings& settings) {
+        settings.mostConnections = 1;
+        settings.longestSilence = 20ms;
+    }));
+    std::optional<Greeted> silent;
+    ASSERT_TRUE(ComesTrue([&] {
+        silent.emplace();
+        return silent->answer && silent->answer != BusyAnswer();
+    }));
+    EXPECT_TRUE(ComesTrue([&] { return Send(0).get() == 2; }));
+}
+
+TEST_F(ReadingService, LetsASilentClientKeepAPlaceThatNobodyNeeds) {
+    RunningService service(With([](Settings& settings) {
+        settings.mostConnections = 2;
+        settings.longestSilence = 0ms;
+    }));
+    Client paused;
+    ASSERT_TRUE(paused.SetRange(1, 2));
+    EXPECT_EQ(Send(0).get(), 2);
+    TestPicture picture(4, 4);
+    RPLATE plates[engineRecordCount] = {};
+    EXPECT_EQ(paused.Recognise(&picture.image, nullptr, plates), 2);
+}
+
 // An answer that comes too late
 
 TEST_F(ReadingService, NeverGivesALateAnswerToALaterFrame) {

@@ -29,6 +29,9 @@ constexpr double mostMoved = 1.5;
 // Pictures for which a plate that is not seen is remembered.
 constexpr int remembered = 50;
 
+// Of one plate. One that stays in view is read wrongly again and again; texts beyond these are forgotten.
+constexpr std::size_t mostTexts = 64;
+
 constexpr double leastConfidence = 80;  // of the text that is reported, on average
 // Lettering on vehicles and signs is mostly letters alone; a plate is that rarely.
 constexpr double leastLetteringConfidence = 95;
@@ -138,8 +141,24 @@ ReadingStream::Plate& ReadingStream::PlateOf(const Reading& reading) {
     return *nearest;
 }
 
+// Of too many texts the one with the least weight goes, but not the one in hand or the one reported.
+void ReadingStream::ForgetText(Plate& plate, const std::string& kept) const {
+    if (plate.texts.size() <= mostTexts) {
+        return;
+    }
+    auto least = plate.texts.end();
+    for (auto entry = plate.texts.begin(); entry != plate.texts.end(); ++entry) {
+        const bool mayGo = entry->first != kept && entry->first != plate.reported;
+        if (mayGo && (least == plate.texts.end() || entry->second.weight < least->second.weight)) {
+            least = entry;
+        }
+    }
+    plate.texts.erase(least);
+}
+
 bool ReadingStream::Confirm(Plate& plate, Reading& reading) const {
     Votes& own = plate.texts[reading.text];
+    ForgetText(plate, reading.text);
     ++own.count;
     own.weight += std::pow(reading.confidence / 100, 4);
     own.confidence += reading.confidence;

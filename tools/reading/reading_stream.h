@@ -44,6 +44,7 @@ class ReadingStream {
     /// Whether the picture shows the scene of the one before.
     bool ContinuesScene(const Picture& picture);
     Plate& PlateOf(const Reading& reading);
+    void ForgetText(Plate& plate, const std::string& kept) const;
     bool Confirm(Plate& plate, Reading& reading) const;
 
     int needed;

@@ -1,5 +1,6 @@
 #include "tools/server/service.h"
 
+#include <algorithm>
 #include <exception>
 #include <utility>
 
@@ -106,6 +107,7 @@ End Service::Listen(ReaderPool& readers) {
 bool Service::StartClient(wire::Connection& connection, ReaderPool& readers) {
     const std::lock_guard lock(mutex);
     if (connections >= settings.mostConnections) {
+        EndSilentClient();
         return false;
     }
     const std::size_t before = clients.size();
@@ -123,6 +125,20 @@ bool Service::StartClient(wire::Connection& connection, ReaderPool& readers) {
     return true;
 }
 
+// Of the clients that have been silent for too long, ends the one that has been so the longest. Without it, clients that
+// connect and ask for nothing would take all places for ever. A client whose camera pauses connects again with its next
+// frame. REQUIRES: mutex.
+void Service::EndSilentClient() {
+    const wire::Deadline now = wire::Clock::now();
+    const auto lastRequest = [](const Client& client) {
+        return client.connection ? client.lastRequest.load() : wire::noDeadline;
+    };
+    const auto silent = std::ranges::min_element(clients, {}, lastRequest);
+    if (silent != clients.end() && silent->connection && now - silent->lastRequest.load() >= settings.longestSilence) {
+        silent->connection->Shutdown();
+    }
+}
+
 void Service::Serve(Client& client, ReaderPool& readers) {
     wire::Connection* connection = nullptr;
     {
@@ -130,7 +146,7 @@ void Service::Serve(Client& client, ReaderPool& readers) {
         connection = &*client.connection;
     }
     try {
-        ServeClient(*connection, readers, settings.confirmations);
+        ServeClient(*connection, readers, settings.confirmations, client.lastRequest);
     } catch (const std::exception& error) {
         Complain(std::string("a client is served no longer: ") + error.what());
     }

@@ -1,6 +1,7 @@
 /// The recognition server, apart from what reads the plates.
 #pragma once
 
+#include <atomic>
 #include <chrono>
 #include <condition_variable>
 #include <cstddef>
@@ -19,6 +20,8 @@ struct Settings {
     std::string name = wire::ServerName();
     std::size_t readers = std::thread::hardware_concurrency();  ///< at most; at least one
     std::size_t mostConnections = 256;                          ///< further ones are told that the server is busy
+    /// A client that asks for nothing for so long gives its place to one that needs it.
+    std::chrono::milliseconds longestSilence{60'000};
     int confirmations = 1;                                      ///< plate_reading::ReadingStream, for each connection
     std::chrono::milliseconds longestIdle{60'000};              ///< without any connection
     std::chrono::milliseconds longestWaitForName{3'000};        ///< for a server that is still ending
@@ -46,6 +49,7 @@ class Service {
 
   private:
     struct Client {
+        std::atomic<wire::Deadline> lastRequest = wire::Clock::now();
         std::optional<wire::Connection> connection;  // until its thread is about to end
         std::thread thread;
     };
@@ -53,6 +57,7 @@ class Service {
     bool OpenListener();
     End Listen(ReaderPool& readers);
     bool StartClient(wire::Connection& connection, ReaderPool& readers);
+    void EndSilentClient();
     void Serve(Client& client, ReaderPool& readers);
     void JoinEnded();
     void EndClients();

@@ -42,14 +42,15 @@ wire::Readings AsSent(const std::vector<plate_reading::Reading>& readings) {
 
 class Session {
   public:
-    Session(wire::Connection& peer, ReaderPool& pool, int confirmations)
-        : connection(peer), readers(pool), stream(confirmations) {}
+    Session(wire::Connection& peer, ReaderPool& pool, int confirmations, std::atomic<wire::Deadline>& requestTime)
+        : connection(peer), readers(pool), stream(confirmations), lastRequest(requestTime) {}
 
     void Serve() {
         if (!Greet()) {
             return;
         }
         while (const std::optional<wire::Message> request = Next(wire::noDeadline)) {
+            lastRequest = wire::Clock::now();
             const std::optional<wire::Contents> answer =
                 std::visit([this](const auto& contents) { return Answer(contents); }, request->contents);
             if (!answer || !Send({request->number, *answer})) {
@@ -132,6 +133,7 @@ class Session {
     wire::Connection& connection;
     ReaderPool& readers;
     plate_reading::ReadingStream stream;  // a thread of the host's handles one camera at a time
+    std::atomic<wire::Deadline>& lastRequest;
     std::optional<wire::PeerMemory> memory;
     std::optional<plate_reading::WidthRange> widths;
     std::vector<std::uint8_t> received;
@@ -139,8 +141,9 @@ class Session {
 
 }  // namespace
 
-void ServeClient(wire::Connection& connection, ReaderPool& readers, int confirmations) {
-    Session(connection, readers, confirmations).Serve();
+void ServeClient(wire::Connection& connection, ReaderPool& readers, int confirmations,
+                 std::atomic<wire::Deadline>& lastRequest) {
+    Session(connection, readers, confirmations, lastRequest).Serve();
 }
 
 }  // namespace reading_service

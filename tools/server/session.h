@@ -1,6 +1,9 @@
 /// What the server does for one client.
 #pragma once
 
+#include <atomic>
+#include <chrono>
+
 #include "tools/server/reader_pool.h"
 #include "tools/wire/local_connection.h"
 
@@ -10,8 +13,10 @@ namespace reading_service {
 inline constexpr std::chrono::milliseconds longestGreeting{5000};
 inline constexpr std::chrono::milliseconds longestAnswering{2000};
 
-/// `confirmations` is that of plate_reading::ReadingStream. Answers a client until it goes, stays silent where it must
-/// speak, or says what no client says. Throws std::exception for want of memory alone.
-void ServeClient(wire::Connection& connection, ReaderPool& readers, int confirmations);
+/// `confirmations` is that of plate_reading::ReadingStream. Serves a client until it goes, does not greet in time, or
+/// sends an invalid message; `lastRequest` is set to the time of each of its requests. Throws std::exception on
+/// allocation failure alone.
+void ServeClient(wire::Connection& connection, ReaderPool& readers, int confirmations,
+                 std::atomic<wire::Deadline>& lastRequest);
 
 }  // namespace reading_service
