@@ -690,7 +690,7 @@ class PlateThatAlwaysThrows : public PlateEvents {
             const std::string text(6, static_cast<char>('A' + frame / 2));
             const int x = 100 + 40 * (frame % 2);
             Find(FoundPlate{.text = text, .left = x, .right = x + 60});
-            time += frame % 2 == 0 ? 2000 : 100;
+            time += frame % 2 == 0 ? 2000U : 100U;
             const bool isReported = frame % 2 != 0;
             const std::int32_t expected = isReported && onReport ? onReport(frame / 2) : 0;
             EXPECT_EQ(Frame(time, 320, 240), expected);

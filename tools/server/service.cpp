@@ -125,9 +125,9 @@ bool Service::StartClient(wire::Connection& connection, ReaderPool& readers) {
     return true;
 }
 
-// Of the clients that have been silent for too long, ends the one that has been so the longest. Without it, clients that
-// connect and ask for nothing would take all places for ever. A client whose camera pauses connects again with its next
-// frame. REQUIRES: mutex.
+// Of the clients that have been silent for too long, ends the one that has been so the longest. Without it, clients
+// that connect and ask for nothing would take all places for ever. A client whose camera pauses connects again with its
+// next frame. REQUIRES: mutex.
 void Service::EndSilentClient() {
     const wire::Deadline now = wire::Clock::now();
     const auto lastRequest = [](const Client& client) {

@@ -22,9 +22,9 @@ struct Settings {
     std::size_t mostConnections = 256;                          ///< further ones are told that the server is busy
     /// A client that asks for nothing for so long gives its place to one that needs it.
     std::chrono::milliseconds longestSilence{60'000};
-    int confirmations = 1;                                      ///< plate_reading::ReadingStream, for each connection
-    std::chrono::milliseconds longestIdle{60'000};              ///< without any connection
-    std::chrono::milliseconds longestWaitForName{3'000};        ///< for a server that is still ending
+    int confirmations = 1;                                ///< plate_reading::ReadingStream, for each connection
+    std::chrono::milliseconds longestIdle{60'000};        ///< without any connection
+    std::chrono::milliseconds longestWaitForName{3'000};  ///< for a server that is still ending
 };
 
 enum class End {
