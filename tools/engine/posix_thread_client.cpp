@@ -1,3 +1,7 @@
+#include <unistd.h>
+
+#include <optional>
+
 #include "tools/engine/thread_client.h"
 
 namespace engine_client {
@@ -9,7 +13,8 @@ thread_local bool clientHasEnded = false;
 
 struct ThreadClient {
     ~ThreadClient() { clientHasEnded = true; }
-    Client client;
+    std::optional<Client> client;
+    pid_t process = 0;  // whose client it is
 };
 
 }  // namespace
@@ -19,7 +24,13 @@ Client* ClientOfThread() {
         return nullptr;
     }
     static thread_local ThreadClient own;
-    return &own.client;
+    // A child that the host forks has the connection and the memory of its parent, and each would be given what the
+    // other has asked for.
+    if (const pid_t process = ::getpid(); own.process != process) {
+        own.client.emplace();
+        own.process = process;
+    }
+    return &*own.client;
 }
 
 }  // namespace engine_client
