@@ -15,6 +15,11 @@ void* FindFunction(void* library, const char* name);
 /// Makes DebugLines see what a loaded library writes to the debug output.
 void CatchDebugOutput(void* library);
 
+#ifdef _WIN32
+/// Makes a loaded library call another function in place of one that it imports by name.
+void ReplaceImport(void* library, const char* name, void* replacement);
+#endif
+
 /// Of this process, as the C library's getenv sees it; an empty value unsets it.
 void SetEnvironment(const char* name, const std::string& value);
 

@@ -77,8 +77,10 @@ Record* At(void* library, DWORD offset) {
     return reinterpret_cast<Record*>(static_cast<unsigned char*>(library) + offset);
 }
 
-// Puts another function in the place where a library keeps the address of one that it imports.
-void Replace(void* library, const char* name, void* replacement) {
+}  // namespace
+
+// The library keeps the address of each function that it imports in a table.
+void ReplaceImport(void* library, const char* name, void* replacement) {
     const DWORD headers = static_cast<DWORD>(At<IMAGE_DOS_HEADER>(library, 0)->e_lfanew);
     const IMAGE_DATA_DIRECTORY& imports =
         At<IMAGE_NT_HEADERS64>(library, headers)->OptionalHeader.DataDirectory[IMAGE_DIRECTORY_ENTRY_IMPORT];
@@ -100,8 +102,6 @@ void Replace(void* library, const char* name, void* replacement) {
     }
     throw std::runtime_error(std::string("the library does not import ") + name);
 }
-
-}  // namespace
 
 void* LoadLibraryFile(const fs::path& file) {
     const HMODULE loaded = LoadLibraryW(file.c_str());
@@ -177,8 +177,8 @@ bool HasEmptyDebugKey() {
 // What the system makes of a wide text differs from version to version, so the texts are taken where the library hands
 // them over.
 void CatchDebugOutput(void* library) {
-    Replace(library, "OutputDebugStringA", reinterpret_cast<void*>(&TakeNarrow));
-    Replace(library, "OutputDebugStringW", reinterpret_cast<void*>(&TakeWide));
+    ReplaceImport(library, "OutputDebugStringA", reinterpret_cast<void*>(&TakeNarrow));
+    ReplaceImport(library, "OutputDebugStringW", reinterpret_cast<void*>(&TakeWide));
 }
 
 DebugLines::DebugLines() {

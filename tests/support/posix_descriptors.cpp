@@ -2,11 +2,15 @@
 
 #include <dirent.h>
 #include <fcntl.h>
+#include <malloc.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <cstdlib>
+#include <filesystem>
 #include <fstream>
+#include <iterator>
 #include <string>
 
 namespace test_support {
@@ -31,6 +35,21 @@ bool StayBehind(const std::set<int>& descriptors) {
     });
 }
 
+OpenCounts CountOpen() {
+    OpenCounts counts;
+    for (const int descriptor : OpenDescriptors()) {
+        struct stat status = {};
+        ++counts.all;
+        counts.files += ::fstat(descriptor, &status) == 0 && S_ISREG(status.st_mode) ? 1u : 0u;
+    }
+    return counts;
+}
+
+std::size_t ThreadCount() {
+    using Entries = std::filesystem::directory_iterator;
+    return static_cast<std::size_t>(std::distance(Entries("/proc/self/task"), Entries()));
+}
+
 int Mappings() {
     std::ifstream maps("/proc/self/maps");
     return static_cast<int>(std::count(std::istreambuf_iterator<char>(maps), {}, '\n'));
@@ -46,6 +65,22 @@ long ResidentKilobytes() {
     statm >> size >> resident;
     return resident * (::sysconf(_SC_PAGESIZE) / 1024);
 #endif
+}
+
+// Otherwise the thresholds grow with the largest block so far, and every thread's heap keeps as much.
+void KeepNoFreeMemory() {
+    constexpr int threshold = 128 * 1024;
+    ::mallopt(M_MMAP_THRESHOLD, threshold);
+    ::mallopt(M_TRIM_THRESHOLD, threshold);
+}
+
+void ReleaseFreeMemory() {
+    ::malloc_trim(0);
+}
+
+std::uint64_t AllocatedBytes() {
+    const struct mallinfo2 info = ::mallinfo2();
+    return info.uordblks + info.hblkhd;
 }
 
 }  // namespace test_support

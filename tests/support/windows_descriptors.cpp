@@ -1,10 +1,13 @@
 #include <windows.h>
 // clang-format off: needs the one above
 #include <psapi.h>
+#include <tlhelp32.h>
 // clang-format on
 
 #include <algorithm>
+#include <array>
 #include <cstdint>
+#include <functional>
 
 #include "tests/support/descriptors.h"
 
@@ -16,21 +19,47 @@ HANDLE AsHandle(int number) {
     return reinterpret_cast<HANDLE>(static_cast<std::intptr_t>(number));
 }
 
-}  // namespace
-
 // Every number is tried, until so many are free that there will be none.
-std::set<int> OpenDescriptors() {
+template <class Action>
+void ForEachHandle(const Action& action) {
     constexpr int step = 4;
     constexpr int longestGap = 1000 * step;
-    std::set<int> open;
     for (int number = step, last = 0; number < last + longestGap; number += step) {
         DWORD flags = 0;
         if (GetHandleInformation(AsHandle(number), &flags) != FALSE) {
-            open.insert(number);
+            action(number);
             last = number;
         }
     }
+}
+
+}  // namespace
+
+std::set<int> OpenDescriptors() {
+    std::set<int> open;
+    ForEachHandle([&](int number) { open.insert(number); });
     return open;
+}
+
+OpenCounts CountOpen() {
+    OpenCounts counts;
+    ForEachHandle([&](int number) {
+        ++counts.all;
+        counts.files += GetFileType(AsHandle(number)) == FILE_TYPE_DISK ? 1u : 0u;
+    });
+    return counts;
+}
+
+std::size_t ThreadCount() {
+    const HANDLE list = CreateToolhelp32Snapshot(TH32CS_SNAPTHREAD, 0);
+    THREADENTRY32 entry = {};
+    entry.dwSize = sizeof entry;
+    std::size_t count = 0;
+    for (BOOL found = Thread32First(list, &entry); found != FALSE; found = Thread32Next(list, &entry)) {
+        count += entry.th32OwnerProcessID == GetCurrentProcessId() ? 1u : 0u;
+    }
+    CloseHandle(list);
+    return count;
 }
 
 bool StayBehind(const std::set<int>& descriptors) {
@@ -55,6 +84,36 @@ long ResidentKilobytes() {
     counters.cb = sizeof counters;
     GetProcessMemoryInfo(GetCurrentProcess(), &counters, sizeof counters);
     return static_cast<long>(counters.WorkingSetSize / 1024);
+}
+
+namespace {
+
+void ForEachHeap(const std::function<void(HANDLE)>& action) {
+    std::array<HANDLE, 64> heaps = {};
+    const DWORD count = GetProcessHeaps(static_cast<DWORD>(heaps.size()), heaps.data());
+    std::for_each_n(heaps.begin(), std::min<std::size_t>(count, heaps.size()), action);
+}
+
+}  // namespace
+
+void KeepNoFreeMemory() {}
+
+void ReleaseFreeMemory() {
+    ForEachHeap([](HANDLE heap) { HeapCompact(heap, 0); });
+}
+
+// The system maps large blocks by themselves, and a walk through the heap does not meet them.
+std::uint64_t AllocatedBytes() {
+    std::uint64_t bytes = 0;
+    ForEachHeap([&](HANDLE heap) {
+        HeapLock(heap);
+        PROCESS_HEAP_ENTRY entry = {};
+        while (HeapWalk(heap, &entry) != FALSE) {
+            bytes += (entry.wFlags & PROCESS_HEAP_ENTRY_BUSY) != 0 ? entry.cbData : 0;
+        }
+        HeapUnlock(heap);
+    });
+    return bytes;
 }
 
 }  // namespace test_support
