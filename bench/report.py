@@ -274,21 +274,6 @@ def frame_path_tables(paths, kernels, aims):
     return text
 
 
-def soak_table(results, aims):
-    rows = []
-    for path in sorted(glob.glob(os.path.join(results, "soak-*.jsonl"))):
-        system = re.sub(r".*soak-(\w+)\.jsonl", r"\1", path).capitalize()
-        lines = read_lines(path)
-        verdict = lines[-1]
-        frames = lines[-2]["frames"]
-        rows.append(
-            (system, verdict["channels"], verdict["minutes"], frames, verdict["events"], f"{verdict['growth_mib']:.2f}")
-        )
-        what = f"growth of the memory in the second half of the traffic, MiB, {system}"
-        aims.at_most(what, verdict["growth_mib"], verdict["bound_mib"])
-    return table(["", "channels", "minutes", "frames", "events", "growth in the second half, MiB"], rows)
-
-
 class Picture:
     """Bars in two panels, hot and cold: times the baseline's speed, by size."""
 
@@ -362,7 +347,6 @@ def main():
     standing = read_lines(os.path.join(results, "standing-plate.json"))[0]
     aims.at_most("standing plate: last thousand frames over the first", standing["last_over_first"], STANDING_PLATE)
     frames = frame_path_tables(FramePaths(results), kernels, aims)
-    soak = soak_table(results, aims)
 
     page = f"""# Benchmarks
 
@@ -399,13 +383,7 @@ frames against the first thousand that know as many texts:
 
 The built library, driven as a host does, with an engine that reads nothing.
 
-{frames}
-## Hours of traffic
-
-Vehicles that come, are read with mistakes, stop now and then, and go; 25 frames a second of their time stamps, played as
-fast as possible.
-
-{soak}"""
+{frames}"""
     with open(os.path.join(docs, "benchmarks.md"), "w", encoding="utf-8") as file:
         file.write(page)
     with open(os.path.join(docs, "benchmarks.svg"), "w", encoding="utf-8") as file:

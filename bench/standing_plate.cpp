@@ -9,8 +9,8 @@
 #include <nlohmann/json.hpp>
 #include <vector>
 
-#include "bench/memory.h"
 #include "bench/tracker_traffic.h"
+#include "tests/support/descriptors.h"
 #include "tracker/licence_plate_tracker.h"
 
 namespace bench {
@@ -62,12 +62,12 @@ Hour PlayHour() {
     }
     Hour hour = {};
     hour.firstMicroseconds = playThousand();
-    const std::uint64_t before = AllocatedBytes().value_or(0);
+    const std::uint64_t before = test_support::AllocatedBytes();
     const int from = frame;
     while (frame < frames - measured) {
         playFrame();
     }
-    hour.bytesOfAReading = static_cast<double>(AllocatedBytes().value_or(0) - before) / (frame - from);
+    hour.bytesOfAReading = static_cast<double>(test_support::AllocatedBytes() - before) / (frame - from);
     hour.lastMicroseconds = playThousand();
     return hour;
 }

@@ -6,7 +6,6 @@
 #include <cstdint>
 #include <string>
 
-#include "bench/idle_engine/road.h"
 #include "bench/idle_engine/traffic.h"
 #include "engine/engine_records.h"
 
@@ -16,7 +15,6 @@ namespace {
 constexpr int vehicleCount = 2 * engineRecordCount;
 
 std::atomic<Traffic> traffic{Traffic::None};
-std::atomic<std::uint32_t> roads{0};
 
 // No two vehicles share a character, so that none is taken for another where both are near.
 std::string StandingText(int vehicle, std::uint64_t frame) {
@@ -26,6 +24,20 @@ std::string StandingText(int vehicle, std::uint64_t frame) {
     }
     text.back() = text[frame % 3 == 0 ? 0 : 1];
     return text;
+}
+
+// The plate's centre in pixels.
+RPLATE PlateRecord(const std::string& text, std::int32_t x, std::int32_t y, const IMG& image) {
+    const std::int32_t halfWidth = static_cast<std::int32_t>(std::max(image.width / 32, 1u));
+    const std::int32_t halfHeight = static_cast<std::int32_t>(std::max(image.height / 64, 1u));
+    RPLATE plate = {};
+    text.copy(plate.text, sizeof plate.text);
+    SetConfidenceSum(plate, 90.0 * static_cast<double>(text.size()));
+    plate.corner1 = {x - halfWidth, y - halfHeight};
+    plate.corner2 = {x - halfWidth, y + halfHeight};
+    plate.corner3 = {x + halfWidth, y - halfHeight};
+    plate.corner4 = {x + halfWidth, y + halfHeight};
+    return plate;
 }
 
 int ReadStanding(const IMG& image, RPLATE* plates) {
@@ -41,11 +53,6 @@ int ReadStanding(const IMG& image, RPLATE* plates) {
     return engineRecordCount;
 }
 
-int ReadRoad(const IMG& image, RPLATE* plates) {
-    thread_local Road road(++roads);
-    return road.Read(image, plates);
-}
-
 }  // namespace
 }  // namespace idle_engine
 
@@ -56,8 +63,6 @@ int Recognize2(YUV420_IMG*, IMG* image, tagRECT*, RPLATE* plates, int) {
             return 0;
         case Traffic::Standing:
             return idle_engine::ReadStanding(*image, plates);
-        case Traffic::Road:
-            return idle_engine::ReadRoad(*image, plates);
     }
     return 0;
 }

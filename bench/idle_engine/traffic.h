@@ -6,7 +6,6 @@ namespace idle_engine {
 enum class Traffic : int {
     None,      ///< never a plate
     Standing,  ///< ten vehicles that stand, five of them in each frame
-    Road,      ///< vehicles that come, are misread at times, stop now and then, and go
 };
 
 /// The exported name of the function that chooses, before frames run.

@@ -8,26 +8,28 @@
 
 #include "engine/engine_records.h"
 
-namespace idle_engine {
+namespace soak {
 
-/// A record of one reading, the plate's centre in pixels.
-RPLATE PlateRecord(const std::string& text, std::int32_t x, std::int32_t y, const IMG& image);
-
-/// One thread.
+/// One thread at a time.
 class Road {
   public:
     explicit Road(std::uint32_t seed) : random(seed) {}
 
-    /// Moves everything on by a frame and writes what is read of it; answers the number of plates.
+    /// Moves everything on by a frame, writes what is read of it and returns the number of plates.
     int Read(const IMG& image, RPLATE* plates);
+
+    /// Removes all vehicles. None comes while the road is closed.
+    void Close();
+    void Open() { isOpen = true; }
+    bool IsOpen() const { return isOpen; }
 
   private:
     struct Vehicle {
         bool isThere = false;
         std::array<char, 7> text = {};
-        double across = 0.0;  ///< of the picture's width
+        double across = 0.0;  ///< of the frame's width
         double along = 0.0;   ///< of its height
-        double step = 0.0;    ///< of its height, a frame
+        double step = 0.0;    ///< of its height, per frame
         int framesBeforeStop = 0;
         int framesOfStop = 0;
     };
@@ -38,8 +40,9 @@ class Road {
     void Enter(Vehicle& vehicle);
     static void Move(Vehicle& vehicle);
 
-    std::minstd_rand random;
+    std::mt19937 random;
+    bool isOpen = true;
     std::array<Vehicle, engineRecordCount> vehicles;
 };
 
-}  // namespace idle_engine
+}  // namespace soak

@@ -1,9 +1,11 @@
-#include "bench/idle_engine/road.h"
+#include "tests/soak/road.h"
 
 #include <algorithm>
 
-namespace idle_engine {
+namespace soak {
+namespace {
 
+// The plate's centre in pixels.
 RPLATE PlateRecord(const std::string& text, std::int32_t x, std::int32_t y, const IMG& image) {
     const std::int32_t halfWidth = static_cast<std::int32_t>(std::max(image.width / 32, 1u));
     const std::int32_t halfHeight = static_cast<std::int32_t>(std::max(image.height / 64, 1u));
@@ -17,6 +19,8 @@ RPLATE PlateRecord(const std::string& text, std::int32_t x, std::int32_t y, cons
     return plate;
 }
 
+}  // namespace
+
 char Road::Character() {
     return "ABCDEFGHJKLMNPQRSTUVWXYZ0123456789"[Below(34)];
 }
@@ -28,9 +32,14 @@ void Road::Enter(Vehicle& vehicle) {
     }
     vehicle.across = 0.1 + 0.8 * Below(1000) / 1000.0;
     vehicle.along = 0.0;
-    vehicle.step = 1.0 / (75 + Below(125));  // three to eight seconds through the picture
+    vehicle.step = 1.0 / (75 + Below(125));  // three to eight seconds through the frame
     vehicle.framesBeforeStop = static_cast<int>(Below(60));
-    vehicle.framesOfStop = Chance(15) ? static_cast<int>(100 + Below(1400)) : 0;
+    vehicle.framesOfStop = 0;
+    if (Chance(2)) {
+        vehicle.framesOfStop = static_cast<int>(Below(20'000));  // a quarter of an hour at most
+    } else if (Chance(15)) {
+        vehicle.framesOfStop = static_cast<int>(100 + Below(1400));
+    }
 }
 
 void Road::Move(Vehicle& vehicle) {
@@ -48,7 +57,7 @@ int Road::Read(const IMG& image, RPLATE* plates) {
     int count = 0;
     for (Vehicle& vehicle : vehicles) {
         if (!vehicle.isThere) {
-            if (Below(250) == 0) {
+            if (isOpen && Below(250) == 0) {
                 Enter(vehicle);
             }
             continue;
@@ -67,4 +76,11 @@ int Road::Read(const IMG& image, RPLATE* plates) {
     return count;
 }
 
-}  // namespace idle_engine
+void Road::Close() {
+    isOpen = false;
+    for (Vehicle& vehicle : vehicles) {
+        vehicle.isThere = false;
+    }
+}
+
+}  // namespace soak

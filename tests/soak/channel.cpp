@@ -1,0 +1,280 @@
+#include "tests/soak/channel.h"
+
+#include <array>
+#include <cstring>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+namespace soak {
+namespace {
+
+namespace ContractName = OKM8::ContractName;
+using OKM8::ErrorCode::Failed;
+using OKM8::ErrorCode::None;
+using OKM8::ErrorCode::RefusedSetting;
+
+constexpr std::uint64_t framePeriod = 40;                 // milliseconds
+constexpr std::uint64_t longestBreak = 12 * 3600 * 1000;  // milliseconds
+constexpr std::uint32_t largestWidth = 1920;
+constexpr std::uint32_t largestHeight = 1080;
+
+// All frames show this, whatever their size and layout. The library only reads it.
+std::uint8_t* Picture() {
+    static std::vector<std::uint8_t> picture = [] {
+        std::vector<std::uint8_t> bytes(std::size_t{2} * largestWidth * largestHeight);
+        for (std::size_t index = 0; index < bytes.size(); ++index) {
+            bytes[index] = static_cast<std::uint8_t>(index * 7);
+        }
+        return bytes;
+    }();
+    return picture.data();
+}
+
+// Of the calling thread.
+thread_local Channel* currentChannel = nullptr;
+
+void Check(bool isRight, const std::string& what) {
+    if (!isRight) {
+        throw std::runtime_error(what);
+    }
+}
+
+}  // namespace
+
+// Freed by its release, so that the address sanitizer sees every later use.
+class Channel::Buffer final : public OKM8::MFF::ICompositeBuffer {
+  public:
+    enum class Flaw { None, NotComposite, WrongSize, Throwing };
+
+    OKM8_OBJECT_DESTRUCTOR_SLOT(Buffer)
+    Buffer(Channel& newOwner, std::uint32_t newByteCount, Flaw newFlaw)
+        : owner(newOwner), size(owner.size), timeStamp(owner.time), byteCount(newByteCount), flaw(newFlaw) {
+        ++owner.world.counts.buffersMade;
+        ++owner.buffersOut;
+    }
+
+    void* QueryContract(const char* contractName) override {
+        const bool isKnown = std::strcmp(contractName, ContractName::ICompositeBuffer) == 0;
+        return isKnown && flaw != Flaw::NotComposite ? static_cast<OKM8::MFF::ICompositeBuffer*>(this) : nullptr;
+    }
+    void* QueryContract(const char* contractName) const override {
+        return const_cast<Buffer*>(this)->QueryContract(contractName);
+    }
+    std::uint64_t GetTimeStamp() override { return timeStamp; }
+    void Unused1() override {}
+    void Unused2() override {}
+    void Release() override {
+        ++owner.world.counts.buffersReleased;
+        --owner.buffersOut;
+        delete this;
+    }
+    std::uint8_t* GetData() override {
+        if (flaw == Flaw::Throwing) {
+            throw std::runtime_error("the host has failed");
+        }
+        return Picture();
+    }
+    std::uint32_t GetDataSize() override { return flaw == Flaw::WrongSize ? byteCount + 1 : byteCount; }
+    std::uint32_t GetWidth() override { return size.width; }
+    std::uint32_t GetHeight() override { return size.height; }
+
+  private:
+    Channel& owner;
+    const Size size;
+    const std::uint64_t timeStamp;
+    const std::uint32_t byteCount;
+    const Flaw flaw;
+};
+
+struct Channel::FrameDone final : OKM8::MFF::IFrameDoneCallback {
+    OKM8_OBJECT_DESTRUCTOR_SLOT(FrameDone)
+    void* QueryContract(const char*) override { return nullptr; }
+    void* QueryContract(const char*) const override { return nullptr; }
+    void OnFrameDone(OKM8::MFF::IMultimediaBuffer*) override { ++calls; }
+
+    int calls = 0;
+};
+
+struct EngineSide {
+    static bool SetPlateRange() { return currentChannel->SetPlateRange(); }
+    static int Recognize(const IMG& image, RPLATE* plates) { return currentChannel->Recognize(image, plates); }
+};
+
+const EngineCalls engineCalls = {EngineSide::SetPlateRange, EngineSide::Recognize};
+
+Channel::Channel(OKM8::Analytics::IModule& module, World& newWorld, std::uint32_t seed)
+    : world(newWorld),
+      random(seed),
+      road(static_cast<std::uint32_t>(random())),
+      // The host may set values from inside Raise.
+      peer(world.counts, static_cast<std::uint32_t>(random()), [this] { settings->SetStringValue("id", "17"); }),
+      detector(module.CreateDetector(nullptr, static_cast<OKM8::Analytics::IDetectorPeer*>(&peer))),
+      receiver(Query<OKM8::Analytics::IMediaReceiver>(ContractName::IMediaReceiver)),
+      singleReceiver(Query<OKM8::Analytics::IMediaReceiverSingle2>(ContractName::IMediaReceiverSingle2)),
+      settings(Query<OKM8::IAsyncAdjuster>(ContractName::IAsyncAdjuster)),
+      errors(Query<OKM8::IErrorInfoProvider>(ContractName::IErrorInfoProvider)) {
+    ++world.counts.detectors;
+    Check(errors->GetErrorCode() == None, std::string("a detector begins with an error: ") + errors->GetErrorMessage());
+    settings->SetBoolValue("result_ready", OnceIn(2));
+    settings->SetIntValue("result_wait_time", static_cast<std::int32_t>(Below(60)));
+    settings->SetIntValue("result_rec_count", static_cast<std::int32_t>(Below(50)));
+    settings->ApplySettings();
+}
+
+Channel::~Channel() {
+    detector->Destroy();
+}
+
+template <class Interface>
+Interface* Channel::Query(const char* name) {
+    Check(detector != nullptr, "the library made no detector");
+    return static_cast<Interface*>(detector->QueryContract(name));
+}
+
+void Channel::Play(int frames) {
+    for (int frame = 0; frame < frames; ++frame) {
+        PlayFrame();
+    }
+}
+
+void Channel::PlayNight() {
+    // What the detector keeps for a frame depends on its size.
+    size = {64, 48};
+    framesOfSize = 0;
+    road.Close();
+    PlayGoodFrame();
+    time += 10'000 + Below(longestBreak);
+    PlayGoodFrame();
+    Check(buffersOut == 0, std::to_string(buffersOut) + " buffers were not released after the last vehicle");
+    road.Open();
+}
+
+// Mostly small frames, so that many are played, and each of the others at times.
+void Channel::ChangeSize() {
+    struct Visit {
+        Size size;
+        int frames;
+    };
+    static constexpr std::array<Visit, 6> visits = {
+        {{{80, 60}, 500}, {{320, 240}, 100}, {{640, 480}, 50}, {{720, 576}, 50}, {{1280, 720}, 10}, {{1920, 1080}, 5}}};
+    const bool isSmall = size.width == 64;
+    const Visit visit = isSmall ? visits[Below(static_cast<std::uint32_t>(visits.size()))] : Visit{{64, 48}, 4000};
+    size = visit.size;
+    framesOfSize = 1 + static_cast<int>(Below(static_cast<std::uint32_t>(visit.frames)));
+}
+
+void Channel::PlayFrame() {
+    if (--framesOfSize < 0) {
+        ChangeSize();
+    }
+    if (OnceIn(1000)) {
+        PlayBadFrame();
+    } else {
+        PlayGoodFrame();
+    }
+    if (OnceIn(5000)) {
+        ChangeSetting(random);
+    }
+    if (OnceIn(20'000)) {
+        settings->ApplySettings();
+    }
+    if (OnceIn(50'000)) {
+        time -= Below(longestBreak);  // the camera's clock is set
+    }
+}
+
+void Channel::PlayGoodFrame() {
+    // Luminance alone, 4:2:0, 4:2:2.
+    static constexpr std::array<std::uint32_t, 3> halvesOfAByte = {2, 3, 4};
+    const std::uint32_t byteCount = size.width * size.height * halvesOfAByte[Below(3)] / 2;
+    auto* const buffer = new Buffer(*this, byteCount, Buffer::Flaw::None);
+    time += framePeriod;
+    ++world.counts.frames;
+    currentChannel = this;
+    peer.BeginFrame();
+    const std::int32_t result = OnceIn(50) ? PlaySingleFrame(*buffer) : receiver->Receive(buffer);
+    const bool hasRefused = peer.EndFrame();
+    currentChannel = nullptr;
+    Check(!hasWrongSize, "the engine was given an image of another size than the frame's");
+    Check(result == (hasRefused ? Failed : None), "a frame returned " + std::to_string(result));
+}
+
+std::int32_t Channel::PlaySingleFrame(Buffer& buffer) {
+    const OKM8::FrameArea area = {10, 10, static_cast<std::int32_t>(Below(80)), static_cast<std::int32_t>(Below(80))};
+    FrameDone done;
+    singleReceiver->SetStringValue("a value of one call", "a text that is longer than what fits in place");
+    singleReceiver->SetDoubleValue("another one", 0.5);
+    const std::int32_t result =
+        singleReceiver->ReceiveSingle(&buffer, OnceIn(4) ? nullptr : &area, static_cast<OKM8::IContract*>(&done));
+    Check(done.calls == 1, "a single frame was reported as done " + std::to_string(done.calls) + " times");
+    return result;
+}
+
+void Channel::PlayBadFrame() {
+    static constexpr std::array<Buffer::Flaw, 3> flaws = {Buffer::Flaw::NotComposite, Buffer::Flaw::WrongSize,
+                                                          Buffer::Flaw::Throwing};
+    OKM8::MFF::IMultimediaBuffer* buffer = nullptr;
+    if (const std::uint32_t kind = Below(4); kind < flaws.size()) {
+        buffer = new Buffer(*this, size.width * size.height * 3 / 2, flaws[kind]);
+    }
+    Check(receiver->Receive(buffer) == Failed, "a frame that cannot be read was not refused");
+}
+
+void Channel::ChangeSetting(std::mt19937& chance) {
+    const auto below = [&](std::uint32_t limit) { return static_cast<std::uint32_t>(chance() % limit); };
+    const auto percent = static_cast<std::int32_t>(below(101));
+    static constexpr std::array<const char*, 6> numbers = {"zone_width", "zone_width_min", "area_left",
+                                                           "area_top",   "area_right",     "area_bottom"};
+    std::int32_t result = None;
+    std::int32_t expected = None;
+    switch (below(6)) {
+        case 0:
+            result = settings->SetBoolValue("use_area", below(2) == 0);
+            break;
+        case 1:
+            result = settings->SetStringValue("name", std::string(below(100), 'n').c_str());
+            break;
+        case 2:
+            result = settings->SetBoolValue("use_half_cadr", below(2) == 0);
+            break;
+        case 3:
+            result = settings->SetIntValue("no such setting", percent);
+            expected = RefusedSetting;
+            break;
+        default:
+            result = settings->SetIntValue(numbers[below(numbers.size())], percent);
+            break;
+    }
+    Check(result == expected, "a setting returned " + std::to_string(result));
+}
+
+bool Channel::SetPlateRange() {
+    if (world.hasLostServer.exchange(false) || OnceIn(20'000)) {
+        ++world.counts.refusedRanges;
+        return false;
+    }
+    return true;
+}
+
+int Channel::Recognize(const IMG& image, RPLATE* plates) {
+    hasWrongSize = hasWrongSize || image.width != size.width || image.height != size.height;
+    const int count = road.Read(image, plates);
+    if (!road.IsOpen() || !OnceIn(1000)) {
+        return count;
+    }
+    switch (Below(5)) {
+        case 0:
+            throw std::runtime_error("the engine has failed");
+        case 1:
+            throw OtherException();
+        case 2:
+            return engineRecordCount + 1 + static_cast<int>(Below(10));  // the library takes further records as empty
+        case 3:
+            return 1'000'000;  // and this as none
+        default:
+            return -1;
+    }
+}
+
+}  // namespace soak

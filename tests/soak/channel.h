@@ -1,0 +1,87 @@
+/// One camera: a detector, the traffic before it, and the frames of it.
+#pragma once
+
+#include <atomic>
+#include <cstdint>
+#include <random>
+
+#include "engine/engine_records.h"
+#include "sdk/contract_names.h"
+#include "sdk/detector.h"
+#include "sdk/module.h"
+#include "tests/soak/engine.h"
+#include "tests/soak/host.h"
+#include "tests/soak/road.h"
+
+namespace soak {
+
+/// Shared by all channels. Any thread.
+struct World {
+    Counts counts;
+    /// The next range is refused, whichever detector gives it: the engine has lost its server.
+    std::atomic<bool> hasLostServer = false;
+};
+
+/// What the engine calls: the channel whose frame the calling thread handles.
+extern const EngineCalls engineCalls;
+
+/// Made and ended on the owner thread; one thread at a time plays.
+class Channel {
+  public:
+    /// The module and the world must outlive it.
+    Channel(OKM8::Analytics::IModule& module, World& world, std::uint32_t seed);
+    ~Channel();
+    Channel(const Channel&) = delete;
+    Channel& operator=(const Channel&) = delete;
+
+    /// Hands over that many frames, 25 for each second of their time stamps. Throws std::runtime_error when the library
+    /// does anything else than it should.
+    void Play(int frames);
+
+    /// Lets the road lie empty for so long that every vehicle is reported, and opens it again. Throws
+    /// std::runtime_error when the library keeps a buffer.
+    void PlayNight();
+
+    /// Sets a random setting. Any thread, also while frames are played.
+    void ChangeSetting(std::mt19937& chance);
+
+  private:
+    class Buffer;
+    struct FrameDone;
+
+    friend struct EngineSide;
+
+    struct Size {
+        std::uint32_t width;
+        std::uint32_t height;
+    };
+
+    template <class Interface>
+    Interface* Query(const char* name);
+    std::uint32_t Below(std::uint32_t limit) { return static_cast<std::uint32_t>(random() % limit); }
+    bool OnceIn(std::uint32_t frames) { return Below(frames) == 0; }
+    void ChangeSize();
+    void PlayFrame();
+    void PlayGoodFrame();
+    void PlayBadFrame();
+    std::int32_t PlaySingleFrame(Buffer& buffer);
+    bool SetPlateRange();
+    int Recognize(const IMG& image, RPLATE* plates);
+
+    World& world;
+    std::mt19937 random;
+    Road road;
+    Size size{64, 48};
+    int framesOfSize = 0;
+    bool hasWrongSize = false;               // an image that the engine was given
+    std::uint64_t time = 1'700'000'000'000;  // milliseconds
+    std::atomic<std::uint64_t> buffersOut = 0;
+    Peer peer;
+    OKM8::Analytics::IDetector* detector;
+    OKM8::Analytics::IMediaReceiver* receiver;
+    OKM8::Analytics::IMediaReceiverSingle2* singleReceiver;
+    OKM8::IAsyncAdjuster* settings;
+    OKM8::IErrorInfoProvider* errors;
+};
+
+}  // namespace soak

@@ -1,0 +1,186 @@
+#include "tests/soak/session.h"
+
+#include <exception>
+#include <functional>
+#include <mutex>
+#include <set>
+#include <stdexcept>
+#include <string>
+#include <thread>
+
+#include "tests/soak/kept_handles.h"
+#include "tests/support/comes_true.h"
+#include "tests/support/servers.h"
+
+namespace soak {
+namespace {
+
+void Check(bool isRight, const std::string& what) {
+    if (!isRight) {
+        throw std::runtime_error(what);
+    }
+}
+
+// Threads that end with the round, so that what the library keeps for a thread must go with it. Keeps the first
+// failure.
+class Crew {
+  public:
+    ~Crew() { Join(); }
+    Crew() = default;
+    Crew(const Crew&) = delete;
+    Crew& operator=(const Crew&) = delete;
+
+    void Add(std::function<void()> work) {
+        threads.emplace_back([this, work = std::move(work)] {
+            try {
+                work();
+            } catch (...) {
+                const std::lock_guard lock(mutex);
+                failure = failure ? failure : std::current_exception();
+            }
+        });
+    }
+
+    void WaitUntilDone() {
+        Join();
+        if (failure) {
+            std::rethrow_exception(failure);
+        }
+    }
+
+  private:
+    void Join() {
+        for (std::thread& thread : threads) {
+            thread.join();
+        }
+        threads.clear();
+    }
+
+    std::mutex mutex;
+    std::exception_ptr failure;  // guarded by mutex while threads run
+    std::vector<std::thread> threads;
+};
+
+}  // namespace
+
+Session::Session(World& newWorld, const plugin_test::TestFolder& folder, std::uint32_t seed, int cameras,
+                 bool isVerbose)
+    : world(newWorld), random(seed), plugin(servers::OwnFolder() / VEXLANE_SOAK_ENGINE) {
+    CountKeptHandles();
+    auto* const setEngineCalls = reinterpret_cast<SetEngineCallsFunction*>(plugin.EngineFunction(setEngineCallsName));
+    Check(setEngineCalls != nullptr, "another engine than the soak's was loaded");
+    setEngineCalls(&engineCalls);
+    if (isVerbose) {
+        debugLines.emplace();
+    }
+    folder.SetDebugLevel(isVerbose ? "1" : "0");
+    Check(plugin.InitializeModule(host.Object()) == 0, "the library cannot be initialised");
+    module = plugin.GetModule();
+    for (int count = 0; count < cameras; ++count) {
+        channels.push_back(MakeChannel());
+    }
+    ownChannel = MakeChannel();
+}
+
+Session::~Session() {
+    channels.clear();
+    ownChannel.reset();
+    if (module != nullptr) {
+        plugin.FinalizeModule();
+    }
+}
+
+std::unique_ptr<Channel> Session::MakeChannel() {
+    return std::make_unique<Channel>(*module, world, static_cast<std::uint32_t>(random()));
+}
+
+void Session::PlayRound(int frames, int visits) {
+    {
+        Crew crew;
+        for (const std::unique_ptr<Channel>& channel : channels) {
+            crew.Add([&channel, frames] { channel->Play(frames); });
+        }
+        for (int visit = 0; visit < visits; ++visit) {
+            Visit();
+            KillServer();
+            ChangeSettings();
+        }
+        crew.WaitUntilDone();
+    }
+    for (const std::unique_ptr<Channel>& channel : channels) {
+        channel->PlayNight();
+    }
+    ownChannel->PlayNight();
+    BringServerBack();
+    CheckRest();
+}
+
+// A new detector restarts the server for all of them, one that goes stops it for all.
+void Session::Visit() {
+    {
+        const std::unique_ptr<Channel> visitor = MakeChannel();
+        visitor->Play(static_cast<int>(Below(300)));
+        if (Below(2) == 0) {
+            visitor->PlayNight();
+        }
+    }
+    if (Below(2) == 0) {
+        BringServerBack();
+    }
+}
+
+void Session::KillServer() {
+    BringServerBack();
+    const std::set<servers::ProcessId> running = servers::Running();
+    if (!running.empty()) {
+        const servers::ProcessId server = *running.begin();
+        Check(server > 1, "no process of ours");
+        servers::Kill(server);
+        Check(ComesTrue([server] { return servers::IsGone(server); }), "a server that was killed runs on");
+        ++world.counts.kills;
+    }
+    BringServerBack();
+}
+
+// An engine without a server refuses ranges until one runs.
+void Session::BringServerBack() {
+    const bool isBack = ComesTrue([this] {
+        if (!servers::Running().empty()) {
+            return true;
+        }
+        world.hasLostServer = true;
+        ownChannel->Play(1);
+        return false;
+    });
+    Check(isBack, "no server was started after a refused range");
+}
+
+void Session::ChangeSettings() {
+    for (int change = 0; change < 20; ++change) {
+        channels[Below(static_cast<std::uint32_t>(channels.size()))]->ChangeSetting(random);
+    }
+    ownChannel->Play(static_cast<int>(Below(50)));
+}
+
+void Session::CheckRest() {
+    Check(world.counts.buffersReleased == world.counts.buffersMade, "buffers were not released");
+    Check(servers::Running().size() == 1, "several servers run");
+    Check(servers::Zombies() == 0, "servers that ended were not waited for");
+}
+
+void Session::End() {
+    channels.clear();
+    ownChannel.reset();
+    Check(world.counts.buffersReleased == world.counts.buffersMade, "buffers were not released");
+    Check(servers::Running().empty(), "a server runs on after the last detector");
+    plugin.FinalizeModule();
+    module = nullptr;
+    plugin.Unload();
+    Check(!plugin_test::IsLoaded(plugin_test::LibraryFile()), "the library is still loaded");
+    if (debugLines) {
+        Check(debugLines->Text().find("CreatedProcess(plate-Server.exe) - ok") != std::string::npos,
+              "the library has traced no start of a server");
+    }
+}
+
+}  // namespace soak

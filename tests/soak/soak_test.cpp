@@ -1,0 +1,138 @@
+// Some rounds of the soak, so that it works when it is wanted, and hosts that lose something, which it must notice.
+
+#include "tests/soak/soak.h"
+
+#include <gmock/gmock.h>
+
+#include <condition_variable>
+#include <cstdint>
+#include <cstdio>
+#include <memory>
+#include <mutex>
+#include <sstream>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "tests/plugin/plugin.h"
+
+namespace {
+
+using soak::Growth;
+using soak::GrowthOf;
+using soak::Options;
+using soak::Sample;
+using soak::Verdict;
+using testing::Contains;
+using testing::IsEmpty;
+
+std::vector<std::string> Grown(const std::vector<Growth>& growths) {
+    std::vector<std::string> grown;
+    for (const Growth& growth : growths) {
+        if (!growth.IsWithinBound()) {
+            grown.push_back(growth.what);
+        }
+    }
+    return grown;
+}
+
+TEST(Soak, FindsNothingThatGrowsInTheLibrary) {
+    Options options;
+    options.rounds = soak::fewestSamples;
+    options.effort = {.cameras = 2, .frames = 400, .visits = 1};
+    options.roundsOfASession = 3;
+    std::ostringstream lines;
+    const Verdict verdict = soak::Play(options, lines);
+    EXPECT_THAT(Grown(verdict.growth), IsEmpty()) << lines.str();
+    EXPECT_TRUE(verdict.HasPassed());
+}
+
+// A host that loses something after each round of a few frames.
+class LeakingHost : public testing::Test {
+  protected:
+    std::vector<std::string> GrownWhile(std::function<void()> afterRound) {
+        Options options;
+        options.rounds = soak::fewestSamples;
+        options.effort = {.cameras = 1, .frames = 100, .visits = 0};
+        options.afterRound = std::move(afterRound);
+        std::ostringstream lines;
+        const Verdict verdict = soak::Play(options, lines);
+        EXPECT_FALSE(verdict.HasPassed()) << lines.str();
+        return Grown(verdict.growth);
+    }
+};
+
+// A sanitizer's allocator counts nothing.
+#if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)
+TEST_F(LeakingHost, IsNoticedByItsMemory) {
+    std::vector<std::unique_ptr<std::uint8_t[]>> lost;
+    const auto lose = [&] {
+        for (int block = 0; block < 1000; ++block) {
+            lost.push_back(std::make_unique<std::uint8_t[]>(1000));
+        }
+    };
+    EXPECT_THAT(GrownWhile(lose), Contains("allocated memory, MiB"));
+}
+#endif
+
+TEST_F(LeakingHost, IsNoticedByItsFiles) {
+    struct Close {
+        void operator()(std::FILE* file) const { std::fclose(file); }
+    };
+    std::vector<std::unique_ptr<std::FILE, Close>> lost;
+    const auto lose = [&] {
+        lost.emplace_back(std::fopen(plugin_test::LibraryFile().string().c_str(), "rb"));
+        ASSERT_NE(lost.back(), nullptr);
+    };
+    EXPECT_THAT(GrownWhile(lose), Contains("open files"));
+}
+
+TEST_F(LeakingHost, IsNoticedByItsThreads) {
+    std::mutex mutex;
+    std::condition_variable ending;
+    bool hasEnded = false;  // guarded by mutex
+    std::vector<std::thread> lost;
+    const auto lose = [&] {
+        lost.emplace_back([&] {
+            std::unique_lock lock(mutex);
+            ending.wait(lock, [&] { return hasEnded; });
+        });
+    };
+    EXPECT_THAT(GrownWhile(lose), Contains("threads"));
+    {
+        const std::lock_guard lock(mutex);
+        hasEnded = true;
+    }
+    ending.notify_all();
+    for (std::thread& thread : lost) {
+        thread.join();
+    }
+}
+
+// A process that has so many handles after each of 40 rounds, and of them so many that the library keeps by its rule.
+std::vector<Sample> HandlesOf(std::uint64_t handlesOfARound, std::uint64_t keptHandlesOfARound) {
+    std::vector<Sample> samples(40);
+    for (std::size_t round = 0; round < samples.size(); ++round) {
+        samples[round].handles = 100 + handlesOfARound * round;
+        samples[round].keptHandles = keptHandlesOfARound * round;
+    }
+    return samples;
+}
+
+TEST(Growth, IsNotSeenInHandlesThatTheLibraryKeepsByItsRule) {
+    EXPECT_THAT(Grown(GrowthOf(HandlesOf(3, 3))), IsEmpty());
+}
+
+TEST(Growth, IsSeenInOneHandleMoreForEachRound) {
+    EXPECT_THAT(Grown(GrowthOf(HandlesOf(4, 3))), Contains("handles that no rule keeps open"));
+}
+
+TEST(Growth, IsNotSeenInTheWarmUp) {
+    std::vector<Sample> samples = HandlesOf(0, 0);
+    for (std::size_t round = 10; round < samples.size(); ++round) {
+        samples[round] = {1 << 30, 1 << 30, 1000, 0, 10, 10};
+    }
+    EXPECT_THAT(Grown(GrowthOf(samples)), IsEmpty());
+}
+
+}  // namespace
