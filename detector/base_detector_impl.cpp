@@ -113,6 +113,38 @@ void BaseDetectorImpl::Destroy() {
 
 // Frames.
 
+// What belongs to the frame in hand, out of the way while the host may send further frames from inside OnFrameDone, or
+// apply settings: these have outcomes of their own, and are no part of the single call in hand.
+class BaseDetectorImpl::SetAside {
+  public:
+    explicit SetAside(BaseDetectorImpl& owner)
+        : detector(owner),
+          outcome(std::exchange(owner.frameOutcome, OKM8::ErrorCode::None)),
+          isInSingleCall(std::exchange(owner.inSingleCall, false)),
+          isSingleAreaActive(std::exchange(owner.singleAreaActive, false)) {
+        if (outcome != OKM8::ErrorCode::None) {
+            errorText.swap(owner.frameErrorText);
+        }
+    }
+    ~SetAside() {
+        detector.frameOutcome = outcome;
+        detector.inSingleCall = isInSingleCall;
+        detector.singleAreaActive = isSingleAreaActive;
+        if (outcome != OKM8::ErrorCode::None) {
+            errorText.swap(detector.frameErrorText);
+        }
+    }
+    SetAside(const SetAside&) = delete;
+    SetAside& operator=(const SetAside&) = delete;
+
+  private:
+    BaseDetectorImpl& detector;
+    std::int32_t outcome;
+    std::string errorText;
+    bool isInSingleCall;
+    bool isSingleAreaActive;
+};
+
 std::int32_t BaseDetectorImpl::ReceiveFrame(OKM8::MFF::IMultimediaBuffer* inputData) {
     return ProcessInput(inputData, nullptr);
 }
@@ -175,7 +207,7 @@ std::int32_t BaseDetectorImpl::ProcessInput(OKM8::MFF::IMultimediaBuffer* inputD
         GiveBack(inputData);
     }
     buffer.reset();         // the engine half may keep the frame longer
-    PublishFrameOutcome();  // a setter may have cleared it meanwhile
+    PublishFrameOutcome();  // a setter may have cleared it meanwhile, or a frame from inside OnFrameDone left its own
     return frameOutcome;
 }
 
@@ -196,6 +228,7 @@ void BaseDetectorImpl::HandleFrame(OKM8::MFF::IMultimediaBuffer* inputData,
     Recognize(frame, buffer);
     if (!holdFrame && frameDoneCallback != nullptr) {
         using OKM8::MFF::IFrameDoneCallback;
+        const SetAside frameInHand(*this);
         CallForeign<&IFrameDoneCallback::OnFrameDone>(static_cast<IFrameDoneCallback*>(frameDoneCallback), inputData);
     }
     lastTimeStamp = CallForeign<&ICompositeBuffer::GetTimeStamp>(buffer.get());
@@ -386,9 +419,11 @@ bool BaseDetectorImpl::Fail(const char* text) noexcept {
 }
 
 void BaseDetectorImpl::PublishFrameOutcome() noexcept {
+    const boost::mutex::scoped_lock lock(stateMutex);
     if (frameOutcome != OKM8::ErrorCode::None) {
-        const boost::mutex::scoped_lock lock(stateMutex);
         SetErrorLocked(frameOutcome, frameErrorText.c_str());
+    } else if (errorCode == OKM8::ErrorCode::Failed) {
+        SetErrorLocked(OKM8::ErrorCode::None, "");  // a setter's refusal stays
     }
 }
 

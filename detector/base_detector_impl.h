@@ -39,9 +39,11 @@ struct PixelRect {
 };
 
 /// Threads: the host calls from any thread. Frames and ApplySettings of one detector queue up behind `frameMutex`,
-/// which is recursive, since a frame of a new size applies the settings. Setters and reads of the error state never
-/// take it; they and the frame path meet in `stateMutex`, a leaf that is held for the copy of a value alone.
-/// Operations that say FRAME need the frame mutex, or a detector that no other thread uses.
+/// which is recursive: a frame of a new size applies the settings, and the host may send a frame or apply settings from
+/// inside OnFrameDone. Setters and reads of the error state never take it; they and the frame path meet in
+/// `stateMutex`, a leaf that is held for the copy of a value alone. The host is never called with it, so that these may
+/// be called from inside every operation of the host. Operations that say FRAME need the frame mutex, or a detector
+/// that no other thread uses.
 ///
 /// Errors: every call from the host clears the error state; a failure leaves code and text there. Nothing is thrown to
 /// the host, but for what is no std::exception out of ApplySettings.
@@ -202,6 +204,8 @@ class BaseDetectorImpl : public OKM8::Analytics::IDetector,
     friend SingleReceiverFace<BaseDetectorImpl>;
     friend AdjusterFace<BaseDetectorImpl>;
     friend ErrorInfoFace<BaseDetectorImpl>;
+
+    class SetAside;
 
     std::int32_t ReceiveFrame(OKM8::MFF::IMultimediaBuffer* inputData);
     std::int32_t ReceiveSingleFrame(OKM8::MFF::IMultimediaBuffer* inputData, const OKM8::FrameArea* callArea,

@@ -7,7 +7,8 @@ namespace OKM8 {
 namespace MFF {
 
 /// The buffer that carries one frame into a detector. The detector owns every non-null buffer that it is handed and
-/// releases it exactly once, possibly long after the call: a plate that awaits its verdict keeps its frame.
+/// releases it exactly once, possibly long after the call: a plate that is still being tracked keeps its frame.
+/// From inside its operations: quiet calls alone.
 struct IMultimediaBuffer : IContract {
     /// The frame's time stamp in milliseconds. Frame thread.
     virtual uint64_t GetTimeStamp() = 0;
@@ -15,6 +16,8 @@ struct IMultimediaBuffer : IContract {
     virtual void Unused2() = 0;  // not called; keeps the numbering
     /// Gives the buffer back; the caller does not touch it afterwards. Cannot fail.
     /// Frame thread of this or a later frame, or the thread that destroys the detector.
+    /// From inside: quiet calls, and in Destroy none. Frame calls are not supported: the detector may be in the middle
+    /// of another frame. A host that sends its next frame when a buffer comes back does so on another thread, or later.
     virtual void Release() = 0;
 };
 
@@ -33,8 +36,11 @@ struct ICompositeBuffer : IMultimediaBuffer {
 
 /// Told once per frame that has been handled.
 struct IFrameDoneCallback : IContract {
-    /// Called from inside ReceiveSingle with the buffer that was handed in, unless the frame failed or is held back.
+    /// Called from inside ReceiveSingle with the buffer that was handed in, unless the frame was dropped by a failure
+    /// or is held back; also when nothing but an event or the settings failed.
     /// The callee neither owns nor releases the buffer. Frame thread.
+    /// From inside: quiet calls and frame calls, not Destroy. A frame sent from here is handled to its end; the outer
+    /// call then returns its own outcome and leaves that in the error state.
     virtual void OnFrameDone(IMultimediaBuffer* inputData) = 0;
 };
 

@@ -10,6 +10,18 @@
 /// - "frame thread": the thread that is inside Receive or ReceiveSingle of the detector concerned; the host chooses
 ///   it, call by call.
 /// - "owner thread": the thread that loads the library, creates detectors and destroys them.
+/// - "quiet calls": a detector's QueryContract, its setters, GetErrorCode, GetErrorMessage and the controller
+///   operations. None waits for a frame.
+/// - "frame calls": a detector's Receive, ReceiveSingle and ApplySettings.
+///
+/// Calls from inside: while a detector is inside an operation of the host, the host may call that detector on the same
+/// thread, as follows. Each operation of the host says which of these it allows.
+/// - Quiet calls: from inside every operation that is called during a frame call.
+/// - Frame calls: from inside OnFrameDone alone. The outcome of the outer call stays as it is.
+/// - Destroy: never, since there is nothing to return to. While Destroy or CreateDetector runs: no call at all.
+/// An operation of the host must not wait for another thread that is inside a frame call of the same detector: that
+/// thread waits for it.
+///
 /// No operation returns a class by value.
 ///
 /// Exceptions. No operation of the library side throws but for three that say so: GetModule and CreateDetector when an
@@ -102,7 +114,9 @@ inline void DestroyThroughSlot(IContract* object) {
 /// Library side: an object that ends itself.
 struct IDestroyable : IContract {
     /// The object deletes itself; every pointer to it is dead afterwards. Cannot fail.
-    /// Owner thread, while no other thread is inside the object and not from inside an event's Raise.
+    /// Buffers that it still keeps are released before it returns.
+    /// Owner thread, while no thread is inside the object: not from inside any operation of the host that the object
+    /// calls, OnFrameDone, Raise, Release and WriteLog included.
     virtual void Destroy() = 0;
 };
 

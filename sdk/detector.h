@@ -35,7 +35,7 @@ struct IAsyncAdjuster : IContract {
     virtual int32_t SetBoolValue(const char* name, bool value) = 0;
     /// Makes the detector take the values into effect; a failure stands in the error state. What is no std::exception
     /// is thrown on.
-    /// Any thread, not from inside an event's Raise; waits for a frame that is being handled.
+    /// Any thread; waits for a frame that is being handled. From inside an operation of the host: of OnFrameDone alone.
     virtual void ApplySettings() = 0;
 };
 
@@ -56,7 +56,8 @@ struct IDetector : IDestroyable {};
 struct IMediaReceiver : IContract {
     /// Handles one frame and answers the error code, 0 or 1; the text stands in the error state.
     /// The detector owns the buffer from the call on, whatever it answers.
-    /// Any thread; frames of one detector queue up behind one another. Not from inside an event's Raise.
+    /// Any thread; frames of one detector queue up behind one another. From inside an operation of the host: of
+    /// OnFrameDone alone.
     virtual int32_t Receive(MFF::IMultimediaBuffer* inputData) = 0;
 };
 

@@ -1,8 +1,8 @@
 /// The objects by which events reach the host. Host side, all of them: the library asks for them, fills them in and
 /// gives the event away with Raise or Discard; it never deletes one.
 ///
-/// All operations run on the frame thread while the detector handles the frame. From inside Raise the host may call
-/// the detector's setters and read its error state; frame calls, ApplySettings and Destroy are not supported there.
+/// All operations run on the frame thread while the detector handles the frame. From inside: quiet calls. Frame calls
+/// and Destroy are not supported: the detector is in the middle of the frame, and holds locks that frames need.
 #pragma once
 
 #include "sdk/contract.h"
@@ -76,7 +76,7 @@ struct IEventArgsAdjuster : IContract {
 /// One event in the making.
 struct IDetectorEventRaiser : IContract {
     virtual void Unused1() = 0;
-    /// Sends the event; the raiser is the host's again.
+    /// Sends the event; the raiser is the host's again. From inside: quiet calls alone, as everywhere in this file.
     virtual void Raise() = 0;
     /// Gives the event up; the raiser is the host's again. Called at most once, and never together with Raise.
     virtual void Discard() = 0;

@@ -6,8 +6,11 @@
 #include <array>
 #include <boost/gil.hpp>
 #include <cstring>
+#include <functional>
 #include <limits>
 #include <stdexcept>
+#include <utility>
+#include <vector>
 
 #include "image_transform/image_deinterlacer.h"
 #include "sdk/contract_names.h"
@@ -676,6 +679,183 @@ TEST_F(FrameIntake, FrameValuesOutliveAnOrdinaryFrame) {
     std::int32_t number = 0;
     EXPECT_EQ(detector->GetFrameInt("n", number), 0);
     EXPECT_EQ(number, 4);
+}
+
+// What the host may call from inside its own operations.
+
+class FromInside final : public OKM8::MFF::IFrameDoneCallback {
+  public:
+    explicit FromInside(std::function<void()> calls) : action(std::move(calls)) {}
+    OKM8_OBJECT_DESTRUCTOR_SLOT(FromInside)
+    void* QueryContract(const char*) override { return nullptr; }
+    void* QueryContract(const char*) const override { return nullptr; }
+    void OnFrameDone(OKM8::MFF::IMultimediaBuffer*) override {
+        ++called;
+        action();
+    }
+
+    std::function<void()> action;
+    int called = 0;
+};
+
+class CallsFromInside : public FrameIntake {
+  protected:
+    // What any operation may do at any time.
+    void CallQuietly() {
+        EXPECT_NE(
+            static_cast<OKM8::Analytics::IDetector*>(detector.get())->QueryContract(OKM8::ContractName::IMediaReceiver),
+            nullptr);
+        EXPECT_EQ(SettingsOf(*detector).SetIntValue("area_left", 44), 0);
+        EXPECT_EQ(SingleReceiverOf(*detector).SetIntValue("anything", 44), 0);
+        EXPECT_EQ(ErrorOf(*detector), Error(0, ""));
+        EXPECT_EQ(SettingsOf(*detector).SetIntValue("nothing", 1), 2816);
+        EXPECT_EQ(ErrorOf(*detector), Error(2816, "nothing"));
+        ++quietCalls;
+    }
+
+    int quietCalls = 0;
+};
+
+TEST_F(CallsFromInside, FrameDoneSettersAndErrorReadsWorkAndAreNotTheFramesOutcome) {
+    FromInside done([this] { CallQuietly(); });
+    EXPECT_EQ(ReceiveSingle(MakeFrame(counts, 64, 48, 1), {}, &done), 0);
+    EXPECT_EQ(quietCalls, 1);
+    EXPECT_EQ(detector->area.left, 44);
+    EXPECT_EQ(ErrorOf(*detector), Error(2816, "nothing")) << "the last refusal stays to be read";
+}
+
+TEST_F(CallsFromInside, ReleaseSettersAndErrorReadsWorkAndAreNotTheFramesOutcome) {
+    BufferOptions options;
+    options.pixels.assign(64 * 48, 5);
+    options.onRelease = [this] { CallQuietly(); };
+    EXPECT_EQ(Receive(MakeBuffer(counts, options)), 0);
+    EXPECT_EQ(quietCalls, 1);
+    options.isComposite = false;
+    EXPECT_EQ(Receive(MakeBuffer(counts, options)), 1);
+    EXPECT_EQ(quietCalls, 2);
+    EXPECT_EQ(ErrorOf(*detector), Error(1, "inputData is not an ICompositeBuffer"));
+}
+
+TEST_F(CallsFromInside, FrameDoneSettingsAreAppliedAndTheirFailureIsNotTheFramesOutcome) {
+    FromInside done([this] {
+        SettingsOf(*detector).SetBoolValue("use_half_cadr", true);
+        SettingsOf(*detector).ApplySettings();
+        EXPECT_EQ(ErrorOf(*detector), Error(0, ""));
+        EXPECT_EQ(detector->transformer.Steps().size(), 1u);
+        detector->onApplied = [] { throw std::runtime_error("no room"); };
+        SettingsOf(*detector).ApplySettings();
+        EXPECT_EQ(ErrorOf(*detector), Error(1, "no room"));
+        detector->onApplied = nullptr;
+    });
+    EXPECT_EQ(ReceiveSingle(MakeFrame(counts, 640, 480, 1), {}, &done), 0);
+    EXPECT_EQ(done.called, 1);
+    EXPECT_EQ(ErrorOf(*detector), Error(0, ""));
+    EXPECT_EQ(detector->lastTimeStamp, 1u);
+}
+
+TEST_F(CallsFromInside, FrameDoneAFailedFrameIsNotTheOuterFramesOutcome) {
+    FromInside done([this] {
+        EXPECT_EQ(Receive(nullptr), 1);
+        EXPECT_EQ(ErrorOf(*detector), Error(1, "Input data is null"));
+        EXPECT_EQ(Receive(MakeFrame(counts, 0, 48, 2)), 1);
+        EXPECT_EQ(ErrorOf(*detector), Error(1, "Zero image size is not acceptable"));
+    });
+    EXPECT_EQ(ReceiveSingle(MakeFrame(counts, 64, 48, 1), {}, &done), 0);
+    EXPECT_EQ(done.called, 1);
+    EXPECT_EQ(ErrorOf(*detector), Error(0, ""));
+    EXPECT_EQ(counts.released, 2);
+}
+
+TEST_F(CallsFromInside, FrameDoneASuccessfulFrameDoesNotClearTheOuterFramesError) {
+    const std::string text =
+        "an error whose text is longer than a short string and longer than what is reserved for it";
+    detector->onRecognize = [&](FrameImage&, const BufferPointer& buffer) {
+        if (buffer->GetTimeStamp() == 1) {
+            detector->Fail(text.c_str());
+        }
+    };
+    FromInside done([&] {
+        EXPECT_EQ(ErrorOf(*detector), Error(1, text));
+        EXPECT_EQ(Receive(MakeFrame(counts, 64, 48, 2)), 0);
+        EXPECT_EQ(ErrorOf(*detector), Error(0, ""));
+        EXPECT_EQ(Receive(MakeFrame(counts, 0, 48, 3)), 1);
+        SettingsOf(*detector).ApplySettings();
+        EXPECT_EQ(ErrorOf(*detector), Error(0, ""));
+    });
+    EXPECT_EQ(ReceiveSingle(MakeFrame(counts, 64, 48, 1), {}, &done), 1);
+    EXPECT_EQ(done.called, 1);
+    EXPECT_EQ(ErrorOf(*detector), Error(1, text));
+}
+
+TEST_F(CallsFromInside, FrameDoneAnExceptionOfTheCallBackIsTheFramesErrorWhateverTheFrameInItWas) {
+    FromInside done([&] {
+        EXPECT_EQ(Receive(MakeFrame(counts, 64, 48, 2)), 0);
+        throw std::logic_error("full");
+    });
+    EXPECT_EQ(ReceiveSingle(MakeFrame(counts, 64, 48, 1), {}, &done), 1);
+    EXPECT_EQ(ErrorOf(*detector), Error(1, "full"));
+    EXPECT_EQ(counts.released, 2);
+}
+
+// Each frame is handled with its own size, area and kind of call.
+TEST_F(CallsFromInside, FrameDoneFramesAreHandledAsFramesOfTheirOwn) {
+    struct Seen {
+        std::uint64_t time;
+        std::array<std::int32_t, 4> rect;
+        bool isSingle;
+        std::uint32_t width;
+    };
+    std::vector<Seen> seen;
+    detector->onRecognize = [&](FrameImage& frame, const BufferPointer& buffer) {
+        seen.push_back(
+            {buffer->GetTimeStamp(), Sides(detector->GetDetectionRect()), detector->inSingleCall, frame.width});
+    };
+    recording_host::RecordingFrameDone innermost;
+    FromInside inner([&] {
+        EXPECT_EQ(ReceiveSingle(MakeFrame(counts, 100, 100, 4), {10, 10, 10, 10}, &innermost), 0);
+    });
+    FromInside outer([&] {
+        EXPECT_EQ(Receive(MakeFrame(counts, 200, 100, 2)), 0);
+        EXPECT_EQ(ReceiveSingle(MakeFrame(counts, 300, 100, 3), {50, 0, 50, 100}, &inner), 0);
+        EXPECT_EQ(Receive(MakeFrame(counts, 200, 100, 5)), 0);
+    });
+    SingleReceiverOf(*detector).SetIntValue("anything", 1);
+    EXPECT_EQ(ReceiveSingle(MakeFrame(counts, 400, 100, 1), {0, 0, 25, 100}, &outer), 0);
+
+    ASSERT_EQ(seen.size(), 5u);
+    const Seen expected[] = {{1, Rect(0, 0, 100, 100), true, 400},
+                             {2, Rect(0, 0, 200, 100), false, 200},
+                             {3, Rect(150, 0, 300, 100), true, 300},
+                             {4, Rect(10, 10, 20, 20), true, 100},
+                             {5, Rect(0, 0, 200, 100), false, 200}};
+    for (std::size_t index = 0; index < 5; ++index) {
+        SCOPED_TRACE(index);
+        EXPECT_EQ(seen[index].time, expected[index].time);
+        EXPECT_EQ(seen[index].rect, expected[index].rect);
+        EXPECT_EQ(seen[index].isSingle, expected[index].isSingle);
+        EXPECT_EQ(seen[index].width, expected[index].width);
+    }
+    EXPECT_EQ(innermost.buffers.size(), 1u);
+    EXPECT_FALSE(detector->inSingleCall);
+    EXPECT_FALSE(detector->singleAreaActive);
+    EXPECT_TRUE(detector->frameValues.IsEmpty());
+    EXPECT_EQ(detector->lastTimeStamp, 1u) << "the outer frame is the last one to end";
+    EXPECT_EQ(counts.released, 5);
+    detector->onRecognize = nullptr;
+    EXPECT_EQ(Receive(MakeFrame(counts, 400, 100, 6)), 0);
+}
+
+TEST_F(CallsFromInside, FrameDoneAFrameMayBeHeldAndTheOuterOneIsNot) {
+    detector->onRecognize = [&](FrameImage&, const BufferPointer& buffer) {
+        detector->holdFrame = buffer->GetTimeStamp() == 2;
+    };
+    recording_host::RecordingFrameDone held;
+    FromInside done([&] { EXPECT_EQ(ReceiveSingle(MakeFrame(counts, 64, 48, 2), {}, &held), 0); });
+    EXPECT_EQ(ReceiveSingle(MakeFrame(counts, 64, 48, 1), {}, &done), 0);
+    EXPECT_EQ(done.called, 1);
+    EXPECT_TRUE(held.buffers.empty());
+    EXPECT_EQ(ReceiveSingle(MakeFrame(counts, 64, 48, 3), {}, &done), 0);
+    EXPECT_EQ(done.called, 2);
 }
 
 TEST_F(FrameIntake, BuffersComeBackOnceWhateverHappensToThem) {

@@ -55,6 +55,22 @@ TEST_F(DetectorLog, ALineHasPrefixMessageCodeAndLineEnd) {
     EXPECT_THAT(output.Texts(), IsEmpty());
 }
 
+TEST_F(DetectorLog, SettersAndErrorReadsWorkFromInsideTheHostsLog) {
+    int logged = 0;
+    host.onLog = [&] {
+        ++logged;
+        Name("gate", "7");
+        EXPECT_EQ(ErrorsOf(*detector).GetErrorCode(), 0);
+        RefuseASetting(*detector);
+        EXPECT_STREQ(ErrorsOf(*detector).GetErrorMessage(), "no such setting");
+    };
+    EXPECT_TRUE(detector->LogError("something happened", 5));
+    EXPECT_TRUE(detector->LogError("something happened", 5));
+    EXPECT_EQ(logged, 2);
+    EXPECT_THAT(host.Log(), ElementsAre("3:[BaseDetectorImpl] [] something happened. Error = 5\n",
+                                        "3:[BaseDetectorImpl] [gate] [id:7] something happened. Error = 5\n"));
+}
+
 TEST_F(DetectorLog, NameAndIdStandInThePrefix) {
     Name("gate", "");
     EXPECT_EQ(detector->GetLogPrefix(), "[gate] ");

@@ -7,10 +7,12 @@
 #include <atomic>
 #include <boost/make_shared.hpp>
 #include <cstring>
+#include <functional>
 #include <limits>
 #include <set>
 #include <stdexcept>
 #include <thread>
+#include <utility>
 
 #include "engine/track_points.h"
 #include "platform/text.h"
@@ -999,6 +1001,81 @@ TEST_F(LettingGo, MayMeetFrames) {
     isOver = true;
     other.join();
     EXPECT_EQ(host.Events().size(), frames);
+}
+
+// A frame from inside the frame-done call-back of another one: the converter's picture, the tracker and the table are
+// those of both.
+class FrameFromInsideFrameDone : public PlateEvents {
+  protected:
+    class Callback final : public OKM8::MFF::IFrameDoneCallback {
+      public:
+        explicit Callback(std::function<void()> calls) : action(std::move(calls)) {}
+        OKM8_OBJECT_DESTRUCTOR_SLOT(Callback)
+        void* QueryContract(const char*) override { return nullptr; }
+        void* QueryContract(const char*) const override { return nullptr; }
+        void OnFrameDone(OKM8::MFF::IMultimediaBuffer*) override { action(); }
+
+      private:
+        std::function<void()> action;
+    };
+
+    std::int32_t OuterFrame(std::uint64_t time, std::function<void()> inside) {
+        Callback callback(std::move(inside));
+        OKM8::Analytics::IMediaReceiverSingle2& receiver = Detector();
+        return receiver.ReceiveSingle(recording_host::MakeFrame(counts, 640, 480, time), nullptr, &callback);
+    }
+
+    std::vector<std::string> RaisedTexts() {
+        std::vector<std::string> texts;
+        for (const RecordedEvent& event : host.Events()) {
+            texts.push_back(event.raised == 1 ? TargetOf(event).Find("lp_wnum")->text : "not raised");
+        }
+        return texts;
+    }
+};
+
+TEST_F(FrameFromInsideFrameDone, IsReadAndItsPlatesComeOutAfterTheOuterFrames) {
+    ReportAtOnce();
+    Find(FoundPlate{.text = "AAAAAA"});
+    EXPECT_EQ(OuterFrame(1000,
+                         [&] {
+                             Find(FoundPlate{.text = "ZZZZZZ", .left = 20, .right = 80});
+                             EXPECT_EQ(Frame(1040, 320, 240), 0);
+                         }),
+              0);
+    EXPECT_THAT(RaisedTexts(), ElementsAre("AAAAAA", "ZZZZZZ"));
+    const auto calls = fake_engine::RecognizeCalls();
+    ASSERT_EQ(calls.size(), 2u);
+    EXPECT_EQ(calls[0].image.width, 640u);
+    EXPECT_EQ(calls[1].image.width, 320u);
+    FindNothing();
+    EXPECT_EQ(Frame(1080), 0);
+    EXPECT_EQ(counts.released, counts.made);
+    EXPECT_THAT(Detector().pendingResults, IsEmpty());
+}
+
+TEST_F(FrameFromInsideFrameDone, HasAnOutcomeOfItsOwnWhenAnEventFails) {
+    ReportAtOnce();
+    host.refusals.raiser = true;
+    Find(FoundPlate{.text = "AAAAAA"});
+    EXPECT_EQ(OuterFrame(1000,
+                         [&] {
+                             host.refusals = {};
+                             Find(FoundPlate{.text = "ZZZZZZ", .left = 400, .right = 460});
+                             EXPECT_EQ(Frame(1040), 0);
+                             EXPECT_EQ(ErrorState(), Error(0, ""));
+                         }),
+              1);
+    EXPECT_EQ(ErrorState(), Error(1, "IDetectorEventRaiser getting error"));
+    EXPECT_EQ(OuterFrame(100000,
+                         [&] {
+                             host.refusals.target = true;
+                             Find(FoundPlate{.text = "MMMMMM", .left = 20, .right = 80});
+                             EXPECT_EQ(Frame(200000), 1);
+                             EXPECT_EQ(ErrorState(), Error(1, "ITargetAdjuster getting error"));
+                         }),
+              0);
+    EXPECT_EQ(ErrorState(), Error(0, ""));
 }
 
 TEST_F(PlateEvents, SettersAndErrorReadsWorkFromInsideRaise) {

@@ -194,6 +194,9 @@ ThrowingHost::~ThrowingHost() = default;
 
 void ThrowingHost::Meet(HostCall call) {
     ++counts.at(static_cast<std::size_t>(call));
+    if (onCall) {
+        onCall(call);
+    }
     if (!throwing.contains(call)) {
         return;
     }

@@ -3,6 +3,7 @@
 
 #include <array>
 #include <cstddef>
+#include <functional>
 #include <memory>
 #include <set>
 #include <stdexcept>
@@ -66,6 +67,9 @@ class ThrowingHost {
 
     int Count(HostCall call) const { return counts.at(static_cast<std::size_t>(call)); }
     int BuffersMade() const { return buffersMade; }
+
+    /// Called from inside every call, once it has done its work and before it throws.
+    std::function<void(HostCall)> onCall;
 
     /// Counts, and throws when it shall.
     void Meet(HostCall call);

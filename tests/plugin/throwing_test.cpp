@@ -1,4 +1,5 @@
 // Exceptions of the host and of the engine: through the loaded library none gets out, but for those of CreateDetector.
+// And the calls that every operation of the host may make from inside.
 
 #include <gmock/gmock.h>
 
@@ -295,6 +296,58 @@ TEST_P(ThrowingRelease, OfFramesThatADestroyedDetectorHasKeptGivesAllOfThemBack)
 
 INSTANTIATE_TEST_SUITE_P(Of, ThrowingRelease, testing::Values(Kind::Standard, Kind::Other),
                          [](const auto& instance) { return NameOf(instance.param); });
+
+// Calls from inside
+
+class CallsFromInside : public Throwing {
+  protected:
+    CallsFromInside() {
+        Load(std::make_unique<Plugin>());
+        Prepare();
+        adjuster = static_cast<OKM8::IAsyncAdjuster*>(detector->QueryContract(ContractName::IAsyncAdjuster));
+        values = static_cast<OKM8::Analytics::IMediaReceiverSingle2*>(
+            detector->QueryContract(ContractName::IMediaReceiverSingle2));
+        controller = static_cast<OKM8::Analytics::IMediaReceiverController*>(
+            detector->QueryContract(ContractName::IMediaReceiverController));
+    }
+
+    void CallQuietly() {
+        EXPECT_EQ(detector->QueryContract(ContractName::IDetector), detector);
+        EXPECT_EQ(adjuster->SetIntValue("zone_width", 100), 0);
+        EXPECT_EQ(values->SetStringValue("anything", "x"), 0);
+        EXPECT_EQ(controller->Control1(), 0);
+        EXPECT_EQ(errors->GetErrorCode(), 0);
+        EXPECT_STREQ(errors->GetErrorMessage(), "");
+        EXPECT_EQ(adjuster->SetIntValue("nothing", 1), 2816);
+        EXPECT_STREQ(errors->GetErrorMessage(), "nothing");
+    }
+
+    OKM8::IAsyncAdjuster* adjuster = nullptr;
+    OKM8::Analytics::IMediaReceiverSingle2* values = nullptr;
+    OKM8::Analytics::IMediaReceiverController* controller = nullptr;
+};
+
+TEST_F(CallsFromInside, EveryOperationSettersAndErrorReadsWorkAndLeaveTheFrameAsItIs) {
+    std::set<HostCall> met;
+    host.onCall = [&](HostCall call) {
+        met.insert(call);
+        CallQuietly();
+    };
+    for (int frame = 0; frame < 4; ++frame) {
+        EXPECT_EQ(Receive(), 0);
+    }
+    EXPECT_EQ(host.Count(HostCall::Raise), 4);
+    host.refusesArguments = true;
+    EXPECT_EQ(Receive(), 1);
+    EXPECT_STREQ(errors->GetErrorMessage(), "IEventArgsAdjuster getting error");
+    host.onCall = nullptr;
+    for (int call = static_cast<int>(HostCall::GetFactory); call < static_cast<int>(HostCall::Count); ++call) {
+        EXPECT_TRUE(met.contains(static_cast<HostCall>(call))) << call;
+    }
+    host.refusesArguments = false;
+    ExpectAllIsWellAgain();
+    ExpectEveryBufferBack();
+}
 
 // The engine
 

@@ -209,14 +209,21 @@ struct Raiser final : IDetectorEventRaiser {
 };
 
 struct Logger final : ILogger {
+    explicit Logger(RecordingHost& owner) : host(owner) {}
     RECORDING_HOST_CONTRACT(Logger)
     void Unused1() override {}
     void Unused2() override {}
     void WriteLog(std::int32_t level, const char* text) override {
         const WithoutFailure own;
-        const std::lock_guard lock(mutex);
-        lines.push_back(std::to_string(level) + ":" + text);
+        {
+            const std::lock_guard lock(mutex);
+            lines.push_back(std::to_string(level) + ":" + text);
+        }
+        if (host.onLog) {
+            host.onLog();
+        }
     }
+    RecordingHost& host;
     mutable std::mutex mutex;
     std::vector<std::string> lines;
 };
@@ -292,7 +299,7 @@ struct RecordingHost::Objects {
     RecordingHost& host;
     std::mutex mutex;
     std::vector<std::string> asked;
-    Logger logger;
+    Logger logger{host};
     Factory factory{*this};
     HostObject hostObject{*this};
     PeerObject peer{*this};

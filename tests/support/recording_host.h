@@ -85,6 +85,9 @@ class RecordingHost {
     /// before frames run.
     std::function<void(const std::string& key)> onSetValue;
 
+    /// Called from inside every log call. Set before frames run.
+    std::function<void()> onLog;
+
     /// Every event whose raiser was asked for, in order.
     std::vector<RecordedEvent> Events() const;
     /// "LEVEL:TEXT" of each log call.
