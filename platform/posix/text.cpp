@@ -78,9 +78,6 @@ constexpr PairRange unassignedPairs[] = {
     {0xA958, 0xA958}, {0xA95B, 0xA95B}, {0xA95D, 0xA95F}, {0xA989, 0xA995}, {0xA997, 0xA9A3}, {0xA9F0, 0xA9FE},
     {0xD7FA, 0xD7FE}, {0xFE50, 0xFE7E}, {0xFE80, 0xFEA0}};
 
-constexpr bool IsLead(unsigned byte) {
-    return byte >= firstLead && byte <= lastLead;
-}
 constexpr bool IsTrail(unsigned byte) {
     return byte >= firstTrail && byte <= lastTrail && byte != noTrail;
 }
