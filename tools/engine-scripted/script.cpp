@@ -254,6 +254,10 @@ Script ReadScript(const std::filesystem::path& file) {
     if (!stream) {
         throw std::runtime_error("the file cannot be opened");
     }
+    return ReadScript(stream, file.parent_path());
+}
+
+Script ReadScript(std::istream& stream, const std::filesystem::path& folder) {
     const json root = json::parse(stream);
     CheckKeys(root, "", {"counting", "repeat", "refused_ranges", "journal", "frames"});
 
@@ -272,7 +276,7 @@ Script ReadScript(const std::filesystem::path& file) {
         ReadRefusedRanges(root["refused_ranges"], script);
     }
     if (root.contains("journal")) {
-        script.journal = file.parent_path() / ReadString(root["journal"], "journal");
+        script.journal = folder / ReadString(root["journal"], "journal");
     }
     if (root.contains("frames")) {
         for (const json& frame : ReadArray(root["frames"], "frames")) {

@@ -3,6 +3,7 @@
 
 #include <cstdint>
 #include <filesystem>
+#include <istream>
 #include <set>
 #include <vector>
 
@@ -33,7 +34,10 @@ struct Script {
     bool RefusesRange(std::uint64_t number) const;
 };
 
-/// Throws std::runtime_error, whose text names the place in the script.
+/// Throws std::exception, whose text names the place in the script.
 Script ReadScript(const std::filesystem::path& file);
+
+/// The same from a stream; the journal's path starts at `folder`.
+Script ReadScript(std::istream& stream, const std::filesystem::path& folder);
 
 }  // namespace scripted_engine
