@@ -1,0 +1,731 @@
+// Whether the library bears any host and any engine: sequences of the host's calls with any frames and settings, while
+// the host's objects are missing or throw and the engine says anything.
+//
+// Every buffer must be released exactly once and every raiser raised or discarded exactly once, nothing may be thrown
+// where that is not said, error codes must be those of the contract, and afterwards the detector must work. The host's
+// objects are freed as soon as the library has given them up, for the address sanitizer to see every later touch.
+
+#include <array>
+#include <limits>
+#include <memory>
+#include <new>
+#include <stdexcept>
+#include <vector>
+
+#include "diagnostics/debug_level.h"
+#include "engine/engine_records.h"
+#include "fuzz/input.h"
+#include "platform/debug_output.h"
+#include "sdk/buffer.h"
+#include "sdk/contract_names.h"
+#include "sdk/detector.h"
+#include "sdk/events.h"
+#include "sdk/host.h"
+#include "sdk/module.h"
+#include "sdk/plate_events.h"
+#include "tests/support/fake_processes.h"
+
+extern "C" OKM8::Analytics::InitializeModuleFunction InitializeModule;
+extern "C" OKM8::Analytics::GetModuleFunction GetModule;
+extern "C" OKM8::Analytics::FinalizeModuleFunction FinalizeModule;
+
+namespace {
+
+using namespace OKM8;
+using namespace OKM8::Analytics;
+
+// An execution stays short.
+constexpr unsigned maximumCalls = 40;
+
+fuzz::Bytes current;
+
+[[noreturn]] void Fail(const char* what) {
+    fuzz::Fail(current, what);
+}
+
+void Check(bool isRight, const char* otherwise) {
+    if (!isRight) {
+        Fail(otherwise);
+    }
+}
+
+/// Where the library calls out.
+enum class Place : std::uint8_t {
+    Logger,
+    Factory,
+    Enumerator,
+    Target,
+    Raiser,
+    Arguments,
+    BinarySetter,  // a target that takes no raw bytes
+    AttachObject,
+    SetString,
+    SetInteger,
+    SetBinary,
+    Raise,
+    Discard,
+    QueryBuffer,
+    Data,
+    DataSize,
+    Width,
+    Height,
+    TimeStamp,
+    Release,
+    FrameDone,
+    WriteLog,
+    Recognize,
+    PlateRange,
+    Count
+};
+
+enum class Way : std::uint8_t { Works, IsNull, ThrowsStandard, ThrowsNumber, ThrowsMemory };
+
+struct OtherException {};
+
+/// What goes wrong in the host and its engine.
+struct Failures {
+    std::array<Way, static_cast<std::size_t>(Place::Count)> ways = {};
+
+    /// Throws what is due; returns whether the place works.
+    bool Passes(Place place) const {
+        switch (ways[static_cast<std::size_t>(place)]) {
+            case Way::IsNull:
+                return false;
+            case Way::ThrowsStandard:
+                throw std::runtime_error("the host has failed");
+            case Way::ThrowsNumber:
+                throw OtherException();
+            case Way::ThrowsMemory:
+                throw std::bad_alloc();
+            default:
+                return true;
+        }
+    }
+};
+
+/// All that an execution counts and knows.
+struct State {
+    Failures failures;
+    int buffers = 0;  // made and not yet released
+    int raisers = 0;  // made and not yet raised or discarded
+    int framesDone = 0;
+    IDetector* raising = nullptr;                 // is called from inside Raise
+    std::vector<struct Enumerator*> enumerators;  // of the call in hand
+    int plateCount = 0;
+    std::array<RPLATE, engineRecordCount> plates = {};
+};
+
+State state;
+
+#define FUZZ_OBJECT(Class)                            \
+    OKM8_OBJECT_DESTRUCTOR_SLOT(Class)                \
+    void* QueryContract(const char*) override {       \
+        return nullptr;                               \
+    }                                                 \
+    void* QueryContract(const char*) const override { \
+        return nullptr;                               \
+    }
+
+void Touch(const char* text) {
+    [[maybe_unused]] static volatile std::size_t sink;
+    Check(text != nullptr, "a null text");
+    sink = std::strlen(text);
+}
+
+struct BinaryBases : ITargetAdjuster, IBinaryAdjuster {};
+
+template <class Bases>
+struct Values : Bases {
+    void* QueryContract(const char*) override { return nullptr; }
+    void* QueryContract(const char*) const override { return nullptr; }
+    void SetStringValue(const char* name, const char* value) override {
+        Touch(name);
+        Touch(value);
+        state.failures.Passes(Place::SetString);
+    }
+    void SetDoubleValue(const char*, double) override { Fail("a plate has no value of that type"); }
+    void SetIntValue(const char* name, std::int32_t) override {
+        Touch(name);
+        state.failures.Passes(Place::SetInteger);
+    }
+    void SetBoolValue(const char*, bool) override { Fail("a plate has no value of that type"); }
+};
+
+struct PlainTarget final : Values<ITargetAdjuster> {
+    OKM8_OBJECT_DESTRUCTOR_SLOT(PlainTarget)
+};
+
+struct BinaryTarget final : Values<BinaryBases> {
+    OKM8_OBJECT_DESTRUCTOR_SLOT(BinaryTarget)
+    void SetBinaryValue(const char* name, const void* data, std::uint32_t size) override {
+        Touch(name);
+        Check(size == sizeof(TrackPointList), "a track of another size");
+        std::memcpy(&track, data, sizeof track);
+        ReadTrack();
+        state.failures.Passes(Place::SetBinary);
+    }
+
+    void ReadTrack() const {
+        Check(track.first <= track.last && track.last <= track.storage, "a track that ends before it begins");
+        for (const TrackPoint* point = track.first; point != track.last; ++point) {
+            Check(point->flag == 0, "a point's flag");
+        }
+    }
+
+    TrackPointList track = {};
+};
+
+struct Enumerator final : ITargetEnumeratorAdjuster {
+    FUZZ_OBJECT(Enumerator)
+    void Unused1() override {}
+    void Unused2() override {}
+    void Unused3() override {}
+    void Unused4() override {}
+    void Unused5() override {}
+    void Unused6() override {}
+    void Unused7() override {}
+    ITargetAdjuster* AddTarget(std::int32_t) override {
+        Check(!plain && !binary, "two targets in one event");
+        if (!state.failures.Passes(Place::Target)) {
+            return nullptr;
+        }
+        if (state.failures.ways[static_cast<std::size_t>(Place::BinarySetter)] != Way::Works) {
+            plain = std::make_unique<PlainTarget>();
+            return plain.get();
+        }
+        binary = std::make_unique<BinaryTarget>();
+        return binary.get();
+    }
+
+    std::unique_ptr<PlainTarget> plain;
+    std::unique_ptr<BinaryTarget> binary;
+};
+
+struct Arguments final : IEventArgsAdjuster {
+    FUZZ_OBJECT(Arguments)
+    void Unused1() override {}
+    void Unused2() override {}
+    void Unused3() override {}
+    void Unused4() override {}
+    void Unused5() override {}
+    void Unused6() override {}
+    void Unused7() override {}
+    void SetObjectValue(const char* name, IContract* value) override {
+        Touch(name);
+        state.failures.Passes(Place::AttachObject);
+        targets = static_cast<Enumerator*>(value);
+    }
+
+    Enumerator* targets = nullptr;
+};
+
+void CheckCode(std::int32_t code, bool isSetter) {
+    Check(code == ErrorCode::None || code == (isSetter ? ErrorCode::RefusedSetting : ErrorCode::Failed),
+          "an error code that there is not");
+}
+
+template <class Interface>
+Interface& As(IDetector* detector, const char* name) {
+    void* const face = detector->QueryContract(name);
+    Check(face != nullptr, "an interface is missing");
+    return *static_cast<Interface*>(face);
+}
+
+void ReadErrorState(IDetector* detector) {
+    IErrorInfoProvider& errors = As<IErrorInfoProvider>(detector, ContractName::IErrorInfoProvider);
+    const std::int32_t code = errors.GetErrorCode();
+    Check(code == ErrorCode::None || code == ErrorCode::Failed || code == ErrorCode::RefusedSetting,
+          "an error code that there is not");
+    Touch(errors.GetErrorMessage());
+}
+
+struct Raiser final : IDetectorEventRaiser {
+    FUZZ_OBJECT(Raiser)
+    void Unused1() override {}
+    void Raise() override {
+        if (arguments.targets != nullptr && arguments.targets->binary) {
+            arguments.targets->binary->ReadTrack();
+        }
+        if (state.raising != nullptr) {
+            IAsyncAdjuster& settings = As<IAsyncAdjuster>(state.raising, ContractName::IAsyncAdjuster);
+            CheckCode(settings.SetIntValue("zone_width", 50), true);
+            ReadErrorState(state.raising);
+        }
+        End(Place::Raise);
+    }
+    void Discard() override { End(Place::Discard); }
+    IEventArgsAdjuster* GetEventArgs() override {
+        return state.failures.Passes(Place::Arguments) ? &arguments : nullptr;
+    }
+
+    void End(Place place) {
+        if (arguments.targets != nullptr) {
+            std::erase(state.enumerators, arguments.targets);
+            delete arguments.targets;
+        }
+        delete this;
+        --state.raisers;
+        state.failures.Passes(place);
+    }
+
+    Arguments arguments;
+};
+
+struct Factory final : ITargetEnumeratorFactory {
+    FUZZ_OBJECT(Factory)
+    void Unused1() override {}
+    void Unused2() override {}
+    void Unused3() override {}
+    void Unused4() override {}
+    void Unused5() override {}
+    void Unused6() override {}
+    ITargetEnumeratorAdjuster* CreateTargetEnumerator(std::int64_t) override {
+        if (!state.failures.Passes(Place::Enumerator)) {
+            return nullptr;
+        }
+        return state.enumerators.emplace_back(new Enumerator());
+    }
+};
+
+struct Logger final : ILogger {
+    FUZZ_OBJECT(Logger)
+    void Unused1() override {}
+    void Unused2() override {}
+    void WriteLog(std::int32_t, const char* text) override {
+        Touch(text);
+        state.failures.Passes(Place::WriteLog);
+    }
+};
+
+struct Host final : IHost {
+    FUZZ_OBJECT(Host)
+    void* GetInterface(const char* name) override {
+        if (std::strcmp(name, ContractName::ILogger) == 0) {
+            return state.failures.Passes(Place::Logger) ? static_cast<ILogger*>(&logger) : nullptr;
+        }
+        Check(std::strcmp(name, ContractName::ITargetEnumeratorFactory) == 0, "another service is asked for");
+        return state.failures.Passes(Place::Factory) ? static_cast<ITargetEnumeratorFactory*>(&factory) : nullptr;
+    }
+
+    Logger logger;
+    Factory factory;
+};
+
+struct Peer final : IDetectorPeer {
+    FUZZ_OBJECT(Peer)
+    IDetectorEventRaiser* CreateEventRaiser(IDetector* detector, const char* name, std::int64_t,
+                                            std::int32_t) override {
+        Check(detector != nullptr, "an event of no detector");
+        Touch(name);
+        if (!state.failures.Passes(Place::Raiser)) {
+            return nullptr;
+        }
+        ++state.raisers;
+        return new Raiser();
+    }
+};
+
+struct FrameDone final : MFF::IFrameDoneCallback {
+    FUZZ_OBJECT(FrameDone)
+    void OnFrameDone(MFF::IMultimediaBuffer* inputData) override {
+        Check(inputData != nullptr, "no frame is done");
+        ++state.framesDone;
+        state.failures.Passes(Place::FrameDone);
+    }
+};
+
+Host host;
+Peer peer;
+FrameDone frameDone;
+
+/// A frame in heap blocks of their own; its release frees it.
+struct Buffer final : MFF::ICompositeBuffer {
+    Buffer(std::uint32_t frameWidth, std::uint32_t frameHeight, std::uint32_t frameSize, bool hasPixels,
+           std::uint8_t pixel, std::uint64_t frameTime)
+        : width(frameWidth), height(frameHeight), size(frameSize), time(frameTime) {
+        ++state.buffers;
+        if (hasPixels) {
+            pixels = std::make_unique_for_overwrite<std::uint8_t[]>(size);
+            std::memset(pixels.get(), pixel, size);
+        }
+    }
+    OKM8_OBJECT_DESTRUCTOR_SLOT(Buffer)
+    void* QueryContract(const char* name) override {
+        Check(std::strcmp(name, ContractName::ICompositeBuffer) == 0, "a buffer is asked for another interface");
+        return state.failures.Passes(Place::QueryBuffer) ? static_cast<MFF::ICompositeBuffer*>(this) : nullptr;
+    }
+    void* QueryContract(const char* name) const override { return const_cast<Buffer*>(this)->QueryContract(name); }
+    std::uint64_t GetTimeStamp() override { return state.failures.Passes(Place::TimeStamp) ? time : 0; }
+    void Unused1() override {}
+    void Unused2() override {}
+    void Release() override {
+        delete this;
+        --state.buffers;
+        state.failures.Passes(Place::Release);
+    }
+    std::uint8_t* GetData() override { return state.failures.Passes(Place::Data) ? pixels.get() : nullptr; }
+    std::uint32_t GetDataSize() override { return state.failures.Passes(Place::DataSize) ? size : 0; }
+    std::uint32_t GetWidth() override { return state.failures.Passes(Place::Width) ? width : 0; }
+    std::uint32_t GetHeight() override { return state.failures.Passes(Place::Height) ? height : 0; }
+
+    std::uint32_t width;
+    std::uint32_t height;
+    std::uint32_t size;
+    std::uint64_t time;
+    std::unique_ptr<std::uint8_t[]> pixels;
+};
+
+constexpr std::int32_t lowest = std::numeric_limits<std::int32_t>::min();
+constexpr std::int32_t highest = std::numeric_limits<std::int32_t>::max();
+constexpr std::int32_t numbers[] = {0, 1, -1, 2, 50, 100, 101, -100, 1000000, highest, highest - 1, lowest, lowest + 1};
+// No picture has that many pixels. Some that has takes its memory before it is refused, and seconds to clear it.
+constexpr std::uint32_t sides[] = {0, 0x7fffffff, 0x80000000, 0xffffffff};
+constexpr int plateCounts[] = {1, 0, 2, 3, 5, 6, 33, -1, 1025, 1000000, highest, lowest};
+constexpr const char* settingNames[] = {"zone_width",
+                                        "zone_width_min",
+                                        "result_ready",
+                                        "result_wait_time",
+                                        "result_rec_count",
+                                        "use_half_cadr",
+                                        "use_area",
+                                        "area_left",
+                                        "area_top",
+                                        "area_right",
+                                        "area_bottom",
+                                        "id",
+                                        "name",
+                                        "",
+                                        "no such setting",
+                                        nullptr};
+constexpr const char* texts[] = {
+    "", "7", "camera", nullptr, "-2147483649", "a text that is too long to be kept without memory of its own"};
+constexpr const char* contractNames[] = {nullptr,
+                                         "",
+                                         ContractName::IContract,
+                                         ContractName::IDestroyable,
+                                         ContractName::IDetector,
+                                         ContractName::IMediaReceiver,
+                                         ContractName::IMediaReceiverSingle,
+                                         ContractName::IMediaReceiverSingle2,
+                                         ContractName::IAsyncAdjuster,
+                                         ContractName::IErrorInfoProvider,
+                                         ContractName::IMediaReceiverController,
+                                         ContractName::ILogger};
+constexpr std::uint64_t times[] = {0, 1, std::numeric_limits<std::uint64_t>::max(), std::uint64_t{1} << 63};
+
+/// One execution: what the host does, call by call.
+class Session {
+  public:
+    explicit Session(fuzz::Input& bytes) : input(bytes) {}
+
+    void Run() {
+        for (unsigned calls = 0; calls < maximumCalls && !input.IsEmpty(); ++calls) {
+            Call();
+            state.raising = nullptr;
+            Check(state.raisers == 0, "a raiser is neither raised nor discarded");
+            for (const Enumerator* const unused : state.enumerators) {
+                delete unused;
+            }
+            state.enumerators.clear();
+        }
+        End();
+    }
+
+  private:
+    void Call() {
+        switch (input.Below(12)) {
+            case 0:
+                TakeFailure();
+                break;
+            case 1:
+                TakePlates();
+                break;
+            case 2:
+                SetSetting();
+                break;
+            case 3:
+                SetFrameValue();
+                break;
+            case 4:
+                AskAnything();
+                break;
+            case 5:
+                DestroyDetector();
+                break;
+            case 6:
+                RestartModule();
+                break;
+            case 7:
+                diagnostics::SetDebugLevel(input.Below(4) == 3 ? 1 : 0);
+                break;
+            case 8:
+                fake_processes::FailStart(input.Below(2) * 2);
+                fake_processes::FailList(input.Below(2) * 5);
+                break;
+            default:
+                Frame();
+                break;
+        }
+    }
+
+    void TakeFailure() {
+        const auto place = input.Below(static_cast<unsigned>(Place::Count) + 2);
+        if (place >= static_cast<unsigned>(Place::Count)) {
+            state.failures = {};
+            return;
+        }
+        state.failures.ways[place] = static_cast<Way>(input.Below(5));
+    }
+
+    void TakePlates() {
+        state.plateCount = input.AnyOf(plateCounts);
+        const std::size_t count = std::min<std::size_t>(input.Below(8), state.plates.size());
+        for (std::size_t index = 0; index < count; ++index) {
+            RPLATE& plate = state.plates[index];
+            plate = {};
+            const std::size_t length = input.Below(17);
+            for (std::size_t place = 0; place < length; ++place) {
+                plate.text[place] = static_cast<char>(input.Byte());
+            }
+            const unsigned corners = input.Byte();
+            SetConfidenceSum(plate, (corners & 1) != 0 ? input.Take<double>() : 500.0);
+            for (EngineCorner* const corner : {&plate.corner1, &plate.corner2, &plate.corner3, &plate.corner4}) {
+                *corner = (corners & 2) != 0 ? EngineCorner{input.AnyOf(numbers), input.AnyOf(numbers)}
+                                             : EngineCorner{input.Byte(), input.Byte()};
+            }
+        }
+    }
+
+    IDetector* Detector() {
+        IDetector*& detector = detectors[input.Below(2)];
+        if (detector == nullptr) {
+            try {
+                IModule* const module = GetModule();
+                Check(module != nullptr, "there is no module");
+                Check(module->CreateDetector(nullptr, nullptr) == nullptr, "a detector without a peer");
+                detector = module->CreateDetector(nullptr, &peer);
+            } catch (const std::exception&) {
+            } catch (const OtherException&) {
+                // A detector that cannot be made throws what the host has thrown.
+            }
+        }
+        return detector;
+    }
+
+    void DestroyDetector() {
+        IDetector*& detector = detectors[input.Below(2)];
+        if (detector != nullptr) {
+            detector->Destroy();
+            detector = nullptr;
+        }
+    }
+
+    void RestartModule() {
+        if (detectors == std::array<IDetector*, 2>{}) {
+            FinalizeModule();
+            Check(InitializeModule(&host) == 0, "the module is not initialized");
+        }
+    }
+
+    void SetSetting() {
+        IDetector* const detector = Detector();
+        if (detector == nullptr) {
+            return;
+        }
+        IAsyncAdjuster& settings = As<IAsyncAdjuster>(detector, ContractName::IAsyncAdjuster);
+        const char* const name = input.AnyOf(settingNames);
+        switch (input.Below(5)) {
+            case 0:
+                CheckCode(settings.SetStringValue(name, input.AnyOf(texts)), true);
+                break;
+            case 1:
+                CheckCode(settings.SetDoubleValue(name, input.Take<double>()), true);
+                break;
+            case 2:
+                CheckCode(settings.SetIntValue(name, input.AnyOf(numbers)), true);
+                break;
+            case 3:
+                CheckCode(settings.SetBoolValue(name, input.Below(2) != 0), true);
+                break;
+            default:
+                try {
+                    settings.ApplySettings();
+                } catch (const OtherException&) {
+                    // What is no std::exception is thrown on.
+                }
+                break;
+        }
+        ReadErrorState(detector);
+    }
+
+    void SetFrameValue() {
+        IDetector* const detector = Detector();
+        if (detector == nullptr) {
+            return;
+        }
+        auto& single = As<IMediaReceiverSingle2>(detector, ContractName::IMediaReceiverSingle2);
+        const char* const name = input.AnyOf(settingNames);
+        switch (input.Below(4)) {
+            case 0:
+                CheckCode(single.SetStringValue(name, input.AnyOf(texts)), true);
+                break;
+            case 1:
+                CheckCode(single.SetDoubleValue(name, input.Take<double>()), true);
+                break;
+            case 2:
+                CheckCode(single.SetIntValue(name, input.AnyOf(numbers)), true);
+                break;
+            default:
+                CheckCode(single.SetBoolValue(name, input.Below(2) != 0), true);
+                break;
+        }
+        ReadErrorState(detector);
+    }
+
+    void AskAnything() {
+        IDetector* const detector = Detector();
+        if (detector == nullptr) {
+            return;
+        }
+        const char* const name = input.AnyOf(contractNames);
+        const IDetector* const constant = detector;
+        Check(detector->QueryContract(name) == constant->QueryContract(name), "two answers about one interface");
+        auto& controller = As<IMediaReceiverController>(detector, ContractName::IMediaReceiverController);
+        Check(controller.Control1() == 0 && controller.Control2() == 0 && controller.Control3() == 0 &&
+                  controller.Control4() == 0 && controller.Control5() == 0,
+              "a stream is controlled");
+        ReadErrorState(detector);
+    }
+
+    /// Any frame. The bytes that it has are as many as it says: a host that lies about that is beyond help.
+    Buffer* TakeFrame() {
+        const unsigned kind = input.Byte();
+        // Large enough for being handled at half its height. It takes a hundred times as long as the others.
+        const bool isHalved = kind % 8 == 0 && mayBeLarge && input.Take<std::uint16_t>() == 0x4b38;
+        mayBeLarge = mayBeLarge && !isHalved;
+        std::uint32_t width = isHalved ? 640 : 1 + input.Below(40);
+        std::uint32_t height = isHalved ? 480 : 1 + input.Below(24);
+        std::uint32_t size = width * height;
+        switch (kind / 8 % 4) {
+            case 0:
+                size = (width / 2 * 2) * (height / 2 * 2) * 3 / 2;
+                break;
+            case 1:
+                size = width * height * 3 / 2;
+                break;
+            case 2:
+                size *= 2;
+                break;
+            default:
+                break;
+        }
+        if (kind % 8 == 1) {
+            (input.OneIn(2) ? width : height) = input.AnyOf(sides);
+        }
+        if (kind % 8 == 2) {
+            size = input.Take<std::uint16_t>();
+        }
+        now += 40;
+        const std::uint64_t time = kind % 8 == 3 ? input.AnyOf(times) : now;
+        return new Buffer(width, height, size, kind / 32 != 7, input.Byte(), time);
+    }
+
+    void Frame() {
+        IDetector* const detector = Detector();
+        if (detector == nullptr) {
+            return;
+        }
+        const unsigned flags = input.Byte();
+        state.framesDone = 0;
+        state.raising = (flags & 1) != 0 ? detector : nullptr;
+        Buffer* const buffer = (flags & 0xf0) == 0xf0 ? nullptr : TakeFrame();
+        if ((flags & 2) == 0) {
+            CheckCode(As<IMediaReceiver>(detector, ContractName::IMediaReceiver).Receive(buffer), false);
+            return;
+        }
+        auto& single = As<IMediaReceiverSingle2>(detector, ContractName::IMediaReceiverSingle2);
+        const FrameArea area = {input.AnyOf(numbers), input.AnyOf(numbers), input.AnyOf(numbers), input.AnyOf(numbers)};
+        const bool isTold = (flags & 4) == 0;
+        const std::int32_t code =
+            single.ReceiveSingle(buffer, (flags & 8) != 0 ? nullptr : &area, isTold ? &frameDone : nullptr);
+        CheckCode(code, false);
+        Check(state.framesDone <= 1 && (code != 0 || (state.framesDone != 0) == isTold),
+              "who is told that a frame is done");
+    }
+
+    /// A host that works finds detectors that work, and gets everything back.
+    void End() {
+        state.failures = {};
+        state.plateCount = 1;
+        state.plates = {};
+        state.plates[0].text[0] = '7';
+        for (IDetector*& detector : detectors) {
+            if (detector == nullptr) {
+                continue;
+            }
+            state.framesDone = 0;
+            auto& single = As<IMediaReceiverSingle2>(detector, ContractName::IMediaReceiverSingle2);
+            const std::int32_t code =
+                single.ReceiveSingle(new Buffer(16, 8, 16 * 8 * 3 / 2, true, 128, now + 40), nullptr, &frameDone);
+            Check(code == 0 && state.framesDone == 1, "a detector no longer works");
+            Check(*As<IErrorInfoProvider>(detector, ContractName::IErrorInfoProvider).GetErrorMessage() == '\0',
+                  "an error without a code");
+            detector->Destroy();
+            detector = nullptr;
+        }
+        Check(state.buffers == 0, "a buffer is not released, or twice");
+        Check(state.raisers == 0, "a raiser is neither raised nor discarded");
+        Check(state.enumerators.size() <= 2, "an event for each plate");
+        for (const Enumerator* const unused : state.enumerators) {
+            delete unused;
+        }
+        state.enumerators.clear();
+        diagnostics::SetDebugLevel(0);
+    }
+
+    fuzz::Input& input;
+    std::array<IDetector*, 2> detectors = {};
+    std::uint64_t now = 1000;
+    bool mayBeLarge = true;
+};
+
+class NoOutput final : public platform::DebugOutputSink {
+  public:
+    void Write(const char* text) override { Touch(text); }
+    void Write(const wchar_t* text) override { Check(text != nullptr, "a null text"); }
+};
+
+}  // namespace
+
+int Recognize2(YUV420_IMG* unused, IMG* image, tagRECT*, RPLATE* plates, int flags) {
+    Check(unused == nullptr && flags == 0 && image->bytesPerPixel == 3 && image->rowStride == 3 * image->width,
+          "an image of another kind");
+    [[maybe_unused]] static volatile std::uint8_t sink;
+    sink = image->pixels[0];
+    sink = image->pixels[std::size_t{image->rowStride} * image->height - 1];
+    static constexpr std::array<RPLATE, engineRecordCount> zeroed = {};
+    Check(std::memcmp(plates, zeroed.data(), sizeof zeroed) == 0, "records that are not zeroed");
+    std::memcpy(plates, state.plates.data(), sizeof zeroed);
+    state.failures.Passes(Place::Recognize);
+    return state.plateCount;
+}
+
+bool SetPlateRange(int, int) {
+    return state.failures.Passes(Place::PlateRange);
+}
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+    static const bool isReady = [] {
+        static NoOutput output;
+        platform::ExchangeDebugOutputSink(&output);
+        InitializeModule(&host);
+        return true;
+    }();
+    Check(isReady, "the module is not initialized");
+    current = {data, size};
+    state = {};
+    fake_processes::Reset();
+    fuzz::Input input(current);
+    Session(input).Run();
+    return 0;
+}

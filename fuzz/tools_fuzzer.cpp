@@ -1,0 +1,200 @@
+// Whether the tools take any text as what it says or refuse it with their own exceptions: Y4M streams, the scripted
+// engine's script, settings of the command line, and the reading engine's configuration.
+
+#include <algorithm>
+#include <memory>
+#include <sstream>
+#include <string>
+
+#include "fuzz/input.h"
+#include "sdk/detector.h"
+#include "tools/engine-scripted/script.h"
+#include "tools/host/failure.h"
+#include "tools/host/settings.h"
+#include "tools/host/y4m_reader.h"
+#include "tools/reading/reading_configuration.h"
+
+namespace {
+
+using fuzz::Bytes;
+
+fuzz::Bytes current;
+
+void Check(bool isRight, const char* otherwise) {
+    if (!isRight) {
+        fuzz::Fail(current, otherwise);
+    }
+}
+
+std::string TextOf(Bytes bytes) {
+    return {reinterpret_cast<const char*>(bytes.data()), bytes.size()};
+}
+
+bool IsOneLine(const std::string& text) {
+    return text.find('\n') == std::string::npos;
+}
+
+/// Gives the bytes in pieces of a size.
+class Pieces final : public plate_host::ByteSource {
+  public:
+    Pieces(Bytes bytes, std::size_t piece) : rest(bytes), largest(piece), total(bytes.size()) {}
+
+    std::size_t Read(void* buffer, std::size_t size) override {
+        const std::size_t count = std::min({size, rest.size(), largest});
+        if (count > 0) {
+            std::memcpy(buffer, rest.data(), count);
+            rest = rest.subspan(count);
+        }
+        return count;
+    }
+    std::string Error() const override { return {}; }
+    std::optional<std::uint64_t> Size() const override { return total; }
+
+  private:
+    Bytes rest;
+    std::size_t largest;
+    std::size_t total;
+};
+
+/// Whether pictures of that stream are small enough for an execution.
+bool HasSmallPictures(Bytes bytes) {
+    const std::string text = TextOf(bytes);
+    try {
+        const plate_host::Y4mHeader header = plate_host::ParseY4mHeader(text.substr(0, text.find('\n')));
+        return header.width <= 256 && header.height <= 256;
+    } catch (const plate_host::Failure&) {
+        return true;
+    }
+}
+
+void CheckY4m(Bytes bytes, std::size_t piece) {
+    if (!HasSmallPictures(bytes)) {
+        return;
+    }
+    try {
+        plate_host::Y4mReader reader(std::make_unique<Pieces>(bytes, piece), "stream");
+        plate_host::Picture picture;
+        std::uint64_t last = 0;
+        std::uint64_t pictures = 0;
+        while (reader.Read(picture)) {
+            const std::uint32_t pixels = picture.width * picture.height;
+            Check(picture.width % 2 == 0 && picture.height % 2 == 0 && pixels > 0, "a picture of an odd size");
+            Check(picture.size == pixels || picture.size == pixels / 2 * 3, "a picture of another layout");
+            Check(picture.timeMs >= last, "a picture from before the one before");
+            last = picture.timeMs;
+            ++pictures;
+        }
+        Check(!reader.Read(picture), "a picture after the end");
+        Check(IsOneLine(reader.Damage()), "several lines about the damage");
+        Check(!reader.PictureCount() || pictures <= *reader.PictureCount(), "more pictures than there seem to be");
+    } catch (const plate_host::Failure& failure) {
+        Check(IsOneLine(failure.what()), "several lines about one failure");
+    }
+}
+
+void CheckScript(Bytes bytes) {
+    std::istringstream stream(TextOf(bytes));
+    try {
+        const scripted_engine::Script script = scripted_engine::ReadScript(stream, "folder");
+        Check(script.frames.empty() == (script.FrameAt(0) == nullptr), "the first frame");
+        Check(script.refusesEveryRange <= script.RefusesRange(7), "a range that is not refused");
+        for (const scripted_engine::ScriptedFrame& frame : script.frames) {
+            Check(frame.plates.size() <= static_cast<std::size_t>(engineRecordCount), "too many plates");
+        }
+    } catch (const std::exception& exception) {
+        Check(*exception.what() != '\0', "a failure without a text");
+    }
+}
+
+/// Takes what its bits say.
+class AnyDetector final : public OKM8::IAsyncAdjuster, public OKM8::IErrorInfoProvider {
+  public:
+    explicit AnyDetector(unsigned bits) : taken(bits) {}
+    OKM8_OBJECT_DESTRUCTOR_SLOT(AnyDetector)
+    void* QueryContract(const char*) override { return nullptr; }
+    void* QueryContract(const char*) const override { return nullptr; }
+    std::int32_t SetStringValue(const char* name, const char* value) override {
+        Check(name != nullptr && value != nullptr, "a null text");
+        return Take(1);
+    }
+    std::int32_t SetDoubleValue(const char*, double) override { return Take(2); }
+    std::int32_t SetIntValue(const char*, std::int32_t) override { return Take(4); }
+    std::int32_t SetBoolValue(const char*, bool) override { return Take(8); }
+    void ApplySettings() override { code = (taken & 16) != 0 ? OKM8::ErrorCode::Failed : OKM8::ErrorCode::None; }
+    std::int32_t GetErrorCode() override { return code; }
+    const char* GetErrorMessage() override { return (taken & 32) != 0 ? nullptr : "a\ntext"; }
+
+  private:
+    std::int32_t Take(unsigned bit) {
+        const std::int32_t refusal = (taken & 64) != 0 ? OKM8::ErrorCode::Failed : OKM8::ErrorCode::RefusedSetting;
+        return code = (taken & bit) != 0 ? OKM8::ErrorCode::None : refusal;
+    }
+
+    unsigned taken;
+    std::int32_t code = 0;
+};
+
+void CheckSettings(Bytes bytes, unsigned taken) {
+    std::istringstream lines(TextOf(bytes));
+    std::vector<plate_host::Setting> settings;
+    for (std::string line; std::getline(lines, line);) {
+        try {
+            settings.push_back(plate_host::ParseSetting(line));
+        } catch (const plate_host::Failure&) {
+            continue;
+        }
+        const plate_host::Setting& setting = settings.back();
+        Check(setting.key + "=" + setting.text == line && !setting.key.empty(), "another setting");
+        const std::vector<plate_host::SettingValue> readings = plate_host::ReadingsOf(setting.text);
+        Check(!readings.empty() && readings.back() == plate_host::SettingValue(setting.text), "a text that is none");
+        for (const plate_host::SettingValue& reading : readings) {
+            if (const auto* const number = std::get_if<std::int32_t>(&reading)) {
+                Check(std::stol(setting.text) == *number, "another number");
+            }
+        }
+    }
+    AnyDetector detector(taken);
+    try {
+        plate_host::ApplySettings(detector, detector, settings);
+    } catch (const plate_host::Failure& failure) {
+        Check(IsOneLine(failure.what()), "several lines about one failure");
+    }
+}
+
+void CheckConfiguration(Bytes bytes) {
+    std::istringstream stream(TextOf(bytes));
+    try {
+        const plate_reading::ReadingOptions options = plate_reading::ReadConfiguration(stream);
+        Check(options.confirmations >= 1 && options.confirmations <= 9, "a number of confirmations");
+        for (const plate_reading::Template& pattern : options.templates) {
+            Check(pattern.size() >= 4 && pattern.size() <= 9 && pattern.find_first_not_of("LD") == std::string::npos,
+                  "a pattern");
+        }
+    } catch (const plate_reading::ConfigurationError& error) {
+        Check(std::string(error.what()).starts_with("line "), "an error without its line");
+    }
+}
+
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+    current = {data, size};
+    fuzz::Input input(current);
+    switch (const unsigned kind = input.Byte(); kind % 4) {
+        case 0:
+            CheckY4m(input.Rest(), 1 + kind / 4 % 32);
+            break;
+        case 1:
+            CheckScript(input.Rest());
+            break;
+        case 2: {
+            const unsigned taken = input.Byte();
+            CheckSettings(input.Rest(), taken);
+            break;
+        }
+        default:
+            CheckConfiguration(input.Rest());
+            break;
+    }
+    return 0;
+}
