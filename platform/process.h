@@ -20,6 +20,7 @@ struct ProcessInformation {
 struct ProcessEntry {
     std::uint32_t processId = 0;
     std::string executableName;  ///< without folders
+    std::uint32_t parentId = 0;  ///< on Windows; elsewhere 0
 };
 
 inline constexpr std::uint32_t showWindowHidden = 0;  ///< SW_HIDE

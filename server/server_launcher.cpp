@@ -74,6 +74,9 @@ ServerLauncher::~ServerLauncher() {
             // memory. So no lock is taken, and the lines of a stop are left out: they could wait for such a lock, or
             // end the process, before the server is ended.
             platform::TerminateProcess(process.process, terminatedExitCode);
+            if (isStarting) {
+                TerminateStartedProcess();
+            }
         } else {
             Stop();
         }
@@ -99,7 +102,9 @@ void ServerLauncher::Start() {
 void ServerLauncher::StartProcess() {
     SetRecord({});
     platform::ProcessInformation started;
+    isStarting = true;
     if (!platform::StartProcess(commandLine, creationFlags, showWindow, started)) {
+        isStarting = false;
         if (diagnostics::DebugLevel() != 0) {
             LauncherTrace("CreateProcess(%s) - failed, err = %s\r\n", commandLine.c_str(),
                           diagnostics::LastErrorText().c_str());
@@ -107,6 +112,7 @@ void ServerLauncher::StartProcess() {
         return;
     }
     SetRecord(started);
+    isStarting = false;
     LauncherTrace("CreatedProcess(%s) - ok Process ID: 0x%x\r\n", commandLine.c_str(), Printed(started.process));
     MarkAlive();
 }
@@ -143,6 +149,21 @@ void ServerLauncher::Restart() {
     Start();
 }
 
+// For the end of the process alone: the thread that started the server was stopped before it had its handle.
+void ServerLauncher::TerminateStartedProcess() {
+    const ProcessList list;
+    platform::ProcessEntry entry;
+    if (platform::FirstProcess(list.handle, entry) != 1) {
+        return;
+    }
+    while (platform::NextProcess(list.handle, entry) == 1) {
+        if (entry.parentId == platform::CurrentProcessId() && HasServersName(entry)) {
+            platform::TerminateProcess(platform::OpenProcess(platform::processAllAccess, false, entry.processId),
+                                       terminatedExitCode);
+        }
+    }
+}
+
 bool ServerLauncher::IsServerRunning() {
     if (IsInForkedChild()) {
         return false;
@@ -158,13 +179,17 @@ bool ServerLauncher::ScanProcesses() {
     bool isRunning = false;
     if (platform::FirstProcess(list.handle, entry) == 1) {
         while (platform::NextProcess(list.handle, entry) == 1) {
-            if (boost::algorithm::iequals(entry.executableName, commandLine, std::locale::classic())) {
+            if (HasServersName(entry)) {
                 ExamineProcess(entry);
                 isRunning = true;
             }
         }
     }
     return isRunning;
+}
+
+bool ServerLauncher::HasServersName(const platform::ProcessEntry& entry) const {
+    return boost::algorithm::iequals(entry.executableName, commandLine, std::locale::classic());
 }
 
 // A process that cannot be opened counts as running but does not take the place of ours on record: without a handle it

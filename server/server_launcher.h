@@ -1,6 +1,7 @@
 /// Starts, watches and ends the recognition server's process.
 #pragma once
 
+#include <atomic>
 #include <boost/date_time/posix_time/posix_time_types.hpp>
 #include <boost/shared_ptr.hpp>
 #include <boost/thread/mutex.hpp>
@@ -48,9 +49,11 @@ class ServerLauncher : public ThreadRoutines::PollTimeoutThread {
 
   private:
     bool ScanProcesses();
+    bool HasServersName(const platform::ProcessEntry& entry) const;
     void ExamineProcess(const platform::ProcessEntry& entry);
     void StartProcess();
     void TerminateProcess();
+    void TerminateStartedProcess();
     void SetRecord(const platform::ProcessInformation& record);
     platform::ProcessInformation Record();
 
@@ -63,7 +66,8 @@ class ServerLauncher : public ThreadRoutines::PollTimeoutThread {
     std::string commandLine = "plate-Server.exe";  // also the name to look for
     [[maybe_unused]] std::string unusedText;
     [[maybe_unused]] std::int64_t unusedValue = 5000;
-    boost::mutex startMutex;  // makes one step of a look at the processes and what follows from it
+    std::atomic<bool> isStarting{false};  // a server may exist that is not on record yet
+    boost::mutex startMutex;              // makes one step of a look at the processes and what follows from it
 };
 
 /// The process-wide launcher, made by the first call and ended when the library is unloaded, but not when a forked

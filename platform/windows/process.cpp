@@ -52,6 +52,7 @@ int Read(ReadEntry readEntry, SystemHandle list, ProcessEntry& entry) {
         return 0;
     }
     entry.processId = read.th32ProcessID;
+    entry.parentId = read.th32ParentProcessID;
     entry.executableName = read.szExeFile;
     return 1;
 }
