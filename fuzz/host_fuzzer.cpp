@@ -1,5 +1,5 @@
-// Whether the library bears any host and any engine: sequences of the host's calls with any frames and settings, while
-// the host's objects are missing or throw and the engine says anything.
+// Whether the library withstands any host and any engine: sequences of the host's calls with any frames and settings,
+// while the host's objects are missing or throw and the engine says anything.
 //
 // Every buffer must be released exactly once and every raiser raised or discarded exactly once, nothing may be thrown
 // where that is not said, error codes must be those of the contract, and afterwards the detector must work. The host's

@@ -1,5 +1,5 @@
 // What a frame allocates on its way through the detector, the debug level being 0, and what happens when there is no
-// memory. A message that is made all the same, a copy too many or a picture's buffer made anew shows as a greater
+// memory. A message that is made all the same, a copy too many or a picture's buffer made again shows as a greater
 // number.
 
 #include <gtest/gtest.h>
