@@ -15,6 +15,7 @@
 #include "tests/reading_engine/scripted_reader.h"
 #include "tests/support/comes_true.h"
 #include "tests/support/environment.h"
+#include "tests/support/runtime_folder.h"
 #include "tools/server/service.h"
 #include "tools/wire/messages.h"
 
@@ -24,6 +25,8 @@ using namespace std::chrono_literals;
 
 /// How long a call may take at most, on a machine that has much else to do.
 inline constexpr auto longestCall = 2000ms + 1500ms;
+
+inline const test_support::RuntimeFolder runtimeFolder;
 
 /// A name of this program's own, so that its servers and clients meet nobody else's. The engine reads it once for each
 /// thread.

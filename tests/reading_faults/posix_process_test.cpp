@@ -4,6 +4,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <filesystem>
 #include <fstream>
 #include <functional>
 #include <random>
@@ -14,6 +15,7 @@
 #include "platform/posix/send_signal.h"
 #include "tests/reading_faults/process_fixture.h"
 #include "tests/support/posix_descriptor_limit.h"
+#include "tests/support/posix_stranger.h"
 
 namespace {
 
@@ -120,6 +122,22 @@ TEST_F(ServerProcess, OutlivesClientsThatAreKilledInTheMiddleOfAFrame) {
     }
     EXPECT_TRUE(IsServedWell(client));
     EXPECT_TRUE(ComesTrue([&] { return DescriptorsOf(server) == descriptors; })) << DescriptorsOf(server);
+}
+
+TEST_F(ServerProcess, ServesItsUserWhileAnotherUserHasTakenTheNamesBefore) {
+    if (::geteuid() != 0) {
+        GTEST_SKIP() << "takes root";
+    }
+    const test_support::RuntimeFolder scratch;
+    test_support::UnsetEnvironment("XDG_RUNTIME_DIR");
+    const std::filesystem::path temporary = scratch.Path() / "tmp";
+    std::filesystem::permissions(temporary, std::filesystem::perms::all | std::filesystem::perms::sticky_bit);
+    test_support::NameTaker taker(temporary, wire::ServerName(), test_support::Obstacle::Folder);
+    Start();
+    for (unsigned frame = 1; frame < 20; ++frame) {
+        EXPECT_TRUE(IsServedWell(client, frame));
+    }
+    EXPECT_TRUE(taker.End()) << "somebody has connected to the stranger";
 }
 
 // Another server would have no descriptor for it either, and it is the server of all.

@@ -2,7 +2,6 @@
 #include <poll.h>
 #include <sys/mman.h>
 #include <sys/socket.h>
-#include <sys/un.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -10,6 +9,7 @@
 #include <stdexcept>
 
 #include "tests/support/raw_client.h"
+#include "tools/wire/posix_folders.h"
 
 namespace test_support {
 
@@ -37,11 +37,11 @@ bool IsReadable(int socket) {
 }  // namespace
 
 RawClient::RawClient(const std::string& name) : connection(::socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0)) {
-    sockaddr_un address = {};
-    address.sun_family = AF_UNIX;
-    std::copy(name.begin(), name.end(), address.sun_path + 1);
-    const auto size = static_cast<socklen_t>(offsetof(sockaddr_un, sun_path) + 1 + name.size());
-    if (::connect(Descriptor(connection), reinterpret_cast<const sockaddr*>(&address), size) != 0) {
+    const bool isConnected = wire::VisitFolders([&](int folder) {
+        const auto address = wire::SocketAddress::Of(folder, name);
+        return address && ::connect(Descriptor(connection), address->Get(), address->Size()) == 0;
+    });
+    if (!isConnected) {
         ::close(Descriptor(connection));
         throw std::runtime_error("nobody listens under " + name);
     }

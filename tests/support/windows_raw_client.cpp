@@ -8,6 +8,7 @@
 
 #include "tests/support/comes_true.h"
 #include "tests/support/raw_client.h"
+#include "tools/wire/windows_names.h"
 
 namespace test_support {
 
@@ -63,7 +64,7 @@ bool Finish(HANDLE pipe, BOOL started, OVERLAPPED& operation, DWORD& bytes) {
 }  // namespace
 
 RawClient::RawClient(const std::string& name) {
-    const std::string path = "\\\\.\\pipe\\" + name;
+    const std::string path = wire::PublishedPipePath(name);
     HANDLE opened = INVALID_HANDLE_VALUE;
     // All instances can be in use for a moment.
     ComesTrue([&] {

@@ -13,6 +13,7 @@
 #include <vector>
 
 #include "tests/support/descriptors.h"
+#include "tests/support/runtime_folder.h"
 #include "tools/wire/local_connection.h"
 
 namespace wire_test {
@@ -24,6 +25,8 @@ using test_support::OpenDescriptors;
 
 inline constexpr std::uint64_t plenty = 1 << 20;
 inline constexpr std::size_t longest = 300;
+
+inline const test_support::RuntimeFolder runtimeFolder;
 
 inline Deadline In(std::chrono::milliseconds time) {
     return Clock::now() + time;

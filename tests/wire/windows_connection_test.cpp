@@ -8,9 +8,9 @@
 #include <algorithm>
 #include <array>
 
-#include "tests/support/environment.h"
 #include "tests/support/raw_client.h"
 #include "tests/wire/connection_fixture.h"
+#include "tools/wire/windows_names.h"
 
 namespace {
 
@@ -50,14 +50,82 @@ std::string OwnUser() {
     return copy;
 }
 
-TEST(ServerName, HoldsTheUser) {
-    test_support::UnsetEnvironment("VEXLANE_READING_SOCKET");
-    EXPECT_EQ(ServerName(), "vexlane-reading-" + OwnUser());
+TEST_F(LocalConnection, HasAPipeThatNobodyKnewBeforeAndThatIsWithdrawnWithIt) {
+    const std::string first = PublishedPipePath(name);
+    EXPECT_THAT(first, testing::StartsWith("\\\\.\\pipe\\vexlane-reading-"));
+    Reconnect();
+    EXPECT_THAT(PublishedPipePath(name), testing::AllOf(testing::StrNe(first), testing::SizeIs(first.size())));
+    Disconnect();
+    EXPECT_EQ(PublishedPipePath(name), "");
+}
+
+/// Whose the objects are that are made with it. Under Wine everybody may give them to any user.
+class Owner {
+  public:
+    Owner(const std::string& user, const std::string& access) {
+        ConvertStringSecurityDescriptorToSecurityDescriptorA(("O:" + user + "D:P" + access).c_str(), SDDL_REVISION_1,
+                                                             &attributes.lpSecurityDescriptor, nullptr);
+    }
+    ~Owner() { LocalFree(attributes.lpSecurityDescriptor); }
+    Owner(const Owner&) = delete;
+    Owner& operator=(const Owner&) = delete;
+
+    SECURITY_ATTRIBUTES* Get() { return &attributes; }
+
+  private:
+    SECURITY_ATTRIBUTES attributes = {sizeof(SECURITY_ATTRIBUTES), nullptr, FALSE};
+};
+
+constexpr char system[] = "SY";
+constexpr char forEverybody[] = "(A;;GA;;;WD)";
+constexpr char forNobodyElse[] = "(A;;GA;;;SY)";
+
+// The mutex once kept every server of the user from listening.
+TEST(Names, AreNotKeptByAnotherUsersMutex) {
+    for (const char* const access : {forEverybody, forNobodyElse}) {
+        const std::string name = RandomName();
+        Owner other(system, access);
+        const HANDLE mutex = CreateMutexA(other.Get(), FALSE, MutexName(name).c_str());
+        if (mutex == nullptr) {
+            GTEST_SKIP() << "takes a system where objects can be given to another user";
+        }
+        std::optional<Listener> listener = Listener::Open(name);
+        EXPECT_TRUE(listener) << access;
+        EXPECT_TRUE(Connection::Open(name)) << access;
+        EXPECT_FALSE(Listener::Open(name)) << "its own server listens: " << access;
+        listener.reset();
+        EXPECT_TRUE(Listener::Open(name)) << access;
+        CloseHandle(mutex);
+    }
+}
+
+// The process behind such a pipe can be one of this user's that was made to open it.
+TEST(Names, OfAPipeThatIsAnotherUsersAreNotConnectedTo) {
+    const std::string name = RandomName();
+    const auto isConnectedTo = [&name](const std::string& user) {
+        Owner owner(user, forEverybody);
+        const std::string path = NewPipePath();
+        const HANDLE pipe =
+            CreateNamedPipeA(path.c_str(), PIPE_ACCESS_DUPLEX | FILE_FLAG_FIRST_PIPE_INSTANCE,
+                             PIPE_TYPE_MESSAGE | PIPE_READMODE_MESSAGE | PIPE_NOWAIT, 1, 100, 100, 0, owner.Get());
+        PublishPipePath(name, path);
+        std::optional<Connection> client = Connection::Open(name);
+        const bool isConnected = client.has_value();
+        client.reset();
+        char byte = 0;
+        DWORD read = 0;
+        EXPECT_FALSE(ReadFile(pipe, &byte, 1, &read, nullptr)) << "it was sent something";
+        WithdrawPipePath(name, path);
+        CloseHandle(pipe);
+        return isConnected;
+    };
+    EXPECT_FALSE(isConnectedTo(system));
+    EXPECT_TRUE(isConnectedTo(OwnUser())) << "the control";
 }
 
 // What the pipe lets in, as its own description tells: the user, and nobody beside.
 TEST_F(LocalConnection, LetsInItsOwnUserAlone) {
-    const HANDLE pipe = CreateFileA(("\\\\.\\pipe\\" + name).c_str(), READ_CONTROL | GENERIC_READ, 0, nullptr,
+    const HANDLE pipe = CreateFileA(PublishedPipePath(name).c_str(), READ_CONTROL | GENERIC_READ, 0, nullptr,
                                     OPEN_EXISTING, 0, nullptr);
     ASSERT_NE(pipe, INVALID_HANDLE_VALUE);
     std::vector<std::byte> description(4096);

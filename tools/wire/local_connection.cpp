@@ -1,10 +1,32 @@
-// What is the same on every system: who holds memory and connections.
+// What is the same on every system: the server's name, and who holds memory and connections.
 
 #include "tools/wire/local_connection.h"
 
+#include <algorithm>
+#include <cstdlib>
+#include <cstring>
 #include <utility>
 
 namespace wire {
+
+namespace {
+
+constexpr std::size_t longestSuffix = 64;
+
+}  // namespace
+
+std::string ServerName() {
+    std::string name = "reading";
+    const char* const suffix = std::getenv("VEXLANE_READING_SOCKET");
+    if (suffix != nullptr && *suffix != '\0') {
+        name += '-';
+        name.append(suffix, ::strnlen(suffix, longestSuffix));
+        // What separates folders, of files or of other things, has no place in a name.
+        std::replace_if(
+            name.begin(), name.end(), [](char letter) { return letter == '/' || letter == '\\'; }, '_');
+    }
+    return name;
+}
 
 SharedMemory::SharedMemory(SharedMemory&& other) noexcept
     : data(std::exchange(other.data, nullptr)),

@@ -22,8 +22,9 @@ inline constexpr Deadline noDeadline = Deadline::max();
 /// What the system's body keeps for a connection, a listener or memory; negative is none.
 using Handle = std::intptr_t;
 
-/// The name under which this user's recognition server listens. The environment variable VEXLANE_READING_SOCKET sets
-/// servers and clients apart from those with another value: its first 64 characters become part of the name.
+/// The name under which this user's recognition server listens; those of other users have names of their own, whatever
+/// they are called. The environment variable VEXLANE_READING_SOCKET sets servers and clients apart from those with
+/// another value: its first 64 characters become part of the name, with _ for / and \.
 std::string ServerName();
 
 /// Memory of this process that a peer can be handed. It has no name, lives as long as somebody has it mapped, and keeps

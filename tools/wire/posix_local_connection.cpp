@@ -1,33 +1,33 @@
-// Sockets of whole messages in Linux's abstract namespace, where a name goes with its socket, and memory files without
-// a name.
+// Sockets of whole messages in folders that only the user can enter, and memory files without a name.
 
 #include <errno.h>
 #include <fcntl.h>
 #include <linux/magic.h>
 #include <poll.h>
+#include <sys/file.h>
 #include <sys/mman.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
-#include <sys/un.h>
 #include <sys/vfs.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <array>
 #include <climits>
-#include <cstdlib>
 #include <cstring>
+#include <memory>
 #include <system_error>
 #include <thread>
 #include <utility>
 
 #include "tools/wire/local_connection.h"
+#include "tools/wire/posix_descriptor.h"
+#include "tools/wire/posix_folders.h"
 
 namespace wire {
 
 namespace {
 
-constexpr std::size_t longestSuffix = 64;
 constexpr int waitingConnections = 256;
 constexpr std::chrono::milliseconds resourcePause{20};
 // Descriptors that one message can bring, so that they are all seen and closed; the system itself closes any others.
@@ -38,38 +38,12 @@ int Descriptor(Handle handle) {
     return static_cast<int>(handle);
 }
 
-void Close(Handle& handle) {
-    if (handle >= 0) {
-        ::close(Descriptor(handle));
-        handle = -1;
-    }
-}
-
-/// A descriptor until somebody takes it.
-class Owned {
-  public:
-    explicit Owned(int opened) : handle(opened) {}
-    Owned(Owned&& other) noexcept : handle(other.Take()) {}
-    Owned& operator=(Owned&&) = delete;
-    ~Owned() { Close(handle); }
-
-    int Get() const { return Descriptor(handle); }
-    Handle Take() { return std::exchange(handle, -1); }
-    void Reset(int opened) {
-        Close(handle);
-        handle = opened;
-    }
-
-  private:
-    Handle handle;
-};
-
 [[noreturn]] void Throw(const char* what) {
     throw std::system_error(errno, std::generic_category(), what);
 }
 
-// Waits until a descriptor is ready, has failed or is at its end; false at the deadline.
-bool WaitFor(int descriptor, short events, Deadline deadline, short* seen = nullptr) {
+// Waits until one of the descriptors is ready, has failed or is at its end; false at the deadline.
+bool WaitForAny(std::span<pollfd> polled, Deadline deadline) {
     for (;;) {
         int timeout = -1;
         if (deadline != noDeadline) {
@@ -77,12 +51,8 @@ bool WaitFor(int descriptor, short events, Deadline deadline, short* seen = null
             const auto left = std::chrono::ceil<std::chrono::milliseconds>(std::max(deadline, now) - now).count();
             timeout = static_cast<int>(std::min<std::int64_t>(left, INT_MAX));
         }
-        pollfd polled = {descriptor, events, 0};
-        const int count = ::poll(&polled, 1, timeout);
+        const int count = ::poll(polled.data(), polled.size(), timeout);
         if (count > 0) {
-            if (seen != nullptr) {
-                *seen = polled.revents;
-            }
             return true;
         }
         if (count < 0 && errno != EINTR) {
@@ -94,29 +64,15 @@ bool WaitFor(int descriptor, short events, Deadline deadline, short* seen = null
     }
 }
 
-struct Address {
-    sockaddr_un address = {};
-    socklen_t size = 0;
-
-    const sockaddr* Get() const { return reinterpret_cast<const sockaddr*>(&address); }
-};
-
-// The first byte, NUL, stands for the namespace without files.
-std::optional<Address> MakeAddress(const std::string& name) {
-    Address made;
-    if (name.empty() || name.size() > sizeof made.address.sun_path - 1) {
-        return std::nullopt;
-    }
-    made.address.sun_family = AF_UNIX;
-    std::copy(name.begin(), name.end(), made.address.sun_path + 1);
-    made.size = static_cast<socklen_t>(offsetof(sockaddr_un, sun_path) + 1 + name.size());
-    return made;
+bool WaitFor(int descriptor, short events, Deadline deadline) {
+    pollfd polled = {descriptor, events, 0};
+    return WaitForAny({&polled, 1}, deadline);
 }
 
 // Throws std::system_error.
 Owned OpenSocket() {
     Owned socket(::socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
-    if (socket.Get() < 0) {
+    if (!socket.IsOpen()) {
         Throw("no socket");
     }
     return socket;
@@ -132,17 +88,92 @@ bool IsLackOfResources(int error) {
     return error == EMFILE || error == ENFILE || error == ENOBUFS || error == ENOMEM;
 }
 
-/// A socket that listens, and a descriptor in reserve.
+// Where nobody can be connected to, a server that was killed has left the socket.
+bool IsListeningAt(const SocketAddress& address) {
+    const Owned probe = OpenSocket();
+    return ::connect(probe.Get(), address.Get(), address.Size()) == 0 || errno == EAGAIN;
+}
+
+/// What keeps a name in a folder for one process: a lock on a file beside the socket, which goes with the process.
+class NameLock {
+  public:
+    /// Nothing when another one has it. Throws std::system_error.
+    static std::optional<NameLock> Take(int folder, const std::string& name) {
+        const std::string fileName = '.' + name;
+        for (;;) {
+            Owned file(
+                ::openat(folder, fileName.c_str(), O_RDWR | O_CREAT | O_NOFOLLOW | O_CLOEXEC, S_IRUSR | S_IWUSR));
+            if (!file.IsOpen()) {
+                Throw("no lock for the socket's name");
+            }
+            if (::flock(file.Get(), LOCK_EX | LOCK_NB) != 0) {
+                return std::nullopt;
+            }
+            // The one who had it may have removed the file since it was opened here.
+            struct stat held = {};
+            struct stat named = {};
+            if (::fstat(file.Get(), &held) == 0 &&
+                ::fstatat(folder, fileName.c_str(), &named, AT_SYMLINK_NOFOLLOW) == 0 && held.st_ino == named.st_ino &&
+                held.st_dev == named.st_dev) {
+                return NameLock(folder, fileName, std::move(file));
+            }
+        }
+    }
+
+    NameLock(NameLock&&) noexcept = default;
+    NameLock& operator=(NameLock&&) = delete;
+    ~NameLock() {
+        if (file.IsOpen()) {
+            ::unlinkat(folder, fileName.c_str(), 0);
+        }
+    }
+
+  private:
+    NameLock(int itsFolder, std::string itsName, Owned locked)
+        : folder(itsFolder), fileName(std::move(itsName)), file(std::move(locked)) {}
+
+    int folder;
+    std::string fileName;
+    Owned file;
+};
+
+/// A socket that listens under a name in one folder, and a descriptor in reserve. The name goes with it.
 class ListeningSocket {
   public:
-    explicit ListeningSocket(Owned listening) : socket(std::move(listening)) { KeepReserve(); }
+    /// Null when another process listens there. Throws std::system_error.
+    static std::unique_ptr<ListeningSocket> Open(Owned folder, const std::string& name) {
+        const std::optional<SocketAddress> address = SocketAddress::Of(folder.Get(), name);
+        if (!address) {
+            throw std::system_error(EINVAL, std::generic_category(), "no name for a socket: " + name);
+        }
+        std::optional<NameLock> lock = NameLock::Take(folder.Get(), name);
+        // The lock's file alone does not tell: somebody may clear up in the folder.
+        if (!lock || IsListeningAt(*address)) {
+            return nullptr;
+        }
+        Owned socket = OpenSocket();
+        ::unlinkat(folder.Get(), name.c_str(), 0);
+        if (::bind(socket.Get(), address->Get(), address->Size()) != 0) {
+            Throw("the socket's name cannot be taken");
+        }
+        std::unique_ptr<ListeningSocket> made(
+            new ListeningSocket(std::move(folder), name, std::move(*lock), std::move(socket)));
+        if (::listen(made->Get(), waitingConnections) != 0) {
+            Throw("nobody can be listened to");
+        }
+        return made;
+    }
+
+    ~ListeningSocket() { ::unlinkat(folder.Get(), name.c_str(), 0); }
+    ListeningSocket(const ListeningSocket&) = delete;
+    ListeningSocket& operator=(const ListeningSocket&) = delete;
 
     int Get() const { return socket.Get(); }
 
-    /// The next client, which must be waiting; none is -1, and errno says why.
+    /// The next client, which must be waiting; where there is none, errno says why.
     Owned Accept() {
         Owned accepted(::accept4(Get(), nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK));
-        if (accepted.Get() >= 0) {
+        if (accepted.IsOpen()) {
             KeepReserve();
         }
         return accepted;
@@ -151,30 +182,41 @@ class ListeningSocket {
     /// Sends one waiting client `message` and closes it, with the descriptor in reserve. False when there is none in
     /// reserve either.
     bool Refuse(std::span<const std::uint8_t> message) {
-        reserve.Reset(-1);
+        reserve.Close();
         Owned refused(::accept4(Get(), nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK));
-        const bool isThere = refused.Get() >= 0;
+        const bool isThere = refused.IsOpen();
         if (isThere && !message.empty() && PeerIsThisUser(refused.Get())) {
             ::send(refused.Get(), message.data(), message.size(), MSG_NOSIGNAL | MSG_DONTWAIT);
         }
-        refused.Reset(-1);
+        refused.Close();
         KeepReserve();
         return isThere;
     }
 
   private:
+    ListeningSocket(Owned itsFolder, std::string itsName, NameLock itsLock, Owned bound)
+        : folder(std::move(itsFolder)), name(std::move(itsName)), lock(std::move(itsLock)), socket(std::move(bound)) {
+        KeepReserve();
+    }
+
     void KeepReserve() {
-        if (reserve.Get() < 0) {
-            reserve.Reset(::fcntl(Get(), F_DUPFD_CLOEXEC, 0));
+        if (!reserve.IsOpen()) {
+            reserve = Owned(::fcntl(Get(), F_DUPFD_CLOEXEC, 0));
         }
     }
 
+    const Owned folder;
+    const std::string name;
+    const NameLock lock;
     const Owned socket;
-    Owned reserve{-1};
+    Owned reserve;
 };
 
-ListeningSocket& ListeningOf(Handle handle) {
-    return *reinterpret_cast<ListeningSocket*>(handle);
+/// One for each folder.
+using ListeningSockets = std::vector<std::unique_ptr<ListeningSocket>>;
+
+ListeningSockets& SocketsOf(Handle handle) {
+    return *reinterpret_cast<ListeningSockets*>(handle);
 }
 
 // Nothing for a file that is no memory, or whose size can change or is not to be taken.
@@ -236,21 +278,11 @@ class ReceivedDescriptors {
 
 }  // namespace
 
-std::string ServerName() {
-    std::string name = "vexlane-reading-" + std::to_string(::geteuid());
-    const char* const suffix = std::getenv("VEXLANE_READING_SOCKET");
-    if (suffix != nullptr && *suffix != '\0') {
-        name += '-';
-        name.append(suffix, ::strnlen(suffix, longestSuffix));
-    }
-    return name;
-}
-
 // Memory
 
 SharedMemory::SharedMemory(std::size_t wantedSize) : size(wantedSize) {
     Owned file(::memfd_create("vexlane-frame", MFD_CLOEXEC | MFD_ALLOW_SEALING));
-    if (file.Get() < 0) {
+    if (!file.IsOpen()) {
         Throw("memory for a frame cannot be made");
     }
     // The size is final before anybody else sees the memory.
@@ -269,8 +301,8 @@ SharedMemory::SharedMemory(std::size_t wantedSize) : size(wantedSize) {
 SharedMemory::~SharedMemory() {
     if (data != nullptr) {
         ::munmap(data, size);
+        ::close(Descriptor(handle));
     }
-    Close(handle);
 }
 
 PeerMemory::~PeerMemory() {
@@ -282,19 +314,23 @@ PeerMemory::~PeerMemory() {
 // Connection
 
 std::optional<Connection> Connection::Open(const std::string& name) {
-    const std::optional<Address> address = MakeAddress(name);
-    if (!address) {
-        return std::nullopt;
-    }
-    Owned socket = OpenSocket();
-    if (::connect(socket.Get(), address->Get(), address->size) != 0 || !PeerIsThisUser(socket.Get())) {
-        return std::nullopt;
-    }
-    return Connection(socket.Take());
+    std::optional<Connection> made;
+    VisitFolders([&](int folder) {
+        if (const std::optional<SocketAddress> address = SocketAddress::Of(folder, name)) {
+            Owned socket = OpenSocket();
+            if (::connect(socket.Get(), address->Get(), address->Size()) == 0 && PeerIsThisUser(socket.Get())) {
+                made = Connection(socket.Take());
+            }
+        }
+        return made.has_value();
+    });
+    return made;
 }
 
 Connection::~Connection() {
-    Close(handle);
+    if (handle >= 0) {
+        ::close(Descriptor(handle));
+    }
 }
 
 bool Connection::Send(std::span<const std::uint8_t> message, const SharedMemory* memory, Deadline deadline) {
@@ -383,55 +419,69 @@ void Connection::Shutdown() {
 // Listener
 
 std::optional<Listener> Listener::Open(const std::string& name) {
-    const std::optional<Address> address = MakeAddress(name);
-    if (!address) {
-        throw std::system_error(ENAMETOOLONG, std::generic_category(), name);
-    }
-    Owned socket = OpenSocket();
-    if (::bind(socket.Get(), address->Get(), address->size) != 0) {
-        if (errno == EADDRINUSE) {
-            return std::nullopt;
+    auto sockets = std::make_unique<ListeningSockets>();
+    std::optional<std::system_error> failure;
+    for (Owned& folder : MakeFolders()) {
+        try {
+            std::unique_ptr<ListeningSocket> socket = ListeningSocket::Open(std::move(folder), name);
+            if (!socket) {
+                return std::nullopt;
+            }
+            sockets->push_back(std::move(socket));
+        } catch (const std::system_error& error) {
+            failure = error;
         }
-        Throw("the name cannot be taken");
     }
-    if (::listen(socket.Get(), waitingConnections) != 0) {
-        Throw("nobody can be listened to");
+    if (sockets->empty()) {
+        throw std::system_error(*failure);
     }
-    return Listener(reinterpret_cast<Handle>(new ListeningSocket(std::move(socket))));
+    return Listener(reinterpret_cast<Handle>(sockets.release()));
 }
 
 Listener::~Listener() {
     if (handle != -1) {
-        delete &ListeningOf(handle);
+        delete &SocketsOf(handle);
     }
 }
 
 std::optional<Connection> Listener::Accept(Deadline deadline, std::span<const std::uint8_t> refusal) {
-    ListeningSocket& listening = ListeningOf(handle);
-    for (;;) {
-        short seen = 0;
-        if (!WaitFor(listening.Get(), POLLIN, deadline, &seen) || (seen & (POLLHUP | POLLERR | POLLNVAL)) != 0) {
-            return std::nullopt;
-        }
-        Owned socket = listening.Accept();
-        if (socket.Get() >= 0) {
-            if (PeerIsThisUser(socket.Get())) {
-                return Connection(socket.Take());
-            }
-        } else if (IsLackOfResources(errno)) {
-            if (!listening.Refuse(refusal)) {
-                // The client goes on waiting until something has been given back.
-                std::this_thread::sleep_for(resourcePause);
-            }
-            if (Clock::now() >= deadline) {
+    ListeningSockets& sockets = SocketsOf(handle);
+    std::vector<pollfd> polled;
+    for (const auto& socket : sockets) {
+        polled.push_back({socket->Get(), POLLIN, 0});
+    }
+    while (WaitForAny(polled, deadline)) {
+        for (std::size_t index = 0; index < sockets.size(); ++index) {
+            const short seen = polled[index].revents;
+            if ((seen & (POLLHUP | POLLERR | POLLNVAL)) != 0) {
                 return std::nullopt;
+            }
+            if (seen == 0) {
+                continue;
+            }
+            Owned accepted = sockets[index]->Accept();
+            if (accepted.IsOpen()) {
+                if (PeerIsThisUser(accepted.Get())) {
+                    return Connection(accepted.Take());
+                }
+            } else if (IsLackOfResources(errno)) {
+                if (!sockets[index]->Refuse(refusal)) {
+                    // The client goes on waiting until something has been given back.
+                    std::this_thread::sleep_for(resourcePause);
+                }
+                if (Clock::now() >= deadline) {
+                    return std::nullopt;
+                }
             }
         }
     }
+    return std::nullopt;
 }
 
 void Listener::Shutdown() {
-    ::shutdown(ListeningOf(handle).Get(), SHUT_RDWR);
+    for (const auto& socket : SocketsOf(handle)) {
+        ::shutdown(socket->Get(), SHUT_RDWR);
+    }
 }
 
 }  // namespace wire

@@ -17,15 +17,13 @@
 #include <utility>
 
 #include "tools/wire/local_connection.h"
+#include "tools/wire/windows_names.h"
 
 namespace wire {
 
 namespace {
 
-constexpr std::size_t longestSuffix = 64;
-constexpr char pipeFolder[] = "\\\\.\\pipe\\";
-// Of what stands behind the folder; all of a pipe's name is at most 256 characters.
-constexpr std::size_t longestName = 256 - sizeof pipeFolder;
+constexpr std::size_t longestName = 100;
 constexpr std::size_t waitingInstances = 16;
 constexpr DWORD bufferBytes = 1 << 16;
 constexpr DWORD resourcePauseMilliseconds = 20;
@@ -68,6 +66,10 @@ class Owned {
     throw std::system_error(static_cast<int>(error), std::system_category(), what);
 }
 
+bool IsName(const std::string& name) {
+    return !name.empty() && name.size() <= longestName && name.find('\\') == std::string::npos;
+}
+
 bool IsLackOfResources(DWORD error) {
     constexpr std::array<DWORD, 6> errors = {ERROR_TOO_MANY_OPEN_FILES, ERROR_NOT_ENOUGH_MEMORY,
                                              ERROR_OUTOFMEMORY,         ERROR_NO_SYSTEM_RESOURCES,
@@ -95,57 +97,11 @@ DWORD MillisecondsUntil(Deadline deadline) {
 
 // Users
 
-/// The user of a process, as the system's tables hold it.
-class User {
-  public:
-    /// Nobody where the process does not tell.
-    explicit User(HANDLE process) {
-        HANDLE opened = nullptr;
-        if (OpenProcessToken(process, TOKEN_QUERY, &opened) == FALSE) {
-            return;
-        }
-        const Owned token(opened);
-        DWORD size = 0;
-        isKnown = GetTokenInformation(token.Get(), TokenUser, &user, sizeof user, &size) != FALSE;
-    }
-
-    bool IsThisUser() const {
-        const User own(GetCurrentProcess());
-        return isKnown && own.isKnown && EqualSid(user.token.User.Sid, own.user.token.User.Sid) != FALSE;
-    }
-
-    /// As text, S-1-5-21-...; empty for nobody.
-    std::string Text() const {
-        char* text = nullptr;
-        if (!isKnown || ConvertSidToStringSidA(user.token.User.Sid, &text) == FALSE) {
-            return {};
-        }
-        std::string copy = text;
-        LocalFree(text);
-        return copy;
-    }
-
-  private:
-    union {
-        TOKEN_USER token;
-        std::array<std::uint8_t, sizeof(TOKEN_USER) + SECURITY_MAX_SID_SIZE> bytes;
-    } user = {};
-    bool isKnown = false;
-};
-
-std::string OwnUserText() {
-    const std::string text = User(GetCurrentProcess()).Text();
-    if (text.empty()) {
-        Throw("the user is not known");
-    }
-    return text;
-}
-
 /// What lets in nobody but this user.
 class OwnUserAlone {
   public:
     OwnUserAlone() {
-        const std::string user = OwnUserText();
+        const std::string user = ThisUser();
         const std::string text = "O:" + user + "D:P(A;;GA;;;" + user + ")";
         if (ConvertStringSecurityDescriptorToSecurityDescriptorA(text.c_str(), SDDL_REVISION_1,
                                                                  &attributes.lpSecurityDescriptor, nullptr) == FALSE) {
@@ -168,7 +124,7 @@ Owned OpenPeer(DWORD process) {
     constexpr DWORD toTakeMemory = PROCESS_DUP_HANDLE;
     for (const DWORD rights : {toKnow | toTakeMemory, toKnow}) {
         Owned opened(OpenProcess(rights, FALSE, process));
-        if (opened && User(opened.Get()).IsThisUser()) {
+        if (opened && UserOf(opened.Get()) == ThisUser()) {
             return opened;
         }
     }
@@ -335,13 +291,18 @@ class PipeEnd {
 
 class Instances {
   public:
-    /// Nobody else has the name when `lock` is held and `first` is the pipe's first instance.
-    Instances(std::string pipePath, Owned nameLock, Owned first)
-        : path(std::move(pipePath)), lock(std::move(nameLock)), ended(MakeEvent()) {
+    /// Publishes a pipe for the server of that name, which `nameLock` keeps for it. Throws std::system_error.
+    Instances(std::string serverName, Owned nameLock)
+        : name(std::move(serverName)), lock(std::move(nameLock)), ended(MakeEvent()) {
         for (std::unique_ptr<Instance>& instance : instances) {
             instance = std::make_unique<Instance>();
         }
-        instances[0]->pipe = std::move(first);
+        instances[0]->pipe = MakePipe(FILE_FLAG_FIRST_PIPE_INSTANCE);
+        if (!instances[0]->pipe) {
+            Throw("nobody can be listened to");
+        }
+        // Nothing after this can fail: the system writes into what is awaited.
+        PublishPipePath(name, path);
         instances[0]->Await();
         Refill();
     }
@@ -386,18 +347,13 @@ class Instances {
     void End() {
         SetEvent(ended.Get());
         const std::lock_guard inUse(use);
+        WithdrawPipePath(name, path);
         for (std::unique_ptr<Instance>& instance : instances) {
             if (instance && !instance->Close()) {
                 static_cast<void>(instance.release());  // the system may still write there
             }
         }
         lock.Close();
-    }
-
-    static Owned MakePipe(const std::string& path, DWORD flags, OwnUserAlone& access) {
-        return Owned(CreateNamedPipeA(path.c_str(), PIPE_ACCESS_DUPLEX | FILE_FLAG_OVERLAPPED | flags,
-                                      PIPE_TYPE_MESSAGE | PIPE_READMODE_MESSAGE | PIPE_REJECT_REMOTE_CLIENTS,
-                                      PIPE_UNLIMITED_INSTANCES, bufferBytes, bufferBytes, 0, access.Get()));
     }
 
   private:
@@ -427,12 +383,18 @@ class Instances {
         }
     };
 
+    Owned MakePipe(DWORD flags) {
+        return Owned(CreateNamedPipeA(path.c_str(), PIPE_ACCESS_DUPLEX | FILE_FLAG_OVERLAPPED | flags,
+                                      PIPE_TYPE_MESSAGE | PIPE_READMODE_MESSAGE | PIPE_REJECT_REMOTE_CLIENTS,
+                                      PIPE_UNLIMITED_INSTANCES, bufferBytes, bufferBytes, 0, access.Get()));
+    }
+
     // False when there is no room for all of them. REQUIRES: use, or nobody else.
     bool Refill() {
         bool areAllThere = true;
         for (const std::unique_ptr<Instance>& instance : instances) {
             if (!instance->pipe) {
-                instance->pipe = MakePipe(path, 0, access);
+                instance->pipe = MakePipe(0);
                 if (instance->pipe) {
                     instance->Await();
                 }
@@ -442,10 +404,11 @@ class Instances {
         return areAllThere;
     }
 
-    const std::string path;
+    const std::string name;
+    const std::string path = NewPipePath();
     OwnUserAlone access;
     std::mutex use;
-    Owned lock;
+    Owned lock;  // while it listens, unless another user has the mutex
     const Owned ended;
     std::array<std::unique_ptr<Instance>, waitingInstances> instances;
 };
@@ -464,16 +427,6 @@ Instances& InstancesOf(Handle handle) {
 }
 
 }  // namespace
-
-std::string ServerName() {
-    std::string name = "vexlane-reading-" + OwnUserText();
-    const char* const suffix = std::getenv("VEXLANE_READING_SOCKET");
-    if (suffix != nullptr && *suffix != '\0') {
-        name += '-';
-        name.append(suffix, ::strnlen(suffix, longestSuffix));
-    }
-    return name;
-}
 
 // Memory
 
@@ -508,18 +461,21 @@ PeerMemory::~PeerMemory() {
 // Connection
 
 std::optional<Connection> Connection::Open(const std::string& name) {
-    if (name.empty() || name.size() > longestName) {
+    const std::string path = IsName(name) ? PublishedPipePath(name) : std::string();
+    if (path.empty()) {
         return std::nullopt;
     }
     // Whoever listens may learn who this is, and not act in its name.
-    Owned pipe(CreateFileA((pipeFolder + name).c_str(), GENERIC_READ | GENERIC_WRITE, 0, nullptr, OPEN_EXISTING,
+    Owned pipe(CreateFileA(path.c_str(), GENERIC_READ | GENERIC_WRITE, 0, nullptr, OPEN_EXISTING,
                            FILE_FLAG_OVERLAPPED | SECURITY_SQOS_PRESENT | SECURITY_IDENTIFICATION, nullptr));
     if (!pipe && IsLackOfResources(GetLastError())) {
         Throw("no pipe");
     }
+    // The owner of the pipe says who may be connected to beside the server's process.
     DWORD mode = PIPE_READMODE_MESSAGE;
     ULONG process = 0;
-    if (!pipe || SetNamedPipeHandleState(pipe.Get(), &mode, nullptr, nullptr) == FALSE ||
+    if (!pipe || OwnerOf(pipe.Get()) != ThisUser() ||
+        SetNamedPipeHandleState(pipe.Get(), &mode, nullptr, nullptr) == FALSE ||
         GetNamedPipeServerProcessId(pipe.Get(), &process) == FALSE) {
         return std::nullopt;
     }
@@ -580,36 +536,26 @@ void Connection::Shutdown() {
 // Listener
 
 std::optional<Listener> Listener::Open(const std::string& name) {
-    if (name.empty() || name.size() > longestName) {
-        Throw("no name for a pipe", ERROR_INVALID_NAME);
+    if (!IsName(name)) {
+        Throw("no name for a server", ERROR_INVALID_NAME);
     }
-    // The mutex has the name for as long as somebody listens. The pipe alone could not tell: clients that nobody serves
-    // any more keep it, and under Wine any number of its instances is made as the first one.
     OwnUserAlone access;
-    const std::string mutexName = "Global\\" + name;
-    Owned lock(CreateMutexA(access.Get(), FALSE, mutexName.c_str()));
+    Owned lock(CreateMutexA(access.Get(), FALSE, MutexName(name).c_str()));
     const DWORD mutexError = GetLastError();
-    if (lock ? mutexError == ERROR_ALREADY_EXISTS : mutexError == ERROR_ACCESS_DENIED) {
-        return std::nullopt;
-    }
-    if (!lock) {
+    const bool isTaken = lock ? mutexError == ERROR_ALREADY_EXISTS : mutexError == ERROR_ACCESS_DENIED;
+    if (!lock && !isTaken) {
         Throw("the name cannot be taken", mutexError);
     }
-    const std::string path = pipeFolder + name;
-    Owned first = Instances::MakePipe(path, FILE_FLAG_FIRST_PIPE_INSTANCE, access);
-    if (!first && GetLastError() == ERROR_ACCESS_DENIED) {
-        // Clients of a listener that has gone: they come back only with their next call, and nobody can wait for that.
-        // Were it another user's pipe, nobody would be served there, since both sides look who the other one is.
-        first = Instances::MakePipe(path, 0, access);
-    }
-    if (!first) {
-        const DWORD pipeError = GetLastError();
-        if (pipeError == ERROR_ACCESS_DENIED || pipeError == ERROR_PIPE_BUSY) {
+    if (isTaken) {
+        // Another user's mutex keeps nobody from listening. What this user's server would have locked is then told by
+        // its pipe.
+        const bool isOwn = lock && OwnerOf(lock.Get()) == ThisUser();
+        if (isOwn || Connection::Open(name)) {
             return std::nullopt;
         }
-        Throw("nobody can be listened to", pipeError);
+        lock.Close();
     }
-    return Listener(AsHandle(std::make_unique<Instances>(path, std::move(lock), std::move(first))));
+    return Listener(AsHandle(std::make_unique<Instances>(name, std::move(lock))));
 }
 
 Listener::~Listener() {

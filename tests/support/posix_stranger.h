@@ -1,0 +1,141 @@
+/// A process of another user, who takes names before this one does. Takes root.
+#pragma once
+
+#include <fcntl.h>
+#include <grp.h>
+#include <sys/file.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/un.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <cstddef>
+#include <filesystem>
+#include <functional>
+#include <stdexcept>
+#include <string>
+
+namespace test_support {
+
+/// What a stranger can put where the user's folder is looked for.
+enum class Obstacle { Folder, File, LinkToTheUsersOwn, Socket };
+inline constexpr std::array allObstacles = {Obstacle::Folder, Obstacle::File, Obstacle::LinkToTheUsersOwn,
+                                            Obstacle::Socket};
+
+class Stranger {
+  public:
+    static constexpr uid_t user = 65534;
+
+    /// Does something in a process of the stranger's, which then stays. `check` is done at its end, and tells whether
+    /// all was well. Throws std::runtime_error.
+    Stranger(const std::function<bool()>& action, const std::function<bool()>& check) {
+        std::array<int, 2> report = {};
+        std::array<int, 2> end = {};
+        if (::pipe2(report.data(), O_CLOEXEC) != 0 || ::pipe2(end.data(), O_CLOEXEC) != 0) {
+            throw std::runtime_error("no pipe");
+        }
+        process = ::fork();
+        if (process == 0) {
+            ::close(end[1]);
+            char byte = 0;
+            const bool isDone = ::setgroups(0, nullptr) == 0 && ::setresgid(user, user, user) == 0 &&
+                                ::setresuid(user, user, user) == 0 && action() && ::write(report[1], &byte, 1) == 1;
+            ::_exit(isDone && ::read(end[0], &byte, 1) == 0 && check() ? 0 : 1);
+        }
+        ::close(report[1]);
+        ::close(end[0]);
+        untilEnd = end[1];
+        char byte = 0;
+        const bool isReady = ::read(report[0], &byte, 1) == 1;
+        ::close(report[0]);
+        if (!isReady) {
+            End();
+            throw std::runtime_error("the stranger cannot do it");
+        }
+    }
+    ~Stranger() { End(); }
+    Stranger(const Stranger&) = delete;
+    Stranger& operator=(const Stranger&) = delete;
+
+    /// Whether all was well.
+    bool End() {
+        if (untilEnd >= 0) {
+            ::close(untilEnd);
+            untilEnd = -1;
+            ::waitpid(process, &status, 0);
+        }
+        return status == 0;
+    }
+
+  private:
+    pid_t process = 0;
+    int untilEnd = -1;
+    int status = -1;
+};
+
+/// Takes the name of the user's folder in a temporary folder that is everybody's, and in it the socket and the lock of
+/// a server; beside it the server's name as one that is no file. Ends well when nobody has connected.
+class NameTaker {
+  public:
+    NameTaker(const std::filesystem::path& temporary, const std::string& serverName, Obstacle kind)
+        : folder(::open(temporary.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC)),
+          name(serverName),
+          obstacle(kind),
+          stranger([this] { return Take(); }, [this] { return HasMetNobody(); }) {}
+    ~NameTaker() { ::close(folder); }
+    NameTaker(const NameTaker&) = delete;
+    NameTaker& operator=(const NameTaker&) = delete;
+
+    bool End() { return stranger.End(); }
+
+  private:
+    static int Listen(const std::string& path, bool isFile) {
+        const int socket = ::socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
+        sockaddr_un address = {};
+        address.sun_family = AF_UNIX;
+        std::copy(path.begin(), path.end(), address.sun_path + (isFile ? 0 : 1));
+        const std::size_t size = offsetof(sockaddr_un, sun_path) + path.size() + 1;
+        const bool listens =
+            ::bind(socket, reinterpret_cast<const sockaddr*>(&address), static_cast<socklen_t>(size)) == 0 &&
+            ::listen(socket, 100) == 0;
+        return listens ? socket : -1;
+    }
+
+    bool Take() {
+        ::umask(0);
+        const std::string own = "vexlane-0";
+        const std::string path = "/proc/self/fd/" + std::to_string(folder) + '/' + own;
+        abstractSocket = Listen(name, false);
+        switch (obstacle) {
+            case Obstacle::File:
+                return ::openat(folder, own.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, 0777) >= 0;
+            case Obstacle::LinkToTheUsersOwn:
+                return ::symlinkat("../own", folder, own.c_str()) == 0;
+            case Obstacle::Socket:
+                fileSocket = Listen(path, true);
+                return fileSocket >= 0;
+            case Obstacle::Folder:
+                break;
+        }
+        const bool isMade = ::mkdirat(folder, own.c_str(), 0777) == 0;
+        const int lock = ::open((path + "/." + name).c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0666);
+        fileSocket = Listen(path + '/' + name, true);
+        return isMade && ::flock(lock, LOCK_EX | LOCK_NB) == 0 && fileSocket >= 0;
+    }
+
+    bool HasMetNobody() const {
+        return ::accept(fileSocket, nullptr, nullptr) < 0 && ::accept(abstractSocket, nullptr, nullptr) < 0;
+    }
+
+    const int folder;
+    const std::string name;
+    const Obstacle obstacle;
+    int fileSocket = -1;
+    int abstractSocket = -1;
+    Stranger stranger;
+};
+
+}  // namespace test_support

@@ -1,0 +1,56 @@
+/// Folders for the sockets of a test's servers, so that it meets no others and leaves nothing behind.
+#pragma once
+
+#include <cstdlib>
+#include <filesystem>
+#include <optional>
+#include <random>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "tests/support/environment.h"
+
+namespace test_support {
+
+/// Makes a folder, and "run" and "tmp" in it, which XDG_RUNTIME_DIR and TMPDIR name until its end. On Windows nothing
+/// of the server's is looked for there.
+class RuntimeFolder {
+  public:
+    RuntimeFolder() {
+        std::random_device random;
+        folder = std::filesystem::temp_directory_path() /
+                 ("vexlane-test-" + std::to_string(random()) + "-" + std::to_string(random()));
+        Set("XDG_RUNTIME_DIR", "run");
+        Set("TMPDIR", "tmp");
+    }
+    ~RuntimeFolder() {
+        for (const auto& [name, value] : former) {
+            if (value) {
+                SetEnvironment(name, *value);
+            } else {
+                UnsetEnvironment(name);
+            }
+        }
+        std::error_code ignored;
+        std::filesystem::remove_all(folder, ignored);
+    }
+    RuntimeFolder(const RuntimeFolder&) = delete;
+    RuntimeFolder& operator=(const RuntimeFolder&) = delete;
+
+    const std::filesystem::path& Path() const { return folder; }
+
+  private:
+    void Set(const char* name, const char* place) {
+        const char* const value = std::getenv(name);
+        former.emplace_back(name, value == nullptr ? std::nullopt : std::optional<std::string>(value));
+        std::filesystem::create_directories(folder / place);
+        std::filesystem::permissions(folder / place, std::filesystem::perms::owner_all);
+        SetEnvironment(name, (folder / place).string());
+    }
+
+    std::filesystem::path folder;
+    std::vector<std::pair<const char*, std::optional<std::string>>> former;
+};
+
+}  // namespace test_support
