@@ -125,6 +125,7 @@ void VexlaneDetectorImpl::ReadFrame(FrameImage& frame, const boost::shared_ptr<I
     // Without the converter in the chain the frame is still the host's, and the engine would read past its end.
     if (!IsBgr24(frame)) {
         Fail("Wrong image format");
+        holdFrame = true;  // as for a frame that the converter refuses, nobody is told that it is done
         return;
     }
     SetMaxMinPlate(frame.width);

@@ -372,10 +372,13 @@ TEST_F(Recognition, AFrameWithoutTheColourConverterIsRefusedBeforeTheEngine) {
     Frame(1);
     fake_engine::Reset();
     Detector().transformer.Clear();
-    EXPECT_EQ(Frame(2), 1);
+    OKM8::Analytics::IMediaReceiverSingle2& single = Detector();
+    recording_host::RecordingFrameDone done;
+    EXPECT_EQ(single.ReceiveSingle(recording_host::MakeFrame(counts, 640, 480, 2), nullptr, &done), 1);
     EXPECT_EQ(ErrorState(), Error(1, "Wrong image format"));
     EXPECT_THAT(fake_engine::RecognizeCalls(), IsEmpty());
     EXPECT_THAT(fake_engine::RangeCalls(), IsEmpty());
+    EXPECT_THAT(done.buffers, IsEmpty()) << "as for a frame that the converter refuses";
     Settings().ApplySettings();
     EXPECT_EQ(Frame(3), 0);
     EXPECT_EQ(fake_engine::RecognizeCalls().size(), 1u);
