@@ -15,8 +15,8 @@ namespace {
 
 constexpr std::size_t launcherTextLength = 999;
 
-// A character type fills its caches of narrow and wide forms on first use, without a lock; here it is done by one
-// thread before all others.
+// A character type fills its caches of narrow and wide forms on first use, without a lock; here it is done while the
+// library is loaded, before other threads can come.
 const std::locale& WithFilledCaches(const std::locale& locale) {
     const auto& characters = std::use_facet<std::ctype<char>>(locale);
     std::array<char, 256> all{};
@@ -27,11 +27,12 @@ const std::locale& WithFilledCaches(const std::locale& locale) {
     return locale;
 }
 
+const std::locale& messageLocale = WithFilledCaches(std::locale::classic());
+
 }  // namespace
 
 const std::locale& MessageLocale() {
-    static const std::locale& classic = WithFilledCaches(std::locale::classic());
-    return classic;
+    return messageLocale;
 }
 
 // The bracket is left open: viewers filter for this very form.

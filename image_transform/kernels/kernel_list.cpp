@@ -32,8 +32,15 @@ const Kernel& ChooseKernel(const char* name) {
     return chosen != nullptr ? *chosen : all.back();
 }
 
+namespace {
+
+// Chosen while the library is loaded: threads that had to wait for each other here would leave the locks of that wait
+// behind at every load of the DLL.
+const Kernel& active = ChooseKernel(std::getenv("VEXLANE_KERNEL"));
+
+}  // namespace
+
 const Kernel& ActiveKernel() {
-    static const Kernel& active = ChooseKernel(std::getenv("VEXLANE_KERNEL"));
     return active;
 }
 

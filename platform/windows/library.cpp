@@ -2,7 +2,32 @@
 
 #include <windows.h>
 
+#include <cstdlib>
+
+#ifdef __GLIBCXX__
+namespace __gnu_cxx {
+void __freeres();
+}
+#endif
+
 namespace platform {
+
+#ifdef __GLIBCXX__
+namespace {
+
+// The C++ runtime is part of this library. It sets 73 KiB aside in which exceptions can be thrown when there is no
+// other memory, and frees them only when it is told to. Constructors of this priority run before all others, so what is
+// registered here runs after all destructors.
+__attribute__((constructor(101))) void FreeExceptionMemoryLast() {
+    std::atexit([] {
+        if (!OtherThreadsAreGone()) {
+            __gnu_cxx::__freeres();
+        }
+    });
+}
+
+}  // namespace
+#endif
 
 LibraryReference HoldLibrary() {
     HMODULE library = nullptr;

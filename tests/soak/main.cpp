@@ -34,14 +34,14 @@ int main(int argumentCount, char** arguments) {
         soak::Options options;
         options.minutes = minutes;
         options.effort = effort;
-        const soak::Verdict verdict = soak::Play(options, std::cout);
-        for (const soak::Growth& growth : verdict.growth) {
+        const soak::Outcome outcome = soak::Play(options, std::cout);
+        for (const soak::Growth& growth : outcome.growth) {
             if (!growth.IsWithinBound()) {
                 std::cerr << "soak: more " << growth.what << ": " << growth.value << ", at most " << growth.bound
                           << '\n';
             }
         }
-        return verdict.HasPassed() ? 0 : 1;
+        return outcome.HasPassed() ? 0 : 1;
     } catch (const std::exception& error) {
         std::cerr << "soak: " << error.what() << '\n';
     }

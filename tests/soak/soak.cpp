@@ -8,6 +8,7 @@
 #include <stdexcept>
 #include <string>
 
+#include "tests/soak/kept_handles.h"
 #include "tests/support/descriptors.h"
 #include "tests/support/servers.h"
 
@@ -52,7 +53,7 @@ class Player {
         samples.reserve(static_cast<std::size_t>(std::max(options.rounds, samplesWanted + 1)));
     }
 
-    Verdict Play() {
+    Outcome Play() {
         for (int session = 1; !IsOver(); ++session) {
             PlaySession(static_cast<std::uint32_t>(session), session % sessionsForAVerboseOne == 0);
         }
@@ -67,6 +68,23 @@ class Player {
     Clock::duration Elapsed() const { return Clock::now() - start; }
 
     void PlaySession(std::uint32_t seed, bool isVerbose) {
+        const std::uint64_t handlesBefore = OtherHandles();
+        LoadAndPlay(seed, isVerbose);
+        const std::uint64_t handlesAfter = OtherHandles();
+        if (handlesAfter <= handlesBefore) {
+            return;
+        }
+        const std::uint64_t left = handlesAfter - handlesBefore;
+        // The first session also opens what the system keeps for the process.
+        if (left > mostHandlesOfTheRuntime && seed > 1) {
+            throw std::runtime_error(std::to_string(left) + " handles are left of a library that was unloaded");
+        }
+        KeepHandlesOfTheRuntime(left);
+    }
+
+    static std::uint64_t OtherHandles() { return test_support::CountOpen().all - KeptHandles(); }
+
+    void LoadAndPlay(std::uint32_t seed, bool isVerbose) {
         Session session(world, folder, seed, options.effort.cameras, isVerbose);
         if (isVerbose) {
             session.PlayRound(options.effort.frames / framesOverVerboseFrames, options.effort.visits);
@@ -113,7 +131,7 @@ class Player {
         lines << line.dump() << std::endl;
     }
 
-    Verdict Judge() const {
+    Outcome Judge() const {
         if (samples.size() < fewestSamples) {
             throw std::runtime_error(std::to_string(samples.size()) + " samples are too few; play for longer");
         }
@@ -124,14 +142,14 @@ class Player {
             throw std::runtime_error("no server was killed");
         }
         WriteLine(samples.back());
-        const Verdict verdict = {GrowthOf(samples)};
+        const Outcome outcome = {GrowthOf(samples)};
         Json line = {{"samples", samples.size()}};
-        for (const Growth& growth : verdict.growth) {
+        for (const Growth& growth : outcome.growth) {
             line["growth"][growth.what] = {{"value", growth.value}, {"bound", growth.bound}};
         }
-        line["passed"] = verdict.HasPassed();
+        line["passed"] = outcome.HasPassed();
         lines << line.dump() << std::endl;
-        return verdict;
+        return outcome;
     }
 
     const Options options;
@@ -147,11 +165,11 @@ class Player {
 
 }  // namespace
 
-bool Verdict::HasPassed() const {
+bool Outcome::HasPassed() const {
     return std::all_of(growth.begin(), growth.end(), [](const Growth& each) { return each.IsWithinBound(); });
 }
 
-Verdict Play(const Options& options, std::ostream& lines) {
+Outcome Play(const Options& options, std::ostream& lines) {
     return Player(options, lines).Play();
 }
 

@@ -18,7 +18,7 @@ struct Options {
     std::function<void()> afterRound = [] {};
 };
 
-struct Verdict {
+struct Outcome {
     std::vector<Growth> growth;
 
     bool HasPassed() const;
@@ -26,6 +26,6 @@ struct Verdict {
 
 /// Writes a line of JSON for each minute and one at the end. Throws std::runtime_error when the library does anything
 /// else than it should. Once for each process, since it takes the server's program and the registry for itself.
-Verdict Play(const Options& options, std::ostream& lines);
+Outcome Play(const Options& options, std::ostream& lines);
 
 }  // namespace soak

@@ -21,8 +21,8 @@ namespace {
 using soak::Growth;
 using soak::GrowthOf;
 using soak::Options;
+using soak::Outcome;
 using soak::Sample;
-using soak::Verdict;
 using testing::Contains;
 using testing::IsEmpty;
 
@@ -42,9 +42,18 @@ TEST(Soak, FindsNothingThatGrowsInTheLibrary) {
     options.effort = {.cameras = 2, .frames = 400, .visits = 1};
     options.roundsOfASession = 3;
     std::ostringstream lines;
-    const Verdict verdict = soak::Play(options, lines);
-    EXPECT_THAT(Grown(verdict.growth), IsEmpty()) << lines.str();
-    EXPECT_TRUE(verdict.HasPassed());
+    const Outcome outcome = soak::Play(options, lines);
+    EXPECT_THAT(Grown(outcome.growth), IsEmpty()) << lines.str();
+    EXPECT_TRUE(outcome.HasPassed());
+}
+
+TEST(Soak, FindsNothingThatGrowsWithEachLoadOfTheLibrary) {
+    Options options;
+    options.rounds = 2 * soak::fewestSamples;
+    options.effort = {.cameras = 1, .frames = 100, .visits = 0};
+    options.roundsOfASession = 1;
+    std::ostringstream lines;
+    EXPECT_THAT(Grown(soak::Play(options, lines).growth), IsEmpty()) << lines.str();
 }
 
 // A host that loses something after each round of a few frames.
@@ -56,9 +65,9 @@ class LeakingHost : public testing::Test {
         options.effort = {.cameras = 1, .frames = 100, .visits = 0};
         options.afterRound = std::move(afterRound);
         std::ostringstream lines;
-        const Verdict verdict = soak::Play(options, lines);
-        EXPECT_FALSE(verdict.HasPassed()) << lines.str();
-        return Grown(verdict.growth);
+        const Outcome outcome = soak::Play(options, lines);
+        EXPECT_FALSE(outcome.HasPassed()) << lines.str();
+        return Grown(outcome.growth);
     }
 };
 

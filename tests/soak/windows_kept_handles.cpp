@@ -36,6 +36,10 @@ void CountKeptHandles() {
     plugin_test::ReplaceImport(library, "CreateProcessA", reinterpret_cast<void*>(&CountCreateProcess));
 }
 
+void KeepHandlesOfTheRuntime(std::uint64_t count) {
+    keptHandles += count;
+}
+
 std::uint64_t KeptHandles() {
     return keptHandles;
 }
