@@ -12,6 +12,13 @@ set(CMAKE_EXPORT_COMPILE_COMMANDS ON)
 set(CMAKE_RUNTIME_OUTPUT_DIRECTORY "${PROJECT_BINARY_DIR}/bin")
 set(CMAKE_LIBRARY_OUTPUT_DIRECTORY "${PROJECT_BINARY_DIR}/bin")
 
+# The system that this is built for, as folders and files are named that belong to one system alone.
+if(WIN32)
+    set(VEXLANE_SYSTEM windows)
+else()
+    set(VEXLANE_SYSTEM linux)
+endif()
+
 set(VEXLANE_SANITIZERS "" CACHE STRING "Sanitizers to build with, as -fsanitize takes them")
 
 add_library(vexlane_build INTERFACE)

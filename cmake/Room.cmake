@@ -1,21 +1,26 @@
-# room(<name> [MAY_INCLUDE <room>...] [SOURCES <file>...] [LIBRARIES <library>...])
+# room(<folder> [MAY_INCLUDE <room or header>...|ANY] [SOURCES <file>...] [LIBRARIES <library>...])
 #
-# Declares the room that is the current folder: its sources, the rooms whose headers it may include, and the libraries
-# from outside that it uses. scripts/check-rooms compares MAY_INCLUDE with the real includes.
+# Declares the room that is the current folder, told by its path from the root: which rooms' headers, or which single
+# headers, it may include; scripts/check-rooms compares that with the real includes. With SOURCES or without, the room's
+# library is vexlane_<folder>, with _ for /; it brings those of the rooms that may be included, and LIBRARIES.
 function(room name)
     cmake_parse_arguments(ROOM "" "" "MAY_INCLUDE;SOURCES;LIBRARIES" ${ARGN})
     set(neighbours "")
     foreach(neighbour IN LISTS ROOM_MAY_INCLUDE)
-        list(APPEND neighbours "vexlane_${neighbour}")
+        if(NOT neighbour MATCHES "^ANY$|[.]h$")
+            string(REPLACE "/" "_" neighbour "${neighbour}")
+            list(APPEND neighbours "vexlane_${neighbour}")
+        endif()
     endforeach()
 
+    string(REPLACE "/" "_" library "vexlane_${name}")
     if(ROOM_SOURCES)
-        add_library(vexlane_${name} STATIC ${ROOM_SOURCES})
-        target_include_directories(vexlane_${name} PUBLIC "${PROJECT_SOURCE_DIR}")
-        target_link_libraries(vexlane_${name} PUBLIC ${neighbours} ${ROOM_LIBRARIES} PRIVATE vexlane_build)
+        add_library(${library} STATIC ${ROOM_SOURCES})
+        target_include_directories(${library} PUBLIC "${PROJECT_SOURCE_DIR}")
+        target_link_libraries(${library} PUBLIC ${neighbours} ${ROOM_LIBRARIES} PRIVATE vexlane_build)
     else()
-        add_library(vexlane_${name} INTERFACE)
-        target_include_directories(vexlane_${name} INTERFACE "${PROJECT_SOURCE_DIR}")
-        target_link_libraries(vexlane_${name} INTERFACE ${neighbours} ${ROOM_LIBRARIES})
+        add_library(${library} INTERFACE)
+        target_include_directories(${library} INTERFACE "${PROJECT_SOURCE_DIR}")
+        target_link_libraries(${library} INTERFACE ${neighbours} ${ROOM_LIBRARIES})
     endif()
 endfunction()

@@ -5,7 +5,7 @@
 #include <cstring>
 
 #include "fuzz/input.h"
-#include "tools/wire/messages.h"
+#include "reference/transport/messages.h"
 
 namespace {
 
@@ -21,7 +21,7 @@ std::uint32_t NumberAt(Bytes bytes, std::size_t offset) {
 }
 
 // What is decoded must be what its bytes say, told here from the offsets alone.
-void CheckFrame(Bytes bytes, const wire::Frame& frame) {
+void CheckFrame(Bytes bytes, const transport::Frame& frame) {
     if (bytes.size() != 48 || frame.width != NumberAt(bytes, 16) || frame.height != NumberAt(bytes, 20) ||
         frame.bringsMemory != ((bytes[24] & 1) != 0) || frame.region.has_value() != ((bytes[24] & 2) != 0)) {
         Fail(bytes, "another frame");
@@ -37,12 +37,12 @@ void CheckFrame(Bytes bytes, const wire::Frame& frame) {
     }
 }
 
-void CheckReadings(Bytes bytes, const wire::Readings& readings) {
+void CheckReadings(Bytes bytes, const transport::Readings& readings) {
     if (readings.readings.size() > 5 || bytes.size() != 24 + readings.readings.size() * 56 ||
         readings.readings.size() != NumberAt(bytes, 16)) {
         Fail(bytes, "another number of readings");
     }
-    for (const wire::Reading& reading : readings.readings) {
+    for (const transport::Reading& reading : readings.readings) {
         if (reading.text.empty() || reading.text.size() > 15 ||
             std::strlen(reading.text.c_str()) != reading.text.size()) {
             Fail(bytes, "a text that is none");
@@ -54,7 +54,7 @@ void CheckReadings(Bytes bytes, const wire::Readings& readings) {
 }
 
 void CheckDecoding(Bytes bytes) {
-    const std::optional<wire::Message> message = wire::Decode(bytes);
+    const std::optional<transport::Message> message = transport::Decode(bytes);
     if (!message) {
         return;
     }
@@ -63,29 +63,29 @@ void CheckDecoding(Bytes bytes) {
         message->contents.index() + 1 != NumberAt(bytes, 0)) {
         Fail(bytes, "another message");
     }
-    if (const auto* const frame = std::get_if<wire::Frame>(&message->contents)) {
+    if (const auto* const frame = std::get_if<transport::Frame>(&message->contents)) {
         CheckFrame(bytes, *frame);
     }
-    if (const auto* const readings = std::get_if<wire::Readings>(&message->contents)) {
+    if (const auto* const readings = std::get_if<transport::Readings>(&message->contents)) {
         CheckReadings(bytes, *readings);
     }
-    if (!std::ranges::equal(wire::Encode(*message), bytes)) {
+    if (!std::ranges::equal(transport::Encode(*message), bytes)) {
         Fail(bytes, "the same message has other bytes");
     }
 }
 
-wire::Contents MakeContents(fuzz::Input& input) {
+transport::Contents MakeContents(fuzz::Input& input) {
     switch (input.Take<std::uint8_t>() % 7) {
         case 0:
-            return wire::Greeting{input.Take<std::uint32_t>()};
+            return transport::Greeting{input.Take<std::uint32_t>()};
         case 1:
-            return wire::GreetingAnswer{input.Take<std::uint32_t>()};
+            return transport::GreetingAnswer{input.Take<std::uint32_t>()};
         case 2:
-            return input.Take<wire::Range>();
+            return input.Take<transport::Range>();
         case 3:
-            return wire::RangeTaken();
+            return transport::RangeTaken();
         case 4: {
-            wire::Frame frame;
+            transport::Frame frame;
             frame.width = input.Take<std::uint16_t>();
             frame.height = input.Take<std::uint16_t>();
             const auto flags = input.Take<std::uint8_t>();
@@ -97,15 +97,15 @@ wire::Contents MakeContents(fuzz::Input& input) {
             return frame;
         }
         case 5:
-            return wire::Busy();
+            return transport::Busy();
         default: {
-            wire::Readings readings;
+            transport::Readings readings;
             readings.readings.resize(input.Take<std::uint8_t>() % 7);
-            for (wire::Reading& reading : readings.readings) {
+            for (transport::Reading& reading : readings.readings) {
                 reading.text.resize(input.Take<std::uint8_t>() % 18);
                 std::ranges::generate(reading.text, [&] { return input.Take<char>(); });
                 reading.confidence = input.Take<double>();
-                reading.corners = input.Take<std::array<wire::Corner, 4>>();
+                reading.corners = input.Take<std::array<transport::Corner, 4>>();
             }
             return readings;
         }
@@ -114,8 +114,8 @@ wire::Contents MakeContents(fuzz::Input& input) {
 
 void CheckEncoding(Bytes bytes) {
     fuzz::Input input(bytes);
-    const wire::Message message = {input.Take<std::uint64_t>(), MakeContents(input)};
-    if (wire::IsSound(message.contents) && wire::Decode(wire::Encode(message)) != message) {
+    const transport::Message message = {input.Take<std::uint64_t>(), MakeContents(input)};
+    if (transport::IsSound(message.contents) && transport::Decode(transport::Encode(message)) != message) {
         Fail(bytes, "what was encoded is decoded as another message");
     }
 }

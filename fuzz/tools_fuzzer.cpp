@@ -7,12 +7,12 @@
 #include <string>
 
 #include "fuzz/input.h"
+#include "reference/reader/reading_configuration.h"
+#include "reference/scripted_engine/script.h"
 #include "sdk/detector.h"
-#include "tools/engine-scripted/script.h"
 #include "tools/host/failure.h"
 #include "tools/host/settings.h"
 #include "tools/host/y4m_reader.h"
-#include "tools/reading/reading_configuration.h"
 
 namespace {
 

@@ -28,14 +28,14 @@ GOOD = {
     "sdk/CMakeLists.txt": "room(sdk)\n",
     "sdk/host.h": '#include <stddef.h>\n#include <stdint.h>\n#include "sdk/contract.h"\n',
     "sdk/contract.h": "// #include <windows.h>\n/* #include \"module/x.h\"\n#include <vector> */\n",
-    "platform/CMakeLists.txt": "room(platform\n    SOURCES posix/text.cpp)\n",
+    "platform/CMakeLists.txt": "room(platform\n    SOURCES linux/text.cpp)\n",
     "platform/text.h": "#include <string>\n",
-    "platform/posix/send_signal.h": "#include <signal.h>\ninline int Send(pid_t id) { return ::kill(id, SIGKILL); }\n"
+    "platform/linux/send_signal.h": "#include <signal.h>\ninline int Send(pid_t id) { return ::kill(id, SIGKILL); }\n"
     "inline int Through(int id) { return pidfd_send_signal(id, 9, nullptr, 0); }\n",
-    "platform/posix/process.cpp": '#include "platform/posix/send_signal.h"\nvoid End(int id) { Send(id); raise(9); }\n'
+    "platform/linux/process.cpp": '#include "platform/linux/send_signal.h"\nvoid End(int id) { Send(id); raise(9); }\n'
     'const char* text = "kill(0, 9)"; // as kill(-1, 9) in a comment\nvoid Kill(int);\n'
     "void skill();\nvoid f() { Kill(0); skill(); }\n",
-    "platform/posix/text.cpp": '#include <unistd.h>\n#include <sys/wait.h>\n#include "platform/text.h"\n',
+    "platform/linux/text.cpp": '#include <unistd.h>\n#include <sys/wait.h>\n#include "platform/text.h"\n',
     "engine/CMakeLists.txt": "# The adapter.\nroom(engine\n    MAY_INCLUDE platform # for text\n        sdk\n"
     "    SOURCES engine.cpp\n    LIBRARIES Boost::thread)\n",
     "engine/engine_records.h": "#include <cstdint>\n",
@@ -45,17 +45,29 @@ GOOD = {
     "image_transform/kernels/sse.cpp": "#include <immintrin.h>\n__m128i a() { return _mm_setzero_si128(); }\n",
     "module/CMakeLists.txt": "room(module MAY_INCLUDE engine)\n",
     "module/module.h": '#include "engine/engine_records.h"\n',
+    "tools/host/CMakeLists.txt": "room(tools/host MAY_INCLUDE sdk)\n",
+    "tools/clip/CMakeLists.txt": "room(tools/clip\n    SOURCES light.cpp)\n",
+    "reference/scripted_engine/CMakeLists.txt": "room(reference/scripted_engine\n"
+    "    MAY_INCLUDE engine/engine_records.h platform)\n",
+    "reference/transport/CMakeLists.txt": "room(reference/transport)\n",
+    "reference/server/CMakeLists.txt": "room(reference/server MAY_INCLUDE reference/transport)\n",
+    "reference/server/main.cpp": '#include "reference/transport/messages.h"\n',
+    "tests/CMakeLists.txt": "room(tests MAY_INCLUDE ANY)\n",
+    "fuzz/CMakeLists.txt": "room(fuzz MAY_INCLUDE ANY)\n",
+    "bench/CMakeLists.txt": "room(bench MAY_INCLUDE ANY)\n",
     "tools/host/main.cpp": '#include "tools/host/play.h"\n#include "sdk/host.h"\n',
-    "tools/host/posix_system.cpp": "#include <dlfcn.h>\n",
-    "tools/engine-scripted/script.cpp": '#include "engine/engine_records.h"\n#include "platform/text.h"\n',
+    "tools/host/linux_system.cpp": "#include <dlfcn.h>\n",
+    "reference/scripted_engine/script.cpp": '#include "engine/engine_records.h"\n#include "platform/text.h"\n',
     "fuzz/messages_fuzzer.cpp": '#include "tools/host/play.h"\n#include "sdk/host.h"\n',
     "tests/module/module_test.cpp": '#include "module/module.h"\n#include "tests/support/host.h"\n',
-    "tests/support/posix_guard.cpp": "#include <sys/mman.h>\n",
+    "tests/support/linux_guard.cpp": "#include <sys/mman.h>\n",
     "bench/conversion.cpp": '#include "engine/engine.h"\n#include "tools/host/play.h"\n#include "tests/support/host.h"\n',
-    "bench/posix_memory.cpp": "#include <unistd.h>\n",
+    "bench/linux_memory.cpp": "#include <unistd.h>\n",
     "build/linux/generated.h": "#include <windows.h>\n",
     "docs/architecture.md": "# Rooms\n<!-- rooms -->\n```mermaid\ngraph TD\n    engine --> platform\n"
-    "    engine --> sdk\n    module --> engine\n```\n<!-- /rooms -->\n",
+    "    engine --> sdk\n    module --> engine\n```\n<!-- /rooms -->\n<!-- rooms -->\n    tools_host --> sdk\n"
+    "    reference_scripted_engine --> engine\n    reference_scripted_engine --> platform\n"
+    "    reference_server --> reference_transport\n<!-- /rooms -->\n",
 }
 
 
@@ -109,10 +121,10 @@ class CheckRooms(unittest.TestCase):
         )
 
     def test_a_room_under_another_name(self):
-        self.assert_one_breach({"sdk/CMakeLists.txt": "room(kit)\n"}, "another name, kit")
+        self.assert_one_breach({"tools/clip/CMakeLists.txt": "room(clip)\n"}, "another name, clip")
 
     def test_a_folder_that_is_no_room(self):
-        self.assert_one_breach({"common/util.h": '#include "sdk/host.h"\n'}, "common is no room")
+        self.assert_one_breach({"common/util.h": '#include "sdk/host.h"\n'}, "lies in no room")
 
     def test_a_tree_without_rooms(self):
         without = {path: None for path in GOOD if path.endswith("CMakeLists.txt")}
@@ -142,7 +154,7 @@ class CheckRooms(unittest.TestCase):
                     self.assert_one_breach({path: f"#include <{header}>\n"}, path, header)
 
     def test_a_systems_file_name_excuses_no_room(self):
-        self.assert_one_breach({"engine/posix_engine.cpp": "#include <unistd.h>\n"}, "unistd.h")
+        self.assert_one_breach({"engine/linux_engine.cpp": "#include <unistd.h>\n"}, "unistd.h")
 
     def test_intrinsics_outside_the_kernels(self):
         for header in ("immintrin.h", "emmintrin.h", "x86intrin.h", "arm_neon.h", "cpuid.h"):
@@ -154,7 +166,7 @@ class CheckRooms(unittest.TestCase):
                 self.assert_one_breach({"engine/engine.cpp": f"void f() {{ {use} }}\n"}, "engine/engine.cpp:1:")
 
     def test_signals_past_the_one_function(self):
-        for path in ("platform/posix/process.cpp", "tests/support/posix_guard.cpp", "tools/host/posix_system.cpp"):
+        for path in ("platform/linux/process.cpp", "tests/support/linux_guard.cpp", "tools/host/linux_system.cpp"):
             with self.subTest(path=path):
                 self.assert_one_breach({path: "\nvoid f() { kill(0, 9); }\n"}, f"{path}:2: kill", "send_signal.h")
         for call in ("kill(id, SIGKILL);", "::kill (0, 9);", "killpg(id, 9);", "tgkill(a, b, 9);", "tkill(a, 9);",
@@ -162,7 +174,7 @@ class CheckRooms(unittest.TestCase):
                      "syscall(SYS_tgkill, 0, 0, 9);", "syscall(__NR_pidfd_send_signal, d, 9, 0, 0);",
                      "syscall(SYS_rt_sigqueueinfo, 0, 9, i);"):
             with self.subTest(call=call):
-                self.assert_one_breach({"platform/posix/text.cpp": call}, "platform/posix/text.cpp:1:", "send_signal.h")
+                self.assert_one_breach({"platform/linux/text.cpp": call}, "platform/linux/text.cpp:1:", "send_signal.h")
 
     def test_what_sdk_may_not_include(self):
         self.assert_one_breach({"sdk/host.h": "#include <cstdint>\n"}, "cstdint")
@@ -179,11 +191,26 @@ class CheckRooms(unittest.TestCase):
 
     def test_what_tools_may_not_include(self):
         self.assert_one_breach({"tools/host/main.cpp": '#include "engine/engine_records.h"\n'}, "tools/host")
-        self.assert_one_breach({"tools/engine-scripted/script.cpp": '#include "engine/engine.h"\n'}, "engine-scripted")
-        self.assert_one_breach({"tools/server/main.cpp": '#include "sdk/host.h"\n'}, "tools/server")
+        self.assert_one_breach({"reference/scripted_engine/script.cpp": '#include "engine/engine.h"\n'}, "scripted_engine")
+        self.assert_one_breach({"reference/server/main.cpp": '#include "sdk/host.h"\n'}, "reference/server")
         self.assert_one_breach({"tools/clip/main.cpp": '#include "platform/text.h"\n'}, "tools/clip")
         self.assert_one_breach({"tools/clip/main.cpp": '#include "tools/host/play.h"\n'}, "tools/clip")
-        self.assert_one_breach({"tools/other/main.cpp": '#include "sdk/host.h"\n'}, "no rule")
+        self.assert_one_breach({"tools/other/main.cpp": '#include "sdk/host.h"\n'}, "lies in no room")
+
+    def test_what_rooms_may_not_declare(self):
+        def declared(room, neighbour):
+            picture = GOOD["docs/architecture.md"] + f"<!-- rooms -->\n{room} --> {neighbour}\n<!-- /rooms -->\n"
+            return {
+                f"{room}/CMakeLists.txt": GOOD[f"{room}/CMakeLists.txt"].replace(")", f" MAY_INCLUDE {neighbour})", 1),
+                "docs/architecture.md": picture.replace(f"{room} -->", room.replace("/", "_") + " -->"),
+            }
+
+        self.assert_one_breach(declared("sdk", "module"), "sdk may not declare module")
+        self.assert_one_breach(declared("reference/transport", "module"), "may not declare module")
+        self.assert_one_breach(declared("sdk", "tests"), "tests is included by nothing outside it")
+        changes = declared("sdk", "tools/host")
+        changes["docs/architecture.md"] = changes["docs/architecture.md"].replace("sdk --> tools/host", "sdk --> tools_host")
+        self.assert_one_breach(changes, "sdk may not declare tools/host")
 
     def test_an_include_that_is_not_written_from_the_root(self):
         self.assert_one_breach({"engine/engine.cpp": '#include "engine_records.h"\n'}, "from the root")

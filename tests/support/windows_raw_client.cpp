@@ -6,9 +6,9 @@
 #include <stdexcept>
 #include <thread>
 
+#include "reference/transport/windows_names.h"
 #include "tests/support/comes_true.h"
 #include "tests/support/raw_client.h"
-#include "tools/wire/windows_names.h"
 
 namespace test_support {
 
@@ -16,7 +16,7 @@ namespace {
 
 constexpr DWORD longestWaitMilliseconds = 60'000;
 
-// As tools/wire puts it before each message: the sender's handle of memory or 0, and the size that it tells.
+// As reference/transport puts it before each message: the sender's handle of memory or 0, and the size that it tells.
 constexpr std::size_t envelopeBytes = 16;
 
 // Of what is wrong for another reason.
@@ -64,7 +64,7 @@ bool Finish(HANDLE pipe, BOOL started, OVERLAPPED& operation, DWORD& bytes) {
 }  // namespace
 
 RawClient::RawClient(const std::string& name) {
-    const std::string path = wire::PublishedPipePath(name);
+    const std::string path = transport::PublishedPipePath(name);
     HANDLE opened = INVALID_HANDLE_VALUE;
     // All instances can be in use for a moment.
     ComesTrue([&] {

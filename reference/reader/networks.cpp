@@ -1,0 +1,34 @@
+#include "reference/reader/networks.h"
+
+#ifdef _WIN32
+#define CONSTANTS ".section .rdata,\"dr\"\n"
+#else
+#define CONSTANTS ".section .rodata\n"
+#endif
+
+// The assembler reads the files; a table in C++ would take the compiler longer than all the rest.
+#define EMBED(symbol, path)                                      \
+    __asm__(CONSTANTS ".balign 16\n" #symbol                     \
+                      "Begin:\n"                                 \
+                      ".incbin \"" path "\"\n" #symbol           \
+                      "End:\n.byte 0\n"                          \
+                      ".globl " #symbol "Begin\n.globl " #symbol \
+                      "End\n"                                    \
+                      ".text\n");                                \
+    extern "C" const unsigned char symbol##Begin[];              \
+    extern "C" const unsigned char symbol##End[]
+
+EMBED(plateDetectorNetwork, VEXLANE_DETECTOR_NETWORK);
+EMBED(plateReaderNetwork, VEXLANE_READER_NETWORK);
+
+namespace plate_reading {
+
+std::vector<unsigned char> DetectorNetwork() {
+    return {plateDetectorNetworkBegin, plateDetectorNetworkEnd};
+}
+
+std::vector<unsigned char> ReaderNetwork() {
+    return {plateReaderNetworkBegin, plateReaderNetworkEnd};
+}
+
+}  // namespace plate_reading

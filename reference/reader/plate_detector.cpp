@@ -1,0 +1,147 @@
+#include "reference/reader/plate_detector.h"
+
+#include <algorithm>
+#include <cmath>
+
+#include <opencv2/imgproc.hpp>
+
+namespace plate_reading {
+namespace {
+
+// Characters from 6.5 to 32 pixels were trained. Each scale shows some heights best, in its own pixels, so that all
+// scales together leave none out; the largest takes what is lower too, the smallest what is higher.
+constexpr HeightRange best = {7.5f, 17.f};
+
+// A picture that is wider is searched at this width, or, where that would leave more, at this share of its own: most of
+// the time goes into the largest scale, and what it takes away from small characters the reader could not read.
+constexpr float widest = 1280;
+constexpr float wide = 960;
+constexpr float wideShare = 0.75f;
+constexpr int narrowest = 48;
+constexpr int lowest = 24;
+
+constexpr float leastScore = 0.35f;
+
+// What the network's numbers mean; training/scene_drawing.py makes them.
+constexpr int cell = 8;
+constexpr float sideScale = 32;
+constexpr float offsetScale = 8;
+constexpr float heightUnit = 14;
+constexpr float slopeScale = 0.25f;
+
+int RoundUp(int value) {
+    return (value + cell - 1) / cell * cell;
+}
+
+/// One row for all the cells that lie on it: the mean of the surest and those that agree with it.
+std::vector<TextRow> Merge(std::vector<TextRow> cells) {
+    std::sort(cells.begin(), cells.end(), [](const TextRow& a, const TextRow& b) { return a.score > b.score; });
+    std::vector<bool> used(cells.size(), false);
+    std::vector<TextRow> rows;
+    for (std::size_t first = 0; first < cells.size(); ++first) {
+        if (used[first]) {
+            continue;
+        }
+        const cv::Rect2f box = cells[first].Box();
+        TextRow sum{};
+        float logHeight = 0;
+        float weights = 0;
+        for (std::size_t other = first; other < cells.size(); ++other) {
+            if (used[other]) {
+                continue;
+            }
+            const TextRow& row = cells[other];
+            const cv::Rect2f otherBox = row.Box();
+            const float agreement = IntersectionOverUnion(box, otherBox);
+            if (agreement <= 0.3f && Overlap(box, otherBox) <= 0.6f) {
+                continue;
+            }
+            used[other] = true;
+            if (agreement > 0.45f) {
+                const float weight = row.score * row.score;
+                weights += weight;
+                sum.centre += weight * row.centre;
+                sum.width += weight * row.width;
+                sum.slope += weight * row.slope;
+                logHeight += weight * std::log(row.height);
+            }
+        }
+        TextRow row = cells[first];
+        if (weights > 0) {
+            row = {sum.centre / weights, sum.width / weights, std::exp(logHeight / weights), sum.slope / weights,
+                   cells[first].score};
+        }
+        rows.push_back(row);
+    }
+    return rows;
+}
+
+}  // namespace
+
+PlateDetector::PlateDetector(const std::vector<unsigned char>& network) {
+    for (cv::dnn::Net& level : networks) {
+        level = cv::dnn::readNetFromONNX(network);
+    }
+}
+
+void PlateDetector::FindAtScale(cv::dnn::Net& network, const cv::Mat& grey, float scale,
+                                std::vector<TextRow>& cells) const {
+    const cv::Size size(std::max(1, static_cast<int>(static_cast<float>(grey.cols) * scale)),
+                        std::max(1, static_cast<int>(static_cast<float>(grey.rows) * scale)));
+    if (size.width < narrowest || size.height < lowest) {
+        return;
+    }
+    cv::Mat scaled = grey;
+    if (size != grey.size()) {
+        cv::resize(grey, scaled, size, 0, 0, cv::INTER_AREA);
+    }
+    cv::Mat whole;
+    cv::copyMakeBorder(scaled, whole, 0, RoundUp(size.height) - size.height, 0, RoundUp(size.width) - size.width,
+                       cv::BORDER_REPLICATE);
+    network.setInput(cv::dnn::blobFromImage(whole, 1 / 64.0, cv::Size(), cv::Scalar(128)));
+    const cv::Mat answer = network.forward();
+    const int rows = answer.size[2];
+    const int columns = answer.size[3];
+    const auto number = [&](int which, int y, int x) { return answer.ptr<float>(0, which)[y * columns + x]; };
+
+    const float leastLogit = std::log(leastScore / (1 - leastScore));
+    for (int y = 0; y < rows; ++y) {
+        for (int x = 0; x < columns; ++x) {
+            const float logit = number(0, y, x);
+            if (logit < leastLogit) {
+                continue;
+            }
+            const float cellX = static_cast<float>(x * cell + cell / 2);
+            const float cellY = static_cast<float>(y * cell + cell / 2);
+            const float left = cellX - sideScale * number(1, y, x);
+            const float right = cellX + sideScale * number(2, y, x);
+            const float height = heightUnit * std::exp(std::clamp(number(4, y, x), -2.f, 2.f));
+            const float slope = slopeScale * number(5, y, x);
+            if (right - left < height) {
+                continue;
+            }
+            const float centreX = (left + right) / 2;
+            const float centreY = cellY + offsetScale * number(3, y, x) + slope * (centreX - cellX);
+            cells.push_back({cv::Point2f(centreX, centreY) / scale, (right - left) / scale, height / scale, slope,
+                             1 / (1 + std::exp(-logit))});
+        }
+    }
+}
+
+std::vector<TextRow> PlateDetector::Find(const cv::Mat& grey, const HeightRange& heights) {
+    std::vector<TextRow> cells;
+    const auto width = static_cast<float>(grey.cols);
+    float scale = std::min(width > wide ? wideShare : 1.f, widest / width);
+    for (std::size_t level = 0; level < levels; ++level, scale /= 2) {
+        const bool largest = level == 0;
+        const bool smallest = level + 1 == levels;
+        const bool needed =
+            (largest || heights.maximum > best.minimum / scale) && (smallest || heights.minimum < best.maximum / scale);
+        if (needed) {
+            FindAtScale(networks[level], grey, scale, cells);
+        }
+    }
+    return Merge(std::move(cells));
+}
+
+}  // namespace plate_reading

@@ -1,0 +1,38 @@
+/// The network that finds rows of plate characters.
+#pragma once
+
+#include <array>
+#include <vector>
+
+#include <opencv2/core.hpp>
+#include <opencv2/dnn.hpp>
+
+#include "reference/reader/text_row.h"
+
+namespace plate_reading {
+
+/// The heights of characters that are looked for, in pixels of the picture.
+struct HeightRange {
+    float minimum = 0;
+    float maximum = 0;
+};
+
+/// One thread at a time.
+class PlateDetector {
+  public:
+    /// `network` is an ONNX file's content. Throws cv::Exception.
+    explicit PlateDetector(const std::vector<unsigned char>& network);
+
+    /// The rows found, surest first; scores are 0 to 1. `grey` has 8 bits. Throws cv::Exception.
+    std::vector<TextRow> Find(const cv::Mat& grey, const HeightRange& heights);
+
+  private:
+    static constexpr std::size_t levels = 3;
+
+    void FindAtScale(cv::dnn::Net& network, const cv::Mat& grey, float scale, std::vector<TextRow>& cells) const;
+
+    // One for each size of the picture: a network that is given another size than last time lays itself out anew.
+    std::array<cv::dnn::Net, levels> networks;
+};
+
+}  // namespace plate_reading

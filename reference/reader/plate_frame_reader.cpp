@@ -1,0 +1,171 @@
+#include "reference/reader/plate_frame_reader.h"
+
+#include <algorithm>
+#include <cmath>
+
+#include <opencv2/core.hpp>
+#include <opencv2/imgproc.hpp>
+
+#include "reference/reader/networks.h"
+#include "reference/reader/plate_detector.h"
+#include "reference/reader/row_finder.h"
+#include "reference/reader/text_reader.h"
+
+namespace plate_reading {
+namespace {
+
+constexpr std::size_t mostReadings = 5;
+constexpr std::size_t fewestCharacters = 4;
+constexpr std::size_t mostCharacters = 9;
+
+// Rows that are read, the best of each finder; reading is what costs. Of those that the detector is not sure of only a
+// few are read, and none when a plate was read before them.
+constexpr std::size_t mostDetectedRows = 8;
+constexpr std::ptrdiff_t mostDoubtfulRows = 3;
+constexpr float sureScore = 0.6f;
+constexpr std::size_t mostFoundRows = 3;
+
+constexpr double leastConfidence = 0.3;
+
+// Short texts occur by chance; a text of this length counts fully.
+constexpr double fullLength = 5.5;
+
+// Two readings that share this much of the smaller one are of one plate.
+constexpr float samePlace = 0.4f;
+
+// Of a plate's row: width over height of its characters, from four wide ones to nine narrow ones.
+constexpr float leastAspect = 1.6f;
+constexpr float mostAspect = 7.f;
+
+// The smallest and the largest characters that are looked for, pixels.
+constexpr HeightRange anyHeight = {6.f, 1e6f};
+
+double Weight(const RowText& text) {
+    return text.decoded.confidence * std::min(1.0, static_cast<double>(text.decoded.text.size()) / fullLength);
+}
+
+bool IsPlate(const RowText& text) {
+    const std::size_t length = text.decoded.text.size();
+    return length >= fewestCharacters && length <= mostCharacters && text.decoded.confidence >= leastConfidence;
+}
+
+class PlateFrameReader final : public FrameReader {
+  public:
+    explicit PlateFrameReader(const ReadingOptions& wanted)
+        : options(wanted), detector(DetectorNetwork()), reader(ReaderNetwork()) {}
+
+    std::vector<Reading> Read(const Picture& picture, const std::optional<Region>& region,
+                              const std::optional<WidthRange>& widths) override {
+        const cv::Mat colours(picture.height, picture.width, CV_8UC3, const_cast<std::uint8_t*>(picture.pixels),
+                              picture.stride);
+        cv::Rect searched(0, 0, picture.width, picture.height);
+        if (region) {
+            searched.x = std::clamp(region->left, 0, picture.width);
+            searched.y = std::clamp(region->top, 0, picture.height);
+            searched.width = std::clamp(region->right, 0, picture.width) - searched.x;
+            searched.height = std::clamp(region->bottom, 0, picture.height) - searched.y;
+        }
+        if (searched.width < 8 || searched.height < 8 || (widths && widths->maximum < widths->minimum)) {
+            return {};
+        }
+        cv::Mat grey;
+        cv::cvtColor(colours(searched), grey, cv::COLOR_BGR2GRAY);
+
+        std::vector<Reading> readings;
+        for (const RowText& text : ReadRows(grey, widths)) {
+            readings.push_back(MakeReading(text, searched.tl()));
+        }
+        return readings;
+    }
+
+  private:
+    /// Surest first, no two of one place.
+    std::vector<RowText> ReadRows(const cv::Mat& grey, const std::optional<WidthRange>& widths) {
+        HeightRange heights = anyHeight;
+        if (widths) {
+            heights.minimum = std::max(heights.minimum, static_cast<float>(widths->minimum) / mostAspect);
+            heights.maximum = std::min(heights.maximum, static_cast<float>(widths->maximum) / leastAspect);
+        }
+        std::vector<RowText> texts;
+        std::vector<TextRow> detected = Fitting(detector.Find(grey, heights), widths);
+        detected.resize(std::min(detected.size(), mostDetectedRows));
+        const auto doubtful =
+            std::find_if(detected.begin(), detected.end(), [](const TextRow& row) { return row.score < sureScore; });
+        ReadAll(grey, {detected.begin(), doubtful}, widths, texts);
+        if (texts.empty()) {
+            const auto count = std::min<std::ptrdiff_t>(detected.end() - doubtful, mostDoubtfulRows);
+            ReadAll(grey, {doubtful, doubtful + count}, widths, texts);
+        }
+        if (texts.empty()) {
+            ReadAll(grey, Fitting(FindRows(grey, heights, mostFoundRows), widths), widths, texts);
+        }
+        std::sort(texts.begin(), texts.end(), [](const RowText& a, const RowText& b) { return Weight(a) > Weight(b); });
+        std::vector<RowText> kept;
+        for (const RowText& text : texts) {
+            const cv::Rect2f box = text.row.Box();
+            const bool known = std::any_of(kept.begin(), kept.end(), [&](const RowText& other) {
+                return Overlap(box, other.row.Box()) > samePlace;
+            });
+            if (!known) {
+                kept.push_back(text);
+            }
+            if (kept.size() == mostReadings) {
+                break;
+            }
+        }
+        return kept;
+    }
+
+    /// Without the rows that cannot be of a width in the range; the finders' ends are less exact than the reader's.
+    static std::vector<TextRow> Fitting(std::vector<TextRow> rows, const std::optional<WidthRange>& widths) {
+        if (widths) {
+            std::erase_if(rows, [&](const TextRow& row) {
+                return row.width < 0.7f * static_cast<float>(widths->minimum) ||
+                       row.width > 1.4f * static_cast<float>(widths->maximum);
+            });
+        }
+        return rows;
+    }
+
+    void ReadAll(const cv::Mat& grey, const std::vector<TextRow>& rows, const std::optional<WidthRange>& widths,
+                 std::vector<RowText>& texts) {
+        for (const TextRow& row : rows) {
+            RowText text = reader.Read(grey, row);
+            if (!options.templates.empty() && text.decoded.text.size() + 1 >= fewestCharacters) {
+                text.decoded = DecodeByTemplates(text.scores, options.templates, text.decoded);
+            }
+            const bool fits = !widths || (text.row.width >= static_cast<float>(widths->minimum) &&
+                                          text.row.width <= static_cast<float>(widths->maximum));
+            if (fits && IsPlate(text)) {
+                texts.push_back(std::move(text));
+            }
+        }
+    }
+
+    static Reading MakeReading(const RowText& text, const cv::Point& origin) {
+        const TextRow& row = text.row;
+        const float rise = row.slope * row.width / 2;
+        const auto corner = [&](float across, float down) {
+            return Point{
+                origin.x + static_cast<int>(std::lround(row.centre.x + across * row.width / 2)),
+                origin.y + static_cast<int>(std::lround(row.centre.y + across * rise + down * row.height / 2))};
+        };
+        return {text.decoded.text,
+                100 * text.decoded.confidence,
+                {corner(-1, -1), corner(-1, 1), corner(1, -1), corner(1, 1)}};
+    }
+
+    const ReadingOptions options;
+    PlateDetector detector;
+    TextReader reader;
+};
+
+}  // namespace
+
+std::unique_ptr<FrameReader> MakePlateFrameReader(const ReadingOptions& options) {
+    // Frames are read side by side, each on one thread.
+    cv::setNumThreads(1);
+    return std::make_unique<PlateFrameReader>(options);
+}
+
+}  // namespace plate_reading

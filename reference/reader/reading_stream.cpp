@@ -1,0 +1,214 @@
+#include "reference/reader/reading_stream.h"
+
+#include <algorithm>
+#include <cmath>
+
+namespace plate_reading {
+namespace {
+
+// The picture in small: the mean brightness of so many fields.
+constexpr int columns = 32;
+constexpr int rows = 18;
+// Of each field, every so many pixels count; enough to tell scenes apart.
+constexpr int samplesAcross = 6;
+constexpr int samplesDown = 6;
+
+// Grey levels by which fields differ in the mean. Successive pictures of a camera stay below it, pictures of different
+// places lie far above.
+constexpr float sameSceneDifference = 7;
+
+// A camera that has shown its scene for so many pictures is one, also when the picture jumps.
+constexpr int establishedAfter = 5;
+
+// Pixels; what ends nearer to a side of what was searched may go on beyond it.
+constexpr int edge = 3;
+
+// How far a plate comes from one picture to the next that it is read in, in its widths.
+constexpr double mostMoved = 1.5;
+
+// Pictures for which a plate that is not seen is remembered.
+constexpr int remembered = 50;
+
+// Of one plate. One that stays in view is read wrongly again and again; texts beyond these are forgotten.
+constexpr std::size_t mostTexts = 64;
+
+constexpr double leastConfidence = 80;  // of the text that is reported, on average
+// Lettering on vehicles and signs is mostly letters alone; a plate is that rarely.
+constexpr double leastLetteringConfidence = 95;
+constexpr int letteringFactor = 3;   // on the number of pictures that must agree
+constexpr double leastShare = 0.65;  // of all votes
+constexpr double clearLead = 2;      // of another text over the one reported so far
+
+/// Whether the texts may be readings of one plate: what they share at both ends is half of the longer one. A plate that
+/// comes to stand where another stood is another.
+bool AreAlike(const std::string& a, const std::string& b) {
+    const std::size_t shorter = std::min(a.size(), b.size());
+    std::size_t front = 0;
+    while (front < shorter && a[front] == b[front]) {
+        ++front;
+    }
+    std::size_t back = 0;
+    while (back < shorter - front && a[a.size() - 1 - back] == b[b.size() - 1 - back]) {
+        ++back;
+    }
+    return 2 * (front + back) >= std::max(a.size(), b.size());
+}
+
+std::vector<float> Thumbnail(const Picture& picture) {
+    std::vector<float> fields;
+    fields.reserve(columns * rows);
+    float whole = 0;
+    for (int row = 0; row < rows; ++row) {
+        for (int column = 0; column < columns; ++column) {
+            int sum = 0;
+            for (int down = 0; down < samplesDown; ++down) {
+                const int y = ((row * samplesDown + down) * picture.height) / (rows * samplesDown);
+                const std::uint8_t* const line = picture.pixels + static_cast<std::size_t>(y) * picture.stride;
+                for (int across = 0; across < samplesAcross; ++across) {
+                    const int x = ((column * samplesAcross + across) * picture.width) / (columns * samplesAcross);
+                    const std::uint8_t* const pixel = line + 3 * static_cast<std::size_t>(x);
+                    sum += (pixel[0] + 2 * pixel[1] + pixel[2]) / 4;
+                }
+            }
+            fields.push_back(static_cast<float>(sum) / (samplesAcross * samplesDown));
+            whole += fields.back();
+        }
+    }
+    // Without the brightness of the whole, which the camera's exposure changes.
+    for (float& field : fields) {
+        field -= whole / (columns * rows);
+    }
+    return fields;
+}
+
+}  // namespace
+
+bool ReadingStream::ContinuesScene(const Picture& picture) {
+    std::vector<float> fields = Thumbnail(picture);
+    const bool sameSize = picture.width == width && picture.height == height;
+    float difference = 0;
+    for (std::size_t i = 0; i < fields.size() && i < thumbnail.size(); ++i) {
+        difference += std::abs(fields[i] - thumbnail[i]) / (columns * rows);
+    }
+    const bool same = sameSize && !thumbnail.empty() && difference < sameSceneDifference;
+    width = picture.width;
+    height = picture.height;
+    thumbnail = std::move(fields);
+    if (same) {
+        ++sameScene;
+        return true;
+    }
+    plates.clear();
+    if (!sameSize) {
+        sameScene = 0;
+    }
+    const bool established = sameScene >= establishedAfter;
+    if (!established) {
+        sameScene = 0;
+    }
+    return established;
+}
+
+ReadingStream::Plate& ReadingStream::PlateOf(const Reading& reading) {
+    double x = 0;
+    double y = 0;
+    for (const Point& corner : reading.corners) {
+        x += corner.x / 4.0;
+        y += corner.y / 4.0;
+    }
+    const double readWidth = std::max(1, reading.corners[2].x - reading.corners[0].x);
+    Plate* nearest = nullptr;
+    double least = mostMoved;
+    for (Plate& plate : plates) {
+        const bool isAlike = std::any_of(plate.texts.begin(), plate.texts.end(),
+                                         [&](const auto& entry) { return AreAlike(entry.first, reading.text); });
+        if (plate.lastSeen == pictures || !isAlike) {
+            continue;
+        }
+        const double distance = std::hypot(plate.x - x, plate.y - y) / std::max(plate.width, readWidth);
+        if (distance < least) {
+            least = distance;
+            nearest = &plate;
+        }
+    }
+    if (nearest == nullptr) {
+        nearest = &plates.emplace_back();
+    }
+    nearest->x = x;
+    nearest->y = y;
+    nearest->width = readWidth;
+    nearest->lastSeen = pictures;
+    return *nearest;
+}
+
+// Of too many texts the one with the least weight goes, but not the one in hand or the one reported.
+void ReadingStream::ForgetText(Plate& plate, const std::string& kept) const {
+    if (plate.texts.size() <= mostTexts) {
+        return;
+    }
+    auto least = plate.texts.end();
+    for (auto entry = plate.texts.begin(); entry != plate.texts.end(); ++entry) {
+        const bool mayGo = entry->first != kept && entry->first != plate.reported;
+        if (mayGo && (least == plate.texts.end() || entry->second.weight < least->second.weight)) {
+            least = entry;
+        }
+    }
+    plate.texts.erase(least);
+}
+
+bool ReadingStream::Confirm(Plate& plate, Reading& reading) const {
+    Votes& own = plate.texts[reading.text];
+    ForgetText(plate, reading.text);
+    ++own.count;
+    own.weight += std::pow(reading.confidence / 100, 4);
+    own.confidence += reading.confidence;
+
+    double all = 0;
+    const std::pair<const std::string, Votes>* leader = nullptr;
+    for (const auto& entry : plate.texts) {
+        all += entry.second.weight;
+        if (leader == nullptr || entry.second.weight > leader->second.weight) {
+            leader = &entry;
+        }
+    }
+    const Votes& votes = leader->second;
+    const auto before = plate.texts.find(plate.reported);
+    const bool isLettering = leader->first.find_first_of("0123456789") == std::string::npos;
+    const bool replaces = before == plate.texts.end() || votes.weight > clearLead * before->second.weight;
+    if (replaces && votes.count >= needed * (isLettering ? letteringFactor : 1) && votes.weight >= leastShare * all &&
+        votes.confidence >= (isLettering ? leastLetteringConfidence : leastConfidence) * votes.count) {
+        plate.reported = leader->first;
+    }
+    if (plate.reported.empty()) {
+        return false;
+    }
+    if (reading.text != plate.reported) {
+        const Votes& reported = plate.texts[plate.reported];
+        reading.text = plate.reported;
+        reading.confidence = reported.confidence / reported.count;
+    }
+    return true;
+}
+
+std::vector<Reading> ReadingStream::Follow(const Picture& picture, const std::optional<Region>& region,
+                                           std::vector<Reading> readings) {
+    if (needed <= 1 || picture.width <= 0 || picture.height <= 0) {
+        return readings;
+    }
+    ++pictures;
+    const bool isStream = ContinuesScene(picture);
+    std::erase_if(plates, [&](const Plate& plate) { return pictures - plate.lastSeen > remembered; });
+    const int left = region ? std::max(region->left, 0) : 0;
+    const int right = region ? std::min(region->right, picture.width) : picture.width;
+    std::erase_if(readings, [&](Reading& reading) {
+        // Where the picture ends characters may be missing; the plate is, or was, whole in others.
+        if (isStream && (reading.corners[0].x < left + edge || reading.corners[2].x > right - edge)) {
+            return true;
+        }
+        const bool confirmed = Confirm(PlateOf(reading), reading);
+        return isStream && !confirmed;
+    });
+    return readings;
+}
+
+}  // namespace plate_reading

@@ -1,0 +1,78 @@
+#include "reference/reader/text_reader.h"
+
+#include <algorithm>
+#include <array>
+
+#include <opencv2/imgproc.hpp>
+
+namespace plate_reading {
+namespace {
+
+const cv::Size stripSize(160, 32);
+
+// The share of a strip's height that the characters fill: twice, since a finder's height may be off.
+constexpr std::array<float, 2> fills = {0.62f, 0.78f};
+
+constexpr float firstMargin = 0.1f;  // of the row's width, on each side
+constexpr float secondMargin = 0.04f;
+
+// A column answers for pixels around it, and a character's outermost ones look like none.
+constexpr float columnsBeyond = 0.8f;
+
+// What is not worth a second look, or needs none.
+constexpr std::size_t fewestCharacters = 3;
+constexpr double hopeless = 0.2;
+constexpr double certain = 0.98;
+
+cv::Mat Normalise(const cv::Mat& strip) {
+    cv::Scalar mean;
+    cv::Scalar deviation;
+    cv::meanStdDev(strip, mean, deviation);
+    cv::Mat values;
+    strip.convertTo(values, CV_32F, 1 / (deviation[0] + 4), -mean[0] / (deviation[0] + 4));
+    return values;
+}
+
+}  // namespace
+
+TextReader::TextReader(const std::vector<unsigned char>& content) : network(cv::dnn::readNetFromONNX(content)) {}
+
+RowText TextReader::ReadOnce(const cv::Mat& grey, const TextRow& row, float margin) {
+    std::vector<cv::Mat> strips;
+    for (const float fill : fills) {
+        strips.push_back(Normalise(CutRow(grey, row, fill, margin, stripSize)));
+    }
+    network.setInput(cv::dnn::blobFromImages(strips));
+    const cv::Mat answer = network.forward();
+    const auto columns = static_cast<std::size_t>(answer.size[3]);
+    RowText text;
+    text.scores = ColumnScores(answer.ptr<float>(0), columns);
+    for (int strip = 1; strip < static_cast<int>(strips.size()); ++strip) {
+        text.scores.Average(ColumnScores(answer.ptr<float>(strip), columns));
+    }
+    text.decoded = Decode(text.scores);
+    text.row = row;
+    if (!text.decoded.text.empty()) {
+        const float beyond = columnsBeyond / static_cast<float>(columns);
+        const float width = CutWidth(row, margin);
+        const float left = (text.decoded.left - beyond - 0.5f) * width;
+        const float right = (text.decoded.right + beyond - 0.5f) * width;
+        text.row.centre += cv::Point2f((left + right) / 2, row.slope * (left + right) / 2);
+        text.row.width = right - left;
+    }
+    return text;
+}
+
+RowText TextReader::Read(const cv::Mat& grey, const TextRow& row) {
+    RowText first = ReadOnce(grey, row, firstMargin);
+    if (first.decoded.text.size() < fewestCharacters || first.decoded.confidence < hopeless ||
+        first.decoded.confidence > certain || first.row.width <= first.row.height) {
+        return first;
+    }
+    RowText second = ReadOnce(grey, first.row, secondMargin);
+    const bool better = second.decoded.confidence > first.decoded.confidence &&
+                        second.decoded.text.size() + 1 >= first.decoded.text.size();
+    return better ? second : first;
+}
+
+}  // namespace plate_reading

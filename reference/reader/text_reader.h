@@ -1,0 +1,35 @@
+/// The network that reads the text of a row.
+#pragma once
+
+#include <vector>
+
+#include <opencv2/core.hpp>
+#include <opencv2/dnn.hpp>
+
+#include "reference/reader/column_scores.h"
+#include "reference/reader/text_row.h"
+
+namespace plate_reading {
+
+struct RowText {
+    TextRow row;  ///< from the first character read to the last
+    DecodedText decoded;
+    ColumnScores scores;
+};
+
+/// One thread at a time.
+class TextReader {
+  public:
+    /// `network` is an ONNX file's content. Throws cv::Exception.
+    explicit TextReader(const std::vector<unsigned char>& network);
+
+    /// Reads the row, and once more where its text turned out to stand. `grey` has 8 bits. Throws cv::Exception.
+    RowText Read(const cv::Mat& grey, const TextRow& row);
+
+  private:
+    RowText ReadOnce(const cv::Mat& grey, const TextRow& row, float margin);
+
+    cv::dnn::Net network;
+};
+
+}  // namespace plate_reading

@@ -1,0 +1,170 @@
+"""Draws small scenes with plates in them, and the truth of the detector's cells about each."""
+import random
+
+import cv2
+import numpy as np
+
+import plate_drawing
+from plate_drawing import chance, coarse_noise, uniform
+
+WIDTH, HEIGHT = 320, 192
+CELL = 8  # pixels; the detector answers for each such square
+
+# What a cell says of the row of characters that it lies on; reference/reader/plate_detector.cpp undoes it.
+SIDE_SCALE = 32.0  # pixels to the left and the right end
+OFFSET_SCALE = 8.0  # pixels down to the middle line
+HEIGHT_UNIT = 14.0  # pixels; the logarithm of the characters' height over it
+SLOPE_SCALE = 0.25
+
+
+def draw_ground(photographs):
+    if chance(0.55):
+        photograph = random.choice(photographs)
+        scale = uniform(0.35, 1.6)
+        rows = min(int(HEIGHT / scale), photograph.shape[0] - 1)
+        columns = min(int(WIDTH / scale), photograph.shape[1] - 1)
+        y, x = random.randint(0, photograph.shape[0] - rows - 1), random.randint(0, photograph.shape[1] - columns - 1)
+        part = photograph[y : y + rows, x : x + columns]
+        scene = cv2.resize(part, (WIDTH, HEIGHT), interpolation=cv2.INTER_AREA).astype(np.float32)
+        return (scene - scene.mean()) * uniform(0.5, 1.6) + uniform(40, 200)
+    way = random.choice([cv2.INTER_NEAREST, cv2.INTER_LINEAR, cv2.INTER_CUBIC])
+    scene = coarse_noise(WIDTH, HEIGHT, random.randint(1, 5), random.randint(1, 6), way)
+    if chance(0.4):
+        for _ in range(random.randint(1, 3)):
+            size = random.choice([2, 4, 8, 16, 32])
+            grains = np.random.normal(0, uniform(3, 40), (HEIGHT // size + 1, WIDTH // size + 1)).astype(np.float32)
+            scene += cv2.resize(grains, (WIDTH, HEIGHT), interpolation=cv2.INTER_LINEAR)
+    return scene
+
+
+def draw_thing(scene, fonts):
+    """A part of a car or of a street: bars, grilles, meshes, discs, lettering that is no plate."""
+    kind = random.random()
+    x, y = random.randint(-40, WIDTH), random.randint(-30, HEIGHT)
+    width, height = random.randint(4, 160), random.randint(3, 100)
+    value = uniform(0, 255)
+    if kind < 0.25:
+        cv2.rectangle(scene, (x, y), (x + width, y + height), value, random.choice([-1, -1, 1, 2, 3]))
+    elif kind < 0.4:
+        axes = (width // 2 + 1, height // 2 + 1)
+        cv2.ellipse(scene, (x, y), axes, uniform(0, 180), 0, 360, value, random.choice([-1, -1, 1, 2, 4]))
+    elif kind < 0.52:
+        end = (random.randint(-40, WIDTH + 40), random.randint(-40, HEIGHT + 40))
+        cv2.line(scene, (x, y), end, value, random.randint(1, 5))
+    elif kind < 0.7:
+        bars, pitch, lean = random.randint(3, 24), uniform(2.5, 14), random.gauss(0, 0.12)
+        thickness = max(1, int(pitch * uniform(0.2, 0.6)))
+        upright = chance(0.5)
+        for bar in range(bars):
+            if upright:
+                start = (int(x + bar * pitch), y)
+                cv2.line(scene, start, (int(start[0] + height * lean), y + height), value, thickness)
+            else:
+                start = (x, int(y + bar * pitch))
+                cv2.line(scene, start, (x + width, int(start[1] + width * lean)), value, thickness)
+    elif kind < 0.82:
+        pitch = random.randint(4, 14)
+        radius = max(1, int(pitch * uniform(0.15, 0.4)))
+        for row, cy in enumerate(range(max(0, y), min(HEIGHT, y + height), pitch)):
+            for cx in range(max(0, x), min(WIDTH, x + width), pitch):
+                cv2.circle(scene, (cx + (pitch // 2 if row % 2 else 0), cy), radius, value, -1)
+    else:
+        font, scale = random.choice(fonts), uniform(0.1, 2.2)
+        x, y = max(0, x), max(0, y)
+        for _ in range(random.randint(1, 2) if scale > 0.25 else random.randint(3, 16)):
+            glyph = font.masks[random.choice(plate_drawing.CHARACTERS)]
+            size = (max(1, int(glyph.shape[1] * scale)), max(2, int(glyph.shape[0] * scale)))
+            mask = cv2.resize(glyph, size, interpolation=cv2.INTER_AREA).astype(np.float32) / 255
+            if not plate_drawing.blend(scene, x, y, mask, value):
+                return
+            x += size[0] + 1
+
+
+class Row:
+    """The characters of one plate in the scene: their ends on the middle line, height, and the box of the plate."""
+
+    def __init__(self, left, right, height, box):
+        self.left, self.right, self.height, self.box = left, right, height, box
+
+    def meets(self, box):
+        return not (
+            box[2] < self.box[0] or box[0] > self.box[2] or box[3] < self.box[1] or box[1] > self.box[3]
+        )
+
+
+def place_plate(scene, fonts, rows):
+    """Puts a plate somewhere; the scene with it. Where it would hide another, the scene stays."""
+    for _ in range(5):
+        plate = plate_drawing.draw_plate(fonts)
+        if len(plate.text) >= 4:
+            break
+    seen_height = float(np.exp(uniform(np.log(6.5), np.log(32))))
+    scale = seen_height / plate_drawing.GLYPH_HEIGHT
+    across = scale * uniform(0.75, 1.05)
+    turn, slant = np.deg2rad(random.gauss(0, 6)), random.gauss(0, 0.12)
+    left, top, right, bottom = plate.outline
+    cosine, sine = np.cos(turn), np.sin(turn)
+    matrix = np.float32(
+        [[cosine * across, -sine * scale + cosine * slant * scale], [sine * across, cosine * scale + sine * slant * scale]]
+    )
+    centre = np.float32([uniform(10, WIDTH - 10), uniform(8, HEIGHT - 8)])
+    shift = centre - matrix @ np.float32([(left + right) / 2, (top + bottom) / 2])
+    corners = np.float32([[left, top], [right, top], [right, bottom], [left, bottom]]) @ matrix.T + shift
+    box = (*corners.min(0), *corners.max(0))
+    if any(row.meets(box) for row in rows):
+        return scene
+    source = cv2.GaussianBlur(plate.canvas, (0, 0), 0.45 / scale) if scale < 0.7 else plate.canvas
+    seen = cv2.warpAffine(
+        source, np.hstack([matrix, shift[:, None]]).astype(np.float32), (WIDTH, HEIGHT), borderMode=cv2.BORDER_REPLICATE
+    )
+    mask = np.zeros((HEIGHT, WIDTH), np.float32)
+    cv2.fillConvexPoly(mask, (corners * 16).astype(np.int32), 1.0, lineType=cv2.LINE_AA, shift=4)
+    mask = cv2.GaussianBlur(mask, (0, 0), 0.5)
+    first, last = plate.spans[0][0], plate.spans[-1][1]
+    middle = (plate.top + plate.bottom) / 2
+    points = np.float32(
+        [[first, middle], [last, middle], [(first + last) / 2, plate.top], [(first + last) / 2, plate.bottom]]
+    )
+    points = points @ matrix.T + shift
+    rows.append(Row(points[0], points[1], float(np.linalg.norm(points[3] - points[2])), box))
+    return scene * (1 - mask) + seen * mask
+
+
+def describe(rows):
+    """For each cell: 1 on a row, 0 away from all, -1 at the edges; and the five numbers about the row."""
+    shape = (HEIGHT // CELL, WIDTH // CELL)
+    found = np.zeros(shape, np.float32)
+    about = np.zeros((5, *shape), np.float32)
+    y, x = np.mgrid[0 : shape[0], 0 : shape[1]] * float(CELL) + CELL / 2
+    for row in rows:
+        width = max(4.0, row.right[0] - row.left[0])
+        slope = (row.right[1] - row.left[1]) / width
+        centre = (row.left + row.right) / 2
+        down = centre[1] + slope * (x - centre[0]) - y
+        along = np.abs(x - centre[0]) / width
+        on = (along < 0.36) & (np.abs(down) < max(4.1, row.height * 0.34))
+        near = (along < 0.6) & (np.abs(down) < max(8.0, row.height * 0.85)) & ~on
+        found[near & (found == 0)] = -1
+        found[on] = 1
+        numbers = [
+            (x - row.left[0]) / SIDE_SCALE,
+            (row.right[0] - x) / SIDE_SCALE,
+            down / OFFSET_SCALE,
+            np.full(shape, np.log(row.height / HEIGHT_UNIT)),
+            np.full(shape, slope / SLOPE_SCALE),
+        ]
+        for number, values in zip(about, numbers):
+            number[on] = values[on]
+    return found, about
+
+
+def draw_scene(fonts, photographs):
+    """8-bit HEIGHT x WIDTH, what each cell finds (1, 0, -1 for unsure), the five numbers of each cell."""
+    scene = draw_ground(photographs)
+    for _ in range(random.choice([0, 1, 2, 4, 8, 14])):
+        draw_thing(scene, fonts)
+    rows = []
+    for _ in range(random.choice([0, 1, 1, 1, 1, 1, 2])):
+        scene = place_plate(scene, fonts, rows)
+    scene = plate_drawing.spoil(np.clip(scene, -50, 350), uniform(8, 22))
+    return (scene, *describe(rows))

@@ -1,0 +1,112 @@
+// The engine's two functions: each looks its call up in the script.
+
+#include <algorithm>
+#include <atomic>
+#include <cstdio>
+#include <cstdlib>
+#include <exception>
+#include <string>
+
+#include "engine/engine_records.h"
+#include "reference/scripted_engine/journal.h"
+#include "reference/scripted_engine/script.h"
+
+namespace scripted_engine {
+namespace {
+
+constexpr const char* scriptVariable = "VEXLANE_SCRIPT";
+
+/// The calls of one thread.
+struct ThreadCounters {
+    bool numbered = false;
+    std::uint64_t thread = 0;
+    std::uint64_t recognitions = 0;
+    std::uint64_t ranges = 0;
+};
+
+thread_local ThreadCounters threadCounters;
+
+/// Without a script that can be read: no frames, and every range taken.
+Script LoadScript() {
+    const char* const name = std::getenv(scriptVariable);
+    if (name == nullptr || *name == '\0') {
+        std::fprintf(stderr, "Recon64: no script: the environment variable %s names none; nothing will be found\n",
+                     scriptVariable);
+        return {};
+    }
+    try {
+        return ReadScript(name);
+    } catch (const std::exception& error) {
+        std::fprintf(stderr, "Recon64: script %s: %s; nothing will be found\n", name, error.what());
+    }
+    return {};
+}
+
+/// Any thread.
+class Engine {
+  public:
+    Engine() : script(LoadScript()), journal(script.journal) {}
+
+    int Recognise(bool firstArgumentIsNull, const IMG* image, const tagRECT* region, RPLATE* plates, int flags) {
+        const CallNumber number = NextNumber(recognitions, &ThreadCounters::recognitions);
+        const ScriptedFrame* const frame = script.FrameAt(NumberInScript(number));
+        int answer = 0;
+        if (frame != nullptr && plates != nullptr) {
+            std::copy(frame->plates.begin(), frame->plates.end(), plates);
+            answer = frame->count;
+        }
+        journal.WriteRecognition(number, image, region, firstArgumentIsNull, flags, answer);
+        return answer;
+    }
+
+    bool TakeRange(int minimumWidth, int maximumWidth) {
+        const CallNumber number = NextNumber(ranges, &ThreadCounters::ranges);
+        const bool accepted = !script.RefusesRange(NumberInScript(number));
+        journal.WriteRange(number, minimumWidth, maximumWidth, accepted);
+        return accepted;
+    }
+
+  private:
+    CallNumber NextNumber(std::atomic<std::uint64_t>& processCounter, std::uint64_t ThreadCounters::*threadCounter) {
+        ThreadCounters& counters = threadCounters;
+        if (!counters.numbered) {
+            counters.numbered = true;
+            counters.thread = threads++;
+        }
+        return {processCounter++, counters.thread, (counters.*threadCounter)++};
+    }
+
+    std::uint64_t NumberInScript(const CallNumber& number) const {
+        return script.counting == Counting::Thread ? number.onThread : number.process;
+    }
+
+    const Script script;
+    Journal journal;
+    std::atomic<std::uint64_t> threads{0};
+    std::atomic<std::uint64_t> recognitions{0};
+    std::atomic<std::uint64_t> ranges{0};
+};
+
+Engine& TheEngine() {
+    static Engine engine;
+    return engine;
+}
+
+}  // namespace
+}  // namespace scripted_engine
+
+int Recognize2(YUV420_IMG* unused, IMG* image, tagRECT* region, RPLATE* plates, int flags) {
+    try {
+        return scripted_engine::TheEngine().Recognise(unused == nullptr, image, region, plates, flags);
+    } catch (...) {
+        return 0;
+    }
+}
+
+bool SetPlateRange(int minimumWidth, int maximumWidth) {
+    try {
+        return scripted_engine::TheEngine().TakeRange(minimumWidth, maximumWidth);
+    } catch (...) {
+        return true;
+    }
+}

@@ -1,0 +1,23 @@
+#include "reference/server/program.h"
+
+#include <exception>
+
+namespace reading_service {
+
+int RunToTheEnd(Service& service) {
+    try {
+        switch (service.Run()) {
+            case End::NameTaken:
+                Complain("another server listens already");
+                return exitedForTheName;
+            case End::Told:
+            case End::Idle:
+                return exitedWell;
+        }
+    } catch (const std::exception& error) {
+        Complain(error.what());
+    }
+    return exitedByFailure;
+}
+
+}  // namespace reading_service

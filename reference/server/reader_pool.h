@@ -1,0 +1,89 @@
+/// The readers of a server, for one frame each at a time.
+#pragma once
+
+#include <condition_variable>
+#include <cstddef>
+#include <deque>
+#include <functional>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "reference/reader/frame_reader.h"
+#include "reference/transport/local_connection.h"
+
+namespace reading_service {
+
+/// Makes a reader, which may take long. Throws std::exception. Called on one thread.
+using ReaderFactory = std::function<std::unique_ptr<plate_reading::FrameReader>()>;
+
+/// One line on standard error. Any thread.
+void Complain(const std::string& text);
+
+/// Lends readers in the order in which they are asked for. The first one is made at once, each further one when
+/// somebody has to wait, until there are as many as may be; all on a thread of the pool. Any thread.
+class ReaderPool {
+  public:
+    ReaderPool(std::size_t mostReaders, ReaderFactory readerFactory);
+    /// REQUIRES: all readers are back and nobody asks for one.
+    ~ReaderPool();
+    ReaderPool(const ReaderPool&) = delete;
+    ReaderPool& operator=(const ReaderPool&) = delete;
+
+    /// Gives its reader back at its end.
+    class Loan {
+      public:
+        Loan(Loan&& other) noexcept;
+        Loan& operator=(Loan&&) = delete;
+        ~Loan();
+
+        plate_reading::FrameReader& Reader() const { return *reader; }
+
+      private:
+        friend class ReaderPool;
+        Loan(ReaderPool& owner, plate_reading::FrameReader& lent) : pool(&owner), reader(&lent) {}
+
+        ReaderPool* pool;
+        plate_reading::FrameReader* reader;
+    };
+
+    /// Waits for a reader. Nothing at the deadline, behind Stop, and when there is none because making one has just
+    /// failed.
+    std::optional<Loan> Take(transport::Deadline deadline);
+
+    /// How many wait for a reader.
+    std::size_t Waiting();
+
+    /// Ends every wait, now and later.
+    void Stop();
+
+  private:
+    struct Waiter {
+        std::condition_variable changed;
+        plate_reading::FrameReader* reader = nullptr;
+        bool refused = false;
+    };
+
+    void MakeReaders();
+    void Hand(plate_reading::FrameReader& reader);
+    void RefuseWaiters();
+    bool MakingHasJustFailed() const;
+
+    const std::size_t most;
+    const ReaderFactory factory;
+
+    std::mutex mutex;  // guards all below
+    std::condition_variable isWanted;
+    std::vector<std::unique_ptr<plate_reading::FrameReader>> readers;
+    std::vector<plate_reading::FrameReader*> free;  // empty while anybody waits
+    std::deque<Waiter*> waiters;                    // the first has waited longest
+    transport::Deadline nextAttempt;
+    bool stopped = false;
+
+    std::thread maker;
+};
+
+}  // namespace reading_service

@@ -1,0 +1,151 @@
+#include "reference/server/session.h"
+
+#include <algorithm>
+#include <cmath>
+#include <exception>
+#include <utility>
+#include <variant>
+
+#include "reference/reader/reading_stream.h"
+#include "reference/transport/messages.h"
+
+namespace reading_service {
+
+namespace {
+
+transport::Reading AsSent(const plate_reading::Reading& reading) {
+    transport::Reading sent;
+    sent.text = reading.text;
+    sent.confidence = std::isnan(reading.confidence) ? 0.0 : std::clamp(reading.confidence, 0.0, 100.0);
+    for (std::size_t corner = 0; corner < sent.corners.size(); ++corner) {
+        sent.corners[corner] = {reading.corners[corner].x, reading.corners[corner].y};
+    }
+    return sent;
+}
+
+// The first ones, since they are the surest.
+transport::Readings AsSent(const std::vector<plate_reading::Reading>& readings) {
+    transport::Readings sent;
+    for (const plate_reading::Reading& reading : readings) {
+        if (sent.readings.size() == transport::mostReadings) {
+            break;
+        }
+        transport::Readings one = {{AsSent(reading)}};
+        if (transport::IsSound(one)) {
+            sent.readings.push_back(std::move(one.readings.front()));
+        } else {
+            Complain("a reading of " + std::to_string(reading.text.size()) + " characters cannot be sent");
+        }
+    }
+    return sent;
+}
+
+class Session {
+  public:
+    Session(transport::Connection& peer, ReaderPool& pool, int confirmations,
+            std::atomic<transport::Deadline>& requestTime)
+        : connection(peer), readers(pool), stream(confirmations), lastRequest(requestTime) {}
+
+    void Serve() {
+        if (!Greet()) {
+            return;
+        }
+        while (const std::optional<transport::Message> request = Next(transport::noDeadline)) {
+            lastRequest = transport::Clock::now();
+            const std::optional<transport::Contents> answer =
+                std::visit([this](const auto& contents) { return Answer(contents); }, request->contents);
+            if (!answer || !Send({request->number, *answer})) {
+                return;
+            }
+        }
+    }
+
+  private:
+    bool Greet() {
+        const std::optional<transport::Message> message = Next(transport::Clock::now() + longestGreeting);
+        const auto* const greeting = message ? std::get_if<transport::Greeting>(&message->contents) : nullptr;
+        return greeting != nullptr && Send({message->number, transport::GreetingAnswer()}) &&
+               greeting->version == transport::protocolVersion;
+    }
+
+    std::optional<transport::Message> Next(transport::Deadline deadline) {
+        std::optional<transport::PeerMemory> brought;
+        if (!connection.Receive(received, transport::largestMessageBytes, brought, transport::largestPictureBytes,
+                                deadline)) {
+            return std::nullopt;
+        }
+        std::optional<transport::Message> message = transport::Decode(received);
+        if (!message) {
+            return std::nullopt;
+        }
+        const auto* const frame = std::get_if<transport::Frame>(&message->contents);
+        if (brought.has_value() != (frame != nullptr && frame->bringsMemory)) {
+            return std::nullopt;
+        }
+        if (brought) {
+            memory = std::move(brought);
+        }
+        return message;
+    }
+
+    bool Send(const transport::Message& message) {
+        return connection.Send(transport::Encode(message), nullptr, transport::Clock::now() + longestAnswering);
+    }
+
+    std::optional<transport::Contents> Answer(const transport::Range& range) {
+        widths = plate_reading::WidthRange{range.minimum, range.maximum};
+        return transport::RangeTaken();
+    }
+
+    std::optional<transport::Contents> Answer(const transport::Frame& frame) {
+        const std::uint64_t size = transport::PictureBytes(frame.width, frame.height);
+        if (!memory || memory->Bytes().size() < size) {
+            return std::nullopt;
+        }
+        // Behind the deadline nobody waits for the answer any more.
+        const std::optional<ReaderPool::Loan> loan = readers.Take(transport::Clock::now() + transport::longestFrame);
+        if (!loan || !connection.PeerIsThere()) {
+            return transport::Readings();
+        }
+        plate_reading::Picture picture;
+        picture.pixels = memory->Bytes().data();
+        picture.width = static_cast<int>(frame.width);
+        picture.height = static_cast<int>(frame.height);
+        picture.stride = std::size_t{frame.width} * transport::bytesPerPixel;
+        std::optional<plate_reading::Region> region;
+        if (frame.region) {
+            region = {frame.region->left, frame.region->top, frame.region->right, frame.region->bottom};
+        }
+        try {
+            return AsSent(stream.Follow(picture, region, loan->Reader().Read(picture, region, widths)));
+        } catch (const std::exception& error) {
+            Complain(std::string("a frame cannot be read: ") + error.what());
+        } catch (...) {
+            Complain("a frame cannot be read");
+        }
+        return transport::Readings();
+    }
+
+    // Whatever a client does not say.
+    template <class Contents>
+    std::optional<transport::Contents> Answer(const Contents&) {
+        return std::nullopt;
+    }
+
+    transport::Connection& connection;
+    ReaderPool& readers;
+    plate_reading::ReadingStream stream;  // a thread of the host's handles one camera at a time
+    std::atomic<transport::Deadline>& lastRequest;
+    std::optional<transport::PeerMemory> memory;
+    std::optional<plate_reading::WidthRange> widths;
+    std::vector<std::uint8_t> received;
+};
+
+}  // namespace
+
+void ServeClient(transport::Connection& connection, ReaderPool& readers, int confirmations,
+                 std::atomic<transport::Deadline>& lastRequest) {
+    Session(connection, readers, confirmations, lastRequest).Serve();
+}
+
+}  // namespace reading_service

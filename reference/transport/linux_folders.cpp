@@ -1,0 +1,185 @@
+#include "reference/transport/linux_folders.h"
+
+#include <dirent.h>
+#include <errno.h>
+#include <fcntl.h>
+#include <sys/stat.h>
+
+#include <algorithm>
+#include <array>
+#include <cstdlib>
+#include <memory>
+#include <random>
+#include <system_error>
+
+namespace transport {
+
+namespace {
+
+constexpr char runtimeName[] = "vexlane";
+constexpr mode_t forOthers = S_IRWXG | S_IRWXO;
+constexpr mode_t writableByOthers = S_IWGRP | S_IWOTH;
+
+// A name, which must be shorter than this, behind "/proc/self/fd/" and a number fits in a socket's address.
+constexpr std::size_t nameRoom = 80;
+static_assert(sizeof "/proc/self/fd/2147483647/" + nameRoom < sizeof sockaddr_un::sun_path);
+
+std::string TemporaryName() {
+    return "vexlane-" + std::to_string(::geteuid());
+}
+
+// Not open when it cannot be opened. Throws when that is for want of descriptors, since it may be there.
+Owned OpenFolder(int parent, const char* name, int flags) {
+    Owned folder(::openat(parent, name, flags | O_DIRECTORY | O_CLOEXEC));
+    if (!folder.IsOpen() && (errno == EMFILE || errno == ENFILE || errno == ENOMEM)) {
+        throw std::system_error(errno, std::generic_category(), "no folder can be opened");
+    }
+    return folder;
+}
+
+struct stat StatusOf(const Owned& file) {
+    struct stat status = {};
+    if (::fstat(file.Get(), &status) != 0) {
+        throw std::system_error(errno, std::generic_category(), "a folder does not tell its owner");
+    }
+    return status;
+}
+
+// Not open unless it is there, the user's own and closed to others. A link is no folder.
+Owned OpenOwn(int parent, const char* name) {
+    Owned folder = OpenFolder(parent, name, O_PATH | O_NOFOLLOW);
+    if (folder.IsOpen()) {
+        const struct stat status = StatusOf(folder);
+        if (status.st_uid != ::geteuid() || (status.st_mode & forOthers) != 0) {
+            folder.Close();
+        }
+    }
+    return folder;
+}
+
+Owned MakeOwn(int parent, const char* name) {
+    ::mkdirat(parent, name, S_IRWXU);
+    return OpenOwn(parent, name);
+}
+
+// Not open when there is none, or others could replace what is in it.
+Owned OpenRuntimeFolder() {
+    const char* const path = std::getenv("XDG_RUNTIME_DIR");
+    Owned folder;
+    if (path != nullptr && *path == '/') {
+        folder = OpenFolder(AT_FDCWD, path, O_PATH);
+    }
+    if (folder.IsOpen()) {
+        const struct stat status = StatusOf(folder);
+        if (status.st_uid != ::geteuid() || (status.st_mode & writableByOthers) != 0) {
+            folder.Close();
+        }
+    }
+    return folder;
+}
+
+// Not open when there is none. Where others can write, the sticky bit keeps them from what is not theirs.
+Owned OpenTemporaryFolder() {
+    const char* const chosen = std::getenv("TMPDIR");
+    for (const char* const path : {chosen, "/tmp"}) {
+        if (path != nullptr && *path == '/') {
+            Owned folder = OpenFolder(AT_FDCWD, path, O_PATH);
+            if (folder.IsOpen()) {
+                const mode_t mode = StatusOf(folder).st_mode;
+                if ((mode & writableByOthers) == 0 || (mode & S_ISVTX) != 0) {
+                    return folder;
+                }
+            }
+        }
+    }
+    return Owned();
+}
+
+// The folders of further names, of which there is none unless somebody else has had the first one.
+bool VisitFurtherFolders(const Owned& temporary, const std::function<bool(Owned& folder)>& visit) {
+    Owned readable = OpenFolder(temporary.Get(), ".", O_RDONLY);
+    const std::unique_ptr<DIR, int (*)(DIR*)> entries(readable.IsOpen() ? ::fdopendir(readable.Get()) : nullptr,
+                                                      [](DIR* folder) { return ::closedir(folder); });
+    if (entries == nullptr) {
+        return false;
+    }
+    readable.Take();
+    const std::string beginning = TemporaryName() + '-';
+    while (const dirent* const entry = ::readdir(entries.get())) {
+        if (std::string(entry->d_name).starts_with(beginning)) {
+            Owned folder = OpenOwn(temporary.Get(), entry->d_name);
+            if (folder.IsOpen() && visit(folder)) {
+                return true;
+            }
+        }
+    }
+    return false;
+}
+
+Owned MakeInTemporaryFolder(const Owned& temporary) {
+    Owned made = MakeOwn(temporary.Get(), TemporaryName().c_str());
+    if (!made.IsOpen()) {
+        VisitFurtherFolders(temporary, [&made](Owned& folder) {
+            made = std::move(folder);
+            return true;
+        });
+    }
+    if (!made.IsOpen()) {
+        std::random_device random;
+        const std::string name = TemporaryName() + '-' + std::to_string(random()) + '-' + std::to_string(random());
+        made = MakeOwn(temporary.Get(), name.c_str());
+    }
+    return made;
+}
+
+}  // namespace
+
+bool VisitFolders(const std::function<bool(int folder)>& visit) {
+    if (const Owned runtime = OpenRuntimeFolder(); runtime.IsOpen()) {
+        const Owned folder = OpenOwn(runtime.Get(), runtimeName);
+        if (folder.IsOpen() && visit(folder.Get())) {
+            return true;
+        }
+    }
+    const Owned temporary = OpenTemporaryFolder();
+    if (!temporary.IsOpen()) {
+        return false;
+    }
+    const Owned first = OpenOwn(temporary.Get(), TemporaryName().c_str());
+    return (first.IsOpen() && visit(first.Get())) ||
+           VisitFurtherFolders(temporary, [&visit](Owned& folder) { return visit(folder.Get()); });
+}
+
+std::vector<Owned> MakeFolders() {
+    std::vector<Owned> made;
+    const auto keep = [&made](Owned folder) {
+        if (folder.IsOpen()) {
+            made.push_back(std::move(folder));
+        }
+    };
+    if (const Owned runtime = OpenRuntimeFolder(); runtime.IsOpen()) {
+        keep(MakeOwn(runtime.Get(), runtimeName));
+    }
+    if (const Owned temporary = OpenTemporaryFolder(); temporary.IsOpen()) {
+        keep(MakeInTemporaryFolder(temporary));
+    }
+    if (made.empty()) {
+        throw std::system_error(EACCES, std::generic_category(),
+                                "no folder can be made for the socket; XDG_RUNTIME_DIR can name the user's own");
+    }
+    return made;
+}
+
+std::optional<SocketAddress> SocketAddress::Of(int folder, const std::string& name) {
+    // A leading dot marks what lies beside the sockets.
+    if (name.empty() || name.size() >= nameRoom || name.front() == '.' || name.find('/') != std::string::npos) {
+        return std::nullopt;
+    }
+    const std::string path = "/proc/self/fd/" + std::to_string(folder) + '/' + name;
+    SocketAddress made;
+    made.address.sun_family = AF_UNIX;
+    std::copy(path.begin(), path.end(), made.address.sun_path);
+    return made;
+}
+
+}  // namespace transport

@@ -1,0 +1,154 @@
+#include "reference/transport/windows_names.h"
+// clang-format off: these need the one above
+#include <ntsecapi.h>
+#include <sddl.h>
+// clang-format on
+
+#include <array>
+#include <cstdint>
+#include <exception>
+#include <system_error>
+
+namespace transport {
+
+namespace {
+
+constexpr char softwarePath[] = "\\Software";
+constexpr char keyName[] = "Vexlane Reading";
+constexpr DWORD longestPipePath = 256;
+
+[[noreturn]] void Throw(const char* what, LSTATUS error) {
+    throw std::system_error(static_cast<int>(error), std::system_category(), what);
+}
+
+std::string TextOf(PSID user) {
+    char* text = nullptr;
+    if (user == nullptr || ConvertSidToStringSidA(user, &text) == FALSE) {
+        return {};
+    }
+    std::string copy = text;
+    LocalFree(text);
+    return copy;
+}
+
+/// The key in which paths are published.
+class Key {
+  public:
+    explicit Key(REGSAM access, bool makesIt = false) {
+        HKEY software = nullptr;
+        error = RegOpenKeyExA(HKEY_USERS, (ThisUser() + softwarePath).c_str(), 0,
+                              makesIt ? KEY_READ | KEY_CREATE_SUB_KEY : KEY_READ, &software);
+        if (error != ERROR_SUCCESS) {
+            return;
+        }
+        error = makesIt ? RegCreateKeyExA(software, keyName, 0, nullptr, REG_OPTION_VOLATILE, access, nullptr, &key,
+                                          nullptr)
+                        : RegOpenKeyExA(software, keyName, 0, access, &key);
+        RegCloseKey(software);
+    }
+    ~Key() {
+        if (key != nullptr) {
+            RegCloseKey(key);
+        }
+    }
+    Key(const Key&) = delete;
+    Key& operator=(const Key&) = delete;
+
+    /// Null when it cannot be opened.
+    HKEY Get() const { return key; }
+    LSTATUS Error() const { return error; }
+
+  private:
+    HKEY key = nullptr;
+    LSTATUS error = ERROR_SUCCESS;
+};
+
+}  // namespace
+
+std::string ThisUser() {
+    const std::string user = UserOf(GetCurrentProcess());
+    if (user.empty()) {
+        Throw("the user is not known", static_cast<LSTATUS>(GetLastError()));
+    }
+    return user;
+}
+
+std::string UserOf(HANDLE process) {
+    HANDLE token = nullptr;
+    if (OpenProcessToken(process, TOKEN_QUERY, &token) == FALSE) {
+        return {};
+    }
+    alignas(TOKEN_USER) std::array<std::uint8_t, sizeof(TOKEN_USER) + SECURITY_MAX_SID_SIZE> user = {};
+    DWORD size = 0;
+    const bool isKnown = GetTokenInformation(token, TokenUser, user.data(), user.size(), &size) != FALSE;
+    CloseHandle(token);
+    return isKnown ? TextOf(reinterpret_cast<const TOKEN_USER*>(user.data())->User.Sid) : std::string();
+}
+
+std::string OwnerOf(HANDLE object) {
+    alignas(SECURITY_DESCRIPTOR) std::array<std::uint8_t, sizeof(SECURITY_DESCRIPTOR) + SECURITY_MAX_SID_SIZE>
+        description = {};
+    DWORD size = 0;
+    PSID owner = nullptr;
+    BOOL isDefault = FALSE;
+    if (GetKernelObjectSecurity(object, OWNER_SECURITY_INFORMATION, description.data(), description.size(), &size) ==
+            FALSE ||
+        GetSecurityDescriptorOwner(description.data(), &owner, &isDefault) == FALSE) {
+        return {};
+    }
+    return TextOf(owner);
+}
+
+std::string MutexName(const std::string& name) {
+    return "Global\\vexlane-reading-" + ThisUser() + '-' + name;
+}
+
+std::string NewPipePath() {
+    std::array<std::uint8_t, 16> random = {};
+    if (RtlGenRandom(random.data(), random.size()) == FALSE) {
+        Throw("no name for a pipe", ERROR_GEN_FAILURE);
+    }
+    std::string path = "\\\\.\\pipe\\vexlane-reading-";
+    for (const std::uint8_t byte : random) {
+        path += "0123456789abcdef"[byte >> 4];
+        path += "0123456789abcdef"[byte & 15];
+    }
+    return path;
+}
+
+std::string PublishedPipePath(const std::string& name) {
+    const Key key(KEY_QUERY_VALUE);
+    std::array<char, longestPipePath + 1> path = {};
+    DWORD size = path.size();
+    if (key.Get() == nullptr ||
+        RegGetValueA(key.Get(), nullptr, name.c_str(), RRF_RT_REG_SZ, nullptr, path.data(), &size) != ERROR_SUCCESS) {
+        return {};
+    }
+    return path.data();
+}
+
+void PublishPipePath(const std::string& name, const std::string& path) {
+    const Key key(KEY_SET_VALUE, true);
+    const LSTATUS error = key.Get() == nullptr ? key.Error()
+                                               : RegSetValueExA(key.Get(), name.c_str(), 0, REG_SZ,
+                                                                reinterpret_cast<const BYTE*>(path.c_str()),
+                                                                static_cast<DWORD>(path.size() + 1));
+    if (error != ERROR_SUCCESS) {
+        Throw("the registry does not take the server's pipe", error);
+    }
+}
+
+void WithdrawPipePath(const std::string& name, const std::string& path) noexcept {
+    try {
+        if (PublishedPipePath(name) == path) {
+            const Key key(KEY_SET_VALUE);
+            if (key.Get() != nullptr) {
+                RegDeleteValueA(key.Get(), name.c_str());
+            }
+        }
+    } catch (const std::exception&) {
+        // Then it stays, as that of a server that was killed does.
+    }
+}
+
+}  // namespace transport

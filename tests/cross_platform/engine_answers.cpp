@@ -1,0 +1,78 @@
+// engine-answers ENGINE: gives pictures to an engine and writes down what it answers, to be compared between systems:
+// scripts/compare-engines. Standard input holds, for each picture, a line with width and height, and then its rows of
+// blue, green and red bytes; standard output gets one line of JSON for each.
+
+#include <algorithm>
+#include <array>
+#include <boost/dll/shared_library.hpp>
+#include <chrono>
+#include <filesystem>
+#include <iostream>
+#include <nlohmann/json.hpp>
+#include <string>
+#include <vector>
+
+#include "engine/engine_records.h"
+#include "tests/cross_platform/binary_input.h"
+
+namespace {
+
+// The functions' names as the system's usual compiler spells them.
+#ifdef _WIN32
+constexpr const char* recogniseName = "?Recognize2@@YAHPEAUYUV420_IMG@@PEAUIMG@@PEAUtagRECT@@PEAURPLATE@@H@Z";
+constexpr const char* setRangeName = "?SetPlateRange@@YA_NHH@Z";
+#else
+constexpr const char* recogniseName = "_Z10Recognize2P10YUV420_IMGP3IMGP7tagRECTP6RPLATEi";
+constexpr const char* setRangeName = "_Z13SetPlateRangeii";
+#endif
+
+constexpr int longestStart = 15;  // refused ranges, of some seconds each
+
+nlohmann::json Describe(const RPLATE& plate) {
+    nlohmann::json corners;
+    for (const EngineCorner& corner : {plate.corner1, plate.corner2, plate.corner3, plate.corner4}) {
+        corners.push_back({corner.x, corner.y});
+    }
+    const std::string text(plate.text, std::find(std::begin(plate.text), std::end(plate.text), '\0'));
+    return {{"text", text},
+            {"confidence", ConfidenceSumOf(plate) / static_cast<double>(text.size())},
+            {"corners", corners}};
+}
+
+}  // namespace
+
+int main(int, char** arguments) {
+    TakeStandardInputAsBytes();
+    boost::dll::shared_library library;
+    library.load(std::filesystem::absolute(arguments[1]).string());
+    auto& recognise = library.get<int(YUV420_IMG*, IMG*, tagRECT*, RPLATE*, int)>(recogniseName);
+    auto& setRange = library.get<bool(int, int)>(setRangeName);
+
+    std::uint32_t width = 0;
+    std::uint32_t height = 0;
+    std::vector<std::uint8_t> pixels;
+    while (std::cin >> width >> height) {
+        std::cin.get();
+        pixels.resize(std::size_t{width} * height * 3);
+        std::cin.read(reinterpret_cast<char*>(pixels.data()), static_cast<std::streamsize>(pixels.size()));
+        int attempts = 0;
+        while (!setRange(0, static_cast<int>(width))) {
+            if (++attempts == longestStart) {
+                std::cerr << "engine-answers: the engine takes no range\n";
+                return 1;
+            }
+        }
+        IMG image = {width, height, 3, width * 3, pixels.data()};
+        std::array<RPLATE, engineRecordCount> plates = {};
+        const auto start = std::chrono::steady_clock::now();
+        const int count = recognise(nullptr, &image, nullptr, plates.data(), 0);
+        const std::chrono::duration<double, std::milli> spent = std::chrono::steady_clock::now() - start;
+        nlohmann::json readings = nlohmann::json::array();
+        for (std::size_t index = 0; index < static_cast<std::size_t>(count); ++index) {
+            readings.push_back(Describe(plates[index]));
+        }
+        const nlohmann::json answer = {{"milliseconds", spent.count()}, {"readings", readings}};
+        std::cout << answer.dump() << std::endl;
+    }
+    return 0;
+}

@@ -1,0 +1,4 @@
+#include "tests/cross_platform/binary_input.h"
+
+// As it always does.
+void TakeStandardInputAsBytes() {}

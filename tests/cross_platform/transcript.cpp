@@ -1,0 +1,142 @@
+#include "tests/cross_platform/transcript.h"
+
+#include <algorithm>
+#include <cctype>
+#include <stdexcept>
+#include <string_view>
+
+#include "tests/support/comes_true.h"
+
+namespace transcript {
+
+namespace {
+
+constexpr std::string_view detectorStart = "vexlane[";
+constexpr std::string_view launcherStart = "ServerLauncher: ";
+constexpr std::string_view baseStart = "[BaseDetectorImpl] ";
+constexpr std::string_view systemTextStart = " err = ";
+constexpr std::string_view handleStart = "0x";
+
+bool IsLauncherLine(const std::string& line) {
+    return line.starts_with(launcherStart);
+}
+
+}  // namespace
+
+std::string Hex(const void* bytes, std::size_t count) {
+    constexpr char digits[] = "0123456789abcdef";
+    std::string hex;
+    for (std::size_t i = 0; i < count; ++i) {
+        const unsigned byte = static_cast<const unsigned char*>(bytes)[i];
+        hex += digits[byte >> 4];
+        hex += digits[byte & 0xF];
+    }
+    return hex;
+}
+
+std::string Escaped(const std::string& text) {
+    std::string escaped;
+    for (const char character : text) {
+        if (character >= ' ' && character <= '~' && character != '\\') {
+            escaped += character;
+        } else {
+            escaped += '\\';
+            escaped += Hex(&character, 1);
+        }
+    }
+    return escaped;
+}
+
+std::string HexOfText(const char* text) {
+    return text == nullptr ? "-" : Hex(text, std::char_traits<char>::length(text));
+}
+
+std::string Masked(const std::string& line) {
+    if (!IsLauncherLine(line)) {
+        return line;
+    }
+    std::string masked = line;
+    const std::size_t systemText = masked.find(systemTextStart);
+    if (systemText != std::string::npos) {
+        masked.resize(systemText + systemTextStart.size());
+        masked += "*\r";
+    }
+    const std::size_t handle = masked.find(handleStart);
+    if (handle != std::string::npos) {
+        const std::size_t first = handle + handleStart.size();
+        std::size_t last = first;
+        while (last < masked.size() && std::isxdigit(static_cast<unsigned char>(masked[last])) != 0) {
+            ++last;
+        }
+        if (masked.compare(first, last - first, "0") != 0) {
+            masked.erase(first, last - first);
+            masked.insert(first, 1, '*');
+        }
+    }
+    return masked;
+}
+
+void Transcript::Append(const std::string& line) {
+    text += line;
+    text += '\n';
+}
+
+void Transcript::Write(const std::string& line) {
+    TakeLines();
+    Append(line);
+}
+
+const std::string& Transcript::Text() {
+    TakeLines();
+    return text;
+}
+
+// The lines that are complete; a text of several lines is several.
+std::vector<std::string> Transcript::NewLines() {
+    const std::string fresh = source.Text(read);
+    std::vector<std::string> lines;
+    std::size_t start = 0;
+    for (std::size_t end = fresh.find('\n'); end != std::string::npos; end = fresh.find('\n', start)) {
+        const std::string line = fresh.substr(start, end - start);
+        start = end + 1;
+        const bool isStart =
+            line.starts_with(detectorStart) || line.starts_with(launcherStart) || line.starts_with(baseStart);
+        // A system's text can bring line ends of its own.
+        if (isStart || !isBehindSystemText) {
+            isBehindSystemText = IsLauncherLine(line) && line.find(systemTextStart) != std::string::npos;
+            lines.push_back(Masked(line));
+        }
+    }
+    read += start;
+    return lines;
+}
+
+void Transcript::TakeLines() {
+    for (const std::string& line : NewLines()) {
+        Append("  trace " + Escaped(line));
+    }
+}
+
+void Transcript::TakeUnorderedLines(std::size_t launcherLineCount) {
+    std::vector<std::string> launcherLines;
+    const bool areThere = ComesTrue([&] {
+        for (const std::string& line : NewLines()) {
+            if (IsLauncherLine(line)) {
+                launcherLines.push_back(line);
+            } else {
+                Append("  trace " + Escaped(line));
+            }
+        }
+        return launcherLines.size() >= launcherLineCount;
+    });
+    if (!areThere) {
+        throw std::runtime_error("the launcher has written " + std::to_string(launcherLines.size()) + " lines, not " +
+                                 std::to_string(launcherLineCount));
+    }
+    std::sort(launcherLines.begin(), launcherLines.end());
+    for (const std::string& line : launcherLines) {
+        Append("  trace " + Escaped(line));
+    }
+}
+
+}  // namespace transcript

@@ -1,0 +1,9 @@
+#include <fcntl.h>
+#include <io.h>
+#include <stdio.h>
+
+#include "tests/cross_platform/binary_input.h"
+
+void TakeStandardInputAsBytes() {
+    _setmode(_fileno(stdin), _O_BINARY);
+}

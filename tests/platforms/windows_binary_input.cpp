@@ -1,9 +1,0 @@
-#include <fcntl.h>
-#include <io.h>
-#include <stdio.h>
-
-#include "tests/platforms/binary_input.h"
-
-void TakeStandardInputAsBytes() {
-    _setmode(_fileno(stdin), _O_BINARY);
-}

@@ -1,0 +1,102 @@
+// A host that forks. The child has the detectors and the server of its parent, but no poll thread.
+
+#include <functional>
+
+#include "tests/plugin/plugin_fixture.h"
+#include "tests/support/linux_forked_child.h"
+
+namespace {
+
+using namespace plugin_test;
+using servers::Running;
+using testing::SizeIs;
+
+class ForkingHost : public PluginFixture {
+  protected:
+    // Every range is refused, so that each frame restarts the server.
+    ForkingHost() { folder.SetScript(R"({"refused_ranges": "all"})"); }
+
+    bool Receives() {
+        auto* const receiver =
+            Query<OKM8::Analytics::IMediaReceiver>(detectors.front(), OKM8::ContractName::IMediaReceiver);
+        return receiver->Receive(recording_host::MakeFrame(buffers, 64, 48, 0)) == 0;
+    }
+
+    // Each way of a child to deal with what it has of its parent, and that the parent's servers are the same
+    // afterwards.
+    void ExpectThatChildrenEndAndLeaveTheServerAlone() {
+        const std::set<servers::ProcessId> before = Running();
+        const struct {
+            const char* name;
+            std::function<bool()> action;
+        } ways[] = {
+            {"exits", [] { return true; }},
+            {"plays a frame", [this] { return Receives(); }},
+            {"creates a detector and destroys it",
+             [this] {
+                 Destroy(CreateDetector());
+                 return true;
+             }},
+            {"destroys its detectors and the module",
+             [this] {
+                 while (!detectors.empty()) {
+                     Destroy(detectors.back());
+                 }
+                 plugin->FinalizeModule();
+                 return true;
+             }},
+            {"unloads the library",
+             [this] {
+                 while (!detectors.empty()) {
+                     Destroy(detectors.back());
+                 }
+                 plugin->FinalizeModule();
+                 plugin->Unload();
+                 return !IsLoaded(LibraryFile());
+             }},
+        };
+        for (const auto& way : ways) {
+            EXPECT_EQ(test_support::ExitCodeOfForkedChild(way.action), 0) << "a child that " << way.name;
+            EXPECT_EQ(Running(), before) << "a child that " << way.name;
+        }
+    }
+};
+
+// The first detector finds no program to start, so polling goes on.
+TEST_F(ForkingHost, WhosePollingIsOnHasChildrenThatEndAndLeaveTheServerAlone) {
+    servers::Remove();
+    Initialize();
+    CreateDetector();
+    ExpectThatChildrenEndAndLeaveTheServerAlone();
+    servers::Place(VEXLANE_SERVER_PROGRAM);
+    ASSERT_TRUE(ComesTrue([] { return Running().size() == 1; })) << "the parent does not poll any more";
+    ExpectThatChildrenEndAndLeaveTheServerAlone();
+}
+
+// The second detector finds a server and restarts it, which ends polling.
+TEST_F(ForkingHost, WhosePollingIsOverHasChildrenThatEndAndLeaveTheServerAlone) {
+    Initialize();
+    CreateDetector();
+    ASSERT_TRUE(ComesTrue([] { return Running().size() == 1; }));
+    CreateDetector();
+    ASSERT_THAT(Running(), SizeIs(1));
+    ExpectThatChildrenEndAndLeaveTheServerAlone();
+    EXPECT_TRUE(Receives());
+    ASSERT_THAT(Running(), SizeIs(1)) << "the parent restarts its server as ever";
+    Destroy(detectors.back());
+    EXPECT_THAT(Running(), SizeIs(0)) << "and ends it";
+}
+
+// A host that becomes a process of the background before its first detector.
+TEST_F(ForkingHost, ThatHasNoDetectorYetHasAChildThatStartsAndEndsAServerOfItsOwn) {
+    Initialize();
+    EXPECT_EQ(test_support::ExitCodeOfForkedChild([this] {
+                  CreateDetector();
+                  const bool isStarted = ComesTrue([] { return Running().size() == 1; });
+                  Destroy(detectors.back());
+                  return isStarted && Running().empty();
+              }),
+              0);
+}
+
+}  // namespace

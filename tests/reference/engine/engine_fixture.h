@@ -1,0 +1,202 @@
+/// The engine's two functions, and servers to call them with.
+#pragma once
+
+#include <gmock/gmock.h>
+
+#include <chrono>
+#include <cstring>
+#include <memory>
+#include <random>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "engine/engine_records.h"
+#include "reference/server/service.h"
+#include "reference/transport/messages.h"
+#include "tests/reference/engine/scripted_reader.h"
+#include "tests/support/comes_true.h"
+#include "tests/support/environment.h"
+#include "tests/support/runtime_folder.h"
+
+namespace reading_engine_test {
+
+using namespace std::chrono_literals;
+
+/// How long a call may take at most, on a machine that has much else to do.
+inline constexpr auto longestCall = 2000ms + 1500ms;
+
+inline const test_support::RuntimeFolder runtimeFolder;
+
+/// A name of this program's own, so that its servers and clients meet nobody else's. The engine reads it once for each
+/// thread.
+inline void UseOwnServerName() {
+    static const bool isSet = [] {
+        std::random_device random;
+        test_support::SetEnvironment("VEXLANE_READING_SOCKET",
+                                     "test-" + std::to_string(random()) + "-" + std::to_string(random()));
+        return true;
+    }();
+    static_cast<void>(isSet);
+}
+
+/// A service on a thread of this process.
+class RunningService {
+  public:
+    explicit RunningService(reading_service::Settings settings = {},
+                            reading_service::ReaderFactory factory = scripted_reader::Make)
+        : service(std::move(settings), std::move(factory)), thread([this] { end = service.Run(); }) {}
+    ~RunningService() { Stop(); }
+    RunningService(const RunningService&) = delete;
+    RunningService& operator=(const RunningService&) = delete;
+
+    void Stop() {
+        service.Stop();
+        Join();
+    }
+    reading_service::End Join() {
+        if (thread.joinable()) {
+            thread.join();
+        }
+        return end;
+    }
+
+  private:
+    reading_service::Service service;
+    reading_service::End end = reading_service::End::Told;
+    std::thread thread;
+};
+
+/// A picture of random pixels, with rows that may be longer than its width takes, and tell what to do.
+class TestPicture {
+  public:
+    TestPicture(std::uint32_t width, std::uint32_t height, std::uint32_t gap = 0, unsigned seed = 1) {
+        image = {width, height, 3, width * 3 + gap, nullptr};
+        pixels.resize(std::size_t{image.rowStride} * height);
+        std::minstd_rand random(seed);
+        for (std::uint8_t& byte : pixels) {
+            byte = static_cast<std::uint8_t>(random() >> 8);
+        }
+        image.pixels = pixels.data();
+        Tell(scripted_reader::Describe);
+    }
+
+    void Tell(scripted_reader::Command command, std::uint8_t argument = 0) {
+        pixels[0] = command;
+        pixels[1] = argument;
+    }
+
+    plate_reading::Picture AsRead() const {
+        return {pixels.data(), static_cast<int>(image.width), static_cast<int>(image.height), image.rowStride};
+    }
+
+    IMG image = {};
+    std::vector<std::uint8_t> pixels;
+};
+
+/// What the engine answers about an image, in records that were not zero before.
+struct Recognition {
+    explicit Recognition(IMG* image, tagRECT* region = nullptr) {
+        std::memset(static_cast<void*>(plates), 0xAA, sizeof plates);
+        count = Recognize2(nullptr, image, region, plates, 0);
+    }
+
+    RPLATE plates[engineRecordCount + 1];
+    int count = 0;
+};
+
+inline std::vector<int> CornersOf(const RPLATE& plate) {
+    std::vector<int> numbers;
+    for (const EngineCorner& corner : {plate.corner1, plate.corner2, plate.corner3, plate.corner4}) {
+        numbers.insert(numbers.end(), {corner.x, corner.y});
+    }
+    return numbers;
+}
+
+/// A record of exactly that reading, and zeros elsewhere.
+inline RPLATE RecordOf(const plate_reading::Reading& reading) {
+    RPLATE plate = {};
+    std::memcpy(plate.text, reading.text.data(), reading.text.size());
+    SetConfidenceSum(plate, reading.confidence * static_cast<double>(reading.text.size()));
+    plate.corner1 = {reading.corners[0].x, reading.corners[0].y};
+    plate.corner2 = {reading.corners[1].x, reading.corners[1].y};
+    plate.corner3 = {reading.corners[2].x, reading.corners[2].y};
+    plate.corner4 = {reading.corners[3].x, reading.corners[3].y};
+    return plate;
+}
+
+/// Whether the engine has answered these readings and touched no record behind them.
+inline testing::AssertionResult Answers(const Recognition& recognition,
+                                        const std::vector<plate_reading::Reading>& wanted) {
+    if (recognition.count != static_cast<int>(wanted.size())) {
+        return testing::AssertionFailure() << recognition.count << " records, not " << wanted.size();
+    }
+    for (std::size_t index = 0; index < wanted.size(); ++index) {
+        const RPLATE record = RecordOf(wanted[index]);
+        const RPLATE& plate = recognition.plates[index];
+        if (std::memcmp(&plate, &record, sizeof record) != 0) {
+            return testing::AssertionFailure()
+                   << "record " << index << " is " << std::string(plate.text, sizeof plate.text) << " of "
+                   << ConfidenceSumOf(plate) << " at " << testing::PrintToString(CornersOf(plate)) << ", not "
+                   << wanted[index].text << " of " << ConfidenceSumOf(record) << " at "
+                   << testing::PrintToString(CornersOf(record));
+        }
+    }
+    const auto* const bytes = reinterpret_cast<const unsigned char*>(&recognition.plates[wanted.size()]);
+    for (const unsigned char* byte = bytes;
+         byte != reinterpret_cast<const unsigned char*>(std::end(recognition.plates)); ++byte) {
+        if (*byte != 0xAA) {
+            return testing::AssertionFailure() << "something behind the last record was written";
+        }
+    }
+    return testing::AssertionSuccess();
+}
+
+template <class Action>
+std::chrono::milliseconds TimeOf(Action action) {
+    const auto start = std::chrono::steady_clock::now();
+    action();
+    return std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::steady_clock::now() - start);
+}
+
+class ReadingEngine : public testing::Test {
+  protected:
+    ReadingEngine() { UseOwnServerName(); }
+};
+
+/// Comes and goes: the server clears up what has ended whenever somebody comes.
+inline void VisitServer() {
+    transport::Connection::Open(transport::ServerName());
+}
+
+/// A client that greets and then says nothing.
+struct Greeted {
+    Greeted() : connection(transport::Connection::Open(transport::ServerName())) {
+        const transport::Deadline deadline = transport::Clock::now() + 10s;
+        std::vector<std::uint8_t> bytes;
+        std::optional<transport::PeerMemory> memory;
+        if (connection) {
+            // A busy server has gone by then.
+            connection->Send(transport::Encode({1, transport::Greeting()}), nullptr, deadline);
+            if (connection->Receive(bytes, transport::largestMessageBytes, memory, 0, deadline)) {
+                answer = transport::Decode(bytes);
+            }
+        }
+    }
+
+    std::optional<transport::Connection> connection;
+    std::optional<transport::Message> answer;
+};
+
+/// What a server says that has no place for a client.
+inline transport::Message BusyAnswer() {
+    return {0, transport::Busy()};
+}
+
+/// Runs something on a thread whose engine has no past.
+template <class Action>
+void OnNewThread(Action action) {
+    std::thread(action).join();
+}
+
+}  // namespace reading_engine_test

@@ -1,0 +1,25 @@
+// A host that forks with an engine that is connected.
+
+#include "tests/reference/engine/engine_fixture.h"
+#include "tests/support/linux_forked_child.h"
+
+namespace {
+
+using namespace reading_engine_test;
+
+bool IsRead(std::uint32_t width, std::uint32_t height, unsigned seed) {
+    TestPicture picture(width, height, 0, seed);
+    return SetPlateRange(1, 2) &&
+           Answers(Recognition(&picture.image),
+                   scripted_reader::DescriptionOf(picture.AsRead(), std::nullopt, plate_reading::WidthRange{1, 2}));
+}
+
+// Over one connection the larger picture of the child would take the place of its parent's in the server.
+TEST_F(ReadingEngine, OfAForkedChildHasAConnectionOfItsOwn) {
+    const RunningService service;
+    ASSERT_TRUE(IsRead(40, 30, 1));
+    EXPECT_EQ(test_support::ExitCodeOfForkedChild([] { return IsRead(400, 300, 2); }), 0);
+    EXPECT_TRUE(IsRead(40, 30, 3)) << "the parent is answered about another picture";
+}
+
+}  // namespace

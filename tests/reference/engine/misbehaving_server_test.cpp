@@ -1,0 +1,343 @@
+// Servers that do not do what they should, each for clients of its own.
+
+#include <atomic>
+#include <functional>
+#include <mutex>
+#include <random>
+
+#include "reference/engine/client.h"
+#include "tests/reference/engine/engine_fixture.h"
+
+namespace {
+
+using namespace reading_engine_test;
+using engine_client::Client;
+using transport::Clock;
+using transport::Connection;
+using transport::Contents;
+using transport::Message;
+using Bytes = std::vector<std::uint8_t>;
+
+/// What a server does with one client; its end ends the connection.
+using Behaviour = std::function<void(Connection&)>;
+
+/// Serves all clients in the same way, until it is destroyed.
+class FakeServer {
+  public:
+    explicit FakeServer(Behaviour chosenBehaviour)
+        : behaviour(std::move(chosenBehaviour)), accepting([this] { Accept(); }) {}
+    ~FakeServer() {
+        listener->Shutdown();
+        accepting.join();
+        {
+            const std::lock_guard lock(mutex);
+            for (const auto& connection : connections) {
+                connection->Shutdown();
+            }
+        }
+        for (std::thread& thread : threads) {
+            thread.join();
+        }
+    }
+    FakeServer(const FakeServer&) = delete;
+    FakeServer& operator=(const FakeServer&) = delete;
+
+    const std::string name =
+        "vexlane-test-" + std::to_string(std::random_device()()) + "-" + std::to_string(std::random_device()());
+
+  private:
+    void Accept() {
+        while (std::optional<Connection> connection = listener->Accept(transport::noDeadline)) {
+            auto kept = std::make_shared<Connection>(std::move(*connection));
+            const std::lock_guard lock(mutex);
+            connections.push_back(kept);
+            threads.emplace_back([this, kept] {
+                behaviour(*kept);
+                kept->Shutdown();
+            });
+        }
+    }
+
+    const Behaviour behaviour;
+    std::optional<transport::Listener> listener = transport::Listener::Open(name);
+    std::mutex mutex;
+    std::vector<std::shared_ptr<Connection>> connections;
+    std::vector<std::thread> threads;
+    std::thread accepting;
+};
+
+std::optional<Message> Next(Connection& connection) {
+    Bytes bytes;
+    std::optional<transport::PeerMemory> memory;
+    if (!connection.Receive(bytes, transport::largestMessageBytes, memory, transport::largestPictureBytes,
+                            transport::noDeadline)) {
+        return std::nullopt;
+    }
+    return transport::Decode(bytes);
+}
+
+bool Say(Connection& connection, const Bytes& bytes, const transport::SharedMemory* memory = nullptr) {
+    return connection.Send(bytes, memory, Clock::now() + 10s);
+}
+
+void KeepSilent(Connection& connection) {
+    while (Next(connection)) {
+    }
+}
+
+// The text tells whose answer it is.
+transport::Readings ReadingsOf(const std::string& text) {
+    return {{{text, 50, {}}}};
+}
+
+Contents RightAnswer(const Message& request) {
+    if (std::holds_alternative<transport::Greeting>(request.contents)) {
+        return transport::GreetingAnswer();
+    }
+    if (std::holds_alternative<transport::Range>(request.contents)) {
+        return transport::RangeTaken();
+    }
+    return ReadingsOf("RIGHT1");
+}
+
+/// Answers as it should to the kinds before this one.
+template <class Kind>
+std::optional<Message> ServeUpTo(Connection& connection) {
+    while (std::optional<Message> request = Next(connection)) {
+        if (std::holds_alternative<Kind>(request->contents)) {
+            return request;
+        }
+        if (!Say(connection, transport::Encode({request->number, RightAnswer(*request)}))) {
+            break;
+        }
+    }
+    return std::nullopt;
+}
+
+void ServeWell(Connection& connection) {
+    while (std::optional<Message> request = Next(connection)) {
+        if (!Say(connection, transport::Encode({request->number, RightAnswer(*request)}))) {
+            return;
+        }
+    }
+}
+
+struct Recognized {
+    int count = 0;
+    std::string text;
+    std::chrono::milliseconds time{};
+};
+
+Recognized Recognize(Client& client) {
+    TestPicture picture(8, 8);
+    RPLATE plates[engineRecordCount] = {};
+    Recognized recognized;
+    recognized.time = TimeOf([&] { recognized.count = client.Recognise(&picture.image, nullptr, plates); });
+    recognized.text = plates[0].text;
+    return recognized;
+}
+
+/// Runs all of them at once, since most of them wait.
+template <class Case, class Action>
+void ForEachAtOnce(const std::vector<Case>& cases, Action action) {
+    std::vector<std::thread> threads;
+    for (const Case& one : cases) {
+        threads.emplace_back([&one, action] { action(one); });
+    }
+    for (std::thread& thread : threads) {
+        thread.join();
+    }
+}
+
+struct Misbehaviour {
+    const char* what;
+    Behaviour behaviour;
+};
+
+/// What can go wrong with the answer to a request of that kind.
+template <class Kind>
+std::vector<Misbehaviour> Misbehaviours() {
+    // Each says what it says in place of the answer.
+    const auto inPlaceOfTheAnswer = [](auto say) {
+        return [say](Connection& connection) {
+            if (const std::optional<Message> request = ServeUpTo<Kind>(connection)) {
+                say(connection, *request);
+                KeepSilent(connection);
+            }
+        };
+    };
+    const auto encoded = [](const Message& request) {
+        return transport::Encode({request.number, RightAnswer(request)});
+    };
+    return {
+        {"silence", inPlaceOfTheAnswer([](Connection&, const Message&) {})},
+        {"an end", [](Connection& connection) { ServeUpTo<Kind>(connection); }},
+        {"one byte at a time", inPlaceOfTheAnswer([encoded](Connection& connection, const Message& request) {
+             for (const std::uint8_t byte : encoded(request)) {
+                 if (!Say(connection, {byte})) {
+                     return;
+                 }
+                 std::this_thread::sleep_for(10ms);
+             }
+         })},
+        {"a beginning", inPlaceOfTheAnswer([encoded](Connection& connection, const Message& request) {
+             Bytes bytes = encoded(request);
+             bytes.pop_back();
+             Say(connection, bytes);
+         })},
+        {"too much", inPlaceOfTheAnswer([encoded](Connection& connection, const Message& request) {
+             Bytes bytes = encoded(request);
+             bytes.push_back(0);
+             Say(connection, bytes);
+         })},
+        {"much too much",
+         inPlaceOfTheAnswer([](Connection& connection, const Message&) { Say(connection, Bytes(100000, 6)); })},
+        {"nothing in a message",
+         inPlaceOfTheAnswer([](Connection& connection, const Message&) { Say(connection, {}); })},
+        {"garbage", inPlaceOfTheAnswer([](Connection& connection, const Message&) {
+             std::minstd_rand random(7);
+             for (std::size_t size = 1; size < 300; size += 13) {
+                 Bytes bytes(size);
+                 for (std::uint8_t& byte : bytes) {
+                     byte = static_cast<std::uint8_t>(random() >> 9);
+                 }
+                 Say(connection, bytes);
+             }
+         })},
+        {"another number", inPlaceOfTheAnswer([](Connection& connection, const Message& request) {
+             Say(connection, transport::Encode({request.number - 1, RightAnswer(request)}));
+         })},
+        {"its own request", inPlaceOfTheAnswer([](Connection& connection, const Message& request) {
+             Say(connection, transport::Encode(request));
+         })},
+        {"another answer", inPlaceOfTheAnswer([](Connection& connection, const Message& request) {
+             const bool isRange = std::holds_alternative<transport::Range>(request.contents);
+             Say(connection, transport::Encode({request.number, isRange ? Contents(ReadingsOf("WRONG1"))
+                                                                        : Contents(transport::RangeTaken())}));
+         })},
+        {"that it is busy, as an answer", inPlaceOfTheAnswer([](Connection& connection, const Message& request) {
+             Say(connection, transport::Encode({request.number, transport::Busy()}));
+         })},
+        {"memory beside the answer", inPlaceOfTheAnswer([encoded](Connection& connection, const Message& request) {
+             const transport::SharedMemory memory(100);
+             Say(connection, encoded(request), &memory);
+         })},
+    };
+}
+
+TEST(MisbehavingServer, ThatDoesNotTakeARangeIsRefusedInTime) {
+    std::vector<Misbehaviour> all = Misbehaviours<transport::Greeting>();
+    for (const Misbehaviour& one : Misbehaviours<transport::Range>()) {
+        all.push_back(one);
+    }
+    all.push_back(
+        {"a greeting of another version", [](Connection& connection) {
+             const std::optional<Message> greeting = Next(connection);
+             if (greeting && Say(connection, transport::Encode({greeting->number, transport::GreetingAnswer{2}}))) {
+                 ServeWell(connection);
+             }
+         }});
+    all.push_back({"that it is busy, too late", [](Connection& connection) {
+                       if (ServeUpTo<transport::Range>(connection)) {
+                           Say(connection, transport::Encode({0, transport::Busy()}));
+                       }
+                   }});
+    ForEachAtOnce(all, [](const Misbehaviour& one) {
+        const FakeServer server(one.behaviour);
+        Client client(server.name);
+        bool isTaken = true;
+        const auto time = TimeOf([&] { isTaken = client.SetRange(1, 2); });
+        EXPECT_FALSE(isTaken) << one.what;
+        EXPECT_GE(time, 1900ms) << one.what << ": it was not waited for";
+        EXPECT_LT(time, longestCall) << one.what;
+        // A frame then makes but one short attempt.
+        const Recognized recognized = Recognize(client);
+        EXPECT_EQ(recognized.count, 0) << one.what;
+        EXPECT_LT(recognized.time, 1s) << one.what;
+    });
+}
+
+// It costs little time, with every frame, and the range is not refused: nobody is to end the server for that.
+TEST(MisbehavingServer, ThatIsBusyForEverCostsThePlatesAlone) {
+    std::atomic<int> attempts = 0;
+    const FakeServer server([&attempts](Connection& connection) {
+        ++attempts;
+        Say(connection, transport::Encode({0, transport::Busy()}));
+    });
+    Client client(server.name);
+    for (int frame = 0; frame < 5; ++frame) {
+        EXPECT_LT(TimeOf([&] { EXPECT_TRUE(client.SetRange(1, 2)); }), longestCall);
+        EXPECT_EQ(Recognize(client).count, 0);
+    }
+    EXPECT_LE(attempts, 5 * 3) << "it is asked again and again";
+}
+
+TEST(MisbehavingServer, ThatDoesNotAnswerAFrameCostsThatFrameAlone) {
+    ForEachAtOnce(Misbehaviours<transport::Frame>(), [](const Misbehaviour& one) {
+        // The first client is served ill, those behind it well.
+        const auto isFirst = std::make_shared<std::atomic<bool>>(true);
+        const FakeServer server([&one, isFirst](Connection& connection) {
+            if (isFirst->exchange(false)) {
+                one.behaviour(connection);
+            } else {
+                ServeWell(connection);
+            }
+        });
+        Client client(server.name);
+        ASSERT_TRUE(client.SetRange(1, 2)) << one.what;
+        Recognized recognized = Recognize(client);
+        EXPECT_EQ(recognized.count, 0) << one.what;
+        EXPECT_LT(recognized.time, longestCall) << one.what;
+        ASSERT_TRUE(client.SetRange(1, 2)) << one.what;
+        recognized = Recognize(client);
+        EXPECT_EQ(recognized.count, 1) << one.what;
+        EXPECT_EQ(recognized.text, "RIGHT1") << one.what;
+    });
+}
+
+TEST(MisbehavingServer, ThatAnswersTwiceIsNotBelievedLater) {
+    std::atomic<bool> isFirst = true;
+    const FakeServer server([&isFirst](Connection& connection) {
+        const bool answersTwice = isFirst.exchange(false);
+        while (const std::optional<Message> request = ServeUpTo<transport::Frame>(connection)) {
+            Say(connection, transport::Encode({request->number, ReadingsOf("FIRST1")}));
+            if (answersTwice) {
+                Say(connection, transport::Encode({request->number, ReadingsOf("SECOND2")}));
+            }
+        }
+    });
+    Client client(server.name);
+    ASSERT_TRUE(client.SetRange(1, 2));
+    EXPECT_EQ(Recognize(client).text, "FIRST1");
+    EXPECT_EQ(Recognize(client).count, 0) << "the second answer was taken for that of the next frame";
+    EXPECT_EQ(Recognize(client).text, "FIRST1");
+}
+
+TEST(MisbehavingServer, ThatIsNotThereIsWaitedForAndThenRefused) {
+    Client client("vexlane-test-nobody-" + std::to_string(std::random_device()()));
+    bool isTaken = true;
+    const auto time = TimeOf([&] { isTaken = client.SetRange(1, 2); });
+    EXPECT_FALSE(isTaken);
+    EXPECT_GE(time, 1900ms);
+    EXPECT_LT(time, longestCall);
+    const Recognized recognized = Recognize(client);
+    EXPECT_EQ(recognized.count, 0);
+    EXPECT_LT(recognized.time, 1s);
+}
+
+TEST(MisbehavingServer, WhoseRoomIsFullIsRefusedInTime) {
+    // Nobody accepts, and so many wait that no more may.
+    const std::string name = "vexlane-test-full-" + std::to_string(std::random_device()());
+    const std::optional<transport::Listener> listener = transport::Listener::Open(name);
+    std::vector<Connection> waiting;
+    while (std::optional<Connection> connection = Connection::Open(name)) {
+        waiting.push_back(std::move(*connection));
+        ASSERT_LT(waiting.size(), 5000u);
+    }
+    Client client(name);
+    bool isTaken = true;
+    EXPECT_LT(TimeOf([&] { isTaken = client.SetRange(1, 2); }), longestCall);
+    EXPECT_FALSE(isTaken);
+}
+
+}  // namespace

@@ -1,0 +1,508 @@
+// The server: when it begins and ends, who gets a reader, and what it does when a reader fails.
+
+#include "reference/server/service.h"
+
+#include <algorithm>
+#include <atomic>
+#include <deque>
+#include <future>
+#include <mutex>
+#include <stdexcept>
+
+#include "reference/engine/client.h"
+#include "reference/transport/messages.h"
+#include "tests/reference/engine/engine_fixture.h"
+
+namespace {
+
+using namespace reading_engine_test;
+using engine_client::Client;
+using plate_reading::Picture;
+using plate_reading::Reading;
+using plate_reading::Region;
+using plate_reading::WidthRange;
+using reading_service::End;
+using reading_service::Settings;
+using testing::ElementsAre;
+using transport::Connection;
+
+/// A reader whose frames wait until they are let go.
+class Gate {
+  public:
+    void Pass(int frame) {
+        std::unique_lock lock(mutex);
+        arrived.push_back(frame);
+        changed.notify_all();
+        changed.wait(lock, [this] { return open > 0; });
+        --open;
+    }
+    void Open(int frames) {
+        const std::lock_guard lock(mutex);
+        open += frames;
+        changed.notify_all();
+    }
+    std::vector<int> Arrived() {
+        const std::lock_guard lock(mutex);
+        return arrived;
+    }
+    bool ComeTo(std::size_t count) {
+        return ComesTrue([&] { return Arrived().size() >= count; });
+    }
+
+  private:
+    std::mutex mutex;
+    std::condition_variable changed;
+    std::vector<int> arrived;
+    int open = 0;
+};
+
+class GatedReader final : public plate_reading::FrameReader {
+  public:
+    explicit GatedReader(Gate& chosenGate) : gate(chosenGate) {}
+    std::vector<Reading> Read(const Picture& picture, const std::optional<Region>&,
+                              const std::optional<WidthRange>&) override {
+        gate.Pass(picture.pixels[1]);
+        return {scripted_reader::Numbered(picture.pixels[1])};
+    }
+
+  private:
+    Gate& gate;
+};
+
+reading_service::ReaderFactory Gated(Gate& gate) {
+    return [&gate] { return std::make_unique<GatedReader>(gate); };
+}
+
+Settings With(void (*change)(Settings&)) {
+    Settings settings;
+    change(settings);
+    return settings;
+}
+
+class ReadingService : public ReadingEngine {
+  protected:
+    /// A thread whose frame of that number is on its way; answers what is read.
+    std::future<int> Send(int number, bool* isRight = nullptr) {
+        return std::async(std::launch::async, [number, isRight] {
+            Client client;
+            EXPECT_TRUE(client.SetRange(1, 2));
+            TestPicture picture(4, 4);
+            picture.pixels[1] = static_cast<std::uint8_t>(number);
+            RPLATE plates[engineRecordCount] = {};
+            const int count = client.Recognise(&picture.image, nullptr, plates);
+            if (isRight != nullptr) {
+                *isRight = count == 1 && std::string(plates[0].text) == scripted_reader::Numbered(number).text;
+            }
+            return count;
+        });
+    }
+
+    bool TakesARange() {
+        Client client;
+        return client.SetRange(1, 2);
+    }
+};
+
+// Beginning and ending
+
+TEST_F(ReadingService, ListensBeforeThereIsAReader) {
+    std::promise<void> goOn;
+    std::shared_future<void> wait = goOn.get_future().share();
+    RunningService service({}, [wait] {
+        wait.wait();
+        return scripted_reader::Make();
+    });
+    EXPECT_TRUE(TakesARange());
+    auto frame = Send(0);
+    EXPECT_NE(frame.wait_for(50ms), std::future_status::ready);
+    goOn.set_value();
+    EXPECT_EQ(frame.get(), 2);
+}
+
+TEST_F(ReadingService, EndsWhenNobodyHasBeenConnectedForItsTime) {
+    RunningService service(With([](Settings& settings) { settings.longestIdle = 300ms; }));
+    EXPECT_THAT(TimeOf([&] { EXPECT_EQ(service.Join(), End::Idle); }),
+                testing::AllOf(testing::Ge(290ms), testing::Lt(5s)));
+    EXPECT_FALSE(Connection::Open(transport::ServerName()));
+}
+
+TEST_F(ReadingService, CountsItsIdleTimeFromTheEndOfTheLastConnection) {
+    RunningService service(With([](Settings& settings) { settings.longestIdle = 300ms; }));
+    {
+        Client client;
+        ASSERT_TRUE(client.SetRange(1, 2));
+        std::this_thread::sleep_for(700ms);
+        EXPECT_TRUE(Connection::Open(transport::ServerName())) << "it has ended under its client";
+    }
+    EXPECT_THAT(TimeOf([&] { EXPECT_EQ(service.Join(), End::Idle); }),
+                testing::AllOf(testing::Ge(250ms), testing::Lt(5s)));
+}
+
+TEST_F(ReadingService, EndsWhenItIsToldToWithAllConnections) {
+    RunningService service;
+    Client client;
+    ASSERT_TRUE(client.SetRange(1, 2));
+    std::optional<Connection> silent = Connection::Open(transport::ServerName());
+    EXPECT_LT(TimeOf([&] { service.Stop(); }), 2s);
+    EXPECT_EQ(service.Join(), End::Told);
+    EXPECT_FALSE(Connection::Open(transport::ServerName()));
+    EXPECT_FALSE(silent->PeerIsThere());
+}
+
+TEST_F(ReadingService, EndsAtOnceWhenItWasToldToBefore) {
+    reading_service::Service service({}, scripted_reader::Make);
+    service.Stop();
+    EXPECT_EQ(service.Run(), End::Told);
+}
+
+TEST_F(ReadingService, EndsWhenAnotherOneKeepsTheName) {
+    const auto listener = transport::Listener::Open(transport::ServerName());
+    RunningService service(With([](Settings& settings) { settings.longestWaitForName = 200ms; }));
+    EXPECT_THAT(TimeOf([&] { EXPECT_EQ(service.Join(), End::NameTaken); }),
+                testing::AllOf(testing::Ge(190ms), testing::Lt(5s)));
+}
+
+TEST_F(ReadingService, WaitsForTheNameOfOneThatIsEnding) {
+    auto listener = transport::Listener::Open(transport::ServerName());
+    RunningService service(With([](Settings& settings) { settings.longestWaitForName = 30s; }));
+    std::this_thread::sleep_for(100ms);
+    listener.reset();
+    EXPECT_TRUE(TakesARange());
+}
+
+TEST_F(ReadingService, CanBeToldToEndWhileItWaitsForTheName) {
+    const auto listener = transport::Listener::Open(transport::ServerName());
+    RunningService service(With([](Settings& settings) { settings.longestWaitForName = 1h; }));
+    EXPECT_LT(TimeOf([&] { service.Stop(); }), 2s);
+    EXPECT_EQ(service.Join(), End::Told);
+}
+
+TEST_F(ReadingService, ThatStartsWithinTheClientsTimeIsTaken) {
+    Client client;
+    auto taken = std::async(std::launch::async, [&] { return client.SetRange(1, 2); });
+    std::this_thread::sleep_for(1s);
+    RunningService service;
+    EXPECT_TRUE(taken.get());
+}
+
+TEST_F(ReadingService, ThatCameAnewIsGivenTheRangeAgain) {
+    Client client;
+    TestPicture picture(4, 4);
+    RPLATE plates[engineRecordCount] = {};
+    auto service = std::make_unique<RunningService>();
+    ASSERT_TRUE(client.SetRange(17, 18));
+    service.reset();
+    EXPECT_EQ(client.Recognise(&picture.image, nullptr, plates), 0);
+    service = std::make_unique<RunningService>();
+    // A frame connects by itself, with one attempt each.
+    ASSERT_TRUE(ComesTrue([&] { return client.Recognise(&picture.image, nullptr, plates) == 2; }));
+    EXPECT_EQ(plates[1].corner1.x, 17);
+    EXPECT_EQ(plates[1].corner1.y, 18);
+}
+
+// Connections
+
+/// How many readings a client gets of a picture in which there are two.
+int ReadingsFor(Client& client) {
+    TestPicture picture(4, 4);
+    RPLATE plates[engineRecordCount] = {};
+    return client.Recognise(&picture.image, nullptr, plates);
+}
+
+// A client beyond the places once looked like a hung server, which the library of that client then ended for all.
+TEST_F(ReadingService, TellsClientsBeyondItsPlacesThatItIsBusy) {
+    RunningService service(With([](Settings& settings) { settings.mostConnections = 3; }));
+    std::vector<Client> clients(3);
+    for (Client& client : clients) {
+        ASSERT_TRUE(client.SetRange(1, 2));
+    }
+    for (int round = 0; round < 20; ++round) {
+        EXPECT_EQ(Greeted().answer, BusyAnswer());
+    }
+    Client waiting;
+    EXPECT_THAT(TimeOf([&] { EXPECT_TRUE(waiting.SetRange(17, 18)); }),
+                testing::AllOf(testing::Ge(50ms), testing::Lt(longestCall)));
+    EXPECT_LT(TimeOf([&] { EXPECT_EQ(ReadingsFor(waiting), 0); }), 1s);
+    for (Client& client : clients) {
+        EXPECT_TRUE(client.SetRange(1, 2));
+        EXPECT_EQ(ReadingsFor(client), 2);
+    }
+    clients.pop_back();
+    // The range that it could not give before is given with the connection.
+    TestPicture picture(4, 4);
+    RPLATE plates[engineRecordCount] = {};
+    ASSERT_TRUE(ComesTrue([&] { return waiting.Recognise(&picture.image, nullptr, plates) == 2; }))
+        << "the place of one that has gone is not given away";
+    EXPECT_EQ(plates[1].corner1.x, 17);
+}
+
+/// Wine takes many times as long for a connection.
+#ifdef _WIN32
+constexpr std::size_t places = 32;
+constexpr std::size_t others = 8;
+#else
+constexpr std::size_t places = 256;
+constexpr std::size_t others = 44;
+#endif
+
+TEST_F(ReadingService, ServesAsManyAsItHasPlacesForAndTheOthersAsPlacesBecomeFree) {
+    RunningService service(With([](Settings& settings) { settings.mostConnections = places; }));
+    std::deque<Client> clients(places + others);
+    const auto forEach = [&clients](std::size_t first, std::size_t last, auto action) {
+        std::vector<std::thread> threads;
+        for (std::size_t index = first; index < last; ++index) {
+            threads.emplace_back([&action, &client = clients[index]] { action(client); });
+        }
+        for (std::thread& thread : threads) {
+            thread.join();
+        }
+    };
+    for (std::size_t index = 0; index < places; ++index) {
+        ASSERT_TRUE(clients[index].SetRange(1, 2)) << index;
+    }
+    std::atomic<std::size_t> taken = 0;
+    std::atomic<std::size_t> served = 0;
+    const auto play = [&](Client& client) {
+        taken += client.SetRange(1, 2) ? 1 : 0;
+        served += ReadingsFor(client) == 2 ? 1 : 0;
+    };
+    forEach(places, clients.size(), play);
+    EXPECT_EQ(taken, others) << "a busy server was taken for one that is hung";
+    EXPECT_EQ(served, 0u);
+    for (std::size_t index = 0; index < places; ++index) {
+        play(clients[index]);
+    }
+    EXPECT_EQ(taken, clients.size());
+    EXPECT_EQ(served, places);
+    for (std::size_t gone = 0; gone < others; ++gone) {
+        clients.pop_front();
+    }
+    served = 0;
+    forEach(places - others, places, [&](Client& client) {
+        served += ComesTrue([&] { return client.SetRange(1, 2) && ReadingsFor(client) == 2; }) ? 1 : 0;
+    });
+    EXPECT_EQ(served, others);
+}
+
+TEST_F(ReadingService, OutlivesAFloodOfConnectionsThatSayNothing) {
+    RunningService service(With([](Settings& settings) { settings.mostConnections = 8; }));
+    Client client;
+    ASSERT_TRUE(client.SetRange(1, 2));
+    {
+        std::vector<Connection> silent;
+        while (silent.size() < 100) {
+            if (std::optional<Connection> next = Connection::Open(transport::ServerName())) {
+                silent.push_back(std::move(*next));
+            }
+        }
+        EXPECT_TRUE(client.SetRange(1, 2));
+        EXPECT_EQ(ReadingsFor(client), 2);
+        EXPECT_TRUE(ComesTrue([&silent] {
+            return std::ranges::count_if(silent, [](const Connection& one) { return one.PeerIsThere(); }) <= 7;
+        })) << "it keeps connections beyond its places";
+    }
+    EXPECT_TRUE(ComesTrue([] {
+        Client second;
+        return second.SetRange(1, 2) && ReadingsFor(second) == 2;
+    }));
+}
+
+// Readers
+
+TEST_F(ReadingService, MakesNoMoreReadersThanItMayAndNoneThatNobodyNeeds) {
+    Gate gate;
+    std::atomic<int> made = 0;
+    RunningService service(With([](Settings& settings) { settings.readers = 2; }), [&] {
+        ++made;
+        return std::make_unique<GatedReader>(gate);
+    });
+    gate.Open(3);
+    for (int number = 0; number < 3; ++number) {
+        EXPECT_EQ(Send(number).get(), 1);
+    }
+    EXPECT_EQ(made, 1);
+    std::vector<std::future<int>> frames;
+    for (int number = 0; number < 5; ++number) {
+        frames.push_back(Send(number));
+    }
+    ASSERT_TRUE(gate.ComeTo(5));
+    std::this_thread::sleep_for(100ms);
+    EXPECT_EQ(gate.Arrived().size(), 5u) << "more frames at once than readers";
+    gate.Open(5);
+    for (auto& frame : frames) {
+        EXPECT_EQ(frame.get(), 1);
+    }
+    EXPECT_EQ(made, 2);
+}
+
+TEST_F(ReadingService, TakesARangeAtOnceWhileAllReadersAreBusy) {
+    Gate gate;
+    RunningService service(With([](Settings& settings) { settings.readers = 1; }), Gated(gate));
+    auto busy = Send(0);
+    ASSERT_TRUE(gate.ComeTo(1));
+    auto waiting = Send(1);
+    EXPECT_LT(TimeOf([&] { EXPECT_TRUE(TakesARange()); }), 1s);
+    gate.Open(2);
+    EXPECT_EQ(busy.get(), 1);
+    EXPECT_EQ(waiting.get(), 1);
+}
+
+TEST(ReaderPool, LendsInTheOrderInWhichItIsAsked) {
+    reading_service::ReaderPool pool(1, scripted_reader::Make);
+    auto first = std::make_optional(pool.Take(transport::noDeadline));
+    ASSERT_TRUE(first->has_value());
+    std::mutex mutex;
+    std::vector<int> order;
+    std::vector<std::thread> threads;
+    for (int number = 0; number < 5; ++number) {
+        threads.emplace_back([&, number] {
+            const auto loan = pool.Take(transport::Clock::now() + 1min);
+            const std::lock_guard lock(mutex);
+            order.push_back(number);
+        });
+        ASSERT_TRUE(ComesTrue([&] { return pool.Waiting() == threads.size(); }));
+    }
+    first.reset();
+    for (std::thread& thread : threads) {
+        thread.join();
+    }
+    EXPECT_THAT(order, ElementsAre(0, 1, 2, 3, 4));
+}
+
+TEST(ReaderPool, LetsGoAtTheDeadlineAndWhenItIsStopped) {
+    reading_service::ReaderPool pool(1, scripted_reader::Make);
+    {
+        const auto lent = pool.Take(transport::noDeadline);
+        ASSERT_TRUE(lent);
+        EXPECT_THAT(TimeOf([&] { EXPECT_FALSE(pool.Take(transport::Clock::now() + 50ms)); }),
+                    testing::AllOf(testing::Ge(50ms), testing::Lt(5s)));
+        auto waiting = std::async(std::launch::async, [&] { return pool.Take(transport::noDeadline).has_value(); });
+        EXPECT_NE(waiting.wait_for(20ms), std::future_status::ready);
+        pool.Stop();
+        EXPECT_FALSE(waiting.get());
+    }
+    EXPECT_FALSE(pool.Take(transport::noDeadline));
+}
+
+TEST_F(ReadingService, ReadsNoFrameWhoseClientHasGone) {
+    Gate gate;
+    RunningService service(With([](Settings& settings) { settings.readers = 1; }), Gated(gate));
+    auto busy = Send(1);
+    ASSERT_TRUE(gate.ComeTo(1));
+    {
+        // It says everything and does not wait for an answer.
+        auto hasty = Connection::Open(transport::ServerName());
+        const transport::SharedMemory memory(4 * 4 * 3);
+        memory.Bytes()[1] = 2;
+        ASSERT_TRUE(hasty &&
+                    hasty->Send(transport::Encode({1, transport::Greeting()}), nullptr, transport::noDeadline) &&
+                    hasty->Send(transport::Encode({2, transport::Frame{4, 4, true, std::nullopt}}), &memory,
+                                transport::noDeadline));
+    }
+    auto later = Send(3);
+    EXPECT_NE(later.wait_for(50ms), std::future_status::ready);
+    gate.Open(1);
+    EXPECT_EQ(busy.get(), 1);
+    ASSERT_TRUE(gate.ComeTo(2));
+    gate.Open(1);
+    EXPECT_EQ(later.get(), 1);
+    EXPECT_THAT(gate.Arrived(), ElementsAre(1, 3)) << "a frame was read for nobody";
+}
+
+TEST_F(ReadingService, LetsAFrameGoThatGetsNoReaderInItsTime) {
+    Gate gate;
+    RunningService service(With([](Settings& settings) { settings.readers = 1; }), Gated(gate));
+    auto busy = Send(1);
+    ASSERT_TRUE(gate.ComeTo(1));
+    auto waiting = Send(2);
+    EXPECT_EQ(busy.get(), 0);
+    EXPECT_EQ(waiting.get(), 0);
+    gate.Open(1);
+    bool isRight = false;
+    auto later = Send(3, &isRight);
+    ASSERT_TRUE(gate.ComeTo(2));
+    gate.Open(1);
+    EXPECT_EQ(later.get(), 1);
+    EXPECT_TRUE(isRight);
+    EXPECT_THAT(gate.Arrived(), ElementsAre(1, 3));
+}
+
+TEST_F(ReadingService, AnswersEmptyHandedAtOnceWhenNoReaderCanBeMadeAndTriesAgain) {
+    std::atomic<bool> fails = true;
+    std::atomic<int> attempts = 0;
+    RunningService service({}, [&]() -> std::unique_ptr<plate_reading::FrameReader> {
+        ++attempts;
+        if (fails) {
+            throw std::runtime_error("the test wants none");
+        }
+        return scripted_reader::Make();
+    });
+    EXPECT_TRUE(TakesARange());
+    EXPECT_LT(TimeOf([&] { EXPECT_EQ(Send(0).get(), 0); }), 1500ms);
+    for (int frame = 0; frame < 20; ++frame) {
+        EXPECT_EQ(Send(0).get(), 0);
+    }
+    EXPECT_LT(attempts, 10) << "it is tried for every frame";
+    fails = false;
+    EXPECT_TRUE(ComesTrue([&] { return Send(0).get() == 2; }));
+}
+
+TEST_F(ReadingService, EndsWhileNoReaderCanBeMade) {
+    RunningService service(
+        {}, []() -> std::unique_ptr<plate_reading::FrameReader> { throw std::runtime_error("the test wants none"); });
+    EXPECT_TRUE(TakesARange());
+    EXPECT_LT(TimeOf([&] { service.Stop(); }), 1500ms);
+}
+
+// Clients that ask for nothing
+
+TEST_F(ReadingService, GivesThePlaceOfASilentClientToOneThatNeedsIt) {
+    RunningService service(With([](Settings& settings) {
+        settings.mostConnections = 1;
+        settings.longestSilence = 20ms;
+    }));
+    std::optional<Greeted> silent;
+    ASSERT_TRUE(ComesTrue([&] {
+        silent.emplace();
+        return silent->answer && silent->answer != BusyAnswer();
+    }));
+    EXPECT_TRUE(ComesTrue([&] { return Send(0).get() == 2; }));
+}
+
+TEST_F(ReadingService, LetsASilentClientKeepAPlaceThatNobodyNeeds) {
+    RunningService service(With([](Settings& settings) {
+        settings.mostConnections = 2;
+        settings.longestSilence = 0ms;
+    }));
+    Client paused;
+    ASSERT_TRUE(paused.SetRange(1, 2));
+    EXPECT_EQ(Send(0).get(), 2);
+    TestPicture picture(4, 4);
+    RPLATE plates[engineRecordCount] = {};
+    EXPECT_EQ(paused.Recognise(&picture.image, nullptr, plates), 2);
+}
+
+// An answer that comes too late
+
+TEST_F(ReadingService, NeverGivesALateAnswerToALaterFrame) {
+    RunningService service;
+    Client client;
+    ASSERT_TRUE(client.SetRange(1, 2));
+    TestPicture slow(40, 40, 0, 1);
+    slow.Tell(scripted_reader::Sleep, 230);
+    RPLATE plates[engineRecordCount] = {};
+    EXPECT_THAT(TimeOf([&] { EXPECT_EQ(client.Recognise(&slow.image, nullptr, plates), 0); }),
+                testing::AllOf(testing::Ge(1950ms), testing::Lt(longestCall)));
+    // The late answer comes while these are asked.
+    const auto end = transport::Clock::now() + 600ms;
+    for (unsigned seed = 2; transport::Clock::now() < end; ++seed) {
+        TestPicture quick(30, 20, 0, seed);
+        ASSERT_TRUE(client.SetRange(1, 2));
+        std::memset(static_cast<void*>(plates), 0, sizeof plates);
+        ASSERT_EQ(client.Recognise(&quick.image, nullptr, plates), 2);
+        const auto wanted = scripted_reader::DescriptionOf(quick.AsRead(), std::nullopt, WidthRange{1, 2});
+        ASSERT_EQ(std::string(plates[0].text), wanted[0].text);
+    }
+}
+
+}  // namespace

@@ -1,0 +1,66 @@
+/// Servers as processes, in which things go wrong.
+#pragma once
+
+#include <gmock/gmock.h>
+
+#include <algorithm>
+#include <filesystem>
+#include <fstream>
+#include <set>
+#include <string>
+
+#include "platform/process.h"
+#include "tests/reference/engine/engine_fixture.h"
+#include "tests/reference/faults/process_control.h"
+#include "tests/support/servers.h"
+
+namespace reading_faults {
+
+using namespace std::chrono_literals;
+
+class ServerPrograms : public testing::Test {
+  protected:
+    ServerPrograms() {
+        reading_engine_test::UseOwnServerName();
+        test_support::SetEnvironment("VEXLANE_TEST_IDLE", "60000");
+        servers::Place(VEXLANE_TEST_SERVER);
+    }
+    ~ServerPrograms() override {
+        servers::KillAll();
+        servers::Remove();
+    }
+
+    static servers::ProcessId TheServer() {
+        const auto running = servers::Running();
+        return running.size() == 1 ? *running.begin() : 0;
+    }
+};
+
+/// Every process of the server's name, whoever has started it, as the library sees them: for what says why a test
+/// fails.
+inline std::string ServersInSight() {
+    const std::set<servers::ProcessId> children = servers::Running();
+    const platform::SystemHandle list = platform::CreateProcessList();
+    std::string text = "servers:";
+    platform::ProcessEntry entry;
+    for (int more = platform::FirstProcess(list, entry); more == 1; more = platform::NextProcess(list, entry)) {
+        if (entry.executableName == servers::serverName) {
+            const bool isChild = children.contains(static_cast<servers::ProcessId>(entry.processId));
+            text += ' ' + std::to_string(entry.processId) + (isChild ? "" : " (nobody's here)");
+        }
+    }
+    platform::CloseHandle(list);
+    return text;
+}
+
+inline int EntriesOf(const std::filesystem::path& folder) {
+    std::error_code error;
+    const std::filesystem::directory_iterator entries(folder, error);
+    return error ? 0 : static_cast<int>(std::distance(begin(entries), end(entries)));
+}
+
+inline int DescriptorsOf(servers::ProcessId process) {
+    return EntriesOf("/proc/" + std::to_string(process) + "/fd");
+}
+
+}  // namespace reading_faults

@@ -1,0 +1,278 @@
+// A running stream through the whole library, and what may happen to its server.
+
+#include <cstdlib>
+#include <random>
+
+#include "tests/plugin/child_program.h"
+#include "tests/reference/faults/faults_fixture.h"
+#include "tests/reference/faults/stream.h"
+#include "tests/support/descriptors.h"
+
+namespace {
+
+using namespace reading_faults;
+using reading_engine_test::longestCall;
+
+/// Of a frame: the range's time, the frame's, and that of ending a server and starting another one.
+constexpr auto longestFrame = 2 * longestCall + 1000ms;
+
+/// From the first refused range until there are plates again.
+constexpr auto longestAbsence = 2000ms;
+
+/// What the library may keep open of a server that it has ended and of those that it has looked for: on Windows it
+/// closes none of these handles. Between two restarts it looks a few times.
+#ifdef _WIN32
+constexpr std::size_t keptOfAServer = 8;
+#else
+constexpr std::size_t keptOfAServer = 0;
+#endif
+
+class Faults : public ServerPrograms {
+  protected:
+    Faults() { servers::Place(VEXLANE_STREAM_SERVER); }
+
+    /// Frames until there are plates.
+    void PlayUntilPlates(Stream& stream) {
+        ASSERT_TRUE(ComesTrue([&] { return PlayOne(stream).plates == 2; })) << State(stream);
+    }
+
+    static std::string State(const Stream& stream) { return ServersInSight() + '\n' + stream.LastLines(); }
+
+    static Played PlayOne(Stream& stream) {
+        const Played played = stream.Play();
+        EXPECT_EQ(played.answer, 0);
+        EXPECT_LT(played.time, longestFrame);
+        EXPECT_THAT(played.plates, testing::AnyOf(0, 2));
+        return played;
+    }
+
+    /// Frames until another server than this one finds plates, which must be soon behind the first refused range.
+    void ExpectRecovery(Stream& stream, servers::ProcessId former) {
+        transport::Deadline refused = transport::noDeadline;
+        const bool isBack = ComesTrue([&] {
+            const Played played = PlayOne(stream);
+            if (played.restarts && refused == transport::noDeadline) {
+                refused = transport::Clock::now();
+            }
+            return played.plates == 2 && TheServer() != former && TheServer() != 0;
+        });
+        ASSERT_TRUE(isBack) << "no plates any more; " << State(stream);
+        if (refused != transport::noDeadline) {
+            EXPECT_LT(transport::Clock::now() - refused, longestAbsence) << State(stream);
+            longest = std::max<transport::Clock::duration>(longest, transport::Clock::now() - refused);
+            ++refusals;
+        }
+    }
+
+    /// Kills the server at random moments of the stream, and awaits the next one each time.
+    void KillServers(Stream& stream, int rounds) {
+        std::mt19937 random(20240203);
+        const std::size_t descriptors = test_support::OpenDescriptors().size();
+        int mappings = 0;
+        long memory = 0;
+        for (int round = 0; round < rounds; ++round) {
+            const servers::ProcessId server = TheServer();
+            ASSERT_NE(server, 0);
+            const auto moment = std::chrono::microseconds(random() % 40000);
+            std::thread killing([server, moment] {
+                std::this_thread::sleep_for(moment);
+                servers::Kill(server);
+            });
+            ExpectRecovery(stream, server);
+            killing.join();
+            if (round == 0) {
+                mappings = test_support::Mappings();
+                memory = test_support::ResidentKilobytes();
+            }
+        }
+        const std::size_t opened = test_support::OpenDescriptors().size();
+        EXPECT_LE(opened, descriptors + test_support::keptByLocks + keptOfAServer * static_cast<std::size_t>(rounds));
+        std::printf("%d kills, %d descriptors more, %ld KiB more\n", rounds,
+                    static_cast<int>(opened) - static_cast<int>(descriptors),
+                    test_support::ResidentKilobytes() - memory);
+        EXPECT_EQ(EntriesOf("/dev/shm"), shared);
+        EXPECT_LT(test_support::Mappings(), mappings + 40);
+        EXPECT_LT(test_support::ResidentKilobytes(), memory + 16 * 1024);
+        EXPECT_EQ(servers::Zombies(), 0);
+        EXPECT_EQ(servers::Running().size(), 1u);
+    }
+
+    void ExpectNothingIsLeft(Stream& stream) {
+        EXPECT_EQ(stream.End(), 0) << "pictures were not given back";
+        EXPECT_TRUE(servers::Running().empty());
+        EXPECT_EQ(servers::Zombies(), 0);
+        EXPECT_EQ(EntriesOf("/dev/shm"), shared);
+    }
+
+    const int shared = EntriesOf("/dev/shm");
+    int refusals = 0;
+    transport::Clock::duration longest{};
+};
+
+// By the refused range or, while the library still polls, by a poll.
+TEST_F(Faults, AServerThatIsKilledAtAnyMomentComesBackAndLeavesNothing) {
+    Stream stream;
+    PlayUntilPlates(stream);
+    KillServers(stream, 3);
+    ExpectNothingIsLeft(stream);
+}
+
+// VEXLANE_TEST_KILLS says how often.
+TEST_F(Faults, AServerThatIsKilledBehindTheEndOfPollingComesBackByEveryRefusedRange) {
+    Stream stream;
+    PlayUntilPlates(stream);
+    // A server that is there and refuses is ended, and with it polling.
+    const servers::ProcessId first = TheServer();
+    ASSERT_NE(first, 0);
+    StopProcess(first);
+    ExpectRecovery(stream, first);
+    refusals = 0;
+    const char* const wanted = std::getenv("VEXLANE_TEST_KILLS");
+    const int rounds = wanted == nullptr ? 6 : std::atoi(wanted);
+    KillServers(stream, rounds);
+    EXPECT_EQ(refusals, rounds);
+    ExpectNothingIsLeft(stream);
+    std::printf("%d kills, %d refused ranges, plates back at most %d ms behind one\n", rounds, refusals,
+                static_cast<int>(std::chrono::duration_cast<std::chrono::milliseconds>(longest).count()));
+}
+
+TEST_F(Faults, AServerThatIsStoppedIsReplaced) {
+    Stream stream;
+    for (int round = 0; round < 2; ++round) {
+        PlayUntilPlates(stream);
+        const servers::ProcessId server = TheServer();
+        ASSERT_NE(server, 0);
+        StopProcess(server);
+        ExpectRecovery(stream, server);
+        EXPECT_TRUE(servers::IsGone(server));
+    }
+    EXPECT_EQ(refusals, 2);
+    EXPECT_EQ(servers::Zombies(), 0);
+}
+
+// A host with more threads than the server has places once ended the server of all others every two seconds.
+TEST_F(Faults, AServerWithoutAPlaceIsNotRestartedAndReadsWhenThereIsOne) {
+    Stream stream;
+    // On a thread that then leaves its place.
+    reading_engine_test::OnNewThread([&] { PlayUntilPlates(stream); });
+    const servers::ProcessId server = TheServer();
+    std::vector<reading_engine_test::Greeted> others;
+    ASSERT_TRUE(ComesTrue([&others] {
+        others.emplace_back();
+        return others.back().answer == reading_engine_test::BusyAnswer();
+    }));
+    for (int frame = 0; frame < 5; ++frame) {
+        const Played played = PlayOne(stream);
+        EXPECT_EQ(played.plates, 0);
+        EXPECT_FALSE(played.restarts);
+    }
+    others.clear();
+    PlayUntilPlates(stream);
+    EXPECT_EQ(TheServer(), server) << State(stream);
+}
+
+TEST_F(Faults, AServerWithoutAnswersCostsTimeAndNothingElse) {
+    Stream stream;
+    PlayUntilPlates(stream);
+    const servers::ProcessId server = TheServer();
+    servers::Place(VEXLANE_GARBAGE_SERVER);
+    servers::Kill(server);
+    int refused = 0;
+    for (int frame = 0; frame < 4; ++frame) {
+        const Played played = PlayOne(stream);
+        EXPECT_NE(played.plates, 2) << "from garbage";
+        refused += played.restarts ? 1 : 0;
+    }
+    EXPECT_GE(refused, 2);
+    const servers::ProcessId garbage = TheServer();
+    EXPECT_NE(garbage, 0);
+    servers::Place(VEXLANE_STREAM_SERVER);
+    ExpectRecovery(stream, garbage);
+    EXPECT_EQ(servers::Zombies(), 0);
+}
+
+TEST_F(Faults, AServerThatCannotBeStartedIsThereWhenItCan) {
+    Stream stream;
+    PlayUntilPlates(stream);
+    const servers::ProcessId server = TheServer();
+    servers::Remove();
+    servers::Kill(server);
+    for (int frame = 0; frame < 2; ++frame) {
+        EXPECT_NE(PlayOne(stream).plates, 2);
+    }
+    servers::Place(VEXLANE_STREAM_SERVER);
+    ExpectRecovery(stream, server);
+}
+
+// The server is one for all: whoever comes starts it anew, whoever goes ends it.
+TEST_F(Faults, ADetectorReadsOnWhenAnotherOneComesAndWhenItGoes) {
+    Stream stream;
+    PlayUntilPlates(stream);
+    const servers::ProcessId first = TheServer();
+    stream.AddNeighbour();
+    EXPECT_TRUE(servers::IsGone(first));
+    ExpectRecovery(stream, first);
+    const servers::ProcessId second = TheServer();
+    stream.DestroyNeighbour();
+    EXPECT_TRUE(servers::IsGone(second));
+    ExpectRecovery(stream, second);
+    ExpectNothingIsLeft(stream);
+}
+
+TEST_F(Faults, TwoHostsShareOneServerAndTheSecondOutlivesTheFirst) {
+    auto stream = std::make_unique<Stream>();
+    PlayUntilPlates(*stream);
+    const servers::ProcessId server = TheServer();
+    ASSERT_NE(server, 0);
+    const std::filesystem::path mayEnd = servers::OwnFolder() / "second-host-may-end";
+    std::filesystem::remove(mayEnd);
+    plugin_test::ChildProgram second(servers::OwnFolder() / VEXLANE_READING_HOST, mayEnd.string());
+    EXPECT_EQ(second.ReadNumber(), 1) << "it has started a server of its own";
+    // What is seen in the first picture is confirmed by those behind it.
+    for (int frame = 0; frame < 3; ++frame) {
+        PlayOne(*stream);
+    }
+    for (int frame = 0; frame < 40; ++frame) {
+        ASSERT_EQ(PlayOne(*stream).plates, 2);
+    }
+    EXPECT_EQ(TheServer(), server);
+    stream.reset();
+    EXPECT_TRUE(servers::IsGone(server));
+    std::ofstream(mayEnd) << "now";
+    EXPECT_TRUE(ComesTrue([&] { return second.Status().has_value(); }));
+    std::filesystem::remove(mayEnd);
+    EXPECT_EQ(second.Status(), 0) << "it has no plates in the end";
+}
+
+// A test that met such a server once took 0 for its own one's id, and stopped the whole process group.
+TEST_F(Faults, AServerOfAnotherProcessFailsATestBeforeItBegins) {
+    servers::Place(VEXLANE_TEST_SERVER);
+    test_support::SetEnvironment("VEXLANE_TEST_IDLE", "500");
+    servers::ProcessId server = 0;
+    {
+        plugin_test::ChildProgram host(servers::OwnFolder() / VEXLANE_READING_HOST, "never");
+        server = host.ReadNumber();
+        ASSERT_GT(server, 1);
+        EXPECT_EQ(TheServer(), 0);
+        EXPECT_THAT([] { servers::Place(VEXLANE_TEST_SERVER); },
+                    testing::ThrowsMessage<std::runtime_error>(
+                        testing::HasSubstr("process " + std::to_string(server) + " has the name plate-Server.exe")));
+    }
+    EXPECT_TRUE(ComesTrue([server] { return servers::IsGone(server); }));
+    EXPECT_NO_THROW(servers::Place(VEXLANE_TEST_SERVER));
+}
+
+TEST_F(Faults, AServerWhoseHostIsKilledEndsByItself) {
+    servers::Place(VEXLANE_TEST_SERVER);
+    test_support::SetEnvironment("VEXLANE_TEST_IDLE", "500");
+    servers::ProcessId server = 0;
+    {
+        plugin_test::ChildProgram host(servers::OwnFolder() / VEXLANE_READING_HOST, "never");
+        server = host.ReadNumber();
+        ASSERT_GT(server, 1);
+        ASSERT_FALSE(servers::IsGone(server));
+    }
+    EXPECT_TRUE(ComesTrue([server] { return servers::IsGone(server); }));
+}
+
+}  // namespace

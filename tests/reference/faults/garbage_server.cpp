@@ -1,0 +1,33 @@
+// A program that listens under the recognition server's name and answers garbage to everything, until nobody has been
+// there for a while.
+
+#include <random>
+#include <thread>
+#include <vector>
+
+#include "reference/transport/local_connection.h"
+#include "reference/transport/messages.h"
+
+int main() {
+    using namespace std::chrono_literals;
+    std::optional<transport::Listener> listener;
+    while (!(listener = transport::Listener::Open(transport::ServerName()))) {
+        std::this_thread::sleep_for(1ms);
+    }
+    std::minstd_rand random(5);
+    std::vector<std::uint8_t> bytes;
+    while (std::optional<transport::Connection> connection = listener->Accept(transport::Clock::now() + 30s)) {
+        std::optional<transport::PeerMemory> memory;
+        while (connection->Receive(bytes, transport::largestMessageBytes, memory, transport::largestPictureBytes,
+                                   transport::Clock::now() + 1s)) {
+            bytes.resize(1 + random() % 400);
+            for (std::uint8_t& byte : bytes) {
+                byte = static_cast<std::uint8_t>(random() >> 8);
+            }
+            if (!connection->Send(bytes, nullptr, transport::Clock::now() + 1s)) {
+                break;
+            }
+        }
+    }
+    return 0;
+}

@@ -1,0 +1,200 @@
+// What only processes of Linux are told, and do.
+
+#include <signal.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <filesystem>
+#include <fstream>
+#include <functional>
+#include <random>
+#include <sstream>
+#include <system_error>
+#include <thread>
+
+#include "platform/linux/send_signal.h"
+#include "tests/reference/faults/process_fixture.h"
+#include "tests/support/linux_descriptor_limit.h"
+#include "tests/support/linux_stranger.h"
+
+namespace {
+
+using namespace reading_faults;
+using test_support::DescriptorLimit;
+
+/// Runs something in a process of its own; true is what it should answer.
+pid_t Fork(const std::function<bool()>& action) {
+    const pid_t child = ::fork();
+    if (child == 0) {
+        ::_exit(action() ? 0 : 1);
+    }
+    return child;
+}
+
+// In a process group of its own, which would otherwise be stopped, and with it whatever runs the tests.
+TEST(ProcessControl, StopsOneProcessAndNeverAGroup) {
+    const pid_t group = Fork([] {
+        ::setpgid(0, 0);
+        for (const servers::ProcessId nobody : {0, -1, -::getpid()}) {
+            for (const auto action : {&StopProcess, &ContinueProcess, &servers::Kill}) {
+                try {
+                    action(nobody);
+                    return false;
+                } catch (const std::runtime_error&) {
+                    continue;
+                }
+            }
+        }
+        return true;
+    });
+    int status = 0;
+    ASSERT_EQ(::waitpid(group, &status, WUNTRACED), group);
+    if (WIFSTOPPED(status)) {
+        ASSERT_EQ(platform::SendSignal(group, SIGKILL), 0);
+        ::waitpid(group, nullptr, 0);
+    }
+    EXPECT_EQ(status, 0);
+}
+
+TEST_F(ServerProcess, EndsWellWhenItIsAskedTo) {
+    for (const int signal : {SIGTERM, SIGINT}) {
+        Start();
+        ASSERT_TRUE(IsServedWell(client));
+        const auto asked = transport::Clock::now();
+        ASSERT_EQ(platform::SendSignal(server, signal), 0);
+        EXPECT_EQ(ProcessEnd(server).Code(), reading_service::exitedWell);
+        EXPECT_LT(transport::Clock::now() - asked, 5s);
+    }
+}
+
+TEST_F(ServerProcess, EndsWellWhenItIsAskedToBeforeItListens) {
+    for (int round = 0; round < 30; ++round) {
+        Start();
+        std::this_thread::sleep_for(std::chrono::microseconds(100 * round));
+        ASSERT_EQ(platform::SendSignal(server, SIGTERM), 0);
+        int status = 0;
+        ASSERT_EQ(::waitpid(server, &status, 0), server);
+        // Very early the signal meets a process that is not the program yet.
+        EXPECT_TRUE((WIFEXITED(status) && WEXITSTATUS(status) == 0) ||
+                    (WIFSIGNALED(status) && WTERMSIG(status) == SIGTERM));
+    }
+}
+
+TEST_F(ServerProcess, ServesTwoProcessesAtOnceEachWithItsOwn) {
+    Start();
+    std::vector<pid_t> children;
+    for (unsigned process = 0; process < 2; ++process) {
+        children.push_back(Fork([process] {
+            Client own;
+            for (unsigned frame = 0; frame < 300; ++frame) {
+                if (!IsServedWell(own, process * 1000 + frame)) {
+                    return false;
+                }
+            }
+            return true;
+        }));
+    }
+    for (const pid_t child : children) {
+        EXPECT_EQ(ProcessEnd(child).Code(), 0);
+    }
+}
+
+TEST_F(ServerProcess, OutlivesClientsThatAreKilledInTheMiddleOfAFrame) {
+    Start();
+    ASSERT_TRUE(IsServedWell(client));
+    const int descriptors = DescriptorsOf(server);
+    std::mt19937 random(11);
+    for (int round = 0; round < 40; ++round) {
+        const pid_t child = Fork([] {
+            Client own;
+            TestPicture picture(400, 300);
+            RPLATE plates[engineRecordCount] = {};
+            for (std::uint8_t frame = 0;; ++frame) {
+                picture.Tell(frame % 2 == 0 ? scripted_reader::Sleep : scripted_reader::Describe, 1);
+                own.SetRange(1, 2);
+                own.Recognise(&picture.image, nullptr, plates);
+            }
+            return false;
+        });
+        std::this_thread::sleep_for(std::chrono::microseconds(random() % 30000));
+        ASSERT_EQ(platform::SendSignal(child, SIGKILL), 0);
+        ASSERT_EQ(::waitpid(child, nullptr, 0), child);
+    }
+    EXPECT_TRUE(IsServedWell(client));
+    EXPECT_TRUE(ComesTrue([&] { return DescriptorsOf(server) == descriptors; })) << DescriptorsOf(server);
+}
+
+TEST_F(ServerProcess, ServesItsUserWhileAnotherUserHasTakenTheNamesBefore) {
+    if (::geteuid() != 0) {
+        GTEST_SKIP() << "takes root";
+    }
+    const test_support::RuntimeFolder scratch;
+    test_support::UnsetEnvironment("XDG_RUNTIME_DIR");
+    const std::filesystem::path temporary = scratch.Path() / "tmp";
+    std::filesystem::permissions(temporary, std::filesystem::perms::all | std::filesystem::perms::sticky_bit);
+    test_support::NameTaker taker(temporary, transport::ServerName(), test_support::Obstacle::Folder);
+    Start();
+    for (unsigned frame = 1; frame < 20; ++frame) {
+        EXPECT_TRUE(IsServedWell(client, frame));
+    }
+    EXPECT_TRUE(taker.End()) << "somebody has connected to the stranger";
+}
+
+// Another server would have no descriptor for it either, and it is the server of all.
+TEST_F(ServerProcess, IsNotRefusedByAHostWithoutDescriptorsAndServesItWhenThereAreSome) {
+    Start();
+    ASSERT_TRUE(client.SetRange(1, 2));
+    Client second;
+    TestPicture picture(40, 30);
+    RPLATE plates[engineRecordCount] = {};
+    {
+        const DescriptorLimit none(DescriptorLimit::None());
+        EXPECT_LT(TimeOf([&] { EXPECT_TRUE(second.SetRange(1, 2)); }), longestCall);
+        EXPECT_EQ(second.Recognise(&picture.image, nullptr, plates), 0);
+        // One that is connected lacks memory for its picture.
+        EXPECT_THROW(client.Recognise(&picture.image, nullptr, plates), std::system_error);
+        EXPECT_TRUE(client.SetRange(1, 2));
+    }
+    EXPECT_TRUE(IsServedWell(second));
+    EXPECT_TRUE(IsServedWell(client));
+}
+
+long ClockTicksOf(servers::ProcessId process) {
+    std::ifstream file("/proc/" + std::to_string(process) + "/stat");
+    std::string text;
+    std::getline(file, text);
+    std::istringstream fields(text.substr(text.rfind(')') + 1));
+    std::string skipped;
+    for (int field = 3; field < 14; ++field) {
+        fields >> skipped;
+    }
+    long user = 0;
+    long system = 0;
+    fields >> user >> system;
+    return user + system;
+}
+
+TEST_F(ServerProcess, WithoutDescriptorsSaysThatItIsBusyAndServesWhenThereAreSome) {
+    {
+        const DescriptorLimit few(24);
+        Start();
+    }
+    ASSERT_TRUE(IsServedWell(client));
+    std::vector<Greeted> others;
+    do {
+        ASSERT_LT(others.size(), 24u);
+        others.emplace_back();
+        ASSERT_TRUE(others.back().answer) << "it is left waiting";
+    } while (others.back().answer != BusyAnswer());
+    Client waiting;
+    EXPECT_TRUE(waiting.SetRange(1, 2));
+    EXPECT_TRUE(IsServedWell(client)) << "whose memory it has already";
+    const long ticks = ClockTicksOf(server);
+    std::this_thread::sleep_for(300ms);
+    EXPECT_LT(ClockTicksOf(server) - ticks, ::sysconf(_SC_CLK_TCK) / 10) << "it does not rest";
+    others.clear();
+    EXPECT_TRUE(ComesTrue([&] { return IsServedWell(waiting); }));
+    EXPECT_EQ(servers::Running().count(server), 1u);
+}
+
+}  // namespace

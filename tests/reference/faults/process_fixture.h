@@ -1,0 +1,32 @@
+/// A server in a process of its own, and a client of it.
+#pragma once
+
+#include <string>
+
+#include "reference/engine/client.h"
+#include "reference/server/program.h"
+#include "tests/reference/faults/faults_fixture.h"
+
+namespace reading_faults {
+
+using namespace reading_engine_test;
+using engine_client::Client;
+
+/// Whether a client's frame is answered with what is in it.
+inline bool IsServedWell(Client& client, unsigned seed = 1) {
+    TestPicture picture(40 + seed % 7, 30, 0, seed);
+    RPLATE plates[engineRecordCount] = {};
+    const auto wanted = scripted_reader::DescriptionOf(picture.AsRead(), std::nullopt, plate_reading::WidthRange{1, 2});
+    return client.SetRange(1, 2) && client.Recognise(&picture.image, nullptr, plates) == 2 &&
+           std::string(plates[0].text) == wanted[0].text && std::string(plates[1].text) == wanted[1].text;
+}
+
+class ServerProcess : public ServerPrograms {
+  protected:
+    void Start() { server = servers::StartStranger(); }
+
+    servers::ProcessId server = 0;
+    Client client;
+};
+
+}  // namespace reading_faults

@@ -1,0 +1,109 @@
+// The engine and a server in a process of its own.
+
+#include <thread>
+
+#include "tests/reference/faults/process_fixture.h"
+
+namespace {
+
+using namespace reading_faults;
+
+TEST_F(ServerProcess, IsWaitedForWhileItStarts) {
+    const auto starting = transport::Clock::now();
+    std::thread starter([this] {
+        std::this_thread::sleep_for(1s);
+        Start();
+    });
+    EXPECT_TRUE(client.SetRange(1, 2));
+    EXPECT_LT(transport::Clock::now() - starting, longestCall);
+    starter.join();
+    EXPECT_TRUE(IsServedWell(client));
+}
+
+TEST_F(ServerProcess, EndsByItselfWhenNobodyIsConnected) {
+    test_support::SetEnvironment("VEXLANE_TEST_IDLE", "300");
+    Start();
+    EXPECT_EQ(ProcessEnd(server).Code(), reading_service::exitedWell);
+}
+
+TEST_F(ServerProcess, GivesUpWhenAnotherOneKeepsTheName) {
+    Start();
+    ASSERT_TRUE(IsServedWell(client));
+    const auto started = transport::Clock::now();
+    const servers::ProcessId second = servers::StartStranger();
+    EXPECT_EQ(ProcessEnd(second).Code(), reading_service::exitedForTheName);
+    EXPECT_GE(transport::Clock::now() - started, 2900ms);
+    EXPECT_TRUE(IsServedWell(client));
+}
+
+TEST_F(ServerProcess, TakesTheNameOfOneThatEnds) {
+    Start();
+    ASSERT_TRUE(IsServedWell(client));
+    const servers::ProcessId first = server;
+    Start();
+    std::this_thread::sleep_for(200ms);
+    servers::Kill(first);
+    EXPECT_TRUE(IsServedWell(client));
+    EXPECT_EQ(servers::Running().count(server), 1u);
+}
+
+TEST_F(ServerProcess, ThatIsStoppedIsNoticedInTimeAndServesAgainWhenItGoesOn) {
+    Start();
+    ASSERT_TRUE(IsServedWell(client));
+    StopProcess(server);
+    bool isTaken = true;
+    EXPECT_THAT(TimeOf([&] { isTaken = client.SetRange(1, 2); }),
+                testing::AllOf(testing::Ge(1900ms), testing::Lt(longestCall)));
+    EXPECT_FALSE(isTaken);
+    TestPicture picture(20, 20);
+    RPLATE plates[engineRecordCount] = {};
+    EXPECT_LT(TimeOf([&] { EXPECT_EQ(client.Recognise(&picture.image, nullptr, plates), 0); }), 1s);
+    // A client that is new meets a stopped server, too.
+    Client second;
+    EXPECT_LT(TimeOf([&] { EXPECT_FALSE(second.SetRange(1, 2)); }), longestCall);
+    ContinueProcess(server);
+    for (unsigned seed = 1; seed < 50; ++seed) {
+        ASSERT_TRUE(IsServedWell(client, seed));
+    }
+}
+
+TEST_F(ServerProcess, ThatIsStoppedInAFrameLetsItGoInTime) {
+    Start();
+    ASSERT_TRUE(IsServedWell(client));
+    TestPicture picture(20, 20);
+    picture.Tell(scripted_reader::Sleep, 30);
+    std::thread stopping([this] {
+        std::this_thread::sleep_for(100ms);
+        StopProcess(server);
+    });
+    RPLATE plates[engineRecordCount] = {};
+    EXPECT_THAT(TimeOf([&] { EXPECT_EQ(client.Recognise(&picture.image, nullptr, plates), 0); }),
+                testing::AllOf(testing::Ge(1900ms), testing::Lt(longestCall)));
+    stopping.join();
+    ContinueProcess(server);
+    for (unsigned seed = 1; seed < 50; ++seed) {
+        ASSERT_TRUE(IsServedWell(client, seed));
+    }
+}
+
+TEST_F(ServerProcess, ThatDiesInAFrameLetsItGoAtOnce) {
+    for (const bool crashes : {true, false}) {
+        Start();
+        ProcessEnd end(server);
+        ASSERT_TRUE(IsServedWell(client));
+        TestPicture picture(20, 20);
+        picture.Tell(crashes ? scripted_reader::Crash : scripted_reader::Sleep, 150);
+        std::thread killing([this, crashes] {
+            std::this_thread::sleep_for(50ms);
+            if (!crashes) {
+                servers::Kill(server);
+            }
+        });
+        RPLATE plates[engineRecordCount] = {};
+        EXPECT_LT(TimeOf([&] { EXPECT_EQ(client.Recognise(&picture.image, nullptr, plates), 0); }), 1400ms);
+        killing.join();
+        end.Code();
+    }
+}
+
+}  // namespace

@@ -1,0 +1,222 @@
+#include "reference/reader/reading_stream.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <opencv2/core.hpp>
+
+namespace plate_reading {
+namespace {
+
+using testing::ElementsAre;
+using testing::IsEmpty;
+
+Reading ReadingOf(const std::string& text, double confidence, int x, int y) {
+    return {text, confidence, {Point{x, y}, Point{x, y + 20}, Point{x + 120, y}, Point{x + 120, y + 20}}};
+}
+
+class ReadingStreamTest : public testing::Test {
+  protected:
+    ReadingStreamTest() {
+        // The first picture is that of no stream yet.
+        Show({});
+    }
+
+    std::vector<std::string> Show(std::vector<Reading> readings) {
+        std::vector<std::string> texts;
+        answer = stream.Follow({picture.data, picture.cols, picture.rows, picture.step}, region, std::move(readings));
+        for (const Reading& reading : answer) {
+            texts.push_back(reading.text);
+        }
+        return texts;
+    }
+
+    void ChangeScene(std::uint64_t which) {
+        cv::theRNG().state = which;
+        cv::Mat cells(18, 32, CV_8UC3);
+        cv::randu(cells, 0, 255);
+        for (int y = 0; y < picture.rows; ++y) {
+            for (int x = 0; x < picture.cols; ++x) {
+                picture.at<cv::Vec3b>(y, x) = cells.at<cv::Vec3b>(y * 18 / picture.rows, x * 32 / picture.cols);
+            }
+        }
+    }
+
+    cv::Mat picture{360, 640, CV_8UC3, cv::Scalar(90, 100, 110)};
+    std::optional<Region> region;
+    ReadingStream stream{3};
+    std::vector<Reading> answer;
+};
+
+TEST_F(ReadingStreamTest, AReadingIsReportedWhenSoManyPicturesAgree) {
+    EXPECT_THAT(Show({ReadingOf("AB123CD", 95, 100, 100)}), IsEmpty());
+    EXPECT_THAT(Show({ReadingOf("AB123CD", 95, 110, 104)}), IsEmpty());
+    EXPECT_THAT(Show({ReadingOf("AB123CD", 95, 120, 108)}), ElementsAre("AB123CD"));
+    EXPECT_EQ(answer[0].corners[0].x, 120);
+    EXPECT_THAT(Show({ReadingOf("AB123CD", 95, 130, 112)}), ElementsAre("AB123CD"));
+}
+
+TEST_F(ReadingStreamTest, AMisreadingIsReportedByTheTextThatWasAgreedOn) {
+    for (int i = 0; i < 5; ++i) {
+        Show({ReadingOf("AB123CD", 95, 100 + 10 * i, 100)});
+    }
+    EXPECT_THAT(Show({ReadingOf("A8123CD", 97, 150, 100)}), ElementsAre("AB123CD"));
+    EXPECT_EQ(answer[0].corners[0].x, 150);
+    EXPECT_NEAR(answer[0].confidence, 95, 1e-9);
+}
+
+TEST_F(ReadingStreamTest, AMisreadingBeforeTheAgreementIsNeverReported) {
+    EXPECT_THAT(Show({ReadingOf("A8123CD", 85, 100, 100)}), IsEmpty());
+    EXPECT_THAT(Show({ReadingOf("AB123CD", 95, 105, 100)}), IsEmpty());
+    EXPECT_THAT(Show({ReadingOf("AB123CD", 95, 110, 100)}), IsEmpty());
+    EXPECT_THAT(Show({ReadingOf("AB123CD", 95, 115, 100)}), ElementsAre("AB123CD"));
+}
+
+TEST_F(ReadingStreamTest, ATextThatIsNeverSureIsNotReported) {
+    for (int i = 0; i < 20; ++i) {
+        EXPECT_THAT(Show({ReadingOf("ELEKTRO", 70, 100, 100)}), IsEmpty());
+    }
+}
+
+TEST_F(ReadingStreamTest, LettersAloneMustBeSurerAndAgreeLonger) {
+    for (int i = 0; i < 20; ++i) {
+        EXPECT_THAT(Show({ReadingOf("ELEKTRO", 90, 100, 100)}), IsEmpty());
+    }
+    for (int i = 0; i < 8; ++i) {
+        EXPECT_THAT(Show({ReadingOf("PERSONAL", 98, 400, 100)}), IsEmpty());
+    }
+    EXPECT_THAT(Show({ReadingOf("PERSONAL", 98, 400, 100)}), ElementsAre("PERSONAL"));
+}
+
+TEST_F(ReadingStreamTest, TextsThatTakeTurnsAreNotReported) {
+    for (int i = 0; i < 20; ++i) {
+        EXPECT_THAT(Show({ReadingOf(i % 2 == 0 ? "AB123CD" : "A8123CD", 90, 100, 100)}), IsEmpty()) << i;
+    }
+}
+
+TEST_F(ReadingStreamTest, ATextThatLeadsClearlyTakesThePlaceOfAnEarlierOne) {
+    for (int i = 0; i < 3; ++i) {
+        Show({ReadingOf("A8123CD", 85, 100, 100)});
+    }
+    std::vector<std::string> last;
+    for (int i = 0; i < 12; ++i) {
+        last = Show({ReadingOf("AB123CD", 97, 100, 100)});
+    }
+    EXPECT_THAT(last, ElementsAre("AB123CD"));
+}
+
+TEST_F(ReadingStreamTest, PlatesBesideOneAnotherAreCountedApart) {
+    for (int i = 0; i < 2; ++i) {
+        EXPECT_THAT(Show({ReadingOf("AB123CD", 95, 100, 100), ReadingOf("AB124CD", 95, 400, 100)}), IsEmpty());
+    }
+    EXPECT_THAT(Show({ReadingOf("AB123CD", 95, 100, 100), ReadingOf("AB124CD", 95, 400, 100)}),
+                ElementsAre("AB123CD", "AB124CD"));
+}
+
+TEST_F(ReadingStreamTest, AnotherPlateInTheSamePlaceIsAnother) {
+    for (int i = 0; i < 30; ++i) {
+        Show({ReadingOf("AB123CD", 95, 100, 100)});
+    }
+    EXPECT_THAT(Show({ReadingOf("KLM4567", 95, 100, 100)}), IsEmpty());
+    EXPECT_THAT(Show({ReadingOf("KLM4567", 95, 100, 100)}), IsEmpty());
+    EXPECT_THAT(Show({ReadingOf("KLM4567", 95, 100, 100)}), ElementsAre("KLM4567"));
+}
+
+TEST_F(ReadingStreamTest, APlateThatIsHiddenForAWhileIsStillKnownAndForgottenLater) {
+    for (int i = 0; i < 3; ++i) {
+        Show({ReadingOf("AB123CD", 95, 100, 100)});
+    }
+    for (int i = 0; i < 40; ++i) {
+        Show({});
+    }
+    EXPECT_THAT(Show({ReadingOf("A8123CD", 95, 100, 100)}), ElementsAre("AB123CD"));
+    for (int i = 0; i < 60; ++i) {
+        Show({});
+    }
+    EXPECT_THAT(Show({ReadingOf("AB123CD", 95, 100, 100)}), IsEmpty());
+}
+
+TEST_F(ReadingStreamTest, PicturesOfDifferentScenesAreEachForThemselves) {
+    for (std::uint64_t scene = 1; scene < 12; ++scene) {
+        ChangeScene(scene);
+        EXPECT_THAT(Show({ReadingOf("AB123CD", 40, 100, 100)}), ElementsAre("AB123CD"));
+    }
+}
+
+TEST_F(ReadingStreamTest, PicturesOfDifferentSizesAreEachForThemselves) {
+    for (int i = 0; i < 12; ++i) {
+        picture = cv::Mat(361 + i, 640, CV_8UC3, cv::Scalar(90, 100, 110));
+        EXPECT_THAT(Show({ReadingOf("AB123CD", 40, 100, 100)}), ElementsAre("AB123CD"));
+    }
+}
+
+TEST_F(ReadingStreamTest, ALightThatIsSwitchedOnIsNoOtherScene) {
+    for (int i = 0; i < 6; ++i) {
+        picture.setTo(cv::Scalar::all(i % 2 == 0 ? 60 : 130));
+        EXPECT_THAT(Show({ReadingOf("AB123CD", 40, 100, 100)}), IsEmpty());
+    }
+}
+
+TEST_F(ReadingStreamTest, ACameraThatHasShownItsSceneForLongStaysOneWhenThePictureJumps) {
+    for (int i = 0; i < 10; ++i) {
+        Show({ReadingOf("AB123CD", 95, 100, 100)});
+    }
+    ChangeScene(5);
+    EXPECT_THAT(Show({ReadingOf("AB123CD", 95, 100, 100)}), IsEmpty());
+    Show({ReadingOf("AB123CD", 95, 100, 100)});
+    EXPECT_THAT(Show({ReadingOf("AB123CD", 95, 100, 100)}), ElementsAre("AB123CD"));
+}
+
+TEST_F(ReadingStreamTest, WhatThePictureOrTheRegionCutsOffAtItsSideIsNotReported) {
+    const std::vector<Reading> cutOff = {ReadingOf("AB12", 95, 1, 100), ReadingOf("23CD", 95, 640 - 122, 200)};
+    for (int i = 0; i < 6; ++i) {
+        EXPECT_THAT(Show(cutOff), IsEmpty());
+    }
+    region = Region{100, 0, 400, 360};
+    for (int i = 0; i < 6; ++i) {
+        EXPECT_THAT(Show({ReadingOf("AB12", 95, 102, 100), ReadingOf("23CD", 95, 279, 200)}), IsEmpty());
+    }
+    std::vector<std::string> inside;
+    for (int i = 0; i < 3; ++i) {
+        inside = Show({ReadingOf("AB123CD", 95, 103, 100)});
+    }
+    EXPECT_THAT(inside, ElementsAre("AB123CD"));
+    ChangeScene(1);
+    region.reset();
+    picture = picture(cv::Rect(0, 0, 639, 360)).clone();
+    EXPECT_THAT(Show(cutOff), testing::SizeIs(2)) << "a picture by itself has no other";
+}
+
+TEST_F(ReadingStreamTest, OneConfirmationPassesEverything) {
+    ReadingStream open(1);
+    for (int i = 0; i < 5; ++i) {
+        EXPECT_EQ(
+            open.Follow({picture.data, picture.cols, picture.rows, picture.step}, {}, {ReadingOf("AB123CD", 40, 1, 1)})
+                .size(),
+            1u);
+    }
+}
+
+TEST_F(ReadingStreamTest, PicturesOfAPixelAreBorneWith) {
+    const std::uint8_t pixel[3] = {1, 2, 3};
+    for (int i = 0; i < 3; ++i) {
+        stream.Follow({pixel, 1, 1, 3}, {}, {ReadingOf("AB123CD", 95, 0, 0)});
+    }
+    EXPECT_THAT(stream.Follow({pixel, 1, 1, 3}, {}, {ReadingOf("AB123CD", 95, 0, 0)}), IsEmpty()) << "it is cut off";
+}
+
+// Texts that were kept for ever would outvote the right one, and grow without end.
+TEST_F(ReadingStreamTest, APlateThatIsMisreadThousandsOfTimesIsReportedOnceItIsReadRightly) {
+    for (int misreading = 0; misreading < 2000; ++misreading) {
+        Show({ReadingOf("AB123" + std::to_string(100 + misreading), 95, 100, 100)});
+    }
+    int pictures = 0;
+    while (pictures < 500 && Show({ReadingOf("AB123CD", 95, 100, 100)}).empty()) {
+        ++pictures;
+    }
+    EXPECT_LT(pictures, 200);
+    EXPECT_EQ(answer.at(0).text, "AB123CD");
+}
+
+}  // namespace
+}  // namespace plate_reading

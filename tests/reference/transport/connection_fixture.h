@@ -1,0 +1,99 @@
+/// Two sides of a connection, both in this process.
+#pragma once
+
+#include <gmock/gmock.h>
+
+#include <chrono>
+#include <cstdint>
+#include <optional>
+#include <random>
+#include <set>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "reference/transport/local_connection.h"
+#include "tests/support/descriptors.h"
+#include "tests/support/runtime_folder.h"
+
+namespace transport_test {
+
+using namespace std::chrono_literals;
+using namespace transport;
+using Bytes = std::vector<std::uint8_t>;
+using test_support::OpenDescriptors;
+
+inline constexpr std::uint64_t plenty = 1 << 20;
+inline constexpr std::size_t longest = 300;
+
+inline const test_support::RuntimeFolder runtimeFolder;
+
+inline Deadline In(std::chrono::milliseconds time) {
+    return Clock::now() + time;
+}
+
+inline std::string RandomName() {
+    std::random_device random;
+    return "vexlane-test-" + std::to_string(random()) + "-" + std::to_string(random());
+}
+
+class LocalConnection : public testing::Test {
+  protected:
+    LocalConnection() : client(Connection::Open(name)), server(listener->Accept(In(10s))) {}
+    ~LocalConnection() override {
+        Disconnect();
+        if (mayBeKept == 0) {
+            EXPECT_EQ(OpenDescriptors(), before) << "a descriptor was left open";
+        } else {
+            EXPECT_LE(OpenDescriptors().size(), before.size() + mayBeKept) << "descriptors were left open";
+        }
+    }
+
+    void Disconnect() {
+        client.reset();
+        server.reset();
+        listener.reset();
+    }
+
+    void Reconnect() {
+        Disconnect();
+        listener = Listener::Open(name);
+        client = Connection::Open(name);
+        server = listener->Accept(In(10s));
+    }
+
+    bool Receives(const Bytes& wanted) {
+        return server->Receive(message, longest, memory, plenty, In(10s)) && message == wanted;
+    }
+
+    // What the system's libraries open once and keep is open by then.
+    static std::set<int> DescriptorsBehindAConnection() {
+        const std::string own = RandomName();
+        {
+            std::optional<Listener> first = Listener::Open(own);
+            std::thread([&own] { Connection::Open(own); }).join();
+            first->Accept(In(10s));
+        }
+        return OpenDescriptors();
+    }
+
+    /// Handles that the system's libraries may have taken during the test, for themselves and once.
+    std::size_t mayBeKept = 0;
+
+    const std::set<int> before = DescriptorsBehindAConnection();
+    const std::string name = RandomName();
+    std::optional<Listener> listener = Listener::Open(name);
+    std::optional<Connection> client;
+    std::optional<Connection> server;
+    Bytes message;
+    std::optional<PeerMemory> memory;
+};
+
+template <class Action>
+Clock::duration TimeOf(Action action) {
+    const auto start = Clock::now();
+    action();
+    return Clock::now() - start;
+}
+
+}  // namespace transport_test

@@ -1,0 +1,270 @@
+// What only Linux's sockets can meet.
+
+#include <fcntl.h>
+#include <pthread.h>
+#include <signal.h>
+#include <sys/mman.h>
+#include <sys/socket.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <atomic>
+#include <filesystem>
+#include <stdexcept>
+#include <system_error>
+#include <thread>
+
+#include "reference/transport/linux_folders.h"
+#include "tests/reference/transport/connection_fixture.h"
+#include "tests/support/environment.h"
+#include "tests/support/linux_descriptor_limit.h"
+#include "tests/support/linux_stranger.h"
+#include "tests/support/raw_client.h"
+
+namespace {
+
+using namespace transport_test;
+using test_support::DescriptorLimit;
+using test_support::RawClient;
+using test_support::Stranger;
+
+namespace fs = std::filesystem;
+
+TEST_F(LocalConnection, GoesOnWaitingBehindASignal) {
+    struct sigaction nothing = {};
+    nothing.sa_handler = [](int) {};
+    sigaction(SIGUSR1, &nothing, nullptr);
+    std::atomic<bool> ended = false;
+    std::thread receiver([&] {
+        EXPECT_TRUE(Receives(Bytes{5}));
+        EXPECT_FALSE(server->Receive(message, longest, memory, plenty, In(50ms)));
+        ended = true;
+    });
+    std::thread accepting([&] { EXPECT_TRUE(listener->Accept(noDeadline)); });
+    for (int signal = 0; signal < 20; ++signal) {
+        pthread_kill(receiver.native_handle(), SIGUSR1);
+        pthread_kill(accepting.native_handle(), SIGUSR1);
+        std::this_thread::sleep_for(1ms);
+    }
+    EXPECT_FALSE(ended);
+    EXPECT_TRUE(client->Send(Bytes{5}, nullptr, In(10s)));
+    receiver.join();
+    const std::optional<Connection> second = Connection::Open(name);
+    accepting.join();
+}
+
+// The folder keeps others away. Were it open to them, both sides still look who the other one is.
+TEST_F(LocalConnection, SpeaksToNobodyButItsOwnUser) {
+    if (::geteuid() != 0) {
+        GTEST_SKIP() << "takes root";
+    }
+    const fs::path path = runtimeFolder.Path() / "run" / "vexlane";
+    const test_support::OwnPiece folder(::open(path.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
+    const auto at = [&folder](const std::string& socket) {
+        return *SocketAddress::Of(static_cast<int>(folder), socket);
+    };
+    const std::string strangers = RandomName();
+    const auto connectAndListen = [&] {
+        const int asClient = ::socket(AF_UNIX, SOCK_SEQPACKET, 0);
+        const int asServer = ::socket(AF_UNIX, SOCK_SEQPACKET, 0);
+        return ::connect(asClient, at(name).Get(), at(name).Size()) == 0 &&
+               ::bind(asServer, at(strangers).Get(), at(strangers).Size()) == 0 && ::listen(asServer, 10) == 0;
+    };
+    const auto nothing = [] { return true; };
+    EXPECT_THROW(Stranger(connectAndListen, nothing), std::runtime_error) << "the folder lets in everybody";
+    fs::permissions(path, fs::perms::all);
+    fs::permissions(path / name, fs::perms::all);
+    const Stranger stranger(connectAndListen, nothing);
+    fs::permissions(path, fs::perms::owner_all);
+    EXPECT_FALSE(listener->Accept(In(300ms)));
+    EXPECT_FALSE(Connection::Open(strangers));
+    const std::optional<Connection> own = Connection::Open(name);
+    EXPECT_TRUE(listener->Accept(In(10s)));
+}
+
+// Folders
+
+class Folders : public testing::Test {
+  protected:
+    static bool Meet(const std::string& name) {
+        std::optional<Listener> listener = Listener::Open(name);
+        const std::optional<Connection> client = Connection::Open(name);
+        return listener && client && listener->Accept(In(10s));
+    }
+
+    const test_support::RuntimeFolder scratch;
+    const fs::path run = scratch.Path() / "run";
+    const fs::path temporary = scratch.Path() / "tmp";
+    const std::string own = "vexlane-" + std::to_string(::geteuid());
+    const std::string name = RandomName();
+};
+
+TEST_F(Folders, AreTheUsersAloneAndKeepNothingOfAListenerThatHasGone) {
+    {
+        const std::optional<Listener> listener = Listener::Open(name);
+        for (const fs::path& folder : {run / "vexlane", temporary / own}) {
+            EXPECT_EQ(fs::status(folder).permissions(), fs::perms::owner_all) << folder;
+            EXPECT_TRUE(fs::is_socket(folder / name)) << folder;
+        }
+    }
+    EXPECT_TRUE(fs::is_empty(run / "vexlane"));
+    EXPECT_TRUE(fs::is_empty(temporary / own));
+}
+
+TEST_F(Folders, LetProcessesMeetWhoseEnvironmentsDiffer) {
+    const std::optional<Listener> listener = Listener::Open(name);
+    test_support::UnsetEnvironment("XDG_RUNTIME_DIR");
+    EXPECT_TRUE(Connection::Open(name));
+    EXPECT_FALSE(Listener::Open(name));
+    test_support::SetEnvironment("XDG_RUNTIME_DIR", run.string());
+    fs::create_directory(scratch.Path() / "other");
+    test_support::SetEnvironment("TMPDIR", (scratch.Path() / "other").string());
+    EXPECT_TRUE(Connection::Open(name));
+    EXPECT_FALSE(Listener::Open(name));
+}
+
+TEST_F(Folders, MayHaveLongPaths) {
+    const fs::path deep = run / std::string(200, 'x') / std::string(200, 'y');
+    fs::create_directories(deep);
+    test_support::SetEnvironment("XDG_RUNTIME_DIR", deep.string());
+    test_support::SetEnvironment("TMPDIR", deep.string());
+    EXPECT_TRUE(Meet(std::string(79, 'z')));
+    EXPECT_TRUE(fs::is_directory(deep / "vexlane"));
+}
+
+TEST_F(Folders, ThatOthersCouldChangeAreNotUsed) {
+    fs::permissions(run, fs::perms::all);
+    EXPECT_TRUE(Meet(name));
+    EXPECT_FALSE(fs::exists(run / "vexlane"));
+    // A folder of the user's own that others can look into.
+    fs::create_directory(temporary / "real");
+    for (const fs::perms open : {fs::perms::others_exec, fs::perms::group_write, fs::perms::all}) {
+        fs::permissions(temporary / own, fs::perms::owner_all | open);
+        const std::optional<Listener> listener = Listener::Open(name);
+        EXPECT_TRUE(listener && Connection::Open(name));
+        EXPECT_TRUE(fs::is_empty(temporary / own));
+    }
+    fs::remove(temporary / own);
+    fs::create_symlink("real", temporary / own);
+    EXPECT_TRUE(Meet(name));
+    EXPECT_TRUE(fs::is_empty(temporary / "real"));
+}
+
+TEST_F(Folders, ThatCannotBeMadeAreAnErrorThatSaysWhatToDo) {
+    test_support::UnsetEnvironment("XDG_RUNTIME_DIR");
+    test_support::SetEnvironment("TMPDIR", "/proc");
+    EXPECT_FALSE(Connection::Open(name));
+    try {
+        Listener::Open(name);
+        ADD_FAILURE() << "there is a folder";
+    } catch (const std::system_error& error) {
+        EXPECT_THAT(error.what(), testing::HasSubstr("XDG_RUNTIME_DIR"));
+    }
+}
+
+TEST_F(Folders, OfAnotherUserDoNotKeepAServerFromListening) {
+    if (::geteuid() != 0) {
+        GTEST_SKIP() << "takes root";
+    }
+    test_support::UnsetEnvironment("XDG_RUNTIME_DIR");
+    fs::create_directory(scratch.Path() / "own");
+    fs::permissions(scratch.Path() / "own", fs::perms::owner_all);
+    for (const test_support::Obstacle obstacle : test_support::allObstacles) {
+        fs::remove_all(temporary);
+        fs::create_directory(temporary);
+        fs::permissions(temporary, fs::perms::all | fs::perms::sticky_bit);
+        test_support::NameTaker taker(temporary, name, obstacle);
+        // Further ones find the same folder.
+        for (int round = 0; round < 3; ++round) {
+            EXPECT_FALSE(Connection::Open(name));
+            EXPECT_TRUE(Meet(name)) << static_cast<int>(obstacle);
+        }
+        EXPECT_TRUE(taker.End()) << "somebody has connected to the stranger: " << static_cast<int>(obstacle);
+        EXPECT_EQ(std::distance(fs::directory_iterator(temporary), fs::directory_iterator()), 2);
+    }
+    EXPECT_TRUE(fs::is_empty(scratch.Path() / "own"));
+}
+
+TEST_F(Folders, LetOneOfManyTakeTheNameOfAListenerThatWasKilled) {
+    for (int round = 0; round < 10; ++round) {
+        const pid_t child = ::fork();
+        if (child == 0) {
+            const std::optional<Listener> listener = Listener::Open(name);
+            ::raise(listener ? SIGKILL : SIGTERM);
+        }
+        int status = 0;
+        ASSERT_EQ(::waitpid(child, &status, 0), child);
+        ASSERT_TRUE(WIFSIGNALED(status) && WTERMSIG(status) == SIGKILL);
+        EXPECT_TRUE(fs::exists(run / "vexlane" / name));
+        EXPECT_FALSE(Connection::Open(name));
+        std::vector<std::optional<Listener>> listeners(6);
+        std::vector<std::thread> threads;
+        for (std::optional<Listener>& listener : listeners) {
+            threads.emplace_back([&listener, this] { listener = Listener::Open(name); });
+        }
+        for (std::thread& thread : threads) {
+            thread.join();
+        }
+        EXPECT_EQ(std::ranges::count_if(listeners, [](const auto& one) { return one.has_value(); }), 1);
+        EXPECT_TRUE(Connection::Open(name));
+    }
+}
+
+// A living server, whatever has become of its lock.
+TEST_F(Folders, AreNotTakenFromAListenerWhoseLockWasRemoved) {
+    const std::optional<Listener> listener = Listener::Open(name);
+    fs::remove(run / "vexlane" / ('.' + name));
+    fs::remove(temporary / own / ('.' + name));
+    EXPECT_FALSE(Listener::Open(name));
+    EXPECT_TRUE(Connection::Open(name));
+}
+
+TEST_F(LocalConnection, CannotBeOpenedWithoutADescriptor) {
+    const DescriptorLimit none(DescriptorLimit::None());
+    EXPECT_THROW(Connection::Open(name), std::system_error);
+}
+
+TEST_F(LocalConnection, IsRefusedWithAWordWhereItsPeerHasNoDescriptorLeft) {
+    const Bytes refusal = {1, 2, 3};
+    std::optional<Connection> second = Connection::Open(name);
+    std::optional<Connection> third = Connection::Open(name);
+    {
+        const DescriptorLimit none(DescriptorLimit::None());
+        EXPECT_FALSE(listener->Accept(In(50ms), refusal));
+        for (std::optional<Connection>* const refused : {&second, &third}) {
+            EXPECT_TRUE((*refused)->Receive(message, longest, memory, plenty, In(10s)));
+            EXPECT_EQ(message, refusal);
+            EXPECT_FALSE((*refused)->Receive(message, longest, memory, plenty, In(10s)));
+        }
+    }
+    second = Connection::Open(name);
+    EXPECT_TRUE(listener->Accept(In(10s), refusal));
+}
+
+TEST_F(LocalConnection, RefusesSeveralPiecesOfMemoryAndClosesThem) {
+    const test_support::OwnPiece exact = test_support::MakeMemory(5000);
+    for (const std::size_t count : {2u, 3u, 8u, 9u, 253u}) {
+        RawClient raw(name);
+        std::optional<Connection> peer = listener->Accept(In(10s));
+        ASSERT_TRUE(peer && raw.Send(Bytes{1}, std::vector<test_support::Piece>(count, exact)));
+        const std::set<int> open = OpenDescriptors();
+        EXPECT_FALSE(peer->Receive(message, longest, memory, plenty, In(10s))) << count;
+        EXPECT_EQ(OpenDescriptors(), open) << count;
+    }
+}
+
+TEST_F(LocalConnection, CannotBeMadeToFaultByAPeerThatCutsItsMemory) {
+    std::optional<test_support::OwnPiece> piece(test_support::MakeMemory(1 << 16));
+    const int file = static_cast<int>(*piece);
+    RawClient raw(name);
+    std::optional<Connection> peer = listener->Accept(In(10s));
+    ASSERT_TRUE(peer && raw.Send(Bytes{1}, {*piece}));
+    ASSERT_TRUE(peer->Receive(message, longest, memory, plenty, In(10s)));
+    EXPECT_NE(::ftruncate(file, 0), 0);
+    ::fallocate(file, FALLOC_FL_PUNCH_HOLE | FALLOC_FL_KEEP_SIZE, 0, 1 << 16);
+    piece.reset();
+    EXPECT_EQ(std::ranges::count(memory->Bytes(), 0), 1 << 16);
+}
+
+}  // namespace

@@ -1,0 +1,223 @@
+#include "reference/transport/messages.h"
+
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <limits>
+#include <stdexcept>
+
+namespace {
+
+using namespace transport;
+using Bytes = std::vector<std::uint8_t>;
+
+constexpr double nan = std::numeric_limits<double>::quiet_NaN();
+constexpr double infinity = std::numeric_limits<double>::infinity();
+
+Reading GoodReading() {
+    return {"AB123C", 87.5, {{{1, -2}, {3, 4}, {2147483647, -2147483647 - 1}, {7, 8}}}};
+}
+
+// One of each, and the same at its limits.
+std::vector<Contents> SoundContents() {
+    return {
+        Greeting(),
+        Greeting{0},
+        Busy(),
+        GreetingAnswer{0xFFFFFFFF},
+        Range{-1, 2147483647},
+        RangeTaken(),
+        Frame{1, 1, false, std::nullopt},
+        Frame{1, 1, true, Region{0, 0, 1, 1}},
+        Frame{16384, 5461, true, Region{0, 0, 16384, 5461}},
+        Frame{1920, 1080, false, Region{1919, 1079, 1920, 1080}},
+        Readings(),
+        Readings{{GoodReading()}},
+        Readings{{{"1", 0, {}}, {"123456789012345", 100, {}}, {"\xD4\xC1", -0.0, {}}, GoodReading(), GoodReading()}}};
+}
+
+std::vector<Contents> UnsoundContents() {
+    std::vector<Contents> all = {Frame{0, 1, false, std::nullopt},
+                                 Frame{1, 0, false, std::nullopt},
+                                 Frame{16385, 1, false, std::nullopt},
+                                 Frame{1, 16385, false, std::nullopt},
+                                 Frame{16384, 5462, false, std::nullopt},
+                                 Frame{16384, 16384, false, std::nullopt},
+                                 Frame{0x80000000, 0x80000000, false, std::nullopt},
+                                 Frame{0xFFFFFFFF, 0xFFFFFFFF, false, std::nullopt},
+                                 Readings{std::vector<Reading>(6, GoodReading())}};
+    for (const Region region : {Region{0, 0, 0, 0}, Region{-1, 0, 5, 5}, Region{0, -1, 5, 5}, Region{0, 0, 11, 5},
+                                Region{0, 0, 5, 11}, Region{5, 0, 5, 5}, Region{0, 5, 5, 5}, Region{6, 0, 5, 5},
+                                Region{0, 6, 5, 5}, Region{-2147483647 - 1, 0, 2147483647, 5}}) {
+        all.emplace_back(Frame{10, 10, false, region});
+    }
+    for (const double confidence : {nan, infinity, -infinity, -1e-300, std::nextafter(100.0, 101.0), 1e300}) {
+        Reading reading = GoodReading();
+        reading.confidence = confidence;
+        all.emplace_back(Readings{{GoodReading(), reading}});
+    }
+    for (const std::string& text :
+         {std::string(), std::string(16, 'A'), std::string("A\0B", 3), std::string(1, '\0')}) {
+        Reading reading = GoodReading();
+        reading.text = text;
+        all.emplace_back(Readings{{reading}});
+    }
+    return all;
+}
+
+// The bytes
+
+TEST(Messages, HaveTheLayoutThatEveryVersionKeeps) {
+    EXPECT_EQ(Encode({0x0102030405060708, Greeting{0x11223344}}),
+              (Bytes{1,   0,   0,   0,   32,  0,   0,   0,   8,    7,    6,    5,    4, 3, 2, 1,
+                     'V', 'X', 'L', '-', 'R', 'E', 'A', 'D', 0x44, 0x33, 0x22, 0x11, 0, 0, 0, 0}));
+    const Bytes answer = Encode({1, GreetingAnswer{2}});
+    EXPECT_EQ(answer.size(), 32u);
+    EXPECT_EQ(answer[0], 2);
+    EXPECT_EQ(Encode({0, Busy()}), (Bytes{7, 0, 0, 0, 16, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0}));
+}
+
+TEST(Messages, HaveTheLayoutOfThisVersion) {
+    EXPECT_EQ(Encode({9, Range{-2, 258}}),
+              (Bytes{3, 0, 0, 0, 24, 0, 0, 0, 9, 0, 0, 0, 0, 0, 0, 0, 0xFE, 0xFF, 0xFF, 0xFF, 2, 1, 0, 0}));
+    EXPECT_EQ(Encode({9, RangeTaken()}), (Bytes{4, 0, 0, 0, 16, 0, 0, 0, 9, 0, 0, 0, 0, 0, 0, 0}));
+    EXPECT_EQ(Encode({9, Frame{258, 3, true, Region{1, 2, 4, 3}}}),
+              (Bytes{5, 0, 0, 0, 48, 0, 0, 0, 9, 0, 0, 0, 0, 0, 0, 0,  //
+                     2, 1, 0, 0, 3,  0, 0, 0, 3, 0, 0, 0, 0, 0, 0, 0,  //
+                     1, 0, 0, 0, 2,  0, 0, 0, 4, 0, 0, 0, 3, 0, 0, 0}));
+    EXPECT_EQ(Encode({9, Readings{{{"AB1", 1.0, {{{1, 2}, {3, 4}, {5, 6}, {7, -1}}}}}}}),
+              (Bytes{6,   0,   0,   0, 80, 0, 0,    0,    9, 0, 0, 0, 0,    0,    0,    0,  //
+                     1,   0,   0,   0, 0,  0, 0,    0,                                      //
+                     'A', 'B', '1', 0, 0,  0, 0,    0,    0, 0, 0, 0, 0,    0,    0,    0,  //
+                     0,   0,   0,   0, 0,  0, 0xF0, 0x3F,                                   //
+                     1,   0,   0,   0, 2,  0, 0,    0,    3, 0, 0, 0, 4,    0,    0,    0,  //
+                     5,   0,   0,   0, 6,  0, 0,    0,    7, 0, 0, 0, 0xFF, 0xFF, 0xFF, 0xFF}));
+}
+
+TEST(Messages, AreDecodedAsWhatWasEncoded) {
+    for (const Contents& contents : SoundContents()) {
+        for (const std::uint64_t number : {std::uint64_t{0}, std::uint64_t{1} << 63, ~std::uint64_t{0}}) {
+            const Bytes bytes = Encode({number, contents});
+            EXPECT_LE(bytes.size(), largestMessageBytes);
+            EXPECT_EQ(Decode(bytes), (Message{number, contents}));
+        }
+    }
+}
+
+TEST(Messages, OfTheLargestKindFillTheLargestSize) {
+    EXPECT_EQ(Encode({0, Readings{std::vector<Reading>(mostReadings, GoodReading())}}).size(), largestMessageBytes);
+}
+
+// What is refused
+
+TEST(Encoding, RefusesWhatIsNotSound) {
+    for (const Contents& contents : UnsoundContents()) {
+        EXPECT_FALSE(IsSound(contents));
+        EXPECT_THROW(Encode({1, contents}), std::invalid_argument);
+    }
+    for (const Contents& contents : SoundContents()) {
+        EXPECT_TRUE(IsSound(contents));
+    }
+}
+
+TEST(Decoding, RefusesEveryLengthButTheRightOne) {
+    for (const Contents& contents : SoundContents()) {
+        const Bytes right = Encode({5, contents});
+        for (std::size_t size = 0; size < 2 * right.size() + 64; ++size) {
+            Bytes bytes = right;
+            bytes.resize(size);
+            EXPECT_EQ(Decode(bytes).has_value(), size == right.size()) << size;
+            if (size >= 8) {
+                // A size that tells the same lie.
+                bytes[4] = static_cast<std::uint8_t>(size);
+                bytes[5] = static_cast<std::uint8_t>(size >> 8);
+                EXPECT_EQ(Decode(bytes).has_value(), size == right.size()) << size;
+            }
+        }
+    }
+}
+
+TEST(Decoding, RefusesASizeThatIsNotThatOfTheMessage) {
+    for (const Contents& contents : SoundContents()) {
+        const Bytes right = Encode({5, contents});
+        for (std::size_t byte = 4; byte < 8; ++byte) {
+            for (unsigned change = 1; change < 256; ++change) {
+                Bytes bytes = right;
+                bytes[byte] = static_cast<std::uint8_t>(bytes[byte] ^ change);
+                EXPECT_EQ(Decode(bytes), std::nullopt);
+            }
+        }
+    }
+}
+
+TEST(Decoding, RefusesUnknownKinds) {
+    const Bytes right = Encode({5, RangeTaken()});
+    for (unsigned kind = 0; kind < 70000; ++kind) {
+        Bytes bytes = right;
+        for (unsigned byte = 0; byte < 4; ++byte) {
+            bytes[byte] = static_cast<std::uint8_t>(kind >> (8 * byte));
+        }
+        EXPECT_EQ(Decode(bytes).has_value(), kind == 4 || kind == 7) << kind;
+    }
+}
+
+TEST(Decoding, RefusesASpoiltMark) {
+    const Bytes right = Encode({5, Greeting()});
+    for (std::size_t byte = 16; byte < 24; ++byte) {
+        Bytes bytes = right;
+        bytes[byte] ^= 0x20;
+        EXPECT_EQ(Decode(bytes), std::nullopt);
+    }
+}
+
+TEST(Decoding, RefusesWhatIsNotZeroWhereItMustBe) {
+    const auto expectRefused = [](const Contents& contents, std::size_t from, std::size_t to) {
+        const Bytes right = Encode({5, contents});
+        for (std::size_t byte = from; byte < to; ++byte) {
+            Bytes bytes = right;
+            bytes[byte] = 1;
+            EXPECT_EQ(Decode(bytes), std::nullopt) << byte;
+        }
+    };
+    expectRefused(Greeting(), 28, 32);
+    expectRefused(GreetingAnswer(), 28, 32);
+    expectRefused(Frame{9, 9, false, std::nullopt}, 28, 48);
+    expectRefused(Readings(), 20, 24);
+    expectRefused(Readings{{{"AB", 1, {}}}}, 24 + 3, 24 + 16);
+}
+
+TEST(Decoding, RefusesUnknownFlags) {
+    const Bytes right = Encode({5, Frame{9, 9, false, Region{1, 1, 2, 2}}});
+    for (unsigned bit = 2; bit < 32; ++bit) {
+        Bytes bytes = right;
+        bytes[24 + bit / 8] = static_cast<std::uint8_t>(bytes[24 + bit / 8] | 1u << bit % 8);
+        EXPECT_EQ(Decode(bytes), std::nullopt) << bit;
+    }
+}
+
+// A count or side that is larger than what the bytes hold
+
+TEST(Decoding, RefusesNumbersThatPromiseTooMuch) {
+    for (const std::uint32_t count : {1u, 2u, 4u, 5u, 6u, 0x10000u, 0x04924925u, 0x80000000u, 0xFFFFFFFFu}) {
+        for (std::size_t present = 0; present <= mostReadings; ++present) {
+            Bytes bytes = Encode({5, Readings{std::vector<Reading>(present, GoodReading())}});
+            for (unsigned byte = 0; byte < 4; ++byte) {
+                bytes[16 + byte] = static_cast<std::uint8_t>(count >> (8 * byte));
+            }
+            EXPECT_EQ(Decode(bytes).has_value(), count == present) << count << " " << present;
+        }
+    }
+}
+
+TEST(PictureBytes, NeverWraps) {
+    EXPECT_EQ(PictureBytes(1920, 1080), 6220800u);
+    EXPECT_EQ(PictureBytes(0, 7), 0u);
+    EXPECT_EQ(PictureBytes(7, 0), 0u);
+    for (const std::uint32_t side : {0x55555556u, 0x80000000u, 0xFFFFFFFFu}) {
+        EXPECT_GT(PictureBytes(side, side), largestPictureBytes);
+        EXPECT_GT(PictureBytes(side, 1), largestPictureBytes);
+        EXPECT_GT(PictureBytes(1, side), largestPictureBytes);
+    }
+}
+
+}  // namespace

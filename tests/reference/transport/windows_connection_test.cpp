@@ -1,0 +1,186 @@
+// What only the pipes of Windows can meet.
+
+#include <windows.h>
+// clang-format off: needs the one above
+#include <sddl.h>
+// clang-format on
+
+#include <algorithm>
+#include <array>
+
+#include "reference/transport/windows_names.h"
+#include "tests/reference/transport/connection_fixture.h"
+#include "tests/support/raw_client.h"
+
+namespace {
+
+using namespace transport_test;
+
+// A query of the connection's, which a test may let fail.
+DWORD failingQuery = ERROR_SUCCESS;
+
+}  // namespace
+
+// Stands in for the import library's.
+extern "C" DWORD WINAPI K32GetMappedFileNameA(HANDLE process, LPVOID address, LPSTR name, DWORD size) {
+    if (failingQuery != ERROR_SUCCESS) {
+        SetLastError(failingQuery);
+        return 0;
+    }
+    using Query = DWORD(WINAPI*)(HANDLE, LPVOID, LPSTR, DWORD);
+    static const auto query = reinterpret_cast<Query>(
+        reinterpret_cast<void*>(GetProcAddress(GetModuleHandleA("kernel32"), "K32GetMappedFileNameA")));
+    return query(process, address, name, size);
+}
+
+namespace {
+
+// The user by the name that the system's text form gives it.
+std::string OwnUser() {
+    HANDLE token = nullptr;
+    OpenProcessToken(GetCurrentProcess(), TOKEN_QUERY, &token);
+    alignas(TOKEN_USER) std::array<std::byte, 256> user = {};
+    DWORD size = 0;
+    GetTokenInformation(token, TokenUser, user.data(), user.size(), &size);
+    CloseHandle(token);
+    char* text = nullptr;
+    ConvertSidToStringSidA(reinterpret_cast<const TOKEN_USER*>(user.data())->User.Sid, &text);
+    const std::string copy = text;
+    LocalFree(text);
+    return copy;
+}
+
+TEST_F(LocalConnection, HasAPipeThatNobodyKnewBeforeAndThatIsWithdrawnWithIt) {
+    const std::string first = PublishedPipePath(name);
+    EXPECT_THAT(first, testing::StartsWith("\\\\.\\pipe\\vexlane-reading-"));
+    Reconnect();
+    EXPECT_THAT(PublishedPipePath(name), testing::AllOf(testing::StrNe(first), testing::SizeIs(first.size())));
+    Disconnect();
+    EXPECT_EQ(PublishedPipePath(name), "");
+}
+
+/// Whose the objects are that are made with it. Under Wine everybody may give them to any user.
+class Owner {
+  public:
+    Owner(const std::string& user, const std::string& access) {
+        ConvertStringSecurityDescriptorToSecurityDescriptorA(("O:" + user + "D:P" + access).c_str(), SDDL_REVISION_1,
+                                                             &attributes.lpSecurityDescriptor, nullptr);
+    }
+    ~Owner() { LocalFree(attributes.lpSecurityDescriptor); }
+    Owner(const Owner&) = delete;
+    Owner& operator=(const Owner&) = delete;
+
+    SECURITY_ATTRIBUTES* Get() { return &attributes; }
+
+  private:
+    SECURITY_ATTRIBUTES attributes = {sizeof(SECURITY_ATTRIBUTES), nullptr, FALSE};
+};
+
+constexpr char system[] = "SY";
+constexpr char forEverybody[] = "(A;;GA;;;WD)";
+constexpr char forNobodyElse[] = "(A;;GA;;;SY)";
+
+// The mutex once kept every server of the user from listening.
+TEST(Names, AreNotKeptByAnotherUsersMutex) {
+    for (const char* const access : {forEverybody, forNobodyElse}) {
+        const std::string name = RandomName();
+        Owner other(system, access);
+        const HANDLE mutex = CreateMutexA(other.Get(), FALSE, MutexName(name).c_str());
+        if (mutex == nullptr) {
+            GTEST_SKIP() << "takes a system where objects can be given to another user";
+        }
+        std::optional<Listener> listener = Listener::Open(name);
+        EXPECT_TRUE(listener) << access;
+        EXPECT_TRUE(Connection::Open(name)) << access;
+        EXPECT_FALSE(Listener::Open(name)) << "its own server listens: " << access;
+        listener.reset();
+        EXPECT_TRUE(Listener::Open(name)) << access;
+        CloseHandle(mutex);
+    }
+}
+
+// The process behind such a pipe can be one of this user's that was made to open it.
+TEST(Names, OfAPipeThatIsAnotherUsersAreNotConnectedTo) {
+    const std::string name = RandomName();
+    const auto isConnectedTo = [&name](const std::string& user) {
+        Owner owner(user, forEverybody);
+        const std::string path = NewPipePath();
+        const HANDLE pipe =
+            CreateNamedPipeA(path.c_str(), PIPE_ACCESS_DUPLEX | FILE_FLAG_FIRST_PIPE_INSTANCE,
+                             PIPE_TYPE_MESSAGE | PIPE_READMODE_MESSAGE | PIPE_NOWAIT, 1, 100, 100, 0, owner.Get());
+        PublishPipePath(name, path);
+        std::optional<Connection> client = Connection::Open(name);
+        const bool isConnected = client.has_value();
+        client.reset();
+        char byte = 0;
+        DWORD read = 0;
+        EXPECT_FALSE(ReadFile(pipe, &byte, 1, &read, nullptr)) << "it was sent something";
+        WithdrawPipePath(name, path);
+        CloseHandle(pipe);
+        return isConnected;
+    };
+    EXPECT_FALSE(isConnectedTo(system));
+    EXPECT_TRUE(isConnectedTo(OwnUser())) << "the control";
+}
+
+// What the pipe lets in, as its own description tells: the user, and nobody beside.
+TEST_F(LocalConnection, LetsInItsOwnUserAlone) {
+    const HANDLE pipe = CreateFileA(PublishedPipePath(name).c_str(), READ_CONTROL | GENERIC_READ, 0, nullptr,
+                                    OPEN_EXISTING, 0, nullptr);
+    ASSERT_NE(pipe, INVALID_HANDLE_VALUE);
+    std::vector<std::byte> description(4096);
+    DWORD size = 0;
+    ASSERT_TRUE(GetKernelObjectSecurity(pipe, DACL_SECURITY_INFORMATION, description.data(),
+                                        static_cast<DWORD>(description.size()), &size));
+    CloseHandle(pipe);
+    char* text = nullptr;
+    ASSERT_TRUE(ConvertSecurityDescriptorToStringSecurityDescriptorA(description.data(), SDDL_REVISION_1,
+                                                                     DACL_SECURITY_INFORMATION, &text, nullptr));
+    const std::string list = text;
+    LocalFree(text);
+    EXPECT_THAT(list, testing::AllOf(testing::StartsWith("D:P(A;;"), testing::EndsWith(";;;" + OwnUser() + ")")));
+    EXPECT_EQ(std::count(list.begin(), list.end(), '('), 1);
+}
+
+TEST_F(LocalConnection, GivesThePeerMemoryThatItCannotWrite) {
+    const SharedMemory own(5000);
+    ASSERT_TRUE(client->Send(Bytes{1}, &own, In(10s)));
+    ASSERT_TRUE(Receives(Bytes{1}));
+    MEMORY_BASIC_INFORMATION pages = {};
+    ASSERT_NE(VirtualQuery(memory->Bytes().data(), &pages, sizeof pages), 0u);
+    EXPECT_EQ(pages.Protect, static_cast<DWORD>(PAGE_READONLY));
+    DWORD former = 0;
+    EXPECT_FALSE(VirtualProtect(const_cast<std::uint8_t*>(memory->Bytes().data()), 5000, PAGE_READWRITE, &former));
+}
+
+// Whether the memory is that of a file is then not known, and a file's end can be moved by others.
+TEST_F(LocalConnection, RefusesMemoryWhoseFileCannotBeAskedFor) {
+    mayBeKept = test_support::keptByLocks;
+    const SharedMemory own(5000);
+    for (const auto error : {ERROR_ACCESS_DENIED, ERROR_NOT_ENOUGH_MEMORY, ERROR_UNEXP_NET_ERR}) {
+        SCOPED_TRACE(error);
+        failingQuery = static_cast<DWORD>(error);
+        ASSERT_TRUE(client->Send(Bytes{1}, &own, In(10s)));
+        EXPECT_FALSE(Receives(Bytes{1}));
+        failingQuery = ERROR_SUCCESS;
+        Reconnect();
+    }
+    ASSERT_TRUE(client->Send(Bytes{1}, &own, In(10s)));
+    EXPECT_TRUE(Receives(Bytes{1}));
+}
+
+// More than the pipe has instances that wait.
+TEST_F(LocalConnection, LetsManyConnectBeforeAnyIsAccepted) {
+    std::vector<Connection> many;
+    while (std::optional<Connection> next = Connection::Open(name)) {
+        many.push_back(std::move(*next));
+        ASSERT_LT(many.size(), 1000u);
+    }
+    EXPECT_GE(many.size(), 8u);
+    for (std::size_t accepted = 0; accepted < many.size(); ++accepted) {
+        EXPECT_TRUE(listener->Accept(In(10s)));
+    }
+    EXPECT_TRUE(Connection::Open(name));
+}
+
+}  // namespace

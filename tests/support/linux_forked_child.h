@@ -1,0 +1,50 @@
+/// A child that goes on as a copy of this process, as one that a host forks without starting another program.
+#pragma once
+
+#include <signal.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <functional>
+
+#include "platform/linux/send_signal.h"
+#include "tests/support/comes_true.h"
+
+namespace test_support {
+
+/// How a forked child is about to end; negative in every other process.
+inline int codeOfForkedChild = -1;
+
+/// A leak checker takes the parent's threads for the child's and finds leaks that are none. It looks after everything
+/// that was registered since the program began, so the child ends right before.
+inline const int leakCheckerIsLeftOut = std::atexit([] {
+    if (codeOfForkedChild >= 0) {
+        ::_exit(codeOfForkedChild);
+    }
+});
+
+/// Forks a child that runs the action and then ends by exit(), with 0 when the action returned true. Returns how it has
+/// ended, -1 when a signal has ended it or it has not ended in time.
+inline int ExitCodeOfForkedChild(const std::function<bool()>& action) {
+    std::fflush(nullptr);  // what is buffered would be written by both
+    const pid_t child = ::fork();
+    if (child == 0) {
+        try {
+            codeOfForkedChild = action() ? 0 : 1;
+        } catch (...) {
+            codeOfForkedChild = 2;
+        }
+        std::exit(codeOfForkedChild);
+    }
+    int status = 0;
+    if (!ComesTrue([&] { return ::waitpid(child, &status, WNOHANG) == child; })) {
+        platform::SendSignal(child, SIGKILL);
+        ::waitpid(child, nullptr, 0);
+        return -1;
+    }
+    return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+}
+
+}  // namespace test_support
