@@ -54,13 +54,15 @@ if(WIN32)
     set(Boost_USE_STATIC_LIBS ON)
     target_compile_definitions(vexlane_build INTERFACE _WIN32_WINNT=0x0601 NOMINMAX WIN32_LEAN_AND_MEAN BOOST_ALL_NO_LIB)
     if(MINGW)
-        # Windows aligns the stack to 16 bytes, and the compiler expects 32 of it for wide registers
-        # (https://gcc.gnu.org/bugzilla/show_bug.cgi?id=54412): the moves that would fault are made those that do not.
-        target_compile_options(vexlane_build INTERFACE
-            "-ffile-prefix-map=${PROJECT_SOURCE_DIR}/=" -Wa,-muse-unaligned-vector-move)
+        target_compile_options(vexlane_build INTERFACE "-ffile-prefix-map=${PROJECT_SOURCE_DIR}/=")
+        if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
+            # Windows aligns the stack to 16 bytes, and this compiler expects 32 of it for wide registers
+            # (https://gcc.gnu.org/bugzilla/show_bug.cgi?id=54412): the moves that would fault are made those that do not.
+            target_compile_options(vexlane_build INTERFACE -Wa,-muse-unaligned-vector-move)
+        endif()
         target_link_options(vexlane_build INTERFACE -static "LINKER:--no-insert-timestamp" $<$<CONFIG:Release>:-s>)
     endif()
 else()
     target_compile_definitions(vexlane_build INTERFACE BOOST_ALL_DYN_LINK)
 endif()
-find_package(Boost 1.81 REQUIRED COMPONENTS thread filesystem)
+find_package(Boost 1.81 REQUIRED COMPONENTS thread)

@@ -11,16 +11,19 @@
 #include <utility>
 #include <vector>
 
+#include "arithmetic/arithmetic.h"
 #include "diagnostics/trace.h"
 #include "image_transform/image_deinterlacer.h"
 #include "platform/foreign_call.h"
 #include "sdk/contract_names.h"
+#include "sdk/setting_keys.h"
 
 namespace plate_recognition {
 
 namespace {
 
 namespace ContractName = OKM8::ContractName;
+namespace SettingKey = OKM8::Analytics::SettingKey;
 using diagnostics::Compose;
 using OKM8::MFF::ICompositeBuffer;
 using platform::CallForeign;
@@ -37,10 +40,6 @@ constexpr std::int32_t engineInitFailureCode = 769;
 constexpr std::int32_t engineInitFailureLevel = 2;
 constexpr std::int32_t errorLevel = 3;
 
-std::int32_t Sum(std::int32_t a, std::int32_t b) {
-    return static_cast<std::int32_t>(static_cast<std::uint32_t>(a) + static_cast<std::uint32_t>(b));
-}
-
 // The buffer is the host's again, whatever its release throws.
 void GiveBack(OKM8::MFF::IMultimediaBuffer* buffer) noexcept {
     try {
@@ -50,24 +49,19 @@ void GiveBack(OKM8::MFF::IMultimediaBuffer* buffer) noexcept {
     }
 }
 
-// The product wraps at 32 bits, the division cuts toward zero.
-std::int32_t PercentOf(std::uint32_t size, std::int32_t percent) {
-    return static_cast<std::int32_t>(size * static_cast<std::uint32_t>(percent)) / 100;
-}
-
 }  // namespace
 
 BaseDetectorImpl::BaseDetectorImpl(OKM8::IContract* hostPeer, void* hostObject)
     : detectorPeer(static_cast<OKM8::Analytics::IDetectorPeer*>(hostPeer)),
       host(static_cast<OKM8::IHost*>(hostObject)) {
-    BindSetting("use_half_cadr", &halfFrame);
-    BindSetting("id", &id);
-    BindSetting("name", &name);
-    BindSetting("use_area", &useArea);
-    BindSetting("area_left", &area.left);
-    BindSetting("area_top", &area.top);
-    BindSetting("area_right", &area.right);
-    BindSetting("area_bottom", &area.bottom);
+    BindSetting(SettingKey::UseHalfCadr, &halfFrame);
+    BindSetting(SettingKey::Id, &id);
+    BindSetting(SettingKey::Name, &name);
+    BindSetting(SettingKey::UseArea, &useArea);
+    BindSetting(SettingKey::AreaLeft, &area.left);
+    BindSetting(SettingKey::AreaTop, &area.top);
+    BindSetting(SettingKey::AreaRight, &area.right);
+    BindSetting(SettingKey::AreaBottom, &area.bottom);
     // The detector's own texts reach the host on allocation failure too.
     for (std::string* const text : {&errorText, &reportedText, &frameErrorText}) {
         text->reserve(longestOwnErrorText);
@@ -163,7 +157,8 @@ void BaseDetectorImpl::BeginSingleCall(const OKM8::FrameArea& callArea) {
     inSingleCall = true;
     singleAreaActive = true;
     singleAreaValid = callArea.width > 0 && callArea.height > 0;
-    singleArea = {callArea.x, callArea.y, Sum(callArea.x, callArea.width), Sum(callArea.y, callArea.height)};
+    singleArea = {callArea.x, callArea.y, arithmetic::WrappedSum(callArea.x, callArea.width),
+                  arithmetic::WrappedSum(callArea.y, callArea.height)};
 }
 
 void BaseDetectorImpl::EndSingleCall() {
@@ -261,8 +256,9 @@ PixelRect BaseDetectorImpl::GetDetectionRect() const {
     if (!isLimited) {
         return {0, 0, static_cast<std::int32_t>(width), static_cast<std::int32_t>(effectiveHeight)};
     }
-    return {PercentOf(width, source.left), PercentOf(effectiveHeight, source.top), PercentOf(width, source.right),
-            PercentOf(effectiveHeight, source.bottom)};
+    return {arithmetic::SignedPercentOf(width, source.left), arithmetic::SignedPercentOf(effectiveHeight, source.top),
+            arithmetic::SignedPercentOf(width, source.right),
+            arithmetic::SignedPercentOf(effectiveHeight, source.bottom)};
 }
 
 // Settings.

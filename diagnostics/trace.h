@@ -6,6 +6,8 @@
 #include <locale>
 #include <string>
 
+#include "diagnostics/debug_level.h"
+
 namespace diagnostics {
 
 /// The locale of all messages: the classic one, whatever the host has set.
@@ -27,7 +29,21 @@ std::wstring Compose(const wchar_t* format, const Arguments&... arguments) {
 /// look at the level first. Throws std::exception.
 void WriteTrace(const char* function, std::uint32_t line, const std::string& message);
 
-/// The same for wide text, but writes nothing when the debug level is 0.
+/// Composes a message and writes it as WriteTrace does, unless the debug level is 0; drops it when that fails. For
+/// places from which nothing may be thrown.
+template <class... Arguments>
+void TraceOrDrop(const char* function, std::uint32_t line, const char* format, const Arguments&... arguments) noexcept {
+    if (DebugLevel() == 0) {
+        return;
+    }
+    try {
+        WriteTrace(function, line, Compose(format, arguments...));
+    } catch (...) {
+        // There is no further place to report to.
+    }
+}
+
+/// The same as WriteTrace for wide text, but writes nothing when the debug level is 0.
 void WriteTraceW(const char* function, std::uint32_t line, const std::wstring& message);
 
 /// Writes "ServerLauncher: TEXT", TEXT made printf-style and cut at 999 characters; nothing when the debug level is 0.

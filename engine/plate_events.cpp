@@ -4,10 +4,10 @@
 #include <exception>
 #include <tuple>
 
+#include "arithmetic/arithmetic.h"
 #include "detector/binary_adjuster_cast.h"
 #include "diagnostics/debug_level.h"
 #include "diagnostics/trace.h"
-#include "engine/arithmetic.h"
 #include "engine/engine_text.h"
 #include "engine/vexlane_detector_impl.h"
 #include "platform/foreign_call.h"
@@ -20,24 +20,12 @@ namespace {
 namespace EventName = OKM8::Analytics::EventName;
 namespace PlateKey = OKM8::Analytics::PlateKey;
 
+using diagnostics::TraceOrDrop;
 using OKM8::Analytics::IDetectorEventRaiser;
 using OKM8::Analytics::ITargetValues;
 using platform::CallForeign;
 
 constexpr char onResultName[] = "plate_recognition::VexlaneDetectorImpl::OnResult";
-
-// A line that cannot be made is dropped: the event has gone out, and the result must go.
-template <class... Arguments>
-void TraceOrDrop(const char* function, std::uint32_t line, const char* format, const Arguments&... arguments) {
-    if (diagnostics::DebugLevel() == 0) {
-        return;
-    }
-    try {
-        diagnostics::WriteTrace(function, line, diagnostics::Compose(format, arguments...));
-    } catch (...) {
-        // There is no further place to report to.
-    }
-}
 
 // The one place where texts among a plate's arguments are set, and the one for numbers.
 void SetText(ITargetValues& values, const char* key, const std::string& text) {
@@ -62,9 +50,9 @@ void VexlaneDetectorImpl::OnResult(ILicencePlateTracker*, boost::shared_ptr<Lice
         try {
             SendPlate(*bestReading, readings);
         } catch (const std::exception& exception) {
-            TraceException(onResultName, __LINE__, exception.what());
+            TraceOrDrop(onResultName, __LINE__, "%1%", exception.what());
         } catch (...) {
-            TraceException(onResultName, __LINE__, "Exception");
+            TraceOrDrop(onResultName, __LINE__, "Exception");
         }
     }
     OnMayReleaseLicencePlate(nullptr, bestReading);
@@ -122,9 +110,9 @@ void VexlaneDetectorImpl::FillEventArguments(const RecognitionResult& result, IT
     SetNumber(values, PlateKey::Confidence, std::clamp(result.confidence, 0, 100));
     SetNumber(values, PlateKey::Direction, result.value);
     SetNumber(values, PlateKey::Left, result.rect.left);
-    SetNumber(values, PlateKey::Top, WrappedProduct(result.rect.top, rowScale));
+    SetNumber(values, PlateKey::Top, arithmetic::WrappedProduct(result.rect.top, rowScale));
     SetNumber(values, PlateKey::Right, result.rect.right);
-    SetNumber(values, PlateKey::Bottom, WrappedProduct(result.rect.bottom, rowScale));
+    SetNumber(values, PlateKey::Bottom, arithmetic::WrappedProduct(result.rect.bottom, rowScale));
 
     // A valid area outlives its single call, until the next one brings an empty area.
     const auto [isSent, sent] = singleAreaValid ? std::tuple(true, singleArea) : Bound(useArea, area);

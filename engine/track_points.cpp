@@ -1,7 +1,7 @@
 #include "engine/track_points.h"
 
+#include "arithmetic/arithmetic.h"
 #include "detector/event_time.h"
-#include "engine/arithmetic.h"
 
 namespace plate_recognition {
 
@@ -18,8 +18,8 @@ std::vector<TrackPoint> TrackPointsOf(const std::vector<LicencePlatePtr>& readin
         const PlateCorner& topLeft = reading->cornerA;
         const PlateCorner& opposite = reading->cornerC;
         const auto time = static_cast<std::int64_t>(reading->timeStamp * microsecondsPerMillisecond);
-        points.push_back({topLeft.x, topLeft.y, WrappedDifference(opposite.x, topLeft.x),
-                          WrappedDifference(opposite.y, topLeft.y), DateTimeOfMicroseconds(time), false});
+        points.push_back({topLeft.x, topLeft.y, arithmetic::WrappedDifference(opposite.x, topLeft.x),
+                          arithmetic::WrappedDifference(opposite.y, topLeft.y), DateTimeOfMicroseconds(time), false});
     }
     return points;
 }

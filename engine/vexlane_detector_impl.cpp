@@ -6,12 +6,13 @@
 #include <limits>
 #include <utility>
 
+#include "arithmetic/arithmetic.h"
 #include "diagnostics/debug_level.h"
 #include "diagnostics/trace.h"
-#include "engine/arithmetic.h"
 #include "engine/engine_text.h"
 #include "image_transform/colour_converter.h"
 #include "platform/foreign_call.h"
+#include "sdk/setting_keys.h"
 #include "server/server_launcher.h"
 #include "tracker/licence_plate_tracker.h"
 
@@ -19,7 +20,9 @@ namespace plate_recognition {
 
 namespace {
 
+namespace SettingKey = OKM8::Analytics::SettingKey;
 using diagnostics::Compose;
+using diagnostics::TraceOrDrop;
 using diagnostics::WriteTrace;
 using OKM8::MFF::ICompositeBuffer;
 using platform::CallForeign;
@@ -51,18 +54,18 @@ std::uint64_t TimeStampOf(const boost::shared_ptr<ICompositeBuffer>& buffer) {
 
 VexlaneDetectorImpl::VexlaneDetectorImpl(OKM8::IContract* hostPeer, void* hostObject)
     : BaseDetectorImpl(hostPeer, hostObject) {
-    BindSetting("zone_width", &zoneWidth);
-    BindSetting("zone_width_min", &zoneWidthMin);
-    BindSetting("result_ready", &resultReady);
-    BindSetting("result_wait_time", &resultWaitTime);
-    BindSetting("result_rec_count", &resultRecCount);
+    BindSetting(SettingKey::ZoneWidth, &zoneWidth);
+    BindSetting(SettingKey::ZoneWidthMin, &zoneWidthMin);
+    BindSetting(SettingKey::ResultReady, &resultReady);
+    BindSetting(SettingKey::ResultWaitTime, &resultWaitTime);
+    BindSetting(SettingKey::ResultRecCount, &resultRecCount);
     try {
         if (IsVerbose()) {
             WriteTrace(constructorName, __LINE__, "Create vexlane detector");
         }
         GetServerLauncher()->Restart();
     } catch (const std::exception& exception) {
-        TraceException(constructorName, __LINE__, exception.what());
+        TraceOrDrop(constructorName, __LINE__, "%1%", exception.what());
         Fail(exception.what());
     }
 }
@@ -71,7 +74,7 @@ VexlaneDetectorImpl::~VexlaneDetectorImpl() {
     try {
         GetServerLauncher()->Stop();
     } catch (const std::exception& exception) {
-        TraceException("plate_recognition::VexlaneDetectorImpl::~VexlaneDetectorImpl", __LINE__, exception.what());
+        TraceOrDrop("plate_recognition::VexlaneDetectorImpl::~VexlaneDetectorImpl", __LINE__, "%1%", exception.what());
     }
     {
         decltype(pendingResults) dropped;  // releases the frames after the lock: that calls the host
@@ -95,8 +98,8 @@ void VexlaneDetectorImpl::OnSettingsApplied() {
 
 void VexlaneDetectorImpl::SetMaxMinPlate(std::uint32_t frameWidth) {
     const auto [largestPercent, smallestPercent] = Bound(zoneWidth, zoneWidthMin);
-    const std::int32_t maximum = SignedPercentOf(frameWidth, largestPercent);
-    const std::int32_t minimum = SignedPercentOf(frameWidth, smallestPercent);
+    const std::int32_t maximum = arithmetic::SignedPercentOf(frameWidth, largestPercent);
+    const std::int32_t minimum = arithmetic::SignedPercentOf(frameWidth, smallestPercent);
     plateRangeMax = maximum;
     plateRangeMin = minimum;
     if (!CallForeign<&::SetPlateRange>(minimum, maximum)) {
@@ -114,9 +117,9 @@ void VexlaneDetectorImpl::Recognize(FrameImage& frame, boost::shared_ptr<ICompos
     try {
         ReadFrame(frame, buffer);
     } catch (const std::exception& exception) {
-        TraceException(recognizeName, __LINE__, exception.what());
+        TraceOrDrop(recognizeName, __LINE__, "%1%", exception.what());
     } catch (...) {
-        TraceException(recognizeName, __LINE__, "Exception");
+        TraceOrDrop(recognizeName, __LINE__, "Exception");
     }
 }
 
@@ -135,8 +138,10 @@ void VexlaneDetectorImpl::ReadFrame(FrameImage& frame, const boost::shared_ptr<I
     tagRECT region = {};
     tagRECT* searched = nullptr;
     if (const auto [isLimited, percent] = Bound(useArea, area); isLimited) {
-        region = {UnsignedPercentOf(frame.width, percent.left), UnsignedPercentOf(frame.height, percent.top),
-                  UnsignedPercentOf(frame.width, percent.right), UnsignedPercentOf(frame.height, percent.bottom)};
+        region = {arithmetic::UnsignedPercentOf(frame.width, percent.left),
+                  arithmetic::UnsignedPercentOf(frame.height, percent.top),
+                  arithmetic::UnsignedPercentOf(frame.width, percent.right),
+                  arithmetic::UnsignedPercentOf(frame.height, percent.bottom)};
         searched = &region;
     }
     const auto image =
@@ -215,7 +220,7 @@ boost::shared_ptr<RecognitionResult> VexlaneDetectorImpl::CreateResult(
     description.text = ResultTextOf(plate);
     if (!description.text.empty()) {
         description.confidence =
-            TruncatedToInt32(ConfidenceSumOf(plate) / static_cast<double>(description.text.size()));
+            arithmetic::Truncated(ConfidenceSumOf(plate) / static_cast<double>(description.text.size()));
     }
     // The left edge is the inner one of the two, the other three are the outer ones.
     description.rect.left = std::max(plate.corner1.x, plate.corner2.x);
@@ -252,16 +257,6 @@ boost::shared_ptr<RecognitionResult> VexlaneDetectorImpl::CreateFakeResult(
     }
     return boost::make_shared<RecognitionResult>(buffer, std::move(description),
                                                  static_cast<std::uint32_t>(nextPlateId), TimeStampOf(buffer));
-}
-
-void VexlaneDetectorImpl::TraceException(const char* function, std::uint32_t line, const char* message) const {
-    try {
-        if (IsVerbose()) {
-            WriteTrace(function, line, message);
-        }
-    } catch (...) {
-        // There is no further place to report to.
-    }
 }
 
 }  // namespace plate_recognition

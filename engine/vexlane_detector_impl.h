@@ -79,7 +79,6 @@ class VexlaneDetectorImpl : public BaseDetectorImpl, public ILicencePlateTracker
     void MakeTracker();
     void SendPlate(const LicencePlate& plate, const std::vector<LicencePlatePtr>& readings);
     LicencePlatePtr MakeReading(const FrameImage& frame, std::uint64_t timeStamp, const RPLATE& plate) const;
-    void TraceException(const char* function, std::uint32_t line, const char* message) const;
 };
 
 }  // namespace plate_recognition

@@ -23,6 +23,7 @@
 #include "sdk/host.h"
 #include "sdk/module.h"
 #include "sdk/plate_events.h"
+#include "sdk/setting_keys.h"
 #include "tests/support/fake_processes.h"
 
 extern "C" OKM8::Analytics::InitializeModuleFunction InitializeModule;
@@ -381,22 +382,14 @@ constexpr std::int32_t numbers[] = {0, 1, -1, 2, 50, 100, 101, -100, 1000000, hi
 // No picture has that many pixels. Some that has takes its memory before it is refused, and seconds to clear it.
 constexpr std::uint32_t sides[] = {0, 0x7fffffff, 0x80000000, 0xffffffff};
 constexpr int plateCounts[] = {1, 0, 2, 3, 5, 6, 33, -1, 1025, 1000000, highest, lowest};
-constexpr const char* settingNames[] = {"zone_width",
-                                        "zone_width_min",
-                                        "result_ready",
-                                        "result_wait_time",
-                                        "result_rec_count",
-                                        "use_half_cadr",
-                                        "use_area",
-                                        "area_left",
-                                        "area_top",
-                                        "area_right",
-                                        "area_bottom",
-                                        "id",
-                                        "name",
-                                        "",
-                                        "no such setting",
-                                        nullptr};
+constexpr const char* settingNames[] = {SettingKey::ZoneWidth,      SettingKey::ZoneWidthMin,
+                                        SettingKey::ResultReady,    SettingKey::ResultWaitTime,
+                                        SettingKey::ResultRecCount, SettingKey::UseHalfCadr,
+                                        SettingKey::UseArea,        SettingKey::AreaLeft,
+                                        SettingKey::AreaTop,        SettingKey::AreaRight,
+                                        SettingKey::AreaBottom,     SettingKey::Id,
+                                        SettingKey::Name,           "",
+                                        "no such setting",          nullptr};
 constexpr const char* texts[] = {
     "", "7", "camera", nullptr, "-2147483649", "a text that is too long to be kept without memory of its own"};
 constexpr const char* contractNames[] = {nullptr,

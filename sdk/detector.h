@@ -19,9 +19,9 @@ static_assert(offsetof(FrameArea, width) == 8, "x, y, width, height");
 
 /// The error codes that detector calls answer.
 namespace ErrorCode {
-inline constexpr int32_t None = 0;
-inline constexpr int32_t Failed = 1;             ///< the frame path or an event failed
-inline constexpr int32_t RefusedSetting = 2816;  ///< unknown name or wrong type; the error text is the name
+constexpr int32_t None = 0;
+constexpr int32_t Failed = 1;             ///< the frame path or an event failed
+constexpr int32_t RefusedSetting = 2816;  ///< unknown name or wrong type; the error text is the name
 }  // namespace ErrorCode
 
 /// Named settings of a detector.

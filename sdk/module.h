@@ -35,9 +35,16 @@ using FinalizeModuleFunction = void();
 }  // namespace Analytics
 
 namespace ExportName {
-inline constexpr char InitializeModule[] = "InitializeModule";
-inline constexpr char GetModule[] = "GetModule";
-inline constexpr char FinalizeModule[] = "FinalizeModule";
+constexpr char InitializeModule[] = "InitializeModule";
+constexpr char GetModule[] = "GetModule";
+constexpr char FinalizeModule[] = "FinalizeModule";
 }  // namespace ExportName
+
+/// Where the library reads its debug level when it is initialised: a text, 0 for no trace lines. The registry's 32-bit
+/// view of the machine's hive counts, else the user's.
+namespace DebugLevelValue {
+constexpr char Key[] = "SOFTWARE\\Tellumark\\KORA\\DEBUG";
+constexpr char Name[] = "DebugLevel";
+}  // namespace DebugLevelValue
 
 }  // namespace OKM8

@@ -8,40 +8,40 @@ namespace OKM8 {
 namespace Analytics {
 
 namespace EventName {
-inline constexpr char Plate[] = "event";
-inline constexpr char PlateLost[] = "NUMBER_LOST";
-inline constexpr char DebugFigures[] = "DEBUG_FIGURES";
+constexpr char Plate[] = "event";
+constexpr char PlateLost[] = "NUMBER_LOST";
+constexpr char DebugFigures[] = "DEBUG_FIGURES";
 }  // namespace EventName
 
 /// Arguments of the event itself, set as objects.
 namespace EventKey {
-inline constexpr char Targets[] = "targets";
-inline constexpr char Image[] = "image";
+constexpr char Targets[] = "targets";
+constexpr char Image[] = "image";
 }  // namespace EventKey
 
 /// Values of a plate event's target: texts in UTF-8 by the string setter, numbers by the integer setter,
 /// "all_tracks" by the binary setter.
 namespace PlateKey {
-inline constexpr char Text[] = "lp_wnum";             ///< the plate's text
-inline constexpr char CharacterCount[] = "char_num";  ///< number of UTF-16 units of the text
-inline constexpr char Country[] = "country_code";
-inline constexpr char Confidence[] = "confidence";  ///< 0 to 100
-inline constexpr char Direction[] = "direction";
-inline constexpr char Left[] = "lpf_x1";  ///< pixels of the full frame
-inline constexpr char Top[] = "lpf_y1";
-inline constexpr char Right[] = "lpf_x3";
-inline constexpr char Bottom[] = "lpf_y3";
-inline constexpr char AreaLeft[] = "area_left";  ///< percent of the frame; present when an area is in force
-inline constexpr char AreaTop[] = "area_top";
-inline constexpr char AreaRight[] = "area_right";
-inline constexpr char AreaBottom[] = "area_bottom";
-inline constexpr char AllTracks[] = "all_tracks";  ///< a TrackPointList
+constexpr char Text[] = "lp_wnum";             ///< the plate's text
+constexpr char CharacterCount[] = "char_num";  ///< number of UTF-16 units of the text
+constexpr char Country[] = "country_code";
+constexpr char Confidence[] = "confidence";  ///< 0 to 100
+constexpr char Direction[] = "direction";
+constexpr char Left[] = "lpf_x1";  ///< pixels of the full frame
+constexpr char Top[] = "lpf_y1";
+constexpr char Right[] = "lpf_x3";
+constexpr char Bottom[] = "lpf_y3";
+constexpr char AreaLeft[] = "area_left";  ///< percent of the frame; present when an area is in force
+constexpr char AreaTop[] = "area_top";
+constexpr char AreaRight[] = "area_right";
+constexpr char AreaBottom[] = "area_bottom";
+constexpr char AllTracks[] = "all_tracks";  ///< a TrackPointList
 }  // namespace PlateKey
 
 /// Values of a "DEBUG_FIGURES" target.
 namespace FiguresKey {
-inline constexpr char Figures[] = "figures";  ///< 32 bytes, by the binary setter
-inline constexpr char Key[] = "figures_key";
+constexpr char Figures[] = "figures";  ///< 32 bytes, by the binary setter
+constexpr char Key[] = "figures_key";
 }  // namespace FiguresKey
 
 /// One reading of the reported plate.
@@ -66,7 +66,7 @@ struct TrackPointList {
 
 /// 1970-01-01 00:00:00 on the clock of TrackPoint::time, which counts from the start of the Julian day numbers:
 /// day 2,440,588 in microseconds.
-inline constexpr int64_t TrackTimeEpoch = INT64_C(2440588) * 86400 * 1000000;
+constexpr int64_t TrackTimeEpoch = INT64_C(2440588) * 86400 * 1000000;
 
 static_assert(sizeof(TrackPoint) == 32, "entries of 32 bytes");
 static_assert(offsetof(TrackPoint, time) == 16, "time behind the rectangle");

@@ -2,14 +2,14 @@
 
 #include <utility>
 
-#include "tracker/arithmetic.h"
+#include "arithmetic/arithmetic.h"
 
 LicencePlateHolder::LicencePlateHolder(boost::shared_ptr<LicencePlate> heldReading,
                                        ILicencePlateTrackerResultSink* resultSink)
     : reading(std::move(heldReading)), sink(resultSink) {
     if (reading) {
-        centreX = tracking::WrappedSum(reading->cornerA.x, reading->cornerB.x) / 2;
-        centreY = tracking::WrappedSum(reading->cornerA.y, reading->cornerC.y) / 2;
+        centreX = arithmetic::WrappedSum(reading->cornerA.x, reading->cornerB.x) / 2;
+        centreY = arithmetic::WrappedSum(reading->cornerA.y, reading->cornerC.y) / 2;
     }
 }
 

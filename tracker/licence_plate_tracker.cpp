@@ -7,12 +7,12 @@
 #include <cstddef>
 #include <utility>
 
-#include "tracker/arithmetic.h"
+#include "arithmetic/arithmetic.h"
 
-using tracking::WrappedDifference;
-using tracking::WrappedMagnitude;
-using tracking::WrappedProduct;
-using tracking::WrappedSum;
+using arithmetic::WrappedDifference;
+using arithmetic::WrappedMagnitude;
+using arithmetic::WrappedProduct;
+using arithmetic::WrappedSum;
 
 namespace {
 

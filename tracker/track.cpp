@@ -4,13 +4,13 @@
 #include <cmath>
 #include <utility>
 
-#include "tracker/arithmetic.h"
+#include "arithmetic/arithmetic.h"
 #include "tracker/text_distance.h"
 
-using tracking::Truncated;
-using tracking::WrappedDifference;
-using tracking::WrappedProduct;
-using tracking::WrappedSum;
+using arithmetic::Truncated;
+using arithmetic::WrappedDifference;
+using arithmetic::WrappedProduct;
+using arithmetic::WrappedSum;
 
 namespace {
 

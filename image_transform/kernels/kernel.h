@@ -58,7 +58,7 @@ std::span<const Kernel> AllKernels();
 /// The kernel that `name` asks for, or, when it is null, unknown or not supported here, the first supported one.
 const Kernel& ChooseKernel(const char* name);
 
-/// The kernel that the converters use: chosen at the first call, by the name in the environment variable
+/// The kernel that the converters use: chosen while the library is loaded, by the name in the environment variable
 /// VEXLANE_KERNEL. Any thread.
 const Kernel& ActiveKernel();
 

@@ -14,6 +14,7 @@
 
 #include "platform/last_error.h"
 #include "platform/linux/descriptor.h"
+#include "platform/linux/registry_folder.h"
 
 namespace platform {
 
@@ -143,6 +144,11 @@ std::uint32_t MakeKey(RegistryHive hive, const char* path, bool create, Registry
 }
 
 }  // namespace
+
+std::string RegistryFolder(RegistryHive hive, const char* path) {
+    std::string folder;
+    return KeyFolder(hive, path, folder) == 0 ? folder : std::string();
+}
 
 std::uint32_t OpenRegistryKey(RegistryHive hive, const char* path, std::uint32_t, RegistryHandle& key) {
     return MakeKey(hive, path, false, key);

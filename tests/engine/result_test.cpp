@@ -7,7 +7,6 @@
 #include <limits>
 #include <stdexcept>
 
-#include "engine/arithmetic.h"
 #include "engine/engine_text.h"
 #include "tests/engine/probe_detector.h"
 

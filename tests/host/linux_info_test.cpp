@@ -14,13 +14,19 @@ std::string InfoOutput(const std::vector<std::pair<std::string, std::optional<st
     return process.Wait().output;
 }
 
-TEST(PosixInfo, TheDebugLevelIsReadFromTheFoldersThatTheEnvironmentNames) {
+TEST(LinuxInfo, TheDebugLevelIsReadFromTheFoldersThatTheEnvironmentNames) {
     EXPECT_THAT(InfoOutput({{"VEXLANE_REGISTRY", "/some/registry"}}),
                 HasSubstr("  /some/registry/HKEY_LOCAL_MACHINE/SOFTWARE/Tellumark/KORA/DEBUG/DebugLevel\n"
                           "  /some/registry/HKEY_CURRENT_USER/SOFTWARE/Tellumark/KORA/DEBUG/DebugLevel\n"));
     EXPECT_THAT(InfoOutput({{"VEXLANE_REGISTRY", std::nullopt}, {"XDG_CONFIG_HOME", "/home/x/conf"}}),
                 HasSubstr("  /etc/vexlane/HKEY_LOCAL_MACHINE/SOFTWARE/Tellumark/KORA/DEBUG/DebugLevel\n"
                           "  /home/x/conf/vexlane/HKEY_CURRENT_USER/SOFTWARE/Tellumark/KORA/DEBUG/DebugLevel\n"));
+}
+
+// As the library itself does: a relative folder would lie somewhere else for each program.
+TEST(LinuxInfo, ARelativeConfigurationFolderIsPassedOver) {
+    EXPECT_THAT(InfoOutput({{"VEXLANE_REGISTRY", std::nullopt}, {"XDG_CONFIG_HOME", "relative"}, {"HOME", "/home/x"}}),
+                HasSubstr("  /home/x/.config/vexlane/HKEY_CURRENT_USER/SOFTWARE/Tellumark/KORA/DEBUG/DebugLevel\n"));
 }
 
 }  // namespace

@@ -10,7 +10,7 @@ namespace {
 
 using testing::HasSubstr;
 
-TEST(PosixTerminal, ShowsABarThatIsTakenAwayAtTheEnd) {
+TEST(LinuxTerminal, ShowsABarThatIsTakenAwayAtTheEnd) {
     if (!SystemHasTerminals()) {
         GTEST_SKIP() << "a changed root without pseudo-terminals";
     }

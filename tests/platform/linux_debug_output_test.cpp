@@ -93,7 +93,7 @@ void BreakStandardError() {
     close(ends[1]);
 }
 
-TEST(PosixDebugOutput, EachCallIsOneWriteAndOneLine) {
+TEST(LinuxDebugOutput, EachCallIsOneWriteAndOneLine) {
     const CapturedStandardError captured;
     platform::WriteDebugOutput("without an end");
     platform::WriteDebugOutput("with an end\n");
@@ -108,7 +108,7 @@ TEST(PosixDebugOutput, EachCallIsOneWriteAndOneLine) {
                                         "\n", "wide\n", "wide with an end\r\n", "\n"}));
 }
 
-TEST(PosixDebugOutput, WideTextIsUtf8WhateverItHolds) {
+TEST(LinuxDebugOutput, WideTextIsUtf8WhateverItHolds) {
     const CapturedStandardError captured;
     const wchar_t text[] = {0x4EAC, 0x1F600, 0xD800, 0x110000, -5, L'z', 0};
     platform::WriteDebugOutput(text);
@@ -116,14 +116,14 @@ TEST(PosixDebugOutput, WideTextIsUtf8WhateverItHolds) {
               std::vector<std::string>{"\xE4\xBA\xAC\xF0\x9F\x98\x80\xEF\xBF\xBD\xEF\xBF\xBD\xEF\xBF\xBDz\n"});
 }
 
-TEST(PosixDebugOutput, ALongTextIsWrittenWhole) {
+TEST(LinuxDebugOutput, ALongTextIsWrittenWhole) {
     const CapturedStandardError captured;
     const std::string text(50000, 'a');
     platform::WriteDebugOutput(text.c_str());
     EXPECT_EQ(captured.Writes(), std::vector<std::string>{text + "\n"});
 }
 
-TEST(PosixDebugOutput, LinesOfManyThreadsDoNotMix) {
+TEST(LinuxDebugOutput, LinesOfManyThreadsDoNotMix) {
     int ends[2] = {-1, -1};
     ASSERT_EQ(pipe(ends), 0);
     const int before = dup(STDERR_FILENO);
@@ -158,7 +158,7 @@ TEST(PosixDebugOutput, LinesOfManyThreadsDoNotMix) {
     }
 }
 
-TEST(PosixDebugOutput, ABrokenPipeNeitherEndsTheProcessNorLeavesATrace) {
+TEST(LinuxDebugOutput, ABrokenPipeNeitherEndsTheProcessNorLeavesATrace) {
     EXPECT_EQ(RunInChild([] {
                   BreakStandardError();
                   errno = EXDEV;
@@ -174,7 +174,7 @@ TEST(PosixDebugOutput, ABrokenPipeNeitherEndsTheProcessNorLeavesATrace) {
               42);
 }
 
-TEST(PosixDebugOutput, ABrokenPipeSignalOfTheHostsOwnStaysPending) {
+TEST(LinuxDebugOutput, ABrokenPipeSignalOfTheHostsOwnStaysPending) {
     EXPECT_EQ(RunInChild([] {
                   sigset_t broken;
                   sigemptyset(&broken);
@@ -192,7 +192,7 @@ TEST(PosixDebugOutput, ABrokenPipeSignalOfTheHostsOwnStaysPending) {
               42);
 }
 
-TEST(PosixDebugOutput, AFullFileDoesNotEndTheProcess) {
+TEST(LinuxDebugOutput, AFullFileDoesNotEndTheProcess) {
     EXPECT_EQ(RunInChild([] {
                   char name[] = "/tmp/vexlane-debug-output-XXXXXX";
                   const int file = mkstemp(name);
@@ -207,7 +207,7 @@ TEST(PosixDebugOutput, AFullFileDoesNotEndTheProcess) {
               42);
 }
 
-TEST(PosixDebugOutput, AClosedStandardErrorIsIgnored) {
+TEST(LinuxDebugOutput, AClosedStandardErrorIsIgnored) {
     EXPECT_EQ(RunInChild([] {
                   close(STDERR_FILENO);
                   platform::WriteDebugOutput("lost");
@@ -227,7 +227,7 @@ bool Sleeps(pid_t thread) {
 }
 
 // The pipe is full, so the write waits; signals whose handler does not ask for a restart interrupt it there.
-TEST(PosixDebugOutput, AnInterruptedWriteIsTriedAgain) {
+TEST(LinuxDebugOutput, AnInterruptedWriteIsTriedAgain) {
     int ends[2] = {-1, -1};
     ASSERT_EQ(pipe(ends), 0);
     const std::string fill(1 << 16, 'f');
@@ -291,7 +291,7 @@ std::string Format(const char* format, ...) {
     return line.c_str();
 }
 
-TEST(PosixFormatDebugLine, MakesUpTo1024Characters) {
+TEST(LinuxFormatDebugLine, MakesUpTo1024Characters) {
     EXPECT_EQ(Format("%s", std::string(1024, 'a').c_str()), std::string(1024, 'a'));
     EXPECT_EQ(Format("%s", std::string(1025, 'a').c_str()), std::string(1024, 'a'));
 }

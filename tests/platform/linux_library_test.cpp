@@ -7,12 +7,12 @@
 
 namespace {
 
-TEST(PosixLastError, TheTextIsTheSystemsOwn) {
+TEST(LinuxLastError, TheTextIsTheSystemsOwn) {
     EXPECT_EQ(platform::SystemErrorText(ENOENT), "No such file or directory");
     EXPECT_EQ(platform::SystemErrorText(EINVAL), strerrordesc_np(EINVAL));
 }
 
-TEST(PosixLibrary, NothingIsHeldAndTheThreadGoesOn) {
+TEST(LinuxLibrary, NothingIsHeldAndTheThreadGoesOn) {
     const platform::LibraryReference reference = platform::HoldLibrary();
     EXPECT_EQ(reference, 0u);
     platform::ReleaseLibrary(reference);

@@ -70,7 +70,7 @@ std::size_t OpenDescriptors() {
     return static_cast<std::size_t>(std::distance(begin(folder), end(folder)));
 }
 
-class PosixProcess : public ProcessFixture {
+class LinuxProcess : public ProcessFixture {
   protected:
     /// A child of the host's own, which this library knows nothing of.
     std::uint32_t StartAsHost(const std::string& program, const std::string& part) {
@@ -99,7 +99,7 @@ class PosixProcess : public ProcessFixture {
 
 // Listing
 
-TEST_F(PosixProcess, TheListBeginsWithTheSystemsOwnProcessAndEnds) {
+TEST_F(LinuxProcess, TheListBeginsWithTheSystemsOwnProcessAndEnds) {
     const SystemHandle list = platform::CreateProcessList();
     ASSERT_NE(list, 0u);
     ProcessEntry entry;
@@ -118,7 +118,7 @@ TEST_F(PosixProcess, TheListBeginsWithTheSystemsOwnProcessAndEnds) {
     platform::CloseHandle(list);
 }
 
-TEST_F(PosixProcess, AnInvalidListHasNoEntries) {
+TEST_F(LinuxProcess, AnInvalidListHasNoEntries) {
     const SystemHandle list = platform::CreateProcessList();
     platform::CloseHandle(list);
     platform::CloseHandle(list);
@@ -132,7 +132,7 @@ TEST_F(PosixProcess, AnInvalidListHasNoEntries) {
     }
 }
 
-TEST_F(PosixProcess, ANameThatLooksLikeTheSystemsOwnRecordIsRead) {
+TEST_F(LinuxProcess, ANameThatLooksLikeTheSystemsOwnRecordIsRead) {
     const std::string name = "v) Z 1 (x";
     CopyHelper(OwnFolder() / name);
     const ProcessInformation started = StartLasting("\"" + name + "\" sleep");
@@ -140,7 +140,7 @@ TEST_F(PosixProcess, ANameThatLooksLikeTheSystemsOwnRecordIsRead) {
     EXPECT_EQ(platform::OpenProcess(platform::processAllAccess, true, started.processId), started.process);
 }
 
-TEST_F(PosixProcess, AScriptIsListedUnderItsOwnName) {
+TEST_F(LinuxProcess, AScriptIsListedUnderItsOwnName) {
     const std::string name = "vexlane-test-script.exe";
     ASSERT_EQ(mkfifo((folder / "never-written").c_str(), 0600), 0);
     std::ofstream(folder / name) << "#!/bin/sh\nread line < " << (folder / "never-written").string() << "\n";
@@ -153,7 +153,7 @@ TEST_F(PosixProcess, AScriptIsListedUnderItsOwnName) {
     }
 }
 
-TEST_F(PosixProcess, AProgramWhoseFileIsGoneKeepsItsName) {
+TEST_F(LinuxProcess, AProgramWhoseFileIsGoneKeepsItsName) {
     const std::string name = "vexlane-test-removed.exe";
     const std::filesystem::path file = CopyHelper(OwnFolder() / name);
     const ProcessInformation started = StartLasting(name);
@@ -161,7 +161,7 @@ TEST_F(PosixProcess, AProgramWhoseFileIsGoneKeepsItsName) {
     EXPECT_EQ(ListedAs(name), Ids{started.processId});
 }
 
-TEST_F(PosixProcess, AProcessWhoseFirstThreadHasEndedStillRuns) {
+TEST_F(LinuxProcess, AProcessWhoseFirstThreadHasEndedStillRuns) {
     const std::string name = "vexlane-test-threads.exe";
     CopyHelper(OwnFolder() / name);
     const ProcessInformation started = StartLasting(name + " first-thread-ends");
@@ -172,7 +172,7 @@ TEST_F(PosixProcess, AProcessWhoseFirstThreadHasEndedStillRuns) {
     EXPECT_EQ(StateOf(started.processId), '\0');
 }
 
-TEST_F(PosixProcess, WithoutFreeDescriptorsTheListFailsInsteadOfMissingProcesses) {
+TEST_F(LinuxProcess, WithoutFreeDescriptorsTheListFailsInsteadOfMissingProcesses) {
     rlimit before = {};
     getrlimit(RLIMIT_NOFILE, &before);
     int lowestFree = open("/dev/null", O_RDONLY | O_CLOEXEC);
@@ -192,7 +192,7 @@ TEST_F(PosixProcess, WithoutFreeDescriptorsTheListFailsInsteadOfMissingProcesses
 
 // Starting
 
-TEST_F(PosixProcess, TheRecordOfAStartedProcessNamesIt) {
+TEST_F(LinuxProcess, TheRecordOfAStartedProcessNamesIt) {
     const ProcessInformation started = StartLasting(helperName);
     EXPECT_NE(started.processId, 0u);
     EXPECT_EQ(started.threadId, started.processId);
@@ -201,7 +201,7 @@ TEST_F(PosixProcess, TheRecordOfAStartedProcessNamesIt) {
     EXPECT_TRUE(IsListed(started.processId));
 }
 
-TEST_F(PosixProcess, AMissingProgramIsNotStartedAndTheRecordStays) {
+TEST_F(LinuxProcess, AMissingProgramIsNotStartedAndTheRecordStays) {
     ProcessInformation started;
     started.processId = 77;
     for (const char* name : {"vexlane-test-missing.exe", "", "  ", "/nowhere/vexlane-test-missing.exe"}) {
@@ -213,7 +213,7 @@ TEST_F(PosixProcess, AMissingProgramIsNotStartedAndTheRecordStays) {
     EXPECT_EQ(started.process, 0u);
 }
 
-TEST_F(PosixProcess, AFileThatMayNotBeExecutedIsNotStarted) {
+TEST_F(LinuxProcess, AFileThatMayNotBeExecutedIsNotStarted) {
     std::ofstream(folder / "vexlane-test-text") << "text";
     std::filesystem::create_directory(folder / "vexlane-test-folder");
     std::ofstream(folder / "vexlane-test-broken") << "no program at all";
@@ -231,7 +231,7 @@ TEST_F(PosixProcess, AFileThatMayNotBeExecutedIsNotStarted) {
     EXPECT_EQ(UnwaitedChildren(), 0);
 }
 
-TEST_F(PosixProcess, AStartedProgramInheritsTheEnvironmentAndTheFolderAlone) {
+TEST_F(LinuxProcess, AStartedProgramInheritsTheEnvironmentAndTheFolderAlone) {
     const int inheritable = open("/dev/zero", O_RDONLY);
     const int far = fcntl(inheritable, F_DUPFD, 700);
     ASSERT_GE(far, 700);
@@ -283,7 +283,7 @@ TEST_F(ProgramSearch, NeverFindsItInTheCurrentFolder) {
 
 // Ending
 
-TEST_F(PosixProcess, ATerminatedProcessIsGoneWhenTheCallComesBack) {
+TEST_F(LinuxProcess, ATerminatedProcessIsGoneWhenTheCallComesBack) {
     for (const char* part : {" sleep", " ignore-termination"}) {
         const ProcessInformation started = StartLasting(helperName + std::string(part));
         EXPECT_TRUE(platform::TerminateProcess(started.process, 0));
@@ -292,7 +292,7 @@ TEST_F(PosixProcess, ATerminatedProcessIsGoneWhenTheCallComesBack) {
     }
 }
 
-TEST_F(PosixProcess, TerminatingAProcessThatHasEndedIsAFailure) {
+TEST_F(LinuxProcess, TerminatingAProcessThatHasEndedIsAFailure) {
     const ProcessInformation terminated = StartLasting(helperName);
     EXPECT_TRUE(platform::TerminateProcess(terminated.process, 0));
     platform::SetLastError(0);
@@ -307,7 +307,7 @@ TEST_F(PosixProcess, TerminatingAProcessThatHasEndedIsAFailure) {
     EXPECT_EQ(StateOf(ended.processId), '\0');
 }
 
-TEST_F(PosixProcess, AnEmptyHandleEndsNothing) {
+TEST_F(LinuxProcess, AnEmptyHandleEndsNothing) {
     // In a process group of its own, which a signal to process 0 would end.
     const pid_t group = fork();
     if (group == 0) {
@@ -327,7 +327,7 @@ TEST_F(PosixProcess, AnEmptyHandleEndsNothing) {
     EXPECT_EQ(WEXITSTATUS(status), 42);
 }
 
-TEST_F(PosixProcess, AProcessThatHasTakenOverTheIdIsLeftAlone) {
+TEST_F(LinuxProcess, AProcessThatHasTakenOverTheIdIsLeftAlone) {
     const ProcessInformation started = StartLasting(helperName);
     for (const SystemHandle difference : {SystemHandle{1} << 32, SystemHandle{1} << 63}) {
         platform::SetLastError(0);
@@ -338,7 +338,7 @@ TEST_F(PosixProcess, AProcessThatHasTakenOverTheIdIsLeftAlone) {
     EXPECT_TRUE(platform::TerminateProcess(started.process, 0));
 }
 
-TEST_F(PosixProcess, ClosingAProcessHandleChangesNothing) {
+TEST_F(LinuxProcess, ClosingAProcessHandleChangesNothing) {
     const ProcessInformation started = StartLasting(helperName);
     platform::CloseHandle(started.process);
     platform::CloseHandle(started.thread);
@@ -347,7 +347,7 @@ TEST_F(PosixProcess, ClosingAProcessHandleChangesNothing) {
     EXPECT_TRUE(platform::TerminateProcess(started.process, 0));
 }
 
-TEST_F(PosixProcess, AChildKilledFromOutsideIsNotListedAndDoesNotStay) {
+TEST_F(LinuxProcess, AChildKilledFromOutsideIsNotListedAndDoesNotStay) {
     const ProcessInformation started = StartLasting(helperName);
     KillFromOutside(started.processId);
     WaitUntilEnded(started.processId);
@@ -355,7 +355,7 @@ TEST_F(PosixProcess, AChildKilledFromOutsideIsNotListedAndDoesNotStay) {
     EXPECT_EQ(StateOf(started.processId), '\0');
 }
 
-TEST_F(PosixProcess, ProgramsThatEndByThemselvesDoNotPileUp) {
+TEST_F(LinuxProcess, ProgramsThatEndByThemselvesDoNotPileUp) {
     for (int i = 0; i < 20; ++i) {
         const ProcessInformation started = Start(helperName + std::string(" exit"));
         WaitUntilEnded(started.processId);
@@ -367,7 +367,7 @@ TEST_F(PosixProcess, ProgramsThatEndByThemselvesDoNotPileUp) {
 
 // Signals
 
-TEST(PosixSignal, IsSentToAProcessAndNeverToAGroup) {
+TEST(LinuxSignal, IsSentToAProcessAndNeverToAGroup) {
     // In a process group of its own, which a signal to process 0 would end.
     const pid_t group = fork();
     if (group == 0) {
@@ -387,7 +387,7 @@ TEST(PosixSignal, IsSentToAProcessAndNeverToAGroup) {
     EXPECT_EQ(WEXITSTATUS(status), 42);
 }
 
-TEST_F(PosixProcess, ASignalReachesItsProcessOrFails) {
+TEST_F(LinuxProcess, ASignalReachesItsProcessOrFails) {
     const std::uint32_t child = StartAsHost(OwnFolder() / helperName, "sleep");
     EXPECT_EQ(platform::CheckMaySignal(static_cast<pid_t>(child)), 0);
     EXPECT_EQ(platform::SendSignal(static_cast<pid_t>(child), SIGKILL), 0);
@@ -403,12 +403,12 @@ TEST_F(PosixProcess, ASignalReachesItsProcessOrFails) {
 
 // Opening, and other people's processes
 
-TEST_F(PosixProcess, AnOpenedProcessHasTheHandleItWasStartedWith) {
+TEST_F(LinuxProcess, AnOpenedProcessHasTheHandleItWasStartedWith) {
     const ProcessInformation started = StartLasting(helperName);
     EXPECT_EQ(platform::OpenProcess(platform::processAllAccess, true, started.processId), started.process);
 }
 
-TEST_F(PosixProcess, WhatDoesNotRunIsNotOpened) {
+TEST_F(LinuxProcess, WhatDoesNotRunIsNotOpened) {
     const ProcessInformation started = StartLasting(helperName);
     EXPECT_TRUE(platform::TerminateProcess(started.process, 0));
     const std::uint32_t zombie = StartAsHost(OwnFolder() / helperName, "exit");
@@ -421,7 +421,7 @@ TEST_F(PosixProcess, WhatDoesNotRunIsNotOpened) {
     waitpid(static_cast<pid_t>(zombie), nullptr, 0);
 }
 
-TEST_F(PosixProcess, AZombieOfTheHostsIsNotListedAndIsLeftToTheHost) {
+TEST_F(LinuxProcess, AZombieOfTheHostsIsNotListedAndIsLeftToTheHost) {
     const std::uint32_t zombie = StartAsHost(OwnFolder() / helperName, "sleep");
     const SystemHandle handle = platform::OpenProcess(platform::processAllAccess, true, zombie);
     EXPECT_NE(handle, 0u);
@@ -437,7 +437,7 @@ TEST_F(PosixProcess, AZombieOfTheHostsIsNotListedAndIsLeftToTheHost) {
     EXPECT_TRUE(WIFSIGNALED(status));
 }
 
-TEST_F(PosixProcess, AStrangersProcessIsListedOpenedAndTerminatedAndLeftToItsParent) {
+TEST_F(LinuxProcess, AStrangersProcessIsListedOpenedAndTerminatedAndLeftToItsParent) {
     const std::string name = "vexlane-test-stranger.exe";
     const std::filesystem::path program = CopyHelper(folder / name);
     const std::uint32_t stranger = StartAsHost(program, "ignore-termination");
@@ -451,7 +451,7 @@ TEST_F(PosixProcess, AStrangersProcessIsListedOpenedAndTerminatedAndLeftToItsPar
     EXPECT_TRUE(WIFSIGNALED(status));
 }
 
-TEST_F(PosixProcess, AProcessOfAnotherUserIsSkipped) {
+TEST_F(LinuxProcess, AProcessOfAnotherUserIsSkipped) {
     if (getuid() != 0) {
         GTEST_SKIP() << "needs the right to become another user";
     }
@@ -514,7 +514,7 @@ int LookAsNobody(const std::filesystem::path& program, std::uint32_t othersProce
 }
 
 // The system shows less of such a program than of others: its name has to be read elsewhere.
-TEST_F(PosixProcess, AProgramThatMayNotBeReadIsListedUnderItsNameForItsOwnUserAlone) {
+TEST_F(LinuxProcess, AProgramThatMayNotBeReadIsListedUnderItsNameForItsOwnUserAlone) {
     if (getuid() != 0) {
         GTEST_SKIP() << "needs the right to become another user";
     }
@@ -539,7 +539,7 @@ TEST_F(PosixProcess, AProgramThatMayNotBeReadIsListedUnderItsNameForItsOwnUserAl
 
 // Hosts with habits of their own
 
-TEST_F(PosixProcess, AHostThatIgnoresItsChildrenConfusesNothing) {
+TEST_F(LinuxProcess, AHostThatIgnoresItsChildrenConfusesNothing) {
     const auto before = signal(SIGCHLD, SIG_IGN);
     const ProcessInformation first = StartLasting(helperName);
     EXPECT_TRUE(IsListed(first.processId));
@@ -554,7 +554,7 @@ TEST_F(PosixProcess, AHostThatIgnoresItsChildrenConfusesNothing) {
     signal(SIGCHLD, before);
 }
 
-TEST_F(PosixProcess, AHostThatWaitsForAllChildrenConfusesNothing) {
+TEST_F(LinuxProcess, AHostThatWaitsForAllChildrenConfusesNothing) {
     const ProcessInformation first = StartLasting(helperName);
     KillFromOutside(first.processId);
     EXPECT_EQ(waitpid(-1, nullptr, 0), static_cast<pid_t>(first.processId));
@@ -568,7 +568,7 @@ TEST_F(PosixProcess, AHostThatWaitsForAllChildrenConfusesNothing) {
     EXPECT_FALSE(IsListed(second.processId));
 }
 
-TEST_F(PosixProcess, NoDescriptorStaysOpen) {
+TEST_F(LinuxProcess, NoDescriptorStaysOpen) {
     const std::size_t before = OpenDescriptors();
     ProcessInformation missing;
     for (int i = 0; i < 3; ++i) {
@@ -583,7 +583,7 @@ TEST_F(PosixProcess, NoDescriptorStaysOpen) {
     EXPECT_EQ(OpenDescriptors(), before);
 }
 
-TEST_F(PosixProcess, ManyThreadsMayListStartAndTerminate) {
+TEST_F(LinuxProcess, ManyThreadsMayListStartAndTerminate) {
     const ProcessInformation lasting = StartLasting(helperName);
     const std::size_t descriptorsBefore = OpenDescriptors();
     std::atomic<int> failures = 0;

@@ -31,14 +31,14 @@ std::size_t OpenDescriptors() {
     return count;
 }
 
-class PosixRegistry : public testing::Test {
+class LinuxRegistry : public testing::Test {
   protected:
-    PosixRegistry() {
+    LinuxRegistry() {
         char name[] = "/tmp/vexlane-registry-XXXXXX";
         root = mkdtemp(name);
         setenv("VEXLANE_REGISTRY", (root / "registry").c_str(), 1);
     }
-    ~PosixRegistry() override { std::filesystem::remove_all(root); }
+    ~LinuxRegistry() override { std::filesystem::remove_all(root); }
 
     std::filesystem::path MachineFolder() const {
         return root / "registry/HKEY_LOCAL_MACHINE/SOFTWARE/Tellumark/KORA/DEBUG";
@@ -55,7 +55,7 @@ class PosixRegistry : public testing::Test {
     std::filesystem::path root;
 };
 
-TEST_F(PosixRegistry, AKeyIsAFolderInThatOfItsHive) {
+TEST_F(LinuxRegistry, AKeyIsAFolderInThatOfItsHive) {
     RegistryHandle key = 0;
     ASSERT_EQ(platform::CreateRegistryKey(RegistryHive::LocalMachine, keyPath, access, key), 0u);
     platform::CloseRegistryKey(key);
@@ -65,7 +65,7 @@ TEST_F(PosixRegistry, AKeyIsAFolderInThatOfItsHive) {
     EXPECT_TRUE(std::filesystem::is_empty(root / "registry/HKEY_CURRENT_USER/SOFTWARE/Tellumark/KORA/DEBUG"));
 }
 
-TEST_F(PosixRegistry, FailuresTellTheSystemsReason) {
+TEST_F(LinuxRegistry, FailuresTellTheSystemsReason) {
     const RegistryHandle key = KeyWithValue("value", std::string(100, 'v'));
     char buffer[10] = {};
     std::uint32_t size = sizeof(buffer);
@@ -76,14 +76,14 @@ TEST_F(PosixRegistry, FailuresTellTheSystemsReason) {
     platform::CloseRegistryKey(key);
 }
 
-TEST_F(PosixRegistry, TheVariableIsReadAtEachCall) {
+TEST_F(LinuxRegistry, TheVariableIsReadAtEachCall) {
     platform::CloseRegistryKey(KeyWithValue("DebugLevel", "3"));
     setenv("VEXLANE_REGISTRY", (root / "other").c_str(), 1);
     RegistryHandle key = 0;
     EXPECT_NE(Open(RegistryHive::LocalMachine, keyPath, key), 0u);
 }
 
-TEST_F(PosixRegistry, WhatIsNoFileIsNoValue) {
+TEST_F(LinuxRegistry, WhatIsNoFileIsNoValue) {
     const RegistryHandle key = KeyWithValue("value", "1");
     std::filesystem::create_directory(MachineFolder() / "folder");
     ASSERT_EQ(mkfifo((MachineFolder() / "pipe").c_str(), 0600), 0);
@@ -96,7 +96,7 @@ TEST_F(PosixRegistry, WhatIsNoFileIsNoValue) {
     platform::CloseRegistryKey(key);
 }
 
-TEST_F(PosixRegistry, NamesDoNotLeadOutOfTheirFolder) {
+TEST_F(LinuxRegistry, NamesDoNotLeadOutOfTheirFolder) {
     const RegistryHandle key = KeyWithValue("value", "1");
     std::ofstream(MachineFolder().parent_path() / "outside") << "secret";
     char buffer[16] = {};
@@ -117,7 +117,7 @@ TEST_F(PosixRegistry, NamesDoNotLeadOutOfTheirFolder) {
     EXPECT_FALSE(std::filesystem::exists(root / "outside"));
 }
 
-TEST_F(PosixRegistry, AHiveThatIsAFileRefusesEverything) {
+TEST_F(LinuxRegistry, AHiveThatIsAFileRefusesEverything) {
     std::filesystem::create_directories(root / "registry");
     std::ofstream(root / "registry/HKEY_LOCAL_MACHINE") << "a file";
     for (const char* path : {keyPath, ""}) {
@@ -131,7 +131,7 @@ TEST_F(PosixRegistry, AHiveThatIsAFileRefusesEverything) {
     }
 }
 
-TEST_F(PosixRegistry, AKeyThatIsAFileIsNoKey) {
+TEST_F(LinuxRegistry, AKeyThatIsAFileIsNoKey) {
     platform::CloseRegistryKey(KeyWithValue("value", "1"));
     RegistryHandle key = 0;
     const std::string path = std::string(keyPath) + "\\value";
@@ -140,7 +140,7 @@ TEST_F(PosixRegistry, AKeyThatIsAFileIsNoKey) {
               static_cast<std::uint32_t>(ENOTDIR));
 }
 
-TEST_F(PosixRegistry, WithoutTheVariableTheUserHiveStandsInTheConfigurationFolder) {
+TEST_F(LinuxRegistry, WithoutTheVariableTheUserHiveStandsInTheConfigurationFolder) {
     unsetenv("VEXLANE_REGISTRY");
     setenv("HOME", (root / "home").c_str(), 1);
     for (const char* configuration : {"", "relative", "set"}) {
@@ -164,7 +164,7 @@ TEST_F(PosixRegistry, WithoutTheVariableTheUserHiveStandsInTheConfigurationFolde
     EXPECT_TRUE(std::filesystem::is_directory(root / "home/.config/vexlane/HKEY_CURRENT_USER/unset"));
 }
 
-TEST_F(PosixRegistry, WithoutAnyVariableTheUserHiveFails) {
+TEST_F(LinuxRegistry, WithoutAnyVariableTheUserHiveFails) {
     unsetenv("VEXLANE_REGISTRY");
     unsetenv("XDG_CONFIG_HOME");
     for (const bool empty : {false, true}) {
@@ -181,7 +181,7 @@ TEST_F(PosixRegistry, WithoutAnyVariableTheUserHiveFails) {
     }
 }
 
-TEST_F(PosixRegistry, WithoutTheVariableTheMachineHiveIsTheSystems) {
+TEST_F(LinuxRegistry, WithoutTheVariableTheMachineHiveIsTheSystems) {
     unsetenv("VEXLANE_REGISTRY");
     RegistryHandle key = 0;
     const bool exists = std::filesystem::is_directory("/etc/vexlane/HKEY_LOCAL_MACHINE");
@@ -189,7 +189,7 @@ TEST_F(PosixRegistry, WithoutTheVariableTheMachineHiveIsTheSystems) {
     platform::CloseRegistryKey(key);
 }
 
-TEST_F(PosixRegistry, NoDescriptorStaysOpen) {
+TEST_F(LinuxRegistry, NoDescriptorStaysOpen) {
     const std::size_t before = OpenDescriptors();
     const RegistryHandle key = KeyWithValue("value", "1");
     char buffer[4] = {};

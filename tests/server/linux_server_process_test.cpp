@@ -15,9 +15,9 @@ using servers::Running;
 using testing::ElementsAre;
 namespace fs = std::filesystem;
 
-using PosixServerProcess = ServerProcess;
+using LinuxServerProcess = ServerProcess;
 
-TEST_F(PosixServerProcess, LeavesNoZombieBehind) {
+TEST_F(LinuxServerProcess, LeavesNoZombieBehind) {
     StartPolling();
     for (int round = 0; round < 3; ++round) {
         const pid_t server = TheServer();
@@ -29,7 +29,7 @@ TEST_F(PosixServerProcess, LeavesNoZombieBehind) {
     EXPECT_EQ(servers::Zombies(), 0);
 }
 
-TEST_F(PosixServerProcess, InheritsNoDescriptorOfTheHost) {
+TEST_F(LinuxServerProcess, InheritsNoDescriptorOfTheHost) {
     int pipe[2] = {};
     ASSERT_EQ(::pipe(pipe), 0);  // both ends would be inherited by a plain child
     const int file = ::open("/proc/self/status", O_RDONLY);
@@ -51,7 +51,7 @@ TEST_F(PosixServerProcess, InheritsNoDescriptorOfTheHost) {
     }
 }
 
-TEST_F(PosixServerProcess, OfAStrangerIsAdoptedInPlaceOfOursAndEndedByTheNextStop) {
+TEST_F(LinuxServerProcess, OfAStrangerIsAdoptedInPlaceOfOursAndEndedByTheNextStop) {
     StartPolling();
     const pid_t ours = TheServer();
     ASSERT_NE(ours, 0);
@@ -67,7 +67,7 @@ TEST_F(PosixServerProcess, OfAStrangerIsAdoptedInPlaceOfOursAndEndedByTheNextSto
     EXPECT_TRUE(WIFSIGNALED(status));
 }
 
-TEST_F(PosixServerProcess, ThatBlocksAllSignalsIsEnded) {
+TEST_F(LinuxServerProcess, ThatBlocksAllSignalsIsEnded) {
     ExpectThatItIsEnded("blocks-signals");
 }
 

@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "sdk/contract_names.h"
+#include "sdk/setting_keys.h"
 #include "tools/host/failure.h"
 #include "tools/host/host_objects.h"
 #include "tools/host/system.h"
@@ -94,7 +95,7 @@ std::string TypesText(OKM8::IAsyncAdjuster& settings, const std::string& key) {
 
 void DescribeSettings(std::string& text, OKM8::IAsyncAdjuster& settings) {
     constexpr std::size_t keyWidth = 20;
-    for (const char* key : knownSettingKeys) {
+    for (const char* key : OKM8::Analytics::SettingKey::All) {
         text += "  " + Padded(key, keyWidth) + TypesText(settings, key) + "\n";
     }
     text += "  " + Padded("(any other)", keyWidth) + TypesText(settings, strangeKey) + "\n";

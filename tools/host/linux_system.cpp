@@ -13,6 +13,8 @@
 #include <cstdlib>
 #include <system_error>
 
+#include "platform/linux/registry_folder.h"
+#include "sdk/module.h"
 #include "tools/host/failure.h"
 #include "tools/host/system.h"
 
@@ -107,15 +109,6 @@ class FileDescriptorSource final : public ByteSource {
     std::string error;
 };
 
-std::string RegistryFile(const std::string& folder, const char* hive) {
-    return folder + "/" + hive + "/SOFTWARE/Tellumark/KORA/DEBUG/DebugLevel";
-}
-
-std::string Environment(const char* name) {
-    const char* value = std::getenv(name);
-    return value == nullptr ? std::string() : std::string(value);
-}
-
 }  // namespace
 
 void PrepareProcess() {
@@ -207,16 +200,16 @@ bool EngineIsBound() {
 }
 
 std::vector<std::string> DebugLevelPlaces() {
-    const std::string root = Environment("VEXLANE_REGISTRY");
-    if (!root.empty()) {
-        return {RegistryFile(root, "HKEY_LOCAL_MACHINE"), RegistryFile(root, "HKEY_CURRENT_USER")};
+    namespace DebugLevelValue = OKM8::DebugLevelValue;
+    using platform::RegistryHive;
+    std::vector<std::string> places;
+    for (const RegistryHive hive : {RegistryHive::LocalMachine, RegistryHive::CurrentUser}) {
+        const std::string folder = platform::RegistryFolder(hive, DebugLevelValue::Key);
+        if (!folder.empty()) {
+            places.push_back(folder + '/' + DebugLevelValue::Name);
+        }
     }
-    std::string configuration = Environment("XDG_CONFIG_HOME");
-    if (configuration.empty()) {
-        configuration = Environment("HOME") + "/.config";
-    }
-    return {RegistryFile("/etc/vexlane", "HKEY_LOCAL_MACHINE"),
-            RegistryFile(configuration + "/vexlane", "HKEY_CURRENT_USER")};
+    return places;
 }
 
 std::unique_ptr<ByteSource> OpenByteSource(const std::string& path) {

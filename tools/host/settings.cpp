@@ -4,6 +4,7 @@
 #include <cmath>
 #include <system_error>
 
+#include "sdk/setting_keys.h"
 #include "tools/host/console.h"
 #include "tools/host/failure.h"
 
@@ -37,7 +38,7 @@ std::string ErrorOf(OKM8::IErrorInfoProvider& errors) {
 
 std::string SettingsOf(OKM8::IAsyncAdjuster& settings) {
     std::vector<std::string> known;
-    for (const char* key : knownSettingKeys) {
+    for (const char* key : OKM8::Analytics::SettingKey::All) {
         const std::vector<std::string> types = AcceptedTypes(settings, key);
         if (!types.empty()) {
             known.push_back(std::string(key) + " (" + Join(types, ", ") + ")");

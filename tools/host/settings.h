@@ -1,7 +1,6 @@
 /// Named settings: the words of the command line, and what a detector takes.
 #pragma once
 
-#include <array>
 #include <cstdint>
 #include <string>
 #include <string_view>
@@ -27,12 +26,6 @@ std::vector<SettingValue> ReadingsOf(const std::string& text);
 
 /// Sets one value by the setter of its type; answers the detector's code.
 int32_t SetValue(OKM8::IAsyncAdjuster& settings, const std::string& key, const SettingValue& value);
-
-/// The keys that detectors are known to take.
-inline constexpr std::array<const char*, 13> knownSettingKeys{
-    "use_half_cadr",   "id",          "name",       "use_area",       "area_left",    "area_top",
-    "area_right",      "area_bottom", "zone_width", "zone_width_min", "result_ready", "result_wait_time",
-    "result_rec_count"};
 
 /// The types that a detector takes for a key, found by setting it: "bool", "int", "double", "string", in that order.
 /// The setting is changed by that.

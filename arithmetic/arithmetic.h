@@ -1,10 +1,15 @@
-/// Arithmetic with what comes from the engine and the settings, defined for every input.
+/// Arithmetic that is defined for every input, since hosts, settings and engines may give any number: 32-bit numbers
+/// wrap around, doubles are cut to them as the processor cuts.
 #pragma once
 
 #include <cstdint>
 #include <limits>
 
-namespace plate_recognition {
+namespace arithmetic {
+
+inline std::int32_t WrappedSum(std::int32_t a, std::int32_t b) {
+    return static_cast<std::int32_t>(static_cast<std::uint32_t>(a) + static_cast<std::uint32_t>(b));
+}
 
 inline std::int32_t WrappedDifference(std::int32_t a, std::int32_t b) {
     return static_cast<std::int32_t>(static_cast<std::uint32_t>(a) - static_cast<std::uint32_t>(b));
@@ -14,9 +19,15 @@ inline std::int32_t WrappedProduct(std::int32_t a, std::int32_t b) {
     return static_cast<std::int32_t>(static_cast<std::uint32_t>(a) * static_cast<std::uint32_t>(b));
 }
 
+/// The smallest number stays as it is.
+inline std::int32_t WrappedMagnitude(std::int32_t a) {
+    return a < 0 ? WrappedDifference(0, a) : a;
+}
+
 /// Toward zero; what does not fit, and what is no number, becomes the smallest number, as the x64 instruction gives.
-inline std::int32_t TruncatedToInt32(double value) {
-    if (value > -2147483649.0 && value < 2147483648.0) {
+inline std::int32_t Truncated(double value) {
+    constexpr double limit = 2147483648.0;
+    if (value > -limit - 1.0 && value < limit) {
         return static_cast<std::int32_t>(value);
     }
     return std::numeric_limits<std::int32_t>::min();
@@ -31,4 +42,5 @@ inline std::int32_t SignedPercentOf(std::uint32_t size, std::int32_t percent) {
 inline std::int32_t UnsignedPercentOf(std::uint32_t size, std::int32_t percent) {
     return static_cast<std::int32_t>(size * static_cast<std::uint32_t>(percent) / 100);
 }
-}  // namespace plate_recognition
+
+}  // namespace arithmetic

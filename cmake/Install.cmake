@@ -1,0 +1,61 @@
+# cmake --install: the tree of the package. On Windows scripts/package makes a ZIP file of it.
+#
+# vexlane.dll (libvexlane.so), plate-host and this package's README.txt lie at the top, so that the program finds the
+# library beside it; reference-engine/ holds the reference engine and its server, include/sdk/ the headers, lib/ the import
+# library and what find_package(vexlane CONFIG) reads, which has the target vexlane::sdk.
+
+include(CMakePackageConfigHelpers)
+
+install(TARGETS vexlane RUNTIME DESTINATION . LIBRARY DESTINATION . ARCHIVE DESTINATION lib)
+file(GLOB sdk_headers CONFIGURE_DEPENDS "${PROJECT_SOURCE_DIR}/sdk/*.h")
+install(FILES ${sdk_headers} DESTINATION include/sdk)
+
+install(TARGETS vexlane_sdk EXPORT vexlane)
+install(EXPORT vexlane NAMESPACE vexlane:: DESTINATION lib/cmake/vexlane FILE vexlane-config.cmake)
+write_basic_package_version_file("${PROJECT_BINARY_DIR}/vexlane-config-version.cmake"
+    COMPATIBILITY SameMinorVersion ARCH_INDEPENDENT)
+install(FILES "${PROJECT_BINARY_DIR}/vexlane-config-version.cmake" DESTINATION lib/cmake/vexlane)
+
+if(TARGET plate-host)
+    install(TARGETS plate-host RUNTIME DESTINATION .)
+endif()
+if(TARGET plate-server)
+    install(TARGETS vexlane_engine_reading plate-server
+        RUNTIME DESTINATION reference-engine LIBRARY DESTINATION reference-engine)
+endif()
+
+if(WIN32)
+    configure_file("${PROJECT_SOURCE_DIR}/docs/windows-package.txt" "${PROJECT_BINARY_DIR}/README.txt"
+        @ONLY NEWLINE_STYLE CRLF)
+    install(FILES "${PROJECT_BINARY_DIR}/README.txt" DESTINATION .)
+endif()
+
+# The notices of what is linked in, as Debian's packages bring them.
+if(CMAKE_CROSSCOMPILING)
+    set(notices boost=libboost1.81-dev gcc-runtime=gcc-mingw-w64-base mingw-w64=mingw-w64-common)
+    if(TARGET plate-host)
+        list(APPEND notices cli11=libcli11-dev nlohmann-json=nlohmann-json3-dev)
+    endif()
+    if(TARGET plate-server)
+        list(APPEND notices opencv=libopencv-dnn-dev protobuf=protobuf-compiler zlib=libz-mingw-w64-dev)
+    endif()
+    foreach(notice IN LISTS notices)
+        string(REGEX MATCH "^(.*)=(.*)$" notice "${notice}")
+        install(FILES "/usr/share/doc/${CMAKE_MATCH_2}/copyright" DESTINATION third-party RENAME ${CMAKE_MATCH_1}.txt)
+    endforeach()
+endif()
+
+if(WIN32)
+    install(CODE [[
+        cmake_path(ABSOLUTE_PATH CMAKE_INSTALL_PREFIX NORMALIZE OUTPUT_VARIABLE prefix)
+        set(sums "")
+        list(SORT CMAKE_INSTALL_MANIFEST_FILES)
+        foreach(file IN LISTS CMAKE_INSTALL_MANIFEST_FILES)
+            file(SHA256 "$ENV{DESTDIR}${file}" sum)
+            cmake_path(NORMAL_PATH file)
+            cmake_path(RELATIVE_PATH file BASE_DIRECTORY "${prefix}" OUTPUT_VARIABLE name)
+            string(APPEND sums "${sum}  ${name}\n")
+        endforeach()
+        file(WRITE "$ENV{DESTDIR}${prefix}/SHA256SUMS" "${sums}")
+    ]])
+endif()

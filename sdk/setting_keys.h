@@ -1,0 +1,30 @@
+/// The keys of a detector's settings, which IAsyncAdjuster's setters take. The type of each stands beside it; any other
+/// type is refused with ErrorCode::RefusedSetting.
+#pragma once
+
+namespace OKM8 {
+namespace Analytics {
+namespace SettingKey {
+
+constexpr char Id[] = "id";                        ///< text, shown in log lines
+constexpr char Name[] = "name";                    ///< text, shown in log lines
+constexpr char ZoneWidth[] = "zone_width";         ///< integer: largest plate width, percent of the frame's width
+constexpr char ZoneWidthMin[] = "zone_width_min";  ///< integer: smallest plate width, percent of the frame's width
+constexpr char UseArea[] = "use_area";             ///< boolean: search the area below alone
+constexpr char AreaLeft[] = "area_left";           ///< integer, percent of the frame; so are the next three
+constexpr char AreaTop[] = "area_top";
+constexpr char AreaRight[] = "area_right";
+constexpr char AreaBottom[] = "area_bottom";
+constexpr char ResultReady[] = "result_ready";         ///< boolean: report a vehicle before it leaves
+constexpr char ResultWaitTime[] = "result_wait_time";  ///< integer, seconds, with result_ready
+constexpr char ResultRecCount[] = "result_rec_count";  ///< integer, readings, with result_ready
+constexpr char UseHalfCadr[] = "use_half_cadr";        ///< boolean: the camera sends fields of half height
+
+/// All of them.
+constexpr const char* All[] = {UseHalfCadr,   Id,         Name,      UseArea,      AreaLeft,    AreaTop,
+                               AreaRight,     AreaBottom, ZoneWidth, ZoneWidthMin, ResultReady, ResultWaitTime,
+                               ResultRecCount};
+
+}  // namespace SettingKey
+}  // namespace Analytics
+}  // namespace OKM8
