@@ -25,6 +25,10 @@ add_library(vexlane_build INTERFACE)
 if(MSVC)
     target_compile_options(vexlane_build INTERFACE /W4 /WX)
 else()
+    if(CMAKE_CXX_COMPILER_ID STREQUAL "Clang")
+        # Members are touched under their mutexes alone: platform/mutex.h.
+        target_compile_options(vexlane_build INTERFACE -Wthread-safety)
+    endif()
     # No contraction into fused operations: the arithmetic is the same on every processor.
     target_compile_options(vexlane_build INTERFACE -Wall -Wextra -Wconversion -Wsign-conversion -Wshadow -Wnull-dereference
         -Wdouble-promotion -Wold-style-cast -Woverloaded-virtual -Werror -ffp-contract=off)

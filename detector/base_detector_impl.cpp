@@ -145,7 +145,7 @@ std::int32_t BaseDetectorImpl::ReceiveFrame(OKM8::MFF::IMultimediaBuffer* inputD
 
 std::int32_t BaseDetectorImpl::ReceiveSingleFrame(OKM8::MFF::IMultimediaBuffer* inputData,
                                                   const OKM8::FrameArea* callArea, OKM8::IContract* frameDoneCallback) {
-    const boost::recursive_mutex::scoped_lock lock(frameMutex);
+    const platform::Lock lock(frameMutex);
     BeginSingleCall(callArea != nullptr ? *callArea : OKM8::FrameArea{});
     const std::int32_t outcome = ProcessInput(inputData, frameDoneCallback);
     EndSingleCall();
@@ -153,7 +153,7 @@ std::int32_t BaseDetectorImpl::ReceiveSingleFrame(OKM8::MFF::IMultimediaBuffer* 
 }
 
 void BaseDetectorImpl::BeginSingleCall(const OKM8::FrameArea& callArea) {
-    const boost::recursive_mutex::scoped_lock lock(frameMutex);
+    const platform::Lock lock(frameMutex);
     inSingleCall = true;
     singleAreaActive = true;
     singleAreaValid = callArea.width > 0 && callArea.height > 0;
@@ -162,9 +162,9 @@ void BaseDetectorImpl::BeginSingleCall(const OKM8::FrameArea& callArea) {
 }
 
 void BaseDetectorImpl::EndSingleCall() {
-    const boost::recursive_mutex::scoped_lock lock(frameMutex);
+    const platform::Lock lock(frameMutex);
     {
-        const boost::mutex::scoped_lock stateLock(stateMutex);
+        const platform::Lock stateLock(stateMutex);
         frameValues.Clear();
     }
     inSingleCall = false;
@@ -174,7 +174,7 @@ void BaseDetectorImpl::EndSingleCall() {
 
 std::int32_t BaseDetectorImpl::ProcessInput(OKM8::MFF::IMultimediaBuffer* inputData,
                                             OKM8::IContract* frameDoneCallback) {
-    const boost::recursive_mutex::scoped_lock lock(frameMutex);
+    const platform::Lock lock(frameMutex);
     ClearError();
     frameOutcome = OKM8::ErrorCode::None;
     if (inputData == nullptr) {
@@ -238,7 +238,7 @@ bool BaseDetectorImpl::IsHalfFrame() {
 }
 
 std::uint32_t BaseDetectorImpl::SetFrameSize(std::uint32_t frameWidth, std::uint32_t frameHeight) {
-    const boost::recursive_mutex::scoped_lock lock(frameMutex);
+    const platform::Lock lock(frameMutex);
     width = frameWidth;
     height = frameHeight;
     effectiveHeight = IsHalved(width, height) ? height / 2 : height;
@@ -246,7 +246,7 @@ std::uint32_t BaseDetectorImpl::SetFrameSize(std::uint32_t frameWidth, std::uint
 }
 
 void BaseDetectorImpl::SetFrameSizeAndApply(std::uint32_t frameWidth, std::uint32_t frameHeight) {
-    const boost::recursive_mutex::scoped_lock lock(frameMutex);
+    const platform::Lock lock(frameMutex);
     SetFrameSize(frameWidth, frameHeight);
     ApplySettings();
 }
@@ -264,7 +264,7 @@ PixelRect BaseDetectorImpl::GetDetectionRect() const {
 // Settings.
 
 void BaseDetectorImpl::TakeSettings() {
-    const boost::recursive_mutex::scoped_lock lock(frameMutex);
+    const platform::Lock lock(frameMutex);
     ClearError();
     mustApply = true;  // a failure leaves half of it undone: the next frame tries again
     try {
@@ -294,7 +294,7 @@ void BaseDetectorImpl::OnSettingsApplied() {}
 // value. Nothing gets out to the host: what throws for want of memory counts as refused.
 template <class Action>
 std::int32_t BaseDetectorImpl::ReachValue(const char* valueName, Action action) noexcept {
-    const boost::mutex::scoped_lock lock(stateMutex);
+    const platform::Lock lock(stateMutex);
     SetErrorLocked(OKM8::ErrorCode::None, "");
     bool isReached = false;
     try {
@@ -320,14 +320,14 @@ std::int32_t BaseDetectorImpl::SetBoundString(const char* settingName, const cha
 
 template <class Value>
 std::int32_t BaseDetectorImpl::SetFrameValue(const char* valueName, const Value& value) {
-    return ReachValue(valueName, [&] {
+    return ReachValue(valueName, [&]() VEXLANE_REQUIRES(stateMutex) {
         frameValues.Write(valueName, value);
         return true;
     });
 }
 
 std::int32_t BaseDetectorImpl::SetFrameString(const char* valueName, const char* value) {
-    return ReachValue(valueName, [&] {
+    return ReachValue(valueName, [&]() VEXLANE_REQUIRES(stateMutex) {
         frameValues.Write(valueName, std::string(value != nullptr ? value : ""));
         return true;
     });
@@ -343,7 +343,7 @@ template std::int32_t BaseDetectorImpl::SetFrameValue(const char*, const bool&);
 
 template <class Value, class Take>
 std::int32_t BaseDetectorImpl::ReadFrameValue(const char* valueName, Take take) {
-    return ReachValue(valueName, [&] {
+    return ReachValue(valueName, [&]() VEXLANE_REQUIRES(stateMutex) {
         const Value* const stored = frameValues.Read<Value>(valueName);
         if (stored != nullptr) {
             take(*stored);
@@ -375,11 +375,12 @@ std::int32_t BaseDetectorImpl::GetFrameText(const char* valueName, const char*& 
 // Error state.
 
 std::int32_t BaseDetectorImpl::CurrentErrorCode() const {
-    return Bound(errorCode);
+    const platform::Lock lock(stateMutex);
+    return errorCode;
 }
 
 const char* BaseDetectorImpl::CurrentErrorText() noexcept {
-    const boost::mutex::scoped_lock lock(stateMutex);
+    const platform::Lock lock(stateMutex);
     try {
         reportedText = errorText;
     } catch (const std::exception&) {
@@ -389,11 +390,11 @@ const char* BaseDetectorImpl::CurrentErrorText() noexcept {
 }
 
 void BaseDetectorImpl::ClearError() noexcept {
-    const boost::mutex::scoped_lock lock(stateMutex);
+    const platform::Lock lock(stateMutex);
     SetErrorLocked(OKM8::ErrorCode::None, "");
 }
 
-// REQUIRES: stateMutex. On allocation failure, of a long text alone, the code comes without its text.
+// On allocation failure, of a long text alone, the code comes without its text.
 void BaseDetectorImpl::SetErrorLocked(std::int32_t code, const char* text) noexcept {
     errorCode = code;
     try {
@@ -415,7 +416,7 @@ bool BaseDetectorImpl::Fail(const char* text) noexcept {
 }
 
 void BaseDetectorImpl::PublishFrameOutcome() noexcept {
-    const boost::mutex::scoped_lock lock(stateMutex);
+    const platform::Lock lock(stateMutex);
     if (frameOutcome != OKM8::ErrorCode::None) {
         SetErrorLocked(frameOutcome, frameErrorText.c_str());
     } else if (errorCode == OKM8::ErrorCode::Failed) {

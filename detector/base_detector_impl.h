@@ -3,7 +3,6 @@
 
 #include <boost/shared_ptr.hpp>
 #include <boost/thread/mutex.hpp>
-#include <boost/thread/recursive_mutex.hpp>
 #include <cstdint>
 #include <string>
 #include <tuple>
@@ -11,6 +10,7 @@
 #include "detector/host_faces.h"
 #include "detector/settings.h"
 #include "image_transform/image_transformer.h"
+#include "platform/mutex.h"
 #include "sdk/buffer.h"
 #include "sdk/contract.h"
 #include "sdk/detector.h"
@@ -163,14 +163,14 @@ class BaseDetectorImpl : public OKM8::Analytics::IDetector,
     /// A copy of a bound member. Any thread.
     template <class Value>
     Value Bound(const Value& member) const {
-        const boost::mutex::scoped_lock lock(stateMutex);
+        const platform::Lock lock(stateMutex);
         return member;
     }
 
     /// Copies of several bound members, as they stand together. Any thread.
     template <class First, class Second, class... More>
     std::tuple<First, Second, More...> Bound(const First& first, const Second& second, const More&... more) const {
-        const boost::mutex::scoped_lock lock(stateMutex);
+        const platform::Lock lock(stateMutex);
         return {first, second, more...};
     }
 
@@ -184,12 +184,12 @@ class BaseDetectorImpl : public OKM8::Analytics::IDetector,
     image_transform::ImageTransformer transformer;
     std::string id;    // bound
     std::string name;  // bound
-    boost::recursive_mutex frameMutex;
-    std::int32_t errorCode = 0;  // guarded by stateMutex
-    std::string errorText;       // guarded by stateMutex
-    BoundSettings settings;      // filled by construction, then only read; its members guarded by stateMutex
-    FreeValues frameValues;      // guarded by stateMutex
-    bool halfFrame = false;      // bound
+    platform::RecursiveMutex frameMutex;
+    std::int32_t errorCode VEXLANE_GUARDED_BY(stateMutex) = 0;
+    std::string errorText VEXLANE_GUARDED_BY(stateMutex);
+    BoundSettings settings;  // filled by construction, then only read; its members guarded by stateMutex
+    FreeValues frameValues VEXLANE_GUARDED_BY(stateMutex);
+    bool halfFrame = false;  // bound
     std::uint64_t lastTimeStamp = 0;
     bool holdFrame = false;  // set by Recognize to keep OnFrameDone from being called
     OKM8::ILogger* logger = nullptr;
@@ -227,14 +227,14 @@ class BaseDetectorImpl : public OKM8::Analytics::IDetector,
     std::int32_t CurrentErrorCode() const;
     const char* CurrentErrorText() noexcept;
     void ClearError() noexcept;
-    void SetErrorLocked(std::int32_t code, const char* text) noexcept;
+    void SetErrorLocked(std::int32_t code, const char* text) noexcept VEXLANE_REQUIRES(stateMutex);
     void PublishFrameOutcome() noexcept;
     template <class Action>
     std::int32_t ReachValue(const char* valueName, Action action) noexcept;
 
-    mutable boost::mutex stateMutex;
-    std::string reportedText;  // the characters behind GetErrorMessage; guarded by stateMutex
-    bool mustApply = false;    // the settings could not be applied, so that the chain may not be what the engine needs
+    mutable platform::Mutex stateMutex;
+    std::string reportedText VEXLANE_GUARDED_BY(stateMutex);  // the characters behind GetErrorMessage
+    bool mustApply = false;  // the settings could not be applied, so that the chain may not be what the engine needs
     // Of the frame in hand, whatever setters do to the error state meanwhile.
     std::int32_t frameOutcome = 0;
     std::string frameErrorText;

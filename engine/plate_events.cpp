@@ -59,7 +59,7 @@ void VexlaneDetectorImpl::OnResult(ILicencePlateTracker*, boost::shared_ptr<Lice
 }
 
 void VexlaneDetectorImpl::SendPlate(const LicencePlate& plate, const std::vector<LicencePlatePtr>& readings) {
-    const boost::mutex::scoped_lock lock(resultsMutex);
+    const platform::Lock lock(resultsMutex);
     const auto found = pendingResults.find(static_cast<std::int32_t>(plate.id));
     if (found == pendingResults.end()) {
         return;
@@ -74,7 +74,7 @@ void VexlaneDetectorImpl::OnMayReleaseLicencePlate(ILicencePlateTracker*, boost:
         return;
     }
     decltype(pendingResults)::node_type removed;  // releases the frame after the lock: that calls the host
-    const boost::mutex::scoped_lock lock(resultsMutex);
+    const platform::Lock lock(resultsMutex);
     TraceOrDrop("plate_recognition::VexlaneDetectorImpl::OnMayReleaseLicencePlate", __LINE__,
                 "Remove plate ID = %1%, still left = %2%", reading->id, pendingResults.size());
     removed = pendingResults.extract(static_cast<std::int32_t>(reading->id));

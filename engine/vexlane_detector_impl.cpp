@@ -78,7 +78,7 @@ VexlaneDetectorImpl::~VexlaneDetectorImpl() {
     }
     {
         decltype(pendingResults) dropped;  // releases the frames after the lock: that calls the host
-        const boost::mutex::scoped_lock lock(resultsMutex);
+        const platform::Lock lock(resultsMutex);
         dropped.swap(pendingResults);
     }
     // The tracker releases its readings while the detector is still whole.
@@ -173,7 +173,7 @@ void VexlaneDetectorImpl::ReadFrame(FrameImage& frame, const boost::shared_ptr<I
         const RPLATE& plate = index < engineRecordCount ? plates[index] : emptyPlate;
         readings.push_back(MakeReading(frame, timeStamp, plate));
         auto result = CreateResult(buffer, plate);
-        const boost::mutex::scoped_lock lock(resultsMutex);
+        const platform::Lock lock(resultsMutex);
         // A result that had the key goes after the lock: its frame's release calls the host.
         pendingResults[static_cast<std::int32_t>(nextPlateId)].swap(result);
         ++nextPlateId;

@@ -12,6 +12,7 @@
 #include "engine/engine_records.h"
 #include "engine/recognition_result.h"
 #include "engine/track_points.h"
+#include "platform/mutex.h"
 #include "tracker/licence_plate_tracker_interface.h"
 
 namespace plate_recognition {
@@ -68,8 +69,9 @@ class VexlaneDetectorImpl : public BaseDetectorImpl, public ILicencePlateTracker
     std::uint64_t frameCount = 0;
     std::int32_t trackerParameter = 3000;  // milliseconds after which a track is lost
     boost::shared_ptr<ILicencePlateTracker> tracker;
-    std::map<std::int32_t, boost::shared_ptr<RecognitionResult>> pendingResults;  // by plate ID; resultsMutex
-    boost::mutex resultsMutex;
+    std::map<std::int32_t, boost::shared_ptr<RecognitionResult>> pendingResults
+        VEXLANE_GUARDED_BY(resultsMutex);  // by plate ID
+    platform::Mutex resultsMutex;
     bool resultReady = false;         // bound
     std::int32_t resultRecCount = 0;  // bound; readings
     std::int32_t resultWaitTime = 0;  // bound; seconds

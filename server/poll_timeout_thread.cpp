@@ -22,8 +22,8 @@ void PollTimeoutThread::Start(std::function<void()> action) {
     if (IsInForkedChild()) {
         return;
     }
-    const boost::mutex::scoped_lock pollLock(pollMutex);
-    const boost::mutex::scoped_lock threadLock(threadMutex);
+    const platform::Lock pollLock(pollMutex);
+    const platform::Lock threadLock(threadMutex);
     if (pollThread.get_id() != boost::thread::id()) {
         return;
     }
@@ -42,12 +42,17 @@ void PollTimeoutThread::Start(std::function<void()> action) {
     }
 }
 
+// The thread was stopped wherever it was, perhaps with the mutex held.
+void PollTimeoutThread::DetachStopped() VEXLANE_UNCHECKED {
+    pollThread.detach();
+}
+
 void PollTimeoutThread::Stop() {
     if (IsInForkedChild()) {
         return;
     }
     if (platform::OtherThreadsAreGone()) {
-        pollThread.detach();  // it was stopped wherever it was, perhaps with a mutex held
+        DetachStopped();
         return;
     }
     if (IsPollThread()) {
@@ -55,16 +60,16 @@ void PollTimeoutThread::Stop() {
     }
     const boost::this_thread::disable_interruption callersInterruptionIsNotOurs;
     {
-        const boost::mutex::scoped_lock lock(threadMutex);
+        const platform::Lock lock(threadMutex);
         pollThread.interrupt();
     }
     {
-        const boost::mutex::scoped_lock lock(pollMutex);
+        const platform::Lock lock(pollMutex);
         pollAction = nullptr;
     }
     boost::thread ending;
     {
-        const boost::mutex::scoped_lock lock(threadMutex);
+        const platform::Lock lock(threadMutex);
         ending.swap(pollThread);
     }
     if (ending.joinable()) {
@@ -77,12 +82,12 @@ bool PollTimeoutThread::IsRunning() const {
     if (IsInForkedChild()) {
         return false;
     }
-    const boost::mutex::scoped_lock lock(threadMutex);
+    const platform::Lock lock(threadMutex);
     return pollThread.get_id() != boost::thread::id();
 }
 
 bool PollTimeoutThread::IsPollThread() const {
-    const boost::mutex::scoped_lock lock(threadMutex);
+    const platform::Lock lock(threadMutex);
     return pollThread.get_id() == boost::this_thread::get_id();
 }
 
@@ -96,7 +101,7 @@ void PollTimeoutThread::SetWaitAction(std::function<void(std::int64_t)> action) 
     if (IsInForkedChild()) {
         return;
     }
-    const boost::mutex::scoped_lock lock(pollMutex);
+    const platform::Lock lock(pollMutex);
     waitAction = std::move(action);
 }
 
@@ -124,7 +129,7 @@ void PollTimeoutThread::Run() {
 }
 
 void PollTimeoutThread::Poll(std::function<void(std::int64_t)>& wait) {
-    const boost::mutex::scoped_lock lock(pollMutex);
+    const platform::Lock lock(pollMutex);
     wait = waitAction;
     if (!pollAction) {
         return;

@@ -8,6 +8,7 @@
 #include <functional>
 
 #include "platform/library.h"
+#include "platform/mutex.h"
 #include "platform/process.h"
 
 namespace ThreadRoutines {
@@ -51,13 +52,14 @@ class PollTimeoutThread {
     void Run();
     void Poll(std::function<void(std::int64_t)>& wait);
     bool IsPollThread() const;
+    void DetachStopped();
 
-    boost::mutex pollMutex;
-    std::function<void()> pollAction;              // guarded by pollMutex
-    std::function<void(std::int64_t)> waitAction;  // guarded by pollMutex
-    std::atomic<std::int64_t> period{5'000'000};   // microseconds
-    boost::thread pollThread;                      // guarded by threadMutex
-    mutable boost::mutex threadMutex;              // a leaf, held for a look or a swap
+    platform::Mutex pollMutex;
+    std::function<void()> pollAction VEXLANE_GUARDED_BY(pollMutex);
+    std::function<void(std::int64_t)> waitAction VEXLANE_GUARDED_BY(pollMutex);
+    std::atomic<std::int64_t> period{5'000'000};  // microseconds
+    boost::thread pollThread VEXLANE_GUARDED_BY(threadMutex);
+    mutable platform::Mutex threadMutex;  // a leaf, held for a look or a swap
     const std::uint32_t owner = platform::CurrentProcessId();
 };
 

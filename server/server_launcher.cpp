@@ -90,7 +90,7 @@ void ServerLauncher::Start() {
         return;
     }
     LauncherTrace("Start server launcher");
-    const boost::mutex::scoped_lock lock(startMutex);
+    const platform::Lock lock(startMutex);
     if (ScanProcesses()) {
         LauncherTrace("Already started. Process ID: 0x%x", Printed(Record().process));
         return;
@@ -98,7 +98,6 @@ void ServerLauncher::Start() {
     StartProcess();
 }
 
-// REQUIRES: startMutex.
 void ServerLauncher::StartProcess() {
     SetRecord({});
     platform::ProcessInformation started;
@@ -123,11 +122,10 @@ void ServerLauncher::Stop() {
     }
     LauncherTrace("Stop server launcher");
     PollTimeoutThread::Stop();
-    const boost::mutex::scoped_lock lock(startMutex);
+    const platform::Lock lock(startMutex);
     TerminateProcess();
 }
 
-// REQUIRES: startMutex.
 void ServerLauncher::TerminateProcess() {
     const platform::SystemHandle handle = Record().process;
     if (!platform::TerminateProcess(handle, terminatedExitCode) && diagnostics::DebugLevel() != 0) {
@@ -168,11 +166,11 @@ bool ServerLauncher::IsServerRunning() {
     if (IsInForkedChild()) {
         return false;
     }
-    const boost::mutex::scoped_lock lock(startMutex);
+    const platform::Lock lock(startMutex);
     return ScanProcesses();
 }
 
-// The first process listed is the system's own and is not looked at. REQUIRES: startMutex.
+// The first process listed is the system's own and is not looked at.
 bool ServerLauncher::ScanProcesses() {
     const ProcessList list;
     platform::ProcessEntry entry;
@@ -197,7 +195,7 @@ bool ServerLauncher::HasServersName(const platform::ProcessEntry& entry) const {
 void ServerLauncher::ExamineProcess(const platform::ProcessEntry& entry) {
     const platform::SystemHandle handle = platform::OpenProcess(platform::processAllAccess, true, entry.processId);
     const boost::posix_time::ptime now = Now();
-    const boost::mutex::scoped_lock lock(launcherMutex);
+    const platform::Lock lock(launcherMutex);
     lastAlive = now;
     if (process.processId != 0 && process.processId != entry.processId && handle != 0) {
         process.processId = entry.processId;
@@ -213,7 +211,7 @@ void ServerLauncher::OnTimeout() {
     const boost::posix_time::ptime now = Now();
     bool isSilent = false;
     {
-        const boost::mutex::scoped_lock lock(launcherMutex);
+        const platform::Lock lock(launcherMutex);
         if (!lastAlive.is_not_a_date_time()) {
             isSilent = static_cast<std::int32_t>((now - lastAlive).total_seconds()) > longestSilenceSeconds;
         }
@@ -229,17 +227,17 @@ void ServerLauncher::MarkAlive() {
         return;
     }
     const boost::posix_time::ptime now = Now();
-    const boost::mutex::scoped_lock lock(launcherMutex);
+    const platform::Lock lock(launcherMutex);
     lastAlive = now;
 }
 
 void ServerLauncher::SetRecord(const platform::ProcessInformation& record) {
-    const boost::mutex::scoped_lock lock(launcherMutex);
+    const platform::Lock lock(launcherMutex);
     process = record;
 }
 
 platform::ProcessInformation ServerLauncher::Record() {
-    const boost::mutex::scoped_lock lock(launcherMutex);
+    const platform::Lock lock(launcherMutex);
     return process;
 }
 

@@ -1,0 +1,47 @@
+/// Boost's mutexes, annotated: clang reports with -Wthread-safety where a member is touched without the mutex that it
+/// names (https://clang.llvm.org/docs/ThreadSafetyAnalysis.html). Other compilers see plain mutexes.
+#pragma once
+
+#include <boost/thread/mutex.hpp>
+#include <boost/thread/recursive_mutex.hpp>
+
+#ifdef __clang__
+#define VEXLANE_THREAD_SAFETY(...) __attribute__((__VA_ARGS__))
+#else
+#define VEXLANE_THREAD_SAFETY(...)
+#endif
+
+/// After a member: only touched while that mutex is held.
+#define VEXLANE_GUARDED_BY(mutex) VEXLANE_THREAD_SAFETY(guarded_by(mutex))
+/// After a function's parameters: only called while that mutex is held.
+#define VEXLANE_REQUIRES(mutex) VEXLANE_THREAD_SAFETY(requires_capability(mutex))
+/// After a function's parameters: not checked. Says why.
+#define VEXLANE_UNCHECKED VEXLANE_THREAD_SAFETY(no_thread_safety_analysis)
+
+namespace platform {
+
+template <class Base>
+class VEXLANE_THREAD_SAFETY(capability("mutex")) AnnotatedMutex : public Base {
+  public:
+    void lock() VEXLANE_THREAD_SAFETY(acquire_capability()) { Base::lock(); }
+    void unlock() VEXLANE_THREAD_SAFETY(release_capability()) { Base::unlock(); }
+    bool try_lock() VEXLANE_THREAD_SAFETY(try_acquire_capability(true)) { return Base::try_lock(); }
+};
+
+using Mutex = AnnotatedMutex<boost::mutex>;
+using RecursiveMutex = AnnotatedMutex<boost::recursive_mutex>;
+
+/// Holds a mutex for its own life.
+template <class Locked>
+class VEXLANE_THREAD_SAFETY(scoped_lockable) Lock {
+  public:
+    explicit Lock(Locked& locked) VEXLANE_THREAD_SAFETY(acquire_capability(locked)) : held(locked) { held.lock(); }
+    ~Lock() VEXLANE_THREAD_SAFETY(release_capability()) { held.unlock(); }
+    Lock(const Lock&) = delete;
+    Lock& operator=(const Lock&) = delete;
+
+  private:
+    Locked& held;
+};
+
+}  // namespace platform
