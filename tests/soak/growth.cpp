@@ -55,7 +55,8 @@ Sample TakeSample() {
     const test_support::OpenCounts open = test_support::CountOpen();
     Sample sample;
     sample.residentBytes = static_cast<std::uint64_t>(test_support::ResidentKilobytes()) * 1024;
-    sample.allocatedBytes = test_support::AllocatedBytes();
+    const std::uint64_t allocated = test_support::AllocatedBytes();
+    sample.allocatedBytes = allocated - std::min(allocated, KeptBytes());
     sample.handles = open.all;
     sample.keptHandles = KeptHandles();
     sample.threads = test_support::ThreadCount();

@@ -10,4 +10,8 @@ std::uint64_t KeptHandles() {
     return 0;
 }
 
+std::uint64_t KeptBytes() {
+    return 0;
+}
+
 }  // namespace soak

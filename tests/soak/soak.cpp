@@ -71,10 +71,7 @@ class Player {
         const std::uint64_t handlesBefore = OtherHandles();
         LoadAndPlay(seed, isVerbose);
         const std::uint64_t handlesAfter = OtherHandles();
-        if (handlesAfter <= handlesBefore) {
-            return;
-        }
-        const std::uint64_t left = handlesAfter - handlesBefore;
+        const std::uint64_t left = handlesAfter - std::min(handlesBefore, handlesAfter);
         // The first session also opens what the system keeps for the process.
         if (left > mostHandlesOfTheRuntime && seed > 1) {
             throw std::runtime_error(std::to_string(left) + " handles are left of a library that was unloaded");

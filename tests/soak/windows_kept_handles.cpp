@@ -10,6 +10,7 @@ namespace soak {
 namespace {
 
 std::atomic<std::uint64_t> keptHandles = 0;
+std::atomic<std::uint64_t> keptBytes = 0;
 
 HANDLE WINAPI CountOpenProcess(DWORD access, BOOL isInheritable, DWORD process) {
     const HANDLE handle = OpenProcess(access, isInheritable, process);
@@ -38,10 +39,15 @@ void CountKeptHandles() {
 
 void KeepHandlesOfTheRuntime(std::uint64_t count) {
     keptHandles += count;
+    keptBytes += mostBytesOfTheRuntime;
 }
 
 std::uint64_t KeptHandles() {
     return keptHandles;
+}
+
+std::uint64_t KeptBytes() {
+    return keptBytes;
 }
 
 }  // namespace soak
