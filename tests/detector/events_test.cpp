@@ -10,6 +10,7 @@
 
 #include "sdk/contract_names.h"
 #include "tests/detector/test_detector.h"
+#include "tests/support/environment.h"
 
 namespace {
 
@@ -127,6 +128,7 @@ class EventFailure : public Events, public testing::WithParamInterface<FailingSt
             EXPECT_EQ(event.raised, 0);
             EXPECT_EQ(event.discarded, 1);
         }
+        EXPECT_EQ(raiser, nullptr) << "a discarded raiser must not be found by the caller";
     }
 };
 
@@ -227,6 +229,19 @@ TEST_F(Events, AnEventWithATargetIsOfThePresentAndIsLeftForTheCallerToRaise) {
     raiser->Raise();
     EXPECT_EQ(host.Events().front().raised, 1);
     EXPECT_EQ(host.Events().front().targets[0].Find("n")->number, 5);
+}
+
+TEST_F(Events, AnEventOfThePresentIsInUtcWhateverTheZone) {
+    test_support::SetEnvironment("TZ", "VEX-05:30");  // 5 h 30 min east
+    test_support::ReadTimeZone();
+    const std::int64_t before = Now();
+    EXPECT_TRUE(detector->CreateEventWithTarget("alarm", &target, &raiser));
+    const std::int64_t after = Now();
+    test_support::UnsetEnvironment("TZ");
+    test_support::ReadTimeZone();
+    ASSERT_EQ(host.Events().size(), 1u);
+    EXPECT_GE(host.Events().front().timeMs, before);
+    EXPECT_LE(host.Events().front().timeMs, after);
 }
 
 TEST_F(Events, DebugFiguresCarry32BytesUnderTheGivenKey) {

@@ -736,6 +736,19 @@ TEST_F(CallsFromInside, ReleaseSettersAndErrorReadsWorkAndAreNotTheFramesOutcome
     EXPECT_EQ(ErrorOf(*detector), Error(1, "inputData is not an ICompositeBuffer"));
 }
 
+TEST_F(CallsFromInside, ReleaseSettersDoNotClearTheFramesError) {
+    BufferOptions options;
+    options.pixels.assign(64 * 48, 5);
+    options.onRelease = [this] {
+        EXPECT_EQ(SettingsOf(*detector).SetIntValue("area_left", 44), 0);
+        EXPECT_EQ(ErrorOf(*detector), Error(0, ""));
+    };
+    detector->onRecognize = [](FrameImage&, BufferPointer) { throw std::runtime_error("lens cap"); };
+    EXPECT_EQ(Receive(MakeBuffer(counts, options)), 1);
+    EXPECT_EQ(counts.released, 1);
+    EXPECT_EQ(ErrorOf(*detector), Error(1, "lens cap"));
+}
+
 TEST_F(CallsFromInside, FrameDoneSettingsAreAppliedAndTheirFailureIsNotTheFramesOutcome) {
     FromInside done([this] {
         SettingsOf(*detector).SetBoolValue("use_half_cadr", true);

@@ -208,4 +208,11 @@ TEST_F(DetectorLog, AnIdOutOfRangeIsRefused) {
     }
 }
 
+TEST_F(DetectorLog, TheIdNumberIsReadAfterOneThatWasOutOfRange) {
+    SettingsOf(*detector).SetStringValue("id", "99999999999999999999999");
+    EXPECT_THROW(detector->GetIdNumber(), std::out_of_range);
+    SettingsOf(*detector).SetStringValue("id", "12");
+    EXPECT_EQ(detector->GetIdNumber(), 12);
+}
+
 }  // namespace
