@@ -68,6 +68,14 @@ INSTANTIATE_TEST_SUITE_P(OfPlates, KeepAliveByCount,
                          testing::Values(std::numeric_limits<int>::min(), -1, 0, 1, engineRecordCount,
                                          engineRecordCount + 1));
 
+TEST_F(KeepAlive, AFrameIsASignOfLifeWhenTheEngineHasReadIt) {
+    fake_engine::OnRecognize([](const IMG&, RPLATE*) {
+        SetZone("TST-02");  // the engine takes an hour
+        return 0;
+    });
+    EXPECT_FALSE(RestartsAfterAnHourAnd([&] { EXPECT_EQ(Frame(1), 0); }));
+}
+
 TEST_F(KeepAlive, AFrameBeforeTheSilenceDoesNotEndIt) {
     EXPECT_EQ(Frame(1), 0);
     EXPECT_TRUE(RestartsAfterAnHourAnd([] {}));

@@ -983,6 +983,20 @@ TEST_F(LettingGo, LocksTheResults) {
     EXPECT_FALSE(IsLocked());
 }
 
+TEST_F(LettingGo, GoesOnWhenItsLineCannotBeWritten) {
+    AddPending(3);
+    {
+        const OnTrace onTrace([](const char* text) {
+            if (std::strstr(text, "Remove plate ID = 3") != nullptr) {
+                throw std::runtime_error("no room for lines");
+            }
+        });
+        EXPECT_NO_THROW(Detector().OnMayReleaseLicencePlate(nullptr, Reading(3)));
+    }
+    EXPECT_THAT(Detector().pendingResults, IsEmpty());
+    EXPECT_EQ(counts.released, 1);
+}
+
 // The thread sanitizer sees the place at which a frame's results come in.
 TEST_F(LettingGo, MayMeetFrames) {
     diagnostics::SetDebugLevel(0);

@@ -839,6 +839,16 @@ TEST_F(RecognitionFailure, OfTheRangeEndsTheFrameToo) {
     EXPECT_EQ(Detector().tracker, nullptr);
 }
 
+TEST_F(RecognitionFailure, OfTheRangeCountsAsAFrame) {
+    Detector();
+    fake_engine::OnSetPlateRange([](int, int) -> bool { throw std::logic_error("range lost"); });
+    EXPECT_EQ(Frame(1), 0);
+    fake_engine::OnSetPlateRange(nullptr);
+    output.Clear();
+    EXPECT_EQ(Frame(2), 0);
+    EXPECT_THAT(Trace(), ElementsAre(LineOf("Recognize", "Frame count: 2 Iteration : 0 NumberOfPlate is 0")));
+}
+
 TEST_F(RecognitionFailure, AnEmptyFrameHandleIsTracedAndTheFrameAbandoned) {
     RecordingTracker& tracker = UseRecordingTracker();
     output.Clear();
