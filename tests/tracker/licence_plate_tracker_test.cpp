@@ -12,6 +12,7 @@
 #include <vector>
 
 #include "tests/tracker/tracker_fixture.h"
+#include "tracker/track.h"
 
 namespace {
 
@@ -411,23 +412,22 @@ TEST_F(LicencePlateTracker, ATrackPredictedAboveTheEnlargedFrameIsReportedAndRem
     EXPECT_EQ(TrackCount(*tracker), 0u);
 }
 
+// Of 1280 columns and 480 rows the limits are whole numbers in floating point too.
 TEST_F(LicencePlateTracker, EverySideOfTheEnlargedFrameCounts) {
     const struct {
-        std::int32_t x;
-        std::int32_t y;
         std::int32_t stepX;
         std::int32_t stepY;
         std::uint64_t last;  // the last millisecond at which it is still inside
     } cases[] = {
-        {640, 360, -100, 0, 768},  // 640 - 768 = -128
-        {640, 360, 100, 0, 768},   // 640 + 768 = 1408
-        {640, 360, 0, -100, 432},  // 360 - 432 = -72
-        {640, 360, 0, 100, 432},   // 360 + 432 = 792
+        {-100, 0, 768},  // 640 - 768 = -128
+        {100, 0, 768},   // 640 + 768 = 1408
+        {0, -100, 288},  // 240 - 288 = -48
+        {0, 100, 288},   // 240 + 288 = 528
     };
     for (const auto& way : cases) {
         const auto tracker = Make();
-        Frame(*tracker, 1000, {{1, L"AAAA", way.x - way.stepX, way.y - way.stepY}});
-        Frame(*tracker, 1100, {{2, L"AAAA", way.x, way.y}});
+        Frame(*tracker, 1000, {{1, L"AAAA", 640 - way.stepX, 240 - way.stepY, 0, 100, 1280, 480}});
+        Frame(*tracker, 1100, {{2, L"AAAA", 640, 240, 0, 100, 1280, 480}});
         Frame(*tracker, 1100 + way.last, {});
         EXPECT_TRUE(sink.calls.empty()) << way.stepX << ", " << way.stepY;
         Frame(*tracker, 1100 + way.last + 1, {});
@@ -476,6 +476,24 @@ TEST_F(LicencePlateTracker, AStandingPlateIsReportedAtItsNinthReadingAndStays) {
     EXPECT_EQ(sink.Take(), Calls{Release(8)});
     tracker->FinishAll();
     EXPECT_EQ(Sorted(sink.Take()), (Calls{Release(9), Release(10)})) << "reported once, by reason 0";
+}
+
+// Seven times without movement leave 26.84 pixels per second, which the eighth step turns into exactly 24.
+TEST_F(LicencePlateTracker, ExactlyTwentyFourPixelsPerSecondAreNotSlow) {
+    const auto tracker = Make();
+    CTrack track(0);
+    for (std::uint64_t id = 1; id <= 8; ++id) {
+        const Reading reading{id, L"AAAA", 640, 100, 1000 + id * 100};
+        tracker->ProcessPlates({reading}, reading.time);
+        track.Add(boost::make_shared<LicencePlateHolder>(reading, nullptr));
+    }
+    const Reading step{9, L"AAAA", 640 + 19636924, 100, 1800 + 1555299199};
+    track.Add(boost::make_shared<LicencePlateHolder>(step, nullptr));
+    ASSERT_EQ(track.Speed(), 24.0);
+    tracker->ProcessPlates({step}, step.time);
+    EXPECT_TRUE(sink.Results().empty());
+    Frame(*tracker, step.time + 100, {{10, L"AAAA", step.x, 100}});
+    EXPECT_EQ(sink.Results(), Calls{Result(1, 0, {1, 2, 3, 4, 5, 6, 7, 8, 9, 10})});
 }
 
 TEST_F(LicencePlateTracker, WithoutLimitsAMovingPlateIsNotReported) {
