@@ -106,8 +106,9 @@ class Reader {
         }
         const auto plate = boost::make_shared<LicencePlate>();
         plate->timeStamp = (flags & 0x60) == 0x60 ? AnyTime() : now;
+        // The limits of the view, a tenth more on each side, are places that a plate can come to.
         plate->frameWidth = 1280;
-        plate->frameHeight = 720;
+        plate->frameHeight = 480;
         if ((flags & 0x50) == 0x50) {
             plate->frameWidth = input.AnyOf(frameSizes);
             plate->frameHeight = input.AnyOf(frameSizes);
