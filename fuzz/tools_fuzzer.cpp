@@ -2,6 +2,7 @@
 // engine's script, settings of the command line, and the reading engine's configuration.
 
 #include <algorithm>
+#include <cstdlib>
 #include <memory>
 #include <sstream>
 #include <string>
@@ -56,11 +57,22 @@ class Pieces final : public plate_host::ByteSource {
     std::size_t total;
 };
 
+/// A header that is taken has nothing but numbers where they belong.
+void CheckY4mHeader(const std::string& line) {
+    std::istringstream words(line);
+    for (std::string word; std::getline(words, word, ' ');) {
+        const bool isNumber = word.find_first_not_of("0123456789:", 1) == std::string::npos;
+        Check(isNumber || (word[0] != 'W' && word[0] != 'H' && word[0] != 'F'), "a number with a text after it");
+    }
+}
+
 /// Whether pictures of that stream are small enough for an execution.
 bool HasSmallPictures(Bytes bytes) {
     const std::string text = TextOf(bytes);
+    const std::string line = text.substr(0, text.find('\n'));
     try {
-        const plate_host::Y4mHeader header = plate_host::ParseY4mHeader(text.substr(0, text.find('\n')));
+        const plate_host::Y4mHeader header = plate_host::ParseY4mHeader(line);
+        CheckY4mHeader(line);
         return header.width <= 256 && header.height <= 256;
     } catch (const plate_host::Failure&) {
         return true;
@@ -148,8 +160,13 @@ void CheckSettings(Bytes bytes, unsigned taken) {
         const std::vector<plate_host::SettingValue> readings = plate_host::ReadingsOf(setting.text);
         Check(!readings.empty() && readings.back() == plate_host::SettingValue(setting.text), "a text that is none");
         for (const plate_host::SettingValue& reading : readings) {
+            const char* const end = setting.text.c_str() + setting.text.size();
+            char* stop = nullptr;
             if (const auto* const number = std::get_if<std::int32_t>(&reading)) {
-                Check(std::stol(setting.text) == *number, "another number");
+                Check(std::strtoll(setting.text.c_str(), &stop, 10) == *number && stop == end, "another number");
+            }
+            if (const auto* const number = std::get_if<double>(&reading)) {
+                Check(std::strtod(setting.text.c_str(), &stop) == *number && stop == end, "another number");
             }
         }
     }
