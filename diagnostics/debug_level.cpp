@@ -5,6 +5,7 @@
 #include <exception>
 
 #include "diagnostics/registry_key.h"
+#include "sdk/module.h"
 
 namespace diagnostics {
 
@@ -26,8 +27,8 @@ std::int32_t Number(const std::string& text) {
 
 std::int32_t ReadDebugLevel() noexcept {
     try {
-        const RegistryKey key("SOFTWARE\\Tellumark\\KORA\\DEBUG");
-        const std::string text = key.ReadString("DebugLevel");
+        const RegistryKey key(OKM8::DebugLevelValue::Key);
+        const std::string text = key.ReadString(OKM8::DebugLevelValue::Name);
         return text.empty() ? 0 : Number(text);
     } catch (const std::exception&) {
         return 0;

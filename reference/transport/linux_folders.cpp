@@ -20,7 +20,7 @@ constexpr char runtimeName[] = "vexlane";
 constexpr mode_t forOthers = S_IRWXG | S_IRWXO;
 constexpr mode_t writableByOthers = S_IWGRP | S_IWOTH;
 
-// A name, which must be shorter than this, behind "/proc/self/fd/" and a number fits in a socket's address.
+// A socket's address has room for "/proc/self/fd/", a number and a name shorter than this.
 constexpr std::size_t nameRoom = 80;
 static_assert(sizeof "/proc/self/fd/2147483647/" + nameRoom < sizeof sockaddr_un::sun_path);
 
@@ -28,7 +28,7 @@ std::string TemporaryName() {
     return "vexlane-" + std::to_string(::geteuid());
 }
 
-// Not open when it cannot be opened. Throws when that is for want of descriptors, since it may be there.
+// Not open when there is no such folder. Throws when no descriptor or memory is left, because the folder may exist.
 Owned OpenFolder(int parent, const char* name, int flags) {
     Owned folder(::openat(parent, name, flags | O_DIRECTORY | O_CLOEXEC));
     if (!folder.IsOpen() && (errno == EMFILE || errno == ENFILE || errno == ENOMEM)) {

@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "sdk/contract_names.h"
+#include "sdk/module.h"
 #include "sdk/setting_keys.h"
 #include "tools/host/failure.h"
 #include "tools/host/host_objects.h"
@@ -120,7 +121,8 @@ int Info(const InfoOptions& options, Console& console) {
         text += "\na detector takes the settings\n";
         DescribeSettings(text, *detector.settings);
     }
-    text += "\nthe debug level is the value DebugLevel of SOFTWARE\\Tellumark\\KORA\\DEBUG, looked for in\n";
+    text += std::string("\nthe debug level is the value ") + OKM8::DebugLevelValue::Name + " of " +
+            OKM8::DebugLevelValue::Key + ", looked for in\n";
     for (const std::string& place : DebugLevelPlaces()) {
         text += "  " + place + "\n";
     }

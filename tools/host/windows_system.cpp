@@ -12,6 +12,7 @@
 #include <mutex>
 #include <system_error>
 
+#include "sdk/module.h"
 #include "tools/host/failure.h"
 #include "tools/host/system.h"
 
@@ -397,10 +398,12 @@ bool EngineIsBound() {
 // The library opens what 32-bit programs see, in the machine's part under a name of its own, and makes what all others
 // see when both are missing.
 std::vector<std::string> DebugLevelPlaces() {
-    const std::string key = "\\Tellumark\\KORA\\DEBUG";
-    return {"HKEY_LOCAL_MACHINE\\SOFTWARE\\WOW6432Node" + key + " (opened by administrators alone)",
-            "HKEY_CURRENT_USER\\SOFTWARE" + key,
-            "HKEY_LOCAL_MACHINE\\SOFTWARE" + key + " (made when the others are missing, by administrators alone)",
+    const std::string key = OKM8::DebugLevelValue::Key;
+    const std::size_t vendor = key.find('\\');
+    return {"HKEY_LOCAL_MACHINE\\" + key.substr(0, vendor) + "\\WOW6432Node" + key.substr(vendor) +
+                " (opened by administrators alone)",
+            "HKEY_CURRENT_USER\\" + key,
+            "HKEY_LOCAL_MACHINE\\" + key + " (made when the others are missing, by administrators alone)",
             "the first key that can be opened decides; in it the value is a text (REG_SZ)"};
 }
 
