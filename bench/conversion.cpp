@@ -33,20 +33,20 @@ constexpr std::size_t targetSize = std::size_t{3} * 3840 * 2160;
 // Memory as aligned as a conversion could wish for.
 class Bytes {
   public:
-    explicit Bytes(std::size_t size) : bytes(static_cast<std::uint8_t*>(::operator new(size, alignment))) {
+    explicit Bytes(std::size_t size) : bytes_(static_cast<std::uint8_t*>(::operator new(size, alignment))) {
         for (std::size_t index = 0; index < size; ++index) {
-            bytes[index] = static_cast<std::uint8_t>(index * 31 >> 3);
+            bytes_[index] = static_cast<std::uint8_t>(index * 31 >> 3);
         }
     }
-    ~Bytes() { ::operator delete(bytes, alignment); }
+    ~Bytes() { ::operator delete(bytes_, alignment); }
     Bytes(const Bytes&) = delete;
     Bytes& operator=(const Bytes&) = delete;
 
-    std::uint8_t* Data() { return bytes; }
+    std::uint8_t* Data() { return bytes_; }
 
   private:
     static constexpr std::align_val_t alignment{64};
-    std::uint8_t* const bytes;
+    std::uint8_t* const bytes_;
 };
 
 std::uint8_t* SourcePool() {

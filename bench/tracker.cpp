@@ -23,26 +23,26 @@ constexpr std::uint64_t noLimit = std::numeric_limits<std::int32_t>::max();
 class Scene {
   public:
     Scene(int trackCount, int textCount)
-        : tracks(trackCount), texts(textCount), tracker(nullptr, noLimit, noLimit, noLimit) {
+        : tracks_(trackCount), texts_(textCount), tracker_(nullptr, noLimit, noLimit, noLimit) {
         std::vector<LicencePlatePtr> firsts;
-        for (int vehicle = 0; vehicle < tracks; ++vehicle) {
-            firsts.push_back(ReadingOf(vehicle, TextOf(vehicle, 0), time));
+        for (int vehicle = 0; vehicle < tracks_; ++vehicle) {
+            firsts.push_back(ReadingOf(vehicle, TextOf(vehicle, 0), time_));
         }
-        tracker.ProcessPlates(firsts, time);
+        tracker_.ProcessPlates(firsts, time_);
         // From the youngest on, so that a reading meets tracks of one text before it meets its own.
-        for (int vehicle = tracks - 1; vehicle >= 0; --vehicle) {
+        for (int vehicle = tracks_ - 1; vehicle >= 0; --vehicle) {
             // The second reading gives a track its place, by which it takes any text.
-            for (int text = 0; text < texts; ++text) {
+            for (int text = 0; text < texts_; ++text) {
                 Process({vehicle, vehicle + 1}, text);
             }
         }
     }
 
     void ProcessFrame() {
-        const int plates = std::min(tracks, mostPlates);
-        Process({nextVehicle, nextVehicle + plates}, nextText);
-        nextVehicle = (nextVehicle + plates) % tracks;
-        nextText = (nextText + 1) % texts;
+        const int plates = std::min(tracks_, mostPlates);
+        Process({nextVehicle_, nextVehicle_ + plates}, nextText_);
+        nextVehicle_ = (nextVehicle_ + plates) % tracks_;
+        nextText_ = (nextText_ + 1) % texts_;
     }
 
   private:
@@ -52,21 +52,21 @@ class Scene {
     };
 
     void Process(Range vehicles, int text) {
-        time += framePeriod;
-        readings.clear();
+        time_ += framePeriod;
+        readings_.clear();
         for (int vehicle = vehicles.first; vehicle < vehicles.last; ++vehicle) {
-            readings.push_back(ReadingOf(vehicle, TextOf(vehicle, text), time));
+            readings_.push_back(ReadingOf(vehicle, TextOf(vehicle, text), time_));
         }
-        tracker.ProcessPlates(readings, time);
+        tracker_.ProcessPlates(readings_, time_);
     }
 
-    const int tracks;
-    const int texts;
-    CLicencePlateTracker tracker;
-    std::vector<LicencePlatePtr> readings;
-    std::uint64_t time = 1'700'000'000'000;
-    int nextVehicle = 0;
-    int nextText = 0;
+    const int tracks_;
+    const int texts_;
+    CLicencePlateTracker tracker_;
+    std::vector<LicencePlatePtr> readings_;
+    std::uint64_t time_ = 1'700'000'000'000;
+    int nextVehicle_ = 0;
+    int nextText_ = 0;
 };
 
 void MeasureFrames(benchmark::State& state) {

@@ -63,7 +63,7 @@ BaseDetectorImpl::BaseDetectorImpl(OKM8::IContract* hostPeer, void* hostObject)
     BindSetting(SettingKey::AreaRight, &area.right);
     BindSetting(SettingKey::AreaBottom, &area.bottom);
     // The detector's own texts reach the host on allocation failure too.
-    for (std::string* const text : {&errorText, &reportedText, &frameErrorText}) {
+    for (std::string* const text : {&errorText, &reportedText_, &frameErrorText_}) {
         text->reserve(longestOwnErrorText);
     }
     logger = static_cast<OKM8::ILogger*>(CallForeign<&OKM8::IHost::GetInterface>(host, ContractName::ILogger));
@@ -112,31 +112,31 @@ void BaseDetectorImpl::Destroy() {
 class BaseDetectorImpl::SetAside {
   public:
     explicit SetAside(BaseDetectorImpl& owner)
-        : detector(owner),
-          outcome(std::exchange(owner.frameOutcome, OKM8::ErrorCode::None)),
-          isInSingleCall(std::exchange(owner.inSingleCall, false)),
-          isSingleAreaActive(std::exchange(owner.singleAreaActive, false)) {
-        if (outcome != OKM8::ErrorCode::None) {
-            errorText.swap(owner.frameErrorText);
+        : detector_(owner),
+          outcome_(std::exchange(owner.frameOutcome_, OKM8::ErrorCode::None)),
+          isInSingleCall_(std::exchange(owner.inSingleCall, false)),
+          isSingleAreaActive_(std::exchange(owner.singleAreaActive, false)) {
+        if (outcome_ != OKM8::ErrorCode::None) {
+            errorText_.swap(owner.frameErrorText_);
         }
     }
     ~SetAside() {
-        detector.frameOutcome = outcome;
-        detector.inSingleCall = isInSingleCall;
-        detector.singleAreaActive = isSingleAreaActive;
-        if (outcome != OKM8::ErrorCode::None) {
-            errorText.swap(detector.frameErrorText);
+        detector_.frameOutcome_ = outcome_;
+        detector_.inSingleCall = isInSingleCall_;
+        detector_.singleAreaActive = isSingleAreaActive_;
+        if (outcome_ != OKM8::ErrorCode::None) {
+            errorText_.swap(detector_.frameErrorText_);
         }
     }
     SetAside(const SetAside&) = delete;
     SetAside& operator=(const SetAside&) = delete;
 
   private:
-    BaseDetectorImpl& detector;
-    std::int32_t outcome;
-    std::string errorText;
-    bool isInSingleCall;
-    bool isSingleAreaActive;
+    BaseDetectorImpl& detector_;
+    std::int32_t outcome_;
+    std::string errorText_;
+    bool isInSingleCall_;
+    bool isSingleAreaActive_;
 };
 
 std::int32_t BaseDetectorImpl::ReceiveFrame(OKM8::MFF::IMultimediaBuffer* inputData) {
@@ -164,7 +164,7 @@ void BaseDetectorImpl::BeginSingleCall(const OKM8::FrameArea& callArea) {
 void BaseDetectorImpl::EndSingleCall() {
     const platform::Lock lock(frameMutex);
     {
-        const platform::Lock stateLock(stateMutex);
+        const platform::Lock stateLock(stateMutex_);
         frameValues.Clear();
     }
     inSingleCall = false;
@@ -176,10 +176,10 @@ std::int32_t BaseDetectorImpl::ProcessInput(OKM8::MFF::IMultimediaBuffer* inputD
                                             OKM8::IContract* frameDoneCallback) {
     const platform::Lock lock(frameMutex);
     ClearError();
-    frameOutcome = OKM8::ErrorCode::None;
+    frameOutcome_ = OKM8::ErrorCode::None;
     if (inputData == nullptr) {
         Fail("Input data is null");
-        return frameOutcome;
+        return frameOutcome_;
     }
     boost::shared_ptr<OKM8::MFF::ICompositeBuffer> buffer;
     bool isHeld = false;
@@ -203,7 +203,7 @@ std::int32_t BaseDetectorImpl::ProcessInput(OKM8::MFF::IMultimediaBuffer* inputD
     }
     buffer.reset();         // the engine half may keep the frame longer
     PublishFrameOutcome();  // a setter may have cleared it meanwhile, or a frame from inside OnFrameDone left its own
-    return frameOutcome;
+    return frameOutcome_;
 }
 
 void BaseDetectorImpl::HandleFrame(OKM8::MFF::IMultimediaBuffer* inputData,
@@ -215,7 +215,7 @@ void BaseDetectorImpl::HandleFrame(OKM8::MFF::IMultimediaBuffer* inputData,
     const std::uint32_t frameWidth = CallForeign<&ICompositeBuffer::GetWidth>(buffer.get());
     FrameImage frame = pixels != nullptr ? FrameImage(frameWidth, frameHeight, size, pixels)
                                          : FrameImage(frameWidth, frameHeight, size);
-    if (frameWidth != width || frameHeight != height || mustApply) {
+    if (frameWidth != width || frameHeight != height || mustApply_) {
         SetFrameSizeAndApply(frameWidth, frameHeight);
     }
     transformer.Transform(frame, frame);
@@ -266,11 +266,11 @@ PixelRect BaseDetectorImpl::GetDetectionRect() const {
 void BaseDetectorImpl::TakeSettings() {
     const platform::Lock lock(frameMutex);
     ClearError();
-    mustApply = true;  // a failure leaves half of it undone: the next frame tries again
+    mustApply_ = true;  // a failure leaves half of it undone: the next frame tries again
     try {
         RebuildTransforms();
         OnSettingsApplied();
-        mustApply = false;
+        mustApply_ = false;
     } catch (const std::exception& exception) {
         Fail(exception.what());
     }
@@ -294,7 +294,7 @@ void BaseDetectorImpl::OnSettingsApplied() {}
 // value. Nothing gets out to the host: what throws for want of memory counts as refused.
 template <class Action>
 std::int32_t BaseDetectorImpl::ReachValue(const char* valueName, Action action) noexcept {
-    const platform::Lock lock(stateMutex);
+    const platform::Lock lock(stateMutex_);
     SetErrorLocked(OKM8::ErrorCode::None, "");
     bool isReached = false;
     try {
@@ -320,14 +320,14 @@ std::int32_t BaseDetectorImpl::SetBoundString(const char* settingName, const cha
 
 template <class Value>
 std::int32_t BaseDetectorImpl::SetFrameValue(const char* valueName, const Value& value) {
-    return ReachValue(valueName, [&]() VEXLANE_REQUIRES(stateMutex) {
+    return ReachValue(valueName, [&]() VEXLANE_REQUIRES(stateMutex_) {
         frameValues.Write(valueName, value);
         return true;
     });
 }
 
 std::int32_t BaseDetectorImpl::SetFrameString(const char* valueName, const char* value) {
-    return ReachValue(valueName, [&]() VEXLANE_REQUIRES(stateMutex) {
+    return ReachValue(valueName, [&]() VEXLANE_REQUIRES(stateMutex_) {
         frameValues.Write(valueName, std::string(value != nullptr ? value : ""));
         return true;
     });
@@ -343,7 +343,7 @@ template std::int32_t BaseDetectorImpl::SetFrameValue(const char*, const bool&);
 
 template <class Value, class Take>
 std::int32_t BaseDetectorImpl::ReadFrameValue(const char* valueName, Take take) {
-    return ReachValue(valueName, [&]() VEXLANE_REQUIRES(stateMutex) {
+    return ReachValue(valueName, [&]() VEXLANE_REQUIRES(stateMutex_) {
         const Value* const stored = frameValues.Read<Value>(valueName);
         if (stored != nullptr) {
             take(*stored);
@@ -375,22 +375,22 @@ std::int32_t BaseDetectorImpl::GetFrameText(const char* valueName, const char*& 
 // Error state.
 
 std::int32_t BaseDetectorImpl::CurrentErrorCode() const {
-    const platform::Lock lock(stateMutex);
+    const platform::Lock lock(stateMutex_);
     return errorCode;
 }
 
 const char* BaseDetectorImpl::CurrentErrorText() noexcept {
-    const platform::Lock lock(stateMutex);
+    const platform::Lock lock(stateMutex_);
     try {
-        reportedText = errorText;
+        reportedText_ = errorText;
     } catch (const std::exception&) {
-        reportedText.clear();
+        reportedText_.clear();
     }
-    return reportedText.c_str();
+    return reportedText_.c_str();
 }
 
 void BaseDetectorImpl::ClearError() noexcept {
-    const platform::Lock lock(stateMutex);
+    const platform::Lock lock(stateMutex_);
     SetErrorLocked(OKM8::ErrorCode::None, "");
 }
 
@@ -405,20 +405,20 @@ void BaseDetectorImpl::SetErrorLocked(std::int32_t code, const char* text) noexc
 }
 
 bool BaseDetectorImpl::Fail(const char* text) noexcept {
-    frameOutcome = OKM8::ErrorCode::Failed;
+    frameOutcome_ = OKM8::ErrorCode::Failed;
     try {
-        frameErrorText = text;
+        frameErrorText_ = text;
     } catch (const std::exception&) {
-        frameErrorText.clear();
+        frameErrorText_.clear();
     }
     PublishFrameOutcome();
     return false;
 }
 
 void BaseDetectorImpl::PublishFrameOutcome() noexcept {
-    const platform::Lock lock(stateMutex);
-    if (frameOutcome != OKM8::ErrorCode::None) {
-        SetErrorLocked(frameOutcome, frameErrorText.c_str());
+    const platform::Lock lock(stateMutex_);
+    if (frameOutcome_ != OKM8::ErrorCode::None) {
+        SetErrorLocked(frameOutcome_, frameErrorText_.c_str());
     } else if (errorCode == OKM8::ErrorCode::Failed) {
         SetErrorLocked(OKM8::ErrorCode::None, "");  // a setter's refusal stays
     }

@@ -41,8 +41,8 @@ struct PixelRect {
 /// Threads: the host calls from any thread. Frames and ApplySettings of one detector queue up behind `frameMutex`,
 /// which is recursive: a frame of a new size applies the settings, and the host may send a frame or apply settings from
 /// inside OnFrameDone. Setters and reads of the error state never take it; they and the frame path meet in
-/// `stateMutex`, a leaf that is held for the copy of a value alone. The host is never called with it, so that these may
-/// be called from inside every operation of the host. Operations that say FRAME need the frame mutex, or a detector
+/// `stateMutex_`, a leaf that is held for the copy of a value alone. The host is never called with it, so that these
+/// may be called from inside every operation of the host. Operations that say FRAME need the frame mutex, or a detector
 /// that no other thread uses.
 ///
 /// Errors: every call from the host clears the error state; a failure leaves code and text there. Nothing is thrown to
@@ -163,14 +163,14 @@ class BaseDetectorImpl : public OKM8::Analytics::IDetector,
     /// A copy of a bound member. Any thread.
     template <class Value>
     Value Bound(const Value& member) const {
-        const platform::Lock lock(stateMutex);
+        const platform::Lock lock(stateMutex_);
         return member;
     }
 
     /// Copies of several bound members, as they stand together. Any thread.
     template <class First, class Second, class... More>
     std::tuple<First, Second, More...> Bound(const First& first, const Second& second, const More&... more) const {
-        const platform::Lock lock(stateMutex);
+        const platform::Lock lock(stateMutex_);
         return {first, second, more...};
     }
 
@@ -179,16 +179,16 @@ class BaseDetectorImpl : public OKM8::Analytics::IDetector,
     std::uint32_t width = 0;  // of the last frame, in pixels; guarded by frameMutex, as all that says nothing else
     std::uint32_t effectiveHeight = 0;
     std::uint32_t height = 0;
-    bool useArea = false;  // bound, as all members of BindSetting: guarded by stateMutex
+    bool useArea = false;  // bound, as all members of BindSetting: guarded by stateMutex_
     PercentArea area;      // bound
     image_transform::ImageTransformer transformer;
     std::string id;    // bound
     std::string name;  // bound
     platform::RecursiveMutex frameMutex;
-    std::int32_t errorCode VEXLANE_GUARDED_BY(stateMutex) = 0;
-    std::string errorText VEXLANE_GUARDED_BY(stateMutex);
-    BoundSettings settings;  // filled by construction, then only read; its members guarded by stateMutex
-    FreeValues frameValues VEXLANE_GUARDED_BY(stateMutex);
+    std::int32_t errorCode VEXLANE_GUARDED_BY(stateMutex_) = 0;
+    std::string errorText VEXLANE_GUARDED_BY(stateMutex_);
+    BoundSettings settings;  // filled by construction, then only read; its members guarded by stateMutex_
+    FreeValues frameValues VEXLANE_GUARDED_BY(stateMutex_);
     bool halfFrame = false;  // bound
     std::uint64_t lastTimeStamp = 0;
     bool holdFrame = false;  // set by Recognize to keep OnFrameDone from being called
@@ -227,17 +227,17 @@ class BaseDetectorImpl : public OKM8::Analytics::IDetector,
     std::int32_t CurrentErrorCode() const;
     const char* CurrentErrorText() noexcept;
     void ClearError() noexcept;
-    void SetErrorLocked(std::int32_t code, const char* text) noexcept VEXLANE_REQUIRES(stateMutex);
+    void SetErrorLocked(std::int32_t code, const char* text) noexcept VEXLANE_REQUIRES(stateMutex_);
     void PublishFrameOutcome() noexcept;
     template <class Action>
     std::int32_t ReachValue(const char* valueName, Action action) noexcept;
 
-    mutable platform::Mutex stateMutex;
-    std::string reportedText VEXLANE_GUARDED_BY(stateMutex);  // the characters behind GetErrorMessage
-    bool mustApply = false;  // the settings could not be applied, so that the chain may not be what the engine needs
+    mutable platform::Mutex stateMutex_;
+    std::string reportedText_ VEXLANE_GUARDED_BY(stateMutex_);  // the characters behind GetErrorMessage
+    bool mustApply_ = false;  // the settings could not be applied, so that the chain may not be what the engine needs
     // Of the frame in hand, whatever setters do to the error state meanwhile.
-    std::int32_t frameOutcome = 0;
-    std::string frameErrorText;
+    std::int32_t frameOutcome_ = 0;
+    std::string frameErrorText_;
 };
 
 }  // namespace plate_recognition

@@ -84,27 +84,27 @@ class Image {
             std::memcmp(candidate + header, newMagic, sizeof newMagic) != 0) {
             return;
         }
-        size = Load<std::uint32_t>(candidate + header + imageSizeField);
-        begin = candidate;
+        size_ = Load<std::uint32_t>(candidate + header + imageSizeField);
+        begin_ = candidate;
         if (!Holds(offset, sizeof(ObjectLocator))) {
-            begin = nullptr;
+            begin_ = nullptr;
         }
     }
 
-    explicit operator bool() const { return begin != nullptr; }
+    explicit operator bool() const { return begin_ != nullptr; }
 
     template <class Record>
     bool Read(std::uint64_t offset, Record& record) const {
         if (!Holds(offset, sizeof record)) {
             return false;
         }
-        record = Load<Record>(begin + offset);
+        record = Load<Record>(begin_ + offset);
         return true;
     }
 
     // Larger than the image for what stands in front of it.
     std::uint64_t OffsetOf(const void* address) const {
-        return reinterpret_cast<std::uintptr_t>(address) - reinterpret_cast<std::uintptr_t>(begin);
+        return reinterpret_cast<std::uintptr_t>(address) - reinterpret_cast<std::uintptr_t>(begin_);
     }
 
     // Whether a type descriptor stands there that names a class so, whatever key it was declared with.
@@ -115,17 +115,17 @@ class Image {
         if (!Holds(descriptor, nameOffset + sizeof prefix + 1 + length + 1)) {
             return false;
         }
-        const char* const text = begin + descriptor + nameOffset;
+        const char* const text = begin_ + descriptor + nameOffset;
         const char key = text[sizeof prefix];
         return std::memcmp(text, prefix, sizeof prefix) == 0 && (key == 'U' || key == 'V') &&
                std::memcmp(text + sizeof prefix + 1, name, length + 1) == 0;
     }
 
   private:
-    bool Holds(std::uint64_t offset, std::size_t length) const { return offset <= size && length <= size - offset; }
+    bool Holds(std::uint64_t offset, std::size_t length) const { return offset <= size_ && length <= size_ - offset; }
 
-    const char* begin = nullptr;
-    std::uint64_t size = 0;
+    const char* begin_ = nullptr;
+    std::uint64_t size_ = 0;
 };
 
 // Where a base stands in its object; null when its table of virtual bases is not one of the image.

@@ -13,15 +13,15 @@ class BoundSettings {
     /// `member` is not owned and must outlive the table.
     template <class Value>
     void Bind(const char* name, Value* member) {
-        members[name] = member;
+        members_[name] = member;
     }
 
     /// Writes the value into the bound member; false, and nothing is changed, when the name is unknown or bound to a
     /// member of another type.
     template <class Value>
     bool Write(const std::string& name, const Value& value) {
-        const auto found = members.find(name);
-        if (found == members.end()) {
+        const auto found = members_.find(name);
+        if (found == members_.end()) {
             return false;
         }
         try {
@@ -33,7 +33,7 @@ class BoundSettings {
     }
 
   private:
-    std::map<std::string, boost::any> members;
+    std::map<std::string, boost::any> members_;
 };
 
 /// Free values under any name: std::string, double, int or bool. Not locked.
@@ -42,21 +42,21 @@ class FreeValues {
     /// Replaces an earlier value of the name, whatever its type.
     template <class Value>
     void Write(const std::string& name, const Value& value) {
-        values[name] = value;
+        values_[name] = value;
     }
 
     /// The value, or null when there is none or it is of another type. Valid until it is replaced or emptied.
     template <class Value>
     const Value* Read(const std::string& name) const {
-        const auto found = values.find(name);
-        return found == values.end() ? nullptr : boost::any_cast<Value>(&found->second);
+        const auto found = values_.find(name);
+        return found == values_.end() ? nullptr : boost::any_cast<Value>(&found->second);
     }
 
-    void Clear() { values.clear(); }
-    bool IsEmpty() const { return values.empty(); }
+    void Clear() { values_.clear(); }
+    bool IsEmpty() const { return values_.empty(); }
 
   private:
-    std::map<std::string, boost::any> values;
+    std::map<std::string, boost::any> values_;
 };
 
 }  // namespace plate_recognition

@@ -11,35 +11,35 @@ constexpr std::uint32_t valueCapacity = 10240;
 
 }  // namespace
 
-RegistryKey::RegistryKey(const std::string& keyPath) : path(keyPath) {
+RegistryKey::RegistryKey(const std::string& path) : path_(path) {
     using platform::RegistryHive;
     // Opened in the view of 32-bit programs, made in the native one.
-    status = platform::OpenRegistryKey(RegistryHive::LocalMachine, path.c_str(), platform::registryAllAccess32BitView,
-                                       handle);
+    status_ = platform::OpenRegistryKey(RegistryHive::LocalMachine, path_.c_str(), platform::registryAllAccess32BitView,
+                                        handle_);
     if (!IsOpen()) {
-        status = platform::OpenRegistryKey(RegistryHive::CurrentUser, path.c_str(),
-                                           platform::registryAllAccess32BitView, handle);
+        status_ = platform::OpenRegistryKey(RegistryHive::CurrentUser, path_.c_str(),
+                                            platform::registryAllAccess32BitView, handle_);
     }
     if (!IsOpen()) {
-        status =
-            platform::CreateRegistryKey(RegistryHive::LocalMachine, path.c_str(), platform::registryAllAccess, handle);
+        status_ = platform::CreateRegistryKey(RegistryHive::LocalMachine, path_.c_str(), platform::registryAllAccess,
+                                              handle_);
     }
     if (!IsOpen()) {
-        status =
-            platform::CreateRegistryKey(RegistryHive::CurrentUser, path.c_str(), platform::registryAllAccess, handle);
+        status_ =
+            platform::CreateRegistryKey(RegistryHive::CurrentUser, path_.c_str(), platform::registryAllAccess, handle_);
     }
 }
 
 RegistryKey::~RegistryKey() {
     if (IsOpen()) {
-        platform::CloseRegistryKey(handle);
+        platform::CloseRegistryKey(handle_);
     }
 }
 
 std::string RegistryKey::ReadString(const char* valueName) const {
     std::vector<char> buffer(valueCapacity);
     std::uint32_t size = valueCapacity;
-    if (platform::QueryRegistryValue(handle, valueName, buffer.data(), size) != 0) {
+    if (platform::QueryRegistryValue(handle_, valueName, buffer.data(), size) != 0) {
         return {};
     }
     const auto end = buffer.begin() + static_cast<std::ptrdiff_t>(std::min(size, valueCapacity));

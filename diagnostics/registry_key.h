@@ -12,21 +12,21 @@ namespace diagnostics {
 class RegistryKey {
   public:
     /// Opens the key in the machine hive or else in the user hive; where both lack it, makes it, in the same order.
-    explicit RegistryKey(const std::string& keyPath);
+    explicit RegistryKey(const std::string& path);
     ~RegistryKey();
 
     RegistryKey(const RegistryKey&) = delete;
     RegistryKey& operator=(const RegistryKey&) = delete;
 
-    bool IsOpen() const { return status == 0; }
+    bool IsOpen() const { return status_ == 0; }
 
     /// The value's bytes up to the first NUL, whatever its type; empty when there is no such value.
     std::string ReadString(const char* valueName) const;
 
   private:
-    std::string path;
-    std::uint32_t status = 0;  // of the last attempt to open or make the key; 0 is success
-    platform::RegistryHandle handle = 0;
+    std::string path_;
+    std::uint32_t status_ = 0;  // of the last attempt to open or make the key; 0 is success
+    platform::RegistryHandle handle_ = 0;
 };
 
 }  // namespace diagnostics

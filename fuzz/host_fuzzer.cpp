@@ -409,10 +409,10 @@ constexpr std::uint64_t times[] = {0, 1, std::numeric_limits<std::uint64_t>::max
 /// One execution: what the host does, call by call.
 class Session {
   public:
-    explicit Session(fuzz::Input& bytes) : input(bytes) {}
+    explicit Session(fuzz::Input& bytes) : input_(bytes) {}
 
     void Run() {
-        for (unsigned calls = 0; calls < maximumCalls && !input.IsEmpty(); ++calls) {
+        for (unsigned calls = 0; calls < maximumCalls && !input_.IsEmpty(); ++calls) {
             Call();
             state.raising = nullptr;
             Check(state.raisers == 0, "a raiser is neither raised nor discarded");
@@ -426,7 +426,7 @@ class Session {
 
   private:
     void Call() {
-        switch (input.Below(12)) {
+        switch (input_.Below(12)) {
             case 0:
                 TakeFailure();
                 break;
@@ -449,11 +449,11 @@ class Session {
                 RestartModule();
                 break;
             case 7:
-                diagnostics::SetDebugLevel(input.Below(4) == 3 ? 1 : 0);
+                diagnostics::SetDebugLevel(input_.Below(4) == 3 ? 1 : 0);
                 break;
             case 8:
-                fake_processes::FailStart(input.Below(2) * 2);
-                fake_processes::FailList(input.Below(2) * 5);
+                fake_processes::FailStart(input_.Below(2) * 2);
+                fake_processes::FailList(input_.Below(2) * 5);
                 break;
             default:
                 Frame();
@@ -462,35 +462,35 @@ class Session {
     }
 
     void TakeFailure() {
-        const auto place = input.Below(static_cast<unsigned>(Place::Count) + 2);
+        const auto place = input_.Below(static_cast<unsigned>(Place::Count) + 2);
         if (place >= static_cast<unsigned>(Place::Count)) {
             state.failures = {};
             return;
         }
-        state.failures.ways[place] = static_cast<Way>(input.Below(5));
+        state.failures.ways[place] = static_cast<Way>(input_.Below(5));
     }
 
     void TakePlates() {
-        state.plateCount = input.AnyOf(plateCounts);
-        const std::size_t count = std::min<std::size_t>(input.Below(8), state.plates.size());
+        state.plateCount = input_.AnyOf(plateCounts);
+        const std::size_t count = std::min<std::size_t>(input_.Below(8), state.plates.size());
         for (std::size_t index = 0; index < count; ++index) {
             RPLATE& plate = state.plates[index];
             plate = {};
-            const std::size_t length = input.Below(17);
+            const std::size_t length = input_.Below(17);
             for (std::size_t place = 0; place < length; ++place) {
-                plate.text[place] = static_cast<char>(input.Byte());
+                plate.text[place] = static_cast<char>(input_.Byte());
             }
-            const unsigned corners = input.Byte();
-            SetConfidenceSum(plate, (corners & 1) != 0 ? input.Take<double>() : 500.0);
+            const unsigned corners = input_.Byte();
+            SetConfidenceSum(plate, (corners & 1) != 0 ? input_.Take<double>() : 500.0);
             for (EngineCorner* const corner : {&plate.corner1, &plate.corner2, &plate.corner3, &plate.corner4}) {
-                *corner = (corners & 2) != 0 ? EngineCorner{input.AnyOf(numbers), input.AnyOf(numbers)}
-                                             : EngineCorner{input.Byte(), input.Byte()};
+                *corner = (corners & 2) != 0 ? EngineCorner{input_.AnyOf(numbers), input_.AnyOf(numbers)}
+                                             : EngineCorner{input_.Byte(), input_.Byte()};
             }
         }
     }
 
     IDetector* Detector() {
-        IDetector*& detector = detectors[input.Below(2)];
+        IDetector*& detector = detectors_[input_.Below(2)];
         if (detector == nullptr) {
             try {
                 IModule* const module = GetModule();
@@ -506,7 +506,7 @@ class Session {
     }
 
     void DestroyDetector() {
-        IDetector*& detector = detectors[input.Below(2)];
+        IDetector*& detector = detectors_[input_.Below(2)];
         if (detector != nullptr) {
             detector->Destroy();
             detector = nullptr;
@@ -514,7 +514,7 @@ class Session {
     }
 
     void RestartModule() {
-        if (detectors == std::array<IDetector*, 2>{}) {
+        if (detectors_ == std::array<IDetector*, 2>{}) {
             FinalizeModule();
             Check(InitializeModule(&host) == 0, "the module is not initialized");
         }
@@ -526,19 +526,19 @@ class Session {
             return;
         }
         IAsyncAdjuster& settings = As<IAsyncAdjuster>(detector, ContractName::IAsyncAdjuster);
-        const char* const name = input.AnyOf(settingNames);
-        switch (input.Below(5)) {
+        const char* const name = input_.AnyOf(settingNames);
+        switch (input_.Below(5)) {
             case 0:
-                CheckCode(settings.SetStringValue(name, input.AnyOf(texts)), true);
+                CheckCode(settings.SetStringValue(name, input_.AnyOf(texts)), true);
                 break;
             case 1:
-                CheckCode(settings.SetDoubleValue(name, input.Take<double>()), true);
+                CheckCode(settings.SetDoubleValue(name, input_.Take<double>()), true);
                 break;
             case 2:
-                CheckCode(settings.SetIntValue(name, input.AnyOf(numbers)), true);
+                CheckCode(settings.SetIntValue(name, input_.AnyOf(numbers)), true);
                 break;
             case 3:
-                CheckCode(settings.SetBoolValue(name, input.Below(2) != 0), true);
+                CheckCode(settings.SetBoolValue(name, input_.Below(2) != 0), true);
                 break;
             default:
                 try {
@@ -557,19 +557,19 @@ class Session {
             return;
         }
         auto& single = As<IMediaReceiverSingle2>(detector, ContractName::IMediaReceiverSingle2);
-        const char* const name = input.AnyOf(settingNames);
-        switch (input.Below(4)) {
+        const char* const name = input_.AnyOf(settingNames);
+        switch (input_.Below(4)) {
             case 0:
-                CheckCode(single.SetStringValue(name, input.AnyOf(texts)), true);
+                CheckCode(single.SetStringValue(name, input_.AnyOf(texts)), true);
                 break;
             case 1:
-                CheckCode(single.SetDoubleValue(name, input.Take<double>()), true);
+                CheckCode(single.SetDoubleValue(name, input_.Take<double>()), true);
                 break;
             case 2:
-                CheckCode(single.SetIntValue(name, input.AnyOf(numbers)), true);
+                CheckCode(single.SetIntValue(name, input_.AnyOf(numbers)), true);
                 break;
             default:
-                CheckCode(single.SetBoolValue(name, input.Below(2) != 0), true);
+                CheckCode(single.SetBoolValue(name, input_.Below(2) != 0), true);
                 break;
         }
         ReadErrorState(detector);
@@ -580,7 +580,7 @@ class Session {
         if (detector == nullptr) {
             return;
         }
-        const char* const name = input.AnyOf(contractNames);
+        const char* const name = input_.AnyOf(contractNames);
         const IDetector* const constant = detector;
         Check(detector->QueryContract(name) == constant->QueryContract(name), "two answers about one interface");
         auto& controller = As<IMediaReceiverController>(detector, ContractName::IMediaReceiverController);
@@ -592,12 +592,12 @@ class Session {
 
     /// Any frame. The bytes that it has are as many as it says: a host that lies about that is beyond help.
     Buffer* TakeFrame() {
-        const unsigned kind = input.Byte();
+        const unsigned kind = input_.Byte();
         // Large enough for being handled at half its height. It takes a hundred times as long as the others.
-        const bool isHalved = kind % 8 == 0 && mayBeLarge && input.Take<std::uint16_t>() == 0x4b38;
-        mayBeLarge = mayBeLarge && !isHalved;
-        std::uint32_t width = isHalved ? 640 : 1 + input.Below(40);
-        std::uint32_t height = isHalved ? 480 : 1 + input.Below(24);
+        const bool isHalved = kind % 8 == 0 && mayBeLarge_ && input_.Take<std::uint16_t>() == 0x4b38;
+        mayBeLarge_ = mayBeLarge_ && !isHalved;
+        std::uint32_t width = isHalved ? 640 : 1 + input_.Below(40);
+        std::uint32_t height = isHalved ? 480 : 1 + input_.Below(24);
         std::uint32_t size = width * height;
         switch (kind / 8 % 4) {
             case 0:
@@ -613,14 +613,14 @@ class Session {
                 break;
         }
         if (kind % 8 == 1) {
-            (input.OneIn(2) ? width : height) = input.AnyOf(sides);
+            (input_.OneIn(2) ? width : height) = input_.AnyOf(sides);
         }
         if (kind % 8 == 2) {
-            size = input.Take<std::uint16_t>();
+            size = input_.Take<std::uint16_t>();
         }
-        now += 40;
-        const std::uint64_t time = kind % 8 == 3 ? input.AnyOf(times) : now;
-        return new Buffer(width, height, size, kind / 32 != 7, input.Byte(), time);
+        now_ += 40;
+        const std::uint64_t time = kind % 8 == 3 ? input_.AnyOf(times) : now_;
+        return new Buffer(width, height, size, kind / 32 != 7, input_.Byte(), time);
     }
 
     void Frame() {
@@ -628,7 +628,7 @@ class Session {
         if (detector == nullptr) {
             return;
         }
-        const unsigned flags = input.Byte();
+        const unsigned flags = input_.Byte();
         state.framesDone = 0;
         state.raising = (flags & 1) != 0 ? detector : nullptr;
         Buffer* const buffer = (flags & 0xf0) == 0xf0 ? nullptr : TakeFrame();
@@ -637,7 +637,8 @@ class Session {
             return;
         }
         auto& single = As<IMediaReceiverSingle2>(detector, ContractName::IMediaReceiverSingle2);
-        const FrameArea area = {input.AnyOf(numbers), input.AnyOf(numbers), input.AnyOf(numbers), input.AnyOf(numbers)};
+        const FrameArea area = {input_.AnyOf(numbers), input_.AnyOf(numbers), input_.AnyOf(numbers),
+                                input_.AnyOf(numbers)};
         const bool isTold = (flags & 4) == 0;
         const std::int32_t code =
             single.ReceiveSingle(buffer, (flags & 8) != 0 ? nullptr : &area, isTold ? &frameDone : nullptr);
@@ -652,14 +653,14 @@ class Session {
         state.plateCount = 1;
         state.plates = {};
         state.plates[0].text[0] = '7';
-        for (IDetector*& detector : detectors) {
+        for (IDetector*& detector : detectors_) {
             if (detector == nullptr) {
                 continue;
             }
             state.framesDone = 0;
             auto& single = As<IMediaReceiverSingle2>(detector, ContractName::IMediaReceiverSingle2);
             const std::int32_t code =
-                single.ReceiveSingle(new Buffer(16, 8, 16 * 8 * 3 / 2, true, 128, now + 40), nullptr, &frameDone);
+                single.ReceiveSingle(new Buffer(16, 8, 16 * 8 * 3 / 2, true, 128, now_ + 40), nullptr, &frameDone);
             Check(code == 0 && state.framesDone == 1, "a detector no longer works");
             Check(*As<IErrorInfoProvider>(detector, ContractName::IErrorInfoProvider).GetErrorMessage() == '\0',
                   "an error without a code");
@@ -676,10 +677,10 @@ class Session {
         diagnostics::SetDebugLevel(0);
     }
 
-    fuzz::Input& input;
-    std::array<IDetector*, 2> detectors = {};
-    std::uint64_t now = 1000;
-    bool mayBeLarge = true;
+    fuzz::Input& input_;
+    std::array<IDetector*, 2> detectors_ = {};
+    std::uint64_t now_ = 1000;
+    bool mayBeLarge_ = true;
 };
 
 class NoOutput final : public platform::DebugOutputSink {

@@ -38,23 +38,23 @@ bool IsOneLine(const std::string& text) {
 /// Gives the bytes in pieces of a size.
 class Pieces final : public plate_host::ByteSource {
   public:
-    Pieces(Bytes bytes, std::size_t piece) : rest(bytes), largest(piece), total(bytes.size()) {}
+    Pieces(Bytes bytes, std::size_t piece) : rest_(bytes), largest_(piece), total_(bytes.size()) {}
 
     std::size_t Read(void* buffer, std::size_t size) override {
-        const std::size_t count = std::min({size, rest.size(), largest});
+        const std::size_t count = std::min({size, rest_.size(), largest_});
         if (count > 0) {
-            std::memcpy(buffer, rest.data(), count);
-            rest = rest.subspan(count);
+            std::memcpy(buffer, rest_.data(), count);
+            rest_ = rest_.subspan(count);
         }
         return count;
     }
     std::string Error() const override { return {}; }
-    std::optional<std::uint64_t> Size() const override { return total; }
+    std::optional<std::uint64_t> Size() const override { return total_; }
 
   private:
-    Bytes rest;
-    std::size_t largest;
-    std::size_t total;
+    Bytes rest_;
+    std::size_t largest_;
+    std::size_t total_;
 };
 
 /// A header that is taken has nothing but numbers where they belong.
@@ -121,7 +121,7 @@ void CheckScript(Bytes bytes) {
 /// Takes what its bits say.
 class AnyDetector final : public OKM8::IAsyncAdjuster, public OKM8::IErrorInfoProvider {
   public:
-    explicit AnyDetector(unsigned bits) : taken(bits) {}
+    explicit AnyDetector(unsigned bits) : taken_(bits) {}
     OKM8_OBJECT_DESTRUCTOR_SLOT(AnyDetector)
     void* QueryContract(const char*) override { return nullptr; }
     void* QueryContract(const char*) const override { return nullptr; }
@@ -132,18 +132,18 @@ class AnyDetector final : public OKM8::IAsyncAdjuster, public OKM8::IErrorInfoPr
     std::int32_t SetDoubleValue(const char*, double) override { return Take(2); }
     std::int32_t SetIntValue(const char*, std::int32_t) override { return Take(4); }
     std::int32_t SetBoolValue(const char*, bool) override { return Take(8); }
-    void ApplySettings() override { code = (taken & 16) != 0 ? OKM8::ErrorCode::Failed : OKM8::ErrorCode::None; }
-    std::int32_t GetErrorCode() override { return code; }
-    const char* GetErrorMessage() override { return (taken & 32) != 0 ? nullptr : "a\ntext"; }
+    void ApplySettings() override { code_ = (taken_ & 16) != 0 ? OKM8::ErrorCode::Failed : OKM8::ErrorCode::None; }
+    std::int32_t GetErrorCode() override { return code_; }
+    const char* GetErrorMessage() override { return (taken_ & 32) != 0 ? nullptr : "a\ntext"; }
 
   private:
     std::int32_t Take(unsigned bit) {
-        const std::int32_t refusal = (taken & 64) != 0 ? OKM8::ErrorCode::Failed : OKM8::ErrorCode::RefusedSetting;
-        return code = (taken & bit) != 0 ? OKM8::ErrorCode::None : refusal;
+        const std::int32_t refusal = (taken_ & 64) != 0 ? OKM8::ErrorCode::Failed : OKM8::ErrorCode::RefusedSetting;
+        return code_ = (taken_ & bit) != 0 ? OKM8::ErrorCode::None : refusal;
     }
 
-    unsigned taken;
-    std::int32_t code = 0;
+    unsigned taken_;
+    std::int32_t code_ = 0;
 };
 
 void CheckSettings(Bytes bytes, unsigned taken) {

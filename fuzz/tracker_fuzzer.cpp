@@ -56,23 +56,23 @@ std::wstring TakeText(fuzz::Input& input, std::size_t longest) {
 
 class Reader {
   public:
-    explicit Reader(fuzz::Input& bytes) : input(bytes) {}
+    explicit Reader(fuzz::Input& bytes) : input_(bytes) {}
 
     Sequence Read() {
         Sequence sequence;
-        const unsigned setup = input.Byte();
+        const unsigned setup = input_.Byte();
         if ((setup & 1) != 0) {
-            sequence.lostTimeout = input.AnyOf(timeouts);
+            sequence.lostTimeout = input_.AnyOf(timeouts);
         }
         if ((setup & 2) != 0) {
-            sequence.maximumAge = input.AnyOf(ages);
+            sequence.maximumAge = input_.AnyOf(ages);
         }
         if ((setup & 4) != 0) {
-            sequence.readingsToReport = input.AnyOf(counts);
+            sequence.readingsToReport = input_.AnyOf(counts);
         }
-        now = (setup & 8) != 0 ? input.AnyOf(times) : 1000;
-        sequence.steps.reserve(input.Rest().size());
-        while (!input.IsEmpty() && readings < maximumReadings) {
+        now_ = (setup & 8) != 0 ? input_.AnyOf(times) : 1000;
+        sequence.steps.reserve(input_.Rest().size());
+        while (!input_.IsEmpty() && readings_ < maximumReadings) {
             sequence.steps.push_back(ReadStep());
         }
         return sequence;
@@ -80,17 +80,17 @@ class Reader {
 
   private:
     Step ReadStep() {
-        const unsigned kind = input.Byte();
+        const unsigned kind = input_.Byte();
         if ((kind & 0x1f) == 0x1f) {
             if ((kind & 0x20) != 0) {
                 return {Step::Kind::FinishAll, 0, {}};
             }
-            return {Step::Kind::LostTimeout, input.AnyOf(timeouts), {}};
+            return {Step::Kind::LostTimeout, input_.AnyOf(timeouts), {}};
         }
         Step step;
         step.readings.reserve(4);
-        now += (kind & 8) != 0 ? 40 : AnyInterval();
-        step.time = (kind & 16) != 0 ? AnyTime() : now;
+        now_ += (kind & 8) != 0 ? 40 : AnyInterval();
+        step.time = (kind & 16) != 0 ? AnyTime() : now_;
         for (unsigned count = kind & 3; count > 0; --count) {
             ReadReading(step.readings);
         }
@@ -98,24 +98,24 @@ class Reader {
     }
 
     void ReadReading(std::vector<LicencePlatePtr>& target) {
-        const unsigned flags = input.Byte();
-        ++readings;
+        const unsigned flags = input_.Byte();
+        ++readings_;
         if ((flags & 0xe0) == 0xe0) {
-            target.push_back((flags & 1) != 0 ? previous : nullptr);
+            target.push_back((flags & 1) != 0 ? previous_ : nullptr);
             return;
         }
         const auto plate = boost::make_shared<LicencePlate>();
-        plate->timeStamp = (flags & 0x60) == 0x60 ? AnyTime() : now;
+        plate->timeStamp = (flags & 0x60) == 0x60 ? AnyTime() : now_;
         // The limits of the view, a tenth more on each side, are places that a plate can come to.
         plate->frameWidth = 1280;
         plate->frameHeight = 480;
         if ((flags & 0x50) == 0x50) {
-            plate->frameWidth = input.AnyOf(frameSizes);
-            plate->frameHeight = input.AnyOf(frameSizes);
+            plate->frameWidth = input_.AnyOf(frameSizes);
+            plate->frameHeight = input_.AnyOf(frameSizes);
         }
-        plate->weight = (flags & 8) != 0 ? input.AnyOf(weights) : 100;
-        const std::int32_t x = input.Byte() * 6 - 120;
-        const std::int32_t y = input.Byte() * 4 - 120;
+        plate->weight = (flags & 8) != 0 ? input_.AnyOf(weights) : 100;
+        const std::int32_t x = input_.Byte() * 6 - 120;
+        const std::int32_t y = input_.Byte() * 4 - 120;
         plate->cornerA = {x - 50, y - 15};
         plate->cornerB = {x + 50, y - 15};
         plate->cornerC = {x + 50, y + 15};
@@ -127,46 +127,46 @@ class Reader {
             }
         }
         if ((flags & 7) != 0) {
-            plate->text = texts[flags & 3];
+            plate->text = texts_[flags & 3];
             if ((flags & 4) != 0 && !plate->text.empty()) {
-                plate->text[input.Byte() % plate->text.size()] = units[input.Below(5)];
+                plate->text[input_.Byte() % plate->text.size()] = units[input_.Below(5)];
             }
         } else {
             // Texts of three units need no memory of their own.
-            plate->text = TakeText(input, input.OneIn(8) ? 9 : 3);
+            plate->text = TakeText(input_, input_.OneIn(8) ? 9 : 3);
         }
-        texts[readings & 3] = plate->text;
-        plate->id = readings;
+        texts_[readings_ & 3] = plate->text;
+        plate->id = readings_;
         target.push_back(plate);
-        previous = plate;
+        previous_ = plate;
     }
 
     std::uint64_t AnyInterval() {
-        const std::uint64_t interval = input.Byte();
+        const std::uint64_t interval = input_.Byte();
         return interval < 200 ? interval : (interval - 200) * 100;
     }
 
     std::uint64_t AnyTime() {
-        const unsigned which = input.Byte();
+        const unsigned which = input_.Byte();
         if (which < std::size(times)) {
             return times[which];
         }
-        return which < 16 ? input.Take<std::uint64_t>() : now + which * 8 - 1000;
+        return which < 16 ? input_.Take<std::uint64_t>() : now_ + which * 8 - 1000;
     }
 
     std::int32_t AnyPlace() {
-        const unsigned which = input.Byte();
+        const unsigned which = input_.Byte();
         if (which < std::size(places)) {
             return places[which];
         }
-        return which < 24 ? input.Take<std::int32_t>() : static_cast<std::int32_t>(which) * 8 - 400;
+        return which < 24 ? input_.Take<std::int32_t>() : static_cast<std::int32_t>(which) * 8 - 400;
     }
 
-    fuzz::Input& input;
-    std::uint64_t now = 0;
-    unsigned readings = 0;
-    LicencePlatePtr previous;
-    std::wstring texts[4];  // of the last readings
+    fuzz::Input& input_;
+    std::uint64_t now_ = 0;
+    unsigned readings_ = 0;
+    LicencePlatePtr previous_;
+    std::wstring texts_[4];  // of the last readings
 };
 
 void CheckTracker(fuzz::Bytes bytes, fuzz::Input& input) {

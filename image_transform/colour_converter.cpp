@@ -75,33 +75,33 @@ class Conversion {
 
 }  // namespace
 
-ConverterYUV2RGB::ConverterYUV2RGB() : blueFirst(true) {}
+ConverterYUV2RGB::ConverterYUV2RGB() : blueFirst_(true) {}
 
 void ConverterYUV2RGB::Transform(const ImageData& in, ImageData& out) {
-    const Conversion conversion(in, output);
+    const Conversion conversion(in, output_);
     if (conversion.IsGrey()) {
-        conversion.ConvertGrey(output);
+        conversion.ConvertGrey(output_);
     } else {
-        Conversion::Require(kernels::ActiveKernel().toBgr24(conversion.ColourPlanes(), output.data,
+        Conversion::Require(kernels::ActiveKernel().toBgr24(conversion.ColourPlanes(), output_.data,
                                                             std::ptrdiff_t{3} * conversion.width, conversion.width,
                                                             conversion.height));
     }
-    out = output;
+    out = output_;
 }
 
-ConverterYUV2RGBPlanar::ConverterYUV2RGBPlanar(bool blueComesFirst) : blueFirst(blueComesFirst) {}
+ConverterYUV2RGBPlanar::ConverterYUV2RGBPlanar(bool blueFirst) : blueFirst_(blueFirst) {}
 
 void ConverterYUV2RGBPlanar::Transform(const ImageData& in, ImageData& out) {
-    const Conversion conversion(in, output);
+    const Conversion conversion(in, output_);
     if (conversion.IsGrey()) {
-        conversion.ConvertGrey(output);
+        conversion.ConvertGrey(output_);
     } else {
-        const BgrPlanes planes{output.data, output.data + conversion.pixels, output.data + 2 * conversion.pixels,
+        const BgrPlanes planes{output_.data, output_.data + conversion.pixels, output_.data + 2 * conversion.pixels,
                                conversion.width};
         Conversion::Require(kernels::ActiveKernel().toBgrPlanar(conversion.ColourPlanes(), planes, conversion.width,
                                                                 conversion.height));
     }
-    out = output;
+    out = output_;
 }
 
 }  // namespace image_transform

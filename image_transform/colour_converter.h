@@ -17,8 +17,8 @@ class ConverterYUV2RGB final : public IImageTransform {
     void Transform(const ImageData& in, ImageData& out) override;
 
   private:
-    [[maybe_unused]] bool blueFirst;
-    ImageData output;
+    [[maybe_unused]] bool blueFirst_;
+    ImageData output_;
 };
 
 /// Planar output: a blue, a green and a red plane of width x height bytes each, one behind the other; luminance alone
@@ -26,12 +26,12 @@ class ConverterYUV2RGB final : public IImageTransform {
 class ConverterYUV2RGBPlanar final : public IImageTransform {
   public:
     /// The planes stand in the same order whatever the flag says.
-    explicit ConverterYUV2RGBPlanar(bool blueComesFirst);
+    explicit ConverterYUV2RGBPlanar(bool blueFirst);
     void Transform(const ImageData& in, ImageData& out) override;
 
   private:
-    [[maybe_unused]] bool blueFirst;
-    ImageData output;
+    [[maybe_unused]] bool blueFirst_;
+    ImageData output_;
 };
 
 }  // namespace image_transform

@@ -15,16 +15,16 @@ namespace image_transform {
 template <class View>
 class ImageDeinterlacer final : public IImageTransform {
   public:
-    ImageDeinterlacer(std::uint32_t smallestWidth, std::uint32_t smallestHeight, bool halveColumns)
-        : minimumWidth(smallestWidth), minimumHeight(smallestHeight), halveWidth(halveColumns) {}
+    ImageDeinterlacer(std::uint32_t minimumWidth, std::uint32_t minimumHeight, bool halveWidth)
+        : minimumWidth_(minimumWidth), minimumHeight_(minimumHeight), halveWidth_(halveWidth) {}
 
     /// Throws std::exception with "ImageDeinterlacer error: empty frame!" when nothing would be left, and with "Wrong
     /// image format" when the data is null or smaller than the plane.
     void Transform(const ImageData& in, ImageData& out) override {
-        if (in.width < minimumWidth || in.height < minimumHeight) {
+        if (in.width < minimumWidth_ || in.height < minimumHeight_) {
             return;
         }
-        const std::uint32_t columnStep = halveWidth ? 2 : 1;
+        const std::uint32_t columnStep = halveWidth_ ? 2 : 1;
         const std::uint64_t width = (std::uint64_t{in.width} + columnStep - 1) / columnStep;
         const std::uint64_t height = (std::uint64_t{in.height} + 1) / 2;
         if (width * height == 0) {
@@ -35,14 +35,14 @@ class ImageDeinterlacer final : public IImageTransform {
         if (in.data == nullptr || in.size < std::uint64_t{in.width} * in.height) {
             throw std::runtime_error("Wrong image format");
         }
-        if (output.width != width || output.height != height) {
-            output = ImageData(static_cast<std::uint32_t>(width), static_cast<std::uint32_t>(height),
-                               static_cast<std::uint32_t>(width * height));
+        if (output_.width != width || output_.height != height) {
+            output_ = ImageData(static_cast<std::uint32_t>(width), static_cast<std::uint32_t>(height),
+                                static_cast<std::uint32_t>(width * height));
         }
         const auto frame = ViewOf(in.width, in.height, in.data);
         boost::gil::copy_pixels(boost::gil::subsampled_view(frame, columnStep, 2),
-                                ViewOf(output.width, output.height, output.data));
-        out = output;
+                                ViewOf(output_.width, output_.height, output_.data));
+        out = output_;
     }
 
   private:
@@ -52,10 +52,10 @@ class ImageDeinterlacer final : public IImageTransform {
                                             static_cast<std::ptrdiff_t>(width));
     }
 
-    ImageData output;
-    std::uint32_t minimumWidth;
-    std::uint32_t minimumHeight;
-    bool halveWidth;
+    ImageData output_;
+    std::uint32_t minimumWidth_;
+    std::uint32_t minimumHeight_;
+    bool halveWidth_;
 };
 
 }  // namespace image_transform

@@ -4,7 +4,7 @@ namespace image_transform {
 
 void ImageTransformer::Transform(const ImageData& in, ImageData& out) {
     const ImageData* source = &in;
-    for (const boost::shared_ptr<IImageTransform>& step : steps) {
+    for (const boost::shared_ptr<IImageTransform>& step : steps_) {
         step->Transform(*source, out);
         source = &out;
     }

@@ -17,13 +17,13 @@ class ImageTransformer {
     virtual ~ImageTransformer() = default;
 
     /// Puts these steps in place of the chain's.
-    void Replace(std::vector<boost::shared_ptr<IImageTransform>> newSteps) noexcept { steps.swap(newSteps); }
-    void Append(const boost::shared_ptr<IImageTransform>& step) { steps.push_back(step); }
-    void Clear() { steps.clear(); }
-    const std::vector<boost::shared_ptr<IImageTransform>>& Steps() const { return steps; }
+    void Replace(std::vector<boost::shared_ptr<IImageTransform>> newSteps) noexcept { steps_.swap(newSteps); }
+    void Append(const boost::shared_ptr<IImageTransform>& step) { steps_.push_back(step); }
+    void Clear() { steps_.clear(); }
+    const std::vector<boost::shared_ptr<IImageTransform>>& Steps() const { return steps_; }
 
   private:
-    std::vector<boost::shared_ptr<IImageTransform>> steps;
+    std::vector<boost::shared_ptr<IImageTransform>> steps_;
 };
 
 }  // namespace image_transform

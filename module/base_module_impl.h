@@ -11,7 +11,7 @@ template <class Detector>
 class BaseModuleImpl final : public OKM8::Analytics::IModule {
   public:
     /// `hostObject` is not owned.
-    explicit BaseModuleImpl(void* hostObject) : host(hostObject) {}
+    explicit BaseModuleImpl(void* hostObject) : host_(hostObject) {}
     OKM8_OBJECT_DESTRUCTOR_SLOT(BaseModuleImpl)
 
     OKM8_OVERLOADS_IN_SLOT_ORDER(void* QueryContract(const char* contractName) override,
@@ -20,7 +20,7 @@ class BaseModuleImpl final : public OKM8::Analytics::IModule {
     OKM8::Analytics::IDetector* CreateDetector(void* reserved, OKM8::IContract* detectorPeer) override;
 
   private:
-    void* host;
+    void* host_;
 };
 
 template <class Detector>
@@ -45,8 +45,8 @@ void* BaseModuleImpl<Detector>::QueryContract(const char* contractName) const {
 template <class Detector>
 OKM8::Analytics::IDetector* BaseModuleImpl<Detector>::CreateDetector(void* /*reserved*/,
                                                                      OKM8::IContract* detectorPeer) {
-    if (detectorPeer == nullptr || host == nullptr) {
+    if (detectorPeer == nullptr || host_ == nullptr) {
         return nullptr;
     }
-    return new Detector(detectorPeer, host);
+    return new Detector(detectorPeer, host_);
 }

@@ -14,8 +14,8 @@ class InstalledSink {
     /// False when there is none.
     template <class Character>
     bool Write(const Character* text) {
-        const Writer writer(writers);
-        DebugOutputSink* const sink = installed;
+        const Writer writer(writers_);
+        DebugOutputSink* const sink = installed_;
         if (sink != nullptr) {
             sink->Write(text);
         }
@@ -24,8 +24,8 @@ class InstalledSink {
 
     /// Waits for those who write into the one before. REQUIRES: not from a sink.
     DebugOutputSink* Exchange(DebugOutputSink* sink) {
-        DebugOutputSink* const before = installed.exchange(sink);
-        while (writers != 0) {
+        DebugOutputSink* const before = installed_.exchange(sink);
+        while (writers_ != 0) {
             std::this_thread::yield();
         }
         return before;
@@ -38,8 +38,8 @@ class InstalledSink {
         std::atomic<int>& writers;
     };
 
-    std::atomic<DebugOutputSink*> installed = nullptr;
-    std::atomic<int> writers = 0;
+    std::atomic<DebugOutputSink*> installed_ = nullptr;
+    std::atomic<int> writers_ = 0;
 };
 
 }  // namespace platform

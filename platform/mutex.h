@@ -35,13 +35,13 @@ using RecursiveMutex = AnnotatedMutex<boost::recursive_mutex>;
 template <class Locked>
 class VEXLANE_THREAD_SAFETY(scoped_lockable) Lock {
   public:
-    explicit Lock(Locked& locked) VEXLANE_THREAD_SAFETY(acquire_capability(locked)) : held(locked) { held.lock(); }
-    ~Lock() VEXLANE_THREAD_SAFETY(release_capability()) { held.unlock(); }
+    explicit Lock(Locked& locked) VEXLANE_THREAD_SAFETY(acquire_capability(locked)) : held_(locked) { held_.lock(); }
+    ~Lock() VEXLANE_THREAD_SAFETY(release_capability()) { held_.unlock(); }
     Lock(const Lock&) = delete;
     Lock& operator=(const Lock&) = delete;
 
   private:
-    Locked& held;
+    Locked& held_;
 };
 
 }  // namespace platform

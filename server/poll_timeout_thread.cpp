@@ -22,29 +22,29 @@ void PollTimeoutThread::Start(std::function<void()> action) {
     if (IsInForkedChild()) {
         return;
     }
-    const platform::Lock pollLock(pollMutex);
-    const platform::Lock threadLock(threadMutex);
-    if (pollThread.get_id() != boost::thread::id()) {
+    const platform::Lock pollLock(pollMutex_);
+    const platform::Lock threadLock(threadMutex_);
+    if (pollThread_.get_id() != boost::thread::id()) {
         return;
     }
-    pollAction = std::move(action);
+    pollAction_ = std::move(action);
     // The thread keeps the library loaded where it could not be joined during unloading.
     const platform::LibraryReference library = platform::HoldLibrary();
     try {
-        pollThread = boost::thread([this, library] {
+        pollThread_ = boost::thread([this, library] {
             Run();
             platform::ReleaseLibrary(library);
         });
     } catch (...) {
         platform::DropLibrary(library);
-        pollAction = nullptr;
+        pollAction_ = nullptr;
         throw;
     }
 }
 
 // The thread was stopped wherever it was, perhaps with the mutex held.
 void PollTimeoutThread::DetachStopped() VEXLANE_UNCHECKED {
-    pollThread.detach();
+    pollThread_.detach();
 }
 
 void PollTimeoutThread::Stop() {
@@ -60,17 +60,17 @@ void PollTimeoutThread::Stop() {
     }
     const boost::this_thread::disable_interruption callersInterruptionIsNotOurs;
     {
-        const platform::Lock lock(threadMutex);
-        pollThread.interrupt();
+        const platform::Lock lock(threadMutex_);
+        pollThread_.interrupt();
     }
     {
-        const platform::Lock lock(pollMutex);
-        pollAction = nullptr;
+        const platform::Lock lock(pollMutex_);
+        pollAction_ = nullptr;
     }
     boost::thread ending;
     {
-        const platform::Lock lock(threadMutex);
-        ending.swap(pollThread);
+        const platform::Lock lock(threadMutex_);
+        ending.swap(pollThread_);
     }
     if (ending.joinable()) {
         ending.interrupt();  // it may be another one than above
@@ -82,27 +82,27 @@ bool PollTimeoutThread::IsRunning() const {
     if (IsInForkedChild()) {
         return false;
     }
-    const platform::Lock lock(threadMutex);
-    return pollThread.get_id() != boost::thread::id();
+    const platform::Lock lock(threadMutex_);
+    return pollThread_.get_id() != boost::thread::id();
 }
 
 bool PollTimeoutThread::IsPollThread() const {
-    const platform::Lock lock(threadMutex);
-    return pollThread.get_id() == boost::this_thread::get_id();
+    const platform::Lock lock(threadMutex_);
+    return pollThread_.get_id() == boost::this_thread::get_id();
 }
 
 void PollTimeoutThread::SetPeriod(std::int64_t milliseconds) {
-    period = std::clamp(milliseconds, std::numeric_limits<std::int64_t>::min() / microsecondsPerMillisecond,
-                        std::numeric_limits<std::int64_t>::max() / microsecondsPerMillisecond) *
-             microsecondsPerMillisecond;
+    period_ = std::clamp(milliseconds, std::numeric_limits<std::int64_t>::min() / microsecondsPerMillisecond,
+                         std::numeric_limits<std::int64_t>::max() / microsecondsPerMillisecond) *
+              microsecondsPerMillisecond;
 }
 
 void PollTimeoutThread::SetWaitAction(std::function<void(std::int64_t)> action) {
     if (IsInForkedChild()) {
         return;
     }
-    const platform::Lock lock(pollMutex);
-    waitAction = std::move(action);
+    const platform::Lock lock(pollMutex_);
+    waitAction_ = std::move(action);
 }
 
 void PollTimeoutThread::Run() {
@@ -114,10 +114,10 @@ void PollTimeoutThread::Run() {
             std::function<void(std::int64_t)> wait;
             Poll(wait);
             if (wait) {
-                wait(period);
+                wait(period_);
             } else {
                 const std::int64_t milliseconds =
-                    std::clamp<std::int64_t>(period / microsecondsPerMillisecond, 0, longestWaitMilliseconds);
+                    std::clamp<std::int64_t>(period_ / microsecondsPerMillisecond, 0, longestWaitMilliseconds);
                 boost::this_thread::sleep(boost::posix_time::milliseconds(milliseconds));
             }
         } while (!boost::this_thread::interruption_requested());
@@ -129,13 +129,13 @@ void PollTimeoutThread::Run() {
 }
 
 void PollTimeoutThread::Poll(std::function<void(std::int64_t)>& wait) {
-    const platform::Lock lock(pollMutex);
-    wait = waitAction;
-    if (!pollAction) {
+    const platform::Lock lock(pollMutex_);
+    wait = waitAction_;
+    if (!pollAction_) {
         return;
     }
     try {
-        pollAction();
+        pollAction_();
     } catch (const boost::thread_interrupted&) {
         throw;
     } catch (...) {

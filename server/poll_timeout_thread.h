@@ -38,7 +38,7 @@ class PollTimeoutThread {
     bool IsRunning() const;
 
     /// True in a process other than the one that made this object.
-    bool IsInForkedChild() const { return platform::CurrentProcessId() != owner; }
+    bool IsInForkedChild() const { return platform::CurrentProcessId() != owner_; }
 
     /// Taken into account from the next wait on. 5000 at first. One that does not fit 64 bits of microseconds counts as
     /// the nearest that does.
@@ -54,13 +54,13 @@ class PollTimeoutThread {
     bool IsPollThread() const;
     void DetachStopped();
 
-    platform::Mutex pollMutex;
-    std::function<void()> pollAction VEXLANE_GUARDED_BY(pollMutex);
-    std::function<void(std::int64_t)> waitAction VEXLANE_GUARDED_BY(pollMutex);
-    std::atomic<std::int64_t> period{5'000'000};  // microseconds
-    boost::thread pollThread VEXLANE_GUARDED_BY(threadMutex);
-    mutable platform::Mutex threadMutex;  // a leaf, held for a look or a swap
-    const std::uint32_t owner = platform::CurrentProcessId();
+    platform::Mutex pollMutex_;
+    std::function<void()> pollAction_ VEXLANE_GUARDED_BY(pollMutex_);
+    std::function<void(std::int64_t)> waitAction_ VEXLANE_GUARDED_BY(pollMutex_);
+    std::atomic<std::int64_t> period_{5'000'000};  // microseconds
+    boost::thread pollThread_ VEXLANE_GUARDED_BY(threadMutex_);
+    mutable platform::Mutex threadMutex_;  // a leaf, held for a look or a swap
+    const std::uint32_t owner_ = platform::CurrentProcessId();
 };
 
 }  // namespace ThreadRoutines

@@ -61,7 +61,7 @@ constinit std::atomic<bool> ProcessWideLauncher::hasEnded = false;
 }  // namespace
 
 ServerLauncher::ServerLauncher()
-    : showWindow(diagnostics::DebugLevel() != 0 ? platform::showWindowShown : platform::showWindowHidden) {
+    : showWindow_(diagnostics::DebugLevel() != 0 ? platform::showWindowShown : platform::showWindowHidden) {
     SetPeriod(pollPeriodMilliseconds);
     PollTimeoutThread::Start([this] { OnTimeout(); });
 }
@@ -73,8 +73,8 @@ ServerLauncher::~ServerLauncher() {
             // The other threads were stopped wherever they were, perhaps with a mutex held or in the middle of taking
             // memory. So no lock is taken, and the lines of a stop are left out: they could wait for such a lock, or
             // end the process, before the server is ended.
-            platform::TerminateProcess(process.process, terminatedExitCode);
-            if (isStarting) {
+            platform::TerminateProcess(process_.process, terminatedExitCode);
+            if (isStarting_) {
                 TerminateStartedProcess();
             }
         } else {
@@ -90,7 +90,7 @@ void ServerLauncher::Start() {
         return;
     }
     LauncherTrace("Start server launcher");
-    const platform::Lock lock(startMutex);
+    const platform::Lock lock(startMutex_);
     if (ScanProcesses()) {
         LauncherTrace("Already started. Process ID: 0x%x", Printed(Record().process));
         return;
@@ -101,18 +101,18 @@ void ServerLauncher::Start() {
 void ServerLauncher::StartProcess() {
     SetRecord({});
     platform::ProcessInformation started;
-    isStarting = true;
-    if (!platform::StartProcess(commandLine, creationFlags, showWindow, started)) {
-        isStarting = false;
+    isStarting_ = true;
+    if (!platform::StartProcess(commandLine_, creationFlags_, showWindow_, started)) {
+        isStarting_ = false;
         if (diagnostics::DebugLevel() != 0) {
-            LauncherTrace("CreateProcess(%s) - failed, err = %s\r\n", commandLine.c_str(),
+            LauncherTrace("CreateProcess(%s) - failed, err = %s\r\n", commandLine_.c_str(),
                           diagnostics::LastErrorText().c_str());
         }
         return;
     }
     SetRecord(started);
-    isStarting = false;
-    LauncherTrace("CreatedProcess(%s) - ok Process ID: 0x%x\r\n", commandLine.c_str(), Printed(started.process));
+    isStarting_ = false;
+    LauncherTrace("CreatedProcess(%s) - ok Process ID: 0x%x\r\n", commandLine_.c_str(), Printed(started.process));
     MarkAlive();
 }
 
@@ -122,7 +122,7 @@ void ServerLauncher::Stop() {
     }
     LauncherTrace("Stop server launcher");
     PollTimeoutThread::Stop();
-    const platform::Lock lock(startMutex);
+    const platform::Lock lock(startMutex_);
     TerminateProcess();
 }
 
@@ -166,7 +166,7 @@ bool ServerLauncher::IsServerRunning() {
     if (IsInForkedChild()) {
         return false;
     }
-    const platform::Lock lock(startMutex);
+    const platform::Lock lock(startMutex_);
     return ScanProcesses();
 }
 
@@ -187,7 +187,7 @@ bool ServerLauncher::ScanProcesses() {
 }
 
 bool ServerLauncher::HasServersName(const platform::ProcessEntry& entry) const {
-    return boost::algorithm::iequals(entry.executableName, commandLine, std::locale::classic());
+    return boost::algorithm::iequals(entry.executableName, commandLine_, std::locale::classic());
 }
 
 // A process that cannot be opened counts as running but does not take the place of ours on record: without a handle it
@@ -195,11 +195,11 @@ bool ServerLauncher::HasServersName(const platform::ProcessEntry& entry) const {
 void ServerLauncher::ExamineProcess(const platform::ProcessEntry& entry) {
     const platform::SystemHandle handle = platform::OpenProcess(platform::processAllAccess, true, entry.processId);
     const boost::posix_time::ptime now = Now();
-    const platform::Lock lock(launcherMutex);
-    lastAlive = now;
-    if (process.processId != 0 && process.processId != entry.processId && handle != 0) {
-        process.processId = entry.processId;
-        process.process = handle;
+    const platform::Lock lock(launcherMutex_);
+    lastAlive_ = now;
+    if (process_.processId != 0 && process_.processId != entry.processId && handle != 0) {
+        process_.processId = entry.processId;
+        process_.process = handle;
     }
 }
 
@@ -211,9 +211,9 @@ void ServerLauncher::OnTimeout() {
     const boost::posix_time::ptime now = Now();
     bool isSilent = false;
     {
-        const platform::Lock lock(launcherMutex);
-        if (!lastAlive.is_not_a_date_time()) {
-            isSilent = static_cast<std::int32_t>((now - lastAlive).total_seconds()) > longestSilenceSeconds;
+        const platform::Lock lock(launcherMutex_);
+        if (!lastAlive_.is_not_a_date_time()) {
+            isSilent = static_cast<std::int32_t>((now - lastAlive_).total_seconds()) > longestSilenceSeconds;
         }
     }
     if (isSilent || !isRunning) {
@@ -227,18 +227,18 @@ void ServerLauncher::MarkAlive() {
         return;
     }
     const boost::posix_time::ptime now = Now();
-    const platform::Lock lock(launcherMutex);
-    lastAlive = now;
+    const platform::Lock lock(launcherMutex_);
+    lastAlive_ = now;
 }
 
 void ServerLauncher::SetRecord(const platform::ProcessInformation& record) {
-    const platform::Lock lock(launcherMutex);
-    process = record;
+    const platform::Lock lock(launcherMutex_);
+    process_ = record;
 }
 
 platform::ProcessInformation ServerLauncher::Record() {
-    const platform::Lock lock(launcherMutex);
-    return process;
+    const platform::Lock lock(launcherMutex_);
+    return process_;
 }
 
 boost::shared_ptr<ServerLauncher> GetServerLauncher() {

@@ -49,26 +49,26 @@ class ServerLauncher : public ThreadRoutines::PollTimeoutThread {
     void MarkAlive();
 
   private:
-    bool ScanProcesses() VEXLANE_REQUIRES(startMutex);
+    bool ScanProcesses() VEXLANE_REQUIRES(startMutex_);
     bool HasServersName(const platform::ProcessEntry& entry) const;
     void ExamineProcess(const platform::ProcessEntry& entry);
-    void StartProcess() VEXLANE_REQUIRES(startMutex);
-    void TerminateProcess() VEXLANE_REQUIRES(startMutex);
+    void StartProcess() VEXLANE_REQUIRES(startMutex_);
+    void TerminateProcess() VEXLANE_REQUIRES(startMutex_);
     void TerminateStartedProcess();
     void SetRecord(const platform::ProcessInformation& record);
     platform::ProcessInformation Record();
 
-    boost::posix_time::ptime lastAlive VEXLANE_GUARDED_BY(launcherMutex);  // local time
-    platform::Mutex launcherMutex;
-    [[maybe_unused]] boost::thread unusedThread;                             // never started
-    platform::ProcessInformation process VEXLANE_GUARDED_BY(launcherMutex);  // ours, all 0 without one
-    std::uint32_t creationFlags = 0;
-    std::uint32_t showWindow;
-    std::string commandLine = "plate-Server.exe";  // also the name to look for
-    [[maybe_unused]] std::string unusedText;
-    [[maybe_unused]] std::int64_t unusedValue = 5000;
-    std::atomic<bool> isStarting{false};  // a server may exist that is not on record yet
-    platform::Mutex startMutex;           // makes one step of a look at the processes and what follows from it
+    boost::posix_time::ptime lastAlive_ VEXLANE_GUARDED_BY(launcherMutex_);  // local time
+    platform::Mutex launcherMutex_;
+    [[maybe_unused]] boost::thread unusedThread_;                              // never started
+    platform::ProcessInformation process_ VEXLANE_GUARDED_BY(launcherMutex_);  // ours, all 0 without one
+    std::uint32_t creationFlags_ = 0;
+    std::uint32_t showWindow_;
+    std::string commandLine_ = "plate-Server.exe";  // also the name to look for
+    [[maybe_unused]] std::string unusedText_;
+    [[maybe_unused]] std::int64_t unusedValue_ = 5000;
+    std::atomic<bool> isStarting_{false};  // a server may exist that is not on record yet
+    platform::Mutex startMutex_;           // makes one step of a look at the processes and what follows from it
 };
 
 /// The process-wide launcher, made by the first call and ended when the library is unloaded, but not when a forked

@@ -41,13 +41,13 @@ struct ClearedAtTheEnd {
 
 }  // namespace
 
-CLicencePlateTracker::CLicencePlateTracker(ILicencePlateTrackerResultSink* resultSink, std::uint64_t lostAfter,
-                                           std::uint64_t completeAfter, std::uint64_t completeCount)
-    : lostTimeout(lostAfter), maximumTrackAge(completeAfter), readingsToReport(completeCount), sink(resultSink) {}
+CLicencePlateTracker::CLicencePlateTracker(ILicencePlateTrackerResultSink* sink, std::uint64_t lostTimeout,
+                                           std::uint64_t maximumTrackAge, std::uint64_t readingsToReport)
+    : lostTimeout_(lostTimeout), maximumTrackAge_(maximumTrackAge), readingsToReport_(readingsToReport), sink_(sink) {}
 
 void CLicencePlateTracker::ProcessPlates(const std::vector<LicencePlatePtr>& readings, std::uint64_t frameTime) {
     // The readings that nobody has kept go at the end of the frame, however it ends.
-    const ClearedAtTheEnd<std::vector<Candidate>> clearing{pending};
+    const ClearedAtTheEnd<std::vector<Candidate>> clearing{pending_};
     Hold(readings);
     Match();
     StartTracks();
@@ -58,15 +58,15 @@ void CLicencePlateTracker::ProcessPlates(const std::vector<LicencePlatePtr>& rea
 void CLicencePlateTracker::Hold(const std::vector<LicencePlatePtr>& readings) {
     auto reading = readings.begin();
     try {
-        pending.reserve(readings.size());
+        pending_.reserve(readings.size());
         for (; reading != readings.end(); ++reading) {
             if (*reading) {
-                pending.push_back({boost::make_shared<LicencePlateHolder>(*reading, sink), Closeness::Behind});
+                pending_.push_back({boost::make_shared<LicencePlateHolder>(*reading, sink_), Closeness::Behind});
             }
         }
     } catch (...) {
         for (; reading != readings.end(); ++reading) {
-            const LicencePlateHolder handsBackAtOnce(*reading, sink);
+            const LicencePlateHolder handsBackAtOnce(*reading, sink_);
         }
         throw;
     }
@@ -74,14 +74,14 @@ void CLicencePlateTracker::Hold(const std::vector<LicencePlatePtr>& readings) {
 
 // Each track takes at most one reading; older tracks choose first.
 void CLicencePlateTracker::Match() {
-    for (const boost::shared_ptr<CTrack>& track : tracks) {
-        if (pending.empty()) {
+    for (const boost::shared_ptr<CTrack>& track : tracks_) {
+        if (pending_.empty()) {
             return;
         }
         if (const Candidate* const chosen = Choose(*track)) {
             track->Add(chosen->holder);
             const LicencePlate* const taken = track->Last()->reading.get();
-            std::erase_if(pending,
+            std::erase_if(pending_,
                           [&](const Candidate& candidate) { return candidate.holder->reading.get() == taken; });
         }
     }
@@ -91,14 +91,14 @@ void CLicencePlateTracker::Match() {
 // not close enough.
 const CLicencePlateTracker::Candidate* CLicencePlateTracker::Choose(const CTrack& track) {
     // Nothing is closer than a text that the track knows.
-    for (const Candidate& candidate : pending) {
+    for (const Candidate& candidate : pending_) {
         if (track.Knows(candidate.holder->reading->text)) {
             return &candidate;
         }
     }
 
     Closeness closest = Closeness::Behind;
-    for (Candidate& candidate : pending) {
+    for (Candidate& candidate : pending_) {
         candidate.closeness = ClosenessOf(track, *candidate.holder);
         closest = std::min(closest, candidate.closeness);
     }
@@ -108,12 +108,12 @@ const CLicencePlateTracker::Candidate* CLicencePlateTracker::Choose(const CTrack
 
     const double accepted = acceptedDistance[static_cast<std::size_t>(closest)];
     const auto isClosest = [&](const Candidate& candidate) { return candidate.closeness == closest; };
-    if (accepted > largestDistance && std::count_if(pending.begin(), pending.end(), isClosest) == 1) {
-        return &*std::find_if(pending.begin(), pending.end(), isClosest);  // whatever its text
+    if (accepted > largestDistance && std::count_if(pending_.begin(), pending_.end(), isClosest) == 1) {
+        return &*std::find_if(pending_.begin(), pending_.end(), isClosest);  // whatever its text
     }
     const Candidate* chosen = nullptr;
     double smallest = largestDistance;
-    for (const Candidate& candidate : pending) {
+    for (const Candidate& candidate : pending_) {
         if (isClosest(candidate)) {
             const double distance = track.TextDistanceToUnknown(candidate.holder->reading->text);
             if (chosen == nullptr || distance < smallest) {
@@ -158,26 +158,26 @@ CLicencePlateTracker::Closeness CLicencePlateTracker::ClosenessByPosition(const 
 }
 
 void CLicencePlateTracker::StartTracks() {
-    for (const Candidate& unmatched : pending) {
-        auto track = boost::make_shared<CTrack>(nextTrackId);
-        nextTrackId = WrappedSum(nextTrackId, 1);
+    for (const Candidate& unmatched : pending_) {
+        auto track = boost::make_shared<CTrack>(nextTrackId_);
+        nextTrackId_ = WrappedSum(nextTrackId_, 1);
         track->Add(unmatched.holder);
-        tracks.push_back(std::move(track));
+        tracks_.push_back(std::move(track));
     }
 }
 
 void CLicencePlateTracker::FinishTracks(std::uint64_t now) {
-    for (std::size_t index = 0; index < tracks.size();) {
-        CTrack& track = *tracks[index];
+    for (std::size_t index = 0; index < tracks_.size();) {
+        CTrack& track = *tracks_[index];
         const LicencePlateHolderPtr& best = track.Best();
         const std::uint64_t lastTime = track.Last()->reading->timeStamp;
         bool ended = false;
 
         // Differences are unsigned: a frame from before the track's time makes it old and lost at once.
-        if (track.Count() >= readingsToReport || now - track.First()->reading->timeStamp >= maximumTrackAge) {
+        if (track.Count() >= readingsToReport_ || now - track.First()->reading->timeStamp >= maximumTrackAge_) {
             Report(track, best, TrackReason::Complete);
         }
-        if (now - lastTime > lostTimeout) {
+        if (now - lastTime > lostTimeout_) {
             Report(track, best, TrackReason::Lost);
             ended = true;
         }
@@ -190,7 +190,7 @@ void CLicencePlateTracker::FinishTracks(std::uint64_t now) {
         }
 
         if (ended) {
-            tracks.erase(tracks.begin() + static_cast<std::ptrdiff_t>(index));
+            tracks_.erase(tracks_.begin() + static_cast<std::ptrdiff_t>(index));
         } else {
             ++index;
         }
@@ -203,9 +203,9 @@ void CLicencePlateTracker::Report(CTrack& track, const LicencePlateHolderPtr& be
     if (track.IsReported()) {
         return;
     }
-    if (sink != nullptr) {
+    if (sink_ != nullptr) {
         try {
-            sink->OnResult(this, best->reading, track.ReadingsOf(best->reading->text), reason);
+            sink_->OnResult(this, best->reading, track.ReadingsOf(best->reading->text), reason);
         } catch (...) {
             // The sink reports its own failures; the tracker has nobody to tell.
         }
@@ -215,8 +215,8 @@ void CLicencePlateTracker::Report(CTrack& track, const LicencePlateHolderPtr& be
 }
 
 void CLicencePlateTracker::FinishAll() {
-    while (!tracks.empty()) {
-        Report(*tracks.front(), tracks.front()->Best(), TrackReason::Complete);
-        tracks.erase(tracks.begin());
+    while (!tracks_.empty()) {
+        Report(*tracks_.front(), tracks_.front()->Best(), TrackReason::Complete);
+        tracks_.erase(tracks_.begin());
     }
 }

@@ -18,7 +18,7 @@ class CLicencePlateTracker final : public ILicencePlateTracker {
                          std::uint64_t readingsToReport);
 
     void ProcessPlates(const std::vector<LicencePlatePtr>& readings, std::uint64_t frameTime) override;
-    void SetLostTimeout(std::uint64_t milliseconds) override { lostTimeout = milliseconds; }
+    void SetLostTimeout(std::uint64_t milliseconds) override { lostTimeout_ = milliseconds; }
     void FinishAll() override;
 
   private:
@@ -40,11 +40,11 @@ class CLicencePlateTracker final : public ILicencePlateTracker {
     static Closeness ClosenessOf(const CTrack& track, const LicencePlateHolder& candidate);
     static Closeness ClosenessByPosition(const CTrack& track, const LicencePlateHolder& candidate);
 
-    std::uint64_t lostTimeout;
-    std::uint64_t maximumTrackAge;
-    std::uint64_t readingsToReport;
-    ILicencePlateTrackerResultSink* sink;
-    std::vector<boost::shared_ptr<CTrack>> tracks;  // oldest first
-    std::int32_t nextTrackId = 0;
-    std::vector<Candidate> pending;  // of the frame in hand, and empty between frames
+    std::uint64_t lostTimeout_;
+    std::uint64_t maximumTrackAge_;
+    std::uint64_t readingsToReport_;
+    ILicencePlateTrackerResultSink* sink_;
+    std::vector<boost::shared_ptr<CTrack>> tracks_;  // oldest first
+    std::int32_t nextTrackId_ = 0;
+    std::vector<Candidate> pending_;  // of the frame in hand, and empty between frames
 };

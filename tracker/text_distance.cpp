@@ -25,47 +25,47 @@ std::size_t ZerosBelow(std::size_t place, std::uint64_t row) {
 }  // namespace
 
 void UnitPlaces::Fill(const wchar_t* run, std::size_t count) {
-    numbers.fill(0);
+    numbers_.fill(0);
     std::uint8_t different = 0;
     for (std::size_t place = 0; place < count; ++place) {
         const std::size_t slot = SlotOf(run[place]);
-        if (numbers[slot] == 0) {
-            units[different] = run[place];
-            places[different] = 0;
-            numbers[slot] = ++different;
+        if (numbers_[slot] == 0) {
+            units_[different] = run[place];
+            places_[different] = 0;
+            numbers_[slot] = ++different;
         }
-        places[numbers[slot] - std::size_t{1}] |= std::uint64_t{1} << place;
+        places_[numbers_[slot] - std::size_t{1}] |= std::uint64_t{1} << place;
     }
 }
 
-TextPattern::TextPattern(const std::wstring& text) : pattern(text) {
-    firstRun.Fill(pattern.data(), std::min(pattern.size(), UnitPlaces::capacity));
+TextPattern::TextPattern(const std::wstring& text) : pattern_(text) {
+    firstRun_.Fill(pattern_.data(), std::min(pattern_.size(), UnitPlaces::capacity));
 }
 
 // With nothing but insertions and deletions, as a replacement costs one of each, what is not common is paid for.
 double TextPattern::DistanceTo(const std::wstring& other) const {
-    const std::size_t common = pattern.size() <= UnitPlaces::capacity ? LongestCommonSubsequence(other)
-                                                                      : LongestCommonSubsequenceInRuns(other);
-    return 0.5 * static_cast<double>(pattern.size() + other.size() - 2 * common);
+    const std::size_t common = pattern_.size() <= UnitPlaces::capacity ? LongestCommonSubsequence(other)
+                                                                       : LongestCommonSubsequenceInRuns(other);
+    return 0.5 * static_cast<double>(pattern_.size() + other.size() - 2 * common);
 }
 
 std::size_t TextPattern::LongestCommonSubsequence(const std::wstring& other) const {
     std::uint64_t row = ~std::uint64_t{0};
     for (const wchar_t unit : other) {
-        const std::uint64_t matched = row & firstRun.Of(unit);
+        const std::uint64_t matched = row & firstRun_.Of(unit);
         row = (row + matched) | (row - matched);
     }
-    return ZerosBelow(pattern.size(), row);
+    return ZerosBelow(pattern_.size(), row);
 }
 
 // Run after run of the pattern, each with the carries that the run before it had at every unit of the other text.
 std::size_t TextPattern::LongestCommonSubsequenceInRuns(const std::wstring& other) const {
     std::vector<bool> carries(other.size(), false);
     std::size_t common = 0;
-    for (std::size_t begin = 0; begin < pattern.size(); begin += UnitPlaces::capacity) {
-        const std::size_t count = std::min(pattern.size() - begin, UnitPlaces::capacity);
+    for (std::size_t begin = 0; begin < pattern_.size(); begin += UnitPlaces::capacity) {
+        const std::size_t count = std::min(pattern_.size() - begin, UnitPlaces::capacity);
         UnitPlaces run;
-        run.Fill(pattern.data() + begin, count);
+        run.Fill(pattern_.data() + begin, count);
         std::uint64_t row = ~std::uint64_t{0};
         for (std::size_t column = 0; column < other.size(); ++column) {
             bool carry = carries[column];

@@ -16,8 +16,8 @@ class UnitPlaces {
 
     /// Bit n is set when the unit stands at place n. REQUIRES: filled.
     std::uint64_t Of(wchar_t unit) const {
-        const std::size_t index = numbers[SlotOf(unit)];
-        return index == 0 ? 0 : places[index - 1];
+        const std::size_t index = numbers_[SlotOf(unit)];
+        return index == 0 ? 0 : places_[index - 1];
     }
 
   private:
@@ -26,15 +26,15 @@ class UnitPlaces {
     // The unit's slot, or the free one that it would take.
     std::size_t SlotOf(wchar_t unit) const {
         std::size_t slot = static_cast<std::size_t>(unit) % slotCount;
-        while (numbers[slot] != 0 && units[numbers[slot] - std::size_t{1}] != unit) {
+        while (numbers_[slot] != 0 && units_[numbers_[slot] - std::size_t{1}] != unit) {
             slot = (slot + 1) % slotCount;
         }
         return slot;
     }
 
-    std::array<std::uint8_t, slotCount> numbers;  // 1 and up, of the different units; 0 for a free slot
-    std::array<wchar_t, capacity> units;
-    std::array<std::uint64_t, capacity> places;
+    std::array<std::uint8_t, slotCount> numbers_;  // 1 and up, of the different units; 0 for a free slot
+    std::array<wchar_t, capacity> units_;
+    std::array<std::uint64_t, capacity> places_;
 };
 
 /// One text, made ready for being compared with many others. Any thread.
@@ -51,8 +51,8 @@ class TextPattern {
     std::size_t LongestCommonSubsequence(const std::wstring& other) const;
     std::size_t LongestCommonSubsequenceInRuns(const std::wstring& other) const;
 
-    const std::wstring& pattern;
-    UnitPlaces firstRun;
+    const std::wstring& pattern_;
+    UnitPlaces firstRun_;
 };
 
 /// Weighted Levenshtein distance: 0.5 to delete or insert a unit, 1.0 to replace one by another. Exact and

@@ -41,25 +41,25 @@ double ShareOf(double distance, std::size_t length) {
 
 void CTrack::Add(const LicencePlateHolderPtr& holder) {
     BestByText::value_type& entry = AddText(holder->reading);  // may throw, and so comes first
-    previous = std::move(last);
-    last = holder;
-    if (count == 0) {
-        first = holder;
+    previous_ = std::move(last_);
+    last_ = holder;
+    if (count_ == 0) {
+        first_ = holder;
         SetInitialDirection(*holder);
     } else {
         UpdateMotion();
     }
     UpdateBest(entry, holder);
-    ++count;
+    ++count_;
 }
 
 // Puts the reading among those of its text, and the text among the others; on allocation failure neither. The entry of
 // a new text has no holder yet.
 CTrack::BestByText::value_type& CTrack::AddText(const LicencePlatePtr& reading) {
-    std::vector<LicencePlatePtr>& sameText = readingsByText[reading->text];
+    std::vector<LicencePlatePtr>& sameText = readingsByText_[reading->text];
     sameText.push_back(reading);
     try {
-        return *bestByText.try_emplace(reading->text).first;
+        return *bestByText_.try_emplace(reading->text).first;
     } catch (...) {
         sameText.pop_back();
         throw;
@@ -70,36 +70,37 @@ void CTrack::UpdateBest(BestByText::value_type& entry, const LicencePlateHolderP
     const LicencePlatePtr& reading = holder->reading;
     if (!entry.second || entry.second->reading->weight < reading->weight) {
         entry.second = holder;
-        const std::int32_t highest = best != nullptr ? best->second->reading->weight : reading->weight;
-        if (best == nullptr || highest < reading->weight || (highest == reading->weight && entry.first < best->first)) {
-            best = &entry;
+        const std::int32_t highest = best_ != nullptr ? best_->second->reading->weight : reading->weight;
+        if (best_ == nullptr || highest < reading->weight ||
+            (highest == reading->weight && entry.first < best_->first)) {
+            best_ = &entry;
         }
     }
-    longestText = std::max(longestText, reading->text.size());
+    longestText_ = std::max(longestText_, reading->text.size());
 }
 
 // A plate comes in from a side and moves away from it; one that enters in the upper half moves down.
 void CTrack::SetInitialDirection(const LicencePlateHolder& holder) {
     const std::int32_t width = FrameWidthOf(holder);
     const std::int32_t height = FrameHeightOf(holder);
-    directionX = (holder.centreX < width / 3 ? 1 : 0) - (holder.centreX > WrappedProduct(2, width) / 3 ? 1 : 0);
-    directionY = holder.centreY < height / 2 ? 1 : -1;
+    directionX_ = (holder.centreX < width / 3 ? 1 : 0) - (holder.centreX > WrappedProduct(2, width) / 3 ? 1 : 0);
+    directionY_ = holder.centreY < height / 2 ? 1 : -1;
 }
 
 void CTrack::UpdateMotion() {
-    const std::int32_t dx = WrappedDifference(last->centreX, previous->centreX);
-    const std::int32_t dy = WrappedDifference(last->centreY, previous->centreY);
+    const std::int32_t dx = WrappedDifference(last_->centreX, previous_->centreX);
+    const std::int32_t dy = WrappedDifference(last_->centreY, previous_->centreY);
     const double distance = std::sqrt(static_cast<double>(dx) * dx + static_cast<double>(dy) * dy);
-    const double seconds = MillisecondsBetween(previous->reading->timeStamp, last->reading->timeStamp) / 1000.0;
+    const double seconds = MillisecondsBetween(previous_->reading->timeStamp, last_->reading->timeStamp) / 1000.0;
     // Equal times give infinity or no number; both stay and never count as slow.
-    speed = smoothing * (distance / seconds) + (1.0 - smoothing) * speed;
+    speed_ = smoothing_ * (distance / seconds) + (1.0 - smoothing_) * speed_;
 
     if (std::fabs(distance) > ignoredMovement) {
-        const double x = (1.0 - smoothing) * directionX + smoothing * dx / distance;
-        const double y = (1.0 - smoothing) * directionY + smoothing * dy / distance;
+        const double x = (1.0 - smoothing_) * directionX_ + smoothing_ * dx / distance;
+        const double y = (1.0 - smoothing_) * directionY_ + smoothing_ * dy / distance;
         const double length = std::sqrt(x * x + y * y);
-        directionX = x / length;
-        directionY = y / length;
+        directionX_ = x / length;
+        directionY_ = y / length;
     }
 }
 
@@ -108,17 +109,17 @@ double CTrack::TextDistanceTo(const std::wstring& text) const {
 }
 
 bool CTrack::Knows(const std::wstring& text) const {
-    return !text.empty() && bestByText.contains(text);
+    return !text.empty() && bestByText_.contains(text);
 }
 
 double CTrack::LeastDistanceToUnknown(const std::wstring& text) const {
-    return ShareOf(leastTextDistance, std::max(longestText, text.size()));
+    return ShareOf(leastTextDistance, std::max(longestText_, text.size()));
 }
 
 double CTrack::TextDistanceToUnknown(const std::wstring& text) const {
     const TextPattern pattern(text);
     double smallest = 1.0;
-    for (const auto& [known, holder] : bestByText) {
+    for (const auto& [known, holder] : bestByText_) {
         const std::size_t longer = std::max(known.size(), text.size());
         const std::size_t shorter = std::min(known.size(), text.size());
         if (longer == 0) {
@@ -134,23 +135,23 @@ double CTrack::TextDistanceToUnknown(const std::wstring& text) const {
 }
 
 const std::vector<LicencePlatePtr>& CTrack::ReadingsOf(const std::wstring& text) const {
-    return readingsByText.at(text);
+    return readingsByText_.at(text);
 }
 
 PredictedPosition CTrack::PredictAt(std::uint64_t time) const {
-    PredictedPosition position{last->centreX, last->centreY};
-    if (count > 1 && last->reading->timeStamp != previous->reading->timeStamp) {
-        const double step = MillisecondsBetween(previous->reading->timeStamp, last->reading->timeStamp);
-        const double ahead = MillisecondsBetween(last->reading->timeStamp, time);
-        position.x = Extrapolated(last->centreX, previous->centreX, step, ahead);
-        position.y = Extrapolated(last->centreY, previous->centreY, step, ahead);
+    PredictedPosition position{last_->centreX, last_->centreY};
+    if (count_ > 1 && last_->reading->timeStamp != previous_->reading->timeStamp) {
+        const double step = MillisecondsBetween(previous_->reading->timeStamp, last_->reading->timeStamp);
+        const double ahead = MillisecondsBetween(last_->reading->timeStamp, time);
+        position.x = Extrapolated(last_->centreX, previous_->centreX, step, ahead);
+        position.y = Extrapolated(last_->centreY, previous_->centreY, step, ahead);
     }
     return position;
 }
 
 bool CTrack::IsAhead(const LicencePlateHolder& candidate) const {
     const double margin = WrappedSum(FrameWidthOf(candidate), FrameHeightOf(candidate)) * 0.1 * 0.5;
-    const double alongX = (candidate.centreX - (last->centreX - directionX * margin)) * directionX;
-    const double alongY = (candidate.centreY - (last->centreY - directionY * margin)) * directionY;
+    const double alongX = (candidate.centreX - (last_->centreX - directionX_ * margin)) * directionX_;
+    const double alongY = (candidate.centreY - (last_->centreY - directionY_ * margin)) * directionY_;
     return alongX + alongY > 0.0;
 }

@@ -19,7 +19,7 @@ struct PredictedPosition {
 /// One thread at a time. A track that has taken a reading stays non-empty; the operations that say so need one.
 class CTrack {
   public:
-    explicit CTrack(std::int64_t trackId) : id(trackId) {}
+    explicit CTrack(std::int64_t id) : id_(id) {}
     CTrack(CTrack&&) = default;  // not copied: `best` points into a map
 
     /// Takes a further reading. On allocation failure it throws std::bad_alloc and the track stays as it was.
@@ -40,7 +40,7 @@ class CTrack {
     double TextDistanceToUnknown(const std::wstring& text) const;
 
     /// The holder of the highest weight; among equals that of the smallest text. Empty for an empty track.
-    const LicencePlateHolderPtr& Best() const { return best != nullptr ? best->second : first; }
+    const LicencePlateHolderPtr& Best() const { return best_ != nullptr ? best_->second : first_; }
 
     /// The readings that bear that text, in the order of their arrival. REQUIRES: a text that the track has.
     const std::vector<LicencePlatePtr>& ReadingsOf(const std::wstring& text) const;
@@ -53,12 +53,12 @@ class CTrack {
     /// REQUIRES: a reading.
     bool IsAhead(const LicencePlateHolder& candidate) const;
 
-    std::uint64_t Count() const { return count; }
-    const LicencePlateHolderPtr& First() const { return first; }
-    const LicencePlateHolderPtr& Last() const { return last; }
-    double Speed() const { return speed; }  ///< pixels per second, smoothed
-    bool IsReported() const { return reported; }
-    void MarkReported() { reported = true; }
+    std::uint64_t Count() const { return count_; }
+    const LicencePlateHolderPtr& First() const { return first_; }
+    const LicencePlateHolderPtr& Last() const { return last_; }
+    double Speed() const { return speed_; }  ///< pixels per second, smoothed
+    bool IsReported() const { return reported_; }
+    void MarkReported() { reported_ = true; }
 
   private:
     using BestByText = std::map<std::wstring, LicencePlateHolderPtr>;
@@ -68,18 +68,18 @@ class CTrack {
     BestByText::value_type& AddText(const LicencePlatePtr& reading);
     void UpdateBest(BestByText::value_type& entry, const LicencePlateHolderPtr& holder);
 
-    [[maybe_unused]] std::int64_t id;
-    std::uint64_t count = 0;
-    LicencePlateHolderPtr first;
-    LicencePlateHolderPtr previous;
-    LicencePlateHolderPtr last;
-    BestByText bestByText;
-    std::map<std::wstring, std::vector<LicencePlatePtr>> readingsByText;
-    double directionX = 0.0;
-    double directionY = 0.0;
-    double speed = 128.0;
-    bool reported = false;
-    double smoothing = 0.2;
-    const BestByText::value_type* best = nullptr;  // in the map, which never loses an entry
-    std::size_t longestText = 0;
+    [[maybe_unused]] std::int64_t id_;
+    std::uint64_t count_ = 0;
+    LicencePlateHolderPtr first_;
+    LicencePlateHolderPtr previous_;
+    LicencePlateHolderPtr last_;
+    BestByText bestByText_;
+    std::map<std::wstring, std::vector<LicencePlatePtr>> readingsByText_;
+    double directionX_ = 0.0;
+    double directionY_ = 0.0;
+    double speed_ = 128.0;
+    bool reported_ = false;
+    double smoothing_ = 0.2;
+    const BestByText::value_type* best_ = nullptr;  // in the map, which never loses an entry
+    std::size_t longestText_ = 0;
 };

@@ -10,7 +10,7 @@ namespace frame_path {
 class Channel::Buffer final : public OKM8::MFF::ICompositeBuffer {
   public:
     OKM8_OBJECT_DESTRUCTOR_SLOT(Buffer)
-    explicit Buffer(Channel& newOwner) : owner(newOwner) {}
+    explicit Buffer(Channel& owner) : owner_(owner) {}
 
     void* QueryContract(const char* contractName) override {
         const bool isKnown = std::strcmp(contractName, OKM8::ContractName::ICompositeBuffer) == 0;
@@ -22,50 +22,50 @@ class Channel::Buffer final : public OKM8::MFF::ICompositeBuffer {
     std::uint64_t GetTimeStamp() override { return timeStamp; }
     void Unused1() override {}
     void Unused2() override {}
-    void Release() override { owner.freeBuffers.push_back(this); }
-    std::uint8_t* GetData() override { return owner.picture.data(); }
-    std::uint32_t GetDataSize() override { return static_cast<std::uint32_t>(owner.picture.size()); }
-    std::uint32_t GetWidth() override { return owner.size.width; }
-    std::uint32_t GetHeight() override { return owner.size.height; }
+    void Release() override { owner_.freeBuffers_.push_back(this); }
+    std::uint8_t* GetData() override { return owner_.picture_.data(); }
+    std::uint32_t GetDataSize() override { return static_cast<std::uint32_t>(owner_.picture_.size()); }
+    std::uint32_t GetWidth() override { return owner_.size_.width; }
+    std::uint32_t GetHeight() override { return owner_.size_.height; }
 
     std::uint64_t timeStamp = 0;
 
   private:
-    Channel& owner;
+    Channel& owner_;
 };
 
-Channel::Channel(Library& library, PictureSize pictureSize)
-    : size(pictureSize),
-      picture(std::size_t{3} * size.width * size.height / 2),
-      peer(0, library.host, library.events, library.console),
-      detector(library.plugin.CreateDetector(peer)) {
-    for (std::size_t index = 0; index < picture.size(); ++index) {
-        picture[index] = static_cast<std::uint8_t>(index * 7);
+Channel::Channel(Library& library, PictureSize size)
+    : size_(size),
+      picture_(std::size_t{3} * size_.width * size_.height / 2),
+      peer_(0, library.host, library.events, library.console),
+      detector_(library.plugin.CreateDetector(peer_)) {
+    for (std::size_t index = 0; index < picture_.size(); ++index) {
+        picture_[index] = static_cast<std::uint8_t>(index * 7);
     }
-    detector.settings->ApplySettings();
+    detector_.settings->ApplySettings();
 }
 
 Channel::~Channel() {
     // The detector gives its buffers back.
-    detector.handle.reset();
+    detector_.handle.reset();
 }
 
 Channel::Buffer& Channel::FreeBuffer() {
-    if (freeBuffers.empty()) {
-        freeBuffers.push_back(buffers.emplace_back(std::make_unique<Buffer>(*this)).get());
+    if (freeBuffers_.empty()) {
+        freeBuffers_.push_back(buffers_.emplace_back(std::make_unique<Buffer>(*this)).get());
     }
-    Buffer& taken = *freeBuffers.back();
-    freeBuffers.pop_back();
+    Buffer& taken = *freeBuffers_.back();
+    freeBuffers_.pop_back();
     return taken;
 }
 
 void Channel::Play(int frames) {
     for (int frame = 0; frame < frames; ++frame) {
-        time += 40;
+        time_ += 40;
         Buffer& buffer = FreeBuffer();
-        buffer.timeStamp = time;
-        if (detector.receiver->Receive(&buffer) != OKM8::ErrorCode::None) {
-            throw plate_host::Failure(std::string("a frame was refused: ") + detector.errors->GetErrorMessage());
+        buffer.timeStamp = time_;
+        if (detector_.receiver->Receive(&buffer) != OKM8::ErrorCode::None) {
+            throw plate_host::Failure(std::string("a frame was refused: ") + detector_.errors->GetErrorMessage());
         }
     }
 }

@@ -17,11 +17,11 @@ namespace frame_path {
 /// Counts what is raised. Any thread.
 class EventCounter final : public plate_host::EventSink {
   public:
-    void OnEvent(const plate_host::EventRecord&) override { ++count; }
-    std::uint64_t Count() const { return count; }
+    void OnEvent(const plate_host::EventRecord&) override { ++count_; }
+    std::uint64_t Count() const { return count_; }
 
   private:
-    std::atomic<std::uint64_t> count{0};
+    std::atomic<std::uint64_t> count_{0};
 };
 
 /// The library with its host objects.
@@ -59,13 +59,13 @@ class Channel {
 
     Buffer& FreeBuffer();
 
-    const PictureSize size;
-    std::vector<std::uint8_t> picture;             // all frames are this one
-    std::vector<std::unique_ptr<Buffer>> buffers;  // all that were made
-    std::vector<Buffer*> freeBuffers;              // those that the library does not hold
-    std::uint64_t time = 1'700'000'000'000;        // milliseconds
-    plate_host::DetectorPeer peer;
-    plate_host::Detector detector;
+    const PictureSize size_;
+    std::vector<std::uint8_t> picture_;             // all frames are this one
+    std::vector<std::unique_ptr<Buffer>> buffers_;  // all that were made
+    std::vector<Buffer*> freeBuffers_;              // those that the library does not hold
+    std::uint64_t time_ = 1'700'000'000'000;        // milliseconds
+    plate_host::DetectorPeer peer_;
+    plate_host::Detector detector_;
 };
 
 }  // namespace frame_path

@@ -59,17 +59,17 @@ using Work = std::function<void(std::size_t thread)>;
 // Threads that stay, as a host's do: what one of them has allocated is not given back by another one.
 class Crew {
   public:
-    Crew(std::size_t count, Work newWork)
-        : work(std::move(newWork)), begin(static_cast<unsigned>(count) + 1), end(static_cast<unsigned>(count) + 1) {
+    Crew(std::size_t count, Work work)
+        : work_(std::move(work)), begin_(static_cast<unsigned>(count) + 1), end_(static_cast<unsigned>(count) + 1) {
         for (std::size_t index = 0; index < count; ++index) {
-            threads.emplace_back([this, index] { Run(index); });
+            threads_.emplace_back([this, index] { Run(index); });
         }
     }
     ~Crew() {
-        busy = 0;
-        hasEnded = true;
-        begin.wait();
-        for (std::thread& thread : threads) {
+        busy_ = 0;
+        hasEnded_ = true;
+        begin_.wait();
+        for (std::thread& thread : threads_) {
             thread.join();
         }
     }
@@ -78,13 +78,13 @@ class Crew {
 
     // The first of them work, all from one moment on; the last one to end counts.
     double WorksASecond(std::size_t count) {
-        busy = count;
+        busy_ = count;
         const Clock::time_point start = Clock::now();
-        begin.wait();
-        end.wait();
+        begin_.wait();
+        end_.wait();
         const double microseconds = Microseconds(Clock::now() - start);
-        if (failure) {
-            std::rethrow_exception(failure);
+        if (failure_) {
+            std::rethrow_exception(failure_);
         }
         return 1e6 * static_cast<double>(count) / microseconds;
     }
@@ -92,31 +92,31 @@ class Crew {
   private:
     void Run(std::size_t index) {
         for (;;) {
-            begin.wait();
-            if (hasEnded) {
+            begin_.wait();
+            if (hasEnded_) {
                 return;
             }
             try {
-                if (index < busy) {
-                    work(index);
+                if (index < busy_) {
+                    work_(index);
                 }
             } catch (...) {
-                const std::lock_guard lock(failing);
-                failure = std::current_exception();
+                const std::lock_guard lock(failing_);
+                failure_ = std::current_exception();
             }
-            end.wait();
+            end_.wait();
         }
     }
 
-    const Work work;
+    const Work work_;
     // The standard one loses a wake-up on Windows now and then, as mingw-w64 has it.
-    boost::barrier begin;
-    boost::barrier end;
-    std::size_t busy = 0;   // written while all wait for the beginning
-    bool hasEnded = false;  // as that
-    std::mutex failing;
-    std::exception_ptr failure;
-    std::vector<std::thread> threads;
+    boost::barrier begin_;
+    boost::barrier end_;
+    std::size_t busy_ = 0;   // written while all wait for the beginning
+    bool hasEnded_ = false;  // as that
+    std::mutex failing_;
+    std::exception_ptr failure_;
+    std::vector<std::thread> threads_;
 };
 
 // One thread against as many as there are cores, in turn.

@@ -151,26 +151,26 @@ class Block::Preparation {
         const Bytes uUpper = _mm512_sub_epi16(_mm512_unpackhi_epi8(u, zero), middle);
         const Bytes blueLower = _mm512_add_epi16(_mm512_add_epi16(uLower, uLower), _mm512_mulhi_epi16(uLower, ofU));
         const Bytes blueUpper = _mm512_add_epi16(_mm512_add_epi16(uUpper, uUpper), _mm512_mulhi_epi16(uUpper, ofU));
-        offsets.moreBlue = _mm512_packus_epi16(blueLower, blueUpper);
-        offsets.lessBlue = _mm512_packus_epi16(_mm512_sub_epi16(zero, blueLower), _mm512_sub_epi16(zero, blueUpper));
+        offsets_.moreBlue = _mm512_packus_epi16(blueLower, blueUpper);
+        offsets_.lessBlue = _mm512_packus_epi16(_mm512_sub_epi16(zero, blueLower), _mm512_sub_epi16(zero, blueUpper));
 
         const Bytes ofV = _mm512_set1_epi16(redBeyondV);
         const Bytes vLower = _mm512_sub_epi16(_mm512_unpacklo_epi8(v, zero), middle);
         const Bytes vUpper = _mm512_sub_epi16(_mm512_unpackhi_epi8(v, zero), middle);
         const Bytes redLower = _mm512_add_epi16(vLower, _mm512_mulhi_epi16(vLower, ofV));
         const Bytes redUpper = _mm512_add_epi16(vUpper, _mm512_mulhi_epi16(vUpper, ofV));
-        offsets.moreRed = _mm512_packus_epi16(redLower, redUpper);
-        offsets.lessRed = _mm512_packus_epi16(_mm512_sub_epi16(zero, redLower), _mm512_sub_epi16(zero, redUpper));
+        offsets_.moreRed = _mm512_packus_epi16(redLower, redUpper);
+        offsets_.lessRed = _mm512_packus_epi16(_mm512_sub_epi16(zero, redLower), _mm512_sub_epi16(zero, redUpper));
 
         const Bytes sums =
             _mm512_packs_epi16(GreenSums(_mm512_unpacklo_epi8(v, u)), GreenSums(_mm512_unpackhi_epi8(v, u)));
         const Bytes green = _mm512_add_epi8(_mm512_sub_epi8(sums, v), _mm512_set1_epi8(greenByteBias));
-        offsets.moreGreen = _mm512_max_epi8(green, zero);
-        offsets.lessGreen = _mm512_sub_epi8(offsets.moreGreen, green);
+        offsets_.moreGreen = _mm512_max_epi8(green, zero);
+        offsets_.lessGreen = _mm512_sub_epi8(offsets_.moreGreen, green);
     }
 
     KERNEL_INLINE void Step(int) {}
-    KERNEL_INLINE const Offsets& Result() const { return offsets; }
+    KERNEL_INLINE const Offsets& Result() const { return offsets_; }
 
   private:
     KERNEL_INLINE static Bytes GreenSums(const Bytes& pairs) {
@@ -180,7 +180,7 @@ class Block::Preparation {
         return _mm512_srai_epi16(_mm512_add_epi16(upper, _mm512_srai_epi16(lower, 8)), 8);
     }
 
-    Offsets offsets;
+    Offsets offsets_;
 };
 
 }  // namespace

@@ -117,14 +117,14 @@ class Block {
         for (int part = 0; part < 6; ++part) {
             const bool isLeft = part < 3;
             const Bytes more = _mm512_permutex2var_epi8(isLeft ? offsets.moreLeft : offsets.moreRight,
-                                                        offsetPlaces[part], offsets.moreRed);
+                                                        offsetPlaces_[part], offsets.moreRed);
             const Bytes less = _mm512_permutex2var_epi8(isLeft ? offsets.lessLeft : offsets.lessRight,
-                                                        offsetPlaces[part], offsets.lessRed);
+                                                        offsetPlaces_[part], offsets.lessRed);
             Bytes sums[2];
             KERNEL_UNROLL(2)
             for (int row = 0; row < 2; ++row) {
                 const Bytes luma = Load(y + row * yStep + (isLeft ? 0 : registerBytes));
-                sums[row] = _mm512_adds_epu8(_mm512_permutexvar_epi8(lumaPlaces[part % 3], luma), more);
+                sums[row] = _mm512_adds_epu8(_mm512_permutexvar_epi8(lumaPlaces_[part % 3], luma), more);
             }
             KERNEL_UNROLL(2)
             for (int row = 0; row < 2; ++row) {
@@ -162,7 +162,7 @@ class Block {
         KERNEL_UNROLL(6)
         for (int part = 0; part < 6; ++part) {
             const Bytes luma = Load(grey + part / 3 * registerBytes);
-            Store<false>(bgr + registerBytes * part, _mm512_permutexvar_epi8(lumaPlaces[part % 3], luma));
+            Store<false>(bgr + registerBytes * part, _mm512_permutexvar_epi8(lumaPlaces_[part % 3], luma));
         }
     }
 
@@ -188,81 +188,81 @@ class Block {
         Bytes upper;
     };
 
-    Table redMore{chromaTables.redMore};
-    Table redLess{chromaTables.redLess};
-    Table blueMore{chromaTables.blueMore};
-    Table blueLess{chromaTables.blueLess};
-    Bytes lumaPlaces[3] = {Load(placeTables.luma[0]), Load(placeTables.luma[1]), Load(placeTables.luma[2])};
-    Bytes offsetPlaces[6] = {Load(placeTables.offsets[0]), Load(placeTables.offsets[1]), Load(placeTables.offsets[2]),
-                             Load(placeTables.offsets[3]), Load(placeTables.offsets[4]), Load(placeTables.offsets[5])};
-    Bytes greenPlaces = Load(placeTables.green);
+    Table redMore_{chromaTables.redMore};
+    Table redLess_{chromaTables.redLess};
+    Table blueMore_{chromaTables.blueMore};
+    Table blueLess_{chromaTables.blueLess};
+    Bytes lumaPlaces_[3] = {Load(placeTables.luma[0]), Load(placeTables.luma[1]), Load(placeTables.luma[2])};
+    Bytes offsetPlaces_[6] = {Load(placeTables.offsets[0]), Load(placeTables.offsets[1]), Load(placeTables.offsets[2]),
+                              Load(placeTables.offsets[3]), Load(placeTables.offsets[4]), Load(placeTables.offsets[5])};
+    Bytes greenPlaces_ = Load(placeTables.green);
 };
 
 // The way from 64 chroma pairs to their offsets, in steps of about the same work.
 class Block::Preparation {
   public:
     KERNEL_INLINE Preparation(const Block& owner, const std::uint8_t* chromaU, const std::uint8_t* chromaV)
-        : block(owner), u(Load(chromaU)), v(Load(chromaV)) {}
+        : block_(owner), u_(Load(chromaU)), v_(Load(chromaV)) {}
 
     KERNEL_INLINE void Step(int step) {
         switch (step) {
             case 0: {
-                pairs[0] = _mm512_unpacklo_epi8(v, u);
-                pairs[1] = _mm512_unpackhi_epi8(v, u);
+                pairs_[0] = _mm512_unpacklo_epi8(v_, u_);
+                pairs_[1] = _mm512_unpackhi_epi8(v_, u_);
                 break;
             }
             case 1: {
                 const Bytes factors = _mm512_set1_epi16(greenLower);
-                sums[0] = _mm512_maddubs_epi16(pairs[0], factors);
-                sums[1] = _mm512_maddubs_epi16(pairs[1], factors);
-                const __mmask64 isPositive = _mm512_movepi8_mask(v);
-                offsets.moreRed = block.redMore.Of(isPositive, v);
-                offsets.lessRed = block.redLess.Of(_knot_mask64(isPositive), v);
+                sums_[0] = _mm512_maddubs_epi16(pairs_[0], factors);
+                sums_[1] = _mm512_maddubs_epi16(pairs_[1], factors);
+                const __mmask64 isPositive = _mm512_movepi8_mask(v_);
+                offsets_.moreRed = block_.redMore_.Of(isPositive, v_);
+                offsets_.lessRed = block_.redLess_.Of(_knot_mask64(isPositive), v_);
                 break;
             }
             case 2: {
                 const Bytes bias = _mm512_set1_epi16(greenLowerBias);
-                sums[0] = _mm512_srai_epi16(_mm512_add_epi16(sums[0], bias), 8);
-                sums[1] = _mm512_srai_epi16(_mm512_add_epi16(sums[1], bias), 8);
+                sums_[0] = _mm512_srai_epi16(_mm512_add_epi16(sums_[0], bias), 8);
+                sums_[1] = _mm512_srai_epi16(_mm512_add_epi16(sums_[1], bias), 8);
                 break;
             }
             case 3: {
                 const Bytes factors = _mm512_set1_epi16(greenUpper);
-                sums[0] = _mm512_add_epi16(_mm512_maddubs_epi16(pairs[0], factors), sums[0]);
-                sums[1] = _mm512_add_epi16(_mm512_maddubs_epi16(pairs[1], factors), sums[1]);
-                const __mmask64 isPositive = _mm512_movepi8_mask(u);
-                moreBlue = block.blueMore.Of(isPositive, u);
-                lessBlue = block.blueLess.Of(_knot_mask64(isPositive), u);
+                sums_[0] = _mm512_add_epi16(_mm512_maddubs_epi16(pairs_[0], factors), sums_[0]);
+                sums_[1] = _mm512_add_epi16(_mm512_maddubs_epi16(pairs_[1], factors), sums_[1]);
+                const __mmask64 isPositive = _mm512_movepi8_mask(u_);
+                moreBlue_ = block_.blueMore_.Of(isPositive, u_);
+                lessBlue_ = block_.blueLess_.Of(_knot_mask64(isPositive), u_);
                 break;
             }
             case 4: {
-                const Bytes upper = _mm512_permutex2var_epi8(sums[0], block.greenPlaces, sums[1]);
-                const Bytes halvesChanged = _mm512_shuffle_i64x2(v, v, 0x4E);
-                green = _mm512_add_epi8(_mm512_sub_epi8(upper, halvesChanged), _mm512_set1_epi8(greenByteBias));
+                const Bytes upper = _mm512_permutex2var_epi8(sums_[0], block_.greenPlaces_, sums_[1]);
+                const Bytes halvesChanged = _mm512_shuffle_i64x2(v_, v_, 0x4E);
+                green_ = _mm512_add_epi8(_mm512_sub_epi8(upper, halvesChanged), _mm512_set1_epi8(greenByteBias));
                 break;
             }
             default: {
-                const Bytes more = _mm512_max_epi8(green, _mm512_setzero_si512());
-                const Bytes less = _mm512_sub_epi8(more, green);
-                offsets.moreLeft = _mm512_mask_blend_epi8(upperHalf, moreBlue, more);
-                offsets.moreRight = _mm512_mask_blend_epi8(upperHalf, more, moreBlue);
-                offsets.lessLeft = _mm512_mask_blend_epi8(upperHalf, lessBlue, less);
-                offsets.lessRight = _mm512_mask_blend_epi8(upperHalf, less, lessBlue);
+                const Bytes more = _mm512_max_epi8(green_, _mm512_setzero_si512());
+                const Bytes less = _mm512_sub_epi8(more, green_);
+                offsets_.moreLeft = _mm512_mask_blend_epi8(upperHalf, moreBlue_, more);
+                offsets_.moreRight = _mm512_mask_blend_epi8(upperHalf, more, moreBlue_);
+                offsets_.lessLeft = _mm512_mask_blend_epi8(upperHalf, lessBlue_, less);
+                offsets_.lessRight = _mm512_mask_blend_epi8(upperHalf, less, lessBlue_);
                 break;
             }
         }
     }
 
-    KERNEL_INLINE const Offsets& Result() const { return offsets; }
+    KERNEL_INLINE const Offsets& Result() const { return offsets_; }
 
   private:
-    const Block& block;
-    Bytes u, v;
-    Bytes pairs[2];  // V and U in turn
-    Bytes sums[2];   // for green, 16 bits each
-    Bytes green;     // signed
-    Bytes moreBlue, lessBlue;
-    Offsets offsets;
+    const Block& block_;
+    Bytes u_, v_;
+    Bytes pairs_[2];  // V and U in turn
+    Bytes sums_[2];   // for green, 16 bits each
+    Bytes green_;     // signed
+    Bytes moreBlue_, lessBlue_;
+    Offsets offsets_;
 };
 
 }  // namespace

@@ -76,8 +76,8 @@ class LaneBlock {
             Bytes lessHere[3];
             KERNEL_UNROLL(3)
             for (int part = 0; part < 3; ++part) {
-                moreHere[part] = Lanes::Shuffle(moreOf[part], offsetsAt[part]);
-                lessHere[part] = Lanes::Shuffle(lessOf[part], offsetsAt[part]);
+                moreHere[part] = Lanes::Shuffle(moreOf[part], offsetsAt_[part]);
+                lessHere[part] = Lanes::Shuffle(lessOf[part], offsetsAt_[part]);
             }
             KERNEL_UNROLL(2)
             for (int row = 0; row < 2; ++row) {
@@ -85,7 +85,7 @@ class LaneBlock {
                 Bytes result[3];
                 KERNEL_UNROLL(3)
                 for (int part = 0; part < 3; ++part) {
-                    const Bytes sum = Lanes::AddSaturated(Lanes::Shuffle(luma, lumaAt[part]), moreHere[part]);
+                    const Bytes sum = Lanes::AddSaturated(Lanes::Shuffle(luma, lumaAt_[part]), moreHere[part]);
                     result[part] = Lanes::SubtractSaturated(sum, lessHere[part]);
                 }
                 Lanes::template StoreThreeApart<isStreamed>(bgr + row * step + 3 * laneBytes * half, 3 * lanePixels,
@@ -109,7 +109,7 @@ class LaneBlock {
             KERNEL_UNROLL(3)
             for (int part = 0; part < 3; ++part) {
                 Lanes::template StoreApart<false>(bgr + 3 * laneBytes * half + laneBytes * part, 3 * lanePixels,
-                                                  Lanes::Shuffle(luma, lumaAt[part]));
+                                                  Lanes::Shuffle(luma, lumaAt_[part]));
             }
         }
     }
@@ -131,10 +131,10 @@ class LaneBlock {
         }
     }
 
-    Bytes lumaAt[3] = {Lanes::InEveryLane(lumaPlaces[0]), Lanes::InEveryLane(lumaPlaces[1]),
-                       Lanes::InEveryLane(lumaPlaces[2])};
-    Bytes offsetsAt[3] = {Lanes::InEveryLane(offsetPlaces[0]), Lanes::InEveryLane(offsetPlaces[1]),
-                          Lanes::InEveryLane(offsetPlaces[2])};
+    Bytes lumaAt_[3] = {Lanes::InEveryLane(lumaPlaces[0]), Lanes::InEveryLane(lumaPlaces[1]),
+                        Lanes::InEveryLane(lumaPlaces[2])};
+    Bytes offsetsAt_[3] = {Lanes::InEveryLane(offsetPlaces[0]), Lanes::InEveryLane(offsetPlaces[1]),
+                           Lanes::InEveryLane(offsetPlaces[2])};
 };
 
 template <class Lanes>
@@ -151,26 +151,27 @@ class LaneBlock<Lanes>::Preparation {
         const Bytes ofU = Lanes::Every16(blueBeyond2U);
         const Bytes blueLower = Lanes::Add16(Lanes::Add16(uLower, uLower), Lanes::MultiplyUpper16(uLower, ofU));
         const Bytes blueUpper = Lanes::Add16(Lanes::Add16(uUpper, uUpper), Lanes::MultiplyUpper16(uUpper, ofU));
-        offsets.more.blue = Lanes::PackUnsigned(blueLower, blueUpper);
-        offsets.less.blue = Lanes::PackUnsigned(Lanes::Subtract16(zero, blueLower), Lanes::Subtract16(zero, blueUpper));
+        offsets_.more.blue = Lanes::PackUnsigned(blueLower, blueUpper);
+        offsets_.less.blue =
+            Lanes::PackUnsigned(Lanes::Subtract16(zero, blueLower), Lanes::Subtract16(zero, blueUpper));
 
         const Bytes vLower = Lanes::Subtract16(Lanes::UnpackLower8(v, zero), middle);
         const Bytes vUpper = Lanes::Subtract16(Lanes::UnpackUpper8(v, zero), middle);
         const Bytes ofV = Lanes::Every16(redBeyondV);
         const Bytes redLower = Lanes::Add16(vLower, Lanes::MultiplyUpper16(vLower, ofV));
         const Bytes redUpper = Lanes::Add16(vUpper, Lanes::MultiplyUpper16(vUpper, ofV));
-        offsets.more.red = Lanes::PackUnsigned(redLower, redUpper);
-        offsets.less.red = Lanes::PackUnsigned(Lanes::Subtract16(zero, redLower), Lanes::Subtract16(zero, redUpper));
+        offsets_.more.red = Lanes::PackUnsigned(redLower, redUpper);
+        offsets_.less.red = Lanes::PackUnsigned(Lanes::Subtract16(zero, redLower), Lanes::Subtract16(zero, redUpper));
 
         const Bytes sums =
             Lanes::PackSigned(GreenSums(Lanes::UnpackLower8(v, u)), GreenSums(Lanes::UnpackUpper8(v, u)));
         const Bytes green = Lanes::Add8(Lanes::Subtract8(sums, v), Lanes::Every8(greenByteBias));
-        offsets.more.green = Lanes::LargerSigned8(green, zero);
-        offsets.less.green = Lanes::Subtract8(offsets.more.green, green);
+        offsets_.more.green = Lanes::LargerSigned8(green, zero);
+        offsets_.less.green = Lanes::Subtract8(offsets_.more.green, green);
     }
 
     KERNEL_INLINE void Step(int) {}
-    KERNEL_INLINE const Offsets& Result() const { return offsets; }
+    KERNEL_INLINE const Offsets& Result() const { return offsets_; }
 
   private:
     KERNEL_INLINE static Bytes GreenSums(const Bytes& pairs) {
@@ -180,7 +181,7 @@ class LaneBlock<Lanes>::Preparation {
         return Lanes::UpperByte16(Lanes::Add16(upper, Lanes::UpperByte16(lower)));
     }
 
-    Offsets offsets;
+    Offsets offsets_;
 };
 
 }  // namespace

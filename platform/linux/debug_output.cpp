@@ -28,32 +28,32 @@ constinit InstalledSink installedSink;
 class WriteSignalsHeldBack {
   public:
     WriteSignalsHeldBack() {
-        sigemptyset(&writeSignals);
-        sigaddset(&writeSignals, SIGPIPE);
-        sigaddset(&writeSignals, SIGXFSZ);
+        sigemptyset(&writeSignals_);
+        sigaddset(&writeSignals_, SIGPIPE);
+        sigaddset(&writeSignals_, SIGXFSZ);
         sigset_t pending;
         sigpending(&pending);
         // One that was pending before is not ours to take.
         for (const int signal : {SIGPIPE, SIGXFSZ}) {
             if (sigismember(&pending, signal) == 1) {
-                sigdelset(&writeSignals, signal);
+                sigdelset(&writeSignals_, signal);
             }
         }
-        pthread_sigmask(SIG_BLOCK, &writeSignals, &maskBefore);
+        pthread_sigmask(SIG_BLOCK, &writeSignals_, &maskBefore_);
     }
 
     ~WriteSignalsHeldBack() {
         const timespec atOnce = {};
-        sigtimedwait(&writeSignals, nullptr, &atOnce);
-        pthread_sigmask(SIG_SETMASK, &maskBefore, nullptr);
+        sigtimedwait(&writeSignals_, nullptr, &atOnce);
+        pthread_sigmask(SIG_SETMASK, &maskBefore_, nullptr);
     }
 
     WriteSignalsHeldBack(const WriteSignalsHeldBack&) = delete;
     WriteSignalsHeldBack& operator=(const WriteSignalsHeldBack&) = delete;
 
   private:
-    sigset_t writeSignals;
-    sigset_t maskBefore;
+    sigset_t writeSignals_;
+    sigset_t maskBefore_;
 };
 
 void WriteLine(std::string& line) {

@@ -7,20 +7,20 @@ namespace platform {
 
 class Descriptor {
   public:
-    explicit Descriptor(int opened) : value(opened) {}
+    explicit Descriptor(int opened) : value_(opened) {}
     ~Descriptor() {
-        if (value >= 0) {
-            ::close(value);
+        if (value_ >= 0) {
+            ::close(value_);
         }
     }
     Descriptor(const Descriptor&) = delete;
     Descriptor& operator=(const Descriptor&) = delete;
 
-    bool IsOpen() const { return value >= 0; }
-    int Get() const { return value; }
+    bool IsOpen() const { return value_ >= 0; }
+    int Get() const { return value_; }
 
   private:
-    int value;
+    int value_;
 };
 
 }  // namespace platform

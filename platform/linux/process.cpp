@@ -389,12 +389,12 @@ int FindProgram(const std::string& name, std::string& path) {
 class SpawnSettings {
   public:
     SpawnSettings() {
-        ::posix_spawnattr_init(&attributes);
-        ::posix_spawn_file_actions_init(&actions);
+        ::posix_spawnattr_init(&attributes_);
+        ::posix_spawn_file_actions_init(&actions_);
     }
     ~SpawnSettings() {
-        ::posix_spawn_file_actions_destroy(&actions);
-        ::posix_spawnattr_destroy(&attributes);
+        ::posix_spawn_file_actions_destroy(&actions_);
+        ::posix_spawnattr_destroy(&attributes_);
     }
     SpawnSettings(const SpawnSettings&) = delete;
     SpawnSettings& operator=(const SpawnSettings&) = delete;
@@ -405,25 +405,25 @@ class SpawnSettings {
         sigset_t all;
         sigemptyset(&none);
         sigfillset(&all);
-        ::posix_spawnattr_setsigmask(&attributes, &none);
-        ::posix_spawnattr_setsigdefault(&attributes, &all);
+        ::posix_spawnattr_setsigmask(&attributes_, &none);
+        ::posix_spawnattr_setsigdefault(&attributes_, &all);
         // A session of its own keeps a terminal's interrupt and hang-up away.
-        ::posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSIGDEF | POSIX_SPAWN_SETSID);
+        ::posix_spawnattr_setflags(&attributes_, POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSIGDEF | POSIX_SPAWN_SETSID);
         for (const int standard : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) {
             const int mode = standard == STDIN_FILENO ? O_RDONLY : O_WRONLY;
-            if (const int error = ::posix_spawn_file_actions_addopen(&actions, standard, "/dev/null", mode, 0)) {
+            if (const int error = ::posix_spawn_file_actions_addopen(&actions_, standard, "/dev/null", mode, 0)) {
                 return error;
             }
         }
-        return ::posix_spawn_file_actions_addclosefrom_np(&actions, STDERR_FILENO + 1);
+        return ::posix_spawn_file_actions_addclosefrom_np(&actions_, STDERR_FILENO + 1);
     }
 
-    const posix_spawnattr_t* Attributes() const { return &attributes; }
-    const posix_spawn_file_actions_t* Actions() const { return &actions; }
+    const posix_spawnattr_t* Attributes() const { return &attributes_; }
+    const posix_spawn_file_actions_t* Actions() const { return &actions_; }
 
   private:
-    posix_spawnattr_t attributes;
-    posix_spawn_file_actions_t actions;
+    posix_spawnattr_t attributes_;
+    posix_spawn_file_actions_t actions_;
 };
 
 // Waits until a child bears its own name. It is let go a moment earlier, and a list that is made right then would not

@@ -29,28 +29,28 @@ constexpr bool IsSurrogate(char32_t character) {
 template <class Unit>
 class Output {
   public:
-    Output(Unit* to, int room) : units(to), capacity(room) {}
+    Output(Unit* to, int room) : units_(to), capacity_(room) {}
 
     void Add(Unit unit) {
-        if (count < capacity) {
-            units[count] = unit;
+        if (count_ < capacity_) {
+            units_[count_] = unit;
         }
-        ++count;
+        ++count_;
     }
 
     // The number of units; 0 with the last error set when they did not fit.
     int Finish() const {
-        if ((capacity != 0 && count > capacity) || count > std::numeric_limits<int>::max()) {
+        if ((capacity_ != 0 && count_ > capacity_) || count_ > std::numeric_limits<int>::max()) {
             SetLastError(ERANGE);
             return 0;
         }
-        return static_cast<int>(count);
+        return static_cast<int>(count_);
     }
 
   private:
-    Unit* units;
-    std::int64_t capacity;
-    std::int64_t count = 0;
+    Unit* units_;
+    std::int64_t capacity_;
+    std::int64_t count_ = 0;
 };
 
 // Code page 936
@@ -103,11 +103,11 @@ class SimplifiedChinese {
     // Makes the tables unless they are there; false with the last error set when the system does not have the code
     // page at hand. A failure is not remembered: it may have been a lack of descriptors. Any thread.
     bool Prepare() {
-        if (ready.load(std::memory_order_acquire)) {
+        if (ready_.load(std::memory_order_acquire)) {
             return true;
         }
-        const std::lock_guard lock(mutex);
-        if (ready.load(std::memory_order_relaxed)) {
+        const std::lock_guard lock(mutex_);
+        if (ready_.load(std::memory_order_relaxed)) {
             return true;
         }
         const iconv_t converter = ::iconv_open("UTF-16LE", "CP936");
@@ -119,24 +119,24 @@ class SimplifiedChinese {
         AddConvertedPairs(converter);
         ::iconv_close(converter);
         AddUnassignedPairs();
-        codes[euroSign] = 0x80;
-        codes[byteFfCharacter] = 0xFF;
-        ready.store(true, std::memory_order_release);
+        codes_[euroSign] = 0x80;
+        codes_[byteFfCharacter] = 0xFF;
+        ready_.store(true, std::memory_order_release);
         return true;
     }
 
     // REQUIRES: Prepare has answered true; both are the bytes of a pair.
     char16_t Character(unsigned lead, unsigned trail) const {
-        return IsTrail(trail) ? characters[lead - firstLead][trail - firstTrail] : u'\0';
+        return IsTrail(trail) ? characters_[lead - firstLead][trail - firstTrail] : u'\0';
     }
 
     // The pair, or the single byte above 7F, that stands for a character. REQUIRES: Prepare has answered true.
-    char16_t Code(char16_t character) const { return codes[character]; }
+    char16_t Code(char16_t character) const { return codes_[character]; }
 
   private:
     void Add(unsigned lead, unsigned trail, char16_t character) {
-        characters[lead - firstLead][trail - firstTrail] = character;
-        codes[character] = static_cast<char16_t>(lead << 8 | trail);
+        characters_[lead - firstLead][trail - firstTrail] = character;
+        codes_[character] = static_cast<char16_t>(lead << 8 | trail);
     }
 
     void AddConvertedPairs(iconv_t converter) {
@@ -179,10 +179,10 @@ class SimplifiedChinese {
         }
     }
 
-    std::atomic<bool> ready = false;
-    std::mutex mutex;  // guards the tables until they are ready; they never change afterwards
-    std::array<std::array<char16_t, lastTrail - firstTrail + 1>, lastLead - firstLead + 1> characters = {};
-    std::array<char16_t, 0x10000> codes = {};
+    std::atomic<bool> ready_ = false;
+    std::mutex mutex_;  // guards the tables until they are ready; they never change afterwards
+    std::array<std::array<char16_t, lastTrail - firstTrail + 1>, lastLead - firstLead + 1> characters_ = {};
+    std::array<char16_t, 0x10000> codes_ = {};
 };
 
 constinit SimplifiedChinese simplifiedChinese;

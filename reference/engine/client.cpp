@@ -37,13 +37,13 @@ RPLATE RecordOf(const transport::Reading& reading) {
 
 static_assert(transport::mostReadings == engineRecordCount && transport::longestText < sizeof RPLATE::text);
 
-Client::Client(std::string nameOfServer) : name(std::move(nameOfServer)) {}
+Client::Client(std::string name) : name_(std::move(name)) {}
 
 bool Client::SetRange(std::int32_t minimum, std::int32_t maximum) {
     const transport::Deadline start = transport::Clock::now();
     const transport::Deadline deadline = start + longestRange;
-    range = transport::Range{minimum, maximum};
-    if (connection && GiveRange(deadline)) {
+    range_ = transport::Range{minimum, maximum};
+    if (connection_ && GiveRange(deadline)) {
         return true;
     }
     for (;;) {
@@ -76,13 +76,13 @@ int Client::Recognise(const IMG* image, const tagRECT* region, RPLATE* plates) {
         }
     }
     const transport::Deadline now = transport::Clock::now();
-    if (!connection && (now < nextFrame || Connect(now + longestConnecting) != Attempt::Connected)) {
+    if (!connection_ && (now < nextFrame_ || Connect(now + longestConnecting) != Attempt::Connected)) {
         return 0;
     }
     const transport::Deadline deadline = transport::Clock::now() + transport::longestFrame;
     const bool isNewMemory = PutPicture(*image);
     frame.bringsMemory = isNewMemory;
-    const auto answer = Ask<transport::Readings>(frame, isNewMemory ? &*memory : nullptr, deadline);
+    const auto answer = Ask<transport::Readings>(frame, isNewMemory ? &*memory_ : nullptr, deadline);
     if (!answer) {
         return 0;
     }
@@ -92,17 +92,17 @@ int Client::Recognise(const IMG* image, const tagRECT* region, RPLATE* plates) {
 
 // Greets a new server and gives it the range.
 Client::Attempt Client::Connect(transport::Deadline deadline) {
-    isServerBusy = false;
+    isServerBusy_ = false;
     bool isConnected = false;
     try {
-        connection = transport::Connection::Open(name);
-        isConnected = connection && Greet(deadline) && (!range || GiveRange(deadline));
+        connection_ = transport::Connection::Open(name_);
+        isConnected = connection_ && Greet(deadline) && (!range_ || GiveRange(deadline));
     } catch (const std::exception&) {
         // What this process lacks another server would not have.
-        isServerBusy = true;
+        isServerBusy_ = true;
     }
-    if (isServerBusy) {
-        nextFrame = transport::Clock::now() + busyPause;
+    if (isServerBusy_) {
+        nextFrame_ = transport::Clock::now() + busyPause;
         return Attempt::Busy;
     }
     return isConnected ? Attempt::Connected : Attempt::Failed;
@@ -120,19 +120,19 @@ bool Client::Greet(transport::Deadline deadline) {
 
 // REQUIRES: a connection and a range.
 bool Client::GiveRange(transport::Deadline deadline) {
-    return Ask<transport::RangeTaken>(*range, nullptr, deadline).has_value();
+    return Ask<transport::RangeTaken>(*range_, nullptr, deadline).has_value();
 }
 
 // Copies the rows into memory that the server sees; true when it is memory that the server does not have yet.
 bool Client::PutPicture(const IMG& image) {
     const std::size_t row = std::size_t{image.width} * transport::bytesPerPixel;
     const auto size = static_cast<std::size_t>(transport::PictureBytes(image.width, image.height));
-    const bool isNew = !memory || memory->Bytes().size() < size;
+    const bool isNew = !memory_ || memory_->Bytes().size() < size;
     if (isNew) {
-        memory.reset();
-        memory.emplace(size);
+        memory_.reset();
+        memory_.emplace(size);
     }
-    std::uint8_t* to = memory->Bytes().data();
+    std::uint8_t* to = memory_->Bytes().data();
     const std::uint8_t* from = image.pixels;
     for (std::uint32_t y = 0; y < image.height; ++y) {
         std::memcpy(to + y * row, from + std::size_t{y} * image.rowStride, row);
@@ -144,20 +144,20 @@ bool Client::PutPicture(const IMG& image) {
 template <class Answer>
 std::optional<Answer> Client::Ask(const transport::Contents& question, const transport::SharedMemory* handedOver,
                                   transport::Deadline deadline) {
-    const std::uint64_t number = ++requests;
+    const std::uint64_t number = ++requests_;
     std::optional<transport::PeerMemory> nobodysMemory;
     try {
-        const bool isAsked = connection->Send(transport::Encode({number, question}), handedOver, deadline);
+        const bool isAsked = connection_->Send(transport::Encode({number, question}), handedOver, deadline);
         // A busy server may have gone by now, but not without a word.
-        if (connection->Receive(received, transport::largestMessageBytes, nobodysMemory, 0, deadline)) {
-            std::optional<transport::Message> message = transport::Decode(received);
+        if (connection_->Receive(received_, transport::largestMessageBytes, nobodysMemory, 0, deadline)) {
+            std::optional<transport::Message> message = transport::Decode(received_);
             if (message && !nobodysMemory) {
                 auto* const answer = std::get_if<Answer>(&message->contents);
                 if (isAsked && answer != nullptr && message->number == number) {
                     return std::move(*answer);
                 }
-                isServerBusy = std::holds_alternative<transport::Greeting>(question) && message->number == 0 &&
-                               std::holds_alternative<transport::Busy>(message->contents);
+                isServerBusy_ = std::holds_alternative<transport::Greeting>(question) && message->number == 0 &&
+                                std::holds_alternative<transport::Busy>(message->contents);
             }
         }
     } catch (...) {
@@ -170,8 +170,8 @@ std::optional<Answer> Client::Ask(const transport::Contents& question, const tra
 }
 
 void Client::Disconnect() {
-    memory.reset();
-    connection.reset();
+    memory_.reset();
+    connection_.reset();
 }
 
 }  // namespace engine_client

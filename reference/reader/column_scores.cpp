@@ -160,13 +160,13 @@ double LogProbabilityOfFreePath(const ColumnScores& scores) {
 
 }  // namespace
 
-ColumnScores::ColumnScores(const float* answer, std::size_t columns) : probabilities(columns * classes) {
+ColumnScores::ColumnScores(const float* answer, std::size_t columns) : probabilities_(columns * classes) {
     for (std::size_t column = 0; column < columns; ++column) {
         float highest = std::numeric_limits<float>::lowest();
         for (std::size_t which = 0; which < classes; ++which) {
             highest = std::max(highest, answer[which * columns + column]);
         }
-        float* const here = &probabilities[column * classes];
+        float* const here = &probabilities_[column * classes];
         float sum = 0;
         for (std::size_t which = 0; which < classes; ++which) {
             here[which] = std::exp(answer[which * columns + column] - highest);
@@ -179,8 +179,8 @@ ColumnScores::ColumnScores(const float* answer, std::size_t columns) : probabili
 }
 
 void ColumnScores::Average(const ColumnScores& other) {
-    for (std::size_t i = 0; i < probabilities.size() && i < other.probabilities.size(); ++i) {
-        probabilities[i] = (probabilities[i] + other.probabilities[i]) / 2;
+    for (std::size_t i = 0; i < probabilities_.size() && i < other.probabilities_.size(); ++i) {
+        probabilities_[i] = (probabilities_[i] + other.probabilities_[i]) / 2;
     }
 }
 

@@ -18,14 +18,14 @@ class ColumnScores {
     /// From the network's answer: classes rows of `columns` numbers, turned into probabilities here.
     ColumnScores(const float* answer, std::size_t columns);
 
-    std::size_t Columns() const { return probabilities.size() / classes; }
-    float At(std::size_t column, std::size_t which) const { return probabilities[column * classes + which]; }
+    std::size_t Columns() const { return probabilities_.size() / classes; }
+    float At(std::size_t column, std::size_t which) const { return probabilities_[column * classes + which]; }
 
     /// The mean of this and another of as many columns.
     void Average(const ColumnScores& other);
 
   private:
-    std::vector<float> probabilities;
+    std::vector<float> probabilities_;
 };
 
 struct DecodedText {

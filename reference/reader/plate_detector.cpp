@@ -79,7 +79,7 @@ std::vector<TextRow> Merge(std::vector<TextRow> cells) {
 }  // namespace
 
 PlateDetector::PlateDetector(const std::vector<unsigned char>& network) {
-    for (cv::dnn::Net& level : networks) {
+    for (cv::dnn::Net& level : networks_) {
         level = cv::dnn::readNetFromONNX(network);
     }
 }
@@ -138,7 +138,7 @@ std::vector<TextRow> PlateDetector::Find(const cv::Mat& grey, const HeightRange&
         const bool needed =
             (largest || heights.maximum > best.minimum / scale) && (smallest || heights.minimum < best.maximum / scale);
         if (needed) {
-            FindAtScale(networks[level], grey, scale, cells);
+            FindAtScale(networks_[level], grey, scale, cells);
         }
     }
     return Merge(std::move(cells));

@@ -32,7 +32,7 @@ class PlateDetector {
     void FindAtScale(cv::dnn::Net& network, const cv::Mat& grey, float scale, std::vector<TextRow>& cells) const;
 
     // One for each size of the picture: a network that is given another size than last time lays itself out anew.
-    std::array<cv::dnn::Net, levels> networks;
+    std::array<cv::dnn::Net, levels> networks_;
 };
 
 }  // namespace plate_reading

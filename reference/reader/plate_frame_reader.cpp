@@ -51,8 +51,8 @@ bool IsPlate(const RowText& text) {
 
 class PlateFrameReader final : public FrameReader {
   public:
-    explicit PlateFrameReader(const ReadingOptions& wanted)
-        : options(wanted), detector(DetectorNetwork()), reader(ReaderNetwork()) {}
+    explicit PlateFrameReader(const ReadingOptions& options)
+        : options_(options), detector_(DetectorNetwork()), reader_(ReaderNetwork()) {}
 
     std::vector<Reading> Read(const Picture& picture, const std::optional<Region>& region,
                               const std::optional<WidthRange>& widths) override {
@@ -87,7 +87,7 @@ class PlateFrameReader final : public FrameReader {
             heights.maximum = std::min(heights.maximum, static_cast<float>(widths->maximum) / leastAspect);
         }
         std::vector<RowText> texts;
-        std::vector<TextRow> detected = Fitting(detector.Find(grey, heights), widths);
+        std::vector<TextRow> detected = Fitting(detector_.Find(grey, heights), widths);
         detected.resize(std::min(detected.size(), mostDetectedRows));
         const auto doubtful =
             std::find_if(detected.begin(), detected.end(), [](const TextRow& row) { return row.score < sureScore; });
@@ -130,9 +130,9 @@ class PlateFrameReader final : public FrameReader {
     void ReadAll(const cv::Mat& grey, const std::vector<TextRow>& rows, const std::optional<WidthRange>& widths,
                  std::vector<RowText>& texts) {
         for (const TextRow& row : rows) {
-            RowText text = reader.Read(grey, row);
-            if (!options.templates.empty() && text.decoded.text.size() + 1 >= fewestCharacters) {
-                text.decoded = DecodeByTemplates(text.scores, options.templates, text.decoded);
+            RowText text = reader_.Read(grey, row);
+            if (!options_.templates.empty() && text.decoded.text.size() + 1 >= fewestCharacters) {
+                text.decoded = DecodeByTemplates(text.scores, options_.templates, text.decoded);
             }
             const bool fits = !widths || (text.row.width >= static_cast<float>(widths->minimum) &&
                                           text.row.width <= static_cast<float>(widths->maximum));
@@ -155,9 +155,9 @@ class PlateFrameReader final : public FrameReader {
                 {corner(-1, -1), corner(-1, 1), corner(1, -1), corner(1, 1)}};
     }
 
-    const ReadingOptions options;
-    PlateDetector detector;
-    TextReader reader;
+    const ReadingOptions options_;
+    PlateDetector detector_;
+    TextReader reader_;
 };
 
 }  // namespace

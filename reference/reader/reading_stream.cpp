@@ -85,26 +85,26 @@ std::vector<float> Thumbnail(const Picture& picture) {
 
 bool ReadingStream::ContinuesScene(const Picture& picture) {
     std::vector<float> fields = Thumbnail(picture);
-    const bool sameSize = picture.width == width && picture.height == height;
+    const bool sameSize = picture.width == width_ && picture.height == height_;
     float difference = 0;
-    for (std::size_t i = 0; i < fields.size() && i < thumbnail.size(); ++i) {
-        difference += std::abs(fields[i] - thumbnail[i]) / (columns * rows);
+    for (std::size_t i = 0; i < fields.size() && i < thumbnail_.size(); ++i) {
+        difference += std::abs(fields[i] - thumbnail_[i]) / (columns * rows);
     }
-    const bool same = sameSize && !thumbnail.empty() && difference < sameSceneDifference;
-    width = picture.width;
-    height = picture.height;
-    thumbnail = std::move(fields);
+    const bool same = sameSize && !thumbnail_.empty() && difference < sameSceneDifference;
+    width_ = picture.width;
+    height_ = picture.height;
+    thumbnail_ = std::move(fields);
     if (same) {
-        ++sameScene;
+        ++sameScene_;
         return true;
     }
-    plates.clear();
+    plates_.clear();
     if (!sameSize) {
-        sameScene = 0;
+        sameScene_ = 0;
     }
-    const bool established = sameScene >= establishedAfter;
+    const bool established = sameScene_ >= establishedAfter;
     if (!established) {
-        sameScene = 0;
+        sameScene_ = 0;
     }
     return established;
 }
@@ -119,10 +119,10 @@ ReadingStream::Plate& ReadingStream::PlateOf(const Reading& reading) {
     const double readWidth = std::max(1, reading.corners[2].x - reading.corners[0].x);
     Plate* nearest = nullptr;
     double least = mostMoved;
-    for (Plate& plate : plates) {
+    for (Plate& plate : plates_) {
         const bool isAlike = std::any_of(plate.texts.begin(), plate.texts.end(),
                                          [&](const auto& entry) { return AreAlike(entry.first, reading.text); });
-        if (plate.lastSeen == pictures || !isAlike) {
+        if (plate.lastSeen == pictures_ || !isAlike) {
             continue;
         }
         const double distance = std::hypot(plate.x - x, plate.y - y) / std::max(plate.width, readWidth);
@@ -132,12 +132,12 @@ ReadingStream::Plate& ReadingStream::PlateOf(const Reading& reading) {
         }
     }
     if (nearest == nullptr) {
-        nearest = &plates.emplace_back();
+        nearest = &plates_.emplace_back();
     }
     nearest->x = x;
     nearest->y = y;
     nearest->width = readWidth;
-    nearest->lastSeen = pictures;
+    nearest->lastSeen = pictures_;
     return *nearest;
 }
 
@@ -175,7 +175,7 @@ bool ReadingStream::Confirm(Plate& plate, Reading& reading) const {
     const auto before = plate.texts.find(plate.reported);
     const bool isLettering = leader->first.find_first_of("0123456789") == std::string::npos;
     const bool replaces = before == plate.texts.end() || votes.weight > clearLead * before->second.weight;
-    if (replaces && votes.count >= needed * (isLettering ? letteringFactor : 1) && votes.weight >= leastShare * all &&
+    if (replaces && votes.count >= needed_ * (isLettering ? letteringFactor : 1) && votes.weight >= leastShare * all &&
         votes.confidence >= (isLettering ? leastLetteringConfidence : leastConfidence) * votes.count) {
         plate.reported = leader->first;
     }
@@ -192,12 +192,12 @@ bool ReadingStream::Confirm(Plate& plate, Reading& reading) const {
 
 std::vector<Reading> ReadingStream::Follow(const Picture& picture, const std::optional<Region>& region,
                                            std::vector<Reading> readings) {
-    if (needed <= 1 || picture.width <= 0 || picture.height <= 0) {
+    if (needed_ <= 1 || picture.width <= 0 || picture.height <= 0) {
         return readings;
     }
-    ++pictures;
+    ++pictures_;
     const bool isStream = ContinuesScene(picture);
-    std::erase_if(plates, [&](const Plate& plate) { return pictures - plate.lastSeen > remembered; });
+    std::erase_if(plates_, [&](const Plate& plate) { return pictures_ - plate.lastSeen > remembered; });
     const int left = region ? std::max(region->left, 0) : 0;
     const int right = region ? std::min(region->right, picture.width) : picture.width;
     std::erase_if(readings, [&](Reading& reading) {

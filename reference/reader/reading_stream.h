@@ -18,7 +18,7 @@ namespace plate_reading {
 class ReadingStream {
   public:
     /// So many pictures must agree; 1 passes every reading as it is.
-    explicit ReadingStream(int confirmations) : needed(confirmations) {}
+    explicit ReadingStream(int confirmations) : needed_(confirmations) {}
 
     /// The readings of the next picture that are to be reported, in their order. Without a region, all of it was
     /// searched.
@@ -47,13 +47,13 @@ class ReadingStream {
     void ForgetText(Plate& plate, const std::string& kept) const;
     bool Confirm(Plate& plate, Reading& reading) const;
 
-    int needed;
-    int pictures = 0;
-    int sameScene = 0;  ///< pictures in a row
-    int width = 0;
-    int height = 0;
-    std::vector<float> thumbnail;
-    std::vector<Plate> plates;
+    int needed_;
+    int pictures_ = 0;
+    int sameScene_ = 0;  ///< pictures in a row
+    int width_ = 0;
+    int height_ = 0;
+    std::vector<float> thumbnail_;
+    std::vector<Plate> plates_;
 };
 
 }  // namespace plate_reading

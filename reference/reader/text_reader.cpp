@@ -35,15 +35,15 @@ cv::Mat Normalise(const cv::Mat& strip) {
 
 }  // namespace
 
-TextReader::TextReader(const std::vector<unsigned char>& content) : network(cv::dnn::readNetFromONNX(content)) {}
+TextReader::TextReader(const std::vector<unsigned char>& content) : network_(cv::dnn::readNetFromONNX(content)) {}
 
 RowText TextReader::ReadOnce(const cv::Mat& grey, const TextRow& row, float margin) {
     std::vector<cv::Mat> strips;
     for (const float fill : fills) {
         strips.push_back(Normalise(CutRow(grey, row, fill, margin, stripSize)));
     }
-    network.setInput(cv::dnn::blobFromImages(strips));
-    const cv::Mat answer = network.forward();
+    network_.setInput(cv::dnn::blobFromImages(strips));
+    const cv::Mat answer = network_.forward();
     const auto columns = static_cast<std::size_t>(answer.size[3]);
     RowText text;
     text.scores = ColumnScores(answer.ptr<float>(0), columns);

@@ -29,7 +29,7 @@ class TextReader {
   private:
     RowText ReadOnce(const cv::Mat& grey, const TextRow& row, float margin);
 
-    cv::dnn::Net network;
+    cv::dnn::Net network_;
 };
 
 }  // namespace plate_reading

@@ -50,20 +50,20 @@ ordered_json StartLine(const char* function, const CallNumber& number) {
 
 }  // namespace
 
-Journal::Journal(const std::filesystem::path& file) : open(false) {
+Journal::Journal(const std::filesystem::path& file) : open_(false) {
     if (file.empty()) {
         return;
     }
-    stream.open(file, std::ios::app | std::ios::binary);
-    open = stream.is_open();
-    if (!open) {
+    stream_.open(file, std::ios::app | std::ios::binary);
+    open_ = stream_.is_open();
+    if (!open_) {
         std::fprintf(stderr, "Recon64: the journal %s cannot be written\n", file.string().c_str());
     }
 }
 
 void Journal::WriteRecognition(const CallNumber& number, const IMG* image, const tagRECT* region,
                                bool firstArgumentIsNull, int flags, int answer) {
-    if (!open) {
+    if (!open_) {
         return;
     }
     ordered_json line = StartLine("Recognize2", number);
@@ -73,12 +73,12 @@ void Journal::WriteRecognition(const CallNumber& number, const IMG* image, const
     line["flags"] = flags;
     line["answer"] = answer;
     const std::string text = line.dump() + "\n";
-    const std::lock_guard lock(mutex);
-    stream << text << std::flush;
+    const std::lock_guard lock(mutex_);
+    stream_ << text << std::flush;
 }
 
 void Journal::WriteRange(const CallNumber& number, int minimumWidth, int maximumWidth, bool accepted) {
-    if (!open) {
+    if (!open_) {
         return;
     }
     ordered_json line = StartLine("SetPlateRange", number);
@@ -86,8 +86,8 @@ void Journal::WriteRange(const CallNumber& number, int minimumWidth, int maximum
     line["maximum_width"] = maximumWidth;
     line["answer"] = accepted;
     const std::string text = line.dump() + "\n";
-    const std::lock_guard lock(mutex);
-    stream << text << std::flush;
+    const std::lock_guard lock(mutex_);
+    stream_ << text << std::flush;
 }
 
 }  // namespace scripted_engine

@@ -28,9 +28,9 @@ class Journal {
     void WriteRange(const CallNumber& number, int minimumWidth, int maximumWidth, bool accepted);
 
   private:
-    std::mutex mutex;
-    std::ofstream stream;  // guarded by mutex
-    bool open;
+    std::mutex mutex_;
+    std::ofstream stream_;  // guarded by mutex
+    bool open_;
 };
 
 }  // namespace scripted_engine

@@ -45,24 +45,24 @@ Script LoadScript() {
 /// Any thread.
 class Engine {
   public:
-    Engine() : script(LoadScript()), journal(script.journal) {}
+    Engine() : script_(LoadScript()), journal_(script_.journal) {}
 
     int Recognise(bool firstArgumentIsNull, const IMG* image, const tagRECT* region, RPLATE* plates, int flags) {
-        const CallNumber number = NextNumber(recognitions, &ThreadCounters::recognitions);
-        const ScriptedFrame* const frame = script.FrameAt(NumberInScript(number));
+        const CallNumber number = NextNumber(recognitions_, &ThreadCounters::recognitions);
+        const ScriptedFrame* const frame = script_.FrameAt(NumberInScript(number));
         int answer = 0;
         if (frame != nullptr && plates != nullptr) {
             std::copy(frame->plates.begin(), frame->plates.end(), plates);
             answer = frame->count;
         }
-        journal.WriteRecognition(number, image, region, firstArgumentIsNull, flags, answer);
+        journal_.WriteRecognition(number, image, region, firstArgumentIsNull, flags, answer);
         return answer;
     }
 
     bool TakeRange(int minimumWidth, int maximumWidth) {
-        const CallNumber number = NextNumber(ranges, &ThreadCounters::ranges);
-        const bool accepted = !script.RefusesRange(NumberInScript(number));
-        journal.WriteRange(number, minimumWidth, maximumWidth, accepted);
+        const CallNumber number = NextNumber(ranges_, &ThreadCounters::ranges);
+        const bool accepted = !script_.RefusesRange(NumberInScript(number));
+        journal_.WriteRange(number, minimumWidth, maximumWidth, accepted);
         return accepted;
     }
 
@@ -71,20 +71,20 @@ class Engine {
         ThreadCounters& counters = threadCounters;
         if (!counters.numbered) {
             counters.numbered = true;
-            counters.thread = threads++;
+            counters.thread = threads_++;
         }
         return {processCounter++, counters.thread, (counters.*threadCounter)++};
     }
 
     std::uint64_t NumberInScript(const CallNumber& number) const {
-        return script.counting == Counting::Thread ? number.onThread : number.process;
+        return script_.counting == Counting::Thread ? number.onThread : number.process;
     }
 
-    const Script script;
-    Journal journal;
-    std::atomic<std::uint64_t> threads{0};
-    std::atomic<std::uint64_t> recognitions{0};
-    std::atomic<std::uint64_t> ranges{0};
+    const Script script_;
+    Journal journal_;
+    std::atomic<std::uint64_t> threads_{0};
+    std::atomic<std::uint64_t> recognitions_{0};
+    std::atomic<std::uint64_t> ranges_{0};
 };
 
 Engine& TheEngine() {

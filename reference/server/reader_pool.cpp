@@ -19,64 +19,62 @@ void Complain(const std::string& text) {
     std::fprintf(stderr, "plate-Server: %s\n", text.c_str());
 }
 
-ReaderPool::ReaderPool(std::size_t mostReaders, ReaderFactory readerFactory)
-    : most(std::max<std::size_t>(mostReaders, 1)),
-      factory(std::move(readerFactory)),
-      maker([this] { MakeReaders(); }) {}
+ReaderPool::ReaderPool(std::size_t mostReaders, ReaderFactory factory)
+    : most_(std::max<std::size_t>(mostReaders, 1)), factory_(std::move(factory)), maker_([this] { MakeReaders(); }) {}
 
 ReaderPool::~ReaderPool() {
     Stop();
-    maker.join();
+    maker_.join();
 }
 
-ReaderPool::Loan::Loan(Loan&& other) noexcept : pool(std::exchange(other.pool, nullptr)), reader(other.reader) {}
+ReaderPool::Loan::Loan(Loan&& other) noexcept : pool_(std::exchange(other.pool_, nullptr)), reader_(other.reader_) {}
 
 ReaderPool::Loan::~Loan() {
-    if (pool != nullptr) {
-        const std::lock_guard lock(pool->mutex);
-        pool->Hand(*reader);
+    if (pool_ != nullptr) {
+        const std::lock_guard lock(pool_->mutex_);
+        pool_->Hand(*reader_);
     }
 }
 
 std::optional<ReaderPool::Loan> ReaderPool::Take(transport::Deadline deadline) {
-    std::unique_lock lock(mutex);
-    if (stopped || MakingHasJustFailed()) {
+    std::unique_lock lock(mutex_);
+    if (stopped_ || MakingHasJustFailed()) {
         return std::nullopt;
     }
-    if (!free.empty()) {
-        plate_reading::FrameReader* const reader = free.back();
-        free.pop_back();
+    if (!free_.empty()) {
+        plate_reading::FrameReader* const reader = free_.back();
+        free_.pop_back();
         return Loan(*this, *reader);
     }
     Waiter waiter;
-    waiters.push_back(&waiter);
-    isWanted.notify_one();
+    waiters_.push_back(&waiter);
+    isWanted_.notify_one();
     waiter.changed.wait_until(lock, deadline, [&] { return waiter.reader != nullptr || waiter.refused; });
     if (waiter.reader == nullptr) {
-        std::erase(waiters, &waiter);
+        std::erase(waiters_, &waiter);
         return std::nullopt;
     }
     return Loan(*this, *waiter.reader);
 }
 
 std::size_t ReaderPool::Waiting() {
-    const std::lock_guard lock(mutex);
-    return waiters.size();
+    const std::lock_guard lock(mutex_);
+    return waiters_.size();
 }
 
 void ReaderPool::Stop() {
-    const std::lock_guard lock(mutex);
-    stopped = true;
+    const std::lock_guard lock(mutex_);
+    stopped_ = true;
     RefuseWaiters();
-    isWanted.notify_one();
+    isWanted_.notify_one();
 }
 
 void ReaderPool::MakeReaders() {
-    std::unique_lock lock(mutex);
+    std::unique_lock lock(mutex_);
     bool isFirstAttempt = true;
-    while (readers.size() < most) {
-        isWanted.wait(lock, [&] { return stopped || isFirstAttempt || !waiters.empty(); });
-        if (isWanted.wait_until(lock, nextAttempt, [&] { return stopped; })) {
+    while (readers_.size() < most_) {
+        isWanted_.wait(lock, [&] { return stopped_ || isFirstAttempt || !waiters_.empty(); });
+        if (isWanted_.wait_until(lock, nextAttempt_, [&] { return stopped_; })) {
             return;
         }
         isFirstAttempt = false;
@@ -84,7 +82,7 @@ void ReaderPool::MakeReaders() {
         std::string failure;
         lock.unlock();
         try {
-            made = factory();
+            made = factory_();
             failure = "there is none";
         } catch (const std::exception& error) {
             failure = error.what();
@@ -93,13 +91,13 @@ void ReaderPool::MakeReaders() {
         }
         lock.lock();
         if (made != nullptr) {
-            readers.push_back(std::move(made));
-            Hand(*readers.back());
+            readers_.push_back(std::move(made));
+            Hand(*readers_.back());
             continue;
         }
         Complain("no reader can be made: " + failure);
-        nextAttempt = transport::Clock::now() + makingPause;
-        if (readers.empty()) {
+        nextAttempt_ = transport::Clock::now() + makingPause;
+        if (readers_.empty()) {
             RefuseWaiters();
         }
     }
@@ -107,19 +105,19 @@ void ReaderPool::MakeReaders() {
 
 // Gives a free reader to whoever has waited longest. REQUIRES: mutex.
 void ReaderPool::Hand(plate_reading::FrameReader& reader) {
-    if (waiters.empty()) {
-        free.push_back(&reader);
+    if (waiters_.empty()) {
+        free_.push_back(&reader);
         return;
     }
-    Waiter* const next = waiters.front();
-    waiters.pop_front();
+    Waiter* const next = waiters_.front();
+    waiters_.pop_front();
     next->reader = &reader;
     next->changed.notify_one();
 }
 
 // REQUIRES: mutex.
 void ReaderPool::RefuseWaiters() {
-    for (Waiter* const waiter : std::exchange(waiters, {})) {
+    for (Waiter* const waiter : std::exchange(waiters_, {})) {
         waiter->refused = true;
         waiter->changed.notify_one();
     }
@@ -127,7 +125,7 @@ void ReaderPool::RefuseWaiters() {
 
 // REQUIRES: mutex.
 bool ReaderPool::MakingHasJustFailed() const {
-    return readers.empty() && transport::Clock::now() < nextAttempt;
+    return readers_.empty() && transport::Clock::now() < nextAttempt_;
 }
 
 }  // namespace reading_service

@@ -27,7 +27,7 @@ void Complain(const std::string& text);
 /// somebody has to wait, until there are as many as may be; all on a thread of the pool. Any thread.
 class ReaderPool {
   public:
-    ReaderPool(std::size_t mostReaders, ReaderFactory readerFactory);
+    ReaderPool(std::size_t mostReaders, ReaderFactory factory);
     /// REQUIRES: all readers are back and nobody asks for one.
     ~ReaderPool();
     ReaderPool(const ReaderPool&) = delete;
@@ -40,14 +40,14 @@ class ReaderPool {
         Loan& operator=(Loan&&) = delete;
         ~Loan();
 
-        plate_reading::FrameReader& Reader() const { return *reader; }
+        plate_reading::FrameReader& Reader() const { return *reader_; }
 
       private:
         friend class ReaderPool;
-        Loan(ReaderPool& owner, plate_reading::FrameReader& lent) : pool(&owner), reader(&lent) {}
+        Loan(ReaderPool& owner, plate_reading::FrameReader& lent) : pool_(&owner), reader_(&lent) {}
 
-        ReaderPool* pool;
-        plate_reading::FrameReader* reader;
+        ReaderPool* pool_;
+        plate_reading::FrameReader* reader_;
     };
 
     /// Waits for a reader. Nothing at the deadline, behind Stop, and when there is none because making one has just
@@ -72,18 +72,18 @@ class ReaderPool {
     void RefuseWaiters();
     bool MakingHasJustFailed() const;
 
-    const std::size_t most;
-    const ReaderFactory factory;
+    const std::size_t most_;
+    const ReaderFactory factory_;
 
-    std::mutex mutex;  // guards all below
-    std::condition_variable isWanted;
-    std::vector<std::unique_ptr<plate_reading::FrameReader>> readers;
-    std::vector<plate_reading::FrameReader*> free;  // empty while anybody waits
-    std::deque<Waiter*> waiters;                    // the first has waited longest
-    transport::Deadline nextAttempt;
-    bool stopped = false;
+    std::mutex mutex_;  // guards all below
+    std::condition_variable isWanted_;
+    std::vector<std::unique_ptr<plate_reading::FrameReader>> readers_;
+    std::vector<plate_reading::FrameReader*> free_;  // empty while anybody waits
+    std::deque<Waiter*> waiters_;                    // the first has waited longest
+    transport::Deadline nextAttempt_;
+    bool stopped_ = false;
 
-    std::thread maker;
+    std::thread maker_;
 };
 
 }  // namespace reading_service

@@ -21,22 +21,22 @@ const std::vector<std::uint8_t>& BusyMessage() {
 
 }  // namespace
 
-Service::Service(Settings chosenSettings, ReaderFactory readerFactory)
-    : settings(std::move(chosenSettings)), factory(std::move(readerFactory)) {}
+Service::Service(Settings settings, ReaderFactory factory)
+    : settings_(std::move(settings)), factory_(std::move(factory)) {}
 
 Service::~Service() = default;
 
 End Service::Run() {
     if (!OpenListener()) {
-        const std::lock_guard lock(mutex);
-        return stopped ? End::Told : End::NameTaken;
+        const std::lock_guard lock(mutex_);
+        return stopped_ ? End::Told : End::NameTaken;
     }
-    ReaderPool readers(settings.readers, factory);
+    ReaderPool readers(settings_.readers, factory_);
     // Whatever happens, nobody reads with readers that have gone.
     const auto endAll = [&] {
         {
-            const std::lock_guard lock(mutex);
-            listener.reset();
+            const std::lock_guard lock(mutex_);
+            listener_.reset();
         }
         readers.Stop();
         EndClients();
@@ -52,28 +52,28 @@ End Service::Run() {
 }
 
 void Service::Stop() {
-    const std::lock_guard lock(mutex);
-    stopped = true;
-    stopping.notify_all();
-    if (listener) {
-        listener->Shutdown();
+    const std::lock_guard lock(mutex_);
+    stopped_ = true;
+    stopping_.notify_all();
+    if (listener_) {
+        listener_->Shutdown();
     }
 }
 
 // False when another server keeps the name, and when told to stop meanwhile.
 bool Service::OpenListener() {
-    const transport::Deadline deadline = transport::Clock::now() + settings.longestWaitForName;
-    std::unique_lock lock(mutex);
-    while (!stopped) {
-        listener = transport::Listener::Open(settings.name);
-        if (listener) {
-            lastConnection = transport::Clock::now();
+    const transport::Deadline deadline = transport::Clock::now() + settings_.longestWaitForName;
+    std::unique_lock lock(mutex_);
+    while (!stopped_) {
+        listener_ = transport::Listener::Open(settings_.name);
+        if (listener_) {
+            lastConnection_ = transport::Clock::now();
             return true;
         }
         if (transport::Clock::now() >= deadline) {
             return false;
         }
-        stopping.wait_for(lock, namePause, [this] { return stopped; });
+        stopping_.wait_for(lock, namePause, [this] { return stopped_; });
     }
     return false;
 }
@@ -82,20 +82,20 @@ End Service::Listen(ReaderPool& readers) {
     for (;;) {
         JoinEnded();
         const transport::Deadline now = transport::Clock::now();
-        transport::Deadline deadline = now + settings.longestIdle;
+        transport::Deadline deadline = now + settings_.longestIdle;
         {
-            const std::lock_guard lock(mutex);
-            if (stopped) {
+            const std::lock_guard lock(mutex_);
+            if (stopped_) {
                 return End::Told;
             }
-            if (connections == 0) {
-                deadline = lastConnection + settings.longestIdle;
+            if (connections_ == 0) {
+                deadline = lastConnection_ + settings_.longestIdle;
                 if (now >= deadline) {
                     return End::Idle;
                 }
             }
         }
-        std::optional<transport::Connection> connection = listener->Accept(deadline, BusyMessage());
+        std::optional<transport::Connection> connection = listener_->Accept(deadline, BusyMessage());
         if (connection && !StartClient(*connection, readers)) {
             // A new connection has room for the message, so that nobody is waited for.
             connection->Send(BusyMessage(), nullptr, transport::Clock::now());
@@ -105,23 +105,23 @@ End Service::Listen(ReaderPool& readers) {
 
 // Takes the connection; false when its client cannot be served.
 bool Service::StartClient(transport::Connection& connection, ReaderPool& readers) {
-    const std::lock_guard lock(mutex);
-    if (connections >= settings.mostConnections) {
+    const std::lock_guard lock(mutex_);
+    if (connections_ >= settings_.mostConnections) {
         EndSilentClient();
         return false;
     }
-    const std::size_t before = clients.size();
+    const std::size_t before = clients_.size();
     try {
-        Client& client = clients.emplace_back();
+        Client& client = clients_.emplace_back();
         client.thread = std::thread([this, &client, &readers] { Serve(client, readers); });
     } catch (const std::exception& error) {
-        clients.resize(before);
+        clients_.resize(before);
         Complain(std::string("a client cannot be served: ") + error.what());
         return false;
     }
     // Its thread waits for the mutex before it looks.
-    clients.back().connection = std::move(connection);
-    ++connections;
+    clients_.back().connection = std::move(connection);
+    ++connections_;
     return true;
 }
 
@@ -133,8 +133,9 @@ void Service::EndSilentClient() {
     const auto lastRequest = [](const Client& client) {
         return client.connection ? client.lastRequest.load() : transport::noDeadline;
     };
-    const auto silent = std::ranges::min_element(clients, {}, lastRequest);
-    if (silent != clients.end() && silent->connection && now - silent->lastRequest.load() >= settings.longestSilence) {
+    const auto silent = std::ranges::min_element(clients_, {}, lastRequest);
+    if (silent != clients_.end() && silent->connection &&
+        now - silent->lastRequest.load() >= settings_.longestSilence) {
         silent->connection->Shutdown();
     }
 }
@@ -142,28 +143,28 @@ void Service::EndSilentClient() {
 void Service::Serve(Client& client, ReaderPool& readers) {
     transport::Connection* connection = nullptr;
     {
-        const std::lock_guard lock(mutex);
+        const std::lock_guard lock(mutex_);
         connection = &*client.connection;
     }
     try {
-        ServeClient(*connection, readers, settings.confirmations, client.lastRequest);
+        ServeClient(*connection, readers, settings_.confirmations, client.lastRequest);
     } catch (const std::exception& error) {
         Complain(std::string("a client is served no longer: ") + error.what());
     }
-    const std::lock_guard lock(mutex);
+    const std::lock_guard lock(mutex_);
     client.connection.reset();
-    --connections;
-    lastConnection = transport::Clock::now();
+    --connections_;
+    lastConnection_ = transport::Clock::now();
 }
 
 void Service::JoinEnded() {
     std::list<Client> ended;
     {
-        const std::lock_guard lock(mutex);
-        for (auto client = clients.begin(); client != clients.end();) {
+        const std::lock_guard lock(mutex_);
+        for (auto client = clients_.begin(); client != clients_.end();) {
             const auto next = std::next(client);
             if (!client->connection) {
-                ended.splice(ended.end(), clients, client);
+                ended.splice(ended.end(), clients_, client);
             }
             client = next;
         }
@@ -175,17 +176,17 @@ void Service::JoinEnded() {
 
 void Service::EndClients() {
     {
-        const std::lock_guard lock(mutex);
-        for (Client& client : clients) {
+        const std::lock_guard lock(mutex_);
+        for (Client& client : clients_) {
             if (client.connection) {
                 client.connection->Shutdown();
             }
         }
     }
-    for (Client& client : clients) {
+    for (Client& client : clients_) {
         client.thread.join();
     }
-    clients.clear();
+    clients_.clear();
 }
 
 }  // namespace reading_service

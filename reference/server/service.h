@@ -36,7 +36,7 @@ enum class End {
 /// Listens at once, serves each client on a thread of its own, and takes the readers for their frames from one pool.
 class Service {
   public:
-    Service(Settings chosenSettings, ReaderFactory readerFactory);
+    Service(Settings settings, ReaderFactory factory);
     ~Service();
     Service(const Service&) = delete;
     Service& operator=(const Service&) = delete;
@@ -62,16 +62,16 @@ class Service {
     void JoinEnded();
     void EndClients();
 
-    const Settings settings;
-    const ReaderFactory factory;
+    const Settings settings_;
+    const ReaderFactory factory_;
 
-    std::mutex mutex;  // guards all below, but for what Run's thread alone does with the listener
-    std::condition_variable stopping;
-    bool stopped = false;
-    std::optional<transport::Listener> listener;  // made and ended by Run's thread, under the mutex
-    std::list<Client> clients;                    // made and joined by Run's thread
-    std::size_t connections = 0;
-    transport::Deadline lastConnection;  // when the last one ended
+    std::mutex mutex_;  // guards all below, but for what Run's thread alone does with the listener
+    std::condition_variable stopping_;
+    bool stopped_ = false;
+    std::optional<transport::Listener> listener_;  // made and ended by Run's thread, under the mutex
+    std::list<Client> clients_;                    // made and joined by Run's thread
+    std::size_t connections_ = 0;
+    transport::Deadline lastConnection_;  // when the last one ended
 };
 
 }  // namespace reading_service

@@ -44,14 +44,14 @@ class Session {
   public:
     Session(transport::Connection& peer, ReaderPool& pool, int confirmations,
             std::atomic<transport::Deadline>& requestTime)
-        : connection(peer), readers(pool), stream(confirmations), lastRequest(requestTime) {}
+        : connection_(peer), readers_(pool), stream_(confirmations), lastRequest_(requestTime) {}
 
     void Serve() {
         if (!Greet()) {
             return;
         }
         while (const std::optional<transport::Message> request = Next(transport::noDeadline)) {
-            lastRequest = transport::Clock::now();
+            lastRequest_ = transport::Clock::now();
             const std::optional<transport::Contents> answer =
                 std::visit([this](const auto& contents) { return Answer(contents); }, request->contents);
             if (!answer || !Send({request->number, *answer})) {
@@ -70,11 +70,11 @@ class Session {
 
     std::optional<transport::Message> Next(transport::Deadline deadline) {
         std::optional<transport::PeerMemory> brought;
-        if (!connection.Receive(received, transport::largestMessageBytes, brought, transport::largestPictureBytes,
-                                deadline)) {
+        if (!connection_.Receive(received_, transport::largestMessageBytes, brought, transport::largestPictureBytes,
+                                 deadline)) {
             return std::nullopt;
         }
-        std::optional<transport::Message> message = transport::Decode(received);
+        std::optional<transport::Message> message = transport::Decode(received_);
         if (!message) {
             return std::nullopt;
         }
@@ -83,32 +83,32 @@ class Session {
             return std::nullopt;
         }
         if (brought) {
-            memory = std::move(brought);
+            memory_ = std::move(brought);
         }
         return message;
     }
 
     bool Send(const transport::Message& message) {
-        return connection.Send(transport::Encode(message), nullptr, transport::Clock::now() + longestAnswering);
+        return connection_.Send(transport::Encode(message), nullptr, transport::Clock::now() + longestAnswering);
     }
 
     std::optional<transport::Contents> Answer(const transport::Range& range) {
-        widths = plate_reading::WidthRange{range.minimum, range.maximum};
+        widths_ = plate_reading::WidthRange{range.minimum, range.maximum};
         return transport::RangeTaken();
     }
 
     std::optional<transport::Contents> Answer(const transport::Frame& frame) {
         const std::uint64_t size = transport::PictureBytes(frame.width, frame.height);
-        if (!memory || memory->Bytes().size() < size) {
+        if (!memory_ || memory_->Bytes().size() < size) {
             return std::nullopt;
         }
         // Behind the deadline nobody waits for the answer any more.
-        const std::optional<ReaderPool::Loan> loan = readers.Take(transport::Clock::now() + transport::longestFrame);
-        if (!loan || !connection.PeerIsThere()) {
+        const std::optional<ReaderPool::Loan> loan = readers_.Take(transport::Clock::now() + transport::longestFrame);
+        if (!loan || !connection_.PeerIsThere()) {
             return transport::Readings();
         }
         plate_reading::Picture picture;
-        picture.pixels = memory->Bytes().data();
+        picture.pixels = memory_->Bytes().data();
         picture.width = static_cast<int>(frame.width);
         picture.height = static_cast<int>(frame.height);
         picture.stride = std::size_t{frame.width} * transport::bytesPerPixel;
@@ -117,7 +117,7 @@ class Session {
             region = {frame.region->left, frame.region->top, frame.region->right, frame.region->bottom};
         }
         try {
-            return AsSent(stream.Follow(picture, region, loan->Reader().Read(picture, region, widths)));
+            return AsSent(stream_.Follow(picture, region, loan->Reader().Read(picture, region, widths_)));
         } catch (const std::exception& error) {
             Complain(std::string("a frame cannot be read: ") + error.what());
         } catch (...) {
@@ -132,13 +132,13 @@ class Session {
         return std::nullopt;
     }
 
-    transport::Connection& connection;
-    ReaderPool& readers;
-    plate_reading::ReadingStream stream;  // a thread of the host's handles one camera at a time
-    std::atomic<transport::Deadline>& lastRequest;
-    std::optional<transport::PeerMemory> memory;
-    std::optional<plate_reading::WidthRange> widths;
-    std::vector<std::uint8_t> received;
+    transport::Connection& connection_;
+    ReaderPool& readers_;
+    plate_reading::ReadingStream stream_;  // a thread of the host's handles one camera at a time
+    std::atomic<transport::Deadline>& lastRequest_;
+    std::optional<transport::PeerMemory> memory_;
+    std::optional<plate_reading::WidthRange> widths_;
+    std::vector<std::uint8_t> received_;
 };
 
 }  // namespace

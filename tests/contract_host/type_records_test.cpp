@@ -43,9 +43,9 @@ class Image {
     static constexpr std::uint32_t sizeField = header + 80;
     static constexpr std::uint32_t firstRecord = 0x1000;
 
-    Image() : memory(2 * alignment) {
-        const std::uintptr_t address = reinterpret_cast<std::uintptr_t>(memory.data());
-        begin = memory.data() + (alignment - address % alignment) % alignment;
+    Image() : memory_(2 * alignment) {
+        const std::uintptr_t address = reinterpret_cast<std::uintptr_t>(memory_.data());
+        begin_ = memory_.data() + (alignment - address % alignment) % alignment;
         Write(0, "MZ", 2);
         Write(0x3C, header);
         Write(header, "PE\0\0", 4);
@@ -59,7 +59,7 @@ class Image {
         Write(offset, &value, sizeof value);
     }
     void Write(std::uint32_t offset, const void* bytes, std::size_t size) {
-        std::copy_n(static_cast<const char*>(bytes), size, begin + offset);
+        std::copy_n(static_cast<const char*>(bytes), size, begin_ + offset);
     }
 
     std::uint32_t Put(const std::vector<std::uint32_t>& record) {
@@ -86,19 +86,19 @@ class Image {
         baseRecords = places;
         baseArray = Put(places);
         hierarchy = Put({0, 1, static_cast<std::uint32_t>(bases.size()), baseArray});
-        locator = Put({1, tableOffset, displacementOffset, 0, hierarchy, cursor});
+        locator = Put({1, tableOffset, displacementOffset, 0, hierarchy, cursor_});
         return locator;
     }
 
     /// A virtual table whose locator is that of the last class.
-    const void* PutTable() { return PutTable(begin + locator); }
+    const void* PutTable() { return PutTable(begin_ + locator); }
     const void* PutTable(const void* record) {
         const std::uint32_t offset = Take(2 * sizeof(void*));
         Write(offset, record);
-        return begin + offset + sizeof(void*);
+        return begin_ + offset + sizeof(void*);
     }
 
-    char* At(std::uint32_t offset) { return begin + offset; }
+    char* At(std::uint32_t offset) { return begin_ + offset; }
 
     std::uint32_t locator = 0;
     std::uint32_t hierarchy = 0;
@@ -107,14 +107,14 @@ class Image {
 
   private:
     std::uint32_t Take(std::size_t size) {
-        const std::uint32_t offset = cursor;
-        cursor += (static_cast<std::uint32_t>(size) + 7) / 8 * 8;
+        const std::uint32_t offset = cursor_;
+        cursor_ += (static_cast<std::uint32_t>(size) + 7) / 8 * 8;
         return offset;
     }
 
-    std::vector<char> memory;
-    char* begin;
-    std::uint32_t cursor = firstRecord;
+    std::vector<char> memory_;
+    char* begin_;
+    std::uint32_t cursor_ = firstRecord;
 };
 
 /// An object whose part at `handed` was given to the cast.

@@ -74,18 +74,18 @@ struct Journal {
 
 class JournalComposite final : public OKM8::MFF::ICompositeBuffer {
   public:
-    explicit JournalComposite(Journal& kept) : journal(kept) {}
-    ~JournalComposite() { ++journal.ended; }
+    explicit JournalComposite(Journal& kept) : journal_(kept) {}
+    ~JournalComposite() { ++journal_.ended; }
     OKM8_OBJECT_DESTRUCTOR_SLOT(JournalComposite)
     void* QueryContract(const char*) override { return Note<void*>("composite.QueryContract", nullptr); }
     void* QueryContract(const char*) const override { return nullptr; }
     std::uint64_t GetTimeStamp() override { return Note<std::uint64_t>("composite.GetTimeStamp", 77); }
-    void Unused1() override { journal.calls.push_back("composite.Unused1"); }
-    void Unused2() override { journal.calls.push_back("composite.Unused2"); }
-    void Release() override { journal.calls.push_back("composite.Release"); }
-    std::uint8_t* GetData() override { return Note("composite.GetData", pixels.data()); }
+    void Unused1() override { journal_.calls.push_back("composite.Unused1"); }
+    void Unused2() override { journal_.calls.push_back("composite.Unused2"); }
+    void Release() override { journal_.calls.push_back("composite.Release"); }
+    std::uint8_t* GetData() override { return Note("composite.GetData", pixels_.data()); }
     std::uint32_t GetDataSize() override {
-        return Note("composite.GetDataSize", static_cast<std::uint32_t>(pixels.size()));
+        return Note("composite.GetDataSize", static_cast<std::uint32_t>(pixels_.size()));
     }
     std::uint32_t GetWidth() override { return Note("composite.GetWidth", 4u); }
     std::uint32_t GetHeight() override { return Note("composite.GetHeight", 2u); }
@@ -93,34 +93,34 @@ class JournalComposite final : public OKM8::MFF::ICompositeBuffer {
   private:
     template <class Value>
     Value Note(const char* call, Value value) {
-        journal.calls.push_back(call);
+        journal_.calls.push_back(call);
         return value;
     }
 
-    Journal& journal;
-    std::vector<std::uint8_t> pixels = std::vector<std::uint8_t>(12, 5);
+    Journal& journal_;
+    std::vector<std::uint8_t> pixels_ = std::vector<std::uint8_t>(12, 5);
 };
 
 class JournalBuffer final : public OKM8::MFF::IMultimediaBuffer {
   public:
-    JournalBuffer(Journal& kept, OKM8::MFF::ICompositeBuffer* composite) : journal(kept), answer(composite) {}
+    JournalBuffer(Journal& kept, OKM8::MFF::ICompositeBuffer* composite) : journal_(kept), answer_(composite) {}
     OKM8_OBJECT_DESTRUCTOR_SLOT(JournalBuffer)
     void* QueryContract(const char* contractName) override {
-        journal.calls.push_back(std::string("input.QueryContract ") + contractName);
-        return answer;
+        journal_.calls.push_back(std::string("input.QueryContract ") + contractName);
+        return answer_;
     }
     void* QueryContract(const char*) const override { return nullptr; }
     std::uint64_t GetTimeStamp() override {
-        journal.calls.push_back("input.GetTimeStamp");
+        journal_.calls.push_back("input.GetTimeStamp");
         return 1;
     }
-    void Unused1() override { journal.calls.push_back("input.Unused1"); }
-    void Unused2() override { journal.calls.push_back("input.Unused2"); }
-    void Release() override { journal.calls.push_back("input.Release"); }
+    void Unused1() override { journal_.calls.push_back("input.Unused1"); }
+    void Unused2() override { journal_.calls.push_back("input.Unused2"); }
+    void Release() override { journal_.calls.push_back("input.Release"); }
 
   private:
-    Journal& journal;
-    OKM8::MFF::ICompositeBuffer* answer;
+    Journal& journal_;
+    OKM8::MFF::ICompositeBuffer* answer_;
 };
 
 TEST_F(FrameIntake, ANullInputIsRefusedByItsText) {

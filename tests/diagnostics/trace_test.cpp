@@ -171,14 +171,14 @@ struct Grouping final : std::numpunct<Character> {
 class HostLocale {
   public:
     HostLocale()
-        : before(std::locale::global(
+        : before_(std::locale::global(
               std::locale(std::locale(std::locale::classic(), new Grouping<char>), new Grouping<wchar_t>))) {}
-    ~HostLocale() { std::locale::global(before); }
+    ~HostLocale() { std::locale::global(before_); }
     HostLocale(const HostLocale&) = delete;
     HostLocale& operator=(const HostLocale&) = delete;
 
   private:
-    std::locale before;
+    std::locale before_;
 };
 
 TEST_F(Trace, AHostsLocaleWithThousandsSeparatorsChangesNoLine) {

@@ -125,20 +125,20 @@ TEST_F(Lifecycle, AServerThatCannotBeStartedDoesNotTroubleTheDetector) {
 class FailingOutput final : public platform::DebugOutputSink {
   public:
     FailingOutput(const char* refused, RecordingDebugOutput& others)
-        : refusedText(refused), rest(others), before(platform::ExchangeDebugOutputSink(this)) {}
-    ~FailingOutput() override { platform::ExchangeDebugOutputSink(before); }
+        : refusedText_(refused), rest_(others), before_(platform::ExchangeDebugOutputSink(this)) {}
+    ~FailingOutput() override { platform::ExchangeDebugOutputSink(before_); }
     void Write(const char* text) override {
-        if (std::strstr(text, refusedText) != nullptr) {
+        if (std::strstr(text, refusedText_) != nullptr) {
             throw std::runtime_error("no room for lines");
         }
-        rest.Write(text);
+        rest_.Write(text);
     }
-    void Write(const wchar_t* text) override { rest.Write(text); }
+    void Write(const wchar_t* text) override { rest_.Write(text); }
 
   private:
-    const char* refusedText;
-    RecordingDebugOutput& rest;
-    platform::DebugOutputSink* before;
+    const char* refusedText_;
+    RecordingDebugOutput& rest_;
+    platform::DebugOutputSink* before_;
 };
 
 TEST_F(Lifecycle, AFailureToRestartTheServerIsTheErrorOfAUsableDetector) {

@@ -566,21 +566,21 @@ TEST_P(PlateEventFailure, DoesNotKeepTheFramesOtherPlatesFromTheHost) {
     diagnostics::SetDebugLevel(1);
     class Heal final : public platform::DebugOutputSink {
       public:
-        Heal(Refusals& hostRefusals, bool& first)
-            : refusals(hostRefusals), isFirst(first), before(platform::ExchangeDebugOutputSink(this)) {}
-        ~Heal() override { platform::ExchangeDebugOutputSink(before); }
+        Heal(Refusals& refusals, bool& first)
+            : refusals_(refusals), isFirst_(first), before_(platform::ExchangeDebugOutputSink(this)) {}
+        ~Heal() override { platform::ExchangeDebugOutputSink(before_); }
         void Write(const char* text) override {
-            if (std::strstr(text, "Send plate ID") != nullptr && isFirst) {
-                isFirst = false;
-                refusals = {};
+            if (std::strstr(text, "Send plate ID") != nullptr && isFirst_) {
+                isFirst_ = false;
+                refusals_ = {};
             }
         }
         void Write(const wchar_t*) override {}
 
       private:
-        Refusals& refusals;
-        bool& isFirst;
-        platform::DebugOutputSink* before;
+        Refusals& refusals_;
+        bool& isFirst_;
+        platform::DebugOutputSink* before_;
     } const heal(host.refusals, isFirst);
     OKM8::Analytics::IMediaReceiverSingle2& receiver = Detector();
     EXPECT_EQ(receiver.ReceiveSingle(recording_host::MakeFrame(counts, 640, 480, 5), nullptr, &done), 1);
@@ -935,14 +935,14 @@ class LettingGo : public Verdicts {
     class OnTrace final : public platform::DebugOutputSink {
       public:
         explicit OnTrace(std::function<void(const char*)> onLine)
-            : action(std::move(onLine)), before(platform::ExchangeDebugOutputSink(this)) {}
-        ~OnTrace() override { platform::ExchangeDebugOutputSink(before); }
-        void Write(const char* text) override { action(text); }
+            : action_(std::move(onLine)), before_(platform::ExchangeDebugOutputSink(this)) {}
+        ~OnTrace() override { platform::ExchangeDebugOutputSink(before_); }
+        void Write(const char* text) override { action_(text); }
         void Write(const wchar_t*) override {}
 
       private:
-        std::function<void(const char*)> action;
-        platform::DebugOutputSink* before;
+        std::function<void(const char*)> action_;
+        platform::DebugOutputSink* before_;
     };
 };
 
@@ -1025,14 +1025,14 @@ class FrameFromInsideFrameDone : public PlateEvents {
   protected:
     class Callback final : public OKM8::MFF::IFrameDoneCallback {
       public:
-        explicit Callback(std::function<void()> calls) : action(std::move(calls)) {}
+        explicit Callback(std::function<void()> calls) : action_(std::move(calls)) {}
         OKM8_OBJECT_DESTRUCTOR_SLOT(Callback)
         void* QueryContract(const char*) override { return nullptr; }
         void* QueryContract(const char*) const override { return nullptr; }
-        void OnFrameDone(OKM8::MFF::IMultimediaBuffer*) override { action(); }
+        void OnFrameDone(OKM8::MFF::IMultimediaBuffer*) override { action_(); }
 
       private:
-        std::function<void()> action;
+        std::function<void()> action_;
     };
 
     std::int32_t OuterFrame(std::uint64_t time, std::function<void()> inside) {

@@ -866,18 +866,18 @@ TEST_F(RecognitionFailure, AnEmptyFrameHandleIsTracedAndTheFrameAbandoned) {
 // Throws on the wide line of the n-th result.
 class ThrowingOutput final : public platform::DebugOutputSink {
   public:
-    explicit ThrowingOutput(int linesBefore) : left(linesBefore), before(platform::ExchangeDebugOutputSink(this)) {}
-    ~ThrowingOutput() override { platform::ExchangeDebugOutputSink(before); }
+    explicit ThrowingOutput(int linesBefore) : left_(linesBefore), before_(platform::ExchangeDebugOutputSink(this)) {}
+    ~ThrowingOutput() override { platform::ExchangeDebugOutputSink(before_); }
     void Write(const char*) override {}
     void Write(const wchar_t*) override {
-        if (left-- == 0) {
+        if (left_-- == 0) {
             throw std::runtime_error("disk full");
         }
     }
 
   private:
-    int left;
-    platform::DebugOutputSink* before;
+    int left_;
+    platform::DebugOutputSink* before_;
 };
 
 TEST_F(RecognitionFailure, LeavesTheResultsThatWereAlreadyPending) {

@@ -25,20 +25,20 @@ const Checkpoint goOn = [] {};
 class FakeEngine final : public PlateEngine {
   public:
     bool TakeRange(const WidthRange& range) override {
-        const std::lock_guard lock(mutex);
+        const std::lock_guard lock(mutex_);
         if (refusals > 0) {
             --refusals;
             return false;
         }
-        current = range;
+        current_ = range;
         ranges.push_back(range);
         return true;
     }
 
     Recognition Recognise(Picture& picture, const std::optional<Region>& region) override {
         const auto hasOwnRange = [&] {
-            const std::lock_guard lock(mutex);
-            return current.maximum == picture.width;
+            const std::lock_guard lock(mutex_);
+            return current_.maximum == picture.width;
         };
         bool hadOwnRange = hasOwnRange();
         // Long enough for others to get in between, if they could.
@@ -46,7 +46,7 @@ class FakeEngine final : public PlateEngine {
             std::this_thread::yield();
             hadOwnRange = hadOwnRange && hasOwnRange();
         }
-        const std::lock_guard lock(mutex);
+        const std::lock_guard lock(mutex_);
         foreignRanges += hadOwnRange ? 0 : 1;
         regions.push_back(region);
         pixels.push_back(picture.pixels);
@@ -60,8 +60,8 @@ class FakeEngine final : public PlateEngine {
     std::vector<std::vector<std::uint8_t>> pixels;
 
   private:
-    std::mutex mutex;
-    WidthRange current;
+    std::mutex mutex_;
+    WidthRange current_;
 };
 
 TruePicture PictureNamed(const std::string& file, const std::wstring& text = L"8") {

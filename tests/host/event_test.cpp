@@ -79,13 +79,13 @@ TEST(Event, NothingThatIsNoUtf8Throws) {
 /// Takes lines until it is full.
 class Output {
   public:
-    Output(std::size_t newRoom, std::string newError) : room(newRoom), error(std::move(newError)) {}
+    Output(std::size_t room, std::string error) : room_(room), error_(std::move(error)) {}
 
     EventPrinter::Output Function() {
         return [this](std::string_view line) -> WriteResult {
             ++callCount;
-            if (lines.size() == room) {
-                return {.isWritten = false, .error = error};
+            if (lines.size() == room_) {
+                return {.isWritten = false, .error = error_};
             }
             lines.emplace_back(line);
             return {};
@@ -96,8 +96,8 @@ class Output {
     int callCount = 0;
 
   private:
-    const std::size_t room;
-    const std::string error;
+    const std::size_t room_;
+    const std::string error_;
 };
 
 class EventPrinting : public testing::Test {

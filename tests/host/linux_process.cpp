@@ -104,7 +104,7 @@ struct HostProcess::System {
     int errorPipe = -1;
 };
 
-HostProcess::HostProcess(const Start& start) : system(std::make_unique<System>()) {
+HostProcess::HostProcess(const Start& start) : system_(std::make_unique<System>()) {
     ::signal(SIGPIPE, SIG_IGN);
     std::array<int, 2> in = MakePipe();
     std::array<int, 2> out = MakePipe();
@@ -145,82 +145,82 @@ HostProcess::HostProcess(const Start& start) : system(std::make_unique<System>()
         variablePointers.push_back(variable.data());
     }
     variablePointers.push_back(nullptr);
-    errno = ::posix_spawn(&system->child, start.program.c_str(), &actions, &attributes, pointers.data(),
+    errno = ::posix_spawn(&system_->child, start.program.c_str(), &actions, &attributes, pointers.data(),
                           variablePointers.data());
     ::posix_spawnattr_destroy(&attributes);
     ::posix_spawn_file_actions_destroy(&actions);
     ::close(in[0]);
     ::close(out[1]);
     ::close(err[1]);
-    system->inputPipe = in[1];
-    system->outputPipe = out[0];
-    system->errorPipe = err[0];
-    ::fcntl(system->inputPipe, F_SETFL, O_NONBLOCK);
+    system_->inputPipe = in[1];
+    system_->outputPipe = out[0];
+    system_->errorPipe = err[0];
+    ::fcntl(system_->inputPipe, F_SETFL, O_NONBLOCK);
     Require(errno == 0, "spawn");
 }
 
 HostProcess::~HostProcess() {
-    if (system->child > 0) {
-        platform::SendSignal(system->child, SIGKILL);
-        ::waitpid(system->child, nullptr, 0);
+    if (system_->child > 0) {
+        platform::SendSignal(system_->child, SIGKILL);
+        ::waitpid(system_->child, nullptr, 0);
     }
-    Close(system->inputPipe);
-    Close(system->outputPipe);
-    Close(system->errorPipe);
+    Close(system_->inputPipe);
+    Close(system_->outputPipe);
+    Close(system_->errorPipe);
 }
 
 void HostProcess::PumpOnce() {
-    std::array<pollfd, 3> waits{{{system->outputPipe, POLLIN, 0},
-                                 {system->errorPipe, POLLIN, 0},
-                                 {pendingInput.empty() ? -1 : system->inputPipe, POLLOUT, 0}}};
+    std::array<pollfd, 3> waits{{{system_->outputPipe, POLLIN, 0},
+                                 {system_->errorPipe, POLLIN, 0},
+                                 {pendingInput_.empty() ? -1 : system_->inputPipe, POLLOUT, 0}}};
     ::poll(waits.data(), waits.size(), 20);
     if (waits[0].revents != 0) {
-        ReadSome(system->outputPipe, output);
+        ReadSome(system_->outputPipe, output_);
     }
     if (waits[1].revents != 0) {
-        ReadSome(system->errorPipe, errors);
+        ReadSome(system_->errorPipe, errors_);
     }
     if (waits[2].revents != 0) {
-        const ssize_t count = ::write(system->inputPipe, pendingInput.data(), pendingInput.size());
+        const ssize_t count = ::write(system_->inputPipe, pendingInput_.data(), pendingInput_.size());
         if (count > 0) {
-            pendingInput.erase(0, static_cast<std::size_t>(count));
+            pendingInput_.erase(0, static_cast<std::size_t>(count));
         } else if (errno == EPIPE) {
-            pendingInput.clear();  // the process reads no further
+            pendingInput_.clear();  // the process reads no further
         }
     }
 }
 
 void HostProcess::CloseInput() {
-    Close(system->inputPipe);
+    Close(system_->inputPipe);
 }
 
 void HostProcess::CloseOutput() {
-    Close(system->outputPipe);
+    Close(system_->outputPipe);
 }
 
 bool HostProcess::StreamsHaveEnded() const {
-    return system->outputPipe == -1 && system->errorPipe == -1;
+    return system_->outputPipe == -1 && system_->errorPipe == -1;
 }
 
 void HostProcess::WaitUntilInputIsRead() {
     const auto isRead = [this] {
         int waiting = 1;
-        return ::ioctl(system->inputPipe, FIONREAD, &waiting) == 0 && waiting == 0;
+        return ::ioctl(system_->inputPipe, FIONREAD, &waiting) == 0 && waiting == 0;
     };
     Pump(isRead, "reading of the input");
 }
 
 void HostProcess::Stop(const StopRequest& request) const {
-    errno = platform::SendSignal(system->child, request.systemsNumber);
+    errno = platform::SendSignal(system_->child, request.systemsNumber);
     Require(errno == 0, "signal");
 }
 
 bool HostProcess::HasEnded(Finished& finished) {
     int status = 0;
-    if (::waitpid(system->child, &status, WNOHANG) != system->child) {
+    if (::waitpid(system_->child, &status, WNOHANG) != system_->child) {
         return false;
     }
-    system->child = -1;
+    system_->child = -1;
     finished.status = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
     finished.signal = WIFSIGNALED(status) ? WTERMSIG(status) : 0;
     return true;
@@ -230,14 +230,14 @@ struct NamedPipe::System {
     TemporaryFolder folder;
 };
 
-NamedPipe::NamedPipe() : system(std::make_unique<System>()), path(system->folder.Path("pipe.y4m")) {
-    Require(::mkfifo(path.c_str(), 0600) == 0, "named pipe");
+NamedPipe::NamedPipe() : system_(std::make_unique<System>()), path_(system_->folder.Path("pipe.y4m")) {
+    Require(::mkfifo(path_.c_str(), 0600) == 0, "named pipe");
 }
 
 NamedPipe::~NamedPipe() = default;
 
 void NamedPipe::Write(const std::string& bytes) {
-    std::ofstream pipe(path, std::ios::binary);
+    std::ofstream pipe(path_, std::ios::binary);
     pipe.write(bytes.data(), static_cast<std::streamsize>(bytes.size()));
     pipe.close();
     Require(!pipe.fail(), "named pipe");

@@ -20,15 +20,15 @@ void HostProcess::Pump(const std::function<bool()>& isDone, const char* what) {
     const auto end = std::chrono::steady_clock::now() + deadline;
     while (!isDone()) {
         if (std::chrono::steady_clock::now() > end) {
-            throw std::runtime_error(std::string("no ") + what + "; output: " + output + "; errors: " + errors);
+            throw std::runtime_error(std::string("no ") + what + "; output: " + output_ + "; errors: " + errors_);
         }
         PumpOnce();
     }
 }
 
 void HostProcess::WriteInput(const std::string& bytes) {
-    pendingInput += bytes;
-    Pump([this] { return pendingInput.empty(); }, "room for the input");
+    pendingInput_ += bytes;
+    Pump([this] { return pendingInput_.empty(); }, "room for the input");
 }
 
 // A process that has closed its streams says nothing more, however long the wait.
@@ -36,16 +36,16 @@ void HostProcess::WaitForText(const std::string& stream, const std::string& text
     const auto isThere = [&stream, &text] { return stream.find(text) != std::string::npos; };
     Pump([&] { return isThere() || StreamsHaveEnded(); }, what);
     if (!isThere()) {
-        throw std::runtime_error(std::string("no ") + what + "; output: " + output + "; errors: " + errors);
+        throw std::runtime_error(std::string("no ") + what + "; output: " + output_ + "; errors: " + errors_);
     }
 }
 
 void HostProcess::WaitForOutput(const std::string& text) {
-    WaitForText(output, text, "output");
+    WaitForText(output_, text, "output");
 }
 
 void HostProcess::WaitForErrors(const std::string& text) {
-    WaitForText(errors, text, "line on standard error");
+    WaitForText(errors_, text, "line on standard error");
 }
 
 Finished HostProcess::Wait() {
@@ -57,8 +57,8 @@ Finished HostProcess::WaitWithOpenInput() {
     Finished finished;
     Pump([this, &finished] { return HasEnded(finished); }, "end of the process");
     Pump([this] { return StreamsHaveEnded(); }, "end of the streams");
-    finished.output = output;
-    finished.errors = errors;
+    finished.output = output_;
+    finished.errors = errors_;
     return finished;
 }
 
@@ -78,16 +78,16 @@ TemporaryFolder::TemporaryFolder() {
     do {
         folder = std::filesystem::temp_directory_path() / ("plate_host_test_" + std::to_string(random()));
     } while (!std::filesystem::create_directory(folder));
-    path = plate_host::ToText(folder);
+    path_ = plate_host::ToText(folder);
 }
 
 TemporaryFolder::~TemporaryFolder() {
     std::error_code ignored;
-    std::filesystem::remove_all(plate_host::ToPath(path), ignored);
+    std::filesystem::remove_all(plate_host::ToPath(path_), ignored);
 }
 
 std::string TemporaryFolder::Path(const std::string& name) const {
-    return plate_host::ToText((plate_host::ToPath(path) / plate_host::ToPath(name)).make_preferred());
+    return plate_host::ToText((plate_host::ToPath(path_) / plate_host::ToPath(name)).make_preferred());
 }
 
 std::string TemporaryFolder::Write(const std::string& name, const std::string& bytes) const {

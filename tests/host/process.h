@@ -69,8 +69,8 @@ class HostProcess {
     /// The same for a process that ends by itself.
     Finished WaitWithOpenInput();
 
-    const std::string& Output() const { return output; }
-    const std::string& Errors() const { return errors; }
+    const std::string& Output() const { return output_; }
+    const std::string& Errors() const { return errors_; }
 
   private:
     /// What the operating system knows of the process.
@@ -82,10 +82,10 @@ class HostProcess {
     /// Fills in how the process has ended; false while it runs.
     bool HasEnded(Finished& finished);
 
-    std::unique_ptr<System> system;
-    std::string pendingInput;
-    std::string output;
-    std::string errors;
+    std::unique_ptr<System> system_;
+    std::string pendingInput_;
+    std::string output_;
+    std::string errors_;
 };
 
 enum class LeaksAllowed { No, Yes };
@@ -102,15 +102,15 @@ class NamedPipe {
     NamedPipe& operator=(const NamedPipe&) = delete;
     ~NamedPipe();
 
-    const std::string& Path() const { return path; }
+    const std::string& Path() const { return path_; }
     /// Writes all of it, once a reader is there, and ends the stream.
     void Write(const std::string& bytes);
 
   private:
     struct System;
 
-    std::unique_ptr<System> system;
-    std::string path;
+    std::unique_ptr<System> system_;
+    std::string path_;
 };
 
 /// A folder of the test's own, removed with everything in it. Names are in UTF-8.
@@ -128,7 +128,7 @@ class TemporaryFolder {
     std::string Copy(const std::string& from, const std::string& name) const;
 
   private:
-    std::string path;
+    std::string path_;
 };
 
 void RemoveFile(const std::string& path);

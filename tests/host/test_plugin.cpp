@@ -63,7 +63,7 @@ class TestDetector final : public IDetector,
   public:
     OKM8_OBJECT_DESTRUCTOR_SLOT(TestDetector)
 
-    explicit TestDetector(IDetectorPeer& newPeer) : peer(newPeer) { Log("detector made"); }
+    explicit TestDetector(IDetectorPeer& peer) : peer_(peer) { Log("detector made"); }
 
     void* QueryContract(const char* name) override {
         if (Is(name, Names::IContract) || Is(name, Names::IDestroyable) || Is(name, Names::IDetector)) {
@@ -92,7 +92,7 @@ class TestDetector final : public IDetector,
 
     void Destroy() override {
         Log("detector destroyed");
-        while (values.destroyWaits) {
+        while (values_.destroyWaits) {
             std::this_thread::sleep_for(std::chrono::milliseconds(1));
         }
         delete this;
@@ -112,13 +112,13 @@ class TestDetector final : public IDetector,
 
     void ApplySettings() override {
         Succeed();
-        if (values.applyFails) {
+        if (values_.applyFails) {
             Fail(1, "nothing applies");
         }
     }
 
-    int32_t GetErrorCode() override { return errorCode; }
-    const char* GetErrorMessage() override { return errorText.c_str(); }
+    int32_t GetErrorCode() override { return errorCode_; }
+    const char* GetErrorMessage() override { return errorText_.c_str(); }
 
     int32_t Control1() override { return 0; }
     int32_t Control2() override { return 0; }
@@ -128,21 +128,21 @@ class TestDetector final : public IDetector,
 
   private:
     int32_t Succeed() {
-        errorCode = 0;
-        errorText.clear();
+        errorCode_ = 0;
+        errorText_.clear();
         return 0;
     }
 
     int32_t Fail(int32_t code, const char* text) {
-        errorCode = code;
-        errorText = text;
+        errorCode_ = code;
+        errorText_ = text;
         return code;
     }
 
     template <class Value>
     int32_t Bind(const char* name, const Value& value) {
-        const auto found = bindings.find(name);
-        Value* const* const member = found == bindings.end() ? nullptr : std::get_if<Value*>(&found->second);
+        const auto found = bindings_.find(name);
+        Value* const* const member = found == bindings_.end() ? nullptr : std::get_if<Value*>(&found->second);
         if (member == nullptr) {
             return Fail(2816, name);
         }
@@ -153,24 +153,24 @@ class TestDetector final : public IDetector,
     int32_t Process(MFF::IMultimediaBuffer* input, const FrameArea* area, MFF::IFrameDoneCallback* done) {
         Succeed();
         auto* const buffer = static_cast<MFF::ICompositeBuffer*>(input->QueryContract(Names::ICompositeBuffer));
-        ++frameCount;
-        if (values.failEvery != 0 && frameCount % values.failEvery == 0) {
+        ++frameCount_;
+        if (values_.failEvery != 0 && frameCount_ % values_.failEvery == 0) {
             Fail(1, "asked to\nfail");
-        } else if (values.eventEvery != 0 && frameCount % values.eventEvery == 0) {
+        } else if (values_.eventEvery != 0 && frameCount_ % values_.eventEvery == 0) {
             RaiseEvent(*buffer, area);
         }
-        if (done != nullptr && errorCode == 0 && !values.holdFrames) {
-            done->OnFrameDone(values.wrongDone ? nullptr : input);
+        if (done != nullptr && errorCode_ == 0 && !values_.holdFrames) {
+            done->OnFrameDone(values_.wrongDone ? nullptr : input);
         }
-        if (values.keepBuffers > 0) {
-            --values.keepBuffers;
+        if (values_.keepBuffers > 0) {
+            --values_.keepBuffers;
         } else {
             buffer->Release();
         }
-        if (values.throws) {
+        if (values_.throws) {
             throw std::runtime_error("thrown by the test");
         }
-        return errorCode;
+        return errorCode_;
     }
 
     void RaiseEvent(MFF::ICompositeBuffer& buffer, const FrameArea* area) {
@@ -178,24 +178,24 @@ class TestDetector final : public IDetector,
         auto* const factory =
             static_cast<ITargetEnumeratorFactory*>(hostObject->GetInterface(Names::ITargetEnumeratorFactory));
         ITargetEnumeratorAdjuster* const targets = factory->CreateTargetEnumerator(time);
-        if (values.loseTargets) {
+        if (values_.loseTargets) {
             return;
         }
-        IDetectorEventRaiser* const raiser = peer.CreateEventRaiser(this, EventName::Plate, time, 3);
+        IDetectorEventRaiser* const raiser = peer_.CreateEventRaiser(this, EventName::Plate, time, 3);
         raiser->GetEventArgs()->SetObjectValue(EventKey::Targets, targets);
-        if (values.loseRaiser) {
+        if (values_.loseRaiser) {
             return;
         }
         ITargetAdjuster* const target = targets->AddTarget(0);
         Fill(*target, buffer, area);
-        if (values.twoTargets) {
+        if (values_.twoTargets) {
             targets->AddTarget(0)->SetBoolValue("second", true);
         }
         const TrackPoint points[]{{1, 2, 30, 10, TrackTimeEpoch + time * 1000, 0, {}},
                                   {-5, 6, 31, 11, INT64_MAX, 0, {}}};
         const TrackPointList track{points, points + 2, points + 2};
         dynamic_cast<IBinaryAdjuster&>(*target).SetBinaryValue(PlateKey::AllTracks, &track, sizeof track);
-        if (values.discard) {
+        if (values_.discard) {
             raiser->Discard();
         } else {
             raiser->Raise();
@@ -203,63 +203,63 @@ class TestDetector final : public IDetector,
     }
 
     void Fill(ITargetAdjuster& target, MFF::ICompositeBuffer& buffer, const FrameArea* area) {
-        target.SetStringValue(PlateKey::Text, values.brokenText ? "\xC3(\xFFz" : values.text.c_str());
-        target.SetIntValue(PlateKey::CharacterCount, frameCount);
+        target.SetStringValue(PlateKey::Text, values_.brokenText ? "\xC3(\xFFz" : values_.text.c_str());
+        target.SetIntValue(PlateKey::CharacterCount, frameCount_);
         target.SetStringValue(PlateKey::Country, TestEngineName());
         target.SetIntValue(PlateKey::Confidence, 99);
         target.SetIntValue(PlateKey::Direction, 0);
         target.SetIntValue(PlateKey::Left, static_cast<int32_t>(buffer.GetWidth()));
         target.SetIntValue(PlateKey::Top, static_cast<int32_t>(buffer.GetHeight()));
         target.SetIntValue(PlateKey::Right, static_cast<int32_t>(buffer.GetDataSize()));
-        target.SetIntValue(PlateKey::Bottom, values.recCount);
+        target.SetIntValue(PlateKey::Bottom, values_.recCount);
         if (area != nullptr) {
             target.SetIntValue(PlateKey::AreaLeft, area->x);
             target.SetIntValue(PlateKey::AreaTop, area->y);
             target.SetIntValue(PlateKey::AreaRight, area->width);
             target.SetIntValue(PlateKey::AreaBottom, area->height);
         }
-        target.SetStringValue("id", values.id.c_str());
-        target.SetBoolValue("use_area", values.useArea);
+        target.SetStringValue("id", values_.id.c_str());
+        target.SetBoolValue("use_area", values_.useArea);
         target.SetStringValue("checksum",
                               std::to_string(host_test::Checksum(buffer.GetData(), buffer.GetDataSize())).c_str());
     }
 
     using Binding = std::variant<bool*, int32_t*, std::string*>;
 
-    IDetectorPeer& peer;
-    Settings values;
-    const std::map<std::string, Binding> bindings{
-        {"use_half_cadr", &values.halfFrame},
-        {"id", &values.id},
-        {"name", &values.name},
-        {"use_area", &values.useArea},
-        {"area_left", &values.left},
-        {"area_top", &values.top},
-        {"area_right", &values.right},
-        {"area_bottom", &values.bottom},
-        {"zone_width", &values.zoneWidth},
-        {"zone_width_min", &values.zoneWidthMin},
-        {"result_ready", &values.resultReady},
-        {"result_wait_time", &values.waitTime},
-        {"result_rec_count", &values.recCount},
-        {"test_event_every", &values.eventEvery},
-        {"test_fail_every", &values.failEvery},
-        {"test_keep_buffers", &values.keepBuffers},
-        {"test_text", &values.text},
-        {"test_broken_text", &values.brokenText},
-        {"test_lose_raiser", &values.loseRaiser},
-        {"test_lose_targets", &values.loseTargets},
-        {"test_discard", &values.discard},
-        {"test_hold_frames", &values.holdFrames},
-        {"test_wrong_done", &values.wrongDone},
-        {"test_destroy_waits", &values.destroyWaits},
-        {"test_apply_fails", &values.applyFails},
-        {"test_throws", &values.throws},
-        {"test_two_targets", &values.twoTargets},
+    IDetectorPeer& peer_;
+    Settings values_;
+    const std::map<std::string, Binding> bindings_{
+        {"use_half_cadr", &values_.halfFrame},
+        {"id", &values_.id},
+        {"name", &values_.name},
+        {"use_area", &values_.useArea},
+        {"area_left", &values_.left},
+        {"area_top", &values_.top},
+        {"area_right", &values_.right},
+        {"area_bottom", &values_.bottom},
+        {"zone_width", &values_.zoneWidth},
+        {"zone_width_min", &values_.zoneWidthMin},
+        {"result_ready", &values_.resultReady},
+        {"result_wait_time", &values_.waitTime},
+        {"result_rec_count", &values_.recCount},
+        {"test_event_every", &values_.eventEvery},
+        {"test_fail_every", &values_.failEvery},
+        {"test_keep_buffers", &values_.keepBuffers},
+        {"test_text", &values_.text},
+        {"test_broken_text", &values_.brokenText},
+        {"test_lose_raiser", &values_.loseRaiser},
+        {"test_lose_targets", &values_.loseTargets},
+        {"test_discard", &values_.discard},
+        {"test_hold_frames", &values_.holdFrames},
+        {"test_wrong_done", &values_.wrongDone},
+        {"test_destroy_waits", &values_.destroyWaits},
+        {"test_apply_fails", &values_.applyFails},
+        {"test_throws", &values_.throws},
+        {"test_two_targets", &values_.twoTargets},
     };
-    int32_t frameCount = 0;
-    int32_t errorCode = 0;
-    std::string errorText;
+    int32_t frameCount_ = 0;
+    int32_t errorCode_ = 0;
+    std::string errorText_;
 };
 
 class TestModule final : public IModule {

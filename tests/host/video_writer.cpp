@@ -26,94 +26,94 @@ void Require(bool condition, const char* what) {
 
 class VideoWriter {
   public:
-    VideoWriter(const std::string& path, const VideoTraits& newTraits)
-        : traits(newTraits), packet(av_packet_alloc()), frame(av_frame_alloc()) {
+    VideoWriter(const std::string& path, const VideoTraits& traits)
+        : traits_(traits), packet_(av_packet_alloc()), frame_(av_frame_alloc()) {
         av_log_set_level(AV_LOG_QUIET);
-        Require(avformat_alloc_output_context2(&format, nullptr, nullptr, path.c_str()) >= 0, "container");
+        Require(avformat_alloc_output_context2(&format_, nullptr, nullptr, path.c_str()) >= 0, "container");
         OpenEncoder();
-        stream = avformat_new_stream(format, nullptr);
-        stream->time_base = codec->time_base;
-        stream->avg_frame_rate = codec->framerate;
-        Require(avcodec_parameters_from_context(stream->codecpar, codec) >= 0, "parameters");
-        Require(avio_open(&format->pb, path.c_str(), AVIO_FLAG_WRITE) >= 0, "file");
-        if (traits.indexFirst) {
-            Require(av_opt_set(format->priv_data, "movflags", "faststart", 0) >= 0, "order");
+        stream_ = avformat_new_stream(format_, nullptr);
+        stream_->time_base = codec_->time_base;
+        stream_->avg_frame_rate = codec_->framerate;
+        Require(avcodec_parameters_from_context(stream_->codecpar, codec_) >= 0, "parameters");
+        Require(avio_open(&format_->pb, path.c_str(), AVIO_FLAG_WRITE) >= 0, "file");
+        if (traits_.indexFirst) {
+            Require(av_opt_set(format_->priv_data, "movflags", "faststart", 0) >= 0, "order");
         }
-        Require(avformat_write_header(format, nullptr) >= 0, "header");
+        Require(avformat_write_header(format_, nullptr) >= 0, "header");
     }
     VideoWriter(const VideoWriter&) = delete;
     VideoWriter& operator=(const VideoWriter&) = delete;
 
     ~VideoWriter() {
-        av_frame_free(&frame);
-        av_packet_free(&packet);
-        avcodec_free_context(&codec);
-        avio_closep(&format->pb);
-        avformat_free_context(format);
+        av_frame_free(&frame_);
+        av_packet_free(&packet_);
+        avcodec_free_context(&codec_);
+        avio_closep(&format_->pb);
+        avformat_free_context(format_);
     }
 
     void WriteAll() {
-        for (int number = 0; number < traits.frames; ++number) {
+        for (int number = 0; number < traits_.frames; ++number) {
             FillFrame(number);
-            frame->pts = traits.firstFrameNumber + number;
-            Encode(frame);
+            frame_->pts = traits_.firstFrameNumber + number;
+            Encode(frame_);
         }
         Encode(nullptr);
-        Require(av_write_trailer(format) >= 0, "trailer");
+        Require(av_write_trailer(format_) >= 0, "trailer");
     }
 
   private:
     void OpenEncoder() {
-        const AVCodec* const encoder = avcodec_find_encoder_by_name(traits.codec.c_str());
+        const AVCodec* const encoder = avcodec_find_encoder_by_name(traits_.codec.c_str());
         Require(encoder != nullptr, "encoder");
-        codec = avcodec_alloc_context3(encoder);
-        codec->width = traits.width;
-        codec->height = traits.height;
-        codec->pix_fmt = av_get_pix_fmt(traits.pixelFormat.c_str());
-        codec->time_base = {traits.rateDenominator, traits.rateNumerator};
-        codec->framerate = {traits.rateNumerator, traits.rateDenominator};
-        codec->gop_size = 5;
-        codec->thread_count = 1;
-        codec->strict_std_compliance = FF_COMPLIANCE_UNOFFICIAL;
-        if ((format->oformat->flags & AVFMT_GLOBALHEADER) != 0) {
-            codec->flags |= AV_CODEC_FLAG_GLOBAL_HEADER;
+        codec_ = avcodec_alloc_context3(encoder);
+        codec_->width = traits_.width;
+        codec_->height = traits_.height;
+        codec_->pix_fmt = av_get_pix_fmt(traits_.pixelFormat.c_str());
+        codec_->time_base = {traits_.rateDenominator, traits_.rateNumerator};
+        codec_->framerate = {traits_.rateNumerator, traits_.rateDenominator};
+        codec_->gop_size = 5;
+        codec_->thread_count = 1;
+        codec_->strict_std_compliance = FF_COMPLIANCE_UNOFFICIAL;
+        if ((format_->oformat->flags & AVFMT_GLOBALHEADER) != 0) {
+            codec_->flags |= AV_CODEC_FLAG_GLOBAL_HEADER;
         }
-        Require(avcodec_open2(codec, encoder, nullptr) >= 0, "opening the encoder");
+        Require(avcodec_open2(codec_, encoder, nullptr) >= 0, "opening the encoder");
     }
 
     void FillFrame(int number) {
-        av_frame_unref(frame);
-        frame->format = codec->pix_fmt;
-        frame->width = codec->width;
-        frame->height = codec->height;
-        Require(av_frame_get_buffer(frame, 0) >= 0, "frame");
-        const AVPixFmtDescriptor* const description = av_pix_fmt_desc_get(codec->pix_fmt);
+        av_frame_unref(frame_);
+        frame_->format = codec_->pix_fmt;
+        frame_->width = codec_->width;
+        frame_->height = codec_->height;
+        Require(av_frame_get_buffer(frame_, 0) >= 0, "frame");
+        const AVPixFmtDescriptor* const description = av_pix_fmt_desc_get(codec_->pix_fmt);
         for (int plane = 0; plane < description->nb_components; ++plane) {
-            const int width = plane == 0 ? codec->width : AV_CEIL_RSHIFT(codec->width, description->log2_chroma_w);
-            const int height = plane == 0 ? codec->height : AV_CEIL_RSHIFT(codec->height, description->log2_chroma_h);
+            const int width = plane == 0 ? codec_->width : AV_CEIL_RSHIFT(codec_->width, description->log2_chroma_w);
+            const int height = plane == 0 ? codec_->height : AV_CEIL_RSHIFT(codec_->height, description->log2_chroma_h);
             const std::vector<std::uint8_t> bytes = MakePlane(width, height, number, plane);
             for (int row = 0; row < height; ++row) {
-                std::memcpy(frame->data[plane] + row * frame->linesize[plane],
+                std::memcpy(frame_->data[plane] + row * frame_->linesize[plane],
                             bytes.data() + static_cast<std::ptrdiff_t>(row) * width, static_cast<std::size_t>(width));
             }
         }
     }
 
     void Encode(const AVFrame* input) {
-        Require(avcodec_send_frame(codec, input) >= 0, "encoding");
-        while (avcodec_receive_packet(codec, packet) >= 0) {
-            av_packet_rescale_ts(packet, codec->time_base, stream->time_base);
-            packet->stream_index = stream->index;
-            Require(av_interleaved_write_frame(format, packet) >= 0, "writing");
+        Require(avcodec_send_frame(codec_, input) >= 0, "encoding");
+        while (avcodec_receive_packet(codec_, packet_) >= 0) {
+            av_packet_rescale_ts(packet_, codec_->time_base, stream_->time_base);
+            packet_->stream_index = stream_->index;
+            Require(av_interleaved_write_frame(format_, packet_) >= 0, "writing");
         }
     }
 
-    const VideoTraits traits;
-    AVFormatContext* format = nullptr;
-    AVCodecContext* codec = nullptr;
-    AVStream* stream = nullptr;
-    AVPacket* packet;
-    AVFrame* frame;
+    const VideoTraits traits_;
+    AVFormatContext* format_ = nullptr;
+    AVCodecContext* codec_ = nullptr;
+    AVStream* stream_ = nullptr;
+    AVPacket* packet_;
+    AVFrame* frame_;
 };
 
 }  // namespace

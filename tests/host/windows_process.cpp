@@ -57,84 +57,84 @@ class PipeEnd {
     HANDLE Open(bool isForReading) {
         const std::wstring name = ToWide(NewPipeName(""));
         const DWORD access = isForReading ? PIPE_ACCESS_INBOUND : PIPE_ACCESS_OUTBOUND;
-        pipe = ::CreateNamedPipeW(name.c_str(), access | FILE_FLAG_OVERLAPPED | FILE_FLAG_FIRST_PIPE_INSTANCE,
-                                  PIPE_TYPE_BYTE | PIPE_WAIT, 1, pipeSize, pipeSize, 0, nullptr);
-        Require(pipe != INVALID_HANDLE_VALUE, "pipe");
+        pipe_ = ::CreateNamedPipeW(name.c_str(), access | FILE_FLAG_OVERLAPPED | FILE_FLAG_FIRST_PIPE_INSTANCE,
+                                   PIPE_TYPE_BYTE | PIPE_WAIT, 1, pipeSize, pipeSize, 0, nullptr);
+        Require(pipe_ != INVALID_HANDLE_VALUE, "pipe");
         SECURITY_ATTRIBUTES inheritable = {sizeof(SECURITY_ATTRIBUTES), nullptr, TRUE};
         const HANDLE other = ::CreateFileW(name.c_str(), isForReading ? GENERIC_WRITE : GENERIC_READ, 0, &inheritable,
                                            OPEN_EXISTING, 0, nullptr);
         Require(other != INVALID_HANDLE_VALUE, "pipe's other end");
-        operation.hEvent = ::CreateEventW(nullptr, TRUE, FALSE, nullptr);
+        operation_.hEvent = ::CreateEventW(nullptr, TRUE, FALSE, nullptr);
         return other;
     }
 
     void Close() {
-        if (pipe == INVALID_HANDLE_VALUE) {
+        if (pipe_ == INVALID_HANDLE_VALUE) {
             return;
         }
-        if (isBusy) {
+        if (isBusy_) {
             DWORD count = 0;
-            ::CancelIoEx(pipe, &operation);
-            ::GetOverlappedResult(pipe, &operation, &count, TRUE);
+            ::CancelIoEx(pipe_, &operation_);
+            ::GetOverlappedResult(pipe_, &operation_, &count, TRUE);
         }
-        ::CloseHandle(pipe);
-        ::CloseHandle(operation.hEvent);
-        pipe = INVALID_HANDLE_VALUE;
-        isBusy = false;
+        ::CloseHandle(pipe_);
+        ::CloseHandle(operation_.hEvent);
+        pipe_ = INVALID_HANDLE_VALUE;
+        isBusy_ = false;
     }
 
-    bool IsOpen() const { return pipe != INVALID_HANDLE_VALUE; }
-    bool IsBusy() const { return isBusy; }
-    HANDLE Event() const { return operation.hEvent; }
-    HANDLE Get() const { return pipe; }
+    bool IsOpen() const { return pipe_ != INVALID_HANDLE_VALUE; }
+    bool IsBusy() const { return isBusy_; }
+    HANDLE Event() const { return operation_.hEvent; }
+    HANDLE Get() const { return pipe_; }
 
     /// Begins to read when nothing goes on; closes at the stream's end.
     void BeginRead() {
-        if (IsOpen() && !isBusy) {
-            Begin(::ReadFile(pipe, buffer.data(), static_cast<DWORD>(buffer.size()), nullptr, &operation));
+        if (IsOpen() && !isBusy_) {
+            Begin(::ReadFile(pipe_, buffer_.data(), static_cast<DWORD>(buffer_.size()), nullptr, &operation_));
         }
     }
 
     /// Begins to write the first part of the bytes when nothing goes on.
     void BeginWrite(const std::string& bytes) {
-        if (IsOpen() && !isBusy && !bytes.empty()) {
-            const std::size_t size = std::min(bytes.size(), buffer.size());
-            std::copy_n(bytes.begin(), size, buffer.begin());
-            Begin(::WriteFile(pipe, buffer.data(), static_cast<DWORD>(size), nullptr, &operation));
+        if (IsOpen() && !isBusy_ && !bytes.empty()) {
+            const std::size_t size = std::min(bytes.size(), buffer_.size());
+            std::copy_n(bytes.begin(), size, buffer_.begin());
+            Begin(::WriteFile(pipe_, buffer_.data(), static_cast<DWORD>(size), nullptr, &operation_));
         }
     }
 
     /// The number of bytes that have been read or written since the beginning; closes when there cannot be any more.
     std::size_t Collect() {
         DWORD count = 0;
-        if (!isBusy) {
+        if (!isBusy_) {
             return 0;
         }
-        if (::GetOverlappedResult(pipe, &operation, &count, FALSE) == FALSE) {
+        if (::GetOverlappedResult(pipe_, &operation_, &count, FALSE) == FALSE) {
             if (::GetLastError() != ERROR_IO_INCOMPLETE) {
-                isBusy = false;
+                isBusy_ = false;
                 Close();
             }
             return 0;
         }
-        isBusy = false;
+        isBusy_ = false;
         return count;
     }
 
-    const char* Data() const { return buffer.data(); }
+    const char* Data() const { return buffer_.data(); }
 
   private:
     void Begin(BOOL isDone) {
-        isBusy = isDone != FALSE || ::GetLastError() == ERROR_IO_PENDING;
-        if (!isBusy) {
+        isBusy_ = isDone != FALSE || ::GetLastError() == ERROR_IO_PENDING;
+        if (!isBusy_) {
             Close();
         }
     }
 
-    HANDLE pipe = INVALID_HANDLE_VALUE;
-    OVERLAPPED operation = {};
-    std::array<char, pipeSize> buffer{};
-    bool isBusy = false;
+    HANDLE pipe_ = INVALID_HANDLE_VALUE;
+    OVERLAPPED operation_ = {};
+    std::array<char, pipeSize> buffer_{};
+    bool isBusy_ = false;
 };
 
 // As the system's own parser takes it apart: backslashes count before a quotation mark alone.
@@ -197,35 +197,35 @@ class Terminal {
     /// What the terminal shows goes to `output`. The answer is what the start of a process takes.
     LPPROC_THREAD_ATTRIBUTE_LIST Open(HANDLE output) {
         constexpr DWORD_PTR pseudoConsole = 0x20016;
-        const HANDLE keyboardEnd = keyboard.Open(false);
-        const HRESULT result = functions.create({120, 60}, keyboardEnd, output, 0, &console);
+        const HANDLE keyboardEnd = keyboard_.Open(false);
+        const HRESULT result = functions_.create({120, 60}, keyboardEnd, output, 0, &console_);
         ::CloseHandle(keyboardEnd);
         ::SetLastError(static_cast<DWORD>(result));
         Require(result == S_OK, "terminal");
         SIZE_T size = 0;
         ::InitializeProcThreadAttributeList(nullptr, 1, 0, &size);
-        attributes.resize(size);
-        const auto list = reinterpret_cast<LPPROC_THREAD_ATTRIBUTE_LIST>(attributes.data());
+        attributes_.resize(size);
+        const auto list = reinterpret_cast<LPPROC_THREAD_ATTRIBUTE_LIST>(attributes_.data());
         Require(::InitializeProcThreadAttributeList(list, 1, 0, &size) != FALSE, "attributes");
         Require(
-            ::UpdateProcThreadAttribute(list, 0, pseudoConsole, console, sizeof(console), nullptr, nullptr) != FALSE,
+            ::UpdateProcThreadAttribute(list, 0, pseudoConsole, console_, sizeof(console_), nullptr, nullptr) != FALSE,
             "terminal of a process");
         return list;
     }
 
     /// What it has shown can be read from then on to its end.
     void Close() {
-        if (console != nullptr) {
-            functions.close(console);
-            console = nullptr;
+        if (console_ != nullptr) {
+            functions_.close(console_);
+            console_ = nullptr;
         }
     }
 
   private:
-    const TerminalFunctions functions;
-    PipeEnd keyboard;
-    void* console = nullptr;
-    std::vector<char> attributes;
+    const TerminalFunctions functions_;
+    PipeEnd keyboard_;
+    void* console_ = nullptr;
+    std::vector<char> attributes_;
 };
 
 }  // namespace
@@ -248,16 +248,16 @@ struct HostProcess::System {
     PipeEnd errors;
 };
 
-HostProcess::HostProcess(const Start& start) : system(std::make_unique<System>()) {
+HostProcess::HostProcess(const Start& start) : system_(std::make_unique<System>()) {
     STARTUPINFOEXW startup = {};
     startup.StartupInfo.cb = sizeof(startup);
     startup.StartupInfo.dwFlags = STARTF_USESTDHANDLES;
     HANDLE& input = startup.StartupInfo.hStdInput;
     HANDLE& standardOutput = startup.StartupInfo.hStdOutput;
     HANDLE& standardErrors = startup.StartupInfo.hStdError;
-    input = system->input.Open(false);
-    standardOutput = system->output.Open(true);
-    standardErrors = system->errors.Open(true);
+    input = system_->input.Open(false);
+    standardOutput = system_->output.Open(true);
+    standardErrors = system_->errors.Open(true);
     if (start.outputIsUnwritable) {
         // A handle for reading alone.
         ::CloseHandle(standardOutput);
@@ -275,7 +275,7 @@ HostProcess::HostProcess(const Start& start) : system(std::make_unique<System>()
     DWORD flags = CREATE_UNICODE_ENVIRONMENT;
     if (start.errorsToTerminal) {
         // The terminal can be opened in a process that has it, and so by a helper.
-        startup.lpAttributeList = system->terminal.Open(standardErrors);
+        startup.lpAttributeList = system_->terminal.Open(standardErrors);
         flags |= EXTENDED_STARTUPINFO_PRESENT;
         program = HOST_TEST_TERMINAL_HELPER;
         AppendWord(line, ToWide(program));
@@ -299,24 +299,24 @@ HostProcess::HostProcess(const Start& start) : system(std::make_unique<System>()
     ::SetLastError(error);
     Require(isStarted != FALSE, "start");
     ::CloseHandle(information.hThread);
-    system->process = information.hProcess;
+    system_->process = information.hProcess;
 }
 
 HostProcess::~HostProcess() {
-    if (system->process != nullptr) {
-        ::TerminateProcess(system->process, 1);
-        ::WaitForSingleObject(system->process, INFINITE);
-        ::CloseHandle(system->process);
+    if (system_->process != nullptr) {
+        ::TerminateProcess(system_->process, 1);
+        ::WaitForSingleObject(system_->process, INFINITE);
+        ::CloseHandle(system_->process);
     }
 }
 
 void HostProcess::PumpOnce() {
-    system->output.BeginRead();
-    system->errors.BeginRead();
-    system->input.BeginWrite(pendingInput);
+    system_->output.BeginRead();
+    system_->errors.BeginRead();
+    system_->input.BeginWrite(pendingInput_);
     std::array<HANDLE, 3> waits{};
     DWORD count = 0;
-    for (const PipeEnd* const pipe : {&system->output, &system->errors, &system->input}) {
+    for (const PipeEnd* const pipe : {&system_->output, &system_->errors, &system_->input}) {
         if (pipe->IsBusy()) {
             waits[count++] = pipe->Event();
         }
@@ -326,28 +326,28 @@ void HostProcess::PumpOnce() {
     } else {
         ::WaitForMultipleObjects(count, waits.data(), FALSE, shortWait);
     }
-    output.append(system->output.Data(), system->output.Collect());
-    errors.append(system->errors.Data(), system->errors.Collect());
-    pendingInput.erase(0, system->input.Collect());
-    if (!system->input.IsOpen()) {
-        pendingInput.clear();  // the process reads no further
+    output_.append(system_->output.Data(), system_->output.Collect());
+    errors_.append(system_->errors.Data(), system_->errors.Collect());
+    pendingInput_.erase(0, system_->input.Collect());
+    if (!system_->input.IsOpen()) {
+        pendingInput_.clear();  // the process reads no further
     }
 }
 
 void HostProcess::CloseInput() {
-    system->input.Close();
+    system_->input.Close();
 }
 
 void HostProcess::CloseOutput() {
-    system->output.Close();
+    system_->output.Close();
 }
 
 bool HostProcess::StreamsHaveEnded() const {
-    return !system->output.IsOpen() && !system->errors.IsOpen();
+    return !system_->output.IsOpen() && !system_->errors.IsOpen();
 }
 
 void HostProcess::WaitUntilInputIsRead() {
-    Require(::FlushFileBuffers(system->input.Get()) != FALSE, "reading of the input");
+    Require(::FlushFileBuffers(system_->input.Get()) != FALSE, "reading of the input");
 }
 
 // The way that a request comes, whoever makes it: on a thread of the process that begins in the system's own routine.
@@ -356,20 +356,20 @@ void HostProcess::Stop(const StopRequest& request) const {
     const FARPROC routine = ::GetProcAddress(::GetModuleHandleW(L"kernelbase.dll"), "CtrlRoutine");
     Require(routine != nullptr, "CtrlRoutine");
     const HANDLE thread = ::CreateRemoteThread(
-        system->process, nullptr, 0, reinterpret_cast<LPTHREAD_START_ROUTINE>(reinterpret_cast<void*>(routine)),
+        system_->process, nullptr, 0, reinterpret_cast<LPTHREAD_START_ROUTINE>(reinterpret_cast<void*>(routine)),
         reinterpret_cast<void*>(static_cast<std::uintptr_t>(request.systemsNumber)), 0, nullptr);
     Require(thread != nullptr, "request to stop");
     ::CloseHandle(thread);
 }
 
 bool HostProcess::HasEnded(Finished& finished) {
-    if (::WaitForSingleObject(system->process, 0) != WAIT_OBJECT_0) {
+    if (::WaitForSingleObject(system_->process, 0) != WAIT_OBJECT_0) {
         return false;
     }
     DWORD status = 0;
-    ::GetExitCodeProcess(system->process, &status);
+    ::GetExitCodeProcess(system_->process, &status);
     finished.status = static_cast<int>(status);
-    system->terminal.Close();
+    system_->terminal.Close();
     return true;
 }
 
@@ -377,30 +377,30 @@ struct NamedPipe::System {
     HANDLE pipe = INVALID_HANDLE_VALUE;
 };
 
-NamedPipe::NamedPipe() : system(std::make_unique<System>()), path(NewPipeName(".y4m")) {
-    system->pipe = ::CreateNamedPipeW(ToWide(path).c_str(), PIPE_ACCESS_OUTBOUND | FILE_FLAG_FIRST_PIPE_INSTANCE,
-                                      PIPE_TYPE_BYTE | PIPE_WAIT, 1, pipeSize, pipeSize, 0, nullptr);
-    Require(system->pipe != INVALID_HANDLE_VALUE, "named pipe");
+NamedPipe::NamedPipe() : system_(std::make_unique<System>()), path_(NewPipeName(".y4m")) {
+    system_->pipe = ::CreateNamedPipeW(ToWide(path_).c_str(), PIPE_ACCESS_OUTBOUND | FILE_FLAG_FIRST_PIPE_INSTANCE,
+                                       PIPE_TYPE_BYTE | PIPE_WAIT, 1, pipeSize, pipeSize, 0, nullptr);
+    Require(system_->pipe != INVALID_HANDLE_VALUE, "named pipe");
 }
 
 NamedPipe::~NamedPipe() {
-    if (system->pipe != INVALID_HANDLE_VALUE) {
-        ::CloseHandle(system->pipe);
+    if (system_->pipe != INVALID_HANDLE_VALUE) {
+        ::CloseHandle(system_->pipe);
     }
 }
 
 void NamedPipe::Write(const std::string& bytes) {
     const bool isConnected =
-        ::ConnectNamedPipe(system->pipe, nullptr) != FALSE || ::GetLastError() == ERROR_PIPE_CONNECTED;
+        ::ConnectNamedPipe(system_->pipe, nullptr) != FALSE || ::GetLastError() == ERROR_PIPE_CONNECTED;
     Require(isConnected, "named pipe's reader");
     DWORD count = 0;
     // A write of nothing is no end.
-    Require(::WriteFile(system->pipe, bytes.data(), 0, &count, nullptr) != FALSE, "named pipe");
-    Require(::WriteFile(system->pipe, bytes.data(), static_cast<DWORD>(bytes.size()), &count, nullptr) != FALSE,
+    Require(::WriteFile(system_->pipe, bytes.data(), 0, &count, nullptr) != FALSE, "named pipe");
+    Require(::WriteFile(system_->pipe, bytes.data(), static_cast<DWORD>(bytes.size()), &count, nullptr) != FALSE,
             "named pipe");
-    ::FlushFileBuffers(system->pipe);
-    ::CloseHandle(system->pipe);
-    system->pipe = INVALID_HANDLE_VALUE;
+    ::FlushFileBuffers(system_->pipe);
+    ::CloseHandle(system_->pipe);
+    system_->pipe = INVALID_HANDLE_VALUE;
 }
 
 void RemoveFile(const std::string& path) {

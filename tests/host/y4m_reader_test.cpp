@@ -17,25 +17,25 @@ using testing::HasSubstr;
 /// Bytes in portions of a given size, and an error behind them if wanted.
 class MemorySource final : public ByteSource {
   public:
-    MemorySource(std::string newBytes, std::size_t newPortion, std::string newError = {})
-        : bytes(std::move(newBytes)), portion(newPortion), errorAtEnd(std::move(newError)) {}
+    MemorySource(std::string bytes, std::size_t portion, std::string newError = {})
+        : bytes_(std::move(bytes)), portion_(portion), errorAtEnd_(std::move(newError)) {}
 
     std::size_t Read(void* buffer, std::size_t size) override {
-        const std::size_t count = std::min({size, portion, bytes.size() - position});
-        std::memcpy(buffer, bytes.data() + position, count);
-        position += count;
-        hasFailed = count == 0;
+        const std::size_t count = std::min({size, portion_, bytes_.size() - position_});
+        std::memcpy(buffer, bytes_.data() + position_, count);
+        position_ += count;
+        hasFailed_ = count == 0;
         return count;
     }
-    std::string Error() const override { return hasFailed ? errorAtEnd : std::string(); }
-    std::optional<std::uint64_t> Size() const override { return bytes.size(); }
+    std::string Error() const override { return hasFailed_ ? errorAtEnd_ : std::string(); }
+    std::optional<std::uint64_t> Size() const override { return bytes_.size(); }
 
   private:
-    const std::string bytes;
-    const std::size_t portion;
-    const std::string errorAtEnd;
-    std::size_t position = 0;
-    bool hasFailed = false;
+    const std::string bytes_;
+    const std::size_t portion_;
+    const std::string errorAtEnd_;
+    std::size_t position_ = 0;
+    bool hasFailed_ = false;
 };
 
 std::string FailureOf(const std::string& line) {

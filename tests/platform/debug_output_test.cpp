@@ -83,18 +83,18 @@ TEST(DebugOutputSink, EveryTextReachesOneOfTheSinksWhileTheyAreExchanged) {
 TEST(DebugOutputSink, HasNoWriterAnyMoreOnceItIsReplaced) {
     class SlowSink final : public platform::DebugOutputSink {
       public:
-        explicit SlowSink(std::atomic<bool>& begun) : hasBegun(begun) {}
+        explicit SlowSink(std::atomic<bool>& begun) : hasBegun_(begun) {}
         void Write(const char*) override {
-            hasBegun = true;
+            hasBegun_ = true;
             std::this_thread::sleep_for(std::chrono::milliseconds(50));
-            hasEnded = true;
+            hasEnded_ = true;
         }
         void Write(const wchar_t*) override {}
-        bool HasEnded() const { return hasEnded; }
+        bool HasEnded() const { return hasEnded_; }
 
       private:
-        std::atomic<bool>& hasBegun;
-        bool hasEnded = false;
+        std::atomic<bool>& hasBegun_;
+        bool hasEnded_ = false;
     };
     std::atomic<bool> hasBegun = false;
     auto sink = std::make_unique<SlowSink>(hasBegun);

@@ -23,14 +23,14 @@ namespace {
 class CapturedStandardError {
   public:
     CapturedStandardError() {
-        EXPECT_EQ(socketpair(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0, ends), 0);
-        before = dup(STDERR_FILENO);
-        EXPECT_EQ(dup2(ends[1], STDERR_FILENO), STDERR_FILENO);
-        close(ends[1]);
+        EXPECT_EQ(socketpair(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0, ends_), 0);
+        before_ = dup(STDERR_FILENO);
+        EXPECT_EQ(dup2(ends_[1], STDERR_FILENO), STDERR_FILENO);
+        close(ends_[1]);
     }
     ~CapturedStandardError() {
         Restore();
-        close(ends[0]);
+        close(ends_[0]);
     }
     CapturedStandardError(const CapturedStandardError&) = delete;
     CapturedStandardError& operator=(const CapturedStandardError&) = delete;
@@ -40,7 +40,7 @@ class CapturedStandardError {
         std::vector<std::string> writes;
         std::string buffer(1 << 17, '\0');
         for (;;) {
-            const ssize_t size = recv(ends[0], buffer.data(), buffer.size(), MSG_DONTWAIT);
+            const ssize_t size = recv(ends_[0], buffer.data(), buffer.size(), MSG_DONTWAIT);
             if (size <= 0) {
                 return writes;
             }
@@ -50,12 +50,12 @@ class CapturedStandardError {
 
   private:
     void Restore() const {
-        dup2(before, STDERR_FILENO);
-        close(before);
+        dup2(before_, STDERR_FILENO);
+        close(before_);
     }
 
-    int ends[2] = {-1, -1};
-    int before = -1;
+    int ends_[2] = {-1, -1};
+    int before_ = -1;
 };
 
 /// Runs in a process of its own, since what is tested would end it; its exit code, or minus the signal that ended it.

@@ -62,20 +62,20 @@ inline platform::ProcessInformation Start(const std::string& commandLine,
 
 class ProcessFixture : public testing::Test {
   protected:
-    ProcessFixture() : startFolder(std::filesystem::current_path()) {
+    ProcessFixture() : startFolder_(std::filesystem::current_path()) {
         folder = std::filesystem::canonical(std::filesystem::temp_directory_path()) /
                  ("vexlane-process-" + std::to_string(std::random_device()()));
         std::filesystem::create_directory(folder);
     }
 
     ~ProcessFixture() override {
-        for (const platform::SystemHandle process : toEnd) {
+        for (const platform::SystemHandle process : toEnd_) {
             platform::TerminateProcess(process, 0);
         }
-        std::filesystem::current_path(startFolder);
+        std::filesystem::current_path(startFolder_);
         // A program that has just ended can be in use for a moment yet.
-        copies.push_back(folder);
-        for (const std::filesystem::path& copy : copies) {
+        copies_.push_back(folder);
+        for (const std::filesystem::path& copy : copies_) {
             EXPECT_TRUE(ComesTrue([&copy] {
                 std::error_code error;
                 std::filesystem::remove_all(copy, error);
@@ -87,14 +87,14 @@ class ProcessFixture : public testing::Test {
     /// A copy of the helper under a name of its own.
     std::filesystem::path CopyHelper(const std::filesystem::path& target) {
         std::filesystem::copy_file(OwnFolder() / helperName, target);
-        copies.push_back(target);
+        copies_.push_back(target);
         return target;
     }
 
     /// Starts the helper in a part that lasts, and ends it with the test at the latest.
     platform::ProcessInformation StartLasting(const std::string& commandLine) {
         const platform::ProcessInformation started = Start(commandLine);
-        toEnd.push_back(started.process);
+        toEnd_.push_back(started.process);
         return started;
     }
 
@@ -116,9 +116,9 @@ class ProcessFixture : public testing::Test {
     std::filesystem::path folder;
 
   private:
-    std::filesystem::path startFolder;
-    std::vector<std::filesystem::path> copies;
-    std::vector<platform::SystemHandle> toEnd;
+    std::filesystem::path startFolder_;
+    std::vector<std::filesystem::path> copies_;
+    std::vector<platform::SystemHandle> toEnd_;
 };
 
 /// A program of one name in several places, and the search for it.

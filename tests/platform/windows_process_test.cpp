@@ -49,16 +49,16 @@ bool IsInheritable(SystemHandle handle) {
 /// A file of this process that nobody else may open for as long as anybody has it open.
 class LockedFile {
   public:
-    explicit LockedFile(const std::filesystem::path& path) : name(path.string()) {
+    explicit LockedFile(const std::filesystem::path& path) : name_(path.string()) {
         SECURITY_ATTRIBUTES inheritable = {sizeof(SECURITY_ATTRIBUTES), nullptr, TRUE};
-        handle = CreateFileA(name.c_str(), GENERIC_READ | GENERIC_WRITE, 0, &inheritable, CREATE_ALWAYS, 0, nullptr);
-        EXPECT_NE(handle, INVALID_HANDLE_VALUE);
+        handle_ = CreateFileA(name_.c_str(), GENERIC_READ | GENERIC_WRITE, 0, &inheritable, CREATE_ALWAYS, 0, nullptr);
+        EXPECT_NE(handle_, INVALID_HANDLE_VALUE);
     }
 
-    void Close() const { CloseHandle(handle); }
+    void Close() const { CloseHandle(handle_); }
 
     bool IsOpenSomewhere() const {
-        const HANDLE again = CreateFileA(name.c_str(), GENERIC_READ, 0, nullptr, OPEN_EXISTING, 0, nullptr);
+        const HANDLE again = CreateFileA(name_.c_str(), GENERIC_READ, 0, nullptr, OPEN_EXISTING, 0, nullptr);
         if (again == INVALID_HANDLE_VALUE) {
             EXPECT_EQ(GetLastError(), DWORD{ERROR_SHARING_VIOLATION});
             return true;
@@ -68,8 +68,8 @@ class LockedFile {
     }
 
   private:
-    std::string name;
-    HANDLE handle;
+    std::string name_;
+    HANDLE handle_;
 };
 
 using WindowsProcess = ProcessFixture;

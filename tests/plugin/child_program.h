@@ -24,9 +24,9 @@ class ChildProgram {
     std::optional<std::int64_t> Status();
 
   private:
-    std::intptr_t process = 0;
-    std::intptr_t output = 0;
-    std::optional<std::int64_t> status;
+    std::intptr_t process_ = 0;
+    std::intptr_t output_ = 0;
+    std::optional<std::int64_t> status_;
 };
 
 }  // namespace plugin_test

@@ -47,15 +47,15 @@ constexpr bool isSanitized = false;
 // The engine's own sum: FNV-1a with 64 bits, as its journal writes it.
 class Checksum {
   public:
-    void Add(std::uint8_t byte) { sum = (sum ^ byte) * 0x100000001b3U; }
+    void Add(std::uint8_t byte) { sum_ = (sum_ ^ byte) * 0x100000001b3U; }
     std::string Text() const {
         char text[17];
-        std::snprintf(text, sizeof text, "%016llx", static_cast<unsigned long long>(sum));
+        std::snprintf(text, sizeof text, "%016llx", static_cast<unsigned long long>(sum_));
         return text;
     }
 
   private:
-    std::uint64_t sum = 0xcbf29ce484222325U;
+    std::uint64_t sum_ = 0xcbf29ce484222325U;
 };
 
 std::string ExpectedSum(const BufferOptions& frame) {

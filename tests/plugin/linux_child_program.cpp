@@ -26,34 +26,34 @@ ChildProgram::ChildProgram(const std::filesystem::path& program, const std::stri
     const int error = posix_spawn(&child, program.c_str(), &actions, nullptr, arguments.data(), environ);
     posix_spawn_file_actions_destroy(&actions);
     close(report[1]);
-    output = report[0];
+    output_ = report[0];
     if (error != 0) {
         close(report[0]);
         throw std::runtime_error(program.string() + " cannot be started");
     }
-    process = child;
+    process_ = child;
 }
 
 ChildProgram::~ChildProgram() {
-    close(static_cast<int>(output));
+    close(static_cast<int>(output_));
     if (!Status()) {
-        platform::SendSignal(static_cast<pid_t>(process), SIGKILL);
-        waitpid(static_cast<pid_t>(process), nullptr, 0);
+        platform::SendSignal(static_cast<pid_t>(process_), SIGKILL);
+        waitpid(static_cast<pid_t>(process_), nullptr, 0);
     }
 }
 
 std::int32_t ChildProgram::ReadNumber() {
     std::array<char, 32> text = {};
-    const ssize_t count = read(static_cast<int>(output), text.data(), text.size() - 1);
+    const ssize_t count = read(static_cast<int>(output_), text.data(), text.size() - 1);
     return count > 0 ? std::atoi(text.data()) : 0;
 }
 
 std::optional<std::int64_t> ChildProgram::Status() {
     int ended = 0;
-    if (!status && waitpid(static_cast<pid_t>(process), &ended, WNOHANG) != 0) {
-        status = ended;
+    if (!status_ && waitpid(static_cast<pid_t>(process_), &ended, WNOHANG) != 0) {
+        status_ = ended;
     }
-    return status;
+    return status_;
 }
 
 }  // namespace plugin_test

@@ -82,10 +82,10 @@ bool HasEmptyDebugKey() {
 
 void CatchDebugOutput(void*) {}
 
-DebugLines::DebugLines() : before(dup(STDERR_FILENO)) {
+DebugLines::DebugLines() : before_(dup(STDERR_FILENO)) {
     char name[] = "/tmp/vexlane-stderr-XXXXXX";
     const int caught = mkstemp(name);
-    file = name;
+    file_ = name;
     dup2(caught, STDERR_FILENO);
     close(caught);
     // Each write goes to the end, wherever the text is read meanwhile.
@@ -93,13 +93,13 @@ DebugLines::DebugLines() : before(dup(STDERR_FILENO)) {
 }
 
 DebugLines::~DebugLines() {
-    dup2(before, STDERR_FILENO);
-    close(before);
-    fs::remove(file);
+    dup2(before_, STDERR_FILENO);
+    close(before_);
+    fs::remove(file_);
 }
 
 std::string DebugLines::Text(std::size_t from) const {
-    return ReadFile(file, from);
+    return ReadFile(file_, from);
 }
 
 }  // namespace plugin_test

@@ -51,11 +51,11 @@ void WriteFile(const fs::path& file, const std::string& text) {
 Plugin::Plugin() : Plugin(FromOwnFolder(VEXLANE_ENGINE)) {}
 
 Plugin::Plugin(const fs::path& enginePath)
-    : engine(LoadLibraryFile(enginePath)), library(LoadLibraryFile(LibraryFile())) {
-    Find(library, OKM8::ExportName::InitializeModule, InitializeModule);
-    Find(library, OKM8::ExportName::GetModule, GetModule);
-    Find(library, OKM8::ExportName::FinalizeModule, FinalizeModule);
-    CatchDebugOutput(library);
+    : engine_(LoadLibraryFile(enginePath)), library_(LoadLibraryFile(LibraryFile())) {
+    Find(library_, OKM8::ExportName::InitializeModule, InitializeModule);
+    Find(library_, OKM8::ExportName::GetModule, GetModule);
+    Find(library_, OKM8::ExportName::FinalizeModule, FinalizeModule);
+    CatchDebugOutput(library_);
 }
 
 Plugin::~Plugin() {
@@ -63,7 +63,7 @@ Plugin::~Plugin() {
 }
 
 void Plugin::Unload() {
-    for (void** const loaded : {&library, &engine}) {
+    for (void** const loaded : {&library_, &engine_}) {
         if (*loaded != nullptr) {
             UnloadLibrary(*loaded);
             *loaded = nullptr;
@@ -72,17 +72,17 @@ void Plugin::Unload() {
 }
 
 void* Plugin::EngineFunction(const char* name) const {
-    return FindFunction(engine, name);
+    return FindFunction(engine_, name);
 }
 
 fs::path LibraryFile() {
     return FromOwnFolder(VEXLANE_PLUGIN);
 }
 
-TestFolder::TestFolder() : folder(MakeTemporaryFolder()) {
-    fs::create_directory(folder / "registry");
-    BeginPrivateRegistry(folder / "registry");
-    SetEnvironment("VEXLANE_SCRIPT", (folder / "script.json").string());
+TestFolder::TestFolder() : folder_(MakeTemporaryFolder()) {
+    fs::create_directory(folder_ / "registry");
+    BeginPrivateRegistry(folder_ / "registry");
+    SetEnvironment("VEXLANE_SCRIPT", (folder_ / "script.json").string());
     SetScript("{}");
 }
 
@@ -90,7 +90,7 @@ TestFolder::~TestFolder() {
     SetEnvironment("VEXLANE_SCRIPT", "");
     EndPrivateRegistry();
     std::error_code error;
-    fs::remove_all(folder, error);
+    fs::remove_all(folder_, error);
 }
 
 void TestFolder::SetDebugLevel(const std::string& text) const {
@@ -102,7 +102,7 @@ bool TestFolder::HasEmptyKey() const {
 }
 
 void TestFolder::SetScript(const std::string& json) const {
-    WriteFile(folder / "script.json", json);
+    WriteFile(folder_ / "script.json", json);
 }
 
 }  // namespace plugin_test

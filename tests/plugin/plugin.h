@@ -39,8 +39,8 @@ class Plugin {
     OKM8::Analytics::FinalizeModuleFunction* FinalizeModule = nullptr;
 
   private:
-    void* engine = nullptr;
-    void* library = nullptr;
+    void* engine_ = nullptr;
+    void* library_ = nullptr;
 };
 
 /// The library's file.
@@ -70,8 +70,8 @@ class DebugLines {
     std::string Text(std::size_t from = 0) const;
 
   private:
-    std::filesystem::path file;
-    int before = -1;
+    std::filesystem::path file_;
+    int before_ = -1;
 };
 
 /// The registry and the engine's script of one test, in places of their own. One at a time.
@@ -82,7 +82,7 @@ class TestFolder {
     TestFolder(const TestFolder&) = delete;
     TestFolder& operator=(const TestFolder&) = delete;
 
-    const std::filesystem::path& Path() const { return folder; }
+    const std::filesystem::path& Path() const { return folder_; }
 
     void SetDebugLevel(const std::string& text) const;
     /// Whether the key of the debug level is there, with no value in it.
@@ -92,7 +92,7 @@ class TestFolder {
   private:
     void SetVariable(const char* name, const std::string& value) const;
 
-    std::filesystem::path folder;
+    std::filesystem::path folder_;
 };
 
 }  // namespace plugin_test

@@ -189,11 +189,11 @@ struct ThrowingHost::Objects {
     FrameDoneCallback frameDone;
 };
 
-ThrowingHost::ThrowingHost() : objects(std::make_unique<Objects>(*this)) {}
+ThrowingHost::ThrowingHost() : objects_(std::make_unique<Objects>(*this)) {}
 ThrowingHost::~ThrowingHost() = default;
 
 void ThrowingHost::Meet(HostCall call) {
-    ++counts.at(static_cast<std::size_t>(call));
+    ++counts_.at(static_cast<std::size_t>(call));
     if (onCall) {
         onCall(call);
     }
@@ -207,24 +207,24 @@ void ThrowingHost::Meet(HostCall call) {
 }
 
 void* ThrowingHost::Object() {
-    return static_cast<IHost*>(&objects->hostObject);
+    return static_cast<IHost*>(&objects_->hostObject);
 }
 
 IContract* ThrowingHost::Peer() {
-    return static_cast<IDetectorPeer*>(&objects->peer);
+    return static_cast<IDetectorPeer*>(&objects_->peer);
 }
 
 IContract* ThrowingHost::FrameDone() {
-    return static_cast<MFF::IFrameDoneCallback*>(&objects->frameDone);
+    return static_cast<MFF::IFrameDoneCallback*>(&objects_->frameDone);
 }
 
 MFF::IMultimediaBuffer* ThrowingHost::NewFrame(std::uint64_t timeStamp) {
-    ++buffersMade;
+    ++buffersMade_;
     return new Buffer(*this, true, timeStamp);
 }
 
 MFF::IMultimediaBuffer* ThrowingHost::NewOtherBuffer() {
-    ++buffersMade;
+    ++buffersMade_;
     return new Buffer(*this, false, 0);
 }
 

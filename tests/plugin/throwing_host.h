@@ -65,8 +65,8 @@ class ThrowingHost {
     bool throwsOther = false;  ///< an OtherException in place of a std::runtime_error
     bool refusesArguments = false;
 
-    int Count(HostCall call) const { return counts.at(static_cast<std::size_t>(call)); }
-    int BuffersMade() const { return buffersMade; }
+    int Count(HostCall call) const { return counts_.at(static_cast<std::size_t>(call)); }
+    int BuffersMade() const { return buffersMade_; }
 
     /// Called from inside every call, once it has done its work and before it throws.
     std::function<void(HostCall)> onCall;
@@ -77,9 +77,9 @@ class ThrowingHost {
     struct Objects;
 
   private:
-    std::array<int, static_cast<std::size_t>(HostCall::Count)> counts = {};
-    int buffersMade = 0;
-    std::unique_ptr<Objects> objects;
+    std::array<int, static_cast<std::size_t>(HostCall::Count)> counts_ = {};
+    int buffersMade_ = 0;
+    std::unique_ptr<Objects> objects_;
 };
 
 }  // namespace plugin_test

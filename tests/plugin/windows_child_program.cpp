@@ -43,33 +43,33 @@ ChildProgram::ChildProgram(const std::filesystem::path& program, const std::stri
         throw std::runtime_error(name + " cannot be started");
     }
     CloseHandle(started.hThread);
-    process = reinterpret_cast<std::intptr_t>(started.hProcess);
-    output = reinterpret_cast<std::intptr_t>(readEnd);
+    process_ = reinterpret_cast<std::intptr_t>(started.hProcess);
+    output_ = reinterpret_cast<std::intptr_t>(readEnd);
 }
 
 ChildProgram::~ChildProgram() {
     if (!Status()) {
-        TerminateProcess(ToHandle(process), 1);
-        WaitForSingleObject(ToHandle(process), INFINITE);
+        TerminateProcess(ToHandle(process_), 1);
+        WaitForSingleObject(ToHandle(process_), INFINITE);
     }
-    CloseHandle(ToHandle(process));
-    CloseHandle(ToHandle(output));
+    CloseHandle(ToHandle(process_));
+    CloseHandle(ToHandle(output_));
 }
 
 std::int32_t ChildProgram::ReadNumber() {
     std::array<char, 32> text = {};
     DWORD count = 0;
-    const BOOL isRead = ReadFile(ToHandle(output), text.data(), static_cast<DWORD>(text.size() - 1), &count, nullptr);
+    const BOOL isRead = ReadFile(ToHandle(output_), text.data(), static_cast<DWORD>(text.size() - 1), &count, nullptr);
     return isRead != FALSE && count > 0 ? std::atoi(text.data()) : 0;
 }
 
 std::optional<std::int64_t> ChildProgram::Status() {
-    if (!status && WaitForSingleObject(ToHandle(process), 0) == WAIT_OBJECT_0) {
+    if (!status_ && WaitForSingleObject(ToHandle(process_), 0) == WAIT_OBJECT_0) {
         DWORD code = 0;
-        GetExitCodeProcess(ToHandle(process), &code);
-        status = code;
+        GetExitCodeProcess(ToHandle(process_), &code);
+        status_ = code;
     }
-    return status;
+    return status_;
 }
 
 }  // namespace plugin_test

@@ -90,21 +90,21 @@ void Unexpected(void* self) {
 class HandMade {
   public:
     explicit HandMade(const char* interfaceName)
-        : slots(2 + SlotCount(interfaceName), reinterpret_cast<void*>(&Unexpected)) {
-        slots[0] = slots[1] = nullptr;  // what compilers keep in front of a table is not for such an object
-        table = slots.data() + 2;
+        : slots_(2 + SlotCount(interfaceName), reinterpret_cast<void*>(&Unexpected)) {
+        slots_[0] = slots_[1] = nullptr;  // what compilers keep in front of a table is not for such an object
+        table_ = slots_.data() + 2;
     }
 
-    void Put(std::size_t slot, void* function) { slots.at(2 + slot) = function; }
+    void Put(std::size_t slot, void* function) { slots_.at(2 + slot) = function; }
 
     template <class Interface>
     Interface* As() {
-        return reinterpret_cast<Interface*>(&table);
+        return reinterpret_cast<Interface*>(&table_);
     }
 
   private:
-    std::vector<void*> slots;
-    void** table;
+    std::vector<void*> slots_;
+    void** table_;
 };
 
 template <Name operation, class Signature>

@@ -15,12 +15,12 @@
 /// longer than every launcher. Any thread.
 class LauncherTranscript final : public platform::DebugOutputSink {
   public:
-    LauncherTranscript() : before(platform::ExchangeDebugOutputSink(this)) {
+    LauncherTranscript() : before_(platform::ExchangeDebugOutputSink(this)) {
         fake_processes::OnOperation([this](const std::string& line) { Add(line); });
     }
     ~LauncherTranscript() override {
         fake_processes::OnOperation({});
-        platform::ExchangeDebugOutputSink(before);
+        platform::ExchangeDebugOutputSink(before_);
     }
 
     void Write(const char* text) override { Add(text); }
@@ -28,22 +28,22 @@ class LauncherTranscript final : public platform::DebugOutputSink {
 
     /// Called behind each entry, without a lock held, on the thread that made it.
     void OnEntry(std::function<void(const std::string& entry)> action) {
-        const std::lock_guard lock(mutex);
-        onEntry = std::move(action);
+        const std::lock_guard lock(mutex_);
+        onEntry_ = std::move(action);
     }
 
     std::vector<std::string> Entries() const {
-        const std::lock_guard lock(mutex);
-        return entries;
+        const std::lock_guard lock(mutex_);
+        return entries_;
     }
 
     /// Those of one thread.
     std::vector<std::string> EntriesOf(std::thread::id thread) const {
-        const std::lock_guard lock(mutex);
+        const std::lock_guard lock(mutex_);
         std::vector<std::string> ofThread;
-        for (std::size_t index = 0; index < entries.size(); ++index) {
-            if (threads[index] == thread) {
-                ofThread.push_back(entries[index]);
+        for (std::size_t index = 0; index < entries_.size(); ++index) {
+            if (threads_[index] == thread) {
+                ofThread.push_back(entries_[index]);
             }
         }
         return ofThread;
@@ -62,28 +62,28 @@ class LauncherTranscript final : public platform::DebugOutputSink {
     }
 
     void Clear() {
-        const std::lock_guard lock(mutex);
-        entries.clear();
-        threads.clear();
+        const std::lock_guard lock(mutex_);
+        entries_.clear();
+        threads_.clear();
     }
 
   private:
     void Add(const std::string& entry) {
         std::function<void(const std::string&)> tell;
         {
-            const std::lock_guard lock(mutex);
-            entries.push_back(entry);
-            threads.push_back(std::this_thread::get_id());
-            tell = onEntry;
+            const std::lock_guard lock(mutex_);
+            entries_.push_back(entry);
+            threads_.push_back(std::this_thread::get_id());
+            tell = onEntry_;
         }
         if (tell) {
             tell(entry);
         }
     }
 
-    platform::DebugOutputSink* before;
-    mutable std::mutex mutex;
-    std::vector<std::string> entries;                 // guarded by mutex
-    std::vector<std::thread::id> threads;             // guarded by mutex
-    std::function<void(const std::string&)> onEntry;  // guarded by mutex
+    platform::DebugOutputSink* before_;
+    mutable std::mutex mutex_;
+    std::vector<std::string> entries_;                 // guarded by mutex
+    std::vector<std::thread::id> threads_;             // guarded by mutex
+    std::function<void(const std::string&)> onEntry_;  // guarded by mutex
 };

@@ -39,8 +39,8 @@ class Waits {
     std::function<void(std::int64_t)> Action() {
         return [this](std::int64_t period) {
             {
-                const std::lock_guard lock(mutex);
-                periods.push_back(period);
+                const std::lock_guard lock(mutex_);
+                periods_.push_back(period);
             }
             while (held) {
                 boost::this_thread::sleep(boost::posix_time::milliseconds(1));
@@ -48,15 +48,15 @@ class Waits {
         };
     }
     std::vector<std::int64_t> Periods() const {
-        const std::lock_guard lock(mutex);
-        return periods;
+        const std::lock_guard lock(mutex_);
+        return periods_;
     }
 
     std::atomic<bool> held = false;
 
   private:
-    mutable std::mutex mutex;
-    std::vector<std::int64_t> periods;
+    mutable std::mutex mutex_;
+    std::vector<std::int64_t> periods_;
 };
 
 TEST(PollTimeoutThread, DoesNotRunUntilItIsStarted) {
@@ -504,11 +504,11 @@ TEST(PollTimeoutThread, IsStoppedCompletelyByACallerThatIsInterrupted) {
 TEST(PollTimeoutThread, IsEndedAsAnObjectOfItsOwnClass) {
     class Derived final : public PollTimeoutThread {
       public:
-        explicit Derived(bool& flag) : ended(flag) {}
-        ~Derived() override { ended = true; }
+        explicit Derived(bool& flag) : ended_(flag) {}
+        ~Derived() override { ended_ = true; }
 
       private:
-        bool& ended;
+        bool& ended_;
     };
     bool ended = false;
     std::unique_ptr<PollTimeoutThread>(std::make_unique<Derived>(ended)).reset();

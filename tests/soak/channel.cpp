@@ -48,43 +48,43 @@ class Channel::Buffer final : public OKM8::MFF::ICompositeBuffer {
     enum class Flaw { None, NotComposite, WrongSize, Throwing };
 
     OKM8_OBJECT_DESTRUCTOR_SLOT(Buffer)
-    Buffer(Channel& newOwner, std::uint32_t newByteCount, Flaw newFlaw)
-        : owner(newOwner), size(owner.size), timeStamp(owner.time), byteCount(newByteCount), flaw(newFlaw) {
-        ++owner.world.counts.buffersMade;
-        ++owner.buffersOut;
+    Buffer(Channel& owner, std::uint32_t byteCount, Flaw flaw)
+        : owner_(owner), size_(owner_.size_), timeStamp_(owner_.time_), byteCount_(byteCount), flaw_(flaw) {
+        ++owner_.world_.counts.buffersMade;
+        ++owner_.buffersOut_;
     }
 
     void* QueryContract(const char* contractName) override {
         const bool isKnown = std::strcmp(contractName, ContractName::ICompositeBuffer) == 0;
-        return isKnown && flaw != Flaw::NotComposite ? static_cast<OKM8::MFF::ICompositeBuffer*>(this) : nullptr;
+        return isKnown && flaw_ != Flaw::NotComposite ? static_cast<OKM8::MFF::ICompositeBuffer*>(this) : nullptr;
     }
     void* QueryContract(const char* contractName) const override {
         return const_cast<Buffer*>(this)->QueryContract(contractName);
     }
-    std::uint64_t GetTimeStamp() override { return timeStamp; }
+    std::uint64_t GetTimeStamp() override { return timeStamp_; }
     void Unused1() override {}
     void Unused2() override {}
     void Release() override {
-        ++owner.world.counts.buffersReleased;
-        --owner.buffersOut;
+        ++owner_.world_.counts.buffersReleased;
+        --owner_.buffersOut_;
         delete this;
     }
     std::uint8_t* GetData() override {
-        if (flaw == Flaw::Throwing) {
+        if (flaw_ == Flaw::Throwing) {
             throw std::runtime_error("the host has failed");
         }
         return Picture();
     }
-    std::uint32_t GetDataSize() override { return flaw == Flaw::WrongSize ? byteCount + 1 : byteCount; }
-    std::uint32_t GetWidth() override { return size.width; }
-    std::uint32_t GetHeight() override { return size.height; }
+    std::uint32_t GetDataSize() override { return flaw_ == Flaw::WrongSize ? byteCount_ + 1 : byteCount_; }
+    std::uint32_t GetWidth() override { return size_.width; }
+    std::uint32_t GetHeight() override { return size_.height; }
 
   private:
-    Channel& owner;
-    const Size size;
-    const std::uint64_t timeStamp;
-    const std::uint32_t byteCount;
-    const Flaw flaw;
+    Channel& owner_;
+    const Size size_;
+    const std::uint64_t timeStamp_;
+    const std::uint32_t byteCount_;
+    const Flaw flaw_;
 };
 
 struct Channel::FrameDone final : OKM8::MFF::IFrameDoneCallback {
@@ -103,33 +103,34 @@ struct EngineSide {
 
 const EngineCalls engineCalls = {EngineSide::SetPlateRange, EngineSide::Recognize};
 
-Channel::Channel(OKM8::Analytics::IModule& module, World& newWorld, std::uint32_t seed)
-    : world(newWorld),
-      random(seed),
-      road(static_cast<std::uint32_t>(random())),
+Channel::Channel(OKM8::Analytics::IModule& module, World& world, std::uint32_t seed)
+    : world_(world),
+      random_(seed),
+      road_(static_cast<std::uint32_t>(random_())),
       // The host may set values from inside Raise.
-      peer(world.counts, static_cast<std::uint32_t>(random()), [this] { settings->SetStringValue("id", "17"); }),
-      detector(module.CreateDetector(nullptr, static_cast<OKM8::Analytics::IDetectorPeer*>(&peer))),
-      receiver(Query<OKM8::Analytics::IMediaReceiver>(ContractName::IMediaReceiver)),
-      singleReceiver(Query<OKM8::Analytics::IMediaReceiverSingle2>(ContractName::IMediaReceiverSingle2)),
-      settings(Query<OKM8::IAsyncAdjuster>(ContractName::IAsyncAdjuster)),
-      errors(Query<OKM8::IErrorInfoProvider>(ContractName::IErrorInfoProvider)) {
-    ++world.counts.detectors;
-    Check(errors->GetErrorCode() == None, std::string("a detector begins with an error: ") + errors->GetErrorMessage());
-    settings->SetBoolValue("result_ready", OnceIn(2));
-    settings->SetIntValue("result_wait_time", static_cast<std::int32_t>(Below(60)));
-    settings->SetIntValue("result_rec_count", static_cast<std::int32_t>(Below(50)));
-    settings->ApplySettings();
+      peer_(world_.counts, static_cast<std::uint32_t>(random_()), [this] { settings_->SetStringValue("id", "17"); }),
+      detector_(module.CreateDetector(nullptr, static_cast<OKM8::Analytics::IDetectorPeer*>(&peer_))),
+      receiver_(Query<OKM8::Analytics::IMediaReceiver>(ContractName::IMediaReceiver)),
+      singleReceiver_(Query<OKM8::Analytics::IMediaReceiverSingle2>(ContractName::IMediaReceiverSingle2)),
+      settings_(Query<OKM8::IAsyncAdjuster>(ContractName::IAsyncAdjuster)),
+      errors_(Query<OKM8::IErrorInfoProvider>(ContractName::IErrorInfoProvider)) {
+    ++world_.counts.detectors;
+    Check(errors_->GetErrorCode() == None,
+          std::string("a detector begins with an error: ") + errors_->GetErrorMessage());
+    settings_->SetBoolValue("result_ready", OnceIn(2));
+    settings_->SetIntValue("result_wait_time", static_cast<std::int32_t>(Below(60)));
+    settings_->SetIntValue("result_rec_count", static_cast<std::int32_t>(Below(50)));
+    settings_->ApplySettings();
 }
 
 Channel::~Channel() {
-    detector->Destroy();
+    detector_->Destroy();
 }
 
 template <class Interface>
 Interface* Channel::Query(const char* name) {
-    Check(detector != nullptr, "the library made no detector");
-    return static_cast<Interface*>(detector->QueryContract(name));
+    Check(detector_ != nullptr, "the library made no detector");
+    return static_cast<Interface*>(detector_->QueryContract(name));
 }
 
 void Channel::Play(int frames) {
@@ -140,14 +141,14 @@ void Channel::Play(int frames) {
 
 void Channel::PlayNight() {
     // What the detector keeps for a frame depends on its size.
-    size = {64, 48};
-    framesOfSize = 0;
-    road.Close();
+    size_ = {64, 48};
+    framesOfSize_ = 0;
+    road_.Close();
     PlayGoodFrame();
-    time += 10'000 + Below(longestBreak);
+    time_ += 10'000 + Below(longestBreak);
     PlayGoodFrame();
-    Check(buffersOut == 0, std::to_string(buffersOut) + " buffers were not released after the last vehicle");
-    road.Open();
+    Check(buffersOut_ == 0, std::to_string(buffersOut_) + " buffers were not released after the last vehicle");
+    road_.Open();
 }
 
 // Mostly small frames, so that many are played, and each of the others at times.
@@ -158,14 +159,14 @@ void Channel::ChangeSize() {
     };
     static constexpr std::array<Visit, 6> visits = {
         {{{80, 60}, 500}, {{320, 240}, 100}, {{640, 480}, 50}, {{720, 576}, 50}, {{1280, 720}, 10}, {{1920, 1080}, 5}}};
-    const bool isSmall = size.width == 64;
+    const bool isSmall = size_.width == 64;
     const Visit visit = isSmall ? visits[Below(static_cast<std::uint32_t>(visits.size()))] : Visit{{64, 48}, 4000};
-    size = visit.size;
-    framesOfSize = 1 + static_cast<int>(Below(static_cast<std::uint32_t>(visit.frames)));
+    size_ = visit.size;
+    framesOfSize_ = 1 + static_cast<int>(Below(static_cast<std::uint32_t>(visit.frames)));
 }
 
 void Channel::PlayFrame() {
-    if (--framesOfSize < 0) {
+    if (--framesOfSize_ < 0) {
         ChangeSize();
     }
     if (OnceIn(1000)) {
@@ -174,39 +175,39 @@ void Channel::PlayFrame() {
         PlayGoodFrame();
     }
     if (OnceIn(5000)) {
-        ChangeSetting(random);
+        ChangeSetting(random_);
     }
     if (OnceIn(20'000)) {
-        settings->ApplySettings();
+        settings_->ApplySettings();
     }
     if (OnceIn(50'000)) {
-        time -= Below(longestBreak);  // the camera's clock is set
+        time_ -= Below(longestBreak);  // the camera's clock is set
     }
 }
 
 void Channel::PlayGoodFrame() {
     // Luminance alone, 4:2:0, 4:2:2.
     static constexpr std::array<std::uint32_t, 3> halvesOfAByte = {2, 3, 4};
-    const std::uint32_t byteCount = size.width * size.height * halvesOfAByte[Below(3)] / 2;
+    const std::uint32_t byteCount = size_.width * size_.height * halvesOfAByte[Below(3)] / 2;
     auto* const buffer = new Buffer(*this, byteCount, Buffer::Flaw::None);
-    time += framePeriod;
-    ++world.counts.frames;
+    time_ += framePeriod;
+    ++world_.counts.frames;
     currentChannel = this;
-    peer.BeginFrame();
-    const std::int32_t result = OnceIn(50) ? PlaySingleFrame(*buffer) : receiver->Receive(buffer);
-    const bool hasRefused = peer.EndFrame();
+    peer_.BeginFrame();
+    const std::int32_t result = OnceIn(50) ? PlaySingleFrame(*buffer) : receiver_->Receive(buffer);
+    const bool hasRefused = peer_.EndFrame();
     currentChannel = nullptr;
-    Check(!hasWrongSize, "the engine was given an image of another size than the frame's");
+    Check(!hasWrongSize_, "the engine was given an image of another size than the frame's");
     Check(result == (hasRefused ? Failed : None), "a frame returned " + std::to_string(result));
 }
 
 std::int32_t Channel::PlaySingleFrame(Buffer& buffer) {
     const OKM8::FrameArea area = {10, 10, static_cast<std::int32_t>(Below(80)), static_cast<std::int32_t>(Below(80))};
     FrameDone done;
-    singleReceiver->SetStringValue("a value of one call", "a text that is longer than what fits in place");
-    singleReceiver->SetDoubleValue("another one", 0.5);
+    singleReceiver_->SetStringValue("a value of one call", "a text that is longer than what fits in place");
+    singleReceiver_->SetDoubleValue("another one", 0.5);
     const std::int32_t result =
-        singleReceiver->ReceiveSingle(&buffer, OnceIn(4) ? nullptr : &area, static_cast<OKM8::IContract*>(&done));
+        singleReceiver_->ReceiveSingle(&buffer, OnceIn(4) ? nullptr : &area, static_cast<OKM8::IContract*>(&done));
     Check(done.calls == 1, "a single frame was reported as done " + std::to_string(done.calls) + " times");
     return result;
 }
@@ -216,9 +217,9 @@ void Channel::PlayBadFrame() {
                                                           Buffer::Flaw::Throwing};
     OKM8::MFF::IMultimediaBuffer* buffer = nullptr;
     if (const std::uint32_t kind = Below(4); kind < flaws.size()) {
-        buffer = new Buffer(*this, size.width * size.height * 3 / 2, flaws[kind]);
+        buffer = new Buffer(*this, size_.width * size_.height * 3 / 2, flaws[kind]);
     }
-    Check(receiver->Receive(buffer) == Failed, "a frame that cannot be read was not refused");
+    Check(receiver_->Receive(buffer) == Failed, "a frame that cannot be read was not refused");
 }
 
 void Channel::ChangeSetting(std::mt19937& chance) {
@@ -230,37 +231,37 @@ void Channel::ChangeSetting(std::mt19937& chance) {
     std::int32_t expected = None;
     switch (below(6)) {
         case 0:
-            result = settings->SetBoolValue("use_area", below(2) == 0);
+            result = settings_->SetBoolValue("use_area", below(2) == 0);
             break;
         case 1:
-            result = settings->SetStringValue("name", std::string(below(100), 'n').c_str());
+            result = settings_->SetStringValue("name", std::string(below(100), 'n').c_str());
             break;
         case 2:
-            result = settings->SetBoolValue("use_half_cadr", below(2) == 0);
+            result = settings_->SetBoolValue("use_half_cadr", below(2) == 0);
             break;
         case 3:
-            result = settings->SetIntValue("no such setting", percent);
+            result = settings_->SetIntValue("no such setting", percent);
             expected = RefusedSetting;
             break;
         default:
-            result = settings->SetIntValue(numbers[below(numbers.size())], percent);
+            result = settings_->SetIntValue(numbers[below(numbers.size())], percent);
             break;
     }
     Check(result == expected, "a setting returned " + std::to_string(result));
 }
 
 bool Channel::SetPlateRange() {
-    if (world.hasLostServer.exchange(false) || OnceIn(20'000)) {
-        ++world.counts.refusedRanges;
+    if (world_.hasLostServer.exchange(false) || OnceIn(20'000)) {
+        ++world_.counts.refusedRanges;
         return false;
     }
     return true;
 }
 
 int Channel::Recognize(const IMG& image, RPLATE* plates) {
-    hasWrongSize = hasWrongSize || image.width != size.width || image.height != size.height;
-    const int count = road.Read(image, plates);
-    if (!road.IsOpen() || !OnceIn(1000)) {
+    hasWrongSize_ = hasWrongSize_ || image.width != size_.width || image.height != size_.height;
+    const int count = road_.Read(image, plates);
+    if (!road_.IsOpen() || !OnceIn(1000)) {
         return count;
     }
     switch (Below(5)) {

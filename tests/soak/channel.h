@@ -58,7 +58,7 @@ class Channel {
 
     template <class Interface>
     Interface* Query(const char* name);
-    std::uint32_t Below(std::uint32_t limit) { return static_cast<std::uint32_t>(random() % limit); }
+    std::uint32_t Below(std::uint32_t limit) { return static_cast<std::uint32_t>(random_() % limit); }
     bool OnceIn(std::uint32_t frames) { return Below(frames) == 0; }
     void ChangeSize();
     void PlayFrame();
@@ -68,20 +68,20 @@ class Channel {
     bool SetPlateRange();
     int Recognize(const IMG& image, RPLATE* plates);
 
-    World& world;
-    std::mt19937 random;
-    Road road;
-    Size size{64, 48};
-    int framesOfSize = 0;
-    bool hasWrongSize = false;               // an image that the engine was given
-    std::uint64_t time = 1'700'000'000'000;  // milliseconds
-    std::atomic<std::uint64_t> buffersOut = 0;
-    Peer peer;
-    OKM8::Analytics::IDetector* detector;
-    OKM8::Analytics::IMediaReceiver* receiver;
-    OKM8::Analytics::IMediaReceiverSingle2* singleReceiver;
-    OKM8::IAsyncAdjuster* settings;
-    OKM8::IErrorInfoProvider* errors;
+    World& world_;
+    std::mt19937 random_;
+    Road road_;
+    Size size_{64, 48};
+    int framesOfSize_ = 0;
+    bool hasWrongSize_ = false;               // an image that the engine was given
+    std::uint64_t time_ = 1'700'000'000'000;  // milliseconds
+    std::atomic<std::uint64_t> buffersOut_ = 0;
+    Peer peer_;
+    OKM8::Analytics::IDetector* detector_;
+    OKM8::Analytics::IMediaReceiver* receiver_;
+    OKM8::Analytics::IMediaReceiverSingle2* singleReceiver_;
+    OKM8::IAsyncAdjuster* settings_;
+    OKM8::IErrorInfoProvider* errors_;
 };
 
 }  // namespace soak

@@ -166,31 +166,31 @@ void Raiser::Raise() {
 }  // namespace
 
 Peer::Peer(Counts& counts, std::uint32_t seed, std::function<void()> onRaise)
-    : objects(std::make_unique<Objects>(counts, seed, std::move(onRaise))) {}
+    : objects_(std::make_unique<Objects>(counts, seed, std::move(onRaise))) {}
 
 Peer::~Peer() = default;
 
 IDetectorEventRaiser* Peer::CreateEventRaiser(IDetector*, const char*, std::int64_t, std::int32_t) {
-    return objects->MakeRaiser();
+    return objects_->MakeRaiser();
 }
 
 void Peer::BeginFrame() {
-    currentFrame = objects.get();
+    currentFrame = objects_.get();
 }
 
 bool Peer::EndFrame() {
     currentFrame = nullptr;
-    for (const std::unique_ptr<Raiser>& raiser : objects->raisers) {
+    for (const std::unique_ptr<Raiser>& raiser : objects_->raisers) {
         if (raiser->ends != 1) {
             throw std::runtime_error("a raiser was ended " + std::to_string(raiser->ends) + " times");
         }
     }
-    if (objects->hasLostTrack) {
+    if (objects_->hasLostTrack) {
         throw std::runtime_error("an event was raised without its track");
     }
-    objects->raisers.clear();
-    objects->lists.clear();
-    return std::exchange(objects->hasRefused, false);
+    objects_->raisers.clear();
+    objects_->lists.clear();
+    return std::exchange(objects_->hasRefused, false);
 }
 
 struct Host::Objects {
@@ -228,12 +228,12 @@ struct Host::Objects {
     HostObject host;
 };
 
-Host::Host() : objects(std::make_unique<Objects>()) {}
+Host::Host() : objects_(std::make_unique<Objects>()) {}
 
 Host::~Host() = default;
 
 void* Host::Object() {
-    return static_cast<OKM8::IHost*>(&objects->host);
+    return static_cast<OKM8::IHost*>(&objects_->host);
 }
 
 }  // namespace soak

@@ -51,7 +51,7 @@ class Peer final : public OKM8::Analytics::IDetectorPeer {
     struct Objects;
 
   private:
-    std::unique_ptr<Objects> objects;
+    std::unique_ptr<Objects> objects_;
 };
 
 /// The argument of InitializeModule. Any thread.
@@ -67,7 +67,7 @@ class Host {
   private:
     struct Objects;
 
-    std::unique_ptr<Objects> objects;
+    std::unique_ptr<Objects> objects_;
 };
 
 }  // namespace soak

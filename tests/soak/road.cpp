@@ -55,9 +55,9 @@ void Road::Move(Vehicle& vehicle) {
 
 int Road::Read(const IMG& image, RPLATE* plates) {
     int count = 0;
-    for (Vehicle& vehicle : vehicles) {
+    for (Vehicle& vehicle : vehicles_) {
         if (!vehicle.isThere) {
-            if (isOpen && Below(250) == 0) {
+            if (isOpen_ && Below(250) == 0) {
                 Enter(vehicle);
             }
             continue;
@@ -77,8 +77,8 @@ int Road::Read(const IMG& image, RPLATE* plates) {
 }
 
 void Road::Close() {
-    isOpen = false;
-    for (Vehicle& vehicle : vehicles) {
+    isOpen_ = false;
+    for (Vehicle& vehicle : vehicles_) {
         vehicle.isThere = false;
     }
 }

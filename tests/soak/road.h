@@ -13,15 +13,15 @@ namespace soak {
 /// One thread at a time.
 class Road {
   public:
-    explicit Road(std::uint32_t seed) : random(seed) {}
+    explicit Road(std::uint32_t seed) : random_(seed) {}
 
     /// Moves everything on by a frame, writes what is read of it and returns the number of plates.
     int Read(const IMG& image, RPLATE* plates);
 
     /// Removes all vehicles. None comes while the road is closed.
     void Close();
-    void Open() { isOpen = true; }
-    bool IsOpen() const { return isOpen; }
+    void Open() { isOpen_ = true; }
+    bool IsOpen() const { return isOpen_; }
 
   private:
     struct Vehicle {
@@ -35,14 +35,14 @@ class Road {
     };
 
     bool Chance(unsigned percent) { return Below(100) < percent; }
-    std::uint32_t Below(std::uint32_t limit) { return static_cast<std::uint32_t>(random() % limit); }
+    std::uint32_t Below(std::uint32_t limit) { return static_cast<std::uint32_t>(random_() % limit); }
     char Character();
     void Enter(Vehicle& vehicle);
     static void Move(Vehicle& vehicle);
 
-    std::mt19937 random;
-    bool isOpen = true;
-    std::array<Vehicle, engineRecordCount> vehicles;
+    std::mt19937 random_;
+    bool isOpen_ = true;
+    std::array<Vehicle, engineRecordCount> vehicles_;
 };
 
 }  // namespace soak

@@ -31,73 +31,72 @@ class Crew {
     Crew& operator=(const Crew&) = delete;
 
     void Add(std::function<void()> work) {
-        threads.emplace_back([this, work = std::move(work)] {
+        threads_.emplace_back([this, work = std::move(work)] {
             try {
                 work();
             } catch (...) {
-                const std::lock_guard lock(mutex);
-                failure = failure ? failure : std::current_exception();
+                const std::lock_guard lock(mutex_);
+                failure_ = failure_ ? failure_ : std::current_exception();
             }
         });
     }
 
     void WaitUntilDone() {
         Join();
-        if (failure) {
-            std::rethrow_exception(failure);
+        if (failure_) {
+            std::rethrow_exception(failure_);
         }
     }
 
   private:
     void Join() {
-        for (std::thread& thread : threads) {
+        for (std::thread& thread : threads_) {
             thread.join();
         }
-        threads.clear();
+        threads_.clear();
     }
 
-    std::mutex mutex;
-    std::exception_ptr failure;  // guarded by mutex while threads run
-    std::vector<std::thread> threads;
+    std::mutex mutex_;
+    std::exception_ptr failure_;  // guarded by mutex while threads run
+    std::vector<std::thread> threads_;
 };
 
 }  // namespace
 
-Session::Session(World& newWorld, const plugin_test::TestFolder& folder, std::uint32_t seed, int cameras,
-                 bool isVerbose)
-    : world(newWorld), random(seed), plugin(servers::OwnFolder() / VEXLANE_SOAK_ENGINE) {
+Session::Session(World& world, const plugin_test::TestFolder& folder, std::uint32_t seed, int cameras, bool isVerbose)
+    : world_(world), random_(seed), plugin_(servers::OwnFolder() / VEXLANE_SOAK_ENGINE) {
     CountKeptHandles();
-    auto* const setEngineCalls = reinterpret_cast<SetEngineCallsFunction*>(plugin.EngineFunction(setEngineCallsName));
+    auto* const setEngineCalls = reinterpret_cast<SetEngineCallsFunction*>(plugin_.EngineFunction(setEngineCallsName));
     Check(setEngineCalls != nullptr, "another engine than the soak's was loaded");
     setEngineCalls(&engineCalls);
     if (isVerbose) {
-        debugLines.emplace();
+        debugLines_.emplace();
     }
     folder.SetDebugLevel(isVerbose ? "1" : "0");
-    Check(plugin.InitializeModule(host.Object()) == 0, "the library cannot be initialised");
-    module = plugin.GetModule();
+    Check(plugin_.InitializeModule(host_.Object()) == 0, "the library cannot be initialised");
+    module_ = plugin_.GetModule();
     for (int count = 0; count < cameras; ++count) {
-        channels.push_back(MakeChannel());
+        channels_.push_back(MakeChannel());
     }
-    ownChannel = MakeChannel();
+    ownChannel_ = MakeChannel();
 }
 
 Session::~Session() {
-    channels.clear();
-    ownChannel.reset();
-    if (module != nullptr) {
-        plugin.FinalizeModule();
+    channels_.clear();
+    ownChannel_.reset();
+    if (module_ != nullptr) {
+        plugin_.FinalizeModule();
     }
 }
 
 std::unique_ptr<Channel> Session::MakeChannel() {
-    return std::make_unique<Channel>(*module, world, static_cast<std::uint32_t>(random()));
+    return std::make_unique<Channel>(*module_, world_, static_cast<std::uint32_t>(random_()));
 }
 
 void Session::PlayRound(int frames, int visits) {
     {
         Crew crew;
-        for (const std::unique_ptr<Channel>& channel : channels) {
+        for (const std::unique_ptr<Channel>& channel : channels_) {
             crew.Add([&channel, frames] { channel->Play(frames); });
         }
         for (int visit = 0; visit < visits; ++visit) {
@@ -107,10 +106,10 @@ void Session::PlayRound(int frames, int visits) {
         }
         crew.WaitUntilDone();
     }
-    for (const std::unique_ptr<Channel>& channel : channels) {
+    for (const std::unique_ptr<Channel>& channel : channels_) {
         channel->PlayNight();
     }
-    ownChannel->PlayNight();
+    ownChannel_->PlayNight();
     BringServerBack();
     CheckRest();
 }
@@ -137,7 +136,7 @@ void Session::KillServer() {
         Check(server > 1, "no process of ours");
         servers::Kill(server);
         Check(ComesTrue([server] { return servers::IsGone(server); }), "a server that was killed runs on");
-        ++world.counts.kills;
+        ++world_.counts.kills;
     }
     BringServerBack();
 }
@@ -148,8 +147,8 @@ void Session::BringServerBack() {
         if (!servers::Running().empty()) {
             return true;
         }
-        world.hasLostServer = true;
-        ownChannel->Play(1);
+        world_.hasLostServer = true;
+        ownChannel_->Play(1);
         return false;
     });
     Check(isBack, "no server was started after a refused range");
@@ -157,28 +156,28 @@ void Session::BringServerBack() {
 
 void Session::ChangeSettings() {
     for (int change = 0; change < 20; ++change) {
-        channels[Below(static_cast<std::uint32_t>(channels.size()))]->ChangeSetting(random);
+        channels_[Below(static_cast<std::uint32_t>(channels_.size()))]->ChangeSetting(random_);
     }
-    ownChannel->Play(static_cast<int>(Below(50)));
+    ownChannel_->Play(static_cast<int>(Below(50)));
 }
 
 void Session::CheckRest() {
-    Check(world.counts.buffersReleased == world.counts.buffersMade, "buffers were not released");
+    Check(world_.counts.buffersReleased == world_.counts.buffersMade, "buffers were not released");
     Check(servers::Running().size() == 1, "several servers run");
     Check(servers::Zombies() == 0, "servers that ended were not waited for");
 }
 
 void Session::End() {
-    channels.clear();
-    ownChannel.reset();
-    Check(world.counts.buffersReleased == world.counts.buffersMade, "buffers were not released");
+    channels_.clear();
+    ownChannel_.reset();
+    Check(world_.counts.buffersReleased == world_.counts.buffersMade, "buffers were not released");
     Check(servers::Running().empty(), "a server runs on after the last detector");
-    plugin.FinalizeModule();
-    module = nullptr;
-    plugin.Unload();
+    plugin_.FinalizeModule();
+    module_ = nullptr;
+    plugin_.Unload();
     Check(!plugin_test::IsLoaded(plugin_test::LibraryFile()), "the library is still loaded");
-    if (debugLines) {
-        Check(debugLines->Text().find("CreatedProcess(plate-Server.exe) - ok") != std::string::npos,
+    if (debugLines_) {
+        Check(debugLines_->Text().find("CreatedProcess(plate-Server.exe) - ok") != std::string::npos,
               "the library has traced no start of a server");
     }
 }

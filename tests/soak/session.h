@@ -37,7 +37,7 @@ class Session {
     void End();
 
   private:
-    std::uint32_t Below(std::uint32_t limit) { return static_cast<std::uint32_t>(random() % limit); }
+    std::uint32_t Below(std::uint32_t limit) { return static_cast<std::uint32_t>(random_() % limit); }
     std::unique_ptr<Channel> MakeChannel();
     void Visit();
     void KillServer();
@@ -45,14 +45,14 @@ class Session {
     void ChangeSettings();
     void CheckRest();
 
-    World& world;
-    std::mt19937 random;
-    std::optional<plugin_test::DebugLines> debugLines;
-    Host host;
-    plugin_test::Plugin plugin;
-    OKM8::Analytics::IModule* module = nullptr;
-    std::vector<std::unique_ptr<Channel>> channels;  // each played on a thread of its own
-    std::unique_ptr<Channel> ownChannel;             // played on the owner thread
+    World& world_;
+    std::mt19937 random_;
+    std::optional<plugin_test::DebugLines> debugLines_;
+    Host host_;
+    plugin_test::Plugin plugin_;
+    OKM8::Analytics::IModule* module_ = nullptr;
+    std::vector<std::unique_ptr<Channel>> channels_;  // each played on a thread of its own
+    std::unique_ptr<Channel> ownChannel_;             // played on the owner thread
 };
 
 }  // namespace soak

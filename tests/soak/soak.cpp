@@ -48,9 +48,9 @@ double Mebibytes(std::uint64_t bytes) {
 
 class Player {
   public:
-    Player(const Options& newOptions, std::ostream& newLines) : options(newOptions), lines(newLines) {
+    Player(const Options& options, std::ostream& lines) : options_(options), lines_(lines) {
         test_support::KeepNoFreeMemory();
-        samples.reserve(static_cast<std::size_t>(std::max(options.rounds, samplesWanted + 1)));
+        samples_.reserve(static_cast<std::size_t>(std::max(options_.rounds, samplesWanted + 1)));
     }
 
     Outcome Play() {
@@ -62,10 +62,10 @@ class Player {
 
   private:
     bool IsOver() const {
-        return options.minutes > 0 ? Elapsed() >= std::chrono::minutes(options.minutes)
-                                   : samples.size() >= static_cast<std::size_t>(options.rounds);
+        return options_.minutes > 0 ? Elapsed() >= std::chrono::minutes(options_.minutes)
+                                    : samples_.size() >= static_cast<std::size_t>(options_.rounds);
     }
-    Clock::duration Elapsed() const { return Clock::now() - start; }
+    Clock::duration Elapsed() const { return Clock::now() - start_; }
 
     void PlaySession(std::uint32_t seed, bool isVerbose) {
         const std::uint64_t handlesBefore = OtherHandles();
@@ -82,13 +82,13 @@ class Player {
     static std::uint64_t OtherHandles() { return test_support::CountOpen().all - KeptHandles(); }
 
     void LoadAndPlay(std::uint32_t seed, bool isVerbose) {
-        Session session(world, folder, seed, options.effort.cameras, isVerbose);
+        Session session(world_, folder_, seed, options_.effort.cameras, isVerbose);
         if (isVerbose) {
-            session.PlayRound(options.effort.frames / framesOverVerboseFrames, options.effort.visits);
+            session.PlayRound(options_.effort.frames / framesOverVerboseFrames, options_.effort.visits);
         } else {
-            for (int round = 0; round < options.roundsOfASession && !IsOver(); ++round) {
-                session.PlayRound(options.effort.frames, options.effort.visits);
-                options.afterRound();
+            for (int round = 0; round < options_.roundsOfASession && !IsOver(); ++round) {
+                session.PlayRound(options_.effort.frames, options_.effort.visits);
+                options_.afterRound();
                 Look();
             }
         }
@@ -98,19 +98,19 @@ class Player {
     // Takes a sample when it is time for one, and writes a line when a minute has passed.
     void Look() {
         const Clock::duration elapsed = Elapsed();
-        if (elapsed < nextSample) {
+        if (elapsed < nextSample_) {
             return;
         }
-        samples.push_back(TakeSample());
-        nextSample = elapsed + std::chrono::minutes(options.minutes) / samplesWanted;
-        if (elapsed >= nextLine) {
-            WriteLine(samples.back());
-            nextLine += std::chrono::minutes(1);
+        samples_.push_back(TakeSample());
+        nextSample_ = elapsed + std::chrono::minutes(options_.minutes) / samplesWanted;
+        if (elapsed >= nextLine_) {
+            WriteLine(samples_.back());
+            nextLine_ += std::chrono::minutes(1);
         }
     }
 
     void WriteLine(const Sample& sample) const {
-        const Counts& counts = world.counts;
+        const Counts& counts = world_.counts;
         const Json line = {{"seconds", std::chrono::duration_cast<std::chrono::seconds>(Elapsed()).count()},
                            {"camera_days", static_cast<double>(counts.frames) / framesOfADay},
                            {"frames", counts.frames.load()},
@@ -125,39 +125,39 @@ class Player {
                            {"kept_handles", sample.keptHandles},
                            {"threads", sample.threads},
                            {"files", sample.files}};
-        lines << line.dump() << std::endl;
+        lines_ << line.dump() << std::endl;
     }
 
     Outcome Judge() const {
-        if (samples.size() < fewestSamples) {
-            throw std::runtime_error(std::to_string(samples.size()) + " samples are too few; play for longer");
+        if (samples_.size() < fewestSamples) {
+            throw std::runtime_error(std::to_string(samples_.size()) + " samples are too few; play for longer");
         }
-        if (world.counts.events == 0) {
+        if (world_.counts.events == 0) {
             throw std::runtime_error("no event was raised");
         }
-        if (world.counts.kills == 0 && options.effort.visits > 0) {
+        if (world_.counts.kills == 0 && options_.effort.visits > 0) {
             throw std::runtime_error("no server was killed");
         }
-        WriteLine(samples.back());
-        const Outcome outcome = {GrowthOf(samples)};
-        Json line = {{"samples", samples.size()}};
+        WriteLine(samples_.back());
+        const Outcome outcome = {GrowthOf(samples_)};
+        Json line = {{"samples", samples_.size()}};
         for (const Growth& growth : outcome.growth) {
             line["growth"][growth.what] = {{"value", growth.value}, {"bound", growth.bound}};
         }
         line["passed"] = outcome.HasPassed();
-        lines << line.dump() << std::endl;
+        lines_ << line.dump() << std::endl;
         return outcome;
     }
 
-    const Options options;
-    std::ostream& lines;
-    const plugin_test::TestFolder folder;
-    const ServerProgram server;
-    World world;
-    const Clock::time_point start = Clock::now();
-    Clock::duration nextSample{0};
-    Clock::duration nextLine = std::chrono::minutes(1);
-    std::vector<Sample> samples;
+    const Options options_;
+    std::ostream& lines_;
+    const plugin_test::TestFolder folder_;
+    const ServerProgram server_;
+    World world_;
+    const Clock::time_point start_ = Clock::now();
+    Clock::duration nextSample_{0};
+    Clock::duration nextLine_ = std::chrono::minutes(1);
+    std::vector<Sample> samples_;
 };
 
 }  // namespace

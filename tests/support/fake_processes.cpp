@@ -49,32 +49,32 @@ class Operation {
   public:
     Operation() = default;
     ~Operation() {
-        if (tell) {
-            tell(line);
+        if (tell_) {
+            tell_(line_);
         }
-        if (error != 0) {
-            platform::SetLastError(error);
+        if (error_ != 0) {
+            platform::SetLastError(error_);
         }
     }
     Operation(const Operation&) = delete;
     Operation& operator=(const Operation&) = delete;
 
     void Note(State& state, std::string journalLine) {
-        line = std::move(journalLine);
-        state.journal.push_back(line);
-        tell = state.onOperation;
+        line_ = std::move(journalLine);
+        state.journal.push_back(line_);
+        tell_ = state.onOperation;
     }
 
     bool Fails(std::uint32_t withError) {
-        error = withError;
-        return error != 0;
+        error_ = withError;
+        return error_ != 0;
     }
 
   private:
-    allocation_count::WithoutFailure own;
-    std::uint32_t error = 0;
-    std::string line;
-    std::function<void(const std::string&)> tell;
+    allocation_count::WithoutFailure own_;
+    std::uint32_t error_ = 0;
+    std::string line_;
+    std::function<void(const std::string&)> tell_;
 };
 
 bool Erase(State& state, std::uint32_t processId) {

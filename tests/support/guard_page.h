@@ -19,16 +19,16 @@ class GuardedBytes {
     /// From now on whoever writes to the bytes faults.
     void MakeReadOnly();
 
-    std::uint8_t* data() { return bytes; }
-    const std::uint8_t* data() const { return bytes; }
-    std::size_t size() const { return count; }
-    std::vector<std::uint8_t> Copy() const { return {bytes, bytes + count}; }
+    std::uint8_t* data() { return bytes_; }
+    const std::uint8_t* data() const { return bytes_; }
+    std::size_t size() const { return count_; }
+    std::vector<std::uint8_t> Copy() const { return {bytes_, bytes_ + count_}; }
 
   private:
-    void* mapping;
-    std::size_t mappedSize;
-    std::uint8_t* bytes;
-    std::size_t count;
+    void* mapping_;
+    std::size_t mappedSize_;
+    std::uint8_t* bytes_;
+    std::size_t count_;
 };
 
 }  // namespace test_support

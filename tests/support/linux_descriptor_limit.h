@@ -10,11 +10,11 @@ namespace test_support {
 class DescriptorLimit {
   public:
     explicit DescriptorLimit(int limit) {
-        ::getrlimit(RLIMIT_NOFILE, &former);
-        const rlimit lower = {static_cast<rlim_t>(limit), former.rlim_max};
+        ::getrlimit(RLIMIT_NOFILE, &former_);
+        const rlimit lower = {static_cast<rlim_t>(limit), former_.rlim_max};
         ::setrlimit(RLIMIT_NOFILE, &lower);
     }
-    ~DescriptorLimit() { ::setrlimit(RLIMIT_NOFILE, &former); }
+    ~DescriptorLimit() { ::setrlimit(RLIMIT_NOFILE, &former_); }
     DescriptorLimit(const DescriptorLimit&) = delete;
     DescriptorLimit& operator=(const DescriptorLimit&) = delete;
 
@@ -26,7 +26,7 @@ class DescriptorLimit {
     }
 
   private:
-    rlimit former = {};
+    rlimit former_ = {};
 };
 
 }  // namespace test_support

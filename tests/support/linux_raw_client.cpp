@@ -36,19 +36,19 @@ bool IsReadable(int socket) {
 
 }  // namespace
 
-RawClient::RawClient(const std::string& name) : connection(::socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0)) {
+RawClient::RawClient(const std::string& name) : connection_(::socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0)) {
     const bool isConnected = transport::VisitFolders([&](int folder) {
         const auto address = transport::SocketAddress::Of(folder, name);
-        return address && ::connect(Descriptor(connection), address->Get(), address->Size()) == 0;
+        return address && ::connect(Descriptor(connection_), address->Get(), address->Size()) == 0;
     });
     if (!isConnected) {
-        ::close(Descriptor(connection));
+        ::close(Descriptor(connection_));
         throw std::runtime_error("nobody listens under " + name);
     }
 }
 
 RawClient::~RawClient() {
-    ::close(Descriptor(connection));
+    ::close(Descriptor(connection_));
 }
 
 bool RawClient::Send(std::span<const std::uint8_t> message, const std::vector<Piece>& pieces) {
@@ -68,13 +68,13 @@ bool RawClient::Send(std::span<const std::uint8_t> message, const std::vector<Pi
         header.msg_control = control.data();
         header.msg_controllen = control.size();
     }
-    return ::sendmsg(Descriptor(connection), &header, MSG_NOSIGNAL) >= 0;
+    return ::sendmsg(Descriptor(connection_), &header, MSG_NOSIGNAL) >= 0;
 }
 
 std::vector<std::uint8_t> RawClient::Receive() {
     std::vector<std::uint8_t> message(4096);
     const ssize_t size =
-        IsReadable(Descriptor(connection)) ? ::recv(Descriptor(connection), message.data(), message.size(), 0) : 0;
+        IsReadable(Descriptor(connection_)) ? ::recv(Descriptor(connection_), message.data(), message.size(), 0) : 0;
     message.resize(static_cast<std::size_t>(std::max<ssize_t>(size, 0)));
     return message;
 }
@@ -82,8 +82,8 @@ std::vector<std::uint8_t> RawClient::Receive() {
 bool RawClient::IsDropped() {
     // What it still has to say comes first.
     std::uint8_t bytes[4096];
-    while (IsReadable(Descriptor(connection))) {
-        if (::recv(Descriptor(connection), bytes, sizeof bytes, 0) <= 0) {
+    while (IsReadable(Descriptor(connection_))) {
+        if (::recv(Descriptor(connection_), bytes, sizeof bytes, 0) <= 0) {
             return true;
         }
     }
@@ -91,8 +91,8 @@ bool RawClient::IsDropped() {
 }
 
 OwnPiece::~OwnPiece() {
-    if (piece >= 0) {
-        ::close(Descriptor(piece));
+    if (piece_ >= 0) {
+        ::close(Descriptor(piece_));
     }
 }
 

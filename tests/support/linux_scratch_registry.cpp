@@ -25,26 +25,26 @@ struct ScratchRegistry::Place {
     fs::path root;
 };
 
-ScratchRegistry::ScratchRegistry() : place(new Place) {
+ScratchRegistry::ScratchRegistry() : place_(new Place) {
     char name[] = "/tmp/vexlane-registry-XXXXXX";
-    place->root = mkdtemp(name);
-    setenv("VEXLANE_REGISTRY", place->root.c_str(), 1);
+    place_->root = mkdtemp(name);
+    setenv("VEXLANE_REGISTRY", place_->root.c_str(), 1);
 }
 
 ScratchRegistry::~ScratchRegistry() {
     unsetenv("VEXLANE_REGISTRY");
-    fs::remove_all(place->root);
-    delete place;
+    fs::remove_all(place_->root);
+    delete place_;
 }
 
 void ScratchRegistry::MakeKey(Hive hive, const std::string& path) {
-    fs::create_directories(place->Key(hive, path));
+    fs::create_directories(place_->Key(hive, path));
 }
 
 void ScratchRegistry::StoreBytes(Hive hive, const std::string& path, const std::string& name,
                                  const std::string& bytes) {
     MakeKey(hive, path);
-    std::ofstream(place->Key(hive, path) / name, std::ios::binary) << bytes;
+    std::ofstream(place_->Key(hive, path) / name, std::ios::binary) << bytes;
 }
 
 void ScratchRegistry::StoreText(Hive hive, const std::string& path, const std::string& name, const std::string& text) {
@@ -59,15 +59,15 @@ void ScratchRegistry::StoreNumber(Hive hive, const std::string& path, const std:
 
 // A file in the hive's place.
 void ScratchRegistry::Block(Hive hive) {
-    std::ofstream(place->Hive(hive)) << "no folder";
+    std::ofstream(place_->Hive(hive)) << "no folder";
 }
 
 bool ScratchRegistry::HasKey(Hive hive, const std::string& path) const {
-    return fs::is_directory(place->Key(hive, path));
+    return fs::is_directory(place_->Key(hive, path));
 }
 
 bool ScratchRegistry::IsEmpty(Hive hive, const std::string& path) const {
-    const fs::path key = place->Key(hive, path);
+    const fs::path key = place_->Key(hive, path);
     return !fs::is_directory(key) || fs::is_empty(key);
 }
 

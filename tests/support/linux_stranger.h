@@ -37,8 +37,8 @@ class Stranger {
         if (::pipe2(report.data(), O_CLOEXEC) != 0 || ::pipe2(end.data(), O_CLOEXEC) != 0) {
             throw std::runtime_error("no pipe");
         }
-        process = ::fork();
-        if (process == 0) {
+        process_ = ::fork();
+        if (process_ == 0) {
             ::close(end[1]);
             char byte = 0;
             const bool isDone = ::setgroups(0, nullptr) == 0 && ::setresgid(user, user, user) == 0 &&
@@ -47,7 +47,7 @@ class Stranger {
         }
         ::close(report[1]);
         ::close(end[0]);
-        untilEnd = end[1];
+        untilEnd_ = end[1];
         char byte = 0;
         const bool isReady = ::read(report[0], &byte, 1) == 1;
         ::close(report[0]);
@@ -62,18 +62,18 @@ class Stranger {
 
     /// Whether all was well.
     bool End() {
-        if (untilEnd >= 0) {
-            ::close(untilEnd);
-            untilEnd = -1;
-            ::waitpid(process, &status, 0);
+        if (untilEnd_ >= 0) {
+            ::close(untilEnd_);
+            untilEnd_ = -1;
+            ::waitpid(process_, &status_, 0);
         }
-        return status == 0;
+        return status_ == 0;
     }
 
   private:
-    pid_t process = 0;
-    int untilEnd = -1;
-    int status = -1;
+    pid_t process_ = 0;
+    int untilEnd_ = -1;
+    int status_ = -1;
 };
 
 /// Takes the name of the user's folder in a temporary folder that is everybody's, and in it the socket and the lock of
@@ -81,15 +81,15 @@ class Stranger {
 class NameTaker {
   public:
     NameTaker(const std::filesystem::path& temporary, const std::string& serverName, Obstacle kind)
-        : folder(::open(temporary.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC)),
-          name(serverName),
-          obstacle(kind),
-          stranger([this] { return Take(); }, [this] { return HasMetNobody(); }) {}
-    ~NameTaker() { ::close(folder); }
+        : folder_(::open(temporary.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC)),
+          name_(serverName),
+          obstacle_(kind),
+          stranger_([this] { return Take(); }, [this] { return HasMetNobody(); }) {}
+    ~NameTaker() { ::close(folder_); }
     NameTaker(const NameTaker&) = delete;
     NameTaker& operator=(const NameTaker&) = delete;
 
-    bool End() { return stranger.End(); }
+    bool End() { return stranger_.End(); }
 
   private:
     static int Listen(const std::string& path, bool isFile) {
@@ -107,35 +107,35 @@ class NameTaker {
     bool Take() {
         ::umask(0);
         const std::string own = "vexlane-0";
-        const std::string path = "/proc/self/fd/" + std::to_string(folder) + '/' + own;
-        abstractSocket = Listen(name, false);
-        switch (obstacle) {
+        const std::string path = "/proc/self/fd/" + std::to_string(folder_) + '/' + own;
+        abstractSocket_ = Listen(name_, false);
+        switch (obstacle_) {
             case Obstacle::File:
-                return ::openat(folder, own.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, 0777) >= 0;
+                return ::openat(folder_, own.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, 0777) >= 0;
             case Obstacle::LinkToTheUsersOwn:
-                return ::symlinkat("../own", folder, own.c_str()) == 0;
+                return ::symlinkat("../own", folder_, own.c_str()) == 0;
             case Obstacle::Socket:
-                fileSocket = Listen(path, true);
-                return fileSocket >= 0;
+                fileSocket_ = Listen(path, true);
+                return fileSocket_ >= 0;
             case Obstacle::Folder:
                 break;
         }
-        const bool isMade = ::mkdirat(folder, own.c_str(), 0777) == 0;
-        const int lock = ::open((path + "/." + name).c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0666);
-        fileSocket = Listen(path + '/' + name, true);
-        return isMade && ::flock(lock, LOCK_EX | LOCK_NB) == 0 && fileSocket >= 0;
+        const bool isMade = ::mkdirat(folder_, own.c_str(), 0777) == 0;
+        const int lock = ::open((path + "/." + name_).c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0666);
+        fileSocket_ = Listen(path + '/' + name_, true);
+        return isMade && ::flock(lock, LOCK_EX | LOCK_NB) == 0 && fileSocket_ >= 0;
     }
 
     bool HasMetNobody() const {
-        return ::accept(fileSocket, nullptr, nullptr) < 0 && ::accept(abstractSocket, nullptr, nullptr) < 0;
+        return ::accept(fileSocket_, nullptr, nullptr) < 0 && ::accept(abstractSocket_, nullptr, nullptr) < 0;
     }
 
-    const int folder;
-    const std::string name;
-    const Obstacle obstacle;
-    int fileSocket = -1;
-    int abstractSocket = -1;
-    Stranger stranger;
+    const int folder_;
+    const std::string name_;
+    const Obstacle obstacle_;
+    int fileSocket_ = -1;
+    int abstractSocket_ = -1;
+    Stranger stranger_;
 };
 
 }  // namespace test_support

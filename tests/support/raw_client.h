@@ -31,20 +31,20 @@ class RawClient {
     bool IsDropped();
 
   private:
-    Piece connection = -1;
+    Piece connection_ = -1;
 };
 
 /// A piece, closed at its end.
 class OwnPiece {
   public:
-    explicit OwnPiece(Piece opened) : piece(opened) {}
-    OwnPiece(OwnPiece&& other) noexcept : piece(std::exchange(other.piece, -1)) {}
+    explicit OwnPiece(Piece opened) : piece_(opened) {}
+    OwnPiece(OwnPiece&& other) noexcept : piece_(std::exchange(other.piece_, -1)) {}
     OwnPiece& operator=(OwnPiece&&) = delete;
     ~OwnPiece();
-    operator Piece() const { return piece; }
+    operator Piece() const { return piece_; }
 
   private:
-    Piece piece;
+    Piece piece_;
 };
 
 /// Memory as it may be handed over, which is told to have that size.

@@ -17,29 +17,29 @@ class RecordingDebugOutput final : public platform::DebugOutputSink {
         std::wstring wide;   ///< empty for a narrow line
     };
 
-    RecordingDebugOutput() : before(platform::ExchangeDebugOutputSink(this)) {}
-    ~RecordingDebugOutput() override { platform::ExchangeDebugOutputSink(before); }
+    RecordingDebugOutput() : before_(platform::ExchangeDebugOutputSink(this)) {}
+    ~RecordingDebugOutput() override { platform::ExchangeDebugOutputSink(before_); }
 
     void Write(const char* text) override {
         const allocation_count::WithoutFailure own;
-        const std::lock_guard lock(mutex);
-        lines.push_back({false, text, {}});
+        const std::lock_guard lock(mutex_);
+        lines_.push_back({false, text, {}});
     }
 
     void Write(const wchar_t* text) override {
         const allocation_count::WithoutFailure own;
-        const std::lock_guard lock(mutex);
+        const std::lock_guard lock(mutex_);
         const std::wstring wide(text);
         std::string narrow;
         for (const wchar_t character : wide) {
             narrow.push_back(static_cast<char>(character));
         }
-        lines.push_back({true, narrow, wide});
+        lines_.push_back({true, narrow, wide});
     }
 
     std::vector<Line> Lines() const {
-        const std::lock_guard lock(mutex);
-        return lines;
+        const std::lock_guard lock(mutex_);
+        return lines_;
     }
 
     std::vector<std::string> Texts() const {
@@ -51,12 +51,12 @@ class RecordingDebugOutput final : public platform::DebugOutputSink {
     }
 
     void Clear() {
-        const std::lock_guard lock(mutex);
-        lines.clear();
+        const std::lock_guard lock(mutex_);
+        lines_.clear();
     }
 
   private:
-    platform::DebugOutputSink* before;
-    mutable std::mutex mutex;
-    std::vector<Line> lines;  // guarded by mutex
+    platform::DebugOutputSink* before_;
+    mutable std::mutex mutex_;
+    std::vector<Line> lines_;  // guarded by mutex
 };

@@ -307,22 +307,22 @@ struct RecordingHost::Objects {
     std::vector<std::unique_ptr<Raiser>> raisers;
 };
 
-RecordingHost::RecordingHost() : objects(std::make_unique<Objects>(*this)) {}
+RecordingHost::RecordingHost() : objects_(std::make_unique<Objects>(*this)) {}
 RecordingHost::~RecordingHost() = default;
 
 void* RecordingHost::Object() {
-    return static_cast<IHost*>(&objects->hostObject);
+    return static_cast<IHost*>(&objects_->hostObject);
 }
 
 IContract* RecordingHost::Peer() {
-    return static_cast<IDetectorPeer*>(&objects->peer);
+    return static_cast<IDetectorPeer*>(&objects_->peer);
 }
 
 std::vector<RecordedEvent> RecordingHost::Events() const {
     std::vector<const Raiser*> raisers;
     {
-        const std::lock_guard lock(objects->mutex);
-        for (const auto& raiser : objects->raisers) {
+        const std::lock_guard lock(objects_->mutex);
+        for (const auto& raiser : objects_->raisers) {
             raisers.push_back(raiser.get());
         }
     }
@@ -334,13 +334,13 @@ std::vector<RecordedEvent> RecordingHost::Events() const {
 }
 
 std::vector<std::string> RecordingHost::Log() const {
-    const std::lock_guard lock(objects->logger.mutex);
-    return objects->logger.lines;
+    const std::lock_guard lock(objects_->logger.mutex);
+    return objects_->logger.lines;
 }
 
 std::vector<std::string> RecordingHost::AskedInterfaces() const {
-    const std::lock_guard lock(objects->mutex);
-    return objects->asked;
+    const std::lock_guard lock(objects_->mutex);
+    return objects_->asked;
 }
 
 namespace {

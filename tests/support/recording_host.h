@@ -98,7 +98,7 @@ class RecordingHost {
     struct Objects;
 
   private:
-    std::unique_ptr<Objects> objects;
+    std::unique_ptr<Objects> objects_;
 };
 
 /// Counts buffers; must outlive them.

@@ -19,13 +19,13 @@ class RuntimeFolder {
   public:
     RuntimeFolder() {
         std::random_device random;
-        folder = std::filesystem::temp_directory_path() /
-                 ("vexlane-test-" + std::to_string(random()) + "-" + std::to_string(random()));
+        folder_ = std::filesystem::temp_directory_path() /
+                  ("vexlane-test-" + std::to_string(random()) + "-" + std::to_string(random()));
         Set("XDG_RUNTIME_DIR", "run");
         Set("TMPDIR", "tmp");
     }
     ~RuntimeFolder() {
-        for (const auto& [name, value] : former) {
+        for (const auto& [name, value] : former_) {
             if (value) {
                 SetEnvironment(name, *value);
             } else {
@@ -33,24 +33,24 @@ class RuntimeFolder {
             }
         }
         std::error_code ignored;
-        std::filesystem::remove_all(folder, ignored);
+        std::filesystem::remove_all(folder_, ignored);
     }
     RuntimeFolder(const RuntimeFolder&) = delete;
     RuntimeFolder& operator=(const RuntimeFolder&) = delete;
 
-    const std::filesystem::path& Path() const { return folder; }
+    const std::filesystem::path& Path() const { return folder_; }
 
   private:
     void Set(const char* name, const char* place) {
         const char* const value = std::getenv(name);
-        former.emplace_back(name, value == nullptr ? std::nullopt : std::optional<std::string>(value));
-        std::filesystem::create_directories(folder / place);
-        std::filesystem::permissions(folder / place, std::filesystem::perms::owner_all);
-        SetEnvironment(name, (folder / place).string());
+        former_.emplace_back(name, value == nullptr ? std::nullopt : std::optional<std::string>(value));
+        std::filesystem::create_directories(folder_ / place);
+        std::filesystem::permissions(folder_ / place, std::filesystem::perms::owner_all);
+        SetEnvironment(name, (folder_ / place).string());
     }
 
-    std::filesystem::path folder;
-    std::vector<std::pair<const char*, std::optional<std::string>>> former;
+    std::filesystem::path folder_;
+    std::vector<std::pair<const char*, std::optional<std::string>>> former_;
 };
 
 }  // namespace test_support

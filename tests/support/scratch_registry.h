@@ -37,7 +37,7 @@ class ScratchRegistry {
     struct Place;
 
   private:
-    Place* place;
+    Place* place_;
 };
 
 }  // namespace test_support

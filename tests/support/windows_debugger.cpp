@@ -119,27 +119,27 @@ DebuggedRun RunUnderDebugger(const std::string& commandLine) {
 }
 
 DebugOutputViewer::DebugOutputViewer() {
-    mapping = CreateFileMappingA(INVALID_HANDLE_VALUE, nullptr, PAGE_READWRITE, 0, viewerBufferSize, "DBWIN_BUFFER");
-    if (mapping == nullptr || GetLastError() == ERROR_ALREADY_EXISTS) {
+    mapping_ = CreateFileMappingA(INVALID_HANDLE_VALUE, nullptr, PAGE_READWRITE, 0, viewerBufferSize, "DBWIN_BUFFER");
+    if (mapping_ == nullptr || GetLastError() == ERROR_ALREADY_EXISTS) {
         return;
     }
-    bufferReady = CreateEventA(nullptr, FALSE, FALSE, "DBWIN_BUFFER_READY");
-    dataReady = CreateEventA(nullptr, FALSE, FALSE, "DBWIN_DATA_READY");
-    ending = CreateEventA(nullptr, TRUE, FALSE, nullptr);
-    buffer = static_cast<const char*>(MapViewOfFile(mapping, FILE_MAP_READ, 0, 0, 0));
-    if (buffer == nullptr) {
+    bufferReady_ = CreateEventA(nullptr, FALSE, FALSE, "DBWIN_BUFFER_READY");
+    dataReady_ = CreateEventA(nullptr, FALSE, FALSE, "DBWIN_DATA_READY");
+    ending_ = CreateEventA(nullptr, TRUE, FALSE, nullptr);
+    buffer_ = static_cast<const char*>(MapViewOfFile(mapping_, FILE_MAP_READ, 0, 0, 0));
+    if (buffer_ == nullptr) {
         throw std::runtime_error("the buffer of the debug output cannot be mapped");
     }
-    receiver = std::thread([this] { Receive(); });
+    receiver_ = std::thread([this] { Receive(); });
 }
 
 DebugOutputViewer::~DebugOutputViewer() {
-    if (receiver.joinable()) {
-        SetEvent(ending);
-        receiver.join();
-        UnmapViewOfFile(buffer);
+    if (receiver_.joinable()) {
+        SetEvent(ending_);
+        receiver_.join();
+        UnmapViewOfFile(buffer_);
     }
-    for (const HANDLE handle : {mapping, bufferReady, dataReady, ending}) {
+    for (const HANDLE handle : {mapping_, bufferReady_, dataReady_, ending_}) {
         if (handle != nullptr) {
             CloseHandle(handle);
         }
@@ -147,22 +147,22 @@ DebugOutputViewer::~DebugOutputViewer() {
 }
 
 std::vector<std::string> DebugOutputViewer::Pieces() const {
-    const std::lock_guard lock(mutex);
-    return pieces;
+    const std::lock_guard lock(mutex_);
+    return pieces_;
 }
 
 void DebugOutputViewer::Receive() {
-    SetEvent(bufferReady);
-    const std::array<HANDLE, 2> handles{dataReady, ending};
+    SetEvent(bufferReady_);
+    const std::array<HANDLE, 2> handles{dataReady_, ending_};
     while (WaitForMultipleObjects(2, handles.data(), FALSE, INFINITE) == WAIT_OBJECT_0) {
         DWORD writer = 0;
-        std::memcpy(&writer, buffer, sizeof(writer));
-        const char* const text = buffer + sizeof(writer);
+        std::memcpy(&writer, buffer_, sizeof(writer));
+        const char* const text = buffer_ + sizeof(writer);
         if (writer == GetCurrentProcessId()) {
-            const std::lock_guard lock(mutex);
-            pieces.emplace_back(text, strnlen(text, viewerBufferSize - sizeof(writer)));
+            const std::lock_guard lock(mutex_);
+            pieces_.emplace_back(text, strnlen(text, viewerBufferSize - sizeof(writer)));
         }
-        SetEvent(bufferReady);
+        SetEvent(bufferReady_);
     }
 }
 

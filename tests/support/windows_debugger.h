@@ -37,7 +37,7 @@ class DebugOutputViewer {
     DebugOutputViewer& operator=(const DebugOutputViewer&) = delete;
 
     /// False where somebody else looks already.
-    bool IsAlone() const { return buffer != nullptr; }
+    bool IsAlone() const { return buffer_ != nullptr; }
 
     /// What this process has written, each piece as it came.
     std::vector<std::string> Pieces() const;
@@ -45,14 +45,14 @@ class DebugOutputViewer {
   private:
     void Receive();
 
-    HANDLE bufferReady = nullptr;
-    HANDLE dataReady = nullptr;
-    HANDLE ending = nullptr;
-    HANDLE mapping = nullptr;
-    const char* buffer = nullptr;
-    mutable std::mutex mutex;
-    std::vector<std::string> pieces;  // guarded by mutex
-    std::thread receiver;
+    HANDLE bufferReady_ = nullptr;
+    HANDLE dataReady_ = nullptr;
+    HANDLE ending_ = nullptr;
+    HANDLE mapping_ = nullptr;
+    const char* buffer_ = nullptr;
+    mutable std::mutex mutex_;
+    std::vector<std::string> pieces_;  // guarded by mutex
+    std::thread receiver_;
 };
 
 }  // namespace test_support

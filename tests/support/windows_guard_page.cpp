@@ -15,30 +15,30 @@ namespace {
 
 }  // namespace
 
-GuardedBytes::GuardedBytes(std::size_t size, std::uint8_t fill) : count(size) {
+GuardedBytes::GuardedBytes(std::size_t size, std::uint8_t fill) : count_(size) {
     SYSTEM_INFO system = {};
     GetSystemInfo(&system);
     const std::size_t page = system.dwPageSize;
     const std::size_t usable = (size + page - 1) / page * page;
-    mappedSize = usable + page;
+    mappedSize_ = usable + page;
     // The last page stays reserved: there is no memory behind it.
-    mapping = VirtualAlloc(nullptr, mappedSize, MEM_RESERVE, PAGE_NOACCESS);
-    if (mapping == nullptr) {
+    mapping_ = VirtualAlloc(nullptr, mappedSize_, MEM_RESERVE, PAGE_NOACCESS);
+    if (mapping_ == nullptr) {
         Fail("VirtualAlloc");
     }
-    if (usable != 0 && VirtualAlloc(mapping, usable, MEM_COMMIT, PAGE_READWRITE) == nullptr) {
+    if (usable != 0 && VirtualAlloc(mapping_, usable, MEM_COMMIT, PAGE_READWRITE) == nullptr) {
         const DWORD error = GetLastError();
-        VirtualFree(mapping, 0, MEM_RELEASE);
+        VirtualFree(mapping_, 0, MEM_RELEASE);
         SetLastError(error);
         Fail("VirtualAlloc");
     }
-    bytes = static_cast<std::uint8_t*>(mapping) + usable - size;
-    std::memset(bytes, fill, size);
+    bytes_ = static_cast<std::uint8_t*>(mapping_) + usable - size;
+    std::memset(bytes_, fill, size);
 }
 
 GuardedBytes::GuardedBytes(const std::vector<std::uint8_t>& content) : GuardedBytes(content.size()) {
     if (!content.empty()) {
-        std::memcpy(bytes, content.data(), content.size());
+        std::memcpy(bytes_, content.data(), content.size());
     }
 }
 
@@ -46,14 +46,14 @@ void GuardedBytes::MakeReadOnly() {
     SYSTEM_INFO system = {};
     GetSystemInfo(&system);
     DWORD before = 0;
-    if (mappedSize > system.dwPageSize &&
-        VirtualProtect(mapping, mappedSize - system.dwPageSize, PAGE_READONLY, &before) == 0) {
+    if (mappedSize_ > system.dwPageSize &&
+        VirtualProtect(mapping_, mappedSize_ - system.dwPageSize, PAGE_READONLY, &before) == 0) {
         Fail("VirtualProtect");
     }
 }
 
 GuardedBytes::~GuardedBytes() {
-    VirtualFree(mapping, 0, MEM_RELEASE);
+    VirtualFree(mapping_, 0, MEM_RELEASE);
 }
 
 }  // namespace test_support

@@ -76,11 +76,11 @@ RawClient::RawClient(const std::string& name) {
     if (opened == INVALID_HANDLE_VALUE || SetNamedPipeHandleState(opened, &mode, nullptr, nullptr) == FALSE) {
         throw std::runtime_error("nobody listens under " + name);
     }
-    connection = reinterpret_cast<Piece>(opened);
+    connection_ = reinterpret_cast<Piece>(opened);
 }
 
 RawClient::~RawClient() {
-    CloseHandle(AsHandle(connection));
+    CloseHandle(AsHandle(connection_));
 }
 
 bool RawClient::Send(std::span<const std::uint8_t> message, const std::vector<Piece>& pieces) {
@@ -96,8 +96,8 @@ bool RawClient::Send(std::span<const std::uint8_t> message, const std::vector<Pi
     operation.hEvent = CreateEventW(nullptr, TRUE, FALSE, nullptr);
     DWORD written = 0;
     const BOOL started =
-        WriteFile(AsHandle(connection), bytes.data(), static_cast<DWORD>(bytes.size()), nullptr, &operation);
-    const bool isSent = Finish(AsHandle(connection), started, operation, written);
+        WriteFile(AsHandle(connection_), bytes.data(), static_cast<DWORD>(bytes.size()), nullptr, &operation);
+    const bool isSent = Finish(AsHandle(connection_), started, operation, written);
     CloseHandle(operation.hEvent);
     return isSent;
 }
@@ -108,8 +108,8 @@ std::vector<std::uint8_t> RawClient::Receive() {
     operation.hEvent = CreateEventW(nullptr, TRUE, FALSE, nullptr);
     DWORD read = 0;
     const BOOL started =
-        ReadFile(AsHandle(connection), message.data(), static_cast<DWORD>(message.size()), nullptr, &operation);
-    const bool isRead = Finish(AsHandle(connection), started, operation, read);
+        ReadFile(AsHandle(connection_), message.data(), static_cast<DWORD>(message.size()), nullptr, &operation);
+    const bool isRead = Finish(AsHandle(connection_), started, operation, read);
     CloseHandle(operation.hEvent);
     if (!isRead || read < envelopeBytes) {
         return {};
@@ -122,12 +122,12 @@ bool RawClient::IsDropped() {
     while (!Receive().empty()) {
     }
     DWORD available = 0;
-    return PeekNamedPipe(AsHandle(connection), nullptr, 0, nullptr, &available, nullptr) == FALSE;
+    return PeekNamedPipe(AsHandle(connection_), nullptr, 0, nullptr, &available, nullptr) == FALSE;
 }
 
 OwnPiece::~OwnPiece() {
-    if (piece != -1 && ToldSizes().erase(piece) != 0) {
-        CloseHandle(AsHandle(piece));
+    if (piece_ != -1 && ToldSizes().erase(piece_) != 0) {
+        CloseHandle(AsHandle(piece_));
     }
 }
 

@@ -38,33 +38,33 @@ struct ScratchRegistry::Place {
     std::string name = "Software\\vexlane-test-" + std::to_string(GetCurrentProcessId());
 };
 
-ScratchRegistry::ScratchRegistry() : place(new Place) {
-    RegDeleteTreeA(HKEY_CURRENT_USER, place->name.c_str());  // of a process that died
-    place->root = Create(HKEY_CURRENT_USER, place->name);
-    place->machine = Create(place->root, "machine");
-    place->user = Create(place->root, "user");
+ScratchRegistry::ScratchRegistry() : place_(new Place) {
+    RegDeleteTreeA(HKEY_CURRENT_USER, place_->name.c_str());  // of a process that died
+    place_->root = Create(HKEY_CURRENT_USER, place_->name);
+    place_->machine = Create(place_->root, "machine");
+    place_->user = Create(place_->root, "user");
     for (const Hive hive : {Hive::LocalMachine, Hive::CurrentUser}) {
-        Check(RegOverridePredefKey(Predefined(hive), place->Hive(hive)), "RegOverridePredefKey");
+        Check(RegOverridePredefKey(Predefined(hive), place_->Hive(hive)), "RegOverridePredefKey");
     }
 }
 
 ScratchRegistry::~ScratchRegistry() {
     for (const Hive hive : {Hive::LocalMachine, Hive::CurrentUser}) {
         RegOverridePredefKey(Predefined(hive), nullptr);
-        RegCloseKey(place->Hive(hive));
+        RegCloseKey(place_->Hive(hive));
     }
-    RegCloseKey(place->root);
-    RegDeleteTreeA(HKEY_CURRENT_USER, place->name.c_str());
-    delete place;
+    RegCloseKey(place_->root);
+    RegDeleteTreeA(HKEY_CURRENT_USER, place_->name.c_str());
+    delete place_;
 }
 
 void ScratchRegistry::MakeKey(Hive hive, const std::string& path) {
-    RegCloseKey(Create(place->Hive(hive), path));
+    RegCloseKey(Create(place_->Hive(hive), path));
 }
 
 void ScratchRegistry::StoreBytes(Hive hive, const std::string& path, const std::string& name,
                                  const std::string& bytes) {
-    const HKEY key = Create(place->Hive(hive), path);
+    const HKEY key = Create(place_->Hive(hive), path);
     Check(RegSetValueExA(key, name.c_str(), 0, REG_BINARY, reinterpret_cast<const BYTE*>(bytes.data()),
                          static_cast<DWORD>(bytes.size())),
           "RegSetValueExA");
@@ -72,7 +72,7 @@ void ScratchRegistry::StoreBytes(Hive hive, const std::string& path, const std::
 }
 
 void ScratchRegistry::StoreText(Hive hive, const std::string& path, const std::string& name, const std::string& text) {
-    const HKEY key = Create(place->Hive(hive), path);
+    const HKEY key = Create(place_->Hive(hive), path);
     // A NUL right behind the text would be stored with it.
     const std::string bytes = text + "#";
     Check(RegSetValueExA(key, name.c_str(), 0, REG_SZ, reinterpret_cast<const BYTE*>(bytes.data()),
@@ -82,7 +82,7 @@ void ScratchRegistry::StoreText(Hive hive, const std::string& path, const std::s
 }
 
 void ScratchRegistry::StoreNumber(Hive hive, const std::string& path, const std::string& name, std::uint32_t number) {
-    const HKEY key = Create(place->Hive(hive), path);
+    const HKEY key = Create(place_->Hive(hive), path);
     Check(RegSetValueExA(key, name.c_str(), 0, REG_DWORD, reinterpret_cast<const BYTE*>(&number), sizeof(number)),
           "RegSetValueExA");
     RegCloseKey(key);
@@ -90,15 +90,15 @@ void ScratchRegistry::StoreNumber(Hive hive, const std::string& path, const std:
 
 // What is to last cannot be made under a key that does not.
 void ScratchRegistry::Block(Hive hive) {
-    HKEY& key = place->Hive(hive);
+    HKEY& key = place_->Hive(hive);
     RegCloseKey(key);
-    key = Create(place->root, hive == Hive::LocalMachine ? "blocked-machine" : "blocked-user", REG_OPTION_VOLATILE);
+    key = Create(place_->root, hive == Hive::LocalMachine ? "blocked-machine" : "blocked-user", REG_OPTION_VOLATILE);
     Check(RegOverridePredefKey(Predefined(hive), key), "RegOverridePredefKey");
 }
 
 bool ScratchRegistry::HasKey(Hive hive, const std::string& path) const {
     HKEY key = nullptr;
-    if (RegOpenKeyExA(place->Hive(hive), path.c_str(), 0, KEY_READ, &key) != ERROR_SUCCESS) {
+    if (RegOpenKeyExA(place_->Hive(hive), path.c_str(), 0, KEY_READ, &key) != ERROR_SUCCESS) {
         return false;
     }
     RegCloseKey(key);
@@ -107,7 +107,7 @@ bool ScratchRegistry::HasKey(Hive hive, const std::string& path) const {
 
 bool ScratchRegistry::IsEmpty(Hive hive, const std::string& path) const {
     HKEY key = nullptr;
-    if (RegOpenKeyExA(place->Hive(hive), path.c_str(), 0, KEY_READ, &key) != ERROR_SUCCESS) {
+    if (RegOpenKeyExA(place_->Hive(hive), path.c_str(), 0, KEY_READ, &key) != ERROR_SUCCESS) {
         return true;
     }
     DWORD keys = 1;

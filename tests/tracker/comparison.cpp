@@ -13,11 +13,11 @@ using reference::Call;
 
 class WritingSink final : public ILicencePlateTrackerResultSink {
   public:
-    explicit WritingSink(std::vector<Call>& written) : calls(written) {}
+    explicit WritingSink(std::vector<Call>& written) : calls_(written) {}
 
     void OnResult(ILicencePlateTracker*, boost::shared_ptr<LicencePlate> bestReading,
                   const std::vector<LicencePlatePtr>& readings, std::int32_t reason) override {
-        Call& call = calls.emplace_back();
+        Call& call = calls_.emplace_back();
         call.kind = Call::Kind::Result;
         call.readingId = bestReading->id;
         call.reason = reason;
@@ -27,11 +27,11 @@ class WritingSink final : public ILicencePlateTrackerResultSink {
     }
 
     void OnMayReleaseLicencePlate(ILicencePlateTracker*, boost::shared_ptr<LicencePlate> reading) override {
-        calls.emplace_back().readingId = reading->id;
+        calls_.emplace_back().readingId = reading->id;
     }
 
   private:
-    std::vector<Call>& calls;
+    std::vector<Call>& calls_;
 };
 
 // The reference knows no null readings: they take part in nothing.

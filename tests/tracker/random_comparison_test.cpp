@@ -32,11 +32,11 @@ constexpr int sequencesPerShard = 15000;
 /// One random sequence. Each is of one kind, so that ordinary traffic is not drowned in freaks.
 class Generator {
   public:
-    explicit Generator(std::uint64_t seed) : random(seed) {}
+    explicit Generator(std::uint64_t seed) : random_(seed) {}
 
     Sequence Make() {
         Sequence sequence;
-        kind = static_cast<int>(Below(8));
+        kind_ = static_cast<int>(Below(8));
         PickFrame();
         sequence.lostTimeout =
             AnyOf<std::uint64_t>({3000, 3000, 0, 60, 400, std::numeric_limits<std::uint64_t>::max()});
@@ -44,9 +44,9 @@ class Generator {
                                                     0, 90, 400, 2000, std::numeric_limits<std::uint64_t>::max()});
         sequence.readingsToReport =
             AnyOf<std::uint64_t>({tracker_test::NoLimit, tracker_test::NoLimit, tracker_test::NoLimit, 1, 2, 4, 9, 0});
-        Vehicles(1 + Below(kind == Crossing ? 4 : 3));
+        Vehicles(1 + Below(kind_ == Crossing ? 4 : 3));
         std::uint64_t now = FirstTime();
-        const std::uint64_t frames = kind == Standing ? 8 + Below(24) : 3 + Below(14);
+        const std::uint64_t frames = kind_ == Standing ? 8 + Below(24) : 3 + Below(14);
         for (std::uint64_t frame = 0; frame < frames; ++frame) {
             if (OneIn(40)) {
                 sequence.steps.push_back({Step::Kind::LostTimeout, AnyTimeout(), {}});
@@ -59,7 +59,7 @@ class Generator {
             if (!OneIn(9)) {
                 step.readings = Readings(now);
             }
-            if (kind == TimeChaos && OneIn(4)) {
+            if (kind_ == TimeChaos && OneIn(4)) {
                 step.time = AnyTime(now);
             }
             sequence.steps.push_back(step);
@@ -85,10 +85,10 @@ class Generator {
     };
 
     std::uint64_t Below(std::uint64_t limit) {
-        return std::uniform_int_distribution<std::uint64_t>(0, limit - 1)(random);
+        return std::uniform_int_distribution<std::uint64_t>(0, limit - 1)(random_);
     }
     bool OneIn(std::uint64_t cases) { return Below(cases) == 0; }
-    double Real(double low, double high) { return std::uniform_real_distribution<double>(low, high)(random); }
+    double Real(double low, double high) { return std::uniform_real_distribution<double>(low, high)(random_); }
 
     template <class Value>
     Value AnyOf(std::initializer_list<Value> values) {
@@ -96,12 +96,12 @@ class Generator {
     }
 
     void PickFrame() {
-        frameWidth = AnyOf<std::uint32_t>({1280, 1920, 640, 320});
-        frameHeight = frameWidth / 16 * 9;
+        frameWidth_ = AnyOf<std::uint32_t>({1280, 1920, 640, 320});
+        frameHeight_ = frameWidth_ / 16 * 9;
     }
 
     std::uint64_t FirstTime() {
-        if (kind == TimeChaos && OneIn(2)) {
+        if (kind_ == TimeChaos && OneIn(2)) {
             return AnyTime(0);
         }
         return 1000 + Below(100000);
@@ -115,11 +115,11 @@ class Generator {
         constexpr std::uint64_t top = std::uint64_t{1} << 63;
         return AnyOf<std::uint64_t>({0, 1, now, now + 1, now - 1, now - 40, now - 5000, now + 100000, top - 1, top,
                                      top + 40, std::numeric_limits<std::uint64_t>::max(),
-                                     std::numeric_limits<std::uint64_t>::max() - 100, random()});
+                                     std::numeric_limits<std::uint64_t>::max() - 100, random_()});
     }
 
     std::uint64_t NextTime(std::uint64_t now) {
-        if (kind == TimeChaos && OneIn(3)) {
+        if (kind_ == TimeChaos && OneIn(3)) {
             return AnyTime(now);
         }
         if (OneIn(25)) {
@@ -130,11 +130,11 @@ class Generator {
 
     wchar_t Character() {
         static const std::wstring alphabet = L"0123456789ABCEHKMOPTXY\u4eac\u6caa";
-        return alphabet[Below(kind == EqualTexts ? 3 : alphabet.size())];
+        return alphabet[Below(kind_ == EqualTexts ? 3 : alphabet.size())];
     }
 
     std::wstring Text() {
-        if (kind == EqualTexts) {
+        if (kind_ == EqualTexts) {
             return AnyOf<std::wstring>({L"", L"", L"A", L"A", L"AB", L"B", L"BA", L"AAAA"});
         }
         std::wstring text(4 + Below(5), L' ');
@@ -145,7 +145,7 @@ class Generator {
     }
 
     std::wstring Misread(std::wstring text) {
-        if (kind == EqualTexts) {
+        if (kind_ == EqualTexts) {
             return OneIn(3) ? Text() : text;
         }
         while (OneIn(2)) {
@@ -169,25 +169,25 @@ class Generator {
     }
 
     void Vehicles(std::uint64_t number) {
-        const double width = frameWidth;
-        const double height = frameHeight;
+        const double width = frameWidth_;
+        const double height = frameHeight_;
         for (std::uint64_t index = 0; index < number; ++index) {
             Vehicle vehicle{};
             vehicle.x = Real(0, width);
             vehicle.y = OneIn(2) ? Real(0, height * 0.3) : Real(height * 0.7, height);
-            const double pixelsPerSecond = kind == Standing ? Real(0, 8) : Real(30, 900);
+            const double pixelsPerSecond = kind_ == Standing ? Real(0, 8) : Real(30, 900);
             const double down = vehicle.y < height / 2 ? 1 : -1;
             vehicle.perMillisecondY = down * pixelsPerSecond / 1000.0;
             vehicle.perMillisecondX = Real(-0.6, 0.6) * pixelsPerSecond / 1000.0;
-            if (kind == Crossing) {
+            if (kind_ == Crossing) {
                 // All of them meet around the middle.
                 vehicle.perMillisecondX = (width / 2 - vehicle.x) / 600.0;
                 vehicle.perMillisecondY = (height / 2 - vehicle.y) / 600.0;
             }
             vehicle.halfWidth = static_cast<std::int32_t>(5 + Below(40));
             vehicle.halfHeight = static_cast<std::int32_t>(2 + Below(12));
-            vehicle.text = index > 0 && OneIn(4) ? Misread(vehicles.front().text) : Text();
-            vehicles.push_back(vehicle);
+            vehicle.text = index > 0 && OneIn(4) ? Misread(vehicles_.front().text) : Text();
+            vehicles_.push_back(vehicle);
         }
     }
 
@@ -195,30 +195,30 @@ class Generator {
         constexpr std::int32_t low = std::numeric_limits<std::int32_t>::min();
         constexpr std::int32_t high = std::numeric_limits<std::int32_t>::max();
         return AnyOf<std::int32_t>({low, low + 1, high, high - 1, 0, -1, 1, 40000, -40000, 46341, 65536, -70000,
-                                    1000000000, -1000000000, static_cast<std::int32_t>(random())});
+                                    1000000000, -1000000000, static_cast<std::int32_t>(random_())});
     }
 
     std::uint32_t AnyFrameSize() {
         return AnyOf<std::uint32_t>({0, 0, 1, 2, 3, 640, 1280, 0x7fffffff, 0x80000000, 0xffffffff, 0xfffffff0,
-                                     0x40000000, static_cast<std::uint32_t>(random())});
+                                     0x40000000, static_cast<std::uint32_t>(random_())});
     }
 
     std::vector<LicencePlatePtr> Readings(std::uint64_t now) {
         std::vector<LicencePlatePtr> readings;
-        const std::uint64_t elapsed = now - begin;
-        if (begin == 0) {
-            begin = now;
+        const std::uint64_t elapsed = now - begin_;
+        if (begin_ == 0) {
+            begin_ = now;
         }
-        for (Vehicle& vehicle : vehicles) {
-            const double passed = begin == now ? 0.0 : static_cast<double>(std::min<std::uint64_t>(elapsed, 100000));
+        for (Vehicle& vehicle : vehicles_) {
+            const double passed = begin_ == now ? 0.0 : static_cast<double>(std::min<std::uint64_t>(elapsed, 100000));
             if (OneIn(8)) {
                 continue;  // not read in this frame
             }
-            const double jitter = kind == Standing ? Real(-0.3, 0.3) : Real(-3, 3);
+            const double jitter = kind_ == Standing ? Real(-0.3, 0.3) : Real(-3, 3);
             LicencePlate plate;
             plate.timeStamp = now;
-            plate.frameWidth = frameWidth;
-            plate.frameHeight = frameHeight;
+            plate.frameWidth = frameWidth_;
+            plate.frameHeight = frameHeight_;
             const auto x = static_cast<std::int32_t>(vehicle.x + vehicle.perMillisecondX * passed + jitter);
             const auto y = static_cast<std::int32_t>(vehicle.y + vehicle.perMillisecondY * passed + jitter);
             plate.cornerA = {x - vehicle.halfWidth, y - vehicle.halfHeight};
@@ -228,7 +228,7 @@ class Generator {
             plate.weight = 100;
             plate.text = OneIn(3) ? Misread(vehicle.text) : vehicle.text;
             Disturb(plate);
-            plate.id = nextId++;
+            plate.id = nextId_++;
             readings.push_back(boost::make_shared<LicencePlate>(plate));
             if (OneIn(200)) {
                 readings.push_back(readings[Below(readings.size())]);  // the same object once more
@@ -238,21 +238,21 @@ class Generator {
             }
         }
         if (OneIn(3)) {
-            std::shuffle(readings.begin(), readings.end(), random);
+            std::shuffle(readings.begin(), readings.end(), random_);
         }
         return readings;
     }
 
     void Disturb(LicencePlate& plate) {
-        const bool mixed = kind == Mixed;
+        const bool mixed = kind_ == Mixed;
         if (OneIn(mixed ? 3 : 6)) {
             plate.weight = AnyOf<std::int32_t>({100, 99, 101, 0, -5, std::numeric_limits<std::int32_t>::max(),
                                                 std::numeric_limits<std::int32_t>::min()});
         }
-        if ((kind == TimeChaos && OneIn(3)) || (mixed && OneIn(8))) {
+        if ((kind_ == TimeChaos && OneIn(3)) || (mixed && OneIn(8))) {
             plate.timeStamp = AnyTime(plate.timeStamp);
         }
-        if ((kind == PlaceChaos && OneIn(3)) || (mixed && OneIn(8))) {
+        if ((kind_ == PlaceChaos && OneIn(3)) || (mixed && OneIn(8))) {
             for (PlateCorner* corner : {&plate.cornerA, &plate.cornerB, &plate.cornerC}) {
                 if (OneIn(2)) {
                     corner->x = AnyPlace();
@@ -262,19 +262,19 @@ class Generator {
                 }
             }
         }
-        if ((kind == FrameChaos && OneIn(2)) || (mixed && OneIn(8))) {
+        if ((kind_ == FrameChaos && OneIn(2)) || (mixed && OneIn(8))) {
             plate.frameWidth = AnyFrameSize();
             plate.frameHeight = AnyFrameSize();
         }
     }
 
-    std::mt19937_64 random;
-    int kind = Smooth;
-    std::uint32_t frameWidth = 1280;
-    std::uint32_t frameHeight = 720;
-    std::vector<Vehicle> vehicles;
-    std::uint64_t begin = 0;
-    std::uint64_t nextId = 1;
+    std::mt19937_64 random_;
+    int kind_ = Smooth;
+    std::uint32_t frameWidth_ = 1280;
+    std::uint32_t frameHeight_ = 720;
+    std::vector<Vehicle> vehicles_;
+    std::uint64_t begin_ = 0;
+    std::uint64_t nextId_ = 1;
 };
 
 std::uint64_t BaseSeed() {

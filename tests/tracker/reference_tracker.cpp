@@ -48,14 +48,14 @@ std::int32_t Height(const LicencePlate& reading) {
 // Everything that is released between the two ends may be released in any order.
 class AnyOrder {
   public:
-    explicit AnyOrder(Log& callLog) : log(callLog), outer(callLog.openGroup) { log.openGroup = ++log.groups; }
-    ~AnyOrder() { log.openGroup = outer; }
+    explicit AnyOrder(Log& log) : log_(log), outer_(log.openGroup) { log_.openGroup = ++log_.groups; }
+    ~AnyOrder() { log_.openGroup = outer_; }
     AnyOrder(const AnyOrder&) = delete;
     AnyOrder& operator=(const AnyOrder&) = delete;
 
   private:
-    Log& log;
-    unsigned outer;
+    Log& log_;
+    unsigned outer_;
 };
 
 }  // namespace
@@ -101,34 +101,34 @@ Tracker::Holder::~Holder() {
     }
 }
 
-Tracker::Tracker(Log& callLog, Coverage& branchCoverage, std::uint64_t lostTimeout, std::uint64_t maximumAge,
+Tracker::Tracker(Log& log, Coverage& coverage, std::uint64_t lostTimeout, std::uint64_t maximumAge,
                  std::uint64_t readingsToReport)
-    : log(callLog), coverage(branchCoverage), lost(lostTimeout), age(maximumAge), enough(readingsToReport) {}
+    : log_(log), coverage_(coverage), lost_(lostTimeout), age_(maximumAge), enough_(readingsToReport) {}
 
 Tracker::~Tracker() {
     // In which order a vector ends its elements is nobody's promise.
-    const AnyOrder anyOrder(log);
-    tracks.clear();
+    const AnyOrder anyOrder(log_);
+    tracks_.clear();
 }
 
 void Tracker::SetLostTimeout(std::uint64_t milliseconds) {
-    lost = milliseconds;
+    lost_ = milliseconds;
 }
 
 void Tracker::ProcessPlates(const std::vector<LicencePlatePtr>& readings, std::uint64_t now) {
     std::vector<HolderRef> pending;
     for (const LicencePlatePtr& reading : readings) {
-        pending.push_back(std::make_shared<Holder>(log, reading));
+        pending.push_back(std::make_shared<Holder>(log_, reading));
     }
     Match(pending);
     for (const HolderRef& holder : pending) {
         const auto track = std::make_shared<Track>();
         Update(*track, holder);
-        tracks.push_back(track);
+        tracks_.push_back(track);
     }
     Finish(now);
     // Tracks that began and ended in this frame leave their readings in the pending list alone.
-    const AnyOrder anyOrder(log);
+    const AnyOrder anyOrder(log_);
     pending.clear();
 }
 
@@ -167,7 +167,7 @@ Tracker::Point Tracker::Predict(const Track& track, std::uint64_t time) {
 }
 
 void Tracker::Match(std::vector<HolderRef>& pending) {
-    for (const TrackRef& track : tracks) {
+    for (const TrackRef& track : tracks_) {
         std::array<std::vector<const HolderRef*>, 3> lists;
 
         for (const HolderRef& candidate : pending) {
@@ -199,7 +199,7 @@ void Tracker::Match(std::vector<HolderRef>& pending) {
                 continue;
             }
             const double away = std::sqrt(static_cast<double>(SquaredLength(offY, offX)));
-            coverage.notANumberDistances += std::isnan(away) ? 1u : 0u;
+            coverage_.notANumberDistances += std::isnan(away) ? 1u : 0u;
             lists[away > frame * 0.3 * 0.5 ? 2 : 1].push_back(&candidate);
         }
 
@@ -218,10 +218,10 @@ void Tracker::Match(std::vector<HolderRef>& pending) {
                 }
             }
             if (smallest <= thresholds[key]) {
-                ++coverage.accepted[key];
+                ++coverage_.accepted[key];
                 Update(*track, nearest);
                 // Two holders of one reading: the one that was not chosen goes with the chosen one.
-                const AnyOrder anyOrder(log);
+                const AnyOrder anyOrder(log_);
                 std::vector<HolderRef> rest;
                 for (const HolderRef& candidate : pending) {
                     if (candidate->reading != nearest->reading) {
@@ -230,7 +230,7 @@ void Tracker::Match(std::vector<HolderRef>& pending) {
                 }
                 pending = rest;
             } else {
-                ++coverage.refused[key];
+                ++coverage_.refused[key];
             }
             break;
         }
@@ -254,8 +254,8 @@ void Tracker::Update(Track& track, const HolderRef& holder) {
         const double seconds = static_cast<double>(reading.timeStamp - track.previous->reading->timeStamp) / 1000.0;
         const double keep = 1 - 0.2;
         track.speed = 0.2 * (length / seconds) + keep * track.speed;
-        coverage.notANumberSpeeds += std::isnan(track.speed) ? 1u : 0u;
-        coverage.infiniteSpeeds += std::isinf(track.speed) ? 1u : 0u;
+        coverage_.notANumberSpeeds += std::isnan(track.speed) ? 1u : 0u;
+        coverage_.infiniteSpeeds += std::isinf(track.speed) ? 1u : 0u;
         if (std::fabs(length) > 2.0) {
             const double x = keep * track.directionX + 0.2 * dx / length;
             const double y = keep * track.directionY + 0.2 * dy / length;
@@ -276,15 +276,15 @@ void Tracker::Update(Track& track, const HolderRef& holder) {
 
 void Tracker::Finish(std::uint64_t now) {
     std::size_t place = 0;
-    while (place < tracks.size()) {
+    while (place < tracks_.size()) {
         bool gone = false;
         {
-            Track& track = *tracks[place];
+            Track& track = *tracks_[place];
             const HolderRef best = BestOf(track);
-            if (track.count >= enough || now - track.first->reading->timeStamp >= age) {
+            if (track.count >= enough_ || now - track.first->reading->timeStamp >= age_) {
                 Report(track, best, 3);
             }
-            if (now - track.last->reading->timeStamp > lost) {
+            if (now - track.last->reading->timeStamp > lost_) {
                 Report(track, best, 2);
                 gone = true;
             }
@@ -303,8 +303,8 @@ void Tracker::Finish(std::uint64_t now) {
             }
         }
         if (gone) {
-            const AnyOrder anyOrder(log);
-            tracks.erase(tracks.begin() + static_cast<std::ptrdiff_t>(place));
+            const AnyOrder anyOrder(log_);
+            tracks_.erase(tracks_.begin() + static_cast<std::ptrdiff_t>(place));
         } else {
             ++place;
         }
@@ -322,17 +322,17 @@ void Tracker::Report(Track& track, const HolderRef& best, std::int32_t reason) {
     for (const LicencePlatePtr& reading : track.readingsByText.at(best->reading->text)) {
         call.readingIds.push_back(reading->id);
     }
-    log.calls.push_back(call);
-    ++coverage.reported[static_cast<std::size_t>(reason)];
+    log_.calls.push_back(call);
+    ++coverage_.reported[static_cast<std::size_t>(reason)];
     best->released = true;
     track.reported = true;
 }
 
 void Tracker::FinishAll() {
-    while (!tracks.empty()) {
-        Report(*tracks.front(), BestOf(*tracks.front()), 3);
-        const AnyOrder anyOrder(log);
-        tracks.erase(tracks.begin());
+    while (!tracks_.empty()) {
+        Report(*tracks_.front(), BestOf(*tracks_.front()), 3);
+        const AnyOrder anyOrder(log_);
+        tracks_.erase(tracks_.begin());
     }
 }
 

@@ -50,7 +50,7 @@ double TextDistance(const std::wstring& from, const std::wstring& to);
 
 class Tracker {
   public:
-    Tracker(Log& callLog, Coverage& branchCoverage, std::uint64_t lostTimeout, std::uint64_t maximumAge,
+    Tracker(Log& log, Coverage& coverage, std::uint64_t lostTimeout, std::uint64_t maximumAge,
             std::uint64_t readingsToReport);
     ~Tracker();
     Tracker(const Tracker&) = delete;
@@ -103,12 +103,12 @@ class Tracker {
     void Finish(std::uint64_t now);
     void Report(Track& track, const HolderRef& best, std::int32_t reason);
 
-    Log& log;
-    Coverage& coverage;
-    std::uint64_t lost;
-    std::uint64_t age;
-    std::uint64_t enough;
-    std::vector<TrackRef> tracks;
+    Log& log_;
+    Coverage& coverage_;
+    std::uint64_t lost_;
+    std::uint64_t age_;
+    std::uint64_t enough_;
+    std::vector<TrackRef> tracks_;
 };
 
 }  // namespace reference

@@ -94,11 +94,11 @@ constexpr int randomPairs = 1000000;
 
 class RandomTexts {
   public:
-    explicit RandomTexts(std::uint64_t seed) : random(seed) {}
+    explicit RandomTexts(std::uint64_t seed) : random_(seed) {}
 
     std::pair<std::wstring, std::wstring> Pair() {
         static constexpr std::uint64_t sizes[] = {1, 2, 3, 36, 60000};
-        alphabet = sizes[Below(std::size(sizes))];
+        alphabet_ = sizes[Below(std::size(sizes))];
         std::wstring first = Text();
         std::wstring second = Below(2) == 0 ? Text() : NearCopyOf(first);
         if (Below(2) == 0) {
@@ -109,7 +109,7 @@ class RandomTexts {
 
   private:
     std::uint64_t Below(std::uint64_t limit) {
-        return std::uniform_int_distribution<std::uint64_t>(0, limit - 1)(random);
+        return std::uniform_int_distribution<std::uint64_t>(0, limit - 1)(random_);
     }
 
     std::size_t Length() {
@@ -125,7 +125,7 @@ class RandomTexts {
         }
     }
 
-    wchar_t Unit() { return static_cast<wchar_t>(Below(alphabet)); }
+    wchar_t Unit() { return static_cast<wchar_t>(Below(alphabet_)); }
 
     std::wstring Text() {
         std::wstring text(Length(), L'\0');
@@ -148,8 +148,8 @@ class RandomTexts {
         return text;
     }
 
-    std::mt19937_64 random;
-    std::uint64_t alphabet = 1;
+    std::mt19937_64 random_;
+    std::uint64_t alphabet_ = 1;
 };
 
 TEST(TextDistance, IsThatOfTheRollingRows) {

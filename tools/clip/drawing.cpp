@@ -30,16 +30,16 @@ SurfacePtr MakeSurface(int width, int height) {
 
 class GroundPen {
   public:
-    GroundPen(cairo_t* cairoContext, const Camera& seenBy) : context(cairoContext), camera(seenBy) {}
+    GroundPen(cairo_t* context, const Camera& camera) : context_(context), camera_(camera) {}
 
     void Colour(double red, double green, double blue, double alpha = 1) {
-        cairo_set_source_rgba(context, red, green, blue, alpha);
+        cairo_set_source_rgba(context_, red, green, blue, alpha);
     }
 
     /// A strip along the road, between two lines that `left` and `right` give for every distance.
     template <typename Left, typename Right>
     void Strip(double from, double to, Left left, Right right) {
-        cairo_new_path(context);
+        cairo_new_path(context_);
         constexpr int steps = 60;
         const auto distance = [&](int step) {
             // Closer together where the camera is near.
@@ -52,8 +52,8 @@ class GroundPen {
         for (int i = steps; i >= 0; --i) {
             Line({right(distance(i)), 0, distance(i)});
         }
-        cairo_close_path(context);
-        cairo_fill(context);
+        cairo_close_path(context_);
+        cairo_fill(context_);
     }
 
     void Straight(double from, double to, double left, double right) {
@@ -64,25 +64,25 @@ class GroundPen {
     /// A strip across the road, between two lines that `near` and `far` give for every place to the side.
     template <typename Near, typename Far>
     void Across(double from, double to, Near near, Far far) {
-        cairo_new_path(context);
+        cairo_new_path(context_);
         Line({from, 0, near(from)});
         Line({to, 0, near(to)});
         Line({to, 0, far(to)});
         Line({from, 0, far(from)});
-        cairo_close_path(context);
-        cairo_fill(context);
+        cairo_close_path(context_);
+        cairo_fill(context_);
     }
 
     /// A board on a post, with two lines on it.
     void Sign(const Point& foot, Lettering& lettering, const char* first, const char* second) {
         const auto board = [&](double left, double bottom, double right, double top) {
-            cairo_new_path(context);
+            cairo_new_path(context_);
             Line(foot + Point{left, bottom, 0});
             Line(foot + Point{left, top, 0});
             Line(foot + Point{right, top, 0});
             Line(foot + Point{right, bottom, 0});
-            cairo_close_path(context);
-            cairo_fill(context);
+            cairo_close_path(context_);
+            cairo_fill(context_);
         };
         Colour(0.45, 0.46, 0.48);
         board(-0.03, 0, 0.03, 1.2);
@@ -92,25 +92,25 @@ class GroundPen {
         board(-0.30, 1.12, 0.30, 1.60);
         const auto lineAt = [&](double height) {
             return [this, foot, height](double right, double up) {
-                return camera.Project(foot + Point{right, height + up, 0});
+                return camera_.Project(foot + Point{right, height + up, 0});
             };
         };
         constexpr road_clip::Colour ink{0.10, 0.12, 0.30};
-        DrawLine(context, lettering, lineAt(1.47), plateTypefaces[1], first, 0.11, 0.50, ink);
-        DrawLine(context, lettering, lineAt(1.26), plateTypefaces[1], second, 0.16, 0.50, ink);
+        DrawLine(context_, lettering, lineAt(1.47), plateTypefaces[1], first, 0.11, 0.50, ink);
+        DrawLine(context_, lettering, lineAt(1.26), plateTypefaces[1], second, 0.16, 0.50, ink);
     }
 
     void Bush(double x, double z, double size, Random& random, double sun) {
-        const Pixel foot = camera.Project({x, 0, z});
-        const double unit = camera.Project({x + 1, 0, z}).x - foot.x;
+        const Pixel foot = camera_.Project({x, 0, z});
+        const double unit = camera_.Project({x + 1, 0, z}).x - foot.x;
         // Its shadow, then leaves from the dark ones below to the light ones above.
-        cairo_save(context);
-        cairo_translate(context, foot.x + 0.35 * size * unit, foot.y);
-        cairo_scale(context, 0.95 * size * unit, 0.26 * size * unit);
-        cairo_arc(context, 0, 0, 1, 0, 6.2832);
-        cairo_restore(context);
+        cairo_save(context_);
+        cairo_translate(context_, foot.x + 0.35 * size * unit, foot.y);
+        cairo_scale(context_, 0.95 * size * unit, 0.26 * size * unit);
+        cairo_arc(context_, 0, 0, 1, 0, 6.2832);
+        cairo_restore(context_);
         Colour(0.03, 0.06, 0.03, 0.12 + 0.23 * sun);
-        cairo_fill(context);
+        cairo_fill(context_);
         constexpr int leaves = 46;
         for (int i = 0; i < leaves; ++i) {
             const double level = static_cast<double>(i) / leaves;
@@ -120,33 +120,33 @@ class GroundPen {
             const double py = foot.y - (0.30 + 0.55 * level + 0.25 * std::sin(angle) * spread) * size * unit;
             const double shade = 0.62 + 0.55 * level + random.Between(-0.08, 0.08);
             Colour(0.14 * shade, 0.31 * shade, 0.12 * shade);
-            cairo_arc(context, px, py, random.Between(0.16, 0.28) * size * unit, 0, 6.2832);
-            cairo_fill(context);
+            cairo_arc(context_, px, py, random.Between(0.16, 0.28) * size * unit, 0, 6.2832);
+            cairo_fill(context_);
         }
     }
 
     void Lamp(double x, double z) {
-        const Pixel foot = camera.Project({x, 0, z});
-        const Pixel top = camera.Project({x, 7.0, z});
-        const Pixel arm = camera.Project({x > 0 ? x - 1.6 : x + 1.6, 7.2, z});
-        const double unit = camera.Project({x + 1, 0, z}).x - foot.x;
+        const Pixel foot = camera_.Project({x, 0, z});
+        const Pixel top = camera_.Project({x, 7.0, z});
+        const Pixel arm = camera_.Project({x > 0 ? x - 1.6 : x + 1.6, 7.2, z});
+        const double unit = camera_.Project({x + 1, 0, z}).x - foot.x;
         Colour(0.34, 0.36, 0.38);
-        cairo_set_line_cap(context, CAIRO_LINE_CAP_ROUND);
-        cairo_set_line_width(context, 0.13 * unit);
-        cairo_move_to(context, foot.x, foot.y);
-        cairo_line_to(context, top.x, top.y);
-        cairo_line_to(context, arm.x, arm.y);
-        cairo_stroke(context);
+        cairo_set_line_cap(context_, CAIRO_LINE_CAP_ROUND);
+        cairo_set_line_width(context_, 0.13 * unit);
+        cairo_move_to(context_, foot.x, foot.y);
+        cairo_line_to(context_, top.x, top.y);
+        cairo_line_to(context_, arm.x, arm.y);
+        cairo_stroke(context_);
     }
 
   private:
     void Line(const Point& point) {
-        const Pixel pixel = camera.Project(point);
-        cairo_line_to(context, pixel.x, pixel.y);
+        const Pixel pixel = camera_.Project(point);
+        cairo_line_to(context_, pixel.x, pixel.y);
     }
 
-    cairo_t* context;
-    const Camera& camera;
+    cairo_t* context_;
+    const Camera& camera_;
 };
 
 /// Roughens what has been drawn, so that large areas do not look poured.
@@ -170,29 +170,29 @@ void AddGrain(cairo_surface_t* surface, Random& random) {
 
 }  // namespace
 
-Painter::Painter(int pictureWidth, int pictureHeight, std::uint64_t seed)
-    : camera(pictureWidth, pictureHeight),
-      width(pictureWidth),
-      height(pictureHeight),
-      sensor(pictureWidth, pictureHeight, seed),
-      sunnyGround(MakeSurface(pictureWidth, pictureHeight)),
-      cloudyGround(MakeSurface(pictureWidth, pictureHeight)),
-      ground(MakeSurface(pictureWidth, pictureHeight)),
-      scene(MakeSurface(pictureWidth, pictureHeight)),
-      context(cairo_create(scene.get())),
-      picture(MakeSurface(pictureWidth, pictureHeight)) {
-    PaintGround(sunnyGround.get(), seed, 1);
-    PaintGround(cloudyGround.get(), seed, 0);
+Painter::Painter(int width, int height, std::uint64_t seed)
+    : camera_(width, height),
+      width_(width),
+      height_(height),
+      sensor_(width, height, seed),
+      sunnyGround_(MakeSurface(width, height)),
+      cloudyGround_(MakeSurface(width, height)),
+      ground_(MakeSurface(width, height)),
+      scene_(MakeSurface(width, height)),
+      context_(cairo_create(scene_.get())),
+      picture_(MakeSurface(width, height)) {
+    PaintGround(sunnyGround_.get(), seed, 1);
+    PaintGround(cloudyGround_.get(), seed, 0);
 }
 
 void Painter::PaintGround(cairo_surface_t* surface, std::uint64_t seed, double sun) {
     Random random(seed ^ 0x6a55U);
     const CairoPtr groundContext(cairo_create(surface));
     cairo_t* const cairo = groundContext.get();
-    GroundPen pen(cairo, camera);
+    GroundPen pen(cairo, camera_);
 
     // Grass, hazier far away, with darker and lighter patches.
-    cairo_pattern_t* const grass = cairo_pattern_create_linear(0, 0, 0, height);
+    cairo_pattern_t* const grass = cairo_pattern_create_linear(0, 0, 0, height_);
     cairo_pattern_add_color_stop_rgb(grass, 0, 0.49, 0.57, 0.42);
     cairo_pattern_add_color_stop_rgb(grass, 0.35, 0.36, 0.48, 0.26);
     cairo_pattern_add_color_stop_rgb(grass, 1, 0.29, 0.42, 0.19);
@@ -286,11 +286,11 @@ void Painter::PaintGround(cairo_surface_t* surface, std::uint64_t seed, double s
         }
         pen.Bush(plant.x, plant.z, plant.size, random, sun);
     }
-    pen.Sign({5.75, 0, 34.0}, lettering, "ZONE", "30");
-    pen.Sign({-4.2, 0, 40.0}, lettering, "EXIT", "P 250 m");
+    pen.Sign({5.75, 0, 34.0}, lettering_, "ZONE", "30");
+    pen.Sign({-4.2, 0, 40.0}, lettering_, "EXIT", "P 250 m");
 
     // Haze towards the far end.
-    cairo_pattern_t* const haze = cairo_pattern_create_linear(0, 0, 0, height * 0.45);
+    cairo_pattern_t* const haze = cairo_pattern_create_linear(0, 0, 0, height_ * 0.45);
     cairo_pattern_add_color_stop_rgba(haze, 0, 0.80, 0.84, 0.88, 0.42);
     cairo_pattern_add_color_stop_rgba(haze, 1, 0.80, 0.84, 0.88, 0);
     cairo_set_source(cairo, haze);
@@ -300,16 +300,16 @@ void Painter::PaintGround(cairo_surface_t* surface, std::uint64_t seed, double s
 }
 
 void Painter::LightGround(double sun) {
-    if (sun == groundSun) {
+    if (sun == groundSun_) {
         return;
     }
-    const CairoPtr groundContext(cairo_create(ground.get()));
-    cairo_set_source_surface(groundContext.get(), cloudyGround.get(), 0, 0);
+    const CairoPtr groundContext(cairo_create(ground_.get()));
+    cairo_set_source_surface(groundContext.get(), cloudyGround_.get(), 0, 0);
     cairo_paint(groundContext.get());
-    cairo_set_source_surface(groundContext.get(), sunnyGround.get(), 0, 0);
+    cairo_set_source_surface(groundContext.get(), sunnyGround_.get(), 0, 0);
     cairo_paint_with_alpha(groundContext.get(), sun);
-    cairo_surface_flush(ground.get());
-    groundSun = sun;
+    cairo_surface_flush(ground_.get());
+    groundSun_ = sun;
 }
 
 /// What is in the picture, far things first.
@@ -330,13 +330,13 @@ Painter::Scene Painter::SceneAt(const std::vector<Vehicle>& vehicles, double sec
 Painter::Box Painter::BoxOf(const Scene& visible) const {
     constexpr double room = 0.5;  // metres
     constexpr double shadow = 2.0;
-    Box box{width, height, 0, 0};
+    Box box{width_, height_, 0, 0};
     for (const auto& [vehicle, place] : visible) {
         const Extent extent = ExtentOf(vehicle->shape);
         for (const double right : {-extent.halfWidth - room, extent.halfWidth + room + shadow}) {
             for (const double up : {0.0, extent.height + room}) {
                 for (const double behind : {-room, extent.length + room + shadow}) {
-                    const Pixel corner = camera.Project(OnVehicle(place, right, up, behind));
+                    const Pixel corner = camera_.Project(OnVehicle(place, right, up, behind));
                     box.left = std::min(box.left, static_cast<int>(std::floor(corner.x)));
                     box.right = std::max(box.right, static_cast<int>(std::ceil(corner.x)));
                     box.top = std::min(box.top, static_cast<int>(std::floor(corner.y)));
@@ -345,7 +345,7 @@ Painter::Box Painter::BoxOf(const Scene& visible) const {
             }
         }
     }
-    box = {std::max(box.left, 0), std::max(box.top, 0), std::min(box.right, width), std::min(box.bottom, height)};
+    box = {std::max(box.left, 0), std::max(box.top, 0), std::min(box.right, width_), std::min(box.bottom, height_)};
     return {box.left, box.top, std::max(box.left, box.right), std::max(box.top, box.bottom)};
 }
 
@@ -355,8 +355,8 @@ int Painter::StepsOfMotion(const std::vector<Vehicle>& vehicles, double second, 
     constexpr double belowThePicture = 11.0;
     double farthest = 0;
     for (const auto& [vehicle, place] : SceneAt(vehicles, second)) {
-        const PlateCorners from = PlateCornersAt(*vehicle, vehicle->PlaceAt(second - exposure / 2), camera);
-        const PlateCorners to = PlateCornersAt(*vehicle, vehicle->PlaceAt(second + exposure / 2), camera);
+        const PlateCorners from = PlateCornersAt(*vehicle, vehicle->PlaceAt(second - exposure / 2), camera_);
+        const PlateCorners to = PlateCornersAt(*vehicle, vehicle->PlaceAt(second + exposure / 2), camera_);
         if (place.z > belowThePicture) {
             farthest = std::max(farthest, std::hypot(to[0].x - from[0].x, to[0].y - from[0].y));
         }
@@ -365,24 +365,24 @@ int Painter::StepsOfMotion(const std::vector<Vehicle>& vehicles, double second, 
 }
 
 void Painter::DrawScene(const Scene& visible, const Light& light, double second) {
-    cairo_t* const cairo = context.get();
+    cairo_t* const cairo = context_.get();
     for (const auto& [vehicle, place] : visible) {
-        DrawShadow(cairo, camera, *vehicle, place, light.sun);
+        DrawShadow(cairo, camera_, *vehicle, place, light.sun);
     }
     for (const auto& [vehicle, place] : visible) {
         const Box box = BoxOf({{vehicle, place}});
         cairo_save(cairo);
         cairo_rectangle(cairo, box.left, box.top, box.right - box.left, box.bottom - box.top);
         cairo_clip(cairo);
-        DrawVehicle(cairo, lettering, camera, *vehicle, place, light, second);
+        DrawVehicle(cairo, lettering_, camera_, *vehicle, place, light, second);
         cairo_restore(cairo);
     }
-    cairo_surface_flush(scene.get());
+    cairo_surface_flush(scene_.get());
 }
 
 /// The lamps of vehicles that come, with the veil of light around them.
 void Painter::DrawGlow(const Scene& visible, double strength) {
-    const CairoPtr glowContext(cairo_create(picture.get()));
+    const CairoPtr glowContext(cairo_create(picture_.get()));
     cairo_t* const cairo = glowContext.get();
     cairo_set_operator(cairo, CAIRO_OPERATOR_ADD);
     for (const auto& [vehicle, place] : visible) {
@@ -390,8 +390,8 @@ void Painter::DrawGlow(const Scene& visible, double strength) {
             continue;
         }
         for (const Point& lamp : LampsOf(*vehicle, place)) {
-            const Pixel middle = camera.Project(lamp);
-            const double unit = std::abs(camera.Project(lamp + Point{1, 0, 0}).x - middle.x);
+            const Pixel middle = camera_.Project(lamp);
+            const double unit = std::abs(camera_.Project(lamp + Point{1, 0, 0}).x - middle.x);
             const double radius = 0.62 * unit;
             cairo_pattern_t* const glow =
                 cairo_pattern_create_radial(middle.x, middle.y, 0, middle.x, middle.y, radius);
@@ -406,42 +406,42 @@ void Painter::DrawGlow(const Scene& visible, double strength) {
             cairo_pattern_destroy(glow);
         }
     }
-    cairo_surface_flush(picture.get());
+    cairo_surface_flush(picture_.get());
 }
 
 void Painter::Paint(const std::vector<Vehicle>& vehicles, double second) {
     const Light light = LightAt(second);
     LightGround(light.sun);
-    std::uint8_t* const pixels = cairo_image_surface_get_data(scene.get());
-    const std::uint8_t* const groundPixels = cairo_image_surface_get_data(ground.get());
-    const int stride = cairo_image_surface_get_stride(scene.get());
+    std::uint8_t* const pixels = cairo_image_surface_get_data(scene_.get());
+    const std::uint8_t* const groundPixels = cairo_image_surface_get_data(ground_.get());
+    const int stride = cairo_image_surface_get_stride(scene_.get());
     const auto rowAt = [stride](int row) { return static_cast<std::size_t>(row) * static_cast<std::size_t>(stride); };
-    std::memcpy(pixels, groundPixels, rowAt(height));
-    cairo_surface_mark_dirty(scene.get());
+    std::memcpy(pixels, groundPixels, rowAt(height_));
+    cairo_surface_mark_dirty(scene_.get());
 
     const Scene middle = SceneAt(vehicles, second);
     const Box box = BoxOf(middle);
     const int steps = StepsOfMotion(vehicles, second, light.exposure);
-    cairo_save(context.get());
-    cairo_rectangle(context.get(), box.left, box.top, box.right - box.left, box.bottom - box.top);
-    cairo_clip(context.get());
+    cairo_save(context_.get());
+    cairo_rectangle(context_.get(), box.left, box.top, box.right - box.left, box.bottom - box.top);
+    cairo_clip(context_.get());
     if (steps == 1) {
         DrawScene(middle, light, second);
     } else {
         // While the shutter is open everything moves on; the picture is the mean.
         const std::size_t first = static_cast<std::size_t>(box.left) * 4;
         const std::size_t length = static_cast<std::size_t>(box.right - box.left) * 4;
-        sums.resize(length * static_cast<std::size_t>(box.bottom - box.top));
+        sums_.resize(length * static_cast<std::size_t>(box.bottom - box.top));
         for (int step = 0; step < steps; ++step) {
             if (step > 0) {
                 for (int row = box.top; row < box.bottom; ++row) {
                     std::memcpy(pixels + rowAt(row) + first, groundPixels + rowAt(row) + first, length);
                 }
-                cairo_surface_mark_dirty(scene.get());
+                cairo_surface_mark_dirty(scene_.get());
             }
             const double moment = second + light.exposure * ((step + 0.5) / steps - 0.5);
             DrawScene(SceneAt(vehicles, moment), light, second);
-            std::uint16_t* sum = sums.data();
+            std::uint16_t* sum = sums_.data();
             for (int row = box.top; row < box.bottom; ++row, sum += length) {
                 const std::uint8_t* const drawn = pixels + rowAt(row) + first;
                 if (step == 0) {
@@ -454,37 +454,37 @@ void Painter::Paint(const std::vector<Vehicle>& vehicles, double second) {
             }
         }
         const auto share = static_cast<std::uint16_t>(65536 / steps + 1);
-        const std::uint16_t* sum = sums.data();
+        const std::uint16_t* sum = sums_.data();
         for (int row = box.top; row < box.bottom; ++row, sum += length) {
             std::uint8_t* const mean = pixels + rowAt(row) + first;
             for (std::size_t i = 0; i < length; ++i) {
                 mean[i] = static_cast<std::uint8_t>((static_cast<std::uint32_t>(sum[i]) * share) >> 16U);
             }
         }
-        cairo_surface_mark_dirty(scene.get());
+        cairo_surface_mark_dirty(scene_.get());
     }
-    cairo_restore(context.get());
+    cairo_restore(context_.get());
 
-    std::uint8_t* const seen = cairo_image_surface_get_data(picture.get());
-    sensor.Expose(pixels, stride, light, seen, stride);
-    cairo_surface_mark_dirty(picture.get());
+    std::uint8_t* const seen = cairo_image_surface_get_data(picture_.get());
+    sensor_.Expose(pixels, stride, light, seen, stride);
+    cairo_surface_mark_dirty(picture_.get());
     if (light.lamps > 0) {
         DrawGlow(middle, light.lamps);
     }
-    sensor.AddNoise(seen, stride, light.noise, static_cast<std::uint64_t>(std::llround(second * 1000)));
-    cairo_surface_mark_dirty(picture.get());
+    sensor_.AddNoise(seen, stride, light.noise, static_cast<std::uint64_t>(std::llround(second * 1000)));
+    cairo_surface_mark_dirty(picture_.get());
 }
 
 const std::uint8_t* Painter::Pixels() const {
-    return cairo_image_surface_get_data(picture.get());
+    return cairo_image_surface_get_data(picture_.get());
 }
 
 int Painter::Stride() const {
-    return cairo_image_surface_get_stride(picture.get());
+    return cairo_image_surface_get_stride(picture_.get());
 }
 
 void Painter::SavePicture(const std::filesystem::path& file) const {
-    if (cairo_surface_write_to_png(picture.get(), file.string().c_str()) != CAIRO_STATUS_SUCCESS) {
+    if (cairo_surface_write_to_png(picture_.get(), file.string().c_str()) != CAIRO_STATUS_SUCCESS) {
         throw std::runtime_error("cannot write " + file.string());
     }
 }

@@ -53,19 +53,19 @@ class Painter {
     void DrawScene(const Scene& scene, const Light& light, double second);
     void DrawGlow(const Scene& scene, double strength);
 
-    Camera camera;
-    int width;
-    int height;
-    Lettering lettering;
-    Sensor sensor;
-    SurfacePtr sunnyGround;
-    SurfacePtr cloudyGround;
-    SurfacePtr ground;
-    double groundSun = -1;
-    SurfacePtr scene;
-    CairoPtr context;
-    SurfacePtr picture;
-    std::vector<std::uint16_t> sums;
+    Camera camera_;
+    int width_;
+    int height_;
+    Lettering lettering_;
+    Sensor sensor_;
+    SurfacePtr sunnyGround_;
+    SurfacePtr cloudyGround_;
+    SurfacePtr ground_;
+    double groundSun_ = -1;
+    SurfacePtr scene_;
+    CairoPtr context_;
+    SurfacePtr picture_;
+    std::vector<std::uint16_t> sums_;
 };
 
 }  // namespace road_clip

@@ -42,7 +42,7 @@ struct Pixel {
 /// A road camera on a pole, never quite level.
 class Camera {
   public:
-    Camera(int width, int height) : middleX(width / 2.0), middleY(height / 2.0), focalLength(3.28 * width) {}
+    Camera(int width, int height) : middleX_(width / 2.0), middleY_(height / 2.0), focalLength_(3.28 * width) {}
 
     Pixel Project(const Point& point) const {
         const Point seen = point - Position();
@@ -50,9 +50,9 @@ class Camera {
         const double ahead = seen.x * std::sin(yaw) + seen.z * std::cos(yaw);
         const double depth = ahead * std::cos(tilt) - seen.y * std::sin(tilt);
         const double up = ahead * std::sin(tilt) + seen.y * std::cos(tilt);
-        const double x = focalLength * right / depth;
-        const double y = -focalLength * up / depth;
-        return {middleX + x * std::cos(roll) - y * std::sin(roll), middleY + x * std::sin(roll) + y * std::cos(roll)};
+        const double x = focalLength_ * right / depth;
+        const double y = -focalLength_ * up / depth;
+        return {middleX_ + x * std::cos(roll) - y * std::sin(roll), middleY_ + x * std::sin(roll) + y * std::cos(roll)};
     }
 
     static Point Position() { return {0.0, 2.65, 0.0}; }
@@ -62,9 +62,9 @@ class Camera {
     static constexpr double tilt = 6.4 * degree;   // downwards
     static constexpr double yaw = 1.0 * degree;    // to the right
     static constexpr double roll = -1.8 * degree;  // clockwise
-    double middleX;
-    double middleY;
-    double focalLength;  // pixels
+    double middleX_;
+    double middleY_;
+    double focalLength_;  // pixels
 };
 
 /// The order in which the engine gives a plate's corners: top left, bottom left, top right, bottom right.

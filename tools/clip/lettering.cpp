@@ -69,11 +69,11 @@ Lettering::~Lettering() = default;
 
 const Outline& Lettering::Of(std::string_view typeface, char character) {
     const std::pair key(std::string(typeface), character);
-    const auto known = outlines.find(key);
-    if (known != outlines.end()) {
+    const auto known = outlines_.find(key);
+    if (known != outlines_.end()) {
         return known->second;
     }
-    std::unique_ptr<Face>& face = faces[key.first];
+    std::unique_ptr<Face>& face = faces_[key.first];
     if (!face) {
         face = std::make_unique<Face>(key.first);
     }
@@ -103,7 +103,7 @@ const Outline& Lettering::Of(std::string_view typeface, char character) {
     }
     cairo_path_destroy(path);
     std::erase_if(outline.contours, [](const std::vector<Pixel>& contour) { return contour.size() < 3; });
-    return outlines.emplace(key, std::move(outline)).first->second;
+    return outlines_.emplace(key, std::move(outline)).first->second;
 }
 
 }  // namespace road_clip

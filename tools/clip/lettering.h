@@ -32,8 +32,8 @@ class Lettering {
   private:
     struct Face;
 
-    std::map<std::string, std::unique_ptr<Face>, std::less<>> faces;
-    std::map<std::pair<std::string, char>, Outline> outlines;
+    std::map<std::string, std::unique_ptr<Face>, std::less<>> faces_;
+    std::map<std::pair<std::string, char>, Outline> outlines_;
 };
 
 }  // namespace road_clip

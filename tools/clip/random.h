@@ -8,11 +8,11 @@ namespace road_clip {
 /// SplitMix64.
 class Random {
   public:
-    explicit Random(std::uint64_t seed) : state(seed) {}
+    explicit Random(std::uint64_t seed) : state_(seed) {}
 
     std::uint64_t Next() {
-        state += 0x9e3779b97f4a7c15U;
-        std::uint64_t mixed = state;
+        state_ += 0x9e3779b97f4a7c15U;
+        std::uint64_t mixed = state_;
         mixed = (mixed ^ (mixed >> 30U)) * 0xbf58476d1ce4e5b9U;
         mixed = (mixed ^ (mixed >> 27U)) * 0x94d049bb133111ebU;
         return mixed ^ (mixed >> 31U);
@@ -27,7 +27,7 @@ class Random {
     double Between(double low, double high) { return low + (high - low) * Unit(); }
 
   private:
-    std::uint64_t state;
+    std::uint64_t state_;
 };
 
 }  // namespace road_clip

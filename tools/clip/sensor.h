@@ -21,12 +21,12 @@ class Sensor {
     void AddNoise(std::uint8_t* pixels, int stride, double deviation, std::uint64_t frame) const;
 
   private:
-    std::size_t rowBytes;
-    int height;
-    std::uint64_t seed;
-    std::vector<std::int8_t> noise;
-    std::vector<std::uint16_t> factors;  ///< of every byte of a row
-    std::vector<std::uint16_t> column;
+    std::size_t rowBytes_;
+    int height_;
+    std::uint64_t seed_;
+    std::vector<std::int8_t> noise_;
+    std::vector<std::uint16_t> factors_;  ///< of every byte of a row
+    std::vector<std::uint16_t> column_;
 };
 
 }  // namespace road_clip

@@ -37,14 +37,18 @@ struct Spot {
 
 class VehiclePen {
   public:
-    VehiclePen(cairo_t* cairoContext, const Camera& seenBy, const Vehicle& drawn, const Place& where)
-        : context(cairoContext), camera(seenBy), vehicle(drawn), place(where), length(ExtentOf(drawn.shape).length) {}
+    VehiclePen(cairo_t* context, const Camera& camera, const Vehicle& vehicle, const Place& place)
+        : context_(context),
+          camera_(camera),
+          vehicle_(vehicle),
+          place_(place),
+          length_(ExtentOf(vehicle.shape).length) {}
 
     /// Whether the drawn end is the front.
-    bool Front() const { return !vehicle.ShowsItsRear(); }
+    bool Front() const { return !vehicle_.ShowsItsRear(); }
 
     Point At(const Spot& spot) const {
-        return OnVehicle(place, spot.right, spot.up, Front() ? spot.back : length - spot.back);
+        return OnVehicle(place_, spot.right, spot.up, Front() ? spot.back : length_ - spot.back);
     }
 
     /// A flat part of the body, shaded by the light; not drawn when it looks away from the camera. `inside` is any
@@ -75,14 +79,14 @@ class VehiclePen {
     void Fill(const std::vector<Spot>& spots, const Colour& top, const Colour& bottom) {
         double highest = 1e9;
         double lowest = -1e9;
-        cairo_new_path(context);
+        cairo_new_path(context_);
         for (const Spot& spot : spots) {
-            const Pixel pixel = camera.Project(At(spot));
-            cairo_line_to(context, pixel.x, pixel.y);
+            const Pixel pixel = camera_.Project(At(spot));
+            cairo_line_to(context_, pixel.x, pixel.y);
             highest = std::min(highest, pixel.y);
             lowest = std::max(lowest, pixel.y);
         }
-        cairo_close_path(context);
+        cairo_close_path(context_);
         const Colour middle{(top.red + bottom.red) / 2, (top.green + bottom.green) / 2, (top.blue + bottom.blue) / 2};
         // Where nobody sees one colour pass into another, one is enough.
         constexpr double flatHeight = 4.0;
@@ -92,18 +96,18 @@ class VehiclePen {
             cairo_pattern_t* const pattern = cairo_pattern_create_linear(0, highest, 0, lowest);
             cairo_pattern_add_color_stop_rgb(pattern, 0, top.red, top.green, top.blue);
             cairo_pattern_add_color_stop_rgb(pattern, 1, bottom.red, bottom.green, bottom.blue);
-            cairo_set_source(context, pattern);
+            cairo_set_source(context_, pattern);
             cairo_pattern_destroy(pattern);
-            cairo_fill_preserve(context);
-            cairo_set_source_rgb(context, middle.red, middle.green, middle.blue);
+            cairo_fill_preserve(context_);
+            cairo_set_source_rgb(context_, middle.red, middle.green, middle.blue);
         } else {
-            cairo_set_source_rgb(context, middle.red, middle.green, middle.blue);
-            cairo_fill_preserve(context);
+            cairo_set_source_rgb(context_, middle.red, middle.green, middle.blue);
+            cairo_fill_preserve(context_);
         }
         // Closes the seams between neighbouring panels.
-        cairo_set_line_width(context, 0.7);
-        cairo_set_line_join(context, CAIRO_LINE_JOIN_ROUND);
-        cairo_stroke(context);
+        cairo_set_line_width(context_, 0.7);
+        cairo_set_line_join(context_, CAIRO_LINE_JOIN_ROUND);
+        cairo_stroke(context_);
     }
 
     void Fill(const std::vector<Spot>& spots, const Colour& colour) { Fill(spots, colour, colour); }
@@ -157,20 +161,20 @@ class VehiclePen {
         disc(radius * 0.22, Scaled(hub, 0.5));
     }
 
-    cairo_t* Context() const { return context; }
-    const Camera& Seen() const { return camera; }
-    const Vehicle& Drawn() const { return vehicle; }
-    const Place& Where() const { return place; }
-    double Length() const { return length; }
+    cairo_t* Context() const { return context_; }
+    const Camera& Seen() const { return camera_; }
+    const Vehicle& Drawn() const { return vehicle_; }
+    const Place& Where() const { return place_; }
+    double Length() const { return length_; }
     /// How far behind the front the drawn end is.
-    double End() const { return Front() ? 0 : length; }
+    double End() const { return Front() ? 0 : length_; }
 
   private:
-    cairo_t* context;
-    const Camera& camera;
-    const Vehicle& vehicle;
-    const Place& place;
-    double length;
+    cairo_t* context_;
+    const Camera& camera_;
+    const Vehicle& vehicle_;
+    const Place& place_;
+    double length_;
 };
 
 /// A cross-section of a body, chamfered along its upper edges.

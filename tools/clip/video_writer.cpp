@@ -127,57 +127,58 @@ struct VideoWriter::State {
 };
 
 VideoWriter::VideoWriter(const std::filesystem::path& file, int width, int height, int framesPerSecond)
-    : state(std::make_unique<State>()) {
+    : state_(std::make_unique<State>()) {
     av_log_set_level(AV_LOG_ERROR);
     const std::string name = file.string();
-    Check(avformat_alloc_output_context2(&state->format, nullptr, "mp4", name.c_str()), "cannot write MP4 files");
+    Check(avformat_alloc_output_context2(&state_->format, nullptr, "mp4", name.c_str()), "cannot write MP4 files");
     for (const AVCodec* const codec : Encoders()) {
-        if (state->OpenEncoder(codec, width, height, framesPerSecond)) {
+        if (state_->OpenEncoder(codec, width, height, framesPerSecond)) {
             break;
         }
     }
-    if (state->encoder == nullptr) {
+    if (state_->encoder == nullptr) {
         throw std::runtime_error("there is no H.264 encoder that works: libavcodec has none, or none for this size");
     }
-    state->stream = Made(avformat_new_stream(state->format, nullptr), "the video");
-    state->stream->time_base = state->encoder->time_base;
-    state->stream->avg_frame_rate = state->encoder->framerate;
-    Check(avcodec_parameters_from_context(state->stream->codecpar, state->encoder), "cannot describe the video");
+    state_->stream = Made(avformat_new_stream(state_->format, nullptr), "the video");
+    state_->stream->time_base = state_->encoder->time_base;
+    state_->stream->avg_frame_rate = state_->encoder->framerate;
+    Check(avcodec_parameters_from_context(state_->stream->codecpar, state_->encoder), "cannot describe the video");
 
-    state->packet = Made(av_packet_alloc(), "a packet");
-    state->frame = Made(av_frame_alloc(), "a frame");
-    state->frame->format = AV_PIX_FMT_YUV420P;
-    state->frame->width = width;
-    state->frame->height = height;
-    Check(av_frame_get_buffer(state->frame, 0), "no memory for a frame");
-    state->converter = Made(sws_getContext(width, height, AV_PIX_FMT_BGR0, width, height, AV_PIX_FMT_YUV420P,
-                                           SWS_BILINEAR | SWS_ACCURATE_RND, nullptr, nullptr, nullptr),
-                            "the colour conversion");
+    state_->packet = Made(av_packet_alloc(), "a packet");
+    state_->frame = Made(av_frame_alloc(), "a frame");
+    state_->frame->format = AV_PIX_FMT_YUV420P;
+    state_->frame->width = width;
+    state_->frame->height = height;
+    Check(av_frame_get_buffer(state_->frame, 0), "no memory for a frame");
+    state_->converter = Made(sws_getContext(width, height, AV_PIX_FMT_BGR0, width, height, AV_PIX_FMT_YUV420P,
+                                            SWS_BILINEAR | SWS_ACCURATE_RND, nullptr, nullptr, nullptr),
+                             "the colour conversion");
     const int* const matrix = sws_getCoefficients(SWS_CS_ITU709);
-    sws_setColorspaceDetails(state->converter, matrix, 1, matrix, 0, 0, 1 << 16, 1 << 16);
+    sws_setColorspaceDetails(state_->converter, matrix, 1, matrix, 0, 0, 1 << 16, 1 << 16);
 
-    Check(avio_open(&state->format->pb, name.c_str(), AVIO_FLAG_WRITE), "cannot write " + name);
-    Check(avformat_write_header(state->format, nullptr), "cannot write " + name);
+    Check(avio_open(&state_->format->pb, name.c_str(), AVIO_FLAG_WRITE), "cannot write " + name);
+    Check(avformat_write_header(state_->format, nullptr), "cannot write " + name);
 }
 
 VideoWriter::~VideoWriter() = default;
 
 void VideoWriter::Write(const std::uint8_t* pixels, int stride) {
-    Check(av_frame_make_writable(state->frame), "no memory for a frame");
+    Check(av_frame_make_writable(state_->frame), "no memory for a frame");
     const std::uint8_t* const planes[] = {pixels, nullptr, nullptr, nullptr};
     const int strides[] = {stride, 0, 0, 0};
-    sws_scale(state->converter, planes, strides, 0, state->frame->height, state->frame->data, state->frame->linesize);
-    state->frame->pts = state->nextFrame++;
-    state->Encode(state->frame);
+    sws_scale(state_->converter, planes, strides, 0, state_->frame->height, state_->frame->data,
+              state_->frame->linesize);
+    state_->frame->pts = state_->nextFrame++;
+    state_->Encode(state_->frame);
 }
 
 void VideoWriter::Finish() {
-    state->Encode(nullptr);
-    Check(av_write_trailer(state->format), "cannot write the video");
+    state_->Encode(nullptr);
+    Check(av_write_trailer(state_->format), "cannot write the video");
 }
 
 std::string VideoWriter::EncoderName() const {
-    return state->encoder->codec->name;
+    return state_->encoder->codec->name;
 }
 
 }  // namespace road_clip

@@ -25,7 +25,7 @@ class VideoWriter {
 
   private:
     struct State;
-    std::unique_ptr<State> state;
+    std::unique_ptr<State> state_;
 };
 
 }  // namespace road_clip

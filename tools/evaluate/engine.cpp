@@ -36,15 +36,15 @@ class LoadedEngine final : public PlateEngine {
   public:
     explicit LoadedEngine(const std::filesystem::path& path) {
         try {
-            library.load(path, LoadMode::rtld_now | LoadMode::rtld_local);
+            library_.load(path, LoadMode::rtld_now | LoadMode::rtld_local);
         } catch (const std::system_error& error) {
             throw Failure("cannot load the engine \"" + path.string() + "\": " + OneCell(error.what()));
         }
-        recognize = Find<decltype(Recognize2)>(path, recognizeName);
-        setPlateRange = Find<decltype(SetPlateRange)>(path, setPlateRangeName);
+        recognize_ = Find<decltype(Recognize2)>(path, recognizeName);
+        setPlateRange_ = Find<decltype(SetPlateRange)>(path, setPlateRangeName);
     }
 
-    bool TakeRange(const WidthRange& range) override { return setPlateRange(range.minimum, range.maximum); }
+    bool TakeRange(const WidthRange& range) override { return setPlateRange_(range.minimum, range.maximum); }
 
     Recognition Recognise(Picture& picture, const std::optional<Region>& region) override {
         IMG image{static_cast<std::uint32_t>(picture.width), static_cast<std::uint32_t>(picture.height), 3,
@@ -53,7 +53,7 @@ class LoadedEngine final : public PlateEngine {
         tagRECT rectangle{wanted.left, wanted.top, wanted.right, wanted.bottom};
         std::array<RPLATE, engineRecordCount> plates{};
         const auto start = std::chrono::steady_clock::now();
-        const int count = recognize(nullptr, &image, region ? &rectangle : nullptr, plates.data(), 0);
+        const int count = recognize_(nullptr, &image, region ? &rectangle : nullptr, plates.data(), 0);
         const std::chrono::duration<double, std::milli> spent = std::chrono::steady_clock::now() - start;
         if (count < 0 || count > engineRecordCount) {
             throw Failure("the engine answers " + std::to_string(count) + " plates; there is room for " +
@@ -70,15 +70,15 @@ class LoadedEngine final : public PlateEngine {
   private:
     template <class Function>
     Function* Find(const std::filesystem::path& path, const char* name) const {
-        if (!library.has(name)) {
+        if (!library_.has(name)) {
             throw Failure("\"" + path.string() + "\" is no engine: it does not export " + name);
         }
-        return &library.get<Function>(name);
+        return &library_.get<Function>(name);
     }
 
-    boost::dll::shared_library library;
-    decltype(Recognize2)* recognize = nullptr;
-    decltype(SetPlateRange)* setPlateRange = nullptr;
+    boost::dll::shared_library library_;
+    decltype(Recognize2)* recognize_ = nullptr;
+    decltype(SetPlateRange)* setPlateRange_ = nullptr;
 };
 
 }  // namespace

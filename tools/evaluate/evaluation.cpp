@@ -37,85 +37,85 @@ int Share(int whole, int percent) {
 class RangeGate {
   public:
     void Enter(const WidthRange& range) {
-        std::unique_lock lock(mutex);
-        hasLeft.wait(lock, [&] { return inside == 0 || current == range; });
-        current = range;
-        ++inside;
+        std::unique_lock lock(mutex_);
+        hasLeft_.wait(lock, [&] { return inside_ == 0 || current_ == range; });
+        current_ = range;
+        ++inside_;
     }
 
     void Leave() {
         {
-            const std::lock_guard lock(mutex);
-            --inside;
+            const std::lock_guard lock(mutex_);
+            --inside_;
         }
-        hasLeft.notify_all();
+        hasLeft_.notify_all();
     }
 
   private:
-    std::mutex mutex;
-    std::condition_variable hasLeft;
-    WidthRange current;  // guarded by mutex
-    int inside = 0;      // guarded by mutex
+    std::mutex mutex_;
+    std::condition_variable hasLeft_;
+    WidthRange current_;  // guarded by mutex
+    int inside_ = 0;      // guarded by mutex
 };
 
 class Inside {
   public:
-    Inside(RangeGate& newGate, const WidthRange& range) : gate(newGate) { gate.Enter(range); }
+    Inside(RangeGate& gate, const WidthRange& range) : gate_(gate) { gate_.Enter(range); }
     Inside(const Inside&) = delete;
     Inside& operator=(const Inside&) = delete;
-    ~Inside() { gate.Leave(); }
+    ~Inside() { gate_.Leave(); }
 
   private:
-    RangeGate& gate;
+    RangeGate& gate_;
 };
 
 /// Works through the pictures on several threads.
 class Run {
   public:
-    Run(const std::filesystem::path& newFolder, const std::vector<TruePicture>& newPictures, PlateEngine& newEngine,
-        const EvaluationSettings& newSettings, const Checkpoint& newCheckpoint)
-        : folder(newFolder),
-          pictures(newPictures),
-          engine(newEngine),
-          settings(newSettings),
-          checkpoint(newCheckpoint),
-          results(newPictures.size()) {}
+    Run(const std::filesystem::path& folder, const std::vector<TruePicture>& pictures, PlateEngine& engine,
+        const EvaluationSettings& settings, const Checkpoint& checkpoint)
+        : folder_(folder),
+          pictures_(pictures),
+          engine_(engine),
+          settings_(settings),
+          checkpoint_(checkpoint),
+          results_(pictures.size()) {}
 
     std::vector<PictureResult> Results() {
         std::vector<std::thread> others;
-        for (int number = 1; number < settings.threads; ++number) {
+        for (int number = 1; number < settings_.threads; ++number) {
             others.emplace_back([this] { Work(); });
         }
         Work();
         for (std::thread& other : others) {
             other.join();
         }
-        if (failure != nullptr) {
-            std::rethrow_exception(failure);
+        if (failure_ != nullptr) {
+            std::rethrow_exception(failure_);
         }
-        return std::move(results);
+        return std::move(results_);
     }
 
   private:
     void Work() {
         try {
-            for (std::size_t index = next++; index < pictures.size(); index = next++) {
-                Handle(pictures[index], results[index]);
+            for (std::size_t index = next_++; index < pictures_.size(); index = next_++) {
+                Handle(pictures_[index], results_[index]);
             }
         } catch (...) {
-            next = pictures.size();
-            const std::lock_guard lock(mutex);
-            if (failure == nullptr) {
-                failure = std::current_exception();
+            next_ = pictures_.size();
+            const std::lock_guard lock(mutex_);
+            if (failure_ == nullptr) {
+                failure_ = std::current_exception();
             }
         }
     }
 
     void Handle(const TruePicture& truth, PictureResult& result) {
-        checkpoint();
+        checkpoint_();
         Picture picture;
         try {
-            picture = ReadPicture(folder / truth.file);
+            picture = ReadPicture(folder_ / truth.file);
         } catch (const Failure& unreadable) {
             result.error = unreadable.what();
         }
@@ -128,35 +128,35 @@ class Run {
     }
 
     Recognition Recognise(const TruePicture& truth, Picture& picture) {
-        const WidthRange range{Share(picture.width, settings.widths.minimum),
-                               Share(picture.width, settings.widths.maximum)};
+        const WidthRange range{Share(picture.width, settings_.widths.minimum),
+                               Share(picture.width, settings_.widths.maximum)};
         std::optional<Region> region;
-        if (settings.region) {
-            region = {Share(picture.width, settings.region->left), Share(picture.height, settings.region->top),
-                      Share(picture.width, settings.region->right), Share(picture.height, settings.region->bottom)};
+        if (settings_.region) {
+            region = {Share(picture.width, settings_.region->left), Share(picture.height, settings_.region->top),
+                      Share(picture.width, settings_.region->right), Share(picture.height, settings_.region->bottom)};
         }
-        const Inside inside(gate, range);
+        const Inside inside(gate_, range);
         try {
-            TakeRange(engine, range, settings.patience, checkpoint);
-            Recognition recognition = engine.Recognise(picture, region);
+            TakeRange(engine_, range, settings_.patience, checkpoint_);
+            Recognition recognition = engine_.Recognise(picture, region);
             // An engine whose server goes meanwhile finds nothing, which would count as what it can do.
-            checkpoint();
+            checkpoint_();
             return recognition;
         } catch (const Failure& failed) {
             throw Failure("\"" + truth.file + "\": " + failed.what());
         }
     }
 
-    const std::filesystem::path& folder;
-    const std::vector<TruePicture>& pictures;
-    PlateEngine& engine;
-    const EvaluationSettings& settings;
-    const Checkpoint& checkpoint;
-    RangeGate gate;
-    std::vector<PictureResult> results;  // each is written by the thread that took its number
-    std::atomic<std::size_t> next{0};
-    std::mutex mutex;
-    std::exception_ptr failure;  // guarded by mutex
+    const std::filesystem::path& folder_;
+    const std::vector<TruePicture>& pictures_;
+    PlateEngine& engine_;
+    const EvaluationSettings& settings_;
+    const Checkpoint& checkpoint_;
+    RangeGate gate_;
+    std::vector<PictureResult> results_;  // each is written by the thread that took its number
+    std::atomic<std::size_t> next_{0};
+    std::mutex mutex_;
+    std::exception_ptr failure_;  // guarded by mutex
 };
 
 }  // namespace

@@ -87,10 +87,10 @@ struct ServerProcess::System {
 };
 
 ServerProcess::ServerProcess(const std::filesystem::path& program, const std::vector<std::string>& arguments,
-                             std::chrono::milliseconds newPatience)
-    : patience(newPatience), system(std::make_unique<System>()) {
-    system->name = std::filesystem::absolute(program).string();
-    std::vector<std::string> words{system->name};
+                             std::chrono::milliseconds patience)
+    : patience_(patience), system_(std::make_unique<System>()) {
+    system_->name = std::filesystem::absolute(program).string();
+    std::vector<std::string> words{system_->name};
     words.insert(words.end(), arguments.begin(), arguments.end());
     std::vector<char*> pointers;
     for (std::string& word : words) {
@@ -101,9 +101,9 @@ ServerProcess::ServerProcess(const std::filesystem::path& program, const std::ve
     std::array<int, 2> errorPipe{-1, -1};
     const pid_t parent = ::getpid();
     const bool isPiped = ::pipe2(errorPipe.data(), O_CLOEXEC) == 0;
-    system->child = isPiped ? ::fork() : -1;
+    system_->child = isPiped ? ::fork() : -1;
     int error = errno;
-    if (system->child == 0) {
+    if (system_->child == 0) {
         BecomeServer(pointers.data(), errorPipe[1], parent);
     }
     if (isPiped) {
@@ -111,29 +111,29 @@ ServerProcess::ServerProcess(const std::filesystem::path& program, const std::ve
         ssize_t count = 0;
         do {
             // Ends without a byte when the program has taken the child's place.
-            count = system->child == -1 ? 0 : ::read(errorPipe[0], &error, sizeof error);
+            count = system_->child == -1 ? 0 : ::read(errorPipe[0], &error, sizeof error);
         } while (count == -1 && errno == EINTR);
         ::close(errorPipe[0]);
-        if (system->child != -1 && count == 0) {
+        if (system_->child != -1 && count == 0) {
             return;
         }
     }
-    if (system->child != -1) {
-        ::waitpid(system->child, nullptr, 0);
+    if (system_->child != -1) {
+        ::waitpid(system_->child, nullptr, 0);
     }
-    throw Failure("cannot start the server \"" + system->name + "\": " + SystemText(error));
+    throw Failure("cannot start the server \"" + system_->name + "\": " + SystemText(error));
 }
 
 ServerProcess::~ServerProcess() {
-    if (system->HasEnded()) {
+    if (system_->HasEnded()) {
         return;
     }
-    platform::SendSignal(system->child, SIGTERM);
-    const auto end = std::chrono::steady_clock::now() + patience;
-    while (!system->HasEnded()) {
+    platform::SendSignal(system_->child, SIGTERM);
+    const auto end = std::chrono::steady_clock::now() + patience_;
+    while (!system_->HasEnded()) {
         if (std::chrono::steady_clock::now() >= end) {
-            platform::SendSignal(system->child, SIGKILL);
-            ::waitpid(system->child, nullptr, 0);
+            platform::SendSignal(system_->child, SIGKILL);
+            ::waitpid(system_->child, nullptr, 0);
             return;
         }
         std::this_thread::sleep_for(std::chrono::milliseconds(5));
@@ -141,8 +141,8 @@ ServerProcess::~ServerProcess() {
 }
 
 void ServerProcess::RequireRunning() {
-    if (system->HasEnded()) {
-        throw Failure("the server \"" + system->name + "\" " + HowEnded(*system->status));
+    if (system_->HasEnded()) {
+        throw Failure("the server \"" + system_->name + "\" " + HowEnded(*system_->status));
     }
 }
 

@@ -24,32 +24,32 @@ namespace {
 /// A file that is opened before the work whose outcome it takes. Without a path it takes nothing.
 class OutcomeFile {
   public:
-    explicit OutcomeFile(const std::filesystem::path& newPath) : path(newPath) {
+    explicit OutcomeFile(const std::filesystem::path& path) : path_(path) {
         errno = 0;
-        if (!path.empty()) {
-            stream.open(path, std::ios::binary);
+        if (!path_.empty()) {
+            stream_.open(path_, std::ios::binary);
             RequireGood();
         }
     }
 
     void Write(const std::string& text) {
         errno = 0;
-        if (!path.empty()) {
-            stream << text;
-            stream.close();
+        if (!path_.empty()) {
+            stream_ << text;
+            stream_.close();
             RequireGood();
         }
     }
 
   private:
     void RequireGood() const {
-        if (!stream) {
-            throw Failure("cannot write \"" + path.string() + "\": " + std::generic_category().message(errno));
+        if (!stream_) {
+            throw Failure("cannot write \"" + path_.string() + "\": " + std::generic_category().message(errno));
         }
     }
 
-    const std::filesystem::path path;
-    std::ofstream stream;
+    const std::filesystem::path path_;
+    std::ofstream stream_;
 };
 
 std::vector<PictureResult> RunWithServer(const Options& options, const std::vector<TruePicture>& pictures) {

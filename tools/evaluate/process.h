@@ -34,8 +34,8 @@ class ServerProcess {
   private:
     struct System;
 
-    const std::chrono::milliseconds patience;
-    std::unique_ptr<System> system;
+    const std::chrono::milliseconds patience_;
+    std::unique_ptr<System> system_;
 };
 
 }  // namespace plate_evaluation

@@ -32,15 +32,15 @@ std::vector<std::string> Cells(const std::string& line) {
 /// Lines without their ends, whichever system wrote them.
 class LineReader {
   public:
-    explicit LineReader(std::istream& newStream) : stream(newStream) {}
+    explicit LineReader(std::istream& stream) : stream_(stream) {}
 
     bool Next(std::string& line) {
-        if (!std::getline(stream, line)) {
+        if (!std::getline(stream_, line)) {
             return false;
         }
-        ++number;
+        ++number_;
         constexpr std::string_view byteOrderMark = "\xEF\xBB\xBF";
-        if (number == 1 && line.starts_with(byteOrderMark)) {
+        if (number_ == 1 && line.starts_with(byteOrderMark)) {
             line.erase(0, byteOrderMark.size());
         }
         if (line.ends_with('\r')) {
@@ -50,12 +50,12 @@ class LineReader {
     }
 
     [[noreturn]] void Fail(const std::string& message) const {
-        throw Failure("line " + std::to_string(number) + ": " + message);
+        throw Failure("line " + std::to_string(number_) + ": " + message);
     }
 
   private:
-    std::istream& stream;
-    int number = 0;
+    std::istream& stream_;
+    int number_ = 0;
 };
 
 std::array<std::size_t, ColumnCount> FindColumns(const std::vector<std::string>& header) {

@@ -76,54 +76,54 @@ double Bounded(std::int32_t coordinate) {
 class Pen {
   public:
     Pen(cairo_surface_t* surface, const Picture& picture)
-        : context(cairo_create(surface)),
-          width(picture.width),
-          height(picture.height),
-          unit(std::max(1.0, std::round(static_cast<double>(picture.height) / linesPerUnit))) {
-        Require(cairo_status(context.get()));
-        cairo_select_font_face(context.get(), "DejaVu Sans", CAIRO_FONT_SLANT_NORMAL, CAIRO_FONT_WEIGHT_BOLD);
-        cairo_set_font_size(context.get(), 14 * unit);
+        : context_(cairo_create(surface)),
+          width_(picture.width),
+          height_(picture.height),
+          unit_(std::max(1.0, std::round(static_cast<double>(picture.height) / linesPerUnit))) {
+        Require(cairo_status(context_.get()));
+        cairo_select_font_face(context_.get(), "DejaVu Sans", CAIRO_FONT_SLANT_NORMAL, CAIRO_FONT_WEIGHT_BOLD);
+        cairo_set_font_size(context_.get(), 14 * unit_);
     }
 
     void Draw(const SnapshotTarget& target) {
-        cairo_save(context.get());
+        cairo_save(context_.get());
         if (target.plate) {
             KeepOutOf(*target.plate);
         }
         DrawTrack(target.track);
-        cairo_restore(context.get());
+        cairo_restore(context_.get());
         if (target.plate) {
             DrawFrame(*target.plate);
         }
         if (!target.label.empty()) {
             DrawLabel(target.label, target.plate);
         }
-        Require(cairo_status(context.get()));
+        Require(cairo_status(context_.get()));
     }
 
   private:
     void KeepOutOf(const SnapshotBox& plate) {
-        cairo_new_path(context.get());
-        cairo_rectangle(context.get(), 0, 0, width, height);
-        cairo_rectangle(context.get(), Bounded(plate.left), Bounded(plate.top),
+        cairo_new_path(context_.get());
+        cairo_rectangle(context_.get(), 0, 0, width_, height_);
+        cairo_rectangle(context_.get(), Bounded(plate.left), Bounded(plate.top),
                         Bounded(plate.right) - Bounded(plate.left), Bounded(plate.bottom) - Bounded(plate.top));
-        cairo_set_fill_rule(context.get(), CAIRO_FILL_RULE_EVEN_ODD);
-        cairo_clip(context.get());
+        cairo_set_fill_rule(context_.get(), CAIRO_FILL_RULE_EVEN_ODD);
+        cairo_clip(context_.get());
     }
 
     void DrawTrack(const std::vector<SnapshotPoint>& track) {
         const auto middle = [](std::int32_t coordinate) { return Bounded(coordinate) + 0.5; };
-        cairo_set_source_rgb(context.get(), 1, 0.8, 0);
-        cairo_new_path(context.get());
+        cairo_set_source_rgb(context_.get(), 1, 0.8, 0);
+        cairo_new_path(context_.get());
         for (const SnapshotPoint& point : track) {
-            cairo_line_to(context.get(), middle(point.x), middle(point.y));
+            cairo_line_to(context_.get(), middle(point.x), middle(point.y));
         }
-        cairo_set_line_width(context.get(), unit);
-        cairo_stroke(context.get());
+        cairo_set_line_width(context_.get(), unit_);
+        cairo_stroke(context_.get());
         for (const SnapshotPoint& point : track) {
-            cairo_new_path(context.get());
-            cairo_arc(context.get(), middle(point.x), middle(point.y), 2.5 * unit, 0, fullTurn);
-            cairo_fill(context.get());
+            cairo_new_path(context_.get());
+            cairo_arc(context_.get(), middle(point.x), middle(point.y), 2.5 * unit_, 0, fullTurn);
+            cairo_fill(context_.get());
         }
     }
 
@@ -131,51 +131,51 @@ class Pen {
         const double thickness = FrameThickness();
         const double left = Bounded(plate.left) - thickness / 2;
         const double top = Bounded(plate.top) - thickness / 2;
-        cairo_new_path(context.get());
-        cairo_rectangle(context.get(), left, top, Bounded(plate.right) + thickness / 2 - left,
+        cairo_new_path(context_.get());
+        cairo_rectangle(context_.get(), left, top, Bounded(plate.right) + thickness / 2 - left,
                         Bounded(plate.bottom) + thickness / 2 - top);
-        cairo_set_source_rgb(context.get(), 0, 1, 0);
-        cairo_set_line_width(context.get(), thickness);
-        cairo_set_line_join(context.get(), CAIRO_LINE_JOIN_MITER);
-        cairo_stroke(context.get());
+        cairo_set_source_rgb(context_.get(), 0, 1, 0);
+        cairo_set_line_width(context_.get(), thickness);
+        cairo_set_line_join(context_.get(), CAIRO_LINE_JOIN_MITER);
+        cairo_stroke(context_.get());
     }
 
     /// Over the plate, under it where there is no room, in the upper left corner without one; inside the picture.
     void DrawLabel(const std::string& label, const std::optional<SnapshotBox>& plate) {
         cairo_font_extents_t font{};
-        cairo_font_extents(context.get(), &font);
+        cairo_font_extents(context_.get(), &font);
         cairo_text_extents_t text{};
-        cairo_text_extents(context.get(), label.c_str(), &text);
-        const double margin = 3 * unit;
+        cairo_text_extents(context_.get(), label.c_str(), &text);
+        const double margin = 3 * unit_;
         const double boxWidth = text.x_advance + 2 * margin;
-        const double boxHeight = font.ascent + font.descent + 2 * unit;
+        const double boxHeight = font.ascent + font.descent + 2 * unit_;
         double left = 0;
         double top = 0;
         if (plate) {
-            const double distance = FrameThickness() + unit;
+            const double distance = FrameThickness() + unit_;
             left = Bounded(plate->left) - FrameThickness();
             top = Bounded(plate->top) - distance - boxHeight;
             if (top < 0) {
                 top = Bounded(plate->bottom) + distance;
             }
         }
-        left = std::max(0.0, std::min(left, width - boxWidth));
-        top = std::max(0.0, std::min(top, height - boxHeight));
-        cairo_new_path(context.get());
-        cairo_rectangle(context.get(), left, top, boxWidth, boxHeight);
-        cairo_set_source_rgb(context.get(), 0, 0, 0);
-        cairo_fill(context.get());
-        cairo_set_source_rgb(context.get(), 1, 1, 1);
-        cairo_move_to(context.get(), left + margin, top + unit + font.ascent);
-        cairo_show_text(context.get(), label.c_str());
+        left = std::max(0.0, std::min(left, width_ - boxWidth));
+        top = std::max(0.0, std::min(top, height_ - boxHeight));
+        cairo_new_path(context_.get());
+        cairo_rectangle(context_.get(), left, top, boxWidth, boxHeight);
+        cairo_set_source_rgb(context_.get(), 0, 0, 0);
+        cairo_fill(context_.get());
+        cairo_set_source_rgb(context_.get(), 1, 1, 1);
+        cairo_move_to(context_.get(), left + margin, top + unit_ + font.ascent);
+        cairo_show_text(context_.get(), label.c_str());
     }
 
-    double FrameThickness() const { return 2 * unit; }
+    double FrameThickness() const { return 2 * unit_; }
 
-    const Context context;
-    const double width;
-    const double height;
-    const double unit;  ///< a whole number, so that edges are sharp
+    const Context context_;
+    const double width_;
+    const double height_;
+    const double unit_;  ///< a whole number, so that edges are sharp
 };
 
 cairo_status_t Append(void* bytes, const unsigned char* data, unsigned int size) {

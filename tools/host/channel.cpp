@@ -5,15 +5,15 @@
 
 namespace plate_host {
 
-Channel::Channel(int newNumber, Plugin& plugin, HostObject& host, EventSink& sink, Console& console,
-                 BufferLedger& newLedger, FrameShelf* newShelf, const PlayOptions& options)
-    : peer(newNumber, host, sink, console),
-      detector(plugin.CreateDetector(peer)),
-      number(newNumber),
-      ledger(newLedger),
-      shelf(newShelf),
-      singleArea(options.singleArea) {
-    ApplySettings(*detector.settings, *detector.errors, options.settings);
+Channel::Channel(int number, Plugin& plugin, HostObject& host, EventSink& sink, Console& console, BufferLedger& ledger,
+                 FrameShelf* shelf, const PlayOptions& options)
+    : peer_(number, host, sink, console),
+      detector_(plugin.CreateDetector(peer_)),
+      number_(number),
+      ledger_(ledger),
+      shelf_(shelf),
+      singleArea_(options.singleArea) {
+    ApplySettings(*detector_.settings, *detector_.errors, options.settings);
 }
 
 Channel::~Channel() {
@@ -22,50 +22,50 @@ Channel::~Channel() {
 }
 
 void Channel::Start() {
-    thread = std::thread(&Channel::Run, this);
+    thread_ = std::thread(&Channel::Run, this);
 }
 
 void Channel::Finish() {
-    if (thread.joinable()) {
-        thread.join();
+    if (thread_.joinable()) {
+        thread_.join();
     }
-    detector.handle.reset();
+    detector_.handle.reset();
 }
 
 void Channel::Run() {
-    while (std::optional<Picture> picture = queue.Pop()) {
+    while (std::optional<Picture> picture = queue_.Pop()) {
         Handle(std::move(*picture));
     }
-    outcome.frameDoneCalls = frameDone.CallCount();
-    outcome.wrongFrameDoneCalls = frameDone.WrongCallCount();
-    hasFinished.store(true);
+    outcome_.frameDoneCalls = frameDone_.CallCount();
+    outcome_.wrongFrameDoneCalls = frameDone_.WrongCallCount();
+    hasFinished_.store(true);
 }
 
 void Channel::Handle(Picture picture) {
     std::string failure;
     try {
-        const int32_t code = HandOver(*FrameBuffer::HandOut(std::move(picture), ledger, shelf, number));
+        const int32_t code = HandOver(*FrameBuffer::HandOut(std::move(picture), ledger_, shelf_, number_));
         if (code != OKM8::ErrorCode::None) {
-            const char* const text = detector.errors->GetErrorMessage();
+            const char* const text = detector_.errors->GetErrorMessage();
             failure = "code " + std::to_string(code) + ", \"" + OneLine(text == nullptr ? "" : text) + "\"";
         }
     } catch (const std::exception& error) {
         failure = "an exception left the detector: \"" + OneLine(error.what()) + "\"";
     }
-    ++outcome.frames;
+    ++outcome_.frames;
     if (!failure.empty()) {
-        ++outcome.failures[failure];
+        ++outcome_.failures[failure];
     }
-    ++frameCount;
+    ++frameCount_;
 }
 
 int32_t Channel::HandOver(FrameBuffer& buffer) {
-    if (!singleArea) {
-        return detector.receiver->Receive(&buffer);
+    if (!singleArea_) {
+        return detector_.receiver->Receive(&buffer);
     }
-    frameDone.Expect(&buffer);
-    const int32_t code = detector.singleReceiver->ReceiveSingle(&buffer, &*singleArea, &frameDone);
-    frameDone.Expect(nullptr);
+    frameDone_.Expect(&buffer);
+    const int32_t code = detector_.singleReceiver->ReceiveSingle(&buffer, &*singleArea_, &frameDone_);
+    frameDone_.Expect(nullptr);
     return code;
 }
 

@@ -29,35 +29,35 @@ std::string OneLine(const std::string& text) {
 }
 
 void Console::Line(const std::string& text) {
-    const std::lock_guard lock(mutex);
-    Write(bar.empty() ? text + "\n" : clearLine + text + "\n" + bar);
+    const std::lock_guard lock(mutex_);
+    Write(bar_.empty() ? text + "\n" : clearLine + text + "\n" + bar_);
 }
 
 void Console::Bar(const std::string& text) {
-    if (!isTerminal) {
+    if (!isTerminal_) {
         return;
     }
-    const std::lock_guard lock(mutex);
-    if (text == bar) {
+    const std::lock_guard lock(mutex_);
+    if (text == bar_) {
         return;
     }
-    bar = text;
-    Write(clearLine + bar);
+    bar_ = text;
+    Write(clearLine + bar_);
 }
 
 void Console::WithoutBar(const std::function<void()>& action) {
-    if (!isTerminal) {
+    if (!isTerminal_) {
         action();
         return;
     }
-    const std::lock_guard lock(mutex);
-    if (bar.empty()) {
+    const std::lock_guard lock(mutex_);
+    if (bar_.empty()) {
         action();
         return;
     }
     Write(clearLine);
     action();
-    Write(bar);
+    Write(bar_);
 }
 
 }  // namespace plate_host

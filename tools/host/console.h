@@ -13,11 +13,11 @@ std::string OneLine(const std::string& text);
 /// Any thread. A failed write is not an error: there is nowhere left to report it.
 class Console {
   public:
-    explicit Console(bool newIsTerminal) : isTerminal(newIsTerminal) {}
+    explicit Console(bool isTerminal) : isTerminal_(isTerminal) {}
     Console(const Console&) = delete;
     Console& operator=(const Console&) = delete;
 
-    bool IsTerminal() const { return isTerminal; }
+    bool IsTerminal() const { return isTerminal_; }
 
     /// Writes a line of its own, above the bar.
     void Line(const std::string& text);
@@ -27,9 +27,9 @@ class Console {
     void WithoutBar(const std::function<void()>& action);
 
   private:
-    const bool isTerminal;
-    std::mutex mutex;
-    std::string bar;  // guarded by mutex
+    const bool isTerminal_;
+    std::mutex mutex_;
+    std::string bar_;  // guarded by mutex
 };
 
 }  // namespace plate_host

@@ -21,30 +21,30 @@ class EventPrinter final : public EventSink {
     using Output = std::function<WriteResult(std::string_view)>;
 
     /// The output is called by one thread at a time. The console must outlive the printer.
-    EventPrinter(Output newOutput, Console& newConsole) : output(std::move(newOutput)), console(newConsole) {}
+    EventPrinter(Output output, Console& console) : output_(std::move(output)), console_(console) {}
 
     void OnEvent(const EventRecord& event) override;
 
     /// All events, the ones included that could not be written.
-    std::uint64_t EventCount() const { return eventCount.load(); }
+    std::uint64_t EventCount() const { return eventCount_.load(); }
     /// The events that tell a plate.
-    std::uint64_t PlateCount() const { return plateCount.load(); }
+    std::uint64_t PlateCount() const { return plateCount_.load(); }
 
     /// True when nothing can be written any more.
-    bool HasEnded() const { return hasEnded.load(); }
+    bool HasEnded() const { return hasEnded_.load(); }
     /// Why the output has ended; empty when its reader has gone, which is no error.
     std::string Error() const;
 
   private:
     void Write(const std::string& line);
 
-    const Output output;  // called under mutex
-    Console& console;
-    std::atomic<std::uint64_t> eventCount{0};
-    std::atomic<std::uint64_t> plateCount{0};
-    std::atomic<bool> hasEnded{false};
-    mutable std::mutex mutex;
-    std::string error;  // guarded by mutex
+    const Output output_;  // called under mutex
+    Console& console_;
+    std::atomic<std::uint64_t> eventCount_{0};
+    std::atomic<std::uint64_t> plateCount_{0};
+    std::atomic<bool> hasEnded_{false};
+    mutable std::mutex mutex_;
+    std::string error_;  // guarded by mutex
 };
 
 }  // namespace plate_host

@@ -123,25 +123,25 @@ class FfmpegReader final : public VideoReader {
     std::uint64_t TimeOfFrame();
     Picture ScaledFrame();
 
-    Format format;
-    Codec codec;
-    Packet packet;
-    Frame frame;
-    Scaler scaler;
-    AVStream* stream = nullptr;
-    AVRational frameRate{0, 1};
-    bool inputEnded = false;
-    bool hasStart = false;
-    std::int64_t start = 0;  ///< in the stream's time base
-    std::uint64_t frameNumber = 0;
-    std::int64_t packetCount = 0;
-    std::int64_t lastPacketTime = AV_NOPTS_VALUE;  ///< decoding time, in the stream's time base
-    std::uint64_t refusedPackets = 0;
-    std::string breakOff;
+    Format format_;
+    Codec codec_;
+    Packet packet_;
+    Frame frame_;
+    Scaler scaler_;
+    AVStream* stream_ = nullptr;
+    AVRational frameRate_{0, 1};
+    bool inputEnded_ = false;
+    bool hasStart_ = false;
+    std::int64_t start_ = 0;  ///< in the stream's time base
+    std::uint64_t frameNumber_ = 0;
+    std::int64_t packetCount_ = 0;
+    std::int64_t lastPacketTime_ = AV_NOPTS_VALUE;  ///< decoding time, in the stream's time base
+    std::uint64_t refusedPackets_ = 0;
+    std::string breakOff_;
 };
 
-FfmpegReader::FfmpegReader(const std::string& address) : packet(av_packet_alloc()), frame(av_frame_alloc()) {
-    if (packet == nullptr || frame == nullptr) {
+FfmpegReader::FfmpegReader(const std::string& address) : packet_(av_packet_alloc()), frame_(av_frame_alloc()) {
+    if (packet_ == nullptr || frame_ == nullptr) {
         throw std::bad_alloc();
     }
     // The libraries' messages would stand between the program's own lines.
@@ -168,45 +168,45 @@ void FfmpegReader::OpenInput(const std::string& address) {
     if (error < 0) {
         throw Failure(ErrorText(error));
     }
-    format.reset(opened);
-    if (const int failed = avformat_find_stream_info(format.get(), nullptr); failed < 0) {
+    format_.reset(opened);
+    if (const int failed = avformat_find_stream_info(format_.get(), nullptr); failed < 0) {
         throw Failure(ErrorText(failed));
     }
 }
 
 void FfmpegReader::OpenDecoder() {
     const AVCodec* decoder = nullptr;
-    const int index = av_find_best_stream(format.get(), AVMEDIA_TYPE_VIDEO, -1, -1, &decoder, 0);
+    const int index = av_find_best_stream(format_.get(), AVMEDIA_TYPE_VIDEO, -1, -1, &decoder, 0);
     if (index == AVERROR_DECODER_NOT_FOUND) {
         throw Failure("there is no decoder for its pictures");
     }
     if (index < 0) {
         throw Failure("it has no pictures");
     }
-    stream = format->streams[index];
-    for (unsigned other = 0; other < format->nb_streams; ++other) {
-        if (format->streams[other] != stream) {
-            format->streams[other]->discard = AVDISCARD_ALL;
+    stream_ = format_->streams[index];
+    for (unsigned other = 0; other < format_->nb_streams; ++other) {
+        if (format_->streams[other] != stream_) {
+            format_->streams[other]->discard = AVDISCARD_ALL;
         }
     }
-    codec.reset(avcodec_alloc_context3(decoder));
-    if (codec == nullptr) {
+    codec_.reset(avcodec_alloc_context3(decoder));
+    if (codec_ == nullptr) {
         throw std::bad_alloc();
     }
-    int error = avcodec_parameters_to_context(codec.get(), stream->codecpar);
+    int error = avcodec_parameters_to_context(codec_.get(), stream_->codecpar);
     if (error >= 0) {
-        codec->pkt_timebase = stream->time_base;
-        codec->thread_count = 0;  // as many as there are processors
-        error = avcodec_open2(codec.get(), decoder, nullptr);
+        codec_->pkt_timebase = stream_->time_base;
+        codec_->thread_count = 0;  // as many as there are processors
+        error = avcodec_open2(codec_.get(), decoder, nullptr);
     }
     if (error < 0) {
         throw Failure(ErrorText(error));
     }
-    frameRate = av_guess_frame_rate(format.get(), stream, nullptr);
+    frameRate_ = av_guess_frame_rate(format_.get(), stream_, nullptr);
     ReaderMessages::Clear();
-    if (stream->start_time != AV_NOPTS_VALUE) {
-        start = stream->start_time;
-        hasStart = true;
+    if (stream_->start_time != AV_NOPTS_VALUE) {
+        start_ = stream_->start_time;
+        hasStart_ = true;
     }
 }
 
@@ -215,10 +215,10 @@ bool FfmpegReader::Read(Picture& picture) {
         if (TakeFrame(picture)) {
             return true;
         }
-        if (inputEnded) {
+        if (inputEnded_) {
             return false;
         }
-        inputEnded = !FeedDecoder();
+        inputEnded_ = !FeedDecoder();
     }
     return false;
 }
@@ -226,94 +226,94 @@ bool FfmpegReader::Read(Picture& picture) {
 // Takes the next frame out of the decoder; false when it has none.
 bool FfmpegReader::TakeFrame(Picture& picture) {
     for (;;) {
-        const int result = avcodec_receive_frame(codec.get(), frame.get());
+        const int result = avcodec_receive_frame(codec_.get(), frame_.get());
         if (result == AVERROR(EAGAIN) || result == AVERROR_EOF) {
             return false;
         }
         if (result < 0) {
-            ++refusedPackets;
+            ++refusedPackets_;
             continue;
         }
-        if (frame->width >= 2 && frame->height >= 2) {
+        if (frame_->width >= 2 && frame_->height >= 2) {
             break;
         }
     }
     Picture next = ScaledFrame();
     next.timeMs = TimeOfFrame();
-    ++frameNumber;
-    av_frame_unref(frame.get());
+    ++frameNumber_;
+    av_frame_unref(frame_.get());
     picture = std::move(next);
     return true;
 }
 
 // Gives the decoder one packet, or word of the end; false at the end.
 bool FfmpegReader::FeedDecoder() {
-    const int read = av_read_frame(format.get(), packet.get());
+    const int read = av_read_frame(format_.get(), packet_.get());
     if (read < 0) {
         if (read != AVERROR_EOF && Interruption() == 0) {
-            breakOff = ErrorText(read);
-        } else if (format->pb != nullptr && format->pb->error < 0 && format->pb->error != AVERROR_EOF) {
-            breakOff = ErrorText(format->pb->error);
+            breakOff_ = ErrorText(read);
+        } else if (format_->pb != nullptr && format_->pb->error < 0 && format_->pb->error != AVERROR_EOF) {
+            breakOff_ = ErrorText(format_->pb->error);
         }
-        avcodec_send_packet(codec.get(), nullptr);
+        avcodec_send_packet(codec_.get(), nullptr);
         return false;
     }
-    if (packet->stream_index == stream->index) {
-        ++packetCount;
-        lastPacketTime = packet->dts;
-        const bool corrupt = (packet->flags & AV_PKT_FLAG_CORRUPT) != 0;
-        const int sent = avcodec_send_packet(codec.get(), packet.get());
+    if (packet_->stream_index == stream_->index) {
+        ++packetCount_;
+        lastPacketTime_ = packet_->dts;
+        const bool corrupt = (packet_->flags & AV_PKT_FLAG_CORRUPT) != 0;
+        const int sent = avcodec_send_packet(codec_.get(), packet_.get());
         if (corrupt || sent < 0) {
-            ++refusedPackets;
+            ++refusedPackets_;
         }
     }
-    av_packet_unref(packet.get());
+    av_packet_unref(packet_.get());
     return true;
 }
 
 std::uint64_t FfmpegReader::TimeOfFrame() {
-    const std::int64_t stamp = frame->best_effort_timestamp;
+    const std::int64_t stamp = frame_->best_effort_timestamp;
     if (stamp == AV_NOPTS_VALUE) {
-        if (frameRate.num <= 0 || frameRate.den <= 0) {
-            return frameNumber * 40;
+        if (frameRate_.num <= 0 || frameRate_.den <= 0) {
+            return frameNumber_ * 40;
         }
-        return static_cast<std::uint64_t>(
-            av_rescale_q_rnd(static_cast<std::int64_t>(frameNumber), av_inv_q(frameRate), milliseconds, AV_ROUND_DOWN));
+        return static_cast<std::uint64_t>(av_rescale_q_rnd(static_cast<std::int64_t>(frameNumber_),
+                                                           av_inv_q(frameRate_), milliseconds, AV_ROUND_DOWN));
     }
-    if (!hasStart) {
-        start = stamp;
-        hasStart = true;
+    if (!hasStart_) {
+        start_ = stamp;
+        hasStart_ = true;
     }
-    const std::int64_t time = av_rescale_q_rnd(stamp - start, stream->time_base, milliseconds, AV_ROUND_DOWN);
+    const std::int64_t time = av_rescale_q_rnd(stamp - start_, stream_->time_base, milliseconds, AV_ROUND_DOWN);
     return static_cast<std::uint64_t>(std::max<std::int64_t>(time, 0));
 }
 
 Picture FfmpegReader::ScaledFrame() {
-    const auto source = static_cast<AVPixelFormat>(frame->format);
-    Picture picture = MakePicture(static_cast<std::uint32_t>(frame->width) & ~1u,
-                                  static_cast<std::uint32_t>(frame->height) & ~1u, true);
+    const auto source = static_cast<AVPixelFormat>(frame_->format);
+    Picture picture = MakePicture(static_cast<std::uint32_t>(frame_->width) & ~1u,
+                                  static_cast<std::uint32_t>(frame_->height) & ~1u, true);
     if (source == AV_PIX_FMT_YUV420P || source == AV_PIX_FMT_YUVJ420P) {
-        const std::array<PlaneView, 3> planes{{{frame->data[0], frame->linesize[0]},
-                                               {frame->data[1], frame->linesize[1]},
-                                               {frame->data[2], frame->linesize[2]}}};
+        const std::array<PlaneView, 3> planes{{{frame_->data[0], frame_->linesize[0]},
+                                               {frame_->data[1], frame_->linesize[1]},
+                                               {frame_->data[2], frame_->linesize[2]}}};
         FillPlanes(picture, planes.data());
         return picture;
     }
     // The scaler writes rows in steps of its own, which may reach behind an odd or narrow row.
     const AVPixelFormat target = HasFullRange(source) ? AV_PIX_FMT_YUVJ420P : AV_PIX_FMT_YUV420P;
-    scaler.reset(sws_getCachedContext(scaler.release(), frame->width, frame->height, source, frame->width,
-                                      frame->height, target, SWS_BICUBIC, nullptr, nullptr, nullptr));
+    scaler_.reset(sws_getCachedContext(scaler_.release(), frame_->width, frame_->height, source, frame_->width,
+                                       frame_->height, target, SWS_BICUBIC, nullptr, nullptr, nullptr));
     const Frame scaled(av_frame_alloc());
-    if (scaler == nullptr || scaled == nullptr) {
+    if (scaler_ == nullptr || scaled == nullptr) {
         throw Failure("the video's pixel format cannot be converted");
     }
     scaled->format = target;
-    scaled->width = frame->width;
-    scaled->height = frame->height;
+    scaled->width = frame_->width;
+    scaled->height = frame_->height;
     if (av_frame_get_buffer(scaled.get(), 0) < 0) {
         throw std::bad_alloc();
     }
-    sws_scale(scaler.get(), frame->data, frame->linesize, 0, frame->height, scaled->data, scaled->linesize);
+    sws_scale(scaler_.get(), frame_->data, frame_->linesize, 0, frame_->height, scaled->data, scaled->linesize);
     const std::array<PlaneView, 3> planes{{{scaled->data[0], scaled->linesize[0]},
                                            {scaled->data[1], scaled->linesize[1]},
                                            {scaled->data[2], scaled->linesize[2]}}};
@@ -324,36 +324,36 @@ Picture FfmpegReader::ScaledFrame() {
 // The index counts what is left after a cut by the container's own edit list, which the header's number of frames does
 // not.
 bool FfmpegReader::EndsBeforeItsIndex() const {
-    const int entries = avformat_index_get_entries_count(stream);
-    if (entries <= packetCount || lastPacketTime == AV_NOPTS_VALUE) {
+    const int entries = avformat_index_get_entries_count(stream_);
+    if (entries <= packetCount_ || lastPacketTime_ == AV_NOPTS_VALUE) {
         return false;
     }
-    const AVIndexEntry* const last = avformat_index_get_entry(stream, entries - 1);
-    return last != nullptr && last->timestamp > lastPacketTime;
+    const AVIndexEntry* const last = avformat_index_get_entry(stream_, entries - 1);
+    return last != nullptr && last->timestamp > lastPacketTime_;
 }
 
 std::string FfmpegReader::Damage() const {
-    std::string damage = breakOff;
-    if (damage.empty() && inputEnded && Interruption() == 0) {
+    std::string damage = breakOff_;
+    if (damage.empty() && inputEnded_ && Interruption() == 0) {
         damage = ReaderMessages::First();
     }
     const auto add = [&damage](const std::string& text) { damage += (damage.empty() ? "" : "; ") + text; };
-    if (inputEnded && Interruption() == 0 && EndsBeforeItsIndex()) {
+    if (inputEnded_ && Interruption() == 0 && EndsBeforeItsIndex()) {
         add("it ends before its index does");
     }
-    if (refusedPackets > 0) {
-        add("damaged packets: " + std::to_string(refusedPackets));
+    if (refusedPackets_ > 0) {
+        add("damaged packets: " + std::to_string(refusedPackets_));
     }
     return damage;
 }
 
 std::optional<std::uint64_t> FfmpegReader::PictureCount() const {
-    if (stream->nb_frames > 0) {
-        return static_cast<std::uint64_t>(stream->nb_frames);
+    if (stream_->nb_frames > 0) {
+        return static_cast<std::uint64_t>(stream_->nb_frames);
     }
-    if (format->duration > 0 && frameRate.num > 0 && frameRate.den > 0) {
+    if (format_->duration > 0 && frameRate_.num > 0 && frameRate_.den > 0) {
         return static_cast<std::uint64_t>(
-            av_rescale_q(format->duration, AVRational{1, AV_TIME_BASE}, av_inv_q(frameRate)));
+            av_rescale_q(format_->duration, AVRational{1, AV_TIME_BASE}, av_inv_q(frameRate_)));
     }
     return std::nullopt;
 }

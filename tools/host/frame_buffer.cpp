@@ -10,7 +10,7 @@ namespace plate_host {
 FrameBuffer* FrameBuffer::HandOut(Picture picture, BufferLedger& ledger, FrameShelf* shelf, int channel) {
     auto* const buffer = new FrameBuffer(std::move(picture), ledger, shelf, channel);
     if (shelf != nullptr) {
-        shelf->Enter(channel, buffer->picture);
+        shelf->Enter(channel, buffer->picture_);
     }
     ++ledger.handedOut;
     return buffer;
@@ -27,9 +27,9 @@ void* FrameBuffer::QueryContract(const char* contractName) const {
 }
 
 void FrameBuffer::Release() {
-    BufferLedger& countedIn = ledger;
-    if (shelf != nullptr) {
-        shelf->Leave(channel, picture);
+    BufferLedger& countedIn = ledger_;
+    if (shelf_ != nullptr) {
+        shelf_->Leave(channel_, picture_);
     }
     delete this;
     ++countedIn.givenBack;
@@ -44,11 +44,11 @@ void* FrameDoneCounter::QueryContract(const char* contractName) const {
 }
 
 void FrameDoneCounter::OnFrameDone(OKM8::MFF::IMultimediaBuffer* inputData) {
-    ++callCount;
-    if (inputData == nullptr || inputData != expected) {
-        ++wrongCallCount;
+    ++callCount_;
+    if (inputData == nullptr || inputData != expected_) {
+        ++wrongCallCount_;
     }
-    expected = nullptr;
+    expected_ = nullptr;
 }
 
 }  // namespace plate_host

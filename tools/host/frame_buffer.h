@@ -28,23 +28,23 @@ class FrameBuffer final : public OKM8::MFF::ICompositeBuffer {
 
     void* QueryContract(const char* contractName) override;
     void* QueryContract(const char* contractName) const override;
-    uint64_t GetTimeStamp() override { return picture.timeMs; }
+    uint64_t GetTimeStamp() override { return picture_.timeMs; }
     void Unused1() override {}
     void Unused2() override {}
     void Release() override;
-    uint8_t* GetData() override { return picture.bytes.get(); }
-    uint32_t GetDataSize() override { return picture.size; }
-    uint32_t GetWidth() override { return picture.width; }
-    uint32_t GetHeight() override { return picture.height; }
+    uint8_t* GetData() override { return picture_.bytes.get(); }
+    uint32_t GetDataSize() override { return picture_.size; }
+    uint32_t GetWidth() override { return picture_.width; }
+    uint32_t GetHeight() override { return picture_.height; }
 
   private:
-    FrameBuffer(Picture newPicture, BufferLedger& newLedger, FrameShelf* newShelf, int newChannel)
-        : picture(std::move(newPicture)), ledger(newLedger), shelf(newShelf), channel(newChannel) {}
+    FrameBuffer(Picture picture, BufferLedger& ledger, FrameShelf* shelf, int channel)
+        : picture_(std::move(picture)), ledger_(ledger), shelf_(shelf), channel_(channel) {}
 
-    Picture picture;
-    BufferLedger& ledger;
-    FrameShelf* const shelf;
-    const int channel;
+    Picture picture_;
+    BufferLedger& ledger_;
+    FrameShelf* const shelf_;
+    const int channel_;
 };
 
 /// Counts the calls that tell of handled frames. Used on one frame thread.
@@ -57,16 +57,16 @@ class FrameDoneCounter final : public OKM8::MFF::IFrameDoneCallback {
     void OnFrameDone(OKM8::MFF::IMultimediaBuffer* inputData) override;
 
     /// Names the buffer of the call that follows; null for none.
-    void Expect(const OKM8::MFF::IMultimediaBuffer* buffer) { expected = buffer; }
+    void Expect(const OKM8::MFF::IMultimediaBuffer* buffer) { expected_ = buffer; }
 
-    std::uint64_t CallCount() const { return callCount; }
+    std::uint64_t CallCount() const { return callCount_; }
     /// Calls with another buffer than the one handed in, calls after the first, and calls for no frame.
-    std::uint64_t WrongCallCount() const { return wrongCallCount; }
+    std::uint64_t WrongCallCount() const { return wrongCallCount_; }
 
   private:
-    const OKM8::MFF::IMultimediaBuffer* expected = nullptr;
-    std::uint64_t callCount = 0;
-    std::uint64_t wrongCallCount = 0;
+    const OKM8::MFF::IMultimediaBuffer* expected_ = nullptr;
+    std::uint64_t callCount_ = 0;
+    std::uint64_t wrongCallCount_ = 0;
 };
 
 }  // namespace plate_host

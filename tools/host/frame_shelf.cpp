@@ -5,16 +5,16 @@
 namespace plate_host {
 
 void FrameShelf::Enter(int channel, const Picture& picture) {
-    const std::lock_guard lock(mutex);
-    pictures.emplace(Key(channel, picture.timeMs), &picture);
+    const std::lock_guard lock(mutex_);
+    pictures_.emplace(Key(channel, picture.timeMs), &picture);
 }
 
 void FrameShelf::Leave(int channel, const Picture& picture) {
-    const std::lock_guard lock(mutex);
-    const auto [first, last] = pictures.equal_range(Key(channel, picture.timeMs));
+    const std::lock_guard lock(mutex_);
+    const auto [first, last] = pictures_.equal_range(Key(channel, picture.timeMs));
     for (auto entry = first; entry != last; ++entry) {
         if (entry->second == &picture) {
-            pictures.erase(entry);
+            pictures_.erase(entry);
             return;
         }
     }
@@ -22,8 +22,8 @@ void FrameShelf::Leave(int channel, const Picture& picture) {
 
 std::optional<Picture> FrameShelf::CopyOf(int channel, std::uint64_t timeMs) const {
     // Copied under the lock: whoever gives the buffer back waits for that.
-    const std::lock_guard lock(mutex);
-    const auto [first, last] = pictures.equal_range(Key(channel, timeMs));
+    const std::lock_guard lock(mutex_);
+    const auto [first, last] = pictures_.equal_range(Key(channel, timeMs));
     if (first == last) {
         return std::nullopt;
     }

@@ -26,8 +26,8 @@ class FrameShelf {
   private:
     using Key = std::pair<int, std::uint64_t>;  // channel and time
 
-    mutable std::mutex mutex;
-    std::multimap<Key, const Picture*> pictures;  // guarded by mutex
+    mutable std::mutex mutex_;
+    std::multimap<Key, const Picture*> pictures_;  // guarded by mutex
 };
 
 }  // namespace plate_host

@@ -29,7 +29,7 @@ void* HostLogger::QueryContract(const char* contractName) const {
 }
 
 void HostLogger::WriteLog(int32_t level, const char* text) {
-    console.Line("plate-host: log " + std::to_string(level) + ": " + OneLine(TextOf(text)));
+    console_.Line("plate-host: log " + std::to_string(level) + ": " + OneLine(TextOf(text)));
 }
 
 // Target
@@ -49,7 +49,7 @@ void* Target::QueryContract(const char* contractName) const {
 }
 
 void Target::Set(const char* name, Json value) {
-    values[TextOf(name)] = std::move(value);
+    values_[TextOf(name)] = std::move(value);
 }
 
 void Target::SetStringValue(const char* name, const char* value) {
@@ -71,16 +71,16 @@ void Target::SetBoolValue(const char* name, bool value) {
 void Target::SetBinaryValue(const char* name, const void* data, uint32_t size) {
     const std::string key = TextOf(name);
     if (key != OKM8::Analytics::PlateKey::AllTracks) {
-        values[key] = nullptr;  // keeps its place in the order
+        values_[key] = nullptr;  // keeps its place in the order
     }
-    std::erase_if(bytes, [&key](const Bytes& earlier) { return earlier.name == key; });
-    bytes.push_back({key, data, size});
+    std::erase_if(bytes_, [&key](const Bytes& earlier) { return earlier.name == key; });
+    bytes_.push_back({key, data, size});
 }
 
 TargetRecord Target::Describe() const {
     TargetRecord record;
-    record.arguments = values;
-    for (const Bytes& value : bytes) {
+    record.arguments = values_;
+    for (const Bytes& value : bytes_) {
         if (value.name == OKM8::Analytics::PlateKey::AllTracks && value.data != nullptr &&
             value.size == sizeof(OKM8::Analytics::TrackPointList)) {
             OKM8::Analytics::TrackPointList track{};
@@ -104,12 +104,12 @@ void* TargetList::QueryContract(const char* contractName) const {
 }
 
 OKM8::Analytics::ITargetAdjuster* TargetList::AddTarget(int32_t) {
-    return targets.emplace_back(std::make_unique<Target>()).get();
+    return targets_.emplace_back(std::make_unique<Target>()).get();
 }
 
 std::vector<TargetRecord> TargetList::Describe() const {
     std::vector<TargetRecord> records;
-    for (const std::unique_ptr<Target>& target : targets) {
+    for (const std::unique_ptr<Target>& target : targets_) {
         records.push_back(target->Describe());
     }
     return records;
@@ -128,25 +128,25 @@ void* TargetListFactory::QueryContract(const char* contractName) const {
 OKM8::Analytics::ITargetEnumeratorAdjuster* TargetListFactory::CreateTargetEnumerator(int64_t) {
     auto list = std::make_unique<TargetList>();
     TargetList* const made = list.get();
-    const std::lock_guard lock(mutex);
-    looseLists.emplace(made, std::move(list));
+    const std::lock_guard lock(mutex_);
+    looseLists_.emplace(made, std::move(list));
     return made;
 }
 
 std::unique_ptr<TargetList> TargetListFactory::Take(const OKM8::IContract* object) {
-    const std::lock_guard lock(mutex);
-    const auto found = looseLists.find(object);
-    if (found == looseLists.end()) {
+    const std::lock_guard lock(mutex_);
+    const auto found = looseLists_.find(object);
+    if (found == looseLists_.end()) {
         return nullptr;
     }
     std::unique_ptr<TargetList> list = std::move(found->second);
-    looseLists.erase(found);
+    looseLists_.erase(found);
     return list;
 }
 
 std::size_t TargetListFactory::LooseListCount() const {
-    const std::lock_guard lock(mutex);
-    return looseLists.size();
+    const std::lock_guard lock(mutex_);
+    return looseLists_.size();
 }
 
 // HostObject
@@ -161,10 +161,10 @@ void* HostObject::QueryContract(const char* contractName) const {
 
 void* HostObject::GetInterface(const char* contractName) {
     if (IsOneOf(contractName, {ContractName::ILogger})) {
-        return static_cast<OKM8::ILogger*>(&logger);
+        return static_cast<OKM8::ILogger*>(&logger_);
     }
     if (IsOneOf(contractName, {ContractName::ITargetEnumeratorFactory})) {
-        return static_cast<OKM8::Analytics::ITargetEnumeratorFactory*>(&targetLists);
+        return static_cast<OKM8::Analytics::ITargetEnumeratorFactory*>(&targetLists_);
     }
     return nullptr;
 }
@@ -182,19 +182,19 @@ void* EventArguments::QueryContract(const char* contractName) const {
 void EventArguments::SetObjectValue(const char* name, OKM8::IContract* value) {
     const std::string key = TextOf(name);
     if (key == OKM8::Analytics::EventKey::Targets) {
-        if (std::unique_ptr<TargetList> list = targetLists.Take(value)) {
-            targets = std::move(list);
+        if (std::unique_ptr<TargetList> list = targetLists_.Take(value)) {
+            targets_ = std::move(list);
             return;
         }
     }
-    otherObjects.push_back(key);
+    otherObjects_.push_back(key);
 }
 
 void EventArguments::DescribeInto(EventRecord& event) const {
-    if (targets != nullptr) {
-        event.targets = targets->Describe();
+    if (targets_ != nullptr) {
+        event.targets = targets_->Describe();
     }
-    event.otherObjects = otherObjects;
+    event.otherObjects = otherObjects_;
 }
 
 // EventRaiser
@@ -208,17 +208,17 @@ void* EventRaiser::QueryContract(const char* contractName) const {
 }
 
 void EventRaiser::Raise() {
-    peer.End(*this, true);
+    peer_.End(*this, true);
 }
 
 void EventRaiser::Discard() {
-    peer.End(*this, false);
+    peer_.End(*this, false);
 }
 
 void EventRaiser::DescribeInto(EventRecord& event) const {
-    event.name = name;
-    event.timeMs = timeMs;
-    arguments.DescribeInto(event);
+    event.name = name_;
+    event.timeMs = timeMs_;
+    arguments_.DescribeInto(event);
 }
 
 // DetectorPeer
@@ -233,25 +233,25 @@ void* DetectorPeer::QueryContract(const char* contractName) const {
 
 OKM8::Analytics::IDetectorEventRaiser* DetectorPeer::CreateEventRaiser(OKM8::Analytics::IDetector*,
                                                                        const char* eventName, int64_t timeMs, int32_t) {
-    auto raiser = std::make_unique<EventRaiser>(*this, host.TargetLists(), TextOf(eventName), timeMs);
+    auto raiser = std::make_unique<EventRaiser>(*this, host_.TargetLists(), TextOf(eventName), timeMs);
     EventRaiser* const made = raiser.get();
-    const std::lock_guard lock(mutex);
-    raisers.emplace(made, std::move(raiser));
-    ++counts.made;
+    const std::lock_guard lock(mutex_);
+    raisers_.emplace(made, std::move(raiser));
+    ++counts_.made;
     return made;
 }
 
 void DetectorPeer::End(EventRaiser& raiser, bool raised) {
     std::unique_ptr<EventRaiser> ended;
     {
-        const std::lock_guard lock(mutex);
-        const auto found = raisers.find(&raiser);
-        if (found == raisers.end()) {
+        const std::lock_guard lock(mutex_);
+        const auto found = raisers_.find(&raiser);
+        if (found == raisers_.end()) {
             return;
         }
         ended = std::move(found->second);
-        raisers.erase(found);
-        ++(raised ? counts.raised : counts.discarded);
+        raisers_.erase(found);
+        ++(raised ? counts_.raised : counts_.discarded);
     }
     if (raised) {
         Publish(*ended);
@@ -262,17 +262,17 @@ void DetectorPeer::End(EventRaiser& raiser, bool raised) {
 void DetectorPeer::Publish(const EventRaiser& raiser) {
     try {
         EventRecord event;
-        event.channel = channel;
+        event.channel = channel_;
         raiser.DescribeInto(event);
-        sink.OnEvent(event);
+        sink_.OnEvent(event);
     } catch (const std::exception& failure) {
-        console.Line(std::string("plate-host: an event could not be written: ") + OneLine(failure.what()));
+        console_.Line(std::string("plate-host: an event could not be written: ") + OneLine(failure.what()));
     }
 }
 
 RaiserCounts DetectorPeer::Counts() const {
-    const std::lock_guard lock(mutex);
-    return counts;
+    const std::lock_guard lock(mutex_);
+    return counts_;
 }
 
 }  // namespace plate_host

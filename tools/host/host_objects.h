@@ -19,7 +19,7 @@ namespace plate_host {
 class HostLogger final : public OKM8::ILogger {
   public:
     OKM8_OBJECT_DESTRUCTOR_SLOT(HostLogger)
-    explicit HostLogger(Console& newConsole) : console(newConsole) {}
+    explicit HostLogger(Console& console) : console_(console) {}
 
     void* QueryContract(const char* contractName) override;
     void* QueryContract(const char* contractName) const override;
@@ -28,7 +28,7 @@ class HostLogger final : public OKM8::ILogger {
     void WriteLog(int32_t level, const char* text) override;
 
   private:
-    Console& console;
+    Console& console_;
 };
 
 /// A target and its values. Bytes are remembered by their address alone and read when the event is raised, as a host
@@ -57,8 +57,8 @@ class Target final : public OKM8::Analytics::ITargetAdjuster, public OKM8::IBina
 
     void Set(const char* name, Json value);
 
-    Json values = Json::object();
-    std::vector<Bytes> bytes;
+    Json values_ = Json::object();
+    std::vector<Bytes> bytes_;
 };
 
 /// The targets of one event. Used on one frame thread.
@@ -80,7 +80,7 @@ class TargetList final : public OKM8::Analytics::ITargetEnumeratorAdjuster {
     std::vector<TargetRecord> Describe() const;
 
   private:
-    std::vector<std::unique_ptr<Target>> targets;
+    std::vector<std::unique_ptr<Target>> targets_;
 };
 
 /// Makes target lists and owns each until it is attached to an event. Any thread.
@@ -105,25 +105,25 @@ class TargetListFactory final : public OKM8::Analytics::ITargetEnumeratorFactory
     std::size_t LooseListCount() const;
 
   private:
-    mutable std::mutex mutex;
-    std::unordered_map<const OKM8::IContract*, std::unique_ptr<TargetList>> looseLists;  // guarded by mutex
+    mutable std::mutex mutex_;
+    std::unordered_map<const OKM8::IContract*, std::unique_ptr<TargetList>> looseLists_;  // guarded by mutex
 };
 
 /// The object that InitializeModule is given.
 class HostObject final : public OKM8::IHost {
   public:
     OKM8_OBJECT_DESTRUCTOR_SLOT(HostObject)
-    explicit HostObject(Console& console) : logger(console) {}
+    explicit HostObject(Console& console) : logger_(console) {}
 
     void* QueryContract(const char* contractName) override;
     void* QueryContract(const char* contractName) const override;
     void* GetInterface(const char* contractName) override;
 
-    TargetListFactory& TargetLists() { return targetLists; }
+    TargetListFactory& TargetLists() { return targetLists_; }
 
   private:
-    HostLogger logger;
-    TargetListFactory targetLists;
+    HostLogger logger_;
+    TargetListFactory targetLists_;
 };
 
 class DetectorPeer;
@@ -132,7 +132,7 @@ class DetectorPeer;
 class EventArguments final : public OKM8::Analytics::IEventArgsAdjuster {
   public:
     OKM8_OBJECT_DESTRUCTOR_SLOT(EventArguments)
-    explicit EventArguments(TargetListFactory& newTargetLists) : targetLists(newTargetLists) {}
+    explicit EventArguments(TargetListFactory& targetLists) : targetLists_(targetLists) {}
 
     void* QueryContract(const char* contractName) override;
     void* QueryContract(const char* contractName) const override;
@@ -148,32 +148,32 @@ class EventArguments final : public OKM8::Analytics::IEventArgsAdjuster {
     void DescribeInto(EventRecord& event) const;
 
   private:
-    TargetListFactory& targetLists;
-    std::unique_ptr<TargetList> targets;
-    std::vector<std::string> otherObjects;
+    TargetListFactory& targetLists_;
+    std::unique_ptr<TargetList> targets_;
+    std::vector<std::string> otherObjects_;
 };
 
 /// One event in the making; Raise and Discard end it. Used on one frame thread.
 class EventRaiser final : public OKM8::Analytics::IDetectorEventRaiser {
   public:
     OKM8_OBJECT_DESTRUCTOR_SLOT(EventRaiser)
-    EventRaiser(DetectorPeer& newPeer, TargetListFactory& targetLists, std::string newName, std::int64_t newTimeMs)
-        : peer(newPeer), arguments(targetLists), name(std::move(newName)), timeMs(newTimeMs) {}
+    EventRaiser(DetectorPeer& peer, TargetListFactory& targetLists, std::string name, std::int64_t timeMs)
+        : peer_(peer), arguments_(targetLists), name_(std::move(name)), timeMs_(timeMs) {}
 
     void* QueryContract(const char* contractName) override;
     void* QueryContract(const char* contractName) const override;
     void Unused1() override {}
     void Raise() override;
     void Discard() override;
-    OKM8::Analytics::IEventArgsAdjuster* GetEventArgs() override { return &arguments; }
+    OKM8::Analytics::IEventArgsAdjuster* GetEventArgs() override { return &arguments_; }
 
     void DescribeInto(EventRecord& event) const;
 
   private:
-    DetectorPeer& peer;
-    EventArguments arguments;
-    const std::string name;
-    const std::int64_t timeMs;
+    DetectorPeer& peer_;
+    EventArguments arguments_;
+    const std::string name_;
+    const std::int64_t timeMs_;
 };
 
 /// What became of the raisers of a detector.
@@ -188,8 +188,8 @@ class DetectorPeer final : public OKM8::Analytics::IDetectorPeer {
   public:
     OKM8_OBJECT_DESTRUCTOR_SLOT(DetectorPeer)
     /// The host object, the sink and the console must outlive the peer.
-    DetectorPeer(int newChannel, HostObject& newHost, EventSink& newSink, Console& newConsole)
-        : channel(newChannel), host(newHost), sink(newSink), console(newConsole) {}
+    DetectorPeer(int channel, HostObject& host, EventSink& sink, Console& console)
+        : channel_(channel), host_(host), sink_(sink), console_(console) {}
 
     void* QueryContract(const char* contractName) override;
     void* QueryContract(const char* contractName) const override;
@@ -205,13 +205,13 @@ class DetectorPeer final : public OKM8::Analytics::IDetectorPeer {
   private:
     void Publish(const EventRaiser& raiser);
 
-    const int channel;
-    HostObject& host;
-    EventSink& sink;
-    Console& console;
-    mutable std::mutex mutex;
-    std::unordered_map<const EventRaiser*, std::unique_ptr<EventRaiser>> raisers;  // guarded by mutex
-    RaiserCounts counts;                                                           // guarded by mutex
+    const int channel_;
+    HostObject& host_;
+    EventSink& sink_;
+    Console& console_;
+    mutable std::mutex mutex_;
+    std::unordered_map<const EventRaiser*, std::unique_ptr<EventRaiser>> raisers_;  // guarded by mutex
+    RaiserCounts counts_;                                                           // guarded by mutex
 };
 
 }  // namespace plate_host

@@ -55,34 +55,34 @@ std::string SystemText(int error) {
 
 class FileDescriptorSource final : public ByteSource {
   public:
-    FileDescriptorSource(int newDescriptor, bool newOwned) : descriptor(newDescriptor), owned(newOwned) {}
+    FileDescriptorSource(int descriptor, bool owned) : descriptor_(descriptor), owned_(owned) {}
     FileDescriptorSource(const FileDescriptorSource&) = delete;
     FileDescriptorSource& operator=(const FileDescriptorSource&) = delete;
     ~FileDescriptorSource() override {
-        if (owned) {
-            ::close(descriptor);
+        if (owned_) {
+            ::close(descriptor_);
         }
     }
 
     std::size_t Read(void* buffer, std::size_t size) override {
         while (WaitForInput()) {
-            const ssize_t count = ::read(descriptor, buffer, size);
+            const ssize_t count = ::read(descriptor_, buffer, size);
             if (count >= 0) {
                 return static_cast<std::size_t>(count);
             }
             if (errno != EINTR && errno != EAGAIN) {
-                error = SystemText(errno);
+                error_ = SystemText(errno);
                 return 0;
             }
         }
         return 0;
     }
 
-    std::string Error() const override { return error; }
+    std::string Error() const override { return error_; }
 
     std::optional<std::uint64_t> Size() const override {
         struct stat status {};
-        if (::fstat(descriptor, &status) != 0 || !S_ISREG(status.st_mode)) {
+        if (::fstat(descriptor_, &status) != 0 || !S_ISREG(status.st_mode)) {
             return std::nullopt;
         }
         return static_cast<std::uint64_t>(status.st_size);
@@ -92,21 +92,21 @@ class FileDescriptorSource final : public ByteSource {
     // Reading blocks in here alone, where a request to stop is noticed whenever it comes.
     bool WaitForInput() {
         while (Interruption() == 0) {
-            std::array<pollfd, 2> waits{{{descriptor, POLLIN, 0}, {wakePipe[0], POLLIN, 0}}};
+            std::array<pollfd, 2> waits{{{descriptor_, POLLIN, 0}, {wakePipe[0], POLLIN, 0}}};
             if (::poll(waits.data(), waits.size(), -1) >= 0) {
                 return Interruption() == 0;
             }
             if (errno != EINTR) {
-                error = SystemText(errno);
+                error_ = SystemText(errno);
                 return false;
             }
         }
         return false;
     }
 
-    const int descriptor;
-    const bool owned;
-    std::string error;
+    const int descriptor_;
+    const bool owned_;
+    std::string error_;
 };
 
 }  // namespace

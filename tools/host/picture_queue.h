@@ -21,53 +21,53 @@ class PictureQueue {
 
     /// Waits at most that long for room; the picture is moved from only when true is answered.
     bool TryPush(Picture& picture, std::chrono::milliseconds timeout) {
-        std::unique_lock lock(mutex);
-        if (!changed.wait_for(lock, timeout, [this] { return pictures.size() < capacity; })) {
+        std::unique_lock lock(mutex_);
+        if (!changed_.wait_for(lock, timeout, [this] { return pictures_.size() < capacity; })) {
             return false;
         }
-        pictures.push_back(std::move(picture));
-        changed.notify_all();
+        pictures_.push_back(std::move(picture));
+        changed_.notify_all();
         return true;
     }
 
     /// Waits for a picture; nothing when the queue is closed and empty.
     std::optional<Picture> Pop() {
-        std::unique_lock lock(mutex);
-        changed.wait(lock, [this] { return closed || !pictures.empty(); });
-        if (pictures.empty()) {
+        std::unique_lock lock(mutex_);
+        changed_.wait(lock, [this] { return closed_ || !pictures_.empty(); });
+        if (pictures_.empty()) {
             return std::nullopt;
         }
-        Picture picture = std::move(pictures.front());
-        pictures.pop_front();
-        changed.notify_all();
+        Picture picture = std::move(pictures_.front());
+        pictures_.pop_front();
+        changed_.notify_all();
         return picture;
     }
 
     /// Nothing is pushed any more. Any thread.
     void Close() {
-        const std::lock_guard lock(mutex);
-        closed = true;
-        changed.notify_all();
+        const std::lock_guard lock(mutex_);
+        closed_ = true;
+        changed_.notify_all();
     }
 
     /// Closes the queue and drops what waits in it. Any thread.
     void Abandon() {
-        const std::lock_guard lock(mutex);
-        pictures.clear();
-        closed = true;
-        changed.notify_all();
+        const std::lock_guard lock(mutex_);
+        pictures_.clear();
+        closed_ = true;
+        changed_.notify_all();
     }
 
     bool IsEmpty() const {
-        const std::lock_guard lock(mutex);
-        return pictures.empty();
+        const std::lock_guard lock(mutex_);
+        return pictures_.empty();
     }
 
   private:
-    mutable std::mutex mutex;
-    std::condition_variable changed;
-    std::deque<Picture> pictures;  // guarded by mutex
-    bool closed = false;           // guarded by mutex
+    mutable std::mutex mutex_;
+    std::condition_variable changed_;
+    std::deque<Picture> pictures_;  // guarded by mutex
+    bool closed_ = false;           // guarded by mutex
 };
 
 }  // namespace plate_host

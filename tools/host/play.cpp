@@ -26,37 +26,37 @@ constexpr std::chrono::milliseconds waitSlice{50};
 /// Feeds a video to channels until it ends or the run is to stop.
 class Feeder {
   public:
-    Feeder(const PlayOptions& newOptions, VideoReader& newReader, const EventPrinter& newPrinter,
-           std::vector<std::unique_ptr<Channel>>& newChannels, Console& console)
-        : options(newOptions), reader(newReader), printer(newPrinter), channels(newChannels), progress(console) {}
+    Feeder(const PlayOptions& options, VideoReader& reader, const EventPrinter& printer,
+           std::vector<std::unique_ptr<Channel>>& channels, Console& console)
+        : options_(options), reader_(reader), printer_(printer), channels_(channels), progress_(console) {}
 
     /// Plays from the picture that has been read already, and waits until the detectors have handled all frames.
     void Run(Picture picture) {
-        start = std::chrono::steady_clock::now();
-        startMs = picture.timeMs;
+        start_ = std::chrono::steady_clock::now();
+        startMs_ = picture.timeMs;
         do {
             if (!WaitUntilDue(picture.timeMs) || !PushToAll(std::move(picture))) {
                 break;
             }
-            ++frames;
-        } while (!IsLimitReached() && reader.Read(picture));
-        for (const std::unique_ptr<Channel>& channel : channels) {
+            ++frames_;
+        } while (!IsLimitReached() && reader_.Read(picture));
+        for (const std::unique_ptr<Channel>& channel : channels_) {
             channel->Close();
         }
         WaitForChannels();
-        progress.End();
+        progress_.End();
     }
 
-    double Seconds() const { return progress.Seconds(); }
-    std::uint64_t FrameCount() const { return frames; }
+    double Seconds() const { return progress_.Seconds(); }
+    std::uint64_t FrameCount() const { return frames_; }
 
   private:
-    bool MustStop() const { return Interruption() != 0 || printer.HasEnded(); }
-    bool IsLimitReached() const { return options.frames != 0 && frames == options.frames; }
+    bool MustStop() const { return Interruption() != 0 || printer_.HasEnded(); }
+    bool IsLimitReached() const { return options_.frames != 0 && frames_ == options_.frames; }
 
     bool WaitUntilDue(std::uint64_t timeMs) {
-        if (options.realtime && timeMs > startMs) {
-            const auto due = start + std::chrono::milliseconds(timeMs - startMs);
+        if (options_.realtime && timeMs > startMs_) {
+            const auto due = start_ + std::chrono::milliseconds(timeMs - startMs_);
             for (auto now = std::chrono::steady_clock::now(); now < due && !MustStop();
                  now = std::chrono::steady_clock::now()) {
                 std::this_thread::sleep_for(std::min<std::chrono::steady_clock::duration>(due - now, waitSlice));
@@ -67,10 +67,10 @@ class Feeder {
     }
 
     bool PushToAll(Picture picture) {
-        for (std::size_t index = 0; index < channels.size(); ++index) {
-            const bool isLast = index + 1 == channels.size();
+        for (std::size_t index = 0; index < channels_.size(); ++index) {
+            const bool isLast = index + 1 == channels_.size();
             Picture own = isLast ? std::move(picture) : CopyPicture(picture);
-            while (!channels[index]->TryPush(own, waitSlice)) {
+            while (!channels_[index]->TryPush(own, waitSlice)) {
                 ShowProgress();
                 if (MustStop()) {
                     return false;
@@ -83,11 +83,11 @@ class Feeder {
 
     void WaitForChannels() {
         bool abandoned = false;
-        for (const std::unique_ptr<Channel>& channel : channels) {
+        for (const std::unique_ptr<Channel>& channel : channels_) {
             while (!channel->HasFinished()) {
                 if (MustStop() && !abandoned) {
                     abandoned = true;
-                    for (const std::unique_ptr<Channel>& other : channels) {
+                    for (const std::unique_ptr<Channel>& other : channels_) {
                         other->Abandon();
                     }
                 }
@@ -99,29 +99,29 @@ class Feeder {
 
     void ShowProgress() {
         ProgressFigures figures;
-        for (const std::unique_ptr<Channel>& channel : channels) {
+        for (const std::unique_ptr<Channel>& channel : channels_) {
             figures.frames += channel->FrameCount();
         }
-        std::optional<std::uint64_t> total = reader.PictureCount();
-        if (options.frames != 0) {
-            total = std::min(total.value_or(options.frames), options.frames);
+        std::optional<std::uint64_t> total = reader_.PictureCount();
+        if (options_.frames != 0) {
+            total = std::min(total.value_or(options_.frames), options_.frames);
         }
         if (total) {
-            figures.frameTotal = *total * channels.size();
+            figures.frameTotal = *total * channels_.size();
         }
-        figures.plates = printer.PlateCount();
-        figures.events = printer.EventCount();
-        progress.Show(figures);
+        figures.plates = printer_.PlateCount();
+        figures.events = printer_.EventCount();
+        progress_.Show(figures);
     }
 
-    const PlayOptions& options;
-    VideoReader& reader;
-    const EventPrinter& printer;
-    std::vector<std::unique_ptr<Channel>>& channels;
-    Progress progress;
-    std::chrono::steady_clock::time_point start;
-    std::uint64_t startMs = 0;
-    std::uint64_t frames = 0;
+    const PlayOptions& options_;
+    VideoReader& reader_;
+    const EventPrinter& printer_;
+    std::vector<std::unique_ptr<Channel>>& channels_;
+    Progress progress_;
+    std::chrono::steady_clock::time_point start_;
+    std::uint64_t startMs_ = 0;
+    std::uint64_t frames_ = 0;
 };
 
 // Runs the detectors from their making to their end, and gathers what came of it.

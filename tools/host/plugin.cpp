@@ -54,37 +54,38 @@ Interface* Query(OKM8::IContract& object, const char* contractName) {
 }  // namespace
 
 Plugin::Plugin(const PluginPaths& paths)
-    : enginePath(PathOf(paths.engine, EngineFileName())), libraryPath(PathOf(paths.library, LibraryFileName())) {
-    RequireFile(libraryPath, "library", "--plugin");
-    RequireFile(enginePath, "engine", "--engine");
-    Load(engine, enginePath, "engine", LoadMode::rtld_now | LoadMode::rtld_global);
+    : enginePath_(PathOf(paths.engine, EngineFileName())), libraryPath_(PathOf(paths.library, LibraryFileName())) {
+    RequireFile(libraryPath_, "library", "--plugin");
+    RequireFile(enginePath_, "engine", "--engine");
+    Load(engine_, enginePath_, "engine", LoadMode::rtld_now | LoadMode::rtld_global);
     if (!EngineIsBound()) {
-        throw Failure("\"" + enginePath + "\" cannot serve as the engine: it does not bear the name " +
+        throw Failure("\"" + enginePath_ + "\" cannot serve as the engine: it does not bear the name " +
                       EngineFileName());
     }
-    Load(library, libraryPath, "library", LoadMode::rtld_now);
+    Load(library_, libraryPath_, "library", LoadMode::rtld_now);
     namespace Names = OKM8::ExportName;
-    initializeModule = Export<OKM8::Analytics::InitializeModuleFunction>(library, libraryPath, Names::InitializeModule);
-    getModule = Export<OKM8::Analytics::GetModuleFunction>(library, libraryPath, Names::GetModule);
-    finalizeModule = Export<OKM8::Analytics::FinalizeModuleFunction>(library, libraryPath, Names::FinalizeModule);
+    initializeModule_ =
+        Export<OKM8::Analytics::InitializeModuleFunction>(library_, libraryPath_, Names::InitializeModule);
+    getModule_ = Export<OKM8::Analytics::GetModuleFunction>(library_, libraryPath_, Names::GetModule);
+    finalizeModule_ = Export<OKM8::Analytics::FinalizeModuleFunction>(library_, libraryPath_, Names::FinalizeModule);
 }
 
 Plugin::~Plugin() {
-    if (isInitialized) {
-        finalizeModule();
+    if (isInitialized_) {
+        finalizeModule_();
     }
-    library.unload();
-    engine.unload();
+    library_.unload();
+    engine_.unload();
 }
 
 void Plugin::Initialize(OKM8::IHost& host) {
-    const int32_t result = initializeModule(&host);
-    isInitialized = true;
+    const int32_t result = initializeModule_(&host);
+    isInitialized_ = true;
     if (result != 0) {
         throw Failure("the library's InitializeModule answered " + std::to_string(result));
     }
-    module = getModule();
-    if (module == nullptr) {
+    module_ = getModule_();
+    if (module_ == nullptr) {
         throw Failure("the library's GetModule gave no module");
     }
 }
@@ -92,7 +93,7 @@ void Plugin::Initialize(OKM8::IHost& host) {
 Detector Plugin::CreateDetector(OKM8::Analytics::IDetectorPeer& peer) {
     Detector detector;
     try {
-        detector.handle.reset(module->CreateDetector(nullptr, &peer));
+        detector.handle.reset(module_->CreateDetector(nullptr, &peer));
     } catch (const std::exception& error) {
         throw Failure(std::string("the library could not make a detector: ") + OneLine(error.what()));
     }

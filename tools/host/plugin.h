@@ -47,24 +47,24 @@ class Plugin {
     void Initialize(OKM8::IHost& host);
 
     /// REQUIRES: Initialize has been called.
-    OKM8::Analytics::IModule& Module() { return *module; }
+    OKM8::Analytics::IModule& Module() { return *module_; }
 
     /// Makes a detector; the peer must outlive it. REQUIRES: Initialize has been called.
     Detector CreateDetector(OKM8::Analytics::IDetectorPeer& peer);
 
-    const std::string& LibraryPath() const { return libraryPath; }
-    const std::string& EnginePath() const { return enginePath; }
+    const std::string& LibraryPath() const { return libraryPath_; }
+    const std::string& EnginePath() const { return enginePath_; }
 
   private:
-    const std::string enginePath;
-    const std::string libraryPath;
-    boost::dll::shared_library engine;  // unloaded behind the library, which is bound to it
-    boost::dll::shared_library library;
-    OKM8::Analytics::InitializeModuleFunction* initializeModule = nullptr;
-    OKM8::Analytics::GetModuleFunction* getModule = nullptr;
-    OKM8::Analytics::FinalizeModuleFunction* finalizeModule = nullptr;
-    OKM8::Analytics::IModule* module = nullptr;
-    bool isInitialized = false;
+    const std::string enginePath_;
+    const std::string libraryPath_;
+    boost::dll::shared_library engine_;  // unloaded behind the library, which is bound to it
+    boost::dll::shared_library library_;
+    OKM8::Analytics::InitializeModuleFunction* initializeModule_ = nullptr;
+    OKM8::Analytics::GetModuleFunction* getModule_ = nullptr;
+    OKM8::Analytics::FinalizeModuleFunction* finalizeModule_ = nullptr;
+    OKM8::Analytics::IModule* module_ = nullptr;
+    bool isInitialized_ = false;
 };
 
 }  // namespace plate_host

@@ -44,28 +44,28 @@ std::string ProgressText(const ProgressFigures& figures, double seconds, bool wi
     return text;
 }
 
-Progress::Progress(Console& newConsole) : console(newConsole), start(Clock::now()), next(start) {
-    if (!console.IsTerminal()) {
-        next = start + lineInterval;
+Progress::Progress(Console& console) : console_(console), start_(Clock::now()), next_(start_) {
+    if (!console_.IsTerminal()) {
+        next_ = start_ + lineInterval;
     }
 }
 
 double Progress::Seconds() const {
-    return std::chrono::duration<double>(Clock::now() - start).count();
+    return std::chrono::duration<double>(Clock::now() - start_).count();
 }
 
 void Progress::Show(const ProgressFigures& figures) {
     const Clock::time_point now = Clock::now();
-    if (now < next) {
+    if (now < next_) {
         return;
     }
-    const std::string text = ProgressText(figures, Seconds(), console.IsTerminal());
-    if (console.IsTerminal()) {
-        console.Bar(text);
-        next = now + terminalInterval;
+    const std::string text = ProgressText(figures, Seconds(), console_.IsTerminal());
+    if (console_.IsTerminal()) {
+        console_.Bar(text);
+        next_ = now + terminalInterval;
     } else {
-        console.Line("plate-host: " + text);
-        next = now + lineInterval;
+        console_.Line("plate-host: " + text);
+        next_ = now + lineInterval;
     }
 }
 

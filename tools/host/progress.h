@@ -28,18 +28,18 @@ class Progress {
   public:
     using Clock = std::chrono::steady_clock;
 
-    explicit Progress(Console& newConsole);
+    explicit Progress(Console& console);
 
     /// Shows the figures when it is time to.
     void Show(const ProgressFigures& figures);
     /// Takes the bar away.
-    void End() { console.Bar(""); }
+    void End() { console_.Bar(""); }
     double Seconds() const;
 
   private:
-    Console& console;
-    const Clock::time_point start;
-    Clock::time_point next;
+    Console& console_;
+    const Clock::time_point start_;
+    Clock::time_point next_;
 };
 
 }  // namespace plate_host

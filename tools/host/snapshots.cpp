@@ -129,49 +129,49 @@ std::string SnapshotNameOf(const EventRecord& event, std::uint64_t number) {
            PaddedNumber(time, timeDigits) + "ms_" + TextForName(text.empty() ? event.name : text) + ".png";
 }
 
-SnapshotSink::SnapshotSink(std::string newFolder, EventSink& newNext, const FrameShelf& newShelf, Console& newConsole)
-    : folder(std::move(newFolder)), next(newNext), shelf(newShelf), console(newConsole) {
+SnapshotSink::SnapshotSink(std::string folder, EventSink& next, const FrameShelf& shelf, Console& console)
+    : folder_(std::move(folder)), next_(next), shelf_(shelf), console_(console) {
     RequireSnapshotSupport();
     std::error_code error;
-    std::filesystem::create_directories(ToOpenPath(folder), error);
-    if (!error && !std::filesystem::is_directory(ToOpenPath(folder), error)) {
+    std::filesystem::create_directories(ToOpenPath(folder_), error);
+    if (!error && !std::filesystem::is_directory(ToOpenPath(folder_), error)) {
         error = std::make_error_code(std::errc::not_a_directory);
     }
     if (error) {
-        throw Failure("cannot make the folder \"" + folder + "\" for the snapshots: " + error.message());
+        throw Failure("cannot make the folder \"" + folder_ + "\" for the snapshots: " + error.message());
     }
 }
 
 void SnapshotSink::OnEvent(const EventRecord& event) {
-    next.OnEvent(event);
+    next_.OnEvent(event);
     try {
         const std::optional<Picture> picture =
-            event.timeMs < 0 ? std::nullopt : shelf.CopyOf(event.channel, static_cast<std::uint64_t>(event.timeMs));
-        const std::lock_guard lock(mutex);
-        const std::uint64_t number = ++numbers[event.channel];
+            event.timeMs < 0 ? std::nullopt : shelf_.CopyOf(event.channel, static_cast<std::uint64_t>(event.timeMs));
+        const std::lock_guard lock(mutex_);
+        const std::uint64_t number = ++numbers_[event.channel];
         if (!picture) {
-            ++counts.withoutFrame;
+            ++counts_.withoutFrame;
             return;
         }
-        const std::string path = ToText(ToPath(folder) / SnapshotNameOf(event, number));
+        const std::string path = ToText(ToPath(folder_) / SnapshotNameOf(event, number));
         WriteFile(path, DrawSnapshot(*picture, SnapshotTargetsOf(event)));
-        ++counts.written;
+        ++counts_.written;
     } catch (const std::exception& failure) {
         Fail(OneLine(failure.what()));
     }
 }
 
 void SnapshotSink::Fail(const std::string& error) {
-    const std::lock_guard lock(mutex);
-    if (++counts.failed == 1) {
-        counts.error = error;
-        console.Line("plate-host: " + error);
+    const std::lock_guard lock(mutex_);
+    if (++counts_.failed == 1) {
+        counts_.error = error;
+        console_.Line("plate-host: " + error);
     }
 }
 
 SnapshotCounts SnapshotSink::Counts() const {
-    const std::lock_guard lock(mutex);
-    return counts;
+    const std::lock_guard lock(mutex_);
+    return counts_;
 }
 
 }  // namespace plate_host

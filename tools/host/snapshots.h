@@ -33,7 +33,7 @@ std::string SnapshotNameOf(const EventRecord& event, std::uint64_t number);
 class SnapshotSink final : public EventSink {
   public:
     /// Makes the folder. What is handed in must outlive the sink. Throws Failure.
-    SnapshotSink(std::string newFolder, EventSink& newNext, const FrameShelf& newShelf, Console& newConsole);
+    SnapshotSink(std::string folder, EventSink& next, const FrameShelf& shelf, Console& console);
 
     void OnEvent(const EventRecord& event) override;
 
@@ -42,13 +42,13 @@ class SnapshotSink final : public EventSink {
   private:
     void Fail(const std::string& error);
 
-    const std::string folder;
-    EventSink& next;
-    const FrameShelf& shelf;
-    Console& console;
-    mutable std::mutex mutex;
-    std::map<int, std::uint64_t> numbers;  // by channel; guarded by mutex
-    SnapshotCounts counts;                 // guarded by mutex
+    const std::string folder_;
+    EventSink& next_;
+    const FrameShelf& shelf_;
+    Console& console_;
+    mutable std::mutex mutex_;
+    std::map<int, std::uint64_t> numbers_;  // by channel; guarded by mutex
+    SnapshotCounts counts_;                 // guarded by mutex
 };
 
 }  // namespace plate_host

@@ -69,20 +69,20 @@ class BlockingRead {
   public:
     /// The calling thread is about to read, until Leave. False when the run is asked to stop.
     bool Enter() {
-        const std::lock_guard lock(mutex);
+        const std::lock_guard lock(mutex_);
         if (interruption.load() != 0) {
             return false;
         }
-        thread = ::OpenThread(THREAD_TERMINATE, FALSE, ::GetCurrentThreadId());
+        thread_ = ::OpenThread(THREAD_TERMINATE, FALSE, ::GetCurrentThreadId());
         return true;
     }
 
     void Leave() {
-        const std::lock_guard lock(mutex);
-        if (thread != nullptr) {
-            ::CloseHandle(thread);
+        const std::lock_guard lock(mutex_);
+        if (thread_ != nullptr) {
+            ::CloseHandle(thread_);
         }
-        thread = nullptr;
+        thread_ = nullptr;
     }
 
     /// REQUIRES: the interruption has been noted.
@@ -95,16 +95,16 @@ class BlockingRead {
 
   private:
     bool TryToEnd() {
-        const std::lock_guard lock(mutex);
-        if (thread == nullptr) {
+        const std::lock_guard lock(mutex_);
+        if (thread_ == nullptr) {
             return false;
         }
-        ::CancelSynchronousIo(thread);
+        ::CancelSynchronousIo(thread_);
         return true;
     }
 
-    std::mutex mutex;
-    HANDLE thread = nullptr;  // guarded by mutex
+    std::mutex mutex_;
+    HANDLE thread_ = nullptr;  // guarded by mutex
 };
 
 BlockingRead blockingRead;
@@ -209,24 +209,23 @@ WriteResult WriteToFile(HANDLE file, std::string_view text) {
 
 class HandleSource final : public ByteSource {
   public:
-    HandleSource(HANDLE newHandle, bool newOwned)
-        : handle(newHandle), owned(newOwned), type(::GetFileType(newHandle)) {}
+    HandleSource(HANDLE handle, bool owned) : handle_(handle), owned_(owned), type_(::GetFileType(handle)) {}
     HandleSource(const HandleSource&) = delete;
     HandleSource& operator=(const HandleSource&) = delete;
     ~HandleSource() override {
-        if (owned) {
-            ::CloseHandle(handle);
+        if (owned_) {
+            ::CloseHandle(handle_);
         }
     }
 
     std::size_t Read(void* buffer, std::size_t size) override {
         // A console refuses larger portions.
-        const std::size_t largest = type == FILE_TYPE_CHAR ? 1u << 13 : 1u << 20;
+        const std::size_t largest = type_ == FILE_TYPE_CHAR ? 1u << 13 : 1u << 20;
         const auto portion = static_cast<DWORD>(std::min(size, largest));
         while (blockingRead.Enter()) {
             DWORD count = 0;
             ::SetLastError(ERROR_SUCCESS);
-            const bool isRead = ::ReadFile(handle, buffer, portion, &count, nullptr) != FALSE;
+            const bool isRead = ::ReadFile(handle_, buffer, portion, &count, nullptr) != FALSE;
             const DWORD code = ::GetLastError();
             blockingRead.Leave();
             if (count > 0) {
@@ -237,23 +236,23 @@ class HandleSource final : public ByteSource {
             }
             if (!isRead) {
                 if (code != ERROR_BROKEN_PIPE && code != ERROR_HANDLE_EOF) {
-                    error = SystemText(code);
+                    error_ = SystemText(code);
                 }
                 return 0;
             }
             // A pipe also gives nothing for a write of no bytes, which is not its end.
-            if (type != FILE_TYPE_PIPE || ::PeekNamedPipe(handle, nullptr, 0, nullptr, nullptr, nullptr) == FALSE) {
+            if (type_ != FILE_TYPE_PIPE || ::PeekNamedPipe(handle_, nullptr, 0, nullptr, nullptr, nullptr) == FALSE) {
                 return 0;
             }
         }
         return 0;
     }
 
-    std::string Error() const override { return error; }
+    std::string Error() const override { return error_; }
 
     std::optional<std::uint64_t> Size() const override {
         LARGE_INTEGER size = {};
-        if (type != FILE_TYPE_DISK || ::GetFileSizeEx(handle, &size) == FALSE) {
+        if (type_ != FILE_TYPE_DISK || ::GetFileSizeEx(handle_, &size) == FALSE) {
             return std::nullopt;
         }
         return static_cast<std::uint64_t>(size.QuadPart);
@@ -266,10 +265,10 @@ class HandleSource final : public ByteSource {
         return ::WaitForSingleObject(interruptionEvent, longestWait) == WAIT_OBJECT_0;
     }
 
-    const HANDLE handle;
-    const bool owned;
-    const DWORD type;
-    std::string error;
+    const HANDLE handle_;
+    const bool owned_;
+    const DWORD type_;
+    std::string error_;
 };
 
 }  // namespace

@@ -115,43 +115,43 @@ std::uint64_t Y4mFrameTime(const Y4mHeader& header, std::uint64_t frameNumber) {
     return frameNumber / header.rateNumerator * unit + frameNumber % header.rateNumerator * unit / header.rateNumerator;
 }
 
-Y4mReader::Y4mReader(std::unique_ptr<ByteSource> newSource, const std::string& name)
-    : source(std::move(newSource)), buffer(1 << 16) {
+Y4mReader::Y4mReader(std::unique_ptr<ByteSource> source, const std::string& name)
+    : source_(std::move(source)), buffer_(1 << 16) {
     std::string line;
     try {
         const LineResult result = ReadLine(line);
         if (Interruption() != 0) {
             return;
         }
-        if (!source->Error().empty()) {
-            throw Failure(source->Error());
+        if (!source_->Error().empty()) {
+            throw Failure(source_->Error());
         }
         if (result == LineResult::End) {
             throw Failure("it is empty");
         }
-        header = ParseY4mHeader(line);
+        header_ = ParseY4mHeader(line);
         if (result == LineResult::Broken) {
             throw Failure("its header has no end");
         }
     } catch (const Failure& failure) {
         throw Failure("cannot read \"" + name + "\" as Y4M: " + OneLine(failure.what()));
     }
-    headerSize = line.size() + 1;
-    if (header.width % 2 != 0 || header.height % 2 != 0) {
-        oddPicture.resize(PictureSize(header));
+    headerSize_ = line.size() + 1;
+    if (header_.width % 2 != 0 || header_.height % 2 != 0) {
+        oddPicture_.resize(PictureSize(header_));
     }
 }
 
 bool Y4mReader::FillBuffer() {
-    bufferBegin = 0;
-    bufferEnd = source->Read(buffer.data(), buffer.size());
-    return bufferEnd != 0;
+    bufferBegin_ = 0;
+    bufferEnd_ = source_->Read(buffer_.data(), buffer_.size());
+    return bufferEnd_ != 0;
 }
 
 Y4mReader::LineResult Y4mReader::ReadLine(std::string& line) {
     line.clear();
-    while (bufferBegin != bufferEnd || FillBuffer()) {
-        const char next = static_cast<char>(buffer[bufferBegin++]);
+    while (bufferBegin_ != bufferEnd_ || FillBuffer()) {
+        const char next = static_cast<char>(buffer_[bufferBegin_++]);
         if (next == '\n') {
             return LineResult::Complete;
         }
@@ -164,11 +164,11 @@ Y4mReader::LineResult Y4mReader::ReadLine(std::string& line) {
 }
 
 std::size_t Y4mReader::ReadBytes(std::uint8_t* target, std::size_t size) {
-    std::size_t have = std::min(size, bufferEnd - bufferBegin);
-    std::memcpy(target, buffer.data() + bufferBegin, have);
-    bufferBegin += have;
+    std::size_t have = std::min(size, bufferEnd_ - bufferBegin_);
+    std::memcpy(target, buffer_.data() + bufferBegin_, have);
+    bufferBegin_ += have;
     while (have < size) {
-        const std::size_t count = source->Read(target + have, size - have);
+        const std::size_t count = source_->Read(target + have, size - have);
         if (count == 0) {
             break;
         }
@@ -179,22 +179,22 @@ std::size_t Y4mReader::ReadBytes(std::uint8_t* target, std::size_t size) {
 
 bool Y4mReader::BreakOff(const std::string& reason) {
     if (Interruption() == 0) {
-        damage = "frame " + std::to_string(frameNumber) + " " + reason;
-        if (!source->Error().empty()) {
-            damage += " (" + source->Error() + ")";
+        damage_ = "frame " + std::to_string(frameNumber_) + " " + reason;
+        if (!source_->Error().empty()) {
+            damage_ += " (" + source_->Error() + ")";
         }
     }
     return false;
 }
 
 bool Y4mReader::Read(Picture& picture) {
-    if (!damage.empty() || header.width == 0 || Interruption() != 0) {
+    if (!damage_.empty() || header_.width == 0 || Interruption() != 0) {
         return false;
     }
     std::string line;
     const LineResult result = ReadLine(line);
     if (result == LineResult::End) {
-        return source->Error().empty() ? false : BreakOff("cannot be read");
+        return source_->Error().empty() ? false : BreakOff("cannot be read");
     }
     if (result == LineResult::Broken && (frameMagic.starts_with(line) || line.starts_with(frameMagic))) {
         return BreakOff("is cut off");
@@ -203,33 +203,33 @@ bool Y4mReader::Read(Picture& picture) {
         (line.size() > frameMagic.size() && line[frameMagic.size()] != ' ')) {
         return BreakOff("does not begin with FRAME");
     }
-    Picture next = MakePicture(header.width & ~1u, header.height & ~1u, header.colour);
-    const std::size_t size = PictureSize(header);
-    std::uint8_t* const target = oddPicture.empty() ? next.bytes.get() : oddPicture.data();
+    Picture next = MakePicture(header_.width & ~1u, header_.height & ~1u, header_.colour);
+    const std::size_t size = PictureSize(header_);
+    std::uint8_t* const target = oddPicture_.empty() ? next.bytes.get() : oddPicture_.data();
     if (ReadBytes(target, size) != size) {
         return BreakOff("is cut off");
     }
-    if (!oddPicture.empty()) {
-        const std::size_t luminance = std::size_t{header.width} * header.height;
-        const std::size_t chromaWidth = (header.width + 1) / 2;
-        const std::size_t chroma = header.colour ? chromaWidth * ((header.height + 1) / 2) : 0;
+    if (!oddPicture_.empty()) {
+        const std::size_t luminance = std::size_t{header_.width} * header_.height;
+        const std::size_t chromaWidth = (header_.width + 1) / 2;
+        const std::size_t chroma = header_.colour ? chromaWidth * ((header_.height + 1) / 2) : 0;
         const auto chromaStride = static_cast<std::ptrdiff_t>(chromaWidth);
-        const std::array<PlaneView, 3> planes{{{target, static_cast<std::ptrdiff_t>(header.width)},
+        const std::array<PlaneView, 3> planes{{{target, static_cast<std::ptrdiff_t>(header_.width)},
                                                {target + luminance, chromaStride},
                                                {target + luminance + chroma, chromaStride}}};
         FillPlanes(next, planes.data());
     }
-    next.timeMs = Y4mFrameTime(header, frameNumber++);
+    next.timeMs = Y4mFrameTime(header_, frameNumber_++);
     picture = std::move(next);
     return true;
 }
 
 std::optional<std::uint64_t> Y4mReader::PictureCount() const {
-    const std::optional<std::uint64_t> size = source->Size();
-    if (!size || *size < headerSize) {
+    const std::optional<std::uint64_t> size = source_->Size();
+    if (!size || *size < headerSize_) {
         return std::nullopt;
     }
-    return (*size - headerSize) / (PictureSize(header) + frameMagic.size() + 1);
+    return (*size - headerSize_) / (PictureSize(header_) + frameMagic.size() + 1);
 }
 
 }  // namespace plate_host

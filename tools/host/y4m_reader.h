@@ -32,10 +32,10 @@ std::uint64_t Y4mFrameTime(const Y4mHeader& header, std::uint64_t frameNumber);
 class Y4mReader final : public VideoReader {
   public:
     /// Reads the first line. Throws Failure with the stream's name.
-    Y4mReader(std::unique_ptr<ByteSource> newSource, const std::string& name);
+    Y4mReader(std::unique_ptr<ByteSource> source, const std::string& name);
 
     bool Read(Picture& picture) override;
-    std::string Damage() const override { return damage; }
+    std::string Damage() const override { return damage_; }
     std::optional<std::uint64_t> PictureCount() const override;
 
   private:
@@ -46,15 +46,15 @@ class Y4mReader final : public VideoReader {
     bool FillBuffer();
     bool BreakOff(const std::string& reason);
 
-    std::unique_ptr<ByteSource> source;
-    std::vector<std::uint8_t> buffer;
-    std::size_t bufferBegin = 0;
-    std::size_t bufferEnd = 0;
-    std::size_t headerSize = 0;
-    Y4mHeader header;
-    std::vector<std::uint8_t> oddPicture;  ///< a whole picture, where it is larger than what is handed over
-    std::uint64_t frameNumber = 0;
-    std::string damage;
+    std::unique_ptr<ByteSource> source_;
+    std::vector<std::uint8_t> buffer_;
+    std::size_t bufferBegin_ = 0;
+    std::size_t bufferEnd_ = 0;
+    std::size_t headerSize_ = 0;
+    Y4mHeader header_;
+    std::vector<std::uint8_t> oddPicture_;  ///< a whole picture, where it is larger than what is handed over
+    std::uint64_t frameNumber_ = 0;
+    std::string damage_;
 };
 
 }  // namespace plate_host

@@ -45,26 +45,26 @@ class RunningService {
   public:
     explicit RunningService(reading_service::Settings settings = {},
                             reading_service::ReaderFactory factory = scripted_reader::Make)
-        : service(std::move(settings), std::move(factory)), thread([this] { end = service.Run(); }) {}
+        : service_(std::move(settings), std::move(factory)), thread_([this] { end_ = service_.Run(); }) {}
     ~RunningService() { Stop(); }
     RunningService(const RunningService&) = delete;
     RunningService& operator=(const RunningService&) = delete;
 
     void Stop() {
-        service.Stop();
+        service_.Stop();
         Join();
     }
     reading_service::End Join() {
-        if (thread.joinable()) {
-            thread.join();
+        if (thread_.joinable()) {
+            thread_.join();
         }
-        return end;
+        return end_;
     }
 
   private:
-    reading_service::Service service;
-    reading_service::End end = reading_service::End::Told;
-    std::thread thread;
+    reading_service::Service service_;
+    reading_service::End end_ = reading_service::End::Told;
+    std::thread thread_;
 };
 
 /// A picture of random pixels, with rows that may be longer than its width takes, and tell what to do.

@@ -24,18 +24,17 @@ using Behaviour = std::function<void(Connection&)>;
 /// Serves all clients in the same way, until it is destroyed.
 class FakeServer {
   public:
-    explicit FakeServer(Behaviour chosenBehaviour)
-        : behaviour(std::move(chosenBehaviour)), accepting([this] { Accept(); }) {}
+    explicit FakeServer(Behaviour behaviour) : behaviour_(std::move(behaviour)), accepting_([this] { Accept(); }) {}
     ~FakeServer() {
-        listener->Shutdown();
-        accepting.join();
+        listener_->Shutdown();
+        accepting_.join();
         {
-            const std::lock_guard lock(mutex);
-            for (const auto& connection : connections) {
+            const std::lock_guard lock(mutex_);
+            for (const auto& connection : connections_) {
                 connection->Shutdown();
             }
         }
-        for (std::thread& thread : threads) {
+        for (std::thread& thread : threads_) {
             thread.join();
         }
     }
@@ -47,23 +46,23 @@ class FakeServer {
 
   private:
     void Accept() {
-        while (std::optional<Connection> connection = listener->Accept(transport::noDeadline)) {
+        while (std::optional<Connection> connection = listener_->Accept(transport::noDeadline)) {
             auto kept = std::make_shared<Connection>(std::move(*connection));
-            const std::lock_guard lock(mutex);
-            connections.push_back(kept);
-            threads.emplace_back([this, kept] {
-                behaviour(*kept);
+            const std::lock_guard lock(mutex_);
+            connections_.push_back(kept);
+            threads_.emplace_back([this, kept] {
+                behaviour_(*kept);
                 kept->Shutdown();
             });
         }
     }
 
-    const Behaviour behaviour;
-    std::optional<transport::Listener> listener = transport::Listener::Open(name);
-    std::mutex mutex;
-    std::vector<std::shared_ptr<Connection>> connections;
-    std::vector<std::thread> threads;
-    std::thread accepting;
+    const Behaviour behaviour_;
+    std::optional<transport::Listener> listener_ = transport::Listener::Open(name);
+    std::mutex mutex_;
+    std::vector<std::shared_ptr<Connection>> connections_;
+    std::vector<std::thread> threads_;
+    std::thread accepting_;
 };
 
 std::optional<Message> Next(Connection& connection) {

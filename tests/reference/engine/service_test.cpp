@@ -30,43 +30,43 @@ using transport::Connection;
 class Gate {
   public:
     void Pass(int frame) {
-        std::unique_lock lock(mutex);
-        arrived.push_back(frame);
-        changed.notify_all();
-        changed.wait(lock, [this] { return open > 0; });
-        --open;
+        std::unique_lock lock(mutex_);
+        arrived_.push_back(frame);
+        changed_.notify_all();
+        changed_.wait(lock, [this] { return open_ > 0; });
+        --open_;
     }
     void Open(int frames) {
-        const std::lock_guard lock(mutex);
-        open += frames;
-        changed.notify_all();
+        const std::lock_guard lock(mutex_);
+        open_ += frames;
+        changed_.notify_all();
     }
     std::vector<int> Arrived() {
-        const std::lock_guard lock(mutex);
-        return arrived;
+        const std::lock_guard lock(mutex_);
+        return arrived_;
     }
     bool ComeTo(std::size_t count) {
         return ComesTrue([&] { return Arrived().size() >= count; });
     }
 
   private:
-    std::mutex mutex;
-    std::condition_variable changed;
-    std::vector<int> arrived;
-    int open = 0;
+    std::mutex mutex_;
+    std::condition_variable changed_;
+    std::vector<int> arrived_;
+    int open_ = 0;
 };
 
 class GatedReader final : public plate_reading::FrameReader {
   public:
-    explicit GatedReader(Gate& chosenGate) : gate(chosenGate) {}
+    explicit GatedReader(Gate& gate) : gate_(gate) {}
     std::vector<Reading> Read(const Picture& picture, const std::optional<Region>&,
                               const std::optional<WidthRange>&) override {
-        gate.Pass(picture.pixels[1]);
+        gate_.Pass(picture.pixels[1]);
         return {scripted_reader::Numbered(picture.pixels[1])};
     }
 
   private:
-    Gate& gate;
+    Gate& gate_;
 };
 
 reading_service::ReaderFactory Gated(Gate& gate) {

@@ -6,17 +6,17 @@
 
 namespace reading_engine_test {
 
-OtherEngine::OtherEngine() : library(LoadLibraryW(VEXLANE_OTHER_ENGINE)) {
+OtherEngine::OtherEngine() : library_(LoadLibraryW(VEXLANE_OTHER_ENGINE)) {
     const FARPROC found =
-        library == nullptr ? nullptr : GetProcAddress(static_cast<HMODULE>(library), "?SetPlateRange@@YA_NHH@Z");
+        library_ == nullptr ? nullptr : GetProcAddress(static_cast<HMODULE>(library_), "?SetPlateRange@@YA_NHH@Z");
     if (found == nullptr) {
         throw std::runtime_error("the engine cannot be loaded");
     }
-    setRange = reinterpret_cast<bool (*)(int, int)>(reinterpret_cast<void*>(found));
+    setRange_ = reinterpret_cast<bool (*)(int, int)>(reinterpret_cast<void*>(found));
 }
 
 void OtherEngine::Unload() const {
-    FreeLibrary(static_cast<HMODULE>(library));
+    FreeLibrary(static_cast<HMODULE>(library_));
 }
 
 }  // namespace reading_engine_test

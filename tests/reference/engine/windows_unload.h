@@ -8,12 +8,12 @@ class OtherEngine {
     /// Throws std::runtime_error.
     OtherEngine();
 
-    bool SetRange(int minimum, int maximum) const { return setRange(minimum, maximum); }
+    bool SetRange(int minimum, int maximum) const { return setRange_(minimum, maximum); }
     void Unload() const;
 
   private:
-    void* library = nullptr;
-    bool (*setRange)(int, int) = nullptr;
+    void* library_ = nullptr;
+    bool (*setRange_)(int, int) = nullptr;
 };
 
 }  // namespace reading_engine_test

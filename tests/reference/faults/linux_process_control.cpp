@@ -36,13 +36,13 @@ struct ProcessEnd::System {
     pid_t process = 0;
 };
 
-ProcessEnd::ProcessEnd(servers::ProcessId awaited) : system(new System{awaited}) {}
+ProcessEnd::ProcessEnd(servers::ProcessId awaited) : system_(new System{awaited}) {}
 
 ProcessEnd::~ProcessEnd() = default;
 
 int ProcessEnd::Code() {
     int status = 0;
-    if (!ComesTrue([&] { return ::waitpid(system->process, &status, WNOHANG) == system->process; })) {
+    if (!ComesTrue([&] { return ::waitpid(system_->process, &status, WNOHANG) == system_->process; })) {
         return -1;
     }
     return WIFEXITED(status) ? WEXITSTATUS(status) : -1;

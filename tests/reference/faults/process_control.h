@@ -27,7 +27,7 @@ class ProcessEnd {
 
   private:
     struct System;
-    std::unique_ptr<System> system;
+    std::unique_ptr<System> system_;
 };
 
 }  // namespace reading_faults

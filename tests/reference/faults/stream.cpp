@@ -24,45 +24,45 @@ int Occurrences(const std::string& text, const std::string& wanted) {
 }  // namespace
 
 Stream::Stream()
-    : plugin((servers::OwnFolder() / VEXLANE_READING_ENGINE).lexically_normal()), pixels(DrawPlateFrame()) {
-    folder.SetDebugLevel("1");
-    if (plugin.InitializeModule(host.Object()) != 0) {
+    : plugin_((servers::OwnFolder() / VEXLANE_READING_ENGINE).lexically_normal()), pixels_(DrawPlateFrame()) {
+    folder_.SetDebugLevel("1");
+    if (plugin_.InitializeModule(host_.Object()) != 0) {
         throw std::runtime_error("the library cannot be initialised");
     }
-    detector = plugin.GetModule()->CreateDetector(nullptr, host.Peer());
-    receiver =
-        static_cast<OKM8::Analytics::IMediaReceiver*>(detector->QueryContract(OKM8::ContractName::IMediaReceiver));
+    detector_ = plugin_.GetModule()->CreateDetector(nullptr, host_.Peer());
+    receiver_ =
+        static_cast<OKM8::Analytics::IMediaReceiver*>(detector_->QueryContract(OKM8::ContractName::IMediaReceiver));
 }
 
 Stream::~Stream() {
     End();
-    plugin.FinalizeModule();
+    plugin_.FinalizeModule();
 }
 
 void Stream::AddNeighbour() {
-    neighbour = plugin.GetModule()->CreateDetector(nullptr, host.Peer());
+    neighbour_ = plugin_.GetModule()->CreateDetector(nullptr, host_.Peer());
 }
 
 void Stream::DestroyNeighbour() {
-    if (neighbour != nullptr) {
-        neighbour->Destroy();
-        neighbour = nullptr;
+    if (neighbour_ != nullptr) {
+        neighbour_->Destroy();
+        neighbour_ = nullptr;
     }
 }
 
 std::string Stream::LastLines() const {
     constexpr std::size_t most = 2000;
-    const std::string lines = trace.Text();
+    const std::string lines = trace_.Text();
     return lines.substr(lines.size() - std::min(lines.size(), most));
 }
 
 int Stream::End() {
     DestroyNeighbour();
-    if (detector != nullptr) {
-        detector->Destroy();
-        detector = nullptr;
+    if (detector_ != nullptr) {
+        detector_->Destroy();
+        detector_ = nullptr;
     }
-    return buffers.made - buffers.released;
+    return buffers_.made - buffers_.released;
 }
 
 Played Stream::Play() {
@@ -71,12 +71,12 @@ Played Stream::Play() {
     recording_host::BufferOptions options;
     options.width = frameWidth;
     options.height = frameHeight;
-    options.pixels = pixels;
-    options.timeStamp = time += frameMilliseconds;
-    played.answer = receiver->Receive(recording_host::MakeBuffer(buffers, options));
+    options.pixels = pixels_;
+    options.timeStamp = time_ += frameMilliseconds;
+    played.answer = receiver_->Receive(recording_host::MakeBuffer(buffers_, options));
     played.time = std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::steady_clock::now() - start);
-    const std::string lines = trace.Text(traceRead);
-    traceRead += lines.size();
+    const std::string lines = trace_.Text(traceRead_);
+    traceRead_ += lines.size();
     // A poll that restarts the server says one more thing.
     played.restarts = Occurrences(lines, "Restart server launcher") > Occurrences(lines, "Restar server by timeout");
     const std::string wanted = "NumberOfPlate is ";

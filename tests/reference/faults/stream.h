@@ -42,17 +42,17 @@ class Stream {
     int End();
 
   private:
-    plugin_test::TestFolder folder;
-    plugin_test::DebugLines trace;
-    std::size_t traceRead = 0;
-    recording_host::RecordingHost host;
-    recording_host::BufferCounts buffers;
-    plugin_test::Plugin plugin;
-    OKM8::Analytics::IDetector* detector = nullptr;
-    OKM8::Analytics::IDetector* neighbour = nullptr;
-    OKM8::Analytics::IMediaReceiver* receiver = nullptr;
-    const std::vector<std::uint8_t> pixels;
-    std::uint64_t time = 0;
+    plugin_test::TestFolder folder_;
+    plugin_test::DebugLines trace_;
+    std::size_t traceRead_ = 0;
+    recording_host::RecordingHost host_;
+    recording_host::BufferCounts buffers_;
+    plugin_test::Plugin plugin_;
+    OKM8::Analytics::IDetector* detector_ = nullptr;
+    OKM8::Analytics::IDetector* neighbour_ = nullptr;
+    OKM8::Analytics::IMediaReceiver* receiver_ = nullptr;
+    const std::vector<std::uint8_t> pixels_;
+    std::uint64_t time_ = 0;
 };
 
 }  // namespace reading_faults

@@ -41,17 +41,17 @@ struct ProcessEnd::System {
 };
 
 ProcessEnd::ProcessEnd(servers::ProcessId awaited)
-    : system(new System{
+    : system_(new System{
           OpenProcess(SYNCHRONIZE | PROCESS_QUERY_LIMITED_INFORMATION, FALSE, static_cast<DWORD>(awaited))}) {}
 
 ProcessEnd::~ProcessEnd() {
-    CloseHandle(system->process);
+    CloseHandle(system_->process);
 }
 
 int ProcessEnd::Code() {
     DWORD code = 0;
-    const bool isKnown = WaitForSingleObject(system->process, longestEndMilliseconds) == WAIT_OBJECT_0 &&
-                         GetExitCodeProcess(system->process, &code) != FALSE;
+    const bool isKnown = WaitForSingleObject(system_->process, longestEndMilliseconds) == WAIT_OBJECT_0 &&
+                         GetExitCodeProcess(system_->process, &code) != FALSE;
     return isKnown ? static_cast<int>(code) : -1;
 }
 

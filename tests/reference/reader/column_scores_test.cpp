@@ -11,14 +11,16 @@ namespace {
 /// The network's answer, as logits; at first each column is none for sure.
 class Answer {
   public:
-    explicit Answer(std::size_t columns_) : columns(columns_), logits(classes * columns, 0.f) {
+    explicit Answer(std::size_t columns) : columns_(columns), logits_(classes * columns, 0.f) {
         for (std::size_t column = 0; column < columns; ++column) {
-            logits[column] = 12;
+            logits_[column] = 12;
         }
     }
 
-    float& At(std::size_t column, char character) { return logits[(alphabet.find(character) + 1) * columns + column]; }
-    float& None(std::size_t column) { return logits[column]; }
+    float& At(std::size_t column, char character) {
+        return logits_[(alphabet.find(character) + 1) * columns_ + column];
+    }
+    float& None(std::size_t column) { return logits_[column]; }
 
     /// The columns from `first` on show this character for sure.
     void Show(std::size_t first, std::size_t count, char character) {
@@ -28,11 +30,11 @@ class Answer {
         }
     }
 
-    ColumnScores Scores() const { return {logits.data(), columns}; }
+    ColumnScores Scores() const { return {logits_.data(), columns_}; }
 
   private:
-    std::size_t columns;
-    std::vector<float> logits;
+    std::size_t columns_;
+    std::vector<float> logits_;
 };
 
 Answer Showing(const std::string& text) {

@@ -64,16 +64,16 @@ class Owner {
   public:
     Owner(const std::string& user, const std::string& access) {
         ConvertStringSecurityDescriptorToSecurityDescriptorA(("O:" + user + "D:P" + access).c_str(), SDDL_REVISION_1,
-                                                             &attributes.lpSecurityDescriptor, nullptr);
+                                                             &attributes_.lpSecurityDescriptor, nullptr);
     }
-    ~Owner() { LocalFree(attributes.lpSecurityDescriptor); }
+    ~Owner() { LocalFree(attributes_.lpSecurityDescriptor); }
     Owner(const Owner&) = delete;
     Owner& operator=(const Owner&) = delete;
 
-    SECURITY_ATTRIBUTES* Get() { return &attributes; }
+    SECURITY_ATTRIBUTES* Get() { return &attributes_; }
 
   private:
-    SECURITY_ATTRIBUTES attributes = {sizeof(SECURITY_ATTRIBUTES), nullptr, FALSE};
+    SECURITY_ATTRIBUTES attributes_ = {sizeof(SECURITY_ATTRIBUTES), nullptr, FALSE};
 };
 
 constexpr char system[] = "SY";
