@@ -2,7 +2,6 @@
 
 #include <atomic>
 #include <boost/algorithm/string/predicate.hpp>
-#include <boost/date_time/posix_time/posix_time.hpp>
 #include <boost/make_shared.hpp>
 #include <exception>
 #include <locale>
@@ -10,6 +9,7 @@
 
 #include "diagnostics/debug_level.h"
 #include "diagnostics/trace.h"
+#include "platform/clock.h"
 
 using diagnostics::LauncherTrace;
 
@@ -18,10 +18,6 @@ namespace {
 constexpr std::int64_t pollPeriodMilliseconds = 5000;
 constexpr std::int32_t longestSilenceSeconds = 5;
 constexpr std::uint32_t terminatedExitCode = 0xFFFFFFFF;
-
-boost::posix_time::ptime Now() {
-    return boost::posix_time::microsec_clock::local_time();
-}
 
 // The lines print a handle where they say id, and of a handle the low 32 bits.
 std::uint32_t Printed(platform::SystemHandle handle) {
@@ -194,7 +190,7 @@ bool ServerLauncher::HasServersName(const platform::ProcessEntry& entry) const {
 // could never be ended, and ours, which can, would be forgotten.
 void ServerLauncher::ExamineProcess(const platform::ProcessEntry& entry) {
     const platform::SystemHandle handle = platform::OpenProcess(platform::processAllAccess, true, entry.processId);
-    const boost::posix_time::ptime now = Now();
+    const boost::posix_time::ptime now = platform::LocalTime();
     const platform::Lock lock(launcherMutex_);
     lastAlive_ = now;
     if (process_.processId != 0 && process_.processId != entry.processId && handle != 0) {
@@ -208,7 +204,7 @@ void ServerLauncher::OnTimeout() {
         return;
     }
     const bool isRunning = IsServerRunning();
-    const boost::posix_time::ptime now = Now();
+    const boost::posix_time::ptime now = platform::LocalTime();
     bool isSilent = false;
     {
         const platform::Lock lock(launcherMutex_);
@@ -226,7 +222,7 @@ void ServerLauncher::MarkAlive() {
     if (IsInForkedChild()) {
         return;
     }
-    const boost::posix_time::ptime now = Now();
+    const boost::posix_time::ptime now = platform::LocalTime();
     const platform::Lock lock(launcherMutex_);
     lastAlive_ = now;
 }

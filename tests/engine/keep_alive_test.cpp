@@ -1,5 +1,5 @@
 // Every engine call is a sign of life of the recognition server. A poll that looks at it renews it first, so the clock
-// has to jump between the two, by another time zone.
+// has to jump between the two.
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -8,45 +8,32 @@
 #include <limits>
 
 #include "tests/engine/probe_detector.h"
-#include "tests/support/environment.h"
 
 namespace {
 
+using namespace std::chrono_literals;
 using engine_tests::EngineTest;
-
-void SetZone(const char* zone) {
-    test_support::SetEnvironment("TZ", zone);
-    test_support::ReadTimeZone();
-}
 
 class KeepAlive : public EngineTest {
   protected:
     KeepAlive() {
-        SetZone("TST-00");
         Detector();
         GetServerLauncher()->Stop();  // polls only when told to
         GetServerLauncher()->Start();
     }
-    ~KeepAlive() override {
-        fake_processes::OnOperation(nullptr);
-        End();
-        test_support::UnsetEnvironment("TZ");
-        test_support::ReadTimeZone();
-    }
+    ~KeepAlive() override { End(); }
 
-    // One poll whose clock jumps ahead by an hour behind its scan; answers whether it restarted the server.
+    // One poll whose clock jumps ahead by an hour after its scan; returns whether it restarted the server.
     bool RestartsAfterAnHourAnd(const std::function<void()>& action) {
         const std::size_t before = fake_processes::JournalOf("terminate").size();
         bool hasJumped = false;
-        fake_processes::OnOperation([&](const std::string& line) {
-            if (line == "close" && !hasJumped) {
-                hasJumped = true;
-                SetZone("TST-01");
-                action();
-            }
+        fake_processes::AfterNextScan([&] {
+            hasJumped = true;
+            fake_processes::SetClockAhead(1h);
+            action();
         });
         GetServerLauncher()->OnTimeout();
-        fake_processes::OnOperation(nullptr);
+        fake_processes::AfterNextScan(nullptr);
         EXPECT_TRUE(hasJumped);
         return fake_processes::JournalOf("terminate").size() > before;
     }
@@ -70,7 +57,7 @@ INSTANTIATE_TEST_SUITE_P(OfPlates, KeepAliveByCount,
 
 TEST_F(KeepAlive, AFrameIsASignOfLifeWhenTheEngineHasReadIt) {
     fake_engine::OnRecognize([](const IMG&, RPLATE*) {
-        SetZone("TST-02");  // the engine takes an hour
+        fake_processes::SetClockAhead(2h);  // the engine takes an hour
         return 0;
     });
     EXPECT_FALSE(RestartsAfterAnHourAnd([&] { EXPECT_EQ(Frame(1), 0); }));

@@ -1,51 +1,34 @@
 // The rule of five seconds. Between a scan, which renews the time of the last sign of life, and the look at that time
-// nothing can block, so a real silence cannot be made; what can be made is a jump of the local time that both are read
-// in, by another time zone.
+// nothing can block, so a real silence cannot be made; what can be made is a jump of the clock.
 
 #include "tests/server/launcher_fixture.h"
-#include "tests/support/environment.h"
 
 namespace {
 
+using namespace std::chrono_literals;
 using testing::ElementsAre;
 using testing::IsEmpty;
 
-// The system's offsets are those to be added to local time, so a jump ahead has a minus sign.
-void SetClockAhead(int seconds) {
-    std::array<char, 32> zone = {};
-    const int absolute = seconds < 0 ? -seconds : seconds;
-    std::snprintf(zone.data(), zone.size(), "TST%c%02d:%02d:%02d", seconds < 0 ? '+' : '-', absolute / 3600,
-                  absolute / 60 % 60, absolute % 60);
-    test_support::SetEnvironment("TZ", zone.data());
-    test_support::ReadTimeZone();
-}
-
 class LauncherSilence : public LauncherFixture {
   protected:
-    LauncherSilence() { SetClockAhead(0); }
-    ~LauncherSilence() override {
-        transcript->OnEntry({});
-        test_support::UnsetEnvironment("TZ");
-        test_support::ReadTimeZone();
+    // The clock jumps once, after the scan that a poll begins with.
+    void JumpAfterTheNextScan(
+        std::chrono::milliseconds ahead, const std::function<void()>& then = [] {}) {
+        hasJumped = false;
+        fake_processes::AfterNextScan([this, ahead, then] {
+            fake_processes::SetClockAhead(ahead);
+            then();
+            hasJumped = true;
+        });
     }
 
-    // The clock jumps once, behind the scan that a poll begins with.
-    void JumpBehindTheNextScan(
-        int seconds, std::function<void()> then = [] {}) {
-        transcript->OnEntry(
-            [this, seconds, then, jumped = std::make_shared<std::atomic<bool>>(false)](const std::string& entry) {
-                if (entry == "close" && !jumped->exchange(true)) {
-                    SetClockAhead(seconds);
-                    then();
-                }
-            });
-    }
+    std::atomic<bool> hasJumped = false;
 };
 
 TEST_F(LauncherSilence, OfSixSecondsRestartsAServerThatIsThere) {
     const auto launcher = MakeLauncher();
     transcript->Clear();
-    JumpBehindTheNextScan(6);
+    JumpAfterTheNextScan(6s);
     launcher->OnTimeout();
     EXPECT_THAT(
         transcript->Entries(),
@@ -58,40 +41,39 @@ TEST_F(LauncherSilence, OfSixSecondsRestartsAServerThatIsThere) {
 }
 
 TEST_F(LauncherSilence, OfLessThanSixSecondsIsNoReason) {
-    for (const int seconds : {0, 1, 4, 5}) {
-        fake_processes::Reset();
-        transcript.reset();
-        transcript = std::make_unique<LauncherTranscript>();
-        SetClockAhead(0);
-        const auto launcher = MakeLauncher();
-        transcript->Clear();
-        JumpBehindTheNextScan(seconds);
+    const auto launcher = MakeLauncher();
+    transcript->Clear();
+    for (const std::chrono::milliseconds ahead : {0ms, 1000ms, 5000ms, 5999ms}) {
+        fake_processes::SetClockAhead(0s);
+        JumpAfterTheNextScan(ahead);
         launcher->OnTimeout();
-        EXPECT_THAT(transcript->Lines(), IsEmpty()) << seconds;
-        transcript->OnEntry({});
+        EXPECT_THAT(transcript->Lines(), IsEmpty()) << ahead.count();
+        EXPECT_TRUE(hasJumped);
     }
 }
 
 TEST_F(LauncherSilence, OfAClockThatWasSetBackIsNoReason) {
     const auto launcher = MakeLauncher();
     transcript->Clear();
-    JumpBehindTheNextScan(-3600);
+    JumpAfterTheNextScan(-1h);
     launcher->OnTimeout();
     EXPECT_THAT(transcript->Lines(), IsEmpty());
+    EXPECT_TRUE(hasJumped);
 }
 
 TEST_F(LauncherSilence, IsEndedByASignOfLife) {
     const auto launcher = MakeLauncher();
     transcript->Clear();
-    JumpBehindTheNextScan(3600, [&] { launcher->MarkAlive(); });
+    JumpAfterTheNextScan(1h, [&] { launcher->MarkAlive(); });
     launcher->OnTimeout();
     EXPECT_THAT(transcript->Lines(), IsEmpty());
+    EXPECT_TRUE(hasJumped);
 }
 
 TEST_F(LauncherSilence, BeforeTheScanIsEndedByTheScan) {
     const auto launcher = MakeLauncher();
     transcript->Clear();
-    SetClockAhead(3600);
+    fake_processes::SetClockAhead(1h);
     launcher->OnTimeout();
     EXPECT_THAT(transcript->Lines(), IsEmpty());
 }
@@ -100,7 +82,7 @@ TEST_F(LauncherSilence, BeforeTheScanIsEndedByTheScan) {
 TEST_F(LauncherSilence, OnThePollThreadRestartsTheServerAndPollingGoesOn) {
     const auto launcher = MakeLauncher(1);
     ASSERT_THAT(fake_processes::Running(), ElementsAre(0x1234u));
-    JumpBehindTheNextScan(6);
+    JumpAfterTheNextScan(6s);
     ASSERT_TRUE(ComesTrue([] { return fake_processes::Running() == std::vector<std::uint32_t>{0x1235}; }));
     WaitForPoll(*launcher);
     EXPECT_THAT(transcript->Lines(),

@@ -6,6 +6,7 @@
 #include <mutex>
 #include <utility>
 
+#include "platform/clock.h"
 #include "platform/last_error.h"
 #include "platform/process.h"
 #include "tests/support/allocation_count.h"
@@ -35,6 +36,9 @@ struct State {
     std::vector<std::string> journal;
     std::function<void(const std::string&)> onOperation;
     std::atomic<std::uint32_t> currentProcess = ownProcessId;
+    std::chrono::milliseconds clockAhead{0};
+    std::function<void()> afterScan;
+    int readingsLeft = 0;  // of the clock, until afterScan is called; 0 outside a scan
 };
 
 State& TheState() {
@@ -93,6 +97,8 @@ void Reset() {
     state.journal.clear();
     state.onOperation = nullptr;
     state.currentProcess = ownProcessId;
+    state.clockAhead = {};
+    state.afterScan = nullptr;
 }
 
 void SetForkedChild(bool isChild) {
@@ -160,6 +166,17 @@ void OnOperation(std::function<void(const std::string& line)> action) {
     TheState().onOperation = std::move(action);
 }
 
+void SetClockAhead(std::chrono::milliseconds ahead) {
+    const std::lock_guard lock(TheState().mutex);
+    TheState().clockAhead = ahead;
+}
+
+void AfterNextScan(std::function<void()> action) {
+    const std::lock_guard lock(TheState().mutex);
+    TheState().afterScan = std::move(action);
+    TheState().readingsLeft = 0;
+}
+
 }  // namespace fake_processes
 
 namespace platform {
@@ -206,6 +223,7 @@ SystemHandle OpenProcess(std::uint32_t access, bool inheritable, std::uint32_t p
     const std::lock_guard lock(state.mutex);
     operation.Note(state, "open " + std::to_string(processId) + " access=" + std::to_string(access) +
                               " inherit=" + std::to_string(inheritable ? 1 : 0));
+    state.readingsLeft = 2;
     return operation.Fails(state.openError) ? 0 : fake_processes::handleBase + processId;
 }
 
@@ -248,6 +266,23 @@ void CloseHandle(SystemHandle handle) {
     const std::lock_guard lock(state.mutex);
     operation.Note(state, "close");
     state.lists.erase(handle);
+}
+
+boost::posix_time::ptime LocalTime() {
+    const allocation_count::WithoutFailure own;
+    State& state = TheState();
+    std::function<void()> afterScan;
+    {
+        const std::lock_guard lock(state.mutex);
+        if (state.readingsLeft != 0 && --state.readingsLeft == 0) {
+            afterScan.swap(state.afterScan);
+        }
+    }
+    if (afterScan) {
+        afterScan();
+    }
+    const std::lock_guard lock(state.mutex);
+    return boost::posix_time::ptime({2020, 2, 29}) + boost::posix_time::milliseconds(state.clockAhead.count());
 }
 
 }  // namespace platform
