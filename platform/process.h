@@ -1,13 +1,14 @@
-/// Starting, finding and ending other processes. Any thread.
+/// Starting, finding and ending other processes. Any thread. On allocation failure they throw std::bad_alloc.
 #pragma once
 
 #include <cstdint>
 #include <string>
+#include <vector>
 
 namespace platform {
 
-/// A process, a thread or a process list; 0 is none. On Windows a handle that somebody closes with CloseHandle;
-/// elsewhere a process is a plain value (process id and start time) that holds nothing open.
+/// A process or a thread; 0 is none. On Windows a handle that stays open until the caller closes it as the system says;
+/// elsewhere a plain value (process id and start time) that holds nothing open.
 using SystemHandle = std::uintptr_t;
 
 struct ProcessInformation {
@@ -28,7 +29,7 @@ inline constexpr std::uint32_t showWindowShown = 5;   ///< SW_SHOW
 
 inline constexpr std::uint32_t processAllAccess = 0x1F0FFF;
 
-/// The calling process. Another one than before in a child that a fork has made.
+/// The calling process. Changes in a child that a fork makes.
 std::uint32_t CurrentProcessId();
 
 /// Starts a program by its bare name or by an absolute path. The bare name is looked for in the running program's own
@@ -47,15 +48,8 @@ bool TerminateProcess(SystemHandle process, std::uint32_t exitCode);
 /// Opens a process; 0 on failure, with the last error set.
 SystemHandle OpenProcess(std::uint32_t access, bool inheritable, std::uint32_t processId);
 
-/// A list of the processes that exist now; 0 on failure, with the last error set. Ends with CloseHandle. Used by one
-/// thread at a time.
-SystemHandle CreateProcessList();
-
-/// Each reads one entry and answers 1, or 0 at the end of the list and for an invalid list. The first entry is the
-/// system's own process. Processes that have ended but still stand in the system's table are not listed.
-int FirstProcess(SystemHandle list, ProcessEntry& entry);
-int NextProcess(SystemHandle list, ProcessEntry& entry);
-
-void CloseHandle(SystemHandle handle);
+/// Returns the processes that exist now. The first entry is the system's own process; processes that have ended but are
+/// still in the system's table are not listed. Empty on failure, with the last error set.
+std::vector<ProcessEntry> ListProcesses();
 
 }  // namespace platform

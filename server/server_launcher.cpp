@@ -24,15 +24,6 @@ std::uint32_t Printed(platform::SystemHandle handle) {
     return static_cast<std::uint32_t>(handle);
 }
 
-struct ProcessList {
-    ProcessList() = default;
-    ~ProcessList() { platform::CloseHandle(handle); }
-    ProcessList(const ProcessList&) = delete;
-    ProcessList& operator=(const ProcessList&) = delete;
-
-    platform::SystemHandle handle = platform::CreateProcessList();
-};
-
 // A host that keeps detectors in objects of its own at file scope may destroy them after this one.
 struct ProcessWideLauncher {
     ProcessWideLauncher() = default;
@@ -145,14 +136,9 @@ void ServerLauncher::Restart() {
 
 // For the end of the process alone: the thread that started the server was stopped before it had its handle.
 void ServerLauncher::TerminateStartedProcess() {
-    const ProcessList list;
-    platform::ProcessEntry entry;
-    if (platform::FirstProcess(list.handle, entry) != 1) {
-        return;
-    }
-    while (platform::NextProcess(list.handle, entry) == 1) {
-        if (entry.parentId == platform::CurrentProcessId() && HasServersName(entry)) {
-            platform::TerminateProcess(platform::OpenProcess(platform::processAllAccess, false, entry.processId),
+    for (const platform::ProcessEntry& server : ListServers()) {
+        if (server.parentId == platform::CurrentProcessId()) {
+            platform::TerminateProcess(platform::OpenProcess(platform::processAllAccess, false, server.processId),
                                        terminatedExitCode);
         }
     }
@@ -166,24 +152,24 @@ bool ServerLauncher::IsServerRunning() {
     return ScanProcesses();
 }
 
-// The first process listed is the system's own and is not looked at.
 bool ServerLauncher::ScanProcesses() {
-    const ProcessList list;
-    platform::ProcessEntry entry;
-    bool isRunning = false;
-    if (platform::FirstProcess(list.handle, entry) == 1) {
-        while (platform::NextProcess(list.handle, entry) == 1) {
-            if (HasServersName(entry)) {
-                ExamineProcess(entry);
-                isRunning = true;
-            }
-        }
+    const std::vector<platform::ProcessEntry> servers = ListServers();
+    for (const platform::ProcessEntry& server : servers) {
+        ExamineProcess(server);
     }
-    return isRunning;
+    return !servers.empty();
 }
 
-bool ServerLauncher::HasServersName(const platform::ProcessEntry& entry) const {
-    return boost::algorithm::iequals(entry.executableName, commandLine_, std::locale::classic());
+// The first process listed is the system's own and is not looked at.
+std::vector<platform::ProcessEntry> ServerLauncher::ListServers() const {
+    std::vector<platform::ProcessEntry> processes = platform::ListProcesses();
+    if (!processes.empty()) {
+        processes.erase(processes.begin());
+    }
+    std::erase_if(processes, [this](const platform::ProcessEntry& entry) {
+        return !boost::algorithm::iequals(entry.executableName, commandLine_, std::locale::classic());
+    });
+    return processes;
 }
 
 // A process that cannot be opened counts as running but does not take the place of ours on record: without a handle it

@@ -8,6 +8,7 @@
 #include <boost/thread/thread.hpp>
 #include <cstdint>
 #include <string>
+#include <vector>
 
 #include "platform/mutex.h"
 #include "platform/process.h"
@@ -50,7 +51,7 @@ class ServerLauncher : public ThreadRoutines::PollTimeoutThread {
 
   private:
     bool ScanProcesses() VEXLANE_REQUIRES(startMutex_);
-    bool HasServersName(const platform::ProcessEntry& entry) const;
+    std::vector<platform::ProcessEntry> ListServers() const;
     void ExamineProcess(const platform::ProcessEntry& entry);
     void StartProcess() VEXLANE_REQUIRES(startMutex_);
     void TerminateProcess() VEXLANE_REQUIRES(startMutex_);

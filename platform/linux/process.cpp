@@ -19,7 +19,6 @@
 #include <cstdlib>
 #include <memory>
 #include <mutex>
-#include <new>
 #include <string_view>
 #include <system_error>
 #include <thread>
@@ -233,31 +232,6 @@ constexpr bool IsOneThatEnds(std::uint32_t processId) {
 
 constexpr bool Matches(SystemHandle handle, const ProcessState& state) {
     return static_cast<std::uint32_t>(handle >> 32) == static_cast<std::uint32_t>(state.startTime);
-}
-
-// Lists carry a mark that no process id reaches, so that the two kinds of handle never meet.
-constexpr SystemHandle listMark = 0x80000000;
-
-struct ProcessList {
-    SystemHandle handle = 0;
-    std::vector<ProcessEntry> entries;
-    std::size_t next = 0;
-    ProcessList* following = nullptr;
-};
-
-// Plain pointers: at the end of the process nothing is destroyed under a thread that still runs.
-constinit ProcessList* openLists = nullptr;
-constinit std::uint32_t listCount = 0;
-constinit std::mutex listsMutex;  // guards the two above, not the lists' contents
-
-// Null for an invalid handle.
-ProcessList* FindList(SystemHandle handle) {
-    const std::lock_guard lock(listsMutex);
-    ProcessList* list = openLists;
-    while (list != nullptr && list->handle != handle) {
-        list = list->following;
-    }
-    return list;
 }
 
 // Our children. Each is waited for by its own id once it has ended, and no other process ever is: the rest belongs to
@@ -619,49 +593,14 @@ SystemHandle OpenProcess(std::uint32_t access, bool, std::uint32_t processId) {
     return MakeProcessHandle(process, state.startTime);
 }
 
-SystemHandle CreateProcessList() {
+std::vector<ProcessEntry> ListProcesses() {
     ReapChildren();
-    auto list = std::make_unique<ProcessList>();
-    if (const int error = ReadProcesses(list->entries)) {
+    std::vector<ProcessEntry> entries;
+    if (const int error = ReadProcesses(entries)) {
         Failed(error);
-        return 0;
+        return {};
     }
-    const std::lock_guard lock(listsMutex);
-    list->handle = static_cast<SystemHandle>(++listCount) << 32 | listMark;
-    list->following = openLists;
-    openLists = list.release();
-    return openLists->handle;
-}
-
-int FirstProcess(SystemHandle handle, ProcessEntry& entry) {
-    if (ProcessList* list = FindList(handle)) {
-        list->next = 0;
-    }
-    return NextProcess(handle, entry);
-}
-
-int NextProcess(SystemHandle handle, ProcessEntry& entry) {
-    ProcessList* list = FindList(handle);
-    if (list == nullptr) {
-        Failed(EBADF);
-        return 0;
-    }
-    if (list->next == list->entries.size()) {
-        return 0;
-    }
-    entry = list->entries[list->next++];
-    return 1;
-}
-
-void CloseHandle(SystemHandle handle) {
-    const std::lock_guard lock(listsMutex);
-    for (ProcessList** link = &openLists; *link != nullptr; link = &(*link)->following) {
-        if ((*link)->handle == handle) {
-            const std::unique_ptr<ProcessList> closed(*link);
-            *link = closed->following;
-            return;
-        }
-    }
+    return entries;
 }
 
 }  // namespace platform

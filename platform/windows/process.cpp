@@ -7,6 +7,8 @@
 #include <tlhelp32.h>
 // clang-format on
 
+#include <memory>
+
 namespace platform {
 
 namespace {
@@ -29,7 +31,7 @@ SystemHandle FromHandle(HANDLE handle) {
     return reinterpret_cast<SystemHandle>(handle);
 }
 
-// What the C library does behind the call, for the copy's sake, may change the last error: it is read at once.
+// Freeing the copy may change the last error, so it is read right after the call.
 bool Create(const std::string& commandLine, std::uint32_t creationFlags, std::uint32_t showWindow,
             PROCESS_INFORMATION& information, DWORD& error) {
     STARTUPINFOA startup = {};
@@ -43,19 +45,9 @@ bool Create(const std::string& commandLine, std::uint32_t creationFlags, std::ui
     return isCreated != FALSE;
 }
 
-using ReadEntry = BOOL(WINAPI*)(HANDLE, PROCESSENTRY32*);
-
-int Read(ReadEntry readEntry, SystemHandle list, ProcessEntry& entry) {
-    PROCESSENTRY32 read = {};
-    read.dwSize = sizeof(read);
-    if (readEntry(ToHandle(list), &read) != TRUE) {
-        return 0;
-    }
-    entry.processId = read.th32ProcessID;
-    entry.parentId = read.th32ParentProcessID;
-    entry.executableName = read.szExeFile;
-    return 1;
-}
+struct HandleCloser {
+    void operator()(HANDLE handle) const { ::CloseHandle(handle); }
+};
 
 }  // namespace
 
@@ -82,7 +74,7 @@ bool TerminateProcess(SystemHandle process, std::uint32_t exitCode) {
     if (::TerminateProcess(ToHandle(process), exitCode) == FALSE) {
         return false;
     }
-    // The end is only begun: until it is reached the process still stands in the list.
+    // The call only begins the end; until it is reached the process is still listed.
     ::WaitForSingleObject(ToHandle(process), longestEndMilliseconds);
     return true;
 }
@@ -91,23 +83,19 @@ SystemHandle OpenProcess(std::uint32_t access, bool inheritable, std::uint32_t p
     return FromHandle(::OpenProcess(access, inheritable ? TRUE : FALSE, processId));
 }
 
-SystemHandle CreateProcessList() {
-    const HANDLE list = ::CreateToolhelp32Snapshot(TH32CS_SNAPPROCESS, 0);
-    return list == INVALID_HANDLE_VALUE ? 0 : FromHandle(list);
-}
-
-int FirstProcess(SystemHandle list, ProcessEntry& entry) {
-    return Read(::Process32First, list, entry);
-}
-
-int NextProcess(SystemHandle list, ProcessEntry& entry) {
-    return Read(::Process32Next, list, entry);
-}
-
-void CloseHandle(SystemHandle handle) {
-    if (handle != 0) {
-        ::CloseHandle(ToHandle(handle));
+std::vector<ProcessEntry> ListProcesses() {
+    const HANDLE snapshot = ::CreateToolhelp32Snapshot(TH32CS_SNAPPROCESS, 0);
+    if (snapshot == INVALID_HANDLE_VALUE) {
+        return {};
     }
+    const std::unique_ptr<void, HandleCloser> closer(snapshot);
+    std::vector<ProcessEntry> entries;
+    PROCESSENTRY32 entry = {};
+    entry.dwSize = sizeof(entry);
+    for (BOOL isRead = ::Process32First(snapshot, &entry); isRead == TRUE; isRead = ::Process32Next(snapshot, &entry)) {
+        entries.push_back({entry.th32ProcessID, entry.szExeFile, entry.th32ParentProcessID});
+    }
+    return entries;
 }
 
 }  // namespace platform

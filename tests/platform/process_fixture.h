@@ -25,14 +25,8 @@ namespace process_tests {
 using Ids = std::set<std::uint32_t>;
 
 inline std::vector<platform::ProcessEntry> List() {
-    std::vector<platform::ProcessEntry> entries;
-    const platform::SystemHandle list = platform::CreateProcessList();
-    EXPECT_NE(list, 0u);
-    platform::ProcessEntry entry;
-    for (int more = platform::FirstProcess(list, entry); more == 1; more = platform::NextProcess(list, entry)) {
-        entries.push_back(entry);
-    }
-    platform::CloseHandle(list);
+    std::vector<platform::ProcessEntry> entries = platform::ListProcesses();
+    EXPECT_FALSE(entries.empty());
     return entries;
 }
 

@@ -2,9 +2,12 @@
 
 #include <atomic>
 #include <cstdlib>
+#include <new>
 #include <thread>
 
 #include "tests/platform/process_fixture.h"
+#include "tests/support/allocation_count.h"
+#include "tests/support/descriptors.h"
 #include "tests/support/environment.h"
 
 namespace {
@@ -20,23 +23,13 @@ using Process = ProcessFixture;
 
 // Listing
 
-TEST_F(Process, TheListHoldsThisOneEndsAndBeginsAnew) {
-    const SystemHandle list = platform::CreateProcessList();
-    ASSERT_NE(list, 0u);
-    ProcessEntry first;
-    ASSERT_EQ(platform::FirstProcess(list, first), 1);
-    bool found = first.processId == OwnProcessId();
-    ProcessEntry entry;
-    while (platform::NextProcess(list, entry) == 1) {
-        EXPECT_NE(entry.processId, 0u);
-        EXPECT_EQ(entry.executableName.find_first_of("/\\"), std::string::npos);
-        found = found || entry.processId == OwnProcessId();
+TEST_F(Process, TheListHoldsThisOneUnderANameWithoutFolders) {
+    const std::vector<ProcessEntry> entries = List();
+    for (std::size_t index = 1; index < entries.size(); ++index) {
+        EXPECT_NE(entries[index].processId, 0u);
+        EXPECT_EQ(entries[index].executableName.find_first_of("/\\"), std::string::npos);
     }
-    EXPECT_TRUE(found);
-    EXPECT_EQ(platform::NextProcess(list, entry), 0);
-    ASSERT_EQ(platform::FirstProcess(list, entry), 1);
-    EXPECT_EQ(entry.processId, first.processId);
-    platform::CloseHandle(list);
+    EXPECT_TRUE(IsListed(OwnProcessId()));
 }
 
 TEST_F(Process, TheFirstOneListedIsNeverTheOneThatWasStarted) {
@@ -46,33 +39,28 @@ TEST_F(Process, TheFirstOneListedIsNeverTheOneThatWasStarted) {
     EXPECT_TRUE(IsListed(started.processId));
 }
 
-TEST_F(Process, AnInvalidListHasNoEntries) {
-    const ProcessInformation started = StartLasting(helperName);
-    for (const SystemHandle invalid : {SystemHandle{0}, started.process}) {
-        ProcessEntry entry;
-        platform::SetLastError(0);
-        EXPECT_EQ(platform::FirstProcess(invalid, entry), 0);
-        EXPECT_NE(platform::LastError(), 0u);
-        EXPECT_EQ(platform::NextProcess(invalid, entry), 0);
-    }
-}
-
-TEST_F(Process, ListsAreIndependentOfOneAnother) {
-    const SystemHandle first = platform::CreateProcessList();
-    const SystemHandle second = platform::CreateProcessList();
-    EXPECT_NE(first, second);
-    platform::CloseHandle(first);
-    ProcessEntry entry;
-    EXPECT_EQ(platform::FirstProcess(second, entry), 1);
-    EXPECT_EQ(platform::FirstProcess(first, entry), 0);
-    platform::CloseHandle(second);
-}
-
 TEST_F(Process, ALongNameIsListedWhole) {
     const std::string name = "vexlane-test-sixteen-and-more.exe";
     CopyHelper(OwnFolder() / name);
     const ProcessInformation started = StartLasting(name);
     EXPECT_EQ(ListedAs(name), Ids{started.processId});
+}
+
+TEST_F(Process, AListThatRunsOutOfMemoryThrowsAndLeavesNothingOpen) {
+    List();
+    const std::size_t before = test_support::CountOpen().all;
+    bool hasFailed = true;
+    for (std::uint64_t number = 1; hasFailed; number += 1 + number / 4) {
+        bool isComplete = false;
+        allocation_count::Failure failure(number);
+        try {
+            isComplete = !platform::ListProcesses().empty();
+        } catch (const std::bad_alloc&) {
+        }
+        hasFailed = failure.End();
+        EXPECT_NE(isComplete, hasFailed) << number;
+        EXPECT_EQ(test_support::CountOpen().all, before) << number;
+    }
 }
 
 // Starting
@@ -172,7 +160,6 @@ TEST_F(Process, AnOpenedOneCanBeTerminated) {
     ASSERT_NE(opened, 0u);
     EXPECT_TRUE(platform::TerminateProcess(opened, 0));
     EXPECT_FALSE(IsListed(started.processId));
-    platform::CloseHandle(opened);
 }
 
 TEST_F(Process, OneThatDoesNotExistIsNotOpened) {

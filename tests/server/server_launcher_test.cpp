@@ -20,13 +20,12 @@ class Launcher : public LauncherFixture {};
 
 TEST_F(Launcher, StartsTheServerInItsFirstPoll) {
     const auto launcher = MakeLauncher();
-    EXPECT_THAT(
-        transcript->Entries(),
-        ElementsAre("list", "close",                              //
-                    "ServerLauncher: Restar server by timeout.",  //
-                    "ServerLauncher: Restart server launcher", "list", "close", "ServerLauncher: Start server launcher",
-                    "list", "close", "start plate-Server.exe flags=0 show=5",
-                    "ServerLauncher: CreatedProcess(plate-Server.exe) - ok Process ID: 0x1234\r\n"));
+    EXPECT_THAT(transcript->Entries(),
+                ElementsAre("list",                                       //
+                            "ServerLauncher: Restar server by timeout.",  //
+                            "ServerLauncher: Restart server launcher", "list", "ServerLauncher: Start server launcher",
+                            "list", "start plate-Server.exe flags=0 show=5",
+                            "ServerLauncher: CreatedProcess(plate-Server.exe) - ok Process ID: 0x1234\r\n"));
     EXPECT_THAT(fake_processes::Running(), ElementsAre(0x1234u));
     EXPECT_TRUE(launcher->IsRunning());
 }
@@ -39,14 +38,13 @@ TEST_F(Launcher, StartsTheServerOnItsPollThreadNotInItsConstructor) {
 TEST_F(Launcher, LeavesAServerThatRunsAlreadyAlone) {
     fake_processes::AddStranger(serverName);
     const auto launcher = MakeLauncher();
-    EXPECT_THAT(transcript->Entries(), ElementsAre("list", "open 4660 access=2035711 inherit=1", "close"));
+    EXPECT_THAT(transcript->Entries(), ElementsAre("list", "open 4660 access=2035711 inherit=1"));
 }
 
 TEST_F(Launcher, WritesNothingAndHidesTheWindowAtLevelZero) {
     diagnostics::SetDebugLevel(0);
     const auto launcher = MakeLauncher();
-    EXPECT_THAT(transcript->Entries(), ElementsAre("list", "close", "list", "close", "list", "close",
-                                                   "start plate-Server.exe flags=0 show=0"));
+    EXPECT_THAT(transcript->Entries(), ElementsAre("list", "list", "list", "start plate-Server.exe flags=0 show=0"));
     transcript->Clear();
     launcher->Start();
     launcher->Restart();
@@ -80,7 +78,7 @@ TEST_F(Launcher, StartSaysThatAServerRunsAndPrintsTheLowHalfOfItsHandle) {
     launcher->Start();
     EXPECT_THAT(transcript->Entries(),
                 ElementsAre("ServerLauncher: Start server launcher", "list", "open 4660 access=2035711 inherit=1",
-                            "close", "ServerLauncher: Already started. Process ID: 0x1234"));
+                            "ServerLauncher: Already started. Process ID: 0x1234"));
 }
 
 TEST_F(Launcher, StartPrintsNoHandleForAServerThatIsNotOnRecord) {
@@ -95,10 +93,9 @@ TEST_F(Launcher, StartStartsAServerThatIsGone) {
     fake_processes::Kill(0x1234);
     transcript->Clear();
     launcher->Start();
-    EXPECT_THAT(
-        transcript->Entries(),
-        ElementsAre("ServerLauncher: Start server launcher", "list", "close", "start plate-Server.exe flags=0 show=5",
-                    "ServerLauncher: CreatedProcess(plate-Server.exe) - ok Process ID: 0x1235\r\n"));
+    EXPECT_THAT(transcript->Entries(),
+                ElementsAre("ServerLauncher: Start server launcher", "list", "start plate-Server.exe flags=0 show=5",
+                            "ServerLauncher: CreatedProcess(plate-Server.exe) - ok Process ID: 0x1235\r\n"));
     EXPECT_THAT(fake_processes::Running(), ElementsAre(0x1235u));
 }
 
@@ -108,10 +105,10 @@ TEST_F(Launcher, StartThatFailsSaysWhyAndLeavesTheRecordEmpty) {
     fake_processes::FailStart(fileNotFound);
     transcript->Clear();
     launcher->Start();
-    EXPECT_THAT(transcript->Entries(), ElementsAre("ServerLauncher: Start server launcher", "list", "close",
-                                                   "start plate-Server.exe flags=0 show=5",
-                                                   "ServerLauncher: CreateProcess(plate-Server.exe) - failed, err = " +
-                                                       TextOf(fileNotFound) + "\r\n"));
+    EXPECT_THAT(transcript->Entries(),
+                ElementsAre("ServerLauncher: Start server launcher", "list", "start plate-Server.exe flags=0 show=5",
+                            "ServerLauncher: CreateProcess(plate-Server.exe) - failed, err = " + TextOf(fileNotFound) +
+                                "\r\n"));
     transcript->Clear();
     launcher->Stop();
     EXPECT_THAT(fake_processes::JournalOf("terminate"), ElementsAre("terminate 0 code=4294967295"));
@@ -148,7 +145,7 @@ TEST_F(Launcher, StartsTheServerInTheFirstPollThatCan) {
 
 // Stop
 
-TEST_F(Launcher, StopEndsPollingAndTheServerAndClosesNoHandle) {
+TEST_F(Launcher, StopEndsPollingAndTheServer) {
     const auto launcher = MakeLauncher();
     transcript->Clear();
     launcher->Stop();
@@ -241,9 +238,9 @@ TEST_F(Launcher, RestartStopsAndStartsAServerThatRuns) {
     launcher->Restart();
     EXPECT_THAT(transcript->Entries(),
                 ElementsAre("ServerLauncher: Restart server launcher", "list", "open 4660 access=2035711 inherit=1",
-                            "close", "ServerLauncher: Stop server launcher", "terminate 4660 code=4294967295",
+                            "ServerLauncher: Stop server launcher", "terminate 4660 code=4294967295",
                             "ServerLauncher: Terminated server launcher", "ServerLauncher: Start server launcher",
-                            "list", "close", "start plate-Server.exe flags=0 show=5",
+                            "list", "start plate-Server.exe flags=0 show=5",
                             "ServerLauncher: CreatedProcess(plate-Server.exe) - ok Process ID: 0x1235\r\n"));
     EXPECT_THAT(fake_processes::Running(), ElementsAre(0x1235u));
     EXPECT_FALSE(launcher->IsRunning()) << "a server was found running, so polling ends";
@@ -254,11 +251,10 @@ TEST_F(Launcher, RestartOnlyStartsAServerThatIsGoneAndPollingGoesOn) {
     fake_processes::Kill(0x1234);
     transcript->Clear();
     launcher->Restart();
-    EXPECT_THAT(
-        transcript->Entries(),
-        ElementsAre("ServerLauncher: Restart server launcher", "list", "close", "ServerLauncher: Start server launcher",
-                    "list", "close", "start plate-Server.exe flags=0 show=5",
-                    "ServerLauncher: CreatedProcess(plate-Server.exe) - ok Process ID: 0x1235\r\n"));
+    EXPECT_THAT(transcript->Entries(),
+                ElementsAre("ServerLauncher: Restart server launcher", "list", "ServerLauncher: Start server launcher",
+                            "list", "start plate-Server.exe flags=0 show=5",
+                            "ServerLauncher: CreatedProcess(plate-Server.exe) - ok Process ID: 0x1235\r\n"));
     EXPECT_TRUE(launcher->IsRunning());
 }
 
@@ -280,7 +276,7 @@ TEST_F(Launcher, APollThatFindsTheServerDoesNothingElse) {
     const auto launcher = MakeLauncher();
     transcript->Clear();
     launcher->OnTimeout();
-    EXPECT_THAT(transcript->Entries(), ElementsAre("list", "open 4660 access=2035711 inherit=1", "close"));
+    EXPECT_THAT(transcript->Entries(), ElementsAre("list", "open 4660 access=2035711 inherit=1"));
 }
 
 TEST_F(Launcher, APollThatMissesTheServerStartsIt) {
@@ -288,13 +284,12 @@ TEST_F(Launcher, APollThatMissesTheServerStartsIt) {
     fake_processes::Kill(0x1234);
     transcript->Clear();
     launcher->OnTimeout();
-    EXPECT_THAT(
-        transcript->Entries(),
-        ElementsAre("list", "close",                              //
-                    "ServerLauncher: Restar server by timeout.",  //
-                    "ServerLauncher: Restart server launcher", "list", "close", "ServerLauncher: Start server launcher",
-                    "list", "close", "start plate-Server.exe flags=0 show=5",
-                    "ServerLauncher: CreatedProcess(plate-Server.exe) - ok Process ID: 0x1235\r\n"));
+    EXPECT_THAT(transcript->Entries(),
+                ElementsAre("list",                                       //
+                            "ServerLauncher: Restar server by timeout.",  //
+                            "ServerLauncher: Restart server launcher", "list", "ServerLauncher: Start server launcher",
+                            "list", "start plate-Server.exe flags=0 show=5",
+                            "ServerLauncher: CreatedProcess(plate-Server.exe) - ok Process ID: 0x1235\r\n"));
 }
 
 TEST_F(Launcher, AServerThatIsKilledComesBackAgainAndAgainWhilePollingRuns) {
@@ -321,13 +316,13 @@ struct Scan : LauncherFixture {
 
 TEST_F(Scan, FindsNothingWhereNothingRuns) {
     EXPECT_FALSE(launcher->IsServerRunning());
-    EXPECT_THAT(transcript->Entries(), ElementsAre("list", "close"));
+    EXPECT_THAT(transcript->Entries(), ElementsAre("list"));
 }
 
 TEST_F(Scan, SkipsTheFirstEntryWhateverItsName) {
     fake_processes::SetFirstEntryName(serverName);
     EXPECT_FALSE(launcher->IsServerRunning());
-    EXPECT_THAT(transcript->Entries(), ElementsAre("list", "close"));
+    EXPECT_THAT(transcript->Entries(), ElementsAre("list"));
 }
 
 TEST_F(Scan, ComparesNamesWithoutRegardToCase) {
@@ -345,16 +340,16 @@ TEST_F(Scan, TakesNoOtherNameForTheServers) {
         fake_processes::AddStranger(name);
     }
     EXPECT_FALSE(launcher->IsServerRunning());
-    EXPECT_THAT(transcript->Entries(), ElementsAre("list", "close"));
+    EXPECT_THAT(transcript->Entries(), ElementsAre("list"));
 }
 
-TEST_F(Scan, OpensEveryProcessOfTheNameAndClosesTheListAlone) {
+TEST_F(Scan, OpensEveryProcessOfTheNameAndNoOther) {
     fake_processes::AddStranger(serverName);
     fake_processes::AddStranger("something-else.exe");
     fake_processes::AddStranger("Plate-server.exe");
     EXPECT_TRUE(launcher->IsServerRunning());
-    EXPECT_THAT(transcript->Entries(), ElementsAre("list", "open 4660 access=2035711 inherit=1",
-                                                   "open 4662 access=2035711 inherit=1", "close"));
+    EXPECT_THAT(transcript->Entries(),
+                ElementsAre("list", "open 4660 access=2035711 inherit=1", "open 4662 access=2035711 inherit=1"));
 }
 
 TEST_F(Scan, OfAListThatCannotBeHadFindsNothing) {
@@ -400,10 +395,10 @@ TEST_F(Launcher, AStrangerTakesTheRecordOfOurServerAndIsEndedInItsPlace) {
     const std::uint32_t stranger = fake_processes::AddStranger(serverName);
     transcript->Clear();
     launcher->Start();
-    EXPECT_THAT(transcript->Entries(),
-                ElementsAre("ServerLauncher: Start server launcher", "list", "open 4660 access=2035711 inherit=1",
-                            "open 4661 access=2035711 inherit=1", "close",
-                            "ServerLauncher: Already started. Process ID: 0x1235"));
+    EXPECT_THAT(
+        transcript->Entries(),
+        ElementsAre("ServerLauncher: Start server launcher", "list", "open 4660 access=2035711 inherit=1",
+                    "open 4661 access=2035711 inherit=1", "ServerLauncher: Already started. Process ID: 0x1235"));
     launcher->Stop();
     EXPECT_THAT(fake_processes::JournalOf("terminate"),
                 ElementsAre("terminate " + std::to_string(stranger) + " code=4294967295"));

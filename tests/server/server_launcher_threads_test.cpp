@@ -36,9 +36,9 @@ class LauncherThreads : public LauncherFixture {
         }
     }
 
-    // Stays between the scan and what follows from it, so that another thread can come in between if anything lets it.
+    // Stays between the list and what follows from it, so that another thread can come in between if anything lets it.
     static void Linger(const std::string& entry) {
-        if (entry == "close") {
+        if (entry == "list") {
             std::this_thread::sleep_for(std::chrono::microseconds(100));
         }
     }

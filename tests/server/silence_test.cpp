@@ -30,14 +30,13 @@ TEST_F(LauncherSilence, OfSixSecondsRestartsAServerThatIsThere) {
     transcript->Clear();
     JumpAfterTheNextScan(6s);
     launcher->OnTimeout();
-    EXPECT_THAT(
-        transcript->Entries(),
-        ElementsAre("list", "open 4660 access=2035711 inherit=1", "close", "ServerLauncher: Restar server by timeout.",
-                    "ServerLauncher: Restart server launcher", "list", "open 4660 access=2035711 inherit=1", "close",
-                    "ServerLauncher: Stop server launcher", "terminate 4660 code=4294967295",
-                    "ServerLauncher: Terminated server launcher", "ServerLauncher: Start server launcher", "list",
-                    "close", "start plate-Server.exe flags=0 show=5",
-                    "ServerLauncher: CreatedProcess(plate-Server.exe) - ok Process ID: 0x1235\r\n"));
+    EXPECT_THAT(transcript->Entries(),
+                ElementsAre("list", "open 4660 access=2035711 inherit=1", "ServerLauncher: Restar server by timeout.",
+                            "ServerLauncher: Restart server launcher", "list", "open 4660 access=2035711 inherit=1",
+                            "ServerLauncher: Stop server launcher", "terminate 4660 code=4294967295",
+                            "ServerLauncher: Terminated server launcher", "ServerLauncher: Start server launcher",
+                            "list", "start plate-Server.exe flags=0 show=5",
+                            "ServerLauncher: CreatedProcess(plate-Server.exe) - ok Process ID: 0x1235\r\n"));
 }
 
 TEST_F(LauncherSilence, OfLessThanSixSecondsIsNoReason) {

@@ -18,15 +18,12 @@ using testing::ElementsAre;
 /// Both ids in the order in which a list of all processes has them.
 std::vector<ProcessId> InListOrder(ProcessId first, ProcessId second) {
     std::vector<ProcessId> order;
-    const platform::SystemHandle list = platform::CreateProcessList();
-    platform::ProcessEntry entry;
-    for (int more = platform::FirstProcess(list, entry); more == 1; more = platform::NextProcess(list, entry)) {
+    for (const platform::ProcessEntry& entry : platform::ListProcesses()) {
         const auto process = static_cast<ProcessId>(entry.processId);
         if (process == first || process == second) {
             order.push_back(process);
         }
     }
-    platform::CloseHandle(list);
     return order;
 }
 

@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <atomic>
-#include <map>
 #include <mutex>
 #include <utility>
 
@@ -16,7 +15,6 @@ namespace fake_processes {
 namespace {
 
 constexpr std::uint64_t handleBase = 0x100000000;
-constexpr std::uint64_t listBase = 0x200000000;
 constexpr std::uint32_t firstProcessId = 0x1234;
 constexpr std::uint32_t invalidHandleError = 6;
 constexpr std::uint32_t ownProcessId = 0x1000;
@@ -27,8 +25,6 @@ struct State {
     std::vector<platform::ProcessEntry> processes;
     std::string firstEntryName = "[System Process]";
     std::uint32_t nextProcessId = firstProcessId;
-    std::map<platform::SystemHandle, std::vector<platform::ProcessEntry>> lists;
-    std::uint64_t nextList = 0;
     std::uint32_t startError = 0;
     std::uint32_t terminateError = 0;
     std::uint32_t openError = 0;
@@ -227,45 +223,17 @@ SystemHandle OpenProcess(std::uint32_t access, bool inheritable, std::uint32_t p
     return operation.Fails(state.openError) ? 0 : fake_processes::handleBase + processId;
 }
 
-SystemHandle CreateProcessList() {
+std::vector<ProcessEntry> ListProcesses() {
     State& state = TheState();
     Operation operation;
     const std::lock_guard lock(state.mutex);
     operation.Note(state, "list");
     if (operation.Fails(state.listError)) {
-        return 0;
+        return {};
     }
     std::vector<ProcessEntry> list = {{0, state.firstEntryName}};
     list.insert(list.end(), state.processes.begin(), state.processes.end());
-    std::reverse(list.begin(), list.end());  // read from the back
-    const SystemHandle handle = fake_processes::listBase + ++state.nextList;
-    state.lists[handle] = std::move(list);
-    return handle;
-}
-
-int FirstProcess(SystemHandle list, ProcessEntry& entry) {
-    return NextProcess(list, entry);
-}
-
-int NextProcess(SystemHandle list, ProcessEntry& entry) {
-    const allocation_count::WithoutFailure own;
-    State& state = TheState();
-    const std::lock_guard lock(state.mutex);
-    const auto found = state.lists.find(list);
-    if (found == state.lists.end() || found->second.empty()) {
-        return 0;
-    }
-    entry = found->second.back();
-    found->second.pop_back();
-    return 1;
-}
-
-void CloseHandle(SystemHandle handle) {
-    State& state = TheState();
-    Operation operation;
-    const std::lock_guard lock(state.mutex);
-    operation.Note(state, "close");
-    state.lists.erase(handle);
+    return list;
 }
 
 boost::posix_time::ptime LocalTime() {

@@ -36,7 +36,7 @@ void FailList(std::uint32_t error);
 std::vector<std::uint32_t> Running();
 
 /// What was asked for, in order: "start NAME flags=F show=S", "terminate ID code=C", "open ID access=A inherit=I",
-/// "list", "close".
+/// "list".
 std::vector<std::string> Journal();
 std::vector<std::string> JournalOf(const std::string& operation);
 

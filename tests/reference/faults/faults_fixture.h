@@ -40,16 +40,13 @@ class ServerPrograms : public testing::Test {
 /// fails.
 inline std::string ServersInSight() {
     const std::set<servers::ProcessId> children = servers::Running();
-    const platform::SystemHandle list = platform::CreateProcessList();
     std::string text = "servers:";
-    platform::ProcessEntry entry;
-    for (int more = platform::FirstProcess(list, entry); more == 1; more = platform::NextProcess(list, entry)) {
+    for (const platform::ProcessEntry& entry : platform::ListProcesses()) {
         if (entry.executableName == servers::serverName) {
             const bool isChild = children.contains(static_cast<servers::ProcessId>(entry.processId));
             text += ' ' + std::to_string(entry.processId) + (isChild ? "" : " (nobody's here)");
         }
     }
-    platform::CloseHandle(list);
     return text;
 }
 
