@@ -1,6 +1,5 @@
 #include "platform/process.h"
 
-#include <dirent.h>
 #include <errno.h>
 #include <fcntl.h>
 #include <limits.h>
@@ -13,20 +12,17 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <charconv>
 #include <chrono>
-#include <cstdio>
 #include <cstdlib>
 #include <memory>
 #include <mutex>
 #include <string_view>
-#include <system_error>
-#include <thread>
 #include <utility>
 #include <vector>
 
 #include "platform/last_error.h"
 #include "platform/linux/descriptor.h"
+#include "platform/linux/process_table.h"
 #include "platform/linux/send_signal.h"
 
 namespace platform {
@@ -35,184 +31,12 @@ namespace {
 
 static_assert(sizeof(SystemHandle) == 8);
 
-constexpr std::size_t commLength = 15;  // what the system keeps of a process's name
-constexpr std::string_view deletedSuffix = " (deleted)";
-constexpr std::chrono::seconds longestStart{1};
 constexpr std::chrono::seconds longestEnd{1};
 constexpr std::uint32_t accessTerminate = 1;
 
 bool Failed(int error) {
     SetLastError(static_cast<std::uint32_t>(error));
     return false;
-}
-
-// Reading /proc
-
-// True for what reading answers about a process that does not exist any more.
-bool MeansGone(int error) {
-    return error == ENOENT || error == ESRCH;
-}
-
-// True for what reading answers about somebody else's process.
-bool MeansForbidden(int error) {
-    return error == EACCES || error == EPERM;
-}
-
-std::string ProcessFolder(pid_t process) {
-    return "/proc/" + std::to_string(process);
-}
-
-// Reads a file's beginning, at most `limit` bytes; 0 or the error.
-int ReadBeginning(const std::string& path, std::size_t limit, std::string& text) {
-    const Descriptor file(::open(path.c_str(), O_RDONLY | O_CLOEXEC));
-    if (!file.IsOpen()) {
-        return errno;
-    }
-    text.resize(limit);
-    std::size_t size = 0;
-    while (size < limit) {
-        const ssize_t count = ::read(file.Get(), text.data() + size, limit - size);
-        if (count == 0) {
-            break;
-        }
-        if (count > 0) {
-            size += static_cast<std::size_t>(count);
-        } else if (errno != EINTR) {
-            return errno;
-        }
-    }
-    text.resize(size);
-    return 0;
-}
-
-struct ProcessState {
-    std::string comm;  // the name, cut to commLength bytes
-    std::uint64_t startTime = 0;
-    bool ended = false;        // a zombie
-    bool leaderEnded = false;  // the first thread has ended, others go on
-};
-
-// 0 or the error.
-int ReadState(pid_t process, ProcessState& state) {
-    std::string text;
-    if (const int error = ReadBeginning(ProcessFolder(process) + "/stat", 4096, text)) {
-        return error;
-    }
-    // The name may hold blanks and parentheses of its own.
-    const std::size_t open = text.find('(');
-    const std::size_t close = text.rfind(')');
-    if (open == std::string::npos || close == std::string::npos || close < open) {
-        return EPROTO;
-    }
-    state.comm = text.substr(open + 1, close - open - 1);
-    char letter = 0;
-    long threadCount = 0;
-    unsigned long long startTime = 0;
-    const int read = std::sscanf(text.c_str() + close + 1,
-                                 " %c %*s %*s %*s %*s %*s %*s %*s %*s %*s %*s %*s %*s %*s %*s %*s %*s %ld %*s %llu",
-                                 &letter, &threadCount, &startTime);
-    if (read != 3) {
-        return EPROTO;
-    }
-    const bool zombie = letter == 'Z' || letter == 'X' || letter == 'x';
-    state.startTime = startTime;
-    state.ended = zombie && threadCount <= 1;
-    state.leaderEnded = zombie && threadCount > 1;
-    return 0;
-}
-
-std::string_view WithoutFolders(std::string_view path) {
-    const std::size_t slash = path.rfind('/');
-    return slash == std::string_view::npos ? path : path.substr(slash + 1);
-}
-
-// 0 or the error.
-int ReadLink(const std::string& path, std::string& target) {
-    target.resize(PATH_MAX);
-    const ssize_t size = ::readlink(path.c_str(), target.data(), target.size());
-    if (size < 0) {
-        return errno;
-    }
-    target.resize(static_cast<std::size_t>(size));
-    return 0;
-}
-
-// The full name of a program whose name begins with `comm`: that of the executable, or, when an interpreter runs it,
-// one of the first two arguments. 0 or the error.
-int ReadName(const std::string& folder, std::string_view comm, std::string& name) {
-    std::string executable;
-    const int executableError = ReadLink(folder + "/exe", executable);
-    if (MeansForbidden(executableError)) {
-        executable.clear();  // a program that may be run but not read; the arguments tell, too
-    } else if (executableError != 0) {
-        return executableError;
-    }
-    if (executable.ends_with(deletedSuffix)) {
-        executable.resize(executable.size() - deletedSuffix.size());
-    }
-    std::string arguments;
-    if (const int error = ReadBeginning(folder + "/cmdline", 2 * (PATH_MAX + 1), arguments)) {
-        return error;
-    }
-    const std::string_view text(arguments);
-    const std::string_view first = text.substr(0, text.find('\0'));
-    std::string_view second;
-    if (first.size() < text.size()) {
-        second = text.substr(first.size() + 1);
-        second = second.substr(0, second.find('\0'));
-    }
-    name = executable.empty() ? comm : WithoutFolders(executable);
-    for (const std::string_view path : {std::string_view(executable), first, second}) {
-        const std::string_view candidate = WithoutFolders(path);
-        if (!candidate.empty() && candidate.substr(0, commLength) == comm) {
-            name = candidate;
-            break;
-        }
-    }
-    return 0;
-}
-
-struct FolderCloser {
-    void operator()(DIR* folder) const { ::closedir(folder); }
-};
-using Folder = std::unique_ptr<DIR, FolderCloser>;
-
-// Opens a folder of /proc; null with errno set on failure.
-Folder OpenFolder(const std::string& path) {
-    return Folder(::opendir(path.c_str()));
-}
-
-// The next entry whose name is a number; 0 at the end and on failure, which sets errno, else cleared.
-pid_t NextNumber(const Folder& folder) {
-    for (;;) {
-        errno = 0;
-        const dirent* entry = ::readdir(folder.get());
-        if (entry == nullptr) {
-            return 0;
-        }
-        const std::string_view name = entry->d_name;
-        pid_t number = 0;
-        const auto [end, error] = std::from_chars(name.data(), name.data() + name.size(), number);
-        if (error == std::errc() && end == name.data() + name.size() && number > 0) {
-            return number;
-        }
-    }
-}
-
-// The same through any thread that still runs, for a process whose first thread has ended: the system shows neither
-// executable nor arguments through that one. 0 or the error.
-int ReadNameThroughThreads(const std::string& folder, std::string_view comm, std::string& name) {
-    const Folder threads = OpenFolder(folder + "/task");
-    if (!threads) {
-        return errno;
-    }
-    while (const pid_t thread = NextNumber(threads)) {
-        const int error = ReadName(folder + "/task/" + std::to_string(thread), comm, name);
-        if (!MeansGone(error)) {
-            return error;
-        }
-    }
-    return errno != 0 ? errno : ESRCH;
 }
 
 // Handles
@@ -326,7 +150,7 @@ std::vector<std::string> SearchedFolders() {
         }
     };
     std::string own;
-    if (ReadLink("/proc/self/exe", own) == 0) {
+    if (ReadProgram("/proc/self", own) == 0) {
         add(std::string_view(own).substr(0, std::max<std::size_t>(own.rfind('/'), 1)));
     }
     const char* const variable = std::getenv("PATH");
@@ -400,22 +224,6 @@ class SpawnSettings {
     posix_spawn_file_actions_t actions_;
 };
 
-// Waits until a child bears its own name. It is let go a moment earlier, and a list that is made right then would not
-// find a script in it.
-void WaitForName(pid_t process) {
-    const auto deadline = std::chrono::steady_clock::now() + longestStart;
-    for (;;) {
-        // The arguments are the last thing that a new program is given.
-        std::string arguments;
-        ProcessState state;
-        if (ReadBeginning(ProcessFolder(process) + "/cmdline", 1, arguments) != 0 || !arguments.empty() ||
-            ReadState(process, state) != 0 || state.ended || std::chrono::steady_clock::now() > deadline) {
-            return;
-        }
-        std::this_thread::sleep_for(std::chrono::microseconds(100));
-    }
-}
-
 // 0 or the error.
 int Start(const std::string& commandLine, ProcessInformation& started) {
     std::vector<std::string> words = SplitWords(commandLine);
@@ -482,16 +290,22 @@ void WaitForEnd(const Descriptor& process) {
     }
 }
 
-// A descriptor of the very process that a handle means, not of a later one with the same id. 0 or the error.
+// Reads the state of a process. 0 or the error; ESRCH, too, for one that has ended.
+int ReadRunning(pid_t process, ProcessState& state) {
+    const int error = ReadState(process, state);
+    return MeansGone(error) || (error == 0 && state.ended) ? ESRCH : error;
+}
+
+// 0 for a descriptor of the very process that a handle means, not of a later one with the same id, else the error.
 int CheckAlive(SystemHandle handle, const Descriptor& process) {
     if (!process.IsOpen()) {
         return errno;
     }
     ProcessState state;
-    if (const int error = ReadState(static_cast<pid_t>(ProcessIdOf(handle)), state)) {
-        return MeansGone(error) ? ESRCH : error;
+    if (const int error = ReadRunning(static_cast<pid_t>(ProcessIdOf(handle)), state)) {
+        return error;
     }
-    return state.ended || !Matches(handle, state) ? ESRCH : 0;
+    return Matches(handle, state) ? 0 : ESRCH;
 }
 
 // 0 or the error.
@@ -511,48 +325,6 @@ int End(SystemHandle handle) {
     WaitForEnd(process);
     ReapChildren();
     return 0;
-}
-
-// Listing
-
-// True for what would hide processes that run, if it were passed over.
-bool MeansShortage(int error) {
-    return error == EMFILE || error == ENFILE || error == ENOMEM;
-}
-
-// 0 or the error. Adds nothing for what has ended, for what cannot be looked at and for somebody else's.
-int AddEntry(pid_t process, std::vector<ProcessEntry>& entries) {
-    ProcessState state;
-    ProcessEntry entry;
-    entry.processId = static_cast<std::uint32_t>(process);
-    int error = ReadState(process, state);
-    if (error == 0) {
-        if (state.ended) {
-            return 0;
-        }
-        const std::string folder = ProcessFolder(process);
-        error = state.leaderEnded ? ReadNameThroughThreads(folder, state.comm, entry.executableName)
-                                  : ReadName(folder, state.comm, entry.executableName);
-    }
-    if (error == 0 && CheckMaySignal(process) == 0) {
-        entries.push_back(std::move(entry));
-    }
-    return MeansShortage(error) ? error : 0;
-}
-
-// 0 or the error.
-int ReadProcesses(std::vector<ProcessEntry>& entries) {
-    entries.push_back({0, "[System Process]"});
-    const Folder folder = OpenFolder("/proc");
-    if (!folder) {
-        return errno;
-    }
-    while (const pid_t process = NextNumber(folder)) {
-        if (const int error = AddEntry(process, entries)) {
-            return error;
-        }
-    }
-    return errno;
 }
 
 }  // namespace
@@ -580,10 +352,8 @@ SystemHandle OpenProcess(std::uint32_t access, bool, std::uint32_t processId) {
     }
     const pid_t process = static_cast<pid_t>(processId);
     ProcessState state;
-    int error = ReadState(process, state);
-    if (MeansGone(error) || (error == 0 && state.ended)) {
-        error = ESRCH;
-    } else if (error == 0 && (access & accessTerminate) != 0) {
+    int error = ReadRunning(process, state);
+    if (error == 0 && (access & accessTerminate) != 0) {
         error = CheckMaySignal(process);
     }
     if (error != 0) {
