@@ -70,3 +70,11 @@ else()
     target_compile_definitions(vexlane_build INTERFACE BOOST_ALL_DYN_LINK)
 endif()
 find_package(Boost 1.81 REQUIRED COMPONENTS thread)
+
+# not_optimised(<file>...): for files of the current folder that work once, when a program starts. Those that read command
+# lines were among the ten that took longest to compile, and most of it went into optimising.
+function(not_optimised)
+    if(NOT MSVC)
+        set_source_files_properties(${ARGN} PROPERTIES COMPILE_OPTIONS -O0)
+    endif()
+endfunction()
