@@ -14,9 +14,9 @@
 #include "tests/cross_platform/random.h"
 #include "tests/cross_platform/random_script.h"
 #include "tests/cross_platform/transcript.h"
-#include "tests/cross_platform/writing_host.h"
 #include "tests/plugin/plugin.h"
 #include "tests/support/comes_true.h"
+#include "tests/support/recording_host.h"
 #include "tests/support/servers.h"
 
 namespace transcript {
@@ -26,6 +26,9 @@ namespace {
 namespace fs = std::filesystem;
 namespace ContractName = OKM8::ContractName;
 using OKM8::Analytics::IDetector;
+using recording_host::BufferOptions;
+using recording_host::HostCall;
+using recording_host::Operation;
 
 constexpr char journalName[] = "journal.jsonl";
 constexpr std::uint64_t seedFactor = 0x9E3779B97F4A7C15;
@@ -70,6 +73,7 @@ struct Geometry {
 class Round {
   public:
     explicit Round(std::uint64_t seed) : random(seed * seedFactor + 1) {
+        host.onCall = buffers.onCall = frameDone.onCall = [this](HostCall& call) { Meet(call); };
         PrepareServer();
         PrepareScript();
     }
@@ -99,8 +103,7 @@ class Round {
         if (plugin_test::IsLoaded(plugin_test::LibraryFile())) {
             throw std::runtime_error("the library stays loaded");
         }
-        written.Write("buffers made " + std::to_string(host.BuffersMade()) + " released " +
-                      std::to_string(host.BuffersReleased()));
+        written.Write("buffers made " + std::to_string(buffers.made) + " released " + std::to_string(buffers.released));
         written.Write("engine");
         return written.Text() + ReadFile(folder.Path() / journalName);
     }
@@ -182,7 +185,7 @@ class Round {
         if (isFirst) {
             polling = std::chrono::steady_clock::now();
         }
-        made.object = module->CreateDetector(nullptr, host.NewPeer(made.number));
+        made.object = module->CreateDetector(nullptr, host.Peer(made.number));
         if (isFirst && isVerbose && server != Server::Stranger) {
             written.TakeUnorderedLines(launcherLinesOfTheFirstBirth);
         }
@@ -259,7 +262,7 @@ class Round {
     }
 
     void RandomRefusals() {
-        Refusals& refusals = host.refusals;
+        recording_host::Refusals& refusals = host.refusals;
         refusals = {};
         if (random.Chance(75)) {
             return;
@@ -423,10 +426,7 @@ class Round {
     void SendFrame() {
         Detector& detector = AnyDetector();
         StepTime();
-        host.onRaise = {};
-        if (random.Chance(10)) {
-            host.onRaise = [this](int number) { ReactToEvent(number); };
-        }
+        reactsToEvents = random.Chance(10);
         if (random.Chance(1)) {
             written.Write("call Receive " + std::to_string(detector.number) + " null");
             const std::int32_t answer = detector.receiver->Receive(nullptr);
@@ -436,10 +436,10 @@ class Round {
         BufferOptions options = RandomBuffer();
         const std::string shown = std::to_string(options.width) + 'x' + std::to_string(options.height) + " size " +
                                   std::to_string(options.size) + " time " + std::to_string(options.timeStamp);
-        OKM8::MFF::IMultimediaBuffer* const buffer = host.NewBuffer(std::move(options));
+        newestBuffer = recording_host::MakeBuffer(buffers, std::move(options));
         if (random.Chance(80)) {
             written.Write("call Receive " + std::to_string(detector.number) + ' ' + shown);
-            const std::int32_t answer = detector.receiver->Receive(buffer);
+            const std::int32_t answer = detector.receiver->Receive(newestBuffer);
             WriteOutcome(detector, answer);
             return;
         }
@@ -454,7 +454,7 @@ class Round {
         written.Write("call ReceiveSingle " + std::to_string(detector.number) + ' ' + shown +
                       (hasArea ? " area" + shownArea : " no area"));
         const std::int32_t answer =
-            detector.single->ReceiveSingle(buffer, hasArea ? &area : nullptr, hasCallBack ? host.FrameDone() : nullptr);
+            detector.single->ReceiveSingle(newestBuffer, hasArea ? &area : nullptr, hasCallBack ? &frameDone : nullptr);
         WriteOutcome(detector, answer);
     }
 
@@ -490,31 +490,35 @@ class Round {
         options.height = geometry.height;
         const std::uint32_t pixelCount = options.width * options.height;
         const bool isOdd = options.width % 2 != 0 || options.height % 2 != 0;
-        options.size = pixelCount;
+        std::uint32_t size = pixelCount;
+        bool hasData = true;
         if (!isOdd || random.Chance(20)) {
-            options.size =
-                random.Pick<std::uint32_t>({pixelCount, pixelCount * 3 / 2, pixelCount * 3 / 2, pixelCount * 2});
+            size = random.Pick<std::uint32_t>({pixelCount, pixelCount * 3 / 2, pixelCount * 3 / 2, pixelCount * 2});
         }
         options.timeStamp = time;
         if (random.Chance(3)) {
             options.isComposite = false;
         } else if (random.Chance(3)) {
-            options.size = random.Pick<std::uint32_t>({0, 1, pixelCount - 1, pixelCount + 1, pixelCount * 3});
+            size = random.Pick<std::uint32_t>({0, 1, pixelCount - 1, pixelCount + 1, pixelCount * 3});
         } else if (random.Chance(2)) {
-            *random.Pick<std::uint32_t*>({&options.width, &options.height, &options.size}) = 0;
+            *random.Pick<std::uint32_t*>({&options.width, &options.height, &size}) = 0;
         } else if (random.Chance(1)) {
             // A product beyond 32 bits.
             options.width = 65536;
             options.height = 65537;
         } else if (random.Chance(2)) {
-            options.hasData = false;
+            hasData = false;
         }
+        options.size = size;
+        options.pixels.resize(size);
         FillPixels(options);
+        if (!hasData) {
+            options.pixels.clear();
+        }
         return options;
     }
 
     void FillPixels(BufferOptions& options) {
-        options.pixels.resize(options.size);
         const std::uint64_t kind = random.Below(3);
         const std::uint8_t start = random.Byte();
         std::uint64_t draw = 0;
@@ -527,6 +531,14 @@ class Round {
             const auto byte = static_cast<std::uint8_t>(draw);
             // The ends of the range beside any values.
             options.pixels[i] = kind == 1 ? byte : static_cast<std::uint8_t>(byte % 2 == 0 ? 0 : 255 - byte % 8 * 16);
+        }
+    }
+
+    void Meet(HostCall& call) {
+        call.isNewest = call.isNewest || (call.operation == Operation::OnFrameDone && call.object == newestBuffer);
+        written.Write(call);
+        if (call.operation == Operation::Raise && reactsToEvents) {
+            ReactToEvent(call.owner);
         }
     }
 
@@ -544,7 +556,11 @@ class Round {
     plugin_test::TestFolder folder;
     plugin_test::DebugLines lines;
     Transcript written{lines};
-    WritingHost host{written};
+    recording_host::RecordingHost host;
+    recording_host::BufferCounts buffers;
+    recording_host::RecordingFrameDone frameDone;
+    OKM8::MFF::IMultimediaBuffer* newestBuffer = nullptr;
+    bool reactsToEvents = false;
     std::unique_ptr<plugin_test::Plugin> plugin;
     OKM8::Analytics::IModule* module = nullptr;
     std::vector<Detector> detectors;

@@ -2,14 +2,20 @@
 
 #include <algorithm>
 #include <cctype>
+#include <cstring>
 #include <stdexcept>
 #include <string_view>
 
+#include "sdk/plate_events.h"
 #include "tests/support/comes_true.h"
 
 namespace transcript {
 
 namespace {
+
+using OKM8::Analytics::TrackPoint;
+using recording_host::HostCall;
+using recording_host::Operation;
 
 constexpr std::string_view detectorStart = "vexlane[";
 constexpr std::string_view launcherStart = "ServerLauncher: ";
@@ -19,6 +25,73 @@ constexpr std::string_view handleStart = "0x";
 
 bool IsLauncherLine(const std::string& line) {
     return line.starts_with(launcherStart);
+}
+
+std::string TextOf(const HostCall& call) {
+    const std::string name = call.name == nullptr ? "" : call.name;
+    const std::string number = std::to_string(call.number);
+    const std::string buffer = "buffer " + std::to_string(call.owner) + ' ';
+    switch (call.operation) {
+        case Operation::GetLogger:
+        case Operation::GetFactory:
+        case Operation::GetOther:
+            return "host GetInterface " + name;
+        case Operation::WriteLog:
+            return "host WriteLog " + number + ' ' + HexOfText(call.text);
+        case Operation::CreateTargetEnumerator:
+            return "host CreateTargetEnumerator " + number;
+        case Operation::CreateEventRaiser:
+            return "host CreateEventRaiser " + std::to_string(call.owner) + (call.object != nullptr ? " " : " null ") +
+                   name + ' ' + number + ' ' + std::to_string(call.kind);
+        case Operation::GetEventArgs:
+            return "host GetEventArgs";
+        case Operation::SetObjectValue:
+            return "host SetObjectValue " + name + (call.isNewest ? " newest list" : " something else");
+        case Operation::AddTarget:
+            return "host AddTarget " + number;
+        case Operation::SetStringValue:
+            return "host SetStringValue " + name + ' ' + HexOfText(call.text);
+        case Operation::SetDoubleValue:
+            return "host SetDoubleValue " + name + ' ' + Hex(&call.real, sizeof call.real);
+        case Operation::SetIntValue:
+            return "host SetIntValue " + name + ' ' + number;
+        case Operation::SetBoolValue:
+            return "host SetBoolValue " + name + (call.number != 0 ? " true" : " false");
+        case Operation::SetBinaryValue:
+            return "host SetBinaryValue " + name + ' ' + std::to_string(call.size);
+        case Operation::Raise:
+            return "host Raise";
+        case Operation::Discard:
+            return "host Discard";
+        case Operation::OnFrameDone:
+            return call.isNewest ? "host OnFrameDone newest buffer" : "host OnFrameDone something else";
+        case Operation::QueryContract:
+            return buffer + "QueryContract " + name;
+        case Operation::GetData:
+            return buffer + "GetData";
+        case Operation::GetDataSize:
+            return buffer + "GetDataSize";
+        case Operation::GetHeight:
+            return buffer + "GetHeight";
+        case Operation::GetWidth:
+            return buffer + "GetWidth";
+        case Operation::GetTimeStamp:
+            return buffer + "GetTimeStamp";
+        case Operation::Release:
+            return buffer + "Release";
+        case Operation::Unused:
+        case Operation::Count:
+            break;
+    }
+    return "host: an operation that nobody calls";
+}
+
+std::string TextOf(const TrackPoint& point) {
+    std::string line;
+    for (const std::int32_t number : {point.x, point.y, point.width, point.height}) {
+        line += std::to_string(number) + ' ';
+    }
+    return line + std::to_string(point.time) + ' ' + std::to_string(point.flag);
 }
 
 }  // namespace
@@ -114,6 +187,18 @@ std::vector<std::string> Transcript::NewLines() {
 void Transcript::TakeLines() {
     for (const std::string& line : NewLines()) {
         Append("  trace " + Escaped(line));
+    }
+}
+
+void Transcript::Write(const HostCall& call) {
+    Write("  " + TextOf(call));
+    if (call.Sets(OKM8::Analytics::PlateKey::AllTracks) && call.size == sizeof(OKM8::Analytics::TrackPointList)) {
+        OKM8::Analytics::TrackPointList list;
+        std::memcpy(&list, call.data, sizeof list);
+        for (const TrackPoint* point = list.first; point != list.last; ++point) {
+            Write("  point " + TextOf(*point));
+        }
+        Write(list.storage >= list.last ? "  end of points" : "  storage ends before the points");
     }
 }
 

@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "tests/plugin/plugin.h"
+#include "tests/support/recording_host.h"
 
 namespace transcript {
 
@@ -32,6 +33,9 @@ class Transcript {
     explicit Transcript(const plugin_test::DebugLines& lines) : source(lines) {}
 
     void Write(const std::string& line);
+
+    /// A call of the library, with all its arguments.
+    void Write(const recording_host::HostCall& call);
 
     /// Takes in the lines of the first detector's birth, which two threads write: waits until the launcher has written
     /// that many of its own, and sorts those. Throws std::exception when they do not come.

@@ -28,6 +28,9 @@ using detector_tests::SingleReceiverOf;
 using OKM8::Analytics::IDetectorEventRaiser;
 using OKM8::Analytics::ITargetAdjuster;
 using OKM8::Analytics::ITargetEnumeratorAdjuster;
+using recording_host::HostCall;
+using recording_host::On;
+using recording_host::Operation;
 using recording_host::RecordedEvent;
 using recording_host::Refusals;
 using testing::ElementsAre;
@@ -314,8 +317,8 @@ TEST_F(Events, AnEventThatFailsBetweenFramesIsNotTheNextFramesError) {
 class ThrowingTarget : public Events, public testing::WithParamInterface<const char*> {
   protected:
     ThrowingTarget() {
-        host.onSetValue = [](const std::string& key) {
-            if (key == GetParam()) {
+        host.onCall = [](const HostCall& call) {
+            if (call.Sets(GetParam())) {
                 throw std::runtime_error("target lost");
             }
         };
@@ -333,7 +336,7 @@ class ThrowingTarget : public Events, public testing::WithParamInterface<const c
 TEST_P(ThrowingTarget, LeavesDebugFiguresUnraisedAndDiscardedOnce) {
     EXPECT_THROW(detector->RaiseDebugFigures(figures, "key"), std::runtime_error);
     ExpectOneEventThatWasDiscardedOnce();
-    host.onSetValue = nullptr;
+    host.onCall = nullptr;
     detector->RaiseDebugFigures(figures, "key");
     EXPECT_EQ(host.Events().back().raised, 1);
 }
@@ -396,12 +399,12 @@ TEST_F(ClearedMeanwhile, ByAReadAccessorTheFramesErrorIsTheEvents) {
 
 TEST_F(ClearedMeanwhile, BySettersFromInsideALaterRaiseTheFramesErrorIsTheEvents) {
     int raised = 0;
-    host.onRaise = [&](const RecordedEvent&) {
+    host.onCall = On(Operation::Raise, [&] {
         ++raised;
         EXPECT_EQ(SettingsOf(*detector).SetIntValue("nothing", 1), 2816);
         EXPECT_EQ(ErrorOf(*detector), Error(2816, "nothing"));
         EXPECT_EQ(SettingsOf(*detector).SetIntValue("area_left", 1), 0);
-    };
+    });
     ExpectTheEventsErrorBehindAFrameWith([&] { detector->RaiseDebugFigures(figures, "later"); });
     EXPECT_EQ(raised, 1);
 }
@@ -422,14 +425,14 @@ TEST_F(Events, SettersAndErrorReadsWorkFromInsideRaise) {
     recording_host::BufferCounts counts;
     const std::uint8_t figures[32] = {};
     int raised = 0;
-    host.onRaise = [&](const RecordedEvent&) {
+    host.onCall = On(Operation::Raise, [&] {
         ++raised;
         EXPECT_EQ(SettingsOf(*detector).SetIntValue("area_left", 44), 0);
         EXPECT_EQ(SingleReceiverOf(*detector).SetIntValue("n", 44), 0);
         EXPECT_EQ(ErrorOf(*detector), Error(0, ""));
         EXPECT_EQ(SettingsOf(*detector).SetIntValue("nothing", 1), 2816);
         EXPECT_EQ(ErrorOf(*detector), Error(2816, "nothing"));
-    };
+    });
     detector->onRecognize = [&](FrameImage&, BufferPointer) { detector->RaiseDebugFigures(figures, ""); };
     EXPECT_EQ(ReceiverOf(*detector).Receive(recording_host::MakeFrame(counts, 64, 48, 1)), 0);
     EXPECT_EQ(raised, 1);

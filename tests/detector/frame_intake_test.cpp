@@ -32,9 +32,14 @@ using detector_tests::SingleReceiverOf;
 using OKM8::FrameArea;
 using plate_recognition::PixelRect;
 using recording_host::BufferOptions;
+using recording_host::HostCall;
 using recording_host::MakeBuffer;
 using recording_host::MakeFrame;
+using recording_host::On;
+using recording_host::Operation;
+using recording_host::RecordingFrameDone;
 using testing::ElementsAre;
+using testing::Pair;
 
 constexpr std::int32_t largest = std::numeric_limits<std::int32_t>::max();
 constexpr std::int32_t smallest = std::numeric_limits<std::int32_t>::min();
@@ -66,63 +71,6 @@ std::array<std::int32_t, 4> Rect(std::int32_t left, std::int32_t top, std::int32
     return {left, top, right, bottom};
 }
 
-// A buffer and its composite part as two objects, with a journal of what is called on each.
-struct Journal {
-    std::vector<std::string> calls;
-    int ended = 0;
-};
-
-class JournalComposite final : public OKM8::MFF::ICompositeBuffer {
-  public:
-    explicit JournalComposite(Journal& kept) : journal_(kept) {}
-    ~JournalComposite() { ++journal_.ended; }
-    OKM8_OBJECT_DESTRUCTOR_SLOT(JournalComposite)
-    void* QueryContract(const char*) override { return Note<void*>("composite.QueryContract", nullptr); }
-    void* QueryContract(const char*) const override { return nullptr; }
-    std::uint64_t GetTimeStamp() override { return Note<std::uint64_t>("composite.GetTimeStamp", 77); }
-    void Unused1() override { journal_.calls.push_back("composite.Unused1"); }
-    void Unused2() override { journal_.calls.push_back("composite.Unused2"); }
-    void Release() override { journal_.calls.push_back("composite.Release"); }
-    std::uint8_t* GetData() override { return Note("composite.GetData", pixels_.data()); }
-    std::uint32_t GetDataSize() override {
-        return Note("composite.GetDataSize", static_cast<std::uint32_t>(pixels_.size()));
-    }
-    std::uint32_t GetWidth() override { return Note("composite.GetWidth", 4u); }
-    std::uint32_t GetHeight() override { return Note("composite.GetHeight", 2u); }
-
-  private:
-    template <class Value>
-    Value Note(const char* call, Value value) {
-        journal_.calls.push_back(call);
-        return value;
-    }
-
-    Journal& journal_;
-    std::vector<std::uint8_t> pixels_ = std::vector<std::uint8_t>(12, 5);
-};
-
-class JournalBuffer final : public OKM8::MFF::IMultimediaBuffer {
-  public:
-    JournalBuffer(Journal& kept, OKM8::MFF::ICompositeBuffer* composite) : journal_(kept), answer_(composite) {}
-    OKM8_OBJECT_DESTRUCTOR_SLOT(JournalBuffer)
-    void* QueryContract(const char* contractName) override {
-        journal_.calls.push_back(std::string("input.QueryContract ") + contractName);
-        return answer_;
-    }
-    void* QueryContract(const char*) const override { return nullptr; }
-    std::uint64_t GetTimeStamp() override {
-        journal_.calls.push_back("input.GetTimeStamp");
-        return 1;
-    }
-    void Unused1() override { journal_.calls.push_back("input.Unused1"); }
-    void Unused2() override { journal_.calls.push_back("input.Unused2"); }
-    void Release() override { journal_.calls.push_back("input.Release"); }
-
-  private:
-    Journal& journal_;
-    OKM8::MFF::ICompositeBuffer* answer_;
-};
-
 TEST_F(FrameIntake, ANullInputIsRefusedByItsText) {
     EXPECT_EQ(Receive(nullptr), 1);
     EXPECT_EQ(ErrorOf(*detector), Error(1, "Input data is null"));
@@ -130,7 +78,7 @@ TEST_F(FrameIntake, ANullInputIsRefusedByItsText) {
 }
 
 TEST_F(FrameIntake, ANullInputToASingleCallIsRefusedByItsText) {
-    recording_host::RecordingFrameDone done;
+    RecordingFrameDone done;
     EXPECT_EQ(ReceiveSingle(nullptr, {0, 0, 10, 10}, &done), 1);
     EXPECT_EQ(ErrorOf(*detector), Error(1, "Input data is null"));
     EXPECT_TRUE(done.buffers.empty());
@@ -146,38 +94,55 @@ TEST_F(FrameIntake, AnInputThatIsNoCompositeBufferIsReleasedOnce) {
     EXPECT_EQ(detector->recognized, 0);
 }
 
-TEST_F(FrameIntake, AnInputThatIsNoCompositeBufferIsReleasedThroughTheInputItself) {
-    Journal journal;
-    JournalBuffer input(journal, nullptr);
-    EXPECT_EQ(Receive(&input), 1);
-    EXPECT_THAT(journal.calls, ElementsAre("input.QueryContract struct OKM8::MFF::ICompositeBuffer", "input.Release"));
+// What the library calls on a buffer and, where that is an object of its own, on its composite part.
+class BufferCalls : public FrameIntake {
+  protected:
+    BufferCalls() {
+        counts.onCall = [this](const HostCall& call) {
+            calls.emplace_back(call.owner, call.operation);
+            if (call.operation == Operation::QueryContract) {
+                EXPECT_STREQ(call.name, "struct OKM8::MFF::ICompositeBuffer");
+            }
+        };
+    }
+
+    std::vector<std::pair<int, Operation>> calls;  // the first is of the buffer that was made first
+};
+
+TEST_F(BufferCalls, AnInputThatIsNoCompositeBufferIsReleasedThroughTheInputItself) {
+    EXPECT_EQ(Receive(MakeBuffer(counts, {.pixels = {}, .isComposite = false})), 1);
+    EXPECT_THAT(calls, ElementsAre(Pair(0, Operation::QueryContract), Pair(0, Operation::Release)));
 }
 
-TEST_F(FrameIntake, TheBufferIsReadInOneOrderAndReleasedThroughItsCompositePartAtTheEnd) {
-    Journal journal;
-    JournalComposite composite(journal);
-    JournalBuffer input(journal, &composite);
-    detector->onRecognize = [&](FrameImage&, BufferPointer) { journal.calls.push_back("Recognize"); };
-    EXPECT_EQ(Receive(&input), 0);
-    EXPECT_THAT(journal.calls,
-                ElementsAre("input.QueryContract struct OKM8::MFF::ICompositeBuffer", "composite.GetData",
-                            "composite.GetDataSize", "composite.GetHeight", "composite.GetWidth", "Recognize",
-                            "composite.GetTimeStamp", "composite.Release"));
+class CompositePart : public BufferCalls {
+  protected:
+    // The library has released the other one.
+    ~CompositePart() override { input->Release(); }
+
+    BufferOptions options = {.width = 4, .height = 2, .pixels = std::vector<std::uint8_t>(12, 5), .timeStamp = 77};
+    OKM8::MFF::IMultimediaBuffer* composite = MakeBuffer(counts, options);
+    OKM8::MFF::IMultimediaBuffer* input =
+        MakeBuffer(counts, {.pixels = {}, .compositePart = static_cast<OKM8::MFF::ICompositeBuffer*>(composite)});
+};
+
+TEST_F(CompositePart, IsReadInOneOrderAndReleasedAtTheEnd) {
+    detector->onRecognize = [&](FrameImage&, BufferPointer) { calls.emplace_back(2, Operation::Unused); };
+    EXPECT_EQ(Receive(input), 0);
+    EXPECT_THAT(
+        calls, ElementsAre(Pair(1, Operation::QueryContract), Pair(0, Operation::GetData),
+                           Pair(0, Operation::GetDataSize), Pair(0, Operation::GetHeight), Pair(0, Operation::GetWidth),
+                           Pair(2, Operation::Unused), Pair(0, Operation::GetTimeStamp), Pair(0, Operation::Release)));
     EXPECT_EQ(detector->lastTimeStamp, 77u);
-    EXPECT_EQ(journal.ended, 0) << "a buffer is given back, never deleted";
 }
 
-TEST_F(FrameIntake, FrameDoneComesBetweenRecognitionAndTheTimeStampAndGetsTheInputItself) {
-    Journal journal;
-    JournalComposite composite(journal);
-    JournalBuffer input(journal, &composite);
-    recording_host::RecordingFrameDone done;
+TEST_F(CompositePart, TellsTheTimeAfterFrameDoneWhichGetsTheInputItself) {
+    RecordingFrameDone done;
     detector->onRecognize = [&](FrameImage&, BufferPointer) {
         EXPECT_TRUE(done.buffers.empty());
         EXPECT_EQ(detector->lastTimeStamp, 0u);
     };
-    EXPECT_EQ(ReceiveSingle(&input, {}, &done), 0);
-    EXPECT_THAT(done.buffers, ElementsAre(&input));
+    EXPECT_EQ(ReceiveSingle(input, {}, &done), 0);
+    EXPECT_THAT(done.buffers, ElementsAre(input));
     EXPECT_EQ(detector->lastTimeStamp, 77u);
 }
 
@@ -209,7 +174,7 @@ TEST_P(ZeroSizes, AreRefusedWithoutRecognitionAndReleasedOnce) {
     options.height = GetParam().height;
     options.size = GetParam().size;
     options.pixels.assign(GetParam().pixelBytes, 1);
-    recording_host::RecordingFrameDone done;
+    RecordingFrameDone done;
     EXPECT_EQ(ReceiveSingle(MakeBuffer(counts, options), {}, &done), 1);
     EXPECT_EQ(ErrorOf(*detector), Error(1, "Zero image size is not acceptable"));
     EXPECT_EQ(detector->recognized, 0);
@@ -261,7 +226,7 @@ TEST_F(FrameIntake, NullPixelsGiveAnOwnedImageOfThatSizeWhoseBytesAreZero) {
 }
 
 TEST_F(FrameIntake, AStandardExceptionFromTheHookBecomesTheFramesError) {
-    recording_host::RecordingFrameDone done;
+    RecordingFrameDone done;
     detector->onRecognize = [](FrameImage&, BufferPointer) { throw std::runtime_error("lens cap"); };
     EXPECT_EQ(ReceiveSingle(MakeFrame(counts, 64, 48, 5), {}, &done), 1);
     EXPECT_EQ(ErrorOf(*detector), Error(1, "lens cap"));
@@ -271,7 +236,7 @@ TEST_F(FrameIntake, AStandardExceptionFromTheHookBecomesTheFramesError) {
 }
 
 TEST_F(FrameIntake, AnyOtherExceptionFromTheHookHasATextOfItsOwn) {
-    recording_host::RecordingFrameDone done;
+    RecordingFrameDone done;
     detector->onRecognize = [](FrameImage&, BufferPointer) { throw 42; };
     EXPECT_EQ(ReceiveSingle(MakeFrame(counts, 64, 48, 5), {}, &done), 1);
     EXPECT_EQ(ErrorOf(*detector), Error(1, "Image processing exception"));
@@ -280,20 +245,14 @@ TEST_F(FrameIntake, AnyOtherExceptionFromTheHookHasATextOfItsOwn) {
 }
 
 TEST_F(FrameIntake, AnExceptionOfTheFrameDoneCallBackDropsTheFrameToo) {
-    class ThrowingCallback final : public OKM8::MFF::IFrameDoneCallback {
-      public:
-        OKM8_OBJECT_DESTRUCTOR_SLOT(ThrowingCallback)
-        void* QueryContract(const char*) override { return nullptr; }
-        void* QueryContract(const char*) const override { return nullptr; }
-        void OnFrameDone(OKM8::MFF::IMultimediaBuffer*) override { throw std::logic_error("full"); }
-    } callback;
+    RecordingFrameDone callback([](const HostCall&) { throw std::logic_error("full"); });
     EXPECT_EQ(ReceiveSingle(MakeFrame(counts, 64, 48, 5), {}, &callback), 1);
     EXPECT_EQ(ErrorOf(*detector), Error(1, "full"));
     EXPECT_EQ(detector->lastTimeStamp, 0u);
 }
 
 TEST_F(FrameIntake, AHeldFrameIsNotReportedAsDoneAndTheNextOneIs) {
-    recording_host::RecordingFrameDone done;
+    RecordingFrameDone done;
     detector->onRecognize = [&](FrameImage&, BufferPointer) { detector->holdFrame = true; };
     EXPECT_EQ(ReceiveSingle(MakeFrame(counts, 64, 48, 5), {}, &done), 0);
     EXPECT_TRUE(done.buffers.empty());
@@ -462,7 +421,7 @@ TEST_F(FrameIntake, HalfFramesSwitchedOnAfterTheSizeWasSeenTakeEffectInTheChainW
 }
 
 TEST_F(FrameIntake, AFailureToApplySettingsInsideASizeChangeIsTheFramesErrorAndTheFrameGoesOn) {
-    recording_host::RecordingFrameDone done;
+    RecordingFrameDone done;
     detector->onApplied = [] { throw std::runtime_error("no room"); };
     EXPECT_EQ(ReceiveSingle(MakeFrame(counts, 64, 48, 9), {}, &done), 1);
     EXPECT_EQ(ErrorOf(*detector), Error(1, "no room"));
@@ -500,7 +459,7 @@ TEST_F(FrameIntake, SettingsThatTheHostCouldNotApplyAreAppliedByTheNextFrame) {
 }
 
 TEST_F(FrameIntake, ANonStandardFailureToApplySettingsInsideASizeChangeDropsTheFrame) {
-    recording_host::RecordingFrameDone done;
+    RecordingFrameDone done;
     detector->onApplied = [] { throw 7; };
     EXPECT_EQ(ReceiveSingle(MakeFrame(counts, 64, 48, 9), {}, &done), 1);
     EXPECT_EQ(ErrorOf(*detector), Error(1, "Image processing exception"));
@@ -683,21 +642,6 @@ TEST_F(FrameIntake, FrameValuesOutliveAnOrdinaryFrame) {
 
 // What the host may call from inside its own operations.
 
-class FromInside final : public OKM8::MFF::IFrameDoneCallback {
-  public:
-    explicit FromInside(std::function<void()> calls) : action(std::move(calls)) {}
-    OKM8_OBJECT_DESTRUCTOR_SLOT(FromInside)
-    void* QueryContract(const char*) override { return nullptr; }
-    void* QueryContract(const char*) const override { return nullptr; }
-    void OnFrameDone(OKM8::MFF::IMultimediaBuffer*) override {
-        ++called;
-        action();
-    }
-
-    std::function<void()> action;
-    int called = 0;
-};
-
 class CallsFromInside : public FrameIntake {
   protected:
     // What any operation may do at any time.
@@ -717,7 +661,7 @@ class CallsFromInside : public FrameIntake {
 };
 
 TEST_F(CallsFromInside, FrameDoneSettersAndErrorReadsWorkAndAreNotTheFramesOutcome) {
-    FromInside done([this] { CallQuietly(); });
+    RecordingFrameDone done([this](const HostCall&) { CallQuietly(); });
     EXPECT_EQ(ReceiveSingle(MakeFrame(counts, 64, 48, 1), {}, &done), 0);
     EXPECT_EQ(quietCalls, 1);
     EXPECT_EQ(detector->area.left, 44);
@@ -727,7 +671,7 @@ TEST_F(CallsFromInside, FrameDoneSettersAndErrorReadsWorkAndAreNotTheFramesOutco
 TEST_F(CallsFromInside, ReleaseSettersAndErrorReadsWorkAndAreNotTheFramesOutcome) {
     BufferOptions options;
     options.pixels.assign(64 * 48, 5);
-    options.onRelease = [this] { CallQuietly(); };
+    counts.onCall = On(Operation::Release, [this] { CallQuietly(); });
     EXPECT_EQ(Receive(MakeBuffer(counts, options)), 0);
     EXPECT_EQ(quietCalls, 1);
     options.isComposite = false;
@@ -739,10 +683,10 @@ TEST_F(CallsFromInside, ReleaseSettersAndErrorReadsWorkAndAreNotTheFramesOutcome
 TEST_F(CallsFromInside, ReleaseSettersDoNotClearTheFramesError) {
     BufferOptions options;
     options.pixels.assign(64 * 48, 5);
-    options.onRelease = [this] {
+    counts.onCall = On(Operation::Release, [this] {
         EXPECT_EQ(SettingsOf(*detector).SetIntValue("area_left", 44), 0);
         EXPECT_EQ(ErrorOf(*detector), Error(0, ""));
-    };
+    });
     detector->onRecognize = [](FrameImage&, BufferPointer) { throw std::runtime_error("lens cap"); };
     EXPECT_EQ(Receive(MakeBuffer(counts, options)), 1);
     EXPECT_EQ(counts.released, 1);
@@ -750,7 +694,7 @@ TEST_F(CallsFromInside, ReleaseSettersDoNotClearTheFramesError) {
 }
 
 TEST_F(CallsFromInside, FrameDoneSettingsAreAppliedAndTheirFailureIsNotTheFramesOutcome) {
-    FromInside done([this] {
+    RecordingFrameDone done([this](const HostCall&) {
         SettingsOf(*detector).SetBoolValue("use_half_cadr", true);
         SettingsOf(*detector).ApplySettings();
         EXPECT_EQ(ErrorOf(*detector), Error(0, ""));
@@ -761,20 +705,20 @@ TEST_F(CallsFromInside, FrameDoneSettingsAreAppliedAndTheirFailureIsNotTheFrames
         detector->onApplied = nullptr;
     });
     EXPECT_EQ(ReceiveSingle(MakeFrame(counts, 640, 480, 1), {}, &done), 0);
-    EXPECT_EQ(done.called, 1);
+    EXPECT_EQ(done.buffers.size(), 1u);
     EXPECT_EQ(ErrorOf(*detector), Error(0, ""));
     EXPECT_EQ(detector->lastTimeStamp, 1u);
 }
 
 TEST_F(CallsFromInside, FrameDoneAFailedFrameIsNotTheOuterFramesOutcome) {
-    FromInside done([this] {
+    RecordingFrameDone done([this](const HostCall&) {
         EXPECT_EQ(Receive(nullptr), 1);
         EXPECT_EQ(ErrorOf(*detector), Error(1, "Input data is null"));
         EXPECT_EQ(Receive(MakeFrame(counts, 0, 48, 2)), 1);
         EXPECT_EQ(ErrorOf(*detector), Error(1, "Zero image size is not acceptable"));
     });
     EXPECT_EQ(ReceiveSingle(MakeFrame(counts, 64, 48, 1), {}, &done), 0);
-    EXPECT_EQ(done.called, 1);
+    EXPECT_EQ(done.buffers.size(), 1u);
     EXPECT_EQ(ErrorOf(*detector), Error(0, ""));
     EXPECT_EQ(counts.released, 2);
 }
@@ -787,7 +731,7 @@ TEST_F(CallsFromInside, FrameDoneASuccessfulFrameDoesNotClearTheOuterFramesError
             detector->Fail(text.c_str());
         }
     };
-    FromInside done([&] {
+    RecordingFrameDone done([&](const HostCall&) {
         EXPECT_EQ(ErrorOf(*detector), Error(1, text));
         EXPECT_EQ(Receive(MakeFrame(counts, 64, 48, 2)), 0);
         EXPECT_EQ(ErrorOf(*detector), Error(0, ""));
@@ -796,12 +740,12 @@ TEST_F(CallsFromInside, FrameDoneASuccessfulFrameDoesNotClearTheOuterFramesError
         EXPECT_EQ(ErrorOf(*detector), Error(0, ""));
     });
     EXPECT_EQ(ReceiveSingle(MakeFrame(counts, 64, 48, 1), {}, &done), 1);
-    EXPECT_EQ(done.called, 1);
+    EXPECT_EQ(done.buffers.size(), 1u);
     EXPECT_EQ(ErrorOf(*detector), Error(1, text));
 }
 
 TEST_F(CallsFromInside, FrameDoneAnExceptionOfTheCallBackIsTheFramesErrorWhateverTheFrameInItWas) {
-    FromInside done([&] {
+    RecordingFrameDone done([&](const HostCall&) {
         EXPECT_EQ(Receive(MakeFrame(counts, 64, 48, 2)), 0);
         throw std::logic_error("full");
     });
@@ -823,11 +767,11 @@ TEST_F(CallsFromInside, FrameDoneFramesAreHandledAsFramesOfTheirOwn) {
         seen.push_back(
             {buffer->GetTimeStamp(), Sides(detector->GetDetectionRect()), detector->inSingleCall, frame.width});
     };
-    recording_host::RecordingFrameDone innermost;
-    FromInside inner([&] {
+    RecordingFrameDone innermost;
+    RecordingFrameDone inner([&](const HostCall&) {
         EXPECT_EQ(ReceiveSingle(MakeFrame(counts, 100, 100, 4), {10, 10, 10, 10}, &innermost), 0);
     });
-    FromInside outer([&] {
+    RecordingFrameDone outer([&](const HostCall&) {
         EXPECT_EQ(Receive(MakeFrame(counts, 200, 100, 2)), 0);
         EXPECT_EQ(ReceiveSingle(MakeFrame(counts, 300, 100, 3), {50, 0, 50, 100}, &inner), 0);
         EXPECT_EQ(Receive(MakeFrame(counts, 200, 100, 5)), 0);
@@ -862,13 +806,14 @@ TEST_F(CallsFromInside, FrameDoneAFrameMayBeHeldAndTheOuterOneIsNot) {
     detector->onRecognize = [&](FrameImage&, const BufferPointer& buffer) {
         detector->holdFrame = buffer->GetTimeStamp() == 2;
     };
-    recording_host::RecordingFrameDone held;
-    FromInside done([&] { EXPECT_EQ(ReceiveSingle(MakeFrame(counts, 64, 48, 2), {}, &held), 0); });
+    RecordingFrameDone held;
+    RecordingFrameDone done(
+        [&](const HostCall&) { EXPECT_EQ(ReceiveSingle(MakeFrame(counts, 64, 48, 2), {}, &held), 0); });
     EXPECT_EQ(ReceiveSingle(MakeFrame(counts, 64, 48, 1), {}, &done), 0);
-    EXPECT_EQ(done.called, 1);
+    EXPECT_EQ(done.buffers.size(), 1u);
     EXPECT_TRUE(held.buffers.empty());
     EXPECT_EQ(ReceiveSingle(MakeFrame(counts, 64, 48, 3), {}, &done), 0);
-    EXPECT_EQ(done.called, 2);
+    EXPECT_EQ(done.buffers.size(), 2u);
 }
 
 TEST_F(FrameIntake, BuffersComeBackOnceWhateverHappensToThem) {
@@ -897,7 +842,7 @@ TEST_F(FrameIntake, BuffersComeBackOnceWhateverHappensToThem) {
         options.pixels.assign(next(3) == 0 ? 0 : options.width * options.height, 1);
         options.size = options.width * options.height;
         options.isComposite = next(8) != 0;
-        recording_host::RecordingFrameDone done;
+        RecordingFrameDone done;
         if (next(2) == 0) {
             Receive(MakeBuffer(counts, options));
         } else {

@@ -57,13 +57,13 @@ TEST_F(DetectorLog, ALineHasPrefixMessageCodeAndLineEnd) {
 
 TEST_F(DetectorLog, SettersAndErrorReadsWorkFromInsideTheHostsLog) {
     int logged = 0;
-    host.onLog = [&] {
+    host.onCall = recording_host::On(recording_host::Operation::WriteLog, [&] {
         ++logged;
         Name("gate", "7");
         EXPECT_EQ(ErrorsOf(*detector).GetErrorCode(), 0);
         RefuseASetting(*detector);
         EXPECT_STREQ(ErrorsOf(*detector).GetErrorMessage(), "no such setting");
-    };
+    });
     EXPECT_TRUE(detector->LogError("something happened", 5));
     EXPECT_TRUE(detector->LogError("something happened", 5));
     EXPECT_EQ(logged, 2);

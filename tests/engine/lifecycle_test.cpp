@@ -281,17 +281,15 @@ class Releases : public Lifecycle {
 
     // A frame whose release looks whether another thread could take the lock.
     void WatchedFrame(std::uint64_t time) {
-        recording_host::BufferOptions options;
-        options.pixels.assign(std::size_t{options.width} * options.height * 3 / 2, 128);
-        options.timeStamp = time;
-        options.onRelease = [this, &mutex = Detector().resultsMutex] {
-            std::thread([&] {
-                const boost::mutex::scoped_try_lock lock(mutex);
-                whetherFree.push_back(lock.owns_lock());
-            }).join();
-        };
+        counts.onCall =
+            recording_host::On(recording_host::Operation::Release, [this, &mutex = Detector().resultsMutex] {
+                std::thread([&] {
+                    const boost::mutex::scoped_try_lock lock(mutex);
+                    whetherFree.push_back(lock.owns_lock());
+                }).join();
+            });
         OKM8::Analytics::IMediaReceiver& receiver = Detector();
-        EXPECT_EQ(receiver.Receive(recording_host::MakeBuffer(counts, options)), 0);
+        EXPECT_EQ(receiver.Receive(recording_host::MakeFrame(counts, 64, 48, time)), 0);
     }
 
     std::vector<bool> whetherFree;

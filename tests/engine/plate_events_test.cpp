@@ -27,6 +27,9 @@ using engine_tests::FoundPlate;
 using OKM8::Analytics::TrackTimeEpoch;
 using plate_recognition::PlateDescription;
 using plate_recognition::RecognitionResult;
+using recording_host::HostCall;
+using recording_host::On;
+using recording_host::Operation;
 using recording_host::RecordedEvent;
 using recording_host::RecordedTarget;
 using recording_host::Refusals;
@@ -459,8 +462,8 @@ TEST(TrackPoints, OfNoReadingsAreAnEmptyView) {
 TEST_F(PlateEvents, TheTrackIsHandedOverAsThreePointersIntoLiveMemory) {
     std::vector<std::uint8_t> header;
     std::vector<OKM8::Analytics::TrackPoint> seenInRaise;
-    host.onRaise = [&](const RecordedEvent& event) {
-        header = TargetOf(event).Find("all_tracks")->bytes;
+    host.onCall = On(Operation::Raise, [&] {
+        header = LastTarget().Find("all_tracks")->bytes;
         OKM8::Analytics::TrackPointList list;
         ASSERT_EQ(header.size(), sizeof list);
         std::memcpy(&list, header.data(), sizeof list);
@@ -468,7 +471,7 @@ TEST_F(PlateEvents, TheTrackIsHandedOverAsThreePointersIntoLiveMemory) {
         for (const auto* point = list.first; point != list.last; ++point) {
             seenInRaise.push_back(*point);
         }
-    };
+    });
     ReportAtOnce();
     Find(FoundPlate{});
     Frame(7);
@@ -608,8 +611,8 @@ TEST_P(ThrowingTarget, IsATraceLineAndTheRaiserIsDiscardedOnceAndTheFrameGoesOn)
     diagnostics::SetDebugLevel(1);
     ReportAtOnce();
     output.Clear();
-    host.onSetValue = [](const std::string& key) {
-        if (key == GetParam()) {
+    host.onCall = [](const HostCall& call) {
+        if (call.Sets(GetParam())) {
             throw std::runtime_error("target lost");
         }
     };
@@ -638,15 +641,15 @@ TEST_P(ThrowingTarget, IsATraceLineAndTheRaiserIsDiscardedOnceAndTheFrameGoesOn)
 
 TEST_P(ThrowingTarget, DoesNotKeepTheNextPlatesFromTheHost) {
     ReportAtOnce();
-    host.onSetValue = [](const std::string& key) {
-        if (key == GetParam()) {
+    host.onCall = [](const HostCall& call) {
+        if (call.Sets(GetParam())) {
             throw std::runtime_error("target lost");
         }
     };
     Find(FoundPlate{});
     EXPECT_EQ(Frame(100), 0);
     ASSERT_EQ(host.Events().size(), 1u);
-    host.onSetValue = nullptr;
+    host.onCall = nullptr;
     Find(FoundPlate{.text = "ZZ999Z", .left = 400, .right = 460});
     EXPECT_EQ(Frame(100000), 0);
     EXPECT_EQ(host.Events().front().discarded, 1);
@@ -657,8 +660,8 @@ TEST_P(ThrowingTarget, DoesNotKeepTheNextPlatesFromTheHost) {
 TEST_P(ThrowingTarget, DoesNotKeepTheSameFramesOtherPlatesFromTheHost) {
     ReportAtOnce();
     int thrown = 0;
-    host.onSetValue = [&](const std::string& key) {
-        if (key == GetParam() && thrown++ == 0) {
+    host.onCall = [&](const HostCall& call) {
+        if (call.Sets(GetParam()) && thrown++ == 0) {
             throw 42;
         }
     };
@@ -729,12 +732,12 @@ TEST_F(PlateThatAlwaysThrows, KeepsNoOtherPlateFromTheHostAndHoldsNoFrameLongerT
     End();
     const std::size_t before = host.Events().size();
     int thrown = 0;
-    host.onRaise = [&](const RecordedEvent& event) {
-        if (TargetOf(event).Find("lp_wnum")->text == "AAAAAA") {
+    host.onCall = On(Operation::Raise, [&] {
+        if (LastTarget().Find("lp_wnum")->text == "AAAAAA") {
             ++thrown;
             throw std::runtime_error("host lost");
         }
-    };
+    });
     EXPECT_EQ(Play(), heldWithoutFailure);
     EXPECT_EQ(host.Events().size() - before, static_cast<std::size_t>(plates)) << "each plate once";
     EXPECT_EQ(thrown, 1);
@@ -784,13 +787,11 @@ TEST_P(HostThatKeepsFailing, GetsAllOtherPlatesAndItsFramesAsSoonAsWithoutAFailu
         }
         return isFailing && failure.refusal != nullptr ? 1 : 0;
     };
-    host.onSetValue = [&](const std::string& key) {
-        if (isFailing && failure.throwingKey != nullptr && key == failure.throwingKey) {
-            Throw();
-        }
-    };
-    host.onRaise = [&](const RecordedEvent&) {
-        if (isFailing && failure.raiseThrows) {
+    host.onCall = [&](const HostCall& call) {
+        const bool isThrowing = call.operation == Operation::Raise
+                                    ? failure.raiseThrows
+                                    : failure.throwingKey != nullptr && call.Sets(failure.throwingKey);
+        if (isFailing && isThrowing) {
             Throw();
         }
     };
@@ -895,9 +896,9 @@ TEST_F(Verdicts, AReleasedReadingIsRemovedWithoutAnEvent) {
 TEST_F(Verdicts, AResultWhoseEventThrowsIsTracedAndRemovedAndNothingIsThrown) {
     AddPending(3);
     AddPending(4);
-    host.onRaise = [](const RecordedEvent&) { throw std::runtime_error("host lost"); };
+    host.onCall = On(Operation::Raise, [] { throw std::runtime_error("host lost"); });
     EXPECT_NO_THROW(Detector().OnResult(nullptr, Reading(3), {Reading(3)}, 3));
-    host.onRaise = [](const RecordedEvent&) { throw 42; };
+    host.onCall = On(Operation::Raise, [] { throw 42; });
     EXPECT_NO_THROW(Detector().OnResult(nullptr, Reading(4), {Reading(4)}, 3));
     EXPECT_THAT(Trace(), ElementsAre(LineOf("OnResult", "host lost"),
                                      LineOf("OnMayReleaseLicencePlate", "Remove plate ID = 3, still left = 2"),
@@ -950,14 +951,14 @@ TEST_F(LettingGo, WaitsUntilTheResultsEventHasBeenRaised) {
     AddPending(3);
     bool wasLocked = false;
     std::thread other;
-    host.onRaise = [&](const RecordedEvent&) {
+    host.onCall = On(Operation::Raise, [&] {
         wasLocked = IsLocked();
         other = std::thread([&] { Detector().OnMayReleaseLicencePlate(nullptr, Reading(3)); });
         if (!wasLocked) {
             other.join();
         }
         EXPECT_EQ(counts.released, 0) << "the result whose event is being raised is gone";
-    };
+    });
     Detector().OnResult(nullptr, Reading(3), {Reading(3)}, 3);
     EXPECT_TRUE(wasLocked);
     ASSERT_EQ(host.Events().size(), 1u);
@@ -1023,20 +1024,8 @@ TEST_F(LettingGo, MayMeetFrames) {
 // those of both.
 class FrameFromInsideFrameDone : public PlateEvents {
   protected:
-    class Callback final : public OKM8::MFF::IFrameDoneCallback {
-      public:
-        explicit Callback(std::function<void()> calls) : action_(std::move(calls)) {}
-        OKM8_OBJECT_DESTRUCTOR_SLOT(Callback)
-        void* QueryContract(const char*) override { return nullptr; }
-        void* QueryContract(const char*) const override { return nullptr; }
-        void OnFrameDone(OKM8::MFF::IMultimediaBuffer*) override { action_(); }
-
-      private:
-        std::function<void()> action_;
-    };
-
     std::int32_t OuterFrame(std::uint64_t time, std::function<void()> inside) {
-        Callback callback(std::move(inside));
+        recording_host::RecordingFrameDone callback(On(Operation::OnFrameDone, std::move(inside)));
         OKM8::Analytics::IMediaReceiverSingle2& receiver = Detector();
         return receiver.ReceiveSingle(recording_host::MakeFrame(counts, 640, 480, time), nullptr, &callback);
     }
@@ -1096,7 +1085,7 @@ TEST_F(FrameFromInsideFrameDone, HasAnOutcomeOfItsOwnWhenAnEventFails) {
 
 TEST_F(PlateEvents, SettersAndErrorReadsWorkFromInsideRaise) {
     int raised = 0;
-    host.onRaise = [&](const RecordedEvent&) {
+    host.onCall = On(Operation::Raise, [&] {
         ++raised;
         EXPECT_EQ(Settings().SetIntValue("zone_width", 44), 0);
         OKM8::Analytics::IMediaReceiverSingle2& values = Detector();
@@ -1104,7 +1093,7 @@ TEST_F(PlateEvents, SettersAndErrorReadsWorkFromInsideRaise) {
         EXPECT_EQ(ErrorState(), Error(0, ""));
         EXPECT_EQ(Settings().SetIntValue("nothing", 1), 2816);
         EXPECT_EQ(ErrorState(), Error(2816, "nothing"));
-    };
+    });
     ReportAtOnce();
     Find(FoundPlate{});
     EXPECT_EQ(Frame(7), 0);

@@ -403,38 +403,27 @@ TEST_P(OutOfMemoryInAFrame, LeavesADetectorThatReadsOn) {
     EXPECT_EQ(outcome, 0) << "without a failure";
 }
 
-// Fails after a setting has been refused, so that an older text stands in the error state.
-class FailingFrameDone final : public OKM8::MFF::IFrameDoneCallback {
-  public:
-    OKM8_OBJECT_DESTRUCTOR_SLOT(FailingFrameDone)
-    void* QueryContract(const char*) override { return nullptr; }
-    void* QueryContract(const char*) const override { return nullptr; }
-    void OnFrameDone(OKM8::MFF::IMultimediaBuffer*) override {
-        settings->SetIntValue(refusedName.c_str(), 1);
-        throw failure;
-    }
-
-    OKM8::IAsyncAdjuster* settings = nullptr;
-    std::string refusedName;
-    std::runtime_error failure{""};
-};
-
 TEST_P(OutOfMemory, InTheErrorOfAFrameLeavesNoOlderText) {
     // Each is longer than what is kept ready.
     const std::runtime_error earlier(std::string(100, 'e'));
     const std::runtime_error later(std::string(1000, 'l'));
-    FailingFrameDone callback;
+    std::string refusedName;
+    std::runtime_error failure{""};
+    // Fails after a setting has been refused, so that an older text stands in the error state.
+    recording_host::RecordingFrameDone callback([&](const recording_host::HostCall&) {
+        Settings().SetIntValue(refusedName.c_str(), 1);
+        throw failure;
+    });
     OKM8::MFF::IMultimediaBuffer* last = nullptr;
     std::int32_t outcome = 0;
     const std::uint64_t allocations = AtEachAllocation(
         [&] {
             MakeDetector(1);
-            callback.settings = &Settings();
-            callback.refusedName.assign(200, 'n');
-            callback.failure = earlier;
+            refusedName.assign(200, 'n');
+            failure = earlier;
             EXPECT_EQ(Receiver().ReceiveSingle(MakeFrame(), nullptr, &callback), OKM8::ErrorCode::Failed);
             EXPECT_EQ(Errors().GetErrorMessage(), std::string(earlier.what()));
-            callback.failure = later;
+            failure = later;
             last = MakeFrame();
         },
         [&] { outcome = Receiver().ReceiveSingle(last, nullptr, &callback); },

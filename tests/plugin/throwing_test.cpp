@@ -3,8 +3,12 @@
 
 #include <gmock/gmock.h>
 
+#include <functional>
+#include <map>
 #include <memory>
+#include <set>
 #include <sstream>
+#include <stdexcept>
 #include <thread>
 #include <vector>
 
@@ -12,14 +16,21 @@
 #include "tests/plugin/plugin.h"
 #include "tests/plugin/system.h"
 #include "tests/plugin/throwing_engine.h"
-#include "tests/plugin/throwing_host.h"
+#include "tests/support/recording_host.h"
 #include "tests/support/servers.h"
 
 namespace {
 
 using namespace plugin_test;
 using OKM8::Analytics::IDetector;
+using recording_host::HostCall;
+using recording_host::Operation;
 namespace ContractName = OKM8::ContractName;
+
+constexpr char thrownText[] = "the host has failed";
+
+// What is thrown when it is no standard exception.
+struct OtherException {};
 
 enum class Kind { Standard, Other };
 
@@ -52,9 +63,11 @@ class Throwing : public testing::Test {
         servers::Remove();
         folder.SetScript(Film());
         folder.SetDebugLevel("1");
+        host.refusals.logger = true;
+        host.onCall = buffers.onCall = frameDone.onCall = [this](const HostCall& call) { Meet(call.operation); };
     }
     ~Throwing() override {
-        host.throwing.clear();
+        throwing.clear();
         if (detector != nullptr) {
             detector->Destroy();
         }
@@ -85,26 +98,46 @@ class Throwing : public testing::Test {
     std::int32_t Receive(OKM8::MFF::IMultimediaBuffer* buffer) {
         auto* const receiver = static_cast<OKM8::Analytics::IMediaReceiverSingle2*>(
             detector->QueryContract(ContractName::IMediaReceiverSingle2));
-        return receiver->ReceiveSingle(buffer, nullptr, host.FrameDone());
+        return receiver->ReceiveSingle(buffer, nullptr, &frameDone);
     }
-    std::int32_t Receive() { return Receive(host.NewFrame(nextTime += 40)); }
+    std::int32_t Receive() { return Receive(recording_host::MakeFrame(buffers, 64, 48, nextTime += 40)); }
 
     // What follows a failure goes its usual way, on another thread too, since no lock is left behind.
     void ExpectAllIsWellAgain() {
-        host.throwing.clear();
-        const int raised = host.Count(HostCall::Raise);
+        throwing.clear();
+        const int raised = Count(Operation::Raise);
         std::int32_t answer = -1;
         std::thread([&] { answer = Receive(); }).join();
         EXPECT_EQ(answer, 0) << errors->GetErrorMessage();
         EXPECT_EQ(errors->GetErrorCode(), 0);
         EXPECT_STREQ(errors->GetErrorMessage(), "");
-        EXPECT_GT(host.Count(HostCall::Raise), raised);
+        EXPECT_GT(Count(Operation::Raise), raised);
     }
 
     void ExpectEveryBufferBack() {
         detector->Destroy();
         detector = nullptr;
-        EXPECT_EQ(host.Count(HostCall::Release), host.BuffersMade());
+        EXPECT_EQ(Count(Operation::Release), buffers.made);
+    }
+
+    // Called from inside every operation of the host, once it has done its work.
+    void Meet(Operation operation) {
+        ++counts[operation];
+        if (onOperation) {
+            onOperation(operation);
+        }
+        if (!throwing.contains(operation)) {
+            return;
+        }
+        if (throwsOther) {
+            throw OtherException();
+        }
+        throw std::runtime_error(thrownText);
+    }
+
+    int Count(Operation operation) const {
+        const auto found = counts.find(operation);
+        return found == counts.end() ? 0 : found->second;
     }
 
     // The last trace line of a function of the detector.
@@ -120,7 +153,13 @@ class Throwing : public testing::Test {
 
     TestFolder folder;
     DebugLines lines;
-    ThrowingHost host;
+    recording_host::RecordingHost host;
+    recording_host::BufferCounts buffers;
+    recording_host::RecordingFrameDone frameDone;
+    std::set<Operation> throwing;  // they do their work before
+    bool throwsOther = false;      // an OtherException in place of a std::runtime_error
+    std::function<void(Operation)> onOperation;
+    std::map<Operation, int> counts;
     std::unique_ptr<Plugin> plugin;
     IDetector* detector = nullptr;
     OKM8::IErrorInfoProvider* errors = nullptr;
@@ -133,8 +172,8 @@ class ThrowingConstruction : public Throwing, public testing::WithParamInterface
 
 TEST_P(ThrowingConstruction, ReachesTheHostAndTheNextDetectorIsMade) {
     Load(std::make_unique<Plugin>());
-    host.throwing = {HostCall::GetLogger};
-    host.throwsOther = GetParam() == Kind::Other;
+    throwing = {Operation::GetLogger};
+    throwsOther = GetParam() == Kind::Other;
     OKM8::Analytics::IModule* const module = plugin->GetModule();
     if (GetParam() == Kind::Other) {
         EXPECT_THROW(module->CreateDetector(nullptr, host.Peer()), OtherException);
@@ -142,7 +181,7 @@ TEST_P(ThrowingConstruction, ReachesTheHostAndTheNextDetectorIsMade) {
         EXPECT_THAT([&] { module->CreateDetector(nullptr, host.Peer()); },
                     testing::ThrowsMessage<std::runtime_error>(thrownText));
     }
-    host.throwing.clear();
+    throwing.clear();
     Prepare();
     ExpectAllIsWellAgain();
     ExpectEveryBufferBack();
@@ -155,8 +194,8 @@ INSTANTIATE_TEST_SUITE_P(Of, ThrowingConstruction, testing::Values(Kind::Standar
 
 struct CallCase {
     const char* name;
-    std::set<HostCall> throwing;
-    HostCall met;       // the operation that must have been called, or the case shows nothing
+    std::set<Operation> throwing;
+    Operation met;      // the operation that must have been called, or the case shows nothing
     int discarded = 0;  // of the one raiser that was asked for
     int raised = 0;
     bool refusesArguments = false;
@@ -176,9 +215,9 @@ class ThrowingCase : public Throwing, public testing::WithParamInterface<std::tu
     ThrowingCase() : tried(std::get<0>(GetParam())), kind(std::get<1>(GetParam())) {
         Load(std::make_unique<Plugin>());
         Prepare();
-        host.throwing = tried.throwing;
-        host.throwsOther = kind == Kind::Other;
-        host.refusesArguments = tried.refusesArguments;
+        throwing = tried.throwing;
+        throwsOther = kind == Kind::Other;
+        host.refusals.arguments = tried.refusesArguments;
     }
 
     CallCase tried;
@@ -189,10 +228,10 @@ class ThrowingBuffer : public ThrowingCase {};
 
 TEST_P(ThrowingBuffer, IsTheFramesError) {
     EXPECT_EQ(Receive(), 1);
-    EXPECT_GT(host.Count(tried.met), 0);
+    EXPECT_GT(Count(tried.met), 0);
     EXPECT_EQ(errors->GetErrorCode(), 1);
     EXPECT_STREQ(errors->GetErrorMessage(), kind == Kind::Standard ? thrownText : "Image processing exception");
-    EXPECT_EQ(host.Count(HostCall::OnFrameDone), tried.done);
+    EXPECT_EQ(Count(Operation::OnFrameDone), tried.done);
     ExpectAllIsWellAgain();
     ExpectEveryBufferBack();
 }
@@ -201,16 +240,18 @@ INSTANTIATE_TEST_SUITE_P(
     At, ThrowingBuffer,
     testing::Combine(
         testing::Values(
-            CallCase{"QueryContract", {HostCall::QueryContract}, HostCall::QueryContract},
-            CallCase{"GetData", {HostCall::GetData}, HostCall::GetData},
-            CallCase{"GetDataSize", {HostCall::GetDataSize}, HostCall::GetDataSize},
-            CallCase{"GetHeight", {HostCall::GetHeight}, HostCall::GetHeight},
-            CallCase{"GetWidth", {HostCall::GetWidth}, HostCall::GetWidth},
+            CallCase{"QueryContract", {Operation::QueryContract}, Operation::QueryContract},
+            CallCase{"GetData", {Operation::GetData}, Operation::GetData},
+            CallCase{"GetDataSize", {Operation::GetDataSize}, Operation::GetDataSize},
+            CallCase{"GetHeight", {Operation::GetHeight}, Operation::GetHeight},
+            CallCase{"GetWidth", {Operation::GetWidth}, Operation::GetWidth},
+            CallCase{.name = "GetTimeStamp",
+                     .throwing = {Operation::GetTimeStamp},
+                     .met = Operation::GetTimeStamp,
+                     .done = 1},
             CallCase{
-                .name = "GetTimeStamp", .throwing = {HostCall::GetTimeStamp}, .met = HostCall::GetTimeStamp, .done = 1},
-            CallCase{
-                .name = "OnFrameDone", .throwing = {HostCall::OnFrameDone}, .met = HostCall::OnFrameDone, .done = 1},
-            CallCase{"GetDataAndRelease", {HostCall::GetData, HostCall::Release}, HostCall::Release}),
+                .name = "OnFrameDone", .throwing = {Operation::OnFrameDone}, .met = Operation::OnFrameDone, .done = 1},
+            CallCase{"GetDataAndRelease", {Operation::GetData, Operation::Release}, Operation::Release}),
         testing::Values(Kind::Standard, Kind::Other)),
     NameOfCase);
 
@@ -220,16 +261,16 @@ class ThrowingEvent : public ThrowingCase {};
 
 TEST_P(ThrowingEvent, IsATraceLineAndTheRaiserIsEndedAtMostOnce) {
     EXPECT_EQ(Receive(), 0);
-    EXPECT_GT(host.Count(tried.met), 0);
+    EXPECT_GT(Count(tried.met), 0);
     EXPECT_EQ(errors->GetErrorCode(), 0);
     EXPECT_STREQ(errors->GetErrorMessage(), "");
     EXPECT_EQ(LastMessageOf("OnResult"), kind == Kind::Standard ? thrownText : "Exception");
     EXPECT_EQ(LastMessageOf("OnMayReleaseLicencePlate"), "Remove plate ID = 0, still left = 1");
-    EXPECT_EQ(host.Count(HostCall::Release), 1) << "the plate is done, and its frame with it";
-    EXPECT_EQ(host.Count(HostCall::OnFrameDone), 1);
-    EXPECT_EQ(host.Count(HostCall::Discard), tried.discarded);
-    EXPECT_EQ(host.Count(HostCall::Raise), tried.raised);
-    host.refusesArguments = false;
+    EXPECT_EQ(Count(Operation::Release), 1) << "the plate is done, and its frame with it";
+    EXPECT_EQ(Count(Operation::OnFrameDone), 1);
+    EXPECT_EQ(Count(Operation::Discard), tried.discarded);
+    EXPECT_EQ(Count(Operation::Raise), tried.raised);
+    host.refusals.arguments = false;
     ExpectAllIsWellAgain();
     ExpectEveryBufferBack();
 }
@@ -238,18 +279,18 @@ INSTANTIATE_TEST_SUITE_P(
     At, ThrowingEvent,
     testing::Combine(
         testing::Values(
-            CallCase{"GetInterface", {HostCall::GetFactory}, HostCall::GetFactory},
-            CallCase{"CreateTargetEnumerator", {HostCall::CreateTargetEnumerator}, HostCall::CreateTargetEnumerator},
-            CallCase{"CreateEventRaiser", {HostCall::CreateEventRaiser}, HostCall::CreateEventRaiser},
-            CallCase{"GetEventArgs", {HostCall::GetEventArgs}, HostCall::GetEventArgs, 1},
-            CallCase{"SetObjectValue", {HostCall::SetObjectValue}, HostCall::SetObjectValue, 1},
-            CallCase{"AddTarget", {HostCall::AddTarget}, HostCall::AddTarget, 1},
-            CallCase{"SetStringValue", {HostCall::SetStringValue}, HostCall::SetStringValue, 1},
-            CallCase{"SetIntValue", {HostCall::SetIntValue}, HostCall::SetIntValue, 1},
-            CallCase{"SetBinaryValue", {HostCall::SetBinaryValue}, HostCall::SetBinaryValue, 1},
-            CallCase{"Raise", {HostCall::Raise}, HostCall::Raise, 0, 1},
-            CallCase{"Discard", {HostCall::Discard}, HostCall::Discard, 1, 0, true},
-            CallCase{"SetIntValueAndDiscard", {HostCall::SetIntValue, HostCall::Discard}, HostCall::Discard, 1}),
+            CallCase{"GetInterface", {Operation::GetFactory}, Operation::GetFactory},
+            CallCase{"CreateTargetEnumerator", {Operation::CreateTargetEnumerator}, Operation::CreateTargetEnumerator},
+            CallCase{"CreateEventRaiser", {Operation::CreateEventRaiser}, Operation::CreateEventRaiser},
+            CallCase{"GetEventArgs", {Operation::GetEventArgs}, Operation::GetEventArgs, 1},
+            CallCase{"SetObjectValue", {Operation::SetObjectValue}, Operation::SetObjectValue, 1},
+            CallCase{"AddTarget", {Operation::AddTarget}, Operation::AddTarget, 1},
+            CallCase{"SetStringValue", {Operation::SetStringValue}, Operation::SetStringValue, 1},
+            CallCase{"SetIntValue", {Operation::SetIntValue}, Operation::SetIntValue, 1},
+            CallCase{"SetBinaryValue", {Operation::SetBinaryValue}, Operation::SetBinaryValue, 1},
+            CallCase{"Raise", {Operation::Raise}, Operation::Raise, 0, 1},
+            CallCase{"Discard", {Operation::Discard}, Operation::Discard, 1, 0, true},
+            CallCase{"SetIntValueAndDiscard", {Operation::SetIntValue, Operation::Discard}, Operation::Discard, 1}),
         testing::Values(Kind::Standard, Kind::Other)),
     NameOfCase);
 
@@ -261,8 +302,8 @@ class ThrowingRelease : public Throwing, public testing::WithParamInterface<Kind
 
     void PrepareToThrow(bool reportsAtOnce = true) {
         Prepare(reportsAtOnce);
-        host.throwing = {HostCall::Release};
-        host.throwsOther = GetParam() == Kind::Other;
+        throwing = {Operation::Release};
+        throwsOther = GetParam() == Kind::Other;
     }
 };
 
@@ -271,16 +312,16 @@ TEST_P(ThrowingRelease, OfAFrameThatIsDoneLeavesTheFrameAsItIs) {
     for (int frame = 0; frame < 5; ++frame) {
         EXPECT_EQ(Receive(), 0) << errors->GetErrorMessage();
     }
-    EXPECT_GT(host.Count(HostCall::Release), 0);
+    EXPECT_GT(Count(Operation::Release), 0);
     ExpectAllIsWellAgain();
     ExpectEveryBufferBack();
 }
 
 TEST_P(ThrowingRelease, OfWhatIsNoFrameLeavesItsErrorAsItIs) {
     PrepareToThrow();
-    EXPECT_EQ(Receive(host.NewOtherBuffer()), 1);
+    EXPECT_EQ(Receive(recording_host::MakeBuffer(buffers, {.pixels = {}, .isComposite = false})), 1);
     EXPECT_STREQ(errors->GetErrorMessage(), "inputData is not an ICompositeBuffer");
-    EXPECT_EQ(host.Count(HostCall::Release), 1);
+    EXPECT_EQ(Count(Operation::Release), 1);
     ExpectAllIsWellAgain();
     ExpectEveryBufferBack();
 }
@@ -290,7 +331,7 @@ TEST_P(ThrowingRelease, OfFramesThatADestroyedDetectorHasKeptGivesAllOfThemBack)
     for (int frame = 0; frame < 3; ++frame) {
         Receive();
     }
-    EXPECT_LT(host.Count(HostCall::Release), host.BuffersMade());
+    EXPECT_LT(Count(Operation::Release), buffers.made);
     ExpectEveryBufferBack();
 }
 
@@ -328,23 +369,23 @@ class CallsFromInside : public Throwing {
 };
 
 TEST_F(CallsFromInside, EveryOperationSettersAndErrorReadsWorkAndLeaveTheFrameAsItIs) {
-    std::set<HostCall> met;
-    host.onCall = [&](HostCall call) {
-        met.insert(call);
+    std::set<Operation> met;
+    onOperation = [&](Operation operation) {
+        met.insert(operation);
         CallQuietly();
     };
     for (int frame = 0; frame < 4; ++frame) {
         EXPECT_EQ(Receive(), 0);
     }
-    EXPECT_EQ(host.Count(HostCall::Raise), 4);
-    host.refusesArguments = true;
+    EXPECT_EQ(Count(Operation::Raise), 4);
+    host.refusals.arguments = true;
     EXPECT_EQ(Receive(), 1);
     EXPECT_STREQ(errors->GetErrorMessage(), "IEventArgsAdjuster getting error");
-    host.onCall = nullptr;
-    for (int call = static_cast<int>(HostCall::GetFactory); call < static_cast<int>(HostCall::Count); ++call) {
-        EXPECT_TRUE(met.contains(static_cast<HostCall>(call))) << call;
+    onOperation = nullptr;
+    for (int each = static_cast<int>(Operation::GetFactory); each < static_cast<int>(Operation::Count); ++each) {
+        EXPECT_TRUE(met.contains(static_cast<Operation>(each))) << each;
     }
-    host.refusesArguments = false;
+    host.refusals.arguments = false;
     ExpectAllIsWellAgain();
     ExpectEveryBufferBack();
 }
@@ -373,7 +414,7 @@ TEST_P(ThrowingEngine, IsATraceLineAndTheFrameSucceeds) {
     EXPECT_EQ(errors->GetErrorCode(), 0);
     EXPECT_STREQ(errors->GetErrorMessage(), "");
     EXPECT_EQ(LastMessageOf("Recognize"), kind == Kind::Standard ? throwing_engine::thrownText : "Exception");
-    EXPECT_EQ(host.Count(HostCall::OnFrameDone), 2);
+    EXPECT_EQ(Count(Operation::OnFrameDone), 2);
     Behave();
     std::int32_t answer = -1;
     std::thread([&] { answer = Receive(); }).join();

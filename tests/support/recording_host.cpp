@@ -1,6 +1,8 @@
 #include "tests/support/recording_host.h"
 
+#include <algorithm>
 #include <cstring>
+#include <utility>
 
 #include "sdk/contract_names.h"
 #include "tests/support/allocation_count.h"
@@ -14,7 +16,7 @@ using namespace OKM8::Analytics;
 
 using allocation_count::WithoutFailure;
 
-// No object of this host answers contract names but where the library asks.
+// No object of this host returns interfaces but where the library asks.
 #define RECORDING_HOST_CONTRACT(Class)                \
     OKM8_OBJECT_DESTRUCTOR_SLOT(Class)                \
     void* QueryContract(const char*) override {       \
@@ -24,7 +26,36 @@ using allocation_count::WithoutFailure;
         return nullptr;                               \
     }
 
+// Returns whether the host does what is called.
+bool Show(const OnCall& onCall, HostCall call) {
+    if (onCall) {
+        onCall(call);
+    }
+    return !call.isRefused;
+}
+
 }  // namespace
+
+bool HostCall::Sets(std::string_view key) const {
+    switch (operation) {
+        case Operation::SetStringValue:
+        case Operation::SetDoubleValue:
+        case Operation::SetIntValue:
+        case Operation::SetBoolValue:
+        case Operation::SetBinaryValue:
+            return name == key;
+        default:
+            return false;
+    }
+}
+
+OnCall On(Operation operation, std::function<void()> action) {
+    return [operation, action = std::move(action)](const HostCall& call) {
+        if (call.operation == operation) {
+            action();
+        }
+    };
+}
 
 const SetValue* RecordedTarget::Find(const std::string& key) const {
     const SetValue* found = nullptr;
@@ -39,215 +70,228 @@ const SetValue* RecordedTarget::Find(const std::string& key) const {
     return found;
 }
 
-namespace {
-
-// Where a target's values go.
-struct TargetRecord {
-    std::mutex& mutex;
-    RecordingHost& host;
-    RecordedTarget record;
-
-    void Add(SetValue value) {
-        if (host.onSetValue) {
-            host.onSetValue(value.key);
-        }
-        const std::lock_guard lock(mutex);
-        record.values.push_back(std::move(value));
-    }
-};
-
-template <class Bases>
-struct TargetBase : Bases {
-    explicit TargetBase(TargetRecord& targetRecord) : target(targetRecord) {}
-    void* QueryContract(const char*) override { return nullptr; }
-    void* QueryContract(const char*) const override { return nullptr; }
-    void SetStringValue(const char* name, const char* value) override {
-        const WithoutFailure own;
-        target.Add({.key = name, .text = value, .bytes = {}, .setter = 's'});
-    }
-    void SetDoubleValue(const char* name, double value) override {
-        const WithoutFailure own;
-        target.Add({.key = name, .text = {}, .real = value, .bytes = {}, .setter = 'd'});
-    }
-    void SetIntValue(const char* name, std::int32_t value) override {
-        const WithoutFailure own;
-        target.Add({.key = name, .text = {}, .number = value, .bytes = {}, .setter = 'i'});
-    }
-    void SetBoolValue(const char* name, bool value) override {
-        const WithoutFailure own;
-        target.Add({.key = name, .text = {}, .number = value ? 1 : 0, .bytes = {}, .setter = 'b'});
-    }
-
-    TargetRecord& target;
-};
-
-struct PlainTarget final : TargetBase<ITargetAdjuster> {
-    using TargetBase::TargetBase;
-    OKM8_OBJECT_DESTRUCTOR_SLOT(PlainTarget)
-};
-
-struct TargetWithBinary : ITargetAdjuster, IBinaryAdjuster {};
-
-struct BinaryTarget final : TargetBase<TargetWithBinary> {
-    using TargetBase::TargetBase;
-    OKM8_OBJECT_DESTRUCTOR_SLOT(BinaryTarget)
-    void SetBinaryValue(const char* name, const void* data, std::uint32_t size) override {
-        const WithoutFailure own;
-        const auto* const bytes = static_cast<const std::uint8_t*>(data);
-        if (std::strcmp(name, PlateKey::AllTracks) == 0 && size == sizeof(TrackPointList)) {
-            TrackPointList list;
-            std::memcpy(&list, data, sizeof list);
-            const std::lock_guard lock(target.mutex);
-            for (const TrackPoint* point = list.first; point != list.last; ++point) {
-                TrackPoint copy;
-                std::memcpy(static_cast<void*>(&copy), point, sizeof copy);
-                target.record.track.push_back(copy);
-            }
-        }
-        target.Add({.key = name, .text = {}, .bytes = {bytes, bytes + size}, .setter = 'x'});
-    }
-};
-
-struct Enumerator final : ITargetEnumeratorAdjuster {
-    Enumerator(std::mutex& hostMutex, RecordingHost& owner, std::int64_t time)
-        : mutex(hostMutex), host(owner), timeMs(time) {}
-    RECORDING_HOST_CONTRACT(Enumerator)
-    void Unused1() override {}
-    void Unused2() override {}
-    void Unused3() override {}
-    void Unused4() override {}
-    void Unused5() override {}
-    void Unused6() override {}
-    void Unused7() override {}
-    ITargetAdjuster* AddTarget(std::int32_t reserved) override {
-        const WithoutFailure own;
-        if (host.refusals.target) {
-            return nullptr;
-        }
-        const std::lock_guard lock(mutex);
-        records.push_back(std::make_unique<TargetRecord>(TargetRecord{mutex, host, {}}));
-        records.back()->record.reserved = reserved;
-        if (host.refusals.binarySetter) {
-            plain.push_back(std::make_unique<PlainTarget>(*records.back()));
-            return plain.back().get();
-        }
-        binary.push_back(std::make_unique<BinaryTarget>(*records.back()));
-        return binary.back().get();
-    }
-
-    std::mutex& mutex;
-    RecordingHost& host;
-    std::int64_t timeMs;
-    std::vector<std::unique_ptr<TargetRecord>> records;
-    std::vector<std::unique_ptr<PlainTarget>> plain;
-    std::vector<std::unique_ptr<BinaryTarget>> binary;
-};
-
-struct Raiser;
-
-struct Arguments final : IEventArgsAdjuster {
-    Arguments(std::mutex& hostMutex, RecordedEvent& recordedEvent) : mutex(hostMutex), event(recordedEvent) {}
-    RECORDING_HOST_CONTRACT(Arguments)
-    void Unused1() override {}
-    void Unused2() override {}
-    void Unused3() override {}
-    void Unused4() override {}
-    void Unused5() override {}
-    void Unused6() override {}
-    void Unused7() override {}
-    void SetObjectValue(const char* name, IContract* value) override {
-        const WithoutFailure own;
-        const std::lock_guard lock(mutex);
-        event.objectKeys.push_back(name);
-        event.objects[name] = value;
-        if (std::strcmp(name, EventKey::Targets) == 0) {
-            targets = static_cast<Enumerator*>(static_cast<ITargetEnumeratorAdjuster*>(value));
-        }
-    }
-
-    std::mutex& mutex;
-    RecordedEvent& event;
-    Enumerator* targets = nullptr;
-};
-
-struct Raiser final : IDetectorEventRaiser {
-    Raiser(std::mutex& hostMutex, RecordingHost& owner) : mutex(hostMutex), host(owner), arguments(mutex, event) {}
-    RECORDING_HOST_CONTRACT(Raiser)
-    void Unused1() override {}
-    void Raise() override {
-        const WithoutFailure own;
-        {
-            const std::lock_guard lock(mutex);
-            ++event.raised;
-        }
-        if (host.onRaise) {
-            host.onRaise(Snapshot());
-        }
-    }
-    void Discard() override {
-        const std::lock_guard lock(mutex);
-        ++event.discarded;
-    }
-    IEventArgsAdjuster* GetEventArgs() override { return host.refusals.arguments ? nullptr : &arguments; }
-
-    RecordedEvent Snapshot() const {
-        const std::lock_guard lock(mutex);
-        RecordedEvent snapshot = event;
-        if (arguments.targets != nullptr) {
-            snapshot.targetsTimeMs = arguments.targets->timeMs;
-            for (const auto& record : arguments.targets->records) {
-                snapshot.targets.push_back(record->record);
-            }
-        }
-        return snapshot;
-    }
-
-    std::mutex& mutex;
-    RecordingHost& host;
-    RecordedEvent event;
-    Arguments arguments;
-};
-
-struct Logger final : ILogger {
-    explicit Logger(RecordingHost& owner) : host(owner) {}
-    RECORDING_HOST_CONTRACT(Logger)
-    void Unused1() override {}
-    void Unused2() override {}
-    void WriteLog(std::int32_t level, const char* text) override {
-        const WithoutFailure own;
-        {
-            const std::lock_guard lock(mutex);
-            lines.push_back(std::to_string(level) + ":" + text);
-        }
-        if (host.onLog) {
-            host.onLog();
-        }
-    }
-    RecordingHost& host;
-    mutable std::mutex mutex;
-    std::vector<std::string> lines;
-};
-
-}  // namespace
-
 struct RecordingHost::Objects {
+    struct Target;
+
+    template <class Bases>
+    struct Setters : Bases {
+        explicit Setters(Target& owner) : target(owner) {}
+        void* QueryContract(const char*) override { return nullptr; }
+        void* QueryContract(const char*) const override { return nullptr; }
+        void SetStringValue(const char* name, const char* value) override {
+            target.Set('s', {.operation = Operation::SetStringValue, .name = name, .text = value});
+        }
+        void SetDoubleValue(const char* name, double value) override {
+            target.Set('d', {.operation = Operation::SetDoubleValue, .name = name, .real = value});
+        }
+        void SetIntValue(const char* name, std::int32_t value) override {
+            target.Set('i', {.operation = Operation::SetIntValue, .name = name, .number = value});
+        }
+        void SetBoolValue(const char* name, bool value) override {
+            target.Set('b', {.operation = Operation::SetBoolValue, .name = name, .number = value ? 1 : 0});
+        }
+
+        Target& target;
+    };
+
+    struct PlainTarget final : Setters<ITargetAdjuster> {
+        using Setters<ITargetAdjuster>::Setters;
+        OKM8_OBJECT_DESTRUCTOR_SLOT(PlainTarget)
+    };
+
+    struct TargetWithBinary : ITargetAdjuster, IBinaryAdjuster {};
+
+    struct BinaryTarget final : Setters<TargetWithBinary> {
+        using Setters<TargetWithBinary>::Setters;
+        OKM8_OBJECT_DESTRUCTOR_SLOT(BinaryTarget)
+        void SetBinaryValue(const char* name, const void* data, std::uint32_t size) override {
+            target.Set('x', {.operation = Operation::SetBinaryValue, .name = name, .data = data, .size = size});
+        }
+    };
+
+    // One target, under two faces, of which the library gets one.
+    struct Target {
+        Target(Objects& owner, std::int32_t reserved) : objects(owner) { record.reserved = reserved; }
+
+        void Set(char setter, const HostCall& call) {
+            if (objects.host.isRecording) {
+                const WithoutFailure own;
+                const std::lock_guard lock(objects.mutex);
+                Record(setter, call);
+            }
+            objects.Show(call);
+        }
+
+        void Record(char setter, const HostCall& call) {
+            const auto* const bytes = static_cast<const std::uint8_t*>(call.data);
+            record.values.push_back({.key = call.name,
+                                     .text = call.text == nullptr ? "" : call.text,
+                                     .number = call.number,
+                                     .real = call.real,
+                                     .bytes = {bytes, bytes + call.size},
+                                     .setter = setter});
+            if (std::strcmp(call.name, PlateKey::AllTracks) == 0 && call.size == sizeof(TrackPointList)) {
+                TrackPointList list;
+                std::memcpy(&list, call.data, sizeof list);
+                for (const TrackPoint* point = list.first; point != list.last; ++point) {
+                    TrackPoint copy;
+                    std::memcpy(static_cast<void*>(&copy), point, sizeof copy);
+                    record.track.push_back(copy);
+                }
+            }
+        }
+
+        Objects& objects;
+        RecordedTarget record;
+        PlainTarget plain{*this};
+        BinaryTarget binary{*this};
+    };
+
+    struct Enumerator final : ITargetEnumeratorAdjuster {
+        Enumerator(Objects& owner, std::int64_t time) : objects(owner), timeMs(time) {}
+        RECORDING_HOST_CONTRACT(Enumerator)
+        void Unused1() override { objects.ShowUnused(); }
+        void Unused2() override { objects.ShowUnused(); }
+        void Unused3() override { objects.ShowUnused(); }
+        void Unused4() override { objects.ShowUnused(); }
+        void Unused5() override { objects.ShowUnused(); }
+        void Unused6() override { objects.ShowUnused(); }
+        void Unused7() override { objects.ShowUnused(); }
+        ITargetAdjuster* AddTarget(std::int32_t reserved) override {
+            const Refusals& refused = objects.host.refusals;
+            if (!objects.Show({.operation = Operation::AddTarget, .number = reserved, .isRefused = refused.target})) {
+                return nullptr;
+            }
+            const WithoutFailure own;
+            const std::lock_guard lock(objects.mutex);
+            Target& target = *targets.emplace_back(std::make_unique<Target>(objects, reserved));
+            return refused.binarySetter ? static_cast<ITargetAdjuster*>(&target.plain) : &target.binary;
+        }
+
+        Objects& objects;
+        std::int64_t timeMs;
+        std::vector<std::unique_ptr<Target>> targets;
+    };
+
+    struct Raiser;
+
+    struct Arguments final : IEventArgsAdjuster {
+        explicit Arguments(Raiser& owner) : raiser(owner) {}
+        RECORDING_HOST_CONTRACT(Arguments)
+        void Unused1() override { raiser.objects.ShowUnused(); }
+        void Unused2() override { raiser.objects.ShowUnused(); }
+        void Unused3() override { raiser.objects.ShowUnused(); }
+        void Unused4() override { raiser.objects.ShowUnused(); }
+        void Unused5() override { raiser.objects.ShowUnused(); }
+        void Unused6() override { raiser.objects.ShowUnused(); }
+        void Unused7() override { raiser.objects.ShowUnused(); }
+        void SetObjectValue(const char* name, IContract* value) override { raiser.Attach(name, value); }
+
+        Raiser& raiser;
+    };
+
+    struct Raiser final : IDetectorEventRaiser {
+        Raiser(Objects& owner, int peerNumber) : objects(owner), peer(peerNumber) {}
+        RECORDING_HOST_CONTRACT(Raiser)
+        void Unused1() override { objects.ShowUnused(); }
+        void Raise() override { End(Operation::Raise, event.raised); }
+        void Discard() override { End(Operation::Discard, event.discarded); }
+        IEventArgsAdjuster* GetEventArgs() override {
+            return objects.Show({.operation = Operation::GetEventArgs,
+                                 .owner = peer,
+                                 .isRefused = objects.host.refusals.arguments})
+                       ? &arguments
+                       : nullptr;
+        }
+
+        void Attach(const char* name, IContract* value) {
+            bool isNewest = false;
+            {
+                const WithoutFailure own;
+                const std::lock_guard lock(objects.mutex);
+                isNewest = !objects.enumerators.empty() && value == objects.enumerators.back().get();
+                if (objects.host.isRecording) {
+                    event.objectKeys.push_back(name);
+                    event.objects[name] = value;
+                }
+                if (std::strcmp(name, EventKey::Targets) == 0) {
+                    targets = static_cast<Enumerator*>(static_cast<ITargetEnumeratorAdjuster*>(value));
+                }
+            }
+            objects.Show({.operation = Operation::SetObjectValue,
+                          .owner = peer,
+                          .name = name,
+                          .object = value,
+                          .isNewest = isNewest});
+        }
+
+        void End(Operation operation, int& count) {
+            std::unique_ptr<Raiser> ended;
+            std::unique_ptr<Enumerator> endedTargets;
+            {
+                const std::lock_guard lock(objects.mutex);
+                ++count;
+                if (!objects.host.isRecording) {
+                    ended = TakeOut(objects.raisers, this);
+                    endedTargets = TakeOut(objects.enumerators, targets);
+                }
+            }
+            objects.Show({.operation = operation, .owner = peer});
+        }
+
+        RecordedEvent Snapshot() const {
+            const std::lock_guard lock(objects.mutex);
+            RecordedEvent snapshot = event;
+            if (targets != nullptr) {
+                snapshot.targetsTimeMs = targets->timeMs;
+                for (const auto& target : targets->targets) {
+                    snapshot.targets.push_back(target->record);
+                }
+            }
+            return snapshot;
+        }
+
+        Objects& objects;
+        const int peer;
+        RecordedEvent event;
+        Arguments arguments{*this};
+        Enumerator* targets = nullptr;
+    };
+
+    struct Logger final : ILogger {
+        explicit Logger(Objects& owner) : objects(owner) {}
+        RECORDING_HOST_CONTRACT(Logger)
+        void Unused1() override { objects.ShowUnused(); }
+        void Unused2() override { objects.ShowUnused(); }
+        void WriteLog(std::int32_t level, const char* text) override {
+            if (objects.host.isRecording) {
+                const WithoutFailure own;
+                const std::lock_guard lock(objects.mutex);
+                objects.lines.push_back(std::to_string(level) + ":" + text);
+            }
+            objects.Show({.operation = Operation::WriteLog, .text = text, .number = level});
+        }
+        Objects& objects;
+    };
+
     struct Factory final : ITargetEnumeratorFactory {
         explicit Factory(Objects& owner) : objects(owner) {}
         RECORDING_HOST_CONTRACT(Factory)
-        void Unused1() override {}
-        void Unused2() override {}
-        void Unused3() override {}
-        void Unused4() override {}
-        void Unused5() override {}
-        void Unused6() override {}
+        void Unused1() override { objects.ShowUnused(); }
+        void Unused2() override { objects.ShowUnused(); }
+        void Unused3() override { objects.ShowUnused(); }
+        void Unused4() override { objects.ShowUnused(); }
+        void Unused5() override { objects.ShowUnused(); }
+        void Unused6() override { objects.ShowUnused(); }
         ITargetEnumeratorAdjuster* CreateTargetEnumerator(std::int64_t timeMs) override {
-            const WithoutFailure own;
-            if (objects.host.refusals.enumerator) {
+            if (!objects.Show({.operation = Operation::CreateTargetEnumerator,
+                               .number = timeMs,
+                               .isRefused = objects.host.refusals.enumerator})) {
                 return nullptr;
             }
+            const WithoutFailure own;
             const std::lock_guard lock(objects.mutex);
-            objects.enumerators.push_back(std::make_unique<Enumerator>(objects.mutex, objects.host, timeMs));
-            return objects.enumerators.back().get();
+            return objects.enumerators.emplace_back(std::make_unique<Enumerator>(objects, timeMs)).get();
         }
         Objects& objects;
     };
@@ -256,53 +300,82 @@ struct RecordingHost::Objects {
         explicit HostObject(Objects& owner) : objects(owner) {}
         RECORDING_HOST_CONTRACT(HostObject)
         void* GetInterface(const char* contractName) override {
-            const WithoutFailure own;
-            {
+            if (objects.host.isRecording) {
+                const WithoutFailure own;
                 const std::lock_guard lock(objects.mutex);
                 objects.asked.push_back(contractName);
             }
+            const Refusals& refused = objects.host.refusals;
             if (std::strcmp(contractName, ContractName::ILogger) == 0) {
-                return objects.host.refusals.logger ? nullptr : static_cast<ILogger*>(&objects.logger);
+                return Ask(Operation::GetLogger, contractName, refused.logger, static_cast<ILogger*>(&objects.logger));
             }
             if (std::strcmp(contractName, ContractName::ITargetEnumeratorFactory) == 0) {
-                return objects.host.refusals.factory ? nullptr
-                                                     : static_cast<ITargetEnumeratorFactory*>(&objects.factory);
+                return Ask(Operation::GetFactory, contractName, refused.factory,
+                           static_cast<ITargetEnumeratorFactory*>(&objects.factory));
             }
-            return nullptr;
+            return Ask(Operation::GetOther, contractName, true, nullptr);
+        }
+        void* Ask(Operation operation, const char* contractName, bool isRefused, void* found) {
+            return objects.Show({.operation = operation, .name = contractName, .isRefused = isRefused}) ? found
+                                                                                                        : nullptr;
         }
         Objects& objects;
     };
 
     struct PeerObject final : IDetectorPeer {
-        explicit PeerObject(Objects& owner) : objects(owner) {}
+        PeerObject(Objects& owner, int peerNumber) : objects(owner), number(peerNumber) {}
         RECORDING_HOST_CONTRACT(PeerObject)
         IDetectorEventRaiser* CreateEventRaiser(IDetector* detector, const char* eventName, std::int64_t timeMs,
                                                 std::int32_t kind) override {
-            const WithoutFailure own;
-            if (objects.host.refusals.raiser) {
+            if (!objects.Show({.operation = Operation::CreateEventRaiser,
+                               .owner = number,
+                               .name = eventName,
+                               .number = timeMs,
+                               .kind = kind,
+                               .object = detector,
+                               .isRefused = objects.host.refusals.raiser})) {
                 return nullptr;
             }
+            const WithoutFailure own;
             const std::lock_guard lock(objects.mutex);
-            objects.raisers.push_back(std::make_unique<Raiser>(objects.mutex, objects.host));
-            RecordedEvent& event = objects.raisers.back()->event;
-            event.detector = detector;
-            event.name = eventName;
-            event.timeMs = timeMs;
-            event.kind = kind;
-            return objects.raisers.back().get();
+            Raiser& raiser = *objects.raisers.emplace_back(std::make_unique<Raiser>(objects, number));
+            if (objects.host.isRecording) {
+                raiser.event.detector = detector;
+                raiser.event.name = eventName;
+                raiser.event.timeMs = timeMs;
+                raiser.event.kind = kind;
+            }
+            return &raiser;
         }
         Objects& objects;
+        const int number;
     };
 
     explicit Objects(RecordingHost& owner) : host(owner) {}
 
+    bool Show(const HostCall& call) const { return recording_host::Show(host.onCall, call); }
+    void ShowUnused() const { Show({.operation = Operation::Unused}); }
+
+    template <class Object>
+    static std::unique_ptr<Object> TakeOut(std::vector<std::unique_ptr<Object>>& from, const Object* object) {
+        const auto place =
+            std::find_if(from.begin(), from.end(), [&](const auto& each) { return each.get() == object; });
+        std::unique_ptr<Object> taken;
+        if (place != from.end()) {
+            taken = std::move(*place);
+            from.erase(place);
+        }
+        return taken;
+    }
+
     RecordingHost& host;
     std::mutex mutex;
     std::vector<std::string> asked;
-    Logger logger{host};
+    std::vector<std::string> lines;
+    Logger logger{*this};
     Factory factory{*this};
     HostObject hostObject{*this};
-    PeerObject peer{*this};
+    std::map<int, PeerObject> peers;
     std::vector<std::unique_ptr<Enumerator>> enumerators;
     std::vector<std::unique_ptr<Raiser>> raisers;
 };
@@ -314,12 +387,14 @@ void* RecordingHost::Object() {
     return static_cast<IHost*>(&objects_->hostObject);
 }
 
-IContract* RecordingHost::Peer() {
-    return static_cast<IDetectorPeer*>(&objects_->peer);
+IContract* RecordingHost::Peer(int number) {
+    const WithoutFailure own;
+    const std::lock_guard lock(objects_->mutex);
+    return static_cast<IDetectorPeer*>(&objects_->peers.try_emplace(number, *objects_, number).first->second);
 }
 
 std::vector<RecordedEvent> RecordingHost::Events() const {
-    std::vector<const Raiser*> raisers;
+    std::vector<const Objects::Raiser*> raisers;
     {
         const std::lock_guard lock(objects_->mutex);
         for (const auto& raiser : objects_->raisers) {
@@ -327,15 +402,15 @@ std::vector<RecordedEvent> RecordingHost::Events() const {
         }
     }
     std::vector<RecordedEvent> events;
-    for (const Raiser* raiser : raisers) {
+    for (const Objects::Raiser* raiser : raisers) {
         events.push_back(raiser->Snapshot());
     }
     return events;
 }
 
 std::vector<std::string> RecordingHost::Log() const {
-    const std::lock_guard lock(objects_->logger.mutex);
-    return objects_->logger.lines;
+    const std::lock_guard lock(objects_->mutex);
+    return objects_->lines;
 }
 
 std::vector<std::string> RecordingHost::AskedInterfaces() const {
@@ -343,47 +418,67 @@ std::vector<std::string> RecordingHost::AskedInterfaces() const {
     return objects_->asked;
 }
 
+std::size_t RecordingHost::FreeUnended() {
+    const std::size_t unended = objects_->raisers.size() + objects_->enumerators.size();
+    objects_->raisers.clear();
+    objects_->enumerators.clear();
+    return unended;
+}
+
 namespace {
 
 // Freed at its first release, so that the sanitizer sees every later touch.
 struct Buffer final : MFF::ICompositeBuffer {
-    Buffer(BufferCounts& bufferCounts, const BufferOptions& bufferOptions)
-        : counts(bufferCounts), options(bufferOptions) {}
+    Buffer(BufferCounts& bufferCounts, BufferOptions bufferOptions)
+        : counts(bufferCounts), options(std::move(bufferOptions)), number(counts.made++) {}
     OKM8_OBJECT_DESTRUCTOR_SLOT(Buffer)
     void* QueryContract(const char* contractName) override {
         const bool isKnown = std::strcmp(contractName, ContractName::ICompositeBuffer) == 0;
-        return isKnown && options.isComposite ? static_cast<MFF::ICompositeBuffer*>(this) : nullptr;
+        const bool isServed = Show(counts.onCall, {.operation = Operation::QueryContract,
+                                                   .owner = number,
+                                                   .name = contractName,
+                                                   .isRefused = !isKnown || !options.isComposite});
+        return !isServed ? nullptr : options.compositePart != nullptr ? options.compositePart : this;
     }
     void* QueryContract(const char* contractName) const override {
         return const_cast<Buffer*>(this)->QueryContract(contractName);
     }
-    std::uint64_t GetTimeStamp() override { return options.timeStamp; }
-    void Unused1() override {}
-    void Unused2() override {}
+    std::uint64_t GetTimeStamp() override { return Get(Operation::GetTimeStamp, options.timeStamp); }
+    void Unused1() override { Get(Operation::Unused, 0); }
+    void Unused2() override { Get(Operation::Unused, 0); }
     void Release() override {
+        const BufferCounts& told = counts;
+        const HostCall call = {.operation = Operation::Release, .owner = number};
         ++counts.released;
-        if (options.onRelease) {
-            options.onRelease();
-        }
         DestroyThroughSlot(this);
+        Show(told.onCall, call);
     }
-    std::uint8_t* GetData() override { return options.pixels.empty() ? nullptr : options.pixels.data(); }
+    std::uint8_t* GetData() override {
+        std::uint8_t* const own = options.pixels.empty() ? nullptr : options.pixels.data();
+        return Get(Operation::GetData, options.sharedPixels != nullptr ? options.sharedPixels : own);
+    }
     std::uint32_t GetDataSize() override {
-        return options.size >= 0 ? static_cast<std::uint32_t>(options.size)
-                                 : static_cast<std::uint32_t>(options.pixels.size());
+        return Get(Operation::GetDataSize,
+                   static_cast<std::uint32_t>(options.size >= 0 ? options.size
+                                                                : static_cast<std::int64_t>(options.pixels.size())));
     }
-    std::uint32_t GetWidth() override { return options.width; }
-    std::uint32_t GetHeight() override { return options.height; }
+    std::uint32_t GetWidth() override { return Get(Operation::GetWidth, options.width); }
+    std::uint32_t GetHeight() override { return Get(Operation::GetHeight, options.height); }
+
+    template <class Value>
+    Value Get(Operation operation, Value value) const {
+        return Show(counts.onCall, {.operation = operation, .owner = number}) ? value : Value{};
+    }
 
     BufferCounts& counts;
     BufferOptions options;
+    const int number;
 };
 
 }  // namespace
 
-MFF::IMultimediaBuffer* MakeBuffer(BufferCounts& counts, const BufferOptions& options) {
-    ++counts.made;
-    return new Buffer(counts, options);
+MFF::IMultimediaBuffer* MakeBuffer(BufferCounts& counts, BufferOptions options) {
+    return new Buffer(counts, std::move(options));
 }
 
 MFF::IMultimediaBuffer* MakeFrame(BufferCounts& counts, std::uint32_t width, std::uint32_t height,
@@ -393,7 +488,15 @@ MFF::IMultimediaBuffer* MakeFrame(BufferCounts& counts, std::uint32_t width, std
     options.height = height;
     options.pixels.assign(std::size_t{width} * height * 3 / 2, 128);
     options.timeStamp = timeStamp;
-    return MakeBuffer(counts, options);
+    return MakeBuffer(counts, std::move(options));
+}
+
+void RecordingFrameDone::OnFrameDone(MFF::IMultimediaBuffer* inputData) {
+    {
+        const WithoutFailure own;
+        buffers.push_back(inputData);
+    }
+    Show(onCall, {.operation = Operation::OnFrameDone, .object = inputData});
 }
 
 }  // namespace recording_host

@@ -1,7 +1,7 @@
-/// The host's side of the contract: records everything that the library does with it, and fails on demand.
+/// The host's side of the contract: records everything that the library does with it, shows each call to a hook as it
+/// happens, and fails on demand.
 ///
-/// Its objects live as long as it, so that a second call on one is seen, not a crash. Buffers are freed by their
-/// release and counted: each must come back exactly once.
+/// Buffers are freed by their release and counted: each must come back exactly once.
 #pragma once
 
 #include <atomic>
@@ -11,6 +11,7 @@
 #include <memory>
 #include <mutex>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "sdk/buffer.h"
@@ -18,9 +19,64 @@
 #include "sdk/events.h"
 #include "sdk/host.h"
 #include "sdk/plate_events.h"
-#include "tests/support/allocation_count.h"
 
 namespace recording_host {
+
+/// What the library calls.
+enum class Operation : std::uint8_t {
+    GetOther,  ///< GetInterface for what this host does not have
+    WriteLog,
+    SetDoubleValue,
+    SetBoolValue,
+    Unused,     ///< one of those that nobody calls, of whatever object
+    GetLogger,  ///< GetInterface for the log
+    // A frame with a plate brings all from here on, but for Discard.
+    GetFactory,  ///< GetInterface for the target lists
+    CreateTargetEnumerator,
+    CreateEventRaiser,
+    GetEventArgs,
+    SetObjectValue,
+    AddTarget,
+    SetStringValue,
+    SetIntValue,
+    SetBinaryValue,
+    Raise,
+    Discard,
+    QueryContract,  ///< of a buffer
+    GetData,
+    GetDataSize,
+    GetHeight,
+    GetWidth,
+    GetTimeStamp,
+    Release,
+    OnFrameDone,
+    Count
+};
+
+/// A call of the library, with its arguments.
+struct HostCall {
+    Operation operation;
+    int owner = 0;                 ///< the number of the peer whose event it is, or of the buffer
+    const char* name = nullptr;    ///< of the contract, the event, the object or the value
+    const char* text = nullptr;    ///< SetStringValue's value; WriteLog's line
+    std::int64_t number = 0;       ///< an integer's or boolean's value; AddTarget's argument; WriteLog's level; a time
+    std::int32_t kind = 0;         ///< CreateEventRaiser's
+    double real = 0.0;             ///< SetDoubleValue's value
+    const void* data = nullptr;    ///< SetBinaryValue's
+    std::uint32_t size = 0;        ///< SetBinaryValue's
+    const void* object = nullptr;  ///< the detector of the event, the attached object, the frame that is done
+    bool isNewest = false;         ///< the attached object is the newest target list
+    bool isRefused = false;        ///< the host will return null, or 0; the hook may change that
+
+    bool Sets(std::string_view key) const;
+};
+
+/// Sees each call after the host has recorded it and before it returns. What the hook throws, the call throws. It is
+/// called without a lock, on the library's thread; allocations fail in it as they do in the library.
+using OnCall = std::function<void(HostCall&)>;
+
+/// A hook that is called for that operation alone.
+OnCall On(Operation operation, std::function<void()> action);
 
 /// A value that was set on a target, in the order of setting.
 struct SetValue {
@@ -54,7 +110,7 @@ struct RecordedEvent {
     int discarded = 0;
 };
 
-/// Where the host answers null.
+/// Where the host returns null.
 struct Refusals {
     bool logger = false;
     bool factory = false;
@@ -74,19 +130,16 @@ class RecordingHost {
 
     /// The argument of InitializeModule, and a peer for CreateDetector.
     void* Object();
-    OKM8::IContract* Peer();
+    OKM8::IContract* Peer(int number = 0);
 
+    // Set before frames run:
+
+    OnCall onCall;
     Refusals refusals;
 
-    /// Called from inside Raise. Set before frames run.
-    std::function<void(const RecordedEvent&)> onRaise;
-
-    /// Called from inside every setter of a target, before the value is recorded; what it throws is the setter's. Set
-    /// before frames run.
-    std::function<void(const std::string& key)> onSetValue;
-
-    /// Called from inside every log call. Set before frames run.
-    std::function<void()> onLog;
+    /// The objects of an event live as long as the host, so that a second call on one is seen, not a crash. Otherwise
+    /// nothing is recorded, and an event's objects are freed when it is raised or discarded, as a long run needs.
+    bool isRecording = true;
 
     /// Every event whose raiser was asked for, in order.
     std::vector<RecordedEvent> Events() const;
@@ -94,6 +147,10 @@ class RecordingHost {
     std::vector<std::string> Log() const;
     /// The names that GetInterface was asked for.
     std::vector<std::string> AskedInterfaces() const;
+
+    /// Frees the target lists that came into no event, and events neither raised nor discarded. Returns how many.
+    /// REQUIRES: nothing is recorded, and no frame runs.
+    std::size_t FreeUnended();
 
     struct Objects;
 
@@ -105,36 +162,37 @@ class RecordingHost {
 struct BufferCounts {
     std::atomic<int> made = 0;
     std::atomic<int> released = 0;
+    OnCall onCall = nullptr;  ///< of all these buffers; a release comes after its buffer is freed
 };
 
 struct BufferOptions {
     std::uint32_t width = 64;
     std::uint32_t height = 48;
-    std::vector<std::uint8_t> pixels;  ///< empty for null data
-    std::int64_t size = -1;            ///< -1 for that of `pixels`
+    std::vector<std::uint8_t> pixels;      ///< empty for null data
+    std::uint8_t* sharedPixels = nullptr;  ///< in place of `pixels`; they outlive the buffer
+    std::int64_t size = -1;                ///< -1 for that of `pixels`
     std::uint64_t timeStamp = 0;
     bool isComposite = true;
-    std::function<void()> onRelease = nullptr;  ///< called from inside Release
+    OKM8::MFF::ICompositeBuffer* compositePart = nullptr;  ///< an object of its own; null for the buffer itself
 };
 
 /// A buffer as a host makes it. It is freed by its release, so that the address sanitizer sees every later touch.
-OKM8::MFF::IMultimediaBuffer* MakeBuffer(BufferCounts& counts, const BufferOptions& options);
+OKM8::MFF::IMultimediaBuffer* MakeBuffer(BufferCounts& counts, BufferOptions options);
 
 /// A grey, planar 4:2:0 frame of that size and time.
 OKM8::MFF::IMultimediaBuffer* MakeFrame(BufferCounts& counts, std::uint32_t width, std::uint32_t height,
                                         std::uint64_t timeStamp);
 
-/// Counts OnFrameDone.
+/// Keeps what OnFrameDone was called with.
 class RecordingFrameDone final : public OKM8::MFF::IFrameDoneCallback {
   public:
+    explicit RecordingFrameDone(OnCall hook = nullptr) : onCall(std::move(hook)) {}
     OKM8_OBJECT_DESTRUCTOR_SLOT(RecordingFrameDone)
     void* QueryContract(const char*) override { return nullptr; }
     void* QueryContract(const char*) const override { return nullptr; }
-    void OnFrameDone(OKM8::MFF::IMultimediaBuffer* inputData) override {
-        const allocation_count::WithoutFailure own;
-        buffers.push_back(inputData);
-    }
+    void OnFrameDone(OKM8::MFF::IMultimediaBuffer* inputData) override;
 
+    OnCall onCall;
     std::vector<OKM8::MFF::IMultimediaBuffer*> buffers;
 };
 
