@@ -1,7 +1,6 @@
 #include "tests/soak/channel.h"
 
 #include <array>
-#include <cstring>
 #include <stdexcept>
 #include <string>
 #include <vector>
@@ -42,60 +41,6 @@ void Check(bool isRight, const std::string& what) {
 
 }  // namespace
 
-// Freed by its release, so that the address sanitizer sees every later use.
-class Channel::Buffer final : public OKM8::MFF::ICompositeBuffer {
-  public:
-    enum class Flaw { None, NotComposite, WrongSize, Throwing };
-
-    OKM8_OBJECT_DESTRUCTOR_SLOT(Buffer)
-    Buffer(Channel& owner, std::uint32_t byteCount, Flaw flaw)
-        : owner_(owner), size_(owner_.size_), timeStamp_(owner_.time_), byteCount_(byteCount), flaw_(flaw) {
-        ++owner_.world_.counts.buffersMade;
-        ++owner_.buffersOut_;
-    }
-
-    void* QueryContract(const char* contractName) override {
-        const bool isKnown = std::strcmp(contractName, ContractName::ICompositeBuffer) == 0;
-        return isKnown && flaw_ != Flaw::NotComposite ? static_cast<OKM8::MFF::ICompositeBuffer*>(this) : nullptr;
-    }
-    void* QueryContract(const char* contractName) const override {
-        return const_cast<Buffer*>(this)->QueryContract(contractName);
-    }
-    std::uint64_t GetTimeStamp() override { return timeStamp_; }
-    void Unused1() override {}
-    void Unused2() override {}
-    void Release() override {
-        ++owner_.world_.counts.buffersReleased;
-        --owner_.buffersOut_;
-        delete this;
-    }
-    std::uint8_t* GetData() override {
-        if (flaw_ == Flaw::Throwing) {
-            throw std::runtime_error("the host has failed");
-        }
-        return Picture();
-    }
-    std::uint32_t GetDataSize() override { return flaw_ == Flaw::WrongSize ? byteCount_ + 1 : byteCount_; }
-    std::uint32_t GetWidth() override { return size_.width; }
-    std::uint32_t GetHeight() override { return size_.height; }
-
-  private:
-    Channel& owner_;
-    const Size size_;
-    const std::uint64_t timeStamp_;
-    const std::uint32_t byteCount_;
-    const Flaw flaw_;
-};
-
-struct Channel::FrameDone final : OKM8::MFF::IFrameDoneCallback {
-    OKM8_OBJECT_DESTRUCTOR_SLOT(FrameDone)
-    void* QueryContract(const char*) override { return nullptr; }
-    void* QueryContract(const char*) const override { return nullptr; }
-    void OnFrameDone(OKM8::MFF::IMultimediaBuffer*) override { ++calls; }
-
-    int calls = 0;
-};
-
 struct EngineSide {
     static bool SetPlateRange() { return currentChannel->SetPlateRange(); }
     static int Recognize(const IMG& image, RPLATE* plates) { return currentChannel->Recognize(image, plates); }
@@ -103,13 +48,13 @@ struct EngineSide {
 
 const EngineCalls engineCalls = {EngineSide::SetPlateRange, EngineSide::Recognize};
 
-Channel::Channel(OKM8::Analytics::IModule& module, World& world, std::uint32_t seed)
+Channel::Channel(OKM8::Analytics::IModule& module, OKM8::IContract* peer, World& world, std::uint32_t seed)
     : world_(world),
       random_(seed),
       road_(static_cast<std::uint32_t>(random_())),
       // The host may set values from inside Raise.
-      peer_(world_.counts, static_cast<std::uint32_t>(random_()), [this] { settings_->SetStringValue("id", "17"); }),
-      detector_(module.CreateDetector(nullptr, static_cast<OKM8::Analytics::IDetectorPeer*>(&peer_))),
+      events_(world_.counts, static_cast<std::uint32_t>(random_()), [this] { settings_->SetStringValue("id", "17"); }),
+      detector_(module.CreateDetector(nullptr, peer)),
       receiver_(Query<OKM8::Analytics::IMediaReceiver>(ContractName::IMediaReceiver)),
       singleReceiver_(Query<OKM8::Analytics::IMediaReceiverSingle2>(ContractName::IMediaReceiverSingle2)),
       settings_(Query<OKM8::IAsyncAdjuster>(ContractName::IAsyncAdjuster)),
@@ -125,6 +70,7 @@ Channel::Channel(OKM8::Analytics::IModule& module, World& world, std::uint32_t s
 
 Channel::~Channel() {
     detector_->Destroy();
+    world_.counts.lostBuffers += static_cast<std::uint64_t>(BuffersOut());
 }
 
 template <class Interface>
@@ -147,7 +93,7 @@ void Channel::PlayNight() {
     PlayGoodFrame();
     time_ += 10'000 + Below(longestBreak);
     PlayGoodFrame();
-    Check(buffersOut_ == 0, std::to_string(buffersOut_) + " buffers were not released after the last vehicle");
+    Check(BuffersOut() == 0, std::to_string(BuffersOut()) + " buffers were not released after the last vehicle");
     road_.Open();
 }
 
@@ -189,37 +135,59 @@ void Channel::PlayGoodFrame() {
     // Luminance alone, 4:2:0, 4:2:2.
     static constexpr std::array<std::uint32_t, 3> halvesOfAByte = {2, 3, 4};
     const std::uint32_t byteCount = size_.width * size_.height * halvesOfAByte[Below(3)] / 2;
-    auto* const buffer = new Buffer(*this, byteCount, Buffer::Flaw::None);
+    OKM8::MFF::IMultimediaBuffer* const buffer = MakeBuffer(byteCount);
     time_ += framePeriod;
     ++world_.counts.frames;
     currentChannel = this;
-    peer_.BeginFrame();
-    const std::int32_t result = OnceIn(50) ? PlaySingleFrame(*buffer) : receiver_->Receive(buffer);
-    const bool hasRefused = peer_.EndFrame();
+    events_.BeginFrame();
+    const std::int32_t result = OnceIn(50) ? PlaySingleFrame(buffer) : receiver_->Receive(buffer);
+    const bool hasRefused = events_.EndFrame();
     currentChannel = nullptr;
     Check(!hasWrongSize_, "the engine was given an image of another size than the frame's");
     Check(result == (hasRefused ? Failed : None), "a frame returned " + std::to_string(result));
 }
 
-std::int32_t Channel::PlaySingleFrame(Buffer& buffer) {
+OKM8::MFF::IMultimediaBuffer* Channel::MakeBuffer(std::uint32_t byteCount, bool isComposite) {
+    return recording_host::MakeBuffer(buffers_, {.width = size_.width,
+                                                 .height = size_.height,
+                                                 .pixels = {},
+                                                 .sharedPixels = Picture(),
+                                                 .size = byteCount,
+                                                 .timeStamp = time_,
+                                                 .isComposite = isComposite});
+}
+
+std::int32_t Channel::PlaySingleFrame(OKM8::MFF::IMultimediaBuffer* buffer) {
     const OKM8::FrameArea area = {10, 10, static_cast<std::int32_t>(Below(80)), static_cast<std::int32_t>(Below(80))};
-    FrameDone done;
+    recording_host::RecordingFrameDone done;
     singleReceiver_->SetStringValue("a value of one call", "a text that is longer than what fits in place");
     singleReceiver_->SetDoubleValue("another one", 0.5);
-    const std::int32_t result =
-        singleReceiver_->ReceiveSingle(&buffer, OnceIn(4) ? nullptr : &area, static_cast<OKM8::IContract*>(&done));
-    Check(done.calls == 1, "a single frame was reported as done " + std::to_string(done.calls) + " times");
+    const std::int32_t result = singleReceiver_->ReceiveSingle(buffer, OnceIn(4) ? nullptr : &area, &done);
+    const std::size_t calls = done.buffers.size();
+    Check(calls == 1, "a single frame was reported as done " + std::to_string(calls) + " times");
     return result;
 }
 
 void Channel::PlayBadFrame() {
-    static constexpr std::array<Buffer::Flaw, 3> flaws = {Buffer::Flaw::NotComposite, Buffer::Flaw::WrongSize,
-                                                          Buffer::Flaw::Throwing};
+    const std::uint32_t byteCount = size_.width * size_.height * 3 / 2;
     OKM8::MFF::IMultimediaBuffer* buffer = nullptr;
-    if (const std::uint32_t kind = Below(4); kind < flaws.size()) {
-        buffer = new Buffer(*this, size_.width * size_.height * 3 / 2, flaws[kind]);
+    switch (Below(4)) {
+        case 0:
+            buffer = MakeBuffer(byteCount, false);
+            break;
+        case 1:
+            buffer = MakeBuffer(byteCount + 1);
+            break;
+        case 2:
+            buffer = MakeBuffer(byteCount);
+            buffers_.onCall = recording_host::On(recording_host::Operation::GetData,
+                                                 [] { throw std::runtime_error("the host has failed"); });
+            break;
+        default:
+            break;
     }
     Check(receiver_->Receive(buffer) == Failed, "a frame that cannot be read was not refused");
+    buffers_.onCall = nullptr;
 }
 
 void Channel::ChangeSetting(std::mt19937& chance) {

@@ -28,8 +28,8 @@ extern const EngineCalls engineCalls;
 /// Made and ended on the owner thread; one thread at a time plays.
 class Channel {
   public:
-    /// The module and the world must outlive it.
-    Channel(OKM8::Analytics::IModule& module, World& world, std::uint32_t seed);
+    /// Module, peer and world must outlive it.
+    Channel(OKM8::Analytics::IModule& module, OKM8::IContract* peer, World& world, std::uint32_t seed);
     ~Channel();
     Channel(const Channel&) = delete;
     Channel& operator=(const Channel&) = delete;
@@ -42,13 +42,13 @@ class Channel {
     /// std::runtime_error when the library keeps a buffer.
     void PlayNight();
 
+    /// Frames that the library still has.
+    int BuffersOut() const { return buffers_.made - buffers_.released; }
+
     /// Sets a random setting. Any thread, also while frames are played.
     void ChangeSetting(std::mt19937& chance);
 
   private:
-    class Buffer;
-    struct FrameDone;
-
     friend struct EngineSide;
 
     struct Size {
@@ -64,7 +64,8 @@ class Channel {
     void PlayFrame();
     void PlayGoodFrame();
     void PlayBadFrame();
-    std::int32_t PlaySingleFrame(Buffer& buffer);
+    OKM8::MFF::IMultimediaBuffer* MakeBuffer(std::uint32_t byteCount, bool isComposite = true);
+    std::int32_t PlaySingleFrame(OKM8::MFF::IMultimediaBuffer* buffer);
     bool SetPlateRange();
     int Recognize(const IMG& image, RPLATE* plates);
 
@@ -75,8 +76,8 @@ class Channel {
     int framesOfSize_ = 0;
     bool hasWrongSize_ = false;               // an image that the engine was given
     std::uint64_t time_ = 1'700'000'000'000;  // milliseconds
-    std::atomic<std::uint64_t> buffersOut_ = 0;
-    Peer peer_;
+    recording_host::BufferCounts buffers_;
+    Events events_;
     OKM8::Analytics::IDetector* detector_;
     OKM8::Analytics::IMediaReceiver* receiver_;
     OKM8::Analytics::IMediaReceiverSingle2* singleReceiver_;

@@ -1,13 +1,13 @@
-/// The host's objects. They fail now and then, and keep nothing of an event that is over.
+/// How the host fails now and then, and what it expects of an event.
 #pragma once
 
 #include <atomic>
 #include <cstdint>
 #include <functional>
-#include <memory>
 #include <random>
 
-#include "sdk/host.h"
+#include "sdk/plate_events.h"
+#include "tests/support/recording_host.h"
 
 namespace soak {
 
@@ -16,8 +16,7 @@ struct Counts {
     std::atomic<std::uint64_t> frames = 0;
     std::atomic<std::uint64_t> events = 0;
     std::atomic<std::uint64_t> failedEvents = 0;  ///< the host made them fail
-    std::atomic<std::uint64_t> buffersMade = 0;
-    std::atomic<std::uint64_t> buffersReleased = 0;
+    std::atomic<std::uint64_t> lostBuffers = 0;   ///< of detectors that were destroyed
     std::atomic<std::uint64_t> detectors = 0;
     std::atomic<std::uint64_t> refusedRanges = 0;
     std::atomic<std::uint64_t> kills = 0;
@@ -26,48 +25,50 @@ struct Counts {
 /// What is thrown when it is no standard exception.
 struct OtherException {};
 
-/// The host's object for one detector; owns the objects of all events of the current frame. Frame thread.
-class Peer final : public OKM8::Analytics::IDetectorPeer {
+/// The events of one detector. Frame thread.
+class Events {
   public:
-    OKM8_OBJECT_DESTRUCTOR_SLOT(Peer)
     /// `onRaise` is called from inside Raise.
-    Peer(Counts& counts, std::uint32_t seed, std::function<void()> onRaise);
-    ~Peer();
-    Peer(const Peer&) = delete;
-    Peer& operator=(const Peer&) = delete;
+    Events(Counts& counts, std::uint32_t seed, std::function<void()> onRaise);
 
-    void* QueryContract(const char*) override { return nullptr; }
-    void* QueryContract(const char*) const override { return nullptr; }
-    OKM8::Analytics::IDetectorEventRaiser* CreateEventRaiser(OKM8::Analytics::IDetector* detector,
-                                                             const char* eventName, std::int64_t timeMs,
-                                                             std::int32_t kind) override;
-
-    /// The calling thread's frame is this peer's until EndFrame.
+    /// The calling thread's frame is this detector's until EndFrame.
     void BeginFrame();
-    /// Drops the objects of the frame's events. Returns whether the library was refused one of them, which is an error
-    /// of the frame. Throws std::runtime_error when a raiser was not ended exactly once.
+    /// Returns whether the library was refused an object, which is an error of the frame. Throws std::runtime_error
+    /// when a raiser was not ended exactly once.
     bool EndFrame();
 
-    struct Objects;
+    /// The host's hook. Any thread.
+    static void OnCall(recording_host::HostCall& call);
 
   private:
-    std::unique_ptr<Objects> objects_;
-};
+    enum class Fault {
+        None,
+        NoFactory,
+        NoTargetList,
+        NoRaiser,
+        NoArguments,
+        NoTarget,
+        ThrowingSetter,
+        OtherThrowingSetter,
+        ThrowingRaise,
+        Count
+    };
 
-/// The argument of InitializeModule. Any thread.
-class Host {
-  public:
-    Host();
-    ~Host();
-    Host(const Host&) = delete;
-    Host& operator=(const Host&) = delete;
+    void Meet(recording_host::HostCall& call);
+    void Begin();
+    void EndRaiser();
+    bool HasTrack() const;
 
-    void* Object();
-
-  private:
-    struct Objects;
-
-    std::unique_ptr<Objects> objects_;
+    Counts& counts_;
+    const std::function<void()> onRaise_;
+    std::mt19937 random_;
+    Fault fault_ = Fault::None;  // of the current event
+    int raisers_ = 0;            // not yet ended
+    bool hasRefused_ = false;
+    bool hasLostTrack_ = false;
+    bool hasEndedTwice_ = false;
+    bool hasTargets_ = false;
+    OKM8::Analytics::TrackPointList track_ = {};  // of the current event, valid until it is raised
 };
 
 }  // namespace soak

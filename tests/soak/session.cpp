@@ -1,5 +1,6 @@
 #include "tests/soak/session.h"
 
+#include <algorithm>
 #include <exception>
 #include <functional>
 #include <mutex>
@@ -72,6 +73,8 @@ Session::Session(World& world, const plugin_test::TestFolder& folder, std::uint3
     if (isVerbose) {
         debugLines_.emplace();
     }
+    host_.onCall = Events::OnCall;
+    host_.isRecording = false;
     folder.SetDebugLevel(isVerbose ? "1" : "0");
     Check(plugin_.InitializeModule(host_.Object()) == 0, "the library cannot be initialised");
     module_ = plugin_.GetModule();
@@ -90,7 +93,7 @@ Session::~Session() {
 }
 
 std::unique_ptr<Channel> Session::MakeChannel() {
-    return std::make_unique<Channel>(*module_, world_, static_cast<std::uint32_t>(random_()));
+    return std::make_unique<Channel>(*module_, host_.Peer(), world_, static_cast<std::uint32_t>(random_()));
 }
 
 void Session::PlayRound(int frames, int visits) {
@@ -162,7 +165,10 @@ void Session::ChangeSettings() {
 }
 
 void Session::CheckRest() {
-    Check(world_.counts.buffersReleased == world_.counts.buffersMade, "buffers were not released");
+    host_.FreeUnended();
+    const bool isRest =
+        std::all_of(channels_.begin(), channels_.end(), [](const auto& channel) { return channel->BuffersOut() == 0; });
+    Check(isRest && ownChannel_->BuffersOut() == 0 && world_.counts.lostBuffers == 0, "buffers were not released");
     Check(servers::Running().size() == 1, "several servers run");
     Check(servers::Zombies() == 0, "servers that ended were not waited for");
 }
@@ -170,7 +176,7 @@ void Session::CheckRest() {
 void Session::End() {
     channels_.clear();
     ownChannel_.reset();
-    Check(world_.counts.buffersReleased == world_.counts.buffersMade, "buffers were not released");
+    Check(world_.counts.lostBuffers == 0, "buffers were not released");
     Check(servers::Running().empty(), "a server runs on after the last detector");
     plugin_.FinalizeModule();
     module_ = nullptr;

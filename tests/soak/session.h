@@ -48,7 +48,7 @@ class Session {
     World& world_;
     std::mt19937 random_;
     std::optional<plugin_test::DebugLines> debugLines_;
-    Host host_;
+    recording_host::RecordingHost host_;
     plugin_test::Plugin plugin_;
     OKM8::Analytics::IModule* module_ = nullptr;
     std::vector<std::unique_ptr<Channel>> channels_;  // each played on a thread of its own
