@@ -19,12 +19,11 @@
 #include "sdk/buffer.h"
 #include "sdk/contract_names.h"
 #include "sdk/detector.h"
-#include "sdk/events.h"
-#include "sdk/host.h"
 #include "sdk/module.h"
 #include "sdk/plate_events.h"
 #include "sdk/setting_keys.h"
 #include "tests/support/fake_processes.h"
+#include "tests/support/recording_host.h"
 
 extern "C" OKM8::Analytics::InitializeModuleFunction InitializeModule;
 extern "C" OKM8::Analytics::GetModuleFunction GetModule;
@@ -50,34 +49,44 @@ void Check(bool isRight, const char* otherwise) {
     }
 }
 
-/// Where the library calls out.
-enum class Place : std::uint8_t {
-    Logger,
-    Factory,
-    Enumerator,
-    Target,
-    Raiser,
-    Arguments,
-    BinarySetter,  // a target that takes no raw bytes
-    AttachObject,
-    SetString,
-    SetInteger,
-    SetBinary,
-    Raise,
-    Discard,
-    QueryBuffer,
-    Data,
-    DataSize,
-    Width,
-    Height,
-    TimeStamp,
-    Release,
-    FrameDone,
-    WriteLog,
-    Recognize,
-    PlateRange,
-    Count
-};
+using recording_host::HostCall;
+using recording_host::Operation;
+
+/// Where the library calls out: the host's operations, and these.
+constexpr std::size_t recognizePlace = static_cast<std::size_t>(Operation::Count);
+constexpr std::size_t plateRangePlace = recognizePlace + 1;
+constexpr std::size_t binarySetterPlace = recognizePlace + 2;  // a target that takes no raw bytes
+constexpr std::size_t placeCount = recognizePlace + 3;
+
+constexpr std::size_t PlaceOf(Operation operation) {
+    return static_cast<std::size_t>(operation);
+}
+
+/// Inputs number the places in this order.
+constexpr std::array<std::size_t, 24> places = {PlaceOf(Operation::GetLogger),
+                                                PlaceOf(Operation::GetFactory),
+                                                PlaceOf(Operation::CreateTargetEnumerator),
+                                                PlaceOf(Operation::AddTarget),
+                                                PlaceOf(Operation::CreateEventRaiser),
+                                                PlaceOf(Operation::GetEventArgs),
+                                                binarySetterPlace,
+                                                PlaceOf(Operation::SetObjectValue),
+                                                PlaceOf(Operation::SetStringValue),
+                                                PlaceOf(Operation::SetIntValue),
+                                                PlaceOf(Operation::SetBinaryValue),
+                                                PlaceOf(Operation::Raise),
+                                                PlaceOf(Operation::Discard),
+                                                PlaceOf(Operation::QueryContract),
+                                                PlaceOf(Operation::GetData),
+                                                PlaceOf(Operation::GetDataSize),
+                                                PlaceOf(Operation::GetWidth),
+                                                PlaceOf(Operation::GetHeight),
+                                                PlaceOf(Operation::GetTimeStamp),
+                                                PlaceOf(Operation::Release),
+                                                PlaceOf(Operation::OnFrameDone),
+                                                PlaceOf(Operation::WriteLog),
+                                                recognizePlace,
+                                                plateRangePlace};
 
 enum class Way : std::uint8_t { Works, IsNull, ThrowsStandard, ThrowsNumber, ThrowsMemory };
 
@@ -85,11 +94,11 @@ struct OtherException {};
 
 /// What goes wrong in the host and its engine.
 struct Failures {
-    std::array<Way, static_cast<std::size_t>(Place::Count)> ways = {};
+    std::array<Way, placeCount> ways = {};
 
     /// Throws what is due; returns whether the place works.
-    bool Passes(Place place) const {
-        switch (ways[static_cast<std::size_t>(place)]) {
+    bool Passes(std::size_t place) const {
+        switch (ways[place]) {
             case Way::IsNull:
                 return false;
             case Way::ThrowsStandard:
@@ -107,25 +116,15 @@ struct Failures {
 /// All that an execution counts and knows.
 struct State {
     Failures failures;
-    int buffers = 0;  // made and not yet released
-    int raisers = 0;  // made and not yet raised or discarded
-    int framesDone = 0;
-    IDetector* raising = nullptr;                 // is called from inside Raise
-    std::vector<struct Enumerator*> enumerators;  // of the call in hand
+    int raisers = 0;               // made and not yet raised or discarded
+    int targets = 0;               // of the newest list
+    IDetector* raising = nullptr;  // is called from inside Raise
+    TrackPointList track = {};     // of the event that is being made
     int plateCount = 0;
     std::array<RPLATE, engineRecordCount> plates = {};
 };
 
 State state;
-
-#define FUZZ_OBJECT(Class)                            \
-    OKM8_OBJECT_DESTRUCTOR_SLOT(Class)                \
-    void* QueryContract(const char*) override {       \
-        return nullptr;                               \
-    }                                                 \
-    void* QueryContract(const char*) const override { \
-        return nullptr;                               \
-    }
 
 void Touch(const char* text) {
     [[maybe_unused]] static volatile std::size_t sink;
@@ -133,92 +132,13 @@ void Touch(const char* text) {
     sink = std::strlen(text);
 }
 
-struct BinaryBases : ITargetAdjuster, IBinaryAdjuster {};
-
-template <class Bases>
-struct Values : Bases {
-    void* QueryContract(const char*) override { return nullptr; }
-    void* QueryContract(const char*) const override { return nullptr; }
-    void SetStringValue(const char* name, const char* value) override {
-        Touch(name);
-        Touch(value);
-        state.failures.Passes(Place::SetString);
+void ReadTrack() {
+    const TrackPointList& track = state.track;
+    Check(track.first <= track.last && track.last <= track.storage, "a track that ends before it begins");
+    for (const TrackPoint* point = track.first; point != track.last; ++point) {
+        Check(point->flag == 0, "a point's flag");
     }
-    void SetDoubleValue(const char*, double) override { Fail("a plate has no value of that type"); }
-    void SetIntValue(const char* name, std::int32_t) override {
-        Touch(name);
-        state.failures.Passes(Place::SetInteger);
-    }
-    void SetBoolValue(const char*, bool) override { Fail("a plate has no value of that type"); }
-};
-
-struct PlainTarget final : Values<ITargetAdjuster> {
-    OKM8_OBJECT_DESTRUCTOR_SLOT(PlainTarget)
-};
-
-struct BinaryTarget final : Values<BinaryBases> {
-    OKM8_OBJECT_DESTRUCTOR_SLOT(BinaryTarget)
-    void SetBinaryValue(const char* name, const void* data, std::uint32_t size) override {
-        Touch(name);
-        Check(size == sizeof(TrackPointList), "a track of another size");
-        std::memcpy(&track, data, sizeof track);
-        ReadTrack();
-        state.failures.Passes(Place::SetBinary);
-    }
-
-    void ReadTrack() const {
-        Check(track.first <= track.last && track.last <= track.storage, "a track that ends before it begins");
-        for (const TrackPoint* point = track.first; point != track.last; ++point) {
-            Check(point->flag == 0, "a point's flag");
-        }
-    }
-
-    TrackPointList track = {};
-};
-
-struct Enumerator final : ITargetEnumeratorAdjuster {
-    FUZZ_OBJECT(Enumerator)
-    void Unused1() override {}
-    void Unused2() override {}
-    void Unused3() override {}
-    void Unused4() override {}
-    void Unused5() override {}
-    void Unused6() override {}
-    void Unused7() override {}
-    ITargetAdjuster* AddTarget(std::int32_t) override {
-        Check(!plain && !binary, "two targets in one event");
-        if (!state.failures.Passes(Place::Target)) {
-            return nullptr;
-        }
-        if (state.failures.ways[static_cast<std::size_t>(Place::BinarySetter)] != Way::Works) {
-            plain = std::make_unique<PlainTarget>();
-            return plain.get();
-        }
-        binary = std::make_unique<BinaryTarget>();
-        return binary.get();
-    }
-
-    std::unique_ptr<PlainTarget> plain;
-    std::unique_ptr<BinaryTarget> binary;
-};
-
-struct Arguments final : IEventArgsAdjuster {
-    FUZZ_OBJECT(Arguments)
-    void Unused1() override {}
-    void Unused2() override {}
-    void Unused3() override {}
-    void Unused4() override {}
-    void Unused5() override {}
-    void Unused6() override {}
-    void Unused7() override {}
-    void SetObjectValue(const char* name, IContract* value) override {
-        Touch(name);
-        state.failures.Passes(Place::AttachObject);
-        targets = static_cast<Enumerator*>(value);
-    }
-
-    Enumerator* targets = nullptr;
-};
+}
 
 void CheckCode(std::int32_t code, bool isSetter) {
     Check(code == ErrorCode::None || code == (isSetter ? ErrorCode::RefusedSetting : ErrorCode::Failed),
@@ -240,141 +160,72 @@ void ReadErrorState(IDetector* detector) {
     Touch(errors.GetErrorMessage());
 }
 
-struct Raiser final : IDetectorEventRaiser {
-    FUZZ_OBJECT(Raiser)
-    void Unused1() override {}
-    void Raise() override {
-        if (arguments.targets != nullptr && arguments.targets->binary) {
-            arguments.targets->binary->ReadTrack();
-        }
-        if (state.raising != nullptr) {
-            IAsyncAdjuster& settings = As<IAsyncAdjuster>(state.raising, ContractName::IAsyncAdjuster);
-            CheckCode(settings.SetIntValue("zone_width", 50), true);
-            ReadErrorState(state.raising);
-        }
-        End(Place::Raise);
-    }
-    void Discard() override { End(Place::Discard); }
-    IEventArgsAdjuster* GetEventArgs() override {
-        return state.failures.Passes(Place::Arguments) ? &arguments : nullptr;
-    }
+void CallFromInsideRaise() {
+    IAsyncAdjuster& settings = As<IAsyncAdjuster>(state.raising, ContractName::IAsyncAdjuster);
+    CheckCode(settings.SetIntValue("zone_width", 50), true);
+    ReadErrorState(state.raising);
+}
 
-    void End(Place place) {
-        if (arguments.targets != nullptr) {
-            std::erase(state.enumerators, arguments.targets);
-            delete arguments.targets;
-        }
-        delete this;
-        --state.raisers;
-        state.failures.Passes(place);
+/// Checks what the library says, and lets the call fail where it shall.
+void OnCall(HostCall& call) {
+    if (call.name != nullptr) {
+        Touch(call.name);
     }
-
-    Arguments arguments;
-};
-
-struct Factory final : ITargetEnumeratorFactory {
-    FUZZ_OBJECT(Factory)
-    void Unused1() override {}
-    void Unused2() override {}
-    void Unused3() override {}
-    void Unused4() override {}
-    void Unused5() override {}
-    void Unused6() override {}
-    ITargetEnumeratorAdjuster* CreateTargetEnumerator(std::int64_t) override {
-        if (!state.failures.Passes(Place::Enumerator)) {
-            return nullptr;
-        }
-        return state.enumerators.emplace_back(new Enumerator());
+    switch (call.operation) {
+        case Operation::GetOther:
+            Fail("another service is asked for");
+        case Operation::Unused:
+            Fail("an operation that nobody calls");
+        case Operation::SetDoubleValue:
+        case Operation::SetBoolValue:
+            Fail("a plate has no value of that type");
+        case Operation::WriteLog:
+        case Operation::SetStringValue:
+            Touch(call.text);
+            break;
+        case Operation::CreateTargetEnumerator:
+            state.targets = 0;
+            state.track = {};
+            break;
+        case Operation::AddTarget:
+            Check(state.targets == 0, "two targets in one event");
+            break;
+        case Operation::SetBinaryValue:
+            Check(call.size == sizeof state.track, "a track of another size");
+            std::memcpy(&state.track, call.data, sizeof state.track);
+            ReadTrack();
+            break;
+        case Operation::CreateEventRaiser:
+            Check(call.object != nullptr, "an event of no detector");
+            break;
+        case Operation::Raise:
+            ReadTrack();
+            if (state.raising != nullptr) {
+                CallFromInsideRaise();
+            }
+            --state.raisers;
+            break;
+        case Operation::Discard:
+            --state.raisers;
+            break;
+        case Operation::QueryContract:
+            Check(std::strcmp(call.name, ContractName::ICompositeBuffer) == 0,
+                  "a buffer is asked for another interface");
+            break;
+        case Operation::OnFrameDone:
+            Check(call.object != nullptr, "no frame is done");
+            break;
+        default:
+            break;
     }
-};
+    call.isRefused = !state.failures.Passes(PlaceOf(call.operation));
+    state.raisers += call.operation == Operation::CreateEventRaiser && !call.isRefused ? 1 : 0;
+    state.targets += call.operation == Operation::AddTarget && !call.isRefused ? 1 : 0;
+}
 
-struct Logger final : ILogger {
-    FUZZ_OBJECT(Logger)
-    void Unused1() override {}
-    void Unused2() override {}
-    void WriteLog(std::int32_t, const char* text) override {
-        Touch(text);
-        state.failures.Passes(Place::WriteLog);
-    }
-};
-
-struct Host final : IHost {
-    FUZZ_OBJECT(Host)
-    void* GetInterface(const char* name) override {
-        if (std::strcmp(name, ContractName::ILogger) == 0) {
-            return state.failures.Passes(Place::Logger) ? static_cast<ILogger*>(&logger) : nullptr;
-        }
-        Check(std::strcmp(name, ContractName::ITargetEnumeratorFactory) == 0, "another service is asked for");
-        return state.failures.Passes(Place::Factory) ? static_cast<ITargetEnumeratorFactory*>(&factory) : nullptr;
-    }
-
-    Logger logger;
-    Factory factory;
-};
-
-struct Peer final : IDetectorPeer {
-    FUZZ_OBJECT(Peer)
-    IDetectorEventRaiser* CreateEventRaiser(IDetector* detector, const char* name, std::int64_t,
-                                            std::int32_t) override {
-        Check(detector != nullptr, "an event of no detector");
-        Touch(name);
-        if (!state.failures.Passes(Place::Raiser)) {
-            return nullptr;
-        }
-        ++state.raisers;
-        return new Raiser();
-    }
-};
-
-struct FrameDone final : MFF::IFrameDoneCallback {
-    FUZZ_OBJECT(FrameDone)
-    void OnFrameDone(MFF::IMultimediaBuffer* inputData) override {
-        Check(inputData != nullptr, "no frame is done");
-        ++state.framesDone;
-        state.failures.Passes(Place::FrameDone);
-    }
-};
-
-Host host;
-Peer peer;
-FrameDone frameDone;
-
-/// A frame in heap blocks of their own; its release frees it.
-struct Buffer final : MFF::ICompositeBuffer {
-    Buffer(std::uint32_t frameWidth, std::uint32_t frameHeight, std::uint32_t frameSize, bool hasPixels,
-           std::uint8_t pixel, std::uint64_t frameTime)
-        : width(frameWidth), height(frameHeight), size(frameSize), time(frameTime) {
-        ++state.buffers;
-        if (hasPixels) {
-            pixels = std::make_unique_for_overwrite<std::uint8_t[]>(size);
-            std::memset(pixels.get(), pixel, size);
-        }
-    }
-    OKM8_OBJECT_DESTRUCTOR_SLOT(Buffer)
-    void* QueryContract(const char* name) override {
-        Check(std::strcmp(name, ContractName::ICompositeBuffer) == 0, "a buffer is asked for another interface");
-        return state.failures.Passes(Place::QueryBuffer) ? static_cast<MFF::ICompositeBuffer*>(this) : nullptr;
-    }
-    void* QueryContract(const char* name) const override { return const_cast<Buffer*>(this)->QueryContract(name); }
-    std::uint64_t GetTimeStamp() override { return state.failures.Passes(Place::TimeStamp) ? time : 0; }
-    void Unused1() override {}
-    void Unused2() override {}
-    void Release() override {
-        delete this;
-        --state.buffers;
-        state.failures.Passes(Place::Release);
-    }
-    std::uint8_t* GetData() override { return state.failures.Passes(Place::Data) ? pixels.get() : nullptr; }
-    std::uint32_t GetDataSize() override { return state.failures.Passes(Place::DataSize) ? size : 0; }
-    std::uint32_t GetWidth() override { return state.failures.Passes(Place::Width) ? width : 0; }
-    std::uint32_t GetHeight() override { return state.failures.Passes(Place::Height) ? height : 0; }
-
-    std::uint32_t width;
-    std::uint32_t height;
-    std::uint32_t size;
-    std::uint64_t time;
-    std::unique_ptr<std::uint8_t[]> pixels;
-};
+recording_host::RecordingHost host;
+recording_host::BufferCounts buffers;
+recording_host::RecordingFrameDone frameDone(OnCall);
 
 constexpr std::int32_t lowest = std::numeric_limits<std::int32_t>::min();
 constexpr std::int32_t highest = std::numeric_limits<std::int32_t>::max();
@@ -416,10 +267,7 @@ class Session {
             Call();
             state.raising = nullptr;
             Check(state.raisers == 0, "a raiser is neither raised nor discarded");
-            for (const Enumerator* const unused : state.enumerators) {
-                delete unused;
-            }
-            state.enumerators.clear();
+            host.FreeUnended();
         }
         End();
     }
@@ -462,12 +310,13 @@ class Session {
     }
 
     void TakeFailure() {
-        const auto place = input_.Below(static_cast<unsigned>(Place::Count) + 2);
-        if (place >= static_cast<unsigned>(Place::Count)) {
+        const auto place = input_.Below(static_cast<unsigned>(places.size()) + 2);
+        if (place >= places.size()) {
             state.failures = {};
-            return;
+        } else {
+            state.failures.ways[places[place]] = static_cast<Way>(input_.Below(5));
         }
-        state.failures.ways[place] = static_cast<Way>(input_.Below(5));
+        host.refusals.binarySetter = state.failures.ways[binarySetterPlace] != Way::Works;
     }
 
     void TakePlates() {
@@ -496,7 +345,7 @@ class Session {
                 IModule* const module = GetModule();
                 Check(module != nullptr, "there is no module");
                 Check(module->CreateDetector(nullptr, nullptr) == nullptr, "a detector without a peer");
-                detector = module->CreateDetector(nullptr, &peer);
+                detector = module->CreateDetector(nullptr, host.Peer());
             } catch (const std::exception&) {
             } catch (const OtherException&) {
                 // A detector that cannot be made throws what the host has thrown.
@@ -516,7 +365,7 @@ class Session {
     void RestartModule() {
         if (detectors_ == std::array<IDetector*, 2>{}) {
             FinalizeModule();
-            Check(InitializeModule(&host) == 0, "the module is not initialized");
+            Check(InitializeModule(host.Object()) == 0, "the module is not initialized");
         }
     }
 
@@ -591,7 +440,7 @@ class Session {
     }
 
     /// Any frame. The bytes that it has are as many as it says: a host that lies about that is beyond help.
-    Buffer* TakeFrame() {
+    MFF::IMultimediaBuffer* TakeFrame() {
         const unsigned kind = input_.Byte();
         // Large enough for being handled at half its height. It takes a hundred times as long as the others.
         const bool isHalved = kind % 8 == 0 && mayBeLarge_ && input_.Take<std::uint16_t>() == 0x4b38;
@@ -620,7 +469,14 @@ class Session {
         }
         now_ += 40;
         const std::uint64_t time = kind % 8 == 3 ? input_.AnyOf(times) : now_;
-        return new Buffer(width, height, size, kind / 32 != 7, input_.Byte(), time);
+        return MakeFrame(width, height, std::vector<std::uint8_t>(kind / 32 != 7 ? size : 0, input_.Byte()), size,
+                         time);
+    }
+
+    static MFF::IMultimediaBuffer* MakeFrame(std::uint32_t width, std::uint32_t height,
+                                             std::vector<std::uint8_t> pixels, std::uint32_t size, std::uint64_t time) {
+        return recording_host::MakeBuffer(
+            buffers, {.width = width, .height = height, .pixels = std::move(pixels), .size = size, .timeStamp = time});
     }
 
     void Frame() {
@@ -629,9 +485,9 @@ class Session {
             return;
         }
         const unsigned flags = input_.Byte();
-        state.framesDone = 0;
+        frameDone.buffers.clear();
         state.raising = (flags & 1) != 0 ? detector : nullptr;
-        Buffer* const buffer = (flags & 0xf0) == 0xf0 ? nullptr : TakeFrame();
+        MFF::IMultimediaBuffer* const buffer = (flags & 0xf0) == 0xf0 ? nullptr : TakeFrame();
         if ((flags & 2) == 0) {
             CheckCode(As<IMediaReceiver>(detector, ContractName::IMediaReceiver).Receive(buffer), false);
             return;
@@ -643,13 +499,14 @@ class Session {
         const std::int32_t code =
             single.ReceiveSingle(buffer, (flags & 8) != 0 ? nullptr : &area, isTold ? &frameDone : nullptr);
         CheckCode(code, false);
-        Check(state.framesDone <= 1 && (code != 0 || (state.framesDone != 0) == isTold),
+        Check(frameDone.buffers.size() <= 1 && (code != 0 || frameDone.buffers.empty() != isTold),
               "who is told that a frame is done");
     }
 
     /// A host that works finds detectors that work, and gets everything back.
     void End() {
         state.failures = {};
+        host.refusals.binarySetter = false;
         state.plateCount = 1;
         state.plates = {};
         state.plates[0].text[0] = '7';
@@ -657,23 +514,19 @@ class Session {
             if (detector == nullptr) {
                 continue;
             }
-            state.framesDone = 0;
+            frameDone.buffers.clear();
             auto& single = As<IMediaReceiverSingle2>(detector, ContractName::IMediaReceiverSingle2);
             const std::int32_t code =
-                single.ReceiveSingle(new Buffer(16, 8, 16 * 8 * 3 / 2, true, 128, now_ + 40), nullptr, &frameDone);
-            Check(code == 0 && state.framesDone == 1, "a detector no longer works");
+                single.ReceiveSingle(recording_host::MakeFrame(buffers, 16, 8, now_ + 40), nullptr, &frameDone);
+            Check(code == 0 && frameDone.buffers.size() == 1, "a detector no longer works");
             Check(*As<IErrorInfoProvider>(detector, ContractName::IErrorInfoProvider).GetErrorMessage() == '\0',
                   "an error without a code");
             detector->Destroy();
             detector = nullptr;
         }
-        Check(state.buffers == 0, "a buffer is not released, or twice");
+        Check(buffers.made == buffers.released, "a buffer is not released, or twice");
         Check(state.raisers == 0, "a raiser is neither raised nor discarded");
-        Check(state.enumerators.size() <= 2, "an event for each plate");
-        for (const Enumerator* const unused : state.enumerators) {
-            delete unused;
-        }
-        state.enumerators.clear();
+        Check(host.FreeUnended() == 0, "a target list of no event");
         diagnostics::SetDebugLevel(0);
     }
 
@@ -700,24 +553,27 @@ int Recognize2(YUV420_IMG* unused, IMG* image, tagRECT*, RPLATE* plates, int fla
     static constexpr std::array<RPLATE, engineRecordCount> zeroed = {};
     Check(std::memcmp(plates, zeroed.data(), sizeof zeroed) == 0, "records that are not zeroed");
     std::memcpy(plates, state.plates.data(), sizeof zeroed);
-    state.failures.Passes(Place::Recognize);
+    state.failures.Passes(recognizePlace);
     return state.plateCount;
 }
 
 bool SetPlateRange(int, int) {
-    return state.failures.Passes(Place::PlateRange);
+    return state.failures.Passes(plateRangePlace);
 }
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     static const bool isReady = [] {
         static NoOutput output;
         platform::ExchangeDebugOutputSink(&output);
-        InitializeModule(&host);
+        host.onCall = buffers.onCall = OnCall;
+        host.isRecording = false;
+        InitializeModule(host.Object());
         return true;
     }();
     Check(isReady, "the module is not initialized");
     current = {data, size};
     state = {};
+    buffers.made = buffers.released = 0;
     fake_processes::Reset();
     fuzz::Input input(current);
     Session(input).Run();
