@@ -120,8 +120,10 @@ TEST_F(ReadingService, ListensBeforeThereIsAReader) {
 }
 
 TEST_F(ReadingService, EndsWhenNobodyHasBeenConnectedForItsTime) {
-    RunningService service(With([](Settings& settings) { settings.longestIdle = 300ms; }));
-    EXPECT_THAT(TimeOf([&] { EXPECT_EQ(service.Join(), End::Idle); }),
+    EXPECT_THAT(TimeOf([] {
+                    RunningService service(With([](Settings& settings) { settings.longestIdle = 300ms; }));
+                    EXPECT_EQ(service.Join(), End::Idle);
+                }),
                 testing::AllOf(testing::Ge(290ms), testing::Lt(5s)));
     EXPECT_FALSE(Connection::Open(transport::ServerName()));
 }
@@ -157,8 +159,10 @@ TEST_F(ReadingService, EndsAtOnceWhenItWasToldToBefore) {
 
 TEST_F(ReadingService, EndsWhenAnotherOneKeepsTheName) {
     const auto listener = transport::Listener::Open(transport::ServerName());
-    RunningService service(With([](Settings& settings) { settings.longestWaitForName = 200ms; }));
-    EXPECT_THAT(TimeOf([&] { EXPECT_EQ(service.Join(), End::NameTaken); }),
+    EXPECT_THAT(TimeOf([] {
+                    RunningService service(With([](Settings& settings) { settings.longestWaitForName = 200ms; }));
+                    EXPECT_EQ(service.Join(), End::NameTaken);
+                }),
                 testing::AllOf(testing::Ge(190ms), testing::Lt(5s)));
 }
 
