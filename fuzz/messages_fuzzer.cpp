@@ -2,7 +2,8 @@
 
 #include <algorithm>
 #include <array>
-#include <cstring>
+#include <span>
+#include <string_view>
 
 #include "fuzz/input.h"
 #include "reference/transport/messages.h"
@@ -22,34 +23,40 @@ std::uint32_t NumberAt(Bytes bytes, std::size_t offset) {
 
 // What is decoded must be what its bytes say, told here from the offsets alone.
 void CheckFrame(Bytes bytes, const transport::Frame& frame) {
-    if (bytes.size() != 48 || frame.width != NumberAt(bytes, 16) || frame.height != NumberAt(bytes, 20) ||
-        frame.bringsMemory != ((bytes[24] & 1) != 0) || frame.region.has_value() != ((bytes[24] & 2) != 0)) {
+    const auto edgeAt = [bytes](std::size_t offset) { return static_cast<std::int32_t>(NumberAt(bytes, offset)); };
+    const transport::Region region = {edgeAt(24), edgeAt(28), edgeAt(32), edgeAt(36)};
+    if (bytes.size() != 40 || frame.width != NumberAt(bytes, 16) || frame.height != NumberAt(bytes, 20) ||
+        frame.region != region) {
         Fail(bytes, "another frame");
     }
     if (frame.width < 1 || frame.width > 16384 || frame.height < 1 || frame.height > 16384 ||
         std::uint64_t{frame.width} * frame.height * 3 > (256u << 20)) {
         Fail(bytes, "a frame that is too large");
     }
-    if (frame.region && (frame.region->left < 0 || frame.region->top < 0 || frame.region->left >= frame.region->right ||
-                         frame.region->top >= frame.region->bottom || std::int64_t{frame.region->right} > frame.width ||
-                         std::int64_t{frame.region->bottom} > frame.height)) {
+    if (region != transport::Region() &&
+        (region.left < 0 || region.top < 0 || region.left >= region.right || region.top >= region.bottom ||
+         std::int64_t{region.right} > frame.width || std::int64_t{region.bottom} > frame.height)) {
         Fail(bytes, "a region outside its picture");
     }
 }
 
 void CheckReadings(Bytes bytes, const transport::Readings& readings) {
-    if (readings.readings.size() > 5 || bytes.size() != 24 + readings.readings.size() * 56 ||
-        readings.readings.size() != NumberAt(bytes, 16)) {
+    if (readings.count > 5 || bytes.size() != 24 + 5 * 56 || readings.count != NumberAt(bytes, 16)) {
         Fail(bytes, "another number of readings");
     }
-    for (const transport::Reading& reading : readings.readings) {
-        if (reading.text.empty() || reading.text.size() > 15 ||
-            std::strlen(reading.text.c_str()) != reading.text.size()) {
+    for (const transport::Reading& reading : std::span(readings.readings).first(readings.count)) {
+        const std::string_view text(reading.text, sizeof reading.text);
+        if (text.find('\0') < 1 || text.find('\0') > 15 ||
+            text.find_first_not_of('\0', text.find('\0')) != std::string_view::npos) {
             Fail(bytes, "a text that is none");
         }
         if (!(reading.confidence >= 0 && reading.confidence <= 100)) {
             Fail(bytes, "a confidence beyond its limits");
         }
+    }
+    if (std::ranges::count(bytes.subspan(24 + readings.count * 56), 0) !=
+        static_cast<std::ptrdiff_t>(5 - readings.count) * 56) {
+        Fail(bytes, "something after the last reading");
     }
 }
 
@@ -77,9 +84,9 @@ void CheckDecoding(Bytes bytes) {
 transport::Contents MakeContents(fuzz::Input& input) {
     switch (input.Take<std::uint8_t>() % 7) {
         case 0:
-            return transport::Greeting{input.Take<std::uint32_t>()};
+            return transport::Greeting{.version = input.Take<std::uint32_t>()};
         case 1:
-            return transport::GreetingAnswer{input.Take<std::uint32_t>()};
+            return transport::GreetingAnswer{{.version = input.Take<std::uint32_t>()}};
         case 2:
             return input.Take<transport::Range>();
         case 3:
@@ -88,9 +95,7 @@ transport::Contents MakeContents(fuzz::Input& input) {
             transport::Frame frame;
             frame.width = input.Take<std::uint16_t>();
             frame.height = input.Take<std::uint16_t>();
-            const auto flags = input.Take<std::uint8_t>();
-            frame.bringsMemory = (flags & 1) != 0;
-            if ((flags & 2) != 0) {
+            if (input.OneIn(2)) {
                 frame.region = {input.Take<std::int16_t>(), input.Take<std::int16_t>(), input.Take<std::int16_t>(),
                                 input.Take<std::int16_t>()};
             }
@@ -100,10 +105,10 @@ transport::Contents MakeContents(fuzz::Input& input) {
             return transport::Busy();
         default: {
             transport::Readings readings;
-            readings.readings.resize(input.Take<std::uint8_t>() % 7);
-            for (transport::Reading& reading : readings.readings) {
-                reading.text.resize(input.Take<std::uint8_t>() % 18);
-                std::ranges::generate(reading.text, [&] { return input.Take<char>(); });
+            readings.count = input.Below(7);
+            for (std::size_t index = 0; index < std::min<std::size_t>(readings.count, 5); ++index) {
+                transport::Reading& reading = readings.readings[index];
+                std::generate_n(reading.text, input.Below(17), [&] { return input.Take<char>(); });
                 reading.confidence = input.Take<double>();
                 reading.corners = input.Take<std::array<transport::Corner, 4>>();
             }

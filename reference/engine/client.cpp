@@ -1,6 +1,7 @@
 #include "reference/engine/client.h"
 
 #include <algorithm>
+#include <array>
 #include <cstring>
 #include <thread>
 #include <utility>
@@ -24,8 +25,9 @@ transport::Region InsidePicture(const tagRECT& region, const IMG& image) {
 
 RPLATE RecordOf(const transport::Reading& reading) {
     RPLATE plate = {};
-    std::copy(reading.text.begin(), reading.text.end(), plate.text);
-    SetConfidenceSum(plate, reading.confidence * static_cast<double>(reading.text.size()));
+    const std::size_t length = std::strlen(reading.text);
+    std::copy_n(reading.text, length, plate.text);
+    SetConfidenceSum(plate, reading.confidence * static_cast<double>(length));
     EngineCorner* const corners[] = {&plate.corner1, &plate.corner2, &plate.corner3, &plate.corner4};
     for (std::size_t corner = 0; corner < reading.corners.size(); ++corner) {
         *corners[corner] = {reading.corners[corner].x, reading.corners[corner].y};
@@ -37,13 +39,13 @@ RPLATE RecordOf(const transport::Reading& reading) {
 
 static_assert(transport::mostReadings == engineRecordCount && transport::longestText < sizeof RPLATE::text);
 
-Client::Client(std::string name) : name_(std::move(name)) {}
+Client::Client(std::string nameOfServer) : name(std::move(nameOfServer)) {}
 
 bool Client::SetRange(std::int32_t minimum, std::int32_t maximum) {
     const transport::Deadline start = transport::Clock::now();
     const transport::Deadline deadline = start + longestRange;
-    range_ = transport::Range{minimum, maximum};
-    if (connection_ && GiveRange(deadline)) {
+    range = transport::Range{minimum, maximum};
+    if (connection && GiveRange(deadline)) {
         return true;
     }
     for (;;) {
@@ -65,44 +67,42 @@ int Client::Recognise(const IMG* image, const tagRECT* region, RPLATE* plates) {
     if (!IsReadable(image) || plates == nullptr) {
         return 0;
     }
-    transport::Frame frame = {image->width, image->height, false, std::nullopt};
+    transport::Frame frame = {image->width, image->height, {}};
     if (!transport::IsSound(frame)) {
         return 0;
     }
     if (region != nullptr) {
         frame.region = InsidePicture(*region, *image);
-        if (!transport::IsSound(frame)) {
+        if (frame.region == transport::Region() || !transport::IsSound(frame)) {
             return 0;
         }
     }
     const transport::Deadline now = transport::Clock::now();
-    if (!connection_ && (now < nextFrame_ || Connect(now + longestConnecting) != Attempt::Connected)) {
+    if (!connection && (now < nextFrame || Connect(now + longestConnecting) != Attempt::Connected)) {
         return 0;
     }
     const transport::Deadline deadline = transport::Clock::now() + transport::longestFrame;
-    const bool isNewMemory = PutPicture(*image);
-    frame.bringsMemory = isNewMemory;
-    const auto answer = Ask<transport::Readings>(frame, isNewMemory ? &*memory_ : nullptr, deadline);
+    const auto answer = Ask<transport::Readings>(frame, deadline, PixelsOf(*image));
     if (!answer) {
         return 0;
     }
-    std::transform(answer->readings.begin(), answer->readings.end(), plates, RecordOf);
-    return static_cast<int>(answer->readings.size());
+    std::transform(answer->readings.begin(), answer->readings.begin() + answer->count, plates, RecordOf);
+    return static_cast<int>(answer->count);
 }
 
 // Greets a new server and gives it the range.
 Client::Attempt Client::Connect(transport::Deadline deadline) {
-    isServerBusy_ = false;
+    isServerBusy = false;
     bool isConnected = false;
     try {
-        connection_ = transport::Connection::Open(name_);
-        isConnected = connection_ && Greet(deadline) && (!range_ || GiveRange(deadline));
+        connection = transport::Connection::Open(name);
+        isConnected = connection && Greet(deadline) && (!range || GiveRange(deadline));
     } catch (const std::exception&) {
         // What this process lacks another server would not have.
-        isServerBusy_ = true;
+        isServerBusy = true;
     }
-    if (isServerBusy_) {
-        nextFrame_ = transport::Clock::now() + busyPause;
+    if (isServerBusy) {
+        nextFrame = transport::Clock::now() + busyPause;
         return Attempt::Busy;
     }
     return isConnected ? Attempt::Connected : Attempt::Failed;
@@ -110,68 +110,54 @@ Client::Attempt Client::Connect(transport::Deadline deadline) {
 
 // REQUIRES: a connection.
 bool Client::Greet(transport::Deadline deadline) {
-    const auto greeting = Ask<transport::GreetingAnswer>(transport::Greeting(), nullptr, deadline);
+    const auto greeting = Ask<transport::GreetingAnswer>(transport::Greeting(), deadline);
     if (greeting && greeting->version != transport::protocolVersion) {
-        Disconnect();
-        return false;
+        connection.reset();
     }
-    return greeting.has_value();
+    return connection.has_value();
 }
 
 // REQUIRES: a connection and a range.
 bool Client::GiveRange(transport::Deadline deadline) {
-    return Ask<transport::RangeTaken>(*range_, nullptr, deadline).has_value();
+    return Ask<transport::RangeTaken>(*range, deadline).has_value();
 }
 
-// Copies the rows into memory that the server sees; true when it is memory that the server does not have yet.
-bool Client::PutPicture(const IMG& image) {
+std::span<const std::uint8_t> Client::PixelsOf(const IMG& image) {
     const std::size_t row = std::size_t{image.width} * transport::bytesPerPixel;
-    const auto size = static_cast<std::size_t>(transport::PictureBytes(image.width, image.height));
-    const bool isNew = !memory_ || memory_->Bytes().size() < size;
-    if (isNew) {
-        memory_.reset();
-        memory_.emplace(size);
+    if (image.rowStride == row) {
+        return {image.pixels, row * image.height};
     }
-    std::uint8_t* to = memory_->Bytes().data();
-    const std::uint8_t* from = image.pixels;
-    for (std::uint32_t y = 0; y < image.height; ++y) {
-        std::memcpy(to + y * row, from + std::size_t{y} * image.rowStride, row);
+    rows.resize(row * image.height);
+    for (std::size_t y = 0; y < image.height; ++y) {
+        std::copy_n(image.pixels + y * image.rowStride, row, rows.begin() + static_cast<std::ptrdiff_t>(y * row));
     }
-    return isNew;
+    return rows;
 }
 
 // Without the one right answer in time the connection ends. REQUIRES: a connection.
 template <class Answer>
-std::optional<Answer> Client::Ask(const transport::Contents& question, const transport::SharedMemory* handedOver,
-                                  transport::Deadline deadline) {
-    const std::uint64_t number = ++requests_;
-    std::optional<transport::PeerMemory> nobodysMemory;
-    try {
-        const bool isAsked = connection_->Send(transport::Encode({number, question}), handedOver, deadline);
-        // A busy server may have gone by now, but not without a word.
-        if (connection_->Receive(received_, transport::largestMessageBytes, nobodysMemory, 0, deadline)) {
-            std::optional<transport::Message> message = transport::Decode(received_);
-            if (message && !nobodysMemory) {
-                auto* const answer = std::get_if<Answer>(&message->contents);
-                if (isAsked && answer != nullptr && message->number == number) {
-                    return std::move(*answer);
-                }
-                isServerBusy_ = std::holds_alternative<transport::Greeting>(question) && message->number == 0 &&
-                                std::holds_alternative<transport::Busy>(message->contents);
-            }
-        }
-    } catch (...) {
-        // The server may know nothing of the memory that it was to be handed.
-        Disconnect();
-        throw;
+std::optional<Answer> Client::Ask(const transport::Contents& question, transport::Deadline deadline,
+                                  std::span<const std::uint8_t> pixels) {
+    const std::uint64_t number = ++requests;
+    transport::Connection asked = std::move(*connection);
+    connection.reset();
+    const bool isAsked =
+        asked.Send(transport::Encode({number, question}), deadline) && (pixels.empty() || asked.Send(pixels, deadline));
+    // A busy server may have gone by now, but not without a word.
+    std::array<std::uint8_t, transport::largestMessageBytes> received;
+    const std::size_t size = asked.Receive(received, deadline);
+    const std::optional<transport::Message> message = transport::Decode(std::span(received).first(size));
+    if (!message) {
+        return std::nullopt;
     }
-    Disconnect();
+    const auto* const answer = std::get_if<Answer>(&message->contents);
+    if (isAsked && answer != nullptr && message->number == number) {
+        connection = std::move(asked);
+        return *answer;
+    }
+    isServerBusy = std::holds_alternative<transport::Greeting>(question) && message->number == 0 &&
+                   std::holds_alternative<transport::Busy>(message->contents);
     return std::nullopt;
-}
-
-void Client::Disconnect() {
-    memory_.reset();
-    connection_.reset();
 }
 
 }  // namespace engine_client

@@ -4,6 +4,7 @@
 #include <chrono>
 #include <cstdint>
 #include <optional>
+#include <span>
 #include <string>
 #include <vector>
 
@@ -31,14 +32,14 @@ inline constexpr std::chrono::milliseconds busyPause{50};
 /// so an answer that comes too late is never taken for that of a later request. One thread at a time.
 class Client {
   public:
-    explicit Client(std::string name = transport::ServerName());
+    explicit Client(std::string nameOfServer = transport::ServerName());
 
     /// True when the server has taken the range, within longestRange, and when it is no fault of the server's that it
     /// has not: when it says that it is busy, or this process has no descriptor or memory for a connection. The range
     /// holds for this client's frames, and is given to every server that it connects to later. Throws std::exception.
     bool SetRange(std::int32_t minimum, std::int32_t maximum);
 
-    /// Writes what is read in the image and answers its number; 0 for whatever reason there is nothing. `image` and
+    /// Writes what is read in the image and returns its number; 0 for whatever reason there is nothing. `image` and
     /// `plates` may be null, and `plates` has room for engineRecordCount. Throws std::exception.
     int Recognise(const IMG* image, const tagRECT* region, RPLATE* plates);
 
@@ -48,20 +49,18 @@ class Client {
     Attempt Connect(transport::Deadline deadline);
     bool Greet(transport::Deadline deadline);
     bool GiveRange(transport::Deadline deadline);
-    bool PutPicture(const IMG& image);
+    std::span<const std::uint8_t> PixelsOf(const IMG& image);
     template <class Answer>
-    std::optional<Answer> Ask(const transport::Contents& question, const transport::SharedMemory* handedOver,
-                              transport::Deadline deadline);
-    void Disconnect();
+    std::optional<Answer> Ask(const transport::Contents& question, transport::Deadline deadline,
+                              std::span<const std::uint8_t> pixels = {});
 
-    const std::string name_;
-    std::optional<transport::Range> range_;
-    std::optional<transport::Connection> connection_;
-    std::optional<transport::SharedMemory> memory_;  // only with a connection, whose server has it
-    std::vector<std::uint8_t> received_;
-    std::uint64_t requests_ = 0;
-    bool isServerBusy_ = false;      // it has said so in place of the last answer
-    transport::Deadline nextFrame_;  // frames make no attempt to connect before
+    const std::string name;
+    std::optional<transport::Range> range;
+    std::optional<transport::Connection> connection;
+    std::vector<std::uint8_t> rows;  // of a picture that has gaps between its own
+    std::uint64_t requests = 0;
+    bool isServerBusy = false;      // it has said so in place of the last answer
+    transport::Deadline nextFrame;  // frames make no attempt to connect before
 };
 
 }  // namespace engine_client

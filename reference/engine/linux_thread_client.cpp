@@ -8,7 +8,7 @@ namespace engine_client {
 
 namespace {
 
-// Outlives the client of its thread, so that a call from what ends behind it finds none.
+// Outlives the client of its thread, so that a call from what ends after it finds none.
 thread_local bool clientHasEnded = false;
 
 struct ThreadClient {
@@ -24,8 +24,8 @@ Client* ClientOfThread() {
         return nullptr;
     }
     static thread_local ThreadClient own;
-    // A child that the host forks has the connection and the memory of its parent, and each would be given what the
-    // other has asked for.
+    // A child that the host forks has the connection of its parent, and each would be given what the other has asked
+    // for.
     if (const pid_t process = ::getpid(); own.process != process) {
         own.client.emplace();
         own.process = process;

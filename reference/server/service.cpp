@@ -98,7 +98,7 @@ End Service::Listen(ReaderPool& readers) {
         std::optional<transport::Connection> connection = listener_->Accept(deadline, BusyMessage());
         if (connection && !StartClient(*connection, readers)) {
             // A new connection has room for the message, so that nobody is waited for.
-            connection->Send(BusyMessage(), nullptr, transport::Clock::now());
+            connection->Send(BusyMessage(), transport::Clock::now());
         }
     }
 }

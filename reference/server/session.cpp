@@ -1,6 +1,7 @@
 #include "reference/server/session.h"
 
 #include <algorithm>
+#include <array>
 #include <cmath>
 #include <exception>
 #include <utility>
@@ -15,7 +16,8 @@ namespace {
 
 transport::Reading AsSent(const plate_reading::Reading& reading) {
     transport::Reading sent;
-    sent.text = reading.text;
+    // One that is too long has no NUL, and is not sound.
+    reading.text.copy(sent.text, sizeof sent.text);
     sent.confidence = std::isnan(reading.confidence) ? 0.0 : std::clamp(reading.confidence, 0.0, 100.0);
     for (std::size_t corner = 0; corner < sent.corners.size(); ++corner) {
         sent.corners[corner] = {reading.corners[corner].x, reading.corners[corner].y};
@@ -27,12 +29,12 @@ transport::Reading AsSent(const plate_reading::Reading& reading) {
 transport::Readings AsSent(const std::vector<plate_reading::Reading>& readings) {
     transport::Readings sent;
     for (const plate_reading::Reading& reading : readings) {
-        if (sent.readings.size() == transport::mostReadings) {
+        if (sent.count == transport::mostReadings) {
             break;
         }
-        transport::Readings one = {{AsSent(reading)}};
-        if (transport::IsSound(one)) {
-            sent.readings.push_back(std::move(one.readings.front()));
+        const transport::Reading one = AsSent(reading);
+        if (transport::IsSound(transport::Readings{1, 0, {one}})) {
+            sent.readings[sent.count++] = one;
         } else {
             Complain("a reading of " + std::to_string(reading.text.size()) + " characters cannot be sent");
         }
@@ -44,14 +46,14 @@ class Session {
   public:
     Session(transport::Connection& peer, ReaderPool& pool, int confirmations,
             std::atomic<transport::Deadline>& requestTime)
-        : connection_(peer), readers_(pool), stream_(confirmations), lastRequest_(requestTime) {}
+        : connection(peer), readers(pool), stream(confirmations), lastRequest(requestTime) {}
 
     void Serve() {
         if (!Greet()) {
             return;
         }
         while (const std::optional<transport::Message> request = Next(transport::noDeadline)) {
-            lastRequest_ = transport::Clock::now();
+            lastRequest = transport::Clock::now();
             const std::optional<transport::Contents> answer =
                 std::visit([this](const auto& contents) { return Answer(contents); }, request->contents);
             if (!answer || !Send({request->number, *answer})) {
@@ -69,55 +71,40 @@ class Session {
     }
 
     std::optional<transport::Message> Next(transport::Deadline deadline) {
-        std::optional<transport::PeerMemory> brought;
-        if (!connection_.Receive(received_, transport::largestMessageBytes, brought, transport::largestPictureBytes,
-                                 deadline)) {
-            return std::nullopt;
-        }
-        std::optional<transport::Message> message = transport::Decode(received_);
-        if (!message) {
-            return std::nullopt;
-        }
-        const auto* const frame = std::get_if<transport::Frame>(&message->contents);
-        if (brought.has_value() != (frame != nullptr && frame->bringsMemory)) {
-            return std::nullopt;
-        }
-        if (brought) {
-            memory_ = std::move(brought);
-        }
-        return message;
+        std::array<std::uint8_t, transport::largestMessageBytes> received;
+        return transport::Decode(std::span(received).first(connection.Receive(received, deadline)));
     }
 
     bool Send(const transport::Message& message) {
-        return connection_.Send(transport::Encode(message), nullptr, transport::Clock::now() + longestAnswering);
+        return connection.Send(transport::Encode(message), transport::Clock::now() + longestAnswering);
     }
 
     std::optional<transport::Contents> Answer(const transport::Range& range) {
-        widths_ = plate_reading::WidthRange{range.minimum, range.maximum};
+        widths = plate_reading::WidthRange{range.minimum, range.maximum};
         return transport::RangeTaken();
     }
 
     std::optional<transport::Contents> Answer(const transport::Frame& frame) {
-        const std::uint64_t size = transport::PictureBytes(frame.width, frame.height);
-        if (!memory_ || memory_->Bytes().size() < size) {
+        // After the deadline nobody waits for the answer any more.
+        const transport::Deadline deadline = transport::Clock::now() + transport::longestFrame;
+        if (!connection.ReceiveAll(pixels, transport::PictureBytes(frame.width, frame.height), deadline)) {
             return std::nullopt;
         }
-        // Behind the deadline nobody waits for the answer any more.
-        const std::optional<ReaderPool::Loan> loan = readers_.Take(transport::Clock::now() + transport::longestFrame);
-        if (!loan || !connection_.PeerIsThere()) {
+        const std::optional<ReaderPool::Loan> loan = readers.Take(deadline);
+        if (!loan || !connection.PeerIsThere()) {
             return transport::Readings();
         }
         plate_reading::Picture picture;
-        picture.pixels = memory_->Bytes().data();
+        picture.pixels = pixels.data();
         picture.width = static_cast<int>(frame.width);
         picture.height = static_cast<int>(frame.height);
         picture.stride = std::size_t{frame.width} * transport::bytesPerPixel;
         std::optional<plate_reading::Region> region;
-        if (frame.region) {
-            region = {frame.region->left, frame.region->top, frame.region->right, frame.region->bottom};
+        if (frame.region != transport::Region()) {
+            region = {frame.region.left, frame.region.top, frame.region.right, frame.region.bottom};
         }
         try {
-            return AsSent(stream_.Follow(picture, region, loan->Reader().Read(picture, region, widths_)));
+            return AsSent(stream.Follow(picture, region, loan->Reader().Read(picture, region, widths)));
         } catch (const std::exception& error) {
             Complain(std::string("a frame cannot be read: ") + error.what());
         } catch (...) {
@@ -132,13 +119,12 @@ class Session {
         return std::nullopt;
     }
 
-    transport::Connection& connection_;
-    ReaderPool& readers_;
-    plate_reading::ReadingStream stream_;  // a thread of the host's handles one camera at a time
-    std::atomic<transport::Deadline>& lastRequest_;
-    std::optional<transport::PeerMemory> memory_;
-    std::optional<plate_reading::WidthRange> widths_;
-    std::vector<std::uint8_t> received_;
+    transport::Connection& connection;
+    ReaderPool& readers;
+    plate_reading::ReadingStream stream;  // a thread of the host's handles one camera at a time
+    std::atomic<transport::Deadline>& lastRequest;
+    std::optional<plate_reading::WidthRange> widths;
+    std::vector<std::uint8_t> pixels;  // of the largest frame so far, at least
 };
 
 }  // namespace

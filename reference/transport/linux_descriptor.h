@@ -9,17 +9,17 @@ namespace transport {
 
 class Owned {
   public:
-    explicit Owned(int opened = -1) : descriptor(opened) {}
-    Owned(Owned&& other) noexcept : descriptor(other.Take()) {}
+    explicit Owned(int opened = -1) : descriptor_(opened) {}
+    Owned(Owned&& other) noexcept : descriptor_(other.Take()) {}
     Owned& operator=(Owned&& other) noexcept {
-        std::swap(descriptor, other.descriptor);
+        std::swap(descriptor_, other.descriptor_);
         return *this;
     }
     ~Owned() { Close(); }
 
-    bool IsOpen() const { return descriptor >= 0; }
-    int Get() const { return descriptor; }
-    int Take() { return std::exchange(descriptor, -1); }
+    bool IsOpen() const { return descriptor_ >= 0; }
+    int Get() const { return descriptor_; }
+    int Take() { return std::exchange(descriptor_, -1); }
     void Close() {
         if (IsOpen()) {
             ::close(Take());
@@ -27,7 +27,7 @@ class Owned {
     }
 
   private:
-    int descriptor;
+    int descriptor_;
 };
 
 }  // namespace transport

@@ -177,8 +177,8 @@ std::optional<SocketAddress> SocketAddress::Of(int folder, const std::string& na
     }
     const std::string path = "/proc/self/fd/" + std::to_string(folder) + '/' + name;
     SocketAddress made;
-    made.address.sun_family = AF_UNIX;
-    std::copy(path.begin(), path.end(), made.address.sun_path);
+    made.address_.sun_family = AF_UNIX;
+    std::copy(path.begin(), path.end(), made.address_.sun_path);
     return made;
 }
 

@@ -35,11 +35,11 @@ class SocketAddress {
     /// Nothing for what is no name of a socket. However long the folder's own path is, the address has room for it.
     static std::optional<SocketAddress> Of(int folder, const std::string& name);
 
-    const sockaddr* Get() const { return reinterpret_cast<const sockaddr*>(&address); }
-    socklen_t Size() const { return sizeof address; }
+    const sockaddr* Get() const { return reinterpret_cast<const sockaddr*>(&address_); }
+    socklen_t Size() const { return sizeof address_; }
 
   private:
-    sockaddr_un address = {};
+    sockaddr_un address_ = {};
 };
 
 }  // namespace transport

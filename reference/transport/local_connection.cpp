@@ -1,21 +1,25 @@
-// What is the same on every system: the server's name, and who holds memory and connections.
+// What is the same on every system.
 
 #include "reference/transport/local_connection.h"
 
 #include <algorithm>
+#include <climits>
 #include <cstdlib>
 #include <cstring>
-#include <utility>
 
 namespace transport {
 
-namespace {
-
-constexpr std::size_t longestSuffix = 64;
-
-}  // namespace
+int MillisecondsUntil(Deadline deadline) {
+    if (deadline == noDeadline) {
+        return -1;
+    }
+    const Deadline now = Clock::now();
+    const auto left = std::chrono::ceil<std::chrono::milliseconds>(std::max(deadline, now) - now).count();
+    return static_cast<int>(std::min<std::int64_t>(left, INT_MAX));
+}
 
 std::string ServerName() {
+    constexpr std::size_t longestSuffix = 64;
     std::string name = "reading";
     const char* const suffix = std::getenv("VEXLANE_READING_SOCKET");
     if (suffix != nullptr && *suffix != '\0') {
@@ -28,39 +32,20 @@ std::string ServerName() {
     return name;
 }
 
-SharedMemory::SharedMemory(SharedMemory&& other) noexcept
-    : data(std::exchange(other.data, nullptr)),
-      size(std::exchange(other.size, 0)),
-      handle(std::exchange(other.handle, -1)) {}
-
-SharedMemory& SharedMemory::operator=(SharedMemory&& other) noexcept {
-    std::swap(data, other.data);
-    std::swap(size, other.size);
-    std::swap(handle, other.handle);
-    return *this;
-}
-
-PeerMemory::PeerMemory(PeerMemory&& other) noexcept
-    : data(std::exchange(other.data, nullptr)), size(std::exchange(other.size, 0)) {}
-
-PeerMemory& PeerMemory::operator=(PeerMemory&& other) noexcept {
-    std::swap(data, other.data);
-    std::swap(size, other.size);
-    return *this;
-}
-
-Connection::Connection(Connection&& other) noexcept : handle(std::exchange(other.handle, -1)) {}
-
-Connection& Connection::operator=(Connection&& other) noexcept {
-    std::swap(handle, other.handle);
-    return *this;
-}
-
-Listener::Listener(Listener&& other) noexcept : handle(std::exchange(other.handle, -1)) {}
-
-Listener& Listener::operator=(Listener&& other) noexcept {
-    std::swap(handle, other.handle);
-    return *this;
+bool Connection::ReceiveAll(std::vector<std::uint8_t>& bytes, std::size_t size, Deadline deadline) {
+    std::size_t received = 0;
+    do {
+        const std::size_t room = std::min(size - received, largestPiece);
+        if (bytes.size() < received + room) {
+            bytes.resize(std::min(size, std::max(2 * received, received + room)));
+        }
+        const std::size_t piece = Receive(std::span(bytes).subspan(received, room), deadline);
+        if (piece == 0) {
+            return false;
+        }
+        received += piece;
+    } while (received < size && Clock::now() < deadline);
+    return received == size;
 }
 
 }  // namespace transport

@@ -1,4 +1,4 @@
-/// A connection between processes of one user on one machine. It carries whole messages in their order, and memory.
+/// A connection between processes of one user on one machine. It carries pieces of bytes, whole and in their order.
 ///
 /// Every wait ends at its deadline. Nothing here is inherited by a program that this process starts, and no signal is
 /// raised by a peer that has gone.
@@ -7,9 +7,11 @@
 #include <chrono>
 #include <cstddef>
 #include <cstdint>
+#include <memory>
 #include <optional>
 #include <span>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace transport {
@@ -19,51 +21,16 @@ using Deadline = Clock::time_point;
 
 inline constexpr Deadline noDeadline = Deadline::max();
 
-/// What the system's body keeps for a connection, a listener or memory; negative is none.
-using Handle = std::intptr_t;
+/// What waits of the system take: rounded up, -1 for noDeadline.
+int MillisecondsUntil(Deadline deadline);
 
 /// The name under which this user's recognition server listens; those of other users have names of their own, whatever
 /// they are called. The environment variable VEXLANE_READING_SOCKET sets servers and clients apart from those with
 /// another value: its first 64 characters become part of the name, with _ for / and \.
 std::string ServerName();
 
-/// Memory of this process that a peer can be handed. It has no name, lives as long as somebody has it mapped, and keeps
-/// its size. One thread at a time.
-class SharedMemory {
-  public:
-    /// Throws std::system_error. REQUIRES: size > 0.
-    explicit SharedMemory(std::size_t size);
-    SharedMemory(SharedMemory&& other) noexcept;
-    SharedMemory& operator=(SharedMemory&& other) noexcept;
-    ~SharedMemory();
-
-    std::span<std::uint8_t> Bytes() const { return {data, size}; }
-
-  private:
-    friend class Connection;
-
-    std::uint8_t* data = nullptr;
-    std::size_t size = 0;
-    Handle handle = -1;
-};
-
-/// Memory that a peer has handed over, for reading. The peer can change what it holds, not its size. One thread at a
-/// time.
-class PeerMemory {
-  public:
-    PeerMemory(PeerMemory&& other) noexcept;
-    PeerMemory& operator=(PeerMemory&& other) noexcept;
-    ~PeerMemory();
-
-    std::span<const std::uint8_t> Bytes() const { return {data, size}; }
-
-  private:
-    friend class Connection;
-    PeerMemory(const std::uint8_t* mapped, std::size_t mappedSize) : data(mapped), size(mappedSize) {}
-
-    const std::uint8_t* data = nullptr;
-    std::size_t size = 0;
-};
+/// No piece is longer.
+inline constexpr std::size_t largestPiece = 1 << 20;
 
 /// One side of a connection. One thread at a time, but for Shutdown.
 class Connection {
@@ -72,19 +39,19 @@ class Connection {
     /// user's. Does not wait. Throws std::system_error when this process lacks what a connection takes.
     static std::optional<Connection> Open(const std::string& name);
 
-    Connection(Connection&& other) noexcept;
-    Connection& operator=(Connection&& other) noexcept;
-    ~Connection();
+    Connection(Connection&&) noexcept = default;
+    Connection& operator=(Connection&&) noexcept = default;
 
-    /// False when the peer has gone, or does not take the message in time. `memory` stays until the peer has received
-    /// the message, since on Windows it is the peer who fetches it.
-    bool Send(std::span<const std::uint8_t> message, const SharedMemory* memory, Deadline deadline);
+    /// Up to 64 KiB are one piece, more are several. False when the peer has gone, or does not take all of it in time.
+    bool Send(std::span<const std::uint8_t> bytes, Deadline deadline);
 
-    /// Waits for a message of at most `longest` bytes, and the memory that came with it. False when the peer has gone,
-    /// when there is none in time, and when what came is longer or brought anything but one piece of memory of at most
-    /// `mostMemory` bytes, whose size cannot change any more. Nothing of what was refused stays open.
-    bool Receive(std::vector<std::uint8_t>& message, std::size_t longest, std::optional<PeerMemory>& memory,
-                 std::uint64_t mostMemory, Deadline deadline);
+    /// Waits for a piece and returns its size. 0 when the peer has gone, when there is none in time, and when it is
+    /// empty or longer than there is room for.
+    std::size_t Receive(std::span<std::uint8_t> room, Deadline deadline);
+
+    /// Receives pieces of `size` bytes together into the beginning of `bytes`, which grows as they come and never
+    /// shrinks. False as for Receive. Throws std::bad_alloc. REQUIRES: size > 0.
+    bool ReceiveAll(std::vector<std::uint8_t>& bytes, std::size_t size, Deadline deadline);
 
     /// Whether the peer has its side still open.
     bool PeerIsThere() const;
@@ -94,9 +61,10 @@ class Connection {
 
   private:
     friend class Listener;
-    explicit Connection(Handle opened) : handle(opened) {}
+    struct System;
+    explicit Connection(std::shared_ptr<System> system) : system_(std::move(system)) {}
 
-    Handle handle = -1;
+    std::shared_ptr<System> system_;  // of one owner
 };
 
 /// Waits for connections. One thread at a time, but for Shutdown.
@@ -106,9 +74,8 @@ class Listener {
     /// Throws std::system_error.
     static std::optional<Listener> Open(const std::string& name);
 
-    Listener(Listener&& other) noexcept;
-    Listener& operator=(Listener&& other) noexcept;
-    ~Listener();
+    Listener(Listener&&) noexcept = default;
+    Listener& operator=(Listener&&) noexcept = default;
 
     /// The next connection of a process of this user; those of others are closed. Nothing at the deadline, and after
     /// Shutdown. A client for which this process has no descriptor left is sent `refusal` and closed.
@@ -118,9 +85,10 @@ class Listener {
     void Shutdown();
 
   private:
-    explicit Listener(Handle opened) : handle(opened) {}
+    struct System;
+    explicit Listener(std::shared_ptr<System> system) : system_(std::move(system)) {}
 
-    Handle handle = -1;
+    std::shared_ptr<System> system_;  // of one owner
 };
 
 }  // namespace transport

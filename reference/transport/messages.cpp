@@ -5,286 +5,90 @@
 #include <cstring>
 #include <stdexcept>
 #include <type_traits>
+#include <utility>
 
 namespace transport {
 
 namespace {
 
-constexpr std::size_t headerBytes = 16;
-constexpr std::size_t sizeOffset = 4;
-constexpr std::size_t textBytes = longestText + 1;
-constexpr std::array<std::uint8_t, 8> mark = {'V', 'X', 'L', '-', 'R', 'E', 'A', 'D'};
-
-constexpr std::uint32_t bringsMemoryFlag = 1;
-constexpr std::uint32_t hasRegionFlag = 2;
-
-enum class Kind : std::uint32_t {
-    Greeting = 1,
-    GreetingAnswer = 2,
-    Range = 3,
-    RangeTaken = 4,
-    Frame = 5,
-    Readings = 6,
-    Busy = 7,
+struct Header {
+    std::uint32_t kind = 0;
+    std::uint32_t size = 0;
+    std::uint64_t number = 0;
 };
 
-// Writing
+static_assert(std::endian::native == std::endian::little);
+static_assert(sizeof(Header) == 16 && sizeof(Greeting) == 16 && sizeof(GreetingAnswer) == 16 && sizeof(Range) == 8 &&
+              sizeof(Frame) == 24 && sizeof(Reading) == 56 && sizeof(Readings) == 8 + mostReadings * 56);
 
-class Writer {
-  public:
-    void U32(std::uint32_t value) { Number(value); }
-    void I32(std::int32_t value) { Number(static_cast<std::uint32_t>(value)); }
-    void U64(std::uint64_t value) { Number(value); }
-    void F64(double value) { Number(std::bit_cast<std::uint64_t>(value)); }
-    void Bytes(std::span<const std::uint8_t> values) { bytes.insert(bytes.end(), values.begin(), values.end()); }
-    void Text(const std::string& text) {
-        bytes.insert(bytes.end(), text.begin(), text.end());
-        bytes.insert(bytes.end(), textBytes - text.size(), 0);
+// An empty structure has a byte of its own in memory, and none in a message.
+template <class Kind>
+constexpr std::size_t bytesOf = std::is_empty_v<Kind> ? 0 : sizeof(Kind);
+
+template <std::size_t index>
+bool ReadAs(std::span<const std::uint8_t> bytes, Contents& contents) {
+    using Kind = std::variant_alternative_t<index, Contents>;
+    static_assert(std::is_trivially_copyable_v<Kind>);
+    if (bytes.size() != bytesOf<Kind>) {
+        return false;
     }
-
-    std::vector<std::uint8_t> bytes;
-
-  private:
-    template <class Unsigned>
-    void Number(Unsigned value) {
-        for (std::size_t byte = 0; byte < sizeof value; ++byte) {
-            bytes.push_back(static_cast<std::uint8_t>(value >> (8 * byte)));
-        }
-    }
-};
-
-void WriteGreeting(Writer& writer, std::uint32_t version) {
-    writer.Bytes(mark);
-    writer.U32(version);
-    writer.U32(0);
+    std::memcpy(&contents.emplace<index>(), bytes.data(), bytesOf<Kind>);
+    return true;
 }
 
-void Write(Writer& writer, const Greeting& greeting) {
-    WriteGreeting(writer, greeting.version);
+template <std::size_t... indexes>
+bool Read(std::uint32_t kind, std::span<const std::uint8_t> bytes, Contents& contents,
+          std::index_sequence<indexes...>) {
+    return ((kind == indexes + 1 && ReadAs<indexes>(bytes, contents)) || ...);
 }
 
-void Write(Writer& writer, const GreetingAnswer& greeting) {
-    WriteGreeting(writer, greeting.version);
+bool IsSoundGreeting(const Greeting& greeting) {
+    return greeting.mark == Greeting().mark && greeting.zero == 0;
 }
 
-void Write(Writer& writer, const Range& range) {
-    writer.I32(range.minimum);
-    writer.I32(range.maximum);
+bool IsInside(const Region& region, const Frame& frame) {
+    return 0 <= region.left && region.left < region.right && region.right <= std::int64_t{frame.width} &&
+           0 <= region.top && region.top < region.bottom && region.bottom <= std::int64_t{frame.height};
 }
 
-void Write(Writer&, const RangeTaken&) {}
-
-void Write(Writer& writer, const Frame& frame) {
-    writer.U32(frame.width);
-    writer.U32(frame.height);
-    writer.U32((frame.bringsMemory ? bringsMemoryFlag : 0) | (frame.region ? hasRegionFlag : 0));
-    writer.U32(0);
-    const Region region = frame.region.value_or(Region());
-    writer.I32(region.left);
-    writer.I32(region.top);
-    writer.I32(region.right);
-    writer.I32(region.bottom);
-}
-
-void Write(Writer& writer, const Readings& readings) {
-    writer.U32(static_cast<std::uint32_t>(readings.readings.size()));
-    writer.U32(0);
-    for (const Reading& reading : readings.readings) {
-        writer.Text(reading.text);
-        writer.F64(reading.confidence);
-        for (const Corner& corner : reading.corners) {
-            writer.I32(corner.x);
-            writer.I32(corner.y);
-        }
-    }
-}
-
-void Write(Writer&, const Busy&) {}
-
-template <class Contents>
-constexpr Kind KindOf() {
-    if constexpr (std::is_same_v<Contents, Greeting>) {
-        return Kind::Greeting;
-    } else if constexpr (std::is_same_v<Contents, GreetingAnswer>) {
-        return Kind::GreetingAnswer;
-    } else if constexpr (std::is_same_v<Contents, Range>) {
-        return Kind::Range;
-    } else if constexpr (std::is_same_v<Contents, RangeTaken>) {
-        return Kind::RangeTaken;
-    } else if constexpr (std::is_same_v<Contents, Frame>) {
-        return Kind::Frame;
-    } else if constexpr (std::is_same_v<Contents, Readings>) {
-        return Kind::Readings;
-    } else {
-        static_assert(std::is_same_v<Contents, Busy>);
-        return Kind::Busy;
-    }
-}
-
-// Reading
-
-// Reads from the front. Behind the last byte everything reads as 0 and the reader remembers it.
-class Reader {
-  public:
-    explicit Reader(std::span<const std::uint8_t> bytes) : rest(bytes) {}
-
-    std::uint32_t U32() { return Number<std::uint32_t>(); }
-    std::int32_t I32() { return static_cast<std::int32_t>(Number<std::uint32_t>()); }
-    std::uint64_t U64() { return Number<std::uint64_t>(); }
-    double F64() { return std::bit_cast<double>(Number<std::uint64_t>()); }
-
-    void Expect(std::span<const std::uint8_t> wanted) {
-        const auto taken = Take(wanted.size());
-        isRight = isRight && std::equal(taken.begin(), taken.end(), wanted.begin(), wanted.end());
-    }
-    void ExpectZero() { isRight = U32() == 0 && isRight; }
-
-    std::string Text() {
-        const auto taken = Take(textBytes);
-        const auto end = std::find(taken.begin(), taken.end(), 0);
-        isRight = isRight && std::all_of(end, taken.end(), [](std::uint8_t byte) { return byte == 0; });
-        return std::string(taken.begin(), end);
-    }
-
-    /// True when everything was as it must be and nothing is left.
-    bool EndsHere() const { return isRight && rest.empty(); }
-
-  private:
-    std::span<const std::uint8_t> Take(std::size_t count) {
-        if (count > rest.size()) {
-            isRight = false;
-            rest = {};
-            return {};
-        }
-        const auto taken = rest.first(count);
-        rest = rest.subspan(count);
-        return taken;
-    }
-
-    template <class Unsigned>
-    Unsigned Number() {
-        Unsigned value = 0;
-        std::size_t byte = 0;
-        for (const std::uint8_t taken : Take(sizeof value)) {
-            value |= static_cast<Unsigned>(taken) << (8 * byte++);
-        }
-        return value;
-    }
-
-    std::span<const std::uint8_t> rest;
-    bool isRight = true;
-};
-
-template <class AnyGreeting>
-AnyGreeting ReadGreeting(Reader& reader) {
-    AnyGreeting greeting;
-    reader.Expect(mark);
-    greeting.version = reader.U32();
-    reader.ExpectZero();
-    return greeting;
-}
-
-Range ReadRange(Reader& reader) {
-    Range range;
-    range.minimum = reader.I32();
-    range.maximum = reader.I32();
-    return range;
-}
-
-std::optional<Frame> ReadFrame(Reader& reader) {
-    Frame frame;
-    frame.width = reader.U32();
-    frame.height = reader.U32();
-    const std::uint32_t flags = reader.U32();
-    if ((flags & ~(bringsMemoryFlag | hasRegionFlag)) != 0) {
-        return std::nullopt;
-    }
-    frame.bringsMemory = (flags & bringsMemoryFlag) != 0;
-    reader.ExpectZero();
-    Region region;
-    region.left = reader.I32();
-    region.top = reader.I32();
-    region.right = reader.I32();
-    region.bottom = reader.I32();
-    if ((flags & hasRegionFlag) != 0) {
-        frame.region = region;
-    } else if (region != Region()) {
-        return std::nullopt;
-    }
-    return frame;
-}
-
-std::optional<Readings> ReadReadings(Reader& reader) {
-    const std::uint32_t count = reader.U32();
-    reader.ExpectZero();
-    if (count > mostReadings) {
-        return std::nullopt;
-    }
-    Readings readings;
-    readings.readings.resize(count);
-    for (Reading& reading : readings.readings) {
-        reading.text = reader.Text();
-        reading.confidence = reader.F64();
-        for (Corner& corner : reading.corners) {
-            corner.x = reader.I32();
-            corner.y = reader.I32();
-        }
-    }
-    return readings;
-}
-
-std::optional<Contents> ReadContents(Kind kind, Reader& reader) {
-    switch (kind) {
-        case Kind::Greeting:
-            return ReadGreeting<Greeting>(reader);
-        case Kind::GreetingAnswer:
-            return ReadGreeting<GreetingAnswer>(reader);
-        case Kind::Range:
-            return ReadRange(reader);
-        case Kind::RangeTaken:
-            return RangeTaken();
-        case Kind::Frame:
-            return ReadFrame(reader);
-        case Kind::Readings:
-            return ReadReadings(reader);
-        case Kind::Busy:
-            return Busy();
-    }
-    return std::nullopt;
-}
-
-// What is sound
-
-bool IsInside(const Region& region, std::uint32_t width, std::uint32_t height) {
-    return 0 <= region.left && region.left < region.right && region.right <= static_cast<std::int64_t>(width) &&
-           0 <= region.top && region.top < region.bottom && region.bottom <= static_cast<std::int64_t>(height);
-}
-
-bool IsSound(const Frame& frame) {
+bool IsSoundFrame(const Frame& frame) {
     return frame.width >= 1 && frame.width <= largestSide && frame.height >= 1 && frame.height <= largestSide &&
            PictureBytes(frame.width, frame.height) <= largestPictureBytes &&
-           (!frame.region || IsInside(*frame.region, frame.width, frame.height));
+           (frame.region == Region() || IsInside(frame.region, frame));
 }
 
-bool IsSound(const Reading& reading) {
-    return !reading.text.empty() && reading.text.size() <= longestText &&
-           reading.text.find('\0') == std::string::npos && reading.confidence >= 0 && reading.confidence <= 100;
+bool IsSoundReading(const Reading& reading) {
+    const char* const end = std::find(reading.text, std::end(reading.text), '\0');
+    return end != reading.text && end != std::end(reading.text) &&
+           std::all_of(end, std::end(reading.text), [](char letter) { return letter == '\0'; }) &&
+           reading.confidence >= 0 && reading.confidence <= 100;
 }
 
-bool IsSound(const Readings& readings) {
-    return readings.readings.size() <= mostReadings &&
-           std::all_of(readings.readings.begin(), readings.readings.end(),
-                       [](const Reading& reading) { return IsSound(reading); });
+bool AreSoundReadings(const Readings& readings) {
+    if (readings.count > mostReadings || readings.zero != 0) {
+        return false;
+    }
+    const auto end = readings.readings.begin() + readings.count;
+    return std::all_of(readings.readings.begin(), end, IsSoundReading) &&
+           std::all_of(end, readings.readings.end(), [none = Reading()](const Reading& reading) {
+               return std::memcmp(&reading, &none, sizeof reading) == 0;
+           });
 }
 
 }  // namespace
 
 bool IsSound(const Contents& contents) {
-    if (const auto* frame = std::get_if<Frame>(&contents)) {
-        return IsSound(*frame);
+    if (const auto* const greeting = std::get_if<Greeting>(&contents)) {
+        return IsSoundGreeting(*greeting);
     }
-    if (const auto* readings = std::get_if<Readings>(&contents)) {
-        return IsSound(*readings);
+    if (const auto* const greeting = std::get_if<GreetingAnswer>(&contents)) {
+        return IsSoundGreeting(*greeting);
+    }
+    if (const auto* const frame = std::get_if<Frame>(&contents)) {
+        return IsSoundFrame(*frame);
+    }
+    if (const auto* const readings = std::get_if<Readings>(&contents)) {
+        return AreSoundReadings(*readings);
     }
     return true;
 }
@@ -299,35 +103,30 @@ std::vector<std::uint8_t> Encode(const Message& message) {
     if (!IsSound(message.contents)) {
         throw std::invalid_argument("no sound message");
     }
-    Writer writer;
-    std::visit(
-        [&](const auto& contents) {
-            writer.U32(static_cast<std::uint32_t>(KindOf<std::remove_cvref_t<decltype(contents)>>()));
-            writer.U32(0);  // the size
-            writer.U64(message.number);
-            Write(writer, contents);
+    return std::visit(
+        [&message]<class Kind>(const Kind& contents) {
+            std::vector<std::uint8_t> bytes(sizeof(Header) + bytesOf<Kind>);
+            const Header header = {static_cast<std::uint32_t>(message.contents.index() + 1),
+                                   static_cast<std::uint32_t>(bytes.size()), message.number};
+            std::memcpy(bytes.data(), &header, sizeof header);
+            std::memcpy(bytes.data() + sizeof header, &contents, bytesOf<Kind>);
+            return bytes;
         },
         message.contents);
-    Writer size;
-    size.U32(static_cast<std::uint32_t>(writer.bytes.size()));
-    std::copy(size.bytes.begin(), size.bytes.end(), writer.bytes.begin() + sizeOffset);
-    return std::move(writer.bytes);
 }
 
 std::optional<Message> Decode(std::span<const std::uint8_t> bytes) {
-    if (bytes.size() < headerBytes || bytes.size() > largestMessageBytes) {
+    Header header;
+    if (bytes.size() < sizeof header) {
         return std::nullopt;
     }
-    Reader reader(bytes);
-    const auto kind = static_cast<Kind>(reader.U32());
-    const std::uint32_t size = reader.U32();
-    Message message;
-    message.number = reader.U64();
-    std::optional<Contents> contents = ReadContents(kind, reader);
-    if (!contents || size != bytes.size() || !reader.EndsHere() || !IsSound(*contents)) {
+    std::memcpy(&header, bytes.data(), sizeof header);
+    Message message = {header.number, {}};
+    constexpr auto allKinds = std::make_index_sequence<std::variant_size_v<Contents>>();
+    if (header.size != bytes.size() || !Read(header.kind, bytes.subspan(sizeof header), message.contents, allKinds) ||
+        !IsSound(message.contents)) {
         return std::nullopt;
     }
-    message.contents = std::move(*contents);
     return message;
 }
 

@@ -7,33 +7,22 @@
 ///                     <-  GreetingAnswer    the server's version; when the versions differ, the connection ends
 ///                     <-  Busy              in place of all others, at once and unasked: the server has no place for
 ///                                           this client; the connection ends, and the client may try again later
-///     Range           ->                    at any time, holds for the frames behind it
+///     Range           ->                    at any time, holds for the frames after it
 ///                     <-  RangeTaken        at once, however busy the readers are
-///     Frame           ->                    the pixels lie in memory that both sides see
+///     Frame, pixels   ->
 ///                     <-  Readings          none to five
 ///
-/// The pixels are rows of width * 3 bytes, blue, green, red, top down, without gaps, from the memory's first byte on. A
-/// frame either brings memory along with its message or lies in that which an earlier frame of the connection brought.
-/// Until the answer is there the memory belongs to the server.
-///
-/// A message is never split or joined. All numbers are little-endian, signed ones in two's complement:
+/// The pixels are rows of width * 3 bytes, blue, green, red, top down, without gaps. They follow their message, in as
+/// many pieces of the connection as it takes. A message is one piece, and all its numbers are little-endian:
 ///
 ///     offset  width
-///          0      4  kind
+///          0      4  kind, counted from 1 in the order of `Contents`
 ///          4      4  size of the whole message in bytes
 ///          8      8  number of the request; an answer has that of its request, Busy has 0
-///         16         contents, by kind:
+///         16         the structure of that kind, as it lies in memory; nothing of one that is empty
 ///
-///     Greeting 1, GreetingAnswer 2:   8 bytes mark "VXL-READ", u32 version, u32 zero
-///     Range 3:                        i32 minimum, i32 maximum
-///     RangeTaken 4:                   nothing
-///     Frame 5:                        u32 width, u32 height, u32 flags (1: brings memory, 2: has a region), u32 zero,
-///                                     i32 left, top, right, bottom of the region, zeros without one
-///     Readings 6:                     u32 count, u32 zero, and for each reading 56 bytes: text of 16 bytes with NULs
-///                                     behind it, f64 confidence, i32 x and y of four corners
-///     Busy 7:                         nothing; of any version, since it comes before the versions are known
-///
-/// Whoever receives anything else, or another kind than it waits for, ends the connection without a word.
+/// Header, Greeting, GreetingAnswer and Busy are the same in every version. Whoever receives anything else, or another
+/// kind than it waits for, ends the connection without a word.
 #pragma once
 
 #include <array>
@@ -42,35 +31,30 @@
 #include <cstdint>
 #include <optional>
 #include <span>
-#include <string>
 #include <variant>
 #include <vector>
 
 namespace transport {
 
-inline constexpr std::uint32_t protocolVersion = 1;
+inline constexpr std::uint32_t protocolVersion = 2;
 
 inline constexpr std::uint32_t bytesPerPixel = 3;
 inline constexpr std::uint32_t largestSide = 16384;                             ///< pixels
 inline constexpr std::uint64_t largestPictureBytes = std::uint64_t{256} << 20;  ///< of all rows
 inline constexpr std::size_t mostReadings = 5;
-inline constexpr std::size_t longestText = 15;  ///< bytes, not counting the NUL behind them
+inline constexpr std::size_t longestText = 15;  ///< bytes, not counting the NUL after them
 
-/// How long a client waits for the answer to a frame; an answer behind it is for nobody.
+/// How long a client waits for the answer to a frame, pixels included; an answer after it is for nobody.
 inline constexpr std::chrono::milliseconds longestFrame{2000};
 
-inline constexpr std::size_t largestMessageBytes = 16 + 8 + mostReadings * 56;
-
-/// Of any version.
 struct Greeting {
+    std::array<char, 8> mark = {'V', 'X', 'L', '-', 'R', 'E', 'A', 'D'};
     std::uint32_t version = protocolVersion;
+    std::uint32_t zero = 0;
     bool operator==(const Greeting&) const = default;
 };
 
-struct GreetingAnswer {
-    std::uint32_t version = protocolVersion;
-    bool operator==(const GreetingAnswer&) const = default;
-};
+struct GreetingAnswer : Greeting {};
 
 /// Plate widths in pixels, as the engine's caller gave them.
 struct Range {
@@ -83,7 +67,7 @@ struct RangeTaken {
     bool operator==(const RangeTaken&) const = default;
 };
 
-/// In pixels; right and bottom lie outside. Not empty, and inside its picture.
+/// In pixels; right and bottom lie outside.
 struct Region {
     std::int32_t left = 0;
     std::int32_t top = 0;
@@ -96,8 +80,7 @@ struct Region {
 struct Frame {
     std::uint32_t width = 0;
     std::uint32_t height = 0;
-    bool bringsMemory = false;
-    std::optional<Region> region;
+    Region region;  ///< zeros for none; else not empty, and inside the picture
     bool operator==(const Frame&) const = default;
 };
 
@@ -108,23 +91,24 @@ struct Corner {
 };
 
 struct Reading {
-    std::string text;               ///< 1 to longestText bytes, none of them NUL
-    double confidence = 0;          ///< 0 to 100
-    std::array<Corner, 4> corners;  ///< top left, bottom left, top right, bottom right
+    char text[longestText + 1] = {};     ///< 1 to longestText bytes, then NULs
+    double confidence = 0;               ///< 0 to 100
+    std::array<Corner, 4> corners = {};  ///< top left, bottom left, top right, bottom right
     bool operator==(const Reading&) const = default;
 };
 
-/// At most mostReadings.
 struct Readings {
-    std::vector<Reading> readings;
+    std::uint32_t count = 0;
+    std::uint32_t zero = 0;
+    std::array<Reading, mostReadings> readings = {};  ///< zeros from `count` on
     bool operator==(const Readings&) const = default;
 };
 
-/// Of any version.
 struct Busy {
     bool operator==(const Busy&) const = default;
 };
 
+/// In the order of their kinds.
 using Contents = std::variant<Greeting, GreetingAnswer, Range, RangeTaken, Frame, Readings, Busy>;
 
 struct Message {
@@ -132,6 +116,8 @@ struct Message {
     Contents contents;
     bool operator==(const Message&) const = default;
 };
+
+inline constexpr std::size_t largestMessageBytes = 16 + sizeof(Readings);
 
 /// Whether the contents keep to what is said above of their kind.
 bool IsSound(const Contents& contents);
@@ -142,7 +128,7 @@ std::uint64_t PictureBytes(std::uint32_t width, std::uint32_t height);
 /// Throws std::invalid_argument for contents that are not sound.
 std::vector<std::uint8_t> Encode(const Message& message);
 
-/// Nothing for bytes that are no sound message, whatever they are. What it answers is encoded by the same bytes.
+/// Nothing for bytes that are no sound message, whatever they are. What it returns is encoded as the same bytes.
 std::optional<Message> Decode(std::span<const std::uint8_t> bytes);
 
 }  // namespace transport

@@ -31,37 +31,10 @@ std::string TextOf(PSID user) {
     return copy;
 }
 
-/// The key in which paths are published.
-class Key {
-  public:
-    explicit Key(REGSAM access, bool makesIt = false) {
-        HKEY software = nullptr;
-        error = RegOpenKeyExA(HKEY_USERS, (ThisUser() + softwarePath).c_str(), 0,
-                              makesIt ? KEY_READ | KEY_CREATE_SUB_KEY : KEY_READ, &software);
-        if (error != ERROR_SUCCESS) {
-            return;
-        }
-        error = makesIt ? RegCreateKeyExA(software, keyName, 0, nullptr, REG_OPTION_VOLATILE, access, nullptr, &key,
-                                          nullptr)
-                        : RegOpenKeyExA(software, keyName, 0, access, &key);
-        RegCloseKey(software);
-    }
-    ~Key() {
-        if (key != nullptr) {
-            RegCloseKey(key);
-        }
-    }
-    Key(const Key&) = delete;
-    Key& operator=(const Key&) = delete;
-
-    /// Null when it cannot be opened.
-    HKEY Get() const { return key; }
-    LSTATUS Error() const { return error; }
-
-  private:
-    HKEY key = nullptr;
-    LSTATUS error = ERROR_SUCCESS;
-};
+// Of the user's part of the registry. Throws std::system_error.
+std::string KeyPath() {
+    return ThisUser() + softwarePath + '\\' + keyName;
+}
 
 }  // namespace
 
@@ -117,22 +90,28 @@ std::string NewPipePath() {
 }
 
 std::string PublishedPipePath(const std::string& name) {
-    const Key key(KEY_QUERY_VALUE);
     std::array<char, longestPipePath + 1> path = {};
     DWORD size = path.size();
-    if (key.Get() == nullptr ||
-        RegGetValueA(key.Get(), nullptr, name.c_str(), RRF_RT_REG_SZ, nullptr, path.data(), &size) != ERROR_SUCCESS) {
-        return {};
-    }
-    return path.data();
+    const LSTATUS error =
+        RegGetValueA(HKEY_USERS, KeyPath().c_str(), name.c_str(), RRF_RT_REG_SZ, nullptr, path.data(), &size);
+    return error == ERROR_SUCCESS ? path.data() : std::string();
 }
 
 void PublishPipePath(const std::string& name, const std::string& path) {
-    const Key key(KEY_SET_VALUE, true);
-    const LSTATUS error = key.Get() == nullptr ? key.Error()
-                                               : RegSetValueExA(key.Get(), name.c_str(), 0, REG_SZ,
-                                                                reinterpret_cast<const BYTE*>(path.c_str()),
-                                                                static_cast<DWORD>(path.size() + 1));
+    HKEY software = nullptr;
+    HKEY key = nullptr;
+    LSTATUS error =
+        RegOpenKeyExA(HKEY_USERS, (ThisUser() + softwarePath).c_str(), 0, KEY_READ | KEY_CREATE_SUB_KEY, &software);
+    if (error == ERROR_SUCCESS) {
+        error =
+            RegCreateKeyExA(software, keyName, 0, nullptr, REG_OPTION_VOLATILE, KEY_SET_VALUE, nullptr, &key, nullptr);
+        RegCloseKey(software);
+    }
+    if (error == ERROR_SUCCESS) {
+        error = RegSetValueExA(key, name.c_str(), 0, REG_SZ, reinterpret_cast<const BYTE*>(path.c_str()),
+                               static_cast<DWORD>(path.size() + 1));
+        RegCloseKey(key);
+    }
     if (error != ERROR_SUCCESS) {
         Throw("the registry does not take the server's pipe", error);
     }
@@ -141,10 +120,7 @@ void PublishPipePath(const std::string& name, const std::string& path) {
 void WithdrawPipePath(const std::string& name, const std::string& path) noexcept {
     try {
         if (PublishedPipePath(name) == path) {
-            const Key key(KEY_SET_VALUE);
-            if (key.Get() != nullptr) {
-                RegDeleteValueA(key.Get(), name.c_str());
-            }
+            RegDeleteKeyValueA(HKEY_USERS, KeyPath().c_str(), name.c_str());
         }
     } catch (const std::exception&) {
         // Then it stays, as that of a server that was killed does.

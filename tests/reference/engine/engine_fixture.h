@@ -3,6 +3,7 @@
 
 #include <gmock/gmock.h>
 
+#include <array>
 #include <chrono>
 #include <cstring>
 #include <memory>
@@ -173,14 +174,11 @@ inline void VisitServer() {
 struct Greeted {
     Greeted() : connection(transport::Connection::Open(transport::ServerName())) {
         const transport::Deadline deadline = transport::Clock::now() + 10s;
-        std::vector<std::uint8_t> bytes;
-        std::optional<transport::PeerMemory> memory;
+        std::array<std::uint8_t, transport::largestMessageBytes> bytes = {};
         if (connection) {
             // A busy server has gone by then.
-            connection->Send(transport::Encode({1, transport::Greeting()}), nullptr, deadline);
-            if (connection->Receive(bytes, transport::largestMessageBytes, memory, 0, deadline)) {
-                answer = transport::Decode(bytes);
-            }
+            connection->Send(transport::Encode({1, transport::Greeting()}), deadline);
+            answer = transport::Decode(std::span(bytes).first(connection->Receive(bytes, deadline)));
         }
     }
 

@@ -14,7 +14,7 @@ bool IsRead(std::uint32_t width, std::uint32_t height, unsigned seed) {
                    scripted_reader::DescriptionOf(picture.AsRead(), std::nullopt, plate_reading::WidthRange{1, 2}));
 }
 
-// Over one connection the larger picture of the child would take the place of its parent's in the server.
+// Over one connection the pixels of one would pass for those of the other.
 TEST_F(ReadingEngine, OfAForkedChildHasAConnectionOfItsOwn) {
     const RunningService service;
     ASSERT_TRUE(IsRead(40, 30, 1));

@@ -66,17 +66,21 @@ class FakeServer {
 };
 
 std::optional<Message> Next(Connection& connection) {
-    Bytes bytes;
-    std::optional<transport::PeerMemory> memory;
-    if (!connection.Receive(bytes, transport::largestMessageBytes, memory, transport::largestPictureBytes,
-                            transport::noDeadline)) {
-        return std::nullopt;
+    Bytes bytes(transport::largestMessageBytes);
+    bytes.resize(connection.Receive(bytes, transport::noDeadline));
+    std::optional<Message> message = transport::Decode(bytes);
+    const auto* const frame = message ? std::get_if<transport::Frame>(&message->contents) : nullptr;
+    if (frame != nullptr) {
+        const std::uint64_t size = transport::PictureBytes(frame->width, frame->height);
+        if (!connection.ReceiveAll(bytes, size, transport::noDeadline)) {
+            return std::nullopt;
+        }
     }
-    return transport::Decode(bytes);
+    return message;
 }
 
-bool Say(Connection& connection, const Bytes& bytes, const transport::SharedMemory* memory = nullptr) {
-    return connection.Send(bytes, memory, Clock::now() + 10s);
+bool Say(Connection& connection, const Bytes& bytes) {
+    return connection.Send(bytes, Clock::now() + 10s);
 }
 
 void KeepSilent(Connection& connection) {
@@ -86,7 +90,9 @@ void KeepSilent(Connection& connection) {
 
 // The text tells whose answer it is.
 transport::Readings ReadingsOf(const std::string& text) {
-    return {{{text, 50, {}}}};
+    transport::Readings readings = {1, 0, {}};
+    text.copy(readings.readings[0].text, transport::longestText);
+    return readings;
 }
 
 Contents RightAnswer(const Message& request) {
@@ -217,10 +223,6 @@ std::vector<Misbehaviour> Misbehaviours() {
         {"that it is busy, as an answer", inPlaceOfTheAnswer([](Connection& connection, const Message& request) {
              Say(connection, transport::Encode({request.number, transport::Busy()}));
          })},
-        {"memory beside the answer", inPlaceOfTheAnswer([encoded](Connection& connection, const Message& request) {
-             const transport::SharedMemory memory(100);
-             Say(connection, encoded(request), &memory);
-         })},
     };
 }
 
@@ -232,7 +234,8 @@ TEST(MisbehavingServer, ThatDoesNotTakeARangeIsRefusedInTime) {
     all.push_back(
         {"a greeting of another version", [](Connection& connection) {
              const std::optional<Message> greeting = Next(connection);
-             if (greeting && Say(connection, transport::Encode({greeting->number, transport::GreetingAnswer{2}}))) {
+             if (greeting &&
+                 Say(connection, transport::Encode({greeting->number, transport::GreetingAnswer{{.version = 1}}}))) {
                  ServeWell(connection);
              }
          }});
@@ -292,6 +295,27 @@ TEST(MisbehavingServer, ThatDoesNotAnswerAFrameCostsThatFrameAlone) {
         EXPECT_EQ(recognized.count, 1) << one.what;
         EXPECT_EQ(recognized.text, "RIGHT1") << one.what;
     });
+}
+
+TEST(MisbehavingServer, ThatTakesNoPixelsCostsTheFramesTimeAlone) {
+    const FakeServer server([](Connection& connection) {
+        const auto serveOne = [&connection](const Contents& wanted) {
+            Bytes bytes(transport::largestMessageBytes);
+            bytes.resize(connection.Receive(bytes, transport::noDeadline));
+            const std::optional<Message> request = transport::Decode(bytes);
+            EXPECT_TRUE(request && request->contents.index() == wanted.index());
+            return request && Say(connection, transport::Encode({request->number, RightAnswer(*request)}));
+        };
+        if (serveOne(transport::Greeting()) && serveOne(transport::Range())) {
+            ComesTrue([&connection] { return !connection.PeerIsThere(); });
+        }
+    });
+    Client client(server.name);
+    ASSERT_TRUE(client.SetRange(1, 2));
+    TestPicture picture(1920, 1080);
+    RPLATE plates[engineRecordCount] = {};
+    EXPECT_THAT(TimeOf([&] { EXPECT_EQ(client.Recognise(&picture.image, nullptr, plates), 0); }),
+                testing::AllOf(testing::Ge(1900ms), testing::Lt(longestCall)));
 }
 
 TEST(MisbehavingServer, ThatAnswersTwiceIsNotBelievedLater) {

@@ -396,12 +396,11 @@ TEST_F(ReadingService, ReadsNoFrameWhoseClientHasGone) {
     {
         // It says everything and does not wait for an answer.
         auto hasty = Connection::Open(transport::ServerName());
-        const transport::SharedMemory memory(4 * 4 * 3);
-        memory.Bytes()[1] = 2;
-        ASSERT_TRUE(hasty &&
-                    hasty->Send(transport::Encode({1, transport::Greeting()}), nullptr, transport::noDeadline) &&
-                    hasty->Send(transport::Encode({2, transport::Frame{4, 4, true, std::nullopt}}), &memory,
-                                transport::noDeadline));
+        std::vector<std::uint8_t> pixels(4 * 4 * 3);
+        pixels[1] = 2;
+        ASSERT_TRUE(hasty && hasty->Send(transport::Encode({1, transport::Greeting()}), transport::noDeadline) &&
+                    hasty->Send(transport::Encode({2, transport::Frame{4, 4, {}}}), transport::noDeadline) &&
+                    hasty->Send(pixels, transport::noDeadline));
     }
     auto later = Send(3);
     EXPECT_NE(later.wait_for(50ms), std::future_status::ready);

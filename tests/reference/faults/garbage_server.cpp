@@ -15,16 +15,14 @@ int main() {
         std::this_thread::sleep_for(1ms);
     }
     std::minstd_rand random(5);
-    std::vector<std::uint8_t> bytes;
+    std::vector<std::uint8_t> room(transport::largestPiece);
     while (std::optional<transport::Connection> connection = listener->Accept(transport::Clock::now() + 30s)) {
-        std::optional<transport::PeerMemory> memory;
-        while (connection->Receive(bytes, transport::largestMessageBytes, memory, transport::largestPictureBytes,
-                                   transport::Clock::now() + 1s)) {
-            bytes.resize(1 + random() % 400);
+        while (connection->Receive(room, transport::Clock::now() + 1s) != 0) {
+            std::vector<std::uint8_t> bytes(1 + random() % 400);
             for (std::uint8_t& byte : bytes) {
                 byte = static_cast<std::uint8_t>(random() >> 8);
             }
-            if (!connection->Send(bytes, nullptr, transport::Clock::now() + 1s)) {
+            if (!connection->Send(bytes, transport::Clock::now() + 1s)) {
                 break;
             }
         }

@@ -86,6 +86,28 @@ TEST_F(ServerProcess, ThatIsStoppedInAFrameLetsItGoInTime) {
     }
 }
 
+// The connection holds less than such a picture, so that the client is still sending.
+TEST_F(ServerProcess, ThatIsStoppedWhileItTakesAFrameLetsItGoInTimeAndAtOnceWhenItDies) {
+    TestPicture picture(1920, 1080);
+    RPLATE plates[engineRecordCount] = {};
+    for (const bool dies : {false, true}) {
+        Start();
+        ASSERT_TRUE(IsServedWell(client));
+        StopProcess(server);
+        std::thread killing([this, dies] {
+            std::this_thread::sleep_for(200ms);
+            if (dies) {
+                servers::Kill(server);
+            }
+        });
+        const auto time = TimeOf([&] { EXPECT_EQ(client.Recognise(&picture.image, nullptr, plates), 0); });
+        killing.join();
+        EXPECT_THAT(time, dies ? testing::AllOf(testing::Ge(190ms), testing::Lt(1400ms))
+                               : testing::AllOf(testing::Ge(1900ms), testing::Lt(longestCall)));
+        servers::KillAll();
+    }
+}
+
 TEST_F(ServerProcess, ThatDiesInAFrameLetsItGoAtOnce) {
     for (const bool crashes : {true, false}) {
         Start();

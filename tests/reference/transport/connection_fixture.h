@@ -23,7 +23,6 @@ using namespace transport;
 using Bytes = std::vector<std::uint8_t>;
 using test_support::OpenDescriptors;
 
-inline constexpr std::uint64_t plenty = 1 << 20;
 inline constexpr std::size_t longest = 300;
 
 inline const test_support::RuntimeFolder runtimeFolder;
@@ -35,6 +34,13 @@ inline Deadline In(std::chrono::milliseconds time) {
 inline std::string RandomName() {
     std::random_device random;
     return "vexlane-test-" + std::to_string(random()) + "-" + std::to_string(random());
+}
+
+/// The next piece of at most `longest` bytes; empty where there is none.
+inline Bytes Next(Connection& connection, Deadline deadline = In(10s)) {
+    Bytes piece(longest);
+    piece.resize(connection.Receive(piece, deadline));
+    return piece;
 }
 
 class LocalConnection : public testing::Test {
@@ -62,10 +68,6 @@ class LocalConnection : public testing::Test {
         server = listener->Accept(In(10s));
     }
 
-    bool Receives(const Bytes& wanted) {
-        return server->Receive(message, longest, memory, plenty, In(10s)) && message == wanted;
-    }
-
     // What the system's libraries open once and keep is open by then.
     static std::set<int> DescriptorsBehindAConnection() {
         const std::string own = RandomName();
@@ -85,8 +87,6 @@ class LocalConnection : public testing::Test {
     std::optional<Listener> listener = Listener::Open(name);
     std::optional<Connection> client;
     std::optional<Connection> server;
-    Bytes message;
-    std::optional<PeerMemory> memory;
 };
 
 template <class Action>

@@ -5,13 +5,13 @@
 
 #include "tests/reference/transport/connection_fixture.h"
 #include "tests/support/environment.h"
-#include "tests/support/raw_client.h"
 
 namespace {
 
 using namespace transport_test;
 using testing::ElementsAre;
 using testing::Ge;
+using testing::IsEmpty;
 using testing::Lt;
 
 // Names
@@ -50,8 +50,6 @@ TEST(Names, BelongToOneListenerAtATimeAndGoWithIt) {
 TEST(Names, AreFreeAgainWhileClientsOfAFormerListenerSayNothing) {
     const std::string name = RandomName();
     std::vector<Connection> silent;
-    Bytes message;
-    std::optional<PeerMemory> memory;
     for (int round = 0; round < 3; ++round) {
         std::optional<Listener> listener = Listener::Open(name);
         ASSERT_TRUE(listener) << round;
@@ -60,9 +58,8 @@ TEST(Names, AreFreeAgainWhileClientsOfAFormerListenerSayNothing) {
             ASSERT_TRUE(client);
             std::optional<Connection> server = listener->Accept(In(10s));
             ASSERT_TRUE(server);
-            ASSERT_TRUE(client->Send(Bytes{1, 2}, nullptr, In(10s)));
-            ASSERT_TRUE(server->Receive(message, longest, memory, plenty, In(10s)));
-            EXPECT_THAT(message, ElementsAre(1, 2));
+            ASSERT_TRUE(client->Send(Bytes{1, 2}, In(10s)));
+            EXPECT_THAT(Next(*server), ElementsAre(1, 2));
             silent.push_back(std::move(*client));
         }
     }
@@ -78,44 +75,45 @@ TEST(Names, ThatAreNoneAreRefused) {
     }
 }
 
-// Messages
+// Pieces
 
-TEST_F(LocalConnection, KeepsMessagesWholeAndInOrder) {
+TEST_F(LocalConnection, KeepsPiecesWholeAndInOrder) {
     for (std::uint8_t number = 1; number < 100; ++number) {
-        ASSERT_TRUE(client->Send(Bytes(number, number), nullptr, In(10s)));
+        ASSERT_TRUE(client->Send(Bytes(number, number), In(10s)));
     }
     for (std::uint8_t number = 1; number < 100; ++number) {
-        EXPECT_TRUE(Receives(Bytes(number, number)));
-        EXPECT_FALSE(memory);
+        EXPECT_EQ(Next(*server), Bytes(number, number));
     }
-    ASSERT_TRUE(server->Send(Bytes{7}, nullptr, In(10s)));
-    EXPECT_TRUE(client->Receive(message, longest, memory, plenty, In(10s)));
-    EXPECT_THAT(message, ElementsAre(7));
+    ASSERT_TRUE(server->Send(Bytes{7}, In(10s)));
+    EXPECT_THAT(Next(*client), ElementsAre(7));
 }
 
-TEST_F(LocalConnection, RefusesAMessageThatIsTooLongOrEmpty) {
-    ASSERT_TRUE(client->Send(Bytes(longest, 1), nullptr, In(10s)));
-    EXPECT_TRUE(Receives(Bytes(longest, 1)));
-    ASSERT_TRUE(client->Send(Bytes(longest + 1, 1), nullptr, In(10s)));
-    EXPECT_FALSE(server->Receive(message, longest, memory, plenty, In(10s)));
-    client->Send({}, nullptr, In(10s));
-    EXPECT_FALSE(server->Receive(message, longest, memory, plenty, In(10s)));
+TEST_F(LocalConnection, RefusesAPieceThatIsTooLongOrEmpty) {
+    ASSERT_TRUE(client->Send(Bytes(longest, 1), In(10s)));
+    EXPECT_EQ(Next(*server), Bytes(longest, 1));
+    ASSERT_TRUE(client->Send(Bytes(longest + 1, 1), In(10s)));
+    EXPECT_THAT(Next(*server), IsEmpty());
+    Reconnect();
+    ASSERT_TRUE(client->Send({}, In(10s)));
+    EXPECT_LT(TimeOf([&] { EXPECT_THAT(Next(*server), IsEmpty()); }), 5s);
 }
 
 TEST_F(LocalConnection, WaitsUntilItsDeadline) {
     for (const auto time : {0ms, 30ms}) {
-        EXPECT_THAT(TimeOf([&] { EXPECT_FALSE(server->Receive(message, longest, memory, plenty, In(time))); }),
-                    testing::AllOf(Ge(time), Lt(5s)));
+        EXPECT_THAT(TimeOf([&] { EXPECT_THAT(Next(*server, In(time)), IsEmpty()); }), testing::AllOf(Ge(time), Lt(5s)));
         EXPECT_THAT(TimeOf([&] { EXPECT_FALSE(listener->Accept(In(time))); }), testing::AllOf(Ge(time), Lt(5s)));
     }
-    EXPECT_FALSE(server->Receive(message, longest, memory, plenty, Deadline::min()));
+    EXPECT_THAT(Next(*server, Deadline::min()), IsEmpty());
     EXPECT_FALSE(listener->Accept(Deadline::min()));
+    // It goes on where it has stopped.
+    ASSERT_TRUE(client->Send(Bytes{3}, In(10s)));
+    EXPECT_THAT(Next(*server), ElementsAre(3));
 }
 
 TEST_F(LocalConnection, EndsSendingAtItsDeadlineWhenThePeerTakesNothing) {
     const Bytes much(60000, 1);
     EXPECT_LT(TimeOf([&] {
-                  while (client->Send(much, nullptr, In(30ms))) {
+                  while (client->Send(much, In(30ms))) {
                   }
               }),
               30s);
@@ -124,22 +122,21 @@ TEST_F(LocalConnection, EndsSendingAtItsDeadlineWhenThePeerTakesNothing) {
 
 TEST_F(LocalConnection, SeesThatThePeerHasGone) {
     EXPECT_TRUE(server->PeerIsThere());
-    ASSERT_TRUE(client->Send(Bytes{1}, nullptr, In(10s)));
+    ASSERT_TRUE(client->Send(Bytes{1}, In(10s)));
     EXPECT_TRUE(server->PeerIsThere());
     client.reset();
     EXPECT_FALSE(server->PeerIsThere());
-    EXPECT_TRUE(Receives(Bytes{1})) << "what it said before";
-    EXPECT_LT(TimeOf([&] { EXPECT_FALSE(server->Receive(message, longest, memory, plenty, noDeadline)); }), 5s);
-    EXPECT_LT(TimeOf([&] { EXPECT_FALSE(server->Send(Bytes{1}, nullptr, noDeadline)); }), 5s) << "and no signal";
+    EXPECT_THAT(Next(*server), ElementsAre(1)) << "what it said before";
+    EXPECT_LT(TimeOf([&] { EXPECT_THAT(Next(*server, noDeadline), IsEmpty()); }), 5s);
+    EXPECT_LT(TimeOf([&] { EXPECT_FALSE(server->Send(Bytes{1}, noDeadline)); }), 5s) << "and no signal";
 }
 
 TEST_F(LocalConnection, TellsWhatItsPeerSaidBeforeItWentWithoutListening) {
-    ASSERT_TRUE(client->Send(Bytes{9}, nullptr, In(10s)));
-    ASSERT_TRUE(server->Send(Bytes{1, 2}, nullptr, In(10s)));
+    ASSERT_TRUE(client->Send(Bytes{9}, In(10s)));
+    ASSERT_TRUE(server->Send(Bytes{1, 2}, In(10s)));
     server.reset();
-    EXPECT_TRUE(client->Receive(message, longest, memory, plenty, In(10s)));
-    EXPECT_EQ(message, (Bytes{1, 2}));
-    EXPECT_FALSE(client->Receive(message, longest, memory, plenty, In(10s)));
+    EXPECT_THAT(Next(*client), ElementsAre(1, 2));
+    EXPECT_THAT(Next(*client), IsEmpty());
 }
 
 // Threads that meet may make a lock of the system's libraries keep a handle. A connection that kept one would keep one
@@ -152,8 +149,8 @@ TEST_F(LocalConnection, IsEndedFromAnotherThread) {
         ASSERT_TRUE(server);
         std::atomic<bool> ended = false;
         std::thread receiver([&] {
-            EXPECT_FALSE(server->Receive(message, longest, memory, plenty, noDeadline));
-            EXPECT_FALSE(server->Receive(message, longest, memory, plenty, noDeadline)) << "and stays so";
+            EXPECT_THAT(Next(*server, noDeadline), IsEmpty());
+            EXPECT_THAT(Next(*server, noDeadline), IsEmpty()) << "and stays so";
             ended = true;
         });
         std::thread accepting([&] {
@@ -171,10 +168,23 @@ TEST_F(LocalConnection, IsEndedFromAnotherThread) {
     }
 }
 
+TEST_F(LocalConnection, IsEndedFromAnotherThreadWhileItSends) {
+    mayBeKept = test_support::keptByLocks;
+    std::atomic<bool> ended = false;
+    std::thread sender([&] {
+        EXPECT_FALSE(client->Send(Bytes(10 << 20), noDeadline));
+        ended = true;
+    });
+    std::this_thread::sleep_for(20ms);
+    EXPECT_FALSE(ended);
+    client->Shutdown();
+    sender.join();
+    EXPECT_FALSE(server->PeerIsThere());
+}
+
 TEST_F(LocalConnection, LeavesNothingToAProgramThatIsStarted) {
-    const SharedMemory own(5000);
-    ASSERT_TRUE(client->Send(Bytes{1}, &own, In(10s)));
-    ASSERT_TRUE(Receives(Bytes{1}));
+    ASSERT_TRUE(client->Send(Bytes{1}, In(10s)));
+    ASSERT_THAT(Next(*server), ElementsAre(1));
     std::set<int> opened = OpenDescriptors();
     for (const int old : before) {
         opened.erase(old);
@@ -183,57 +193,92 @@ TEST_F(LocalConnection, LeavesNothingToAProgramThatIsStarted) {
     EXPECT_TRUE(test_support::StayBehind(opened));
 }
 
-// Memory
+// Many pieces
 
-TEST_F(LocalConnection, HandsMemoryOver) {
-    std::optional<SharedMemory> own(10000);
-    std::fill(own->Bytes().begin(), own->Bytes().end(), 3);
-    ASSERT_TRUE(client->Send(Bytes{1}, &*own, In(10s)));
-    ASSERT_TRUE(Receives(Bytes{1}));
-    ASSERT_TRUE(memory);
-    EXPECT_EQ(memory->Bytes().size(), 10000u);
-    EXPECT_TRUE(std::ranges::all_of(memory->Bytes(), [](std::uint8_t byte) { return byte == 3; }));
-    own->Bytes()[9999] = 4;
-    EXPECT_EQ(memory->Bytes()[9999], 4) << "both see the same";
-    own.reset();
-    EXPECT_EQ(memory->Bytes()[9999], 4) << "it lives on";
+Bytes RandomBytes(std::size_t size) {
+    std::minstd_rand random(static_cast<unsigned>(size));
+    Bytes bytes(size);
+    std::ranges::generate(bytes, [&random] { return static_cast<std::uint8_t>(random() >> 8); });
+    return bytes;
 }
 
-TEST_F(LocalConnection, TakesBackWhatWasHandedOverBefore) {
-    const SharedMemory own(10000);
-    ASSERT_TRUE(client->Send(Bytes{1}, &own, In(10s)));
-    ASSERT_TRUE(client->Send(Bytes{2}, nullptr, In(10s)));
-    ASSERT_TRUE(Receives(Bytes{1}));
-    const int mappings = test_support::Mappings();
-    ASSERT_TRUE(Receives(Bytes{2}));
-    EXPECT_FALSE(memory);
-    EXPECT_LT(test_support::Mappings(), mappings);
-}
-
-TEST_F(LocalConnection, RefusesMemoryThatIsMoreThanIsTaken) {
-    const SharedMemory own(10001);
-    ASSERT_TRUE(client->Send(Bytes{1}, &own, In(10s)));
-    EXPECT_FALSE(server->Receive(message, longest, memory, 10000, In(10s)));
-    EXPECT_FALSE(memory);
-}
-
-TEST_F(LocalConnection, RefusesWhatIsNoMemoryOfAFixedSizeAndClosesIt) {
-    const test_support::OwnPiece exact = test_support::MakeMemory(5000);
-    const auto expect = [&](bool isTaken, const char* what, const std::vector<test_support::Piece>& pieces) {
-        test_support::RawClient raw(name);
-        std::optional<Connection> peer = listener->Accept(In(10s));
-        ASSERT_TRUE(peer && raw.Send(Bytes{1}, pieces)) << what;
-        const std::set<int> open = OpenDescriptors();
-        EXPECT_EQ(peer->Receive(message, longest, memory, plenty, In(10s)), isTaken) << what;
-        EXPECT_EQ(memory.has_value(), isTaken && !pieces.empty()) << what;
-        memory.reset();
-        EXPECT_EQ(OpenDescriptors(), open) << what;
-    };
-    expect(true, "memory", {exact});
-    expect(true, "no memory", {});
-    for (const test_support::WrongPiece& wrong : test_support::MakeWrongPieces()) {
-        expect(false, wrong.what, {wrong.piece});
+TEST_F(LocalConnection, BringsAnyNumberOfBytes) {
+    mayBeKept = test_support::keptByLocks;
+    Bytes received;
+    for (const std::size_t size : {std::size_t{1}, std::size_t{65535}, std::size_t{65536}, std::size_t{65537},
+                                   largestPiece - 1, largestPiece, 7 * largestPiece + 1, largestPiece + 3}) {
+        const Bytes sent = RandomBytes(size);
+        std::thread sender([&] { EXPECT_TRUE(client->Send(sent, In(30s))); });
+        EXPECT_TRUE(server->ReceiveAll(received, size, In(30s))) << size;
+        sender.join();
+        ASSERT_GE(received.size(), size);
+        EXPECT_TRUE(std::ranges::equal(std::span(received).first(size), sent)) << size;
     }
+    const std::uint8_t* const place = received.data();
+    ASSERT_TRUE(client->Send(Bytes(5000), In(10s)) && server->ReceiveAll(received, 5000, In(10s)));
+    EXPECT_EQ(received.data(), place) << "memory was taken for what there was room for";
+}
+
+TEST_F(LocalConnection, TakesMemoryForWhatHasComeAlone) {
+    Bytes received;
+    ASSERT_TRUE(client->Send(Bytes(1000), In(10s)));
+    EXPECT_FALSE(server->ReceiveAll(received, std::size_t{1} << 40, In(50ms)));
+    EXPECT_LE(received.capacity(), 3 * largestPiece);
+}
+
+TEST_F(LocalConnection, RefusesMoreBytesThanItAwaits) {
+    Bytes received;
+    ASSERT_TRUE(client->Send(Bytes(5000), In(10s)));
+    ASSERT_TRUE(client->Send(Bytes(5001), In(10s)));
+    EXPECT_LT(TimeOf([&] { EXPECT_FALSE(server->ReceiveAll(received, 10000, noDeadline)); }), 5s);
+}
+
+TEST_F(LocalConnection, EndsReceivingAtItsDeadlineThoughPiecesStillCome) {
+    mayBeKept = test_support::keptByLocks;
+    std::atomic<bool> ended = false;
+    std::thread slow([&] {
+        while (!ended && client->Send(Bytes(10), In(10s))) {
+            std::this_thread::sleep_for(5ms);
+        }
+    });
+    Bytes received;
+    EXPECT_THAT(TimeOf([&] { EXPECT_FALSE(server->ReceiveAll(received, 1 << 20, In(200ms))); }),
+                testing::AllOf(Ge(200ms), Lt(5s)));
+    ended = true;
+    slow.join();
+}
+
+TEST_F(LocalConnection, EndsSendingAtItsDeadlineThoughThePeerStillTakesPieces) {
+    mayBeKept = test_support::keptByLocks;
+    std::atomic<bool> ended = false;
+    std::thread slow([&] {
+        for (Bytes room(largestPiece); !ended; std::this_thread::sleep_for(50ms)) {
+            server->Receive(room, Clock::now());
+        }
+    });
+    EXPECT_THAT(TimeOf([&] { EXPECT_FALSE(client->Send(Bytes(100 << 20), In(200ms))); }),
+                testing::AllOf(Ge(200ms), Lt(5s)));
+    ended = true;
+    slow.join();
+}
+
+TEST_F(LocalConnection, NoticesAtOnceThatThePeerHasGoneInTheMiddle) {
+    mayBeKept = test_support::keptByLocks;
+    Bytes received;
+    std::thread going([this] {
+        EXPECT_TRUE(client->Send(Bytes(100000), In(10s)));
+        client.reset();
+    });
+    EXPECT_LT(TimeOf([&] { EXPECT_FALSE(server->ReceiveAll(received, 200000, noDeadline)); }), 5s);
+    going.join();
+    Reconnect();
+    std::thread leaving([this] {
+        Bytes some;
+        EXPECT_TRUE(server->ReceiveAll(some, largestPiece, In(10s)));
+        server.reset();
+    });
+    EXPECT_LT(TimeOf([&] { EXPECT_FALSE(client->Send(Bytes(10 << 20), noDeadline)); }), 5s);
+    leaving.join();
 }
 
 }  // namespace

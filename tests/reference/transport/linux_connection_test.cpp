@@ -3,13 +3,13 @@
 #include <fcntl.h>
 #include <pthread.h>
 #include <signal.h>
-#include <sys/mman.h>
 #include <sys/socket.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <atomic>
+#include <cstring>
 #include <filesystem>
 #include <stdexcept>
 #include <system_error>
@@ -20,13 +20,11 @@
 #include "tests/support/environment.h"
 #include "tests/support/linux_descriptor_limit.h"
 #include "tests/support/linux_stranger.h"
-#include "tests/support/raw_client.h"
 
 namespace {
 
 using namespace transport_test;
 using test_support::DescriptorLimit;
-using test_support::RawClient;
 using test_support::Stranger;
 
 namespace fs = std::filesystem;
@@ -37,8 +35,8 @@ TEST_F(LocalConnection, GoesOnWaitingBehindASignal) {
     sigaction(SIGUSR1, &nothing, nullptr);
     std::atomic<bool> ended = false;
     std::thread receiver([&] {
-        EXPECT_TRUE(Receives(Bytes{5}));
-        EXPECT_FALSE(server->Receive(message, longest, memory, plenty, In(50ms)));
+        EXPECT_EQ(Next(*server, noDeadline), Bytes{5});
+        EXPECT_EQ(Next(*server, In(50ms)), Bytes());
         ended = true;
     });
     std::thread accepting([&] { EXPECT_TRUE(listener->Accept(noDeadline)); });
@@ -48,7 +46,7 @@ TEST_F(LocalConnection, GoesOnWaitingBehindASignal) {
         std::this_thread::sleep_for(1ms);
     }
     EXPECT_FALSE(ended);
-    EXPECT_TRUE(client->Send(Bytes{5}, nullptr, In(10s)));
+    EXPECT_TRUE(client->Send(Bytes{5}, In(10s)));
     receiver.join();
     const std::optional<Connection> second = Connection::Open(name);
     accepting.join();
@@ -60,10 +58,8 @@ TEST_F(LocalConnection, SpeaksToNobodyButItsOwnUser) {
         GTEST_SKIP() << "takes root";
     }
     const fs::path path = runtimeFolder.Path() / "run" / "vexlane";
-    const test_support::OwnPiece folder(::open(path.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
-    const auto at = [&folder](const std::string& socket) {
-        return *SocketAddress::Of(static_cast<int>(folder), socket);
-    };
+    const Owned folder(::open(path.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
+    const auto at = [&folder](const std::string& socket) { return *SocketAddress::Of(folder.Get(), socket); };
     const std::string strangers = RandomName();
     const auto connectAndListen = [&] {
         const int asClient = ::socket(AF_UNIX, SOCK_SEQPACKET, 0);
@@ -233,38 +229,38 @@ TEST_F(LocalConnection, IsRefusedWithAWordWhereItsPeerHasNoDescriptorLeft) {
         const DescriptorLimit none(DescriptorLimit::None());
         EXPECT_FALSE(listener->Accept(In(50ms), refusal));
         for (std::optional<Connection>* const refused : {&second, &third}) {
-            EXPECT_TRUE((*refused)->Receive(message, longest, memory, plenty, In(10s)));
-            EXPECT_EQ(message, refusal);
-            EXPECT_FALSE((*refused)->Receive(message, longest, memory, plenty, In(10s)));
+            EXPECT_EQ(Next(**refused), refusal);
+            EXPECT_EQ(Next(**refused), Bytes());
         }
     }
     second = Connection::Open(name);
     EXPECT_TRUE(listener->Accept(In(10s), refusal));
 }
 
-TEST_F(LocalConnection, RefusesSeveralPiecesOfMemoryAndClosesThem) {
-    const test_support::OwnPiece exact = test_support::MakeMemory(5000);
-    for (const std::size_t count : {2u, 3u, 8u, 9u, 253u}) {
-        RawClient raw(name);
-        std::optional<Connection> peer = listener->Accept(In(10s));
-        ASSERT_TRUE(peer && raw.Send(Bytes{1}, std::vector<test_support::Piece>(count, exact)));
-        const std::set<int> open = OpenDescriptors();
-        EXPECT_FALSE(peer->Receive(message, longest, memory, plenty, In(10s))) << count;
-        EXPECT_EQ(OpenDescriptors(), open) << count;
-    }
-}
-
-TEST_F(LocalConnection, CannotBeMadeToFaultByAPeerThatCutsItsMemory) {
-    std::optional<test_support::OwnPiece> piece(test_support::MakeMemory(1 << 16));
-    const int file = static_cast<int>(*piece);
-    RawClient raw(name);
+TEST_F(LocalConnection, TakesNoDescriptorsThatComeAlong) {
+    const Owned folder(::open((runtimeFolder.Path() / "run" / "vexlane").c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
+    const SocketAddress address = *SocketAddress::Of(folder.Get(), name);
+    const Owned socket(::socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0));
+    ASSERT_EQ(::connect(socket.Get(), address.Get(), address.Size()), 0);
     std::optional<Connection> peer = listener->Accept(In(10s));
-    ASSERT_TRUE(peer && raw.Send(Bytes{1}, {*piece}));
-    ASSERT_TRUE(peer->Receive(message, longest, memory, plenty, In(10s)));
-    EXPECT_NE(::ftruncate(file, 0), 0);
-    ::fallocate(file, FALLOC_FL_PUNCH_HOLE | FALLOC_FL_KEEP_SIZE, 0, 1 << 16);
-    piece.reset();
-    EXPECT_EQ(std::ranges::count(memory->Bytes(), 0), 1 << 16);
+    std::uint8_t byte = 1;
+    iovec bytes = {&byte, 1};
+    union {
+        cmsghdr part;
+        char room[CMSG_SPACE(sizeof(int))];
+    } control = {};
+    control.part = {CMSG_LEN(sizeof(int)), SOL_SOCKET, SCM_RIGHTS};
+    const int own = socket.Get();
+    std::memcpy(CMSG_DATA(&control.part), &own, sizeof own);
+    msghdr header = {};
+    header.msg_iov = &bytes;
+    header.msg_iovlen = 1;
+    header.msg_control = &control;
+    header.msg_controllen = sizeof control;
+    ASSERT_EQ(::sendmsg(socket.Get(), &header, 0), 1);
+    const std::set<int> open = OpenDescriptors();
+    EXPECT_EQ(Next(*peer), Bytes{1});
+    EXPECT_EQ(OpenDescriptors(), open);
 }
 
 }  // namespace

@@ -65,10 +65,9 @@ std::vector<Bytes> Corpus() {
     std::vector<Bytes> corpus;
     for (const transport::Contents& contents : std::vector<transport::Contents>{
              transport::Greeting(), transport::GreetingAnswer(), transport::Range{64, 256}, transport::RangeTaken(),
-             transport::Frame{1920, 1080, true, std::nullopt},
-             transport::Frame{640, 480, false, transport::Region{1, 2, 30, 40}}, transport::Readings(),
-             transport::Readings{{reading}}, transport::Readings{std::vector<transport::Reading>(5, reading)},
-             transport::Busy()}) {
+             transport::Frame{1920, 1080, {}}, transport::Frame{640, 480, {1, 2, 30, 40}}, transport::Readings(),
+             transport::Readings{1, 0, {reading}},
+             transport::Readings{5, 0, {reading, reading, reading, reading, reading}}, transport::Busy()}) {
         corpus.push_back(transport::Encode({1, contents}));
     }
     return corpus;

@@ -10,30 +10,10 @@
 
 #include "reference/transport/windows_names.h"
 #include "tests/reference/transport/connection_fixture.h"
-#include "tests/support/raw_client.h"
 
 namespace {
 
 using namespace transport_test;
-
-// A query of the connection's, which a test may let fail.
-DWORD failingQuery = ERROR_SUCCESS;
-
-}  // namespace
-
-// Stands in for the import library's.
-extern "C" DWORD WINAPI K32GetMappedFileNameA(HANDLE process, LPVOID address, LPSTR name, DWORD size) {
-    if (failingQuery != ERROR_SUCCESS) {
-        SetLastError(failingQuery);
-        return 0;
-    }
-    using Query = DWORD(WINAPI*)(HANDLE, LPVOID, LPSTR, DWORD);
-    static const auto query = reinterpret_cast<Query>(
-        reinterpret_cast<void*>(GetProcAddress(GetModuleHandleA("kernel32"), "K32GetMappedFileNameA")));
-    return query(process, address, name, size);
-}
-
-namespace {
 
 // The user by the name that the system's text form gives it.
 std::string OwnUser() {
@@ -140,33 +120,6 @@ TEST_F(LocalConnection, LetsInItsOwnUserAlone) {
     LocalFree(text);
     EXPECT_THAT(list, testing::AllOf(testing::StartsWith("D:P(A;;"), testing::EndsWith(";;;" + OwnUser() + ")")));
     EXPECT_EQ(std::count(list.begin(), list.end(), '('), 1);
-}
-
-TEST_F(LocalConnection, GivesThePeerMemoryThatItCannotWrite) {
-    const SharedMemory own(5000);
-    ASSERT_TRUE(client->Send(Bytes{1}, &own, In(10s)));
-    ASSERT_TRUE(Receives(Bytes{1}));
-    MEMORY_BASIC_INFORMATION pages = {};
-    ASSERT_NE(VirtualQuery(memory->Bytes().data(), &pages, sizeof pages), 0u);
-    EXPECT_EQ(pages.Protect, static_cast<DWORD>(PAGE_READONLY));
-    DWORD former = 0;
-    EXPECT_FALSE(VirtualProtect(const_cast<std::uint8_t*>(memory->Bytes().data()), 5000, PAGE_READWRITE, &former));
-}
-
-// Whether the memory is that of a file is then not known, and a file's end can be moved by others.
-TEST_F(LocalConnection, RefusesMemoryWhoseFileCannotBeAskedFor) {
-    mayBeKept = test_support::keptByLocks;
-    const SharedMemory own(5000);
-    for (const auto error : {ERROR_ACCESS_DENIED, ERROR_NOT_ENOUGH_MEMORY, ERROR_UNEXP_NET_ERR}) {
-        SCOPED_TRACE(error);
-        failingQuery = static_cast<DWORD>(error);
-        ASSERT_TRUE(client->Send(Bytes{1}, &own, In(10s)));
-        EXPECT_FALSE(Receives(Bytes{1}));
-        failingQuery = ERROR_SUCCESS;
-        Reconnect();
-    }
-    ASSERT_TRUE(client->Send(Bytes{1}, &own, In(10s)));
-    EXPECT_TRUE(Receives(Bytes{1}));
 }
 
 // More than the pipe has instances that wait.
