@@ -39,13 +39,13 @@ RPLATE RecordOf(const transport::Reading& reading) {
 
 static_assert(transport::mostReadings == engineRecordCount && transport::longestText < sizeof RPLATE::text);
 
-Client::Client(std::string nameOfServer) : name(std::move(nameOfServer)) {}
+Client::Client(std::string name) : name_(std::move(name)) {}
 
 bool Client::SetRange(std::int32_t minimum, std::int32_t maximum) {
     const transport::Deadline start = transport::Clock::now();
     const transport::Deadline deadline = start + longestRange;
-    range = transport::Range{minimum, maximum};
-    if (connection && GiveRange(deadline)) {
+    range_ = transport::Range{minimum, maximum};
+    if (connection_ && GiveRange(deadline)) {
         return true;
     }
     for (;;) {
@@ -78,7 +78,7 @@ int Client::Recognise(const IMG* image, const tagRECT* region, RPLATE* plates) {
         }
     }
     const transport::Deadline now = transport::Clock::now();
-    if (!connection && (now < nextFrame || Connect(now + longestConnecting) != Attempt::Connected)) {
+    if (!connection_ && (now < nextFrame_ || Connect(now + longestConnecting) != Attempt::Connected)) {
         return 0;
     }
     const transport::Deadline deadline = transport::Clock::now() + transport::longestFrame;
@@ -92,17 +92,17 @@ int Client::Recognise(const IMG* image, const tagRECT* region, RPLATE* plates) {
 
 // Greets a new server and gives it the range.
 Client::Attempt Client::Connect(transport::Deadline deadline) {
-    isServerBusy = false;
+    isServerBusy_ = false;
     bool isConnected = false;
     try {
-        connection = transport::Connection::Open(name);
-        isConnected = connection && Greet(deadline) && (!range || GiveRange(deadline));
+        connection_ = transport::Connection::Open(name_);
+        isConnected = connection_ && Greet(deadline) && (!range_ || GiveRange(deadline));
     } catch (const std::exception&) {
         // What this process lacks another server would not have.
-        isServerBusy = true;
+        isServerBusy_ = true;
     }
-    if (isServerBusy) {
-        nextFrame = transport::Clock::now() + busyPause;
+    if (isServerBusy_) {
+        nextFrame_ = transport::Clock::now() + busyPause;
         return Attempt::Busy;
     }
     return isConnected ? Attempt::Connected : Attempt::Failed;
@@ -112,14 +112,14 @@ Client::Attempt Client::Connect(transport::Deadline deadline) {
 bool Client::Greet(transport::Deadline deadline) {
     const auto greeting = Ask<transport::GreetingAnswer>(transport::Greeting(), deadline);
     if (greeting && greeting->version != transport::protocolVersion) {
-        connection.reset();
+        connection_.reset();
     }
-    return connection.has_value();
+    return connection_.has_value();
 }
 
 // REQUIRES: a connection and a range.
 bool Client::GiveRange(transport::Deadline deadline) {
-    return Ask<transport::RangeTaken>(*range, deadline).has_value();
+    return Ask<transport::RangeTaken>(*range_, deadline).has_value();
 }
 
 std::span<const std::uint8_t> Client::PixelsOf(const IMG& image) {
@@ -127,20 +127,20 @@ std::span<const std::uint8_t> Client::PixelsOf(const IMG& image) {
     if (image.rowStride == row) {
         return {image.pixels, row * image.height};
     }
-    rows.resize(row * image.height);
+    rows_.resize(row * image.height);
     for (std::size_t y = 0; y < image.height; ++y) {
-        std::copy_n(image.pixels + y * image.rowStride, row, rows.begin() + static_cast<std::ptrdiff_t>(y * row));
+        std::copy_n(image.pixels + y * image.rowStride, row, rows_.begin() + static_cast<std::ptrdiff_t>(y * row));
     }
-    return rows;
+    return rows_;
 }
 
 // Without the one right answer in time the connection ends. REQUIRES: a connection.
 template <class Answer>
 std::optional<Answer> Client::Ask(const transport::Contents& question, transport::Deadline deadline,
                                   std::span<const std::uint8_t> pixels) {
-    const std::uint64_t number = ++requests;
-    transport::Connection asked = std::move(*connection);
-    connection.reset();
+    const std::uint64_t number = ++requests_;
+    transport::Connection asked = std::move(*connection_);
+    connection_.reset();
     const bool isAsked =
         asked.Send(transport::Encode({number, question}), deadline) && (pixels.empty() || asked.Send(pixels, deadline));
     // A busy server may have gone by now, but not without a word.
@@ -152,11 +152,11 @@ std::optional<Answer> Client::Ask(const transport::Contents& question, transport
     }
     const auto* const answer = std::get_if<Answer>(&message->contents);
     if (isAsked && answer != nullptr && message->number == number) {
-        connection = std::move(asked);
+        connection_ = std::move(asked);
         return *answer;
     }
-    isServerBusy = std::holds_alternative<transport::Greeting>(question) && message->number == 0 &&
-                   std::holds_alternative<transport::Busy>(message->contents);
+    isServerBusy_ = std::holds_alternative<transport::Greeting>(question) && message->number == 0 &&
+                    std::holds_alternative<transport::Busy>(message->contents);
     return std::nullopt;
 }
 

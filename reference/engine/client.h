@@ -32,7 +32,7 @@ inline constexpr std::chrono::milliseconds busyPause{50};
 /// so an answer that comes too late is never taken for that of a later request. One thread at a time.
 class Client {
   public:
-    explicit Client(std::string nameOfServer = transport::ServerName());
+    explicit Client(std::string name = transport::ServerName());
 
     /// True when the server has taken the range, within longestRange, and when it is no fault of the server's that it
     /// has not: when it says that it is busy, or this process has no descriptor or memory for a connection. The range
@@ -54,13 +54,13 @@ class Client {
     std::optional<Answer> Ask(const transport::Contents& question, transport::Deadline deadline,
                               std::span<const std::uint8_t> pixels = {});
 
-    const std::string name;
-    std::optional<transport::Range> range;
-    std::optional<transport::Connection> connection;
-    std::vector<std::uint8_t> rows;  // of a picture that has gaps between its own
-    std::uint64_t requests = 0;
-    bool isServerBusy = false;      // it has said so in place of the last answer
-    transport::Deadline nextFrame;  // frames make no attempt to connect before
+    const std::string name_;
+    std::optional<transport::Range> range_;
+    std::optional<transport::Connection> connection_;
+    std::vector<std::uint8_t> rows_;  // of a picture that has gaps between its own
+    std::uint64_t requests_ = 0;
+    bool isServerBusy_ = false;      // it has said so in place of the last answer
+    transport::Deadline nextFrame_;  // frames make no attempt to connect before
 };
 
 }  // namespace engine_client

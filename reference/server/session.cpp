@@ -44,16 +44,16 @@ transport::Readings AsSent(const std::vector<plate_reading::Reading>& readings) 
 
 class Session {
   public:
-    Session(transport::Connection& peer, ReaderPool& pool, int confirmations,
-            std::atomic<transport::Deadline>& requestTime)
-        : connection(peer), readers(pool), stream(confirmations), lastRequest(requestTime) {}
+    Session(transport::Connection& connection, ReaderPool& readers, int confirmations,
+            std::atomic<transport::Deadline>& lastRequest)
+        : connection_(connection), readers_(readers), stream_(confirmations), lastRequest_(lastRequest) {}
 
     void Serve() {
         if (!Greet()) {
             return;
         }
         while (const std::optional<transport::Message> request = Next(transport::noDeadline)) {
-            lastRequest = transport::Clock::now();
+            lastRequest_ = transport::Clock::now();
             const std::optional<transport::Contents> answer =
                 std::visit([this](const auto& contents) { return Answer(contents); }, request->contents);
             if (!answer || !Send({request->number, *answer})) {
@@ -72,30 +72,30 @@ class Session {
 
     std::optional<transport::Message> Next(transport::Deadline deadline) {
         std::array<std::uint8_t, transport::largestMessageBytes> received;
-        return transport::Decode(std::span(received).first(connection.Receive(received, deadline)));
+        return transport::Decode(std::span(received).first(connection_.Receive(received, deadline)));
     }
 
     bool Send(const transport::Message& message) {
-        return connection.Send(transport::Encode(message), transport::Clock::now() + longestAnswering);
+        return connection_.Send(transport::Encode(message), transport::Clock::now() + longestAnswering);
     }
 
     std::optional<transport::Contents> Answer(const transport::Range& range) {
-        widths = plate_reading::WidthRange{range.minimum, range.maximum};
+        widths_ = plate_reading::WidthRange{range.minimum, range.maximum};
         return transport::RangeTaken();
     }
 
     std::optional<transport::Contents> Answer(const transport::Frame& frame) {
         // After the deadline nobody waits for the answer any more.
         const transport::Deadline deadline = transport::Clock::now() + transport::longestFrame;
-        if (!connection.ReceiveAll(pixels, transport::PictureBytes(frame.width, frame.height), deadline)) {
+        if (!connection_.ReceiveAll(pixels_, transport::PictureBytes(frame.width, frame.height), deadline)) {
             return std::nullopt;
         }
-        const std::optional<ReaderPool::Loan> loan = readers.Take(deadline);
-        if (!loan || !connection.PeerIsThere()) {
+        const std::optional<ReaderPool::Loan> loan = readers_.Take(deadline);
+        if (!loan || !connection_.PeerIsThere()) {
             return transport::Readings();
         }
         plate_reading::Picture picture;
-        picture.pixels = pixels.data();
+        picture.pixels = pixels_.data();
         picture.width = static_cast<int>(frame.width);
         picture.height = static_cast<int>(frame.height);
         picture.stride = std::size_t{frame.width} * transport::bytesPerPixel;
@@ -104,7 +104,7 @@ class Session {
             region = {frame.region.left, frame.region.top, frame.region.right, frame.region.bottom};
         }
         try {
-            return AsSent(stream.Follow(picture, region, loan->Reader().Read(picture, region, widths)));
+            return AsSent(stream_.Follow(picture, region, loan->Reader().Read(picture, region, widths_)));
         } catch (const std::exception& error) {
             Complain(std::string("a frame cannot be read: ") + error.what());
         } catch (...) {
@@ -119,12 +119,12 @@ class Session {
         return std::nullopt;
     }
 
-    transport::Connection& connection;
-    ReaderPool& readers;
-    plate_reading::ReadingStream stream;  // a thread of the host's handles one camera at a time
-    std::atomic<transport::Deadline>& lastRequest;
-    std::optional<plate_reading::WidthRange> widths;
-    std::vector<std::uint8_t> pixels;  // of the largest frame so far, at least
+    transport::Connection& connection_;
+    ReaderPool& readers_;
+    plate_reading::ReadingStream stream_;  // a thread of the host's handles one camera at a time
+    std::atomic<transport::Deadline>& lastRequest_;
+    std::optional<plate_reading::WidthRange> widths_;
+    std::vector<std::uint8_t> pixels_;  // of the largest frame so far, at least
 };
 
 }  // namespace

@@ -11,12 +11,12 @@ namespace transcript {
 /// A draw that is an argument of a call stands in a statement of its own: the order of arguments is the compiler's.
 class Random {
   public:
-    explicit Random(std::uint64_t seed) : engine(seed) {}
+    explicit Random(std::uint64_t seed) : engine_(seed) {}
 
-    std::uint64_t Number() { return engine(); }
+    std::uint64_t Number() { return engine_(); }
 
     /// Below `limit`, which is not 0.
-    std::uint64_t Below(std::uint64_t limit) { return engine() % limit; }
+    std::uint64_t Below(std::uint64_t limit) { return engine_() % limit; }
 
     std::int32_t Between(std::int32_t lowest, std::int32_t highest) {
         const auto width = static_cast<std::uint64_t>(std::int64_t{highest} - lowest + 1);
@@ -30,13 +30,13 @@ class Random {
         return *std::next(values.begin(), static_cast<std::ptrdiff_t>(Below(values.size())));
     }
 
-    std::uint8_t Byte() { return static_cast<std::uint8_t>(engine() >> 56); }
+    std::uint8_t Byte() { return static_cast<std::uint8_t>(engine_() >> 56); }
     std::uint8_t Byte(unsigned lowest, unsigned highest) {
         return static_cast<std::uint8_t>(lowest + Below(highest - lowest + 1));
     }
 
   private:
-    std::mt19937_64 engine;
+    std::mt19937_64 engine_;
 };
 
 }  // namespace transcript

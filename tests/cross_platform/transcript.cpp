@@ -150,8 +150,8 @@ std::string Masked(const std::string& line) {
 }
 
 void Transcript::Append(const std::string& line) {
-    text += line;
-    text += '\n';
+    text_ += line;
+    text_ += '\n';
 }
 
 void Transcript::Write(const std::string& line) {
@@ -161,12 +161,12 @@ void Transcript::Write(const std::string& line) {
 
 const std::string& Transcript::Text() {
     TakeLines();
-    return text;
+    return text_;
 }
 
 // The lines that are complete; a text of several lines is several.
 std::vector<std::string> Transcript::NewLines() {
-    const std::string fresh = source.Text(read);
+    const std::string fresh = source_.Text(read_);
     std::vector<std::string> lines;
     std::size_t start = 0;
     for (std::size_t end = fresh.find('\n'); end != std::string::npos; end = fresh.find('\n', start)) {
@@ -175,12 +175,12 @@ std::vector<std::string> Transcript::NewLines() {
         const bool isStart =
             line.starts_with(detectorStart) || line.starts_with(launcherStart) || line.starts_with(baseStart);
         // A system's text can bring line ends of its own.
-        if (isStart || !isBehindSystemText) {
-            isBehindSystemText = IsLauncherLine(line) && line.find(systemTextStart) != std::string::npos;
+        if (isStart || !isBehindSystemText_) {
+            isBehindSystemText_ = IsLauncherLine(line) && line.find(systemTextStart) != std::string::npos;
             lines.push_back(Masked(line));
         }
     }
-    read += start;
+    read_ += start;
     return lines;
 }
 

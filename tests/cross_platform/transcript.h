@@ -30,7 +30,7 @@ std::string Masked(const std::string& line);
 class Transcript {
   public:
     /// Takes trace lines from `lines`, which must outlive it.
-    explicit Transcript(const plugin_test::DebugLines& lines) : source(lines) {}
+    explicit Transcript(const plugin_test::DebugLines& lines) : source_(lines) {}
 
     void Write(const std::string& line);
 
@@ -49,10 +49,10 @@ class Transcript {
     void TakeLines();
     void Append(const std::string& line);
 
-    const plugin_test::DebugLines& source;
-    std::size_t read = 0;  // of the source, in bytes
-    bool isBehindSystemText = false;
-    std::string text;
+    const plugin_test::DebugLines& source_;
+    std::size_t read_ = 0;  // of the source, in bytes
+    bool isBehindSystemText_ = false;
+    std::string text_;
 };
 
 }  // namespace transcript

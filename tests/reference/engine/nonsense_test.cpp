@@ -18,15 +18,15 @@ using Bytes = std::vector<std::uint8_t>;
 class AnyClient {
   public:
     AnyClient() {
-        EXPECT_TRUE(ComesTrue([this] { return (connection = Connection::Open(ServerName())).has_value(); }));
+        EXPECT_TRUE(ComesTrue([this] { return (connection_ = Connection::Open(ServerName())).has_value(); }));
     }
 
-    bool Send(std::span<const std::uint8_t> bytes) { return connection->Send(bytes, Clock::now() + 1min); }
+    bool Send(std::span<const std::uint8_t> bytes) { return connection_->Send(bytes, Clock::now() + 1min); }
 
     /// The next message; empty when there is none within a minute, and when the server has ended the connection.
     Bytes Receive() {
         Bytes bytes(largestMessageBytes);
-        bytes.resize(connection->Receive(bytes, Clock::now() + 1min));
+        bytes.resize(connection_->Receive(bytes, Clock::now() + 1min));
         return bytes;
     }
 
@@ -34,11 +34,11 @@ class AnyClient {
         // What the server still has to say comes first.
         while (!Receive().empty()) {
         }
-        return !connection->PeerIsThere();
+        return !connection_->PeerIsThere();
     }
 
   private:
-    std::optional<Connection> connection;
+    std::optional<Connection> connection_;
 };
 
 struct GreetedClient : AnyClient {
