@@ -116,7 +116,8 @@ class Round {
         if (draw < 3) {
             server = Server::Stranger;
             servers::Place(VEXLANE_SERVER_PROGRAM);
-            if (servers::StartStranger() == 0 || !ComesTrue([] { return servers::Running().size() == 1; })) {
+            stranger = servers::StartStranger();
+            if (!ComesTrue([] { return servers::Running().size() == 1; })) {
                 throw std::runtime_error("the server cannot be started");
             }
         } else if (draw < 6) {
@@ -565,6 +566,7 @@ class Round {
     OKM8::Analytics::IModule* module = nullptr;
     std::vector<Detector> detectors;
     Server server = Server::Missing;
+    std::unique_ptr<test_support::ChildProcess> stranger;
     bool isVerbose = false;
     std::optional<std::chrono::steady_clock::time_point> polling;  // since then
     bool isPollingOver = false;

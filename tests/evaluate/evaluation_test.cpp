@@ -8,7 +8,7 @@
 #include <thread>
 
 #include "tests/evaluate/pictures.h"
-#include "tests/host/process.h"
+#include "tests/host/temporary_folder.h"
 #include "tools/evaluate/failure.h"
 
 namespace plate_evaluation {

@@ -6,6 +6,7 @@
 
 #include "platform/linux/send_signal.h"
 #include "tests/host/process.h"
+#include "tests/host/temporary_folder.h"
 #include "tests/support/comes_true.h"
 #include "tests/support/servers.h"
 #include "tools/evaluate/failure.h"

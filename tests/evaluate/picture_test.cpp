@@ -8,7 +8,7 @@
 
 #include "tests/evaluate/jpeg.h"
 #include "tests/evaluate/pictures.h"
-#include "tests/host/process.h"
+#include "tests/host/temporary_folder.h"
 #include "tools/evaluate/failure.h"
 
 namespace evaluate_test {

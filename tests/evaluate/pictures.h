@@ -8,8 +8,6 @@
 #include <string>
 #include <vector>
 
-#include "tests/host/process.h"
-
 namespace evaluate_test {
 
 using Pixel = std::array<std::uint8_t, 3>;  ///< red, green, blue

@@ -9,6 +9,7 @@
 #include "tests/evaluate/pictures.h"
 #include "tests/host/checksum.h"
 #include "tests/host/process.h"
+#include "tests/host/temporary_folder.h"
 
 namespace evaluate_test {
 namespace {

@@ -6,6 +6,7 @@
 #include <sstream>
 
 #include "tests/evaluate/pictures.h"
+#include "tests/host/temporary_folder.h"
 #include "tools/evaluate/failure.h"
 
 namespace plate_evaluation {

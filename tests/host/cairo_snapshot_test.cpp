@@ -8,6 +8,7 @@
 #include "tests/host/play_command.h"
 #include "tests/host/png.h"
 #include "tests/host/process.h"
+#include "tests/host/temporary_folder.h"
 #include "tools/host/snapshot_picture.h"
 #include "tools/host/system.h"
 

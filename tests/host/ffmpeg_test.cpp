@@ -7,6 +7,7 @@
 #include "tests/host/pictures.h"
 #include "tests/host/play_command.h"
 #include "tests/host/process.h"
+#include "tests/host/temporary_folder.h"
 #include "tests/host/video_writer.h"
 #include "tools/host/ffmpeg_reader.h"
 

@@ -4,6 +4,7 @@
 #include <algorithm>
 
 #include "tests/host/process.h"
+#include "tests/host/temporary_folder.h"
 #include "tools/host/system.h"
 
 namespace host_test {

@@ -8,6 +8,7 @@
 #include "tests/host/pictures.h"
 #include "tests/host/png.h"
 #include "tests/host/process.h"
+#include "tests/host/temporary_folder.h"
 
 namespace host_test {
 namespace {

@@ -4,6 +4,7 @@
 
 #include "tests/host/play_command.h"
 #include "tests/host/process.h"
+#include "tests/host/temporary_folder.h"
 
 namespace host_test {
 namespace {

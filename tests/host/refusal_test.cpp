@@ -7,6 +7,8 @@
 #include "tests/host/pictures.h"
 #include "tests/host/play_command.h"
 #include "tests/host/process.h"
+#include "tests/host/system_text.h"
+#include "tests/host/temporary_folder.h"
 #include "tools/host/system.h"
 
 namespace host_test {
@@ -78,7 +80,8 @@ TEST_F(Refusal, AMissingEngine) {
 
 TEST_F(Refusal, NoEngineBesideTheProgram) {
     const std::string program = folder.Copy(PLATE_HOST_PROGRAM, "plate-host.exe");
-    HostProcess process({.program = program, .arguments = {"play", video, "--plugin", HOST_TEST_PLUGIN}});
+    HostProcess process(
+        {.program = plate_host::ToPath(program), .arguments = {"play", video, "--plugin", HOST_TEST_PLUGIN}});
     ExpectOneLine(process.Wait(), "there is no engine at \"" + folder.Path(plate_host::EngineFileName()) +
                                       "\"; name one with --engine");
 }

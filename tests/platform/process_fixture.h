@@ -16,11 +16,28 @@
 
 #include "platform/last_error.h"
 #include "platform/process.h"
-#include "tests/platform/process_system.h"
 #include "tests/support/comes_true.h"
 #include "tests/support/environment.h"
+#include "tests/support/servers.h"
 
 namespace process_tests {
+
+using servers::OwnFolder;
+
+/// The program that the tests start, in one of the parts "sleep", "exit" and "report FILE".
+#ifdef _WIN32
+inline constexpr const char* helperName = "process-helper.exe";
+#else
+inline constexpr const char* helperName = "process-helper";
+#endif
+
+inline std::uint32_t OwnProcessId() {
+    return platform::CurrentProcessId();
+}
+
+inline void KillFromOutside(std::uint32_t process) {
+    servers::Kill(static_cast<servers::ProcessId>(process));
+}
 
 using Ids = std::set<std::uint32_t>;
 

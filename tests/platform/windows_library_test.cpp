@@ -9,8 +9,7 @@
 #include <string>
 
 #include "platform/last_error.h"
-#include "tests/platform/process_system.h"
-#include "tests/support/environment.h"
+#include "tests/support/servers.h"
 
 namespace {
 
@@ -42,7 +41,7 @@ TEST(WindowsLastError, IsTheOneThatTheSystemKeeps) {
 class WindowsLibrary : public testing::Test {
   protected:
     WindowsLibrary() : event(CreateEventA(nullptr, TRUE, FALSE, nullptr)) {
-        library = LoadLibraryA((process_tests::OwnFolder() / subjectName).string().c_str());
+        library = LoadLibraryA((servers::OwnFolder() / subjectName).string().c_str());
         EXPECT_NE(library, nullptr);
     }
     ~WindowsLibrary() override {
@@ -115,23 +114,13 @@ TEST_F(WindowsLibrary, WithoutAReferenceNothingIsReleased) {
 
 /// How a process of its own saw the library end.
 std::string EndOf(const std::string& manner) {
-    const std::filesystem::path folder = process_tests::OwnFolder();
+    const std::filesystem::path folder = servers::OwnFolder();
     const std::filesystem::path report = folder / ("library-report-" + std::to_string(GetCurrentProcessId()));
-    test_support::SetEnvironment("VEXLANE_TEST_REPORT", report.string());
-    std::string commandLine = "\"" + (folder / "library-host.exe").string() + "\" " + subjectName + " " + manner;
-    STARTUPINFOA startup = {};
-    startup.cb = sizeof(startup);
-    PROCESS_INFORMATION started = {};
-    EXPECT_NE(
-        CreateProcessA(nullptr, commandLine.data(), nullptr, nullptr, FALSE, 0, nullptr, nullptr, &startup, &started),
-        FALSE);
-    test_support::UnsetEnvironment("VEXLANE_TEST_REPORT");
-    EXPECT_EQ(WaitForSingleObject(started.hProcess, longestWaitMilliseconds), WAIT_OBJECT_0);
-    DWORD code = 0;
-    EXPECT_NE(GetExitCodeProcess(started.hProcess, &code), FALSE);
-    EXPECT_EQ(code, 42u);
-    CloseHandle(started.hThread);
-    CloseHandle(started.hProcess);
+    test_support::ChildProcess host({.program = folder / "library-host.exe",
+                                     .arguments = {subjectName, manner},
+                                     .environment = {{"VEXLANE_TEST_REPORT", report.string()}}});
+    const test_support::Finished end = host.Wait();
+    EXPECT_EQ(end.status, 42) << end.errors;
     std::string word;
     std::ifstream(report) >> word;
     std::filesystem::remove(report);

@@ -2,7 +2,6 @@
 
 #include <chrono>
 
-#include "tests/plugin/child_program.h"
 #include "tests/plugin/plugin_fixture.h"
 
 namespace {
@@ -152,14 +151,15 @@ class ProcessEnd : public testing::TestWithParam<const char*> {
 };
 
 TEST_P(ProcessEnd, WhilePollingRunsComesBackAndEndsTheServer) {
-    ChildProgram host(servers::OwnFolder() / VEXLANE_ENDING_HOST, GetParam());
+    test_support::ChildProcess host({.program = servers::OwnFolder() / VEXLANE_ENDING_HOST, .arguments = {GetParam()}});
     // It writes the server's id and then ends.
-    const servers::ProcessId server = host.ReadNumber();
+    host.WaitForOutput("\n");
+    const servers::ProcessId server = std::stoi(host.Output());
     const auto start = std::chrono::steady_clock::now();
     EXPECT_GT(server, 0);
-    ASSERT_TRUE(ComesTrue([&] { return host.Status().has_value(); })) << "the process hangs at its end";
+    const test_support::Finished end = host.Wait();
     EXPECT_LT(std::chrono::steady_clock::now() - start, longestEnd);
-    EXPECT_EQ(host.Status(), 0);
+    EXPECT_EQ(end.status, 0) << end.errors;
     EXPECT_TRUE(ComesTrue([server] { return servers::IsGone(server); }));
 }
 

@@ -1,6 +1,5 @@
 #include <fcntl.h>
 #include <gmock/gmock.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -55,16 +54,14 @@ TEST_F(LinuxServerProcess, OfAStrangerIsAdoptedInPlaceOfOursAndEndedByTheNextSto
     StartPolling();
     const pid_t ours = TheServer();
     ASSERT_NE(ours, 0);
-    pid_t stranger = servers::StartStranger();
+    const auto stranger = servers::StartStranger();
     ASSERT_TRUE(ComesTrue([] { return Running().size() == 2; }));
     // With a list in the order of the ids the last one is adopted.
-    ASSERT_GT(stranger, ours);
+    ASSERT_GT(stranger->Id(), ours);
     EXPECT_TRUE(launcher->IsServerRunning());
     launcher->Stop();
     EXPECT_THAT(Running(), ElementsAre(ours));
-    int status = 0;
-    EXPECT_EQ(waitpid(stranger, &status, 0), stranger) << "it was the test's to wait for";
-    EXPECT_TRUE(WIFSIGNALED(status));
+    EXPECT_NE(stranger->Wait().signal, 0) << "it was the test's to wait for";
 }
 
 TEST_F(LinuxServerProcess, ThatBlocksAllSignalsIsEnded) {

@@ -80,13 +80,13 @@ TEST_F(ServerProcess, IsGoneWhenTheLauncherIsDestroyed) {
 // A program of the server's name that somebody else has started
 
 TEST_F(ServerProcess, OfAStrangerIsSeenButNeitherAdoptedNorEndedWithoutARecord) {
-    const servers::ProcessId stranger = servers::StartStranger();
-    ASSERT_TRUE(ComesTrue([stranger] { return Running().contains(stranger); }));
+    const auto stranger = servers::StartStranger();
+    ASSERT_TRUE(ComesTrue([&] { return Running().contains(stranger->Id()); }));
     StartPolling();
     EXPECT_TRUE(launcher->IsServerRunning());
     launcher->Restart();
     launcher->Stop();
-    EXPECT_THAT(Running(), ElementsAre(stranger));
+    EXPECT_THAT(Running(), ElementsAre(stranger->Id()));
     EXPECT_EQ(LinesThatBegin("TerminateProcess(0x0) - failed, err = "), 2);
     EXPECT_EQ(LinesThatBegin("CreatedProcess("), 0);
 }

@@ -81,9 +81,9 @@ TEST_F(WindowsServerProcess, OfAStrangerTakesPartInTheAdoptionAndTheLastOneListe
     StartPolling();
     const ProcessId ours = TheServer();
     ASSERT_NE(ours, 0);
-    const ProcessId stranger = servers::StartStranger();
+    const auto stranger = servers::StartStranger();
     ASSERT_TRUE(ComesTrue([] { return Running().size() == 2; }));
-    const std::vector<ProcessId> order = InListOrder(ours, stranger);
+    const std::vector<ProcessId> order = InListOrder(ours, stranger->Id());
     ASSERT_EQ(order.size(), 2u);
     EXPECT_TRUE(launcher->IsServerRunning());
     launcher->Stop();
@@ -100,11 +100,11 @@ TEST_F(WindowsServerProcess, OfAStrangerIsAdoptedWhenOursHasEnded) {
     launcher->PollTimeoutThread::Stop();
     servers::Kill(ours);
     ASSERT_TRUE(ComesTrue([] { return Running().empty(); }));
-    const ProcessId stranger = servers::StartStranger();
-    ASSERT_TRUE(ComesTrue([&] { return Running().contains(stranger); }));
+    const auto stranger = servers::StartStranger();
+    ASSERT_TRUE(ComesTrue([&] { return Running().contains(stranger->Id()); }));
     EXPECT_TRUE(launcher->IsServerRunning());
     launcher->Stop();
-    EXPECT_TRUE(servers::IsGone(stranger));
+    EXPECT_TRUE(servers::IsGone(stranger->Id()));
     EXPECT_EQ(LinesThatBegin("TerminateProcess("), 0);
 }
 

@@ -1,18 +1,21 @@
 #include "tests/support/servers.h"
 
-#include <spawn.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
+#include <cerrno>
 #include <charconv>
+#include <csignal>
 #include <fstream>
-#include <functional>
 #include <sstream>
 #include <stdexcept>
 #include <string>
 #include <type_traits>
+#include <vector>
 
 #include "platform/linux/send_signal.h"
+#include "tests/support/comes_true.h"
 
 namespace servers {
 
@@ -25,7 +28,7 @@ namespace fs = std::filesystem;
 struct Process {
     pid_t id = 0;
     pid_t parent = 0;
-    char state = 0;
+    char state = 0;       ///< 0 where there is no such process
     std::string program;  ///< empty for one that has ended
 
     bool IsChild() const { return parent == getpid(); }
@@ -34,41 +37,43 @@ struct Process {
     bool IsServer() const { return state != 'Z' && program.substr(0, program.find(" (deleted)")) == serverName; }
 };
 
-void ForEachProcess(const std::function<void(const Process&)>& action) {
+Process ProcessOf(pid_t id) {
+    const fs::path folder = "/proc/" + std::to_string(id);
+    std::ifstream file(folder / "stat");
+    std::string text;
+    std::getline(file, text);
+    Process process;
+    process.id = id;
+    if (const std::size_t close = text.rfind(')'); close != std::string::npos) {
+        std::istringstream(text.substr(close + 1)) >> process.state >> process.parent;
+    }
+    std::error_code gone;
+    process.program = fs::read_symlink(folder / "exe", gone).filename();
+    return process;
+}
+
+std::vector<Process> AllProcesses() {
+    std::vector<Process> processes;
     std::error_code error;
     for (const auto& entry : fs::directory_iterator("/proc", error)) {
         const std::string name = entry.path().filename();
-        Process process;
-        if (std::from_chars(name.data(), name.data() + name.size(), process.id).ptr != name.data() + name.size()) {
-            continue;
+        pid_t id = 0;
+        if (std::from_chars(name.data(), name.data() + name.size(), id).ptr == name.data() + name.size()) {
+            processes.push_back(ProcessOf(id));
         }
-        std::ifstream file(entry.path() / "stat");
-        std::string text;
-        std::getline(file, text);
-        const std::size_t close = text.rfind(')');
-        if (close == std::string::npos) {
-            continue;
-        }
-        std::istringstream rest(text.substr(close + 1));
-        rest >> process.state >> process.parent;
-        std::error_code gone;
-        process.program = fs::read_symlink(entry.path() / "exe", gone).filename();
-        action(process);
+    }
+    return processes;
+}
+
+void Signal(ProcessId process, int signal) {
+    const int error = platform::SendSignal(process, signal);
+    const bool isGoneAsWanted = error == ESRCH && signal == SIGKILL;
+    if (error != 0 && !isGoneAsWanted) {
+        throw std::runtime_error("there is no process " + std::to_string(process) + " to signal");
     }
 }
 
 }  // namespace
-
-// Another user's is as invisible to the library.
-ProcessId ForeignServer() {
-    ProcessId foreign = 0;
-    ForEachProcess([&](const Process& process) {
-        if (process.IsServer() && !process.IsChild() && platform::CheckMaySignal(process.id) == 0) {
-            foreign = process.id;
-        }
-    });
-    return foreign;
-}
 
 fs::path OwnFolder() {
     return fs::read_symlink("/proc/self/exe").parent_path();
@@ -85,34 +90,42 @@ void Remove() {
     fs::remove(OwnFolder() / serverName);
 }
 
-std::set<ProcessId> Running() {
+// Another user's is invisible to the library.
+std::set<ProcessId> Running(Of whose) {
     std::set<ProcessId> running;
-    ForEachProcess([&](const Process& process) {
-        if (process.IsServer() && process.IsChild()) {
+    for (const Process& process : AllProcesses()) {
+        if (process.IsServer() && process.IsChild() == (whose == Of::This) &&
+            platform::CheckMaySignal(process.id) == 0) {
             running.insert(process.id);
         }
-    });
+    }
     return running;
 }
 
 int Zombies() {
-    int count = 0;
-    ForEachProcess([&](const Process& process) { count += process.IsChild() && process.state == 'Z' ? 1 : 0; });
-    return count;
+    const std::vector<Process> all = AllProcesses();
+    return static_cast<int>(std::count_if(
+        all.begin(), all.end(), [](const Process& process) { return process.IsChild() && process.state == 'Z'; }));
 }
 
 bool IsGone(ProcessId process) {
-    std::ifstream file("/proc/" + std::to_string(process) + "/stat");
-    std::string text;
-    std::getline(file, text);
-    const std::size_t close = text.rfind(')');
-    return close == std::string::npos || text.compare(close, 3, ") Z") == 0;
+    const char state = ProcessOf(process).state;
+    return state == 0 || state == 'Z';
 }
 
-void Kill(ProcessId server) {
-    if (platform::SendSignal(server, SIGKILL) == EINVAL) {
-        throw std::runtime_error("there is no process " + std::to_string(server) + " to kill");
+void Kill(ProcessId process) {
+    Signal(process, SIGKILL);
+}
+
+void Suspend(ProcessId process) {
+    Signal(process, SIGSTOP);
+    if (!ComesTrue([process] { return ProcessOf(process).state == 'T'; })) {
+        throw std::runtime_error("the process cannot be stopped");
     }
+}
+
+void Resume(ProcessId process) {
+    Signal(process, SIGCONT);
 }
 
 void KillAll() {
@@ -120,13 +133,6 @@ void KillAll() {
         Kill(server);
         waitpid(server, nullptr, 0);
     }
-}
-
-ProcessId StartStranger() {
-    const std::string program = OwnFolder() / serverName;
-    char* arguments[] = {const_cast<char*>(program.c_str()), nullptr};
-    pid_t process = 0;
-    return posix_spawn(&process, program.c_str(), nullptr, nullptr, arguments, environ) == 0 ? process : 0;
 }
 
 }  // namespace servers

@@ -18,8 +18,6 @@ namespace {
 
 namespace fs = std::filesystem;
 
-constexpr DWORD longestEndMilliseconds = 60'000;
-
 void ForEachProcess(const std::function<void(const PROCESSENTRY32&)>& action) {
     const HANDLE list = CreateToolhelp32Snapshot(TH32CS_SNAPPROCESS, 0);
     if (list == INVALID_HANDLE_VALUE) {
@@ -33,36 +31,17 @@ void ForEachProcess(const std::function<void(const PROCESSENTRY32&)>& action) {
     CloseHandle(list);
 }
 
-// One that has ended stands in the list for as long as somebody has it open.
-bool HasEnded(DWORD process) {
-    const HANDLE handle = OpenProcess(SYNCHRONIZE, FALSE, process);
-    if (handle == nullptr) {
-        return GetLastError() == ERROR_INVALID_PARAMETER;
-    }
-    const bool ended = WaitForSingleObject(handle, 0) == WAIT_OBJECT_0;
+/// A function of the system that no header declares.
+bool Tell(ProcessId process, const char* function) {
+    const FARPROC found = GetProcAddress(GetModuleHandleA("ntdll.dll"), function);
+    const HANDLE handle = OpenProcess(PROCESS_SUSPEND_RESUME, FALSE, static_cast<DWORD>(process));
+    const bool isTold = handle != nullptr && found != nullptr &&
+                        reinterpret_cast<LONG(NTAPI*)(HANDLE)>(reinterpret_cast<void*>(found))(handle) >= 0;
     CloseHandle(handle);
-    return ended;
-}
-
-bool IsChild(const PROCESSENTRY32& entry) {
-    return entry.th32ParentProcessID == GetCurrentProcessId();
-}
-
-bool IsServer(const PROCESSENTRY32& entry) {
-    return lstrcmpiA(entry.szExeFile, serverName) == 0 && !HasEnded(entry.th32ProcessID);
+    return isTold;
 }
 
 }  // namespace
-
-ProcessId ForeignServer() {
-    ProcessId foreign = 0;
-    ForEachProcess([&](const PROCESSENTRY32& entry) {
-        if (!IsChild(entry) && IsServer(entry)) {
-            foreign = static_cast<ProcessId>(entry.th32ProcessID);
-        }
-    });
-    return foreign;
-}
 
 fs::path OwnFolder() {
     std::wstring name(32768, L'\0');
@@ -98,11 +77,13 @@ void Remove() {
     }
 }
 
-std::set<ProcessId> Running() {
+std::set<ProcessId> Running(Of whose) {
     std::set<ProcessId> running;
     ForEachProcess([&](const PROCESSENTRY32& entry) {
-        if (IsChild(entry) && IsServer(entry)) {
-            running.insert(static_cast<ProcessId>(entry.th32ProcessID));
+        const bool isChild = entry.th32ParentProcessID == GetCurrentProcessId();
+        const auto process = static_cast<ProcessId>(entry.th32ProcessID);
+        if (isChild == (whose == Of::This) && lstrcmpiA(entry.szExeFile, serverName) == 0 && !IsGone(process)) {
+            running.insert(process);
         }
     });
     return running;
@@ -112,41 +93,40 @@ int Zombies() {
     return 0;
 }
 
+// One that has ended stands in the list for as long as somebody has it open.
 bool IsGone(ProcessId process) {
-    return HasEnded(static_cast<DWORD>(process));
+    const HANDLE handle = OpenProcess(SYNCHRONIZE, FALSE, static_cast<DWORD>(process));
+    if (handle == nullptr) {
+        return GetLastError() == ERROR_INVALID_PARAMETER;
+    }
+    const bool ended = WaitForSingleObject(handle, 0) == WAIT_OBJECT_0;
+    CloseHandle(handle);
+    return ended;
 }
 
-void Kill(ProcessId server) {
-    const HANDLE handle = OpenProcess(PROCESS_TERMINATE, FALSE, static_cast<DWORD>(server));
+void Kill(ProcessId process) {
+    const HANDLE handle = OpenProcess(PROCESS_TERMINATE, FALSE, static_cast<DWORD>(process));
     if (handle != nullptr) {
         TerminateProcess(handle, 1);
         CloseHandle(handle);
     }
 }
 
-void KillAll() {
-    for (const ProcessId server : Running()) {
-        const HANDLE handle = OpenProcess(PROCESS_TERMINATE | SYNCHRONIZE, FALSE, static_cast<DWORD>(server));
-        if (handle != nullptr) {
-            TerminateProcess(handle, 1);
-            WaitForSingleObject(handle, longestEndMilliseconds);
-            CloseHandle(handle);
-        }
+void Suspend(ProcessId process) {
+    if (!Tell(process, "NtSuspendProcess")) {
+        throw std::runtime_error("the process cannot be stopped");
     }
 }
 
-ProcessId StartStranger() {
-    const std::string program = (OwnFolder() / serverName).string();
-    STARTUPINFOA startup = {};
-    startup.cb = sizeof startup;
-    PROCESS_INFORMATION started = {};
-    if (CreateProcessA(program.c_str(), nullptr, nullptr, nullptr, FALSE, 0, nullptr, nullptr, &startup, &started) ==
-        FALSE) {
-        return 0;
+void Resume(ProcessId process) {
+    Tell(process, "NtResumeProcess");
+}
+
+void KillAll() {
+    for (const ProcessId server : Running()) {
+        Kill(server);
+        ComesTrue([server] { return IsGone(server); });
     }
-    CloseHandle(started.hThread);
-    CloseHandle(started.hProcess);
-    return static_cast<ProcessId>(started.dwProcessId);
 }
 
 }  // namespace servers

@@ -11,7 +11,6 @@
 
 #include "platform/process.h"
 #include "tests/reference/engine/engine_fixture.h"
-#include "tests/reference/faults/process_control.h"
 #include "tests/support/servers.h"
 
 namespace reading_faults {

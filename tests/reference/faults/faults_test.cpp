@@ -3,7 +3,6 @@
 #include <cstdlib>
 #include <random>
 
-#include "tests/plugin/child_program.h"
 #include "tests/reference/faults/faults_fixture.h"
 #include "tests/reference/faults/stream.h"
 #include "tests/support/descriptors.h"
@@ -12,6 +11,7 @@ namespace {
 
 using namespace reading_faults;
 using reading_engine_test::longestCall;
+using test_support::ChildProcess;
 
 /// Of a frame: the range's time, the frame's, and that of ending a server and starting another one.
 constexpr auto longestFrame = 2 * longestCall + 1000ms;
@@ -30,6 +30,12 @@ constexpr std::size_t keptOfAServer = 0;
 class Faults : public ServerPrograms {
   protected:
     Faults() { servers::Place(VEXLANE_STREAM_SERVER); }
+
+    /// What the other host writes first.
+    static servers::ProcessId NumberFrom(ChildProcess& host) {
+        host.WaitForOutput("\n");
+        return std::stoi(host.Output());
+    }
 
     /// Frames until there are plates.
     void PlayUntilPlates(Stream& stream) {
@@ -121,7 +127,7 @@ TEST_F(Faults, AServerThatIsKilledBehindTheEndOfPollingComesBackByEveryRefusedRa
     // A server that is there and refuses is ended, and with it polling.
     const servers::ProcessId first = TheServer();
     ASSERT_NE(first, 0);
-    StopProcess(first);
+    servers::Suspend(first);
     ExpectRecovery(stream, first);
     refusals = 0;
     const char* const wanted = std::getenv("VEXLANE_TEST_KILLS");
@@ -139,7 +145,7 @@ TEST_F(Faults, AServerThatIsStoppedIsReplaced) {
         PlayUntilPlates(stream);
         const servers::ProcessId server = TheServer();
         ASSERT_NE(server, 0);
-        StopProcess(server);
+        servers::Suspend(server);
         ExpectRecovery(stream, server);
         EXPECT_TRUE(servers::IsGone(server));
     }
@@ -223,8 +229,8 @@ TEST_F(Faults, TwoHostsShareOneServerAndTheSecondOutlivesTheFirst) {
     ASSERT_NE(server, 0);
     const std::filesystem::path mayEnd = servers::OwnFolder() / "second-host-may-end";
     std::filesystem::remove(mayEnd);
-    plugin_test::ChildProgram second(servers::OwnFolder() / VEXLANE_READING_HOST, mayEnd.string());
-    EXPECT_EQ(second.ReadNumber(), 1) << "it has started a server of its own";
+    ChildProcess second({.program = servers::OwnFolder() / VEXLANE_READING_HOST, .arguments = {mayEnd.string()}});
+    EXPECT_EQ(NumberFrom(second), 1) << "it has started a server of its own";
     // What is seen in the first picture is confirmed by those behind it.
     for (int frame = 0; frame < 3; ++frame) {
         PlayOne(*stream);
@@ -236,9 +242,9 @@ TEST_F(Faults, TwoHostsShareOneServerAndTheSecondOutlivesTheFirst) {
     stream.reset();
     EXPECT_TRUE(servers::IsGone(server));
     std::ofstream(mayEnd) << "now";
-    EXPECT_TRUE(ComesTrue([&] { return second.Status().has_value(); }));
+    const test_support::Finished end = second.Wait();
     std::filesystem::remove(mayEnd);
-    EXPECT_EQ(second.Status(), 0) << "it has no plates in the end";
+    EXPECT_EQ(end.status, 0) << "it has no plates in the end: " << end.errors;
 }
 
 // A test that met such a server once took 0 for its own one's id, and stopped the whole process group.
@@ -247,8 +253,8 @@ TEST_F(Faults, AServerOfAnotherProcessFailsATestBeforeItBegins) {
     test_support::SetEnvironment("VEXLANE_TEST_IDLE", "500");
     servers::ProcessId server = 0;
     {
-        plugin_test::ChildProgram host(servers::OwnFolder() / VEXLANE_READING_HOST, "never");
-        server = host.ReadNumber();
+        ChildProcess host({.program = servers::OwnFolder() / VEXLANE_READING_HOST, .arguments = {"never"}});
+        server = NumberFrom(host);
         ASSERT_GT(server, 1);
         EXPECT_EQ(TheServer(), 0);
         EXPECT_THAT([] { servers::Place(VEXLANE_TEST_SERVER); },
@@ -264,8 +270,8 @@ TEST_F(Faults, AServerWhoseHostIsKilledEndsByItself) {
     test_support::SetEnvironment("VEXLANE_TEST_IDLE", "500");
     servers::ProcessId server = 0;
     {
-        plugin_test::ChildProgram host(servers::OwnFolder() / VEXLANE_READING_HOST, "never");
-        server = host.ReadNumber();
+        ChildProcess host({.program = servers::OwnFolder() / VEXLANE_READING_HOST, .arguments = {"never"}});
+        server = NumberFrom(host);
         ASSERT_GT(server, 1);
         ASSERT_FALSE(servers::IsGone(server));
     }

@@ -36,7 +36,7 @@ TEST(ProcessControl, StopsOneProcessAndNeverAGroup) {
     const pid_t group = Fork([] {
         ::setpgid(0, 0);
         for (const servers::ProcessId nobody : {0, -1, -::getpid()}) {
-            for (const auto action : {&StopProcess, &ContinueProcess, &servers::Kill}) {
+            for (const auto action : {&servers::Suspend, &servers::Resume, &servers::Kill}) {
                 try {
                     action(nobody);
                     return false;
@@ -61,8 +61,8 @@ TEST_F(ServerProcess, EndsWellWhenItIsAskedTo) {
         Start();
         ASSERT_TRUE(IsServedWell(client));
         const auto asked = transport::Clock::now();
-        ASSERT_EQ(platform::SendSignal(server, signal), 0);
-        EXPECT_EQ(ProcessEnd(server).Code(), reading_service::exitedWell);
+        ASSERT_EQ(platform::SendSignal(server->Id(), signal), 0);
+        EXPECT_EQ(server->Wait().status, reading_service::exitedWell);
         EXPECT_LT(transport::Clock::now() - asked, 5s);
     }
 }
@@ -71,12 +71,10 @@ TEST_F(ServerProcess, EndsWellWhenItIsAskedToBeforeItListens) {
     for (int round = 0; round < 30; ++round) {
         Start();
         std::this_thread::sleep_for(std::chrono::microseconds(100 * round));
-        ASSERT_EQ(platform::SendSignal(server, SIGTERM), 0);
-        int status = 0;
-        ASSERT_EQ(::waitpid(server, &status, 0), server);
+        ASSERT_EQ(platform::SendSignal(server->Id(), SIGTERM), 0);
+        const test_support::Finished end = server->Wait();
         // Very early the signal meets a process that is not the program yet.
-        EXPECT_TRUE((WIFEXITED(status) && WEXITSTATUS(status) == 0) ||
-                    (WIFSIGNALED(status) && WTERMSIG(status) == SIGTERM));
+        EXPECT_TRUE(end.status == 0 || end.signal == SIGTERM);
     }
 }
 
@@ -95,14 +93,16 @@ TEST_F(ServerProcess, ServesTwoProcessesAtOnceEachWithItsOwn) {
         }));
     }
     for (const pid_t child : children) {
-        EXPECT_EQ(ProcessEnd(child).Code(), 0);
+        int status = -1;
+        EXPECT_TRUE(ComesTrue([&] { return ::waitpid(child, &status, WNOHANG) == child; }));
+        EXPECT_EQ(status, 0);
     }
 }
 
 TEST_F(ServerProcess, OutlivesClientsThatAreKilledInTheMiddleOfAFrame) {
     Start();
     ASSERT_TRUE(IsServedWell(client));
-    const int descriptors = DescriptorsOf(server);
+    const int descriptors = DescriptorsOf(server->Id());
     std::mt19937 random(11);
     for (int round = 0; round < 40; ++round) {
         const pid_t child = Fork([] {
@@ -121,7 +121,7 @@ TEST_F(ServerProcess, OutlivesClientsThatAreKilledInTheMiddleOfAFrame) {
         ASSERT_EQ(::waitpid(child, nullptr, 0), child);
     }
     EXPECT_TRUE(IsServedWell(client));
-    EXPECT_TRUE(ComesTrue([&] { return DescriptorsOf(server) == descriptors; })) << DescriptorsOf(server);
+    EXPECT_TRUE(ComesTrue([&] { return DescriptorsOf(server->Id()) == descriptors; })) << DescriptorsOf(server->Id());
 }
 
 TEST_F(ServerProcess, ServesItsUserWhileAnotherUserHasTakenTheNamesBefore) {
@@ -188,12 +188,12 @@ TEST_F(ServerProcess, WithoutDescriptorsSaysThatItIsBusyAndServesWhenThereAreSom
     Client waiting;
     EXPECT_TRUE(waiting.SetRange(1, 2));
     EXPECT_TRUE(IsServedWell(client)) << "which has its place";
-    const long ticks = ClockTicksOf(server);
+    const long ticks = ClockTicksOf(server->Id());
     std::this_thread::sleep_for(300ms);
-    EXPECT_LT(ClockTicksOf(server) - ticks, ::sysconf(_SC_CLK_TCK) / 10) << "it does not rest";
+    EXPECT_LT(ClockTicksOf(server->Id()) - ticks, ::sysconf(_SC_CLK_TCK) / 10) << "it does not rest";
     others.clear();
     EXPECT_TRUE(ComesTrue([&] { return IsServedWell(waiting); }));
-    EXPECT_EQ(servers::Running().count(server), 1u);
+    EXPECT_EQ(servers::Running().count(server->Id()), 1u);
 }
 
 }  // namespace

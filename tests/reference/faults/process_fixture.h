@@ -1,6 +1,7 @@
 /// A server in a process of its own, and a client of it.
 #pragma once
 
+#include <memory>
 #include <string>
 
 #include "reference/engine/client.h"
@@ -25,7 +26,7 @@ class ServerProcess : public ServerPrograms {
   protected:
     void Start() { server = servers::StartStranger(); }
 
-    servers::ProcessId server = 0;
+    std::unique_ptr<test_support::ChildProcess> server;
     Client client;
 };
 

@@ -23,15 +23,14 @@ TEST_F(ServerProcess, IsWaitedForWhileItStarts) {
 TEST_F(ServerProcess, EndsByItselfWhenNobodyIsConnected) {
     test_support::SetEnvironment("VEXLANE_TEST_IDLE", "300");
     Start();
-    EXPECT_EQ(ProcessEnd(server).Code(), reading_service::exitedWell);
+    EXPECT_EQ(server->Wait().status, reading_service::exitedWell);
 }
 
 TEST_F(ServerProcess, GivesUpWhenAnotherOneKeepsTheName) {
     Start();
     ASSERT_TRUE(IsServedWell(client));
     const auto started = transport::Clock::now();
-    const servers::ProcessId second = servers::StartStranger();
-    EXPECT_EQ(ProcessEnd(second).Code(), reading_service::exitedForTheName);
+    EXPECT_EQ(servers::StartStranger()->Wait().status, reading_service::exitedForTheName);
     EXPECT_GE(transport::Clock::now() - started, 2900ms);
     EXPECT_TRUE(IsServedWell(client));
 }
@@ -39,18 +38,18 @@ TEST_F(ServerProcess, GivesUpWhenAnotherOneKeepsTheName) {
 TEST_F(ServerProcess, TakesTheNameOfOneThatEnds) {
     Start();
     ASSERT_TRUE(IsServedWell(client));
-    const servers::ProcessId first = server;
+    const auto first = std::move(server);
     Start();
     std::this_thread::sleep_for(200ms);
-    servers::Kill(first);
+    servers::Kill(first->Id());
     EXPECT_TRUE(IsServedWell(client));
-    EXPECT_EQ(servers::Running().count(server), 1u);
+    EXPECT_EQ(servers::Running().count(server->Id()), 1u);
 }
 
 TEST_F(ServerProcess, ThatIsStoppedIsNoticedInTimeAndServesAgainWhenItGoesOn) {
     Start();
     ASSERT_TRUE(IsServedWell(client));
-    StopProcess(server);
+    servers::Suspend(server->Id());
     bool isTaken = true;
     EXPECT_THAT(TimeOf([&] { isTaken = client.SetRange(1, 2); }),
                 testing::AllOf(testing::Ge(1900ms), testing::Lt(longestCall)));
@@ -61,7 +60,7 @@ TEST_F(ServerProcess, ThatIsStoppedIsNoticedInTimeAndServesAgainWhenItGoesOn) {
     // A client that is new meets a stopped server, too.
     Client second;
     EXPECT_LT(TimeOf([&] { EXPECT_FALSE(second.SetRange(1, 2)); }), longestCall);
-    ContinueProcess(server);
+    servers::Resume(server->Id());
     for (unsigned seed = 1; seed < 50; ++seed) {
         ASSERT_TRUE(IsServedWell(client, seed));
     }
@@ -74,13 +73,13 @@ TEST_F(ServerProcess, ThatIsStoppedInAFrameLetsItGoInTime) {
     picture.Tell(scripted_reader::Sleep, 30);
     std::thread stopping([this] {
         std::this_thread::sleep_for(100ms);
-        StopProcess(server);
+        servers::Suspend(server->Id());
     });
     RPLATE plates[engineRecordCount] = {};
     EXPECT_THAT(TimeOf([&] { EXPECT_EQ(client.Recognise(&picture.image, nullptr, plates), 0); }),
                 testing::AllOf(testing::Ge(1900ms), testing::Lt(longestCall)));
     stopping.join();
-    ContinueProcess(server);
+    servers::Resume(server->Id());
     for (unsigned seed = 1; seed < 50; ++seed) {
         ASSERT_TRUE(IsServedWell(client, seed));
     }
@@ -93,11 +92,11 @@ TEST_F(ServerProcess, ThatIsStoppedWhileItTakesAFrameLetsItGoInTimeAndAtOnceWhen
     for (const bool dies : {false, true}) {
         Start();
         ASSERT_TRUE(IsServedWell(client));
-        StopProcess(server);
+        servers::Suspend(server->Id());
         std::thread killing([this, dies] {
             std::this_thread::sleep_for(200ms);
             if (dies) {
-                servers::Kill(server);
+                servers::Kill(server->Id());
             }
         });
         const auto time = TimeOf([&] { EXPECT_EQ(client.Recognise(&picture.image, nullptr, plates), 0); });
@@ -111,20 +110,19 @@ TEST_F(ServerProcess, ThatIsStoppedWhileItTakesAFrameLetsItGoInTimeAndAtOnceWhen
 TEST_F(ServerProcess, ThatDiesInAFrameLetsItGoAtOnce) {
     for (const bool crashes : {true, false}) {
         Start();
-        ProcessEnd end(server);
         ASSERT_TRUE(IsServedWell(client));
         TestPicture picture(20, 20);
         picture.Tell(crashes ? scripted_reader::Crash : scripted_reader::Sleep, 150);
         std::thread killing([this, crashes] {
             std::this_thread::sleep_for(50ms);
             if (!crashes) {
-                servers::Kill(server);
+                servers::Kill(server->Id());
             }
         });
         RPLATE plates[engineRecordCount] = {};
         EXPECT_LT(TimeOf([&] { EXPECT_EQ(client.Recognise(&picture.image, nullptr, plates), 0); }), 1400ms);
         killing.join();
-        end.Code();
+        server->Wait();
     }
 }
 
