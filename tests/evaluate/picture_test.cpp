@@ -103,12 +103,13 @@ TEST(Picture, ColoursOfAJpegAreThoseOfItsFormula) {
     const TemporaryFolder folder;
     for (const auto& [halfWidth, halfHeight] :
          {std::pair{false, false}, std::pair{true, false}, std::pair{true, true}}) {
-        const YuvPicture drawn = MakeYuv(64, 48, halfWidth, halfHeight, [&](int plane, int x, int y) {
-            // Steep, so that a colour in another place is another colour.
-            const int blue = 30 + x * (halfWidth ? 6 : 3);
-            const int red = 220 - y * (halfHeight ? 8 : 4);
-            return static_cast<std::uint8_t>(plane == 0 ? 70 + x + y : plane == 1 ? blue : red);
-        });
+        const YuvPicture drawn =
+            MakeYuv(64, 48, halfWidth, halfHeight, [wide = halfWidth, high = halfHeight](int plane, int x, int y) {
+                // Steep, so that a colour in another place is another colour.
+                const int blue = 30 + x * (wide ? 6 : 3);
+                const int red = 220 - y * (high ? 8 : 4);
+                return static_cast<std::uint8_t>(plane == 0 ? 70 + x + y : plane == 1 ? blue : red);
+            });
         const std::string file = Jpeg(drawn);
         const Picture picture = ReadPicture(folder.Write("colours.jpg", file));
         ASSERT_EQ(picture.width, 64);
