@@ -13,11 +13,7 @@ set(CMAKE_RUNTIME_OUTPUT_DIRECTORY "${PROJECT_BINARY_DIR}/bin")
 set(CMAKE_LIBRARY_OUTPUT_DIRECTORY "${PROJECT_BINARY_DIR}/bin")
 
 # The system that this is built for, as folders and files are named that belong to one system alone.
-if(WIN32)
-    set(VEXLANE_SYSTEM windows)
-else()
-    set(VEXLANE_SYSTEM linux)
-endif()
+string(TOLOWER "${CMAKE_SYSTEM_NAME}" VEXLANE_SYSTEM)
 
 set(VEXLANE_SANITIZERS "" CACHE STRING "Sanitizers to build with, as -fsanitize takes them")
 
