@@ -116,13 +116,12 @@ void VexlaneDetectorImpl::FillEventArguments(const RecognitionResult& result, IT
 
     // A valid area outlives its single call, until the next one brings an empty area.
     const auto [isSent, sent] = singleAreaValid ? std::tuple(true, singleArea) : Bound(useArea, area);
-    if (!isSent) {
-        return;
+    if (isSent) {
+        SetNumber(values, PlateKey::AreaLeft, sent.left);
+        SetNumber(values, PlateKey::AreaTop, sent.top);
+        SetNumber(values, PlateKey::AreaRight, sent.right);
+        SetNumber(values, PlateKey::AreaBottom, sent.bottom);
     }
-    SetNumber(values, PlateKey::AreaLeft, sent.left);
-    SetNumber(values, PlateKey::AreaTop, sent.top);
-    SetNumber(values, PlateKey::AreaRight, sent.right);
-    SetNumber(values, PlateKey::AreaBottom, sent.bottom);
 }
 
 }  // namespace plate_recognition
