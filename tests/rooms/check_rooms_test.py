@@ -156,6 +156,12 @@ class CheckRooms(unittest.TestCase):
     def test_a_systems_file_name_excuses_no_room(self):
         self.assert_one_breach({"engine/linux_engine.cpp": "#include <unistd.h>\n"}, "unistd.h")
 
+    def test_a_system_is_known_by_its_folder_in_platform(self):
+        program = {"tools/host/freebsd_system.cpp": "#include <dlfcn.h>\n"}
+        signalling = {"platform/freebsd/send_signal.h": "inline int Send(int id) { return ::kill(id, 9); }\n"}
+        self.assert_one_breach(program, "tools/host/freebsd_system.cpp:1:", "dlfcn.h")
+        self.assertEqual(self.breaches({**program, **signalling}), [])
+
     def test_intrinsics_outside_the_kernels(self):
         for header in ("immintrin.h", "emmintrin.h", "x86intrin.h", "arm_neon.h", "cpuid.h"):
             with self.subTest(header=header):
