@@ -334,10 +334,14 @@ class PlateAreas : public PlateEvents {
 
 TEST_F(PlateAreas, AreAbsentWithoutAnArea) {
     Settings().SetIntValue("area_left", 5);
+    Settings().SetBoolValue("use_area", true);
+    Frame(NextTime());
+    std::vector<std::string> keys = KeysOf(LastTarget());
+    EXPECT_EQ(std::erase_if(keys, [](const std::string& key) { return key.starts_with("area_"); }), 4u);
+    Settings().SetBoolValue("use_area", false);
     Frame(NextTime());
     EXPECT_THAT(AreaOfLast(), IsEmpty());
-    EXPECT_THAT(KeysOf(LastTarget()), ElementsAre("lp_wnum", "char_num", "country_code", "confidence", "direction",
-                                                  "lpf_x1", "lpf_y1", "lpf_x3", "lpf_y3", "all_tracks"));
+    EXPECT_EQ(KeysOf(LastTarget()), keys);
 }
 
 TEST_F(PlateAreas, AreTheConfiguredPercents) {
@@ -496,15 +500,18 @@ TEST_F(PlateEvents, TheThirdPointerIsTheEndOfTheListsStorage) {
 }
 
 TEST_F(PlateEvents, ATargetWithoutTheBinarySetterGoesWithoutTheTrack) {
-    host.refusals.binarySetter = true;
     ReportAtOnce();
     Find(FoundPlate{});
     EXPECT_EQ(Frame(7), 0);
-    ASSERT_EQ(host.Events().size(), 1u);
-    EXPECT_EQ(host.Events()[0].raised, 1);
-    EXPECT_EQ(host.Events()[0].discarded, 0);
-    EXPECT_EQ(LastTarget().Find("all_tracks"), nullptr);
-    EXPECT_EQ(LastTarget().values.size(), 9u);
+    std::vector<std::string> keys = KeysOf(LastTarget());
+    EXPECT_EQ(std::erase(keys, "all_tracks"), 1u);
+    host.refusals.binarySetter = true;
+    Find(FoundPlate{.text = "ZZZZZZ", .left = 400, .right = 460});
+    EXPECT_EQ(Frame(8), 0);
+    ASSERT_EQ(host.Events().size(), 2u);
+    EXPECT_EQ(host.Events()[1].raised, 1);
+    EXPECT_EQ(host.Events()[1].discarded, 0);
+    EXPECT_EQ(KeysOf(LastTarget()), keys);
     EXPECT_EQ(ErrorState(), Error(0, ""));
 }
 
