@@ -5,7 +5,9 @@
 // where that is not said, error codes must be those of the contract, and afterwards the detector must work. The host's
 // objects are freed as soon as the library has given them up, for the address sanitizer to see every later touch.
 
+#include <algorithm>
 #include <array>
+#include <iterator>
 #include <limits>
 #include <memory>
 #include <new>
@@ -233,14 +235,14 @@ constexpr std::int32_t numbers[] = {0, 1, -1, 2, 50, 100, 101, -100, 1000000, hi
 // No picture has that many pixels. Some that has takes its memory before it is refused, and seconds to clear it.
 constexpr std::uint32_t sides[] = {0, 0x7fffffff, 0x80000000, 0xffffffff};
 constexpr int plateCounts[] = {1, 0, 2, 3, 5, 6, 33, -1, 1025, 1000000, highest, lowest};
-constexpr const char* settingNames[] = {SettingKey::ZoneWidth,      SettingKey::ZoneWidthMin,
-                                        SettingKey::ResultReady,    SettingKey::ResultWaitTime,
-                                        SettingKey::ResultRecCount, SettingKey::UseHalfCadr,
-                                        SettingKey::UseArea,        SettingKey::AreaLeft,
-                                        SettingKey::AreaTop,        SettingKey::AreaRight,
-                                        SettingKey::AreaBottom,     SettingKey::Id,
-                                        SettingKey::Name,           "",
-                                        "no such setting",          nullptr};
+// All settings, an empty name, one of no setting, and none.
+constexpr auto settingNames = [] {
+    std::array<const char*, std::size(SettingKey::All) + 3> names = {};
+    const auto next = std::copy(std::begin(SettingKey::All), std::end(SettingKey::All), names.begin());
+    next[0] = "";
+    next[1] = "no such setting";
+    return names;
+}();
 constexpr const char* texts[] = {
     "", "7", "camera", nullptr, "-2147483649", "a text that is too long to be kept without memory of its own"};
 constexpr const char* contractNames[] = {nullptr,

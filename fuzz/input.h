@@ -41,9 +41,9 @@ class Input {
 
     bool OneIn(unsigned cases) { return Byte() % cases == cases - 1; }
 
-    template <class Value, std::size_t count>
-    const Value& AnyOf(const Value (&values)[count]) {
-        return values[Below(static_cast<unsigned>(count))];
+    template <class Values>
+    const auto& AnyOf(const Values& values) {
+        return values[Below(static_cast<unsigned>(std::size(values)))];
     }
 
   private:
