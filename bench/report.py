@@ -324,7 +324,7 @@ A vehicle that stands for an hour, {standing["frames"]} frames, and is read as {
 frames against the first thousand that know as many texts:
 
 {standing_plate_table(standing)}
-## The way of a frame
+## A whole frame
 
 The built library, driven as a host does, with an engine that reads nothing.
 
