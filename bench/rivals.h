@@ -9,7 +9,7 @@
 
 namespace bench {
 
-/// Converts one frame of the size that it was made for, its planes one behind another.
+/// Converts one frame of the size that it was made for, its planes one after another.
 using Conversion = std::function<void(const std::uint8_t* source, std::uint8_t* target)>;
 
 struct Rival {

@@ -290,8 +290,8 @@ void BaseDetectorImpl::RebuildTransforms() {
 
 void BaseDetectorImpl::OnSettingsApplied() {}
 
-// What every setter and accessor of a named value does around its own action, which answers whether there is such a
-// value. Nothing gets out to the host: what throws for want of memory counts as refused.
+// What every setter and accessor of a named value does around its own action, which returns whether there is such a
+// value. Nothing gets out to the host: what throws on allocation failure counts as refused.
 template <class Action>
 std::int32_t BaseDetectorImpl::ReachValue(const char* valueName, Action action) noexcept {
     const platform::Lock lock(stateMutex_);

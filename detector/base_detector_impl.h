@@ -38,7 +38,7 @@ struct PixelRect {
     std::int32_t bottom;
 };
 
-/// Threads: the host calls from any thread. Frames and ApplySettings of one detector queue up behind `frameMutex`,
+/// Threads: the host calls from any thread. Frames and ApplySettings of one detector take `frameMutex`,
 /// which is recursive: a frame of a new size applies the settings, and the host may send a frame or apply settings from
 /// inside OnFrameDone. Setters and reads of the error state never take it; they and the frame path meet in
 /// `stateMutex_`, a leaf that is held for the copy of a value alone. The host is never called with it, so that these
@@ -74,7 +74,7 @@ class BaseDetectorImpl : public OKM8::Analytics::IDetector,
     /// does not begin with one, and std::out_of_range with "stoi argument out of range". Any thread.
     virtual std::int32_t GetIdNumber();
 
-    /// Stores the frame's size in pixels and answers the effective height. FRAME.
+    /// Stores the frame's size in pixels and returns the effective height. FRAME.
     virtual std::uint32_t SetFrameSize(std::uint32_t frameWidth, std::uint32_t frameHeight);
 
     /// SetFrameSize, then ApplySettings. FRAME.
@@ -90,7 +90,7 @@ class BaseDetectorImpl : public OKM8::Analytics::IDetector,
     /// Whether the frame is handled at half its height: set, and at least 640 by 480. FRAME.
     virtual bool IsHalfFrame();
 
-    /// The frame path; answers the frame's error code. Owns the buffer, which may be null. Any thread.
+    /// The frame path; returns the frame's error code. Owns the buffer, which may be null. Any thread.
     virtual std::int32_t ProcessInput(OKM8::MFF::IMultimediaBuffer* inputData, OKM8::IContract* frameDoneCallback);
 
     /// What the framework's log lines begin with: "[NAME] ", and "[id:ID] " when there is an id. Any thread.
@@ -101,13 +101,13 @@ class BaseDetectorImpl : public OKM8::Analytics::IDetector,
                                  virtual void ReportEngineInitFailure(const std::string& device,
                                                                       const std::string& info));
 
-    /// Logs the text when `code` is not 0, and answers whether it did. Any thread.
+    /// Logs the text when `code` is not 0, and returns whether it did. Any thread.
     virtual bool LogError(const char* text, std::int32_t code);
 
     /// "NAME.ID". Any thread.
     virtual std::string GetDefaultFiguresKey();
 
-    /// The values of this single call. Each answers 0, or 2816 when there is no such value or it is of another type;
+    /// The values of this single call. Each returns 0, or 2816 when there is no such value or it is of another type;
     /// then `value` stays as it was. Any thread.
     virtual std::int32_t GetFrameString(const char* valueName, std::string& value);
     virtual std::int32_t GetFrameDouble(const char* valueName, double& value);
@@ -151,7 +151,7 @@ class BaseDetectorImpl : public OKM8::Analytics::IDetector,
     BaseDetectorImpl(OKM8::IContract* hostPeer, void* hostObject);
     ~BaseDetectorImpl();
 
-    /// Sets the error state to code 1 and that text; the frame in hand answers 1. Answers false. FRAME.
+    /// Sets the error state to code 1 and that text; the frame call returns 1. Returns false. FRAME.
     bool Fail(const char* text) noexcept;
 
     /// Binds a setting's name to a member. Construction alone.
@@ -233,7 +233,7 @@ class BaseDetectorImpl : public OKM8::Analytics::IDetector,
     std::int32_t ReachValue(const char* valueName, Action action) noexcept;
 
     mutable platform::Mutex stateMutex_;
-    std::string reportedText_ VEXLANE_GUARDED_BY(stateMutex_);  // the characters behind GetErrorMessage
+    std::string reportedText_ VEXLANE_GUARDED_BY(stateMutex_);  // what GetErrorMessage points into
     bool mustApply_ = false;  // the settings could not be applied, so that the chain may not be what the engine needs
     // Of the frame in hand, whatever setters do to the error state meanwhile.
     std::int32_t frameOutcome_ = 0;

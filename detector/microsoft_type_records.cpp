@@ -30,7 +30,7 @@ static_assert(sizeof(ClassHierarchy) == 16);
 
 struct BaseClass {
     std::uint32_t type;
-    std::uint32_t containedCount;  // the records behind this one that are bases of it
+    std::uint32_t containedCount;  // the records after this one that are bases of it
     std::int32_t memberOffset;
     std::int32_t baseTablePointer;  // in the object; negative for a base that is part of no virtual one
     std::int32_t baseTableEntry;

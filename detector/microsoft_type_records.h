@@ -16,7 +16,7 @@ enum class TypeRecordKind {
 /// Any thread.
 TypeRecordKind TypeRecordKindOf(const void* object);
 
-/// Casts as dynamic_cast does from one base of an object to another: answers the object's one base of the type
+/// Casts as dynamic_cast does from one base of an object to another: returns the object's one base of the type
 /// `wanted`. Null when there is none or more than one, when all ways to it pass a base that is not public, when the
 /// part at `object` is such a base of type `source` itself, and when the records do not make sense. Types are named
 /// without the letter for their class key: "IBinaryAdjuster@OKM8@@". REQUIRES: TypeRecordKindOf(object) is Microsoft.

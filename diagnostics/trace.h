@@ -47,7 +47,7 @@ void TraceOrDrop(const char* function, std::uint32_t line, const char* format, c
 void WriteTraceW(const char* function, std::uint32_t line, const std::wstring& message);
 
 /// Writes "ServerLauncher: TEXT", TEXT made printf-style and cut at 999 characters; nothing when the debug level is 0.
-/// Answers true, always.
+/// Returns true, always.
 #if defined(__GNUC__)
 __attribute__((format(printf, 1, 2)))
 #endif

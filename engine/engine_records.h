@@ -71,5 +71,5 @@ struct YUV420_IMG;
 /// which the frame has no plates. May be called from several threads at once.
 int Recognize2(YUV420_IMG* unused, IMG* image, tagRECT* region, RPLATE* plates, int flags);
 
-/// Sets the range of plate widths in pixels; false when the engine could not take it, for want of its server.
+/// Sets the range of plate widths in pixels; false when the engine could not take it because its server does not run.
 bool SetPlateRange(int minimumWidth, int maximumWidth);

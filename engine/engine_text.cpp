@@ -14,7 +14,7 @@ int CountOf(std::size_t size) {
     return size <= INT32_MAX ? static_cast<int>(size) : 0;
 }
 
-// Of the wide characters all but the last, which stands for the NUL behind a text.
+// Of the wide characters all but the last, which stands for the NUL after a text.
 std::wstring AnsiWithoutLast(const char* bytes, std::size_t count) {
     const int length = platform::ToWide(platform::codePageAnsi, bytes, CountOf(count), nullptr, 0);
     if (length <= 0) {

@@ -1,4 +1,4 @@
-// From the tracker's verdict to the event that the host gets.
+// From the tracker's report to the event that the host gets.
 
 #include <algorithm>
 #include <exception>

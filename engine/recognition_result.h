@@ -1,4 +1,4 @@
-/// One recognised plate that awaits the tracker's verdict.
+/// One recognised plate that the tracker has not yet reported or dropped.
 #pragma once
 
 #include <array>

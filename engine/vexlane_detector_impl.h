@@ -42,7 +42,7 @@ class VexlaneDetectorImpl : public BaseDetectorImpl, public ILicencePlateTracker
     /// Raises a result's event. FRAME.
     virtual void RaisePlateEvent(const RecognitionResult& result, const std::vector<TrackPoint>& track);
 
-    // The tracker's verdicts; behind the slots above, since on one ABI they add to the first table.
+    // The tracker's reports; after the slots above, since on one ABI they add to the first table.
 
     /// Raises the plate's event and drops its result. An event that throws is a trace line and is not tried again.
     void OnResult(ILicencePlateTracker* tracker, boost::shared_ptr<LicencePlate> bestReading,

@@ -21,7 +21,7 @@ class ConverterYUV2RGB final : public IImageTransform {
     ImageData output_;
 };
 
-/// Planar output: a blue, a green and a red plane of width x height bytes each, one behind the other; luminance alone
+/// Planar output: a blue, a green and a red plane of width x height bytes each, one after the other; luminance alone
 /// comes out interleaved. Otherwise as ConverterYUV2RGB.
 class ConverterYUV2RGBPlanar final : public IImageTransform {
   public:

@@ -19,7 +19,7 @@ class DebugOutputSink {
     virtual void Write(const wchar_t* text) = 0;
 };
 
-/// Installs a sink, null for the system's own output, and answers the one before, which nobody writes into any more.
+/// Installs a sink, null for the system's own output, and returns the one before, which nobody writes into any more.
 /// The sink stays the caller's. Any thread, but not from a sink.
 DebugOutputSink* ExchangeDebugOutputSink(DebugOutputSink* sink);
 

@@ -13,7 +13,7 @@ using RegistryHandle = std::uintptr_t;
 inline constexpr std::uint32_t registryAllAccess = 0xF003F;
 inline constexpr std::uint32_t registryAllAccess32BitView = 0xF023F;
 
-/// Each answers the system's status, 0 for success. Paths use backslashes. Any thread.
+/// Each returns the system's status, 0 for success. Paths use backslashes. Any thread.
 
 /// Opens an existing key. On success `key` is the caller's and ends with CloseRegistryKey.
 std::uint32_t OpenRegistryKey(RegistryHive hive, const char* path, std::uint32_t access, RegistryHandle& key);

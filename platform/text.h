@@ -9,8 +9,8 @@ inline constexpr std::uint32_t codePageAnsi = 0;  ///< the system's own; UTF-8 w
 inline constexpr std::uint32_t codePageSimplifiedChinese = 936;
 inline constexpr std::uint32_t codePageUtf8 = 65001;
 
-/// Converts `byteCount` bytes, NULs included, to wide characters. With `capacity` 0 answers the number of wide
-/// characters that the text takes; otherwise writes them and answers how many were written. 0 on failure (nothing to
+/// Converts `byteCount` bytes, NULs included, to wide characters. With `capacity` 0 returns the number of wide
+/// characters that the text takes; otherwise writes them and returns how many were written. 0 on failure (nothing to
 /// convert, an unknown code page, too small a capacity), with the last error set. Bytes without meaning become
 /// replacement characters; they neither shorten the text nor fail.
 int ToWide(std::uint32_t codePage, const char* bytes, int byteCount, wchar_t* wide, int capacity);

@@ -91,7 +91,7 @@ inline void* DestroyObject(void* address, Object* object, unsigned flags) {
 
 /// The root of every interface. Both sides implement it.
 struct IContract {
-    /// Answers the sub-object that bears the named interface, or null for a null or unknown name.
+    /// Returns the sub-object that has the named interface, or null for a null or unknown name.
     /// The answer belongs to the object and lives as long as it. Any thread; leaves a detector's error state alone.
     OKM8_OVERLOADS_IN_SLOT_ORDER(virtual void* QueryContract(const char* contractName) = 0,
                                  virtual void* QueryContract(const char* contractName) const = 0);

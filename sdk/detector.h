@@ -26,7 +26,7 @@ constexpr int32_t RefusedSetting = 2816;  ///< unknown name or wrong type; the e
 
 /// Named settings of a detector.
 struct IAsyncAdjuster : IContract {
-    /// Each answers 0, or 2816 for a null or unknown name or a value of the wrong type; then nothing is changed.
+    /// Each returns 0, or 2816 for a null or unknown name or a value of the wrong type; then nothing is changed.
     /// Name and text are copied during the call; a null text counts as empty.
     /// Any thread, also while a frame is handled, which they never wait for.
     virtual int32_t SetStringValue(const char* name, const char* value) = 0;
@@ -54,9 +54,9 @@ struct IDetector : IDestroyable {};
 
 /// Takes the frames of a stream.
 struct IMediaReceiver : IContract {
-    /// Handles one frame and answers the error code, 0 or 1; the text stands in the error state.
-    /// The detector owns the buffer from the call on, whatever it answers.
-    /// Any thread; frames of one detector queue up behind one another. From inside an operation of the host: of
+    /// Handles one frame and returns the error code, 0 or 1; the text stands in the error state.
+    /// The detector owns the buffer from the call on, whatever it returns.
+    /// Any thread; frames of one detector wait for one another. From inside an operation of the host: of
     /// OnFrameDone alone.
     virtual int32_t Receive(MFF::IMultimediaBuffer* inputData) = 0;
 };
@@ -71,7 +71,7 @@ struct IMediaReceiverSingle : IContract {
 
 /// Values that live for one ReceiveSingle call.
 struct IMediaReceiverSingle2 : IMediaReceiverSingle {
-    /// Each accepts any name and answers 0; a null name is refused with 2816. Setting a name again replaces the
+    /// Each accepts any name and returns 0; a null name is refused with 2816. Setting a name again replaces the
     /// value, whatever its type. Name and text are copied during the call. Any thread; never waits for a frame.
     virtual int32_t SetStringValue(const char* name, const char* value) = 0;
     virtual int32_t SetDoubleValue(const char* name, double value) = 0;
@@ -81,7 +81,7 @@ struct IMediaReceiverSingle2 : IMediaReceiverSingle {
 
 /// Stream control that this detector has no use for.
 struct IMediaReceiverController : IContract {
-    /// Each answers 0 and does nothing, whatever it is handed. Any thread.
+    /// Each returns 0 and does nothing, whatever it is handed. Any thread.
     virtual int32_t Control1() = 0;
     virtual int32_t Control2() = 0;
     virtual int32_t Control3() = 0;

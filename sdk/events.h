@@ -44,7 +44,7 @@ struct ITargetEnumeratorAdjuster : IContract {
     virtual void Unused5() = 0;
     virtual void Unused6() = 0;
     virtual void Unused7() = 0;
-    /// Answers a new, empty target in the list, or null. The library passes 0. The target stays the host's.
+    /// Returns a new, empty target in the list, or null. The library passes 0. The target stays the host's.
     virtual ITargetAdjuster* AddTarget(int32_t reserved) = 0;
 };
 
@@ -56,7 +56,7 @@ struct ITargetEnumeratorFactory : IContract {
     virtual void Unused4() = 0;
     virtual void Unused5() = 0;
     virtual void Unused6() = 0;
-    /// Answers a new list for an event of that time (milliseconds since 1970-01-01 00:00 UTC), or null.
+    /// Returns a new list for an event of that time (milliseconds since 1970-01-01 00:00 UTC), or null.
     virtual ITargetEnumeratorAdjuster* CreateTargetEnumerator(int64_t timeMs) = 0;
 };
 

@@ -28,7 +28,7 @@ namespace Analytics {
 
 /// The host's object for one detector, the second argument of CreateDetector.
 struct IDetectorPeer : IContract {
-    /// Answers a raiser for an event of that name and time (milliseconds since 1970-01-01 00:00 UTC), or null.
+    /// Returns a raiser for an event of that name and time (milliseconds since 1970-01-01 00:00 UTC), or null.
     /// The library passes kind 3 and ends the raiser with Raise or Discard. Frame thread. From inside: quiet calls.
     virtual IDetectorEventRaiser* CreateEventRaiser(IDetector* detector, const char* eventName, int64_t timeMs,
                                                     int32_t kind) = 0;

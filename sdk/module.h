@@ -16,7 +16,7 @@ namespace Analytics {
 
 /// The factory for detectors.
 struct IModule : PLUGIN::IPluginModule {
-    /// Answers a new detector, or null when `detectorPeer` or the module's host object is null; throws std::exception
+    /// Returns a new detector, or null when `detectorPeer` or the module's host object is null; throws std::exception
     /// when it cannot be made, and any exception when the host's GetInterface throws. `reserved` is not read.
     /// The host owns the detector and ends it with Destroy; the peer stays the host's and must outlive the detector.
     /// Owner thread.
@@ -24,7 +24,7 @@ struct IModule : PLUGIN::IPluginModule {
 };
 
 /// The exports, in the order in which a host calls them. Owner thread, one call at a time.
-/// InitializeModule: keeps the host object (an IHost) and answers 0, always; throws nothing.
+/// InitializeModule: keeps the host object (an IHost) and returns 0, always; throws nothing.
 using InitializeModuleFunction = int32_t(void* host);
 /// GetModule: the one module object, owned by the library; null before InitializeModule and
 /// for a null host; throws std::exception when it cannot be made.

@@ -10,7 +10,8 @@ namespace ThreadRoutines {
 namespace {
 
 constexpr std::int64_t microsecondsPerMillisecond = 1000;
-constexpr std::int64_t longestWaitMilliseconds = INT64_C(365) * 24 * 3600 * 1000;  // what the clock's arithmetic bears
+constexpr std::int64_t longestWaitMilliseconds =
+    INT64_C(365) * 24 * 3600 * 1000;  // no overflow in the clock's arithmetic
 
 }  // namespace
 

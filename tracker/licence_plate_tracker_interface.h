@@ -39,7 +39,7 @@ inline constexpr std::int32_t Complete =
 /// nothing; what they throw is dropped, and the report or the release counts as made.
 class ILicencePlateTrackerResultSink {
   public:
-    /// `bestReading` is the track's best one and `readings` are those of the track that bear its text, in the order of
+    /// `bestReading` is the track's best one and `readings` are those of the track that have its text, in the order of
     /// their arrival; the vector is the tracker's and valid during the call alone.
     virtual void OnResult(ILicencePlateTracker* tracker, boost::shared_ptr<LicencePlate> bestReading,
                           const std::vector<LicencePlatePtr>& readings, std::int32_t reason) = 0;

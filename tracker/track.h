@@ -42,14 +42,14 @@ class CTrack {
     /// The holder of the highest weight; among equals that of the smallest text. Empty for an empty track.
     const LicencePlateHolderPtr& Best() const { return best_ != nullptr ? best_->second : first_; }
 
-    /// The readings that bear that text, in the order of their arrival. REQUIRES: a text that the track has.
+    /// The readings that have that text, in the order of their arrival. REQUIRES: a text that the track has.
     const std::vector<LicencePlatePtr>& ReadingsOf(const std::wstring& text) const;
 
-    /// Linear extrapolation from the last two readings; the last one's place when there are no two, or when they bear
+    /// Linear extrapolation from the last two readings; the last one's place when there are no two, or when they have
     /// the same time. REQUIRES: a reading.
     PredictedPosition PredictAt(std::uint64_t time) const;
 
-    /// True when the candidate is not behind the last reading in the direction of travel, by more than a margin.
+    /// True when the candidate is not after the last reading in the direction of travel, by more than a margin.
     /// REQUIRES: a reading.
     bool IsAhead(const LicencePlateHolder& candidate) const;
 

@@ -15,7 +15,7 @@ struct Effort {
     int millisecondsOfABatch;  ///< about
 };
 
-/// Measures everything and answers it as one object.
+/// Measures everything and returns it as one object.
 plate_host::Json Measure(Library& library, const SelectTraffic& select, const Effort& effort);
 
 }  // namespace frame_path

@@ -1,4 +1,4 @@
-/// What every kernel answers before it looks at a pixel. Internal linkage throughout, as kernels/walk.h says.
+/// What every kernel returns before it looks at a pixel. Internal linkage throughout, as kernels/walk.h says.
 #pragma once
 
 #include <cstdint>

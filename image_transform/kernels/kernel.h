@@ -7,7 +7,7 @@
 
 namespace image_transform::kernels {
 
-/// What a routine answers.
+/// What a routine returns.
 namespace Status {
 inline constexpr int Ok = 0;
 inline constexpr int NullPlane = -8;  ///< nothing is written

@@ -35,7 +35,7 @@ const Kernel& ChooseKernel(const char* name) {
 namespace {
 
 // Chosen while the library is loaded: threads that had to wait for each other here would leave the locks of that wait
-// behind at every load of the DLL.
+// after at every load of the DLL.
 const Kernel& active = ChooseKernel(std::getenv("VEXLANE_KERNEL"));
 
 }  // namespace

@@ -45,7 +45,7 @@ struct OneLane {
     static KERNEL_INLINE Bytes UnpackLower16(Bytes a, Bytes b) { return _mm_unpacklo_epi16(a, b); }
     static KERNEL_INLINE Bytes UnpackUpper16(Bytes a, Bytes b) { return _mm_unpackhi_epi16(a, b); }
     static KERNEL_INLINE Bytes Shuffle(Bytes a, Bytes places) { return _mm_shuffle_epi8(a, places); }
-    // The upper half of a lane of the first, and behind it the lower half of the second's.
+    // The upper half of a lane of the first, and after it the lower half of the second's.
     static KERNEL_INLINE Bytes Middle(Bytes a, Bytes b) { return _mm_alignr_epi8(b, a, 8); }
     static KERNEL_INLINE Bytes Add8(Bytes a, Bytes b) { return _mm_add_epi8(a, b); }
     static KERNEL_INLINE Bytes Subtract8(Bytes a, Bytes b) { return _mm_sub_epi8(a, b); }

@@ -111,7 +111,7 @@ class SimplifiedChinese {
             return true;
         }
         const iconv_t converter = ::iconv_open("UTF-16LE", "CP936");
-        // What iconv_open answers on failure is a number in a pointer's place.
+        // What iconv_open returns on failure is a number in a pointer's place.
         if (reinterpret_cast<std::intptr_t>(converter) == -1) {
             SetLastError(static_cast<std::uint32_t>(errno));
             return false;

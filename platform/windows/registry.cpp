@@ -15,7 +15,7 @@ HKEY ToHive(RegistryHive hive) {
     return hive == RegistryHive::LocalMachine ? HKEY_LOCAL_MACHINE : HKEY_CURRENT_USER;
 }
 
-// The registry answers its status and leaves the last error alone.
+// The registry returns its status and leaves the last error alone.
 std::uint32_t Report(LSTATUS status) {
     const auto error = static_cast<std::uint32_t>(status);
     if (error != ERROR_SUCCESS) {

@@ -29,7 +29,7 @@ struct Script {
     std::vector<ScriptedFrame> frames;
     std::filesystem::path journal;  ///< empty for none
 
-    /// Null behind the end of a script that does not repeat.
+    /// Null after the end of a script that does not repeat.
     const ScriptedFrame* FrameAt(std::uint64_t number) const;
     bool RefusesRange(std::uint64_t number) const;
 };

@@ -18,7 +18,7 @@ inline constexpr unsigned longestEndSeconds = 10;
 /// Where the program lies.
 std::filesystem::path ProgramFolder();
 
-/// Runs the service until it ends, and answers what the process is to end with. Says on standard error why it ends,
+/// Runs the service until it ends, and returns what the process is to end with. Says on standard error why it ends,
 /// where nobody has asked it to.
 int RunToTheEnd(Service& service);
 

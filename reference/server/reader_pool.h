@@ -50,7 +50,7 @@ class ReaderPool {
         plate_reading::FrameReader* reader_;
     };
 
-    /// Waits for a reader. Nothing at the deadline, behind Stop, and when there is none because making one has just
+    /// Waits for a reader. Nothing at the deadline, after Stop, and when there is none because making one has just
     /// failed.
     std::optional<Loan> Take(transport::Deadline deadline);
 

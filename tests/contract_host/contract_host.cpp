@@ -245,7 +245,7 @@ void CheckSettings(Plugin& plugin) {
     adjuster.ApplySettings();
     channel.ExpectError("ApplySettings clears the error", ErrorCode::None, "");
 
-    // What the setters stored shows in what the first table answers.
+    // What the setters stored shows in what the first table returns.
     auto& table = *static_cast<detector_table::VexlaneDetectorImpl*>(channel.detector);
     BeginChecks("first table");
     Equal("GetIdNumber reads the id", table.GetIdNumber(), 31);

@@ -48,6 +48,6 @@ int HandledAtTheEnd();
 /// Memory that is accessible when an access violation has been handled.
 uint8_t* ForbiddenPage();
 
-/// The checks, in the host's own compiler. Answers FailedChecks().
+/// The checks, in the host's own compiler. Returns FailedChecks().
 int RunContractHost();
 }

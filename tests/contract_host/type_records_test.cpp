@@ -73,7 +73,7 @@ class Image {
         return offset;
     }
 
-    /// Answers the record's place; `locator` is where the object's table looks for it.
+    /// Returns the record's place; `locator` is where the object's table looks for it.
     std::uint32_t PutClass(const std::vector<Base>& bases, std::uint32_t tableOffset,
                            std::uint32_t displacementOffset = 0) {
         std::vector<std::uint32_t> places;

@@ -103,7 +103,7 @@ void AddRawPiece(Random& random, Bytes& bytes) {
             add(random.Byte(0x81, 0xFE));
             add(random.Pick<unsigned>({0x01, 0x0A, 0x20, 0x30, 0x39, 0x3F, 0x7F, 0xFF}));
             return;
-        case 9:  // a NUL, perhaps behind a lead byte
+        case 9:  // a NUL, perhaps after a lead byte
             if (random.Chance(50)) {
                 add(random.Byte(0x81, 0xFE));
             }

@@ -1,4 +1,4 @@
-// Events step by step, with a host that answers null at each step.
+// Events step by step, with a host that returns null at each step.
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -357,7 +357,7 @@ INSTANTIATE_TEST_SUITE_P(AtEachValue, ThrowingTarget, testing::Values("figures",
 
 class ClearedMeanwhile : public Events {
   protected:
-    // A frame whose first event fails; `clear` comes behind it and must leave no error.
+    // A frame whose first event fails; `clear` comes after it and must leave no error.
     void ExpectTheEventsErrorBehindAFrameWith(const std::function<void()>& clear) {
         recording_host::BufferCounts counts;
         int cleared = 0;

@@ -58,7 +58,7 @@ class TestDetector final : public plate_recognition::BaseDetectorImpl {
 
     std::function<void()> onApplied;
     std::function<void(FrameImage&, BufferPointer)> onRecognize;
-    std::function<void()> onSingleCallBegun;   // behind the base's part
+    std::function<void()> onSingleCallBegun;   // after the base's part
     std::function<void()> onSingleCallEnding;  // before it
     int applied = 0;
     int recognized = 0;

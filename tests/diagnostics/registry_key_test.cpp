@@ -102,7 +102,7 @@ INSTANTIATE_TEST_SUITE_P(
                     LevelText{"2147483647", 2147483647}, LevelText{"-2147483648", INT32_MIN},
                     // A text as the registry stores it ends with its NUL.
                     LevelText{std::string("3\0", 2), 3},
-                    // What stands behind a NUL is not part of the text.
+                    // What follows a NUL is not part of the text.
                     LevelText{std::string("1\0"
                                           "23",
                                           4),

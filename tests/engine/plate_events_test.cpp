@@ -1,4 +1,4 @@
-// From the tracker's verdict to the event that the host gets.
+// From the tracker's report to the event that the host gets.
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -515,7 +515,7 @@ TEST_F(PlateEvents, ATargetWithoutTheBinarySetterGoesWithoutTheTrack) {
     EXPECT_EQ(ErrorState(), Error(0, ""));
 }
 
-// A host that answers null.
+// A host that returns null.
 
 struct FailingStep {
     const char* description;

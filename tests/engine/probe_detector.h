@@ -95,7 +95,7 @@ class EngineTest : public testing::Test {
         return {errors.GetErrorCode(), errors.GetErrorMessage()};
     }
 
-    /// One frame of grey; answers the call's code.
+    /// One frame of grey; returns the call's code.
     std::int32_t Frame(std::uint64_t time, std::uint32_t width = 640, std::uint32_t height = 480) {
         OKM8::Analytics::IMediaReceiver& receiver = Detector();
         return receiver.Receive(recording_host::MakeFrame(counts, width, height, time));

@@ -636,7 +636,7 @@ INSTANTIATE_TEST_SUITE_P(Of, ImpossibleCount, testing::Values(1025, largest), te
 
 class TrackerLimits : public EngineTest {
   protected:
-    // A plate that moves steadily to the right, 40 pixels a frame; answers the frame in which the event comes, 0 for
+    // A plate that moves steadily to the right, 40 pixels a frame; returns the frame in which the event comes, 0 for
     // none.
     int FrameOfTheEvent(int frames, std::uint64_t period = 1000) {
         for (int frame = 1; frame <= frames; ++frame) {

@@ -18,7 +18,7 @@ inline std::vector<std::uint8_t> MakePlane(int width, int height, int frame, int
     return bytes;
 }
 
-/// A whole 4:2:0 picture, planes one behind the other; odd sizes have their chroma rounded up.
+/// A whole 4:2:0 picture, planes one after the other; odd sizes have their chroma rounded up.
 inline std::vector<std::uint8_t> MakeI420(int width, int height, int frame) {
     std::vector<std::uint8_t> bytes = MakePlane(width, height, frame, 0);
     for (int plane = 1; plane <= 2; ++plane) {

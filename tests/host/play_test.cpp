@@ -69,7 +69,7 @@ TEST(Play, ATextThatIsNoUtf8IsShownWithReplacementCharacters) {
 }
 
 TEST(Play, ASettingOfAnyCharactersReachesTheDetectorAndItsEvents) {
-    // Cyrillic, a character beyond the first plane, a quotation mark behind a backslash, and one at the end.
+    // Cyrillic, a character beyond the first plane, a quotation mark after a backslash, and one at the end.
     const std::string text = "\xD0\x90 1\xF0\x9F\x9A\x97\\\"x\\";
     const Finished run = RunHost(PlayCommand("-", {"test_event_every=1", "test_text=" + text}), Y4mStream(16, 16, 1));
     ASSERT_EQ(run.status, 0) << run.errors;

@@ -160,7 +160,7 @@ TEST_P(BothConverters, ConvertOrRefuseEverySmallSize) {
                 ImageData before;
                 fresh->Transform(View(width, height, grey), before);
 
-                // The frame ends at a guard page: nothing behind it is read.
+                // The frame ends at a guard page: nothing after it is read.
                 GuardedBytes frame(RandomBytes(SizeOf(layout, width, height), width * 64 + height));
                 const ImageData in(width, height, static_cast<std::uint32_t>(frame.size()), frame.data());
                 const Bytes expected = Expected(layout, planar, frame.data(), width, height, 77);

@@ -83,7 +83,7 @@ class LinuxProcess : public ProcessFixture {
         return static_cast<std::uint32_t>(child);
     }
 
-    /// Runs the helper until it has written down what it was started with, and answers all of that.
+    /// Runs the helper until it has written down what it was started with, and returns all of that.
     std::string WholeReport(const std::string& program) {
         const std::filesystem::path file = folder / "report";
         const ProcessInformation started = Start(program + " report " + file.string());

@@ -1,4 +1,4 @@
-/// Starts and lists processes through the platform, and clears up behind itself.
+/// Starts and lists processes through the platform, and cleans up after itself.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -109,7 +109,7 @@ class ProcessFixture : public testing::Test {
         return started;
     }
 
-    /// Runs the helper until it has written down what it was started with, and answers that, by its first words.
+    /// Runs the helper until it has written down what it was started with, and returns that, by its first words.
     std::map<std::string, std::string> Report(const std::string& program,
                                               std::uint32_t showWindow = platform::showWindowHidden) {
         const std::filesystem::path file = folder / "report";

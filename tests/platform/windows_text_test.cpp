@@ -9,7 +9,7 @@
 
 namespace {
 
-// Every byte, with what stands behind it where it leads a pair.
+// Every byte, with what follows it where it leads a pair.
 TEST(WindowsText, TheSystemsOwnCodePageIsTheOneThatTheSystemNames) {
     for (int byte = 1; byte <= 0xFF; ++byte) {
         const char text[] = {static_cast<char>(byte), 'A', 'z'};

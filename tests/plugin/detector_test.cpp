@@ -73,7 +73,7 @@ TEST_F(Detector, AnswersItsNamesWithTheirPartsFromEveryPartAndBothSlots) {
 
 TEST_F(Detector, HasSixPartsThatStandApart) {
     std::vector<void*> parts = {detector, receiver, single, adjuster, errors, controller};
-    // The first base stands at the front, the others behind it in their order.
+    // The first base stands at the front, the others after it in their order.
     EXPECT_TRUE(std::is_sorted(parts.begin(), parts.end()));
     EXPECT_EQ(std::adjacent_find(parts.begin(), parts.end()), parts.end());
 }

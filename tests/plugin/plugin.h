@@ -65,7 +65,7 @@ class DebugLines {
     DebugLines(const DebugLines&) = delete;
     DebugLines& operator=(const DebugLines&) = delete;
 
-    /// What has been written until now, behind that many bytes: the texts one after another, in UTF-8, each ending with
+    /// What has been written until now, after that many bytes: the texts one after another, in UTF-8, each ending with
     /// a line end.
     std::string Text(std::size_t from = 0) const;
 

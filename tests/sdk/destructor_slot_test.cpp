@@ -1,4 +1,4 @@
-/// What the destructor slot does: it ends the object, frees it when asked to, and answers the object's address.
+/// What the destructor slot does: it ends the object, frees it when asked to, and returns the object's address.
 
 #include <gtest/gtest.h>
 

@@ -57,7 +57,7 @@ std::string Text(const char* operation, Arguments... arguments) {
     return stream.str();
 }
 
-// What an operation answers: a value that uses all bits of its type.
+// What an operation returns: a value that uses all bits of its type.
 char answeredObject[64];
 
 template <class Result>

@@ -28,7 +28,7 @@ class LauncherFixture : public testing::Test {
         transcript.reset();
     }
 
-    /// A launcher that polls once and then not for an hour, or after that period. Returns behind its first poll.
+    /// A launcher that polls once and then not for an hour, or after that period. Returns after its first poll.
     std::unique_ptr<ServerLauncher> MakeLauncher(std::int64_t milliseconds = anHour) {
         struct Gate {
             std::atomic<bool> reached = false;

@@ -26,7 +26,7 @@ class LauncherTranscript final : public platform::DebugOutputSink {
     void Write(const char* text) override { Add(text); }
     void Write(const wchar_t*) override { Add("a wide line"); }
 
-    /// Called behind each entry, without a lock held, on the thread that made it.
+    /// Called after each entry, without a lock held, on the thread that made it.
     void OnEntry(std::function<void(const std::string& entry)> action) {
         const std::lock_guard lock(mutex_);
         onEntry_ = std::move(action);

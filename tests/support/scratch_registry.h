@@ -23,7 +23,7 @@ class ScratchRegistry {
 
     /// Each makes the key where it is missing.
     void StoreBytes(Hive hive, const std::string& path, const std::string& name, const std::string& bytes);
-    /// A text, with no NUL behind it.
+    /// A text, with no NUL after it.
     void StoreText(Hive hive, const std::string& path, const std::string& name, const std::string& text);
     void StoreNumber(Hive hive, const std::string& path, const std::string& name, std::uint32_t number);
 

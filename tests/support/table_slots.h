@@ -4,7 +4,7 @@
 namespace table_slots {
 
 /// The slot's function is called with the object and the arguments. `object` is the address of the interface. A class
-/// that is answered by value comes where g++ puts it: behind a hidden pointer in front of `this`.
+/// that is answered by value comes where g++ puts it: after a hidden pointer in front of `this`.
 template <class Result, class... Arguments>
 Result Call(void* object, int slot, Arguments... arguments) {
     using Function = Result (*)(void*, Arguments...);

@@ -73,7 +73,7 @@ void ScratchRegistry::StoreBytes(Hive hive, const std::string& path, const std::
 
 void ScratchRegistry::StoreText(Hive hive, const std::string& path, const std::string& name, const std::string& text) {
     const HKEY key = Create(place_->Hive(hive), path);
-    // A NUL right behind the text would be stored with it.
+    // A NUL right after the text would be stored with it.
     const std::string bytes = text + "#";
     Check(RegSetValueExA(key, name.c_str(), 0, REG_SZ, reinterpret_cast<const BYTE*>(bytes.data()),
                          static_cast<DWORD>(text.size())),

@@ -4,7 +4,7 @@
 #include <cwchar>
 
 int main() {
-    // The program's own name stands in quotation marks, and what is to be run behind it.
+    // The program's own name stands in quotation marks, and what is to be run after it.
     wchar_t* const line = std::wcschr(::GetCommandLineW() + 1, L'"') + 2;
     SECURITY_ATTRIBUTES inheritable = {sizeof(SECURITY_ATTRIBUTES), nullptr, TRUE};
     STARTUPINFOW startup = {};

@@ -1,4 +1,4 @@
-/// The plates that vehicles bear: sizes, colours and how their texts are composed.
+/// The plates of vehicles: sizes, colours and how their texts are composed.
 #pragma once
 
 #include <array>

@@ -18,7 +18,7 @@ constexpr double secondMistakeProbability = 0.25;
 constexpr int longestMiss = 4;
 
 /// Digits are taken for letters and never the other way. Of a vehicle's texts the tracker reports the one that sorts
-/// first, and letters sort behind digits: the right text is the one that is reported.
+/// first, and letters sort after digits: the right text is the one that is reported.
 char TakenFor(char character) {
     switch (character) {
         case '0':

@@ -38,9 +38,9 @@ struct Recognition {
 class PlateEngine {
   public:
     virtual ~PlateEngine() = default;
-    /// False when the engine cannot take the range for want of its server.
+    /// False when the engine cannot take the range because its server does not run.
     virtual bool TakeRange(const WidthRange& range) = 0;
-    /// Looks for plates in the whole picture, or in a region of it. Throws Failure when the engine answers what no
+    /// Looks for plates in the whole picture, or in a region of it. Throws Failure when the engine returns what no
     /// engine may.
     virtual Recognition Recognise(Picture& picture, const std::optional<Region>& region) = 0;
 };

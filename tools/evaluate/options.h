@@ -20,7 +20,7 @@ struct Options {
     EvaluationSettings settings;
 };
 
-/// Reads the words behind the program's name; prints the help. Throws Failure.
+/// Reads the words after the program's name; prints the help. Throws Failure.
 Options ParseOptions(int argumentCount, const char* const* arguments);
 
 /// Whole percents with commas between them, so many as are wanted. Throws Failure.

@@ -203,7 +203,7 @@ Picture ReadPicture(const std::filesystem::path& file) {
     Bytes bytes = ReadFile(file);
     const Frame frame = Decode(bytes);
     const Scaler scaler = MakeConverter(*frame);
-    // The converter may write behind the end of a row of its own.
+    // The converter may write after the end of a row of its own.
     const Frame converted(Made(av_frame_alloc()));
     converted->format = AV_PIX_FMT_BGR24;
     converted->width = frame->width;

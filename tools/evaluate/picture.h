@@ -8,7 +8,7 @@
 
 namespace plate_evaluation {
 
-/// Blue, green, red, 8 bits each over their full range; rows stand one behind the other without gaps.
+/// Blue, green, red, 8 bits each over their full range; rows stand one after the other without gaps.
 struct Picture {
     std::vector<std::uint8_t> pixels;
     int width = 0;

@@ -1,4 +1,4 @@
-/// The processes of an evaluation: its own and the engine's server. One file per system answers.
+/// The processes of an evaluation: its own and the engine's server. One file per system.
 #pragma once
 
 #include <chrono>

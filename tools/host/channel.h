@@ -46,7 +46,7 @@ class Channel {
     void Abandon() { queue_.Abandon(); }
     /// True when the thread has handled all frames after Close or Abandon. Any thread.
     bool HasFinished() const { return hasFinished_.load(); }
-    /// Ends the thread, behind Close or Abandon, and destroys the detector.
+    /// Ends the thread, after Close or Abandon, and destroys the detector.
     void Finish();
 
     /// Any thread.

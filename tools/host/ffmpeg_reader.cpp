@@ -299,7 +299,7 @@ Picture FfmpegReader::ScaledFrame() {
         FillPlanes(picture, planes.data());
         return picture;
     }
-    // The scaler writes rows in steps of its own, which may reach behind an odd or narrow row.
+    // The scaler writes rows in steps of its own, which may reach beyond an odd or narrow row.
     const AVPixelFormat target = HasFullRange(source) ? AV_PIX_FMT_YUVJ420P : AV_PIX_FMT_YUV420P;
     scaler_.reset(sws_getCachedContext(scaler_.release(), frame_->width, frame_->height, source, frame_->width,
                                        frame_->height, target, SWS_BICUBIC, nullptr, nullptr, nullptr));

@@ -6,7 +6,7 @@
 
 namespace plate_host {
 
-/// Prints what the library answers to and answers the exit status. Throws Failure. Main thread.
+/// Prints the library's contracts and settings, and returns the exit status. Throws Failure. Main thread.
 int Info(const InfoOptions& options, Console& console);
 
 }  // namespace plate_host

@@ -35,7 +35,7 @@ struct Options {
     InfoOptions info;
 };
 
-/// Reads the words behind the program's name; prints help and version. Throws Failure.
+/// Reads the words after the program's name; prints help and version. Throws Failure.
 Options ParseOptions(const std::vector<std::string>& words);
 
 /// Reads "x,y,width,height". Throws Failure.

@@ -6,7 +6,7 @@
 
 namespace plate_host {
 
-/// Plays the video through the detectors and answers the exit status. Throws Failure. Main thread.
+/// Plays the video through the detectors and returns the exit status. Throws Failure. Main thread.
 int Play(const PlayOptions& options, Console& console);
 
 }  // namespace plate_host

@@ -58,7 +58,7 @@ class Plugin {
   private:
     const std::string enginePath_;
     const std::string libraryPath_;
-    boost::dll::shared_library engine_;  // unloaded behind the library, which is bound to it
+    boost::dll::shared_library engine_;  // unloaded after the library, which is bound to it
     boost::dll::shared_library library_;
     OKM8::Analytics::InitializeModuleFunction* initializeModule_ = nullptr;
     OKM8::Analytics::GetModuleFunction* getModule_ = nullptr;

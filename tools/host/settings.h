@@ -24,7 +24,7 @@ using SettingValue = std::variant<int32_t, bool, double, std::string>;
 /// Everything that the text can be read as, what it looks like first and a text last.
 std::vector<SettingValue> ReadingsOf(const std::string& text);
 
-/// Sets one value by the setter of its type; answers the detector's code.
+/// Sets one value by the setter of its type; returns the detector's code.
 int32_t SetValue(OKM8::IAsyncAdjuster& settings, const std::string& key, const SettingValue& value);
 
 /// The types that a detector takes for a key, found by setting it: "bool", "int", "double", "string", in that order.

@@ -1,4 +1,4 @@
-/// What the host asks the operating system for. One file per system answers. Texts are in UTF-8, those that go out and
+/// What the host needs of the operating system. One file per system. Texts are in UTF-8, those that go out and
 /// those that come in; where file names are bytes, they pass through as they are.
 #pragma once
 
@@ -19,7 +19,7 @@ namespace plate_host {
 /// that cannot be loaded by this thread raises no window.
 void PrepareProcess();
 
-/// The words of the command line behind the program's name. Takes what main was given.
+/// The words of the command line after the program's name. Takes what main was given.
 std::vector<std::string> CommandLine(int argumentCount, const char* const* arguments);
 
 /// The number of the signal that asked the run to stop, 2 from the keyboard and 15 from the system; 0 for none. Any
@@ -39,7 +39,7 @@ struct WriteResult {
 /// Writes the whole text, its line ends unchanged. Any thread.
 WriteResult WriteStandard(StandardStream stream, std::string_view text);
 
-/// The file names that the library and the engine bear on this system.
+/// The file names of the library and the engine on this system.
 const char* LibraryFileName();
 const char* EngineFileName();
 
@@ -59,7 +59,7 @@ bool IsRegularFile(const std::string& path);
 /// Why a library could not be loaded: the loader's own words, or plainer ones.
 std::string LoadErrorText(const std::system_error& error);
 
-/// True when a loaded library answers to the name under which the library asks for its engine.
+/// True when a library is loaded under the name by which the plug-in asks for its engine.
 bool EngineIsBound();
 
 /// The places where the library looks for its debug level, in its order, one text each.

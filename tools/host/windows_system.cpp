@@ -36,7 +36,7 @@ std::string ToUtf8(std::wstring_view wide) {
     return text;
 }
 
-// Without the line end and the full stop that the system puts behind it.
+// Without the line end and the full stop that the system puts after it.
 std::string SystemText(DWORD error) {
     wchar_t* allocated = nullptr;
     const DWORD size =

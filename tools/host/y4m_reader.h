@@ -1,4 +1,4 @@
-/// Y4M streams: a line of text, then pictures, each behind a line of its own.
+/// Y4M streams: a line of text, then pictures, each after a line of its own.
 #pragma once
 
 #include <string>

@@ -95,7 +95,7 @@ class TestPicture {
     std::vector<std::uint8_t> pixels;
 };
 
-/// What the engine answers about an image, in records that were not zero before.
+/// What the engine returns about an image, in records that were not zero before.
 struct Recognition {
     explicit Recognition(IMG* image, tagRECT* region = nullptr) {
         std::memset(static_cast<void*>(plates), 0xAA, sizeof plates);
@@ -126,7 +126,7 @@ inline RPLATE RecordOf(const plate_reading::Reading& reading) {
     return plate;
 }
 
-/// Whether the engine has answered these readings and touched no record behind them.
+/// Whether the engine has answered these readings and touched no record after them.
 inline testing::AssertionResult Answers(const Recognition& recognition,
                                         const std::vector<plate_reading::Reading>& wanted) {
     if (recognition.count != static_cast<int>(wanted.size())) {

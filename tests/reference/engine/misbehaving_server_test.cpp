@@ -276,7 +276,7 @@ TEST(MisbehavingServer, ThatIsBusyForEverCostsThePlatesAlone) {
 
 TEST(MisbehavingServer, ThatDoesNotAnswerAFrameCostsThatFrameAlone) {
     ForEachAtOnce(Misbehaviours<transport::Frame>(), [](const Misbehaviour& one) {
-        // The first client is served ill, those behind it well.
+        // The first client is served ill, those after it well.
         const auto isFirst = std::make_shared<std::atomic<bool>>(true);
         const FakeServer server([&one, isFirst](Connection& connection) {
             if (isFirst->exchange(false)) {

@@ -13,12 +13,12 @@ namespace scripted_reader {
 
 /// The picture's first byte; its second one is the argument.
 enum Command : std::uint8_t {
-    Describe,  ///< answers what DescriptionOf says
-    Count,     ///< answers that many readings: Numbered(0), Numbered(1), ...
+    Describe,  ///< returns what DescriptionOf says
+    Count,     ///< returns that many readings: Numbered(0), Numbered(1), ...
     Sleep,     ///< waits that many times 10 ms, then as Describe
     Throw,     ///< throws, for an odd argument something that is no std::exception
     Crash,     ///< ends the process by a signal
-    BeOdd,     ///< answers OddReadings
+    BeOdd,     ///< returns OddReadings
 };
 
 /// Two readings: texts and corners hold the picture's checksum and size, region and range.

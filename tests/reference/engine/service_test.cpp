@@ -81,7 +81,7 @@ Settings With(void (*change)(Settings&)) {
 
 class ReadingService : public ReadingEngine {
   protected:
-    /// A thread whose frame of that number is on its way; answers what is read.
+    /// A thread whose frame of that number is on its way; returns what is read.
     std::future<int> Send(int number, bool* isRight = nullptr) {
         return std::async(std::launch::async, [number, isRight] {
             Client client;

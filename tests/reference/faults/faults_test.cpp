@@ -52,7 +52,7 @@ class Faults : public ServerPrograms {
         return played;
     }
 
-    /// Frames until another server than this one finds plates, which must be soon behind the first refused range.
+    /// Frames until another server than this one finds plates, which must be soon after the first refused range.
     void ExpectRecovery(Stream& stream, servers::ProcessId former) {
         transport::Deadline refused = transport::noDeadline;
         const bool isBack = ComesTrue([&] {
@@ -231,7 +231,7 @@ TEST_F(Faults, TwoHostsShareOneServerAndTheSecondOutlivesTheFirst) {
     std::filesystem::remove(mayEnd);
     ChildProcess second({.program = servers::OwnFolder() / VEXLANE_READING_HOST, .arguments = {mayEnd.string()}});
     EXPECT_EQ(NumberFrom(second), 1) << "it has started a server of its own";
-    // What is seen in the first picture is confirmed by those behind it.
+    // What is seen in the first picture is confirmed by those after it.
     for (int frame = 0; frame < 3; ++frame) {
         PlayOne(*stream);
     }

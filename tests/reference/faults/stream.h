@@ -38,7 +38,7 @@ class Stream {
     void AddNeighbour();
     void DestroyNeighbour();
 
-    /// Destroys the detectors, and answers how many of its pictures it has not given back.
+    /// Destroys the detectors, and returns how many of its pictures it has not given back.
     int End();
 
   private:

@@ -118,7 +118,7 @@ class ScriptedEngine : public testing::Test {
     boost::dll::shared_library library;
     int (*recognise)(YUV420_IMG*, IMG*, tagRECT*, RPLATE*, int) = nullptr;
     bool (*setRange)(int, int) = nullptr;
-    // Two rows of two pixels, each row with two further bytes behind it.
+    // Two rows of two pixels, each row with two further bytes after it.
     std::array<std::uint8_t, 16> pixels{1, 2, 3, 4, 5, 6, 99, 99, 7, 8, 9, 10, 11, 12, 99, 99};
 };
 
