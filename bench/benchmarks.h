@@ -3,7 +3,7 @@
 
 namespace bench {
 
-/// LAYOUT/WIDTHxHEIGHT/hot|cold/WHO. Throws std::exception when a rival cannot be compared.
+/// LAYOUT/WIDTHxHEIGHT/hot|cold/WHO. Throws std::exception when a baseline cannot be compared.
 void RegisterConversions();
 
 /// text-distance/KIND/WHO; an item is one pair of texts.

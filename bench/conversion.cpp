@@ -7,8 +7,8 @@
 #include <new>
 #include <string>
 
+#include "bench/baselines.h"
 #include "bench/benchmarks.h"
-#include "bench/rivals.h"
 #include "bench/trivial_copy.h"
 #include "image_transform/kernels/kernel.h"
 
@@ -133,15 +133,15 @@ void RegisterKernel(const Kernel& kernel, Size size) {
 }  // namespace
 
 void RegisterConversions() {
-    const std::vector<Rival> rivals = AllRivals();
+    const std::vector<Baseline> baselines = AllBaselines();
     for (const Size size : sizes) {
         for (const Kernel& kernel : AllKernels()) {
             if (kernel.isSupported()) {
                 RegisterKernel(kernel, size);
             }
         }
-        for (const Rival& rival : rivals) {
-            RegisterHotAndCold(rival.name, size, rival.conversionFor(size.width, size.height));
+        for (const Baseline& baseline : baselines) {
+            RegisterHotAndCold(baseline.name, size, baseline.conversionFor(size.width, size.height));
         }
         RegisterHotAndCold("trivial-copy", size, [=](const std::uint8_t* source, std::uint8_t* target) {
             TrivialCopy(PlanesOf(source, Layout::I420, size), target, size.width, size.height);

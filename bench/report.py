@@ -18,7 +18,7 @@ SIZES = ["640x480", "1280x720", "1920x1080", "3840x2160"]
 OURS = "vexlane-"
 BASELINE = "libyuv"
 BOUND = "trivial-copy"
-RIVALS = [BASELINE, "swscale", "OpenCV"]
+BASELINES = [BASELINE, "swscale", "OpenCV"]
 COPIES = [BOUND, "memcpy"]
 
 
@@ -90,7 +90,7 @@ def machine():
 
 
 def conversion_tables(rooms, kernels):
-    everybody = [OURS + kernel for kernel in kernels] + RIVALS + COPIES
+    everybody = [OURS + kernel for kernel in kernels] + BASELINES + COPIES
     text = ""
     for temperature, what in (
         ("hot", "One source and one target, again and again."),

@@ -26,8 +26,8 @@ void CopyRow(const std::uint8_t* y, const std::uint8_t* u, const std::uint8_t* v
 void TrivialCopy(const image_transform::kernels::I420Planes& source, std::uint8_t* target, std::int32_t width,
                  std::int32_t height) {
     for (std::int32_t row = 0; row < height; ++row) {
-        CopyRow(source.y + row * source.yStep, source.u + row / 2 * source.uStep, source.v + row / 2 * source.vStep,
-                target + std::ptrdiff_t{3} * row * width, width);
+        CopyRow(source.y + row * source.yStride, source.u + row / 2 * source.uStride,
+                source.v + row / 2 * source.vStride, target + std::ptrdiff_t{3} * row * width, width);
     }
 }
 

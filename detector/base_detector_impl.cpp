@@ -34,7 +34,7 @@ constexpr void* (OKM8::IContract::*queryContract)(const char*) = &OKM8::IContrac
 constexpr std::uint32_t halfFrameMinimumWidth = 640;
 constexpr std::uint32_t halfFrameMinimumHeight = 480;
 
-constexpr std::size_t longestOwnErrorText = 64;
+constexpr std::size_t maxOwnErrorText = 64;
 constexpr std::int32_t noErrorCode = -1;
 constexpr std::int32_t engineInitFailureCode = 769;
 constexpr std::int32_t engineInitFailureLevel = 2;
@@ -64,7 +64,7 @@ BaseDetectorImpl::BaseDetectorImpl(OKM8::IContract* hostPeer, void* hostObject)
     BindSetting(SettingKey::AreaBottom, &area.bottom);
     // The detector's own texts reach the host on allocation failure too.
     for (std::string* const text : {&errorText, &reportedText_, &frameErrorText_}) {
-        text->reserve(longestOwnErrorText);
+        text->reserve(maxOwnErrorText);
     }
     logger = static_cast<OKM8::ILogger*>(CallForeign<&OKM8::IHost::GetInterface>(host, ContractName::ILogger));
 }

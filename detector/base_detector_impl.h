@@ -7,7 +7,7 @@
 #include <string>
 #include <tuple>
 
-#include "detector/host_faces.h"
+#include "detector/interface_adapters.h"
 #include "detector/settings.h"
 #include "image_transform/image_transformer.h"
 #include "platform/mutex.h"

@@ -44,10 +44,10 @@ constexpr std::uint32_t notVisible = 1;  // a base that is not public, or a part
 constexpr std::uint32_t ambiguous = 2;
 
 // A class of more bases than this is taken for a damaged record.
-constexpr std::uint32_t mostBases = 4096;
+constexpr std::uint32_t maxBases = 4096;
 
 constexpr std::size_t imageAlignment = 0x10000;
-constexpr std::size_t longestHeader = 0x1000;
+constexpr std::size_t maxHeader = 0x1000;
 constexpr std::size_t newHeaderField = 0x3C;
 constexpr std::size_t imageSizeField = 24 + 56;
 constexpr char dosMagic[] = {'M', 'Z'};
@@ -80,7 +80,7 @@ class Image {
             return;
         }
         const auto header = Load<std::uint32_t>(candidate + newHeaderField);
-        if (header > longestHeader - imageSizeField - sizeof(std::uint32_t) ||
+        if (header > maxHeader - imageSizeField - sizeof(std::uint32_t) ||
             std::memcmp(candidate + header, newMagic, sizeof newMagic) != 0) {
             return;
         }
@@ -172,7 +172,7 @@ void* CastByMicrosoftRecords(void* object, const char* source, const char* wante
     const Image image(record);
     const auto locator = Load<ObjectLocator>(record);
     ClassHierarchy hierarchy;
-    if (!image || !image.Read(locator.hierarchy, hierarchy) || hierarchy.baseCount > mostBases) {
+    if (!image || !image.Read(locator.hierarchy, hierarchy) || hierarchy.baseCount > maxBases) {
         return nullptr;
     }
     char* const complete = CompleteObject(locator, static_cast<char*>(object));

@@ -186,12 +186,12 @@ void VexlaneDetectorImpl::MakeTracker() {
     if (tracker) {
         return;
     }
-    const auto [isLimited, longestWait, wantedReadings] = Bound(resultReady, resultWaitTime, resultRecCount);
-    const std::int64_t longestAge = isLimited ? longestWait * millisecondsPerSecond : noLimit;
+    const auto [isLimited, maxWait, wantedReadings] = Bound(resultReady, resultWaitTime, resultRecCount);
+    const std::int64_t maxAge = isLimited ? maxWait * millisecondsPerSecond : noLimit;
     const std::int64_t enoughReadings = isLimited ? wantedReadings : noLimit;
     // As unsigned numbers, negative ones are no limit.
     tracker = boost::make_shared<CLicencePlateTracker>(this, static_cast<std::uint64_t>(trackerParameter),
-                                                       static_cast<std::uint64_t>(longestAge),
+                                                       static_cast<std::uint64_t>(maxAge),
                                                        static_cast<std::uint64_t>(enoughReadings));
 }
 

@@ -141,7 +141,7 @@ int Run(const Kernel& kernel, const Case& test, const I420Planes& source, std::s
         case Routine::ToBgrPlanar:
             return kernel.toBgrPlanar(source, {out[0], out[1], out[2], test.targetStep}, test.width, test.height);
         default:
-            return kernel.greyToBgr24(source.y, source.yStep, out[0], test.targetStep, test.width, test.height);
+            return kernel.greyToBgr24(source.y, source.yStride, out[0], test.targetStep, test.width, test.height);
     }
 }
 

@@ -120,7 +120,7 @@ transport::Contents MakeContents(fuzz::Input& input) {
 void CheckEncoding(Bytes bytes) {
     fuzz::Input input(bytes);
     const transport::Message message = {input.Take<std::uint64_t>(), MakeContents(input)};
-    if (transport::IsSound(message.contents) && transport::Decode(transport::Encode(message)) != message) {
+    if (transport::IsValid(message.contents) && transport::Decode(transport::Encode(message)) != message) {
         Fail(bytes, "what was encoded is decoded as another message");
     }
 }

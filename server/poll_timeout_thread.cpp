@@ -10,8 +10,7 @@ namespace ThreadRoutines {
 namespace {
 
 constexpr std::int64_t microsecondsPerMillisecond = 1000;
-constexpr std::int64_t longestWaitMilliseconds =
-    INT64_C(365) * 24 * 3600 * 1000;  // no overflow in the clock's arithmetic
+constexpr std::int64_t maxWaitMilliseconds = INT64_C(365) * 24 * 3600 * 1000;  // no overflow in the clock's arithmetic
 
 }  // namespace
 
@@ -118,7 +117,7 @@ void PollTimeoutThread::Run() {
                 wait(period_);
             } else {
                 const std::int64_t milliseconds =
-                    std::clamp<std::int64_t>(period_ / microsecondsPerMillisecond, 0, longestWaitMilliseconds);
+                    std::clamp<std::int64_t>(period_ / microsecondsPerMillisecond, 0, maxWaitMilliseconds);
                 boost::this_thread::sleep(boost::posix_time::milliseconds(milliseconds));
             }
         } while (!boost::this_thread::interruption_requested());

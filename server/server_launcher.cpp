@@ -16,7 +16,7 @@ using diagnostics::LauncherTrace;
 namespace {
 
 constexpr std::int64_t pollPeriodMilliseconds = 5000;
-constexpr std::int32_t longestSilenceSeconds = 5;
+constexpr std::int32_t maxSilenceSeconds = 5;
 constexpr std::uint32_t terminatedExitCode = 0xFFFFFFFF;
 
 // The lines print a handle where they say id, and of a handle the low 32 bits.
@@ -195,7 +195,7 @@ void ServerLauncher::OnTimeout() {
     {
         const platform::Lock lock(launcherMutex_);
         if (!lastAlive_.is_not_a_date_time()) {
-            isSilent = static_cast<std::int32_t>((now - lastAlive_).total_seconds()) > longestSilenceSeconds;
+            isSilent = static_cast<std::int32_t>((now - lastAlive_).total_seconds()) > maxSilenceSeconds;
         }
     }
     if (isSilent || !isRunning) {

@@ -33,8 +33,8 @@ bool LeavesView(const PredictedPosition& position, const LicencePlate& reading) 
 }
 
 template <class Container>
-struct ClearedAtTheEnd {
-    ~ClearedAtTheEnd() { container.clear(); }
+struct ClearOnExit {
+    ~ClearOnExit() { container.clear(); }
 
     Container& container;
 };
@@ -47,7 +47,7 @@ CLicencePlateTracker::CLicencePlateTracker(ILicencePlateTrackerResultSink* sink,
 
 void CLicencePlateTracker::ProcessPlates(const std::vector<LicencePlatePtr>& readings, std::uint64_t frameTime) {
     // The readings that nobody has kept go at the end of the frame, however it ends.
-    const ClearedAtTheEnd<std::vector<Candidate>> clearing{pending_};
+    const ClearOnExit<std::vector<Candidate>> clearing{pending_};
     Hold(readings);
     Match();
     StartTracks();
@@ -130,7 +130,7 @@ CLicencePlateTracker::Closeness CLicencePlateTracker::ClosenessOf(const CTrack& 
                                                                   const LicencePlateHolder& candidate) {
     // Between texts of hundreds of units a difference may not count; those of plates are never compared here.
     const std::wstring& text = candidate.reading->text;
-    if (track.LeastDistanceToUnknown(text) < sameText && track.TextDistanceToUnknown(text) < sameText) {
+    if (track.DistanceLowerBound(text) < sameText && track.TextDistanceToUnknown(text) < sameText) {
         return Closeness::Certain;
     }
     return track.IsAhead(candidate) ? ClosenessByPosition(track, candidate) : Closeness::Behind;

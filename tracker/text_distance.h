@@ -60,4 +60,4 @@ class TextPattern {
 double TextDistance(const std::wstring& first, const std::wstring& second);
 
 /// The least distance between two texts that are not the same.
-inline constexpr double leastTextDistance = 0.5;
+inline constexpr double minTextDistance = 0.5;

@@ -76,7 +76,7 @@ void CTrack::UpdateBest(BestByText::value_type& entry, const LicencePlateHolderP
             best_ = &entry;
         }
     }
-    longestText_ = std::max(longestText_, reading->text.size());
+    maxTextSize_ = std::max(maxTextSize_, reading->text.size());
 }
 
 // A plate comes in from a side and moves away from it; one that enters in the upper half moves down.
@@ -112,8 +112,8 @@ bool CTrack::Knows(const std::wstring& text) const {
     return !text.empty() && bestByText_.contains(text);
 }
 
-double CTrack::LeastDistanceToUnknown(const std::wstring& text) const {
-    return ShareOf(leastTextDistance, std::max(longestText_, text.size()));
+double CTrack::DistanceLowerBound(const std::wstring& text) const {
+    return ShareOf(minTextDistance, std::max(maxTextSize_, text.size()));
 }
 
 double CTrack::TextDistanceToUnknown(const std::wstring& text) const {

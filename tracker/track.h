@@ -34,7 +34,7 @@ class CTrack {
     bool Knows(const std::wstring& text) const;
 
     /// No text that the track does not know has a smaller distance.
-    double LeastDistanceToUnknown(const std::wstring& text) const;
+    double DistanceLowerBound(const std::wstring& text) const;
 
     /// TextDistanceTo without the look for that very text. REQUIRES: Knows(text) is false.
     double TextDistanceToUnknown(const std::wstring& text) const;
@@ -81,5 +81,5 @@ class CTrack {
     bool reported_ = false;
     double smoothing_ = 0.2;
     const BestByText::value_type* best_ = nullptr;  // in the map, which never loses an entry
-    std::size_t longestText_ = 0;
+    std::size_t maxTextSize_ = 0;
 };

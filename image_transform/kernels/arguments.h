@@ -1,4 +1,4 @@
-/// What every kernel returns before it looks at a pixel. Internal linkage throughout, as kernels/walk.h says.
+/// What every kernel returns before it looks at a pixel. Internal linkage throughout, as kernels/block_loop.h says.
 #pragma once
 
 #include <cstdint>

@@ -13,9 +13,9 @@ struct TwoLanes {
     static KERNEL_INLINE __m128i LoadLane(const std::uint8_t* bytes) {
         return _mm_loadu_si128(reinterpret_cast<const __m128i*>(bytes));
     }
-    template <bool isStreamed>
+    template <bool nonTemporal>
     static KERNEL_INLINE void StoreLane(std::uint8_t* bytes, __m128i lane) {
-        if constexpr (isStreamed) {
+        if constexpr (nonTemporal) {
             _mm_stream_si128(reinterpret_cast<__m128i*>(bytes), lane);
         } else {
             _mm_storeu_si128(reinterpret_cast<__m128i*>(bytes), lane);
@@ -28,22 +28,22 @@ struct TwoLanes {
     static KERNEL_INLINE Bytes LoadApart(const std::uint8_t* bytes, std::ptrdiff_t distance) {
         return _mm256_inserti128_si256(_mm256_castsi128_si256(LoadLane(bytes)), LoadLane(bytes + distance), 1);
     }
-    template <bool isStreamed>
+    template <bool nonTemporal>
     static KERNEL_INLINE void StoreApart(std::uint8_t* bytes, std::ptrdiff_t distance, Bytes value) {
-        StoreLane<isStreamed>(bytes, _mm256_castsi256_si128(value));
-        StoreLane<isStreamed>(bytes + distance, _mm256_extracti128_si256(value, 1));
+        StoreLane<nonTemporal>(bytes, _mm256_castsi256_si128(value));
+        StoreLane<nonTemporal>(bytes + distance, _mm256_extracti128_si256(value, 1));
     }
     // Of each lane the three, one after the other.
-    template <bool isStreamed>
+    template <bool nonTemporal>
     static KERNEL_INLINE void StoreThreeApart(std::uint8_t* bytes, std::ptrdiff_t distance, const Bytes (&values)[3]) {
-        if constexpr (isStreamed) {
+        if constexpr (nonTemporal) {
             StoreApart<true>(bytes, distance, values[0]);
             StoreApart<true>(bytes + laneBytes, distance, values[1]);
         } else {
             Store(bytes, _mm256_inserti128_si256(values[0], _mm256_castsi256_si128(values[1]), 1));
             Store(bytes + distance, _mm256_permute2x128_si256(values[0], values[1], 0x31));
         }
-        StoreApart<isStreamed>(bytes + 2 * laneBytes, distance, values[2]);
+        StoreApart<nonTemporal>(bytes + 2 * laneBytes, distance, values[2]);
     }
     static KERNEL_INLINE void Store(std::uint8_t* bytes, Bytes value) {
         _mm256_storeu_si256(reinterpret_cast<__m256i*>(bytes), value);

@@ -1,8 +1,8 @@
 // AVX-512 where bytes are shuffled within lanes of 16 alone: the channels are worked out one by one and interleaved at
 // the end.
 
+#include "image_transform/kernels/block_loop.h"
 #include "image_transform/kernels/processor.h"
-#include "image_transform/kernels/walk.h"
 
 namespace image_transform::kernels {
 
@@ -16,9 +16,9 @@ KERNEL_INLINE Bytes Load(const std::uint8_t* bytes) {
     return _mm512_loadu_si512(bytes);
 }
 
-template <bool isStreamed>
+template <bool nonTemporal>
 KERNEL_INLINE void Store(std::uint8_t* bytes, Bytes value) {
-    if constexpr (isStreamed) {
+    if constexpr (nonTemporal) {
         _mm512_stream_si512(reinterpret_cast<__m512i*>(bytes), value);
     } else {
         _mm512_storeu_si512(bytes, value);
@@ -46,7 +46,7 @@ KERNEL_INLINE Bytes Applied(Bytes luma, Bytes more, Bytes less) {
 }
 
 // Lane by lane the output is 0 of the first register, of the second, of the third, 1 of the first, and so on.
-template <bool isStreamed>
+template <bool nonTemporal>
 KERNEL_INLINE void StoreInterleaved(std::uint8_t* bgr, Bytes blue, Bytes green, Bytes red) {
     const Bytes bluePlaces =
         _mm512_broadcast_i32x4(_mm_setr_epi8(0, 11, 6, 1, 12, 7, 2, 13, 8, 3, 14, 9, 4, 15, 10, 5));
@@ -68,12 +68,12 @@ KERNEL_INLINE void StoreInterleaved(std::uint8_t* bgr, Bytes blue, Bytes green, 
         _mm512_permutex2var_epi64(first, _mm512_setr_epi64(0, 1, 8, 9, 0, 0, 2, 3), second),
         _mm512_permutex2var_epi64(first, _mm512_setr_epi64(10, 11, 0, 0, 4, 5, 12, 13), second),
         _mm512_permutex2var_epi64(first, _mm512_setr_epi64(0, 0, 6, 7, 14, 15, 0, 0), second)};
-    Store<isStreamed>(
+    Store<nonTemporal>(
         bgr, _mm512_mask_permutexvar_epi64(firstAndSecond[0], 0x30, _mm512_setr_epi64(0, 0, 0, 0, 0, 1, 0, 0), third));
-    Store<isStreamed>(
+    Store<nonTemporal>(
         bgr + registerBytes,
         _mm512_mask_permutexvar_epi64(firstAndSecond[1], 0x0C, _mm512_setr_epi64(0, 0, 2, 3, 0, 0, 0, 0), third));
-    Store<isStreamed>(
+    Store<nonTemporal>(
         bgr + 2 * registerBytes,
         _mm512_mask_permutexvar_epi64(firstAndSecond[2], 0xC3, _mm512_setr_epi64(4, 5, 0, 0, 0, 0, 6, 7), third));
 }
@@ -86,19 +86,19 @@ class Block {
     using Offsets = kernels::Offsets;
     class Preparation;
 
-    template <bool isStreamed, class Following>
-    KERNEL_INLINE void Interleave(const Offsets& offsets, const std::uint8_t* y, std::ptrdiff_t yStep,
+    template <bool nonTemporal, class Following>
+    KERNEL_INLINE void Interleave(const Offsets& offsets, const std::uint8_t* y, std::ptrdiff_t yStride,
                                   std::uint8_t* bgr, std::ptrdiff_t step, Following&) const {
-        InterleaveHalf<0, isStreamed>(offsets, y, yStep, bgr, step);
-        InterleaveHalf<1, isStreamed>(offsets, y + registerBytes, yStep, bgr + 3 * registerBytes, step);
+        InterleaveHalf<0, nonTemporal>(offsets, y, yStride, bgr, step);
+        InterleaveHalf<1, nonTemporal>(offsets, y + registerBytes, yStride, bgr + 3 * registerBytes, step);
     }
 
     template <class Following>
-    KERNEL_INLINE void Separate(const Offsets& offsets, const std::uint8_t* y, std::ptrdiff_t yStep,
+    KERNEL_INLINE void Separate(const Offsets& offsets, const std::uint8_t* y, std::ptrdiff_t yStride,
                                 const BgrPlanes& target, Following&) const {
-        SeparateOne(offsets.moreBlue, offsets.lessBlue, y, yStep, target.blue, target.step);
-        SeparateOne(offsets.moreGreen, offsets.lessGreen, y, yStep, target.green, target.step);
-        SeparateOne(offsets.moreRed, offsets.lessRed, y, yStep, target.red, target.step);
+        SeparateOne(offsets.moreBlue, offsets.lessBlue, y, yStride, target.blue, target.step);
+        SeparateOne(offsets.moreGreen, offsets.lessGreen, y, yStride, target.green, target.step);
+        SeparateOne(offsets.moreRed, offsets.lessRed, y, yStride, target.red, target.step);
     }
 
     KERNEL_INLINE void SpreadGrey(const std::uint8_t* grey, std::uint8_t* bgr) const {
@@ -110,26 +110,26 @@ class Block {
     }
 
   private:
-    template <int half, bool isStreamed>
-    KERNEL_INLINE static void InterleaveHalf(const Offsets& offsets, const std::uint8_t* y, std::ptrdiff_t yStep,
+    template <int half, bool nonTemporal>
+    KERNEL_INLINE static void InterleaveHalf(const Offsets& offsets, const std::uint8_t* y, std::ptrdiff_t yStride,
                                              std::uint8_t* bgr, std::ptrdiff_t step) {
         const Offsets twice = {Twice<half>(offsets.moreBlue),  Twice<half>(offsets.moreGreen),
                                Twice<half>(offsets.moreRed),   Twice<half>(offsets.lessBlue),
                                Twice<half>(offsets.lessGreen), Twice<half>(offsets.lessRed)};
         KERNEL_UNROLL(2)
         for (int row = 0; row < 2; ++row) {
-            const Bytes luma = Load(y + row * yStep);
-            StoreInterleaved<isStreamed>(bgr + row * step, Applied(luma, twice.moreBlue, twice.lessBlue),
-                                         Applied(luma, twice.moreGreen, twice.lessGreen),
-                                         Applied(luma, twice.moreRed, twice.lessRed));
+            const Bytes luma = Load(y + row * yStride);
+            StoreInterleaved<nonTemporal>(bgr + row * step, Applied(luma, twice.moreBlue, twice.lessBlue),
+                                          Applied(luma, twice.moreGreen, twice.lessGreen),
+                                          Applied(luma, twice.moreRed, twice.lessRed));
         }
     }
 
     KERNEL_INLINE static void SeparateOne(const Bytes& more, const Bytes& less, const std::uint8_t* y,
-                                          std::ptrdiff_t yStep, std::uint8_t* plane, std::ptrdiff_t step) {
+                                          std::ptrdiff_t yStride, std::uint8_t* plane, std::ptrdiff_t step) {
         KERNEL_UNROLL(2)
         for (int row = 0; row < 2; ++row) {
-            const std::uint8_t* luma = y + row * yStep;
+            const std::uint8_t* luma = y + row * yStride;
             std::uint8_t* target = plane + row * step;
             Store<false>(target, Applied(Load(luma), Twice<0>(more), Twice<0>(less)));
             Store<false>(target + registerBytes, Applied(Load(luma + registerBytes), Twice<1>(more), Twice<1>(less)));

@@ -1,8 +1,8 @@
 // AVX-512 with byte permutations across the register: everything is worked out in the order of the output's bytes, so
 // that nothing is interleaved afterwards.
 
+#include "image_transform/kernels/block_loop.h"
 #include "image_transform/kernels/processor.h"
-#include "image_transform/kernels/walk.h"
 
 namespace image_transform::kernels {
 
@@ -16,9 +16,9 @@ Bytes Load(const std::uint8_t* bytes) {
     return _mm512_loadu_si512(bytes);
 }
 
-template <bool isStreamed>
+template <bool nonTemporal>
 void Store(std::uint8_t* bytes, Bytes value) {
-    if constexpr (isStreamed) {
+    if constexpr (nonTemporal) {
         _mm512_stream_si512(reinterpret_cast<__m512i*>(bytes), value);
     } else {
         _mm512_storeu_si512(bytes, value);
@@ -110,8 +110,8 @@ class Block {
     using Offsets = kernels::Offsets;
     class Preparation;
 
-    template <bool isStreamed, class Following>
-    KERNEL_INLINE void Interleave(const Offsets& offsets, const std::uint8_t* y, std::ptrdiff_t yStep,
+    template <bool nonTemporal, class Following>
+    KERNEL_INLINE void Interleave(const Offsets& offsets, const std::uint8_t* y, std::ptrdiff_t yStride,
                                   std::uint8_t* bgr, std::ptrdiff_t step, Following& following) const {
         KERNEL_UNROLL(6)
         for (int part = 0; part < 6; ++part) {
@@ -123,19 +123,19 @@ class Block {
             Bytes sums[2];
             KERNEL_UNROLL(2)
             for (int row = 0; row < 2; ++row) {
-                const Bytes luma = Load(y + row * yStep + (isLeft ? 0 : registerBytes));
+                const Bytes luma = Load(y + row * yStride + (isLeft ? 0 : registerBytes));
                 sums[row] = _mm512_adds_epu8(_mm512_permutexvar_epi8(lumaPlaces_[part % 3], luma), more);
             }
             KERNEL_UNROLL(2)
             for (int row = 0; row < 2; ++row) {
-                Store<isStreamed>(bgr + row * step + registerBytes * part, _mm512_subs_epu8(sums[row], less));
+                Store<nonTemporal>(bgr + row * step + registerBytes * part, _mm512_subs_epu8(sums[row], less));
             }
             following.Step(part);
         }
     }
 
     template <class Following>
-    KERNEL_INLINE void Separate(const Offsets& offsets, const std::uint8_t* y, std::ptrdiff_t yStep,
+    KERNEL_INLINE void Separate(const Offsets& offsets, const std::uint8_t* y, std::ptrdiff_t yStride,
                                 const BgrPlanes& target, Following& following) const {
         KERNEL_UNROLL(2)
         for (int half = 0; half < 2; ++half) {
@@ -148,9 +148,9 @@ class Block {
             const Bytes& blueAt = half == 0 ? lower : upper;
             const Bytes& greenAt = half == 0 ? upper : lower;
             const Bytes& redAt = half == 0 ? lower : upper;
-            SeparateOne(more, less, blueAt, y + from, yStep, target.blue + from, target.step);
-            SeparateOne(more, less, greenAt, y + from, yStep, target.green + from, target.step);
-            SeparateOne(offsets.moreRed, offsets.lessRed, redAt, y + from, yStep, target.red + from, target.step);
+            SeparateOne(more, less, blueAt, y + from, yStride, target.blue + from, target.step);
+            SeparateOne(more, less, greenAt, y + from, yStride, target.green + from, target.step);
+            SeparateOne(offsets.moreRed, offsets.lessRed, redAt, y + from, yStride, target.red + from, target.step);
         }
         KERNEL_UNROLL(6)
         for (int step = 0; step < preparationSteps; ++step) {
@@ -168,13 +168,13 @@ class Block {
 
   private:
     KERNEL_INLINE static void SeparateOne(const Bytes& more, const Bytes& less, const Bytes& places,
-                                          const std::uint8_t* y, std::ptrdiff_t yStep, std::uint8_t* plane,
+                                          const std::uint8_t* y, std::ptrdiff_t yStride, std::uint8_t* plane,
                                           std::ptrdiff_t step) {
         const Bytes moreTwice = _mm512_permutexvar_epi8(places, more);
         const Bytes lessTwice = _mm512_permutexvar_epi8(places, less);
         KERNEL_UNROLL(2)
         for (int row = 0; row < 2; ++row) {
-            const Bytes sum = _mm512_adds_epu8(Load(y + row * yStep), moreTwice);
+            const Bytes sum = _mm512_adds_epu8(Load(y + row * yStride), moreTwice);
             Store<false>(plane + row * step, _mm512_subs_epu8(sum, lessTwice));
         }
     }

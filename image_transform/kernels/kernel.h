@@ -20,9 +20,9 @@ struct I420Planes {
     const std::uint8_t* y;
     const std::uint8_t* u;
     const std::uint8_t* v;
-    std::ptrdiff_t yStep;
-    std::ptrdiff_t uStep;
-    std::ptrdiff_t vStep;
+    std::ptrdiff_t yStride;
+    std::ptrdiff_t uStride;
+    std::ptrdiff_t vStride;
 };
 
 struct BgrPlanes {

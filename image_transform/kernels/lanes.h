@@ -2,7 +2,7 @@
 /// pixels to itself; `Lanes` says how wide a register is and names its operations.
 #pragma once
 
-#include "image_transform/kernels/walk.h"
+#include "image_transform/kernels/block_loop.h"
 
 namespace image_transform::kernels {
 namespace {
@@ -59,8 +59,8 @@ class LaneBlock {
     };
     class Preparation;
 
-    template <bool isStreamed, class Following>
-    KERNEL_INLINE void Interleave(const Offsets& offsets, const std::uint8_t* y, std::ptrdiff_t yStep,
+    template <bool nonTemporal, class Following>
+    KERNEL_INLINE void Interleave(const Offsets& offsets, const std::uint8_t* y, std::ptrdiff_t yStride,
                                   std::uint8_t* bgr, std::ptrdiff_t step, Following&) const {
         Bytes more[4];
         Bytes less[4];
@@ -81,25 +81,25 @@ class LaneBlock {
             }
             KERNEL_UNROLL(2)
             for (int row = 0; row < 2; ++row) {
-                const Bytes luma = Lanes::LoadApart(y + row * yStep + laneBytes * half, lanePixels);
+                const Bytes luma = Lanes::LoadApart(y + row * yStride + laneBytes * half, lanePixels);
                 Bytes result[3];
                 KERNEL_UNROLL(3)
                 for (int part = 0; part < 3; ++part) {
                     const Bytes sum = Lanes::AddSaturated(Lanes::Shuffle(luma, lumaAt_[part]), moreHere[part]);
                     result[part] = Lanes::SubtractSaturated(sum, lessHere[part]);
                 }
-                Lanes::template StoreThreeApart<isStreamed>(bgr + row * step + 3 * laneBytes * half, 3 * lanePixels,
-                                                            result);
+                Lanes::template StoreThreeApart<nonTemporal>(bgr + row * step + 3 * laneBytes * half, 3 * lanePixels,
+                                                             result);
             }
         }
     }
 
     template <class Following>
-    KERNEL_INLINE void Separate(const Offsets& offsets, const std::uint8_t* y, std::ptrdiff_t yStep,
+    KERNEL_INLINE void Separate(const Offsets& offsets, const std::uint8_t* y, std::ptrdiff_t yStride,
                                 const BgrPlanes& target, Following&) const {
-        SeparateOne(offsets.more.blue, offsets.less.blue, y, yStep, target.blue, target.step);
-        SeparateOne(offsets.more.green, offsets.less.green, y, yStep, target.green, target.step);
-        SeparateOne(offsets.more.red, offsets.less.red, y, yStep, target.red, target.step);
+        SeparateOne(offsets.more.blue, offsets.less.blue, y, yStride, target.blue, target.step);
+        SeparateOne(offsets.more.green, offsets.less.green, y, yStride, target.green, target.step);
+        SeparateOne(offsets.more.red, offsets.less.red, y, yStride, target.red, target.step);
     }
 
     KERNEL_INLINE void SpreadGrey(const std::uint8_t* grey, std::uint8_t* bgr) const {
@@ -116,14 +116,14 @@ class LaneBlock {
 
   private:
     KERNEL_INLINE static void SeparateOne(const Bytes& more, const Bytes& less, const std::uint8_t* y,
-                                          std::ptrdiff_t yStep, std::uint8_t* plane, std::ptrdiff_t step) {
+                                          std::ptrdiff_t yStride, std::uint8_t* plane, std::ptrdiff_t step) {
         KERNEL_UNROLL(2)
         for (int half = 0; half < 2; ++half) {
             const Bytes moreTwice = half == 0 ? Lanes::UnpackLower8(more, more) : Lanes::UnpackUpper8(more, more);
             const Bytes lessTwice = half == 0 ? Lanes::UnpackLower8(less, less) : Lanes::UnpackUpper8(less, less);
             KERNEL_UNROLL(2)
             for (int row = 0; row < 2; ++row) {
-                const Bytes luma = Lanes::LoadApart(y + row * yStep + laneBytes * half, lanePixels);
+                const Bytes luma = Lanes::LoadApart(y + row * yStride + laneBytes * half, lanePixels);
                 const Bytes sum = Lanes::AddSaturated(luma, moreTwice);
                 Lanes::template StoreApart<false>(plane + row * step + laneBytes * half, lanePixels,
                                                   Lanes::SubtractSaturated(sum, lessTwice));

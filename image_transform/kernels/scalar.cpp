@@ -36,9 +36,9 @@ Bgr Converted(std::uint8_t luma, std::uint8_t chromaU, std::uint8_t chromaV) {
 template <class Put>
 void ConvertEvenPart(const I420Planes& source, std::int32_t width, std::int32_t height, Put put) {
     for (std::int32_t row = 0; row < height / 2 * 2; ++row) {
-        const std::uint8_t* y = source.y + row * source.yStep;
-        const std::uint8_t* u = source.u + row / 2 * source.uStep;
-        const std::uint8_t* v = source.v + row / 2 * source.vStep;
+        const std::uint8_t* y = source.y + row * source.yStride;
+        const std::uint8_t* u = source.u + row / 2 * source.uStride;
+        const std::uint8_t* v = source.v + row / 2 * source.vStride;
         for (std::int32_t column = 0; column < width / 2 * 2; ++column) {
             put(row, column, Converted(y[column], u[column / 2], v[column / 2]));
         }

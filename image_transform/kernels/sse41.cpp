@@ -13,9 +13,9 @@ struct OneLane {
     static KERNEL_INLINE __m128i LoadLane(const std::uint8_t* bytes) {
         return _mm_loadu_si128(reinterpret_cast<const __m128i*>(bytes));
     }
-    template <bool isStreamed>
+    template <bool nonTemporal>
     static KERNEL_INLINE void StoreLane(std::uint8_t* bytes, __m128i lane) {
-        if constexpr (isStreamed) {
+        if constexpr (nonTemporal) {
             _mm_stream_si128(reinterpret_cast<__m128i*>(bytes), lane);
         } else {
             _mm_storeu_si128(reinterpret_cast<__m128i*>(bytes), lane);
@@ -24,15 +24,15 @@ struct OneLane {
 
     static KERNEL_INLINE Bytes Load(const std::uint8_t* bytes) { return LoadLane(bytes); }
     static KERNEL_INLINE Bytes LoadApart(const std::uint8_t* bytes, std::ptrdiff_t) { return LoadLane(bytes); }
-    template <bool isStreamed>
+    template <bool nonTemporal>
     static KERNEL_INLINE void StoreApart(std::uint8_t* bytes, std::ptrdiff_t, Bytes value) {
-        StoreLane<isStreamed>(bytes, value);
+        StoreLane<nonTemporal>(bytes, value);
     }
-    template <bool isStreamed>
+    template <bool nonTemporal>
     static KERNEL_INLINE void StoreThreeApart(std::uint8_t* bytes, std::ptrdiff_t, const Bytes (&values)[3]) {
         KERNEL_UNROLL(3)
         for (int part = 0; part < 3; ++part) {
-            StoreLane<isStreamed>(bytes + laneBytes * part, values[part]);
+            StoreLane<nonTemporal>(bytes + laneBytes * part, values[part]);
         }
     }
     static KERNEL_INLINE Bytes InEveryLane(const LanePlaces& places) { return LoadLane(places); }

@@ -31,7 +31,7 @@ namespace {
 
 static_assert(sizeof(SystemHandle) == 8);
 
-constexpr std::chrono::seconds longestEnd{1};
+constexpr std::chrono::seconds endTimeout{1};
 constexpr std::uint32_t accessTerminate = 1;
 
 bool Failed(int error) {
@@ -276,7 +276,7 @@ int Start(const std::string& commandLine, ProcessInformation& started) {
 
 // Waits until a process is gone, or only stands in the system's table still, or for as long as is reasonable.
 void WaitForEnd(const Descriptor& process) {
-    const auto deadline = std::chrono::steady_clock::now() + longestEnd;
+    const auto deadline = std::chrono::steady_clock::now() + endTimeout;
     for (;;) {
         const auto left =
             std::chrono::ceil<std::chrono::milliseconds>(deadline - std::chrono::steady_clock::now()).count();

@@ -24,7 +24,7 @@ namespace {
 
 constexpr std::size_t commLength = 15;  // what the system keeps of a process's name
 constexpr std::string_view deletedSuffix = " (deleted)";
-constexpr std::chrono::seconds longestStart{1};
+constexpr std::chrono::seconds startTimeout{1};
 
 // True for the errors of reading about another user's process.
 bool MeansForbidden(int error) {
@@ -212,7 +212,7 @@ int ReadProgram(const std::string& folder, std::string& program) {
 }
 
 void WaitForName(pid_t child) {
-    const auto deadline = std::chrono::steady_clock::now() + longestStart;
+    const auto deadline = std::chrono::steady_clock::now() + startTimeout;
     for (;;) {
         // The arguments are the last thing that a new program is given.
         std::string arguments;

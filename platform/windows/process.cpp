@@ -21,7 +21,7 @@ static_assert(sizeof(PROCESSENTRY32) == 304);
 // Newer headers define PROCESS_ALL_ACCESS with more rights than this.
 static_assert(processAllAccess == (STANDARD_RIGHTS_REQUIRED | SYNCHRONIZE | 0xFFF));
 
-constexpr DWORD longestEndMilliseconds = 1000;
+constexpr DWORD endTimeoutMilliseconds = 1000;
 
 HANDLE ToHandle(SystemHandle handle) {
     return reinterpret_cast<HANDLE>(handle);
@@ -75,7 +75,7 @@ bool TerminateProcess(SystemHandle process, std::uint32_t exitCode) {
         return false;
     }
     // The call only begins the end; until it is reached the process is still listed.
-    ::WaitForSingleObject(ToHandle(process), longestEndMilliseconds);
+    ::WaitForSingleObject(ToHandle(process), endTimeoutMilliseconds);
     return true;
 }
 

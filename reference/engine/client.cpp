@@ -68,12 +68,12 @@ int Client::Recognise(const IMG* image, const tagRECT* region, RPLATE* plates) {
         return 0;
     }
     transport::Frame frame = {image->width, image->height, {}};
-    if (!transport::IsSound(frame)) {
+    if (!transport::IsValid(frame)) {
         return 0;
     }
     if (region != nullptr) {
         frame.region = InsidePicture(*region, *image);
-        if (frame.region == transport::Region() || !transport::IsSound(frame)) {
+        if (frame.region == transport::Region() || !transport::IsValid(frame)) {
             return 0;
         }
     }

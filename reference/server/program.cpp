@@ -8,14 +8,14 @@ int RunToTheEnd(Service& service) {
     try {
         switch (service.Run()) {
             case End::NameTaken:
-                Complain("another server listens already");
+                LogError("another server listens already");
                 return exitedForTheName;
             case End::Told:
             case End::Idle:
                 return exitedWell;
         }
     } catch (const std::exception& error) {
-        Complain(error.what());
+        LogError(error.what());
     }
     return exitedByFailure;
 }

@@ -15,7 +15,7 @@ constexpr std::chrono::seconds makingPause{1};
 
 }  // namespace
 
-void Complain(const std::string& text) {
+void LogError(const std::string& text) {
     std::fprintf(stderr, "plate-Server: %s\n", text.c_str());
 }
 
@@ -95,7 +95,7 @@ void ReaderPool::MakeReaders() {
             Hand(*readers_.back());
             continue;
         }
-        Complain("no reader can be made: " + failure);
+        LogError("no reader can be made: " + failure);
         nextAttempt_ = transport::Clock::now() + makingPause;
         if (readers_.empty()) {
             RefuseWaiters();

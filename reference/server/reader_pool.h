@@ -21,7 +21,7 @@ namespace reading_service {
 using ReaderFactory = std::function<std::unique_ptr<plate_reading::FrameReader>()>;
 
 /// One line on standard error. Any thread.
-void Complain(const std::string& text);
+void LogError(const std::string& text);
 
 /// Lends readers in the order in which they are asked for. The first one is made at once, each further one when
 /// somebody has to wait, until there are as many as may be; all on a thread of the pool. Any thread.

@@ -33,10 +33,10 @@ transport::Readings AsSent(const std::vector<plate_reading::Reading>& readings) 
             break;
         }
         const transport::Reading one = AsSent(reading);
-        if (transport::IsSound(transport::Readings{1, 0, {one}})) {
+        if (transport::IsValid(transport::Readings{1, 0, {one}})) {
             sent.readings[sent.count++] = one;
         } else {
-            Complain("a reading of " + std::to_string(reading.text.size()) + " characters cannot be sent");
+            LogError("a reading of " + std::to_string(reading.text.size()) + " characters cannot be sent");
         }
     }
     return sent;
@@ -106,9 +106,9 @@ class Session {
         try {
             return AsSent(stream_.Follow(picture, region, loan->Reader().Read(picture, region, widths_)));
         } catch (const std::exception& error) {
-            Complain(std::string("a frame cannot be read: ") + error.what());
+            LogError(std::string("a frame cannot be read: ") + error.what());
         } catch (...) {
-            Complain("a frame cannot be read");
+            LogError("a frame cannot be read");
         }
         return transport::Readings();
     }

@@ -77,7 +77,7 @@ bool AreSoundReadings(const Readings& readings) {
 
 }  // namespace
 
-bool IsSound(const Contents& contents) {
+bool IsValid(const Contents& contents) {
     if (const auto* const greeting = std::get_if<Greeting>(&contents)) {
         return IsSoundGreeting(*greeting);
     }
@@ -100,7 +100,7 @@ std::uint64_t PictureBytes(std::uint32_t width, std::uint32_t height) {
 }
 
 std::vector<std::uint8_t> Encode(const Message& message) {
-    if (!IsSound(message.contents)) {
+    if (!IsValid(message.contents)) {
         throw std::invalid_argument("no sound message");
     }
     return std::visit(
@@ -124,7 +124,7 @@ std::optional<Message> Decode(std::span<const std::uint8_t> bytes) {
     Message message = {header.number, {}};
     constexpr auto allKinds = std::make_index_sequence<std::variant_size_v<Contents>>();
     if (header.size != bytes.size() || !Read(header.kind, bytes.subspan(sizeof header), message.contents, allKinds) ||
-        !IsSound(message.contents)) {
+        !IsValid(message.contents)) {
         return std::nullopt;
     }
     return message;

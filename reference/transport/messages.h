@@ -120,7 +120,7 @@ struct Message {
 inline constexpr std::size_t largestMessageBytes = 16 + sizeof(Readings);
 
 /// Whether the contents keep to what is said above of their kind.
-bool IsSound(const Contents& contents);
+bool IsValid(const Contents& contents);
 
 /// The bytes of a picture of these sides.
 std::uint64_t PictureBytes(std::uint32_t width, std::uint32_t height);

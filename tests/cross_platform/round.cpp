@@ -15,9 +15,9 @@
 #include "tests/cross_platform/random_script.h"
 #include "tests/cross_platform/transcript.h"
 #include "tests/plugin/plugin.h"
-#include "tests/support/comes_true.h"
 #include "tests/support/recording_host.h"
 #include "tests/support/servers.h"
+#include "tests/support/wait_until.h"
 
 namespace transcript {
 
@@ -117,7 +117,7 @@ class Round {
             server = Server::Stranger;
             servers::Place(VEXLANE_SERVER_PROGRAM);
             stranger = servers::StartStranger();
-            if (!ComesTrue([] { return servers::Running().size() == 1; })) {
+            if (!WaitUntil([] { return servers::Running().size() == 1; })) {
                 throw std::runtime_error("the server cannot be started");
             }
         } else if (draw < 6) {

@@ -7,7 +7,7 @@
 #include <string_view>
 
 #include "sdk/plate_events.h"
-#include "tests/support/comes_true.h"
+#include "tests/support/wait_until.h"
 
 namespace transcript {
 
@@ -204,7 +204,7 @@ void Transcript::Write(const HostCall& call) {
 
 void Transcript::TakeUnorderedLines(std::size_t launcherLineCount) {
     std::vector<std::string> launcherLines;
-    const bool areThere = ComesTrue([&] {
+    const bool areThere = WaitUntil([&] {
         for (const std::string& line : NewLines()) {
             if (IsLauncherLine(line)) {
                 launcherLines.push_back(line);

@@ -10,7 +10,7 @@
 #include "platform/debug_output.h"
 #include "platform/text.h"
 #include "tests/diagnostics/windows_debug_lines.h"
-#include "tests/support/comes_true.h"
+#include "tests/support/wait_until.h"
 #include "tests/support/windows_debugger.h"
 
 namespace {
@@ -108,7 +108,7 @@ TEST(DebugOutputSeenByAViewer, IsEveryLineInItsOrderAndWhole) {
                                                "vexlane[room::Function(9): \xBE\xA9"
                                                "A12345",
                                                std::string(4000, 'x') + "end"};
-    EXPECT_TRUE(ComesTrue([&] { return viewer.Pieces().size() >= expected.size(); }));
+    EXPECT_TRUE(WaitUntil([&] { return viewer.Pieces().size() >= expected.size(); }));
     EXPECT_THAT(viewer.Pieces(), ElementsAreArray(expected));
 }
 

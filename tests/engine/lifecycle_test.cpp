@@ -11,7 +11,7 @@
 #include <thread>
 
 #include "tests/engine/probe_detector.h"
-#include "tests/support/comes_true.h"
+#include "tests/support/wait_until.h"
 
 namespace {
 
@@ -72,7 +72,7 @@ TEST_F(Lifecycle, EveryNewDetectorRestartsTheSharedServer) {
 
 TEST_F(Lifecycle, AServerIsRunningOnceTheFirstDetectorIsThereWhoeverStartedIt) {
     Detector();  // the first poll may come before or after, and may be replacing the server right now
-    EXPECT_TRUE(ComesTrue([] { return fake_processes::Running().size() == 1; }));
+    EXPECT_TRUE(WaitUntil([] { return fake_processes::Running().size() == 1; }));
 }
 
 TEST_F(Lifecycle, ANewDetectorEndsPollingWhenAServerRuns) {

@@ -7,8 +7,8 @@
 #include "platform/linux/send_signal.h"
 #include "tests/host/process.h"
 #include "tests/host/temporary_folder.h"
-#include "tests/support/comes_true.h"
 #include "tests/support/servers.h"
+#include "tests/support/wait_until.h"
 #include "tools/evaluate/failure.h"
 #include "tools/evaluate/process.h"
 
@@ -26,7 +26,7 @@ servers::ProcessId ProcessIn(const std::string& file) {
 
 /// Waits until the test server has told its process id.
 servers::ProcessId StartedProcess(const std::string& file) {
-    EXPECT_TRUE(ComesTrue([&file] { return ProcessIn(file) != 0; }));
+    EXPECT_TRUE(WaitUntil([&file] { return ProcessIn(file) != 0; }));
     return ProcessIn(file);
 }
 
@@ -65,7 +65,7 @@ TEST(Server, ThatEndsByItselfIsNoticed) {
     const TemporaryFolder folder;
     ServerProcess server(EVALUATE_TEST_SERVER, {folder.Path("id"), "end"});
     std::string error = "none";
-    EXPECT_TRUE(ComesTrue([&] {
+    EXPECT_TRUE(WaitUntil([&] {
         error = ErrorOf([&server] { server.RequireRunning(); });
         return error != "none";
     }));
@@ -77,7 +77,7 @@ TEST(Server, ThatIsEndedFromOutsideIsNoticed) {
     ServerProcess server(EVALUATE_TEST_SERVER, {folder.Path("id"), "obey"});
     ASSERT_EQ(platform::SendSignal(StartedProcess(folder.Path("id")), SIGKILL), 0);
     std::string error = "none";
-    EXPECT_TRUE(ComesTrue([&] {
+    EXPECT_TRUE(WaitUntil([&] {
         error = ErrorOf([&server] { server.RequireRunning(); });
         return error != "none";
     }));
@@ -126,7 +126,7 @@ TEST(Program, ThatIsKilledLeavesNoServerBehind) {
     WaitingEvaluation evaluation;
     evaluation.process->Stop({"SigKill", SIGKILL, SIGKILL, false});
     evaluation.process->Wait();
-    EXPECT_TRUE(ComesTrue([&evaluation] { return servers::IsGone(evaluation.server); }));
+    EXPECT_TRUE(WaitUntil([&evaluation] { return servers::IsGone(evaluation.server); }));
 }
 
 TEST(Program, ThatFailsEndsItsServer) {

@@ -92,8 +92,8 @@ class Picture {
 
     yuv::Bgr At(std::int32_t row, std::int32_t column) const {
         const I420Planes planes = Planes();
-        const std::ptrdiff_t chroma = row / 2 * planes.uStep + column / 2;
-        return yuv::Formula(planes.y[row * planes.yStep + column], planes.u[chroma], planes.v[chroma]);
+        const std::ptrdiff_t chroma = row / 2 * planes.uStride + column / 2;
+        return yuv::Formula(planes.y[row * planes.yStride + column], planes.u[chroma], planes.v[chroma]);
     }
 
     // What the output holds afterwards, byte for byte: the even part converted, all else as it was.

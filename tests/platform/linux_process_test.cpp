@@ -87,7 +87,7 @@ class LinuxProcess : public ProcessFixture {
     std::string WholeReport(const std::string& program) {
         const std::filesystem::path file = folder / "report";
         const ProcessInformation started = Start(program + " report " + file.string());
-        EXPECT_TRUE(ComesTrue([&started] {
+        EXPECT_TRUE(WaitUntil([&started] {
             List();
             return StateOf(started.processId) == '\0';
         }));
@@ -136,7 +136,7 @@ TEST_F(LinuxProcess, AProcessWhoseFirstThreadHasEndedStillRuns) {
     const std::string name = "vexlane-test-threads.exe";
     CopyHelper(OwnFolder() / name);
     const ProcessInformation started = StartLasting(name + " first-thread-ends");
-    ASSERT_TRUE(ComesTrue([&] { return StateOf(started.processId) == 'Z'; }));
+    ASSERT_TRUE(WaitUntil([&] { return StateOf(started.processId) == 'Z'; }));
     EXPECT_EQ(ListedAs(name), Ids{started.processId});
     EXPECT_TRUE(platform::TerminateProcess(started.process, 0));
     EXPECT_EQ(ListedAs(name), Ids{});
@@ -403,7 +403,7 @@ TEST_F(LinuxProcess, AStrangersProcessIsListedOpenedAndTerminatedAndLeftToItsPar
     const std::string name = "vexlane-test-stranger.exe";
     const std::filesystem::path program = CopyHelper(folder / name);
     const std::uint32_t stranger = StartAsHost(program, "ignore-termination");
-    ASSERT_TRUE(ComesTrue([&] { return ListedAs(name) == Ids{stranger}; }));
+    ASSERT_TRUE(WaitUntil([&] { return ListedAs(name) == Ids{stranger}; }));
     const SystemHandle handle = platform::OpenProcess(platform::processAllAccess, true, stranger);
     EXPECT_NE(handle, 0u);
     EXPECT_TRUE(platform::TerminateProcess(handle, 0));
@@ -511,7 +511,7 @@ TEST_F(LinuxProcess, AHostThatIgnoresItsChildrenConfusesNothing) {
     EXPECT_EQ(platform::OpenProcess(platform::processAllAccess, true, second.processId), second.process);
     EXPECT_TRUE(platform::TerminateProcess(second.process, 0));
     // Nobody waits for these, so the system may still be clearing the last one away.
-    EXPECT_TRUE(ComesTrue([] { return UnwaitedChildren() == 0; }));
+    EXPECT_TRUE(WaitUntil([] { return UnwaitedChildren() == 0; }));
     signal(SIGCHLD, before);
 }
 

@@ -16,9 +16,9 @@
 
 #include "platform/last_error.h"
 #include "platform/process.h"
-#include "tests/support/comes_true.h"
 #include "tests/support/environment.h"
 #include "tests/support/servers.h"
+#include "tests/support/wait_until.h"
 
 namespace process_tests {
 
@@ -87,7 +87,7 @@ class ProcessFixture : public testing::Test {
         // A program that has just ended can be in use for a moment yet.
         copies_.push_back(folder);
         for (const std::filesystem::path& copy : copies_) {
-            EXPECT_TRUE(ComesTrue([&copy] {
+            EXPECT_TRUE(WaitUntil([&copy] {
                 std::error_code error;
                 std::filesystem::remove_all(copy, error);
                 return !error;
@@ -115,7 +115,7 @@ class ProcessFixture : public testing::Test {
         const std::filesystem::path file = folder / "report";
         std::filesystem::remove(file);
         const platform::ProcessInformation started = Start(program + " report \"" + file.string() + "\"", showWindow);
-        EXPECT_TRUE(ComesTrue([&] { return std::filesystem::exists(file) && !IsListed(started.processId); }));
+        EXPECT_TRUE(WaitUntil([&] { return std::filesystem::exists(file) && !IsListed(started.processId); }));
         std::map<std::string, std::string> report;
         std::ifstream stream(file);
         for (std::string word; stream >> word;) {

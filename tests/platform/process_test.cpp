@@ -124,12 +124,12 @@ TEST_F(Process, ATerminatedOneIsGoneWhenTheCallComesBack) {
 TEST_F(Process, OneThatIsKilledFromOutsideIsNotListedAnyMore) {
     const ProcessInformation started = StartLasting(helperName);
     KillFromOutside(started.processId);
-    EXPECT_TRUE(ComesTrue([&] { return !IsListed(started.processId); }));
+    EXPECT_TRUE(WaitUntil([&] { return !IsListed(started.processId); }));
 }
 
 TEST_F(Process, OneThatEndsByItselfIsNotListedAnyMore) {
     const ProcessInformation started = Start(helperName + std::string(" exit"));
-    EXPECT_TRUE(ComesTrue([&] { return !IsListed(started.processId); }));
+    EXPECT_TRUE(WaitUntil([&] { return !IsListed(started.processId); }));
 }
 
 TEST_F(Process, TheEmptyHandleEndsNothing) {
@@ -146,7 +146,7 @@ TEST_F(Process, TheEmptyHandleEndsNothing) {
     EXPECT_FALSE(platform::TerminateProcess(0, 0));
     EXPECT_NE(platform::LastError(), 0u);
     const int turnsBefore = turns;
-    EXPECT_TRUE(ComesTrue([&] { return turns > turnsBefore; })) << "the other threads of this process go on";
+    EXPECT_TRUE(WaitUntil([&] { return turns > turnsBefore; })) << "the other threads of this process go on";
     isEnding = true;
     other.join();
     EXPECT_TRUE(IsListed(started.processId));

@@ -120,7 +120,7 @@ TEST_F(WindowsProcess, AHandleThatIsInheritedIsSeen) {
     file.Close();
     EXPECT_TRUE(file.IsOpenSomewhere());
     EXPECT_TRUE(platform::TerminateProcess(reinterpret_cast<SystemHandle>(started.hProcess), 0));
-    EXPECT_TRUE(ComesTrue([&] { return !file.IsOpenSomewhere(); }));
+    EXPECT_TRUE(WaitUntil([&] { return !file.IsOpenSomewhere(); }));
     CloseHandle(started.hProcess);
     CloseHandle(started.hThread);
 }

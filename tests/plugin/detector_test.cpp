@@ -177,7 +177,7 @@ TEST_F(Detector, AppliesSettingsByTheLastSlotOfItsAdjuster) {
 }
 
 TEST_F(Detector, IsEndedByItsOwnSlotAndEndsTheServer) {
-    ASSERT_TRUE(ComesTrue([] { return servers::Running().size() == 1; }));
+    ASSERT_TRUE(WaitUntil([] { return servers::Running().size() == 1; }));
     std::erase(detectors, detector);
     CallSlot<void>(detector, 3);
     EXPECT_THAT(servers::Running(), testing::IsEmpty());
@@ -350,7 +350,7 @@ TEST_F(TwoDetectors, ShareAServerThatTheFirstToGoEndsAndARefusedRangeBringsBack)
     IDetector* const first = CreateDetector();
     IDetector* const second = CreateDetector();
     auto* const receiver = Query<OKM8::Analytics::IMediaReceiver>(second, ContractName::IMediaReceiver);
-    ASSERT_TRUE(ComesTrue([] { return servers::Running().size() == 1; }));
+    ASSERT_TRUE(WaitUntil([] { return servers::Running().size() == 1; }));
     Destroy(first);
     EXPECT_THAT(servers::Running(), testing::IsEmpty());
     EXPECT_EQ(receiver->Receive(MakeFrame(buffers, 64, 48, 0)), 0);
@@ -362,10 +362,10 @@ TEST_F(TwoDetectors, ShareAServerThatTheFirstToGoEndsAndARefusedRangeBringsBack)
 TEST_F(TwoDetectors, OfWhichTheSecondRestartsTheServer) {
     Initialize();
     CreateDetector();
-    ASSERT_TRUE(ComesTrue([] { return servers::Running().size() == 1; }));
+    ASSERT_TRUE(WaitUntil([] { return servers::Running().size() == 1; }));
     const auto before = servers::Running();
     CreateDetector();
-    ASSERT_TRUE(ComesTrue([] { return servers::Running().size() == 1; }));
+    ASSERT_TRUE(WaitUntil([] { return servers::Running().size() == 1; }));
     EXPECT_NE(servers::Running(), before);
 }
 

@@ -8,9 +8,9 @@
 #include <thread>
 
 #include "tests/plugin/plugin.h"
-#include "tests/support/comes_true.h"
 #include "tests/support/recording_host.h"
 #include "tests/support/servers.h"
+#include "tests/support/wait_until.h"
 
 namespace {
 
@@ -41,7 +41,7 @@ int main(int count, char** arguments) {
     detector = moduleObject->CreateDetector(nullptr, host->Peer());
     // No program was there to start, so polling goes on; now there is one.
     servers::Place(VEXLANE_SERVER_PROGRAM);
-    if (!ComesTrue([] { return servers::Running().size() == 1; })) {
+    if (!WaitUntil([] { return servers::Running().size() == 1; })) {
         return 2;
     }
     std::printf("%d\n", static_cast<int>(*servers::Running().begin()));

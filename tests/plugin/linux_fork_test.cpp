@@ -69,7 +69,7 @@ TEST_F(ForkingHost, WhosePollingIsOnHasChildrenThatEndAndLeaveTheServerAlone) {
     CreateDetector();
     ExpectThatChildrenEndAndLeaveTheServerAlone();
     servers::Place(VEXLANE_SERVER_PROGRAM);
-    ASSERT_TRUE(ComesTrue([] { return Running().size() == 1; })) << "the parent does not poll any more";
+    ASSERT_TRUE(WaitUntil([] { return Running().size() == 1; })) << "the parent does not poll any more";
     ExpectThatChildrenEndAndLeaveTheServerAlone();
 }
 
@@ -77,7 +77,7 @@ TEST_F(ForkingHost, WhosePollingIsOnHasChildrenThatEndAndLeaveTheServerAlone) {
 TEST_F(ForkingHost, WhosePollingIsOverHasChildrenThatEndAndLeaveTheServerAlone) {
     Initialize();
     CreateDetector();
-    ASSERT_TRUE(ComesTrue([] { return Running().size() == 1; }));
+    ASSERT_TRUE(WaitUntil([] { return Running().size() == 1; }));
     CreateDetector();
     ASSERT_THAT(Running(), SizeIs(1));
     ExpectThatChildrenEndAndLeaveTheServerAlone();
@@ -92,7 +92,7 @@ TEST_F(ForkingHost, ThatHasNoDetectorYetHasAChildThatStartsAndEndsAServerOfItsOw
     Initialize();
     EXPECT_EQ(test_support::ExitCodeOfForkedChild([this] {
                   CreateDetector();
-                  const bool isStarted = ComesTrue([] { return Running().size() == 1; });
+                  const bool isStarted = WaitUntil([] { return Running().size() == 1; });
                   Destroy(detectors.back());
                   return isStarted && Running().empty();
               }),

@@ -84,7 +84,7 @@ TEST_F(Unloading, InGoodOrderLeavesNothingAndCanBeRepeated) {
         auto* const receiver =
             static_cast<OKM8::Analytics::IMediaReceiver*>(detector->QueryContract(OKM8::ContractName::IMediaReceiver));
         EXPECT_EQ(receiver->Receive(recording_host::MakeFrame(buffers, 64, 48, 0)), 0);
-        ASSERT_TRUE(ComesTrue([] { return Running().size() == 1; }));
+        ASSERT_TRUE(WaitUntil([] { return Running().size() == 1; }));
         detector->Destroy();
         EXPECT_THAT(Running(), IsEmpty());
         plugin->FinalizeModule();
@@ -109,7 +109,7 @@ TEST_F(Unloading, WhilePollingRunsComesBackAndTheServerEndsWithTheLibrary) {
     Abandoned().push_back(plugin->GetModule());
     OKM8::Analytics::IDetector* const detector = CreateDetector();
     servers::Place(VEXLANE_SERVER_PROGRAM);
-    ASSERT_TRUE(ComesTrue([] { return Running().size() == 1; })) << "polling has not gone on";
+    ASSERT_TRUE(WaitUntil([] { return Running().size() == 1; })) << "polling has not gone on";
     UnloadWhilePollingRuns(detector);
 }
 
@@ -160,7 +160,7 @@ TEST_P(ProcessEnd, WhilePollingRunsComesBackAndEndsTheServer) {
     const test_support::Finished end = host.Wait();
     EXPECT_LT(std::chrono::steady_clock::now() - start, longestEnd);
     EXPECT_EQ(end.status, 0) << end.errors;
-    EXPECT_TRUE(ComesTrue([server] { return servers::IsGone(server); }));
+    EXPECT_TRUE(WaitUntil([server] { return servers::IsGone(server); }));
 }
 
 INSTANTIATE_TEST_SUITE_P(Way, ProcessEnd, testing::Values("return", "exit", "exit-on-a-thread", "unload"));

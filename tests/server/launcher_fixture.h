@@ -11,7 +11,7 @@
 #include "platform/last_error.h"
 #include "server/server_launcher.h"
 #include "tests/server/launcher_transcript.h"
-#include "tests/support/comes_true.h"
+#include "tests/support/wait_until.h"
 
 class LauncherFixture : public testing::Test {
   protected:
@@ -38,11 +38,11 @@ class LauncherFixture : public testing::Test {
         const auto gate = std::make_shared<Gate>();
         transcript->OnEntry([gate](const std::string& entry) {
             if (entry == "list" && !gate->reached.exchange(true)) {
-                EXPECT_TRUE(ComesTrue([&] { return gate->open.load(); }));
+                EXPECT_TRUE(WaitUntil([&] { return gate->open.load(); }));
             }
         });
         auto launcher = std::make_unique<ServerLauncher>();
-        EXPECT_TRUE(ComesTrue([&] { return gate->reached.load(); }));
+        EXPECT_TRUE(WaitUntil([&] { return gate->reached.load(); }));
         launcher->SetPeriod(milliseconds);
         gate->open = true;
         WaitForPoll(*launcher);

@@ -6,9 +6,9 @@
 #include <atomic>
 
 #include "server/server_launcher.h"
-#include "tests/support/comes_true.h"
 #include "tests/support/fake_processes.h"
 #include "tests/support/linux_forked_child.h"
+#include "tests/support/wait_until.h"
 
 namespace {
 
@@ -17,7 +17,7 @@ class ForkedChild : public testing::Test {
     ForkedChild() {
         fake_processes::OnOperation([this](const std::string& line) {
             if (line == "list" && !isInPoll.exchange(true)) {
-                EXPECT_TRUE(ComesTrue([this] { return mayGoOn.load(); }));
+                EXPECT_TRUE(WaitUntil([this] { return mayGoOn.load(); }));
             }
         });
         GetServerLauncher()->SetPeriod(0);
@@ -33,7 +33,7 @@ class ForkedChild : public testing::Test {
 };
 
 TEST_F(ForkedChild, UsesTheLauncherAndExitsWhileThePollThreadHoldsItsLocks) {
-    ASSERT_TRUE(ComesTrue([this] { return isInPoll.load(); }));
+    ASSERT_TRUE(WaitUntil([this] { return isInPoll.load(); }));
     EXPECT_EQ(test_support::ExitCodeOfForkedChild([] {
                   fake_processes::SetForkedChild(true);
                   const boost::shared_ptr<ServerLauncher> launcher = GetServerLauncher();
@@ -47,7 +47,7 @@ TEST_F(ForkedChild, UsesTheLauncherAndExitsWhileThePollThreadHoldsItsLocks) {
               0);
     mayGoOn = true;
     EXPECT_TRUE(GetServerLauncher()->IsRunning()) << "the parent polls on";
-    EXPECT_TRUE(ComesTrue([] { return fake_processes::Running().size() == 1; }));
+    EXPECT_TRUE(WaitUntil([] { return fake_processes::Running().size() == 1; }));
 }
 
 }  // namespace

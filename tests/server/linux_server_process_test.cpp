@@ -21,7 +21,7 @@ TEST_F(LinuxServerProcess, LeavesNoZombieBehind) {
     for (int round = 0; round < 3; ++round) {
         const pid_t server = TheServer();
         servers::Kill(server);
-        ASSERT_TRUE(ComesTrue([server] { return !Running().contains(server) && Running().size() == 1; }));
+        ASSERT_TRUE(WaitUntil([server] { return !Running().contains(server) && Running().size() == 1; }));
     }
     EXPECT_EQ(servers::Zombies(), 0);
     launcher->Stop();
@@ -38,7 +38,7 @@ TEST_F(LinuxServerProcess, InheritsNoDescriptorOfTheHost) {
     ASSERT_NE(server, 0);
     const fs::path folder = "/proc/" + std::to_string(server) + "/fd";
     // Between its birth and its program a child still has what its parent has.
-    EXPECT_TRUE(ComesTrue([&] {
+    EXPECT_TRUE(WaitUntil([&] {
         return std::all_of(fs::directory_iterator(folder), fs::directory_iterator(), [](const auto& entry) {
             const std::string name = entry.path().filename();
             std::error_code gone;
@@ -55,7 +55,7 @@ TEST_F(LinuxServerProcess, OfAStrangerIsAdoptedInPlaceOfOursAndEndedByTheNextSto
     const pid_t ours = TheServer();
     ASSERT_NE(ours, 0);
     const auto stranger = servers::StartStranger();
-    ASSERT_TRUE(ComesTrue([] { return Running().size() == 2; }));
+    ASSERT_TRUE(WaitUntil([] { return Running().size() == 2; }));
     // With a list in the order of the ids the last one is adopted.
     ASSERT_GT(stranger->Id(), ours);
     EXPECT_TRUE(launcher->IsServerRunning());

@@ -7,7 +7,7 @@
 #include <memory>
 
 #include "server/poll_timeout_thread.h"
-#include "tests/support/comes_true.h"
+#include "tests/support/wait_until.h"
 
 /// Returns when a thread of its own has polled that often, a millisecond apart: what was about to happen on another
 /// thread has had its chance by then. Not interruptible.
@@ -16,5 +16,5 @@ inline void LetOthersPoll(int polls = 50) {
     ThreadRoutines::PollTimeoutThread other;
     other.SetPeriod(1);
     other.Start([count] { ++*count; });
-    EXPECT_TRUE(ComesTrue([&] { return *count >= polls; }));
+    EXPECT_TRUE(WaitUntil([&] { return *count >= polls; }));
 }

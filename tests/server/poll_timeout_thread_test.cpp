@@ -13,8 +13,8 @@
 #include <vector>
 
 #include "tests/server/other_polls.h"
-#include "tests/support/comes_true.h"
 #include "tests/support/in_time.h"
+#include "tests/support/wait_until.h"
 
 namespace {
 
@@ -29,7 +29,7 @@ struct Counter {
         return [this] { ++count; };
     }
     bool Reaches(int target) {
-        return ComesTrue([this, target] { return count >= target; });
+        return WaitUntil([this, target] { return count >= target; });
     }
 };
 
@@ -84,7 +84,7 @@ TEST(PollTimeoutThread, PollsOnAThreadOfItsOwnAndAlwaysOnTheSame) {
         const std::lock_guard lock(mutex);
         threads.push_back(std::this_thread::get_id());
     });
-    ASSERT_TRUE(ComesTrue([&] {
+    ASSERT_TRUE(WaitUntil([&] {
         const std::lock_guard lock(mutex);
         return threads.size() >= 3;
     }));
@@ -181,10 +181,10 @@ TEST(PollTimeoutThread, TakesANewPeriodIntoAccountFromTheNextWaitOn) {
     poll.SetWaitAction(waits.Action());
     poll.SetPeriod(1);
     poll.Start(polls.Action());
-    ASSERT_TRUE(ComesTrue([&] { return waits.Periods().size() == 1; }));
+    ASSERT_TRUE(WaitUntil([&] { return waits.Periods().size() == 1; }));
     poll.SetPeriod(2);
     waits.held = false;
-    ASSERT_TRUE(ComesTrue([&] { return waits.Periods().size() >= 2; }));
+    ASSERT_TRUE(WaitUntil([&] { return waits.Periods().size() >= 2; }));
     poll.Stop();
     EXPECT_EQ(waits.Periods()[0], 1000);
     EXPECT_EQ(waits.Periods()[1], 2000);
@@ -230,7 +230,7 @@ TEST(PollTimeoutThread, RunsWithoutAnAction) {
     PollTimeoutThread poll;
     poll.SetWaitAction(waits.Action());
     poll.Start({});
-    EXPECT_TRUE(ComesTrue([&] { return waits.Periods().size() >= 2; }));
+    EXPECT_TRUE(WaitUntil([&] { return waits.Periods().size() >= 2; }));
     EXPECT_TRUE(poll.IsRunning());
 }
 
@@ -254,7 +254,7 @@ TEST(PollTimeoutThread, InterruptsTheWaitActionWhenItIsStopped) {
     PollTimeoutThread poll;
     poll.SetWaitAction(waits.Action());
     poll.Start(polls.Action());
-    ASSERT_TRUE(ComesTrue([&] { return waits.Periods().size() == 1; }));
+    ASSERT_TRUE(WaitUntil([&] { return waits.Periods().size() == 1; }));
     poll.Stop();
     EXPECT_FALSE(poll.IsRunning());
     EXPECT_EQ(polls.count, 1);
@@ -268,11 +268,11 @@ TEST(PollTimeoutThread, WaitsForAPollInProgressWhenItIsStopped) {
     poll.SetPeriod(anHour);
     poll.Start([&] {
         inPoll = true;
-        EXPECT_TRUE(ComesTrue([&] { return stopping.load(); }));
+        EXPECT_TRUE(WaitUntil([&] { return stopping.load(); }));
         LetOthersPoll();  // a Stop that does not wait comes back first
         pollEnded = true;
     });
-    ASSERT_TRUE(ComesTrue([&] { return inPoll.load(); }));
+    ASSERT_TRUE(WaitUntil([&] { return inPoll.load(); }));
     stopping = true;
     poll.Stop();
     EXPECT_TRUE(pollEnded);
@@ -341,7 +341,7 @@ TEST(PollTimeoutThread, StoppedStartedAndStoppedAgainByManyAtOnceAlwaysEnds) {
     EXPECT_LE(polls, 4 * rounds) << "an hour between two polls of one start";
     const int before = polls;
     poll.Start([&polls] { ++polls; });
-    EXPECT_TRUE(ComesTrue([&] { return polls > before; })) << "and it can still be started";
+    EXPECT_TRUE(WaitUntil([&] { return polls > before; })) << "and it can still be started";
 }
 
 TEST(PollTimeoutThread, EndsPollingAndNotTheProcessWhenTheWaitActionThrows) {
@@ -357,7 +357,7 @@ TEST(PollTimeoutThread, EndsPollingAndNotTheProcessWhenTheWaitActionThrows) {
             fail();
         });
         poll.Start(polls.Action());
-        ASSERT_TRUE(ComesTrue([&] { return waits == 1; }));
+        ASSERT_TRUE(WaitUntil([&] { return waits == 1; }));
         LetOthersPoll();
         EXPECT_EQ(polls.count, 1);
         EXPECT_EQ(waits, 1);
@@ -403,7 +403,7 @@ TEST(PollTimeoutThread, StartedByManyAtOncePollsOnOneThread) {
         }
         return count;
     };
-    ASSERT_TRUE(ComesTrue([&] { return started() > 0; }));
+    ASSERT_TRUE(WaitUntil([&] { return started() > 0; }));
     poll.Stop();
     EXPECT_EQ(started(), 1);
 }
@@ -418,7 +418,7 @@ TEST(PollTimeoutThread, GoesOnAfterAnActionThatThrows) {
         }
         throw 1;
     });
-    EXPECT_TRUE(ComesTrue([&] { return count >= 4; }));
+    EXPECT_TRUE(WaitUntil([&] { return count >= 4; }));
     EXPECT_TRUE(poll.IsRunning());
 }
 
@@ -429,7 +429,7 @@ TEST(PollTimeoutThread, EndsAtAnInterruptionPointOfTheAction) {
         inPoll = true;
         boost::this_thread::sleep(boost::posix_time::hours(1));
     });
-    ASSERT_TRUE(ComesTrue([&] { return inPoll.load(); }));
+    ASSERT_TRUE(WaitUntil([&] { return inPoll.load(); }));
     poll.Stop();
     EXPECT_FALSE(poll.IsRunning());
 }
@@ -441,7 +441,7 @@ TEST(PollTimeoutThread, IsStoppedByItsDestructor) {
         PollTimeoutThread poll;
         poll.SetPeriod(0);
         poll.Start([inUse, &count] { ++count; });
-        ASSERT_TRUE(ComesTrue([&] { return count >= 1; }));
+        ASSERT_TRUE(WaitUntil([&] { return count >= 1; }));
     }
     EXPECT_EQ(inUse.use_count(), 1);
     const int before = count;
@@ -458,7 +458,7 @@ TEST(PollTimeoutThread, GoesOnWhenItsOwnActionStopsIt) {
         EXPECT_TRUE(poll.IsRunning());
         ++count;
     });
-    EXPECT_TRUE(ComesTrue([&] { return count >= 3; }));
+    EXPECT_TRUE(WaitUntil([&] { return count >= 3; }));
     EXPECT_TRUE(poll.IsRunning());
     poll.Stop();
     EXPECT_FALSE(poll.IsRunning());
@@ -472,7 +472,7 @@ TEST(PollTimeoutThread, ItsActionMaySetThePeriod) {
         ++count;
         poll.SetPeriod(0);
     });
-    EXPECT_TRUE(ComesTrue([&] { return count >= 3; }));
+    EXPECT_TRUE(WaitUntil([&] { return count >= 3; }));
 }
 
 // Stopping is complete even for a caller that is being interrupted itself, and leaves that interruption to it.
@@ -486,7 +486,7 @@ TEST(PollTimeoutThread, IsStoppedCompletelyByACallerThatIsInterrupted) {
     std::atomic<bool> stopped = false;
     std::atomic<bool> wasStillInterrupted = false;
     boost::thread caller([&] {
-        if (!ComesTrue([&] { return interrupted.load(); })) {
+        if (!WaitUntil([&] { return interrupted.load(); })) {
             return;
         }
         poll.Stop();

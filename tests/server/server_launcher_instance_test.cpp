@@ -8,8 +8,8 @@
 #include <vector>
 
 #include "server/server_launcher.h"
-#include "tests/support/comes_true.h"
 #include "tests/support/fake_processes.h"
+#include "tests/support/wait_until.h"
 
 namespace {
 
@@ -39,7 +39,7 @@ TEST(ServerLauncherInstance, StaysWhenNobodyHoldsIt) {
 
 TEST(ServerLauncherInstance, PollsAsSoonAsItExists) {
     GetServerLauncher();
-    EXPECT_TRUE(ComesTrue([] { return fake_processes::Running().size() == 1; }));
+    EXPECT_TRUE(WaitUntil([] { return fake_processes::Running().size() == 1; }));
 }
 
 }  // namespace

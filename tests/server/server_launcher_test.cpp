@@ -117,7 +117,7 @@ TEST_F(Launcher, StartThatFailsSaysWhyAndLeavesTheRecordEmpty) {
 TEST_F(Launcher, WritesOneLineOfFailureForEachPoll) {
     fake_processes::FailStart(accessDenied);
     const auto launcher = MakeLauncher(1);
-    ASSERT_TRUE(ComesTrue([&] { return fake_processes::JournalOf("start").size() >= 4; }));
+    ASSERT_TRUE(WaitUntil([&] { return fake_processes::JournalOf("start").size() >= 4; }));
     launcher->Stop();
     Strings lines = transcript->Lines();
     const Strings poll = {"Restar server by timeout.", "Restart server launcher", "Start server launcher",
@@ -137,9 +137,9 @@ TEST_F(Launcher, WritesOneLineOfFailureForEachPoll) {
 TEST_F(Launcher, StartsTheServerInTheFirstPollThatCan) {
     fake_processes::FailStart(fileNotFound);
     const auto launcher = MakeLauncher(1);
-    ASSERT_TRUE(ComesTrue([&] { return fake_processes::JournalOf("start").size() >= 2; }));
+    ASSERT_TRUE(WaitUntil([&] { return fake_processes::JournalOf("start").size() >= 2; }));
     fake_processes::FailStart(0);
-    EXPECT_TRUE(ComesTrue([&] { return fake_processes::Running().size() == 1; }));
+    EXPECT_TRUE(WaitUntil([&] { return fake_processes::Running().size() == 1; }));
     EXPECT_TRUE(launcher->IsRunning());
 }
 
@@ -214,12 +214,12 @@ TEST_F(Launcher, StopWaitsForThePollInProgress) {
     std::atomic<bool> inPoll = false;
     transcript->OnEntry([&](const std::string& entry) {
         if (entry == "list" && !inPoll.exchange(true)) {
-            EXPECT_TRUE(ComesTrue([&] { return stops() == 1; }));
+            EXPECT_TRUE(WaitUntil([&] { return stops() == 1; }));
             LetOthersPoll();  // a Stop that does not wait goes on meanwhile
         }
     });
     ServerLauncher polling;
-    ASSERT_TRUE(ComesTrue([&] { return inPoll.load(); }));
+    ASSERT_TRUE(WaitUntil([&] { return inPoll.load(); }));
     polling.Stop();
     EXPECT_THAT(transcript->EntriesOf(std::this_thread::get_id()),
                 ElementsAre("ServerLauncher: Stop server launcher", "terminate 4661 code=4294967295",
@@ -295,7 +295,7 @@ TEST_F(Launcher, APollThatMissesTheServerStartsIt) {
 TEST_F(Launcher, AServerThatIsKilledComesBackAgainAndAgainWhilePollingRuns) {
     const auto launcher = MakeLauncher(1);
     for (std::uint32_t server = 0x1234; server < 0x1234 + 5; ++server) {
-        ASSERT_TRUE(ComesTrue([&] { return fake_processes::Running() == std::vector<std::uint32_t>{server}; }));
+        ASSERT_TRUE(WaitUntil([&] { return fake_processes::Running() == std::vector<std::uint32_t>{server}; }));
         fake_processes::Kill(server);
     }
     EXPECT_TRUE(launcher->IsRunning());
@@ -522,7 +522,7 @@ TEST_F(Launcher, CanBeDestroyedWhileItPolls) {
         auto launcher = std::make_unique<ServerLauncher>();
         launcher->SetPeriod(0);
         if (round % 2 == 0) {
-            ASSERT_TRUE(ComesTrue([&] { return !fake_processes::Running().empty(); }));
+            ASSERT_TRUE(WaitUntil([&] { return !fake_processes::Running().empty(); }));
         }
         launcher.reset();
         EXPECT_THAT(fake_processes::Running(), IsEmpty());

@@ -74,7 +74,7 @@ TEST_F(LauncherThreads, NeverStartASecondServerBesideThePollThread) {
         [&] { launcher.MarkAlive(); });
     EXPECT_EQ(mostRunning, 1u);
     EXPECT_TRUE(launcher.IsRunning());
-    EXPECT_TRUE(ComesTrue([] { return fake_processes::Running().size() == 1; }));
+    EXPECT_TRUE(WaitUntil([] { return fake_processes::Running().size() == 1; }));
 }
 
 TEST_F(LauncherThreads, MayStopAndStartAtTheSameTime) {
@@ -104,7 +104,7 @@ TEST_F(LauncherThreads, AFirstPollAndARestartStartOneServerBetweenThem) {
         });
         ServerLauncher launcher;
         launcher.Restart();
-        EXPECT_TRUE(ComesTrue([] { return fake_processes::Running().size() == 1; }));
+        EXPECT_TRUE(WaitUntil([] { return fake_processes::Running().size() == 1; }));
         EXPECT_EQ(most, 1u);
         launcher.Stop();
         transcript->OnEntry({});

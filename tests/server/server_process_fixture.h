@@ -9,10 +9,10 @@
 
 #include "diagnostics/debug_level.h"
 #include "server/server_launcher.h"
-#include "tests/support/comes_true.h"
 #include "tests/support/environment.h"
 #include "tests/support/recording_debug_output.h"
 #include "tests/support/servers.h"
+#include "tests/support/wait_until.h"
 
 class ServerProcess : public testing::Test {
   protected:
@@ -40,7 +40,7 @@ class ServerProcess : public testing::Test {
     }
 
     static servers::ProcessId TheServer() {
-        EXPECT_TRUE(ComesTrue([] { return servers::Running().size() == 1; }));
+        EXPECT_TRUE(WaitUntil([] { return servers::Running().size() == 1; }));
         const auto running = servers::Running();
         return running.size() == 1 ? *running.begin() : 0;
     }

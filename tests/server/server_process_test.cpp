@@ -22,7 +22,7 @@ TEST_F(ServerProcess, ComesBackWhenItIsKilledWhilePollingRuns) {
         const servers::ProcessId before = TheServer();
         ASSERT_NE(before, 0);
         servers::Kill(before);
-        EXPECT_TRUE(ComesTrue([before] {
+        EXPECT_TRUE(WaitUntil([before] {
             const auto running = Running();
             return running.size() == 1 && *running.begin() != before;
         }));
@@ -49,7 +49,7 @@ TEST_F(ServerProcess, CanBeStartedAgainBehindAStopAndIsNotWatchedThen) {
     ASSERT_NE(server, 0);
     EXPECT_FALSE(launcher->IsRunning());
     servers::Kill(server);
-    ASSERT_TRUE(ComesTrue([&] { return !launcher->IsServerRunning(); }));
+    ASSERT_TRUE(WaitUntil([&] { return !launcher->IsServerRunning(); }));
     EXPECT_THAT(Running(), IsEmpty());
 }
 
@@ -81,7 +81,7 @@ TEST_F(ServerProcess, IsGoneWhenTheLauncherIsDestroyed) {
 
 TEST_F(ServerProcess, OfAStrangerIsSeenButNeitherAdoptedNorEndedWithoutARecord) {
     const auto stranger = servers::StartStranger();
-    ASSERT_TRUE(ComesTrue([&] { return Running().contains(stranger->Id()); }));
+    ASSERT_TRUE(WaitUntil([&] { return Running().contains(stranger->Id()); }));
     StartPolling();
     EXPECT_TRUE(launcher->IsServerRunning());
     launcher->Restart();
@@ -96,7 +96,7 @@ TEST_F(ServerProcess, OfAStrangerIsSeenButNeitherAdoptedNorEndedWithoutARecord) 
 TEST_F(ServerProcess, ThatIsMissingIsOneLineForEachPollUntilItIsThere) {
     servers::Remove();
     StartPolling();
-    ASSERT_TRUE(ComesTrue([&] { return LinesThatBegin("CreateProcess(") >= 3; }));
+    ASSERT_TRUE(WaitUntil([&] { return LinesThatBegin("CreateProcess(") >= 3; }));
     constexpr std::uint32_t noSuchFile = 2;  // on every system
     EXPECT_EQ(LinesThatBegin(
                   "CreateProcess(plate-Server.exe) - failed, err = " + platform::SystemErrorText(noSuchFile) + "\r\n"),
@@ -113,10 +113,10 @@ TEST_F(ServerProcess, ThatDiesAtItsStartIsStartedAgainAtEveryPollAndLeavesNoZomb
         output.Clear();
         Misbehave(failure);
         StartPolling();
-        EXPECT_TRUE(ComesTrue([&] { return LinesThatBegin("CreatedProcess(") >= 5; })) << failure;
+        EXPECT_TRUE(WaitUntil([&] { return LinesThatBegin("CreatedProcess(") >= 5; })) << failure;
         EXPECT_LE(servers::Zombies(), 1) << failure;
         launcher->Stop();
-        EXPECT_TRUE(ComesTrue([&] {
+        EXPECT_TRUE(WaitUntil([&] {
             launcher->IsServerRunning();
             return servers::Zombies() == 0;
         })) << failure;
@@ -127,7 +127,7 @@ TEST_F(ServerProcess, ThatDiesAtItsStartIsStartedAgainAtEveryPollAndLeavesNoZomb
 TEST_F(ServerProcess, ThatEndsByItselfComesBack) {
     Misbehave("ends-soon");
     StartPolling();
-    EXPECT_TRUE(ComesTrue([&] { return LinesThatBegin("CreatedProcess(") >= 3; }));
+    EXPECT_TRUE(WaitUntil([&] { return LinesThatBegin("CreatedProcess(") >= 3; }));
 }
 
 TEST_F(ServerProcess, ThatWillNotEndIsEnded) {

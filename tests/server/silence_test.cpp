@@ -82,7 +82,7 @@ TEST_F(LauncherSilence, OnThePollThreadRestartsTheServerAndPollingGoesOn) {
     const auto launcher = MakeLauncher(1);
     ASSERT_THAT(fake_processes::Running(), ElementsAre(0x1234u));
     JumpAfterTheNextScan(6s);
-    ASSERT_TRUE(ComesTrue([] { return fake_processes::Running() == std::vector<std::uint32_t>{0x1235}; }));
+    ASSERT_TRUE(WaitUntil([] { return fake_processes::Running() == std::vector<std::uint32_t>{0x1235}; }));
     WaitForPoll(*launcher);
     EXPECT_THAT(transcript->Lines(),
                 ElementsAre("Restar server by timeout.", "Restart server launcher", "Start server launcher",
@@ -93,7 +93,7 @@ TEST_F(LauncherSilence, OnThePollThreadRestartsTheServerAndPollingGoesOn) {
     EXPECT_THAT(transcript->EntriesOf(std::this_thread::get_id()), IsEmpty());
     EXPECT_TRUE(launcher->IsRunning());
     fake_processes::Kill(0x1235);
-    EXPECT_TRUE(ComesTrue([] { return fake_processes::Running() == std::vector<std::uint32_t>{0x1236}; }));
+    EXPECT_TRUE(WaitUntil([] { return fake_processes::Running() == std::vector<std::uint32_t>{0x1236}; }));
     launcher->Stop();
     EXPECT_FALSE(launcher->IsRunning());
     EXPECT_THAT(fake_processes::Running(), IsEmpty());

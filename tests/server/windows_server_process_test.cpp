@@ -45,7 +45,7 @@ class WindowsServerProcess : public ServerProcess {
         DWORD flags = 0;
         DWORD mode = 99;
         // The file is there before its text is.
-        EXPECT_TRUE(ComesTrue([&] { return static_cast<bool>(std::ifstream(report) >> flags >> mode); }));
+        EXPECT_TRUE(WaitUntil([&] { return static_cast<bool>(std::ifstream(report) >> flags >> mode); }));
         EXPECT_EQ(flags, DWORD{STARTF_USESHOWWINDOW});
         return mode;
     }
@@ -82,7 +82,7 @@ TEST_F(WindowsServerProcess, OfAStrangerTakesPartInTheAdoptionAndTheLastOneListe
     const ProcessId ours = TheServer();
     ASSERT_NE(ours, 0);
     const auto stranger = servers::StartStranger();
-    ASSERT_TRUE(ComesTrue([] { return Running().size() == 2; }));
+    ASSERT_TRUE(WaitUntil([] { return Running().size() == 2; }));
     const std::vector<ProcessId> order = InListOrder(ours, stranger->Id());
     ASSERT_EQ(order.size(), 2u);
     EXPECT_TRUE(launcher->IsServerRunning());
@@ -99,9 +99,9 @@ TEST_F(WindowsServerProcess, OfAStrangerIsAdoptedWhenOursHasEnded) {
     ASSERT_NE(ours, 0);
     launcher->PollTimeoutThread::Stop();
     servers::Kill(ours);
-    ASSERT_TRUE(ComesTrue([] { return Running().empty(); }));
+    ASSERT_TRUE(WaitUntil([] { return Running().empty(); }));
     const auto stranger = servers::StartStranger();
-    ASSERT_TRUE(ComesTrue([&] { return Running().contains(stranger->Id()); }));
+    ASSERT_TRUE(WaitUntil([&] { return Running().contains(stranger->Id()); }));
     EXPECT_TRUE(launcher->IsServerRunning());
     launcher->Stop();
     EXPECT_TRUE(servers::IsGone(stranger->Id()));

@@ -10,8 +10,8 @@
 #include <thread>
 
 #include "tests/soak/kept_handles.h"
-#include "tests/support/comes_true.h"
 #include "tests/support/servers.h"
+#include "tests/support/wait_until.h"
 
 namespace soak {
 namespace {
@@ -138,7 +138,7 @@ void Session::KillServer() {
         const servers::ProcessId server = *running.begin();
         Check(server > 1, "no process of ours");
         servers::Kill(server);
-        Check(ComesTrue([server] { return servers::IsGone(server); }), "a server that was killed runs on");
+        Check(WaitUntil([server] { return servers::IsGone(server); }), "a server that was killed runs on");
         ++world_.counts.kills;
     }
     BringServerBack();
@@ -146,7 +146,7 @@ void Session::KillServer() {
 
 // An engine without a server refuses ranges until one runs.
 void Session::BringServerBack() {
-    const bool isBack = ComesTrue([this] {
+    const bool isBack = WaitUntil([this] {
         if (!servers::Running().empty()) {
             return true;
         }

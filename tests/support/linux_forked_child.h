@@ -10,7 +10,7 @@
 #include <functional>
 
 #include "platform/linux/send_signal.h"
-#include "tests/support/comes_true.h"
+#include "tests/support/wait_until.h"
 
 namespace test_support {
 
@@ -39,7 +39,7 @@ inline int ExitCodeOfForkedChild(const std::function<bool()>& action) {
         std::exit(codeOfForkedChild);
     }
     int status = 0;
-    if (!ComesTrue([&] { return ::waitpid(child, &status, WNOHANG) == child; })) {
+    if (!WaitUntil([&] { return ::waitpid(child, &status, WNOHANG) == child; })) {
         platform::SendSignal(child, SIGKILL);
         ::waitpid(child, nullptr, 0);
         return -1;

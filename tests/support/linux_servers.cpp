@@ -15,7 +15,7 @@
 #include <vector>
 
 #include "platform/linux/send_signal.h"
-#include "tests/support/comes_true.h"
+#include "tests/support/wait_until.h"
 
 namespace servers {
 
@@ -119,7 +119,7 @@ void Kill(ProcessId process) {
 
 void Suspend(ProcessId process) {
     Signal(process, SIGSTOP);
-    if (!ComesTrue([process] { return ProcessOf(process).state == 'T'; })) {
+    if (!WaitUntil([process] { return ProcessOf(process).state == 'T'; })) {
         throw std::runtime_error("the process cannot be stopped");
     }
 }

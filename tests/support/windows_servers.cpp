@@ -9,8 +9,8 @@
 #include <stdexcept>
 #include <string>
 
-#include "tests/support/comes_true.h"
 #include "tests/support/servers.h"
+#include "tests/support/wait_until.h"
 
 namespace servers {
 
@@ -65,7 +65,7 @@ void Remove() {
             fs::remove(entry.path(), error);
         }
     }
-    const bool isGone = ComesTrue([&] {
+    const bool isGone = WaitUntil([&] {
         fs::remove(file, error);
         if (fs::exists(file)) {
             fs::rename(file, OwnFolder() / (aside + std::to_string(GetTickCount64())), error);
@@ -125,7 +125,7 @@ void Resume(ProcessId process) {
 void KillAll() {
     for (const ProcessId server : Running()) {
         Kill(server);
-        ComesTrue([server] { return IsGone(server); });
+        WaitUntil([server] { return IsGone(server); });
     }
 }
 

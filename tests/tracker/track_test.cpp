@@ -143,7 +143,7 @@ TEST(Track, TextDistanceIsThatOfALookAtEveryText) {
         ASSERT_EQ(track.TextDistanceTo(read), smallest) << "round " << round;
         ASSERT_EQ(track.Knows(read), smallest == 0.0) << "round " << round;
         if (!known.empty() && smallestUnequal < 1.0) {
-            ASSERT_LE(track.LeastDistanceToUnknown(read), smallestUnequal) << "round " << round;
+            ASSERT_LE(track.DistanceLowerBound(read), smallestUnequal) << "round " << round;
         }
     }
 }

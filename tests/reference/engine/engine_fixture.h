@@ -16,9 +16,9 @@
 #include "reference/server/service.h"
 #include "reference/transport/messages.h"
 #include "tests/reference/engine/scripted_reader.h"
-#include "tests/support/comes_true.h"
 #include "tests/support/environment.h"
 #include "tests/support/runtime_folder.h"
+#include "tests/support/wait_until.h"
 
 namespace reading_engine_test {
 

@@ -24,7 +24,7 @@ class Leaks : public ReadingEngine {
         for (int round = 2; round < 1000; ++round) {
             connect(round);
         }
-        EXPECT_TRUE(ComesTrue([&] {
+        EXPECT_TRUE(WaitUntil([&] {
             VisitServer();
             return OpenDescriptors().size() <= descriptors + test_support::keptByLocks;
         })) << OpenDescriptors().size();

@@ -307,7 +307,7 @@ TEST(MisbehavingServer, ThatTakesNoPixelsCostsTheFramesTimeAlone) {
             return request && Say(connection, transport::Encode({request->number, RightAnswer(*request)}));
         };
         if (serveOne(transport::Greeting()) && serveOne(transport::Range())) {
-            ComesTrue([&connection] { return !connection.PeerIsThere(); });
+            WaitUntil([&connection] { return !connection.PeerIsThere(); });
         }
     });
     Client client(server.name);

@@ -18,7 +18,7 @@ using Bytes = std::vector<std::uint8_t>;
 class AnyClient {
   public:
     AnyClient() {
-        EXPECT_TRUE(ComesTrue([this] { return (connection_ = Connection::Open(ServerName())).has_value(); }));
+        EXPECT_TRUE(WaitUntil([this] { return (connection_ = Connection::Open(ServerName())).has_value(); }));
     }
 
     bool Send(std::span<const std::uint8_t> bytes) { return connection_->Send(bytes, Clock::now() + 1min); }
@@ -194,7 +194,7 @@ TEST_F(Nonsense, LeavesNoDescriptorOpen) {
         client.Send(Bytes(frameBytes + static_cast<std::size_t>(round % 2)));
         EXPECT_EQ(client.Receive().empty(), round % 2 != 0);
     }
-    EXPECT_TRUE(ComesTrue([&] {
+    EXPECT_TRUE(WaitUntil([&] {
         VisitServer();
         return test_support::OpenDescriptors().size() <= descriptors + test_support::keptByLocks;
     }));

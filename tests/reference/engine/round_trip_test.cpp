@@ -95,7 +95,7 @@ TEST_F(RoundTrip, GivesTheLastRangeToTheReaderAndNoneBeforeTheFirst) {
     constexpr int most = std::numeric_limits<int>::max();
     OnNewThread([] {
         TestPicture picture(20, 20);
-        ASSERT_TRUE(ComesTrue([&] { return Recognition(&picture.image).count == 2; })) << "a frame does not connect";
+        ASSERT_TRUE(WaitUntil([&] { return Recognition(&picture.image).count == 2; })) << "a frame does not connect";
         EXPECT_TRUE(Answers(Recognition(&picture.image), DescriptionOf(picture.AsRead(), std::nullopt, std::nullopt)));
         for (const WidthRange range : std::initializer_list<WidthRange>{{0, 0}, {64, 256}, {300, 20}, {least, most}}) {
             ASSERT_TRUE(SetPlateRange(range.minimum, range.maximum));

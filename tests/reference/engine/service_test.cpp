@@ -46,7 +46,7 @@ class Gate {
         return arrived_;
     }
     bool ComeTo(std::size_t count) {
-        return ComesTrue([&] { return Arrived().size() >= count; });
+        return WaitUntil([&] { return Arrived().size() >= count; });
     }
 
   private:
@@ -199,7 +199,7 @@ TEST_F(ReadingService, ThatCameAnewIsGivenTheRangeAgain) {
     EXPECT_EQ(client.Recognise(&picture.image, nullptr, plates), 0);
     service = std::make_unique<RunningService>();
     // A frame connects by itself, with one attempt each.
-    ASSERT_TRUE(ComesTrue([&] { return client.Recognise(&picture.image, nullptr, plates) == 2; }));
+    ASSERT_TRUE(WaitUntil([&] { return client.Recognise(&picture.image, nullptr, plates) == 2; }));
     EXPECT_EQ(plates[1].corner1.x, 17);
     EXPECT_EQ(plates[1].corner1.y, 18);
 }
@@ -235,7 +235,7 @@ TEST_F(ReadingService, TellsClientsBeyondItsPlacesThatItIsBusy) {
     // The range that it could not give before is given with the connection.
     TestPicture picture(4, 4);
     RPLATE plates[engineRecordCount] = {};
-    ASSERT_TRUE(ComesTrue([&] { return waiting.Recognise(&picture.image, nullptr, plates) == 2; }))
+    ASSERT_TRUE(WaitUntil([&] { return waiting.Recognise(&picture.image, nullptr, plates) == 2; }))
         << "the place of one that has gone is not given away";
     EXPECT_EQ(plates[1].corner1.x, 17);
 }
@@ -283,7 +283,7 @@ TEST_F(ReadingService, ServesAsManyAsItHasPlacesForAndTheOthersAsPlacesBecomeFre
     }
     served = 0;
     forEach(places - others, places, [&](Client& client) {
-        served += ComesTrue([&] { return client.SetRange(1, 2) && ReadingsFor(client) == 2; }) ? 1 : 0;
+        served += WaitUntil([&] { return client.SetRange(1, 2) && ReadingsFor(client) == 2; }) ? 1 : 0;
     });
     EXPECT_EQ(served, others);
 }
@@ -301,11 +301,11 @@ TEST_F(ReadingService, OutlivesAFloodOfConnectionsThatSayNothing) {
         }
         EXPECT_TRUE(client.SetRange(1, 2));
         EXPECT_EQ(ReadingsFor(client), 2);
-        EXPECT_TRUE(ComesTrue([&silent] {
+        EXPECT_TRUE(WaitUntil([&silent] {
             return std::ranges::count_if(silent, [](const Connection& one) { return one.PeerIsThere(); }) <= 7;
         })) << "it keeps connections beyond its places";
     }
-    EXPECT_TRUE(ComesTrue([] {
+    EXPECT_TRUE(WaitUntil([] {
         Client second;
         return second.SetRange(1, 2) && ReadingsFor(second) == 2;
     }));
@@ -364,7 +364,7 @@ TEST(ReaderPool, LendsInTheOrderInWhichItIsAsked) {
             const std::lock_guard lock(mutex);
             order.push_back(number);
         });
-        ASSERT_TRUE(ComesTrue([&] { return pool.Waiting() == threads.size(); }));
+        ASSERT_TRUE(WaitUntil([&] { return pool.Waiting() == threads.size(); }));
     }
     first.reset();
     for (std::thread& thread : threads) {
@@ -447,7 +447,7 @@ TEST_F(ReadingService, AnswersEmptyHandedAtOnceWhenNoReaderCanBeMadeAndTriesAgai
     }
     EXPECT_LT(attempts, 10) << "it is tried for every frame";
     fails = false;
-    EXPECT_TRUE(ComesTrue([&] { return Send(0).get() == 2; }));
+    EXPECT_TRUE(WaitUntil([&] { return Send(0).get() == 2; }));
 }
 
 TEST_F(ReadingService, EndsWhileNoReaderCanBeMade) {
@@ -465,11 +465,11 @@ TEST_F(ReadingService, GivesThePlaceOfASilentClientToOneThatNeedsIt) {
         settings.longestSilence = 20ms;
     }));
     std::optional<Greeted> silent;
-    ASSERT_TRUE(ComesTrue([&] {
+    ASSERT_TRUE(WaitUntil([&] {
         silent.emplace();
         return silent->answer && silent->answer != BusyAnswer();
     }));
-    EXPECT_TRUE(ComesTrue([&] { return Send(0).get() == 2; }));
+    EXPECT_TRUE(WaitUntil([&] { return Send(0).get() == 2; }));
 }
 
 TEST_F(ReadingService, LetsASilentClientKeepAPlaceThatNobodyNeeds) {

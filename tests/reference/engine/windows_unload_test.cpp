@@ -40,7 +40,7 @@ TEST_F(UnloadedLibrary, LeavesNothingOfThreadsThatGoOn) {
         callFromTwoThreads();
     }
     static_assert(rounds > 2 * test_support::keptByLocks);
-    EXPECT_TRUE(ComesTrue([&] {
+    EXPECT_TRUE(WaitUntil([&] {
         VisitServer();
         return test_support::OpenDescriptors().size() <= descriptors + test_support::keptByLocks;
     })) << test_support::OpenDescriptors().size()

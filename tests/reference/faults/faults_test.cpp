@@ -39,7 +39,7 @@ class Faults : public ServerPrograms {
 
     /// Frames until there are plates.
     void PlayUntilPlates(Stream& stream) {
-        ASSERT_TRUE(ComesTrue([&] { return PlayOne(stream).plates == 2; })) << State(stream);
+        ASSERT_TRUE(WaitUntil([&] { return PlayOne(stream).plates == 2; })) << State(stream);
     }
 
     static std::string State(const Stream& stream) { return ServersInSight() + '\n' + stream.LastLines(); }
@@ -55,7 +55,7 @@ class Faults : public ServerPrograms {
     /// Frames until another server than this one finds plates, which must be soon after the first refused range.
     void ExpectRecovery(Stream& stream, servers::ProcessId former) {
         transport::Deadline refused = transport::noDeadline;
-        const bool isBack = ComesTrue([&] {
+        const bool isBack = WaitUntil([&] {
             const Played played = PlayOne(stream);
             if (played.restarts && refused == transport::noDeadline) {
                 refused = transport::Clock::now();
@@ -160,7 +160,7 @@ TEST_F(Faults, AServerWithoutAPlaceIsNotRestartedAndReadsWhenThereIsOne) {
     reading_engine_test::OnNewThread([&] { PlayUntilPlates(stream); });
     const servers::ProcessId server = TheServer();
     std::vector<reading_engine_test::Greeted> others;
-    ASSERT_TRUE(ComesTrue([&others] {
+    ASSERT_TRUE(WaitUntil([&others] {
         others.emplace_back();
         return others.back().answer == reading_engine_test::BusyAnswer();
     }));
@@ -261,7 +261,7 @@ TEST_F(Faults, AServerOfAnotherProcessFailsATestBeforeItBegins) {
                     testing::ThrowsMessage<std::runtime_error>(
                         testing::HasSubstr("process " + std::to_string(server) + " has the name plate-Server.exe")));
     }
-    EXPECT_TRUE(ComesTrue([server] { return servers::IsGone(server); }));
+    EXPECT_TRUE(WaitUntil([server] { return servers::IsGone(server); }));
     EXPECT_NO_THROW(servers::Place(VEXLANE_TEST_SERVER));
 }
 
@@ -275,7 +275,7 @@ TEST_F(Faults, AServerWhoseHostIsKilledEndsByItself) {
         ASSERT_GT(server, 1);
         ASSERT_FALSE(servers::IsGone(server));
     }
-    EXPECT_TRUE(ComesTrue([server] { return servers::IsGone(server); }));
+    EXPECT_TRUE(WaitUntil([server] { return servers::IsGone(server); }));
 }
 
 }  // namespace

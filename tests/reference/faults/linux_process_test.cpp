@@ -94,7 +94,7 @@ TEST_F(ServerProcess, ServesTwoProcessesAtOnceEachWithItsOwn) {
     }
     for (const pid_t child : children) {
         int status = -1;
-        EXPECT_TRUE(ComesTrue([&] { return ::waitpid(child, &status, WNOHANG) == child; }));
+        EXPECT_TRUE(WaitUntil([&] { return ::waitpid(child, &status, WNOHANG) == child; }));
         EXPECT_EQ(status, 0);
     }
 }
@@ -121,7 +121,7 @@ TEST_F(ServerProcess, OutlivesClientsThatAreKilledInTheMiddleOfAFrame) {
         ASSERT_EQ(::waitpid(child, nullptr, 0), child);
     }
     EXPECT_TRUE(IsServedWell(client));
-    EXPECT_TRUE(ComesTrue([&] { return DescriptorsOf(server->Id()) == descriptors; })) << DescriptorsOf(server->Id());
+    EXPECT_TRUE(WaitUntil([&] { return DescriptorsOf(server->Id()) == descriptors; })) << DescriptorsOf(server->Id());
 }
 
 TEST_F(ServerProcess, ServesItsUserWhileAnotherUserHasTakenTheNamesBefore) {
@@ -192,7 +192,7 @@ TEST_F(ServerProcess, WithoutDescriptorsSaysThatItIsBusyAndServesWhenThereAreSom
     std::this_thread::sleep_for(300ms);
     EXPECT_LT(ClockTicksOf(server->Id()) - ticks, ::sysconf(_SC_CLK_TCK) / 10) << "it does not rest";
     others.clear();
-    EXPECT_TRUE(ComesTrue([&] { return IsServedWell(waiting); }));
+    EXPECT_TRUE(WaitUntil([&] { return IsServedWell(waiting); }));
     EXPECT_EQ(servers::Running().count(server->Id()), 1u);
 }
 

@@ -126,11 +126,11 @@ TEST(Messages, OfTheLargestKindFillTheLargestSize) {
 
 TEST(Encoding, RefusesWhatIsNotSound) {
     for (const Contents& contents : UnsoundContents()) {
-        EXPECT_FALSE(IsSound(contents));
+        EXPECT_FALSE(IsValid(contents));
         EXPECT_THROW(Encode({1, contents}), std::invalid_argument);
     }
     for (const Contents& contents : SoundContents()) {
-        EXPECT_TRUE(IsSound(contents));
+        EXPECT_TRUE(IsValid(contents));
     }
 }
 

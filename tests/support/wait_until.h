@@ -6,7 +6,7 @@
 
 /// Looks at a condition until it holds; false when it does not in all the time that a loaded machine may take.
 template <class Condition>
-bool ComesTrue(Condition condition) {
+bool WaitUntil(Condition condition) {
     const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(60);
     while (!condition()) {
         if (std::chrono::steady_clock::now() > deadline) {

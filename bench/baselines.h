@@ -12,12 +12,12 @@ namespace bench {
 /// Converts one frame of the size that it was made for, its planes one after another.
 using Conversion = std::function<void(const std::uint8_t* source, std::uint8_t* target)>;
 
-struct Rival {
+struct Baseline {
     std::string name;
     std::function<Conversion(std::int32_t width, std::int32_t height)> conversionFor;
 };
 
 /// Each on one thread. Throws std::exception when one does not put blue first.
-std::vector<Rival> AllRivals();
+std::vector<Baseline> AllBaselines();
 
 }  // namespace bench

@@ -56,7 +56,7 @@ constexpr std::ptrdiff_t cacheLine = 64;
 constexpr std::ptrdiff_t largestCachedOutput = std::ptrdiff_t{16} << 20;
 
 // Behind the end of a picture the address is nobody's; asking for it does no harm.
-KERNEL_INLINE void AskFor(const std::uint8_t* luma, std::ptrdiff_t from, std::ptrdiff_t bytes) {
+KERNEL_INLINE void Prefetch(const std::uint8_t* luma, std::ptrdiff_t from, std::ptrdiff_t bytes) {
     const std::uintptr_t first = reinterpret_cast<std::uintptr_t>(luma) + static_cast<std::uintptr_t>(from);
     for (std::ptrdiff_t line = 0; line < bytes; line += cacheLine) {
         _mm_prefetch(reinterpret_cast<const char*>(first + static_cast<std::uintptr_t>(line)), _MM_HINT_T0);
@@ -106,21 +106,21 @@ KERNEL_INLINE void ForEachBlock(const Block& block, const std::uint8_t* u, const
 
 // Two rows at a time share the work on their chroma. Memory is asked for in the order of its addresses, though: to the
 // processor's own look-ahead two rows in turn are no stream, and from memory they come half as fast.
-template <class Block, bool isStreamed>
+template <class Block, bool nonTemporal>
 void InterleavePairs(const I420Planes& source, std::uint8_t* bgr, std::ptrdiff_t step, std::ptrdiff_t width,
                      std::ptrdiff_t height) {
     const Block block;
     for (std::ptrdiff_t row = 0; row < height; row += 2) {
-        const std::uint8_t* y = source.y + row * source.yStep;
+        const std::uint8_t* y = source.y + row * source.yStride;
         std::uint8_t* target = bgr + row * step;
         ForEachBlock(
-            block, source.u + row / 2 * source.uStep, source.v + row / 2 * source.vStep, width,
+            block, source.u + row / 2 * source.uStride, source.v + row / 2 * source.vStride, width,
             [&](const auto& offsets, std::ptrdiff_t column, auto& following) KERNEL_INLINE_LAMBDA {
-                block.template Interleave<isStreamed>(offsets, y + column, source.yStep, target + 3 * column, step,
-                                                      following);
+                block.template Interleave<nonTemporal>(offsets, y + column, source.yStride, target + 3 * column, step,
+                                                       following);
             },
             [&](std::ptrdiff_t column)
-                KERNEL_INLINE_LAMBDA { AskFor(y, lumaAhead + 2 * column, std::ptrdiff_t{2} * Block::pixels); });
+                KERNEL_INLINE_LAMBDA { Prefetch(y, lumaAhead + 2 * column, std::ptrdiff_t{2} * Block::pixels); });
     }
 }
 
@@ -158,16 +158,16 @@ int VectorToBgrPlanar(const I420Planes& source, const BgrPlanes& target, std::in
     }
     const Block block;
     for (std::ptrdiff_t row = 0; row < evenHeight; row += 2) {
-        const std::uint8_t* y = source.y + row * source.yStep;
+        const std::uint8_t* y = source.y + row * source.yStride;
         ForEachBlock(
-            block, source.u + row / 2 * source.uStep, source.v + row / 2 * source.vStep, evenWidth,
+            block, source.u + row / 2 * source.uStride, source.v + row / 2 * source.vStride, evenWidth,
             [&](const auto& offsets, std::ptrdiff_t column, auto& following) KERNEL_INLINE_LAMBDA {
                 const std::ptrdiff_t place = row * target.step + column;
                 const BgrPlanes at{target.blue + place, target.green + place, target.red + place, target.step};
-                block.Separate(offsets, y + column, source.yStep, at, following);
+                block.Separate(offsets, y + column, source.yStride, at, following);
             },
             [&](std::ptrdiff_t column)
-                KERNEL_INLINE_LAMBDA { AskFor(y, lumaAhead + 2 * column, std::ptrdiff_t{2} * Block::pixels); });
+                KERNEL_INLINE_LAMBDA { Prefetch(y, lumaAhead + 2 * column, std::ptrdiff_t{2} * Block::pixels); });
     }
     return status;
 }

@@ -1,4 +1,4 @@
-#include "bench/rivals.h"
+#include "bench/baselines.h"
 
 #include <libyuv.h>
 
@@ -48,7 +48,7 @@ Conversion OfOpenCv(std::int32_t width, std::int32_t height) {
     };
 }
 
-void RequireBlueFirst(const Rival& rival) {
+void RequireBlueFirst(const Baseline& baseline) {
     constexpr std::int32_t width = 64;
     constexpr std::int32_t height = 2;
     constexpr std::int32_t pixels = width * height;
@@ -56,20 +56,20 @@ void RequireBlueFirst(const Rival& rival) {
     std::fill_n(blue.begin(), pixels, std::uint8_t{41});
     std::fill_n(blue.begin() + pixels, pixels / 4, std::uint8_t{240});
     std::vector<std::uint8_t> target(3 * pixels);
-    rival.conversionFor(width, height)(blue.data(), target.data());
+    baseline.conversionFor(width, height)(blue.data(), target.data());
     if (target[0] < 200 || target[2] > 50) {
-        throw std::runtime_error(rival.name + " does not put blue first");
+        throw std::runtime_error(baseline.name + " does not put blue first");
     }
 }
 
 }  // namespace
 
-std::vector<Rival> AllRivals() {
-    std::vector<Rival> rivals = {{"libyuv", OfLibyuv}, {"swscale", OfSwscale}, {"OpenCV", OfOpenCv}};
-    for (const Rival& rival : rivals) {
-        RequireBlueFirst(rival);
+std::vector<Baseline> AllBaselines() {
+    std::vector<Baseline> baselines = {{"libyuv", OfLibyuv}, {"swscale", OfSwscale}, {"OpenCV", OfOpenCv}};
+    for (const Baseline& baseline : baselines) {
+        RequireBlueFirst(baseline);
     }
-    return rivals;
+    return baselines;
 }
 
 }  // namespace bench
