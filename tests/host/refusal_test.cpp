@@ -100,7 +100,7 @@ TEST_F(Refusal, AFileThatNeedsALibraryThatIsMissing) {
 
 TEST_F(Refusal, AnEngineThatTheLibraryWouldNotBeBoundTo) {
     ExpectOneLine(RunHost({"play", video, "--plugin", HOST_TEST_PLUGIN, "--engine", HOST_TEST_ENGINE_MISNAMED}),
-                  std::string("it does not bear the name ") + plate_host::EngineFileName());
+                  std::string("it does not have the name ") + plate_host::EngineFileName());
 }
 
 TEST_F(Refusal, ABadCommandLine) {

@@ -59,7 +59,7 @@ Plugin::Plugin(const PluginPaths& paths)
     RequireFile(enginePath_, "engine", "--engine");
     Load(engine_, enginePath_, "engine", LoadMode::rtld_now | LoadMode::rtld_global);
     if (!EngineIsBound()) {
-        throw Failure("\"" + enginePath_ + "\" cannot serve as the engine: it does not bear the name " +
+        throw Failure("\"" + enginePath_ + "\" cannot serve as the engine: it does not have the name " +
                       EngineFileName());
     }
     Load(library_, libraryPath_, "library", LoadMode::rtld_now);
