@@ -12,6 +12,8 @@ import subprocess
 import sys
 from itertools import zip_longest
 
+# Nothing is written beside the sources: scripts/test would take it for a change of them.
+sys.dont_write_bytecode = True
 from compare_table_layouts import read_slots, whole_table
 
 CLASSES = {
