@@ -1,37 +1,44 @@
 /// The root of the host contract, and the two places where compilers lay out virtual tables differently.
 ///
-/// Every object crosses the boundary as a virtual table whose slots are fixed; host and library need not come
-/// from the same compiler. All headers of this folder stand alone, include nothing but <stdint.h> and <stddef.h>,
-/// and can be compiled freestanding.
+/// Objects cross the boundary as virtual tables with fixed slots, so host and library may be built by different
+/// compilers. The headers of this folder include only <stdint.h> and <stddef.h>, need C++11, and compile freestanding.
 ///
-/// Words used in the comments of this folder:
-/// - "host side": implemented by the host, called by the library; "library side": the reverse.
-/// - "any thread": may be called at any time from any thread.
-/// - "frame thread": the thread that is inside Receive or ReceiveSingle of the detector concerned; the host chooses
-///   it, call by call.
-/// - "owner thread": the thread that loads the library, creates detectors and destroys them.
-/// - "quiet calls": a detector's QueryContract, its setters, GetErrorCode, GetErrorMessage and the controller
-///   operations. None waits for a frame.
-/// - "frame calls": a detector's Receive, ReceiveSingle and ApplySettings.
+/// Each operation is described by one sentence and three lines:
+/// - Returns: what it returns, also on failure.
+/// - Ownership: who owns and frees the objects and texts that are passed or returned, and how long they are valid.
+/// - Thread: which thread calls it, what it waits for, and in which state of the detector.
+///   For an operation of the host: what the host may call from inside it ("From inside").
 ///
-/// Calls from inside: while a detector is inside an operation of the host, the host may call that detector on the same
-/// thread, as follows. Each operation of the host says which of these it allows.
+/// Terms:
+/// - Host side: implemented by the host, called by the library. Library side: the reverse.
+/// - Any thread: may be called at any time from any thread.
+/// - Frame thread: the thread that is inside Receive or ReceiveSingle of the detector; the host chooses it for each
+/// call.
+/// - Owner thread: the thread that loads the library, creates detectors and destroys them.
+/// - Quiet calls: a detector's QueryContract, setters, GetErrorCode, GetErrorMessage and the operations of
+///   IMediaReceiverController. None of them waits for a frame.
+/// - Frame calls: a detector's Receive, ReceiveSingle and ApplySettings.
+///
+/// Calls from inside. While a detector is calling an operation of the host, the host may call that detector on the same
+/// thread:
 /// - Quiet calls: from inside every operation that is called during a frame call.
-/// - Frame calls: from inside OnFrameDone alone. The outcome of the outer call stays as it is.
-/// - Destroy: never, since there is nothing to return to. While Destroy or CreateDetector runs: no call at all.
+/// - Frame calls: only from inside OnFrameDone. The result of the outer call does not change.
+/// - Destroy: never, because the library would return into a deleted object.
+/// - While Destroy or CreateDetector runs: no calls.
 /// An operation of the host must not wait for another thread that is inside a frame call of the same detector: that
-/// thread waits for it.
+/// thread waits for this one.
 ///
 /// No operation returns a class by value.
 ///
-/// Exceptions. No operation of the library side throws but for three that say so: GetModule and CreateDetector when an
-/// object cannot be made, ApplySettings for what is no std::exception. What they throw belongs to the library's
-/// compiler. On Windows a host of another compiler cannot catch it by type, and its destructors do not run in the
-/// frames that the exception passes; when nothing takes the exception, the process ends. No operation of the host side
-/// is meant to throw. A C++ exception that one throws nevertheless, of whatever compiler, ends in the library: as the
-/// error of the frame, as the end of the event, or nowhere when it leaves Release. Only one that leaves GetInterface
-/// while a detector is made gets out, through CreateDetector. The system's exceptions, such as access violations, are
-/// not caught: one that a host handles outside of a call leaves the detector locked.
+/// Exceptions, library side. Only three operations throw: GetModule and CreateDetector when they cannot create the
+/// object, and ApplySettings an exception that is not derived from std::exception. The exception belongs to the
+/// library's compiler. On Windows a host built by another compiler cannot catch it by type, destructors do not run in
+/// the stack frames that it passes, and an exception that is not caught ends the process.
+/// Exceptions, host side. The host's operations should not throw. The library catches every C++ exception that they do
+/// throw, of any compiler: it becomes the error of the frame, discards the event, or is ignored if it leaves Release.
+/// There is one exception to this: what GetInterface throws while a detector is created leaves CreateDetector.
+/// Exceptions of the system, such as access violations, are not caught. A host that handles one outside of the call
+/// leaves the detector locked.
 #pragma once
 
 #include <stddef.h>
@@ -44,22 +51,22 @@
 #endif
 
 #if OKM8_MICROSOFT_ABI
-/// Declares two overloads of one name so that `first` stands in the earlier slot: this ABI lays overloads out last
-/// declared first.
+/// Declares two overloads of one name so that `first` gets the earlier slot: this ABI puts overloads of one name into
+/// the table in reverse order of declaration.
 #define OKM8_OVERLOADS_IN_SLOT_ORDER(first, second) \
     second;                                         \
     first
-/// Declares the destructor slot in the root interface. A virtual destructor is one slot here.
+/// Declares the destructor slot in the root interface. In this ABI a virtual destructor takes one slot.
 #define OKM8_ROOT_DESTRUCTOR_SLOT(Interface) \
     virtual ~Interface() {}
-/// Completes the destructor slot in a class that objects are made of. Nothing is missing here.
+/// Defines the destructor slot in a class of which objects are created. In this ABI the compiler defines it.
 #define OKM8_OBJECT_DESTRUCTOR_SLOT(Class)
 #else
 #define OKM8_OVERLOADS_IN_SLOT_ORDER(first, second) \
     first;                                          \
     second
-/// A virtual destructor would take two slots here, so the slot is an ordinary operation: it destroys the object,
-/// frees it when bit 0 of `flags` is set, and returns the object's address.
+/// In this ABI a virtual destructor takes two slots, so the slot is an ordinary operation: it destroys the object,
+/// frees its memory if bit 0 of `flags` is set, and returns the object's address.
 #define OKM8_ROOT_DESTRUCTOR_SLOT(Interface)          \
     virtual void* DestructorSlot(unsigned flags) = 0; \
                                                       \
@@ -77,7 +84,8 @@ namespace OKM8 {
 
 namespace Detail {
 
-/// Ends an object whose most derived class is `Object` and which was made by `new`.
+/// Destroys an object of the most derived class `Object` that was created by `new`. Bit 0 of `flags`: frees its memory.
+/// Returns `address`.
 template <class Object>
 inline void* DestroyObject(void* address, Object* object, unsigned flags) {
     object->Object::~Object();
@@ -89,18 +97,27 @@ inline void* DestroyObject(void* address, Object* object, unsigned flags) {
 
 }  // namespace Detail
 
-/// The root of every interface. Both sides implement it.
+/// The root of every interface. Host side and library side.
 struct IContract {
-    /// Returns the sub-object that has the named interface, or null for a null or unknown name.
-    /// The answer belongs to the object and lives as long as it. Any thread; leaves a detector's error state alone.
+    /// Finds an interface of this object by its name (sdk/contract_names.h).
+    /// Returns: a pointer to the named interface; null if the name is null or unknown.
+    /// Ownership: the pointer belongs to the object and is valid as long as the object.
+    /// Thread: any thread; does not wait for a frame, does not change a detector's error state.
     OKM8_OVERLOADS_IN_SLOT_ORDER(virtual void* QueryContract(const char* contractName) = 0,
                                  virtual void* QueryContract(const char* contractName) const = 0);
 
-    /// `delete` is never applied to an interface pointer; see DestroyThroughSlot.
+    /// The destructor's slot. Do not apply `delete` to an interface pointer: use IDestroyable::Destroy for a detector,
+    /// DestroyThroughSlot for an object that has no such operation.
+    /// Returns: the object's address (as a virtual destructor: nothing); cannot fail.
+    /// Ownership: bit 0 of `flags` frees the object's memory, which the object's own side allocated.
+    /// Thread: owner thread, while no other thread is inside the object.
     OKM8_ROOT_DESTRUCTOR_SLOT(IContract)
 };
 
-/// Ends and frees the object through its destructor slot; null is a no-op. The object's own side frees the memory.
+/// Destroys an object through its destructor slot.
+/// Returns: nothing; cannot fail. Does nothing for null.
+/// Ownership: the side that created the object frees its memory; all pointers to it are invalid afterwards.
+/// Thread: owner thread, while no other thread is inside the object.
 inline void DestroyThroughSlot(IContract* object) {
 #if OKM8_MICROSOFT_ABI
     delete object;
@@ -111,12 +128,13 @@ inline void DestroyThroughSlot(IContract* object) {
 #endif
 }
 
-/// Library side: an object that ends itself.
+/// An object that deletes itself. Library side.
 struct IDestroyable : IContract {
-    /// The object deletes itself; every pointer to it is dead afterwards. Cannot fail.
-    /// Buffers that it still keeps are released before it returns.
-    /// Owner thread, while no thread is inside the object: not from inside any operation of the host that the object
-    /// calls, OnFrameDone, Raise, Release and WriteLog included.
+    /// Deletes the object.
+    /// Returns: nothing; cannot fail.
+    /// Ownership: all pointers to the object are invalid afterwards; it releases the buffers that it still holds first.
+    /// Thread: owner thread, while no thread is inside the object. Not from inside any operation of the host that the
+    /// object calls, including OnFrameDone, Raise, Release and WriteLog.
     virtual void Destroy() = 0;
 };
 

@@ -1,4 +1,4 @@
-/// The contract names: the strings by which interfaces are asked for. Compared byte for byte, case-sensitively.
+/// The contract names, the argument of QueryContract and GetInterface. Compared byte by byte, case-sensitive.
 #pragma once
 
 namespace OKM8 {

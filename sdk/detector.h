@@ -1,4 +1,4 @@
-/// What a detector offers to the host. Library side.
+/// The interfaces of a detector: settings, error state, frames. Library side.
 #pragma once
 
 #include "sdk/buffer.h"
@@ -6,7 +6,8 @@
 
 namespace OKM8 {
 
-/// A rectangle handed in with a single frame, in percent of the frame.
+/// The area of a single frame: left, top, width and height in percent of the frame. It is empty if the width or the
+/// height is not positive.
 struct FrameArea {
     int32_t x;
     int32_t y;
@@ -17,71 +18,85 @@ struct FrameArea {
 static_assert(sizeof(FrameArea) == 16, "four 32-bit numbers");
 static_assert(offsetof(FrameArea, width) == 8, "x, y, width, height");
 
-/// The error codes that detector calls answer.
+/// The error codes of detector calls.
 namespace ErrorCode {
 constexpr int32_t None = 0;
-constexpr int32_t Failed = 1;             ///< the frame path or an event failed
-constexpr int32_t RefusedSetting = 2816;  ///< unknown name or wrong type; the error text is the name
+constexpr int32_t Failed = 1;             ///< a frame, an event or the settings failed
+constexpr int32_t RefusedSetting = 2816;  ///< null or unknown name, or wrong type; the error text is the name
 }  // namespace ErrorCode
 
-/// Named settings of a detector.
+/// Named settings of a detector; sdk/setting_keys.h has the names, types and units.
 struct IAsyncAdjuster : IContract {
-    /// Each returns 0, or 2816 for a null or unknown name or a value of the wrong type; then nothing is changed.
-    /// Name and text are copied during the call; a null text counts as empty.
-    /// Any thread, also while a frame is handled, which they never wait for.
+    /// Set one value each; it takes effect with ApplySettings.
+    /// Returns: 0; 2816 for a null or unknown name or a value of the wrong type, and then nothing changes.
+    /// Ownership: name and text stay the caller's, and are copied; a null text is an empty one.
+    /// Thread: any thread; does not wait for a frame.
     virtual int32_t SetStringValue(const char* name, const char* value) = 0;
     virtual int32_t SetDoubleValue(const char* name, double value) = 0;
     virtual int32_t SetIntValue(const char* name, int32_t value) = 0;
     virtual int32_t SetBoolValue(const char* name, bool value) = 0;
-    /// Makes the detector take the values into effect; a failure stands in the error state. What is no std::exception
-    /// is thrown on.
-    /// Any thread; waits for a frame that is being handled. From inside an operation of the host: of OnFrameDone alone.
+    /// Puts the values into effect.
+    /// Returns: nothing; a failure is in the error state. Rethrows an exception that is not derived from
+    /// std::exception. Ownership: nothing is passed. Thread: any thread; waits for the end of a frame. From inside an
+    /// operation of the host: only from OnFrameDone.
     virtual void ApplySettings() = 0;
 };
 
-/// The outcome of the last call.
+/// The error state: the result of the last call that sets it.
 struct IErrorInfoProvider : IContract {
-    /// 0 for none, 1 for an error, 2816 for a refused setting. Any thread.
+    /// Returns: an ErrorCode: 0, 1 or 2816; cannot fail.
+    /// Ownership: nothing is passed.
+    /// Thread: any thread; does not wait for a frame.
     virtual int32_t GetErrorCode() = 0;
-    /// The last error's text, empty for none. Owned by the detector, valid until the next operation on it. Any thread.
+    /// Returns: the error's text (UTF-8), never null; empty if there is no error.
+    /// Ownership: the text belongs to the detector and is valid until the next operation on it.
+    /// Thread: any thread; does not wait for a frame.
     virtual const char* GetErrorMessage() = 0;
 };
 
 namespace Analytics {
 
-/// A detector: the handle by which it is reached through QueryContract and ended by Destroy.
+/// A detector of one channel. QueryContract gives its interfaces; Destroy deletes it.
 struct IDetector : IDestroyable {};
 
-/// Takes the frames of a stream.
+/// Receives the frames of a stream.
 struct IMediaReceiver : IContract {
-    /// Handles one frame and returns the error code, 0 or 1; the text stands in the error state.
-    /// The detector owns the buffer from the call on, whatever it returns.
-    /// Any thread; frames of one detector wait for one another. From inside an operation of the host: of
-    /// OnFrameDone alone.
+    /// Handles one frame: finds and tracks its plates and raises the events that are due.
+    /// Returns: 0; 1 on failure, with the text in the error state.
+    /// Ownership: the detector owns the buffer from the start of the call, also on failure, and releases it once.
+    /// Thread: any thread; frames of one detector wait for one another. From inside an operation of the host: only from
+    /// OnFrameDone.
     virtual int32_t Receive(MFF::IMultimediaBuffer* inputData) = 0;
 };
 
-/// Takes frames one by one, each with an area of its own.
+/// Receives single frames, each with its own area.
 struct IMediaReceiverSingle : IContract {
-    /// As Receive. The area may be null (empty) and is copied; `frameDoneCallback` may be null, belongs to the host
-    /// and is used during the call alone.
+    /// Handles one frame as Receive does. Plate events carry the area, until the next call brings another one; the
+    /// engine searches where the settings say. A null area is an empty one. Returns: 0; 1 on failure, with the text in
+    /// the error state. Ownership: of the buffer as for Receive. The area is copied. `frameDoneCallback` (an
+    /// MFF::IFrameDoneCallback, or null) stays the host's and is used only during the call. Thread: as Receive.
     virtual int32_t ReceiveSingle(MFF::IMultimediaBuffer* inputData, const FrameArea* area,
                                   IContract* frameDoneCallback) = 0;
 };
 
-/// Values that live for one ReceiveSingle call.
+/// Values that apply to one call of ReceiveSingle.
 struct IMediaReceiverSingle2 : IMediaReceiverSingle {
-    /// Each accepts any name and returns 0; a null name is refused with 2816. Setting a name again replaces the
-    /// value, whatever its type. Name and text are copied during the call. Any thread; never waits for a frame.
+    /// Set one value each. Any name is accepted; setting a name again replaces its value and type.
+    /// Returns: 0; 2816 for a null name, and then nothing changes.
+    /// Ownership: name and text stay the caller's, and are copied.
+    /// Thread: any thread; does not wait for a frame.
     virtual int32_t SetStringValue(const char* name, const char* value) = 0;
     virtual int32_t SetDoubleValue(const char* name, double value) = 0;
     virtual int32_t SetIntValue(const char* name, int32_t value) = 0;
     virtual int32_t SetBoolValue(const char* name, bool value) = 0;
 };
 
-/// Stream control that this detector has no use for.
+/// Stream control. This detector needs none.
 struct IMediaReceiverController : IContract {
-    /// Each returns 0 and does nothing, whatever it is handed. Any thread.
+    /// Do nothing, with any arguments.
+    /// Returns: 0; cannot fail.
+    /// Ownership: nothing is passed.
+    /// Thread: any thread; does not wait for a frame.
     virtual int32_t Control1() = 0;
     virtual int32_t Control2() = 0;
     virtual int32_t Control3() = 0;

@@ -1,8 +1,8 @@
-/// The objects by which events reach the host. Host side, all of them: the library asks for them, fills them in and
-/// gives the event away with Raise or Discard; it never deletes one.
+/// The objects of an event. Host side: the host creates them, the library fills them in and ends the event with Raise
+/// or Discard; it deletes none of them.
 ///
-/// All operations run on the frame thread while the detector handles the frame. From inside: quiet calls. Frame calls
-/// and Destroy are not supported: the detector is in the middle of the frame, and holds locks that frames need.
+/// All operations are called on the frame thread while the detector handles the frame. From inside: quiet calls. Frame
+/// calls and Destroy are not supported, because the detector is in the middle of the frame and holds locks.
 #pragma once
 
 #include "sdk/contract.h"
@@ -10,27 +10,34 @@
 
 namespace OKM8 {
 
-/// An object that can be copied. Takes part in the class tree of targets; no operation of it is called.
+/// An object that can be copied: a base of targets. The library calls none of its operations.
 struct ICloneable : IContract {};
 
-/// Takes a value of raw bytes.
+/// Receives values of raw bytes.
 struct IBinaryAdjuster : IContract {
-    /// `data` is the library's and valid until the event has been raised or discarded.
+    /// Sets `size` bytes under a name.
+    /// Returns: nothing.
+    /// Ownership: the name is valid during the call; `data` is the library's and valid until Raise or Discard returns.
+    /// Thread: frame thread. From inside: quiet calls.
     virtual void SetBinaryValue(const char* name, const void* data, uint32_t size) = 0;
 };
 
 namespace Analytics {
 
-/// The typed values of a target. Names and texts (UTF-8) are valid during the call alone.
+/// The typed values of a target.
 struct ITargetValues : IContract {
+    /// Set one value each; texts are UTF-8.
+    /// Returns: nothing.
+    /// Ownership: name and text are the library's and valid during the call.
+    /// Thread: frame thread. From inside: quiet calls.
     virtual void SetStringValue(const char* name, const char* value) = 0;
     virtual void SetDoubleValue(const char* name, double value) = 0;
     virtual void SetIntValue(const char* name, int32_t value) = 0;
     virtual void SetBoolValue(const char* name, bool value) = 0;
 };
 
-/// One target of an event. An object that takes raw bytes too has IBinaryAdjuster as a later base, where a checked
-/// cast finds it.
+/// One target of an event. An object that also receives raw bytes has IBinaryAdjuster as a later base class; the
+/// library finds it by run-time type information (dynamic_cast), which the host's compiler must not turn off.
 struct ITargetAdjuster : ICloneable, ITargetValues {};
 
 static_assert(sizeof(ITargetAdjuster) == 2 * sizeof(void*), "two tables: the copyable object, then the values");
@@ -44,11 +51,14 @@ struct ITargetEnumeratorAdjuster : IContract {
     virtual void Unused5() = 0;
     virtual void Unused6() = 0;
     virtual void Unused7() = 0;
-    /// Returns a new, empty target in the list, or null. The library passes 0. The target stays the host's.
+    /// Adds an empty target to the list. The library passes 0.
+    /// Returns: the target; null on failure, and the event is then discarded.
+    /// Ownership: the target stays the host's and must be valid until Raise or Discard returns.
+    /// Thread: frame thread. From inside: quiet calls.
     virtual ITargetAdjuster* AddTarget(int32_t reserved) = 0;
 };
 
-/// Makes target lists; a service of the host object.
+/// Creates target lists; a service of the host object.
 struct ITargetEnumeratorFactory : IContract {
     virtual void Unused1() = 0;
     virtual void Unused2() = 0;
@@ -56,7 +66,10 @@ struct ITargetEnumeratorFactory : IContract {
     virtual void Unused4() = 0;
     virtual void Unused5() = 0;
     virtual void Unused6() = 0;
-    /// Returns a new list for an event of that time (milliseconds since 1970-01-01 00:00 UTC), or null.
+    /// Creates a list for an event at a time, in milliseconds since 1970-01-01 00:00 UTC.
+    /// Returns: the list; null on failure, and there is then no event.
+    /// Ownership: the list stays the host's and must be valid until Raise or Discard returns.
+    /// Thread: frame thread. From inside: quiet calls.
     virtual ITargetEnumeratorAdjuster* CreateTargetEnumerator(int64_t timeMs) = 0;
 };
 
@@ -69,18 +82,29 @@ struct IEventArgsAdjuster : IContract {
     virtual void Unused5() = 0;
     virtual void Unused6() = 0;
     virtual void Unused7() = 0;
-    /// Attaches a host object under a name; the name is valid during the call alone.
+    /// Sets an object under a name.
+    /// Returns: nothing.
+    /// Ownership: the object is the host's; the name is the library's and valid during the call.
+    /// Thread: frame thread. From inside: quiet calls.
     virtual void SetObjectValue(const char* name, IContract* value) = 0;
 };
 
-/// One event in the making.
+/// One event that is not yet raised.
 struct IDetectorEventRaiser : IContract {
     virtual void Unused1() = 0;
-    /// Sends the event; the raiser is the host's again. From inside: quiet calls alone, as everywhere in this file.
+    /// Raises the event.
+    /// Returns: nothing.
+    /// Ownership: the raiser is the host's again; the library does not use it or its objects afterwards.
+    /// Thread: frame thread. From inside: quiet calls.
     virtual void Raise() = 0;
-    /// Gives the event up; the raiser is the host's again. Called at most once, and never together with Raise.
+    /// Discards the event. The library calls either Raise or Discard, once.
+    /// Returns: nothing.
+    /// Ownership: as Raise.
+    /// Thread: frame thread. From inside: quiet calls.
     virtual void Discard() = 0;
-    /// The event's arguments, or null.
+    /// Returns: the event's arguments; null on failure, and the event is then discarded.
+    /// Ownership: the arguments stay the host's and must be valid until Raise or Discard returns.
+    /// Thread: frame thread. From inside: quiet calls.
     virtual IEventArgsAdjuster* GetEventArgs() = 0;
 };
 

@@ -1,4 +1,4 @@
-/// What the host offers to the library. Host side.
+/// The host object, its log and its object for a detector. Host side.
 #pragma once
 
 #include "sdk/contract.h"
@@ -9,9 +9,11 @@ namespace OKM8 {
 
 /// The host object, the argument of InitializeModule.
 struct IHost : IContract {
-    /// A host service seen as the named interface, or null. Asked for ILogger when a detector is made (owner thread)
-    /// and for Analytics::ITargetEnumeratorFactory for every event (frame thread). The service stays the host's and
-    /// must outlive the detectors. From inside: quiet calls, and in CreateDetector none.
+    /// Finds a service of the host. The library needs ILogger and Analytics::ITargetEnumeratorFactory.
+    /// Returns: a pointer to the named interface; null if there is no such service.
+    /// Ownership: the service stays the host's and must be valid until the last detector has been destroyed.
+    /// Thread: owner thread for ILogger, in CreateDetector; frame thread for ITargetEnumeratorFactory, for every event.
+    /// From inside: quiet calls; during CreateDetector none.
     virtual void* GetInterface(const char* contractName) = 0;
 };
 
@@ -19,17 +21,21 @@ struct IHost : IContract {
 struct ILogger : IContract {
     virtual void Unused1() = 0;
     virtual void Unused2() = 0;
-    /// Writes one text, valid during the call alone. 2 stands for an engine that failed to start, 3 for an error.
-    /// Owner thread or frame thread. From inside: quiet calls, and in CreateDetector and Destroy none.
+    /// Writes one text (UTF-8). Level 2: the engine could not be loaded. Level 3: an error.
+    /// Returns: nothing.
+    /// Ownership: the text is the library's and valid during the call.
+    /// Thread: owner thread or frame thread. From inside: quiet calls; during CreateDetector and Destroy none.
     virtual void WriteLog(int32_t level, const char* text) = 0;
 };
 
 namespace Analytics {
 
-/// The host's object for one detector, the second argument of CreateDetector.
+/// The host's object for one detector: the second argument of CreateDetector.
 struct IDetectorPeer : IContract {
-    /// Returns a raiser for an event of that name and time (milliseconds since 1970-01-01 00:00 UTC), or null.
-    /// The library passes kind 3 and ends the raiser with Raise or Discard. Frame thread. From inside: quiet calls.
+    /// Creates an event with a name and a time, in milliseconds since 1970-01-01 00:00 UTC. The library passes kind 3.
+    /// Returns: the raiser; null on failure, and there is then no event.
+    /// Ownership: the raiser is the library's until it calls Raise or Discard, which it does exactly once.
+    /// Thread: frame thread. From inside: quiet calls.
     virtual IDetectorEventRaiser* CreateEventRaiser(IDetector* detector, const char* eventName, int64_t timeMs,
                                                     int32_t kind) = 0;
 };

@@ -1,4 +1,4 @@
-/// The three exports, and the module object behind them. Library side.
+/// The three exported functions, and the module object. Library side.
 #pragma once
 
 #include "sdk/contract.h"
@@ -7,29 +7,40 @@
 namespace OKM8 {
 namespace PLUGIN {
 
-/// Any plug-in's module object.
+/// The module object of any plug-in.
 struct IPluginModule : IContract {};
 
 }  // namespace PLUGIN
 
 namespace Analytics {
 
-/// The factory for detectors.
+/// The module object of this library: creates detectors.
 struct IModule : PLUGIN::IPluginModule {
-    /// Returns a new detector, or null when `detectorPeer` or the module's host object is null; throws std::exception
-    /// when it cannot be made, and any exception when the host's GetInterface throws. `reserved` is not read.
-    /// The host owns the detector and ends it with Destroy; the peer stays the host's and must outlive the detector.
-    /// Owner thread.
+    /// Creates the detector of one channel. `detectorPeer` is an IDetectorPeer; `reserved` is not used.
+    /// Returns: the detector; null if `detectorPeer` or the host object is null. Throws std::exception if the detector
+    /// cannot be created, and any exception that the host's GetInterface throws.
+    /// Ownership: the host owns the detector and calls its Destroy; the peer stays the host's and must outlive it.
+    /// Thread: owner thread.
     virtual IDetector* CreateDetector(void* reserved, IContract* detectorPeer) = 0;
 };
 
-/// The exports, in the order in which a host calls them. Owner thread, one call at a time.
-/// InitializeModule: keeps the host object (an IHost) and returns 0, always; throws nothing.
+/// InitializeModule, the first call: keeps the host object, an IHost.
+/// Returns: 0; cannot fail and throws nothing.
+/// Ownership: the host object stays the host's and must be valid until FinalizeModule returns.
+/// Thread: owner thread, while no other exported function runs.
 using InitializeModuleFunction = int32_t(void* host);
-/// GetModule: the one module object, owned by the library; null before InitializeModule and
-/// for a null host; throws std::exception when it cannot be made.
+
+/// GetModule, the second call.
+/// Returns: the module object, the same one each time; null before InitializeModule or if the host object is null.
+/// Throws std::exception if the object cannot be created.
+/// Ownership: the module object belongs to the library and is valid until FinalizeModule is called.
+/// Thread: owner thread, while no other exported function runs.
 using GetModuleFunction = IModule*();
-/// FinalizeModule: ends the module object. Every detector must have been destroyed before.
+
+/// FinalizeModule, the last call before the library is unloaded: deletes the module object.
+/// Returns: nothing; cannot fail.
+/// Ownership: the module object is invalid afterwards. All detectors must have been destroyed before.
+/// Thread: owner thread, while no other exported function runs.
 using FinalizeModuleFunction = void();
 
 }  // namespace Analytics
@@ -40,8 +51,8 @@ constexpr char GetModule[] = "GetModule";
 constexpr char FinalizeModule[] = "FinalizeModule";
 }  // namespace ExportName
 
-/// Where the library reads its debug level when it is initialised: a text, 0 for no trace lines. The registry's 32-bit
-/// view of the machine's hive counts, else the user's.
+/// The registry value (a string) from which InitializeModule reads the debug level; "0" turns trace lines off. It is
+/// looked up under HKEY_LOCAL_MACHINE in the 32-bit view, and if it is not there, under HKEY_CURRENT_USER.
 namespace DebugLevelValue {
 constexpr char Key[] = "SOFTWARE\\Tellumark\\KORA\\DEBUG";
 constexpr char Name[] = "DebugLevel";

@@ -19,19 +19,19 @@ constexpr char Targets[] = "targets";
 constexpr char Image[] = "image";
 }  // namespace EventKey
 
-/// Values of a plate event's target: texts in UTF-8 by the string setter, numbers by the integer setter,
-/// "all_tracks" by the binary setter.
+/// Values of a plate event's target: texts (UTF-8) by SetStringValue, numbers by SetIntValue, "all_tracks" by
+/// SetBinaryValue.
 namespace PlateKey {
 constexpr char Text[] = "lp_wnum";             ///< the plate's text
 constexpr char CharacterCount[] = "char_num";  ///< number of UTF-16 units of the text
-constexpr char Country[] = "country_code";
-constexpr char Confidence[] = "confidence";  ///< 0 to 100
-constexpr char Direction[] = "direction";
-constexpr char Left[] = "lpf_x1";  ///< pixels of the full frame
+constexpr char Country[] = "country_code";     ///< text as the engine returns it, empty if it returns none
+constexpr char Confidence[] = "confidence";    ///< 0 to 100
+constexpr char Direction[] = "direction";      ///< 0
+constexpr char Left[] = "lpf_x1";              ///< pixels of the full frame; so are the next three
 constexpr char Top[] = "lpf_y1";
 constexpr char Right[] = "lpf_x3";
 constexpr char Bottom[] = "lpf_y3";
-constexpr char AreaLeft[] = "area_left";  ///< percent of the frame; present when an area is in force
+constexpr char AreaLeft[] = "area_left";  ///< percent of the frame, only if an area is set; so are the next three
 constexpr char AreaTop[] = "area_top";
 constexpr char AreaRight[] = "area_right";
 constexpr char AreaBottom[] = "area_bottom";
@@ -40,18 +40,18 @@ constexpr char AllTracks[] = "all_tracks";  ///< a TrackPointList
 
 /// Values of a "DEBUG_FIGURES" target.
 namespace FiguresKey {
-constexpr char Figures[] = "figures";  ///< 32 bytes, by the binary setter
-constexpr char Key[] = "figures_key";
+constexpr char Figures[] = "figures";  ///< 32 bytes, by SetBinaryValue
+constexpr char Key[] = "figures_key";  ///< text
 }  // namespace FiguresKey
 
 /// One reading of the reported plate.
 struct TrackPoint {
-    int32_t x;  ///< pixels
+    int32_t x;  ///< pixels of the full frame; so are the next three
     int32_t y;
     int32_t width;
     int32_t height;
-    /// Microseconds; 1970-01-01 00:00:00 is TrackTimeEpoch. The largest number is plus infinity, the smallest minus
-    /// infinity, the largest less one no time at all.
+    /// Microseconds, UTC; 1970-01-01 00:00:00 is TrackTimeEpoch. Three values are not times: INT64_MAX is plus
+    /// infinity, INT64_MIN minus infinity, INT64_MAX - 1 "no time".
     int64_t time;
     uint8_t flag;  ///< 0
     uint8_t fill[7];
@@ -69,8 +69,8 @@ struct TrackPointList {
 constexpr int64_t TrackTimeEpoch = INT64_C(2440588) * 86400 * 1000000;
 
 static_assert(sizeof(TrackPoint) == 32, "entries of 32 bytes");
-static_assert(offsetof(TrackPoint, time) == 16, "time behind the rectangle");
-static_assert(offsetof(TrackPoint, flag) == 24, "flag behind the time");
+static_assert(offsetof(TrackPoint, time) == 16, "time after the rectangle");
+static_assert(offsetof(TrackPoint, flag) == 24, "flag after the time");
 static_assert(sizeof(TrackPointList) == 24, "three pointers");
 
 }  // namespace Analytics

@@ -1,5 +1,5 @@
-/// The keys of a detector's settings, which IAsyncAdjuster's setters take. The type of each stands beside it; any other
-/// type is refused with ErrorCode::RefusedSetting.
+/// The names of a detector's settings, for the setters of IAsyncAdjuster, each with its type; a value of another type
+/// is refused with ErrorCode::RefusedSetting.
 #pragma once
 
 namespace OKM8 {
@@ -10,7 +10,7 @@ constexpr char Id[] = "id";                        ///< text, shown in log lines
 constexpr char Name[] = "name";                    ///< text, shown in log lines
 constexpr char ZoneWidth[] = "zone_width";         ///< integer: largest plate width, percent of the frame's width
 constexpr char ZoneWidthMin[] = "zone_width_min";  ///< integer: smallest plate width, percent of the frame's width
-constexpr char UseArea[] = "use_area";             ///< boolean: search the area below alone
+constexpr char UseArea[] = "use_area";             ///< boolean: search only the area below
 constexpr char AreaLeft[] = "area_left";           ///< integer, percent of the frame; so are the next three
 constexpr char AreaTop[] = "area_top";
 constexpr char AreaRight[] = "area_right";
