@@ -1,14 +1,16 @@
 # cmake --install: the tree of the package. On Windows scripts/package makes a ZIP file of it.
 #
-# vexlane.dll (libvexlane.so), plate-host and this package's README.txt lie at the top, so that the program finds the
-# library beside it; reference-engine/ holds the reference engine and its server, include/sdk/ the headers, lib/ the import
-# library and what find_package(vexlane CONFIG) reads, which has the target vexlane::sdk.
+# vexlane.dll (libvexlane.so), plate-host and this package's README.txt are at the top, so that the program finds the
+# library beside it. reference-engine/ holds the reference engine and its server, include/sdk/ the headers, example-host/ a
+# host to start from, lib/ the import library and what find_package(vexlane CONFIG) reads, with the target vexlane::sdk.
 
 include(CMakePackageConfigHelpers)
 
 install(TARGETS vexlane RUNTIME DESTINATION . LIBRARY DESTINATION . ARCHIVE DESTINATION lib)
 file(GLOB sdk_headers CONFIGURE_DEPENDS "${PROJECT_SOURCE_DIR}/sdk/*.h")
 install(FILES ${sdk_headers} DESTINATION include/sdk)
+
+install(DIRECTORY "${PROJECT_SOURCE_DIR}/tools/example_host/" DESTINATION example-host)
 
 install(TARGETS vexlane_sdk EXPORT vexlane)
 install(EXPORT vexlane NAMESPACE vexlane:: DESTINATION lib/cmake/vexlane FILE vexlane-config.cmake)

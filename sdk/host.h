@@ -21,7 +21,7 @@ struct IHost : IContract {
 struct ILogger : IContract {
     virtual void Unused1() = 0;
     virtual void Unused2() = 0;
-    /// Writes one text (UTF-8). Level 2: the engine could not be loaded. Level 3: an error.
+    /// Writes one text (UTF-8). Level 2: the engine failed to start. Level 3: an error.
     /// Returns: nothing.
     /// Ownership: the text is the library's and valid during the call.
     /// Thread: owner thread or frame thread. From inside: quiet calls; during CreateDetector and Destroy none.

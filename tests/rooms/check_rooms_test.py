@@ -222,5 +222,15 @@ class CheckRooms(unittest.TestCase):
         self.assert_one_breach({"engine/engine.cpp": '#include "engine_records.h"\n'}, "from the root")
         self.assert_one_breach({"engine/engine.cpp": '#include "engine/../sdk/host.h"\n'}, "from the root")
 
+    def test_includes_inside_a_project_of_its_own(self):
+        project = {
+            "tools/clip/CMakeLists.txt": "project(clip LANGUAGES CXX)\nroom(tools/clip)\n",
+            "tools/clip/main.cpp": '#include "light.h"\n',
+            "tools/clip/light.h": "",
+        }
+        self.assertEqual(self.breaches(project), [])
+        self.assert_one_breach({**project, "tools/clip/main.cpp": '#include "engine_records.h"\n'}, "from the root")
+        self.assert_one_breach({**project, "tools/clip/CMakeLists.txt": "room(tools/clip)\n"}, "from the root")
+
 
 unittest.main()
