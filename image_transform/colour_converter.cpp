@@ -12,10 +12,10 @@ namespace {
 using kernels::BgrPlanes;
 using kernels::I420Planes;
 
-// What the two converters share: everything but the routine that a colour frame goes through.
+// The parts that the two converters share: everything except the routine that converts colour frames.
 class Conversion {
   public:
-    // Makes sure that `output` fits the frame.
+    // Reallocates `output` when its size differs from the frame's.
     Conversion(const ImageData& in, ImageData& output)
         : source(in.data),
           size(in.size),
@@ -44,7 +44,7 @@ class Conversion {
         std::uint64_t chromaSize = 0;
         std::ptrdiff_t chromaStep = 0;
         if (size == 2 * pixels) {
-            // 4:2:2 as 4:2:0 with a row step of two chroma rows: the second one of each pair is left out.
+            // 4:2:2 is read as 4:2:0 with a stride of two chroma rows, which skips the second row of each pair.
             chromaSize = pixels / 2;
             chromaStep = width;
         } else if (size == 6 * pixels / 4) {

@@ -7,7 +7,7 @@ namespace image_transform {
 
 namespace {
 
-// Of a cache line, so that no vector that is stored lies across two.
+// A cache line, so that no vector store crosses two lines.
 constexpr std::align_val_t alignment{64};
 
 std::uint32_t NonZero(std::uint32_t size) {

@@ -1,4 +1,4 @@
-/// An image, and a step that makes one image of another.
+/// An image, and the interface of a step that transforms one image into another.
 #pragma once
 
 #include <boost/shared_ptr.hpp>
@@ -6,29 +6,29 @@
 
 namespace image_transform {
 
-/// A record that is copied by value and shares its pixels.
+/// An image. Copies share the pixels.
 struct ImageData {
     ImageData() = default;
 
-    /// A view over memory that somebody else owns. Throws std::exception with "Zero image size is not acceptable" when
-    /// width, height or size is 0.
+    /// A view of memory that the caller owns and keeps valid. `imageSize` is in bytes. Throws std::exception with "Zero
+    /// image size is not acceptable" when width, height or size is 0.
     ImageData(std::uint32_t imageWidth, std::uint32_t imageHeight, std::uint32_t imageSize, std::uint8_t* pixels);
 
-    /// An owner of `imageSize` bytes, all zero, the first at a multiple of 64. Throws as the view does, before anything
-    /// is allocated.
+    /// Allocates `imageSize` bytes, all zero and aligned to 64 bytes. Throws like the view constructor, before it
+    /// allocates, and std::bad_alloc.
     ImageData(std::uint32_t imageWidth, std::uint32_t imageHeight, std::uint32_t imageSize);
 
     std::uint32_t width = 0;   ///< pixels
     std::uint32_t height = 0;  ///< rows
     std::uint32_t size = 0;    ///< bytes
     std::uint8_t* data = nullptr;
-    boost::shared_ptr<std::uint8_t> storage;  ///< an array of bytes; empty for a view
+    boost::shared_ptr<std::uint8_t> storage;  ///< owns the bytes; empty for a view
 };
 
-/// One step. Used by one thread at a time.
+/// A step of a transform chain. One thread at a time.
 class IImageTransform {
   public:
-    /// Makes `out` of `in`; both may be the same record. Throws std::exception.
+    /// Transforms `in` into `out`, which may be the same object. Throws std::exception on failure.
     virtual void Transform(const ImageData& in, ImageData& out) = 0;
     virtual ~IImageTransform() = default;
 };

@@ -1,4 +1,4 @@
-/// Keeps one field of an interlaced grey frame.
+/// A deinterlacer that keeps one field of an 8-bit grey frame.
 #pragma once
 
 #include <boost/gil.hpp>
@@ -9,17 +9,17 @@
 
 namespace image_transform {
 
-/// Takes the rows 0, 2, 4, ... of the frame's first plane, and on request the columns 0, 2, 4, ...; nothing is blended.
-/// A frame below the minimum size is passed over: `out` stays as it was. `out` shares the step's own buffer, which the
-/// next frame overwrites. One thread at a time.
+/// Copies rows 0, 2, 4, ... of the frame's first plane (stride = width) without blending; with `halveWidth`, only
+/// columns 0, 2, 4, ... of them. Output width and height are rounded up. A frame below the minimum size, in pixels,
+/// leaves `out` unchanged. `out` shares the step's buffer, which the next frame overwrites. One thread at a time.
 template <class View>
 class ImageDeinterlacer final : public IImageTransform {
   public:
     ImageDeinterlacer(std::uint32_t minimumWidth, std::uint32_t minimumHeight, bool halveWidth)
         : minimumWidth_(minimumWidth), minimumHeight_(minimumHeight), halveWidth_(halveWidth) {}
 
-    /// Throws std::exception with "ImageDeinterlacer error: empty frame!" when nothing would be left, and with "Wrong
-    /// image format" when the data is null or smaller than the plane.
+    /// Throws std::exception with "ImageDeinterlacer error: empty frame!" when the output would be empty, and with
+    /// "Wrong image format" when the data is null or smaller than width x height bytes.
     void Transform(const ImageData& in, ImageData& out) override {
         if (in.width < minimumWidth_ || in.height < minimumHeight_) {
             return;
@@ -30,8 +30,7 @@ class ImageDeinterlacer final : public IImageTransform {
         if (width * height == 0) {
             throw std::runtime_error("ImageDeinterlacer error: empty frame!");
         }
-        // Stricter than taking the rows needs: what is given as a frame of this size must have the bytes of one, or the
-        // step would read past their end.
+        // Stricter than the copy needs, but without the check a frame with too few bytes would be read past its end.
         if (in.data == nullptr || in.size < std::uint64_t{in.width} * in.height) {
             throw std::runtime_error("Wrong image format");
         }

@@ -1,4 +1,4 @@
-/// A chain of steps.
+/// A chain of transform steps.
 #pragma once
 
 #include <boost/shared_ptr.hpp>
@@ -8,15 +8,15 @@
 
 namespace image_transform {
 
-/// One thread at a time.
+/// Runs transform steps in order. One thread at a time. Shares the ownership of its steps.
 class ImageTransformer {
   public:
-    /// Runs the steps in their order, the first on `in`, each later one on the result of the one before. Without steps
-    /// `out` is left untouched. `in` and `out` may be the same record.
+    /// Runs the first step on `in` and each later step on the result of the previous one. Without steps `out` is
+    /// unchanged. `in` and `out` may be the same object. Throws what a step throws; later steps do not run.
     virtual void Transform(const ImageData& in, ImageData& out);
     virtual ~ImageTransformer() = default;
 
-    /// Puts these steps in place of the chain's.
+    /// Replaces all steps.
     void Replace(std::vector<boost::shared_ptr<IImageTransform>> newSteps) noexcept { steps_.swap(newSteps); }
     void Append(const boost::shared_ptr<IImageTransform>& step) { steps_.push_back(step); }
     void Clear() { steps_.clear(); }

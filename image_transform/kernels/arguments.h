@@ -1,4 +1,4 @@
-/// What every kernel returns before it looks at a pixel. Internal linkage throughout, as kernels/block_loop.h says.
+/// The argument checks that every kernel shares. Everything has internal linkage, for the reason in block_loop.h.
 #pragma once
 
 #include <cstdint>
@@ -28,7 +28,7 @@ namespace {
     return status == Status::Ok && (width % 2 != 0 || height % 2 != 0) ? Status::OddSize : status;
 }
 
-/// Whether there is something to convert.
+/// True when there are pixels to convert: with an odd size, the even part is converted.
 [[maybe_unused]] inline bool HasEvenPart(int status) {
     return status == Status::Ok || status == Status::OddSize;
 }

@@ -5,7 +5,7 @@ namespace image_transform::kernels {
 
 namespace {
 
-// Registers of two lanes.
+// A register of two 16-byte lanes.
 struct TwoLanes {
     using Bytes = __m256i;
     static constexpr int count = 2;
@@ -33,7 +33,7 @@ struct TwoLanes {
         StoreLane<nonTemporal>(bytes, _mm256_castsi256_si128(value));
         StoreLane<nonTemporal>(bytes + distance, _mm256_extracti128_si256(value, 1));
     }
-    // Of each lane the three, one after the other.
+    // Stores, for each lane, that lane of the three values one after the other.
     template <bool nonTemporal>
     static KERNEL_INLINE void StoreThreeApart(std::uint8_t* bytes, std::ptrdiff_t distance, const Bytes (&values)[3]) {
         if constexpr (nonTemporal) {
@@ -60,7 +60,7 @@ struct TwoLanes {
     static KERNEL_INLINE Bytes UnpackLower16(Bytes a, Bytes b) { return _mm256_unpacklo_epi16(a, b); }
     static KERNEL_INLINE Bytes UnpackUpper16(Bytes a, Bytes b) { return _mm256_unpackhi_epi16(a, b); }
     static KERNEL_INLINE Bytes Shuffle(Bytes a, Bytes places) { return _mm256_shuffle_epi8(a, places); }
-    // The upper half of a lane of the first, and after it the lower half of the second's.
+    // Per lane: the upper half of `a` followed by the lower half of `b`.
     static KERNEL_INLINE Bytes Middle(Bytes a, Bytes b) { return _mm256_alignr_epi8(b, a, 8); }
     static KERNEL_INLINE Bytes Add8(Bytes a, Bytes b) { return _mm256_add_epi8(a, b); }
     static KERNEL_INLINE Bytes Subtract8(Bytes a, Bytes b) { return _mm256_sub_epi8(a, b); }

@@ -1,5 +1,5 @@
-// AVX-512 where bytes are shuffled within lanes of 16 alone: the channels are worked out one by one and interleaved at
-// the end.
+// AVX-512 without VBMI, where byte shuffles stay within 16-byte lanes: each channel is computed by itself, and the
+// three are interleaved at the end.
 
 #include "image_transform/kernels/block_loop.h"
 #include "image_transform/kernels/processor.h"
@@ -25,12 +25,12 @@ KERNEL_INLINE void Store(std::uint8_t* bytes, Bytes value) {
     }
 }
 
-// A lane's sixteen bytes of a channel, put where they belong in one of the three output lanes that they reach: byte
-// `at` of output lane `part` is of channel (16 part + at) % 3, so each place belongs to each channel once.
+// Masks that select every third byte of a lane. Byte `at` of output lane `part` belongs to channel (16 part + at) % 3,
+// so over the three output lanes each position belongs to each channel once.
 constexpr __mmask64 everyThird[3] = {0x9249924992499249, 0x2492249224922492, 0x4924492449244924};
 
-// The offsets of 64 chroma pairs. Their eighths stand in the order 0, 4, 1, 5, 2, 6, 3, 7: doubled within lanes, the
-// lanes' lower halves are the left 64 pixels in their order and the upper halves the right ones.
+// The offsets of 64 chroma pairs, with their eighths in the order 0, 4, 1, 5, 2, 6, 3, 7: duplicated within lanes, the
+// lower halves of the lanes are the left 64 pixels in order, and the upper halves are the right 64.
 struct Offsets {
     Bytes moreBlue, moreGreen, moreRed;
     Bytes lessBlue, lessGreen, lessRed;
@@ -45,7 +45,7 @@ KERNEL_INLINE Bytes Applied(Bytes luma, Bytes more, Bytes less) {
     return _mm512_subs_epu8(_mm512_adds_epu8(luma, more), less);
 }
 
-// Lane by lane the output is 0 of the first register, of the second, of the third, 1 of the first, and so on.
+// The output is lane 0 of the first, the second and the third register, then lane 1 of the first, and so on.
 template <bool nonTemporal>
 KERNEL_INLINE void StoreInterleaved(std::uint8_t* bgr, Bytes blue, Bytes green, Bytes red) {
     const Bytes bluePlaces =

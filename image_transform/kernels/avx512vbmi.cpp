@@ -1,5 +1,5 @@
-// AVX-512 with byte permutations across the register: everything is worked out in the order of the output's bytes, so
-// that nothing is interleaved afterwards.
+// AVX-512 with VBMI, which permutes bytes across the whole register: everything is computed in the order of the output
+// bytes, so no interleaving follows.
 
 #include "image_transform/kernels/block_loop.h"
 #include "image_transform/kernels/processor.h"
@@ -27,8 +27,8 @@ void Store(std::uint8_t* bytes, Bytes value) {
 
 constexpr __mmask64 upperHalf = 0xFFFFFFFF00000000;
 
-// What red and blue are more and less than Y, by the chroma's lower seven bits: the positive table serves values from
-// 128 on, the negative one those below.
+// The amounts to add to Y and to subtract from Y for red and blue, indexed by the lower seven bits of the chroma value.
+// Chroma from 128 on adds; chroma below 128 subtracts.
 struct ChromaTables {
     alignas(registerBytes) std::uint8_t redMore[128];
     alignas(registerBytes) std::uint8_t redLess[128];
@@ -52,11 +52,11 @@ constexpr ChromaTables MakeChromaTables() {
     return tables;
 }
 
-// Where the bytes of an output register come from; byte `at` of register `part` of six is the picture's byte 64 part +
-// at.
+// Permutation indices: the source of each byte of an output register. Byte `at` of register `part` (of six) is byte
+// 64 part + at of the block's output.
 struct Places {
     alignas(registerBytes) std::uint8_t luma[3][registerBytes];     // of 64 pixels
-    alignas(registerBytes) std::uint8_t offsets[6][registerBytes];  // of the two registers that Offsets speaks of
+    alignas(registerBytes) std::uint8_t offsets[6][registerBytes];  // of the two registers described at Offsets
     alignas(registerBytes) std::uint8_t green[registerBytes];       // of two registers of 16-bit sums
     alignas(registerBytes) std::uint8_t twice[2][registerBytes];    // of 64 bytes, each twice
 };
@@ -69,7 +69,7 @@ constexpr Places MakePlaces() {
             const int byte = registerBytes * part + at;
             const int chroma = byte / 3 / 2;
             const int channel = byte % 3;
-            // Red fills the second register. In the first, blue and green are there for one half of the chroma each.
+            // The second register contains red only; the first contains blue and green for one half of the chroma each.
             const bool isInUpperPlace = channel == 0 ? chroma >= half : chroma < half;
             const int inFirst = chroma % half + (isInUpperPlace ? half : 0);
             places.offsets[part][at] = static_cast<std::uint8_t>(channel == 2 ? registerBytes + chroma : inFirst);
@@ -82,8 +82,8 @@ constexpr Places MakePlaces() {
         }
     }
     for (int at = 0; at < registerBytes; ++at) {
-        // The sums stand as unpacking left them: of each 16 the lower eight in the first register. The halves change
-        // places, so that green stands where blue does not.
+        // The sums are in the order of unpacking: the lower eight of each 16 are in the first register. The halves are
+        // swapped, so that green fills the half that blue does not.
         const int chroma = (at + half) % registerBytes;
         const int sum = chroma / 16 * 8 + chroma % 8;
         const int from = (chroma % 16 < 8 ? 0 : registerBytes) + 2 * sum + 1;
@@ -95,8 +95,8 @@ constexpr Places MakePlaces() {
 constexpr ChromaTables chromaTables = MakeChromaTables();
 constexpr Places placeTables = MakePlaces();
 
-// The offsets of 64 chroma pairs, more and less. Of the first two registers the first serves the left half of a block:
-// blue below green; the second the right half: green below blue.
+// The offsets of 64 chroma pairs, to add and to subtract. The `Left` register is for the left half of a block, with
+// blue in its lower half and green in its upper half; the `Right` register is for the right half, the other way round.
 struct Offsets {
     Bytes moreLeft, moreRight, moreRed;
     Bytes lessLeft, lessRight, lessRed;
@@ -140,7 +140,6 @@ class Block {
         KERNEL_UNROLL(2)
         for (int half = 0; half < 2; ++half) {
             const std::ptrdiff_t from = half * registerBytes;
-            // Blue below green, or green below blue.
             const Bytes lower = Load(placeTables.twice[0]);
             const Bytes upper = Load(placeTables.twice[1]);
             const Bytes& more = half == 0 ? offsets.moreLeft : offsets.moreRight;
@@ -198,7 +197,7 @@ class Block {
     Bytes greenPlaces_ = Load(placeTables.green);
 };
 
-// The way from 64 chroma pairs to their offsets, in steps of about the same work.
+// Computes the offsets of 64 chroma pairs in steps of about equal cost.
 class Block::Preparation {
   public:
     KERNEL_INLINE Preparation(const Block& owner, const std::uint8_t* chromaU, const std::uint8_t* chromaV)
@@ -258,8 +257,8 @@ class Block::Preparation {
   private:
     const Block& block_;
     Bytes u_, v_;
-    Bytes pairs_[2];  // V and U in turn
-    Bytes sums_[2];   // for green, 16 bits each
+    Bytes pairs_[2];  // V and U alternating
+    Bytes sums_[2];   // of green, 16 bits each
     Bytes green_;     // signed
     Bytes moreBlue_, lessBlue_;
     Offsets offsets_;

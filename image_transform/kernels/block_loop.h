@@ -1,7 +1,8 @@
-/// How the vector kernels go over a picture; a kernel's file adds what its processor does with one block of it.
+/// The loops of the vector kernels over rows and blocks; each kernel's file adds the conversion of one block.
 ///
-/// Everything here has internal linkage: each file is compiled for another processor, and a function that two of them
-/// shared could be the one that this processor lacks. For the same reason the standard library's functions stay out.
+/// Everything here has internal linkage: each file is compiled for another instruction set, and the linker could keep
+/// the copy of a shared function that this processor cannot run. For the same reason standard library functions are not
+/// used.
 #pragma once
 
 #include <immintrin.h>
@@ -15,7 +16,7 @@
 namespace image_transform::kernels {
 namespace {
 
-// The compiler is told what to do with a block's parts: it keeps their registers only where everything is one function.
+// Inlining and unrolling are forced because the compiler keeps a block in registers only within one function.
 #if defined(_MSC_VER) && !defined(__clang__)
 #define KERNEL_INLINE __forceinline
 #define KERNEL_INLINE_LAMBDA [[msvc::forceinline]]
@@ -31,31 +32,31 @@ namespace {
 #endif
 #endif
 
-// Of the full 16-bit formula, red and blue keep what they are more than v and 2 u:
+// The formula of kernel.h in 16-bit arithmetic. For red and blue the multiples of 65536 are split off:
 //   74711 v = 65536 v + 9175 v,   133169 u = 131072 u + 2097 u.
-// An offset that depends on the chroma alone is enough: (65536 Y + k) >> 16 = Y + (k >> 16). Cut to -255..255 and
-// parted into two bytes, of which one is zero, it is applied by a saturating addition and a saturating subtraction.
+// The offset to Y depends only on the chroma: (65536 Y + k) >> 16 = Y + (k >> 16). Clamped to -255..255 and split into
+// a byte to add and a byte to subtract, one of them zero, it is applied with a saturating addition and subtraction.
 constexpr std::int16_t redBeyondV = 9175;
 constexpr std::int16_t blueBeyond2U = 2097;
 
-// Green is (27460 v - 25821 u) >> 16, less v. The sum is taken in two halves, of which each fits 16 bits:
-//   27460 V - 25821 U - 209792 = 256 (107 V - 101 U) + (68 V + 35 U) - 209792,
-// V and U counted from 0. The constant is 256 x -820 + 128; of the -820, -52 go into the lower half's 16 bits and the
-// rest, 256 x -3, joins the 128 of v = V - 128 when only bytes are left: it is 125, modulo 256.
+// The offset of green is ((27460 v - 25821 u) >> 16) - v. The sum is computed in two halves that each fit 16 bits:
+//   27460 V - 25821 U - 209792 = 256 (107 V - 101 U) + (68 V + 35 U) - 209792.
+// The constant is 256 x -820 + 128. Of the -820, -52 is added to the lower half; the rest, 256 x -3, is added to the
+// 128 of v = V - 128 once the values are bytes: 125, modulo 256.
 constexpr std::int16_t greenUpper = static_cast<std::int16_t>((-101 << 8) | 107);  // a byte for V below one for U
 constexpr std::int16_t greenLower = static_cast<std::int16_t>((35 << 8) | 68);
 constexpr std::int16_t greenLowerBias = 128 - 52 * 256;
 constexpr std::int8_t greenByteBias = 125;
 
-// How far ahead of the converted rows luma is asked for; chroma comes in time by itself. Measured with frames that were
-// in no cache; more or less by a factor of two makes little difference.
+// The prefetch distance of luma, in bytes; chroma needs no prefetch. Measured with frames that were in no cache; twice
+// or half the distance makes little difference.
 constexpr std::ptrdiff_t lumaAhead = 4096;
 constexpr std::ptrdiff_t cacheLine = 64;
 
-// An output larger than this goes past the caches: it would push itself out of them before anybody reads it.
+// An output larger than this, in bytes, bypasses the caches: it would be evicted before it is read.
 constexpr std::ptrdiff_t largestCachedOutput = std::ptrdiff_t{16} << 20;
 
-// Behind the end of a picture the address is nobody's; asking for it does no harm.
+// The address may be past the end of the frame: a prefetch of an invalid address has no effect.
 KERNEL_INLINE void Prefetch(const std::uint8_t* luma, std::ptrdiff_t from, std::ptrdiff_t bytes) {
     const std::uintptr_t first = reinterpret_cast<std::uintptr_t>(luma) + static_cast<std::uintptr_t>(from);
     for (std::ptrdiff_t line = 0; line < bytes; line += cacheLine) {
@@ -63,17 +64,18 @@ KERNEL_INLINE void Prefetch(const std::uint8_t* luma, std::ptrdiff_t from, std::
     }
 }
 
-// In place of a next block's preparation, where there is none to be taken along.
+// The preparation of a next block where there is none.
 struct NothingToPrepare {
     KERNEL_INLINE void Step(int) {}
 };
 
-// Goes through the blocks of a row, or of a pair of rows: `ask(column)`, then `emit(offsets, column, preparation)`. The
-// last block ends with the row and may overlap the one before it.
+// Calls `prefetch(column)` and then `emit(offsets, column, preparation)` for each block of a row or a pair of rows. The
+// last block ends with the row and may overlap the previous one.
 //
-// A block with steps of preparation has enough registers for two: emit takes the next block's steps between its own, so
-// that its offsets are ready before they are used. Left to itself the processor would wait for them.
-// REQUIRES: width is even and no less than a block.
+// A block type with preparation steps has registers for two blocks: emit runs the next block's steps between its own,
+// so that the next offsets are ready in time. The processor does not reorder that far by itself.
+//
+// REQUIRES: width is even and at least Block::pixels.
 template <class Block, class Emit, class Ask>
 KERNEL_INLINE void ForEachBlock(const Block& block, const std::uint8_t* u, const std::uint8_t* v, std::ptrdiff_t width,
                                 Emit emit, Ask ask) {
@@ -104,8 +106,8 @@ KERNEL_INLINE void ForEachBlock(const Block& block, const std::uint8_t* u, const
     }
 }
 
-// Two rows at a time share the work on their chroma. Memory is asked for in the order of its addresses, though: to the
-// processor's own look-ahead two rows in turn are no stream, and from memory they come half as fast.
+// Two rows at a time share the work on their chroma. Prefetches are in address order, because the hardware prefetcher
+// does not recognise two alternating rows as a stream and reads from memory are then half as fast.
 template <class Block, bool nonTemporal>
 void InterleavePairs(const I420Planes& source, std::uint8_t* bgr, std::ptrdiff_t step, std::ptrdiff_t width,
                      std::ptrdiff_t height) {

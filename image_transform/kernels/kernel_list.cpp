@@ -34,8 +34,8 @@ const Kernel& ChooseKernel(const char* name) {
 
 namespace {
 
-// Chosen while the library is loaded: threads that had to wait for each other here would leave the locks of that wait
-// after at every load of the DLL.
+// Initialised while the library is loaded, not on first use: when threads wait for one another at a first use, the
+// locks of that wait leak with every load of the DLL.
 const Kernel& active = ChooseKernel(std::getenv("VEXLANE_KERNEL"));
 
 }  // namespace

@@ -1,5 +1,5 @@
-/// The kernels of processors that shuffle bytes within lanes of 16 alone. Each lane of a register has 32 neighbouring
-/// pixels to itself; `Lanes` says how wide a register is and names its operations.
+/// The kernels for instruction sets whose byte shuffles stay within 16-byte lanes. Each lane of a register processes 32
+/// neighbouring pixels; `Lanes` defines the width of a register and its operations.
 #pragma once
 
 #include "image_transform/kernels/block_loop.h"
@@ -10,28 +10,28 @@ namespace {
 constexpr std::ptrdiff_t lanePixels = 32;
 constexpr std::ptrdiff_t laneBytes = 16;
 
-// Byte by byte, where a lane's bytes come from.
+// Shuffle indices: the source of each byte of a lane.
 using LanePlaces = std::uint8_t[laneBytes];
 
-// Sixteen pixels give three registers of output.
+// Sixteen pixels are three registers of output.
 alignas(laneBytes) constexpr LanePlaces lumaPlaces[3] = {
     {0, 0, 0, 1, 1, 1, 2, 2, 2, 3, 3, 3, 4, 4, 4, 5},
     {5, 5, 6, 6, 6, 7, 7, 7, 8, 8, 8, 9, 9, 9, 10, 10},
     {10, 11, 11, 11, 12, 12, 12, 13, 13, 13, 14, 14, 14, 15, 15, 15}};
-// Their eight chroma pairs have four bytes each: blue, green, red, and one that is left out. The first register is made
-// of pairs 0 to 3, the second of 2 to 5, the third of 4 to 7.
+// Their eight chroma pairs have four bytes each: blue, green, red, and one that is ignored. The first register uses
+// pairs 0 to 3, the second 2 to 5, the third 4 to 7.
 alignas(laneBytes) constexpr LanePlaces offsetPlaces[3] = {{0, 1, 2, 0, 1, 2, 4, 5, 6, 4, 5, 6, 8, 9, 10, 8},
                                                            {1, 2, 4, 5, 6, 4, 5, 6, 8, 9, 10, 8, 9, 10, 12, 13},
                                                            {6, 4, 5, 6, 8, 9, 10, 8, 9, 10, 12, 13, 14, 12, 13, 14}};
 
-// One of the two parts of the offsets of every lane's sixteen chroma pairs: what is more than Y, or what is less.
+// The offsets of each lane's sixteen chroma pairs: either the amounts to add to Y or those to subtract.
 template <class Lanes>
 struct ChannelOffsets {
     using Bytes = typename Lanes::Bytes;
 
     Bytes blue, green, red;
 
-    // The pairs 4 at .. 4 at + 3, four bytes each.
+    // Writes pairs 4 n to 4 n + 3, four bytes each, to pairs[n].
     KERNEL_INLINE void Gather(Bytes (&pairs)[4]) const {
         const Bytes blueGreenLower = Lanes::UnpackLower8(blue, green);
         const Bytes blueGreenUpper = Lanes::UnpackUpper8(blue, green);

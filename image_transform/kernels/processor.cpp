@@ -59,7 +59,7 @@ constexpr bool HasBit(std::uint32_t bits, int bit) {
     return (bits >> bit & 1) != 0;
 }
 
-// The system must keep a register's halves over a change of threads.
+// The system must save the whole registers on a context switch.
 bool SystemKeeps(std::uint64_t states) {
     constexpr int usesXsave = 27;
     return HasBit(Ask(1).c, usesXsave) && (StatesThatTheSystemKeeps() & states) == states;

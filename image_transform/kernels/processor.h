@@ -1,4 +1,4 @@
-/// What the processor and the system let a program use. Asks the processor each time. Any thread.
+/// The instruction sets that both the processor and the system support. Executes CPUID on each call. Any thread.
 #pragma once
 
 namespace image_transform::kernels::processor {

@@ -1,4 +1,4 @@
-// The definition of the conversion: every other kernel is held against these routines.
+// The definition of the conversion: every other kernel is compared with these routines. Source: kernel.h.
 
 #include <algorithm>
 
@@ -32,7 +32,7 @@ Bgr Converted(std::uint8_t luma, std::uint8_t chromaU, std::uint8_t chromaV) {
     return {Saturated(y + blueOfU * u), Saturated(y + greenOfV * v + greenOfU * u), Saturated(y + redOfV * v)};
 }
 
-// Converts the even part and hands each pixel to `put(row, column, pixel)`.
+// Converts the even part and calls `put(row, column, pixel)` for each pixel.
 template <class Put>
 void ConvertEvenPart(const I420Planes& source, std::int32_t width, std::int32_t height, Put put) {
     for (std::int32_t row = 0; row < height / 2 * 2; ++row) {

@@ -5,7 +5,7 @@ namespace image_transform::kernels {
 
 namespace {
 
-// Registers of one lane.
+// A register of one 16-byte lane.
 struct OneLane {
     using Bytes = __m128i;
     static constexpr int count = 1;
@@ -45,7 +45,7 @@ struct OneLane {
     static KERNEL_INLINE Bytes UnpackLower16(Bytes a, Bytes b) { return _mm_unpacklo_epi16(a, b); }
     static KERNEL_INLINE Bytes UnpackUpper16(Bytes a, Bytes b) { return _mm_unpackhi_epi16(a, b); }
     static KERNEL_INLINE Bytes Shuffle(Bytes a, Bytes places) { return _mm_shuffle_epi8(a, places); }
-    // The upper half of a lane of the first, and after it the lower half of the second's.
+    // The upper half of `a` followed by the lower half of `b`.
     static KERNEL_INLINE Bytes Middle(Bytes a, Bytes b) { return _mm_alignr_epi8(b, a, 8); }
     static KERNEL_INLINE Bytes Add8(Bytes a, Bytes b) { return _mm_add_epi8(a, b); }
     static KERNEL_INLINE Bytes Subtract8(Bytes a, Bytes b) { return _mm_sub_epi8(a, b); }
