@@ -77,9 +77,9 @@ std::size_t FrameSize(Layout layout, Size size) {
 I420Planes PlanesOf(const std::uint8_t* source, Layout layout, Size size) {
     const std::ptrdiff_t pixels = std::ptrdiff_t{size.width} * size.height;
     // Of 4:2:2 every second chroma row is left out.
-    const std::ptrdiff_t chromaStep = layout == Layout::I422 ? size.width : size.width / 2;
+    const std::ptrdiff_t chromaStride = layout == Layout::I422 ? size.width : size.width / 2;
     const std::uint8_t* const u = source + pixels;
-    return {source, u, u + chromaStep * size.height / 2, size.width, chromaStep, chromaStep};
+    return {source, u, u + chromaStride * size.height / 2, size.width, chromaStride, chromaStride};
 }
 
 void Register(const std::string& name, Size size, std::size_t frameSize, bool isCold, const Conversion& convert) {

@@ -42,14 +42,14 @@ class Conversion {
 
     I420Planes ColourPlanes() const {
         std::uint64_t chromaSize = 0;
-        std::ptrdiff_t chromaStep = 0;
+        std::ptrdiff_t chromaStride = 0;
         if (size == 2 * pixels) {
             // 4:2:2 is read as 4:2:0 with a stride of two chroma rows, which skips the second row of each pair.
             chromaSize = pixels / 2;
-            chromaStep = width;
+            chromaStride = width;
         } else if (size == 6 * pixels / 4) {
             chromaSize = pixels / 4;
-            chromaStep = width / 2;
+            chromaStride = width / 2;
         } else {
             throw std::runtime_error("Wrong image format");
         }
@@ -57,7 +57,7 @@ class Conversion {
             throw std::runtime_error("Wrong image format");
         }
         const std::uint8_t* u = source + pixels;
-        return {source, u, u + chromaSize, width, chromaStep, chromaStep};
+        return {source, u, u + chromaSize, width, chromaStride, chromaStride};
     }
 
     static void Require(int status) {

@@ -32,37 +32,38 @@ constexpr __mmask64 everyThird[3] = {0x9249924992499249, 0x2492249224922492, 0x4
 // The offsets of 64 chroma pairs, with their eighths in the order 0, 4, 1, 5, 2, 6, 3, 7: duplicated within lanes, the
 // lower halves of the lanes are the left 64 pixels in order, and the upper halves are the right 64.
 struct Offsets {
-    Bytes moreBlue, moreGreen, moreRed;
-    Bytes lessBlue, lessGreen, lessRed;
+    Bytes positiveBlue, positiveGreen, positiveRed;
+    Bytes negativeBlue, negativeGreen, negativeRed;
 };
 
 template <int half>
-KERNEL_INLINE Bytes Twice(Bytes value) {
+KERNEL_INLINE Bytes Duplicate(Bytes value) {
     return half == 0 ? _mm512_unpacklo_epi8(value, value) : _mm512_unpackhi_epi8(value, value);
 }
 
-KERNEL_INLINE Bytes Applied(Bytes luma, Bytes more, Bytes less) {
-    return _mm512_subs_epu8(_mm512_adds_epu8(luma, more), less);
+KERNEL_INLINE Bytes ApplyOffset(Bytes luma, Bytes positive, Bytes negative) {
+    return _mm512_subs_epu8(_mm512_adds_epu8(luma, positive), negative);
 }
 
 // The output is lane 0 of the first, the second and the third register, then lane 1 of the first, and so on.
 template <bool nonTemporal>
-KERNEL_INLINE void StoreInterleaved(std::uint8_t* bgr, Bytes blue, Bytes green, Bytes red) {
-    const Bytes bluePlaces =
+KERNEL_INLINE void InterleaveAndStore(std::uint8_t* bgr, Bytes blue, Bytes green, Bytes red) {
+    const Bytes blueIndices =
         _mm512_broadcast_i32x4(_mm_setr_epi8(0, 11, 6, 1, 12, 7, 2, 13, 8, 3, 14, 9, 4, 15, 10, 5));
-    const Bytes greenPlaces =
+    const Bytes greenIndices =
         _mm512_broadcast_i32x4(_mm_setr_epi8(5, 0, 11, 6, 1, 12, 7, 2, 13, 8, 3, 14, 9, 4, 15, 10));
-    const Bytes redPlaces = _mm512_broadcast_i32x4(_mm_setr_epi8(10, 5, 0, 11, 6, 1, 12, 7, 2, 13, 8, 3, 14, 9, 4, 15));
-    const Bytes blues = _mm512_shuffle_epi8(blue, bluePlaces);
-    const Bytes greens = _mm512_shuffle_epi8(green, greenPlaces);
-    const Bytes reds = _mm512_shuffle_epi8(red, redPlaces);
-    const auto chosen = [&](int greenAt, int redAt) KERNEL_INLINE_LAMBDA {
-        return _mm512_mask_blend_epi8(everyThird[redAt], _mm512_mask_blend_epi8(everyThird[greenAt], blues, greens),
+    const Bytes redIndices =
+        _mm512_broadcast_i32x4(_mm_setr_epi8(10, 5, 0, 11, 6, 1, 12, 7, 2, 13, 8, 3, 14, 9, 4, 15));
+    const Bytes blues = _mm512_shuffle_epi8(blue, blueIndices);
+    const Bytes greens = _mm512_shuffle_epi8(green, greenIndices);
+    const Bytes reds = _mm512_shuffle_epi8(red, redIndices);
+    const auto merged = [&](int greenMask, int redMask) KERNEL_INLINE_LAMBDA {
+        return _mm512_mask_blend_epi8(everyThird[redMask], _mm512_mask_blend_epi8(everyThird[greenMask], blues, greens),
                                       reds);
     };
-    const Bytes first = chosen(1, 2);
-    const Bytes second = chosen(0, 1);
-    const Bytes third = chosen(2, 0);
+    const Bytes first = merged(1, 2);
+    const Bytes second = merged(0, 1);
+    const Bytes third = merged(2, 0);
 
     const Bytes firstAndSecond[3] = {
         _mm512_permutex2var_epi64(first, _mm512_setr_epi64(0, 1, 8, 9, 0, 0, 2, 3), second),
@@ -87,52 +88,54 @@ class Block {
     class Preparation;
 
     template <bool nonTemporal, class Following>
-    KERNEL_INLINE void Interleave(const Offsets& offsets, const std::uint8_t* y, std::ptrdiff_t yStride,
-                                  std::uint8_t* bgr, std::ptrdiff_t step, Following&) const {
-        InterleaveHalf<0, nonTemporal>(offsets, y, yStride, bgr, step);
-        InterleaveHalf<1, nonTemporal>(offsets, y + registerBytes, yStride, bgr + 3 * registerBytes, step);
+    KERNEL_INLINE void StoreInterleaved(const Offsets& offsets, const std::uint8_t* y, std::ptrdiff_t yStride,
+                                        std::uint8_t* bgr, std::ptrdiff_t stride, Following&) const {
+        StoreInterleavedHalf<0, nonTemporal>(offsets, y, yStride, bgr, stride);
+        StoreInterleavedHalf<1, nonTemporal>(offsets, y + registerBytes, yStride, bgr + 3 * registerBytes, stride);
     }
 
     template <class Following>
-    KERNEL_INLINE void Separate(const Offsets& offsets, const std::uint8_t* y, std::ptrdiff_t yStride,
-                                const BgrPlanes& target, Following&) const {
-        SeparateOne(offsets.moreBlue, offsets.lessBlue, y, yStride, target.blue, target.step);
-        SeparateOne(offsets.moreGreen, offsets.lessGreen, y, yStride, target.green, target.step);
-        SeparateOne(offsets.moreRed, offsets.lessRed, y, yStride, target.red, target.step);
+    KERNEL_INLINE void StorePlanar(const Offsets& offsets, const std::uint8_t* y, std::ptrdiff_t yStride,
+                                   const BgrPlanes& target, Following&) const {
+        StorePlane(offsets.positiveBlue, offsets.negativeBlue, y, yStride, target.blue, target.stride);
+        StorePlane(offsets.positiveGreen, offsets.negativeGreen, y, yStride, target.green, target.stride);
+        StorePlane(offsets.positiveRed, offsets.negativeRed, y, yStride, target.red, target.stride);
     }
 
-    KERNEL_INLINE void SpreadGrey(const std::uint8_t* grey, std::uint8_t* bgr) const {
+    KERNEL_INLINE void StoreGreyAsBgr(const std::uint8_t* grey, std::uint8_t* bgr) const {
         KERNEL_UNROLL(2)
         for (int half = 0; half < 2; ++half) {
             const Bytes luma = Load(grey + registerBytes * half);
-            StoreInterleaved<false>(bgr + 3 * registerBytes * half, luma, luma, luma);
+            InterleaveAndStore<false>(bgr + 3 * registerBytes * half, luma, luma, luma);
         }
     }
 
   private:
     template <int half, bool nonTemporal>
-    KERNEL_INLINE static void InterleaveHalf(const Offsets& offsets, const std::uint8_t* y, std::ptrdiff_t yStride,
-                                             std::uint8_t* bgr, std::ptrdiff_t step) {
-        const Offsets twice = {Twice<half>(offsets.moreBlue),  Twice<half>(offsets.moreGreen),
-                               Twice<half>(offsets.moreRed),   Twice<half>(offsets.lessBlue),
-                               Twice<half>(offsets.lessGreen), Twice<half>(offsets.lessRed)};
+    KERNEL_INLINE static void StoreInterleavedHalf(const Offsets& offsets, const std::uint8_t* y,
+                                                   std::ptrdiff_t yStride, std::uint8_t* bgr, std::ptrdiff_t stride) {
+        const Offsets duplicated = {Duplicate<half>(offsets.positiveBlue),  Duplicate<half>(offsets.positiveGreen),
+                                    Duplicate<half>(offsets.positiveRed),   Duplicate<half>(offsets.negativeBlue),
+                                    Duplicate<half>(offsets.negativeGreen), Duplicate<half>(offsets.negativeRed)};
         KERNEL_UNROLL(2)
         for (int row = 0; row < 2; ++row) {
             const Bytes luma = Load(y + row * yStride);
-            StoreInterleaved<nonTemporal>(bgr + row * step, Applied(luma, twice.moreBlue, twice.lessBlue),
-                                          Applied(luma, twice.moreGreen, twice.lessGreen),
-                                          Applied(luma, twice.moreRed, twice.lessRed));
+            InterleaveAndStore<nonTemporal>(bgr + row * stride,
+                                            ApplyOffset(luma, duplicated.positiveBlue, duplicated.negativeBlue),
+                                            ApplyOffset(luma, duplicated.positiveGreen, duplicated.negativeGreen),
+                                            ApplyOffset(luma, duplicated.positiveRed, duplicated.negativeRed));
         }
     }
 
-    KERNEL_INLINE static void SeparateOne(const Bytes& more, const Bytes& less, const std::uint8_t* y,
-                                          std::ptrdiff_t yStride, std::uint8_t* plane, std::ptrdiff_t step) {
+    KERNEL_INLINE static void StorePlane(const Bytes& positive, const Bytes& negative, const std::uint8_t* y,
+                                         std::ptrdiff_t yStride, std::uint8_t* plane, std::ptrdiff_t stride) {
         KERNEL_UNROLL(2)
         for (int row = 0; row < 2; ++row) {
             const std::uint8_t* luma = y + row * yStride;
-            std::uint8_t* target = plane + row * step;
-            Store<false>(target, Applied(Load(luma), Twice<0>(more), Twice<0>(less)));
-            Store<false>(target + registerBytes, Applied(Load(luma + registerBytes), Twice<1>(more), Twice<1>(less)));
+            std::uint8_t* target = plane + row * stride;
+            Store<false>(target, ApplyOffset(Load(luma), Duplicate<0>(positive), Duplicate<0>(negative)));
+            Store<false>(target + registerBytes,
+                         ApplyOffset(Load(luma + registerBytes), Duplicate<1>(positive), Duplicate<1>(negative)));
         }
     }
 };
@@ -146,27 +149,28 @@ class Block::Preparation {
         const Bytes zero = _mm512_setzero_si512();
         const Bytes middle = _mm512_set1_epi16(128);
 
-        const Bytes ofU = _mm512_set1_epi16(blueBeyond2U);
+        const Bytes uFactor = _mm512_set1_epi16(blueFromUFraction);
         const Bytes uLower = _mm512_sub_epi16(_mm512_unpacklo_epi8(u, zero), middle);
         const Bytes uUpper = _mm512_sub_epi16(_mm512_unpackhi_epi8(u, zero), middle);
-        const Bytes blueLower = _mm512_add_epi16(_mm512_add_epi16(uLower, uLower), _mm512_mulhi_epi16(uLower, ofU));
-        const Bytes blueUpper = _mm512_add_epi16(_mm512_add_epi16(uUpper, uUpper), _mm512_mulhi_epi16(uUpper, ofU));
-        offsets_.moreBlue = _mm512_packus_epi16(blueLower, blueUpper);
-        offsets_.lessBlue = _mm512_packus_epi16(_mm512_sub_epi16(zero, blueLower), _mm512_sub_epi16(zero, blueUpper));
+        const Bytes blueLower = _mm512_add_epi16(_mm512_add_epi16(uLower, uLower), _mm512_mulhi_epi16(uLower, uFactor));
+        const Bytes blueUpper = _mm512_add_epi16(_mm512_add_epi16(uUpper, uUpper), _mm512_mulhi_epi16(uUpper, uFactor));
+        offsets_.positiveBlue = _mm512_packus_epi16(blueLower, blueUpper);
+        offsets_.negativeBlue =
+            _mm512_packus_epi16(_mm512_sub_epi16(zero, blueLower), _mm512_sub_epi16(zero, blueUpper));
 
-        const Bytes ofV = _mm512_set1_epi16(redBeyondV);
+        const Bytes vFactor = _mm512_set1_epi16(redFromVFraction);
         const Bytes vLower = _mm512_sub_epi16(_mm512_unpacklo_epi8(v, zero), middle);
         const Bytes vUpper = _mm512_sub_epi16(_mm512_unpackhi_epi8(v, zero), middle);
-        const Bytes redLower = _mm512_add_epi16(vLower, _mm512_mulhi_epi16(vLower, ofV));
-        const Bytes redUpper = _mm512_add_epi16(vUpper, _mm512_mulhi_epi16(vUpper, ofV));
-        offsets_.moreRed = _mm512_packus_epi16(redLower, redUpper);
-        offsets_.lessRed = _mm512_packus_epi16(_mm512_sub_epi16(zero, redLower), _mm512_sub_epi16(zero, redUpper));
+        const Bytes redLower = _mm512_add_epi16(vLower, _mm512_mulhi_epi16(vLower, vFactor));
+        const Bytes redUpper = _mm512_add_epi16(vUpper, _mm512_mulhi_epi16(vUpper, vFactor));
+        offsets_.positiveRed = _mm512_packus_epi16(redLower, redUpper);
+        offsets_.negativeRed = _mm512_packus_epi16(_mm512_sub_epi16(zero, redLower), _mm512_sub_epi16(zero, redUpper));
 
         const Bytes sums =
             _mm512_packs_epi16(GreenSums(_mm512_unpacklo_epi8(v, u)), GreenSums(_mm512_unpackhi_epi8(v, u)));
         const Bytes green = _mm512_add_epi8(_mm512_sub_epi8(sums, v), _mm512_set1_epi8(greenByteBias));
-        offsets_.moreGreen = _mm512_max_epi8(green, zero);
-        offsets_.lessGreen = _mm512_sub_epi8(offsets_.moreGreen, green);
+        offsets_.positiveGreen = _mm512_max_epi8(green, zero);
+        offsets_.negativeGreen = _mm512_sub_epi8(offsets_.positiveGreen, green);
     }
 
     KERNEL_INLINE void Step(int) {}

@@ -30,39 +30,39 @@ constexpr __mmask64 upperHalf = 0xFFFFFFFF00000000;
 // The amounts to add to Y and to subtract from Y for red and blue, indexed by the lower seven bits of the chroma value.
 // Chroma from 128 on adds; chroma below 128 subtracts.
 struct ChromaTables {
-    alignas(registerBytes) std::uint8_t redMore[128];
-    alignas(registerBytes) std::uint8_t redLess[128];
-    alignas(registerBytes) std::uint8_t blueMore[128];
-    alignas(registerBytes) std::uint8_t blueLess[128];
+    alignas(registerBytes) std::uint8_t redPositive[128];
+    alignas(registerBytes) std::uint8_t redNegative[128];
+    alignas(registerBytes) std::uint8_t bluePositive[128];
+    alignas(registerBytes) std::uint8_t blueNegative[128];
 };
 
-constexpr std::uint8_t CutToByte(std::int32_t magnitude) {
+constexpr std::uint8_t ClampToByte(std::int32_t magnitude) {
     return static_cast<std::uint8_t>(magnitude > 255 ? 255 : magnitude);
 }
 
 constexpr ChromaTables MakeChromaTables() {
     ChromaTables tables{};
     for (std::int32_t value = 0; value < 128; ++value) {
-        tables.redMore[value] = CutToByte(value + ((redBeyondV * value) >> 16));
-        tables.blueMore[value] = CutToByte(2 * value + ((blueBeyond2U * value) >> 16));
+        tables.redPositive[value] = ClampToByte(value + ((redFromVFraction * value) >> 16));
+        tables.bluePositive[value] = ClampToByte(2 * value + ((blueFromUFraction * value) >> 16));
         const std::int32_t below = value - 128;
-        tables.redLess[value] = CutToByte(-(below + ((redBeyondV * below) >> 16)));
-        tables.blueLess[value] = CutToByte(-(2 * below + ((blueBeyond2U * below) >> 16)));
+        tables.redNegative[value] = ClampToByte(-(below + ((redFromVFraction * below) >> 16)));
+        tables.blueNegative[value] = ClampToByte(-(2 * below + ((blueFromUFraction * below) >> 16)));
     }
     return tables;
 }
 
 // Permutation indices: the source of each byte of an output register. Byte `at` of register `part` (of six) is byte
 // 64 part + at of the block's output.
-struct Places {
-    alignas(registerBytes) std::uint8_t luma[3][registerBytes];     // of 64 pixels
-    alignas(registerBytes) std::uint8_t offsets[6][registerBytes];  // of the two registers described at Offsets
-    alignas(registerBytes) std::uint8_t green[registerBytes];       // of two registers of 16-bit sums
-    alignas(registerBytes) std::uint8_t twice[2][registerBytes];    // of 64 bytes, each twice
+struct PermutationIndices {
+    alignas(registerBytes) std::uint8_t luma[3][registerBytes];        // of 64 pixels
+    alignas(registerBytes) std::uint8_t offsets[6][registerBytes];     // of the two registers described at Offsets
+    alignas(registerBytes) std::uint8_t green[registerBytes];          // of two registers of 16-bit sums
+    alignas(registerBytes) std::uint8_t duplicated[2][registerBytes];  // of 64 bytes, each duplicated
 };
 
-constexpr Places MakePlaces() {
-    Places places{};
+constexpr PermutationIndices MakePermutationIndices() {
+    PermutationIndices indices{};
     constexpr int half = registerBytes / 2;
     for (int part = 0; part < 6; ++part) {
         for (int at = 0; at < registerBytes; ++at) {
@@ -70,14 +70,14 @@ constexpr Places MakePlaces() {
             const int chroma = byte / 3 / 2;
             const int channel = byte % 3;
             // The second register contains red only; the first contains blue and green for one half of the chroma each.
-            const bool isInUpperPlace = channel == 0 ? chroma >= half : chroma < half;
-            const int inFirst = chroma % half + (isInUpperPlace ? half : 0);
-            places.offsets[part][at] = static_cast<std::uint8_t>(channel == 2 ? registerBytes + chroma : inFirst);
+            const bool isInUpperHalf = channel == 0 ? chroma >= half : chroma < half;
+            const int inFirst = chroma % half + (isInUpperHalf ? half : 0);
+            indices.offsets[part][at] = static_cast<std::uint8_t>(channel == 2 ? registerBytes + chroma : inFirst);
             if (part < 3) {
-                places.luma[part][at] = static_cast<std::uint8_t>(byte / 3);
+                indices.luma[part][at] = static_cast<std::uint8_t>(byte / 3);
             }
             if (part < 2) {
-                places.twice[part][at] = static_cast<std::uint8_t>(byte / 2);
+                indices.duplicated[part][at] = static_cast<std::uint8_t>(byte / 2);
             }
         }
     }
@@ -87,19 +87,19 @@ constexpr Places MakePlaces() {
         const int chroma = (at + half) % registerBytes;
         const int sum = chroma / 16 * 8 + chroma % 8;
         const int from = (chroma % 16 < 8 ? 0 : registerBytes) + 2 * sum + 1;
-        places.green[at] = static_cast<std::uint8_t>(from);
+        indices.green[at] = static_cast<std::uint8_t>(from);
     }
-    return places;
+    return indices;
 }
 
 constexpr ChromaTables chromaTables = MakeChromaTables();
-constexpr Places placeTables = MakePlaces();
+constexpr PermutationIndices permutationIndices = MakePermutationIndices();
 
 // The offsets of 64 chroma pairs, to add and to subtract. The `Left` register is for the left half of a block, with
 // blue in its lower half and green in its upper half; the `Right` register is for the right half, the other way round.
 struct Offsets {
-    Bytes moreLeft, moreRight, moreRed;
-    Bytes lessLeft, lessRight, lessRed;
+    Bytes positiveLeft, positiveRight, positiveRed;
+    Bytes negativeLeft, negativeRight, negativeRed;
 };
 
 class Block {
@@ -111,45 +111,46 @@ class Block {
     class Preparation;
 
     template <bool nonTemporal, class Following>
-    KERNEL_INLINE void Interleave(const Offsets& offsets, const std::uint8_t* y, std::ptrdiff_t yStride,
-                                  std::uint8_t* bgr, std::ptrdiff_t step, Following& following) const {
+    KERNEL_INLINE void StoreInterleaved(const Offsets& offsets, const std::uint8_t* y, std::ptrdiff_t yStride,
+                                        std::uint8_t* bgr, std::ptrdiff_t stride, Following& following) const {
         KERNEL_UNROLL(6)
         for (int part = 0; part < 6; ++part) {
             const bool isLeft = part < 3;
-            const Bytes more = _mm512_permutex2var_epi8(isLeft ? offsets.moreLeft : offsets.moreRight,
-                                                        offsetPlaces_[part], offsets.moreRed);
-            const Bytes less = _mm512_permutex2var_epi8(isLeft ? offsets.lessLeft : offsets.lessRight,
-                                                        offsetPlaces_[part], offsets.lessRed);
+            const Bytes positive = _mm512_permutex2var_epi8(isLeft ? offsets.positiveLeft : offsets.positiveRight,
+                                                            offsetIndices_[part], offsets.positiveRed);
+            const Bytes negative = _mm512_permutex2var_epi8(isLeft ? offsets.negativeLeft : offsets.negativeRight,
+                                                            offsetIndices_[part], offsets.negativeRed);
             Bytes sums[2];
             KERNEL_UNROLL(2)
             for (int row = 0; row < 2; ++row) {
                 const Bytes luma = Load(y + row * yStride + (isLeft ? 0 : registerBytes));
-                sums[row] = _mm512_adds_epu8(_mm512_permutexvar_epi8(lumaPlaces_[part % 3], luma), more);
+                sums[row] = _mm512_adds_epu8(_mm512_permutexvar_epi8(lumaIndices_[part % 3], luma), positive);
             }
             KERNEL_UNROLL(2)
             for (int row = 0; row < 2; ++row) {
-                Store<nonTemporal>(bgr + row * step + registerBytes * part, _mm512_subs_epu8(sums[row], less));
+                Store<nonTemporal>(bgr + row * stride + registerBytes * part, _mm512_subs_epu8(sums[row], negative));
             }
             following.Step(part);
         }
     }
 
     template <class Following>
-    KERNEL_INLINE void Separate(const Offsets& offsets, const std::uint8_t* y, std::ptrdiff_t yStride,
-                                const BgrPlanes& target, Following& following) const {
+    KERNEL_INLINE void StorePlanar(const Offsets& offsets, const std::uint8_t* y, std::ptrdiff_t yStride,
+                                   const BgrPlanes& target, Following& following) const {
         KERNEL_UNROLL(2)
         for (int half = 0; half < 2; ++half) {
             const std::ptrdiff_t from = half * registerBytes;
-            const Bytes lower = Load(placeTables.twice[0]);
-            const Bytes upper = Load(placeTables.twice[1]);
-            const Bytes& more = half == 0 ? offsets.moreLeft : offsets.moreRight;
-            const Bytes& less = half == 0 ? offsets.lessLeft : offsets.lessRight;
-            const Bytes& blueAt = half == 0 ? lower : upper;
-            const Bytes& greenAt = half == 0 ? upper : lower;
-            const Bytes& redAt = half == 0 ? lower : upper;
-            SeparateOne(more, less, blueAt, y + from, yStride, target.blue + from, target.step);
-            SeparateOne(more, less, greenAt, y + from, yStride, target.green + from, target.step);
-            SeparateOne(offsets.moreRed, offsets.lessRed, redAt, y + from, yStride, target.red + from, target.step);
+            const Bytes lower = Load(permutationIndices.duplicated[0]);
+            const Bytes upper = Load(permutationIndices.duplicated[1]);
+            const Bytes& positive = half == 0 ? offsets.positiveLeft : offsets.positiveRight;
+            const Bytes& negative = half == 0 ? offsets.negativeLeft : offsets.negativeRight;
+            const Bytes& blueIndices = half == 0 ? lower : upper;
+            const Bytes& greenIndices = half == 0 ? upper : lower;
+            const Bytes& redIndices = half == 0 ? lower : upper;
+            StorePlane(positive, negative, blueIndices, y + from, yStride, target.blue + from, target.stride);
+            StorePlane(positive, negative, greenIndices, y + from, yStride, target.green + from, target.stride);
+            StorePlane(offsets.positiveRed, offsets.negativeRed, redIndices, y + from, yStride, target.red + from,
+                       target.stride);
         }
         KERNEL_UNROLL(6)
         for (int step = 0; step < preparationSteps; ++step) {
@@ -157,24 +158,24 @@ class Block {
         }
     }
 
-    KERNEL_INLINE void SpreadGrey(const std::uint8_t* grey, std::uint8_t* bgr) const {
+    KERNEL_INLINE void StoreGreyAsBgr(const std::uint8_t* grey, std::uint8_t* bgr) const {
         KERNEL_UNROLL(6)
         for (int part = 0; part < 6; ++part) {
             const Bytes luma = Load(grey + part / 3 * registerBytes);
-            Store<false>(bgr + registerBytes * part, _mm512_permutexvar_epi8(lumaPlaces_[part % 3], luma));
+            Store<false>(bgr + registerBytes * part, _mm512_permutexvar_epi8(lumaIndices_[part % 3], luma));
         }
     }
 
   private:
-    KERNEL_INLINE static void SeparateOne(const Bytes& more, const Bytes& less, const Bytes& places,
-                                          const std::uint8_t* y, std::ptrdiff_t yStride, std::uint8_t* plane,
-                                          std::ptrdiff_t step) {
-        const Bytes moreTwice = _mm512_permutexvar_epi8(places, more);
-        const Bytes lessTwice = _mm512_permutexvar_epi8(places, less);
+    KERNEL_INLINE static void StorePlane(const Bytes& positive, const Bytes& negative, const Bytes& indices,
+                                         const std::uint8_t* y, std::ptrdiff_t yStride, std::uint8_t* plane,
+                                         std::ptrdiff_t stride) {
+        const Bytes positiveDuplicated = _mm512_permutexvar_epi8(indices, positive);
+        const Bytes negativeDuplicated = _mm512_permutexvar_epi8(indices, negative);
         KERNEL_UNROLL(2)
         for (int row = 0; row < 2; ++row) {
-            const Bytes sum = _mm512_adds_epu8(Load(y + row * yStride), moreTwice);
-            Store<false>(plane + row * step, _mm512_subs_epu8(sum, lessTwice));
+            const Bytes sum = _mm512_adds_epu8(Load(y + row * yStride), positiveDuplicated);
+            Store<false>(plane + row * stride, _mm512_subs_epu8(sum, negativeDuplicated));
         }
     }
 
@@ -187,14 +188,16 @@ class Block {
         Bytes upper;
     };
 
-    Table redMore_{chromaTables.redMore};
-    Table redLess_{chromaTables.redLess};
-    Table blueMore_{chromaTables.blueMore};
-    Table blueLess_{chromaTables.blueLess};
-    Bytes lumaPlaces_[3] = {Load(placeTables.luma[0]), Load(placeTables.luma[1]), Load(placeTables.luma[2])};
-    Bytes offsetPlaces_[6] = {Load(placeTables.offsets[0]), Load(placeTables.offsets[1]), Load(placeTables.offsets[2]),
-                              Load(placeTables.offsets[3]), Load(placeTables.offsets[4]), Load(placeTables.offsets[5])};
-    Bytes greenPlaces_ = Load(placeTables.green);
+    Table redPositive_{chromaTables.redPositive};
+    Table redNegative_{chromaTables.redNegative};
+    Table bluePositive_{chromaTables.bluePositive};
+    Table blueNegative_{chromaTables.blueNegative};
+    Bytes lumaIndices_[3] = {Load(permutationIndices.luma[0]), Load(permutationIndices.luma[1]),
+                             Load(permutationIndices.luma[2])};
+    Bytes offsetIndices_[6] = {Load(permutationIndices.offsets[0]), Load(permutationIndices.offsets[1]),
+                               Load(permutationIndices.offsets[2]), Load(permutationIndices.offsets[3]),
+                               Load(permutationIndices.offsets[4]), Load(permutationIndices.offsets[5])};
+    Bytes greenIndices_ = Load(permutationIndices.green);
 };
 
 // Computes the offsets of 64 chroma pairs in steps of about equal cost.
@@ -215,8 +218,8 @@ class Block::Preparation {
                 sums_[0] = _mm512_maddubs_epi16(pairs_[0], factors);
                 sums_[1] = _mm512_maddubs_epi16(pairs_[1], factors);
                 const __mmask64 isPositive = _mm512_movepi8_mask(v_);
-                offsets_.moreRed = block_.redMore_.Of(isPositive, v_);
-                offsets_.lessRed = block_.redLess_.Of(_knot_mask64(isPositive), v_);
+                offsets_.positiveRed = block_.redPositive_.Of(isPositive, v_);
+                offsets_.negativeRed = block_.redNegative_.Of(_knot_mask64(isPositive), v_);
                 break;
             }
             case 2: {
@@ -230,23 +233,23 @@ class Block::Preparation {
                 sums_[0] = _mm512_add_epi16(_mm512_maddubs_epi16(pairs_[0], factors), sums_[0]);
                 sums_[1] = _mm512_add_epi16(_mm512_maddubs_epi16(pairs_[1], factors), sums_[1]);
                 const __mmask64 isPositive = _mm512_movepi8_mask(u_);
-                moreBlue_ = block_.blueMore_.Of(isPositive, u_);
-                lessBlue_ = block_.blueLess_.Of(_knot_mask64(isPositive), u_);
+                positiveBlue_ = block_.bluePositive_.Of(isPositive, u_);
+                negativeBlue_ = block_.blueNegative_.Of(_knot_mask64(isPositive), u_);
                 break;
             }
             case 4: {
-                const Bytes upper = _mm512_permutex2var_epi8(sums_[0], block_.greenPlaces_, sums_[1]);
+                const Bytes upper = _mm512_permutex2var_epi8(sums_[0], block_.greenIndices_, sums_[1]);
                 const Bytes halvesChanged = _mm512_shuffle_i64x2(v_, v_, 0x4E);
                 green_ = _mm512_add_epi8(_mm512_sub_epi8(upper, halvesChanged), _mm512_set1_epi8(greenByteBias));
                 break;
             }
             default: {
-                const Bytes more = _mm512_max_epi8(green_, _mm512_setzero_si512());
-                const Bytes less = _mm512_sub_epi8(more, green_);
-                offsets_.moreLeft = _mm512_mask_blend_epi8(upperHalf, moreBlue_, more);
-                offsets_.moreRight = _mm512_mask_blend_epi8(upperHalf, more, moreBlue_);
-                offsets_.lessLeft = _mm512_mask_blend_epi8(upperHalf, lessBlue_, less);
-                offsets_.lessRight = _mm512_mask_blend_epi8(upperHalf, less, lessBlue_);
+                const Bytes positive = _mm512_max_epi8(green_, _mm512_setzero_si512());
+                const Bytes negative = _mm512_sub_epi8(positive, green_);
+                offsets_.positiveLeft = _mm512_mask_blend_epi8(upperHalf, positiveBlue_, positive);
+                offsets_.positiveRight = _mm512_mask_blend_epi8(upperHalf, positive, positiveBlue_);
+                offsets_.negativeLeft = _mm512_mask_blend_epi8(upperHalf, negativeBlue_, negative);
+                offsets_.negativeRight = _mm512_mask_blend_epi8(upperHalf, negative, negativeBlue_);
                 break;
             }
         }
@@ -260,7 +263,7 @@ class Block::Preparation {
     Bytes pairs_[2];  // V and U alternating
     Bytes sums_[2];   // of green, 16 bits each
     Bytes green_;     // signed
-    Bytes moreBlue_, lessBlue_;
+    Bytes positiveBlue_, negativeBlue_;
     Offsets offsets_;
 };
 

@@ -36,8 +36,8 @@ namespace {
 //   74711 v = 65536 v + 9175 v,   133169 u = 131072 u + 2097 u.
 // The offset to Y depends only on the chroma: (65536 Y + k) >> 16 = Y + (k >> 16). Clamped to -255..255 and split into
 // a byte to add and a byte to subtract, one of them zero, it is applied with a saturating addition and subtraction.
-constexpr std::int16_t redBeyondV = 9175;
-constexpr std::int16_t blueBeyond2U = 2097;
+constexpr std::int16_t redFromVFraction = 9175;
+constexpr std::int16_t blueFromUFraction = 2097;
 
 // The offset of green is ((27460 v - 25821 u) >> 16) - v. The sum is computed in two halves that each fit 16 bits:
 //   27460 V - 25821 U - 209792 = 256 (107 V - 101 U) + (68 V + 35 U) - 209792.
@@ -50,7 +50,7 @@ constexpr std::int8_t greenByteBias = 125;
 
 // The prefetch distance of luma, in bytes; chroma needs no prefetch. Measured with frames that were in no cache; twice
 // or half the distance makes little difference.
-constexpr std::ptrdiff_t lumaAhead = 4096;
+constexpr std::ptrdiff_t lumaPrefetchDistance = 4096;
 constexpr std::ptrdiff_t cacheLine = 64;
 
 // An output larger than this, in bytes, bypasses the caches: it would be evicted before it is read.
@@ -65,7 +65,7 @@ KERNEL_INLINE void Prefetch(const std::uint8_t* luma, std::ptrdiff_t from, std::
 }
 
 // The preparation of a next block where there is none.
-struct NothingToPrepare {
+struct NoPreparation {
     KERNEL_INLINE void Step(int) {}
 };
 
@@ -76,11 +76,11 @@ struct NothingToPrepare {
 // so that the next offsets are ready in time. The processor does not reorder that far by itself.
 //
 // REQUIRES: width is even and at least Block::pixels.
-template <class Block, class Emit, class Ask>
+template <class Block, class Emit, class Prefetcher>
 KERNEL_INLINE void ForEachBlock(const Block& block, const std::uint8_t* u, const std::uint8_t* v, std::ptrdiff_t width,
-                                Emit emit, Ask ask) {
+                                Emit emit, Prefetcher prefetch) {
     const std::ptrdiff_t last = width - Block::pixels;
-    NothingToPrepare nothing;
+    NoPreparation nothing;
     std::ptrdiff_t column = 0;
     if constexpr (Block::preparationSteps > 0) {
         typename Block::Preparation first(block, u, v);
@@ -90,7 +90,7 @@ KERNEL_INLINE void ForEachBlock(const Block& block, const std::uint8_t* u, const
         typename Block::Offsets offsets = first.Result();
         while (column != last) {
             const std::ptrdiff_t next = column + Block::pixels < last ? column + Block::pixels : last;
-            ask(column);
+            prefetch(column);
             typename Block::Preparation following(block, u + next / 2, v + next / 2);
             emit(offsets, column, following);
             offsets = following.Result();
@@ -99,7 +99,7 @@ KERNEL_INLINE void ForEachBlock(const Block& block, const std::uint8_t* u, const
         emit(offsets, last, nothing);
     } else {
         for (; column < last; column += Block::pixels) {
-            ask(column);
+            prefetch(column);
             emit(typename Block::Preparation(block, u + column / 2, v + column / 2).Result(), column, nothing);
         }
         emit(typename Block::Preparation(block, u + last / 2, v + last / 2).Result(), last, nothing);
@@ -109,43 +109,44 @@ KERNEL_INLINE void ForEachBlock(const Block& block, const std::uint8_t* u, const
 // Two rows at a time share the work on their chroma. Prefetches are in address order, because the hardware prefetcher
 // does not recognise two alternating rows as a stream and reads from memory are then half as fast.
 template <class Block, bool nonTemporal>
-void InterleavePairs(const I420Planes& source, std::uint8_t* bgr, std::ptrdiff_t step, std::ptrdiff_t width,
+void ConvertRowPairs(const I420Planes& source, std::uint8_t* bgr, std::ptrdiff_t stride, std::ptrdiff_t width,
                      std::ptrdiff_t height) {
     const Block block;
     for (std::ptrdiff_t row = 0; row < height; row += 2) {
         const std::uint8_t* y = source.y + row * source.yStride;
-        std::uint8_t* target = bgr + row * step;
+        std::uint8_t* target = bgr + row * stride;
         ForEachBlock(
             block, source.u + row / 2 * source.uStride, source.v + row / 2 * source.vStride, width,
             [&](const auto& offsets, std::ptrdiff_t column, auto& following) KERNEL_INLINE_LAMBDA {
-                block.template Interleave<nonTemporal>(offsets, y + column, source.yStride, target + 3 * column, step,
-                                                       following);
+                block.template StoreInterleaved<nonTemporal>(offsets, y + column, source.yStride, target + 3 * column,
+                                                             stride, following);
             },
-            [&](std::ptrdiff_t column)
-                KERNEL_INLINE_LAMBDA { Prefetch(y, lumaAhead + 2 * column, std::ptrdiff_t{2} * Block::pixels); });
+            [&](std::ptrdiff_t column) KERNEL_INLINE_LAMBDA {
+                Prefetch(y, lumaPrefetchDistance + 2 * column, std::ptrdiff_t{2} * Block::pixels);
+            });
     }
 }
 
 template <class Block>
-bool CanStream(const std::uint8_t* bgr, std::ptrdiff_t step, std::ptrdiff_t width) {
+bool CanStream(const std::uint8_t* bgr, std::ptrdiff_t stride, std::ptrdiff_t width) {
     const std::ptrdiff_t lastBlock = 3 * (width - Block::pixels);
-    return (reinterpret_cast<std::intptr_t>(bgr) | step | lastBlock) % Block::streamAlignment == 0;
+    return (reinterpret_cast<std::intptr_t>(bgr) | stride | lastBlock) % Block::streamAlignment == 0;
 }
 
 template <class Block, const Kernel& narrower>
-int VectorToBgr24(const I420Planes& source, std::uint8_t* bgr, std::ptrdiff_t step, std::int32_t width,
+int VectorToBgr24(const I420Planes& source, std::uint8_t* bgr, std::ptrdiff_t stride, std::int32_t width,
                   std::int32_t height) {
     const int status = StatusOf(width, height, HasAllPlanes(source) && bgr != nullptr);
     const std::ptrdiff_t evenWidth = width / 2 * 2;
     const std::ptrdiff_t evenHeight = height / 2 * 2;
     if (!HasEvenPart(status) || evenWidth < Block::pixels) {
-        return HasEvenPart(status) ? narrower.toBgr24(source, bgr, step, width, height) : status;
+        return HasEvenPart(status) ? narrower.toBgr24(source, bgr, stride, width, height) : status;
     }
-    if (3 * evenWidth * evenHeight > largestCachedOutput && CanStream<Block>(bgr, step, evenWidth)) {
-        InterleavePairs<Block, true>(source, bgr, step, evenWidth, evenHeight);
+    if (3 * evenWidth * evenHeight > largestCachedOutput && CanStream<Block>(bgr, stride, evenWidth)) {
+        ConvertRowPairs<Block, true>(source, bgr, stride, evenWidth, evenHeight);
         _mm_sfence();
     } else {
-        InterleavePairs<Block, false>(source, bgr, step, evenWidth, evenHeight);
+        ConvertRowPairs<Block, false>(source, bgr, stride, evenWidth, evenHeight);
     }
     return status;
 }
@@ -164,32 +165,33 @@ int VectorToBgrPlanar(const I420Planes& source, const BgrPlanes& target, std::in
         ForEachBlock(
             block, source.u + row / 2 * source.uStride, source.v + row / 2 * source.vStride, evenWidth,
             [&](const auto& offsets, std::ptrdiff_t column, auto& following) KERNEL_INLINE_LAMBDA {
-                const std::ptrdiff_t place = row * target.step + column;
-                const BgrPlanes at{target.blue + place, target.green + place, target.red + place, target.step};
-                block.Separate(offsets, y + column, source.yStride, at, following);
+                const std::ptrdiff_t offset = row * target.stride + column;
+                const BgrPlanes at{target.blue + offset, target.green + offset, target.red + offset, target.stride};
+                block.StorePlanar(offsets, y + column, source.yStride, at, following);
             },
-            [&](std::ptrdiff_t column)
-                KERNEL_INLINE_LAMBDA { Prefetch(y, lumaAhead + 2 * column, std::ptrdiff_t{2} * Block::pixels); });
+            [&](std::ptrdiff_t column) KERNEL_INLINE_LAMBDA {
+                Prefetch(y, lumaPrefetchDistance + 2 * column, std::ptrdiff_t{2} * Block::pixels);
+            });
     }
     return status;
 }
 
 template <class Block, const Kernel& narrower>
-int VectorGreyToBgr24(const std::uint8_t* grey, std::ptrdiff_t greyStep, std::uint8_t* bgr, std::ptrdiff_t step,
+int VectorGreyToBgr24(const std::uint8_t* grey, std::ptrdiff_t greyStride, std::uint8_t* bgr, std::ptrdiff_t stride,
                       std::int32_t width, std::int32_t height) {
     const int status = GreyStatusOf(width, height, grey != nullptr && bgr != nullptr);
     if (status != Status::Ok || width < Block::pixels) {
-        return status == Status::Ok ? narrower.greyToBgr24(grey, greyStep, bgr, step, width, height) : status;
+        return status == Status::Ok ? narrower.greyToBgr24(grey, greyStride, bgr, stride, width, height) : status;
     }
     const Block block;
     for (std::ptrdiff_t row = 0; row < height; ++row) {
-        const std::uint8_t* source = grey + row * greyStep;
-        std::uint8_t* target = bgr + row * step;
+        const std::uint8_t* source = grey + row * greyStride;
+        std::uint8_t* target = bgr + row * stride;
         const std::ptrdiff_t last = width - Block::pixels;
         for (std::ptrdiff_t column = 0; column < last; column += Block::pixels) {
-            block.SpreadGrey(source + column, target + 3 * column);
+            block.StoreGreyAsBgr(source + column, target + 3 * column);
         }
-        block.SpreadGrey(source + last, target + 3 * last);
+        block.StoreGreyAsBgr(source + last, target + 3 * last);
     }
     return status;
 }

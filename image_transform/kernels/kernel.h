@@ -31,7 +31,7 @@ struct BgrPlanes {
     std::uint8_t* blue;
     std::uint8_t* green;
     std::uint8_t* red;
-    std::ptrdiff_t step;
+    std::ptrdiff_t stride;
 };
 
 /// Converts YUV 4:2:0 to blue, green, red. Width and height are in pixels. Any thread, on distinct targets. With bytes
@@ -45,11 +45,11 @@ struct BgrPlanes {
 /// in full range: Y is neither offset nor scaled. The exact inverse has 0.395 in place of 0.394. |u| reaches 111 and
 /// |v| 157, of which a byte can hold -128..127. These are not the coefficients of Y'CbCr, neither in full range as in
 /// JFIF (1.402, 0.714, 0.344, 1.772) nor in limited range with Y in 16..235.
-using I420ToBgr24 = int(const I420Planes& source, std::uint8_t* bgr, std::ptrdiff_t step, std::int32_t width,
+using I420ToBgr24 = int(const I420Planes& source, std::uint8_t* bgr, std::ptrdiff_t stride, std::int32_t width,
                         std::int32_t height);
 using I420ToBgrPlanar = int(const I420Planes& source, const BgrPlanes& target, std::int32_t width, std::int32_t height);
 /// Copies each luma byte to blue, green and red. Width and height are at least 1 and may be odd.
-using GreyToBgr24 = int(const std::uint8_t* grey, std::ptrdiff_t greyStep, std::uint8_t* bgr, std::ptrdiff_t step,
+using GreyToBgr24 = int(const std::uint8_t* grey, std::ptrdiff_t greyStride, std::uint8_t* bgr, std::ptrdiff_t stride,
                         std::int32_t width, std::int32_t height);
 
 /// One kernel: the routines for one instruction set. Any thread.

@@ -10,10 +10,10 @@ namespace image_transform::kernels {
 namespace {
 
 constexpr int fractionBits = 16;
-constexpr std::int32_t redOfV = 74711;     // 1.140
-constexpr std::int32_t greenOfV = -38076;  // 0.581
-constexpr std::int32_t greenOfU = -25821;  // 0.394
-constexpr std::int32_t blueOfU = 133169;   // 2.032
+constexpr std::int32_t redFromV = 74711;     // 1.140
+constexpr std::int32_t greenFromV = -38076;  // 0.581
+constexpr std::int32_t greenFromU = -25821;  // 0.394
+constexpr std::int32_t blueFromU = 133169;   // 2.032
 
 struct Bgr {
     std::uint8_t blue;
@@ -29,7 +29,7 @@ Bgr Converted(std::uint8_t luma, std::uint8_t chromaU, std::uint8_t chromaV) {
     const std::int32_t y = std::int32_t{luma} << fractionBits;
     const std::int32_t u = std::int32_t{chromaU} - 128;
     const std::int32_t v = std::int32_t{chromaV} - 128;
-    return {Saturated(y + blueOfU * u), Saturated(y + greenOfV * v + greenOfU * u), Saturated(y + redOfV * v)};
+    return {Saturated(y + blueFromU * u), Saturated(y + greenFromV * v + greenFromU * u), Saturated(y + redFromV * v)};
 }
 
 // Converts the even part and calls `put(row, column, pixel)` for each pixel.
@@ -45,11 +45,12 @@ void ConvertEvenPart(const I420Planes& source, std::int32_t width, std::int32_t 
     }
 }
 
-int ToBgr24(const I420Planes& source, std::uint8_t* bgr, std::ptrdiff_t step, std::int32_t width, std::int32_t height) {
+int ToBgr24(const I420Planes& source, std::uint8_t* bgr, std::ptrdiff_t stride, std::int32_t width,
+            std::int32_t height) {
     const int status = StatusOf(width, height, HasAllPlanes(source) && bgr != nullptr);
     if (HasEvenPart(status)) {
         ConvertEvenPart(source, width, height, [=](std::int32_t row, std::int32_t column, const Bgr& pixel) {
-            std::uint8_t* target = bgr + row * step + std::ptrdiff_t{3} * column;
+            std::uint8_t* target = bgr + row * stride + std::ptrdiff_t{3} * column;
             target[0] = pixel.blue;
             target[1] = pixel.green;
             target[2] = pixel.red;
@@ -62,24 +63,24 @@ int ToBgrPlanar(const I420Planes& source, const BgrPlanes& target, std::int32_t 
     const int status = StatusOf(width, height, HasAllPlanes(source) && HasAllPlanes(target));
     if (HasEvenPart(status)) {
         ConvertEvenPart(source, width, height, [&](std::int32_t row, std::int32_t column, const Bgr& pixel) {
-            const std::ptrdiff_t place = row * target.step + column;
-            target.blue[place] = pixel.blue;
-            target.green[place] = pixel.green;
-            target.red[place] = pixel.red;
+            const std::ptrdiff_t offset = row * target.stride + column;
+            target.blue[offset] = pixel.blue;
+            target.green[offset] = pixel.green;
+            target.red[offset] = pixel.red;
         });
     }
     return status;
 }
 
-int GreyToBgr24Rows(const std::uint8_t* grey, std::ptrdiff_t greyStep, std::uint8_t* bgr, std::ptrdiff_t step,
+int GreyToBgr24Rows(const std::uint8_t* grey, std::ptrdiff_t greyStride, std::uint8_t* bgr, std::ptrdiff_t stride,
                     std::int32_t width, std::int32_t height) {
     const int status = GreyStatusOf(width, height, grey != nullptr && bgr != nullptr);
     if (status != Status::Ok) {
         return status;
     }
     for (std::int32_t row = 0; row < height; ++row) {
-        const std::uint8_t* source = grey + row * greyStep;
-        std::uint8_t* target = bgr + row * step;
+        const std::uint8_t* source = grey + row * greyStride;
+        std::uint8_t* target = bgr + row * stride;
         for (std::int32_t column = 0; column < width; ++column, target += 3) {
             target[0] = target[1] = target[2] = source[column];
         }
@@ -87,12 +88,12 @@ int GreyToBgr24Rows(const std::uint8_t* grey, std::ptrdiff_t greyStep, std::uint
     return status;
 }
 
-bool RunsEverywhere() {
+bool AlwaysSupported() {
     return true;
 }
 
 }  // namespace
 
-constinit const Kernel scalarKernel = {"scalar", RunsEverywhere, ToBgr24, ToBgrPlanar, GreyToBgr24Rows};
+constinit const Kernel scalarKernel = {"scalar", AlwaysSupported, ToBgr24, ToBgrPlanar, GreyToBgr24Rows};
 
 }  // namespace image_transform::kernels
