@@ -20,6 +20,6 @@ LicencePlateHolder::~LicencePlateHolder() {
     try {
         sink->OnMayReleaseLicencePlate(nullptr, reading);
     } catch (...) {
-        // A destructor has nobody to tell.
+        // A destructor cannot report a failure.
     }
 }

@@ -18,10 +18,10 @@ namespace {
 
 constexpr double sameText = 0.001;
 constexpr double slowSpeed = 24.0;    // pixels per second
-constexpr double frameMargin = 0.1;   // of the frame's size, on every side
-constexpr double nearbyRadius = 0.3;  // of the frame's mean side
+constexpr double frameMargin = 0.1;   // of the frame's width or height, on each side
+constexpr double nearbyRadius = 0.3;  // of the mean of the frame's width and height
 
-// The text distance that is forgiven to a candidate, from Certain to Far.
+// The largest text distance that is accepted, for Certain, Nearby and Far.
 constexpr std::array<double, 3> acceptedDistance = {1e10, 0.65, 0.35};
 constexpr double largestDistance = 1.0;
 
@@ -46,7 +46,7 @@ CLicencePlateTracker::CLicencePlateTracker(ILicencePlateTrackerResultSink* sink,
     : lostTimeout_(lostTimeout), maximumTrackAge_(maximumTrackAge), readingsToReport_(readingsToReport), sink_(sink) {}
 
 void CLicencePlateTracker::ProcessPlates(const std::vector<LicencePlatePtr>& readings, std::uint64_t frameTime) {
-    // The readings that nobody has kept go at the end of the frame, however it ends.
+    // Readings that no track holds are released at the end of the frame, also when an exception ends it.
     const ClearOnExit<std::vector<Candidate>> clearing{pending_};
     Hold(readings);
     Match();
@@ -54,7 +54,7 @@ void CLicencePlateTracker::ProcessPlates(const std::vector<LicencePlatePtr>& rea
     FinishTracks(frameTime);
 }
 
-// On allocation failure no reading stays without a holder that will hand it back.
+// On allocation failure the readings that have no holder yet are released to the sink.
 void CLicencePlateTracker::Hold(const std::vector<LicencePlatePtr>& readings) {
     auto reading = readings.begin();
     try {
@@ -87,10 +87,10 @@ void CLicencePlateTracker::Match() {
     }
 }
 
-// Of the candidates that stand closest to the track the one whose text is closest, the first of equals; null when it is
-// not close enough.
+// Returns, of the candidates in the closest class, the one with the smallest text distance (the first of equals), or
+// null when that distance exceeds the class's limit.
 const CLicencePlateTracker::Candidate* CLicencePlateTracker::Choose(const CTrack& track) {
-    // Nothing is closer than a text that the track knows.
+    // No distance is smaller than that of a text that the track already has.
     for (const Candidate& candidate : pending_) {
         if (track.Knows(candidate.holder->reading->text)) {
             return &candidate;
@@ -109,7 +109,7 @@ const CLicencePlateTracker::Candidate* CLicencePlateTracker::Choose(const CTrack
     const double accepted = acceptedDistance[static_cast<std::size_t>(closest)];
     const auto isClosest = [&](const Candidate& candidate) { return candidate.closeness == closest; };
     if (accepted > largestDistance && std::count_if(pending_.begin(), pending_.end(), isClosest) == 1) {
-        return &*std::find_if(pending_.begin(), pending_.end(), isClosest);  // whatever its text
+        return &*std::find_if(pending_.begin(), pending_.end(), isClosest);  // regardless of its text
     }
     const Candidate* chosen = nullptr;
     double smallest = largestDistance;
@@ -125,10 +125,10 @@ const CLicencePlateTracker::Candidate* CLicencePlateTracker::Choose(const CTrack
     return smallest <= accepted ? chosen : nullptr;
 }
 
-// REQUIRES: the track does not know the candidate's text.
+// REQUIRES: the track does not have the candidate's text.
 CLicencePlateTracker::Closeness CLicencePlateTracker::ClosenessOf(const CTrack& track,
                                                                   const LicencePlateHolder& candidate) {
-    // Between texts of hundreds of units a difference may not count; those of plates are never compared here.
+    // Only texts of hundreds of characters can differ by so little; texts of plates are not compared here.
     const std::wstring& text = candidate.reading->text;
     if (track.DistanceLowerBound(text) < sameText && track.TextDistanceToUnknown(text) < sameText) {
         return Closeness::Certain;
@@ -149,7 +149,7 @@ CLicencePlateTracker::Closeness CLicencePlateTracker::ClosenessByPosition(const 
         return Closeness::Certain;
     }
 
-    // A square that wrapped below zero has no root, and no number is far.
+    // A sum that wrapped below zero has the root NaN, which compares as Nearby.
     const double distance = std::sqrt(WrappedSum(WrappedProduct(dy, dy), WrappedProduct(dx, dx)));
     const double radius =
         WrappedSum(static_cast<std::int32_t>(reading.frameWidth), static_cast<std::int32_t>(reading.frameHeight)) *
@@ -173,7 +173,7 @@ void CLicencePlateTracker::FinishTracks(std::uint64_t now) {
         const std::uint64_t lastTime = track.Last()->reading->timeStamp;
         bool ended = false;
 
-        // Differences are unsigned: a frame from before the track's time makes it old and lost at once.
+        // Differences are unsigned: a frame time before the track's times makes the track old and lost at once.
         if (track.Count() >= readingsToReport_ || now - track.First()->reading->timeStamp >= maximumTrackAge_) {
             Report(track, best, TrackReason::Complete);
         }
@@ -197,8 +197,8 @@ void CLicencePlateTracker::FinishTracks(std::uint64_t now) {
     }
 }
 
-// Only the first report of a track reaches the sink. A report that throws counts as made: it would throw in every frame
-// to come, and keep the younger tracks from being reported and removed.
+// Only the first report of a track reaches the sink. A report that throws counts as made; otherwise it could throw in
+// each later frame and prevent the reports and the removal of younger tracks.
 void CLicencePlateTracker::Report(CTrack& track, const LicencePlateHolderPtr& best, std::int32_t reason) {
     if (track.IsReported()) {
         return;
@@ -207,7 +207,7 @@ void CLicencePlateTracker::Report(CTrack& track, const LicencePlateHolderPtr& be
         try {
             sink_->OnResult(this, best->reading, track.ReadingsOf(best->reading->text), reason);
         } catch (...) {
-            // The sink reports its own failures; the tracker has nobody to tell.
+            // The sink reports its own failures.
         }
     }
     best->released = true;

@@ -1,4 +1,4 @@
-/// The tracker: which reading belongs to which vehicle, and when a vehicle is reported.
+/// The tracker: assigns readings to tracks, one per vehicle, and reports each track once.
 #pragma once
 
 #include <boost/shared_ptr.hpp>
@@ -9,11 +9,19 @@
 #include "tracker/licence_plate_tracker_interface.h"
 #include "tracker/track.h"
 
-/// One thread at a time, as its interface says.
+/// The rules, frame by frame:
+/// 1. Match. Tracks choose in order of age, each at most one reading. A reading is Certain when the track has its text
+///    or, with two readings or more, predicts the position within one plate width and two plate heights; else Nearby
+///    within 0.15 x (width + height) of the frame; else Far. A reading behind the track, seen in its direction of
+///    travel, is Certain by text only. Of the closest class that has readings, the one with the smallest normalised
+///    text distance is chosen if that distance is at most 0.65 (Nearby) or 0.35 (Far); for Certain there is no limit.
+/// 2. Each reading that no track chose starts a track.
+/// 3. Report and remove tracks, for the reasons in TrackReason.
+/// One thread at a time; the sink is called on that thread.
 class CLicencePlateTracker final : public ILicencePlateTracker {
   public:
-    /// `sink` is not owned and may be null; then nothing is reported to anybody. Times in milliseconds;
-    /// `readingsToReport` is the number of readings that completes a track.
+    /// `sink` is not owned and may be null; then there are no reports. Times are in milliseconds. A track is complete
+    /// with `readingsToReport` readings, or `maximumTrackAge` after its first reading.
     CLicencePlateTracker(ILicencePlateTrackerResultSink* sink, std::uint64_t lostTimeout, std::uint64_t maximumTrackAge,
                          std::uint64_t readingsToReport);
 
@@ -22,12 +30,12 @@ class CLicencePlateTracker final : public ILicencePlateTracker {
     void FinishAll() override;
 
   private:
-    /// How close a reading is to a track; the closest decide.
+    /// How close a reading is to a track. A track chooses among the readings of the closest class.
     enum class Closeness : std::uint8_t { Certain, Nearby, Far, Behind };
 
     struct Candidate {
         boost::shared_ptr<LicencePlateHolder> holder;
-        Closeness closeness;  // to the track in hand
+        Closeness closeness;  // to the track that chooses
     };
 
     void Hold(const std::vector<LicencePlatePtr>& readings);
@@ -46,5 +54,5 @@ class CLicencePlateTracker final : public ILicencePlateTracker {
     ILicencePlateTrackerResultSink* sink_;
     std::vector<boost::shared_ptr<CTrack>> tracks_;  // oldest first
     std::int32_t nextTrackId_ = 0;
-    std::vector<Candidate> pending_;  // of the frame in hand, and empty between frames
+    std::vector<Candidate> pending_;  // of the current frame; empty between frames
 };

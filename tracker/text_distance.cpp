@@ -7,9 +7,9 @@
 
 namespace {
 
-// One step of the longest common subsequence, for 64 places of the pattern and one unit of the other text, after
-// Crochemore, Iliopoulos, Pinzon and Reid (2001) in the form of Hyyro (2004). A zero in a row says that the subsequence
-// is longer by one from that place on. The carry connects the rows of neighbouring places.
+// One step of the bit-parallel longest common subsequence, for 64 positions of the pattern and one unit of the other
+// text, by Crochemore, Iliopoulos, Pinzon and Reid (2001) in the form of Hyyro (2004). A zero bit means that the
+// subsequence is longer by one from that position on. The carry connects neighbouring words.
 inline std::uint64_t NextRow(std::uint64_t row, std::uint64_t matches, bool& carry) {
     const std::uint64_t matched = row & matches;
     const std::uint64_t sum = row + matched;
@@ -42,7 +42,8 @@ TextPattern::TextPattern(const std::wstring& text) : pattern_(text) {
     firstRun_.Fill(pattern_.data(), std::min(pattern_.size(), UnitPlaces::capacity));
 }
 
-// With nothing but insertions and deletions, as a replacement costs one of each, what is not common is paid for.
+// A replacement costs as much as a deletion and an insertion, so the distance is 0.5 for each unit of either text that
+// is not in the longest common subsequence.
 double TextPattern::DistanceTo(const std::wstring& other) const {
     const std::size_t common = pattern_.size() <= UnitPlaces::capacity ? LongestCommonSubsequence(other)
                                                                        : LongestCommonSubsequenceInRuns(other);
@@ -58,7 +59,7 @@ std::size_t TextPattern::LongestCommonSubsequence(const std::wstring& other) con
     return ZerosBelow(pattern_.size(), row);
 }
 
-// Run after run of the pattern, each with the carries that the run before it had at every unit of the other text.
+// Processes the pattern in runs of 64, each with the carries of the previous run at each unit of the other text.
 std::size_t TextPattern::LongestCommonSubsequenceInRuns(const std::wstring& other) const {
     std::vector<bool> carries(other.size(), false);
     std::size_t common = 0;

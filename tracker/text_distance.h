@@ -1,4 +1,4 @@
-/// How far two plate texts are apart.
+/// The distance of two plate texts. A unit is one wchar_t.
 #pragma once
 
 #include <array>
@@ -6,24 +6,24 @@
 #include <cstdint>
 #include <string>
 
-/// Where each unit stands in a run of up to 64 units, as bits. One thread at a time fills it, any reads it.
+/// The positions of each unit in a run of up to 64 units, as a bit set. Any thread may read while none fills.
 class UnitPlaces {
   public:
     static constexpr std::size_t capacity = 64;
 
-    /// Forgets earlier units. REQUIRES: `count` is not above the capacity.
+    /// Replaces the contents. REQUIRES: `count` is at most the capacity.
     void Fill(const wchar_t* run, std::size_t count);
 
-    /// Bit n is set when the unit stands at place n. REQUIRES: filled.
+    /// Returns a set with bit n for each position n of the unit. REQUIRES: filled.
     std::uint64_t Of(wchar_t unit) const {
         const std::size_t index = numbers_[SlotOf(unit)];
         return index == 0 ? 0 : places_[index - 1];
     }
 
   private:
-    static constexpr std::size_t slotCount = 2 * capacity;  // a power of two that is never full
+    static constexpr std::size_t slotCount = 2 * capacity;  // a power of two; the hash table is at most half full
 
-    // The unit's slot, or the free one that it would take.
+    // Returns the slot of the unit, or the free slot for it.
     std::size_t SlotOf(wchar_t unit) const {
         std::size_t slot = static_cast<std::size_t>(unit) % slotCount;
         while (numbers_[slot] != 0 && units_[numbers_[slot] - std::size_t{1}] != unit) {
@@ -32,19 +32,19 @@ class UnitPlaces {
         return slot;
     }
 
-    std::array<std::uint8_t, slotCount> numbers_;  // 1 and up, of the different units; 0 for a free slot
+    std::array<std::uint8_t, slotCount> numbers_;  // 1-based numbers of the distinct units; 0 for a free slot
     std::array<wchar_t, capacity> units_;
     std::array<std::uint64_t, capacity> places_;
 };
 
-/// One text, made ready for being compared with many others. Any thread.
+/// A text prepared for comparison with many others. Any thread.
 class TextPattern {
   public:
-    /// The text must outlive the pattern and stay as it is.
+    /// The text is not copied: it must outlive the pattern and not change.
     explicit TextPattern(const std::wstring& text);
     explicit TextPattern(const std::wstring&& text) = delete;
 
-    /// The distance as TextDistance gives it.
+    /// Returns what TextDistance returns. Throws std::bad_alloc, if at all, for a pattern of more than 64 units.
     double DistanceTo(const std::wstring& other) const;
 
   private:
@@ -55,9 +55,9 @@ class TextPattern {
     UnitPlaces firstRun_;
 };
 
-/// Weighted Levenshtein distance: 0.5 to delete or insert a unit, 1.0 to replace one by another. Exact and
-/// case-sensitive, unit by unit. A multiple of 0.5, and at most half the sum of the lengths. Any thread.
+/// Returns the weighted Levenshtein distance: 0.5 for each insertion and deletion, 1.0 for each replacement, of units
+/// compared exactly (case-sensitive). It is a multiple of 0.5 and at most half the sum of the lengths. Any thread.
 double TextDistance(const std::wstring& first, const std::wstring& second);
 
-/// The least distance between two texts that are not the same.
+/// The smallest distance of two different texts.
 inline constexpr double minTextDistance = 0.5;

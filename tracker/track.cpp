@@ -14,7 +14,7 @@ using arithmetic::WrappedSum;
 
 namespace {
 
-constexpr double ignoredMovement = 2.0;  // pixels; less says nothing about the direction
+constexpr double ignoredMovement = 2.0;  // pixels; movements up to this do not change the direction
 
 std::int32_t FrameWidthOf(const LicencePlateHolder& holder) {
     return static_cast<std::int32_t>(holder.reading->frameWidth);
@@ -40,7 +40,7 @@ double ShareOf(double distance, std::size_t length) {
 }  // namespace
 
 void CTrack::Add(const LicencePlateHolderPtr& holder) {
-    BestByText::value_type& entry = AddText(holder->reading);  // may throw, and so comes first
+    BestByText::value_type& entry = AddText(holder->reading);  // first, because it may throw
     previous_ = std::move(last_);
     last_ = holder;
     if (count_ == 0) {
@@ -53,8 +53,8 @@ void CTrack::Add(const LicencePlateHolderPtr& holder) {
     ++count_;
 }
 
-// Puts the reading among those of its text, and the text among the others; on allocation failure neither. The entry of
-// a new text has no holder yet.
+// Adds the reading to those of its text, and the text to the texts; on allocation failure neither. The entry of a new
+// text has no holder yet.
 CTrack::BestByText::value_type& CTrack::AddText(const LicencePlatePtr& reading) {
     std::vector<LicencePlatePtr>& sameText = readingsByText_[reading->text];
     sameText.push_back(reading);
@@ -79,7 +79,8 @@ void CTrack::UpdateBest(BestByText::value_type& entry, const LicencePlateHolderP
     maxTextSize_ = std::max(maxTextSize_, reading->text.size());
 }
 
-// A plate comes in from a side and moves away from it; one that enters in the upper half moves down.
+// A plate that enters in the left or right third is assumed to move to the other side, and one that enters in the upper
+// or lower half to move down or up. This first direction is not normalised.
 void CTrack::SetInitialDirection(const LicencePlateHolder& holder) {
     const std::int32_t width = FrameWidthOf(holder);
     const std::int32_t height = FrameHeightOf(holder);
@@ -92,7 +93,7 @@ void CTrack::UpdateMotion() {
     const std::int32_t dy = WrappedDifference(last_->centreY, previous_->centreY);
     const double distance = std::sqrt(static_cast<double>(dx) * dx + static_cast<double>(dy) * dy);
     const double seconds = MillisecondsBetween(previous_->reading->timeStamp, last_->reading->timeStamp) / 1000.0;
-    // Equal times give infinity or no number; both stay and never count as slow.
+    // Equal times give infinity or NaN, which stays and never counts as slow.
     speed_ = smoothing_ * (distance / seconds) + (1.0 - smoothing_) * speed_;
 
     if (std::fabs(distance) > ignoredMovement) {
@@ -125,7 +126,7 @@ double CTrack::TextDistanceToUnknown(const std::wstring& text) const {
         if (longer == 0) {
             continue;  // two empty texts
         }
-        // Texts of one length differ by a replacement at least, others by an insertion for each further unit.
+        // Different texts of equal length differ by at least a replacement, others by an insertion per extra unit.
         const double least = shorter == longer ? 1.0 : 0.5 * static_cast<double>(longer - shorter);
         if (ShareOf(least, longer) < smallest) {
             smallest = std::min(smallest, ShareOf(pattern.DistanceTo(known), longer));

@@ -1,4 +1,4 @@
-/// One vehicle's readings, and where it is heading.
+/// A track: the readings of one vehicle, and its motion.
 #pragma once
 
 #include <boost/shared_ptr.hpp>
@@ -10,47 +10,50 @@
 
 #include "tracker/licence_plate_holder.h"
 
-/// A place in the picture, in pixels.
+/// A position in the frame, in pixels; it may be outside.
 struct PredictedPosition {
     std::int32_t x;
     std::int32_t y;
 };
 
-/// One thread at a time. A track that has taken a reading stays non-empty; the operations that say so need one.
+/// One thread at a time. A track never loses a reading.
 class CTrack {
   public:
     explicit CTrack(std::int64_t id) : id_(id) {}
-    CTrack(CTrack&&) = default;  // not copied: `best` points into a map
+    CTrack(CTrack&&) = default;  // no copies: `best_` points into a map
 
-    /// Takes a further reading. On allocation failure it throws std::bad_alloc and the track stays as it was.
-    /// REQUIRES: a holder with a reading.
+    /// Adds a reading. Updates the speed and the direction by exponential smoothing with factor 0.2; a movement of at
+    /// most 2 pixels leaves the direction unchanged. On allocation failure it throws std::bad_alloc and the track is
+    /// unchanged. REQUIRES: `holder` and its reading are not null.
     void Add(const LicencePlateHolderPtr& holder);
 
-    /// The smallest text distance between `text` and any text of the track, each divided by the longer length: 1 at
-    /// most, and 1 for a track without texts. Two empty texts count as nothing in common.
+    /// Returns the smallest normalised distance of `text` to a text of the track: TextDistance divided by the length of
+    /// the longer text, at most 1. It is 1 for an empty track; two empty texts have distance 1.
     double TextDistanceTo(const std::wstring& text) const;
 
-    /// Whether the distance is 0: the track has a reading of that text, which is not empty. A look into a map.
+    /// Returns true when the distance is 0: `text` is not empty and the track has a reading of it. Logarithmic in the
+    /// number of texts.
     bool Knows(const std::wstring& text) const;
 
-    /// No text that the track does not know has a smaller distance.
+    /// Returns a lower bound of TextDistanceTo(text) for a text that the track does not have.
     double DistanceLowerBound(const std::wstring& text) const;
 
-    /// TextDistanceTo without the look for that very text. REQUIRES: Knows(text) is false.
+    /// Returns TextDistanceTo(text) for a text that the track does not have. REQUIRES: Knows(text) is false.
     double TextDistanceToUnknown(const std::wstring& text) const;
 
-    /// The holder of the highest weight; among equals that of the smallest text. Empty for an empty track.
+    /// Returns the holder of the reading with the highest weight; of equal weights, the lexicographically smallest
+    /// text. Null for an empty track.
     const LicencePlateHolderPtr& Best() const { return best_ != nullptr ? best_->second : first_; }
 
-    /// The readings that have that text, in the order of their arrival. REQUIRES: a text that the track has.
+    /// Returns the readings of a text, in order of arrival. REQUIRES: the track has the text.
     const std::vector<LicencePlatePtr>& ReadingsOf(const std::wstring& text) const;
 
-    /// Linear extrapolation from the last two readings; the last one's place when there are no two, or when they have
-    /// the same time. REQUIRES: a reading.
+    /// Returns the position at a time in milliseconds, extrapolated linearly from the last two readings; the position
+    /// of the last one when there are not two or when their times are equal. REQUIRES: the track is not empty.
     PredictedPosition PredictAt(std::uint64_t time) const;
 
-    /// True when the candidate is not after the last reading in the direction of travel, by more than a margin.
-    /// REQUIRES: a reading.
+    /// Returns true when the candidate is ahead of the last reading in the direction of travel, or behind it by less
+    /// than a margin of 0.05 x (frame width + frame height). REQUIRES: the track is not empty.
     bool IsAhead(const LicencePlateHolder& candidate) const;
 
     std::uint64_t Count() const { return count_; }
@@ -80,6 +83,6 @@ class CTrack {
     double speed_ = 128.0;
     bool reported_ = false;
     double smoothing_ = 0.2;
-    const BestByText::value_type* best_ = nullptr;  // in the map, which never loses an entry
+    const BestByText::value_type* best_ = nullptr;  // points into bestByText_, which never loses an entry
     std::size_t maxTextSize_ = 0;
 };
