@@ -48,14 +48,14 @@ CLicencePlateTracker::CLicencePlateTracker(ILicencePlateTrackerResultSink* sink,
 void CLicencePlateTracker::ProcessPlates(const std::vector<LicencePlatePtr>& readings, std::uint64_t frameTime) {
     // Readings that no track holds are released at the end of the frame, also when an exception ends it.
     const ClearOnExit<std::vector<Candidate>> clearing{pending_};
-    Hold(readings);
+    CreateHolders(readings);
     Match();
     StartTracks();
     FinishTracks(frameTime);
 }
 
 // On allocation failure the readings that have no holder yet are released to the sink.
-void CLicencePlateTracker::Hold(const std::vector<LicencePlatePtr>& readings) {
+void CLicencePlateTracker::CreateHolders(const std::vector<LicencePlatePtr>& readings) {
     auto reading = readings.begin();
     try {
         pending_.reserve(readings.size());
@@ -66,7 +66,7 @@ void CLicencePlateTracker::Hold(const std::vector<LicencePlatePtr>& readings) {
         }
     } catch (...) {
         for (; reading != readings.end(); ++reading) {
-            const LicencePlateHolder handsBackAtOnce(*reading, sink_);
+            const LicencePlateHolder releasedAtOnce(*reading, sink_);
         }
         throw;
     }
@@ -78,7 +78,7 @@ void CLicencePlateTracker::Match() {
         if (pending_.empty()) {
             return;
         }
-        if (const Candidate* const chosen = Choose(*track)) {
+        if (const Candidate* const chosen = ChooseCandidate(*track)) {
             track->Add(chosen->holder);
             const LicencePlate* const taken = track->Last()->reading.get();
             std::erase_if(pending_,
@@ -89,10 +89,10 @@ void CLicencePlateTracker::Match() {
 
 // Returns, of the candidates in the closest class, the one with the smallest text distance (the first of equals), or
 // null when that distance exceeds the class's limit.
-const CLicencePlateTracker::Candidate* CLicencePlateTracker::Choose(const CTrack& track) {
+const CLicencePlateTracker::Candidate* CLicencePlateTracker::ChooseCandidate(const CTrack& track) {
     // No distance is smaller than that of a text that the track already has.
     for (const Candidate& candidate : pending_) {
-        if (track.Knows(candidate.holder->reading->text)) {
+        if (track.HasText(candidate.holder->reading->text)) {
             return &candidate;
         }
     }
@@ -115,7 +115,7 @@ const CLicencePlateTracker::Candidate* CLicencePlateTracker::Choose(const CTrack
     double smallest = largestDistance;
     for (const Candidate& candidate : pending_) {
         if (isClosest(candidate)) {
-            const double distance = track.TextDistanceToUnknown(candidate.holder->reading->text);
+            const double distance = track.TextDistanceToNewText(candidate.holder->reading->text);
             if (chosen == nullptr || distance < smallest) {
                 chosen = &candidate;
                 smallest = distance;
@@ -130,7 +130,7 @@ CLicencePlateTracker::Closeness CLicencePlateTracker::ClosenessOf(const CTrack& 
                                                                   const LicencePlateHolder& candidate) {
     // Only texts of hundreds of characters can differ by so little; texts of plates are not compared here.
     const std::wstring& text = candidate.reading->text;
-    if (track.DistanceLowerBound(text) < sameText && track.TextDistanceToUnknown(text) < sameText) {
+    if (track.DistanceLowerBound(text) < sameText && track.TextDistanceToNewText(text) < sameText) {
         return Closeness::Certain;
     }
     return track.IsAhead(candidate) ? ClosenessByPosition(track, candidate) : Closeness::Behind;

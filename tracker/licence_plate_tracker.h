@@ -38,9 +38,9 @@ class CLicencePlateTracker final : public ILicencePlateTracker {
         Closeness closeness;  // to the track that chooses
     };
 
-    void Hold(const std::vector<LicencePlatePtr>& readings);
+    void CreateHolders(const std::vector<LicencePlatePtr>& readings);
     void Match();
-    const Candidate* Choose(const CTrack& track);
+    const Candidate* ChooseCandidate(const CTrack& track);
     void StartTracks();
     void FinishTracks(std::uint64_t now);
     void Report(CTrack& track, const boost::shared_ptr<LicencePlateHolder>& best, std::int32_t reason);

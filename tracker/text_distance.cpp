@@ -18,35 +18,35 @@ inline std::uint64_t NextRow(std::uint64_t row, std::uint64_t matches, bool& car
     return carried | (row - matched);
 }
 
-std::size_t ZerosBelow(std::size_t place, std::uint64_t row) {
-    return place == 0 ? 0 : static_cast<std::size_t>(std::popcount(~row << (UnitPlaces::capacity - place)));
+std::size_t ZerosBelow(std::size_t position, std::uint64_t row) {
+    return position == 0 ? 0 : static_cast<std::size_t>(std::popcount(~row << (UnitPositions::capacity - position)));
 }
 
 }  // namespace
 
-void UnitPlaces::Fill(const wchar_t* run, std::size_t count) {
+void UnitPositions::Fill(const wchar_t* run, std::size_t count) {
     numbers_.fill(0);
-    std::uint8_t different = 0;
-    for (std::size_t place = 0; place < count; ++place) {
-        const std::size_t slot = SlotOf(run[place]);
+    std::uint8_t distinct = 0;
+    for (std::size_t position = 0; position < count; ++position) {
+        const std::size_t slot = SlotOf(run[position]);
         if (numbers_[slot] == 0) {
-            units_[different] = run[place];
-            places_[different] = 0;
-            numbers_[slot] = ++different;
+            units_[distinct] = run[position];
+            positions_[distinct] = 0;
+            numbers_[slot] = ++distinct;
         }
-        places_[numbers_[slot] - std::size_t{1}] |= std::uint64_t{1} << place;
+        positions_[numbers_[slot] - std::size_t{1}] |= std::uint64_t{1} << position;
     }
 }
 
 TextPattern::TextPattern(const std::wstring& text) : pattern_(text) {
-    firstRun_.Fill(pattern_.data(), std::min(pattern_.size(), UnitPlaces::capacity));
+    firstRun_.Fill(pattern_.data(), std::min(pattern_.size(), UnitPositions::capacity));
 }
 
 // A replacement costs as much as a deletion and an insertion, so the distance is 0.5 for each unit of either text that
 // is not in the longest common subsequence.
 double TextPattern::DistanceTo(const std::wstring& other) const {
-    const std::size_t common = pattern_.size() <= UnitPlaces::capacity ? LongestCommonSubsequence(other)
-                                                                       : LongestCommonSubsequenceInRuns(other);
+    const std::size_t common = pattern_.size() <= UnitPositions::capacity ? LongestCommonSubsequence(other)
+                                                                          : LongestCommonSubsequenceInRuns(other);
     return 0.5 * static_cast<double>(pattern_.size() + other.size() - 2 * common);
 }
 
@@ -63,9 +63,9 @@ std::size_t TextPattern::LongestCommonSubsequence(const std::wstring& other) con
 std::size_t TextPattern::LongestCommonSubsequenceInRuns(const std::wstring& other) const {
     std::vector<bool> carries(other.size(), false);
     std::size_t common = 0;
-    for (std::size_t begin = 0; begin < pattern_.size(); begin += UnitPlaces::capacity) {
-        const std::size_t count = std::min(pattern_.size() - begin, UnitPlaces::capacity);
-        UnitPlaces run;
+    for (std::size_t begin = 0; begin < pattern_.size(); begin += UnitPositions::capacity) {
+        const std::size_t count = std::min(pattern_.size() - begin, UnitPositions::capacity);
+        UnitPositions run;
         run.Fill(pattern_.data() + begin, count);
         std::uint64_t row = ~std::uint64_t{0};
         for (std::size_t column = 0; column < other.size(); ++column) {

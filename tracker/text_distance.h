@@ -7,7 +7,7 @@
 #include <string>
 
 /// The positions of each unit in a run of up to 64 units, as a bit set. Any thread may read while none fills.
-class UnitPlaces {
+class UnitPositions {
   public:
     static constexpr std::size_t capacity = 64;
 
@@ -17,7 +17,7 @@ class UnitPlaces {
     /// Returns a set with bit n for each position n of the unit. REQUIRES: filled.
     std::uint64_t Of(wchar_t unit) const {
         const std::size_t index = numbers_[SlotOf(unit)];
-        return index == 0 ? 0 : places_[index - 1];
+        return index == 0 ? 0 : positions_[index - 1];
     }
 
   private:
@@ -34,7 +34,7 @@ class UnitPlaces {
 
     std::array<std::uint8_t, slotCount> numbers_;  // 1-based numbers of the distinct units; 0 for a free slot
     std::array<wchar_t, capacity> units_;
-    std::array<std::uint64_t, capacity> places_;
+    std::array<std::uint64_t, capacity> positions_;
 };
 
 /// A text prepared for comparison with many others. Any thread.
@@ -52,7 +52,7 @@ class TextPattern {
     std::size_t LongestCommonSubsequenceInRuns(const std::wstring& other) const;
 
     const std::wstring& pattern_;
-    UnitPlaces firstRun_;
+    UnitPositions firstRun_;
 };
 
 /// Returns the weighted Levenshtein distance: 0.5 for each insertion and deletion, 1.0 for each replacement, of units

@@ -29,11 +29,11 @@ double MillisecondsBetween(std::uint64_t earlier, std::uint64_t later) {
     return static_cast<double>(later - earlier);
 }
 
-std::int32_t Extrapolated(std::int32_t last, std::int32_t before, double step, double ahead) {
+std::int32_t Extrapolate(std::int32_t last, std::int32_t before, double step, double ahead) {
     return Truncated(last + WrappedDifference(last, before) / step * ahead);
 }
 
-double ShareOf(double distance, std::size_t length) {
+double Normalised(double distance, std::size_t length) {
     return distance / static_cast<double>(length);
 }
 
@@ -106,30 +106,30 @@ void CTrack::UpdateMotion() {
 }
 
 double CTrack::TextDistanceTo(const std::wstring& text) const {
-    return Knows(text) ? 0.0 : TextDistanceToUnknown(text);
+    return HasText(text) ? 0.0 : TextDistanceToNewText(text);
 }
 
-bool CTrack::Knows(const std::wstring& text) const {
+bool CTrack::HasText(const std::wstring& text) const {
     return !text.empty() && bestByText_.contains(text);
 }
 
 double CTrack::DistanceLowerBound(const std::wstring& text) const {
-    return ShareOf(minTextDistance, std::max(maxTextSize_, text.size()));
+    return Normalised(minTextDistance, std::max(maxTextSize_, text.size()));
 }
 
-double CTrack::TextDistanceToUnknown(const std::wstring& text) const {
+double CTrack::TextDistanceToNewText(const std::wstring& text) const {
     const TextPattern pattern(text);
     double smallest = 1.0;
-    for (const auto& [known, holder] : bestByText_) {
-        const std::size_t longer = std::max(known.size(), text.size());
-        const std::size_t shorter = std::min(known.size(), text.size());
+    for (const auto& [ownText, holder] : bestByText_) {
+        const std::size_t longer = std::max(ownText.size(), text.size());
+        const std::size_t shorter = std::min(ownText.size(), text.size());
         if (longer == 0) {
             continue;  // two empty texts
         }
         // Different texts of equal length differ by at least a replacement, others by an insertion per extra unit.
         const double least = shorter == longer ? 1.0 : 0.5 * static_cast<double>(longer - shorter);
-        if (ShareOf(least, longer) < smallest) {
-            smallest = std::min(smallest, ShareOf(pattern.DistanceTo(known), longer));
+        if (Normalised(least, longer) < smallest) {
+            smallest = std::min(smallest, Normalised(pattern.DistanceTo(ownText), longer));
         }
     }
     return smallest;
@@ -144,8 +144,8 @@ PredictedPosition CTrack::PredictAt(std::uint64_t time) const {
     if (count_ > 1 && last_->reading->timeStamp != previous_->reading->timeStamp) {
         const double step = MillisecondsBetween(previous_->reading->timeStamp, last_->reading->timeStamp);
         const double ahead = MillisecondsBetween(last_->reading->timeStamp, time);
-        position.x = Extrapolated(last_->centreX, previous_->centreX, step, ahead);
-        position.y = Extrapolated(last_->centreY, previous_->centreY, step, ahead);
+        position.x = Extrapolate(last_->centreX, previous_->centreX, step, ahead);
+        position.y = Extrapolate(last_->centreY, previous_->centreY, step, ahead);
     }
     return position;
 }

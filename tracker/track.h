@@ -33,13 +33,13 @@ class CTrack {
 
     /// Returns true when the distance is 0: `text` is not empty and the track has a reading of it. Logarithmic in the
     /// number of texts.
-    bool Knows(const std::wstring& text) const;
+    bool HasText(const std::wstring& text) const;
 
     /// Returns a lower bound of TextDistanceTo(text) for a text that the track does not have.
     double DistanceLowerBound(const std::wstring& text) const;
 
-    /// Returns TextDistanceTo(text) for a text that the track does not have. REQUIRES: Knows(text) is false.
-    double TextDistanceToUnknown(const std::wstring& text) const;
+    /// Returns TextDistanceTo(text) for a text that the track does not have. REQUIRES: HasText(text) is false.
+    double TextDistanceToNewText(const std::wstring& text) const;
 
     /// Returns the holder of the reading with the highest weight; of equal weights, the lexicographically smallest
     /// text. Null for an empty track.

@@ -141,7 +141,7 @@ TEST(Track, TextDistanceIsThatOfALookAtEveryText) {
             smallestUnequal = each != read && share < smallestUnequal ? share : smallestUnequal;
         }
         ASSERT_EQ(track.TextDistanceTo(read), smallest) << "round " << round;
-        ASSERT_EQ(track.Knows(read), smallest == 0.0) << "round " << round;
+        ASSERT_EQ(track.HasText(read), smallest == 0.0) << "round " << round;
         if (!known.empty() && smallestUnequal < 1.0) {
             ASSERT_LE(track.DistanceLowerBound(read), smallestUnequal) << "round " << round;
         }
