@@ -28,7 +28,7 @@ using diagnostics::Compose;
 using OKM8::MFF::ICompositeBuffer;
 using platform::CallForeign;
 
-// Of the two overloads the one that buffers are asked by.
+// The overload of QueryContract that is called on buffers.
 constexpr void* (OKM8::IContract::*queryContract)(const char*) = &OKM8::IContract::QueryContract;
 
 constexpr std::uint32_t halfFrameMinimumWidth = 640;
@@ -40,12 +40,12 @@ constexpr std::int32_t engineInitFailureCode = 769;
 constexpr std::int32_t engineInitFailureLevel = 2;
 constexpr std::int32_t errorLevel = 3;
 
-// The buffer is the host's again, whatever its release throws.
+// Releases a buffer to the host. An exception from the host is ignored.
 void GiveBack(OKM8::MFF::IMultimediaBuffer* buffer) noexcept {
     try {
         CallForeign<&OKM8::MFF::IMultimediaBuffer::Release>(buffer);
     } catch (...) {
-        // There is nothing left to undo, and a destructor may be on the way.
+        // There is nothing to undo, and the caller may be a destructor.
     }
 }
 
@@ -62,7 +62,7 @@ BaseDetectorImpl::BaseDetectorImpl(OKM8::IContract* hostPeer, void* hostObject)
     BindSetting(SettingKey::AreaTop, &area.top);
     BindSetting(SettingKey::AreaRight, &area.right);
     BindSetting(SettingKey::AreaBottom, &area.bottom);
-    // The detector's own texts reach the host on allocation failure too.
+    // The detector's own error texts then need no allocation and reach the host even on allocation failure.
     for (std::string* const text : {&errorText, &reportedText_, &frameErrorText_}) {
         text->reserve(maxOwnErrorText);
     }
@@ -107,8 +107,8 @@ void BaseDetectorImpl::Destroy() {
 
 // Frames.
 
-// What belongs to the frame in hand, out of the way while the host may send further frames from inside OnFrameDone, or
-// apply settings: these have outcomes of their own, and are no part of the single call in hand.
+// Saves the state of the current frame during OnFrameDone, from inside which the host may send further frames or apply
+// settings: these have their own outcomes and are not part of the current single call.
 class BaseDetectorImpl::SetAside {
   public:
     explicit SetAside(BaseDetectorImpl& owner)
@@ -201,8 +201,8 @@ std::int32_t BaseDetectorImpl::ProcessInput(OKM8::MFF::IMultimediaBuffer* inputD
     if (!isHeld) {
         GiveBack(inputData);
     }
-    buffer.reset();         // the engine half may keep the frame longer
-    PublishFrameOutcome();  // a setter may have cleared it meanwhile, or a frame from inside OnFrameDone left its own
+    buffer.reset();         // Recognize may have kept a copy
+    PublishFrameOutcome();  // a setter or a frame sent from inside OnFrameDone may have changed the error state
     return frameOutcome_;
 }
 
@@ -266,7 +266,7 @@ PixelRect BaseDetectorImpl::GetDetectionRect() const {
 void BaseDetectorImpl::TakeSettings() {
     const platform::Lock lock(frameMutex);
     ClearError();
-    mustApply_ = true;  // a failure leaves half of it undone: the next frame tries again
+    mustApply_ = true;  // after a failure the next frame tries again
     try {
         RebuildTransforms();
         OnSettingsApplied();
@@ -278,11 +278,11 @@ void BaseDetectorImpl::TakeSettings() {
 
 void BaseDetectorImpl::RebuildTransforms() {
     using Deinterlacer = image_transform::ImageDeinterlacer<boost::gil::gray8_view_t>;
-    // Made before the chain changes: on allocation failure it stays as it was.
+    // Built first, so that the chain is unchanged on allocation failure.
     std::vector<boost::shared_ptr<image_transform::IImageTransform>> steps;
     if (IsHalved(width, height)) {
-        // The base's own chain. An engine half that wants another one replaces it in OnSettingsApplied, right after
-        // this; the one of this library does, so that its frames never meet this step.
+        // The chain of the base class. A derived class may replace it in OnSettingsApplied, which follows at once;
+        // VexlaneDetectorImpl does, so this step never processes its frames.
         steps.push_back(boost::make_shared<Deinterlacer>(halfFrameMinimumWidth, halfFrameMinimumHeight, false));
     }
     transformer.Replace(std::move(steps));
@@ -290,8 +290,8 @@ void BaseDetectorImpl::RebuildTransforms() {
 
 void BaseDetectorImpl::OnSettingsApplied() {}
 
-// What every setter and accessor of a named value does around its own action, which returns whether there is such a
-// value. Nothing gets out to the host: what throws on allocation failure counts as refused.
+// The common part of the setters and accessors of named values. `action` returns false when the value does not exist or
+// has another type. An exception (allocation failure) counts as a refusal and does not reach the host.
 template <class Action>
 std::int32_t BaseDetectorImpl::ReachValue(const char* valueName, Action action) noexcept {
     const platform::Lock lock(stateMutex_);
@@ -333,7 +333,7 @@ std::int32_t BaseDetectorImpl::SetFrameString(const char* valueName, const char*
     });
 }
 
-// The types that the interfaces' setters hand on.
+// The types of the interfaces' setters.
 template std::int32_t BaseDetectorImpl::SetBoundValue(const char*, const double&);
 template std::int32_t BaseDetectorImpl::SetBoundValue(const char*, const std::int32_t&);
 template std::int32_t BaseDetectorImpl::SetBoundValue(const char*, const bool&);
@@ -394,7 +394,7 @@ void BaseDetectorImpl::ClearError() noexcept {
     SetErrorLocked(OKM8::ErrorCode::None, "");
 }
 
-// On allocation failure, of a long text alone, the code comes without its text.
+// On allocation failure, which only a long text can cause, the code is set without the text.
 void BaseDetectorImpl::SetErrorLocked(std::int32_t code, const char* text) noexcept {
     errorCode = code;
     try {
@@ -464,7 +464,7 @@ std::string BaseDetectorImpl::GetDefaultFiguresKey() {
     return Compose("%1%.%2%", ownName, ownId);
 }
 
-// The two texts are the same with every standard library.
+// Not std::stoi, whose exception texts depend on the standard library.
 std::int32_t BaseDetectorImpl::GetIdNumber() {
     const std::string text = Bound(id);
     char* end = nullptr;

@@ -1,4 +1,4 @@
-/// The half of a detector that knows no engine: frames in, settings, error state, log and events.
+/// The engine-independent base class of a detector: frame intake, settings, error state, log and events.
 #pragma once
 
 #include <boost/shared_ptr.hpp>
@@ -19,10 +19,10 @@
 
 namespace plate_recognition {
 
-/// The frame as the transform chain and the engine see it.
+/// The frame that the transform chain and the engine process.
 using FrameImage = image_transform::ImageData;
 
-/// A part of the frame in percent of its size.
+/// A part of the frame, in percent of its width and height.
 struct PercentArea {
     std::int32_t left = 0;
     std::int32_t top = 0;
@@ -38,15 +38,15 @@ struct PixelRect {
     std::int32_t bottom;
 };
 
-/// Threads: the host calls from any thread. Frames and ApplySettings of one detector take `frameMutex`,
-/// which is recursive: a frame of a new size applies the settings, and the host may send a frame or apply settings from
-/// inside OnFrameDone. Setters and reads of the error state never take it; they and the frame path meet in
-/// `stateMutex_`, a leaf that is held for the copy of a value alone. The host is never called with it, so that these
-/// may be called from inside every operation of the host. Operations that say FRAME need the frame mutex, or a detector
-/// that no other thread uses.
+/// Threads: the host calls from any thread. Frames and ApplySettings of one detector hold `frameMutex`, which is
+/// recursive because a frame of a new size applies the settings, and because the host may send a frame or apply
+/// settings from inside OnFrameDone. Setters and reads of the error state never take it. They share `stateMutex_` with
+/// the frame path: a leaf that is held only to copy a value, and never during a call to the host, so the host may call
+/// them from inside any of its operations. Operations marked FRAME require that the caller holds the frame mutex or
+/// that no other thread uses the detector.
 ///
-/// Errors: every call from the host clears the error state; a failure leaves code and text there. Nothing is thrown to
-/// the host, but for what is no std::exception out of ApplySettings.
+/// Errors: every call from the host clears the error state; a failure sets its code and text. The only exception that
+/// can reach the host is one that is not derived from std::exception, from ApplySettings.
 class BaseDetectorImpl : public OKM8::Analytics::IDetector,
                          public ReceiverFace<BaseDetectorImpl>,
                          public SingleReceiverFace<BaseDetectorImpl>,
@@ -57,117 +57,122 @@ class BaseDetectorImpl : public OKM8::Analytics::IDetector,
     BaseDetectorImpl(const BaseDetectorImpl&) = delete;
     BaseDetectorImpl& operator=(const BaseDetectorImpl&) = delete;
 
-    // The first table, slot by slot; what stands here must stay in this order.
+    // The slots of the first virtual table; their order must not change.
 
     OKM8_OVERLOADS_IN_SLOT_ORDER(void* QueryContract(const char* contractName) override,
                                  void* QueryContract(const char* contractName) const override);
     void Destroy() override;
 
-    /// Called whenever the settings are applied, after RebuildTransforms. FRAME.
+    /// Called each time the settings are applied, after RebuildTransforms. A std::exception becomes the error. FRAME.
     virtual void OnSettingsApplied();
 
-    /// Reports to the host's log; to the debug output when the host has none, or when `errorCode` is -1, which stands
-    /// for no code. `level` goes to the log as it is. Any thread.
+    /// Writes a message to the host's log, or to the debug output when the host has no log or `errorCode` is -1 (no
+    /// code). `level` is passed to the log unchanged. Throws std::exception. Any thread.
     virtual void Log(const std::string& message, std::int32_t errorCode, std::int32_t level);
 
-    /// The setting "id" as a decimal number. Throws std::invalid_argument with "invalid stoi argument" when the text
-    /// does not begin with one, and std::out_of_range with "stoi argument out of range". Any thread.
+    /// Returns the setting "id" as a decimal number. Throws std::invalid_argument with "invalid stoi argument" when the
+    /// text does not begin with a number, and std::out_of_range with "stoi argument out of range". Any thread.
     virtual std::int32_t GetIdNumber();
 
-    /// Stores the frame's size in pixels and returns the effective height. FRAME.
+    /// Stores the frame's size in pixels. Returns the effective height: half the height, rounded down, if
+    /// IsHalfFrame(). FRAME.
     virtual std::uint32_t SetFrameSize(std::uint32_t frameWidth, std::uint32_t frameHeight);
 
-    /// SetFrameSize, then ApplySettings. FRAME.
+    /// Calls SetFrameSize, then ApplySettings. FRAME.
     virtual void SetFrameSizeAndApply(std::uint32_t frameWidth, std::uint32_t frameHeight);
 
-    /// Sets up the transform chain anew. FRAME.
+    /// Builds the transform chain for the current frame size and settings. Throws std::bad_alloc; then the chain is
+    /// unchanged. FRAME.
     virtual void RebuildTransforms();
 
-    /// The engine hook: reads one frame, which the chain has transformed. `buffer` may be kept beyond the call and
-    /// goes back to the host with its last copy. What it throws becomes the frame's error. FRAME.
+    /// The engine hook: recognises the plates of one frame that the chain has transformed. `buffer` may be kept after
+    /// the call; its last copy releases it to the host. An exception becomes the frame's error. FRAME.
     virtual void Recognize(FrameImage& frame, boost::shared_ptr<OKM8::MFF::ICompositeBuffer> buffer) = 0;
 
-    /// Whether the frame is handled at half its height: set, and at least 640 by 480. FRAME.
+    /// Returns true when "use_half_cadr" is on and the frame is at least 640 x 480 pixels. FRAME.
     virtual bool IsHalfFrame();
 
-    /// The frame path; returns the frame's error code. Owns the buffer, which may be null. Any thread.
+    /// Processes one frame and returns its error code: 0, or 1 with a text. Takes ownership of the buffer, which may be
+    /// null, and releases it. `frameDoneCallback` is not owned and may be null. Any thread.
     virtual std::int32_t ProcessInput(OKM8::MFF::IMultimediaBuffer* inputData, OKM8::IContract* frameDoneCallback);
 
-    /// What the framework's log lines begin with: "[NAME] ", and "[id:ID] " when there is an id. Any thread.
+    /// Returns the prefix of the log lines: "[NAME] ", followed by "[id:ID] " when there is an id. Any thread.
     virtual std::string GetLogPrefix();
 
-    /// Logs that the engine did not start on a device, which has a number or a name. Any thread.
+    /// Logs that the engine did not start on a device, given by number or name. Any thread.
     OKM8_OVERLOADS_IN_SLOT_ORDER(virtual void ReportEngineInitFailure(std::int32_t device, const std::string& info),
                                  virtual void ReportEngineInitFailure(const std::string& device,
                                                                       const std::string& info));
 
-    /// Logs the text when `code` is not 0, and returns whether it did. Any thread.
+    /// Logs the text, which may be null, when `code` is not 0. Returns true when it did. Any thread.
     virtual bool LogError(const char* text, std::int32_t code);
 
-    /// "NAME.ID". Any thread.
+    /// Returns "NAME.ID", from the settings "name" and "id". Any thread.
     virtual std::string GetDefaultFiguresKey();
 
-    /// The values of this single call. Each returns 0, or 2816 when there is no such value or it is of another type;
-    /// then `value` stays as it was. Any thread.
+    /// Read a value of the current single call. Each returns 0, or 2816 when the value does not exist or has another
+    /// type; then `value` is unchanged. Any thread.
     virtual std::int32_t GetFrameString(const char* valueName, std::string& value);
     virtual std::int32_t GetFrameDouble(const char* valueName, double& value);
     virtual std::int32_t GetFrameInt(const char* valueName, std::int32_t& value);
     virtual std::int32_t GetFrameBool(const char* valueName, bool& value);
-    /// A text in place, valid until it is replaced or the values are emptied.
+    /// Sets `value` to the stored text, which is valid until it is replaced or EndSingleCall.
     virtual std::int32_t GetFrameText(const char* valueName, const char*& value);
 
-    /// Begins a call with an area of its own. FRAME.
+    /// Begins a single call with its own area, in percent of the frame. FRAME.
     virtual void BeginSingleCall(const OKM8::FrameArea& callArea);
 
-    /// Ends it: its values go, its area stays known to plate events. FRAME.
+    /// Ends a single call: clears its values. Plate events still use its area. FRAME.
     virtual void EndSingleCall();
 
     // End of the first table of this class.
 
-    /// The part of the frame to look at, in pixels of the effective height: the single call's area, or the configured
-    /// one, or all of it. FRAME.
+    /// Returns the region of interest in pixels, vertically of the effective height: the area of the single call, else
+    /// the configured area, else the whole frame. Not clipped to the frame. FRAME.
     PixelRect GetDetectionRect() const;
 
-    /// Prepares an event: a target list, a raiser and its arguments. False when the host does not give one of them; a
-    /// raiser that exists is then discarded. `image` may be null. FRAME.
+    /// Prepares an event: gets a target list, a raiser and its arguments from the host, which owns them. Returns false,
+    /// with the error set, when one of them is null; a raiser is then discarded. `timeMs` is in milliseconds since
+    /// 1970, and `image` may be null. Throws what the host throws. FRAME.
     bool PrepareEvent(const std::string& eventName, std::int64_t timeMs, OKM8::IContract* image,
                       OKM8::Analytics::ITargetEnumeratorAdjuster** targets,
                       OKM8::Analytics::IDetectorEventRaiser** raiser);
 
-    /// Prepares an event of the present time with one empty target. The caller fills the target and raises. FRAME.
+    /// Prepares an event of the current time (UTC) with one empty target, like PrepareEvent. The caller fills the
+    /// target and then calls Raise or Discard on the raiser. FRAME.
     bool CreateEventWithTarget(const std::string& eventName, OKM8::Analytics::ITargetAdjuster** target,
                                OKM8::Analytics::IDetectorEventRaiser** raiser);
 
-    /// The same for an event of a given time.
+    /// The same for an event at `timeMs`.
     bool CreateEventWithTarget(const std::string& eventName, std::int64_t timeMs,
                                OKM8::Analytics::ITargetAdjuster** target,
                                OKM8::Analytics::IDetectorEventRaiser** raiser);
 
-    /// Raises "DEBUG_FIGURES" with 32 bytes of figures, under that key or the default one. FRAME.
+    /// Raises "DEBUG_FIGURES" with 32 bytes of figures. An empty key stands for GetDefaultFiguresKey(). FRAME.
     void RaiseDebugFigures(const void* figures, const std::string& figuresKey);
 
   protected:
-    /// Both objects are the host's and outlive the detector; neither is null.
+    /// Neither object is null. The host owns both, and they must outlive the detector.
     BaseDetectorImpl(OKM8::IContract* hostPeer, void* hostObject);
     ~BaseDetectorImpl();
 
-    /// Sets the error state to code 1 and that text; the frame call returns 1. Returns false. FRAME.
+    /// Sets the error state to code 1 and the text, so that the frame call returns 1. Returns false. FRAME.
     bool Fail(const char* text) noexcept;
 
-    /// Binds a setting's name to a member. Construction alone.
+    /// Binds a setting's name to a member. Called only by constructors.
     template <class Value>
     void BindSetting(const char* settingName, Value* member) {
         settings.Bind(settingName, member);
     }
 
-    /// A copy of a bound member. Any thread.
+    /// Returns a copy of a bound member. Any thread.
     template <class Value>
     Value Bound(const Value& member) const {
         const platform::Lock lock(stateMutex_);
         return member;
     }
 
-    /// Copies of several bound members, as they stand together. Any thread.
+    /// Returns copies of several bound members, taken at one time. Any thread.
     template <class First, class Second, class... More>
     std::tuple<First, Second, More...> Bound(const First& first, const Second& second, const More&... more) const {
         const platform::Lock lock(stateMutex_);
@@ -176,10 +181,10 @@ class BaseDetectorImpl : public OKM8::Analytics::IDetector,
 
     OKM8::Analytics::IDetectorPeer* detectorPeer;
     OKM8::IHost* host;
-    std::uint32_t width = 0;  // of the last frame, in pixels; guarded by frameMutex, as all that says nothing else
+    std::uint32_t width = 0;  // of the last frame, in pixels; guarded by frameMutex like all members without a note
     std::uint32_t effectiveHeight = 0;
     std::uint32_t height = 0;
-    bool useArea = false;  // bound, as all members of BindSetting: guarded by stateMutex_
+    bool useArea = false;  // bound: set through BindSetting and guarded by stateMutex_
     PercentArea area;      // bound
     image_transform::ImageTransformer transformer;
     std::string id;    // bound
@@ -187,17 +192,17 @@ class BaseDetectorImpl : public OKM8::Analytics::IDetector,
     platform::RecursiveMutex frameMutex;
     std::int32_t errorCode VEXLANE_GUARDED_BY(stateMutex_) = 0;
     std::string errorText VEXLANE_GUARDED_BY(stateMutex_);
-    BoundSettings settings;  // filled by construction, then only read; its members guarded by stateMutex_
+    BoundSettings settings;  // constant after construction; stateMutex_ guards the bound members
     FreeValues frameValues VEXLANE_GUARDED_BY(stateMutex_);
     bool halfFrame = false;  // bound
     std::uint64_t lastTimeStamp = 0;
-    bool holdFrame = false;  // set by Recognize to keep OnFrameDone from being called
+    bool holdFrame = false;  // set by Recognize to suppress OnFrameDone
     OKM8::ILogger* logger = nullptr;
     bool inSingleCall = false;
     bool singleAreaValid = false;
     bool singleAreaActive = false;
     PercentArea singleArea;
-    bool singleCallFlag = false;  // cleared after each single call, and nothing else
+    bool singleCallFlag = false;  // only cleared, after each single call
 
   private:
     friend ReceiverFace<BaseDetectorImpl>;
@@ -233,9 +238,9 @@ class BaseDetectorImpl : public OKM8::Analytics::IDetector,
     std::int32_t ReachValue(const char* valueName, Action action) noexcept;
 
     mutable platform::Mutex stateMutex_;
-    std::string reportedText_ VEXLANE_GUARDED_BY(stateMutex_);  // what GetErrorMessage points into
-    bool mustApply_ = false;  // the settings could not be applied, so that the chain may not be what the engine needs
-    // Of the frame in hand, whatever setters do to the error state meanwhile.
+    std::string reportedText_ VEXLANE_GUARDED_BY(stateMutex_);  // GetErrorMessage returns a pointer into it
+    bool mustApply_ = false;  // applying the settings failed, so the chain may not be the one that the engine needs
+    // The result of the current frame, which setters do not change.
     std::int32_t frameOutcome_ = 0;
     std::string frameErrorText_;
 };

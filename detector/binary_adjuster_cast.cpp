@@ -8,7 +8,7 @@ namespace plate_recognition {
 
 OKM8::IBinaryAdjuster* BinaryAdjusterOf(OKM8::Analytics::ITargetAdjuster* target) {
 #if defined(_WIN32) && !defined(_MSC_VER)
-    // The host's compiler need not be of this one's family; dynamic_cast reads the records of its own alone.
+    // dynamic_cast reads only the type records of its own compiler family; the host may use the other one.
     if (target == nullptr) {
         return nullptr;
     }

@@ -5,7 +5,8 @@
 
 namespace plate_recognition {
 
-/// Null when the target is null or its object has no such base. The answer is part of the target. Any thread.
+/// Casts a target to IBinaryAdjuster. Returns null when the target is null or its object has no such base. The result
+/// is part of the target's object. Any thread.
 OKM8::IBinaryAdjuster* BinaryAdjusterOf(OKM8::Analytics::ITargetAdjuster* target);
 
 }  // namespace plate_recognition

@@ -15,7 +15,7 @@ using boost::posix_time::ptime;
 
 constexpr std::int64_t microsecondsPerMillisecond = 1000;
 
-// The date library's numbers for its special values.
+// The numbers that the date library uses for its special values.
 constexpr std::int64_t plusInfinity = std::numeric_limits<std::int64_t>::max();
 constexpr std::int64_t noDateTime = plusInfinity - 1;
 constexpr std::int64_t minusInfinity = std::numeric_limits<std::int64_t>::min();
@@ -55,7 +55,7 @@ std::int64_t MillisecondsOf(const ptime& time) {
     if (time.is_not_a_date_time()) {
         return noDateTime;
     }
-    // The library's own difference overflows where this one wraps.
+    // The library's own subtraction would overflow; this one wraps.
     return static_cast<std::int64_t>(static_cast<std::uint64_t>(TicksOf(time)) -
                                      std::uint64_t{OKM8::Analytics::TrackTimeEpoch}) /
            microsecondsPerMillisecond;
@@ -73,7 +73,7 @@ ptime DateTimeOfMicroseconds(std::int64_t microseconds) {
     if (IsSpecial(microseconds)) {
         return DateTimeOfTicks(microseconds);
     }
-    // The library's own sum overflows where this one wraps.
+    // The library's own addition would overflow; this one wraps.
     return DateTimeOfTicks(static_cast<std::int64_t>(std::uint64_t{OKM8::Analytics::TrackTimeEpoch} +
                                                      static_cast<std::uint64_t>(microseconds)));
 }

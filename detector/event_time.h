@@ -6,14 +6,15 @@
 
 namespace plate_recognition {
 
-/// The present as UTC, and as local time; microseconds are cut toward zero.
+/// Return the current time in UTC and in local time; microseconds are truncated toward zero.
 std::int64_t CurrentUtcMilliseconds();
 std::int64_t CurrentLocalMilliseconds();
 
-/// The milliseconds of a date-time; a special value (no date-time, plus and minus infinity) gives its own number.
+/// Returns the milliseconds of a date-time, truncated toward zero. A special value (not-a-date-time, plus and minus
+/// infinity) gives the number that the date library uses for it.
 std::int64_t MillisecondsOf(const boost::posix_time::ptime& time);
 
-/// The way back: the number of a special value gives that value. Beyond 64 bits of microseconds it wraps; never throws.
+/// The inverse: the number of a special value gives that value. Wraps at 64 bits of microseconds; never throws.
 boost::posix_time::ptime DateTimeOfMilliseconds(std::int64_t milliseconds);
 
 /// The same from microseconds.

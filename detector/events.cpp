@@ -1,4 +1,4 @@
-// How a detector raises events: every object comes from the host, is filled in, and goes back with the event.
+// Raising events: every object comes from the host, is filled in, and is returned to it with the event.
 
 #include "detector/base_detector_impl.h"
 #include "detector/binary_adjuster_cast.h"
@@ -25,7 +25,7 @@ constexpr std::int32_t raiserKind = 3;
 constexpr std::int32_t targetReserved = 0;
 constexpr std::uint32_t figuresSize = 32;
 
-// Ends the raiser of an event that will not be raised; nobody touches it again.
+// Discards the raiser of an event that is not raised, and sets it to null so that it is not used again.
 void GiveUp(IDetectorEventRaiser** raiser) {
     IDetectorEventRaiser* const given = *raiser;
     *raiser = nullptr;

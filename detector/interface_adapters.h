@@ -1,8 +1,9 @@
-/// The secondary interfaces of a detector, each handing its operations on to the detector that it is part of.
+/// Adapters for the secondary interfaces of a detector. Each forwards its operations to the detector that derives from
+/// it.
 ///
-/// A class that overrides an operation of a later base gets a further slot for it in its own first table on one ABI and
-/// none on the other. Overridden here, the operations leave the detector's first table alone; and two interfaces may
-/// have setters of the same names.
+/// In the Itanium ABI a class that overrides an operation of a later base gets a slot for it in its own first table; in
+/// the Microsoft ABI it does not. Because the adapters override the operations, the detector's first table is the same
+/// in both. They also allow two interfaces to have setters of the same names.
 #pragma once
 
 #include <cstdint>

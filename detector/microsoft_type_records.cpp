@@ -8,12 +8,12 @@ namespace plate_recognition {
 
 namespace {
 
-// As the compiler writes them. An offset counts from the beginning of the image, unless it says something else.
+// The records as the compiler writes them. Offsets are relative to the beginning of the image unless noted otherwise.
 
 struct ObjectLocator {
     std::uint32_t signature;
     std::uint32_t tableOffset;         // of the table pointer in the complete object
-    std::uint32_t displacementOffset;  // how far in front of the table pointer a displacement stands; 0 for none
+    std::uint32_t displacementOffset;  // how far before the table pointer the displacement is; 0 for none
     std::uint32_t type;
     std::uint32_t hierarchy;
     std::uint32_t self;
@@ -23,16 +23,16 @@ static_assert(sizeof(ObjectLocator) == 24);
 struct ClassHierarchy {
     std::uint32_t signature;
     std::uint32_t attributes;
-    std::uint32_t baseCount;  // the class itself is the first
+    std::uint32_t baseCount;  // including the class itself, which is first
     std::uint32_t bases;      // offsets of BaseClass records, depth first
 };
 static_assert(sizeof(ClassHierarchy) == 16);
 
 struct BaseClass {
     std::uint32_t type;
-    std::uint32_t containedCount;  // the records after this one that are bases of it
+    std::uint32_t containedCount;  // the number of following records that are bases of this one
     std::int32_t memberOffset;
-    std::int32_t baseTablePointer;  // in the object; negative for a base that is part of no virtual one
+    std::int32_t baseTablePointer;  // in the object; negative for a base that is not part of a virtual base
     std::int32_t baseTableEntry;
     std::uint32_t attributes;
     std::uint32_t hierarchy;
@@ -40,10 +40,10 @@ struct BaseClass {
 static_assert(sizeof(BaseClass) == 28);
 
 constexpr std::uint32_t locatorSignature = 1;
-constexpr std::uint32_t notVisible = 1;  // a base that is not public, or a part of one
+constexpr std::uint32_t notVisible = 1;  // a non-public base, or a part of one
 constexpr std::uint32_t ambiguous = 2;
 
-// A class of more bases than this is taken for a damaged record.
+// A record with more bases than this counts as damaged.
 constexpr std::uint32_t maxBases = 4096;
 
 constexpr std::size_t imageAlignment = 0x10000;
@@ -67,7 +67,7 @@ const void* TypeRecordOf(const void* object) {
 
 class Image {
   public:
-    // Empty unless the locator leads back to the beginning of an image that holds it.
+    // Empty unless the locator's offset leads to the beginning of an image that contains the locator.
     explicit Image(const void* locatorAddress) {
         const auto* const inside = static_cast<const char*>(locatorAddress);
         const auto offset = Load<ObjectLocator>(inside).self;
@@ -102,12 +102,12 @@ class Image {
         return true;
     }
 
-    // Larger than the image for what stands in front of it.
+    // Wraps to an offset beyond the image for an address before it.
     std::uint64_t OffsetOf(const void* address) const {
         return reinterpret_cast<std::uintptr_t>(address) - reinterpret_cast<std::uintptr_t>(begin_);
     }
 
-    // Whether a type descriptor stands there that names a class so, whatever key it was declared with.
+    // Returns true for the type descriptor of a class of that name, declared with either class key.
     bool NamesClass(std::uint32_t descriptor, const char* name) const {
         constexpr std::size_t nameOffset = 2 * sizeof(void*);
         constexpr char prefix[] = {'.', '?', 'A'};
@@ -128,7 +128,7 @@ class Image {
     std::uint64_t size_ = 0;
 };
 
-// Where a base stands in its object; null when its table of virtual bases is not one of the image.
+// Returns the address of a base in its object; null when its table of virtual bases is not in the image.
 char* AddressOf(const BaseClass& base, const Image& image, char* complete) {
     std::ptrdiff_t offset = base.memberOffset;
     if (base.baseTablePointer >= 0) {
@@ -146,7 +146,7 @@ char* AddressOf(const BaseClass& base, const Image& image, char* complete) {
 char* CompleteObject(const ObjectLocator& locator, char* part) {
     char* complete = part - locator.tableOffset;
     if (locator.displacementOffset != 0) {
-        // Not zero while the object is being made.
+        // Not zero during construction.
         complete -= Load<std::int32_t>(part - locator.displacementOffset);
     }
     return complete;
@@ -162,7 +162,7 @@ TypeRecordKind TypeRecordKindOf(const void* object) {
     if (Load<std::uint32_t>(record) == locatorSignature) {
         return Image(record) ? TypeRecordKind::Microsoft : TypeRecordKind::None;
     }
-    // It begins with the pointer to its own class's table.
+    // A std::type_info begins with the pointer to its own virtual table.
     const auto table = Load<std::uintptr_t>(record);
     return table != 0 && table % alignof(void*) == 0 ? TypeRecordKind::Itanium : TypeRecordKind::None;
 }
@@ -181,7 +181,7 @@ void* CastByMicrosoftRecords(void* object, const char* source, const char* wante
     bool foundIsPublic = false;
     bool sourceIsKnown = false;
     bool sourceIsPublic = false;
-    std::uint32_t hiddenUntil = 0;  // the records in front of it are parts of a base that is not public
+    std::uint32_t hiddenUntil = 0;  // records before this index are parts of a non-public base
     for (std::uint32_t index = 0; index < hierarchy.baseCount; ++index) {
         std::uint32_t offset = 0;
         BaseClass base;

@@ -1,4 +1,4 @@
-/// The two stores of named values.
+/// The two stores of named values: settings bound to members, and values of a single call.
 #pragma once
 
 #include <boost/any.hpp>
@@ -7,7 +7,7 @@
 
 namespace plate_recognition {
 
-/// Names bound to members of a detector: each value holds a bool*, an int* or a std::string*. Not locked.
+/// Setting names bound to members of a detector of type bool, int or std::string. Not locked: the caller serialises.
 class BoundSettings {
   public:
     /// `member` is not owned and must outlive the table.
@@ -16,8 +16,8 @@ class BoundSettings {
         members_[name] = member;
     }
 
-    /// Writes the value into the bound member; false, and nothing is changed, when the name is unknown or bound to a
-    /// member of another type.
+    /// Writes the value to the bound member. Returns false, and changes nothing, when the name is unknown or bound to a
+    /// member of another type. May throw std::bad_alloc.
     template <class Value>
     bool Write(const std::string& name, const Value& value) {
         const auto found = members_.find(name);
@@ -36,16 +36,16 @@ class BoundSettings {
     std::map<std::string, boost::any> members_;
 };
 
-/// Free values under any name: std::string, double, int or bool. Not locked.
+/// Values of type std::string, double, int or bool under any name. Not locked: the caller serialises.
 class FreeValues {
   public:
-    /// Replaces an earlier value of the name, whatever its type.
+    /// Stores a value; an earlier value of that name is replaced, regardless of its type. May throw std::bad_alloc.
     template <class Value>
     void Write(const std::string& name, const Value& value) {
         values_[name] = value;
     }
 
-    /// The value, or null when there is none or it is of another type. Valid until it is replaced or emptied.
+    /// Returns the value, or null when there is none or it has another type. Valid until it is replaced or cleared.
     template <class Value>
     const Value* Read(const std::string& name) const {
         const auto found = values_.find(name);
