@@ -41,7 +41,7 @@ constexpr std::int32_t engineInitFailureLevel = 2;
 constexpr std::int32_t errorLevel = 3;
 
 // Releases a buffer to the host. An exception from the host is ignored.
-void GiveBack(OKM8::MFF::IMultimediaBuffer* buffer) noexcept {
+void ReleaseBuffer(OKM8::MFF::IMultimediaBuffer* buffer) noexcept {
     try {
         CallForeign<&OKM8::MFF::IMultimediaBuffer::Release>(buffer);
     } catch (...) {
@@ -75,23 +75,24 @@ void* BaseDetectorImpl::QueryContract(const char* contractName) {
     if (contractName == nullptr) {
         return nullptr;
     }
-    const auto isAsked = [contractName](const char* known) { return std::strcmp(contractName, known) == 0; };
-    if (isAsked(ContractName::IContract) || isAsked(ContractName::IDestroyable) || isAsked(ContractName::IDetector)) {
+    const auto isRequested = [contractName](const char* known) { return std::strcmp(contractName, known) == 0; };
+    if (isRequested(ContractName::IContract) || isRequested(ContractName::IDestroyable) ||
+        isRequested(ContractName::IDetector)) {
         return static_cast<OKM8::Analytics::IDetector*>(this);
     }
-    if (isAsked(ContractName::IMediaReceiver)) {
+    if (isRequested(ContractName::IMediaReceiver)) {
         return static_cast<OKM8::Analytics::IMediaReceiver*>(this);
     }
-    if (isAsked(ContractName::IMediaReceiverSingle) || isAsked(ContractName::IMediaReceiverSingle2)) {
+    if (isRequested(ContractName::IMediaReceiverSingle) || isRequested(ContractName::IMediaReceiverSingle2)) {
         return static_cast<OKM8::Analytics::IMediaReceiverSingle2*>(this);
     }
-    if (isAsked(ContractName::IAsyncAdjuster)) {
+    if (isRequested(ContractName::IAsyncAdjuster)) {
         return static_cast<OKM8::IAsyncAdjuster*>(this);
     }
-    if (isAsked(ContractName::IErrorInfoProvider)) {
+    if (isRequested(ContractName::IErrorInfoProvider)) {
         return static_cast<OKM8::IErrorInfoProvider*>(this);
     }
-    if (isAsked(ContractName::IMediaReceiverController)) {
+    if (isRequested(ContractName::IMediaReceiverController)) {
         return static_cast<OKM8::Analytics::IMediaReceiverController*>(this);
     }
     return nullptr;
@@ -109,9 +110,9 @@ void BaseDetectorImpl::Destroy() {
 
 // Saves the state of the current frame during OnFrameDone, from inside which the host may send further frames or apply
 // settings: these have their own outcomes and are not part of the current single call.
-class BaseDetectorImpl::SetAside {
+class BaseDetectorImpl::SavedFrameState {
   public:
-    explicit SetAside(BaseDetectorImpl& owner)
+    explicit SavedFrameState(BaseDetectorImpl& owner)
         : detector_(owner),
           outcome_(std::exchange(owner.frameOutcome_, OKM8::ErrorCode::None)),
           isInSingleCall_(std::exchange(owner.inSingleCall, false)),
@@ -120,7 +121,7 @@ class BaseDetectorImpl::SetAside {
             errorText_.swap(owner.frameErrorText_);
         }
     }
-    ~SetAside() {
+    ~SavedFrameState() {
         detector_.frameOutcome_ = outcome_;
         detector_.inSingleCall = isInSingleCall_;
         detector_.singleAreaActive = isSingleAreaActive_;
@@ -128,8 +129,8 @@ class BaseDetectorImpl::SetAside {
             errorText_.swap(detector_.frameErrorText_);
         }
     }
-    SetAside(const SetAside&) = delete;
-    SetAside& operator=(const SetAside&) = delete;
+    SavedFrameState(const SavedFrameState&) = delete;
+    SavedFrameState& operator=(const SavedFrameState&) = delete;
 
   private:
     BaseDetectorImpl& detector_;
@@ -188,7 +189,7 @@ std::int32_t BaseDetectorImpl::ProcessInput(OKM8::MFF::IMultimediaBuffer* inputD
             static_cast<ICompositeBuffer*>(CallForeign<queryContract>(inputData, ContractName::ICompositeBuffer));
         if (composite != nullptr) {
             isHeld = true;
-            buffer.reset(composite, [](OKM8::MFF::ICompositeBuffer* released) { GiveBack(released); });
+            buffer.reset(composite, [](OKM8::MFF::ICompositeBuffer* released) { ReleaseBuffer(released); });
             HandleFrame(inputData, buffer, frameDoneCallback);
         } else {
             Fail("inputData is not an ICompositeBuffer");
@@ -199,7 +200,7 @@ std::int32_t BaseDetectorImpl::ProcessInput(OKM8::MFF::IMultimediaBuffer* inputD
         Fail("Image processing exception");
     }
     if (!isHeld) {
-        GiveBack(inputData);
+        ReleaseBuffer(inputData);
     }
     buffer.reset();         // Recognize may have kept a copy
     PublishFrameOutcome();  // a setter or a frame sent from inside OnFrameDone may have changed the error state
@@ -223,7 +224,7 @@ void BaseDetectorImpl::HandleFrame(OKM8::MFF::IMultimediaBuffer* inputData,
     Recognize(frame, buffer);
     if (!holdFrame && frameDoneCallback != nullptr) {
         using OKM8::MFF::IFrameDoneCallback;
-        const SetAside frameInHand(*this);
+        const SavedFrameState saved(*this);
         CallForeign<&IFrameDoneCallback::OnFrameDone>(static_cast<IFrameDoneCallback*>(frameDoneCallback), inputData);
     }
     lastTimeStamp = CallForeign<&ICompositeBuffer::GetTimeStamp>(buffer.get());
@@ -263,7 +264,7 @@ PixelRect BaseDetectorImpl::GetDetectionRect() const {
 
 // Settings.
 
-void BaseDetectorImpl::TakeSettings() {
+void BaseDetectorImpl::ApplyBoundSettings() {
     const platform::Lock lock(frameMutex);
     ClearError();
     mustApply_ = true;  // after a failure the next frame tries again
@@ -293,16 +294,16 @@ void BaseDetectorImpl::OnSettingsApplied() {}
 // The common part of the setters and accessors of named values. `action` returns false when the value does not exist or
 // has another type. An exception (allocation failure) counts as a refusal and does not reach the host.
 template <class Action>
-std::int32_t BaseDetectorImpl::ReachValue(const char* valueName, Action action) noexcept {
+std::int32_t BaseDetectorImpl::AccessValue(const char* valueName, Action action) noexcept {
     const platform::Lock lock(stateMutex_);
     SetErrorLocked(OKM8::ErrorCode::None, "");
-    bool isReached = false;
+    bool isAccessed = false;
     try {
-        isReached = valueName != nullptr && action();
+        isAccessed = valueName != nullptr && action();
     } catch (const std::exception&) {
-        isReached = false;
+        isAccessed = false;
     }
-    if (!isReached) {
+    if (!isAccessed) {
         SetErrorLocked(OKM8::ErrorCode::RefusedSetting, valueName != nullptr ? valueName : "");
     }
     return errorCode;
@@ -310,24 +311,24 @@ std::int32_t BaseDetectorImpl::ReachValue(const char* valueName, Action action) 
 
 template <class Value>
 std::int32_t BaseDetectorImpl::SetBoundValue(const char* settingName, const Value& value) {
-    return ReachValue(settingName, [&] { return settings.Write(settingName, value); });
+    return AccessValue(settingName, [&] { return settings.Write(settingName, value); });
 }
 
 std::int32_t BaseDetectorImpl::SetBoundString(const char* settingName, const char* value) {
-    return ReachValue(settingName,
-                      [&] { return settings.Write(settingName, std::string(value != nullptr ? value : "")); });
+    return AccessValue(settingName,
+                       [&] { return settings.Write(settingName, std::string(value != nullptr ? value : "")); });
 }
 
 template <class Value>
 std::int32_t BaseDetectorImpl::SetFrameValue(const char* valueName, const Value& value) {
-    return ReachValue(valueName, [&]() VEXLANE_REQUIRES(stateMutex_) {
+    return AccessValue(valueName, [&]() VEXLANE_REQUIRES(stateMutex_) {
         frameValues.Write(valueName, value);
         return true;
     });
 }
 
 std::int32_t BaseDetectorImpl::SetFrameString(const char* valueName, const char* value) {
-    return ReachValue(valueName, [&]() VEXLANE_REQUIRES(stateMutex_) {
+    return AccessValue(valueName, [&]() VEXLANE_REQUIRES(stateMutex_) {
         frameValues.Write(valueName, std::string(value != nullptr ? value : ""));
         return true;
     });
@@ -341,12 +342,12 @@ template std::int32_t BaseDetectorImpl::SetFrameValue(const char*, const double&
 template std::int32_t BaseDetectorImpl::SetFrameValue(const char*, const std::int32_t&);
 template std::int32_t BaseDetectorImpl::SetFrameValue(const char*, const bool&);
 
-template <class Value, class Take>
-std::int32_t BaseDetectorImpl::ReadFrameValue(const char* valueName, Take take) {
-    return ReachValue(valueName, [&]() VEXLANE_REQUIRES(stateMutex_) {
+template <class Value, class Copy>
+std::int32_t BaseDetectorImpl::ReadFrameValue(const char* valueName, Copy copy) {
+    return AccessValue(valueName, [&]() VEXLANE_REQUIRES(stateMutex_) {
         const Value* const stored = frameValues.Read<Value>(valueName);
         if (stored != nullptr) {
-            take(*stored);
+            copy(*stored);
         }
         return stored != nullptr;
     });

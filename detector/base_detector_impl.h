@@ -48,11 +48,11 @@ struct PixelRect {
 /// Errors: every call from the host clears the error state; a failure sets its code and text. The only exception that
 /// can reach the host is one that is not derived from std::exception, from ApplySettings.
 class BaseDetectorImpl : public OKM8::Analytics::IDetector,
-                         public ReceiverFace<BaseDetectorImpl>,
-                         public SingleReceiverFace<BaseDetectorImpl>,
-                         public AdjusterFace<BaseDetectorImpl>,
-                         public ErrorInfoFace<BaseDetectorImpl>,
-                         public ControllerFace {
+                         public ReceiverAdapter<BaseDetectorImpl>,
+                         public SingleReceiverAdapter<BaseDetectorImpl>,
+                         public AdjusterAdapter<BaseDetectorImpl>,
+                         public ErrorInfoAdapter<BaseDetectorImpl>,
+                         public ControllerAdapter {
   public:
     BaseDetectorImpl(const BaseDetectorImpl&) = delete;
     BaseDetectorImpl& operator=(const BaseDetectorImpl&) = delete;
@@ -205,12 +205,12 @@ class BaseDetectorImpl : public OKM8::Analytics::IDetector,
     bool singleCallFlag = false;  // only cleared, after each single call
 
   private:
-    friend ReceiverFace<BaseDetectorImpl>;
-    friend SingleReceiverFace<BaseDetectorImpl>;
-    friend AdjusterFace<BaseDetectorImpl>;
-    friend ErrorInfoFace<BaseDetectorImpl>;
+    friend ReceiverAdapter<BaseDetectorImpl>;
+    friend SingleReceiverAdapter<BaseDetectorImpl>;
+    friend AdjusterAdapter<BaseDetectorImpl>;
+    friend ErrorInfoAdapter<BaseDetectorImpl>;
 
-    class SetAside;
+    class SavedFrameState;
 
     std::int32_t ReceiveFrame(OKM8::MFF::IMultimediaBuffer* inputData);
     std::int32_t ReceiveSingleFrame(OKM8::MFF::IMultimediaBuffer* inputData, const OKM8::FrameArea* callArea,
@@ -218,7 +218,7 @@ class BaseDetectorImpl : public OKM8::Analytics::IDetector,
     void HandleFrame(OKM8::MFF::IMultimediaBuffer* inputData,
                      const boost::shared_ptr<OKM8::MFF::ICompositeBuffer>& buffer, OKM8::IContract* frameDoneCallback);
     bool IsHalved(std::uint32_t frameWidth, std::uint32_t frameHeight) const;
-    void TakeSettings();
+    void ApplyBoundSettings();
 
     template <class Value>
     std::int32_t SetBoundValue(const char* settingName, const Value& value);
@@ -226,8 +226,8 @@ class BaseDetectorImpl : public OKM8::Analytics::IDetector,
     template <class Value>
     std::int32_t SetFrameValue(const char* valueName, const Value& value);
     std::int32_t SetFrameString(const char* valueName, const char* value);
-    template <class Value, class Take>
-    std::int32_t ReadFrameValue(const char* valueName, Take take);
+    template <class Value, class Copy>
+    std::int32_t ReadFrameValue(const char* valueName, Copy copy);
 
     std::int32_t CurrentErrorCode() const;
     const char* CurrentErrorText() noexcept;
@@ -235,7 +235,7 @@ class BaseDetectorImpl : public OKM8::Analytics::IDetector,
     void SetErrorLocked(std::int32_t code, const char* text) noexcept VEXLANE_REQUIRES(stateMutex_);
     void PublishFrameOutcome() noexcept;
     template <class Action>
-    std::int32_t ReachValue(const char* valueName, Action action) noexcept;
+    std::int32_t AccessValue(const char* valueName, Action action) noexcept;
 
     mutable platform::Mutex stateMutex_;
     std::string reportedText_ VEXLANE_GUARDED_BY(stateMutex_);  // GetErrorMessage returns a pointer into it

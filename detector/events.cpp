@@ -26,10 +26,10 @@ constexpr std::int32_t targetReserved = 0;
 constexpr std::uint32_t figuresSize = 32;
 
 // Discards the raiser of an event that is not raised, and sets it to null so that it is not used again.
-void GiveUp(IDetectorEventRaiser** raiser) {
-    IDetectorEventRaiser* const given = *raiser;
+void DiscardRaiser(IDetectorEventRaiser** raiser) {
+    IDetectorEventRaiser* const discarded = *raiser;
     *raiser = nullptr;
-    CallForeign<&IDetectorEventRaiser::Discard>(given);
+    CallForeign<&IDetectorEventRaiser::Discard>(discarded);
 }
 
 }  // namespace
@@ -60,10 +60,10 @@ bool BaseDetectorImpl::PrepareEvent(const std::string& eventName, std::int64_t t
             return true;
         }
     } catch (...) {
-        GiveUp(raiser);
+        DiscardRaiser(raiser);
         throw;
     }
-    GiveUp(raiser);
+    DiscardRaiser(raiser);
     return Fail("IEventArgsAdjuster getting error");
 }
 
@@ -81,11 +81,11 @@ bool BaseDetectorImpl::CreateEventWithTarget(const std::string& eventName, std::
     try {
         *target = CallForeign<&ITargetEnumeratorAdjuster::AddTarget>(targets, targetReserved);
     } catch (...) {
-        GiveUp(raiser);
+        DiscardRaiser(raiser);
         throw;
     }
     if (*target == nullptr) {
-        GiveUp(raiser);
+        DiscardRaiser(raiser);
         return Fail("ITargetAdjuster getting error");
     }
     return true;

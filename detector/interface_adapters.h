@@ -13,7 +13,7 @@
 namespace plate_recognition {
 
 template <class Detector>
-class ReceiverFace : public OKM8::Analytics::IMediaReceiver {
+class ReceiverAdapter : public OKM8::Analytics::IMediaReceiver {
   public:
     std::int32_t Receive(OKM8::MFF::IMultimediaBuffer* inputData) final {
         return static_cast<Detector*>(this)->ReceiveFrame(inputData);
@@ -21,7 +21,7 @@ class ReceiverFace : public OKM8::Analytics::IMediaReceiver {
 };
 
 template <class Detector>
-class SingleReceiverFace : public OKM8::Analytics::IMediaReceiverSingle2 {
+class SingleReceiverAdapter : public OKM8::Analytics::IMediaReceiverSingle2 {
   public:
     std::int32_t ReceiveSingle(OKM8::MFF::IMultimediaBuffer* inputData, const OKM8::FrameArea* area,
                                OKM8::IContract* frameDoneCallback) final {
@@ -42,7 +42,7 @@ class SingleReceiverFace : public OKM8::Analytics::IMediaReceiverSingle2 {
 };
 
 template <class Detector>
-class AdjusterFace : public OKM8::IAsyncAdjuster {
+class AdjusterAdapter : public OKM8::IAsyncAdjuster {
   public:
     std::int32_t SetStringValue(const char* name, const char* value) final {
         return static_cast<Detector*>(this)->SetBoundString(name, value);
@@ -56,18 +56,18 @@ class AdjusterFace : public OKM8::IAsyncAdjuster {
     std::int32_t SetBoolValue(const char* name, bool value) final {
         return static_cast<Detector*>(this)->SetBoundValue(name, value);
     }
-    void ApplySettings() final { static_cast<Detector*>(this)->TakeSettings(); }
+    void ApplySettings() final { static_cast<Detector*>(this)->ApplyBoundSettings(); }
 };
 
 template <class Detector>
-class ErrorInfoFace : public OKM8::IErrorInfoProvider {
+class ErrorInfoAdapter : public OKM8::IErrorInfoProvider {
   public:
     std::int32_t GetErrorCode() final { return static_cast<Detector*>(this)->CurrentErrorCode(); }
     const char* GetErrorMessage() final { return static_cast<Detector*>(this)->CurrentErrorText(); }
 };
 
-/// Stream control does nothing here.
-class ControllerFace : public OKM8::Analytics::IMediaReceiverController {
+/// Stream control has no effect: each operation returns 0.
+class ControllerAdapter : public OKM8::Analytics::IMediaReceiverController {
   public:
     std::int32_t Control1() final { return 0; }
     std::int32_t Control2() final { return 0; }

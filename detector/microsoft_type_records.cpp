@@ -40,7 +40,7 @@ struct BaseClass {
 static_assert(sizeof(BaseClass) == 28);
 
 constexpr std::uint32_t locatorSignature = 1;
-constexpr std::uint32_t notVisible = 1;  // a non-public base, or a part of one
+constexpr std::uint32_t nonPublic = 1;  // a non-public base, or a part of one
 constexpr std::uint32_t ambiguous = 2;
 
 // A record with more bases than this counts as damaged.
@@ -48,10 +48,10 @@ constexpr std::uint32_t maxBases = 4096;
 
 constexpr std::size_t imageAlignment = 0x10000;
 constexpr std::size_t maxHeader = 0x1000;
-constexpr std::size_t newHeaderField = 0x3C;
+constexpr std::size_t peHeaderField = 0x3C;
 constexpr std::size_t imageSizeField = 24 + 56;
-constexpr char dosMagic[] = {'M', 'Z'};
-constexpr char newMagic[] = {'P', 'E', '\0', '\0'};
+constexpr char dosSignature[] = {'M', 'Z'};
+constexpr char peSignature[] = {'P', 'E', '\0', '\0'};
 
 template <class Value>
 Value Load(const void* address) {
@@ -76,12 +76,12 @@ class Image {
         }
         const char* const candidate = inside - offset;
         if (reinterpret_cast<std::uintptr_t>(candidate) % imageAlignment != 0 ||
-            std::memcmp(candidate, dosMagic, sizeof dosMagic) != 0) {
+            std::memcmp(candidate, dosSignature, sizeof dosSignature) != 0) {
             return;
         }
-        const auto header = Load<std::uint32_t>(candidate + newHeaderField);
+        const auto header = Load<std::uint32_t>(candidate + peHeaderField);
         if (header > maxHeader - imageSizeField - sizeof(std::uint32_t) ||
-            std::memcmp(candidate + header, newMagic, sizeof newMagic) != 0) {
+            std::memcmp(candidate + header, peSignature, sizeof peSignature) != 0) {
             return;
         }
         size_ = Load<std::uint32_t>(candidate + header + imageSizeField);
@@ -181,7 +181,7 @@ void* CastByMicrosoftRecords(void* object, const char* source, const char* wante
     bool foundIsPublic = false;
     bool sourceIsKnown = false;
     bool sourceIsPublic = false;
-    std::uint32_t hiddenUntil = 0;  // records before this index are parts of a non-public base
+    std::uint32_t nonPublicUntil = 0;  // records before this index are parts of a non-public base
     for (std::uint32_t index = 0; index < hierarchy.baseCount; ++index) {
         std::uint32_t offset = 0;
         BaseClass base;
@@ -190,10 +190,10 @@ void* CastByMicrosoftRecords(void* object, const char* source, const char* wante
             return nullptr;
         }
         const std::uint32_t end = index + 1 + base.containedCount;
-        if ((base.attributes & notVisible) != 0 && hiddenUntil < end) {
-            hiddenUntil = end;
+        if ((base.attributes & nonPublic) != 0 && nonPublicUntil < end) {
+            nonPublicUntil = end;
         }
-        const bool isPublic = index >= hiddenUntil;
+        const bool isPublic = index >= nonPublicUntil;
         if (image.NamesClass(base.type, wanted)) {
             char* const address = AddressOf(base, image, complete);
             if (address == nullptr || (base.attributes & ambiguous) != 0 || (found != nullptr && found != address)) {
