@@ -1,23 +1,23 @@
 /// The recognition engine's two functions, and the records that cross its boundary.
 ///
-/// The library and every engine agree on the bytes, so sizes and all offsets in use are frozen. The names are the
-/// engine's own: the functions are bound by names that contain those of the records.
+/// Engines are binaries, so the sizes and the used offsets are frozen. The names are the engine's, because the mangled
+/// names of the functions contain those of the records. Coordinates are in pixels; x grows to the right, y downwards.
 #pragma once
 
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
 
-/// An image of 3 bytes a pixel, blue, green, red.
+/// An image of interleaved pixels: blue, green, red, one byte each.
 struct IMG {
     std::uint32_t width;          ///< pixels
     std::uint32_t height;         ///< rows
     std::uint32_t bytesPerPixel;  ///< 3
-    std::uint32_t rowStride;      ///< bytes
+    std::uint32_t rowStride;      ///< bytes; 3 x width
     std::uint8_t* pixels;         ///< first byte of the top row; not owned
 };
 
-/// A search region in pixels.
+/// A region of interest in pixels. Not clipped to the image.
 struct tagRECT {
     std::int32_t left;
     std::int32_t top;
@@ -25,16 +25,17 @@ struct tagRECT {
     std::int32_t bottom;
 };
 
+/// A corner of a plate, in pixels.
 struct EngineCorner {
-    std::int32_t x;  ///< pixels
+    std::int32_t x;
     std::int32_t y;
 };
 
-/// One recognised plate.
+/// A reading: one plate recognised in one image.
 struct RPLATE {
-    char text[16];  ///< code page 936, padded with NULs; all 16 may be in use
+    char text[16];  ///< code page 936, padded with NULs; not terminated when all 16 are used
     std::uint8_t notRead1[12];
-    std::uint8_t confidenceSum[8];  ///< a 64-bit float, not aligned: the sum over the characters, 0 to 100 each
+    std::uint8_t confidenceSum[8];  ///< an unaligned double: the sum of the characters' confidences, each 0..100
     std::uint8_t notRead2[92];
     EngineCorner corner1;  ///< top left
     EngineCorner corner2;  ///< bottom left
@@ -49,27 +50,31 @@ static_assert(sizeof(RPLATE) == 384 && offsetof(RPLATE, text) == 0 && offsetof(R
 static_assert(offsetof(RPLATE, corner1) == 128 && offsetof(RPLATE, corner2) == 136);
 static_assert(offsetof(RPLATE, corner3) == 144 && offsetof(RPLATE, corner4) == 152);
 
-/// The size of the array of records that an engine is handed.
+/// The number of records in the array that is passed to the engine.
 inline constexpr int engineRecordCount = 5;
 
+/// Returns the sum of the characters' confidences, each 0..100. Any thread.
 inline double ConfidenceSumOf(const RPLATE& plate) {
     double sum = 0.0;
     std::memcpy(&sum, plate.confidenceSum, sizeof sum);
     return sum;
 }
 
+/// Sets what ConfidenceSumOf returns.
 inline void SetConfidenceSum(RPLATE& plate, double sum) {
     std::memcpy(plate.confidenceSum, &sum, sizeof sum);
 }
 
-/// Another image record of the engine, never handed over.
+/// Another image record of the engine; never used.
 struct YUV420_IMG;
 
-/// Reads the plates of one image: `unused` is null, `region` null for the whole image, `plates` points to
-/// engineRecordCount zeroed records, `flags` is 0. Returns the number of plates found and writes no more of them than
-/// there are records: the library takes plates without a record as empty ones, and a count above 1,024 as an error, by
-/// which the frame has no plates. May be called from several threads at once.
+/// Recognises the plates of one image. The caller passes null for `unused`, null for `region` to search the whole
+/// image, engineRecordCount zeroed records in `plates`, and 0 for `flags`; the engine keeps none of the pointers.
+/// Returns the number of plates found but writes at most engineRecordCount records. The library treats plates beyond
+/// the records as empty, and a count above 1024 as an error: the frame then has no plates. Several threads may call it
+/// at once.
 int Recognize2(YUV420_IMG* unused, IMG* image, tagRECT* region, RPLATE* plates, int flags);
 
-/// Sets the range of plate widths in pixels; false when the engine could not take it because its server does not run.
+/// Sets the plate-size range: the smallest and largest plate width in pixels. Returns false when the engine refuses it,
+/// because its server is not running.
 bool SetPlateRange(int minimumWidth, int maximumWidth);

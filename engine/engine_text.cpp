@@ -9,12 +9,12 @@ namespace plate_recognition {
 
 namespace {
 
-// Sizes here are those of plates and settings; what is longer than the system takes at once counts as empty.
+// A text longer than the conversion accepts, which no plate or setting is, counts as empty.
 int CountOf(std::size_t size) {
     return size <= INT32_MAX ? static_cast<int>(size) : 0;
 }
 
-// Of the wide characters all but the last, which stands for the NUL after a text.
+// Converts from the ANSI code page and drops the last wide character, which is the terminating NUL.
 std::wstring AnsiWithoutLast(const char* bytes, std::size_t count) {
     const int length = platform::ToWide(platform::codePageAnsi, bytes, CountOf(count), nullptr, 0);
     if (length <= 0) {
@@ -26,7 +26,7 @@ std::wstring AnsiWithoutLast(const char* bytes, std::size_t count) {
     return wide;
 }
 
-// Of a plate's text a byte is one wide character at most, so there is no need to ask for the length first.
+// The same from code page 936, for a plate's text: each byte is at most one wide character, so the size is known.
 std::wstring PlateTextWithoutLast(const char* bytes, std::size_t count) {
     wchar_t wide[sizeof(RPLATE::text) + 1];
     const int length = platform::ToWide(platform::codePageSimplifiedChinese, bytes, CountOf(count), wide,

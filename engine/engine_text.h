@@ -1,4 +1,5 @@
-/// Text between the engine, the detector and the host. Any thread.
+/// Conversion of text between the engine, the detector and the host. Any thread. Invalid bytes become replacement
+/// characters; the only exception is std::bad_alloc.
 #pragma once
 
 #include <string>
@@ -7,17 +8,17 @@
 
 namespace plate_recognition {
 
-/// The text of a reading: all 16 bytes of the record's text, NULs included, converted from code page 936; the last wide
-/// character is dropped. Bytes without meaning do not fail.
+/// Returns the text of a reading: all 16 bytes of the record's text, NULs included, converted from code page 936,
+/// without the last wide character.
 std::wstring ReadingTextOf(const RPLATE& plate);
 
-/// The text of a result: the bytes up to the first NUL, all 16 when there is none.
+/// Returns the text of a result: the bytes up to the first NUL, or all 16, converted from code page 936.
 std::wstring ResultTextOf(const RPLATE& plate);
 
-/// Wide text in UTF-8.
+/// Converts wide text to UTF-8.
 std::string Utf8Of(const std::wstring& text);
 
-/// A text of the system's own code page in UTF-8.
+/// Converts text from the ANSI code page to UTF-8.
 std::string Utf8OfAnsi(const std::string& text);
 
 }  // namespace plate_recognition

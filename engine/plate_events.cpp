@@ -1,4 +1,4 @@
-// From the tracker's report to the event that the host gets.
+// Raising the event of a track that the tracker reports.
 
 #include <algorithm>
 #include <exception>
@@ -27,7 +27,6 @@ using platform::CallForeign;
 
 constexpr char onResultName[] = "plate_recognition::VexlaneDetectorImpl::OnResult";
 
-// The one place where texts among a plate's arguments are set, and the one for numbers.
 void SetText(ITargetValues& values, const char* key, const std::string& text) {
     CallForeign<&ITargetValues::SetStringValue>(&values, key, text.c_str());
 }
@@ -42,8 +41,8 @@ std::string VexlaneDetectorImpl::GetDetectorType() {
     return "VEXLANE";
 }
 
-// Whatever the event throws ends here: it belongs to one plate, and the frame's other plates are still to come. The
-// event is not tried again, so a plate whose event fails every time costs no more than its own event.
+// An exception of the event is caught here, because it concerns one plate and the frame's other plates follow. The
+// event is not tried again.
 void VexlaneDetectorImpl::OnResult(ILicencePlateTracker*, boost::shared_ptr<LicencePlate> bestReading,
                                    const std::vector<LicencePlatePtr>& readings, std::int32_t) {
     if (bestReading) {
@@ -73,7 +72,7 @@ void VexlaneDetectorImpl::OnMayReleaseLicencePlate(ILicencePlateTracker*, boost:
     if (!reading) {
         return;
     }
-    decltype(pendingResults)::node_type removed;  // releases the frame after the lock: that calls the host
+    decltype(pendingResults)::node_type removed;  // destroyed after the lock, because it releases the frame to the host
     const platform::Lock lock(resultsMutex);
     TraceOrDrop("plate_recognition::VexlaneDetectorImpl::OnMayReleaseLicencePlate", __LINE__,
                 "Remove plate ID = %1%, still left = %2%", reading->id, pendingResults.size());
@@ -102,7 +101,7 @@ void VexlaneDetectorImpl::RaisePlateEvent(const RecognitionResult& result, const
 }
 
 void VexlaneDetectorImpl::FillEventArguments(const RecognitionResult& result, ITargetValues& values) {
-    // Fields of half height: the host counts in rows of the full frame.
+    // In half frames the rows are those of one field; the host expects rows of the full frame.
     const std::int32_t rowScale = IsHalfFrame() ? 2 : 1;
     SetText(values, PlateKey::Text, Utf8Of(result.text));
     SetNumber(values, PlateKey::CharacterCount, static_cast<std::int32_t>(result.text.size()));
@@ -114,7 +113,7 @@ void VexlaneDetectorImpl::FillEventArguments(const RecognitionResult& result, IT
     SetNumber(values, PlateKey::Right, result.rect.right);
     SetNumber(values, PlateKey::Bottom, arithmetic::WrappedProduct(result.rect.bottom, rowScale));
 
-    // A valid area outlives its single call, until the next one brings an empty area.
+    // A valid area stays in use after its single call, until one with an empty area.
     const auto [isSent, sent] = singleAreaValid ? std::tuple(true, singleArea) : Bound(useArea, area);
     if (isSent) {
         SetNumber(values, PlateKey::AreaLeft, sent.left);

@@ -1,4 +1,4 @@
-/// One recognised plate that the tracker has not yet reported or dropped.
+/// A result: what the detector keeps for a reading until the tracker reports or drops it.
 #pragma once
 
 #include <array>
@@ -10,7 +10,7 @@
 
 namespace plate_recognition {
 
-/// A plate's bounding rectangle in pixels.
+/// A plate's rectangle in pixels.
 struct PlateRect {
     std::int32_t left = 0;
     std::int32_t top = 0;
@@ -18,22 +18,23 @@ struct PlateRect {
     std::int32_t bottom = 0;
 };
 
-/// What is known about a plate when it has been read.
+/// The description of a reading.
 struct PlateDescription {
     std::wstring text;
     std::array<std::string, 6> strings;  ///< the first is the country
-    std::int32_t confidence = 0;
-    std::int32_t value = 0;  ///< the direction
-    bool isFinished = false;
+    std::int32_t confidence = 0;         ///< the mean of the characters' confidences, each 0..100
+    std::int32_t value = 0;              ///< the direction
+    bool isFinished = false;             ///< true for a frame of a single call
     bool flag = false;
     PlateRect rect;
     std::array<std::int32_t, 3> values = {};
 };
 
-/// Filled at birth, then only read; held by shared pointer. Keeps the host's frame from going back.
+/// Held by shared pointer and constant after construction. Holds the host's frame, which is not released before it.
 class RecognitionResult {
   public:
-    /// Throws std::exception with "RecognitionResult constructor: Buffer is NULL" for an empty frame handle.
+    /// `timeStamp` is the frame's, in milliseconds. Throws std::exception with "RecognitionResult constructor: Buffer
+    /// is NULL" when `frameHandle` is null.
     RecognitionResult(const boost::shared_ptr<OKM8::MFF::ICompositeBuffer>& frameHandle, PlateDescription description,
                       std::uint32_t plateId, std::uint64_t timeStamp);
     virtual ~RecognitionResult() = default;

@@ -1,4 +1,4 @@
-/// The track of readings, in the very layout in which the host reads it.
+/// The readings of a track in the layout that the host reads.
 #pragma once
 
 #include <boost/date_time/posix_time/posix_time_types.hpp>
@@ -11,7 +11,8 @@
 
 namespace plate_recognition {
 
-/// One reading: the frozen record of the contract with the date library's own value in it.
+/// One reading: a plate's rectangle in pixels and the frame's time. The frozen record of the contract, with the date
+/// library's type for the time.
 struct TrackPoint {
     std::int32_t x;
     std::int32_t y;
@@ -27,10 +28,12 @@ static_assert(offsetof(TrackPoint, time) == offsetof(OKM8::Analytics::TrackPoint
 static_assert(offsetof(TrackPoint, flag) == offsetof(OKM8::Analytics::TrackPoint, flag));
 static_assert(sizeof(boost::posix_time::ptime) == sizeof(std::int64_t));
 
-/// One entry for each reading, in the same order. Coordinates wrap, and so does the time beyond 64 bits.
+/// Returns one entry per reading, in the same order. x, y is corner A; width is C.x - A.x and height C.y - A.y, which
+/// wrap at 32 bits. The time is 1970-01-01 plus the time stamp in milliseconds, wrapping at 64 bits of microseconds.
+/// Any thread.
 std::vector<TrackPoint> TrackPointsOf(const std::vector<LicencePlatePtr>& readings);
 
-/// The view that is handed to the host; valid while `points` stays as it is.
+/// Returns the view that is passed to the host; valid while `points` exists unchanged.
 OKM8::Analytics::TrackPointList ViewOf(const std::vector<TrackPoint>& points);
 
 }  // namespace plate_recognition

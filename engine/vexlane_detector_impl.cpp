@@ -41,7 +41,7 @@ bool IsVerbose() {
     return diagnostics::DebugLevel() != 0;
 }
 
-// Threefold the number of pixels need not fit 64 bits.
+// Three times the number of pixels may not fit 64 bits.
 bool IsBgr24(const FrameImage& image) {
     return image.size % bytesPerPixel == 0 && image.size / bytesPerPixel == std::uint64_t{image.width} * image.height;
 }
@@ -77,11 +77,11 @@ VexlaneDetectorImpl::~VexlaneDetectorImpl() {
         TraceOrDrop("plate_recognition::VexlaneDetectorImpl::~VexlaneDetectorImpl", __LINE__, "%1%", exception.what());
     }
     {
-        decltype(pendingResults) dropped;  // releases the frames after the lock: that calls the host
+        decltype(pendingResults) dropped;  // destroyed after the lock, because it releases frames to the host
         const platform::Lock lock(resultsMutex);
         dropped.swap(pendingResults);
     }
-    // The tracker releases its readings while the detector is still whole.
+    // The tracker releases its readings through this detector, so it is destroyed first.
     tracker.reset();
 }
 
@@ -91,8 +91,8 @@ void VexlaneDetectorImpl::OnSettingsApplied() {
     }
     plateRangeMax = -1;
     plateRangeMin = -1;
-    // The engine takes colour frames alone, whole ones: the deinterlacer that the base has just put into the chain for
-    // half frames goes again, before it has seen a frame. Half frames act on the event's rows and the detection area.
+    // The engine needs whole colour frames, so the converter replaces the deinterlacer that the base class has just
+    // installed for half frames. Half frames affect only the rows of events and the detection area.
     transformer.Replace({boost::make_shared<image_transform::ConverterYUV2RGB>()});
 }
 
@@ -106,8 +106,7 @@ void VexlaneDetectorImpl::SetMaxMinPlate(std::uint32_t frameWidth) {
         GetServerLauncher()->Restart();
         return;
     }
-    // Stored before it is compared, the range never differs here, and the line stays unwritten: frames come every few
-    // milliseconds.
+    // The range is stored before it is compared, so the line is never written; it would be written for each frame.
     if ((plateRangeMax != maximum || plateRangeMin != minimum) && IsVerbose()) {
         WriteTrace(setMaxMinPlateName, __LINE__, Compose("Set plate range %1%, %2%", plateRangeMin, plateRangeMax));
     }
@@ -125,10 +124,10 @@ void VexlaneDetectorImpl::Recognize(FrameImage& frame, boost::shared_ptr<ICompos
 
 void VexlaneDetectorImpl::ReadFrame(FrameImage& frame, const boost::shared_ptr<ICompositeBuffer>& buffer) {
     ++frameCount;
-    // Without the converter in the chain the frame is still the host's, and the engine would read past its end.
+    // Without the converter in the chain the frame is the host's, and the engine would read past its end.
     if (!IsBgr24(frame)) {
         Fail("Wrong image format");
-        holdFrame = true;  // as for a frame that the converter refuses, nobody is told that it is done
+        holdFrame = true;  // no OnFrameDone, as for a frame that the converter refuses
         return;
     }
     SetMaxMinPlate(frame.width);
@@ -155,7 +154,7 @@ void VexlaneDetectorImpl::ReadFrame(FrameImage& frame, const boost::shared_ptr<I
     }
 
     if (plateCount > largestPlateCount) {
-        // No picture has that many plates: the count is wrong, and so may be the records.
+        // No frame has that many plates: the count is wrong, and the records may be, too.
         if (IsVerbose()) {
             WriteTrace(recognizeName, __LINE__,
                        Compose("Plate count %1% exceeds %2%: the frame counts as one without plates", plateCount,
@@ -168,20 +167,20 @@ void VexlaneDetectorImpl::ReadFrame(FrameImage& frame, const boost::shared_ptr<I
     std::vector<LicencePlatePtr> readings;
     readings.reserve(static_cast<std::size_t>(std::clamp(plateCount, 0, engineRecordCount)));
     for (int index = 0; index < plateCount; ++index) {
-        // The count is not capped at the array's size, but after the array there is nothing to read.
+        // The count may exceed the array; plates beyond it are empty.
         static constexpr RPLATE emptyPlate = {};
         const RPLATE& plate = index < engineRecordCount ? plates[index] : emptyPlate;
         readings.push_back(MakeReading(frame, timeStamp, plate));
         auto result = CreateResult(buffer, plate);
         const platform::Lock lock(resultsMutex);
-        // A result that had the key goes after the lock: its frame's release calls the host.
+        // A previous result with the key is destroyed after the lock, because it releases its frame to the host.
         pendingResults[static_cast<std::int32_t>(nextPlateId)].swap(result);
         ++nextPlateId;
     }
     tracker->ProcessPlates(readings, timeStamp);
 }
 
-// Made once: later changes of these settings do not reach it.
+// The tracker is created once: later changes of these settings do not affect it.
 void VexlaneDetectorImpl::MakeTracker() {
     if (tracker) {
         return;
@@ -189,7 +188,7 @@ void VexlaneDetectorImpl::MakeTracker() {
     const auto [isLimited, maxWait, wantedReadings] = Bound(resultReady, resultWaitTime, resultRecCount);
     const std::int64_t maxAge = isLimited ? maxWait * millisecondsPerSecond : noLimit;
     const std::int64_t enoughReadings = isLimited ? wantedReadings : noLimit;
-    // As unsigned numbers, negative ones are no limit.
+    // Converted to unsigned, a negative number is no limit.
     tracker = boost::make_shared<CLicencePlateTracker>(this, static_cast<std::uint64_t>(trackerParameter),
                                                        static_cast<std::uint64_t>(maxAge),
                                                        static_cast<std::uint64_t>(enoughReadings));
@@ -202,7 +201,7 @@ LicencePlatePtr VexlaneDetectorImpl::MakeReading(const FrameImage& frame, std::u
     reading->timeStamp = timeStamp;
     reading->frameWidth = frame.width;
     reading->frameHeight = frame.height;
-    // The tracker's B is to the right of A and its C below, the engine's corner 2 below corner 1.
+    // The tracker's corner B is to the right of A, and C below A; the engine's corner 2 is below corner 1.
     reading->cornerA = cornerOf(plate.corner1);
     reading->cornerB = cornerOf(plate.corner3);
     reading->cornerC = cornerOf(plate.corner2);
@@ -222,7 +221,7 @@ boost::shared_ptr<RecognitionResult> VexlaneDetectorImpl::CreateResult(
         description.confidence =
             arithmetic::Truncated(ConfidenceSumOf(plate) / static_cast<double>(description.text.size()));
     }
-    // The left edge is the inner one of the two, the other three are the outer ones.
+    // The left edge is the inner of the two corners; the other three edges are the outer ones.
     description.rect.left = std::max(plate.corner1.x, plate.corner2.x);
     description.rect.top = std::min(plate.corner3.y, plate.corner1.y);
     description.rect.right = std::max(plate.corner3.x, plate.corner4.x);

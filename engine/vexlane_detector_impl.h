@@ -1,4 +1,4 @@
-/// The detector: drives the engine once a frame, follows its plates and raises their events.
+/// The detector: calls the engine once per frame, tracks its plates and raises their events.
 #pragma once
 
 #include <boost/shared_ptr.hpp>
@@ -17,53 +17,57 @@
 
 namespace plate_recognition {
 
-/// Threads as its base. `resultsMutex` guards the pending results; it is taken under the frame mutex and held while an
-/// event is raised. Nothing else calls the host with it, and it and the launcher's mutex are never held together.
+/// Threads: as the base class. `resultsMutex` guards the pending results. It is taken while the frame mutex is held,
+/// and held while an event is raised; no other call to the host is made with it. It is never held together with the
+/// launcher's mutex.
 class VexlaneDetectorImpl : public BaseDetectorImpl, public ILicencePlateTrackerResultSink {
   public:
-    /// Binds the engine's settings and restarts the recognition server; a failure of that stands in the error state and
-    /// leaves a usable detector. Arguments as for the base.
+    /// Binds the engine's settings and restarts the recognition server; if that fails, the error state is set and the
+    /// detector is usable. Arguments as for the base class.
     VexlaneDetectorImpl(OKM8::IContract* hostPeer, void* hostObject);
-    /// Stops the server, for all detectors, and drops what is pending. Raises no events.
+    /// Stops the server, for all detectors, and drops the pending results. Raises no events.
     ~VexlaneDetectorImpl();
     OKM8_OBJECT_DESTRUCTOR_SLOT(VexlaneDetectorImpl)
 
     void OnSettingsApplied() override;
-    /// Nothing gets out of it: a failure is a trace line, and the tracker is not called for the frame. An image that is
-    /// not 3 bytes a pixel does not reach the engine; it is the frame's error "Wrong image format".
+    /// Never throws: an exception is written as a trace line, and the tracker is not called for the frame. A frame that
+    /// does not have 3 bytes per pixel is not passed to the engine and gets the error "Wrong image format".
     void Recognize(FrameImage& frame, boost::shared_ptr<OKM8::MFF::ICompositeBuffer> buffer) override;
 
     // Further slots of the first table, in this order.
 
-    /// "VEXLANE". Any thread.
+    /// Returns "VEXLANE". Any thread.
     virtual std::string GetDetectorType();
-    /// Sets a result's arguments on a target, all but the track. FRAME.
+    /// Sets the event arguments of a result on a target, except the track. Coordinates are in pixels of the full frame.
+    /// FRAME.
     virtual void FillEventArguments(const RecognitionResult& result, OKM8::Analytics::ITargetValues& values);
-    /// Raises a result's event. FRAME.
+    /// Raises the event of a result. Throws what the host throws; the event is then discarded. FRAME.
     virtual void RaisePlateEvent(const RecognitionResult& result, const std::vector<TrackPoint>& track);
 
-    // The tracker's reports; after the slots above, since on one ABI they add to the first table.
+    // The tracker's reports. After the slots above, because in the Itanium ABI they add slots to the first table.
 
-    /// Raises the plate's event and drops its result. An event that throws is a trace line and is not tried again.
+    /// Raises the plate's event and drops its result. If the event throws, a trace line is written; it is not tried
+    /// again.
     void OnResult(ILicencePlateTracker* tracker, boost::shared_ptr<LicencePlate> bestReading,
                   const std::vector<LicencePlatePtr>& readings, std::int32_t reason) override;
+    /// Drops the result of a reading.
     void OnMayReleaseLicencePlate(ILicencePlateTracker* tracker, boost::shared_ptr<LicencePlate> reading) override;
 
-    /// Gives the engine the range of plate widths, in pixels, for a frame of that width; restarts the server when the
-    /// engine refuses it. FRAME.
+    /// Sets the engine's plate-size range for a frame of that width: width x percent / 100 in pixels for each end,
+    /// truncated, with a product that wraps at 32 bits. Restarts the server when the engine refuses the range. FRAME.
     void SetMaxMinPlate(std::uint32_t frameWidth);
 
-    /// A result of one plate, under the ID that comes next. Throws std::exception for an empty frame handle. FRAME.
+    /// Returns a result for one plate, with the next plate ID. Throws std::exception when `buffer` is null. FRAME.
     boost::shared_ptr<RecognitionResult> CreateResult(const boost::shared_ptr<OKM8::MFF::ICompositeBuffer>& buffer,
                                                       const RPLATE& plate);
 
-    /// A fixed sample. Throws as CreateResult. FRAME.
+    /// Returns a fixed sample result. Throws as CreateResult. FRAME.
     boost::shared_ptr<RecognitionResult> CreateFakeResult(const boost::shared_ptr<OKM8::MFF::ICompositeBuffer>& buffer);
 
   protected:
-    std::int32_t zoneWidth = 100;     // bound; largest plate width in percent of the frame's; 100 is no limit
+    std::int32_t zoneWidth = 100;     // bound; largest plate width in percent of the frame width; 100 is no limit
     std::int32_t zoneWidthMin = 0;    // bound; smallest
-    std::int32_t plateRangeMax = -1;  // pixels, as given to the engine
+    std::int32_t plateRangeMax = -1;  // pixels; last values passed to the engine
     std::int32_t plateRangeMin = -1;
     std::uint64_t nextPlateId = 0;
     std::uint64_t frameCount = 0;

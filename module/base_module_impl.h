@@ -6,17 +6,18 @@
 #include "sdk/contract_names.h"
 #include "sdk/module.h"
 
-/// Makes detectors of the class `Detector`, which is constructed from (peer, host object). Owner thread.
+/// Creates detectors of the class `Detector`, which is constructed from (peer, host object). Owner thread.
 template <class Detector>
 class BaseModuleImpl final : public OKM8::Analytics::IModule {
   public:
-    /// `hostObject` is not owned.
+    /// `hostObject` is not owned and may be null; then there are no detectors.
     explicit BaseModuleImpl(void* hostObject) : host_(hostObject) {}
     OKM8_OBJECT_DESTRUCTOR_SLOT(BaseModuleImpl)
 
     OKM8_OVERLOADS_IN_SLOT_ORDER(void* QueryContract(const char* contractName) override,
                                  void* QueryContract(const char* contractName) const override);
 
+    /// As documented in sdk/module.h.
     OKM8::Analytics::IDetector* CreateDetector(void* reserved, OKM8::IContract* detectorPeer) override;
 
   private:

@@ -1,5 +1,5 @@
-// What the library is linked against on Linux: an engine's name and its two functions. The library takes whichever
-// engine has that name when it is loaded.
+// A library with the engine's name and its two functions, to link against. At run time the library loads the real
+// engine by that name.
 #include "engine/engine_records.h"
 
 int Recognize2(YUV420_IMG*, IMG*, tagRECT*, RPLATE*, int) {

@@ -45,7 +45,7 @@ VEXLANE_EXPORT void FinalizeModule() {
 
 }  // extern "C"
 
-// The exports are what the contract says they are.
+// The exports have the types of the contract.
 static_assert(std::is_same_v<decltype(InitializeModule), OKM8::Analytics::InitializeModuleFunction>);
 static_assert(std::is_same_v<decltype(GetModule), OKM8::Analytics::GetModuleFunction>);
 static_assert(std::is_same_v<decltype(FinalizeModule), OKM8::Analytics::FinalizeModuleFunction>);
