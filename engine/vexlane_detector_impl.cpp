@@ -32,7 +32,7 @@ constexpr char setMaxMinPlateName[] = "plate_recognition::VexlaneDetectorImpl::S
 constexpr char recognizeName[] = "plate_recognition::VexlaneDetectorImpl::Recognize";
 
 constexpr std::uint32_t bytesPerPixel = 3;
-constexpr int largestPlateCount = 1024;
+constexpr int maxPlateCount = 1024;
 constexpr std::int32_t readingWeight = 100;
 constexpr std::int64_t noLimit = 2147483647;
 constexpr std::int64_t millisecondsPerSecond = 1000;
@@ -132,20 +132,20 @@ void VexlaneDetectorImpl::ReadFrame(FrameImage& frame, const boost::shared_ptr<I
     }
     SetMaxMinPlate(frame.width);
     const auto plates = boost::make_shared<RPLATE[]>(engineRecordCount);  // zeroed
-    MakeTracker();
+    CreateTracker();
 
     tagRECT region = {};
-    tagRECT* searched = nullptr;
+    tagRECT* searchRegion = nullptr;
     if (const auto [isLimited, percent] = Bound(useArea, area); isLimited) {
         region = {arithmetic::UnsignedPercentOf(frame.width, percent.left),
                   arithmetic::UnsignedPercentOf(frame.height, percent.top),
                   arithmetic::UnsignedPercentOf(frame.width, percent.right),
                   arithmetic::UnsignedPercentOf(frame.height, percent.bottom)};
-        searched = &region;
+        searchRegion = &region;
     }
     const auto image =
         boost::make_shared<IMG>(IMG{frame.width, frame.height, bytesPerPixel, frame.width * bytesPerPixel, frame.data});
-    int plateCount = CallForeign<&::Recognize2>(nullptr, image.get(), searched, plates.get(), 0);
+    int plateCount = CallForeign<&::Recognize2>(nullptr, image.get(), searchRegion, plates.get(), 0);
     GetServerLauncher()->MarkAlive();
     if (IsVerbose()) {
         constexpr int iteration = 0;
@@ -153,12 +153,12 @@ void VexlaneDetectorImpl::ReadFrame(FrameImage& frame, const boost::shared_ptr<I
                    Compose("Frame count: %3% Iteration : %2% NumberOfPlate is %1%", plateCount, iteration, frameCount));
     }
 
-    if (plateCount > largestPlateCount) {
+    if (plateCount > maxPlateCount) {
         // No frame has that many plates: the count is wrong, and the records may be, too.
         if (IsVerbose()) {
             WriteTrace(recognizeName, __LINE__,
                        Compose("Plate count %1% exceeds %2%: the frame counts as one without plates", plateCount,
-                               largestPlateCount));
+                               maxPlateCount));
         }
         plateCount = 0;
     }
@@ -181,7 +181,7 @@ void VexlaneDetectorImpl::ReadFrame(FrameImage& frame, const boost::shared_ptr<I
 }
 
 // The tracker is created once: later changes of these settings do not affect it.
-void VexlaneDetectorImpl::MakeTracker() {
+void VexlaneDetectorImpl::CreateTracker() {
     if (tracker) {
         return;
     }

@@ -82,7 +82,7 @@ class VexlaneDetectorImpl : public BaseDetectorImpl, public ILicencePlateTracker
 
   private:
     void ReadFrame(FrameImage& frame, const boost::shared_ptr<OKM8::MFF::ICompositeBuffer>& buffer);
-    void MakeTracker();
+    void CreateTracker();
     void SendPlate(const LicencePlate& plate, const std::vector<LicencePlatePtr>& readings);
     LicencePlatePtr MakeReading(const FrameImage& frame, std::uint64_t timeStamp, const RPLATE& plate) const;
 };
