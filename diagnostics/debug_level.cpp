@@ -11,10 +11,10 @@ namespace diagnostics {
 
 namespace {
 
-// Written before its readers run; atomic for a host that starts the module anew while an old thread still ends.
+// Written before it is read; atomic because a host may initialise the module again while an old thread is ending.
 std::atomic<std::int32_t> debugLevel = 0;
 
-// What atoi gives, with a number that does not fit cut to the nearest one that does: the text comes from outside.
+// Like atoi, but clamped: the text comes from outside.
 std::int32_t Number(const std::string& text) {
     const long long number = std::strtoll(text.c_str(), nullptr, 10);
     if (number > INT32_MAX) {

@@ -1,19 +1,19 @@
-/// The one number that switches the detailed lines on.
+/// The debug level, which enables the detailed trace lines.
 #pragma once
 
 #include <cstdint>
 
 namespace diagnostics {
 
-/// Reads the level from the registry: value "DebugLevel" of the key SOFTWARE\Tellumark\KORA\DEBUG, decimal text, of the
-/// machine hive or else of the user hive. A missing key is made, without a value. 0 whenever there is nothing to read,
-/// and on allocation failure. Any thread.
+/// Returns the level in the registry: decimal text in the value "DebugLevel" of the key SOFTWARE\Tellumark\KORA\DEBUG
+/// in the machine hive, else in the user hive. A missing key is created, without a value. Returns 0 when there is no
+/// number, and on allocation failure. Any thread.
 std::int32_t ReadDebugLevel() noexcept;
 
-/// The process-wide level: 0 is quiet, anything else verbose. Any thread.
+/// Returns the process-wide level: 0 is quiet, any other number verbose. Any thread.
 std::int32_t DebugLevel();
 
-/// Called while no detector exists.
+/// Sets the process-wide level. REQUIRES: no detector exists.
 void SetDebugLevel(std::int32_t level);
 
 }  // namespace diagnostics

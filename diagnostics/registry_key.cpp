@@ -13,7 +13,7 @@ constexpr std::uint32_t valueCapacity = 10240;
 
 RegistryKey::RegistryKey(const std::string& path) : path_(path) {
     using platform::RegistryHive;
-    // Opened in the view of 32-bit programs, made in the native one.
+    // Opened in the 32-bit view of the registry but created in the native one.
     status_ = platform::OpenRegistryKey(RegistryHive::LocalMachine, path_.c_str(), platform::registryAllAccess32BitView,
                                         handle_);
     if (!IsOpen()) {

@@ -1,4 +1,4 @@
-/// One open registry key.
+/// An open registry key.
 #pragma once
 
 #include <cstdint>
@@ -8,10 +8,11 @@
 
 namespace diagnostics {
 
-/// One thread at a time.
+/// Owns one registry key, which the destructor closes. One thread at a time.
 class RegistryKey {
   public:
-    /// Opens the key in the machine hive or else in the user hive; where both lack it, makes it, in the same order.
+    /// Opens the key in the machine hive, else in the user hive; if neither has it, creates it, in the same order.
+    /// Failure leaves IsOpen() false.
     explicit RegistryKey(const std::string& path);
     ~RegistryKey();
 
@@ -20,12 +21,13 @@ class RegistryKey {
 
     bool IsOpen() const { return status_ == 0; }
 
-    /// The value's bytes up to the first NUL, whatever its type; empty when there is no such value.
+    /// Returns the value's bytes, regardless of its type, up to the first NUL; empty when there is no such value or it
+    /// has more than 10240 bytes. Throws std::bad_alloc.
     std::string ReadString(const char* valueName) const;
 
   private:
     std::string path_;
-    std::uint32_t status_ = 0;  // of the last attempt to open or make the key; 0 is success
+    std::uint32_t status_ = 0;  // of the last attempt to open or create the key; 0 is success
     platform::RegistryHandle handle_ = 0;
 };
 

@@ -15,8 +15,8 @@ namespace {
 
 constexpr std::size_t launcherTextLength = 999;
 
-// A character type fills its caches of narrow and wide forms on first use, without a lock; here it is done while the
-// library is loaded, before other threads can come.
+// The ctype facet fills its caches of narrow and wide characters on first use, without a lock. Here they are filled
+// while the library is loaded, before other threads can use it.
 const std::locale& WithFilledCaches(const std::locale& locale) {
     const auto& characters = std::use_facet<std::ctype<char>>(locale);
     std::array<char, 256> all{};
@@ -35,7 +35,7 @@ const std::locale& MessageLocale() {
     return messageLocale;
 }
 
-// The bracket is left open: viewers filter for this very form.
+// The bracket stays open, because viewers filter for exactly this form.
 void WriteTrace(const char* function, std::uint32_t line, const std::string& message) {
     platform::WriteDebugOutput(Compose("vexlane[%1%(%2%): %3%", function, line, message).c_str());
 }

@@ -28,7 +28,7 @@ void PollTimeoutThread::Start(std::function<void()> action) {
         return;
     }
     pollAction_ = std::move(action);
-    // The thread keeps the library loaded where it could not be joined during unloading.
+    // The thread keeps the library loaded on systems where it cannot be joined during unloading.
     const platform::LibraryReference library = platform::HoldLibrary();
     try {
         pollThread_ = boost::thread([this, library] {
@@ -42,7 +42,7 @@ void PollTimeoutThread::Start(std::function<void()> action) {
     }
 }
 
-// The thread was stopped wherever it was, perhaps with the mutex held.
+// The system stopped the thread at an arbitrary point, so it may hold the mutex.
 void PollTimeoutThread::DetachStopped() VEXLANE_UNCHECKED {
     pollThread_.detach();
 }
@@ -73,7 +73,7 @@ void PollTimeoutThread::Stop() {
         ending.swap(pollThread_);
     }
     if (ending.joinable()) {
-        ending.interrupt();  // it may be another one than above
+        ending.interrupt();  // it may be a different thread from the one above
         ending.join();
     }
 }
@@ -122,9 +122,9 @@ void PollTimeoutThread::Run() {
             }
         } while (!boost::this_thread::interruption_requested());
     } catch (const boost::thread_interrupted&) {
-        // The wait was cut short.
+        // Stop interrupted the wait.
     } catch (...) {
-        // Without a wait between them, polls would follow one another at once: polling ends.
+        // The wait failed. Polling ends, because polls would otherwise follow each other without a pause.
     }
 }
 
@@ -139,7 +139,7 @@ void PollTimeoutThread::Poll(std::function<void(std::int64_t)>& wait) {
     } catch (const boost::thread_interrupted&) {
         throw;
     } catch (...) {
-        // A poll that failed is made again after the period; the host's process goes on.
+        // The next poll follows after the period; an exception must not end the host's process.
     }
 }
 

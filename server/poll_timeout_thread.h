@@ -1,4 +1,4 @@
-/// A thread that does something at once and then again after every period.
+/// A thread that calls an action at once and then again after each period.
 #pragma once
 
 #include <atomic>
@@ -13,10 +13,10 @@
 
 namespace ThreadRoutines {
 
-/// Every operation may be called from any thread, the poll action's own included.
+/// Every operation may be called from any thread and, unless it says otherwise, from the poll action.
 /// Lock order: poll mutex, then thread mutex.
 ///
-/// In a child that the host forks the poll thread does not exist, and a mutex that it held stays locked for ever. Every
+/// In a child process that the host forks there is no poll thread, and a mutex that it held stays locked. Every
 /// operation returns at once there and does nothing.
 class PollTimeoutThread {
   public:
@@ -27,25 +27,27 @@ class PollTimeoutThread {
     PollTimeoutThread(const PollTimeoutThread&) = delete;
     PollTimeoutThread& operator=(const PollTimeoutThread&) = delete;
 
-    /// Starts polling; a thread that runs goes on with the action that it has. The action is called with the poll mutex
-    /// held; what it throws is dropped. Throws std::exception when no thread can be had.
-    /// REQUIRES: not on the poll thread.
+    /// Starts polling; does nothing when the thread is already running. The action is called with the poll mutex held;
+    /// an exception from it is dropped. Throws std::exception when the thread cannot be created. REQUIRES: not on the
+    /// poll thread.
     void Start(std::function<void()> action);
 
-    /// Ends polling: waits for a poll in progress and cuts a wait short. On the poll thread itself it does nothing.
+    /// Ends polling: waits for a poll in progress, interrupts a wait and joins the thread. Does nothing on the poll
+    /// thread.
     void Stop();
 
+    /// Returns true between Start and Stop.
     bool IsRunning() const;
 
-    /// True in a process other than the one that made this object.
+    /// Returns true in a process other than the one that created this object.
     bool IsInForkedChild() const { return platform::CurrentProcessId() != owner_; }
 
-    /// Taken into account from the next wait on. 5000 at first. One that does not fit 64 bits of microseconds counts as
-    /// the nearest that does.
+    /// Sets the time from one poll to the next, used from the next wait on; 5000 by default. A value that does not fit
+    /// 64 bits of microseconds is clamped; a wait takes at most 365 days.
     void SetPeriod(std::int64_t milliseconds);
 
-    /// Called with the period, in microseconds, in place of every wait from the next poll on; empty for the wait. It
-    /// should be an interruption point. REQUIRES: not on the poll thread.
+    /// Sets an action that replaces the wait from the next poll on; empty restores the wait. It is called with the
+    /// period in microseconds, and should contain an interruption point. REQUIRES: not on the poll thread.
     void SetWaitAction(std::function<void(std::int64_t)> action);
 
   private:
@@ -59,7 +61,7 @@ class PollTimeoutThread {
     std::function<void(std::int64_t)> waitAction_ VEXLANE_GUARDED_BY(pollMutex_);
     std::atomic<std::int64_t> period_{5'000'000};  // microseconds
     boost::thread pollThread_ VEXLANE_GUARDED_BY(threadMutex_);
-    mutable platform::Mutex threadMutex_;  // a leaf, held for a look or a swap
+    mutable platform::Mutex threadMutex_;  // a leaf, held only to read or swap pollThread_
     const std::uint32_t owner_ = platform::CurrentProcessId();
 };
 

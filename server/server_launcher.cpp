@@ -19,16 +19,16 @@ constexpr std::int64_t pollPeriodMilliseconds = 5000;
 constexpr std::int32_t maxSilenceSeconds = 5;
 constexpr std::uint32_t terminatedExitCode = 0xFFFFFFFF;
 
-// The lines print a handle where they say id, and of a handle the low 32 bits.
+// The trace lines print the low 32 bits of the handle where they say ID.
 std::uint32_t Printed(platform::SystemHandle handle) {
     return static_cast<std::uint32_t>(handle);
 }
 
-// A host that keeps detectors in objects of its own at file scope may destroy them after this one.
+// The owner of the launcher. A host with detectors in static objects may destroy them after this object.
 struct ProcessWideLauncher {
     ProcessWideLauncher() = default;
-    // In a forked child the launcher stays as it is: taking apart the mutexes and the thread of a poll thread that is
-    // not there could wait for it for ever.
+    // In a forked child the launcher is not destroyed, because that could wait forever for the poll thread, which does
+    // not exist there.
     ~ProcessWideLauncher() {
         hasEnded = true;
         if (!(*launcher)->IsInForkedChild()) {
@@ -57,9 +57,9 @@ ServerLauncher::~ServerLauncher() {
     try {
         PollTimeoutThread::Stop();
         if (platform::OtherThreadsAreGone()) {
-            // The other threads were stopped wherever they were, perhaps with a mutex held or in the middle of taking
-            // memory. So no lock is taken, and the lines of a stop are left out: they could wait for such a lock, or
-            // end the process, before the server is ended.
+            // The system stopped the other threads at arbitrary points: one may hold a mutex or be inside the
+            // allocator. So this takes no lock and writes no trace lines, which could block or end the process before
+            // the server is terminated.
             platform::TerminateProcess(process_.process, terminatedExitCode);
             if (isStarting_) {
                 TerminateStartedProcess();
@@ -68,7 +68,7 @@ ServerLauncher::~ServerLauncher() {
             Stop();
         }
     } catch (const std::exception&) {
-        // A destructor has nobody to tell.
+        // A destructor cannot report a failure.
     }
 }
 
@@ -134,7 +134,7 @@ void ServerLauncher::Restart() {
     Start();
 }
 
-// For the end of the process alone: the thread that started the server was stopped before it had its handle.
+// Only for the end of the process, when the thread that started the server was stopped before it stored the handle.
 void ServerLauncher::TerminateStartedProcess() {
     for (const platform::ProcessEntry& server : ListServers()) {
         if (server.parentId == platform::CurrentProcessId()) {
@@ -160,7 +160,7 @@ bool ServerLauncher::ScanProcesses() {
     return !servers.empty();
 }
 
-// The first process listed is the system's own and is not looked at.
+// The first process in the list is the system's own and is skipped.
 std::vector<platform::ProcessEntry> ServerLauncher::ListServers() const {
     std::vector<platform::ProcessEntry> processes = platform::ListProcesses();
     if (!processes.empty()) {
@@ -172,8 +172,8 @@ std::vector<platform::ProcessEntry> ServerLauncher::ListServers() const {
     return processes;
 }
 
-// A process that cannot be opened counts as running but does not take the place of ours on record: without a handle it
-// could never be ended, and ours, which can, would be forgotten.
+// A process that cannot be opened counts as running but does not replace the recorded one: without a handle it could
+// not be terminated, and the handle of the recorded server would be lost.
 void ServerLauncher::ExamineProcess(const platform::ProcessEntry& entry) {
     const platform::SystemHandle handle = platform::OpenProcess(platform::processAllAccess, true, entry.processId);
     const boost::posix_time::ptime now = platform::LocalTime();

@@ -1,4 +1,4 @@
-/// Starts, watches and ends the recognition server's process.
+/// Starts, monitors and terminates the recognition server process.
 #pragma once
 
 #include <atomic>
@@ -14,39 +14,40 @@
 #include "platform/process.h"
 #include "server/poll_timeout_thread.h"
 
-/// One for the whole process, shared by all detectors. Every operation may be called from any thread; failures are
-/// trace lines. Lock order: poll mutex, start mutex, launcher mutex. The start mutex is never held while polling is
-/// being stopped, the launcher mutex for no longer than it takes to copy.
+/// The supervisor of the recognition server, one per process and shared by all detectors. Every operation may be called
+/// from any thread; failures are written as trace lines. Lock order: poll mutex, start mutex, launcher mutex. The start
+/// mutex is never held while polling is being stopped; the launcher mutex is held only to copy values.
 ///
-/// The server belongs to the process that made the launcher. In a child that the host forks every operation returns at
-/// once and does nothing: detectors there read through the parent's server, and the parent goes on watching it and ends
-/// it. A child of a host that had no detector before the fork makes a launcher of its own.
+/// The server belongs to the process that created the launcher. In a child process that the host forks, every operation
+/// returns at once and does nothing: detectors there use the parent's server, which the parent supervises and
+/// terminates. If the host had no detector before the fork, the child creates its own launcher.
 class ServerLauncher : public ThreadRoutines::PollTimeoutThread {
   public:
-    /// Starts polling; the first poll, at once and on the poll thread, starts the server. Throws std::exception when no
-    /// thread can be had.
+    /// Starts polling every 5 seconds. The first poll, at once and on the poll thread, starts the server. Throws
+    /// std::exception when the thread cannot be created.
     ServerLauncher();
-    /// Ends polling and the server. At the end of a Windows process it ends the server alone and writes no lines.
+    /// Ends polling and terminates the server. At the end of a Windows process it only terminates the server and writes
+    /// no trace lines.
     /// REQUIRES: not on the poll thread, not in a forked child.
     ~ServerLauncher() override;
 
-    /// Starts the server unless a process of its name runs.
+    /// Starts the server unless a process with its name is running.
     void Start();
 
-    /// Ends polling for good, and the server. Reached on the poll thread it ends the server alone.
+    /// Ends polling permanently and terminates the server. On the poll thread it only terminates the server.
     void Stop();
 
-    /// Stops, when a server runs, and starts.
+    /// Calls Stop if a server is running, then Start.
     void Restart();
 
-    /// Looks through the processes for the server's name. While a server of ours is on record, another process of that
-    /// name takes its place there, if it can be opened. False in a forked child.
+    /// Returns true when a process with the server's name is running; false in a forked child. If this launcher has
+    /// recorded a server and finds another process with the name, that process replaces it, provided it can be opened.
     bool IsServerRunning();
 
-    /// One poll: restarts the server when it is gone or was not seen alive for more than 5 seconds.
+    /// One poll: restarts the server when it is not running or has not been seen alive for more than 5 seconds.
     void OnTimeout();
 
-    /// The server has shown that it lives.
+    /// Records that the server is alive now.
     void MarkAlive();
 
   private:
@@ -62,16 +63,16 @@ class ServerLauncher : public ThreadRoutines::PollTimeoutThread {
     boost::posix_time::ptime lastAlive_ VEXLANE_GUARDED_BY(launcherMutex_);  // local time
     platform::Mutex launcherMutex_;
     [[maybe_unused]] boost::thread unusedThread_;                              // never started
-    platform::ProcessInformation process_ VEXLANE_GUARDED_BY(launcherMutex_);  // ours, all 0 without one
+    platform::ProcessInformation process_ VEXLANE_GUARDED_BY(launcherMutex_);  // the recorded server; all 0 for none
     std::uint32_t creationFlags_ = 0;
     std::uint32_t showWindow_;
-    std::string commandLine_ = "plate-Server.exe";  // also the name to look for
+    std::string commandLine_ = "plate-Server.exe";  // also the name to search for
     [[maybe_unused]] std::string unusedText_;
     [[maybe_unused]] std::int64_t unusedValue_ = 5000;
-    std::atomic<bool> isStarting_{false};  // a server may exist that is not on record yet
-    platform::Mutex startMutex_;           // makes one step of a look at the processes and what follows from it
+    std::atomic<bool> isStarting_{false};  // a server may be running that is not recorded yet
+    platform::Mutex startMutex_;           // makes scanning the processes and acting on the result atomic
 };
 
-/// The process-wide launcher, made by the first call and ended when the library is unloaded, but not when a forked
-/// child unloads it or exits. Throws std::exception when it cannot be made and when it has ended. Any thread.
+/// Returns the process-wide launcher. It is created by the first call and destroyed when the library is unloaded,
+/// except in a forked child. Throws std::exception when it cannot be created or has been destroyed. Any thread.
 boost::shared_ptr<ServerLauncher> GetServerLauncher();
