@@ -15,7 +15,7 @@ namespace {
 std::atomic<std::int32_t> debugLevel = 0;
 
 // Like atoi, but clamped: the text comes from outside.
-std::int32_t Number(const std::string& text) {
+std::int32_t ParseNumber(const std::string& text) {
     const long long number = std::strtoll(text.c_str(), nullptr, 10);
     if (number > INT32_MAX) {
         return INT32_MAX;
@@ -29,7 +29,7 @@ std::int32_t ReadDebugLevel() noexcept {
     try {
         const RegistryKey key(OKM8::DebugLevelValue::Key);
         const std::string text = key.ReadString(OKM8::DebugLevelValue::Name);
-        return text.empty() ? 0 : Number(text);
+        return text.empty() ? 0 : ParseNumber(text);
     } catch (const std::exception&) {
         return 0;
     }

@@ -58,7 +58,7 @@ void PollTimeoutThread::Stop() {
     if (IsPollThread()) {
         return;
     }
-    const boost::this_thread::disable_interruption callersInterruptionIsNotOurs;
+    const boost::this_thread::disable_interruption disableInterruption;
     {
         const platform::Lock lock(threadMutex_);
         pollThread_.interrupt();

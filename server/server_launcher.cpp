@@ -20,7 +20,7 @@ constexpr std::int32_t maxSilenceSeconds = 5;
 constexpr std::uint32_t terminatedExitCode = 0xFFFFFFFF;
 
 // The trace lines print the low 32 bits of the handle where they say ID.
-std::uint32_t Printed(platform::SystemHandle handle) {
+std::uint32_t Low32Bits(platform::SystemHandle handle) {
     return static_cast<std::uint32_t>(handle);
 }
 
@@ -79,7 +79,7 @@ void ServerLauncher::Start() {
     LauncherTrace("Start server launcher");
     const platform::Lock lock(startMutex_);
     if (ScanProcesses()) {
-        LauncherTrace("Already started. Process ID: 0x%x", Printed(Record().process));
+        LauncherTrace("Already started. Process ID: 0x%x", Low32Bits(Record().process));
         return;
     }
     StartProcess();
@@ -99,7 +99,7 @@ void ServerLauncher::StartProcess() {
     }
     SetRecord(started);
     isStarting_ = false;
-    LauncherTrace("CreatedProcess(%s) - ok Process ID: 0x%x\r\n", commandLine_.c_str(), Printed(started.process));
+    LauncherTrace("CreatedProcess(%s) - ok Process ID: 0x%x\r\n", commandLine_.c_str(), Low32Bits(started.process));
     MarkAlive();
 }
 
@@ -116,7 +116,7 @@ void ServerLauncher::Stop() {
 void ServerLauncher::TerminateProcess() {
     const platform::SystemHandle handle = Record().process;
     if (!platform::TerminateProcess(handle, terminatedExitCode) && diagnostics::DebugLevel() != 0) {
-        LauncherTrace("TerminateProcess(0x%x) - failed, err = %s\r\n", Printed(handle),
+        LauncherTrace("TerminateProcess(0x%x) - failed, err = %s\r\n", Low32Bits(handle),
                       diagnostics::LastErrorText().c_str());
     }
     LauncherTrace("Terminated server launcher");
