@@ -5,8 +5,8 @@
 
 namespace platform {
 
-/// Returns the local time, in microseconds. It jumps when the clock is set or the time zone changes. Throws
-/// std::exception when there is no local time. Any thread.
+/// Returns the local time with microsecond resolution. It jumps when the clock or the time zone is changed. Throws
+/// std::exception when the system has no local time. Any thread.
 boost::posix_time::ptime LocalTime();
 
 }  // namespace platform

@@ -1,7 +1,7 @@
-/// Calls into code that another compiler may have built: the host's objects and the engine.
+/// Calls into code that may have been built by another compiler: the host's objects and the engine.
 ///
-/// GCC on Windows knows its own exceptions alone. A C++ exception of the Microsoft runtime would pass through this
-/// library without running a destructor or a catch block: locks would stay locked and buffers would never be released.
+/// GCC on Windows handles only its own exceptions. A C++ exception of the Microsoft runtime would pass through this
+/// library without running destructors or catch blocks: locks would stay locked and buffers would never be released.
 #pragma once
 
 #include <cstdint>
@@ -19,18 +19,18 @@
 
 namespace platform {
 
-/// Stands for an exception of another compiler's runtime, which has ended. It is no std::exception, since nothing is
-/// known about the original but its code.
+/// Replaces an exception of another compiler's runtime, which has been destroyed. Not derived from std::exception,
+/// because only the code of the original is known.
 struct ForeignException {
-    std::uint32_t code;  ///< by which Windows knows the exception
+    std::uint32_t code;  ///< the exception's code in Windows
 };
 
 #if VEXLANE_GUARDS_FOREIGN_CALLS
 
 namespace internal {
 
-/// Calls `function(context)` and returns 0, or the code of the foreign exception that left it. The frames of GCC
-/// between this and the thrower are skipped, with their destructors and catch blocks.
+/// Calls `function(context)`. Returns 0, or the code of the foreign exception that left it. GCC's stack frames between
+/// this function and the throw are skipped, including their destructors and catch blocks.
 extern "C" std::uint32_t vexlane_guard_foreign_call(std::uint32_t (*function)(void*), void* context);
 
 template <class Action>
@@ -52,9 +52,9 @@ void GuardForeignCall(Action& action) {
 ///
 ///     CallForeign<&ICompositeBuffer::GetWidth>(buffer)
 ///
-/// A C++ exception of another compiler that leaves the call is thrown as ForeignException. All others pass unchanged:
-/// this compiler's own, and those of the system, such as access violations, break points and debug output. Arguments
-/// are made by the caller, so nothing but the call stands between the guard and the foreign code. Any thread.
+/// A C++ exception of another compiler that leaves the call is rethrown as ForeignException. All others pass unchanged:
+/// those of this compiler, and those of the system, such as access violations, breakpoints and debug output. Arguments
+/// are scalars made by the caller, so only the call itself is between the guard and the foreign code. Any thread.
 template <auto operation, class... Arguments>
 std::invoke_result_t<decltype(operation), Arguments...> CallForeign(Arguments... arguments) {
     using Result = std::invoke_result_t<decltype(operation), Arguments...>;

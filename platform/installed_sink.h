@@ -1,4 +1,4 @@
-/// The sink that takes the debug output's texts, on every system.
+/// The installed sink of the debug output, for all systems.
 #pragma once
 
 #include <atomic>
@@ -11,7 +11,7 @@ namespace platform {
 /// Any thread.
 class InstalledSink {
   public:
-    /// False when there is none.
+    /// Writes to the sink. Returns false when there is none.
     template <class Character>
     bool Write(const Character* text) {
         const Writer writer(writers_);
@@ -22,7 +22,8 @@ class InstalledSink {
         return sink != nullptr;
     }
 
-    /// Waits for those who write into the one before. REQUIRES: not from a sink.
+    /// Installs a sink and waits until no thread writes to the previous one, which it returns. REQUIRES: not called
+    /// from a sink.
     DebugOutputSink* Exchange(DebugOutputSink* sink) {
         DebugOutputSink* const before = installed_.exchange(sink);
         while (writers_ != 0) {

@@ -1,5 +1,5 @@
-/// Boost's mutexes, annotated: clang reports with -Wthread-safety where a member is touched without the mutex that it
-/// names (https://clang.llvm.org/docs/ThreadSafetyAnalysis.html). Other compilers see plain mutexes.
+/// Boost's mutexes with annotations: clang's -Wthread-safety reports accesses to a member without its mutex
+/// (https://clang.llvm.org/docs/ThreadSafetyAnalysis.html). For other compilers they are plain mutexes.
 #pragma once
 
 #include <boost/thread/mutex.hpp>
@@ -11,11 +11,11 @@
 #define VEXLANE_THREAD_SAFETY(...)
 #endif
 
-/// After a member: only touched while that mutex is held.
+/// After a member: accessed only while that mutex is held.
 #define VEXLANE_GUARDED_BY(mutex) VEXLANE_THREAD_SAFETY(guarded_by(mutex))
-/// After a function's parameters: only called while that mutex is held.
+/// After a function's parameters: called only while that mutex is held.
 #define VEXLANE_REQUIRES(mutex) VEXLANE_THREAD_SAFETY(requires_capability(mutex))
-/// After a function's parameters: not checked. Says why.
+/// After a function's parameters: not checked. A comment states the reason.
 #define VEXLANE_UNCHECKED VEXLANE_THREAD_SAFETY(no_thread_safety_analysis)
 
 namespace platform {
@@ -31,7 +31,7 @@ class VEXLANE_THREAD_SAFETY(capability("mutex")) AnnotatedMutex : public Base {
 using Mutex = AnnotatedMutex<boost::mutex>;
 using RecursiveMutex = AnnotatedMutex<boost::recursive_mutex>;
 
-/// Holds a mutex for its own life.
+/// Holds a mutex for its lifetime.
 template <class Locked>
 class VEXLANE_THREAD_SAFETY(scoped_lockable) Lock {
   public:

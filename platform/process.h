@@ -1,4 +1,4 @@
-/// Starting, finding and ending other processes. Any thread. On allocation failure they throw std::bad_alloc.
+/// Starting, finding and terminating processes. Any thread. On allocation failure the functions throw std::bad_alloc.
 #pragma once
 
 #include <cstdint>
@@ -7,10 +7,11 @@
 
 namespace platform {
 
-/// A process or a thread; 0 is none. On Windows a handle that stays open until the caller closes it as the system says;
-/// elsewhere a plain value (process id and start time) that holds nothing open.
+/// A process or a thread; 0 is none. On Windows a system handle, which stays open until the caller closes it; elsewhere
+/// a plain value (process id and start time) that needs no closing.
 using SystemHandle = std::uintptr_t;
 
+/// A started process and its first thread.
 struct ProcessInformation {
     SystemHandle process = 0;
     SystemHandle thread = 0;
@@ -18,6 +19,7 @@ struct ProcessInformation {
     std::uint32_t threadId = 0;
 };
 
+/// One process of ListProcesses().
 struct ProcessEntry {
     std::uint32_t processId = 0;
     std::string executableName;  ///< without folders
@@ -27,29 +29,30 @@ struct ProcessEntry {
 inline constexpr std::uint32_t showWindowHidden = 0;  ///< SW_HIDE
 inline constexpr std::uint32_t showWindowShown = 5;   ///< SW_SHOW
 
-inline constexpr std::uint32_t processAllAccess = 0x1F0FFF;
+inline constexpr std::uint32_t processAllAccess = 0x1F0FFF;  ///< PROCESS_ALL_ACCESS of Windows XP
 
-/// The calling process. Changes in a child that a fork makes.
+/// Returns the id of the calling process; a forked child has a new one.
 std::uint32_t CurrentProcessId();
 
-/// Starts a program by its bare name or by an absolute path. The bare name is looked for in the running program's own
-/// folder first. Windows then looks where it always does: in the current folder, in its own folders and on the search
-/// path. Elsewhere only the absolute folders of the search path follow, never the current folder. The program inherits
-/// no handles, and the caller's environment and folder. False on failure, with the last error set; `started` is written
-/// on success alone.
+/// Starts a program by bare name or absolute path, followed by its arguments. A bare name is searched for first in the
+/// folder of the running program; then, on Windows, in the current folder, the system's folders and the search path;
+/// elsewhere only in the absolute folders of the search path, never in the current folder. The program inherits the
+/// caller's environment and current folder, but no handles. `creationFlags` and `showWindow` apply to Windows only.
+/// Returns false on failure, with the last error set; `started` is written only on success.
 bool StartProcess(const std::string& commandLine, std::uint32_t creationFlags, std::uint32_t showWindow,
                   ProcessInformation& started);
 
-/// Ends a process with that exit code (where the system lets an outsider choose one) and waits, at most a second, until
-/// it is gone. False on failure, an empty handle and a process that has ended already included, with the last error
-/// set. No interruption point.
+/// Terminates a process, on Windows with that exit code, and waits at most one second for its end. Returns false on
+/// failure, with the last error set; a handle of 0 and a process that has already ended are failures. Not an
+/// interruption point.
 bool TerminateProcess(SystemHandle process, std::uint32_t exitCode);
 
-/// Opens a process; 0 on failure, with the last error set.
+/// Opens a process with Windows access rights. Returns 0 on failure, with the last error set.
 SystemHandle OpenProcess(std::uint32_t access, bool inheritable, std::uint32_t processId);
 
-/// Returns the processes that exist now. The first entry is the system's own process; processes that have ended but are
-/// still in the system's table are not listed. Empty on failure, with the last error set.
+/// Returns the running processes. The first entry is the system's own process; processes that have ended but are still
+/// in the system's table are not listed, and on Linux those that the caller may not signal. Empty on failure, with the
+/// last error set.
 std::vector<ProcessEntry> ListProcesses();
 
 }  // namespace platform

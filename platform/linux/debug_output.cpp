@@ -23,8 +23,8 @@ namespace {
 
 constinit InstalledSink installedSink;
 
-// Keeps the signals that a failing write sends away from the host: they are blocked on this thread, and one that the
-// write has caused is taken back. Dispositions are the host's and stay as they are.
+// Keeps the signals of a failing write from the host: blocks them on this thread and discards one that the write
+// raised. The host's signal dispositions are not changed.
 class WriteSignalsHeldBack {
   public:
     WriteSignalsHeldBack() {
@@ -33,7 +33,7 @@ class WriteSignalsHeldBack {
         sigaddset(&writeSignals_, SIGXFSZ);
         sigset_t pending;
         sigpending(&pending);
-        // One that was pending before is not ours to take.
+        // A signal that was already pending belongs to the host and is not discarded.
         for (const int signal : {SIGPIPE, SIGXFSZ}) {
             if (sigismember(&pending, signal) == 1) {
                 sigdelset(&writeSignals_, signal);
@@ -65,7 +65,7 @@ void WriteLine(std::string& line) {
     while (written < line.size()) {
         const ssize_t count = ::write(STDERR_FILENO, line.data() + written, line.size() - written);
         if (count > 0) {
-            // A signal can cut a long write short; what is left follows.
+            // A signal can interrupt a long write; the rest follows.
             written += static_cast<std::size_t>(count);
         } else if (count == 0 || errno != EINTR) {
             return;

@@ -5,6 +5,7 @@
 
 namespace platform {
 
+/// Owns a descriptor; a negative value is none. One thread at a time.
 class Descriptor {
   public:
     explicit Descriptor(int opened) : value_(opened) {}

@@ -2,7 +2,7 @@
 
 namespace platform {
 
-// A thread can be joined while a library is being unloaded and while the process ends, so nothing has to be held.
+// A thread can be joined while a library is being unloaded and while the process ends, so no reference is needed.
 
 LibraryReference HoldLibrary() {
     return 0;

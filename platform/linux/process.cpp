@@ -49,7 +49,7 @@ constexpr std::uint32_t ProcessIdOf(SystemHandle handle) {
     return static_cast<std::uint32_t>(handle);
 }
 
-// False for no process, for a group of them and for the system's own.
+// False for 0, for process groups and for the system's own process.
 constexpr bool IsOneThatEnds(std::uint32_t processId) {
     return processId >= static_cast<std::uint32_t>(lowestSignalledProcess) && processId <= INT_MAX;
 }
@@ -58,8 +58,8 @@ constexpr bool Matches(SystemHandle handle, const ProcessState& state) {
     return static_cast<std::uint32_t>(handle >> 32) == static_cast<std::uint32_t>(state.startTime);
 }
 
-// Our children. Each is waited for by its own id once it has ended, and no other process ever is: the rest belongs to
-// the host.
+// The processes that this library started. Each is reaped by its own id once it has ended. Other children belong to the
+// host and are never waited for.
 
 struct Child {
     pid_t process = 0;
@@ -70,7 +70,7 @@ struct Child {
 constinit Child* children = nullptr;
 constinit std::mutex childrenMutex;  // guards the list above
 
-// False for one that has ended; it has been waited for, here or by somebody else.
+// Returns false for a child that has ended; it has been reaped, here or by the host.
 bool IsStillOurs(const Child& child) {
     ProcessState state;
     const int error = ReadState(child.process, state);
@@ -78,10 +78,10 @@ bool IsStillOurs(const Child& child) {
         return false;
     }
     if (error != 0) {
-        return true;  // nothing is known; a later look will tell
+        return true;  // unknown; checked again later
     }
     if (state.startTime != child.startTime) {
-        return false;  // the host waited for it, and the number went to another process
+        return false;  // the host reaped it, and another process has the id
     }
     return ::waitpid(child.process, nullptr, WNOHANG) == 0;
 }
@@ -107,7 +107,7 @@ void Remember(std::unique_ptr<Child> child) {
 
 // Starting
 
-// The words of a command line: blanks part them, and quotation marks keep blanks inside one.
+// Splits a command line at blanks; quotation marks keep blanks inside a word.
 std::vector<std::string> SplitWords(std::string_view commandLine) {
     std::vector<std::string> words;
     bool insideWord = false;
@@ -130,7 +130,7 @@ std::vector<std::string> SplitWords(std::string_view commandLine) {
     return words;
 }
 
-// 0 for a file that may be executed, else the error.
+// Returns 0 for a file that may be executed, else the error.
 int CheckExecutable(const std::string& path) {
     struct stat status = {};
     if (::stat(path.c_str(), &status) != 0) {
@@ -139,9 +139,9 @@ int CheckExecutable(const std::string& path) {
     return S_ISREG(status.st_mode) && ::access(path.c_str(), X_OK) == 0 ? 0 : EACCES;
 }
 
-// The running program's own folder, then those of PATH. Never the current folder: whoever may write there could place a
-// program that a host with more rights would run. An empty element of PATH, which means the current folder, and every
-// other relative one are left out.
+// The folder of the running program, then those of PATH. Never the current folder: a user who may write there could
+// place a program that a host with more rights would run. So an empty element of PATH, which means the current folder,
+// and other relative elements are skipped.
 std::vector<std::string> SearchedFolders() {
     std::vector<std::string> folders;
     const auto add = [&folders](std::string_view folder) {
@@ -163,7 +163,7 @@ std::vector<std::string> SearchedFolders() {
     return folders;
 }
 
-// 0 or the error.
+// Returns 0 or the error.
 int FindProgram(const std::string& name, std::string& path) {
     if (name.find('/') != std::string::npos) {
         path = name;
@@ -177,13 +177,13 @@ int FindProgram(const std::string& name, std::string& path) {
             return 0;
         }
         if (error == EACCES) {
-            result = EACCES;  // says more than that it stands nowhere else
+            result = EACCES;  // more informative than ENOENT
         }
     }
     return result;
 }
 
-// How a child begins: with our environment and folder, and nothing else of ours.
+// The attributes of a child: it inherits environment and current folder, but no descriptors and no signal settings.
 class SpawnSettings {
   public:
     SpawnSettings() {
@@ -197,7 +197,7 @@ class SpawnSettings {
     SpawnSettings(const SpawnSettings&) = delete;
     SpawnSettings& operator=(const SpawnSettings&) = delete;
 
-    // 0 or the error.
+    // Returns 0 or the error.
     int Prepare() {
         sigset_t none;
         sigset_t all;
@@ -205,7 +205,7 @@ class SpawnSettings {
         sigfillset(&all);
         ::posix_spawnattr_setsigmask(&attributes_, &none);
         ::posix_spawnattr_setsigdefault(&attributes_, &all);
-        // A session of its own keeps a terminal's interrupt and hang-up away.
+        // In its own session the child does not receive a terminal's interrupt and hang-up.
         ::posix_spawnattr_setflags(&attributes_, POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSIGDEF | POSIX_SPAWN_SETSID);
         for (const int standard : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) {
             const int mode = standard == STDIN_FILENO ? O_RDONLY : O_WRONLY;
@@ -224,7 +224,7 @@ class SpawnSettings {
     posix_spawn_file_actions_t actions_;
 };
 
-// 0 or the error.
+// Returns 0 or the error.
 int Start(const std::string& commandLine, ProcessInformation& started) {
     std::vector<std::string> words = SplitWords(commandLine);
     if (words.empty()) {
@@ -254,7 +254,7 @@ int Start(const std::string& commandLine, ProcessInformation& started) {
     ProcessState state;
     const int error = ReadState(process, state);
     if (error != 0 && !MeansGone(error)) {
-        // Without its start time it could never be ended through its handle.
+        // Without its start time it could not be terminated through its handle.
         SendSignal(process, SIGKILL);
         while (::waitpid(process, nullptr, 0) < 0 && errno == EINTR) {
         }
@@ -274,7 +274,7 @@ int Start(const std::string& commandLine, ProcessInformation& started) {
 
 // Ending
 
-// Waits until a process is gone, or only stands in the system's table still, or for as long as is reasonable.
+// Waits until a process has ended, at most for endTimeout. It may still be in the system's table.
 void WaitForEnd(const Descriptor& process) {
     const auto deadline = std::chrono::steady_clock::now() + endTimeout;
     for (;;) {
@@ -290,13 +290,13 @@ void WaitForEnd(const Descriptor& process) {
     }
 }
 
-// Reads the state of a process. 0 or the error; ESRCH, too, for one that has ended.
+// Reads the state of a process. Returns 0 or the error; ESRCH also for a process that has ended.
 int ReadRunning(pid_t process, ProcessState& state) {
     const int error = ReadState(process, state);
     return MeansGone(error) || (error == 0 && state.ended) ? ESRCH : error;
 }
 
-// 0 for a descriptor of the very process that a handle means, not of a later one with the same id, else the error.
+// Returns 0 when the descriptor refers to the handle's process, not to a later one with the same id, else the error.
 int CheckAlive(SystemHandle handle, const Descriptor& process) {
     if (!process.IsOpen()) {
         return errno;
@@ -308,13 +308,13 @@ int CheckAlive(SystemHandle handle, const Descriptor& process) {
     return Matches(handle, state) ? 0 : ESRCH;
 }
 
-// 0 or the error.
+// Returns 0 or the error.
 int End(SystemHandle handle) {
     const std::uint32_t processId = ProcessIdOf(handle);
     if (!IsOneThatEnds(processId)) {
         return EINVAL;
     }
-    // The descriptor first, then the look at what it stands for: so nothing can take the process's place in between.
+    // Opened before the check, so that no other process can take over the id in between.
     const Descriptor process(::pidfd_open(static_cast<pid_t>(processId), 0));
     if (const int error = CheckAlive(handle, process)) {
         return error;

@@ -22,11 +22,11 @@ namespace platform {
 
 namespace {
 
-constexpr std::size_t commLength = 15;  // what the system keeps of a process's name
+constexpr std::size_t commLength = 15;  // the system truncates the name to this
 constexpr std::string_view deletedSuffix = " (deleted)";
 constexpr std::chrono::seconds startTimeout{1};
 
-// True for the errors of reading about another user's process.
+// True for the errors of reading the entry of another user's process.
 bool MeansForbidden(int error) {
     return error == EACCES || error == EPERM;
 }
@@ -35,7 +35,7 @@ std::string ProcessFolder(pid_t process) {
     return "/proc/" + std::to_string(process);
 }
 
-// Reads a file's beginning, at most `limit` bytes; 0 or the error.
+// Reads a file's beginning, at most `limit` bytes. Returns 0 or the error.
 int ReadBeginning(const std::string& path, std::size_t limit, std::string& text) {
     const Descriptor file(::open(path.c_str(), O_RDONLY | O_CLOEXEC));
     if (!file.IsOpen()) {
@@ -63,13 +63,13 @@ std::string_view WithoutFolders(std::string_view path) {
     return slash == std::string_view::npos ? path : path.substr(slash + 1);
 }
 
-// The full name of a program whose name begins with `comm`: that of the executable, or, when an interpreter runs it,
-// one of the first two arguments. 0 or the error.
+// Gets the full name of a program whose name begins with `comm`: that of the executable, or, when an interpreter runs
+// it, one of the first two arguments. Returns 0 or the error.
 int ReadName(const std::string& folder, std::string_view comm, std::string& name) {
     std::string executable;
     const int executableError = ReadProgram(folder, executable);
     if (MeansForbidden(executableError)) {
-        executable.clear();  // a program that may be run but not read; the arguments tell, too
+        executable.clear();  // the program is executable but not readable; the arguments suffice
     } else if (executableError != 0) {
         return executableError;
     }
@@ -103,12 +103,12 @@ struct FolderCloser {
 };
 using Folder = std::unique_ptr<DIR, FolderCloser>;
 
-// Opens a folder of /proc; null with errno set on failure.
+// Opens a folder of /proc. Returns null, with errno set, on failure.
 Folder OpenFolder(const std::string& path) {
     return Folder(::opendir(path.c_str()));
 }
 
-// The next entry whose name is a number; 0 at the end and on failure, which sets errno, else cleared.
+// Returns the next entry whose name is a number; 0 at the end, with errno 0, and on failure, with errno set.
 pid_t NextNumber(const Folder& folder) {
     for (;;) {
         errno = 0;
@@ -125,8 +125,8 @@ pid_t NextNumber(const Folder& folder) {
     }
 }
 
-// ReadName through any thread that still runs, for a process whose first thread has ended: the system shows neither
-// executable nor arguments through that one. 0 or the error.
+// Calls ReadName for a running thread of a process whose first thread has ended, because the system does not show the
+// executable and the arguments of that thread. Returns 0 or the error.
 int ReadNameThroughThreads(const std::string& folder, std::string_view comm, std::string& name) {
     const Folder threads = OpenFolder(folder + "/task");
     if (!threads) {
@@ -141,12 +141,12 @@ int ReadNameThroughThreads(const std::string& folder, std::string_view comm, std
     return errno != 0 ? errno : ESRCH;
 }
 
-// True for errors that would hide running processes if they were passed over.
+// True for errors that would hide running processes if they were ignored.
 bool MeansShortage(int error) {
     return error == EMFILE || error == ENFILE || error == ENOMEM;
 }
 
-// 0 or the error. Adds nothing for a process that has ended, cannot be read or is another user's.
+// Returns 0 or the error. Adds nothing for a process that has ended, cannot be read or is another user's.
 int AddEntry(pid_t process, std::vector<ProcessEntry>& entries) {
     ProcessState state;
     ProcessEntry entry;
@@ -177,7 +177,7 @@ int ReadState(pid_t process, ProcessState& state) {
     if (const int error = ReadBeginning(ProcessFolder(process) + "/stat", 4096, text)) {
         return error;
     }
-    // The name may hold blanks and parentheses of its own.
+    // The name may contain blanks and parentheses.
     const std::size_t open = text.find('(');
     const std::size_t close = text.rfind(')');
     if (open == std::string::npos || close == std::string::npos || close < open) {
@@ -214,7 +214,7 @@ int ReadProgram(const std::string& folder, std::string& program) {
 void WaitForName(pid_t child) {
     const auto deadline = std::chrono::steady_clock::now() + startTimeout;
     for (;;) {
-        // The arguments are the last thing that a new program is given.
+        // The system sets the arguments last when it executes a program.
         std::string arguments;
         ProcessState state;
         if (ReadBeginning(ProcessFolder(child) + "/cmdline", 1, arguments) != 0 || !arguments.empty() ||

@@ -1,5 +1,5 @@
-/// What the system's process table, /proc, says about processes. Functions that return an int return 0 or the error.
-/// Any thread. On allocation failure they throw std::bad_alloc.
+/// The system's process table, /proc. Functions that return an int return 0 or an errno value. Any thread. On
+/// allocation failure they throw std::bad_alloc.
 #pragma once
 
 #include <sys/types.h>
@@ -12,26 +12,28 @@
 
 namespace platform {
 
+/// The state of a process.
 struct ProcessState {
-    std::string comm;  ///< the name, cut to 15 bytes
-    std::uint64_t startTime = 0;
-    bool ended = false;        ///< a zombie
-    bool leaderEnded = false;  ///< the first thread has ended, others go on
+    std::string comm;             ///< the name, truncated to 15 bytes
+    std::uint64_t startTime = 0;  ///< clock ticks since boot
+    bool ended = false;           ///< a zombie
+    bool leaderEnded = false;     ///< the first thread has ended, others are running
 };
 
+/// Reads the state of a process.
 int ReadState(pid_t process, ProcessState& state);
 
-/// True for the errors of reading about a process that does not exist any more.
+/// Returns true for the errors of reading a process that does not exist any more.
 bool MeansGone(int error);
 
-/// Reads the path of the program that runs in a process, which is given by its folder of the table.
+/// Reads the path of the program of a process, given by the process's folder, such as "/proc/self".
 int ReadProgram(const std::string& folder, std::string& program);
 
-/// Waits, at most a second, until a child that was just started has its own name. The system lets it go a moment
-/// earlier, and a list that is made right then would not have a script under its name.
+/// Waits, at most one second, until a child that was just started has its name. Its start returns slightly earlier, and
+/// a list of processes made at that moment would not show a script under its own name.
 void WaitForName(pid_t child);
 
-/// Adds the system's own process and then each one that runs and that the caller may signal.
+/// Appends the system's own process and then each running process that the caller may signal.
 int ReadProcesses(std::vector<ProcessEntry>& entries);
 
 }  // namespace platform

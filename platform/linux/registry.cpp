@@ -30,7 +30,7 @@ std::uint32_t Failed(int error) {
     return static_cast<std::uint32_t>(error);
 }
 
-// True for what can be the name of a folder or file without leading anywhere else.
+// True for a name that stays inside its folder.
 bool IsPlainName(std::string_view name) {
     return !name.empty() && name != "." && name != ".." && name.find('/') == std::string_view::npos;
 }
@@ -40,7 +40,7 @@ std::string EnvironmentVariable(const char* name) {
     return value == nullptr ? std::string() : std::string(value);
 }
 
-// The folder of a hive; empty when the environment names none.
+// Returns the folder of a hive; empty when the environment defines none.
 std::string HiveFolder(RegistryHive hive) {
     const char* name = hive == RegistryHive::LocalMachine ? "/HKEY_LOCAL_MACHINE" : "/HKEY_CURRENT_USER";
     const std::string registry = EnvironmentVariable("VEXLANE_REGISTRY");
@@ -58,7 +58,7 @@ std::string HiveFolder(RegistryHive hive) {
     return home.empty() ? std::string() : home + "/.config/vexlane" + name;
 }
 
-// The folder of a key, or an error. Backslashes at the end and repeated ones say nothing.
+// Gets the folder of a key. Returns 0 or the error. Trailing and repeated backslashes are ignored.
 int KeyFolder(RegistryHive hive, const char* path, std::string& folder) {
     folder = HiveFolder(hive);
     if (folder.empty()) {
@@ -96,7 +96,7 @@ int MakeFolders(const std::string& folder) {
         const std::string ancestor = folder.substr(0, end);
         if (::mkdir(ancestor.c_str(), 0777) != 0) {
             const int error = errno;
-            // A folder that stands already may refuse in other words, on a read-only file system for one.
+            // For an existing folder the error may differ from EEXIST, for example on a read-only file system.
             if (CheckFolder(ancestor) != 0) {
                 return error == EEXIST ? ENOTDIR : error;
             }
@@ -107,7 +107,7 @@ int MakeFolders(const std::string& folder) {
     }
 }
 
-// Reads until the buffer is full or the file ends; the count read, or -1 with errno set.
+// Reads until the buffer is full or the file ends. Returns the number of bytes, or -1 with errno set.
 ssize_t ReadWhole(int file, char* buffer, std::size_t capacity) {
     std::size_t count = 0;
     while (count < capacity) {
@@ -164,14 +164,14 @@ std::uint32_t QueryRegistryValue(RegistryHandle key, const char* name, void* buf
     }
     const std::string_view plainName = name == nullptr ? std::string_view() : std::string_view(name);
     if (plainName.empty()) {
-        return Failed(ENOENT);  // a key's nameless value, which a folder does not have
+        return Failed(ENOENT);  // the unnamed value of a key, which has no file
     }
     if (!IsPlainName(plainName)) {
         return Failed(EINVAL);
     }
 
     const std::string path = reinterpret_cast<const Key*>(key)->folder + "/" + name;
-    // Opening must not wait for the other end of a pipe.
+    // O_NONBLOCK, because opening a pipe would wait for its other end.
     const Descriptor file(::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY));
     if (!file.IsOpen()) {
         return Failed(errno);
@@ -196,7 +196,7 @@ std::uint32_t QueryRegistryValue(RegistryHandle key, const char* name, void* buf
     if (count < 0) {
         return Failed(errno);
     }
-    // The file may have grown meanwhile.
+    // The file may have grown since fstat.
     char beyond = 0;
     if (static_cast<std::uint32_t>(count) == size && ReadWhole(file.Get(), &beyond, 1) > 0) {
         return Failed(ERANGE);

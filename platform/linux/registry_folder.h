@@ -1,4 +1,4 @@
-/// Where the registry lies in the file system.
+/// The location of the registry in the file system.
 #pragma once
 
 #include <string>
@@ -7,9 +7,9 @@
 
 namespace platform {
 
-/// The folder of a key, in which each value is a file: below VEXLANE_REGISTRY; without it below /etc/vexlane for the
-/// machine's hive, and below XDG_CONFIG_HOME/vexlane for the user's, if that is an absolute path, else
-/// HOME/.config/vexlane. Empty when the environment names none and for a path that is no key's. Any thread.
+/// Returns the folder of a key, in which each value is a file. It is below VEXLANE_REGISTRY if set; else below
+/// /etc/vexlane for the machine hive, and below XDG_CONFIG_HOME/vexlane, if that is an absolute path, or
+/// HOME/.config/vexlane for the user hive. Empty when the environment defines none and for an invalid path. Any thread.
 std::string RegistryFolder(RegistryHive hive, const char* path);
 
 }  // namespace platform

@@ -24,7 +24,7 @@ constexpr bool IsSurrogate(char32_t character) {
     return character >= 0xD800 && character <= 0xDFFF;
 }
 
-// Output. One routine serves measuring and writing, so that the two cannot disagree.
+// Output. The same routine counts and writes, so that both agree.
 
 template <class Unit>
 class Output {
@@ -38,7 +38,7 @@ class Output {
         ++count_;
     }
 
-    // The number of units; 0 with the last error set when they did not fit.
+    // Returns the number of units, or 0 with the last error set when they do not fit.
     int Finish() const {
         if ((capacity_ != 0 && count_ > capacity_) || count_ > std::numeric_limits<int>::max()) {
             SetLastError(ERANGE);
@@ -69,8 +69,7 @@ struct PairRange {
     unsigned last;
 };
 
-// The pairs in the assigned rows that stand for no character. One after the other they are the private characters from
-// U+E766 to U+E864.
+// The unassigned pairs in the assigned rows. In order they map to the private-use characters U+E766 to U+E864.
 constexpr PairRange unassignedPairs[] = {
     {0xA2AB, 0xA2B0}, {0xA2E3, 0xA2E4}, {0xA2EF, 0xA2F0}, {0xA2FD, 0xA2FE}, {0xA4F4, 0xA4FE}, {0xA5F7, 0xA5FE},
     {0xA6B9, 0xA6C0}, {0xA6D9, 0xA6DF}, {0xA6EC, 0xA6ED}, {0xA6F3, 0xA6F3}, {0xA6F6, 0xA6FE}, {0xA7C2, 0xA7D0},
@@ -82,7 +81,7 @@ constexpr bool IsTrail(unsigned byte) {
     return byte >= firstTrail && byte <= lastTrail && byte != noTrail;
 }
 
-// The character of a pair in the user-defined rows; 0 for a pair elsewhere.
+// Returns the character of a pair in the user-defined rows; 0 for another pair.
 constexpr char16_t UserDefinedCharacter(unsigned lead, unsigned trail) {
     if (lead >= 0xAA && lead <= 0xAF && trail >= 0xA1) {
         return static_cast<char16_t>(0xE000 + (lead - 0xAA) * 94 + (trail - 0xA1));
@@ -97,11 +96,11 @@ constexpr char16_t UserDefinedCharacter(unsigned lead, unsigned trail) {
     return 0;
 }
 
-// Code page 936 in both directions; 0 where nothing stands.
+// The tables of code page 936 for both directions; 0 for no character.
 class SimplifiedChinese {
   public:
-    // Makes the tables unless they are there; false with the last error set when the system does not have the code
-    // page at hand. A failure is not remembered: it may have been a lack of descriptors. Any thread.
+    // Fills the tables on first use. Returns false, with the last error set, when the system cannot open the code page.
+    // The next call tries again, because the cause may have been a lack of descriptors. Any thread.
     bool Prepare() {
         if (ready_.load(std::memory_order_acquire)) {
             return true;
@@ -111,7 +110,7 @@ class SimplifiedChinese {
             return true;
         }
         const iconv_t converter = ::iconv_open("UTF-16LE", "CP936");
-        // What iconv_open returns on failure is a number in a pointer's place.
+        // On failure iconv_open returns -1 as a pointer.
         if (reinterpret_cast<std::intptr_t>(converter) == -1) {
             SetLastError(static_cast<std::uint32_t>(errno));
             return false;
@@ -125,12 +124,12 @@ class SimplifiedChinese {
         return true;
     }
 
-    // REQUIRES: Prepare has answered true; both are the bytes of a pair.
+    // REQUIRES: Prepare has returned true; `lead` is a lead byte.
     char16_t Character(unsigned lead, unsigned trail) const {
         return IsTrail(trail) ? characters_[lead - firstLead][trail - firstTrail] : u'\0';
     }
 
-    // The pair, or the single byte above 7F, that stands for a character. REQUIRES: Prepare has answered true.
+    // Returns the pair, or the single byte above 7F, of a character. REQUIRES: Prepare has returned true.
     char16_t Code(char16_t character) const { return codes_[character]; }
 
   private:
@@ -180,7 +179,7 @@ class SimplifiedChinese {
     }
 
     std::atomic<bool> ready_ = false;
-    std::mutex mutex_;  // guards the tables until they are ready; they never change afterwards
+    std::mutex mutex_;  // guards the tables until they are ready; then they are constant
     std::array<std::array<char16_t, lastTrail - firstTrail + 1>, lastLead - firstLead + 1> characters_ = {};
     std::array<char16_t, 0x10000> codes_ = {};
 };
@@ -197,7 +196,7 @@ void SimplifiedChineseToWide(const Byte* bytes, std::size_t count, Output<wchar_
         } else if (byte == 0xFF) {
             wide.Add(static_cast<wchar_t>(byteFfCharacter));
         } else if (i + 1 == count || bytes[i + 1] == 0) {
-            wide.Add(L'?');  // a NUL ends the text and is never half of a pair
+            wide.Add(L'?');  // a NUL is never the second byte of a pair
         } else {
             const char16_t character = simplifiedChinese.Character(byte, bytes[++i]);
             wide.Add(character == 0 ? L'?' : static_cast<wchar_t>(character));
@@ -235,7 +234,7 @@ void AddWide(Output<wchar_t>& wide, char32_t character) {
     wide.Add(static_cast<wchar_t>(character));
 }
 
-// The number of bytes that follow a first byte, and the first byte's own bits; -1 for a byte that begins nothing.
+// Returns the number of bytes that follow a first byte and sets `character` to its bits; -1 for an invalid first byte.
 int FollowingBytes(unsigned first, char32_t& character) {
     if (first >= 0xC2 && first <= 0xDF) {
         character = first & 0x1F;
@@ -252,8 +251,8 @@ int FollowingBytes(unsigned first, char32_t& character) {
     return -1;
 }
 
-// False for the beginning of a character that would be overlong, a surrogate or beyond the last one. `left` following
-// bytes are still missing.
+// False for the beginning of a character that would be overlong, a surrogate or above U+10FFFF. `left` bytes are
+// missing.
 bool CanBecomeCharacter(char32_t beginning, int following, int left) {
     const char32_t smallest = beginning << (6 * left);
     if (following == 2) {
@@ -265,8 +264,8 @@ bool CanBecomeCharacter(char32_t beginning, int following, int left) {
     return true;
 }
 
-// A sequence that breaks off is one replacement character and takes with it the following bytes seen so far, the one
-// that spoilt it included when it is a following byte at all.
+// An invalid sequence becomes one replacement character. It includes the continuation bytes read so far, also the one
+// that made it invalid.
 void Utf8ToWide(const Byte* bytes, std::size_t count, Output<wchar_t>& wide) {
     std::size_t i = 0;
     while (i < count) {

@@ -37,7 +37,7 @@ DebugOutputSink* ExchangeDebugOutputSink(DebugOutputSink* sink) {
 void FormatDebugLine(char* line, const char* format, std::va_list arguments) {
     line[0] = '\0';
     ::wvsprintfA(line, format, arguments);
-    // The formatter stops at 1024 characters; whether its NUL is among them is nowhere promised.
+    // wvsprintf stops at 1024 characters; its documentation does not say whether that includes the NUL.
     line[debugLineCapacity - 1] = '\0';
 }
 

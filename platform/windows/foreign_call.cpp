@@ -6,13 +6,13 @@
 
 namespace {
 
-// What a throw of the Microsoft compiler hands to RaiseException: its code and four arguments.
+// What a throw expression of the Microsoft compiler passes to RaiseException: its code and four arguments.
 constexpr DWORD microsoftException = 0xE06D7363;
 enum Argument { magicArgument, objectArgument, throwInfoArgument, imageArgument, argumentCount };
 constexpr ULONG_PTR firstMagic = 0x19930520;
 constexpr ULONG_PTR lastMagic = 0x19930522;
 
-// How the thrown object is destroyed. The addresses count from the beginning of the image that throws.
+// Describes how to destroy the thrown object. Addresses are relative to the beginning of the throwing image.
 struct ThrowInfo {
     std::uint32_t attributes;
     std::uint32_t destructor;  // 0 for none
@@ -20,9 +20,9 @@ struct ThrowInfo {
     std::uint32_t catchableTypes;
 };
 
-// Does what the end of a catch block does. The object lies in the frame that threw it: between here and the guard's
-// frame when the guarded call threw it. An object elsewhere belongs to a catch block of the host outside the guard that
-// throws it again; the record of such a throw may also name no object.
+// Destroys the thrown object, as the end of a catch block does. If the guarded call threw it, it is in a stack frame
+// between this one and the guard's. An object elsewhere belongs to a catch block of the host outside the guard that
+// rethrows it; the record of a rethrow may also contain no object.
 void DestroyThrownObject(const EXCEPTION_RECORD& record, const void* guardFrame) {
     const ULONG_PTR* const arguments = record.ExceptionInformation;
     if (record.ExceptionCode != microsoftException || record.NumberParameters < argumentCount ||
@@ -41,9 +41,9 @@ void DestroyThrownObject(const EXCEPTION_RECORD& record, const void* guardFrame)
 
 }  // namespace
 
-// The unwinding lands on the return address of the call, with the code as the result: no code is needed there, and a
-// shadow stack knows the address. The nop keeps that address out of the epilogue, where Windows asks no handler.
-// "@unwind" makes the system call the handler for the object's end as well.
+// Unwinding continues at the return address of the call, with the code as the result: no further code is needed, and
+// the address is on the shadow stack. The nop keeps it out of the epilogue, where Windows calls no handler. "@unwind"
+// makes the system call the handler also to destroy the object.
 asm(R"(
     .text
     .p2align 4
@@ -70,8 +70,8 @@ extern "C" {
 
 extern char vexlane_guard_landing[];
 
-// Called while the system looks for a handler, with the whole stack still in place, and once more for the guard's own
-// frame when everything above it has been unwound. The thrown object still exists then: the stack pointer is below it.
+// Called while the system searches for a handler, with the stack intact, and again for the guard's own frame after the
+// frames above it are unwound. The thrown object still exists then, because the stack pointer is below it.
 __attribute__((used)) EXCEPTION_DISPOSITION vexlane_foreign_exception_handler(EXCEPTION_RECORD* record,
                                                                               void* guardFrame, CONTEXT* context,
                                                                               DISPATCHER_CONTEXT* dispatcher) {
@@ -81,7 +81,7 @@ __attribute__((used)) EXCEPTION_DISPOSITION vexlane_foreign_exception_handler(EX
     }
     const bool isSearch = (record->ExceptionFlags & (EXCEPTION_UNWINDING | EXCEPTION_EXIT_UNWIND)) == 0;
     if (isSearch && record->ExceptionCode == microsoftException) {
-        // With the record: the host's destructors run for the code of a C++ exception alone.
+        // With the record, because the host's destructors run only for the code of a C++ exception.
         ::RtlUnwindEx(guardFrame, vexlane_guard_landing, record,
                       reinterpret_cast<void*>(ULONG_PTR{record->ExceptionCode}), context, dispatcher->HistoryTable);
         __builtin_trap();  // RtlUnwindEx does not return

@@ -17,7 +17,7 @@ std::string SystemErrorText(std::uint32_t error) {
         return {};
     }
     char* buffer = nullptr;
-    // With a buffer of the system's own, a pointer to it goes where the buffer would stand.
+    // With FORMAT_MESSAGE_ALLOCATE_BUFFER the buffer argument is a pointer to the buffer's pointer.
     const DWORD length = ::FormatMessageA(
         FORMAT_MESSAGE_ALLOCATE_BUFFER | FORMAT_MESSAGE_IGNORE_INSERTS | FORMAT_MESSAGE_FROM_SYSTEM, nullptr, error,
         MAKELANGID(LANG_NEUTRAL, SUBLANG_DEFAULT), reinterpret_cast<char*>(&buffer), 0, nullptr);

@@ -15,9 +15,9 @@ namespace platform {
 #ifdef __GLIBCXX__
 namespace {
 
-// The C++ runtime is part of this library. It sets 73 KiB aside in which exceptions can be thrown when there is no
-// other memory, and frees them only when it is told to. Constructors of this priority run before all others, so what is
-// registered here runs after all destructors.
+// The C++ runtime is linked into this library. It reserves 73 KiB for exceptions thrown when memory is exhausted, and
+// frees them only on request. Constructors of this priority run before all others, so the function registered here runs
+// after all destructors.
 __attribute__((constructor(101))) void FreeExceptionMemoryLast() {
     std::atexit([] {
         if (!OtherThreadsAreGone()) {
@@ -31,7 +31,7 @@ __attribute__((constructor(101))) void FreeExceptionMemoryLast() {
 
 LibraryReference HoldLibrary() {
     HMODULE library = nullptr;
-    // Any address inside this library names it.
+    // Any address inside this library identifies it.
     if (::GetModuleHandleExA(GET_MODULE_HANDLE_EX_FLAG_FROM_ADDRESS, reinterpret_cast<LPCSTR>(&HoldLibrary),
                              &library) == FALSE) {
         return 0;

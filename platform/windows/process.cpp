@@ -1,9 +1,9 @@
 #include "platform/process.h"
 
-// The narrow forms, whose macros would otherwise name the wide ones.
+// The narrow functions; with UNICODE the macros would select the wide ones.
 #undef UNICODE
 #include <windows.h>
-// clang-format off: needs the one above
+// clang-format off: requires the header above
 #include <tlhelp32.h>
 // clang-format on
 
@@ -31,7 +31,7 @@ SystemHandle FromHandle(HANDLE handle) {
     return reinterpret_cast<SystemHandle>(handle);
 }
 
-// Freeing the copy may change the last error, so it is read right after the call.
+// Freeing `writable` may change the last error, so it is read directly after the call.
 bool Create(const std::string& commandLine, std::uint32_t creationFlags, std::uint32_t showWindow,
             PROCESS_INFORMATION& information, DWORD& error) {
     STARTUPINFOA startup = {};
@@ -74,7 +74,7 @@ bool TerminateProcess(SystemHandle process, std::uint32_t exitCode) {
     if (::TerminateProcess(ToHandle(process), exitCode) == FALSE) {
         return false;
     }
-    // The call only begins the end; until it is reached the process is still listed.
+    // The call only starts the termination; the process is listed until it has ended.
     ::WaitForSingleObject(ToHandle(process), endTimeoutMilliseconds);
     return true;
 }

@@ -15,7 +15,7 @@ HKEY ToHive(RegistryHive hive) {
     return hive == RegistryHive::LocalMachine ? HKEY_LOCAL_MACHINE : HKEY_CURRENT_USER;
 }
 
-// The registry returns its status and leaves the last error alone.
+// The registry functions return their status and do not set the last error.
 std::uint32_t Report(LSTATUS status) {
     const auto error = static_cast<std::uint32_t>(status);
     if (error != ERROR_SUCCESS) {

@@ -9,7 +9,7 @@ namespace {
 static_assert(codePageAnsi == CP_ACP);
 static_assert(codePageUtf8 == CP_UTF8);
 
-// A negative count would mean text up to its NUL.
+// To the system a negative count means NUL-terminated text.
 bool IsEmpty(int count) {
     if (count > 0) {
         return false;
@@ -25,7 +25,7 @@ int ToWide(std::uint32_t codePage, const char* bytes, int byteCount, wchar_t* wi
 }
 
 int FromWide(std::uint32_t codePage, const wchar_t* wide, int wideCount, char* bytes, int capacity) {
-    // A similar character in the place of a missing one is not wanted; UTF-8 misses none and refuses the flag.
+    // A missing character must not become a similar one. UTF-8 has all characters and does not accept the flag.
     const bool isUtf8 = codePage == codePageUtf8 || (codePage == codePageAnsi && ::GetACP() == codePageUtf8);
     const DWORD flags = isUtf8 ? 0 : WC_NO_BEST_FIT_CHARS;
     return IsEmpty(wideCount)
