@@ -25,9 +25,9 @@ constinit InstalledSink installedSink;
 
 // Keeps the signals of a failing write from the host: blocks them on this thread and discards one that the write
 // raised. The host's signal dispositions are not changed.
-class WriteSignalsHeldBack {
+class BlockedWriteSignals {
   public:
-    WriteSignalsHeldBack() {
+    BlockedWriteSignals() {
         sigemptyset(&writeSignals_);
         sigaddset(&writeSignals_, SIGPIPE);
         sigaddset(&writeSignals_, SIGXFSZ);
@@ -42,14 +42,14 @@ class WriteSignalsHeldBack {
         pthread_sigmask(SIG_BLOCK, &writeSignals_, &maskBefore_);
     }
 
-    ~WriteSignalsHeldBack() {
-        const timespec atOnce = {};
-        sigtimedwait(&writeSignals_, nullptr, &atOnce);
+    ~BlockedWriteSignals() {
+        const timespec noWait = {};
+        sigtimedwait(&writeSignals_, nullptr, &noWait);
         pthread_sigmask(SIG_SETMASK, &maskBefore_, nullptr);
     }
 
-    WriteSignalsHeldBack(const WriteSignalsHeldBack&) = delete;
-    WriteSignalsHeldBack& operator=(const WriteSignalsHeldBack&) = delete;
+    BlockedWriteSignals(const BlockedWriteSignals&) = delete;
+    BlockedWriteSignals& operator=(const BlockedWriteSignals&) = delete;
 
   private:
     sigset_t writeSignals_;
@@ -60,7 +60,7 @@ void WriteLine(std::string& line) {
     if (line.empty() || line.back() != '\n') {
         line.push_back('\n');
     }
-    const WriteSignalsHeldBack held;
+    const BlockedWriteSignals blocked;
     std::size_t written = 0;
     while (written < line.size()) {
         const ssize_t count = ::write(STDERR_FILENO, line.data() + written, line.size() - written);

@@ -50,7 +50,7 @@ constexpr std::uint32_t ProcessIdOf(SystemHandle handle) {
 }
 
 // False for 0, for process groups and for the system's own process.
-constexpr bool IsOneThatEnds(std::uint32_t processId) {
+constexpr bool IsSignallable(std::uint32_t processId) {
     return processId >= static_cast<std::uint32_t>(lowestSignalledProcess) && processId <= INT_MAX;
 }
 
@@ -71,10 +71,10 @@ constinit Child* children = nullptr;
 constinit std::mutex childrenMutex;  // guards the list above
 
 // Returns false for a child that has ended; it has been reaped, here or by the host.
-bool IsStillOurs(const Child& child) {
+bool IsUnreaped(const Child& child) {
     ProcessState state;
     const int error = ReadState(child.process, state);
-    if (MeansGone(error)) {
+    if (IsGoneError(error)) {
         return false;
     }
     if (error != 0) {
@@ -90,7 +90,7 @@ void ReapChildren() {
     const std::lock_guard lock(childrenMutex);
     Child** link = &children;
     while (Child* child = *link) {
-        if (IsStillOurs(*child)) {
+        if (IsUnreaped(*child)) {
             link = &child->following;
         } else {
             *link = child->following;
@@ -99,7 +99,7 @@ void ReapChildren() {
     }
 }
 
-void Remember(std::unique_ptr<Child> child) {
+void AddChild(std::unique_ptr<Child> child) {
     const std::lock_guard lock(childrenMutex);
     child->following = children;
     children = child.release();
@@ -253,7 +253,7 @@ int Start(const std::string& commandLine, ProcessInformation& started) {
     const pid_t process = child->process;
     ProcessState state;
     const int error = ReadState(process, state);
-    if (error != 0 && !MeansGone(error)) {
+    if (error != 0 && !IsGoneError(error)) {
         // Without its start time it could not be terminated through its handle.
         SendSignal(process, SIGKILL);
         while (::waitpid(process, nullptr, 0) < 0 && errno == EINTR) {
@@ -262,7 +262,7 @@ int Start(const std::string& commandLine, ProcessInformation& started) {
     }
     if (error == 0) {
         child->startTime = state.startTime;
-        Remember(std::move(child));
+        AddChild(std::move(child));
         WaitForName(process);
     }
     started.process = MakeProcessHandle(process, state.startTime);
@@ -293,7 +293,7 @@ void WaitForEnd(const Descriptor& process) {
 // Reads the state of a process. Returns 0 or the error; ESRCH also for a process that has ended.
 int ReadRunning(pid_t process, ProcessState& state) {
     const int error = ReadState(process, state);
-    return MeansGone(error) || (error == 0 && state.ended) ? ESRCH : error;
+    return IsGoneError(error) || (error == 0 && state.ended) ? ESRCH : error;
 }
 
 // Returns 0 when the descriptor refers to the handle's process, not to a later one with the same id, else the error.
@@ -311,7 +311,7 @@ int CheckAlive(SystemHandle handle, const Descriptor& process) {
 // Returns 0 or the error.
 int End(SystemHandle handle) {
     const std::uint32_t processId = ProcessIdOf(handle);
-    if (!IsOneThatEnds(processId)) {
+    if (!IsSignallable(processId)) {
         return EINVAL;
     }
     // Opened before the check, so that no other process can take over the id in between.
@@ -346,7 +346,7 @@ bool TerminateProcess(SystemHandle process, std::uint32_t) {
 }
 
 SystemHandle OpenProcess(std::uint32_t access, bool, std::uint32_t processId) {
-    if (!IsOneThatEnds(processId)) {
+    if (!IsSignallable(processId)) {
         Failed(EINVAL);
         return 0;
     }

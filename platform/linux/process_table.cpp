@@ -27,7 +27,7 @@ constexpr std::string_view deletedSuffix = " (deleted)";
 constexpr std::chrono::seconds startTimeout{1};
 
 // True for the errors of reading the entry of another user's process.
-bool MeansForbidden(int error) {
+bool IsAccessError(int error) {
     return error == EACCES || error == EPERM;
 }
 
@@ -68,7 +68,7 @@ std::string_view WithoutFolders(std::string_view path) {
 int ReadName(const std::string& folder, std::string_view comm, std::string& name) {
     std::string executable;
     const int executableError = ReadProgram(folder, executable);
-    if (MeansForbidden(executableError)) {
+    if (IsAccessError(executableError)) {
         executable.clear();  // the program is executable but not readable; the arguments suffice
     } else if (executableError != 0) {
         return executableError;
@@ -134,7 +134,7 @@ int ReadNameThroughThreads(const std::string& folder, std::string_view comm, std
     }
     while (const pid_t thread = NextNumber(threads)) {
         const int error = ReadName(folder + "/task/" + std::to_string(thread), comm, name);
-        if (!MeansGone(error)) {
+        if (!IsGoneError(error)) {
             return error;
         }
     }
@@ -142,7 +142,7 @@ int ReadNameThroughThreads(const std::string& folder, std::string_view comm, std
 }
 
 // True for errors that would hide running processes if they were ignored.
-bool MeansShortage(int error) {
+bool IsShortageError(int error) {
     return error == EMFILE || error == ENFILE || error == ENOMEM;
 }
 
@@ -163,12 +163,12 @@ int AddEntry(pid_t process, std::vector<ProcessEntry>& entries) {
     if (error == 0 && CheckMaySignal(process) == 0) {
         entries.push_back(std::move(entry));
     }
-    return MeansShortage(error) ? error : 0;
+    return IsShortageError(error) ? error : 0;
 }
 
 }  // namespace
 
-bool MeansGone(int error) {
+bool IsGoneError(int error) {
     return error == ENOENT || error == ESRCH;
 }
 

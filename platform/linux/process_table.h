@@ -24,7 +24,7 @@ struct ProcessState {
 int ReadState(pid_t process, ProcessState& state);
 
 /// Returns true for the errors of reading a process that does not exist any more.
-bool MeansGone(int error);
+bool IsGoneError(int error);
 
 /// Reads the path of the program of a process, given by the process's folder, such as "/proc/self".
 int ReadProgram(const std::string& folder, std::string& program);

@@ -129,7 +129,7 @@ std::uint32_t ToSize(off_t size) {
     return static_cast<std::uint32_t>(std::clamp<off_t>(size, 0, largest));
 }
 
-std::uint32_t MakeKey(RegistryHive hive, const char* path, bool create, RegistryHandle& key) {
+std::uint32_t OpenOrCreateKey(RegistryHive hive, const char* path, bool create, RegistryHandle& key) {
     key = 0;
     auto made = std::make_unique<Key>();
     int error = KeyFolder(hive, path, made->folder);
@@ -151,11 +151,11 @@ std::string RegistryFolder(RegistryHive hive, const char* path) {
 }
 
 std::uint32_t OpenRegistryKey(RegistryHive hive, const char* path, std::uint32_t, RegistryHandle& key) {
-    return MakeKey(hive, path, false, key);
+    return OpenOrCreateKey(hive, path, false, key);
 }
 
 std::uint32_t CreateRegistryKey(RegistryHive hive, const char* path, std::uint32_t, RegistryHandle& key) {
-    return MakeKey(hive, path, true, key);
+    return OpenOrCreateKey(hive, path, true, key);
 }
 
 std::uint32_t QueryRegistryValue(RegistryHandle key, const char* name, void* buffer, std::uint32_t& size) {

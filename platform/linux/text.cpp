@@ -315,7 +315,7 @@ void WideToUtf8(const wchar_t* wide, std::size_t count, Output<char>& bytes) {
     }
 }
 
-int Refused() {
+int InvalidArgument() {
     SetLastError(EINVAL);
     return 0;
 }
@@ -324,7 +324,7 @@ int Refused() {
 
 int ToWide(std::uint32_t codePage, const char* bytes, int byteCount, wchar_t* wide, int capacity) {
     if (bytes == nullptr || byteCount <= 0 || capacity < 0 || (capacity > 0 && wide == nullptr)) {
-        return Refused();
+        return InvalidArgument();
     }
     const Byte* from = reinterpret_cast<const Byte*>(bytes);
     const std::size_t count = static_cast<std::size_t>(byteCount);
@@ -341,14 +341,14 @@ int ToWide(std::uint32_t codePage, const char* bytes, int byteCount, wchar_t* wi
             Utf8ToWide(from, count, to);
             break;
         default:
-            return Refused();
+            return InvalidArgument();
     }
     return to.Finish();
 }
 
 int FromWide(std::uint32_t codePage, const wchar_t* wide, int wideCount, char* bytes, int capacity) {
     if (wide == nullptr || wideCount <= 0 || capacity < 0 || (capacity > 0 && bytes == nullptr)) {
-        return Refused();
+        return InvalidArgument();
     }
     const std::size_t count = static_cast<std::size_t>(wideCount);
     Output<char> to(bytes, capacity);
@@ -364,7 +364,7 @@ int FromWide(std::uint32_t codePage, const wchar_t* wide, int wideCount, char* b
             WideToUtf8(wide, count, to);
             break;
         default:
-            return Refused();
+            return InvalidArgument();
     }
     return to.Finish();
 }
