@@ -49,7 +49,7 @@ bool Client::SetRange(std::int32_t minimum, std::int32_t maximum) {
         return true;
     }
     for (;;) {
-        // A new connection is given the range with the greeting.
+        // Connect also sends the range.
         const Attempt attempt = Connect(deadline);
         if (attempt == Attempt::Connected) {
             return true;
@@ -90,7 +90,7 @@ int Client::Recognise(const IMG* image, const tagRECT* region, RPLATE* plates) {
     return static_cast<int>(answer->count);
 }
 
-// Greets a new server and gives it the range.
+// Opens a connection and sends the greeting and the range, if there is one.
 Client::Attempt Client::Connect(transport::Deadline deadline) {
     isServerBusy_ = false;
     bool isConnected = false;
@@ -98,7 +98,7 @@ Client::Attempt Client::Connect(transport::Deadline deadline) {
         connection_ = transport::Connection::Open(name_);
         isConnected = connection_ && Greet(deadline) && (!range_ || GiveRange(deadline));
     } catch (const std::exception&) {
-        // What this process lacks another server would not have.
+        // This process lacks a resource, which a new server would not change.
         isServerBusy_ = true;
     }
     if (isServerBusy_) {
@@ -134,7 +134,7 @@ std::span<const std::uint8_t> Client::PixelsOf(const IMG& image) {
     return rows_;
 }
 
-// Without the one right answer in time the connection ends. REQUIRES: a connection.
+// Closes the connection unless the expected reply arrives in time. REQUIRES: a connection.
 template <class Answer>
 std::optional<Answer> Client::Ask(const transport::Contents& question, transport::Deadline deadline,
                                   std::span<const std::uint8_t> pixels) {
@@ -143,7 +143,7 @@ std::optional<Answer> Client::Ask(const transport::Contents& question, transport
     connection_.reset();
     const bool isAsked =
         asked.Send(transport::Encode({number, question}), deadline) && (pixels.empty() || asked.Send(pixels, deadline));
-    // A busy server may have gone by now, but not without a word.
+    // A busy server may have closed the connection already, but it has sent its message first.
     std::array<std::uint8_t, transport::largestMessageBytes> received;
     const std::size_t size = asked.Receive(received, deadline);
     const std::optional<transport::Message> message = transport::Decode(std::span(received).first(size));

@@ -14,33 +14,32 @@
 
 namespace engine_client {
 
-/// How long a range waits for the server: for one that has yet to start, and for the answer of one that is there.
+/// How long SetRange waits for a server to start and to reply.
 inline constexpr std::chrono::milliseconds longestRange{2000};
 
-/// From one attempt to connect to the next.
+/// Interval between attempts to connect.
 inline constexpr std::chrono::milliseconds connectingPause{5};
 
-/// How long a frame that has no connection waits for one. The server that is not there was waited for by the range.
+/// How long a frame waits for a connection. Short, because SetRange has already waited for the server to start.
 inline constexpr std::chrono::milliseconds longestConnecting{50};
 
-/// How long a range waits for a server that is busy, and from one attempt to the next. Then frames go by without
-/// plates.
+/// How long SetRange waits for a busy server, and the interval between its attempts. After that, frames have no plates.
 inline constexpr std::chrono::milliseconds longestBusy{100};
 inline constexpr std::chrono::milliseconds busyPause{50};
 
-/// The connection of one thread. Whatever goes wrong ends the connection, and with it what was still to come over it,
-/// so an answer that comes too late is never taken for that of a later request. One thread at a time.
+/// The connection of one thread. Any failure closes the connection and discards what has not been received yet, so a
+/// late reply is never mistaken for the reply to a later request. One thread at a time.
 class Client {
   public:
     explicit Client(std::string name = transport::ServerName());
 
-    /// True when the server has taken the range, within longestRange, and when it is no fault of the server's that it
-    /// has not: when it says that it is busy, or this process has no descriptor or memory for a connection. The range
-    /// holds for this client's frames, and is given to every server that it connects to later. Throws std::exception.
+    /// Returns true when the server accepts the range within longestRange, and when it cannot because it is busy or
+    /// because this process has no descriptor or memory for a connection. The range applies to this client's frames
+    /// and is sent to every server that the client connects to later. Throws std::exception.
     bool SetRange(std::int32_t minimum, std::int32_t maximum);
 
-    /// Writes what is read in the image and returns its number; 0 for whatever reason there is nothing. `image` and
-    /// `plates` may be null, and `plates` has room for engineRecordCount. Throws std::exception.
+    /// Writes the plates read in the image and returns their number; 0 on any failure. `image` and `plates` may be
+    /// null; otherwise `plates` has room for engineRecordCount records. Throws std::exception.
     int Recognise(const IMG* image, const tagRECT* region, RPLATE* plates);
 
   private:
@@ -57,10 +56,10 @@ class Client {
     const std::string name_;
     std::optional<transport::Range> range_;
     std::optional<transport::Connection> connection_;
-    std::vector<std::uint8_t> rows_;  // of a picture that has gaps between its own
+    std::vector<std::uint8_t> rows_;  // the rows of an image without the padding between them
     std::uint64_t requests_ = 0;
-    bool isServerBusy_ = false;      // it has said so in place of the last answer
-    transport::Deadline nextFrame_;  // frames make no attempt to connect before
+    bool isServerBusy_ = false;      // the last reply was Busy
+    transport::Deadline nextFrame_;  // frames do not try to connect before this time
 };
 
 }  // namespace engine_client

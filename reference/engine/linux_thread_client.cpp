@@ -8,13 +8,13 @@ namespace engine_client {
 
 namespace {
 
-// Outlives the client of its thread, so that a call from what ends after it finds none.
+// Outlives the thread's client, so that a call from a destructor that runs later finds none.
 thread_local bool clientHasEnded = false;
 
 struct ThreadClient {
     ~ThreadClient() { clientHasEnded = true; }
     std::optional<Client> client;
-    pid_t process = 0;  // whose client it is
+    pid_t process = 0;  // the process that created the client
 };
 
 }  // namespace
@@ -24,8 +24,7 @@ Client* ClientOfThread() {
         return nullptr;
     }
     static thread_local ThreadClient own;
-    // A child that the host forks has the connection of its parent, and each would be given what the other has asked
-    // for.
+    // A forked child inherits its parent's connection, on which each process could receive the other's replies.
     if (const pid_t process = ::getpid(); own.process != process) {
         own.client.emplace();
         own.process = process;

@@ -1,4 +1,4 @@
-// The engine's two functions, each over the connection of the thread that calls it.
+// The engine's two functions, which use the connection of the calling thread.
 
 #include "engine/engine_records.h"
 #include "reference/engine/thread_client.h"
@@ -14,7 +14,7 @@ int Recognize2(YUV420_IMG*, IMG* image, tagRECT* region, RPLATE* plates, int) {
     }
 }
 
-// False is the caller's reason to end the server, which serves others as well. It is told of nothing else.
+// On false the caller ends the server, which serves other clients too. So only a failure of the server returns false.
 bool SetPlateRange(int minimumWidth, int maximumWidth) {
     try {
         engine_client::Client* const client = ClientOfThread();

@@ -1,11 +1,11 @@
-/// Every thread that calls the engine has a client of its own.
+/// One client for each thread that calls the engine.
 #pragma once
 
 #include "reference/engine/client.h"
 
 namespace engine_client {
 
-/// The client of the calling thread, which ends with the thread; null when that has happened already. Throws
+/// Returns the client of the calling thread; null when the exiting thread has already destroyed it. Throws
 /// std::exception.
 Client* ClientOfThread();
 

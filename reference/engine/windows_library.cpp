@@ -9,7 +9,7 @@ namespace {
 
 DWORD slot = TLS_OUT_OF_INDEXES;
 SRWLOCK allLock = SRWLOCK_INIT;
-std::set<void*>* all = nullptr;  // of all threads; guarded by allLock
+std::set<void*>* all = nullptr;  // those of all threads; guarded by allLock
 
 class AllLocked {
   public:
@@ -31,7 +31,7 @@ void EndOfThread() {
     }
 }
 
-// Nobody is in the library any more.
+// No other thread is in the library.
 void EndOfLibrary() {
     for (void* const kept : *all) {
         engine_library::End(kept);
@@ -79,7 +79,7 @@ extern "C" BOOL WINAPI DllMain(HINSTANCE, DWORD reason, void*) {
 
 extern "C" BOOL WINAPI DllMainCRTStartup(HINSTANCE library, DWORD reason, void* processEnds);
 
-/// Where the system enters the library.
+/// The library's entry point, which does nothing when the process ends.
 extern "C" BOOL WINAPI EnterEngine(HINSTANCE library, DWORD reason, void* processEnds) {
     if (reason == DLL_PROCESS_DETACH && processEnds != nullptr) {
         return TRUE;

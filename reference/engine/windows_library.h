@@ -1,18 +1,18 @@
-/// What the library keeps for each thread that calls it. By the system's own storage: the compiler's takes locks of its
-/// run-time library when a thread or the process ends, for which a thread that was ended with the process can keep it
-/// waiting for ever.
+/// A value for each thread that calls the library, in the system's thread-local storage. The compiler's thread-local
+/// storage locks mutexes of its run-time library when a thread or the process ends; a thread that was terminated with
+/// the process may hold one of them for ever.
 #pragma once
 
 namespace engine_library {
 
-/// Null until the calling thread has kept something.
+/// Returns null until the calling thread has stored a value.
 void* Kept();
 
-/// Once for each thread. Throws std::exception, and then keeps nothing.
+/// Call once for each thread. Throws std::exception, and then stores nothing.
 void Keep(void* kept);
 
-/// Called when a thread ends that has kept something, and for all that have when the library is unloaded; not at the
-/// end of the process, with which everything goes by itself.
+/// Called when a thread that has a value ends, and for all remaining values when the library is unloaded; not at the
+/// end of the process, when the system frees everything.
 void End(void* kept);
 
 }  // namespace engine_library

@@ -1,4 +1,4 @@
-/// Where the server's configuration comes from.
+/// Loads the server's configuration.
 #pragma once
 
 #include <filesystem>
@@ -8,9 +8,9 @@
 
 namespace reading_service {
 
-/// The file that the environment variable VEXLANE_READING_CONFIG names, else "plate-Server.conf" in the program's
-/// folder; the form is that of plate_reading::ReadConfiguration. Without a file: the defaults. A wrong file, or a named
-/// one that is missing, is one line on `errors`, and the defaults.
+/// Reads the file named by the environment variable VEXLANE_READING_CONFIG, else "plate-Server.conf" in the program's
+/// folder, with plate_reading::ReadConfiguration. Returns the defaults when there is no file. If the file is invalid,
+/// or a named file is missing, writes one line to `errors` and returns the defaults.
 plate_reading::ReadingOptions LoadConfiguration(const std::filesystem::path& programFolder, std::ostream& errors);
 
 }  // namespace reading_service

@@ -14,8 +14,8 @@ std::filesystem::path ProgramFolder() {
 }
 
 int RunUntilTold(Service& service) {
-    signal(SIGPIPE, SIG_IGN);  // nobody may read what is complained about
-    // Blocked in every thread, so that a signal that comes before the wait is not lost.
+    signal(SIGPIPE, SIG_IGN);  // standard error may be a pipe without a reader
+    // Blocked in every thread, so that a signal that arrives before the wait is not lost.
     sigset_t ending;
     sigemptyset(&ending);
     sigaddset(&ending, SIGTERM);

@@ -1,4 +1,4 @@
-/// The life of the server's process.
+/// The server's process: its exit status and how it ends.
 #pragma once
 
 #include <filesystem>
@@ -7,22 +7,21 @@
 
 namespace reading_service {
 
-/// What the process ends with.
+/// Exit statuses.
 inline constexpr int exitedWell = 0;
 inline constexpr int exitedByFailure = 1;
-inline constexpr int exitedForTheName = 3;  ///< another server listens
+inline constexpr int exitedForTheName = 3;  ///< another server is listening
 
-/// For the frames in hand of a process that has been asked to end; a reader that hangs does not keep it.
+/// How long a process that was asked to end waits for the frames being read. Then it ends even if a reader hangs.
 inline constexpr unsigned longestEndSeconds = 10;
 
-/// Where the program lies.
+/// The folder of the program.
 std::filesystem::path ProgramFolder();
 
-/// Runs the service until it ends, and returns what the process is to end with. Says on standard error why it ends,
-/// where nobody has asked it to.
+/// Runs the service until it ends and returns the exit status. Writes a failure to standard error.
 int RunToTheEnd(Service& service);
 
-/// RunToTheEnd; the service also ends when the system asks the process to. REQUIRES: no other thread has been started.
+/// RunToTheEnd, which also ends when the system asks the process to end. REQUIRES: no other thread has been started.
 int RunUntilTold(Service& service);
 
 }  // namespace reading_service

@@ -10,7 +10,7 @@ namespace reading_service {
 
 namespace {
 
-// Behind a failure; until then frames are not kept waiting for nothing.
+// Interval after a failure to create a reader. If there is no reader at all, Take does not wait in this time.
 constexpr std::chrono::seconds makingPause{1};
 
 }  // namespace
@@ -103,7 +103,7 @@ void ReaderPool::MakeReaders() {
     }
 }
 
-// Gives a free reader to whoever has waited longest. REQUIRES: mutex.
+// Assigns a free reader to the caller that has waited longest. REQUIRES: mutex.
 void ReaderPool::Hand(plate_reading::FrameReader& reader) {
     if (waiters_.empty()) {
         free_.push_back(&reader);

@@ -1,4 +1,4 @@
-/// The readers of a server, for one frame each at a time.
+/// The readers of a server, each of which reads one frame at a time.
 #pragma once
 
 #include <condition_variable>
@@ -17,23 +17,23 @@
 
 namespace reading_service {
 
-/// Makes a reader, which may take long. Throws std::exception. Called on one thread.
+/// Creates a reader, which may be slow. Throws std::exception. Called on one thread.
 using ReaderFactory = std::function<std::unique_ptr<plate_reading::FrameReader>()>;
 
-/// One line on standard error. Any thread.
+/// Writes one line to standard error. Any thread.
 void LogError(const std::string& text);
 
-/// Lends readers in the order in which they are asked for. The first one is made at once, each further one when
-/// somebody has to wait, until there are as many as may be; all on a thread of the pool. Any thread.
+/// Lends readers in the order of the requests. Creates the first reader at once and another whenever a caller has to
+/// wait, up to a maximum; all on a thread of the pool. Any thread.
 class ReaderPool {
   public:
     ReaderPool(std::size_t mostReaders, ReaderFactory factory);
-    /// REQUIRES: all readers are back and nobody asks for one.
+    /// REQUIRES: all readers have been returned and no thread is in Take.
     ~ReaderPool();
     ReaderPool(const ReaderPool&) = delete;
     ReaderPool& operator=(const ReaderPool&) = delete;
 
-    /// Gives its reader back at its end.
+    /// Returns its reader to the pool when destroyed.
     class Loan {
       public:
         Loan(Loan&& other) noexcept;
@@ -50,11 +50,11 @@ class ReaderPool {
         plate_reading::FrameReader* reader_;
     };
 
-    /// Waits for a reader. Nothing at the deadline, after Stop, and when there is none because making one has just
-    /// failed.
+    /// Waits for a reader. Returns nothing at the deadline, after Stop, and when there is no reader because creating
+    /// one has just failed.
     std::optional<Loan> Take(transport::Deadline deadline);
 
-    /// How many wait for a reader.
+    /// The number of callers that wait for a reader.
     std::size_t Waiting();
 
     /// Ends every wait, now and later.
@@ -78,7 +78,7 @@ class ReaderPool {
     std::mutex mutex_;  // guards all below
     std::condition_variable isWanted_;
     std::vector<std::unique_ptr<plate_reading::FrameReader>> readers_;
-    std::vector<plate_reading::FrameReader*> free_;  // empty while anybody waits
+    std::vector<plate_reading::FrameReader*> free_;  // empty while a caller waits
     std::deque<Waiter*> waiters_;                    // the first has waited longest
     transport::Deadline nextAttempt_;
     bool stopped_ = false;

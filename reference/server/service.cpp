@@ -13,7 +13,7 @@ namespace {
 
 constexpr std::chrono::milliseconds namePause{10};
 
-// Said to clients that are not served.
+// Sent to clients that are not served.
 const std::vector<std::uint8_t>& BusyMessage() {
     static const std::vector<std::uint8_t> message = transport::Encode({0, transport::Busy()});
     return message;
@@ -32,7 +32,7 @@ End Service::Run() {
         return stopped_ ? End::Told : End::NameTaken;
     }
     ReaderPool readers(settings_.readers, factory_);
-    // Whatever happens, nobody reads with readers that have gone.
+    // The clients' threads must end before the readers are destroyed, also after an exception.
     const auto endAll = [&] {
         {
             const std::lock_guard lock(mutex_);
@@ -60,7 +60,7 @@ void Service::Stop() {
     }
 }
 
-// False when another server keeps the name, and when told to stop meanwhile.
+// Returns false when another server still has the name at the deadline, and after Stop.
 bool Service::OpenListener() {
     const transport::Deadline deadline = transport::Clock::now() + settings_.longestWaitForName;
     std::unique_lock lock(mutex_);
@@ -97,13 +97,13 @@ End Service::Listen(ReaderPool& readers) {
         }
         std::optional<transport::Connection> connection = listener_->Accept(deadline, BusyMessage());
         if (connection && !StartClient(*connection, readers)) {
-            // A new connection has room for the message, so that nobody is waited for.
+            // A new connection has buffer space for the message, so this does not wait.
             connection->Send(BusyMessage(), transport::Clock::now());
         }
     }
 }
 
-// Takes the connection; false when its client cannot be served.
+// Serves the client on a new thread. Returns false, and leaves the connection, when that is not possible.
 bool Service::StartClient(transport::Connection& connection, ReaderPool& readers) {
     const std::lock_guard lock(mutex_);
     if (connections_ >= settings_.mostConnections) {
@@ -119,14 +119,14 @@ bool Service::StartClient(transport::Connection& connection, ReaderPool& readers
         LogError(std::string("a client cannot be served: ") + error.what());
         return false;
     }
-    // Its thread waits for the mutex before it looks.
+    // The thread locks the mutex before it reads the connection.
     clients_.back().connection = std::move(connection);
     ++connections_;
     return true;
 }
 
-// Of the clients that have been silent for too long, ends the one that has been so the longest. Without it, clients
-// that connect and ask for nothing would take all places for ever. A client whose camera pauses connects again with its
+// Disconnects the client that has been silent the longest, if that is at least longestSilence. Otherwise clients that
+// connect and send no request would occupy all places for ever. A client whose camera pauses connects again with its
 // next frame. REQUIRES: mutex.
 void Service::EndSilentClient() {
     const transport::Deadline now = transport::Clock::now();

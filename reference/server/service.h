@@ -1,4 +1,4 @@
-/// The recognition server, apart from what reads the plates.
+/// The recognition server without the plate reader.
 #pragma once
 
 #include <atomic>
@@ -18,22 +18,22 @@ namespace reading_service {
 
 struct Settings {
     std::string name = transport::ServerName();
-    std::size_t readers = std::thread::hardware_concurrency();  ///< at most; at least one
-    std::size_t mostConnections = 256;                          ///< further ones are told that the server is busy
-    /// A client that asks for nothing for so long gives its place to one that needs it.
+    std::size_t readers = std::thread::hardware_concurrency();  ///< maximum; at least one
+    std::size_t mostConnections = 256;                          ///< further ones receive Busy
+    /// A client that sends no request for this long is disconnected when another needs its place.
     std::chrono::milliseconds longestSilence{60'000};
-    int confirmations = 1;                                ///< plate_reading::ReadingStream, for each connection
-    std::chrono::milliseconds longestIdle{60'000};        ///< without any connection
-    std::chrono::milliseconds longestWaitForName{3'000};  ///< for a server that is still ending
+    int confirmations = 1;                                ///< for the plate_reading::ReadingStream of each connection
+    std::chrono::milliseconds longestIdle{60'000};        ///< time without a connection after which Run returns
+    std::chrono::milliseconds longestWaitForName{3'000};  ///< wait for a server that is still ending
 };
 
 enum class End {
     Told,       ///< Stop was called
-    Idle,       ///< nobody has been connected for long enough
-    NameTaken,  ///< another server listens
+    Idle,       ///< no client has been connected for longestIdle
+    NameTaken,  ///< another server is listening
 };
 
-/// Listens at once, serves each client on a thread of its own, and takes the readers for their frames from one pool.
+/// Listens before the first reader exists, serves each client on its own thread, and shares one pool of readers.
 class Service {
   public:
     Service(Settings settings, ReaderFactory factory);
@@ -41,16 +41,17 @@ class Service {
     Service(const Service&) = delete;
     Service& operator=(const Service&) = delete;
 
-    /// Serves, and ends all connections and threads before it comes back. Once. Throws std::exception.
+    /// Serves clients; closes all connections and joins all threads before it returns. Call once. Throws
+    /// std::exception.
     End Run();
 
-    /// Lets Run come back, now or when it is called, as soon as the frames in hand are done. Any thread.
+    /// Makes the current or a later Run return as soon as the frames being read are done. Any thread.
     void Stop();
 
   private:
     struct Client {
         std::atomic<transport::Deadline> lastRequest = transport::Clock::now();
-        std::optional<transport::Connection> connection;  // until its thread is about to end
+        std::optional<transport::Connection> connection;  // empty when the thread is about to end
         std::thread thread;
     };
 
@@ -65,13 +66,13 @@ class Service {
     const Settings settings_;
     const ReaderFactory factory_;
 
-    std::mutex mutex_;  // guards all below, but for what Run's thread alone does with the listener
+    std::mutex mutex_;  // guards all below, except for Run's use of the listener that it created
     std::condition_variable stopping_;
     bool stopped_ = false;
-    std::optional<transport::Listener> listener_;  // made and ended by Run's thread, under the mutex
-    std::list<Client> clients_;                    // made and joined by Run's thread
+    std::optional<transport::Listener> listener_;  // created and destroyed by Run's thread, under the mutex
+    std::list<Client> clients_;                    // added and joined by Run's thread
     std::size_t connections_ = 0;
-    transport::Deadline lastConnection_;  // when the last one ended
+    transport::Deadline lastConnection_;  // when the last one was closed
 };
 
 }  // namespace reading_service

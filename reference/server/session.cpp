@@ -16,7 +16,7 @@ namespace {
 
 transport::Reading AsSent(const plate_reading::Reading& reading) {
     transport::Reading sent;
-    // One that is too long has no NUL, and is not sound.
+    // A text that is too long has no NUL and is invalid.
     reading.text.copy(sent.text, sizeof sent.text);
     sent.confidence = std::isnan(reading.confidence) ? 0.0 : std::clamp(reading.confidence, 0.0, 100.0);
     for (std::size_t corner = 0; corner < sent.corners.size(); ++corner) {
@@ -25,7 +25,7 @@ transport::Reading AsSent(const plate_reading::Reading& reading) {
     return sent;
 }
 
-// The first ones, since they are the surest.
+// The first ones, because they are the best.
 transport::Readings AsSent(const std::vector<plate_reading::Reading>& readings) {
     transport::Readings sent;
     for (const plate_reading::Reading& reading : readings) {
@@ -85,7 +85,7 @@ class Session {
     }
 
     std::optional<transport::Contents> Answer(const transport::Frame& frame) {
-        // After the deadline nobody waits for the answer any more.
+        // After the deadline the client no longer waits for the reply.
         const transport::Deadline deadline = transport::Clock::now() + transport::longestFrame;
         if (!connection_.ReceiveAll(pixels_, transport::PictureBytes(frame.width, frame.height), deadline)) {
             return std::nullopt;
@@ -113,7 +113,7 @@ class Session {
         return transport::Readings();
     }
 
-    // Whatever a client does not say.
+    // Kinds that a client must not send.
     template <class Contents>
     std::optional<transport::Contents> Answer(const Contents&) {
         return std::nullopt;
@@ -121,10 +121,10 @@ class Session {
 
     transport::Connection& connection_;
     ReaderPool& readers_;
-    plate_reading::ReadingStream stream_;  // a thread of the host's handles one camera at a time
+    plate_reading::ReadingStream stream_;  // one per client: a thread of the host handles one camera at a time
     std::atomic<transport::Deadline>& lastRequest_;
     std::optional<plate_reading::WidthRange> widths_;
-    std::vector<std::uint8_t> pixels_;  // of the largest frame so far, at least
+    std::vector<std::uint8_t> pixels_;  // at least as large as the largest frame so far
 };
 
 }  // namespace

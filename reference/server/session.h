@@ -1,4 +1,4 @@
-/// What the server does for one client.
+/// Serves one client.
 #pragma once
 
 #include <atomic>
@@ -9,13 +9,13 @@
 
 namespace reading_service {
 
-/// How long a client may take for its greeting, and for taking an answer.
+/// How long a client may take to send its greeting and to receive a reply.
 inline constexpr std::chrono::milliseconds longestGreeting{5000};
 inline constexpr std::chrono::milliseconds longestAnswering{2000};
 
-/// `confirmations` is that of plate_reading::ReadingStream. Serves a client until it goes, does not greet in time, or
-/// sends an invalid message; `lastRequest` is set to the time of each of its requests. Throws std::exception on
-/// allocation failure alone.
+/// Serves a client until it disconnects, sends no greeting in time, or sends an invalid message. Sets `lastRequest` to
+/// the time of each request. `confirmations` is that of plate_reading::ReadingStream. Throws std::exception only on
+/// allocation failure.
 void ServeClient(transport::Connection& connection, ReaderPool& readers, int confirmations,
                  std::atomic<transport::Deadline>& lastRequest);
 

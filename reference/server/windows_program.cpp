@@ -13,7 +13,7 @@ namespace {
 std::mutex tellingMutex;
 Service* toldService = nullptr;  // guarded by tellingMutex
 
-// On a thread of its own. The console's end and that of the session take the process with them as soon as this returns.
+// Called on its own thread. When the console or the session closes, the system ends the process once this returns.
 BOOL WINAPI Tell(DWORD) {
     {
         const std::lock_guard lock(tellingMutex);
@@ -41,13 +41,13 @@ std::filesystem::path ProgramFolder() {
 }
 
 int RunUntilTold(Service& service) {
-    // A window that tells of a crash would keep the process, whose name the one who starts servers looks for.
+    // An error window after a crash would keep the process, whose name the library looks for, in the process list.
     SetErrorMode(SEM_FAILCRITICALERRORS | SEM_NOGPFAULTERRORBOX);
     SetTold(&service);
     SetConsoleCtrlHandler(Tell, TRUE);
     const int status = RunToTheEnd(service);
     SetTold(nullptr);
-    // What the run-time library does at the end can wait for a thread that is no more; nothing is left to be done.
+    // The run-time library's clean-up can wait for a thread that no longer exists; there is nothing left to clean up.
     std::fflush(nullptr);
     TerminateProcess(GetCurrentProcess(), static_cast<UINT>(status));
     return status;
