@@ -10,7 +10,7 @@ namespace {
 
 using nlohmann::ordered_json;
 
-/// FNV-1a with 64 bits over the pixels, without the bytes after the ends of the rows.
+/// 64-bit FNV-1a hash of the pixels, without the padding of the rows.
 std::string Checksum(const IMG& image) {
     std::uint64_t sum = 0xcbf29ce484222325U;
     const std::size_t rowBytes = std::size_t{image.width} * image.bytesPerPixel;

@@ -1,4 +1,4 @@
-/// What was asked of the engine, for tests to read.
+/// A record of the calls to the engine, for tests.
 #pragma once
 
 #include <cstdint>
@@ -10,17 +10,17 @@
 
 namespace scripted_engine {
 
-/// Where a call stands among the calls of its function; all counted from 0.
+/// The position of a call among the calls of its function; all counted from 0.
 struct CallNumber {
-    std::uint64_t process;   ///< among all of them
-    std::uint64_t thread;    ///< which thread, in the order of their first calls
-    std::uint64_t onThread;  ///< among those of the thread
+    std::uint64_t process;   ///< among the calls of the process
+    std::uint64_t thread;    ///< the thread, in the order of their first calls
+    std::uint64_t onThread;  ///< among the calls of the thread
 };
 
-/// Appends a line of JSON for every call. Any thread; lines stay whole.
+/// Appends a line of JSON for every call. Any thread; lines do not mix.
 class Journal {
   public:
-    /// Keeps no journal when the path is empty or cannot be written; the latter is told on standard error.
+    /// Records nothing when the path is empty or cannot be opened; reports the latter on standard error.
     explicit Journal(const std::filesystem::path& file);
 
     void WriteRecognition(const CallNumber& number, const IMG* image, const tagRECT* region, bool firstArgumentIsNull,

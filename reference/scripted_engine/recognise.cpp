@@ -26,7 +26,7 @@ struct ThreadCounters {
 
 thread_local ThreadCounters threadCounters;
 
-/// Without a script that can be read: no frames, and every range taken.
+/// Returns an empty script, which finds no plates and accepts every range, if none can be read.
 Script LoadScript() {
     const char* const name = std::getenv(scriptVariable);
     if (name == nullptr || *name == '\0') {

@@ -14,13 +14,13 @@ namespace scripted_engine {
 /// Which calls are counted to find the number of a call.
 enum class Counting { Process, Thread };
 
-/// What one call of Recognize2 finds.
+/// The result of one call of Recognize2.
 struct ScriptedFrame {
     std::vector<RPLATE> plates;  ///< at most engineRecordCount
-    int count = 0;               ///< the number answered
+    int count = 0;               ///< the return value
 };
 
-/// Read once, then only looked at: any thread.
+/// Not changed after it has been read: any thread.
 struct Script {
     Counting counting = Counting::Process;
     bool repeats = false;
@@ -29,7 +29,7 @@ struct Script {
     std::vector<ScriptedFrame> frames;
     std::filesystem::path journal;  ///< empty for none
 
-    /// Null after the end of a script that does not repeat.
+    /// Returns null after the end of a script that does not repeat.
     const ScriptedFrame* FrameAt(std::uint64_t number) const;
     bool RefusesRange(std::uint64_t number) const;
 };
@@ -37,7 +37,7 @@ struct Script {
 /// Throws std::exception, whose text names the place in the script.
 Script ReadScript(const std::filesystem::path& file);
 
-/// The same from a stream; the journal's path starts at `folder`.
+/// The same from a stream; the journal's path is relative to `folder`.
 Script ReadScript(std::istream& stream, const std::filesystem::path& folder);
 
 }  // namespace scripted_engine

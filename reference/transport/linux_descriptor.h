@@ -1,4 +1,4 @@
-/// A file descriptor until somebody takes it.
+/// Owns a file descriptor and closes it.
 #pragma once
 
 #include <unistd.h>

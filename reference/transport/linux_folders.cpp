@@ -28,7 +28,7 @@ std::string TemporaryName() {
     return "vexlane-" + std::to_string(::geteuid());
 }
 
-// Not open when there is no such folder. Throws when no descriptor or memory is left, because the folder may exist.
+// Returns no descriptor when there is no such folder. Throws on lack of resources, because the folder may exist.
 Owned OpenFolder(int parent, const char* name, int flags) {
     Owned folder(::openat(parent, name, flags | O_DIRECTORY | O_CLOEXEC));
     if (!folder.IsOpen() && (errno == EMFILE || errno == ENFILE || errno == ENOMEM)) {
@@ -45,7 +45,7 @@ struct stat StatusOf(const Owned& file) {
     return status;
 }
 
-// Not open unless it is there, the user's own and closed to others. A link is no folder.
+// Returns no descriptor unless the folder exists, belongs to the user and is closed to others. Rejects links.
 Owned OpenOwn(int parent, const char* name) {
     Owned folder = OpenFolder(parent, name, O_PATH | O_NOFOLLOW);
     if (folder.IsOpen()) {
@@ -62,7 +62,7 @@ Owned MakeOwn(int parent, const char* name) {
     return OpenOwn(parent, name);
 }
 
-// Not open when there is none, or others could replace what is in it.
+// Returns no descriptor when there is none or when others could replace its contents.
 Owned OpenRuntimeFolder() {
     const char* const path = std::getenv("XDG_RUNTIME_DIR");
     Owned folder;
@@ -78,7 +78,7 @@ Owned OpenRuntimeFolder() {
     return folder;
 }
 
-// Not open when there is none. Where others can write, the sticky bit keeps them from what is not theirs.
+// Returns no descriptor when there is none. If others can write there, the sticky bit must protect this user's files.
 Owned OpenTemporaryFolder() {
     const char* const chosen = std::getenv("TMPDIR");
     for (const char* const path : {chosen, "/tmp"}) {
@@ -95,7 +95,7 @@ Owned OpenTemporaryFolder() {
     return Owned();
 }
 
-// The folders of further names, of which there is none unless somebody else has had the first one.
+// Visits the folders with random names, which exist only if another user created one with the first name.
 bool VisitFurtherFolders(const Owned& temporary, const std::function<bool(Owned& folder)>& visit) {
     Owned readable = OpenFolder(temporary.Get(), ".", O_RDONLY);
     const std::unique_ptr<DIR, int (*)(DIR*)> entries(readable.IsOpen() ? ::fdopendir(readable.Get()) : nullptr,
@@ -171,7 +171,7 @@ std::vector<Owned> MakeFolders() {
 }
 
 std::optional<SocketAddress> SocketAddress::Of(int folder, const std::string& name) {
-    // A leading dot marks what lies beside the sockets.
+    // A leading dot marks the lock files.
     if (name.empty() || name.size() >= nameRoom || name.front() == '.' || name.find('/') != std::string::npos) {
         return std::nullopt;
     }

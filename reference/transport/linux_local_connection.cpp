@@ -1,4 +1,4 @@
-// Sockets of whole pieces in folders that only the user can enter.
+// Packet sockets in folders that only the user can enter.
 
 #include <errno.h>
 #include <fcntl.h>
@@ -21,14 +21,14 @@ namespace {
 
 constexpr int waitingConnections = 256;
 constexpr std::chrono::milliseconds resourcePause{20};
-// The system finds memory for it without having to make room, and the peer takes one while the next is being sent.
+// Small enough that the kernel need not reclaim memory for it and that the peer reads one while the next is sent.
 constexpr std::size_t longestSent = 1 << 16;
 
 [[noreturn]] void Throw(const char* what) {
     throw std::system_error(errno, std::generic_category(), what);
 }
 
-// Waits until one of the descriptors is ready, has failed or is at its end; false at the deadline.
+// Waits until one of the descriptors is ready, has failed or is closed; returns false at the deadline.
 bool WaitForAny(std::span<pollfd> polled, Deadline deadline) {
     for (;;) {
         const int count = ::poll(polled.data(), polled.size(), MillisecondsUntil(deadline));
@@ -41,13 +41,13 @@ bool WaitForAny(std::span<pollfd> polled, Deadline deadline) {
     }
 }
 
-// Sends or receives without waiting, and waits where that is not possible; what it returns is negative at the deadline.
+// Sends or receives as soon as that is possible without blocking. Returns a negative number at the deadline.
 template <class Transfer>
 ssize_t WhenPossible(const Owned& socket, short event, Deadline deadline, Transfer transfer) {
     pollfd polled = {socket.Get(), event, 0};
     for (;;) {
         const ssize_t done = transfer();
-        // A peer that has gone without taking what it was sent is told of first, once; what it has sent comes after.
+        // If the peer has closed before it received everything, the first recv fails; later ones return what it sent.
         if (done < 0 && (errno == EINTR || (errno == ECONNRESET && event == POLLIN))) {
             continue;
         }
@@ -84,8 +84,8 @@ bool IsConnected(const Owned& socket, const SocketAddress& address) {
     return ::connect(socket.Get(), address.Get(), address.Size()) == 0;
 }
 
-/// A socket that listens under a name in one folder. What keeps the name for one process is a lock on a file beside the
-/// socket, which goes with the process. Both files go with this.
+/// A socket that listens under a name in one folder. A lock on a file beside the socket reserves the name for one
+/// process; the system releases it when the process ends. The destructor removes both files.
 class ListeningSocket {
   public:
     ListeningSocket(Owned folder, std::string name) : folder_(std::move(folder)), name_(std::move(name)) {}
@@ -98,18 +98,18 @@ class ListeningSocket {
 
     int Get() const { return socket_.Get(); }
 
-    /// False when another process listens there. Throws std::system_error. Once.
+    /// Returns false when another process listens there. Throws std::system_error. Call once.
     bool Listen() {
         const std::optional<SocketAddress> address = SocketAddress::Of(folder_.Get(), name_);
         if (!address) {
             throw std::system_error(EINVAL, std::generic_category(), "no name for a socket: " + name_);
         }
-        // The lock's file alone does not tell: somebody may clear up in the folder.
+        // The lock is not enough: its file may have been deleted in a clean-up of the folder.
         if (!TakeLock() || IsListeningAt(*address)) {
             return false;
         }
         Owned socket = OpenSocket();
-        // A server that was killed has left it.
+        // A server that was killed leaves its socket behind.
         ::unlinkat(folder_.Get(), name_.c_str(), 0);
         if (::bind(socket.Get(), address->Get(), address->Size()) != 0) {
             Throw("the socket's name cannot be taken");
@@ -134,7 +134,7 @@ class ListeningSocket {
             if (::flock(file.Get(), LOCK_EX | LOCK_NB) != 0) {
                 return false;
             }
-            // The one who had it may have removed the file since it was opened here.
+            // The previous owner may have removed the file after it was opened here.
             struct stat held = {};
             struct stat named = {};
             if (::fstat(file.Get(), &held) == 0 &&
@@ -202,8 +202,7 @@ bool Connection::Send(std::span<const std::uint8_t> bytes, Deadline deadline) {
 
 std::size_t Connection::Receive(std::span<std::uint8_t> room, Deadline deadline) {
     const Owned& socket = system_->socket;
-    // Descriptors that come along are closed by the system, because nobody takes them. An empty piece looks like the
-    // end.
+    // The system closes descriptors that the peer sends along. An empty packet looks like the end.
     const ssize_t received = WhenPossible(socket, POLLIN, deadline, [&] {
         return ::recv(socket.Get(), room.data(), room.size(), MSG_DONTWAIT | MSG_TRUNC);
     });
@@ -224,7 +223,7 @@ void Connection::Shutdown() {
 
 struct Listener::System {
     std::vector<ListeningSocket> sockets;  // one for each folder
-    Owned reserve;                         // a descriptor for refusing
+    Owned reserve;                         // a descriptor for accepting a client that is refused
 
     void KeepReserve() {
         if (!reserve.IsOpen()) {
@@ -280,7 +279,7 @@ std::optional<Connection> Listener::Accept(Deadline deadline, std::span<const st
                 }
                 accepted.Send(refusal, Clock::now());
             } else if (isLacking && !client.IsOpen()) {
-                // The client goes on waiting until something has been given back.
+                // The client stays in the queue until a resource is free.
                 std::this_thread::sleep_for(resourcePause);
             }
             client.Close();

@@ -1,4 +1,4 @@
-// What is the same on every system.
+// The part that is the same on every system.
 
 #include "reference/transport/local_connection.h"
 
@@ -25,7 +25,7 @@ std::string ServerName() {
     if (suffix != nullptr && *suffix != '\0') {
         name += '-';
         name.append(suffix, ::strnlen(suffix, longestSuffix));
-        // What separates folders, of files or of other things, has no place in a name.
+        // Both are separators in paths of files or of system objects.
         std::replace_if(
             name.begin(), name.end(), [](char letter) { return letter == '/' || letter == '\\'; }, '_');
     }

@@ -1,7 +1,7 @@
-/// A connection between processes of one user on one machine. It carries pieces of bytes, whole and in their order.
+/// A connection between processes of one user on one machine. It transfers packets of bytes, whole and in order.
 ///
-/// Every wait ends at its deadline. Nothing here is inherited by a program that this process starts, and no signal is
-/// raised by a peer that has gone.
+/// Every wait ends at its deadline. Programs that this process starts inherit nothing from here. A peer that has
+/// disconnected causes no signal.
 #pragma once
 
 #include <chrono>
@@ -21,42 +21,43 @@ using Deadline = Clock::time_point;
 
 inline constexpr Deadline noDeadline = Deadline::max();
 
-/// What waits of the system take: rounded up, -1 for noDeadline.
+/// The time-out for system calls: milliseconds, rounded up; -1 for noDeadline.
 int MillisecondsUntil(Deadline deadline);
 
-/// The name under which this user's recognition server listens; those of other users have names of their own, whatever
-/// they are called. The environment variable VEXLANE_READING_SOCKET sets servers and clients apart from those with
-/// another value: its first 64 characters become part of the name, with _ for / and \.
+/// The name under which this user's recognition server listens; names of different users are independent. The
+/// environment variable VEXLANE_READING_SOCKET separates servers and clients from those with another value: its first
+/// 64 characters become part of the name, with _ for / and \.
 std::string ServerName();
 
-/// No piece is longer.
+/// The maximum size of a packet in bytes.
 inline constexpr std::size_t largestPiece = 1 << 20;
 
-/// One side of a connection. One thread at a time, but for Shutdown.
+/// One side of a connection. One thread at a time, except for Shutdown.
 class Connection {
   public:
-    /// Tries once to connect to the server of that name; nothing when there is none, when it has no room or is another
-    /// user's. Does not wait. Throws std::system_error when this process lacks what a connection takes.
+    /// Tries once to connect to the server of that name. Returns nothing when there is none, when its queue is full or
+    /// when it belongs to another user. Does not wait. Throws std::system_error when this process lacks a resource.
     static std::optional<Connection> Open(const std::string& name);
 
     Connection(Connection&&) noexcept = default;
     Connection& operator=(Connection&&) noexcept = default;
 
-    /// Up to 64 KiB are one piece, more are several. False when the peer has gone, or does not take all of it in time.
+    /// Sends up to 64 KiB as one packet, more as several. Returns false when the peer has disconnected, or has not
+    /// received all of it in time.
     bool Send(std::span<const std::uint8_t> bytes, Deadline deadline);
 
-    /// Waits for a piece and returns its size. 0 when the peer has gone, when there is none in time, and when it is
-    /// empty or longer than there is room for.
+    /// Waits for a packet and returns its size. Returns 0 when the peer has disconnected, at the deadline, and when the
+    /// packet is empty or larger than `room`.
     std::size_t Receive(std::span<std::uint8_t> room, Deadline deadline);
 
-    /// Receives pieces of `size` bytes together into the beginning of `bytes`, which grows as they come and never
-    /// shrinks. False as for Receive. Throws std::bad_alloc. REQUIRES: size > 0.
+    /// Receives packets of `size` bytes in total into the beginning of `bytes`, which grows as they arrive and never
+    /// shrinks. Returns false when Receive returns 0. Throws std::bad_alloc. REQUIRES: size > 0.
     bool ReceiveAll(std::vector<std::uint8_t>& bytes, std::size_t size, Deadline deadline);
 
-    /// Whether the peer has its side still open.
+    /// Whether the peer's side is still open.
     bool PeerIsThere() const;
 
-    /// Ends every wait on this side, now and later, and lets the peer see that this side has gone. Any thread.
+    /// Ends every wait on this side, now and later, and disconnects from the peer. Any thread.
     void Shutdown();
 
   private:
@@ -64,21 +65,21 @@ class Connection {
     struct System;
     explicit Connection(std::shared_ptr<System> system) : system_(std::move(system)) {}
 
-    std::shared_ptr<System> system_;  // of one owner
+    std::shared_ptr<System> system_;  // never shared
 };
 
-/// Waits for connections. One thread at a time, but for Shutdown.
+/// Waits for connections. One thread at a time, except for Shutdown.
 class Listener {
   public:
-    /// Nothing when somebody listens under that name already. Connections of an earlier listener keep nobody from it.
-    /// Throws std::system_error.
+    /// Returns nothing when a process already listens under that name. Connections of an earlier listener do not
+    /// matter. Throws std::system_error.
     static std::optional<Listener> Open(const std::string& name);
 
     Listener(Listener&&) noexcept = default;
     Listener& operator=(Listener&&) noexcept = default;
 
-    /// The next connection of a process of this user; those of others are closed. Nothing at the deadline, and after
-    /// Shutdown. A client for which this process has no descriptor left is sent `refusal` and closed.
+    /// Returns the next connection from a process of this user; closes those from other users. Returns nothing at the
+    /// deadline and after Shutdown. A client for which this process has no descriptor is sent `refusal` and closed.
     std::optional<Connection> Accept(Deadline deadline, std::span<const std::uint8_t> refusal = {});
 
     /// Ends every wait, now and later. Any thread.
@@ -88,7 +89,7 @@ class Listener {
     struct System;
     explicit Listener(std::shared_ptr<System> system) : system_(std::move(system)) {}
 
-    std::shared_ptr<System> system_;  // of one owner
+    std::shared_ptr<System> system_;  // never shared
 };
 
 }  // namespace transport

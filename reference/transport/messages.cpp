@@ -21,7 +21,7 @@ static_assert(std::endian::native == std::endian::little);
 static_assert(sizeof(Header) == 16 && sizeof(Greeting) == 16 && sizeof(GreetingAnswer) == 16 && sizeof(Range) == 8 &&
               sizeof(Frame) == 24 && sizeof(Reading) == 56 && sizeof(Readings) == 8 + mostReadings * 56);
 
-// An empty structure has a byte of its own in memory, and none in a message.
+// An empty structure has one byte in memory, and none in a message.
 template <class Kind>
 constexpr std::size_t bytesOf = std::is_empty_v<Kind> ? 0 : sizeof(Kind);
 
@@ -94,7 +94,7 @@ bool IsValid(const Contents& contents) {
 }
 
 std::uint64_t PictureBytes(std::uint32_t width, std::uint32_t height) {
-    // Sides beyond the largest might not fit.
+    // The dimensions may exceed the limits, so the product may overflow.
     const std::uint64_t row = std::uint64_t{width} * bytesPerPixel;
     return height != 0 && row > UINT64_MAX / height ? UINT64_MAX : row * height;
 }

@@ -1,28 +1,28 @@
-/// What the engine, as the client, and the recognition server say to each other.
+/// The protocol between the engine, as the client, and the recognition server.
 ///
-/// They speak over one local connection (reference/transport/local_connection.h) for each thread that calls the engine.
-/// The client sends a request, waits for its answer, and only then sends the next one:
+/// Each thread that calls the engine has one local connection (reference/transport/local_connection.h). The client
+/// sends a request, waits for its reply, and only then sends the next one:
 ///
-///     Greeting        ->                    first of all, and once
+///     Greeting        ->                    first, and once
 ///                     <-  GreetingAnswer    the server's version; when the versions differ, the connection ends
-///                     <-  Busy              in place of all others, at once and unasked: the server has no place for
-///                                           this client; the connection ends, and the client may try again later
-///     Range           ->                    at any time, holds for the frames after it
-///                     <-  RangeTaken        at once, however busy the readers are
+///                     <-  Busy              instead of all replies, at once and without a request: the server has no
+///                                           place for this client; the connection ends, the client may try again later
+///     Range           ->                    at any time, applies to the frames after it
+///                     <-  RangeTaken        at once, even if all readers are busy
 ///     Frame, pixels   ->
-///                     <-  Readings          none to five
+///                     <-  Readings          zero to five
 ///
-/// The pixels are rows of width * 3 bytes, blue, green, red, top down, without gaps. They follow their message, in as
-/// many pieces of the connection as it takes. A message is one piece, and all its numbers are little-endian:
+/// The pixels are rows of width * 3 bytes, blue, green, red, top down, without padding. They follow their message in as
+/// many packets as needed. A message is one packet, and all its numbers are little-endian:
 ///
 ///     offset  width
 ///          0      4  kind, counted from 1 in the order of `Contents`
 ///          4      4  size of the whole message in bytes
-///          8      8  number of the request; an answer has that of its request, Busy has 0
-///         16         the structure of that kind, as it lies in memory; nothing of one that is empty
+///          8      8  number of the request; a reply has that of its request, Busy has 0
+///         16         the structure of that kind as it is in memory; nothing if it is empty
 ///
-/// Header, Greeting, GreetingAnswer and Busy are the same in every version. Whoever receives anything else, or another
-/// kind than it waits for, ends the connection without a word.
+/// Header, Greeting, GreetingAnswer and Busy are the same in every version. A side that receives an invalid message or
+/// an unexpected kind closes the connection without a reply.
 #pragma once
 
 #include <array>
@@ -44,7 +44,7 @@ inline constexpr std::uint64_t largestPictureBytes = std::uint64_t{256} << 20;  
 inline constexpr std::size_t mostReadings = 5;
 inline constexpr std::size_t longestText = 15;  ///< bytes, not counting the NUL after them
 
-/// How long a client waits for the answer to a frame, pixels included; an answer after it is for nobody.
+/// How long a client waits for the reply to a frame, sending the pixels included; a later reply is discarded.
 inline constexpr std::chrono::milliseconds longestFrame{2000};
 
 struct Greeting {
@@ -56,7 +56,7 @@ struct Greeting {
 
 struct GreetingAnswer : Greeting {};
 
-/// Plate widths in pixels, as the engine's caller gave them.
+/// Plate widths in pixels, as passed to the engine.
 struct Range {
     std::int32_t minimum = 0;
     std::int32_t maximum = 0;
@@ -67,7 +67,7 @@ struct RangeTaken {
     bool operator==(const RangeTaken&) const = default;
 };
 
-/// In pixels; right and bottom lie outside.
+/// In pixels; right and bottom are exclusive.
 struct Region {
     std::int32_t left = 0;
     std::int32_t top = 0;
@@ -76,11 +76,11 @@ struct Region {
     bool operator==(const Region&) const = default;
 };
 
-/// Sides of 1 to largestSide, and at most largestPictureBytes.
+/// Width and height of 1 to largestSide, at most largestPictureBytes in total.
 struct Frame {
     std::uint32_t width = 0;
     std::uint32_t height = 0;
-    Region region;  ///< zeros for none; else not empty, and inside the picture
+    Region region;  ///< zeros for none; else not empty, and inside the frame
     bool operator==(const Frame&) const = default;
 };
 
@@ -119,16 +119,16 @@ struct Message {
 
 inline constexpr std::size_t largestMessageBytes = 16 + sizeof(Readings);
 
-/// Whether the contents keep to what is said above of their kind.
+/// Whether the contents obey the limits of their kind.
 bool IsValid(const Contents& contents);
 
-/// The bytes of a picture of these sides.
+/// The size in bytes of a frame of these dimensions; the maximum of the type when it does not fit.
 std::uint64_t PictureBytes(std::uint32_t width, std::uint32_t height);
 
-/// Throws std::invalid_argument for contents that are not sound.
+/// Throws std::invalid_argument for invalid contents.
 std::vector<std::uint8_t> Encode(const Message& message);
 
-/// Nothing for bytes that are no sound message, whatever they are. What it returns is encoded as the same bytes.
+/// Returns nothing for bytes that are not a valid message. Encoding the result produces the same bytes.
 std::optional<Message> Decode(std::span<const std::uint8_t> bytes);
 
 }  // namespace transport

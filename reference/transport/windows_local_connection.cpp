@@ -1,4 +1,4 @@
-// Pipes of whole messages, each of which is a piece. They vanish with the last process that has them open.
+// Message pipes, in which each message is a packet. A pipe disappears when the last process closes it.
 
 #include <windows.h>
 // clang-format off: these need the one above
@@ -61,7 +61,7 @@ bool IsSet(const Owned& event) {
     return WaitForSingleObject(event.get(), 0) == WAIT_OBJECT_0;
 }
 
-// WAIT_TIMEOUT at the deadline, else WAIT_OBJECT_0 and the index of one that is set.
+// Returns WAIT_TIMEOUT at the deadline, else WAIT_OBJECT_0 plus the index of an event that is set.
 DWORD WaitForAny(std::span<const HANDLE> events, Deadline deadline) {
     for (;;) {
         const DWORD result = WaitForMultipleObjects(static_cast<DWORD>(events.size()), events.data(), FALSE,
@@ -72,7 +72,7 @@ DWORD WaitForAny(std::span<const HANDLE> events, Deadline deadline) {
     }
 }
 
-/// Lets in nobody but this user.
+/// Grants access only to this user.
 struct OwnUserAlone : SECURITY_ATTRIBUTES {
     OwnUserAlone() : SECURITY_ATTRIBUTES{sizeof(SECURITY_ATTRIBUTES), nullptr, FALSE} {
         const std::string user = ThisUser();
@@ -98,7 +98,7 @@ struct Instance {
     Owned connected = MakeEvent();
     OVERLAPPED operation = {};
 
-    // A client that has come and gone before it was awaited leaves nothing to await.
+    // Closes the pipe if a client has already connected and disconnected.
     void Await() {
         operation = {};
         operation.hEvent = connected.get();
@@ -109,7 +109,7 @@ struct Instance {
         }
     }
 
-    // The system writes here until it has cancelled what awaits.
+    // Waits for the cancellation, because the system writes to `operation` until then.
     void Close() {
         if (pipe && CancelIoEx(pipe.get(), &operation) != FALSE) {
             WaitForSingleObject(connected.get(), INFINITE);
@@ -125,7 +125,7 @@ struct Instance {
 struct Connection::System {
     explicit System(Owned connected) : pipe(std::move(connected)) {}
 
-    // Starts what reads or writes and sees it done, or cancels it at the deadline and at the end. 0 when it has failed.
+    // Reads or writes with `start`; cancels that at the deadline and on Shutdown. Returns 0 on failure.
     template <class Start, class Bytes>
     std::size_t Carry(Start* start, Bytes* bytes, std::size_t size, Deadline deadline) {
         const std::lock_guard lock(use);
@@ -144,13 +144,13 @@ struct Connection::System {
                 return 0;
             }
         }
-        // What was done after all, before it could be cancelled, counts. A pipe's operation is cancelled at once.
+        // An operation that completed before the cancellation counts. A pipe's operation is cancelled at once.
         DWORD carried = 0;
         if (GetOverlappedResult(pipe.get(), &operation, &carried, TRUE) != FALSE) {
             return carried;
         }
         if (GetLastError() == ERROR_MORE_DATA) {
-            // What is left of a piece that is too long would pass for the next one.
+            // The rest of a packet that is too long would be received as the next one.
             SetEvent(ended.get());
         }
         return 0;
@@ -167,14 +167,14 @@ std::optional<Connection> Connection::Open(const std::string& name) {
     if (path.empty()) {
         return std::nullopt;
     }
-    // Whoever listens may learn who this is, and not act in its name.
+    // The server may identify this user, but not impersonate it.
     Owned pipe =
         OwnedPipe(CreateFileA(path.c_str(), GENERIC_READ | GENERIC_WRITE, 0, nullptr, OPEN_EXISTING,
                               FILE_FLAG_OVERLAPPED | SECURITY_SQOS_PRESENT | SECURITY_IDENTIFICATION, nullptr));
     if (!pipe && IsLackOfResources(GetLastError())) {
         Throw("no pipe");
     }
-    // The owner of the pipe says who may be connected to beside the server's process.
+    // The owner is checked too, because it decides which other processes may serve the pipe.
     DWORD mode = PIPE_READMODE_MESSAGE;
     ULONG process = 0;
     if (!pipe || OwnerOf(pipe.get()) != ThisUser() ||
@@ -224,13 +224,13 @@ void Connection::Shutdown() {
 // Listener
 
 struct Listener::System {
-    /// Publishes a pipe for the server of that name, which `nameLock` keeps for it. Throws std::system_error.
+    /// Publishes a pipe for the server of that name, which `nameLock` reserves. Throws std::system_error.
     System(std::string serverName, Owned nameLock) : name(std::move(serverName)), lock(std::move(nameLock)) {
         instances[0].pipe = MakePipe(FILE_FLAG_FIRST_PIPE_INSTANCE);
         if (!instances[0].pipe) {
             Throw("nobody can be listened to");
         }
-        // Nothing after this can fail: the system writes into what is awaited.
+        // Nothing after this may fail, because the system writes to the pending operations.
         PublishPipePath(name, path);
         instances[0].Await();
         Refill();
@@ -238,12 +238,12 @@ struct Listener::System {
 
     ~System() { End(); }
 
-    /// The next pipe that is connected; nothing at the deadline and after End.
+    /// Returns the next connected pipe; null at the deadline and after End.
     Owned Next(Deadline deadline) {
         const std::lock_guard inUse(use);
         while (!IsSet(ended)) {
             const Deadline pause = Refill() ? noDeadline : Clock::now() + resourcePause;
-            // Where a client was found last is looked last, so that no client waits for ever.
+            // The instance that was connected last is checked last, so that no client waits for ever.
             std::array<HANDLE, 1 + waitingInstances> awaited = {ended.get()};
             for (std::size_t place = 0; place < waitingInstances; ++place) {
                 awaited[1 + place] = instances[(first + place) % waitingInstances].connected.get();
@@ -281,7 +281,7 @@ struct Listener::System {
                                           PIPE_UNLIMITED_INSTANCES, answerBytes, largestPiece, 0, &access));
     }
 
-    // False when there is no room for all of them. REQUIRES: use, or nobody else.
+    // Returns false when not all pipes can be created. REQUIRES: use, or no access by other threads.
     bool Refill() {
         for (Instance& instance : instances) {
             if (!instance.pipe && (instance.pipe = MakePipe(0))) {
@@ -296,7 +296,7 @@ struct Listener::System {
     const Owned ended = MakeEvent();
     OwnUserAlone access;
     std::mutex use;  // guards all below
-    Owned lock;      // while it listens, unless another user has the mutex
+    Owned lock;      // null after End, and when another user has the mutex
     std::array<Instance, waitingInstances> instances;
     std::size_t first = 0;
 };
@@ -313,8 +313,7 @@ std::optional<Listener> Listener::Open(const std::string& name) {
         Throw("the name cannot be taken", mutexError);
     }
     if (isTaken) {
-        // Another user's mutex keeps nobody from listening. What this user's server would have locked is then told by
-        // its pipe.
+        // Another user's mutex must not prevent listening. The pipe then shows whether this user's server is running.
         const bool isOwn = lock && OwnerOf(lock.get()) == ThisUser();
         if (isOwn || Connection::Open(name)) {
             return std::nullopt;
@@ -324,7 +323,7 @@ std::optional<Listener> Listener::Open(const std::string& name) {
     return Listener(std::make_shared<System>(name, std::move(lock)));
 }
 
-// Handles do not run out before memory does, and then a client cannot be sent anything either.
+// Sends no refusal: handles do not run out before memory does, and then nothing can be sent.
 std::optional<Connection> Listener::Accept(Deadline deadline, std::span<const std::uint8_t>) {
     while (Owned pipe = system_->Next(deadline)) {
         ULONG process = 0;
@@ -332,7 +331,7 @@ std::optional<Connection> Listener::Accept(Deadline deadline, std::span<const st
             try {
                 return Connection(std::make_shared<Connection::System>(std::move(pipe)));
             } catch (const std::exception&) {
-                // For this one nothing is left; there may be for the next.
+                // There are no resources for this client; there may be for the next.
                 std::this_thread::sleep_for(resourcePause);
             }
         }

@@ -31,7 +31,7 @@ std::string TextOf(PSID user) {
     return copy;
 }
 
-// Of the user's part of the registry. Throws std::system_error.
+// A key in the user's part of the registry. Throws std::system_error.
 std::string KeyPath() {
     return ThisUser() + softwarePath + '\\' + keyName;
 }
@@ -123,7 +123,7 @@ void WithdrawPipePath(const std::string& name, const std::string& path) noexcept
             RegDeleteKeyValueA(HKEY_USERS, KeyPath().c_str(), name.c_str());
         }
     } catch (const std::exception&) {
-        // Then it stays, as that of a server that was killed does.
+        // The path remains, like that of a server that was killed.
     }
 }
 

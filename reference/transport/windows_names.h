@@ -1,9 +1,9 @@
 /// Names on Windows under which this user's servers are found. Pipes and mutexes have one namespace for all users, so
-/// anybody can take a name first. What has a name is believed only if its owner is this user.
+/// another user can take a name first. An object is trusted only if its owner is this user.
 ///
-/// A server's pipe has a name that nobody could know before. The server publishes it in the user's part of the
-/// registry, which others cannot write: as a value, named as the server, of HKEY_USERS\(user)\Software\Vexlane Reading.
-/// The key is gone when the user has logged off.
+/// A server's pipe has a random name. The server publishes it in the user's part of the registry, which others cannot
+/// write: as a value, named like the server, of HKEY_USERS\(user)\Software\Vexlane Reading. The system deletes the key
+/// when the user logs off.
 #pragma once
 
 #include <windows.h>
@@ -12,19 +12,19 @@
 
 namespace transport {
 
-/// Users are told as text, S-1-5-21-... Throws std::system_error.
+/// The user of this process as text, S-1-5-21-... Throws std::system_error.
 std::string ThisUser();
 
-/// Empty where it is not known.
+/// The user of a process, as text; empty if unknown.
 std::string UserOf(HANDLE process);
 
-/// The owner of a pipe, mutex or other object whose handle allows to read; empty where it is not known.
+/// The owner of a pipe, mutex or other object whose handle has read access; empty if unknown.
 std::string OwnerOf(HANDLE object);
 
 /// The name of the mutex that the server of that name holds while it listens.
 std::string MutexName(const std::string& name);
 
-/// A path for a pipe that nobody knows. Throws std::system_error.
+/// A random path for a pipe. Throws std::system_error.
 std::string NewPipePath();
 
 /// The path of the pipe of the server of that name; empty when none is published.
@@ -33,7 +33,7 @@ std::string PublishedPipePath(const std::string& name);
 /// Throws std::system_error.
 void PublishPipePath(const std::string& name, const std::string& path);
 
-/// Leaves the path that another server has published since.
+/// Removes the published path, unless another server has replaced it.
 void WithdrawPipePath(const std::string& name, const std::string& path) noexcept;
 
 }  // namespace transport
