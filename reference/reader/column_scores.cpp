@@ -11,11 +11,11 @@ namespace {
 constexpr double tiny = 1e-6;
 constexpr double never = -1e30;
 
-// A character is read as another of its set at this share of its probability.
+// A character may be read as another one of its set, with this share of the set's probability.
 constexpr std::array<std::string_view, 6> lookAlikes = {"0OQD", "1IT", "8B", "5S", "2Z", "6G"};
 constexpr double lookAlikeShare = 0.6;
 
-// By how much (natural logarithm, over all columns) a template's text may be less likely than the free one.
+// By how much (natural logarithm, over all columns) a template's text may be less likely than the text without.
 constexpr double templateMargin = 7;
 
 struct Emission {
@@ -62,8 +62,8 @@ struct TemplatePath {
     DecodedText decoded;
 };
 
-/// The likeliest path (Viterbi) through: nothing, first character, nothing, second character, ... nothing. The states
-/// "nothing" may be left out between different characters.
+/// The likeliest path (Viterbi) through the states: blank, first character, blank, second character, ... blank. Blanks
+/// between different characters are optional.
 TemplatePath FollowTemplate(const ColumnScores& scores, const Template& pattern) {
     const std::size_t columns = scores.Columns();
     const std::size_t states = 2 * pattern.size() + 1;
@@ -94,7 +94,7 @@ TemplatePath FollowTemplate(const ColumnScores& scores, const Template& pattern)
                 best = reached[state - 1];
                 origin = state - 1;
             }
-            // The same character twice needs a gap.
+            // The same character twice needs a blank between.
             const bool mayJump =
                 state > 1 && state % 2 == 1 && emission(state, column).symbol != emission(state - 2, column - 1).symbol;
             if (mayJump && reached[state - 2] > best) {
@@ -115,7 +115,7 @@ TemplatePath FollowTemplate(const ColumnScores& scores, const Template& pattern)
     if (path.logProbability <= never / 2) {
         return path;
     }
-    // Each character is the one with the surest column.
+    // Each character is the symbol with the highest probability in one of its columns.
     std::vector<std::array<double, alphabet.size()>> peaks(pattern.size(), std::array<double, alphabet.size()>{});
     double left = static_cast<double>(columns);
     double right = 0;
@@ -145,7 +145,7 @@ TemplatePath FollowTemplate(const ColumnScores& scores, const Template& pattern)
     return path;
 }
 
-/// Of the likeliest class of every column.
+/// The path through the likeliest class of each column.
 double LogProbabilityOfFreePath(const ColumnScores& scores) {
     double sum = 0;
     for (std::size_t column = 0; column < scores.Columns(); ++column) {
@@ -256,7 +256,7 @@ DecodedText DecodeByTemplates(const ColumnScores& scores, const std::vector<Temp
     if (best.logProbability <= LogProbabilityOfFreePath(scores) - templateMargin) {
         return free;
     }
-    // A text of a pattern that is expected is surer than one of none, all else alike.
+    // A text that matches an expected pattern is at least as certain as one that matches none.
     best.decoded.confidence = std::max(best.decoded.confidence, free.confidence);
     return best.decoded;
 }

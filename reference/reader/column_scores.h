@@ -1,4 +1,4 @@
-/// What the reading network says of the columns of a strip, and how a text is read from it.
+/// The reading network's scores for the columns of a strip, and the decoding of a text from them.
 #pragma once
 
 #include <string>
@@ -7,21 +7,21 @@
 
 namespace plate_reading {
 
-/// The characters that are read; class 0 of the network is none, class i + 1 is alphabet[i].
+/// The characters that are read; class 0 of the network means no character, class i + 1 is alphabet[i].
 inline constexpr std::string_view alphabet = "0123456789ABCDEFGHIJKLMNOPQRSTUVWXYZ";
 inline constexpr std::size_t classes = alphabet.size() + 1;
 
-/// For each column the probability of each class, summing to 1; columns * classes numbers.
+/// The probability of each class for each column; those of a column add up to 1.
 class ColumnScores {
   public:
     ColumnScores() = default;
-    /// From the network's answer: classes rows of `columns` numbers, turned into probabilities here.
+    /// Converts the network's output, `classes` rows of `columns` numbers, into probabilities.
     ColumnScores(const float* answer, std::size_t columns);
 
     std::size_t Columns() const { return probabilities_.size() / classes; }
     float At(std::size_t column, std::size_t which) const { return probabilities_[column * classes + which]; }
 
-    /// The mean of this and another of as many columns.
+    /// Replaces the probabilities by the mean of these and those of another strip with as many columns.
     void Average(const ColumnScores& other);
 
   private:
@@ -35,15 +35,15 @@ struct DecodedText {
     float right = 0;        ///< where they end
 };
 
-/// The likeliest class of each column, where a character is likelier than none; repetitions are one character. The
-/// confidence is the geometric mean of the characters' highest columns times that of all columns.
+/// Decodes the likeliest class of each column in which a character is likelier than none; repetitions are one
+/// character. The confidence is the geometric mean of the characters' highest probabilities times that of all columns.
 DecodedText Decode(const ColumnScores& scores);
 
-/// A text's pattern: L a letter, D a digit.
+/// The pattern of a text: L for a letter, D for a digit.
 using Template = std::string;
 
-/// The likeliest text of a template's pattern, where it is not much less likely than `free`, the text without one;
-/// else `free`. Look-alikes stand in for each other.
+/// Returns the likeliest text that matches a template, unless it is much less likely than `free`, the text decoded
+/// without templates; then returns `free`. Look-alike characters may replace each other.
 DecodedText DecodeByTemplates(const ColumnScores& scores, const std::vector<Template>& templates,
                               const DecodedText& free);
 

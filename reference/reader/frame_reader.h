@@ -1,4 +1,4 @@
-/// What reads the plates of one picture.
+/// The interface of a reader of plates in one frame.
 #pragma once
 
 #include <array>
@@ -10,7 +10,7 @@
 
 namespace plate_reading {
 
-/// In pixels from the picture's top left.
+/// In pixels from the frame's top left.
 struct Point {
     int x = 0;
     int y = 0;
@@ -24,7 +24,7 @@ struct Picture {
     std::size_t stride = 0;  ///< bytes from one row to the next, at least width * 3
 };
 
-/// In pixels; right and bottom lie outside.
+/// In pixels; right and bottom are exclusive.
 struct Region {
     int left = 0;
     int top = 0;
@@ -32,7 +32,7 @@ struct Region {
     int bottom = 0;
 };
 
-/// In pixels, both included.
+/// In pixels, inclusive.
 struct WidthRange {
     int minimum = 0;
     int maximum = 0;
@@ -44,13 +44,13 @@ struct Reading {
     std::array<Point, 4> corners;  ///< top left, bottom left, top right, bottom right of the text's row
 };
 
-/// Reads one picture at a time, on one thread at a time.
+/// One thread at a time.
 class FrameReader {
   public:
     virtual ~FrameReader() = default;
 
-    /// The surest readings first, at most five. Without a region the whole picture is searched, without a range of
-    /// widths any width is reported. Throws std::exception.
+    /// Returns at most five readings, the best first. Without a region the whole frame is searched; without a range of
+    /// widths, plates of any width are reported. Throws std::exception.
     virtual std::vector<Reading> Read(const Picture& picture, const std::optional<Region>& region,
                                       const std::optional<WidthRange>& widths) = 0;
 };

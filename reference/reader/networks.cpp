@@ -6,7 +6,7 @@
 #define CONSTANTS ".section .rodata\n"
 #endif
 
-// The assembler reads the files; a table in C++ would take the compiler longer than all the rest.
+// The assembler embeds the files, because a C++ array would take longer to compile than all other code.
 #define EMBED(symbol, path)                                      \
     __asm__(CONSTANTS ".balign 16\n" #symbol                     \
                       "Begin:\n"                                 \

@@ -1,4 +1,4 @@
-/// The trained networks, as ONNX files that lie in the program.
+/// The trained networks, as ONNX files embedded in the program.
 #pragma once
 
 #include <vector>

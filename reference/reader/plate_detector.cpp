@@ -8,12 +8,13 @@
 namespace plate_reading {
 namespace {
 
-// Characters from 6.5 to 32 pixels were trained. Each scale shows some heights best, in its own pixels, so that all
-// scales together leave none out; the largest takes what is lower too, the smallest what is higher.
+// The character heights for which a scale is used, in its own pixels, so that the scales together cover all heights.
+// The largest scale also finds smaller characters, the smallest larger ones. The network was trained on 6.5 to 32
+// pixels.
 constexpr HeightRange best = {7.5f, 17.f};
 
-// A picture that is wider is searched at this width, or, where that would leave more, at this share of its own: most of
-// the time goes into the largest scale, and what it takes away from small characters the reader could not read.
+// A frame wider than `wide` is scaled by `wideShare`, and further if it is still wider than `widest`: most of the time
+// is spent on the largest scale, and characters that are lost by this are too small for the reader.
 constexpr float widest = 1280;
 constexpr float wide = 960;
 constexpr float wideShare = 0.75f;
@@ -22,7 +23,7 @@ constexpr int lowest = 24;
 
 constexpr float leastScore = 0.35f;
 
-// What the network's numbers mean; training/scene_drawing.py makes them.
+// The units of the network's output, as in training/scene_drawing.py.
 constexpr int cell = 8;
 constexpr float sideScale = 32;
 constexpr float offsetScale = 8;
@@ -33,7 +34,7 @@ int RoundUp(int value) {
     return (value + cell - 1) / cell * cell;
 }
 
-/// One row for all the cells that lie on it: the mean of the surest and those that agree with it.
+/// Merges the cells of each row into one row: the mean of the best cell and those that agree with it.
 std::vector<TextRow> Merge(std::vector<TextRow> cells) {
     std::sort(cells.begin(), cells.end(), [](const TextRow& a, const TextRow& b) { return a.score > b.score; });
     std::vector<bool> used(cells.size(), false);

@@ -11,7 +11,7 @@
 
 namespace plate_reading {
 
-/// The heights of characters that are looked for, in pixels of the picture.
+/// The range of character heights to find, in pixels of the frame.
 struct HeightRange {
     float minimum = 0;
     float maximum = 0;
@@ -20,10 +20,10 @@ struct HeightRange {
 /// One thread at a time.
 class PlateDetector {
   public:
-    /// `network` is an ONNX file's content. Throws cv::Exception.
+    /// `network` is the content of an ONNX file. Throws cv::Exception.
     explicit PlateDetector(const std::vector<unsigned char>& network);
 
-    /// The rows found, surest first; scores are 0 to 1. `grey` has 8 bits. Throws cv::Exception.
+    /// Returns the rows found, the best first; scores are 0 to 1. `grey` has 8 bits. Throws cv::Exception.
     std::vector<TextRow> Find(const cv::Mat& grey, const HeightRange& heights);
 
   private:
@@ -31,7 +31,7 @@ class PlateDetector {
 
     void FindAtScale(cv::dnn::Net& network, const cv::Mat& grey, float scale, std::vector<TextRow>& cells) const;
 
-    // One for each size of the picture: a network that is given another size than last time lays itself out anew.
+    // One for each scale, because OpenCV prepares a network anew whenever the size of its input changes.
     std::array<cv::dnn::Net, levels> networks_;
 };
 

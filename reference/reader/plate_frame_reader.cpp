@@ -18,8 +18,8 @@ constexpr std::size_t mostReadings = 5;
 constexpr std::size_t fewestCharacters = 4;
 constexpr std::size_t mostCharacters = 9;
 
-// Rows that are read, the best of each finder; reading is what costs. Of those that the detector is not sure of only a
-// few are read, and none when a plate was read before them.
+// Only the best rows of each finder are read, because reading takes most of the time. Of the rows with a score below
+// sureScore only a few are read, and none if a plate has been read before.
 constexpr std::size_t mostDetectedRows = 8;
 constexpr std::ptrdiff_t mostDoubtfulRows = 3;
 constexpr float sureScore = 0.6f;
@@ -27,17 +27,17 @@ constexpr std::size_t mostFoundRows = 3;
 
 constexpr double leastConfidence = 0.3;
 
-// Short texts occur by chance; a text of this length counts fully.
+// Short texts occur by chance; a text of this length has full weight.
 constexpr double fullLength = 5.5;
 
-// Two readings that share this much of the smaller one are of one plate.
+// Two readings that overlap by this share of the smaller one are of the same plate.
 constexpr float samePlace = 0.4f;
 
-// Of a plate's row: width over height of its characters, from four wide ones to nine narrow ones.
+// The width of a row over the height of its characters, from four wide characters to nine narrow ones.
 constexpr float leastAspect = 1.6f;
 constexpr float mostAspect = 7.f;
 
-// The smallest and the largest characters that are looked for, pixels.
+// The character heights that are searched for without a range of widths, in pixels.
 constexpr HeightRange anyHeight = {6.f, 1e6f};
 
 double Weight(const RowText& text) {
@@ -79,7 +79,7 @@ class PlateFrameReader final : public FrameReader {
     }
 
   private:
-    /// Surest first, no two of one place.
+    /// Best first, one for each place.
     std::vector<RowText> ReadRows(const cv::Mat& grey, const std::optional<WidthRange>& widths) {
         HeightRange heights = anyHeight;
         if (widths) {
@@ -116,7 +116,7 @@ class PlateFrameReader final : public FrameReader {
         return kept;
     }
 
-    /// Without the rows that cannot be of a width in the range; the finders' ends are less exact than the reader's.
+    /// Removes rows whose width cannot be in the range. The finders' ends are less exact than the reader's.
     static std::vector<TextRow> Fitting(std::vector<TextRow> rows, const std::optional<WidthRange>& widths) {
         if (widths) {
             std::erase_if(rows, [&](const TextRow& row) {
@@ -163,7 +163,7 @@ class PlateFrameReader final : public FrameReader {
 }  // namespace
 
 std::unique_ptr<FrameReader> MakePlateFrameReader(const ReadingOptions& options) {
-    // Frames are read side by side, each on one thread.
+    // Frames are read in parallel, each on one thread.
     cv::setNumThreads(1);
     return std::make_unique<PlateFrameReader>(options);
 }

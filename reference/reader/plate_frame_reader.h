@@ -10,11 +10,11 @@
 namespace plate_reading {
 
 struct ReadingOptions {
-    std::vector<Template> templates;  ///< none: any text
-    int confirmations = 3;            ///< pictures of a stream that must agree; 1: each picture for itself
+    std::vector<Template> templates;  ///< empty: any text
+    int confirmations = 3;            ///< frames of a stream that must agree; 1: frames are independent
 };
 
-/// Takes some milliseconds, and some 20 megabytes when it has read a picture of 1280x720. Throws std::exception.
+/// Takes a few milliseconds, and about 20 MB of memory after it has read a 1280x720 frame. Throws std::exception.
 std::unique_ptr<FrameReader> MakePlateFrameReader(const ReadingOptions& options);
 
 }  // namespace plate_reading

@@ -6,41 +6,41 @@
 namespace plate_reading {
 namespace {
 
-// The picture in small: the mean brightness of so many fields.
+// The thumbnail's fields, each the mean brightness of a part of the frame.
 constexpr int columns = 32;
 constexpr int rows = 18;
-// Of each field, every so many pixels count; enough to tell scenes apart.
+// Pixels that are sampled in each field; enough to distinguish scenes.
 constexpr int samplesAcross = 6;
 constexpr int samplesDown = 6;
 
-// Grey levels by which fields differ in the mean. Successive pictures of a camera stay below it, pictures of different
-// places lie far above.
+// Mean difference of the fields in grey levels. Successive frames of a camera are below it, frames of different places
+// far above.
 constexpr float sameSceneDifference = 7;
 
-// A camera that has shown its scene for so many pictures is one, also when the picture jumps.
+// After this many frames of one scene, frames count as a camera's stream even across a sudden change.
 constexpr int establishedAfter = 5;
 
-// Pixels; what ends nearer to a side of what was searched may go on beyond it.
+// Pixels; a text that ends closer to a side of the searched area may continue beyond it.
 constexpr int edge = 3;
 
-// How far a plate comes from one picture to the next that it is read in, in its widths.
+// The largest distance between two successive readings of a plate, in plate widths.
 constexpr double mostMoved = 1.5;
 
-// Pictures for which a plate that is not seen is remembered.
+// Frames for which a plate that is not seen is remembered.
 constexpr int remembered = 50;
 
-// Of one plate. One that stays in view is read wrongly again and again; texts beyond these are forgotten.
+// Texts kept for one plate. A plate that stays in view is misread again and again, so the number must be limited.
 constexpr std::size_t mostTexts = 64;
 
 constexpr double leastConfidence = 80;  // of the text that is reported, on average
-// Lettering on vehicles and signs is mostly letters alone; a plate is that rarely.
+// Lettering on vehicles and signs often consists of letters only, a plate rarely.
 constexpr double leastLetteringConfidence = 95;
-constexpr int letteringFactor = 3;   // on the number of pictures that must agree
+constexpr int letteringFactor = 3;   // for the number of frames that must agree
 constexpr double leastShare = 0.65;  // of all votes
 constexpr double clearLead = 2;      // of another text over the one reported so far
 
-/// Whether the texts may be readings of one plate: what they share at both ends is half of the longer one. A plate that
-/// comes to stand where another stood is another.
+/// Whether the texts may be readings of one plate: the parts that they share at both ends are half of the longer one.
+/// Needed because another plate may appear at the same place.
 bool AreAlike(const std::string& a, const std::string& b) {
     const std::size_t shorter = std::min(a.size(), b.size());
     std::size_t front = 0;
@@ -74,7 +74,7 @@ std::vector<float> Thumbnail(const Picture& picture) {
             whole += fields.back();
         }
     }
-    // Without the brightness of the whole, which the camera's exposure changes.
+    // Subtracts the mean brightness, which changes with the camera's exposure.
     for (float& field : fields) {
         field -= whole / (columns * rows);
     }
@@ -141,7 +141,7 @@ ReadingStream::Plate& ReadingStream::PlateOf(const Reading& reading) {
     return *nearest;
 }
 
-// Of too many texts the one with the least weight goes, but not the one in hand or the one reported.
+// Removes the text with the least weight if there are too many, but neither `kept` nor the reported text.
 void ReadingStream::ForgetText(Plate& plate, const std::string& kept) const {
     if (plate.texts.size() <= mostTexts) {
         return;
@@ -201,7 +201,7 @@ std::vector<Reading> ReadingStream::Follow(const Picture& picture, const std::op
     const int left = region ? std::max(region->left, 0) : 0;
     const int right = region ? std::min(region->right, picture.width) : picture.width;
     std::erase_if(readings, [&](Reading& reading) {
-        // Where the picture ends characters may be missing; the plate is, or was, whole in others.
+        // At a side of the frame characters may be missing; other frames show the whole plate.
         if (isStream && (reading.corners[0].x < left + edge || reading.corners[2].x > right - edge)) {
             return true;
         }

@@ -1,4 +1,4 @@
-/// What the readings of a plate in successive pictures of one camera agree on.
+/// Combines the readings of a plate in successive frames of one camera.
 #pragma once
 
 #include <map>
@@ -10,18 +10,17 @@
 
 namespace plate_reading {
 
-/// A host that reports a vehicle once takes one of its readings, not the best of them; so a plate of a moving picture
-/// is reported only when several pictures agree on its text, and then always by that text. Pictures that show different
-/// scenes are each for themselves.
+/// A host reports one reading of a vehicle, not the best one; so a plate in a stream is reported only when several
+/// frames agree on its text, and then always with that text. Frames of different scenes are independent.
 ///
 /// One camera, one thread at a time.
 class ReadingStream {
   public:
-    /// So many pictures must agree; 1 passes every reading as it is.
+    /// The number of frames that must agree; with 1, readings are not changed.
     explicit ReadingStream(int confirmations) : needed_(confirmations) {}
 
-    /// The readings of the next picture that are to be reported, in their order. Without a region, all of it was
-    /// searched.
+    /// Returns the readings of the next frame that are to be reported, in the same order. `region` is the area that was
+    /// searched; without it, the whole frame.
     std::vector<Reading> Follow(const Picture& picture, const std::optional<Region>& region,
                                 std::vector<Reading> readings);
 
@@ -41,7 +40,7 @@ class ReadingStream {
         std::string reported;
     };
 
-    /// Whether the picture shows the scene of the one before.
+    /// Whether the frame belongs to the stream of the previous one. Forgets the plates when the scene changes.
     bool ContinuesScene(const Picture& picture);
     Plate& PlateOf(const Reading& reading);
     void ForgetText(Plate& plate, const std::string& kept) const;
@@ -49,7 +48,7 @@ class ReadingStream {
 
     int needed_;
     int pictures_ = 0;
-    int sameScene_ = 0;  ///< pictures in a row
+    int sameScene_ = 0;  ///< number of consecutive frames
     int width_ = 0;
     int height_ = 0;
     std::vector<float> thumbnail_;

@@ -9,11 +9,11 @@
 namespace plate_reading {
 namespace {
 
-// The picture is searched at about this width.
+// The frame is searched at about this width.
 constexpr double workingWidth = 800;
 constexpr double mostEnlarged = 2;
 
-constexpr int lowest = 7;  // pixels of the searched picture
+constexpr int lowest = 7;  // pixels of the scaled frame
 constexpr int highest = 120;
 constexpr std::size_t fewestCharacters = 3;
 constexpr std::size_t mostCharacters = 14;
@@ -32,7 +32,7 @@ std::vector<cv::Rect> FindSpots(const cv::Mat& grey, int window, bool light) {
     for (int i = 1; i < count; ++i) {
         const cv::Rect box(statistics.at<int>(i, cv::CC_STAT_LEFT), statistics.at<int>(i, cv::CC_STAT_TOP),
                            statistics.at<int>(i, cv::CC_STAT_WIDTH), statistics.at<int>(i, cv::CC_STAT_HEIGHT));
-        // A larger character's inside is lighter than its window, and falls apart.
+        // A larger character is as light inside as its threshold window and breaks into parts.
         if (box.height < lowest || box.height > highest || box.height * 10 > window * 32) {
             continue;
         }
@@ -47,7 +47,7 @@ std::vector<cv::Rect> FindSpots(const cv::Mat& grey, int window, bool light) {
     return spots;
 }
 
-/// `b` stands to the right of `a`.
+/// REQUIRES: `b` is to the right of `a`.
 bool AreNeighbours(const cv::Rect& a, const cv::Rect& b) {
     const auto heightA = static_cast<float>(a.height);
     const auto heightB = static_cast<float>(b.height);
@@ -59,7 +59,7 @@ bool AreNeighbours(const cv::Rect& a, const cv::Rect& b) {
     return std::abs(down) <= 0.35f * static_cast<float>(b.x - a.x) && std::abs(down) <= 0.6f * heightA;
 }
 
-/// Sets of spots that are joined by neighbours.
+/// The sets of spots that are connected through neighbours.
 std::vector<std::vector<cv::Rect>> Join(const std::vector<cv::Rect>& spots) {
     std::vector<std::size_t> parents(spots.size());
     std::iota(parents.begin(), parents.end(), std::size_t{0});
@@ -85,7 +85,7 @@ std::vector<std::vector<cv::Rect>> Join(const std::vector<cv::Rect>& spots) {
     return sets;
 }
 
-/// A row with no width where the spots stand in no line.
+/// Returns a row of width 0 if the spots are not in a line.
 TextRow MakeRow(const std::vector<cv::Rect>& spots) {
     float left = static_cast<float>(spots.front().x);
     float right = left;

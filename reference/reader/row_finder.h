@@ -1,4 +1,4 @@
-/// Finds rows of characters without a network: dark or light spots of a character's shape that stand in a line.
+/// Finds rows of characters without a network: dark or light spots of a character's shape in a line.
 #pragma once
 
 #include <vector>
@@ -10,8 +10,8 @@
 
 namespace plate_reading {
 
-/// At most `most` rows, those of most characters first; a score is a number of characters, up to 8. `grey` has 8 bits.
-/// Throws cv::Exception.
+/// Returns at most `most` rows, those with the most characters first; the score is the number of characters, up to 8.
+/// `grey` has 8 bits. Throws cv::Exception.
 std::vector<TextRow> FindRows(const cv::Mat& grey, const HeightRange& heights, std::size_t most);
 
 }  // namespace plate_reading

@@ -10,16 +10,16 @@ namespace {
 
 const cv::Size stripSize(160, 32);
 
-// The share of a strip's height that the characters fill: twice, since a finder's height may be off.
+// The shares of a strip's height that the characters fill; two, because a finder's height may be inexact.
 constexpr std::array<float, 2> fills = {0.62f, 0.78f};
 
 constexpr float firstMargin = 0.1f;  // of the row's width, on each side
 constexpr float secondMargin = 0.04f;
 
-// A column answers for pixels around it, and a character's outermost ones look like none.
+// A column covers the pixels around it, and the outermost columns of a character are classified as none.
 constexpr float columnsBeyond = 0.8f;
 
-// What is not worth a second look, or needs none.
+// Texts below the first two limits are not worth a second reading; those above the last do not need one.
 constexpr std::size_t fewestCharacters = 3;
 constexpr double hopeless = 0.2;
 constexpr double certain = 0.98;

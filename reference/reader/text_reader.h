@@ -20,10 +20,10 @@ struct RowText {
 /// One thread at a time.
 class TextReader {
   public:
-    /// `network` is an ONNX file's content. Throws cv::Exception.
+    /// `network` is the content of an ONNX file. Throws cv::Exception.
     explicit TextReader(const std::vector<unsigned char>& network);
 
-    /// Reads the row, and once more where its text turned out to stand. `grey` has 8 bits. Throws cv::Exception.
+    /// Reads the row, and if useful again at the exact place of the text. `grey` has 8 bits. Throws cv::Exception.
     RowText Read(const cv::Mat& grey, const TextRow& row);
 
   private:

@@ -9,7 +9,7 @@
 namespace plate_reading {
 namespace {
 
-// Room for what the row's ends may be off, in character heights over both sides.
+// Tolerance for inexact ends of the row, in character heights, for both sides together.
 constexpr float slack = 0.1f;
 
 constexpr float floor0 = 1e-6f;
@@ -45,7 +45,7 @@ cv::Mat CutRow(const cv::Mat& grey, const TextRow& row, float fill, float margin
     const std::array<cv::Point2f, 3> to = {cv::Point2f(0, 0), cv::Point2f(static_cast<float>(size.width), 0),
                                            cv::Point2f(0, static_cast<float>(size.height))};
 
-    // Shrinking reads more than four pixels for one, or fine detail turns into noise.
+    // Shrinking must average more than four pixels for one; otherwise fine detail becomes noise.
     const float acrossScale = width / static_cast<float>(size.width);
     const float downScale = height / static_cast<float>(size.height);
     cv::Mat source = grey;
