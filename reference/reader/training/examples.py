@@ -1,4 +1,4 @@
-"""Examples drawn by another process while the network is trained."""
+"""Training examples, drawn by another process during the training."""
 import multiprocessing
 import random
 
@@ -16,9 +16,9 @@ def _draw(make, seed, count, queue):
 
 
 class Examples:
-    """Batches of which `fresh` were drawn for this batch; the rest were shown before.
+    """Batches with `fresh` new examples each; the rest are repeated from earlier batches.
 
-    `make` returns a function that draws one example; it runs in a process of its own.
+    `make` returns a function that draws one example; it runs in its own process.
     """
 
     def __init__(self, make, seed, batch, fresh, kept):

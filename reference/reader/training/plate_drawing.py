@@ -1,6 +1,6 @@
-"""Draws licence plates as a camera sees them: flat ones in full detail first, then cut out, bent, blurred and spoilt.
+"""Draws licence plates as a camera sees them: first flat and in full detail, then distorted, blurred and degraded.
 
-Everything is drawn from Python's and NumPy's global generators, so that a seed gives the same plates again.
+All random numbers come from the global generators of Python and NumPy, so that a seed reproduces the plates.
 """
 import os
 import random
@@ -15,14 +15,14 @@ CHARACTERS = plate_formats.DIGITS + plate_formats.LETTERS
 UPRIGHT_W = "W upright"
 GLYPH_HEIGHT = 44  # pixels, of a capital letter on the flat plate
 GLYPH_MARGIN = 4
-STRIP_WIDTH, STRIP_HEIGHT = 160, 32  # what the reader is shown
+STRIP_WIDTH, STRIP_HEIGHT = 160, 32  # the reader's input
 
 FONTS = "/usr/share/fonts"
 HERE = os.path.dirname(os.path.abspath(__file__))
 
 
 class Font:
-    """The characters of a font as masks, all GLYPH_HEIGHT high."""
+    """The characters of a font as masks; a capital letter is GLYPH_HEIGHT high."""
 
     def __init__(self, path):
         font = ImageFont.truetype(path, 100)
@@ -40,15 +40,15 @@ class Font:
             ImageDraw.Draw(image).text((1 - box[0], GLYPH_MARGIN - top), character, font=font, fill=255)
             self.masks[character] = np.array(image)
             heights.append(box[3] - box[1])
-        # Stamped plates have a W with upright sides, which few fonts have, while many have such an M.
+        # Stamped plates have a W with upright sides. Few fonts have one, but many have such an M.
         self.masks[UPRIGHT_W] = np.ascontiguousarray(np.flipud(self.masks["M"]))
-        # Old-style digits, and fonts that lack letters.
+        # Rejects old-style digits, and fonts that lack letters.
         if min(heights) < GLYPH_HEIGHT * 0.8 or np.array_equal(self.masks["A"], self.masks["B"]):
             raise ValueError("not for plates")
 
 
 def load_fonts():
-    """The fonts of fonts.txt, each as often as its weight says."""
+    """Returns the fonts of fonts.txt, each repeated according to its weight."""
     fonts = []
     with open(os.path.join(HERE, "fonts.txt"), encoding="utf-8") as lines:
         for line in lines:
@@ -73,7 +73,7 @@ def chance(probability):
 
 
 def blend(canvas, x, y, mask, value):
-    """Puts a mask (0 to 1) of one grey onto the canvas; nothing where it does not fit."""
+    """Draws a mask (0 to 1) in one grey value. Draws nothing and returns False if it does not fit."""
     part = canvas[y : y + mask.shape[0], x : x + mask.shape[1]] if x >= 0 and y >= 0 else canvas[:0]
     if part.shape != mask.shape:
         return False
@@ -82,7 +82,7 @@ def blend(canvas, x, y, mask, value):
 
 
 def small_text(canvas, font, x, y, height, width, value):
-    """A line of lettering that is not the plate's number."""
+    """Draws a line of lettering that is not the plate's number."""
     scale = height / GLYPH_HEIGHT
     end = x + width
     for _ in range(random.randint(4, 16)):
@@ -102,7 +102,7 @@ def coarse_noise(width, height, rows, columns, interpolation=cv2.INTER_LINEAR, l
 
 
 def draw_emblem(canvas, x, y, width, height):
-    """A shield or a disc with something in it, as it stands between the groups of a number."""
+    """Draws a shield or a disc with details, as between the groups of a number."""
     grey = lambda: float(uniform(0, 255))
     if chance(0.6):
         outline = np.array(
@@ -129,7 +129,7 @@ def draw_emblem(canvas, x, y, width, height):
 
 
 def draw_gap(canvas, centre, top, width, kind, ink, ground):
-    """What stands between two groups: mostly nothing."""
+    """Draws the gap between two groups: mostly empty."""
     middle = top + GLYPH_HEIGHT // 2
     if kind < 0:
         inner = width * uniform(0.6, 0.95)
@@ -152,7 +152,7 @@ def draw_gap(canvas, centre, top, width, kind, ink, ground):
 
 
 class Plate:
-    """A flat plate: grey pixels with some surroundings, its text and where it stands."""
+    """A flat plate: grey pixels with some surroundings, its text and the positions of the characters."""
 
     def __init__(self, canvas, text, spans, rows, outline):
         self.canvas = canvas
@@ -163,7 +163,7 @@ class Plate:
 
 
 def draw_shapes(follows_format):
-    """How each character is drawn: on many plates O and 0, or I and 1, look the same, and the format alone tells."""
+    """The glyph for each character: on many plates O and 0, or I and 1, look the same."""
     shapes = {character: character for character in CHARACTERS}
     if follows_format and chance(0.4):
         for alike in "O0", "I1":
@@ -175,7 +175,7 @@ def draw_shapes(follows_format):
 
 
 def lay_out(font):
-    """Places the characters: (mask, x, width) and (None, x, width, kind) for gaps; the text; its width."""
+    """Returns the characters as (mask, x, width) and the gaps as (None, x, width, kind); the text; its width."""
     items, text, x = [], "", 0.0
     squeeze = uniform(0.5, 1.12) if chance(0.85) else 1.0
     cells = chance(0.45)  # every character in a cell of one width
@@ -216,7 +216,7 @@ def draw_surface(canvas, left, top, right, bottom, ground, contrast, ink):
 
 
 def draw_band(canvas, font, x, y, width, height, value):
-    """A coloured band with a ring of stars or a flag, and the letters of the country."""
+    """Draws a coloured band with a ring of stars or a flag, and the letters of the country."""
     canvas[y : y + height, x : x + width] = value
     light = min(255.0, value + uniform(60, 200)) if value < 170 else max(0.0, value - uniform(60, 200))
     centre, radius = (x + width // 2, y + int(height * uniform(0.25, 0.4))), max(2, int(width * uniform(0.2, 0.38)))
@@ -236,7 +236,7 @@ def draw_band(canvas, font, x, y, width, height, value):
 
 
 def draw_extras(canvas, fonts, font, x, y, text_width, margins, plate, ink):
-    """Country band, state and slogan, a dealer's frame."""
+    """Draws a country band, state and slogan, and a dealer's frame."""
     left, top, right, bottom = plate
     side, above, below = margins
     if chance(0.45) and side > 0.35 * GLYPH_HEIGHT:
@@ -345,7 +345,7 @@ def motion_kernel(length, angle):
 
 
 def spoil(image, character_height):
-    """What lens, light, sensor and compression do to a picture whose characters are so many pixels high."""
+    """Applies the effects of lens, light, sensor and compression; `character_height` is in pixels."""
     height, width = image.shape
     if chance(0.6):
         sigma = uniform(0.2, 0.75) * (1 if character_height < 14 else character_height / 16)
@@ -375,7 +375,7 @@ def spoil(image, character_height):
 
 
 def draw_strip(fonts, photographs):
-    """One example for the reader: 8-bit STRIP_HEIGHT x STRIP_WIDTH, text, first and last column of each character."""
+    """An example for the reader: 8-bit STRIP_HEIGHT x STRIP_WIDTH, text, first and last column of each character."""
     if chance(0.07):
         return draw_empty_strip(photographs)
     plate = draw_plate(fonts)
@@ -384,20 +384,20 @@ def draw_strip(fonts, photographs):
     else:
         seen_height = float(np.exp(uniform(np.log(8.5), np.log(17))))
 
-    # The cut, in pixels of the flat plate: characters fill half to nearly all of its height.
+    # The part to cut out, in pixels of the flat plate: characters fill half to nearly all of its height.
     character_height = plate.bottom - plate.top
     height = character_height / uniform(0.5, 0.93)
     middle = (plate.top + plate.bottom) / 2 + uniform(-0.5, 0.5) * (height - character_height) * 0.8
     first, last = plate.spans[0][0], plate.spans[-1][1]
     length = last - first
     def margin(whole):
-        if chance(0.2):  # the whole plate, with what stands on it beside the characters
+        if chance(0.2):  # the whole plate, with its other markings
             return max(2, whole * uniform(0.85, 1.1))
         return max(2, uniform(0.0, 0.12) * length if chance(0.75) else uniform(0.1, 0.3) * length)
 
     left, right = first - margin(first - plate.outline[0]), last + margin(plate.outline[2] - last)
 
-    # What is left of slope, slant and perspective after the cut was turned upright.
+    # The slope, slant and perspective that remain after the row has been cut out along its slope.
     slope, slant = np.tan(np.deg2rad(random.gauss(0, 2.0))), random.gauss(0, 0.09)
     centre = (left + right) / 2
 
@@ -426,7 +426,7 @@ def draw_strip(fonts, photographs):
 
 
 def draw_empty_strip(photographs):
-    """A strip without any text."""
+    """Returns a strip without text."""
     if photographs and chance(0.6):
         photograph = random.choice(photographs)
         rows = random.randint(10, 80)
@@ -447,7 +447,7 @@ def draw_empty_strip(photographs):
 
 
 def load_photographs():
-    """Grey pictures of things that are no plates, at most 1280 wide; from mate-backgrounds (GPL 2 or later)."""
+    """Returns grey photographs without plates, at most 1280 wide; from mate-backgrounds (GPL 2 or later)."""
     photographs = []
     folder = "/usr/share/backgrounds/mate/nature"
     names = ["Aqua", "Blinds", "Dune", "FreshFlower", "GreenMeadow", "RainDrops", "Storm", "TwoWings", "Wood"]

@@ -1,7 +1,7 @@
-"""How plates are numbered: L is a letter, D a digit, a space a gap.
+"""Formats of plate numbers: L is a letter, D a digit, a space a gap.
 
-From the published series of the countries and states. Which look-alike stands where (O or 0, I or 1) is told by the
-format alone, so that the reader learns it from here.
+From the published series of the countries and states. The reader learns from them where look-alikes
+(O or 0, I or 1) occur, because only the format determines that.
 """
 
 EUROPE = [
@@ -34,13 +34,13 @@ def fill(pattern, random):
 
 
 def draw_text(random):
-    """Groups of characters, without their gaps, and whether they follow a format."""
+    """Returns groups of characters, without the gaps between them, and whether they follow a format."""
     place = random.random()
     for formats, weight in WEIGHTS:
         if place < weight:
             return fill(random.choice(formats), random).split(" "), True
         place -= weight
-    # Any text, as personal plates have: mostly letters, digits behind.
+    # Any text, as on personal plates: often letters followed by digits.
     length = random.choice([4, 4, 5, 5, 6, 6, 6, 7, 7, 7, 7, 8, 8, 9])
     if random.random() < 0.35:
         letters = random.randint(2, length)

@@ -1,4 +1,4 @@
-"""Draws small scenes with plates in them, and the truth of the detector's cells about each."""
+"""Draws small scenes with plates, and the expected output of the detector's cells for each."""
 import random
 
 import cv2
@@ -8,9 +8,9 @@ import plate_drawing
 from plate_drawing import chance, coarse_noise, uniform
 
 WIDTH, HEIGHT = 320, 192
-CELL = 8  # pixels; the detector answers for each such square
+CELL = 8  # pixels; the side of the square that one output of the detector covers
 
-# What a cell says of the row of characters that it lies on; reference/reader/plate_detector.cpp undoes it.
+# The units of a cell's output about its row of characters, as in reference/reader/plate_detector.cpp.
 SIDE_SCALE = 32.0  # pixels to the left and the right end
 OFFSET_SCALE = 8.0  # pixels down to the middle line
 HEIGHT_UNIT = 14.0  # pixels; the logarithm of the characters' height over it
@@ -38,7 +38,7 @@ def draw_ground(photographs):
 
 
 def draw_thing(scene, fonts):
-    """A part of a car or of a street: bars, grilles, meshes, discs, lettering that is no plate."""
+    """Draws a part of a car or of a street: bars, grilles, meshes, discs, lettering that is not a plate."""
     kind = random.random()
     x, y = random.randint(-40, WIDTH), random.randint(-30, HEIGHT)
     width, height = random.randint(4, 160), random.randint(3, 100)
@@ -93,7 +93,7 @@ class Row:
 
 
 def place_plate(scene, fonts, rows):
-    """Puts a plate somewhere; the scene with it. Where it would hide another, the scene stays."""
+    """Draws a plate at a random place and returns the scene; unchanged if the plate would cover another."""
     for _ in range(5):
         plate = plate_drawing.draw_plate(fonts)
         if len(plate.text) >= 4:
@@ -131,7 +131,7 @@ def place_plate(scene, fonts, rows):
 
 
 def describe(rows):
-    """For each cell: 1 on a row, 0 away from all, -1 at the edges; and the five numbers about the row."""
+    """Returns for each cell: 1 on a row, 0 away from all rows, -1 near one; and the five numbers about the row."""
     shape = (HEIGHT // CELL, WIDTH // CELL)
     found = np.zeros(shape, np.float32)
     about = np.zeros((5, *shape), np.float32)
@@ -159,7 +159,7 @@ def describe(rows):
 
 
 def draw_scene(fonts, photographs):
-    """8-bit HEIGHT x WIDTH, what each cell finds (1, 0, -1 for unsure), the five numbers of each cell."""
+    """Returns a scene, 8-bit HEIGHT x WIDTH, and for each cell 1, 0 or -1 (undefined) and its five numbers."""
     scene = draw_ground(photographs)
     for _ in range(random.choice([0, 1, 2, 4, 8, 14])):
         draw_thing(scene, fonts)

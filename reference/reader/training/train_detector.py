@@ -1,8 +1,8 @@
 #!/usr/bin/env python3
 """train_detector.py OUT.onnx --minutes M [--seed S] [--from OUT.onnx.weights]
 
-Trains the network that finds rows of plate characters, on scenes drawn meanwhile. Input: grey, less 128, by 64. Output:
-for each square of 8 pixels a score and five numbers about the row (scene_drawing.py).
+Trains the network that finds rows of plate characters, on scenes drawn during the training. Input: (grey - 128) / 64.
+Output: for each square of 8 pixels a score and five numbers about the row (scene_drawing.py).
 """
 import random
 import time
@@ -60,7 +60,7 @@ def main():
     example = torch.randn(1, 1, scene_drawing.HEIGHT, scene_drawing.WIDTH)
     axes = {2: "rows", 3: "columns"}
     export = {"dynamic_axes": {"picture": axes, "scores": axes}}
-    counts = np.zeros(3)  # cells found rightly, found at all, to be found
+    counts = np.zeros(3)  # cells found that are right, cells found, cells to be found
     started = time.monotonic()
 
     while schedule.progress() < 1:
@@ -76,7 +76,7 @@ def main():
             answers = network(scenes)
         answers = answers.float()
         on, away = (truth > 0.5).float(), (truth == 0).float()
-        # Weighted by how wrong a cell still is (focal loss, Lin et al. 2017), so that the empty scene does not drown it.
+        # Weighted by the error of a cell (focal loss, Lin et al. 2017), so that the many empty cells do not dominate.
         chance = torch.sigmoid(answers[:, 0])
         wrong = (on * (1 - chance) ** 2 + away * chance**2).detach()
         unlikely = functional.binary_cross_entropy_with_logits(answers[:, 0], on, reduction="none")

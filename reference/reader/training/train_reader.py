@@ -1,8 +1,8 @@
 #!/usr/bin/env python3
 """train_reader.py OUT.onnx --minutes M [--seed S] [--from OUT.onnx.weights]
 
-Trains the network that reads the text of a strip, on strips drawn meanwhile. Input: 1 x 32 x 160, grey, less its mean, by
-its deviation. Output: 37 scores (none, 0-9, A-Z) for each of 40 columns.
+Trains the network that reads the text of a strip, on strips drawn during the training. Input: 1 x 32 x 160, grey, minus
+its mean, divided by its deviation. Output: 37 scores (none, 0-9, A-Z) for each of 40 columns.
 """
 import time
 
@@ -26,7 +26,7 @@ def convolution(inputs, outputs, kernel, padding, **options):
 
 
 class Context(nn.Module):
-    """Lets each column see others of its row."""
+    """Combines each column with others of its row."""
 
     def __init__(self, width, inner, dilation):
         super().__init__()
@@ -68,7 +68,7 @@ def normalise(strips):
 
 
 def column_labels(text, spans):
-    """The class of each column; -1 where two characters meet."""
+    """Returns the class of each column; -1 where two characters meet."""
     labels = np.zeros(COLUMNS, np.int64)
     unsure = np.zeros(COLUMNS, bool)
     for character, (first, last) in zip(text, spans / (plate_drawing.STRIP_WIDTH / COLUMNS)):
@@ -97,7 +97,7 @@ def drawer():
 
 
 def read(scores):
-    """The plainest decoding: the best class of each column, repetitions and gaps taken out."""
+    """Returns the simplest decoding: the best class of each column, without repetitions and gaps."""
     texts = []
     for row in scores.argmax(1).numpy():
         text, before = "", 0
@@ -131,7 +131,7 @@ def main():
         with torch.autocast("cpu", dtype=torch.bfloat16):
             scores = network(strips)
         scores = scores[:, :, 0, :].float()
-        # The columns' own classes first; then the text as a whole, wherever the characters stand.
+        # First the class of each column; then the text as a whole, regardless of the characters' positions.
         early = schedule.progress() < 0.3 and not arguments.start
         loss = functional.cross_entropy(scores, labels, ignore_index=-1) * (1.0 if early else 0.15)
         if schedule.progress() > 0.15 or arguments.start:
@@ -148,7 +148,7 @@ def main():
         optimiser.step()
         average.add(network)
 
-        # On strips that were never shown before.
+        # Measured on the new strips of the batch.
         fresh = examples.fresh
         right += sum(a == b for a, b in zip(read(scores[:fresh].detach()), texts[:fresh]))
         shown += fresh

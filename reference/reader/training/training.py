@@ -1,4 +1,4 @@
-"""What the training of both networks shares."""
+"""The common part of the training of both networks."""
 import argparse
 import copy
 import math
@@ -9,7 +9,7 @@ import torch
 
 
 def begin(description):
-    """Reads the command line, and starts everything that is drawn at random here from its seed."""
+    """Reads the command line and seeds the random generators of this process."""
     parser = argparse.ArgumentParser(description=description)
     parser.add_argument("out", help="the ONNX file to write; the weights for going on are written beside it")
     parser.add_argument("--minutes", type=float, required=True)
@@ -19,13 +19,13 @@ def begin(description):
     arguments = parser.parse_args()
     torch.manual_seed(arguments.seed)
     random.seed(arguments.seed)
-    # The other core draws.
+    # The other core draws the examples.
     torch.set_num_threads(1)
     return arguments
 
 
 def start(network, arguments):
-    """The network with the weights to go on from, if any, laid out as the processor likes it, and its average."""
+    """Returns the network, with the initial weights if any, in a memory layout for the processor, and its average."""
     if arguments.start:
         network.load_state_dict(torch.load(arguments.start))
     network = network.to(memory_format=torch.channels_last)
@@ -34,7 +34,7 @@ def start(network, arguments):
 
 
 class Average:
-    """The running average of a network's weights, which reads better than its last state."""
+    """The running average of a network's weights, which is more accurate than its last state."""
 
     def __init__(self, network, decay=0.999):
         self.network = copy.deepcopy(network).eval()
@@ -53,7 +53,7 @@ class Average:
 
 
 class Schedule:
-    """Learning rate over the time that there is: a short climb, then half a cosine."""
+    """The learning rate over the training time: a short warm-up, then half a cosine."""
 
     def __init__(self, optimiser, minutes, peak, climb=200):
         self.optimiser, self.seconds, self.peak, self.climb = optimiser, minutes * 60, peak, climb
@@ -73,7 +73,7 @@ class Schedule:
 
 
 def save(average, example, path, **export):
-    """Writes the averaged network as ONNX, its weights for going on beside it."""
+    """Writes the averaged network as ONNX, and beside it the weights for further training."""
     network = copy.deepcopy(average.network).to(memory_format=torch.contiguous_format).eval()
     torch.save(network.state_dict(), path + ".weights")
     torch.onnx.export(
