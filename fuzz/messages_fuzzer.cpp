@@ -86,11 +86,11 @@ transport::Contents MakeContents(fuzz::Input& input) {
         case 0:
             return transport::Greeting{.version = input.Take<std::uint32_t>()};
         case 1:
-            return transport::GreetingAnswer{{.version = input.Take<std::uint32_t>()}};
+            return transport::GreetingReply{{.version = input.Take<std::uint32_t>()}};
         case 2:
             return input.Take<transport::Range>();
         case 3:
-            return transport::RangeTaken();
+            return transport::RangeAccepted();
         case 4: {
             transport::Frame frame;
             frame.width = input.Take<std::uint16_t>();

@@ -16,7 +16,7 @@ bool IsReadable(const IMG* image) {
            image->rowStride >= std::uint64_t{image->width} * transport::bytesPerPixel;
 }
 
-transport::Region InsidePicture(const tagRECT& region, const IMG& image) {
+transport::Region ClampToImage(const tagRECT& region, const IMG& image) {
     const auto width = static_cast<std::int32_t>(image.width);
     const auto height = static_cast<std::int32_t>(image.height);
     return {std::clamp(region.left, 0, width), std::clamp(region.top, 0, height), std::clamp(region.right, 0, width),
@@ -37,15 +37,15 @@ RPLATE RecordOf(const transport::Reading& reading) {
 
 }  // namespace
 
-static_assert(transport::mostReadings == engineRecordCount && transport::longestText < sizeof RPLATE::text);
+static_assert(transport::maxReadings == engineRecordCount && transport::maxTextLength < sizeof RPLATE::text);
 
 Client::Client(std::string name) : name_(std::move(name)) {}
 
 bool Client::SetRange(std::int32_t minimum, std::int32_t maximum) {
     const transport::Deadline start = transport::Clock::now();
-    const transport::Deadline deadline = start + longestRange;
+    const transport::Deadline deadline = start + rangeTimeout;
     range_ = transport::Range{minimum, maximum};
-    if (connection_ && GiveRange(deadline)) {
+    if (connection_ && SendRange(deadline)) {
         return true;
     }
     for (;;) {
@@ -55,8 +55,8 @@ bool Client::SetRange(std::int32_t minimum, std::int32_t maximum) {
             return true;
         }
         const bool isBusy = attempt == Attempt::Busy;
-        const auto pause = isBusy ? busyPause : connectingPause;
-        if (transport::Clock::now() + pause >= (isBusy ? start + longestBusy : deadline)) {
+        const auto pause = isBusy ? busyInterval : connectInterval;
+        if (transport::Clock::now() + pause >= (isBusy ? start + busyTimeout : deadline)) {
             return isBusy;
         }
         std::this_thread::sleep_for(pause);
@@ -72,22 +72,22 @@ int Client::Recognise(const IMG* image, const tagRECT* region, RPLATE* plates) {
         return 0;
     }
     if (region != nullptr) {
-        frame.region = InsidePicture(*region, *image);
+        frame.region = ClampToImage(*region, *image);
         if (frame.region == transport::Region() || !transport::IsValid(frame)) {
             return 0;
         }
     }
     const transport::Deadline now = transport::Clock::now();
-    if (!connection_ && (now < nextFrame_ || Connect(now + longestConnecting) != Attempt::Connected)) {
+    if (!connection_ && (now < nextAttempt_ || Connect(now + connectTimeout) != Attempt::Connected)) {
         return 0;
     }
-    const transport::Deadline deadline = transport::Clock::now() + transport::longestFrame;
-    const auto answer = Ask<transport::Readings>(frame, deadline, PixelsOf(*image));
-    if (!answer) {
+    const transport::Deadline deadline = transport::Clock::now() + transport::frameTimeout;
+    const auto reply = Exchange<transport::Readings>(frame, deadline, PixelsOf(*image));
+    if (!reply) {
         return 0;
     }
-    std::transform(answer->readings.begin(), answer->readings.begin() + answer->count, plates, RecordOf);
-    return static_cast<int>(answer->count);
+    std::transform(reply->readings.begin(), reply->readings.begin() + reply->count, plates, RecordOf);
+    return static_cast<int>(reply->count);
 }
 
 // Opens a connection and sends the greeting and the range, if there is one.
@@ -96,13 +96,13 @@ Client::Attempt Client::Connect(transport::Deadline deadline) {
     bool isConnected = false;
     try {
         connection_ = transport::Connection::Open(name_);
-        isConnected = connection_ && Greet(deadline) && (!range_ || GiveRange(deadline));
+        isConnected = connection_ && Greet(deadline) && (!range_ || SendRange(deadline));
     } catch (const std::exception&) {
         // This process lacks a resource, which a new server would not change.
         isServerBusy_ = true;
     }
     if (isServerBusy_) {
-        nextFrame_ = transport::Clock::now() + busyPause;
+        nextAttempt_ = transport::Clock::now() + busyInterval;
         return Attempt::Busy;
     }
     return isConnected ? Attempt::Connected : Attempt::Failed;
@@ -110,7 +110,7 @@ Client::Attempt Client::Connect(transport::Deadline deadline) {
 
 // REQUIRES: a connection.
 bool Client::Greet(transport::Deadline deadline) {
-    const auto greeting = Ask<transport::GreetingAnswer>(transport::Greeting(), deadline);
+    const auto greeting = Exchange<transport::GreetingReply>(transport::Greeting(), deadline);
     if (greeting && greeting->version != transport::protocolVersion) {
         connection_.reset();
     }
@@ -118,8 +118,8 @@ bool Client::Greet(transport::Deadline deadline) {
 }
 
 // REQUIRES: a connection and a range.
-bool Client::GiveRange(transport::Deadline deadline) {
-    return Ask<transport::RangeTaken>(*range_, deadline).has_value();
+bool Client::SendRange(transport::Deadline deadline) {
+    return Exchange<transport::RangeAccepted>(*range_, deadline).has_value();
 }
 
 std::span<const std::uint8_t> Client::PixelsOf(const IMG& image) {
@@ -135,27 +135,27 @@ std::span<const std::uint8_t> Client::PixelsOf(const IMG& image) {
 }
 
 // Closes the connection unless the expected reply arrives in time. REQUIRES: a connection.
-template <class Answer>
-std::optional<Answer> Client::Ask(const transport::Contents& question, transport::Deadline deadline,
-                                  std::span<const std::uint8_t> pixels) {
+template <class Reply>
+std::optional<Reply> Client::Exchange(const transport::Contents& request, transport::Deadline deadline,
+                                      std::span<const std::uint8_t> pixels) {
     const std::uint64_t number = ++requests_;
-    transport::Connection asked = std::move(*connection_);
+    transport::Connection connection = std::move(*connection_);
     connection_.reset();
-    const bool isAsked =
-        asked.Send(transport::Encode({number, question}), deadline) && (pixels.empty() || asked.Send(pixels, deadline));
+    const bool isSent = connection.Send(transport::Encode({number, request}), deadline) &&
+                        (pixels.empty() || connection.Send(pixels, deadline));
     // A busy server may have closed the connection already, but it has sent its message first.
-    std::array<std::uint8_t, transport::largestMessageBytes> received;
-    const std::size_t size = asked.Receive(received, deadline);
+    std::array<std::uint8_t, transport::maxMessageBytes> received;
+    const std::size_t size = connection.Receive(received, deadline);
     const std::optional<transport::Message> message = transport::Decode(std::span(received).first(size));
     if (!message) {
         return std::nullopt;
     }
-    const auto* const answer = std::get_if<Answer>(&message->contents);
-    if (isAsked && answer != nullptr && message->number == number) {
-        connection_ = std::move(asked);
-        return *answer;
+    const auto* const reply = std::get_if<Reply>(&message->contents);
+    if (isSent && reply != nullptr && message->number == number) {
+        connection_ = std::move(connection);
+        return *reply;
     }
-    isServerBusy_ = std::holds_alternative<transport::Greeting>(question) && message->number == 0 &&
+    isServerBusy_ = std::holds_alternative<transport::Greeting>(request) && message->number == 0 &&
                     std::holds_alternative<transport::Busy>(message->contents);
     return std::nullopt;
 }

@@ -9,10 +9,10 @@ namespace engine_client {
 namespace {
 
 // Outlives the thread's client, so that a call from a destructor that runs later finds none.
-thread_local bool clientHasEnded = false;
+thread_local bool isClientDestroyed = false;
 
 struct ThreadClient {
-    ~ThreadClient() { clientHasEnded = true; }
+    ~ThreadClient() { isClientDestroyed = true; }
     std::optional<Client> client;
     pid_t process = 0;  // the process that created the client
 };
@@ -20,7 +20,7 @@ struct ThreadClient {
 }  // namespace
 
 Client* ClientOfThread() {
-    if (clientHasEnded) {
+    if (isClientDestroyed) {
         return nullptr;
     }
     static thread_local ThreadClient own;

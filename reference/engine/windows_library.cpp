@@ -8,35 +8,35 @@
 namespace {
 
 DWORD slot = TLS_OUT_OF_INDEXES;
-SRWLOCK allLock = SRWLOCK_INIT;
-std::set<void*>* all = nullptr;  // those of all threads; guarded by allLock
+SRWLOCK valuesLock = SRWLOCK_INIT;
+std::set<void*>* values = nullptr;  // those of all threads; guarded by valuesLock
 
-class AllLocked {
+class ValuesLocked {
   public:
-    AllLocked() { AcquireSRWLockExclusive(&allLock); }
-    ~AllLocked() { ReleaseSRWLockExclusive(&allLock); }
-    AllLocked(const AllLocked&) = delete;
-    AllLocked& operator=(const AllLocked&) = delete;
+    ValuesLocked() { AcquireSRWLockExclusive(&valuesLock); }
+    ~ValuesLocked() { ReleaseSRWLockExclusive(&valuesLock); }
+    ValuesLocked(const ValuesLocked&) = delete;
+    ValuesLocked& operator=(const ValuesLocked&) = delete;
 };
 
-void EndOfThread() {
-    void* const kept = TlsGetValue(slot);
-    if (kept != nullptr) {
+void OnThreadExit() {
+    void* const value = TlsGetValue(slot);
+    if (value != nullptr) {
         TlsSetValue(slot, nullptr);
         {
-            const AllLocked locked;
-            all->erase(kept);
+            const ValuesLocked locked;
+            values->erase(value);
         }
-        engine_library::End(kept);
+        engine_library::DestroyThreadValue(value);
     }
 }
 
 // No other thread is in the library.
-void EndOfLibrary() {
-    for (void* const kept : *all) {
-        engine_library::End(kept);
+void OnUnload() {
+    for (void* const value : *values) {
+        engine_library::DestroyThreadValue(value);
     }
-    delete all;
+    delete values;
     TlsFree(slot);
 }
 
@@ -44,15 +44,15 @@ void EndOfLibrary() {
 
 namespace engine_library {
 
-void* Kept() {
+void* ThreadValue() {
     return TlsGetValue(slot);
 }
 
-void Keep(void* kept) {
-    const AllLocked locked;
-    all->insert(kept);
-    if (TlsSetValue(slot, kept) == FALSE) {
-        all->erase(kept);
+void SetThreadValue(void* value) {
+    const ValuesLocked locked;
+    values->insert(value);
+    if (TlsSetValue(slot, value) == FALSE) {
+        values->erase(value);
         throw std::bad_alloc();
     }
 }
@@ -63,13 +63,13 @@ extern "C" BOOL WINAPI DllMain(HINSTANCE, DWORD reason, void*) {
     switch (reason) {
         case DLL_PROCESS_ATTACH:
             slot = TlsAlloc();
-            all = new std::set<void*>;
+            values = new std::set<void*>;
             return slot != TLS_OUT_OF_INDEXES;
         case DLL_THREAD_DETACH:
-            EndOfThread();
+            OnThreadExit();
             break;
         case DLL_PROCESS_DETACH:
-            EndOfLibrary();
+            OnUnload();
             break;
         default:
             break;

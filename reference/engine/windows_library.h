@@ -6,13 +6,13 @@
 namespace engine_library {
 
 /// Returns null until the calling thread has stored a value.
-void* Kept();
+void* ThreadValue();
 
 /// Call once for each thread. Throws std::exception, and then stores nothing.
-void Keep(void* kept);
+void SetThreadValue(void* value);
 
 /// Called when a thread that has a value ends, and for all remaining values when the library is unloaded; not at the
 /// end of the process, when the system frees everything.
-void End(void* kept);
+void DestroyThreadValue(void* value);
 
 }  // namespace engine_library

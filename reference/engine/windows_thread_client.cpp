@@ -6,16 +6,16 @@
 namespace engine_client {
 
 Client* ClientOfThread() {
-    if (void* const kept = engine_library::Kept()) {
-        return static_cast<Client*>(kept);
+    if (void* const value = engine_library::ThreadValue()) {
+        return static_cast<Client*>(value);
     }
     auto made = std::make_unique<Client>();
-    engine_library::Keep(made.get());
+    engine_library::SetThreadValue(made.get());
     return made.release();
 }
 
 }  // namespace engine_client
 
-void engine_library::End(void* kept) {
-    delete static_cast<engine_client::Client*>(kept);
+void engine_library::DestroyThreadValue(void* value) {
+    delete static_cast<engine_client::Client*>(value);
 }

@@ -8,8 +8,8 @@
 namespace plate_reading {
 namespace {
 
-constexpr double tiny = 1e-6;
-constexpr double never = -1e30;
+constexpr double epsilon = 1e-6;
+constexpr double impossible = -1e30;
 
 // A character may be read as another one of its set, with this share of the set's probability.
 constexpr std::array<std::string_view, 6> lookAlikes = {"0OQD", "1IT", "8B", "5S", "2Z", "6G"};
@@ -58,7 +58,7 @@ Emission LikeliestOf(const ColumnScores& scores, std::size_t column, char kind) 
 }
 
 struct TemplatePath {
-    double logProbability = never;
+    double logProbability = impossible;
     DecodedText decoded;
 };
 
@@ -78,15 +78,16 @@ TemplatePath FollowTemplate(const ColumnScores& scores, const Template& pattern)
     };
     const auto cost = [&](std::size_t state, std::size_t column) {
         return std::log(
-            (state % 2 == 0 ? static_cast<double>(scores.At(column, 0)) : emission(state, column).probability) + tiny);
+            (state % 2 == 0 ? static_cast<double>(scores.At(column, 0)) : emission(state, column).probability) +
+            epsilon);
     };
 
-    std::vector<double> reached(states, never);
+    std::vector<double> reached(states, impossible);
     std::vector<std::size_t> from(states * columns, 0);
     reached[0] = cost(0, 0);
     reached[1] = cost(1, 0);
     for (std::size_t column = 1; column < columns; ++column) {
-        std::vector<double> next(states, never);
+        std::vector<double> next(states, impossible);
         for (std::size_t state = 0; state < states; ++state) {
             std::size_t origin = state;
             double best = reached[state];
@@ -101,7 +102,7 @@ TemplatePath FollowTemplate(const ColumnScores& scores, const Template& pattern)
                 best = reached[state - 2];
                 origin = state - 2;
             }
-            if (best > never / 2) {
+            if (best > impossible / 2) {
                 next[state] = best + cost(state, column);
             }
             from[state * columns + column] = origin;
@@ -112,7 +113,7 @@ TemplatePath FollowTemplate(const ColumnScores& scores, const Template& pattern)
     TemplatePath path;
     std::size_t state = reached[states - 1] > reached[states - 2] ? states - 1 : states - 2;
     path.logProbability = reached[state];
-    if (path.logProbability <= never / 2) {
+    if (path.logProbability <= impossible / 2) {
         return path;
     }
     // Each character is the symbol with the highest probability in one of its columns.
@@ -135,7 +136,7 @@ TemplatePath FollowTemplate(const ColumnScores& scores, const Template& pattern)
     for (const auto& symbols : peaks) {
         const auto best = std::max_element(symbols.begin(), symbols.end());
         path.decoded.text += alphabet[static_cast<std::size_t>(best - symbols.begin())];
-        logPeaks += std::log(*best + tiny);
+        logPeaks += std::log(*best + epsilon);
     }
     const auto total = static_cast<double>(columns);
     path.decoded.confidence =
@@ -153,23 +154,23 @@ double LogProbabilityOfFreePath(const ColumnScores& scores) {
         for (std::size_t which = 0; which < classes; ++which) {
             best = std::max(best, scores.At(column, which));
         }
-        sum += std::log(static_cast<double>(best) + tiny);
+        sum += std::log(static_cast<double>(best) + epsilon);
     }
     return sum;
 }
 
 }  // namespace
 
-ColumnScores::ColumnScores(const float* answer, std::size_t columns) : probabilities_(columns * classes) {
+ColumnScores::ColumnScores(const float* output, std::size_t columns) : probabilities_(columns * classes) {
     for (std::size_t column = 0; column < columns; ++column) {
         float highest = std::numeric_limits<float>::lowest();
         for (std::size_t which = 0; which < classes; ++which) {
-            highest = std::max(highest, answer[which * columns + column]);
+            highest = std::max(highest, output[which * columns + column]);
         }
         float* const here = &probabilities_[column * classes];
         float sum = 0;
         for (std::size_t which = 0; which < classes; ++which) {
-            here[which] = std::exp(answer[which * columns + column] - highest);
+            here[which] = std::exp(output[which * columns + column] - highest);
             sum += here[which];
         }
         for (std::size_t which = 0; which < classes; ++which) {
@@ -196,7 +197,7 @@ DecodedText Decode(const ColumnScores& scores) {
     double logPath = 0;
     const auto endCharacter = [&] {
         if (before != 0) {
-            logPeaks += std::log(peak + tiny);
+            logPeaks += std::log(peak + epsilon);
         }
         peak = 0;
     };
@@ -214,7 +215,7 @@ DecodedText Decode(const ColumnScores& scores) {
             }
             probability = static_cast<double>(scores.At(column, which));
         }
-        logPath += std::log((which == 0 ? none : 1 - none) + tiny);
+        logPath += std::log((which == 0 ? none : 1 - none) + epsilon);
         if (which != before) {
             endCharacter();
             if (which != 0) {

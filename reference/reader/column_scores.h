@@ -16,7 +16,7 @@ class ColumnScores {
   public:
     ColumnScores() = default;
     /// Converts the network's output, `classes` rows of `columns` numbers, into probabilities.
-    ColumnScores(const float* answer, std::size_t columns);
+    ColumnScores(const float* output, std::size_t columns);
 
     std::size_t Columns() const { return probabilities_.size() / classes; }
     float At(std::size_t column, std::size_t which) const { return probabilities_[column * classes + which]; }

@@ -11,17 +11,17 @@ namespace {
 // The character heights for which a scale is used, in its own pixels, so that the scales together cover all heights.
 // The largest scale also finds smaller characters, the smallest larger ones. The network was trained on 6.5 to 32
 // pixels.
-constexpr HeightRange best = {7.5f, 17.f};
+constexpr HeightRange scaleHeights = {7.5f, 17.f};
 
-// A frame wider than `wide` is scaled by `wideShare`, and further if it is still wider than `widest`: most of the time
-// is spent on the largest scale, and characters that are lost by this are too small for the reader.
-constexpr float widest = 1280;
-constexpr float wide = 960;
-constexpr float wideShare = 0.75f;
-constexpr int narrowest = 48;
-constexpr int lowest = 24;
+// A frame wider than `wideFrame` is scaled by `wideScale`, and further if it is still wider than `maxSearchWidth`: most
+// of the time is spent on the largest scale, and characters that are lost by this are too small for the reader.
+constexpr float maxSearchWidth = 1280;
+constexpr float wideFrame = 960;
+constexpr float wideScale = 0.75f;
+constexpr int minWidth = 48;
+constexpr int minHeight = 24;
 
-constexpr float leastScore = 0.35f;
+constexpr float minScore = 0.35f;
 
 // The units of the network's output, as in training/scene_drawing.py.
 constexpr int cell = 8;
@@ -89,7 +89,7 @@ void PlateDetector::FindAtScale(cv::dnn::Net& network, const cv::Mat& grey, floa
                                 std::vector<TextRow>& cells) const {
     const cv::Size size(std::max(1, static_cast<int>(static_cast<float>(grey.cols) * scale)),
                         std::max(1, static_cast<int>(static_cast<float>(grey.rows) * scale)));
-    if (size.width < narrowest || size.height < lowest) {
+    if (size.width < minWidth || size.height < minHeight) {
         return;
     }
     cv::Mat scaled = grey;
@@ -100,16 +100,16 @@ void PlateDetector::FindAtScale(cv::dnn::Net& network, const cv::Mat& grey, floa
     cv::copyMakeBorder(scaled, whole, 0, RoundUp(size.height) - size.height, 0, RoundUp(size.width) - size.width,
                        cv::BORDER_REPLICATE);
     network.setInput(cv::dnn::blobFromImage(whole, 1 / 64.0, cv::Size(), cv::Scalar(128)));
-    const cv::Mat answer = network.forward();
-    const int rows = answer.size[2];
-    const int columns = answer.size[3];
-    const auto number = [&](int which, int y, int x) { return answer.ptr<float>(0, which)[y * columns + x]; };
+    const cv::Mat output = network.forward();
+    const int rows = output.size[2];
+    const int columns = output.size[3];
+    const auto number = [&](int which, int y, int x) { return output.ptr<float>(0, which)[y * columns + x]; };
 
-    const float leastLogit = std::log(leastScore / (1 - leastScore));
+    const float minLogit = std::log(minScore / (1 - minScore));
     for (int y = 0; y < rows; ++y) {
         for (int x = 0; x < columns; ++x) {
             const float logit = number(0, y, x);
-            if (logit < leastLogit) {
+            if (logit < minLogit) {
                 continue;
             }
             const float cellX = static_cast<float>(x * cell + cell / 2);
@@ -132,12 +132,12 @@ void PlateDetector::FindAtScale(cv::dnn::Net& network, const cv::Mat& grey, floa
 std::vector<TextRow> PlateDetector::Find(const cv::Mat& grey, const HeightRange& heights) {
     std::vector<TextRow> cells;
     const auto width = static_cast<float>(grey.cols);
-    float scale = std::min(width > wide ? wideShare : 1.f, widest / width);
+    float scale = std::min(width > wideFrame ? wideScale : 1.f, maxSearchWidth / width);
     for (std::size_t level = 0; level < levels; ++level, scale /= 2) {
         const bool largest = level == 0;
         const bool smallest = level + 1 == levels;
-        const bool needed =
-            (largest || heights.maximum > best.minimum / scale) && (smallest || heights.minimum < best.maximum / scale);
+        const bool needed = (largest || heights.maximum > scaleHeights.minimum / scale) &&
+                            (smallest || heights.minimum < scaleHeights.maximum / scale);
         if (needed) {
             FindAtScale(networks_[level], grey, scale, cells);
         }

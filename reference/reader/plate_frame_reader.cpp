@@ -14,18 +14,18 @@
 namespace plate_reading {
 namespace {
 
-constexpr std::size_t mostReadings = 5;
-constexpr std::size_t fewestCharacters = 4;
-constexpr std::size_t mostCharacters = 9;
+constexpr std::size_t maxReadings = 5;
+constexpr std::size_t minCharacters = 4;
+constexpr std::size_t maxCharacters = 9;
 
 // Only the best rows of each finder are read, because reading takes most of the time. Of the rows with a score below
 // sureScore only a few are read, and none if a plate has been read before.
-constexpr std::size_t mostDetectedRows = 8;
-constexpr std::ptrdiff_t mostDoubtfulRows = 3;
+constexpr std::size_t maxDetectedRows = 8;
+constexpr std::ptrdiff_t maxDoubtfulRows = 3;
 constexpr float sureScore = 0.6f;
-constexpr std::size_t mostFoundRows = 3;
+constexpr std::size_t maxFoundRows = 3;
 
-constexpr double leastConfidence = 0.3;
+constexpr double minConfidence = 0.3;
 
 // Short texts occur by chance; a text of this length has full weight.
 constexpr double fullLength = 5.5;
@@ -34,8 +34,8 @@ constexpr double fullLength = 5.5;
 constexpr float samePlace = 0.4f;
 
 // The width of a row over the height of its characters, from four wide characters to nine narrow ones.
-constexpr float leastAspect = 1.6f;
-constexpr float mostAspect = 7.f;
+constexpr float minAspect = 1.6f;
+constexpr float maxAspect = 7.f;
 
 // The character heights that are searched for without a range of widths, in pixels.
 constexpr HeightRange anyHeight = {6.f, 1e6f};
@@ -46,7 +46,7 @@ double Weight(const RowText& text) {
 
 bool IsPlate(const RowText& text) {
     const std::size_t length = text.decoded.text.size();
-    return length >= fewestCharacters && length <= mostCharacters && text.decoded.confidence >= leastConfidence;
+    return length >= minCharacters && length <= maxCharacters && text.decoded.confidence >= minConfidence;
 }
 
 class PlateFrameReader final : public FrameReader {
@@ -83,33 +83,33 @@ class PlateFrameReader final : public FrameReader {
     std::vector<RowText> ReadRows(const cv::Mat& grey, const std::optional<WidthRange>& widths) {
         HeightRange heights = anyHeight;
         if (widths) {
-            heights.minimum = std::max(heights.minimum, static_cast<float>(widths->minimum) / mostAspect);
-            heights.maximum = std::min(heights.maximum, static_cast<float>(widths->maximum) / leastAspect);
+            heights.minimum = std::max(heights.minimum, static_cast<float>(widths->minimum) / maxAspect);
+            heights.maximum = std::min(heights.maximum, static_cast<float>(widths->maximum) / minAspect);
         }
         std::vector<RowText> texts;
-        std::vector<TextRow> detected = Fitting(detector_.Find(grey, heights), widths);
-        detected.resize(std::min(detected.size(), mostDetectedRows));
+        std::vector<TextRow> detected = FilterByWidth(detector_.Find(grey, heights), widths);
+        detected.resize(std::min(detected.size(), maxDetectedRows));
         const auto doubtful =
             std::find_if(detected.begin(), detected.end(), [](const TextRow& row) { return row.score < sureScore; });
         ReadAll(grey, {detected.begin(), doubtful}, widths, texts);
         if (texts.empty()) {
-            const auto count = std::min<std::ptrdiff_t>(detected.end() - doubtful, mostDoubtfulRows);
+            const auto count = std::min<std::ptrdiff_t>(detected.end() - doubtful, maxDoubtfulRows);
             ReadAll(grey, {doubtful, doubtful + count}, widths, texts);
         }
         if (texts.empty()) {
-            ReadAll(grey, Fitting(FindRows(grey, heights, mostFoundRows), widths), widths, texts);
+            ReadAll(grey, FilterByWidth(FindRows(grey, heights, maxFoundRows), widths), widths, texts);
         }
         std::sort(texts.begin(), texts.end(), [](const RowText& a, const RowText& b) { return Weight(a) > Weight(b); });
         std::vector<RowText> kept;
         for (const RowText& text : texts) {
             const cv::Rect2f box = text.row.Box();
-            const bool known = std::any_of(kept.begin(), kept.end(), [&](const RowText& other) {
+            const bool isDuplicate = std::any_of(kept.begin(), kept.end(), [&](const RowText& other) {
                 return Overlap(box, other.row.Box()) > samePlace;
             });
-            if (!known) {
+            if (!isDuplicate) {
                 kept.push_back(text);
             }
-            if (kept.size() == mostReadings) {
+            if (kept.size() == maxReadings) {
                 break;
             }
         }
@@ -117,7 +117,7 @@ class PlateFrameReader final : public FrameReader {
     }
 
     /// Removes rows whose width cannot be in the range. The finders' ends are less exact than the reader's.
-    static std::vector<TextRow> Fitting(std::vector<TextRow> rows, const std::optional<WidthRange>& widths) {
+    static std::vector<TextRow> FilterByWidth(std::vector<TextRow> rows, const std::optional<WidthRange>& widths) {
         if (widths) {
             std::erase_if(rows, [&](const TextRow& row) {
                 return row.width < 0.7f * static_cast<float>(widths->minimum) ||
@@ -131,7 +131,7 @@ class PlateFrameReader final : public FrameReader {
                  std::vector<RowText>& texts) {
         for (const TextRow& row : rows) {
             RowText text = reader_.Read(grey, row);
-            if (!options_.templates.empty() && text.decoded.text.size() + 1 >= fewestCharacters) {
+            if (!options_.templates.empty() && text.decoded.text.size() + 1 >= minCharacters) {
                 text.decoded = DecodeByTemplates(text.scores, options_.templates, text.decoded);
             }
             const bool fits = !widths || (text.row.width >= static_cast<float>(widths->minimum) &&

@@ -62,24 +62,24 @@ int ReadConfirmations(const std::string& value) {
 
 ReadingOptions ReadConfiguration(std::istream& file) {
     ReadingOptions options;
-    std::set<std::string> given;
+    std::set<std::string> keys;
     std::string line;
     for (int number = 1; std::getline(file, line); ++number) {
         line = WithoutSpaces(line.substr(0, line.find('#')));
         if (line.empty()) {
             continue;
         }
-        const auto wrong = [&](const std::string& what) {
+        const auto errorAtLine = [&](const std::string& what) {
             return ConfigurationError("line " + std::to_string(number) + ": " + what);
         };
         const std::size_t equals = line.find('=');
         const std::string key = WithoutSpaces(line.substr(0, equals));
         if (equals == std::string::npos || key.empty()) {
-            throw wrong("\"" + line + "\" is not of the form key = value");
+            throw errorAtLine("\"" + line + "\" is not of the form key = value");
         }
         const std::string value = WithoutSpaces(line.substr(equals + 1));
-        if (!given.insert(key).second) {
-            throw wrong("\"" + key + "\" stands here a second time");
+        if (!keys.insert(key).second) {
+            throw errorAtLine("\"" + key + "\" stands here a second time");
         }
         try {
             if (key == "templates") {
@@ -90,7 +90,7 @@ ReadingOptions ReadConfiguration(std::istream& file) {
                 throw ConfigurationError("there is no key \"" + key + "\"");
             }
         } catch (const ConfigurationError& error) {
-            throw wrong(error.what());
+            throw errorAtLine(error.what());
         }
     }
     if (file.bad()) {

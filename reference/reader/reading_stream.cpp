@@ -21,27 +21,27 @@ constexpr float sameSceneDifference = 7;
 constexpr int establishedAfter = 5;
 
 // Pixels; a text that ends closer to a side of the searched area may continue beyond it.
-constexpr int edge = 3;
+constexpr int edgeMargin = 3;
 
 // The largest distance between two successive readings of a plate, in plate widths.
-constexpr double mostMoved = 1.5;
+constexpr double maxMovement = 1.5;
 
 // Frames for which a plate that is not seen is remembered.
-constexpr int remembered = 50;
+constexpr int maxUnseenFrames = 50;
 
 // Texts kept for one plate. A plate that stays in view is misread again and again, so the number must be limited.
-constexpr std::size_t mostTexts = 64;
+constexpr std::size_t maxTexts = 64;
 
-constexpr double leastConfidence = 80;  // of the text that is reported, on average
+constexpr double minConfidence = 80;  // of the text that is reported, on average
 // Lettering on vehicles and signs often consists of letters only, a plate rarely.
-constexpr double leastLetteringConfidence = 95;
-constexpr int letteringFactor = 3;   // for the number of frames that must agree
-constexpr double leastShare = 0.65;  // of all votes
-constexpr double clearLead = 2;      // of another text over the one reported so far
+constexpr double minLetteringConfidence = 95;
+constexpr int letteringFactor = 3;  // for the number of frames that must agree
+constexpr double minShare = 0.65;   // of all votes
+constexpr double clearLead = 2;     // of another text over the one reported so far
 
 /// Whether the texts may be readings of one plate: the parts that they share at both ends are half of the longer one.
 /// Needed because another plate may appear at the same place.
-bool AreAlike(const std::string& a, const std::string& b) {
+bool AreSimilar(const std::string& a, const std::string& b) {
     const std::size_t shorter = std::min(a.size(), b.size());
     std::size_t front = 0;
     while (front < shorter && a[front] == b[front]) {
@@ -118,11 +118,11 @@ ReadingStream::Plate& ReadingStream::PlateOf(const Reading& reading) {
     }
     const double readWidth = std::max(1, reading.corners[2].x - reading.corners[0].x);
     Plate* nearest = nullptr;
-    double least = mostMoved;
+    double least = maxMovement;
     for (Plate& plate : plates_) {
-        const bool isAlike = std::any_of(plate.texts.begin(), plate.texts.end(),
-                                         [&](const auto& entry) { return AreAlike(entry.first, reading.text); });
-        if (plate.lastSeen == pictures_ || !isAlike) {
+        const bool isSimilar = std::any_of(plate.texts.begin(), plate.texts.end(),
+                                           [&](const auto& entry) { return AreSimilar(entry.first, reading.text); });
+        if (plate.lastSeen == pictures_ || !isSimilar) {
             continue;
         }
         const double distance = std::hypot(plate.x - x, plate.y - y) / std::max(plate.width, readWidth);
@@ -143,13 +143,13 @@ ReadingStream::Plate& ReadingStream::PlateOf(const Reading& reading) {
 
 // Removes the text with the least weight if there are too many, but neither `kept` nor the reported text.
 void ReadingStream::ForgetText(Plate& plate, const std::string& kept) const {
-    if (plate.texts.size() <= mostTexts) {
+    if (plate.texts.size() <= maxTexts) {
         return;
     }
     auto least = plate.texts.end();
     for (auto entry = plate.texts.begin(); entry != plate.texts.end(); ++entry) {
-        const bool mayGo = entry->first != kept && entry->first != plate.reported;
-        if (mayGo && (least == plate.texts.end() || entry->second.weight < least->second.weight)) {
+        const bool isRemovable = entry->first != kept && entry->first != plate.reported;
+        if (isRemovable && (least == plate.texts.end() || entry->second.weight < least->second.weight)) {
             least = entry;
         }
     }
@@ -175,8 +175,8 @@ bool ReadingStream::Confirm(Plate& plate, Reading& reading) const {
     const auto before = plate.texts.find(plate.reported);
     const bool isLettering = leader->first.find_first_of("0123456789") == std::string::npos;
     const bool replaces = before == plate.texts.end() || votes.weight > clearLead * before->second.weight;
-    if (replaces && votes.count >= needed_ * (isLettering ? letteringFactor : 1) && votes.weight >= leastShare * all &&
-        votes.confidence >= (isLettering ? leastLetteringConfidence : leastConfidence) * votes.count) {
+    if (replaces && votes.count >= needed_ * (isLettering ? letteringFactor : 1) && votes.weight >= minShare * all &&
+        votes.confidence >= (isLettering ? minLetteringConfidence : minConfidence) * votes.count) {
         plate.reported = leader->first;
     }
     if (plate.reported.empty()) {
@@ -197,12 +197,12 @@ std::vector<Reading> ReadingStream::Follow(const Picture& picture, const std::op
     }
     ++pictures_;
     const bool isStream = ContinuesScene(picture);
-    std::erase_if(plates_, [&](const Plate& plate) { return pictures_ - plate.lastSeen > remembered; });
+    std::erase_if(plates_, [&](const Plate& plate) { return pictures_ - plate.lastSeen > maxUnseenFrames; });
     const int left = region ? std::max(region->left, 0) : 0;
     const int right = region ? std::min(region->right, picture.width) : picture.width;
     std::erase_if(readings, [&](Reading& reading) {
         // At a side of the frame characters may be missing; other frames show the whole plate.
-        if (isStream && (reading.corners[0].x < left + edge || reading.corners[2].x > right - edge)) {
+        if (isStream && (reading.corners[0].x < left + edgeMargin || reading.corners[2].x > right - edgeMargin)) {
             return true;
         }
         const bool confirmed = Confirm(PlateOf(reading), reading);

@@ -11,13 +11,13 @@ namespace {
 
 // The frame is searched at about this width.
 constexpr double workingWidth = 800;
-constexpr double mostEnlarged = 2;
+constexpr double maxScale = 2;
 
-constexpr int lowest = 7;  // pixels of the scaled frame
-constexpr int highest = 120;
-constexpr std::size_t fewestCharacters = 3;
-constexpr std::size_t mostCharacters = 14;
-constexpr float steepest = 0.5f;
+constexpr int minHeight = 7;  // pixels of the scaled frame
+constexpr int maxHeight = 120;
+constexpr std::size_t minCharacters = 3;
+constexpr std::size_t maxCharacters = 14;
+constexpr float maxSlope = 0.5f;
 
 /// Spots of a character's shape, from left to right.
 std::vector<cv::Rect> FindSpots(const cv::Mat& grey, int window, bool light) {
@@ -33,7 +33,7 @@ std::vector<cv::Rect> FindSpots(const cv::Mat& grey, int window, bool light) {
         const cv::Rect box(statistics.at<int>(i, cv::CC_STAT_LEFT), statistics.at<int>(i, cv::CC_STAT_TOP),
                            statistics.at<int>(i, cv::CC_STAT_WIDTH), statistics.at<int>(i, cv::CC_STAT_HEIGHT));
         // A larger character is as light inside as its threshold window and breaks into parts.
-        if (box.height < lowest || box.height > highest || box.height * 10 > window * 32) {
+        if (box.height < minHeight || box.height > maxHeight || box.height * 10 > window * 32) {
             continue;
         }
         const float aspect = static_cast<float>(box.width) / static_cast<float>(box.height);
@@ -81,7 +81,7 @@ std::vector<std::vector<cv::Rect>> Join(const std::vector<cv::Rect>& spots) {
     for (std::size_t i = 0; i < spots.size(); ++i) {
         sets[root(i)].push_back(spots[i]);
     }
-    std::erase_if(sets, [](const auto& set) { return set.size() < fewestCharacters || set.size() > mostCharacters; });
+    std::erase_if(sets, [](const auto& set) { return set.size() < minCharacters || set.size() > maxCharacters; });
     return sets;
 }
 
@@ -103,7 +103,7 @@ TextRow MakeRow(const std::vector<cv::Rect>& spots) {
     cv::Vec4f line;
     cv::fitLine(centres, line, cv::DIST_L2, 0, 0.01, 0.01);
     const float slope = std::abs(line[0]) > 1e-3f ? line[1] / line[0] : 0;
-    if (std::abs(slope) > steepest || right - left < 2 * *median) {
+    if (std::abs(slope) > maxSlope || right - left < 2 * *median) {
         return {};
     }
     const float centre = (left + right) / 2;
@@ -113,8 +113,8 @@ TextRow MakeRow(const std::vector<cv::Rect>& spots) {
 
 }  // namespace
 
-std::vector<TextRow> FindRows(const cv::Mat& grey, const HeightRange& heights, std::size_t most) {
-    const double scale = std::min(mostEnlarged, workingWidth / grey.cols);
+std::vector<TextRow> FindRows(const cv::Mat& grey, const HeightRange& heights, std::size_t maxRows) {
+    const double scale = std::min(maxScale, workingWidth / grey.cols);
     cv::Mat searched = grey;
     if (grey.cols > workingWidth || grey.cols <= workingWidth / 2) {
         cv::resize(grey, searched, cv::Size(), scale, scale, scale < 1 ? cv::INTER_AREA : cv::INTER_CUBIC);
@@ -140,13 +140,13 @@ std::vector<TextRow> FindRows(const cv::Mat& grey, const HeightRange& heights, s
     });
     std::vector<TextRow> kept;
     for (const TextRow& row : rows) {
-        const bool known = std::any_of(kept.begin(), kept.end(), [&](const TextRow& other) {
+        const bool isDuplicate = std::any_of(kept.begin(), kept.end(), [&](const TextRow& other) {
             return IntersectionOverUnion(row.Box(), other.Box()) > 0.6f;
         });
-        if (!known) {
+        if (!isDuplicate) {
             kept.push_back(row);
         }
-        if (kept.size() >= most) {
+        if (kept.size() >= maxRows) {
             break;
         }
     }

@@ -10,8 +10,8 @@
 
 namespace plate_reading {
 
-/// Returns at most `most` rows, those with the most characters first; the score is the number of characters, up to 8.
-/// `grey` has 8 bits. Throws cv::Exception.
-std::vector<TextRow> FindRows(const cv::Mat& grey, const HeightRange& heights, std::size_t most);
+/// Returns at most `maxRows` rows, those with the most characters first; the score is the number of characters, up
+/// to 8. `grey` has 8 bits. Throws cv::Exception.
+std::vector<TextRow> FindRows(const cv::Mat& grey, const HeightRange& heights, std::size_t maxRows);
 
 }  // namespace plate_reading

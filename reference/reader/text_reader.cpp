@@ -17,12 +17,12 @@ constexpr float firstMargin = 0.1f;  // of the row's width, on each side
 constexpr float secondMargin = 0.04f;
 
 // A column covers the pixels around it, and the outermost columns of a character are classified as none.
-constexpr float columnsBeyond = 0.8f;
+constexpr float outerColumns = 0.8f;
 
 // Texts below the first two limits are not worth a second reading; those above the last do not need one.
-constexpr std::size_t fewestCharacters = 3;
-constexpr double hopeless = 0.2;
-constexpr double certain = 0.98;
+constexpr std::size_t minCharacters = 3;
+constexpr double minConfidence = 0.2;
+constexpr double sufficientConfidence = 0.98;
 
 cv::Mat Normalise(const cv::Mat& strip) {
     cv::Scalar mean;
@@ -43,20 +43,20 @@ RowText TextReader::ReadOnce(const cv::Mat& grey, const TextRow& row, float marg
         strips.push_back(Normalise(CutRow(grey, row, fill, margin, stripSize)));
     }
     network_.setInput(cv::dnn::blobFromImages(strips));
-    const cv::Mat answer = network_.forward();
-    const auto columns = static_cast<std::size_t>(answer.size[3]);
+    const cv::Mat output = network_.forward();
+    const auto columns = static_cast<std::size_t>(output.size[3]);
     RowText text;
-    text.scores = ColumnScores(answer.ptr<float>(0), columns);
+    text.scores = ColumnScores(output.ptr<float>(0), columns);
     for (int strip = 1; strip < static_cast<int>(strips.size()); ++strip) {
-        text.scores.Average(ColumnScores(answer.ptr<float>(strip), columns));
+        text.scores.Average(ColumnScores(output.ptr<float>(strip), columns));
     }
     text.decoded = Decode(text.scores);
     text.row = row;
     if (!text.decoded.text.empty()) {
-        const float beyond = columnsBeyond / static_cast<float>(columns);
+        const float outer = outerColumns / static_cast<float>(columns);
         const float width = CutWidth(row, margin);
-        const float left = (text.decoded.left - beyond - 0.5f) * width;
-        const float right = (text.decoded.right + beyond - 0.5f) * width;
+        const float left = (text.decoded.left - outer - 0.5f) * width;
+        const float right = (text.decoded.right + outer - 0.5f) * width;
         text.row.centre += cv::Point2f((left + right) / 2, row.slope * (left + right) / 2);
         text.row.width = right - left;
     }
@@ -65,8 +65,8 @@ RowText TextReader::ReadOnce(const cv::Mat& grey, const TextRow& row, float marg
 
 RowText TextReader::Read(const cv::Mat& grey, const TextRow& row) {
     RowText first = ReadOnce(grey, row, firstMargin);
-    if (first.decoded.text.size() < fewestCharacters || first.decoded.confidence < hopeless ||
-        first.decoded.confidence > certain || first.row.width <= first.row.height) {
+    if (first.decoded.text.size() < minCharacters || first.decoded.confidence < minConfidence ||
+        first.decoded.confidence > sufficientConfidence || first.row.width <= first.row.height) {
         return first;
     }
     RowText second = ReadOnce(grey, first.row, secondMargin);

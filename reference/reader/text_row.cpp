@@ -10,9 +10,9 @@ namespace plate_reading {
 namespace {
 
 // Tolerance for inexact ends of the row, in character heights, for both sides together.
-constexpr float slack = 0.1f;
+constexpr float tolerance = 0.1f;
 
-constexpr float floor0 = 1e-6f;
+constexpr float epsilon = 1e-6f;
 
 }  // namespace
 
@@ -22,16 +22,16 @@ cv::Rect2f TextRow::Box() const {
 }
 
 float Overlap(const cv::Rect2f& a, const cv::Rect2f& b) {
-    return (a & b).area() / (std::min(a.area(), b.area()) + floor0);
+    return (a & b).area() / (std::min(a.area(), b.area()) + epsilon);
 }
 
 float IntersectionOverUnion(const cv::Rect2f& a, const cv::Rect2f& b) {
     const float common = (a & b).area();
-    return common / (a.area() + b.area() - common + floor0);
+    return common / (a.area() + b.area() - common + epsilon);
 }
 
 float CutWidth(const TextRow& row, float margin) {
-    return row.width * (1 + 2 * margin) + row.height * slack;
+    return row.width * (1 + 2 * margin) + row.height * tolerance;
 }
 
 cv::Mat CutRow(const cv::Mat& grey, const TextRow& row, float fill, float margin, cv::Size size) {

@@ -62,7 +62,7 @@ Journal::Journal(const std::filesystem::path& file) : open_(false) {
 }
 
 void Journal::WriteRecognition(const CallNumber& number, const IMG* image, const tagRECT* region,
-                               bool firstArgumentIsNull, int flags, int answer) {
+                               bool firstArgumentIsNull, int flags, int result) {
     if (!open_) {
         return;
     }
@@ -71,7 +71,7 @@ void Journal::WriteRecognition(const CallNumber& number, const IMG* image, const
     line["region"] = DescribeRegion(region);
     line["first_argument_is_null"] = firstArgumentIsNull;
     line["flags"] = flags;
-    line["answer"] = answer;
+    line["answer"] = result;
     const std::string text = line.dump() + "\n";
     const std::lock_guard lock(mutex_);
     stream_ << text << std::flush;

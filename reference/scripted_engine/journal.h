@@ -24,7 +24,7 @@ class Journal {
     explicit Journal(const std::filesystem::path& file);
 
     void WriteRecognition(const CallNumber& number, const IMG* image, const tagRECT* region, bool firstArgumentIsNull,
-                          int flags, int answer);
+                          int flags, int result);
     void WriteRange(const CallNumber& number, int minimumWidth, int maximumWidth, bool accepted);
 
   private:

@@ -50,16 +50,16 @@ class Engine {
     int Recognise(bool firstArgumentIsNull, const IMG* image, const tagRECT* region, RPLATE* plates, int flags) {
         const CallNumber number = NextNumber(recognitions_, &ThreadCounters::recognitions);
         const ScriptedFrame* const frame = script_.FrameAt(NumberInScript(number));
-        int answer = 0;
+        int result = 0;
         if (frame != nullptr && plates != nullptr) {
             std::copy(frame->plates.begin(), frame->plates.end(), plates);
-            answer = frame->count;
+            result = frame->count;
         }
-        journal_.WriteRecognition(number, image, region, firstArgumentIsNull, flags, answer);
-        return answer;
+        journal_.WriteRecognition(number, image, region, firstArgumentIsNull, flags, result);
+        return result;
     }
 
-    bool TakeRange(int minimumWidth, int maximumWidth) {
+    bool SetRange(int minimumWidth, int maximumWidth) {
         const CallNumber number = NextNumber(ranges_, &ThreadCounters::ranges);
         const bool accepted = !script_.RefusesRange(NumberInScript(number));
         journal_.WriteRange(number, minimumWidth, maximumWidth, accepted);
@@ -105,7 +105,7 @@ int Recognize2(YUV420_IMG* unused, IMG* image, tagRECT* region, RPLATE* plates, 
 
 bool SetPlateRange(int minimumWidth, int maximumWidth) {
     try {
-        return scripted_engine::TheEngine().TakeRange(minimumWidth, maximumWidth);
+        return scripted_engine::TheEngine().SetRange(minimumWidth, maximumWidth);
     } catch (...) {
         return true;
     }

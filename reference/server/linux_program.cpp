@@ -13,7 +13,7 @@ std::filesystem::path ProgramFolder() {
     return std::filesystem::read_symlink("/proc/self/exe", ignored).parent_path();
 }
 
-int RunUntilTold(Service& service) {
+int RunUntilTerminated(Service& service) {
     signal(SIGPIPE, SIG_IGN);  // standard error may be a pipe without a reader
     // Blocked in every thread, so that a signal that arrives before the wait is not lost.
     sigset_t ending;
@@ -21,19 +21,19 @@ int RunUntilTold(Service& service) {
     sigaddset(&ending, SIGTERM);
     sigaddset(&ending, SIGINT);
     if (pthread_sigmask(SIG_BLOCK, &ending, nullptr) != 0) {
-        return exitedByFailure;
+        return exitFailure;
     }
-    int status = exitedByFailure;
+    int status = exitFailure;
     const pthread_t waiting = pthread_self();
     std::thread serving([&] {
-        status = RunToTheEnd(service);
+        status = RunToCompletion(service);
         pthread_kill(waiting, SIGTERM);
     });
     int received = 0;
     while (sigwait(&ending, &received) != 0) {
     }
     service.Stop();
-    alarm(longestEndSeconds);
+    alarm(shutdownTimeoutSeconds);
     serving.join();
     return status;
 }

@@ -13,5 +13,5 @@ int main() {
     reading_service::Settings settings;
     settings.confirmations = options.confirmations;
     reading_service::Service service(settings, [options] { return plate_reading::MakePlateFrameReader(options); });
-    return reading_service::RunUntilTold(service);
+    return reading_service::RunUntilTerminated(service);
 }

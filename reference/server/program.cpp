@@ -4,20 +4,20 @@
 
 namespace reading_service {
 
-int RunToTheEnd(Service& service) {
+int RunToCompletion(Service& service) {
     try {
         switch (service.Run()) {
             case End::NameTaken:
                 LogError("another server listens already");
-                return exitedForTheName;
-            case End::Told:
+                return exitNameTaken;
+            case End::Stopped:
             case End::Idle:
-                return exitedWell;
+                return exitSuccess;
         }
     } catch (const std::exception& error) {
         LogError(error.what());
     }
-    return exitedByFailure;
+    return exitFailure;
 }
 
 }  // namespace reading_service

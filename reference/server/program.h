@@ -8,20 +8,21 @@
 namespace reading_service {
 
 /// Exit statuses.
-inline constexpr int exitedWell = 0;
-inline constexpr int exitedByFailure = 1;
-inline constexpr int exitedForTheName = 3;  ///< another server is listening
+inline constexpr int exitSuccess = 0;
+inline constexpr int exitFailure = 1;
+inline constexpr int exitNameTaken = 3;  ///< another server is listening
 
 /// How long a process that was asked to end waits for the frames being read. Then it ends even if a reader hangs.
-inline constexpr unsigned longestEndSeconds = 10;
+inline constexpr unsigned shutdownTimeoutSeconds = 10;
 
 /// The folder of the program.
 std::filesystem::path ProgramFolder();
 
 /// Runs the service until it ends and returns the exit status. Writes a failure to standard error.
-int RunToTheEnd(Service& service);
+int RunToCompletion(Service& service);
 
-/// RunToTheEnd, which also ends when the system asks the process to end. REQUIRES: no other thread has been started.
-int RunUntilTold(Service& service);
+/// RunToCompletion, which also ends when the system asks the process to end. REQUIRES: no other thread has been
+/// started.
+int RunUntilTerminated(Service& service);
 
 }  // namespace reading_service

@@ -11,7 +11,7 @@ namespace reading_service {
 namespace {
 
 // Interval after a failure to create a reader. If there is no reader at all, Take does not wait in this time.
-constexpr std::chrono::seconds makingPause{1};
+constexpr std::chrono::seconds retryInterval{1};
 
 }  // namespace
 
@@ -19,8 +19,10 @@ void LogError(const std::string& text) {
     std::fprintf(stderr, "plate-Server: %s\n", text.c_str());
 }
 
-ReaderPool::ReaderPool(std::size_t mostReaders, ReaderFactory factory)
-    : most_(std::max<std::size_t>(mostReaders, 1)), factory_(std::move(factory)), maker_([this] { MakeReaders(); }) {}
+ReaderPool::ReaderPool(std::size_t maxReaders, ReaderFactory factory)
+    : maxReaders_(std::max<std::size_t>(maxReaders, 1)),
+      factory_(std::move(factory)),
+      maker_([this] { MakeReaders(); }) {}
 
 ReaderPool::~ReaderPool() {
     Stop();
@@ -32,13 +34,13 @@ ReaderPool::Loan::Loan(Loan&& other) noexcept : pool_(std::exchange(other.pool_,
 ReaderPool::Loan::~Loan() {
     if (pool_ != nullptr) {
         const std::lock_guard lock(pool_->mutex_);
-        pool_->Hand(*reader_);
+        pool_->Assign(*reader_);
     }
 }
 
 std::optional<ReaderPool::Loan> ReaderPool::Take(transport::Deadline deadline) {
     std::unique_lock lock(mutex_);
-    if (stopped_ || MakingHasJustFailed()) {
+    if (stopped_ || HasJustFailed()) {
         return std::nullopt;
     }
     if (!free_.empty()) {
@@ -48,7 +50,7 @@ std::optional<ReaderPool::Loan> ReaderPool::Take(transport::Deadline deadline) {
     }
     Waiter waiter;
     waiters_.push_back(&waiter);
-    isWanted_.notify_one();
+    readerNeeded_.notify_one();
     waiter.changed.wait_until(lock, deadline, [&] { return waiter.reader != nullptr || waiter.refused; });
     if (waiter.reader == nullptr) {
         std::erase(waiters_, &waiter);
@@ -66,15 +68,15 @@ void ReaderPool::Stop() {
     const std::lock_guard lock(mutex_);
     stopped_ = true;
     RefuseWaiters();
-    isWanted_.notify_one();
+    readerNeeded_.notify_one();
 }
 
 void ReaderPool::MakeReaders() {
     std::unique_lock lock(mutex_);
     bool isFirstAttempt = true;
-    while (readers_.size() < most_) {
-        isWanted_.wait(lock, [&] { return stopped_ || isFirstAttempt || !waiters_.empty(); });
-        if (isWanted_.wait_until(lock, nextAttempt_, [&] { return stopped_; })) {
+    while (readers_.size() < maxReaders_) {
+        readerNeeded_.wait(lock, [&] { return stopped_ || isFirstAttempt || !waiters_.empty(); });
+        if (readerNeeded_.wait_until(lock, nextAttempt_, [&] { return stopped_; })) {
             return;
         }
         isFirstAttempt = false;
@@ -92,11 +94,11 @@ void ReaderPool::MakeReaders() {
         lock.lock();
         if (made != nullptr) {
             readers_.push_back(std::move(made));
-            Hand(*readers_.back());
+            Assign(*readers_.back());
             continue;
         }
         LogError("no reader can be made: " + failure);
-        nextAttempt_ = transport::Clock::now() + makingPause;
+        nextAttempt_ = transport::Clock::now() + retryInterval;
         if (readers_.empty()) {
             RefuseWaiters();
         }
@@ -104,7 +106,7 @@ void ReaderPool::MakeReaders() {
 }
 
 // Assigns a free reader to the caller that has waited longest. REQUIRES: mutex.
-void ReaderPool::Hand(plate_reading::FrameReader& reader) {
+void ReaderPool::Assign(plate_reading::FrameReader& reader) {
     if (waiters_.empty()) {
         free_.push_back(&reader);
         return;
@@ -124,7 +126,7 @@ void ReaderPool::RefuseWaiters() {
 }
 
 // REQUIRES: mutex.
-bool ReaderPool::MakingHasJustFailed() const {
+bool ReaderPool::HasJustFailed() const {
     return readers_.empty() && transport::Clock::now() < nextAttempt_;
 }
 

@@ -27,7 +27,7 @@ void LogError(const std::string& text);
 /// wait, up to a maximum; all on a thread of the pool. Any thread.
 class ReaderPool {
   public:
-    ReaderPool(std::size_t mostReaders, ReaderFactory factory);
+    ReaderPool(std::size_t maxReaders, ReaderFactory factory);
     /// REQUIRES: all readers have been returned and no thread is in Take.
     ~ReaderPool();
     ReaderPool(const ReaderPool&) = delete;
@@ -68,15 +68,15 @@ class ReaderPool {
     };
 
     void MakeReaders();
-    void Hand(plate_reading::FrameReader& reader);
+    void Assign(plate_reading::FrameReader& reader);
     void RefuseWaiters();
-    bool MakingHasJustFailed() const;
+    bool HasJustFailed() const;
 
-    const std::size_t most_;
+    const std::size_t maxReaders_;
     const ReaderFactory factory_;
 
     std::mutex mutex_;  // guards all below
-    std::condition_variable isWanted_;
+    std::condition_variable readerNeeded_;
     std::vector<std::unique_ptr<plate_reading::FrameReader>> readers_;
     std::vector<plate_reading::FrameReader*> free_;  // empty while a caller waits
     std::deque<Waiter*> waiters_;                    // the first has waited longest

@@ -11,7 +11,7 @@ namespace reading_service {
 
 namespace {
 
-constexpr std::chrono::milliseconds namePause{10};
+constexpr std::chrono::milliseconds nameRetryInterval{10};
 
 // Sent to clients that are not served.
 const std::vector<std::uint8_t>& BusyMessage() {
@@ -29,24 +29,24 @@ Service::~Service() = default;
 End Service::Run() {
     if (!OpenListener()) {
         const std::lock_guard lock(mutex_);
-        return stopped_ ? End::Told : End::NameTaken;
+        return stopped_ ? End::Stopped : End::NameTaken;
     }
     ReaderPool readers(settings_.readers, factory_);
     // The clients' threads must end before the readers are destroyed, also after an exception.
-    const auto endAll = [&] {
+    const auto stopAll = [&] {
         {
             const std::lock_guard lock(mutex_);
             listener_.reset();
         }
         readers.Stop();
-        EndClients();
+        DisconnectClients();
     };
     try {
         const End end = Listen(readers);
-        endAll();
+        stopAll();
         return end;
     } catch (...) {
-        endAll();
+        stopAll();
         throw;
     }
 }
@@ -62,7 +62,7 @@ void Service::Stop() {
 
 // Returns false when another server still has the name at the deadline, and after Stop.
 bool Service::OpenListener() {
-    const transport::Deadline deadline = transport::Clock::now() + settings_.longestWaitForName;
+    const transport::Deadline deadline = transport::Clock::now() + settings_.nameTimeout;
     std::unique_lock lock(mutex_);
     while (!stopped_) {
         listener_ = transport::Listener::Open(settings_.name);
@@ -73,7 +73,7 @@ bool Service::OpenListener() {
         if (transport::Clock::now() >= deadline) {
             return false;
         }
-        stopping_.wait_for(lock, namePause, [this] { return stopped_; });
+        stopping_.wait_for(lock, nameRetryInterval, [this] { return stopped_; });
     }
     return false;
 }
@@ -82,14 +82,14 @@ End Service::Listen(ReaderPool& readers) {
     for (;;) {
         JoinEnded();
         const transport::Deadline now = transport::Clock::now();
-        transport::Deadline deadline = now + settings_.longestIdle;
+        transport::Deadline deadline = now + settings_.idleTimeout;
         {
             const std::lock_guard lock(mutex_);
             if (stopped_) {
-                return End::Told;
+                return End::Stopped;
             }
             if (connections_ == 0) {
-                deadline = lastConnection_ + settings_.longestIdle;
+                deadline = lastConnection_ + settings_.idleTimeout;
                 if (now >= deadline) {
                     return End::Idle;
                 }
@@ -106,8 +106,8 @@ End Service::Listen(ReaderPool& readers) {
 // Serves the client on a new thread. Returns false, and leaves the connection, when that is not possible.
 bool Service::StartClient(transport::Connection& connection, ReaderPool& readers) {
     const std::lock_guard lock(mutex_);
-    if (connections_ >= settings_.mostConnections) {
-        EndSilentClient();
+    if (connections_ >= settings_.maxConnections) {
+        DisconnectSilentClient();
         return false;
     }
     const std::size_t before = clients_.size();
@@ -125,17 +125,17 @@ bool Service::StartClient(transport::Connection& connection, ReaderPool& readers
     return true;
 }
 
-// Disconnects the client that has been silent the longest, if that is at least longestSilence. Otherwise clients that
+// Disconnects the client that has been silent the longest, if that is at least silenceTimeout. Otherwise clients that
 // connect and send no request would occupy all places for ever. A client whose camera pauses connects again with its
 // next frame. REQUIRES: mutex.
-void Service::EndSilentClient() {
+void Service::DisconnectSilentClient() {
     const transport::Deadline now = transport::Clock::now();
     const auto lastRequest = [](const Client& client) {
         return client.connection ? client.lastRequest.load() : transport::noDeadline;
     };
     const auto silent = std::ranges::min_element(clients_, {}, lastRequest);
     if (silent != clients_.end() && silent->connection &&
-        now - silent->lastRequest.load() >= settings_.longestSilence) {
+        now - silent->lastRequest.load() >= settings_.silenceTimeout) {
         silent->connection->Shutdown();
     }
 }
@@ -174,7 +174,7 @@ void Service::JoinEnded() {
     }
 }
 
-void Service::EndClients() {
+void Service::DisconnectClients() {
     {
         const std::lock_guard lock(mutex_);
         for (Client& client : clients_) {

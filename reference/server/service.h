@@ -19,17 +19,17 @@ namespace reading_service {
 struct Settings {
     std::string name = transport::ServerName();
     std::size_t readers = std::thread::hardware_concurrency();  ///< maximum; at least one
-    std::size_t mostConnections = 256;                          ///< further ones receive Busy
+    std::size_t maxConnections = 256;                           ///< further ones receive Busy
     /// A client that sends no request for this long is disconnected when another needs its place.
-    std::chrono::milliseconds longestSilence{60'000};
-    int confirmations = 1;                                ///< for the plate_reading::ReadingStream of each connection
-    std::chrono::milliseconds longestIdle{60'000};        ///< time without a connection after which Run returns
-    std::chrono::milliseconds longestWaitForName{3'000};  ///< wait for a server that is still ending
+    std::chrono::milliseconds silenceTimeout{60'000};
+    int confirmations = 1;                          ///< for the plate_reading::ReadingStream of each connection
+    std::chrono::milliseconds idleTimeout{60'000};  ///< time without a connection after which Run returns
+    std::chrono::milliseconds nameTimeout{3'000};   ///< wait for a server that is still ending
 };
 
 enum class End {
-    Told,       ///< Stop was called
-    Idle,       ///< no client has been connected for longestIdle
+    Stopped,    ///< Stop was called
+    Idle,       ///< no client has been connected for idleTimeout
     NameTaken,  ///< another server is listening
 };
 
@@ -58,10 +58,10 @@ class Service {
     bool OpenListener();
     End Listen(ReaderPool& readers);
     bool StartClient(transport::Connection& connection, ReaderPool& readers);
-    void EndSilentClient();
+    void DisconnectSilentClient();
     void Serve(Client& client, ReaderPool& readers);
     void JoinEnded();
-    void EndClients();
+    void DisconnectClients();
 
     const Settings settings_;
     const ReaderFactory factory_;

@@ -14,7 +14,7 @@ namespace reading_service {
 
 namespace {
 
-transport::Reading AsSent(const plate_reading::Reading& reading) {
+transport::Reading ToMessage(const plate_reading::Reading& reading) {
     transport::Reading sent;
     // A text that is too long has no NUL and is invalid.
     reading.text.copy(sent.text, sizeof sent.text);
@@ -26,13 +26,13 @@ transport::Reading AsSent(const plate_reading::Reading& reading) {
 }
 
 // The first ones, because they are the best.
-transport::Readings AsSent(const std::vector<plate_reading::Reading>& readings) {
+transport::Readings ToMessage(const std::vector<plate_reading::Reading>& readings) {
     transport::Readings sent;
     for (const plate_reading::Reading& reading : readings) {
-        if (sent.count == transport::mostReadings) {
+        if (sent.count == transport::maxReadings) {
             break;
         }
-        const transport::Reading one = AsSent(reading);
+        const transport::Reading one = ToMessage(reading);
         if (transport::IsValid(transport::Readings{1, 0, {one}})) {
             sent.readings[sent.count++] = one;
         } else {
@@ -52,11 +52,11 @@ class Session {
         if (!Greet()) {
             return;
         }
-        while (const std::optional<transport::Message> request = Next(transport::noDeadline)) {
+        while (const std::optional<transport::Message> request = ReceiveMessage(transport::noDeadline)) {
             lastRequest_ = transport::Clock::now();
-            const std::optional<transport::Contents> answer =
-                std::visit([this](const auto& contents) { return Answer(contents); }, request->contents);
-            if (!answer || !Send({request->number, *answer})) {
+            const std::optional<transport::Contents> reply =
+                std::visit([this](const auto& contents) { return Handle(contents); }, request->contents);
+            if (!reply || !Send({request->number, *reply})) {
                 return;
             }
         }
@@ -64,34 +64,34 @@ class Session {
 
   private:
     bool Greet() {
-        const std::optional<transport::Message> message = Next(transport::Clock::now() + longestGreeting);
+        const std::optional<transport::Message> message = ReceiveMessage(transport::Clock::now() + greetingTimeout);
         const auto* const greeting = message ? std::get_if<transport::Greeting>(&message->contents) : nullptr;
-        return greeting != nullptr && Send({message->number, transport::GreetingAnswer()}) &&
+        return greeting != nullptr && Send({message->number, transport::GreetingReply()}) &&
                greeting->version == transport::protocolVersion;
     }
 
-    std::optional<transport::Message> Next(transport::Deadline deadline) {
-        std::array<std::uint8_t, transport::largestMessageBytes> received;
+    std::optional<transport::Message> ReceiveMessage(transport::Deadline deadline) {
+        std::array<std::uint8_t, transport::maxMessageBytes> received;
         return transport::Decode(std::span(received).first(connection_.Receive(received, deadline)));
     }
 
     bool Send(const transport::Message& message) {
-        return connection_.Send(transport::Encode(message), transport::Clock::now() + longestAnswering);
+        return connection_.Send(transport::Encode(message), transport::Clock::now() + replyTimeout);
     }
 
-    std::optional<transport::Contents> Answer(const transport::Range& range) {
+    std::optional<transport::Contents> Handle(const transport::Range& range) {
         widths_ = plate_reading::WidthRange{range.minimum, range.maximum};
-        return transport::RangeTaken();
+        return transport::RangeAccepted();
     }
 
-    std::optional<transport::Contents> Answer(const transport::Frame& frame) {
+    std::optional<transport::Contents> Handle(const transport::Frame& frame) {
         // After the deadline the client no longer waits for the reply.
-        const transport::Deadline deadline = transport::Clock::now() + transport::longestFrame;
+        const transport::Deadline deadline = transport::Clock::now() + transport::frameTimeout;
         if (!connection_.ReceiveAll(pixels_, transport::PictureBytes(frame.width, frame.height), deadline)) {
             return std::nullopt;
         }
         const std::optional<ReaderPool::Loan> loan = readers_.Take(deadline);
-        if (!loan || !connection_.PeerIsThere()) {
+        if (!loan || !connection_.IsPeerConnected()) {
             return transport::Readings();
         }
         plate_reading::Picture picture;
@@ -104,7 +104,7 @@ class Session {
             region = {frame.region.left, frame.region.top, frame.region.right, frame.region.bottom};
         }
         try {
-            return AsSent(stream_.Follow(picture, region, loan->Reader().Read(picture, region, widths_)));
+            return ToMessage(stream_.Follow(picture, region, loan->Reader().Read(picture, region, widths_)));
         } catch (const std::exception& error) {
             LogError(std::string("a frame cannot be read: ") + error.what());
         } catch (...) {
@@ -115,7 +115,7 @@ class Session {
 
     // Kinds that a client must not send.
     template <class Contents>
-    std::optional<transport::Contents> Answer(const Contents&) {
+    std::optional<transport::Contents> Handle(const Contents&) {
         return std::nullopt;
     }
 

@@ -10,8 +10,8 @@
 namespace reading_service {
 
 /// How long a client may take to send its greeting and to receive a reply.
-inline constexpr std::chrono::milliseconds longestGreeting{5000};
-inline constexpr std::chrono::milliseconds longestAnswering{2000};
+inline constexpr std::chrono::milliseconds greetingTimeout{5000};
+inline constexpr std::chrono::milliseconds replyTimeout{2000};
 
 /// Serves a client until it disconnects, sends no greeting in time, or sends an invalid message. Sets `lastRequest` to
 /// the time of each request. `confirmations` is that of plate_reading::ReadingStream. Throws std::exception only on

@@ -10,43 +10,43 @@ namespace reading_service {
 
 namespace {
 
-std::mutex tellingMutex;
-Service* toldService = nullptr;  // guarded by tellingMutex
+std::mutex serviceMutex;
+Service* runningService = nullptr;  // guarded by serviceMutex
 
 // Called on its own thread. When the console or the session closes, the system ends the process once this returns.
-BOOL WINAPI Tell(DWORD) {
+BOOL WINAPI HandleConsoleEvent(DWORD) {
     {
-        const std::lock_guard lock(tellingMutex);
-        if (toldService != nullptr) {
-            toldService->Stop();
+        const std::lock_guard lock(serviceMutex);
+        if (runningService != nullptr) {
+            runningService->Stop();
         }
     }
-    Sleep(longestEndSeconds * 1000);
-    TerminateProcess(GetCurrentProcess(), exitedByFailure);
+    Sleep(shutdownTimeoutSeconds * 1000);
+    TerminateProcess(GetCurrentProcess(), exitFailure);
     return TRUE;
 }
 
-void SetTold(Service* service) {
-    const std::lock_guard lock(tellingMutex);
-    toldService = service;
+void SetRunningService(Service* service) {
+    const std::lock_guard lock(serviceMutex);
+    runningService = service;
 }
 
 }  // namespace
 
 std::filesystem::path ProgramFolder() {
-    constexpr DWORD longestPath = 32768;
-    std::wstring name(longestPath, L'\0');
-    name.resize(GetModuleFileNameW(nullptr, name.data(), longestPath));
+    constexpr DWORD maxPath = 32768;
+    std::wstring name(maxPath, L'\0');
+    name.resize(GetModuleFileNameW(nullptr, name.data(), maxPath));
     return std::filesystem::path(name).parent_path();
 }
 
-int RunUntilTold(Service& service) {
+int RunUntilTerminated(Service& service) {
     // An error window after a crash would keep the process, whose name the library looks for, in the process list.
     SetErrorMode(SEM_FAILCRITICALERRORS | SEM_NOGPFAULTERRORBOX);
-    SetTold(&service);
-    SetConsoleCtrlHandler(Tell, TRUE);
-    const int status = RunToTheEnd(service);
-    SetTold(nullptr);
+    SetRunningService(&service);
+    SetConsoleCtrlHandler(HandleConsoleEvent, TRUE);
+    const int status = RunToCompletion(service);
+    SetRunningService(nullptr);
     // The run-time library's clean-up can wait for a thread that no longer exists; there is nothing left to clean up.
     std::fflush(nullptr);
     TerminateProcess(GetCurrentProcess(), static_cast<UINT>(status));

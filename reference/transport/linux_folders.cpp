@@ -16,13 +16,13 @@ namespace transport {
 
 namespace {
 
-constexpr char runtimeName[] = "vexlane";
-constexpr mode_t forOthers = S_IRWXG | S_IRWXO;
+constexpr char runtimeFolderName[] = "vexlane";
+constexpr mode_t accessByOthers = S_IRWXG | S_IRWXO;
 constexpr mode_t writableByOthers = S_IWGRP | S_IWOTH;
 
 // A socket's address has room for "/proc/self/fd/", a number and a name shorter than this.
-constexpr std::size_t nameRoom = 80;
-static_assert(sizeof "/proc/self/fd/2147483647/" + nameRoom < sizeof sockaddr_un::sun_path);
+constexpr std::size_t nameCapacity = 80;
+static_assert(sizeof "/proc/self/fd/2147483647/" + nameCapacity < sizeof sockaddr_un::sun_path);
 
 std::string TemporaryName() {
     return "vexlane-" + std::to_string(::geteuid());
@@ -37,7 +37,7 @@ Owned OpenFolder(int parent, const char* name, int flags) {
     return folder;
 }
 
-struct stat StatusOf(const Owned& file) {
+struct stat ReadStatus(const Owned& file) {
     struct stat status = {};
     if (::fstat(file.Get(), &status) != 0) {
         throw std::system_error(errno, std::generic_category(), "a folder does not tell its owner");
@@ -49,8 +49,8 @@ struct stat StatusOf(const Owned& file) {
 Owned OpenOwn(int parent, const char* name) {
     Owned folder = OpenFolder(parent, name, O_PATH | O_NOFOLLOW);
     if (folder.IsOpen()) {
-        const struct stat status = StatusOf(folder);
-        if (status.st_uid != ::geteuid() || (status.st_mode & forOthers) != 0) {
+        const struct stat status = ReadStatus(folder);
+        if (status.st_uid != ::geteuid() || (status.st_mode & accessByOthers) != 0) {
             folder.Close();
         }
     }
@@ -70,7 +70,7 @@ Owned OpenRuntimeFolder() {
         folder = OpenFolder(AT_FDCWD, path, O_PATH);
     }
     if (folder.IsOpen()) {
-        const struct stat status = StatusOf(folder);
+        const struct stat status = ReadStatus(folder);
         if (status.st_uid != ::geteuid() || (status.st_mode & writableByOthers) != 0) {
             folder.Close();
         }
@@ -85,7 +85,7 @@ Owned OpenTemporaryFolder() {
         if (path != nullptr && *path == '/') {
             Owned folder = OpenFolder(AT_FDCWD, path, O_PATH);
             if (folder.IsOpen()) {
-                const mode_t mode = StatusOf(folder).st_mode;
+                const mode_t mode = ReadStatus(folder).st_mode;
                 if ((mode & writableByOthers) == 0 || (mode & S_ISVTX) != 0) {
                     return folder;
                 }
@@ -96,7 +96,7 @@ Owned OpenTemporaryFolder() {
 }
 
 // Visits the folders with random names, which exist only if another user created one with the first name.
-bool VisitFurtherFolders(const Owned& temporary, const std::function<bool(Owned& folder)>& visit) {
+bool VisitRandomFolders(const Owned& temporary, const std::function<bool(Owned& folder)>& visit) {
     Owned readable = OpenFolder(temporary.Get(), ".", O_RDONLY);
     const std::unique_ptr<DIR, int (*)(DIR*)> entries(readable.IsOpen() ? ::fdopendir(readable.Get()) : nullptr,
                                                       [](DIR* folder) { return ::closedir(folder); });
@@ -119,7 +119,7 @@ bool VisitFurtherFolders(const Owned& temporary, const std::function<bool(Owned&
 Owned MakeInTemporaryFolder(const Owned& temporary) {
     Owned made = MakeOwn(temporary.Get(), TemporaryName().c_str());
     if (!made.IsOpen()) {
-        VisitFurtherFolders(temporary, [&made](Owned& folder) {
+        VisitRandomFolders(temporary, [&made](Owned& folder) {
             made = std::move(folder);
             return true;
         });
@@ -136,7 +136,7 @@ Owned MakeInTemporaryFolder(const Owned& temporary) {
 
 bool VisitFolders(const std::function<bool(int folder)>& visit) {
     if (const Owned runtime = OpenRuntimeFolder(); runtime.IsOpen()) {
-        const Owned folder = OpenOwn(runtime.Get(), runtimeName);
+        const Owned folder = OpenOwn(runtime.Get(), runtimeFolderName);
         if (folder.IsOpen() && visit(folder.Get())) {
             return true;
         }
@@ -147,7 +147,7 @@ bool VisitFolders(const std::function<bool(int folder)>& visit) {
     }
     const Owned first = OpenOwn(temporary.Get(), TemporaryName().c_str());
     return (first.IsOpen() && visit(first.Get())) ||
-           VisitFurtherFolders(temporary, [&visit](Owned& folder) { return visit(folder.Get()); });
+           VisitRandomFolders(temporary, [&visit](Owned& folder) { return visit(folder.Get()); });
 }
 
 std::vector<Owned> MakeFolders() {
@@ -158,7 +158,7 @@ std::vector<Owned> MakeFolders() {
         }
     };
     if (const Owned runtime = OpenRuntimeFolder(); runtime.IsOpen()) {
-        keep(MakeOwn(runtime.Get(), runtimeName));
+        keep(MakeOwn(runtime.Get(), runtimeFolderName));
     }
     if (const Owned temporary = OpenTemporaryFolder(); temporary.IsOpen()) {
         keep(MakeInTemporaryFolder(temporary));
@@ -172,7 +172,7 @@ std::vector<Owned> MakeFolders() {
 
 std::optional<SocketAddress> SocketAddress::Of(int folder, const std::string& name) {
     // A leading dot marks the lock files.
-    if (name.empty() || name.size() >= nameRoom || name.front() == '.' || name.find('/') != std::string::npos) {
+    if (name.empty() || name.size() >= nameCapacity || name.front() == '.' || name.find('/') != std::string::npos) {
         return std::nullopt;
     }
     const std::string path = "/proc/self/fd/" + std::to_string(folder) + '/' + name;

@@ -19,10 +19,10 @@ namespace transport {
 
 namespace {
 
-constexpr int waitingConnections = 256;
-constexpr std::chrono::milliseconds resourcePause{20};
+constexpr int listenBacklog = 256;
+constexpr std::chrono::milliseconds resourceRetryInterval{20};
 // Small enough that the kernel need not reclaim memory for it and that the peer reads one while the next is sent.
-constexpr std::size_t longestSent = 1 << 16;
+constexpr std::size_t maxSentBytes = 1 << 16;
 
 [[noreturn]] void Throw(const char* what) {
     throw std::system_error(errno, std::generic_category(), what);
@@ -43,7 +43,7 @@ bool WaitForAny(std::span<pollfd> polled, Deadline deadline) {
 
 // Sends or receives as soon as that is possible without blocking. Returns a negative number at the deadline.
 template <class Transfer>
-ssize_t WhenPossible(const Owned& socket, short event, Deadline deadline, Transfer transfer) {
+ssize_t TransferWhenReady(const Owned& socket, short event, Deadline deadline, Transfer transfer) {
     pollfd polled = {socket.Get(), event, 0};
     for (;;) {
         const ssize_t done = transfer();
@@ -115,7 +115,7 @@ class ListeningSocket {
             Throw("the socket's name cannot be taken");
         }
         socket_ = std::move(socket);
-        if (::listen(Get(), waitingConnections) != 0) {
+        if (::listen(Get(), listenBacklog) != 0) {
             Throw("nobody can be listened to");
         }
         return true;
@@ -188,29 +188,29 @@ std::optional<Connection> Connection::Open(const std::string& name) {
 bool Connection::Send(std::span<const std::uint8_t> bytes, Deadline deadline) {
     const Owned& socket = system_->socket;
     do {
-        const auto piece = bytes.first(std::min(bytes.size(), longestSent));
-        const ssize_t sent = WhenPossible(socket, POLLOUT, deadline, [&] {
-            return ::send(socket.Get(), piece.data(), piece.size(), MSG_NOSIGNAL | MSG_DONTWAIT);
+        const auto packet = bytes.first(std::min(bytes.size(), maxSentBytes));
+        const ssize_t sent = TransferWhenReady(socket, POLLOUT, deadline, [&] {
+            return ::send(socket.Get(), packet.data(), packet.size(), MSG_NOSIGNAL | MSG_DONTWAIT);
         });
         if (sent < 0) {
             return false;
         }
-        bytes = bytes.subspan(piece.size());
+        bytes = bytes.subspan(packet.size());
     } while (!bytes.empty() && Clock::now() < deadline);
     return bytes.empty();
 }
 
-std::size_t Connection::Receive(std::span<std::uint8_t> room, Deadline deadline) {
+std::size_t Connection::Receive(std::span<std::uint8_t> buffer, Deadline deadline) {
     const Owned& socket = system_->socket;
     // The system closes descriptors that the peer sends along. An empty packet looks like the end.
-    const ssize_t received = WhenPossible(socket, POLLIN, deadline, [&] {
-        return ::recv(socket.Get(), room.data(), room.size(), MSG_DONTWAIT | MSG_TRUNC);
+    const ssize_t received = TransferWhenReady(socket, POLLIN, deadline, [&] {
+        return ::recv(socket.Get(), buffer.data(), buffer.size(), MSG_DONTWAIT | MSG_TRUNC);
     });
     const auto size = static_cast<std::size_t>(std::max<ssize_t>(received, 0));
-    return size <= room.size() ? size : 0;
+    return size <= buffer.size() ? size : 0;
 }
 
-bool Connection::PeerIsThere() const {
+bool Connection::IsPeerConnected() const {
     pollfd polled = {system_->socket.Get(), POLLRDHUP, 0};
     return ::poll(&polled, 1, 0) == 0;
 }
@@ -267,24 +267,24 @@ std::optional<Connection> Listener::Accept(Deadline deadline, std::span<const st
                 continue;
             }
             Owned client = AcceptFrom(one.fd);
-            const bool isLacking = !client.IsOpen() && IsLackOfResources(errno);
-            if (isLacking) {
+            const bool lacksResources = !client.IsOpen() && IsLackOfResources(errno);
+            if (lacksResources) {
                 system_->reserve.Close();
                 client = AcceptFrom(one.fd);
             }
             if (client.IsOpen() && PeerIsThisUser(client)) {
                 Connection accepted(std::make_shared<Connection::System>(std::move(client)));
-                if (!isLacking) {
+                if (!lacksResources) {
                     return accepted;
                 }
                 accepted.Send(refusal, Clock::now());
-            } else if (isLacking && !client.IsOpen()) {
+            } else if (lacksResources && !client.IsOpen()) {
                 // The client stays in the queue until a resource is free.
-                std::this_thread::sleep_for(resourcePause);
+                std::this_thread::sleep_for(resourceRetryInterval);
             }
             client.Close();
             system_->KeepReserve();
-            if (isLacking && Clock::now() >= deadline) {
+            if (lacksResources && Clock::now() >= deadline) {
                 return std::nullopt;
             }
         }

@@ -19,12 +19,12 @@ int MillisecondsUntil(Deadline deadline) {
 }
 
 std::string ServerName() {
-    constexpr std::size_t longestSuffix = 64;
+    constexpr std::size_t maxSuffixLength = 64;
     std::string name = "reading";
     const char* const suffix = std::getenv("VEXLANE_READING_SOCKET");
     if (suffix != nullptr && *suffix != '\0') {
         name += '-';
-        name.append(suffix, ::strnlen(suffix, longestSuffix));
+        name.append(suffix, ::strnlen(suffix, maxSuffixLength));
         // Both are separators in paths of files or of system objects.
         std::replace_if(
             name.begin(), name.end(), [](char letter) { return letter == '/' || letter == '\\'; }, '_');
@@ -35,15 +35,15 @@ std::string ServerName() {
 bool Connection::ReceiveAll(std::vector<std::uint8_t>& bytes, std::size_t size, Deadline deadline) {
     std::size_t received = 0;
     do {
-        const std::size_t room = std::min(size - received, largestPiece);
-        if (bytes.size() < received + room) {
-            bytes.resize(std::min(size, std::max(2 * received, received + room)));
+        const std::size_t space = std::min(size - received, maxPacketBytes);
+        if (bytes.size() < received + space) {
+            bytes.resize(std::min(size, std::max(2 * received, received + space)));
         }
-        const std::size_t piece = Receive(std::span(bytes).subspan(received, room), deadline);
-        if (piece == 0) {
+        const std::size_t packet = Receive(std::span(bytes).subspan(received, space), deadline);
+        if (packet == 0) {
             return false;
         }
-        received += piece;
+        received += packet;
     } while (received < size && Clock::now() < deadline);
     return received == size;
 }

@@ -30,7 +30,7 @@ int MillisecondsUntil(Deadline deadline);
 std::string ServerName();
 
 /// The maximum size of a packet in bytes.
-inline constexpr std::size_t largestPiece = 1 << 20;
+inline constexpr std::size_t maxPacketBytes = 1 << 20;
 
 /// One side of a connection. One thread at a time, except for Shutdown.
 class Connection {
@@ -47,15 +47,15 @@ class Connection {
     bool Send(std::span<const std::uint8_t> bytes, Deadline deadline);
 
     /// Waits for a packet and returns its size. Returns 0 when the peer has disconnected, at the deadline, and when the
-    /// packet is empty or larger than `room`.
-    std::size_t Receive(std::span<std::uint8_t> room, Deadline deadline);
+    /// packet is empty or larger than `buffer`.
+    std::size_t Receive(std::span<std::uint8_t> buffer, Deadline deadline);
 
     /// Receives packets of `size` bytes in total into the beginning of `bytes`, which grows as they arrive and never
     /// shrinks. Returns false when Receive returns 0. Throws std::bad_alloc. REQUIRES: size > 0.
     bool ReceiveAll(std::vector<std::uint8_t>& bytes, std::size_t size, Deadline deadline);
 
     /// Whether the peer's side is still open.
-    bool PeerIsThere() const;
+    bool IsPeerConnected() const;
 
     /// Ends every wait on this side, now and later, and disconnects from the peer. Any thread.
     void Shutdown();

@@ -18,8 +18,8 @@ struct Header {
 };
 
 static_assert(std::endian::native == std::endian::little);
-static_assert(sizeof(Header) == 16 && sizeof(Greeting) == 16 && sizeof(GreetingAnswer) == 16 && sizeof(Range) == 8 &&
-              sizeof(Frame) == 24 && sizeof(Reading) == 56 && sizeof(Readings) == 8 + mostReadings * 56);
+static_assert(sizeof(Header) == 16 && sizeof(Greeting) == 16 && sizeof(GreetingReply) == 16 && sizeof(Range) == 8 &&
+              sizeof(Frame) == 24 && sizeof(Reading) == 56 && sizeof(Readings) == 8 + maxReadings * 56);
 
 // An empty structure has one byte in memory, and none in a message.
 template <class Kind>
@@ -42,8 +42,8 @@ bool Read(std::uint32_t kind, std::span<const std::uint8_t> bytes, Contents& con
     return ((kind == indexes + 1 && ReadAs<indexes>(bytes, contents)) || ...);
 }
 
-bool IsSoundGreeting(const Greeting& greeting) {
-    return greeting.mark == Greeting().mark && greeting.zero == 0;
+bool IsValidGreeting(const Greeting& greeting) {
+    return greeting.magic == Greeting().magic && greeting.zero == 0;
 }
 
 bool IsInside(const Region& region, const Frame& frame) {
@@ -51,25 +51,25 @@ bool IsInside(const Region& region, const Frame& frame) {
            0 <= region.top && region.top < region.bottom && region.bottom <= std::int64_t{frame.height};
 }
 
-bool IsSoundFrame(const Frame& frame) {
-    return frame.width >= 1 && frame.width <= largestSide && frame.height >= 1 && frame.height <= largestSide &&
-           PictureBytes(frame.width, frame.height) <= largestPictureBytes &&
+bool IsValidFrame(const Frame& frame) {
+    return frame.width >= 1 && frame.width <= maxSide && frame.height >= 1 && frame.height <= maxSide &&
+           PictureBytes(frame.width, frame.height) <= maxPictureBytes &&
            (frame.region == Region() || IsInside(frame.region, frame));
 }
 
-bool IsSoundReading(const Reading& reading) {
+bool IsValidReading(const Reading& reading) {
     const char* const end = std::find(reading.text, std::end(reading.text), '\0');
     return end != reading.text && end != std::end(reading.text) &&
            std::all_of(end, std::end(reading.text), [](char letter) { return letter == '\0'; }) &&
            reading.confidence >= 0 && reading.confidence <= 100;
 }
 
-bool AreSoundReadings(const Readings& readings) {
-    if (readings.count > mostReadings || readings.zero != 0) {
+bool AreValidReadings(const Readings& readings) {
+    if (readings.count > maxReadings || readings.zero != 0) {
         return false;
     }
     const auto end = readings.readings.begin() + readings.count;
-    return std::all_of(readings.readings.begin(), end, IsSoundReading) &&
+    return std::all_of(readings.readings.begin(), end, IsValidReading) &&
            std::all_of(end, readings.readings.end(), [none = Reading()](const Reading& reading) {
                return std::memcmp(&reading, &none, sizeof reading) == 0;
            });
@@ -79,16 +79,16 @@ bool AreSoundReadings(const Readings& readings) {
 
 bool IsValid(const Contents& contents) {
     if (const auto* const greeting = std::get_if<Greeting>(&contents)) {
-        return IsSoundGreeting(*greeting);
+        return IsValidGreeting(*greeting);
     }
-    if (const auto* const greeting = std::get_if<GreetingAnswer>(&contents)) {
-        return IsSoundGreeting(*greeting);
+    if (const auto* const greeting = std::get_if<GreetingReply>(&contents)) {
+        return IsValidGreeting(*greeting);
     }
     if (const auto* const frame = std::get_if<Frame>(&contents)) {
-        return IsSoundFrame(*frame);
+        return IsValidFrame(*frame);
     }
     if (const auto* const readings = std::get_if<Readings>(&contents)) {
-        return AreSoundReadings(*readings);
+        return AreValidReadings(*readings);
     }
     return true;
 }

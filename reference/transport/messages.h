@@ -4,11 +4,11 @@
 /// sends a request, waits for its reply, and only then sends the next one:
 ///
 ///     Greeting        ->                    first, and once
-///                     <-  GreetingAnswer    the server's version; when the versions differ, the connection ends
+///                     <-  GreetingReply     the server's version; when the versions differ, the connection ends
 ///                     <-  Busy              instead of all replies, at once and without a request: the server has no
 ///                                           place for this client; the connection ends, the client may try again later
 ///     Range           ->                    at any time, applies to the frames after it
-///                     <-  RangeTaken        at once, even if all readers are busy
+///                     <-  RangeAccepted     at once, even if all readers are busy
 ///     Frame, pixels   ->
 ///                     <-  Readings          zero to five
 ///
@@ -21,7 +21,7 @@
 ///          8      8  number of the request; a reply has that of its request, Busy has 0
 ///         16         the structure of that kind as it is in memory; nothing if it is empty
 ///
-/// Header, Greeting, GreetingAnswer and Busy are the same in every version. A side that receives an invalid message or
+/// Header, Greeting, GreetingReply and Busy are the same in every version. A side that receives an invalid message or
 /// an unexpected kind closes the connection without a reply.
 #pragma once
 
@@ -39,22 +39,22 @@ namespace transport {
 inline constexpr std::uint32_t protocolVersion = 2;
 
 inline constexpr std::uint32_t bytesPerPixel = 3;
-inline constexpr std::uint32_t largestSide = 16384;                             ///< pixels
-inline constexpr std::uint64_t largestPictureBytes = std::uint64_t{256} << 20;  ///< of all rows
-inline constexpr std::size_t mostReadings = 5;
-inline constexpr std::size_t longestText = 15;  ///< bytes, not counting the NUL after them
+inline constexpr std::uint32_t maxSide = 16384;                             ///< pixels
+inline constexpr std::uint64_t maxPictureBytes = std::uint64_t{256} << 20;  ///< of all rows
+inline constexpr std::size_t maxReadings = 5;
+inline constexpr std::size_t maxTextLength = 15;  ///< bytes, not counting the NUL after them
 
 /// How long a client waits for the reply to a frame, sending the pixels included; a later reply is discarded.
-inline constexpr std::chrono::milliseconds longestFrame{2000};
+inline constexpr std::chrono::milliseconds frameTimeout{2000};
 
 struct Greeting {
-    std::array<char, 8> mark = {'V', 'X', 'L', '-', 'R', 'E', 'A', 'D'};
+    std::array<char, 8> magic = {'V', 'X', 'L', '-', 'R', 'E', 'A', 'D'};
     std::uint32_t version = protocolVersion;
     std::uint32_t zero = 0;
     bool operator==(const Greeting&) const = default;
 };
 
-struct GreetingAnswer : Greeting {};
+struct GreetingReply : Greeting {};
 
 /// Plate widths in pixels, as passed to the engine.
 struct Range {
@@ -63,8 +63,8 @@ struct Range {
     bool operator==(const Range&) const = default;
 };
 
-struct RangeTaken {
-    bool operator==(const RangeTaken&) const = default;
+struct RangeAccepted {
+    bool operator==(const RangeAccepted&) const = default;
 };
 
 /// In pixels; right and bottom are exclusive.
@@ -76,7 +76,7 @@ struct Region {
     bool operator==(const Region&) const = default;
 };
 
-/// Width and height of 1 to largestSide, at most largestPictureBytes in total.
+/// Width and height of 1 to maxSide, at most maxPictureBytes in total.
 struct Frame {
     std::uint32_t width = 0;
     std::uint32_t height = 0;
@@ -91,7 +91,7 @@ struct Corner {
 };
 
 struct Reading {
-    char text[longestText + 1] = {};     ///< 1 to longestText bytes, then NULs
+    char text[maxTextLength + 1] = {};   ///< 1 to maxTextLength bytes, then NULs
     double confidence = 0;               ///< 0 to 100
     std::array<Corner, 4> corners = {};  ///< top left, bottom left, top right, bottom right
     bool operator==(const Reading&) const = default;
@@ -100,7 +100,7 @@ struct Reading {
 struct Readings {
     std::uint32_t count = 0;
     std::uint32_t zero = 0;
-    std::array<Reading, mostReadings> readings = {};  ///< zeros from `count` on
+    std::array<Reading, maxReadings> readings = {};  ///< zeros from `count` on
     bool operator==(const Readings&) const = default;
 };
 
@@ -109,7 +109,7 @@ struct Busy {
 };
 
 /// In the order of their kinds.
-using Contents = std::variant<Greeting, GreetingAnswer, Range, RangeTaken, Frame, Readings, Busy>;
+using Contents = std::variant<Greeting, GreetingReply, Range, RangeAccepted, Frame, Readings, Busy>;
 
 struct Message {
     std::uint64_t number = 0;
@@ -117,7 +117,7 @@ struct Message {
     bool operator==(const Message&) const = default;
 };
 
-inline constexpr std::size_t largestMessageBytes = 16 + sizeof(Readings);
+inline constexpr std::size_t maxMessageBytes = 16 + sizeof(Readings);
 
 /// Whether the contents obey the limits of their kind.
 bool IsValid(const Contents& contents);

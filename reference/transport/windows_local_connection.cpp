@@ -20,10 +20,10 @@ namespace transport {
 
 namespace {
 
-constexpr std::size_t longestName = 100;
-constexpr std::size_t waitingInstances = 16;
-constexpr DWORD answerBytes = 1 << 16;
-constexpr std::chrono::milliseconds resourcePause{20};
+constexpr std::size_t maxNameLength = 100;
+constexpr std::size_t pendingInstances = 16;
+constexpr DWORD replyBufferBytes = 1 << 16;
+constexpr std::chrono::milliseconds resourceRetryInterval{20};
 
 struct Closer {
     void operator()(HANDLE opened) const { CloseHandle(opened); }
@@ -35,7 +35,7 @@ using Owned = std::unique_ptr<void, Closer>;
 }
 
 bool IsName(const std::string& name) {
-    return !name.empty() && name.size() <= longestName && name.find('\\') == std::string::npos;
+    return !name.empty() && name.size() <= maxNameLength && name.find('\\') == std::string::npos;
 }
 
 Owned OwnedPipe(HANDLE opened) {
@@ -73,8 +73,8 @@ DWORD WaitForAny(std::span<const HANDLE> events, Deadline deadline) {
 }
 
 /// Grants access only to this user.
-struct OwnUserAlone : SECURITY_ATTRIBUTES {
-    OwnUserAlone() : SECURITY_ATTRIBUTES{sizeof(SECURITY_ATTRIBUTES), nullptr, FALSE} {
+struct ThisUserOnly : SECURITY_ATTRIBUTES {
+    ThisUserOnly() : SECURITY_ATTRIBUTES{sizeof(SECURITY_ATTRIBUTES), nullptr, FALSE} {
         const std::string user = ThisUser();
         const std::string text = "O:" + user + "D:P(A;;GA;;;" + user + ")";
         if (ConvertStringSecurityDescriptorToSecurityDescriptorA(text.c_str(), SDDL_REVISION_1, &lpSecurityDescriptor,
@@ -82,12 +82,12 @@ struct OwnUserAlone : SECURITY_ATTRIBUTES {
             Throw("access cannot be limited");
         }
     }
-    ~OwnUserAlone() { LocalFree(lpSecurityDescriptor); }
-    OwnUserAlone(const OwnUserAlone&) = delete;
-    OwnUserAlone& operator=(const OwnUserAlone&) = delete;
+    ~ThisUserOnly() { LocalFree(lpSecurityDescriptor); }
+    ThisUserOnly(const ThisUserOnly&) = delete;
+    ThisUserOnly& operator=(const ThisUserOnly&) = delete;
 };
 
-bool IsThisUsers(DWORD process) {
+bool IsProcessOfThisUser(DWORD process) {
     const Owned opened(OpenProcess(PROCESS_QUERY_LIMITED_INFORMATION, FALSE, process));
     return opened && UserOf(opened.get()) == ThisUser();
 }
@@ -99,7 +99,7 @@ struct Instance {
     OVERLAPPED operation = {};
 
     // Closes the pipe if a client has already connected and disconnected.
-    void Await() {
+    void StartConnecting() {
         operation = {};
         operation.hEvent = connected.get();
         if (ConnectNamedPipe(pipe.get(), &operation) != FALSE || GetLastError() == ERROR_PIPE_CONNECTED) {
@@ -127,8 +127,8 @@ struct Connection::System {
 
     // Reads or writes with `start`; cancels that at the deadline and on Shutdown. Returns 0 on failure.
     template <class Start, class Bytes>
-    std::size_t Carry(Start* start, Bytes* bytes, std::size_t size, Deadline deadline) {
-        const std::lock_guard lock(use);
+    std::size_t Transfer(Start* start, Bytes* bytes, std::size_t size, Deadline deadline) {
+        const std::lock_guard lock(mutex);
         if (IsSet(ended)) {
             return 0;
         }
@@ -136,8 +136,8 @@ struct Connection::System {
         operation.hEvent = done.get();
         if (start(pipe.get(), bytes, static_cast<DWORD>(size), nullptr, &operation) == FALSE) {
             if (GetLastError() == ERROR_IO_PENDING) {
-                const std::array<HANDLE, 2> awaited = {done.get(), ended.get()};
-                if (WaitForAny(awaited, deadline) != WAIT_OBJECT_0) {
+                const std::array<HANDLE, 2> events = {done.get(), ended.get()};
+                if (WaitForAny(events, deadline) != WAIT_OBJECT_0) {
                     CancelIoEx(pipe.get(), &operation);
                 }
             } else if (GetLastError() != ERROR_MORE_DATA) {
@@ -145,9 +145,9 @@ struct Connection::System {
             }
         }
         // An operation that completed before the cancellation counts. A pipe's operation is cancelled at once.
-        DWORD carried = 0;
-        if (GetOverlappedResult(pipe.get(), &operation, &carried, TRUE) != FALSE) {
-            return carried;
+        DWORD transferred = 0;
+        if (GetOverlappedResult(pipe.get(), &operation, &transferred, TRUE) != FALSE) {
+            return transferred;
         }
         if (GetLastError() == ERROR_MORE_DATA) {
             // The rest of a packet that is too long would be received as the next one.
@@ -158,7 +158,7 @@ struct Connection::System {
 
     const Owned ended = MakeEvent();
     const Owned done = MakeEvent();
-    std::mutex use;  // guards the pipe
+    std::mutex mutex;  // guards the pipe
     Owned pipe;
 };
 
@@ -179,7 +179,7 @@ std::optional<Connection> Connection::Open(const std::string& name) {
     ULONG process = 0;
     if (!pipe || OwnerOf(pipe.get()) != ThisUser() ||
         SetNamedPipeHandleState(pipe.get(), &mode, nullptr, nullptr) == FALSE ||
-        GetNamedPipeServerProcessId(pipe.get(), &process) == FALSE || !IsThisUsers(process)) {
+        GetNamedPipeServerProcessId(pipe.get(), &process) == FALSE || !IsProcessOfThisUser(process)) {
         return std::nullopt;
     }
     return Connection(std::make_shared<System>(std::move(pipe)));
@@ -187,21 +187,21 @@ std::optional<Connection> Connection::Open(const std::string& name) {
 
 bool Connection::Send(std::span<const std::uint8_t> bytes, Deadline deadline) {
     do {
-        const auto piece = bytes.first(std::min(bytes.size(), largestPiece));
-        if (system_->Carry(WriteFile, piece.data(), piece.size(), deadline) != piece.size()) {
+        const auto packet = bytes.first(std::min(bytes.size(), maxPacketBytes));
+        if (system_->Transfer(WriteFile, packet.data(), packet.size(), deadline) != packet.size()) {
             return false;
         }
-        bytes = bytes.subspan(piece.size());
+        bytes = bytes.subspan(packet.size());
     } while (!bytes.empty() && Clock::now() < deadline);
     return bytes.empty();
 }
 
-std::size_t Connection::Receive(std::span<std::uint8_t> room, Deadline deadline) {
-    return system_->Carry(ReadFile, room.data(), room.size(), deadline);
+std::size_t Connection::Receive(std::span<std::uint8_t> buffer, Deadline deadline) {
+    return system_->Transfer(ReadFile, buffer.data(), buffer.size(), deadline);
 }
 
-bool Connection::PeerIsThere() const {
-    const std::lock_guard lock(system_->use);
+bool Connection::IsPeerConnected() const {
+    const std::lock_guard lock(system_->mutex);
     IO_STATUS_BLOCK status = {};
     struct {
         ULONG namedPipeType, namedPipeConfiguration, maximumInstances, currentInstances, inboundQuota,
@@ -217,7 +217,7 @@ bool Connection::PeerIsThere() const {
 
 void Connection::Shutdown() {
     SetEvent(system_->ended.get());
-    const std::lock_guard lock(system_->use);
+    const std::lock_guard lock(system_->mutex);
     system_->pipe.reset();
 }
 
@@ -232,7 +232,7 @@ struct Listener::System {
         }
         // Nothing after this may fail, because the system writes to the pending operations.
         PublishPipePath(name, path);
-        instances[0].Await();
+        instances[0].StartConnecting();
         Refill();
     }
 
@@ -240,18 +240,18 @@ struct Listener::System {
 
     /// Returns the next connected pipe; null at the deadline and after End.
     Owned Next(Deadline deadline) {
-        const std::lock_guard inUse(use);
+        const std::lock_guard guard(mutex);
         while (!IsSet(ended)) {
-            const Deadline pause = Refill() ? noDeadline : Clock::now() + resourcePause;
+            const Deadline pause = Refill() ? noDeadline : Clock::now() + resourceRetryInterval;
             // The instance that was connected last is checked last, so that no client waits for ever.
-            std::array<HANDLE, 1 + waitingInstances> awaited = {ended.get()};
-            for (std::size_t place = 0; place < waitingInstances; ++place) {
-                awaited[1 + place] = instances[(first + place) % waitingInstances].connected.get();
+            std::array<HANDLE, 1 + pendingInstances> events = {ended.get()};
+            for (std::size_t place = 0; place < pendingInstances; ++place) {
+                events[1 + place] = instances[(first + place) % pendingInstances].connected.get();
             }
-            const DWORD found = WaitForAny(awaited, std::min(deadline, pause)) - WAIT_OBJECT_0;
-            if (found >= 1 && found <= waitingInstances) {
-                first = (first + found) % waitingInstances;
-                Instance& instance = instances[(first + waitingInstances - 1) % waitingInstances];
+            const DWORD found = WaitForAny(events, std::min(deadline, pause)) - WAIT_OBJECT_0;
+            if (found >= 1 && found <= pendingInstances) {
+                first = (first + found) % pendingInstances;
+                Instance& instance = instances[(first + pendingInstances - 1) % pendingInstances];
                 ResetEvent(instance.connected.get());
                 Owned pipe = std::move(instance.pipe);
                 Refill();
@@ -267,7 +267,7 @@ struct Listener::System {
     /// Any thread.
     void End() {
         SetEvent(ended.get());
-        const std::lock_guard inUse(use);
+        const std::lock_guard guard(mutex);
         WithdrawPipePath(name, path);
         for (Instance& instance : instances) {
             instance.Close();
@@ -278,14 +278,14 @@ struct Listener::System {
     Owned MakePipe(DWORD flags) {
         return OwnedPipe(CreateNamedPipeA(path.c_str(), PIPE_ACCESS_DUPLEX | FILE_FLAG_OVERLAPPED | flags,
                                           PIPE_TYPE_MESSAGE | PIPE_READMODE_MESSAGE | PIPE_REJECT_REMOTE_CLIENTS,
-                                          PIPE_UNLIMITED_INSTANCES, answerBytes, largestPiece, 0, &access));
+                                          PIPE_UNLIMITED_INSTANCES, replyBufferBytes, maxPacketBytes, 0, &access));
     }
 
-    // Returns false when not all pipes can be created. REQUIRES: use, or no access by other threads.
+    // Returns false when not all pipes can be created. REQUIRES: mutex, or no access by other threads.
     bool Refill() {
         for (Instance& instance : instances) {
             if (!instance.pipe && (instance.pipe = MakePipe(0))) {
-                instance.Await();
+                instance.StartConnecting();
             }
         }
         return std::ranges::all_of(instances, [](const Instance& instance) { return instance.pipe != nullptr; });
@@ -294,10 +294,10 @@ struct Listener::System {
     const std::string name;
     const std::string path = NewPipePath();
     const Owned ended = MakeEvent();
-    OwnUserAlone access;
-    std::mutex use;  // guards all below
-    Owned lock;      // null after End, and when another user has the mutex
-    std::array<Instance, waitingInstances> instances;
+    ThisUserOnly access;
+    std::mutex mutex;  // guards all below
+    Owned lock;        // null after End, and when another user has the mutex
+    std::array<Instance, pendingInstances> instances;
     std::size_t first = 0;
 };
 
@@ -305,7 +305,7 @@ std::optional<Listener> Listener::Open(const std::string& name) {
     if (!IsName(name)) {
         Throw("no name for a server", ERROR_INVALID_NAME);
     }
-    OwnUserAlone access;
+    ThisUserOnly access;
     Owned lock(CreateMutexA(&access, FALSE, MutexName(name).c_str()));
     const DWORD mutexError = GetLastError();
     const bool isTaken = lock ? mutexError == ERROR_ALREADY_EXISTS : mutexError == ERROR_ACCESS_DENIED;
@@ -327,12 +327,12 @@ std::optional<Listener> Listener::Open(const std::string& name) {
 std::optional<Connection> Listener::Accept(Deadline deadline, std::span<const std::uint8_t>) {
     while (Owned pipe = system_->Next(deadline)) {
         ULONG process = 0;
-        if (GetNamedPipeClientProcessId(pipe.get(), &process) != FALSE && IsThisUsers(process)) {
+        if (GetNamedPipeClientProcessId(pipe.get(), &process) != FALSE && IsProcessOfThisUser(process)) {
             try {
                 return Connection(std::make_shared<Connection::System>(std::move(pipe)));
             } catch (const std::exception&) {
                 // There are no resources for this client; there may be for the next.
-                std::this_thread::sleep_for(resourcePause);
+                std::this_thread::sleep_for(resourceRetryInterval);
             }
         }
     }

@@ -15,7 +15,7 @@ namespace {
 
 constexpr char softwarePath[] = "\\Software";
 constexpr char keyName[] = "Vexlane Reading";
-constexpr DWORD longestPipePath = 256;
+constexpr DWORD maxPipePath = 256;
 
 [[noreturn]] void Throw(const char* what, LSTATUS error) {
     throw std::system_error(static_cast<int>(error), std::system_category(), what);
@@ -90,7 +90,7 @@ std::string NewPipePath() {
 }
 
 std::string PublishedPipePath(const std::string& name) {
-    std::array<char, longestPipePath + 1> path = {};
+    std::array<char, maxPipePath + 1> path = {};
     DWORD size = path.size();
     const LSTATUS error =
         RegGetValueA(HKEY_USERS, KeyPath().c_str(), name.c_str(), RRF_RT_REG_SZ, nullptr, path.data(), &size);

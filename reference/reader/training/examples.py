@@ -21,11 +21,11 @@ class Examples:
     `make` returns a function that draws one example; it runs in its own process.
     """
 
-    def __init__(self, make, seed, batch, fresh, kept):
+    def __init__(self, make, seed, batch, fresh, buffer_size):
         self.queue = multiprocessing.Queue(maxsize=16)
         self.drawer = multiprocessing.Process(target=_draw, args=(make, seed, fresh, self.queue), daemon=True)
         self.drawer.start()
-        self.batch, self.fresh, self.kept = batch, fresh, kept
+        self.batch, self.fresh, self.buffer_size = batch, fresh, buffer_size
         self.shown = []
         self.drawn = 0
 
@@ -33,11 +33,11 @@ class Examples:
         new = self.queue.get()
         self.drawn += len(new)
         old = random.choices(self.shown, k=self.batch - self.fresh) if self.shown else []
-        if len(self.shown) < self.kept:
+        if len(self.shown) < self.buffer_size:
             self.shown.extend(new)
         else:
             for example in new:
-                self.shown[random.randrange(self.kept)] = example
+                self.shown[random.randrange(self.buffer_size)] = example
         return new + old
 
     def stop(self):

@@ -344,16 +344,16 @@ def motion_kernel(length, angle):
     return kernel / kernel.sum()
 
 
-def spoil(image, character_height):
+def degrade(image, character_height):
     """Applies the effects of lens, light, sensor and compression; `character_height` is in pixels."""
     height, width = image.shape
     if chance(0.6):
         sigma = uniform(0.2, 0.75) * (1 if character_height < 14 else character_height / 16)
         image = cv2.GaussianBlur(image, (0, 0), sigma)
     if chance(0.2):
-        longest = max(2, min(9, int(character_height * 0.3)))
+        max_length = max(2, min(9, int(character_height * 0.3)))
         angle = random.choice([0.0, np.pi / 2, uniform(0, np.pi)])
-        image = cv2.filter2D(image, -1, motion_kernel(random.randint(2, longest), angle), borderType=cv2.BORDER_REPLICATE)
+        image = cv2.filter2D(image, -1, motion_kernel(random.randint(2, max_length), angle), borderType=cv2.BORDER_REPLICATE)
     if chance(0.35):
         image = image * coarse_noise(width, height, 2, random.randint(2, 3), low=0.55, high=1.3)
     if chance(0.12):  # the edge of a shadow
@@ -417,9 +417,9 @@ def draw_strip(fonts, photographs):
     seen = cv2.warpPerspective(
         source, matrix, (seen_width, seen_rows), flags=cv2.INTER_LINEAR, borderMode=cv2.BORDER_REPLICATE
     )
-    seen = spoil(seen, seen_height)
-    way = random.choice([cv2.INTER_LINEAR, cv2.INTER_CUBIC, cv2.INTER_AREA])
-    strip = cv2.resize(seen, (STRIP_WIDTH, STRIP_HEIGHT), interpolation=way)
+    seen = degrade(seen, seen_height)
+    interpolation = random.choice([cv2.INTER_LINEAR, cv2.INTER_CUBIC, cv2.INTER_AREA])
+    strip = cv2.resize(seen, (STRIP_WIDTH, STRIP_HEIGHT), interpolation=interpolation)
     ends = np.float32([[[a, middle], [b, middle]] for a, b in plate.spans]).reshape(-1, 1, 2)
     spans = cv2.perspectiveTransform(ends, matrix).reshape(-1, 2, 2)[:, :, 0] * STRIP_WIDTH / seen_width
     return strip, plate.text, spans
@@ -436,14 +436,14 @@ def draw_empty_strip(photographs):
         image = photograph[y : y + rows, x : x + columns].astype(np.float32)
     else:
         rows, columns = random.randint(10, 40), random.randint(40, 160)
-        way = random.choice([cv2.INTER_NEAREST, cv2.INTER_LINEAR])
-        image = coarse_noise(columns, rows, random.randint(1, 6), random.randint(1, 20), way)
+        interpolation = random.choice([cv2.INTER_NEAREST, cv2.INTER_LINEAR])
+        image = coarse_noise(columns, rows, random.randint(1, 6), random.randint(1, 20), interpolation)
         if chance(0.4):
             bars = random.randint(2, 30)
             for bar in range(bars):
                 x = int(columns * bar / bars)
                 cv2.line(image, (x, 0), (x + random.randint(-3, 3), rows), uniform(0, 255), random.randint(1, 3))
-    return cv2.resize(spoil(image, 15), (STRIP_WIDTH, STRIP_HEIGHT)), "", np.zeros((0, 2))
+    return cv2.resize(degrade(image, 15), (STRIP_WIDTH, STRIP_HEIGHT)), "", np.zeros((0, 2))
 
 
 def load_photographs():

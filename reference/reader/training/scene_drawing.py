@@ -27,8 +27,8 @@ def draw_ground(photographs):
         part = photograph[y : y + rows, x : x + columns]
         scene = cv2.resize(part, (WIDTH, HEIGHT), interpolation=cv2.INTER_AREA).astype(np.float32)
         return (scene - scene.mean()) * uniform(0.5, 1.6) + uniform(40, 200)
-    way = random.choice([cv2.INTER_NEAREST, cv2.INTER_LINEAR, cv2.INTER_CUBIC])
-    scene = coarse_noise(WIDTH, HEIGHT, random.randint(1, 5), random.randint(1, 6), way)
+    interpolation = random.choice([cv2.INTER_NEAREST, cv2.INTER_LINEAR, cv2.INTER_CUBIC])
+    scene = coarse_noise(WIDTH, HEIGHT, random.randint(1, 5), random.randint(1, 6), interpolation)
     if chance(0.4):
         for _ in range(random.randint(1, 3)):
             size = random.choice([2, 4, 8, 16, 32])
@@ -37,7 +37,7 @@ def draw_ground(photographs):
     return scene
 
 
-def draw_thing(scene, fonts):
+def draw_clutter(scene, fonts):
     """Draws a part of a car or of a street: bars, grilles, meshes, discs, lettering that is not a plate."""
     kind = random.random()
     x, y = random.randint(-40, WIDTH), random.randint(-30, HEIGHT)
@@ -86,7 +86,7 @@ class Row:
     def __init__(self, left, right, height, box):
         self.left, self.right, self.height, self.box = left, right, height, box
 
-    def meets(self, box):
+    def overlaps(self, box):
         return not (
             box[2] < self.box[0] or box[0] > self.box[2] or box[3] < self.box[1] or box[1] > self.box[3]
         )
@@ -111,7 +111,7 @@ def place_plate(scene, fonts, rows):
     shift = centre - matrix @ np.float32([(left + right) / 2, (top + bottom) / 2])
     corners = np.float32([[left, top], [right, top], [right, bottom], [left, bottom]]) @ matrix.T + shift
     box = (*corners.min(0), *corners.max(0))
-    if any(row.meets(box) for row in rows):
+    if any(row.overlaps(box) for row in rows):
         return scene
     source = cv2.GaussianBlur(plate.canvas, (0, 0), 0.45 / scale) if scale < 0.7 else plate.canvas
     seen = cv2.warpAffine(
@@ -130,7 +130,7 @@ def place_plate(scene, fonts, rows):
     return scene * (1 - mask) + seen * mask
 
 
-def describe(rows):
+def cell_targets(rows):
     """Returns for each cell: 1 on a row, 0 away from all rows, -1 near one; and the five numbers about the row."""
     shape = (HEIGHT // CELL, WIDTH // CELL)
     found = np.zeros(shape, np.float32)
@@ -162,9 +162,9 @@ def draw_scene(fonts, photographs):
     """Returns a scene, 8-bit HEIGHT x WIDTH, and for each cell 1, 0 or -1 (undefined) and its five numbers."""
     scene = draw_ground(photographs)
     for _ in range(random.choice([0, 1, 2, 4, 8, 14])):
-        draw_thing(scene, fonts)
+        draw_clutter(scene, fonts)
     rows = []
     for _ in range(random.choice([0, 1, 1, 1, 1, 1, 2])):
         scene = place_plate(scene, fonts, rows)
-    scene = plate_drawing.spoil(np.clip(scene, -50, 350), uniform(8, 22))
-    return (scene, *describe(rows))
+    scene = plate_drawing.degrade(np.clip(scene, -50, 350), uniform(8, 22))
+    return (scene, *cell_targets(rows))

@@ -52,11 +52,11 @@ def drawer():
 
 
 def main():
-    arguments = training.begin(__doc__)
-    network, average = training.start(Detector(), arguments)
-    examples = Examples(drawer, arguments.seed, batch=24, fresh=10, kept=6000)
+    arguments = training.parse_arguments(__doc__)
+    network, average = training.prepare(Detector(), arguments)
+    examples = Examples(drawer, arguments.seed, batch=24, fresh=10, buffer_size=6000)
     optimiser = torch.optim.AdamW(network.parameters(), lr=arguments.rate, weight_decay=1e-3)
-    schedule = training.Schedule(optimiser, arguments.minutes, arguments.rate, climb=100)
+    schedule = training.Schedule(optimiser, arguments.minutes, arguments.rate, warmup=100)
     example = torch.randn(1, 1, scene_drawing.HEIGHT, scene_drawing.WIDTH)
     axes = {2: "rows", 3: "columns"}
     export = {"dynamic_axes": {"picture": axes, "scores": axes}}
@@ -73,16 +73,16 @@ def main():
         numbers = torch.from_numpy(np.stack([about for _, _, about in batch]))
         scenes = ((scenes - 128) / 64).contiguous(memory_format=torch.channels_last)
         with torch.autocast("cpu", dtype=torch.bfloat16):
-            answers = network(scenes)
-        answers = answers.float()
+            outputs = network(scenes)
+        outputs = outputs.float()
         on, away = (truth > 0.5).float(), (truth == 0).float()
         # Weighted by the error of a cell (focal loss, Lin et al. 2017), so that the many empty cells do not dominate.
-        chance = torch.sigmoid(answers[:, 0])
+        chance = torch.sigmoid(outputs[:, 0])
         wrong = (on * (1 - chance) ** 2 + away * chance**2).detach()
-        unlikely = functional.binary_cross_entropy_with_logits(answers[:, 0], on, reduction="none")
+        unlikely = functional.binary_cross_entropy_with_logits(outputs[:, 0], on, reduction="none")
         cells = on.sum().clamp(min=20)
         score_loss = (unlikely * wrong * (on * 2 + away)).sum() / cells
-        number_loss = (functional.smooth_l1_loss(answers[:, 1:], numbers, reduction="none") * on[:, None]).sum() / cells
+        number_loss = (functional.smooth_l1_loss(outputs[:, 1:], numbers, reduction="none") * on[:, None]).sum() / cells
         optimiser.zero_grad()
         (score_loss * 4 + number_loss).backward()
         nn.utils.clip_grad_norm_(network.parameters(), 5.0)

@@ -110,9 +110,9 @@ def read(scores):
 
 
 def main():
-    arguments = training.begin(__doc__)
-    network, average = training.start(Reader(), arguments)
-    examples = Examples(drawer, arguments.seed, batch=64, fresh=40, kept=60000)
+    arguments = training.parse_arguments(__doc__)
+    network, average = training.prepare(Reader(), arguments)
+    examples = Examples(drawer, arguments.seed, batch=64, fresh=40, buffer_size=60000)
     optimiser = torch.optim.AdamW(network.parameters(), lr=arguments.rate, weight_decay=1e-2)
     schedule = training.Schedule(optimiser, arguments.minutes, arguments.rate)
     aligned = nn.CTCLoss(zero_infinity=True)

@@ -8,7 +8,7 @@ import time
 import torch
 
 
-def begin(description):
+def parse_arguments(description):
     """Reads the command line and seeds the random generators of this process."""
     parser = argparse.ArgumentParser(description=description)
     parser.add_argument("out", help="the ONNX file to write; the weights for going on are written beside it")
@@ -24,7 +24,7 @@ def begin(description):
     return arguments
 
 
-def start(network, arguments):
+def prepare(network, arguments):
     """Returns the network, with the initial weights if any, in a memory layout for the processor, and its average."""
     if arguments.start:
         network.load_state_dict(torch.load(arguments.start))
@@ -55,8 +55,8 @@ class Average:
 class Schedule:
     """The learning rate over the training time: a short warm-up, then half a cosine."""
 
-    def __init__(self, optimiser, minutes, peak, climb=200):
-        self.optimiser, self.seconds, self.peak, self.climb = optimiser, minutes * 60, peak, climb
+    def __init__(self, optimiser, minutes, peak, warmup=200):
+        self.optimiser, self.seconds, self.peak, self.warmup = optimiser, minutes * 60, peak, warmup
         self.started = time.monotonic()
         self.steps = 0
 
@@ -66,7 +66,7 @@ class Schedule:
 
     def step(self):
         share = min(1.0, self.progress())
-        rate = self.peak * min(1.0, self.steps / self.climb + 0.05) * 0.5 * (1 + math.cos(math.pi * share)) + 1e-5
+        rate = self.peak * min(1.0, self.steps / self.warmup + 0.05) * 0.5 * (1 + math.cos(math.pi * share)) + 1e-5
         for group in self.optimiser.param_groups:
             group["lr"] = rate
         self.steps += 1

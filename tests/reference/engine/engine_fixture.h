@@ -64,7 +64,7 @@ class RunningService {
 
   private:
     reading_service::Service service_;
-    reading_service::End end_ = reading_service::End::Told;
+    reading_service::End end_ = reading_service::End::Stopped;
     std::thread thread_;
 };
 
@@ -174,7 +174,7 @@ inline void VisitServer() {
 struct Greeted {
     Greeted() : connection(transport::Connection::Open(transport::ServerName())) {
         const transport::Deadline deadline = transport::Clock::now() + 10s;
-        std::array<std::uint8_t, transport::largestMessageBytes> bytes = {};
+        std::array<std::uint8_t, transport::maxMessageBytes> bytes = {};
         if (connection) {
             // A busy server has gone by then.
             connection->Send(transport::Encode({1, transport::Greeting()}), deadline);

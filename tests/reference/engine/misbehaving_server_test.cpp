@@ -66,7 +66,7 @@ class FakeServer {
 };
 
 std::optional<Message> Next(Connection& connection) {
-    Bytes bytes(transport::largestMessageBytes);
+    Bytes bytes(transport::maxMessageBytes);
     bytes.resize(connection.Receive(bytes, transport::noDeadline));
     std::optional<Message> message = transport::Decode(bytes);
     const auto* const frame = message ? std::get_if<transport::Frame>(&message->contents) : nullptr;
@@ -91,16 +91,16 @@ void KeepSilent(Connection& connection) {
 // The text tells whose answer it is.
 transport::Readings ReadingsOf(const std::string& text) {
     transport::Readings readings = {1, 0, {}};
-    text.copy(readings.readings[0].text, transport::longestText);
+    text.copy(readings.readings[0].text, transport::maxTextLength);
     return readings;
 }
 
 Contents RightAnswer(const Message& request) {
     if (std::holds_alternative<transport::Greeting>(request.contents)) {
-        return transport::GreetingAnswer();
+        return transport::GreetingReply();
     }
     if (std::holds_alternative<transport::Range>(request.contents)) {
-        return transport::RangeTaken();
+        return transport::RangeAccepted();
     }
     return ReadingsOf("RIGHT1");
 }
@@ -218,7 +218,7 @@ std::vector<Misbehaviour> Misbehaviours() {
         {"another answer", inPlaceOfTheAnswer([](Connection& connection, const Message& request) {
              const bool isRange = std::holds_alternative<transport::Range>(request.contents);
              Say(connection, transport::Encode({request.number, isRange ? Contents(ReadingsOf("WRONG1"))
-                                                                        : Contents(transport::RangeTaken())}));
+                                                                        : Contents(transport::RangeAccepted())}));
          })},
         {"that it is busy, as an answer", inPlaceOfTheAnswer([](Connection& connection, const Message& request) {
              Say(connection, transport::Encode({request.number, transport::Busy()}));
@@ -231,14 +231,13 @@ TEST(MisbehavingServer, ThatDoesNotTakeARangeIsRefusedInTime) {
     for (const Misbehaviour& one : Misbehaviours<transport::Range>()) {
         all.push_back(one);
     }
-    all.push_back(
-        {"a greeting of another version", [](Connection& connection) {
-             const std::optional<Message> greeting = Next(connection);
-             if (greeting &&
-                 Say(connection, transport::Encode({greeting->number, transport::GreetingAnswer{{.version = 1}}}))) {
-                 ServeWell(connection);
-             }
-         }});
+    all.push_back({"a greeting of another version", [](Connection& connection) {
+                       const std::optional<Message> greeting = Next(connection);
+                       if (greeting && Say(connection, transport::Encode({greeting->number,
+                                                                          transport::GreetingReply{{.version = 1}}}))) {
+                           ServeWell(connection);
+                       }
+                   }});
     all.push_back({"that it is busy, too late", [](Connection& connection) {
                        if (ServeUpTo<transport::Range>(connection)) {
                            Say(connection, transport::Encode({0, transport::Busy()}));
@@ -300,14 +299,14 @@ TEST(MisbehavingServer, ThatDoesNotAnswerAFrameCostsThatFrameAlone) {
 TEST(MisbehavingServer, ThatTakesNoPixelsCostsTheFramesTimeAlone) {
     const FakeServer server([](Connection& connection) {
         const auto serveOne = [&connection](const Contents& wanted) {
-            Bytes bytes(transport::largestMessageBytes);
+            Bytes bytes(transport::maxMessageBytes);
             bytes.resize(connection.Receive(bytes, transport::noDeadline));
             const std::optional<Message> request = transport::Decode(bytes);
             EXPECT_TRUE(request && request->contents.index() == wanted.index());
             return request && Say(connection, transport::Encode({request->number, RightAnswer(*request)}));
         };
         if (serveOne(transport::Greeting()) && serveOne(transport::Range())) {
-            WaitUntil([&connection] { return !connection.PeerIsThere(); });
+            WaitUntil([&connection] { return !connection.IsPeerConnected(); });
         }
     });
     Client client(server.name);

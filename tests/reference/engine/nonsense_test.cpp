@@ -25,7 +25,7 @@ class AnyClient {
 
     /// The next message; empty when there is none within a minute, and when the server has ended the connection.
     Bytes Receive() {
-        Bytes bytes(largestMessageBytes);
+        Bytes bytes(maxMessageBytes);
         bytes.resize(connection_->Receive(bytes, Clock::now() + 1min));
         return bytes;
     }
@@ -34,7 +34,7 @@ class AnyClient {
         // What the server still has to say comes first.
         while (!Receive().empty()) {
         }
-        return !connection_->PeerIsThere();
+        return !connection_->IsPeerConnected();
     }
 
   private:
@@ -44,7 +44,7 @@ class AnyClient {
 struct GreetedClient : AnyClient {
     GreetedClient() {
         EXPECT_TRUE(Send(Encode({1, Greeting()})));
-        EXPECT_EQ(Receive(), Encode({1, GreetingAnswer()}));
+        EXPECT_EQ(Receive(), Encode({1, GreetingReply()}));
     }
 };
 
@@ -68,8 +68,8 @@ class Nonsense : public ReadingEngine {
 
 TEST_F(Nonsense, ThatIsNoGreetingEndsTheConnection) {
     for (const Bytes& message :
-         {Bytes{1}, Bytes(16, 0), Bytes(32, 255), Bytes(5000, 1), Encode({1, Range{1, 2}}), Encode({1, RangeTaken()}),
-          Encode({1, GreetingAnswer()}), frame, Encode({1, Readings()}), Bytes()}) {
+         {Bytes{1}, Bytes(16, 0), Bytes(32, 255), Bytes(5000, 1), Encode({1, Range{1, 2}}),
+          Encode({1, RangeAccepted()}), Encode({1, GreetingReply()}), frame, Encode({1, Readings()}), Bytes()}) {
         AnyClient client;
         client.Send(message);
         EXPECT_TRUE(client.IsDropped());
@@ -80,7 +80,7 @@ TEST_F(Nonsense, ThatIsNoGreetingEndsTheConnection) {
 TEST_F(Nonsense, OfAnotherVersionIsToldOursAndEnded) {
     AnyClient client;
     client.Send(Encode({4, Greeting{.version = protocolVersion + 1}}));
-    EXPECT_EQ(client.Receive(), Encode({4, GreetingAnswer()}));
+    EXPECT_EQ(client.Receive(), Encode({4, GreetingReply()}));
     EXPECT_TRUE(client.IsDropped());
     EXPECT_TRUE(ServesWell());
 }
@@ -89,8 +89,8 @@ TEST_F(Nonsense, BehindTheGreetingEndsTheConnection) {
     Bytes spoiltFrame = Encode({1, Frame{10, 10, Region{0, 0, 10, 10}}});
     spoiltFrame[32] = 11;  // the region's right
     for (const Bytes& message :
-         {Bytes{1}, Bytes(16, 0), Bytes(32, 255), Bytes(5000, 1), Encode({1, Greeting()}),
-          Encode({1, GreetingAnswer()}), Encode({1, RangeTaken()}), Encode({1, Readings()}), spoiltFrame, Bytes()}) {
+         {Bytes{1}, Bytes(16, 0), Bytes(32, 255), Bytes(5000, 1), Encode({1, Greeting()}), Encode({1, GreetingReply()}),
+          Encode({1, RangeAccepted()}), Encode({1, Readings()}), spoiltFrame, Bytes()}) {
         GreetedClient client;
         client.Send(message);
         EXPECT_TRUE(client.IsDropped());

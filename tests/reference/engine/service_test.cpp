@@ -121,7 +121,7 @@ TEST_F(ReadingService, ListensBeforeThereIsAReader) {
 
 TEST_F(ReadingService, EndsWhenNobodyHasBeenConnectedForItsTime) {
     EXPECT_THAT(TimeOf([] {
-                    RunningService service(With([](Settings& settings) { settings.longestIdle = 300ms; }));
+                    RunningService service(With([](Settings& settings) { settings.idleTimeout = 300ms; }));
                     EXPECT_EQ(service.Join(), End::Idle);
                 }),
                 testing::AllOf(testing::Ge(290ms), testing::Lt(5s)));
@@ -129,7 +129,7 @@ TEST_F(ReadingService, EndsWhenNobodyHasBeenConnectedForItsTime) {
 }
 
 TEST_F(ReadingService, CountsItsIdleTimeFromTheEndOfTheLastConnection) {
-    RunningService service(With([](Settings& settings) { settings.longestIdle = 300ms; }));
+    RunningService service(With([](Settings& settings) { settings.idleTimeout = 300ms; }));
     {
         Client client;
         ASSERT_TRUE(client.SetRange(1, 2));
@@ -146,21 +146,21 @@ TEST_F(ReadingService, EndsWhenItIsToldToWithAllConnections) {
     ASSERT_TRUE(client.SetRange(1, 2));
     std::optional<Connection> silent = Connection::Open(transport::ServerName());
     EXPECT_LT(TimeOf([&] { service.Stop(); }), 2s);
-    EXPECT_EQ(service.Join(), End::Told);
+    EXPECT_EQ(service.Join(), End::Stopped);
     EXPECT_FALSE(Connection::Open(transport::ServerName()));
-    EXPECT_FALSE(silent->PeerIsThere());
+    EXPECT_FALSE(silent->IsPeerConnected());
 }
 
 TEST_F(ReadingService, EndsAtOnceWhenItWasToldToBefore) {
     reading_service::Service service({}, scripted_reader::Make);
     service.Stop();
-    EXPECT_EQ(service.Run(), End::Told);
+    EXPECT_EQ(service.Run(), End::Stopped);
 }
 
 TEST_F(ReadingService, EndsWhenAnotherOneKeepsTheName) {
     const auto listener = transport::Listener::Open(transport::ServerName());
     EXPECT_THAT(TimeOf([] {
-                    RunningService service(With([](Settings& settings) { settings.longestWaitForName = 200ms; }));
+                    RunningService service(With([](Settings& settings) { settings.nameTimeout = 200ms; }));
                     EXPECT_EQ(service.Join(), End::NameTaken);
                 }),
                 testing::AllOf(testing::Ge(190ms), testing::Lt(5s)));
@@ -168,7 +168,7 @@ TEST_F(ReadingService, EndsWhenAnotherOneKeepsTheName) {
 
 TEST_F(ReadingService, WaitsForTheNameOfOneThatIsEnding) {
     auto listener = transport::Listener::Open(transport::ServerName());
-    RunningService service(With([](Settings& settings) { settings.longestWaitForName = 30s; }));
+    RunningService service(With([](Settings& settings) { settings.nameTimeout = 30s; }));
     std::this_thread::sleep_for(100ms);
     listener.reset();
     EXPECT_TRUE(TakesARange());
@@ -176,9 +176,9 @@ TEST_F(ReadingService, WaitsForTheNameOfOneThatIsEnding) {
 
 TEST_F(ReadingService, CanBeToldToEndWhileItWaitsForTheName) {
     const auto listener = transport::Listener::Open(transport::ServerName());
-    RunningService service(With([](Settings& settings) { settings.longestWaitForName = 1h; }));
+    RunningService service(With([](Settings& settings) { settings.nameTimeout = 1h; }));
     EXPECT_LT(TimeOf([&] { service.Stop(); }), 2s);
-    EXPECT_EQ(service.Join(), End::Told);
+    EXPECT_EQ(service.Join(), End::Stopped);
 }
 
 TEST_F(ReadingService, ThatStartsWithinTheClientsTimeIsTaken) {
@@ -215,7 +215,7 @@ int ReadingsFor(Client& client) {
 
 // A client beyond the places once looked like a hung server, which the library of that client then ended for all.
 TEST_F(ReadingService, TellsClientsBeyondItsPlacesThatItIsBusy) {
-    RunningService service(With([](Settings& settings) { settings.mostConnections = 3; }));
+    RunningService service(With([](Settings& settings) { settings.maxConnections = 3; }));
     std::vector<Client> clients(3);
     for (Client& client : clients) {
         ASSERT_TRUE(client.SetRange(1, 2));
@@ -250,7 +250,7 @@ constexpr std::size_t others = 44;
 #endif
 
 TEST_F(ReadingService, ServesAsManyAsItHasPlacesForAndTheOthersAsPlacesBecomeFree) {
-    RunningService service(With([](Settings& settings) { settings.mostConnections = places; }));
+    RunningService service(With([](Settings& settings) { settings.maxConnections = places; }));
     std::deque<Client> clients(places + others);
     const auto forEach = [&clients](std::size_t first, std::size_t last, auto action) {
         std::vector<std::thread> threads;
@@ -289,7 +289,7 @@ TEST_F(ReadingService, ServesAsManyAsItHasPlacesForAndTheOthersAsPlacesBecomeFre
 }
 
 TEST_F(ReadingService, OutlivesAFloodOfConnectionsThatSayNothing) {
-    RunningService service(With([](Settings& settings) { settings.mostConnections = 8; }));
+    RunningService service(With([](Settings& settings) { settings.maxConnections = 8; }));
     Client client;
     ASSERT_TRUE(client.SetRange(1, 2));
     {
@@ -302,7 +302,7 @@ TEST_F(ReadingService, OutlivesAFloodOfConnectionsThatSayNothing) {
         EXPECT_TRUE(client.SetRange(1, 2));
         EXPECT_EQ(ReadingsFor(client), 2);
         EXPECT_TRUE(WaitUntil([&silent] {
-            return std::ranges::count_if(silent, [](const Connection& one) { return one.PeerIsThere(); }) <= 7;
+            return std::ranges::count_if(silent, [](const Connection& one) { return one.IsPeerConnected(); }) <= 7;
         })) << "it keeps connections beyond its places";
     }
     EXPECT_TRUE(WaitUntil([] {
@@ -461,8 +461,8 @@ TEST_F(ReadingService, EndsWhileNoReaderCanBeMade) {
 
 TEST_F(ReadingService, GivesThePlaceOfASilentClientToOneThatNeedsIt) {
     RunningService service(With([](Settings& settings) {
-        settings.mostConnections = 1;
-        settings.longestSilence = 20ms;
+        settings.maxConnections = 1;
+        settings.silenceTimeout = 20ms;
     }));
     std::optional<Greeted> silent;
     ASSERT_TRUE(WaitUntil([&] {
@@ -474,8 +474,8 @@ TEST_F(ReadingService, GivesThePlaceOfASilentClientToOneThatNeedsIt) {
 
 TEST_F(ReadingService, LetsASilentClientKeepAPlaceThatNobodyNeeds) {
     RunningService service(With([](Settings& settings) {
-        settings.mostConnections = 2;
-        settings.longestSilence = 0ms;
+        settings.maxConnections = 2;
+        settings.silenceTimeout = 0ms;
     }));
     Client paused;
     ASSERT_TRUE(paused.SetRange(1, 2));

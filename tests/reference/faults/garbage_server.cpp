@@ -15,7 +15,7 @@ int main() {
         std::this_thread::sleep_for(1ms);
     }
     std::minstd_rand random(5);
-    std::vector<std::uint8_t> room(transport::largestPiece);
+    std::vector<std::uint8_t> room(transport::maxPacketBytes);
     while (std::optional<transport::Connection> connection = listener->Accept(transport::Clock::now() + 30s)) {
         while (connection->Receive(room, transport::Clock::now() + 1s) != 0) {
             std::vector<std::uint8_t> bytes(1 + random() % 400);

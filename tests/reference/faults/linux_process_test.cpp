@@ -62,7 +62,7 @@ TEST_F(ServerProcess, EndsWellWhenItIsAskedTo) {
         ASSERT_TRUE(IsServedWell(client));
         const auto asked = transport::Clock::now();
         ASSERT_EQ(platform::SendSignal(server->Id(), signal), 0);
-        EXPECT_EQ(server->Wait().status, reading_service::exitedWell);
+        EXPECT_EQ(server->Wait().status, reading_service::exitSuccess);
         EXPECT_LT(transport::Clock::now() - asked, 5s);
     }
 }

@@ -23,14 +23,14 @@ TEST_F(ServerProcess, IsWaitedForWhileItStarts) {
 TEST_F(ServerProcess, EndsByItselfWhenNobodyIsConnected) {
     test_support::SetEnvironment("VEXLANE_TEST_IDLE", "300");
     Start();
-    EXPECT_EQ(server->Wait().status, reading_service::exitedWell);
+    EXPECT_EQ(server->Wait().status, reading_service::exitSuccess);
 }
 
 TEST_F(ServerProcess, GivesUpWhenAnotherOneKeepsTheName) {
     Start();
     ASSERT_TRUE(IsServedWell(client));
     const auto started = transport::Clock::now();
-    EXPECT_EQ(servers::StartStranger()->Wait().status, reading_service::exitedForTheName);
+    EXPECT_EQ(servers::StartStranger()->Wait().status, reading_service::exitNameTaken);
     EXPECT_GE(transport::Clock::now() - started, 2900ms);
     EXPECT_TRUE(IsServedWell(client));
 }

@@ -9,8 +9,8 @@ int main() {
     reading_service::Settings settings;
     settings.readers = 4;
     if (const char* const idle = std::getenv("VEXLANE_TEST_IDLE")) {
-        settings.longestIdle = std::chrono::milliseconds(std::atoi(idle));
+        settings.idleTimeout = std::chrono::milliseconds(std::atoi(idle));
     }
     reading_service::Service service(settings, scripted_reader::Make);
-    return reading_service::RunUntilTold(service);
+    return reading_service::RunUntilTerminated(service);
 }

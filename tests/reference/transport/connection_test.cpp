@@ -64,7 +64,7 @@ TEST(Names, AreFreeAgainWhileClientsOfAFormerListenerSayNothing) {
         }
     }
     for (const Connection& client : silent) {
-        EXPECT_FALSE(client.PeerIsThere());
+        EXPECT_FALSE(client.IsPeerConnected());
     }
 }
 
@@ -117,15 +117,15 @@ TEST_F(LocalConnection, EndsSendingAtItsDeadlineWhenThePeerTakesNothing) {
                   }
               }),
               30s);
-    EXPECT_TRUE(client->PeerIsThere());
+    EXPECT_TRUE(client->IsPeerConnected());
 }
 
 TEST_F(LocalConnection, SeesThatThePeerHasGone) {
-    EXPECT_TRUE(server->PeerIsThere());
+    EXPECT_TRUE(server->IsPeerConnected());
     ASSERT_TRUE(client->Send(Bytes{1}, In(10s)));
-    EXPECT_TRUE(server->PeerIsThere());
+    EXPECT_TRUE(server->IsPeerConnected());
     client.reset();
-    EXPECT_FALSE(server->PeerIsThere());
+    EXPECT_FALSE(server->IsPeerConnected());
     EXPECT_THAT(Next(*server), ElementsAre(1)) << "what it said before";
     EXPECT_LT(TimeOf([&] { EXPECT_THAT(Next(*server, noDeadline), IsEmpty()); }), 5s);
     EXPECT_LT(TimeOf([&] { EXPECT_FALSE(server->Send(Bytes{1}, noDeadline)); }), 5s) << "and no signal";
@@ -163,7 +163,7 @@ TEST_F(LocalConnection, IsEndedFromAnotherThread) {
         listener->Shutdown();
         receiver.join();
         accepting.join();
-        EXPECT_FALSE(client->PeerIsThere());
+        EXPECT_FALSE(client->IsPeerConnected());
         EXPECT_FALSE(Connection::Open(name));
     }
 }
@@ -179,7 +179,7 @@ TEST_F(LocalConnection, IsEndedFromAnotherThreadWhileItSends) {
     EXPECT_FALSE(ended);
     client->Shutdown();
     sender.join();
-    EXPECT_FALSE(server->PeerIsThere());
+    EXPECT_FALSE(server->IsPeerConnected());
 }
 
 TEST_F(LocalConnection, LeavesNothingToAProgramThatIsStarted) {
@@ -206,7 +206,7 @@ TEST_F(LocalConnection, BringsAnyNumberOfBytes) {
     mayBeKept = test_support::keptByLocks;
     Bytes received;
     for (const std::size_t size : {std::size_t{1}, std::size_t{65535}, std::size_t{65536}, std::size_t{65537},
-                                   largestPiece - 1, largestPiece, 7 * largestPiece + 1, largestPiece + 3}) {
+                                   maxPacketBytes - 1, maxPacketBytes, 7 * maxPacketBytes + 1, maxPacketBytes + 3}) {
         const Bytes sent = RandomBytes(size);
         std::thread sender([&] { EXPECT_TRUE(client->Send(sent, In(30s))); });
         EXPECT_TRUE(server->ReceiveAll(received, size, In(30s))) << size;
@@ -223,7 +223,7 @@ TEST_F(LocalConnection, TakesMemoryForWhatHasComeAlone) {
     Bytes received;
     ASSERT_TRUE(client->Send(Bytes(1000), In(10s)));
     EXPECT_FALSE(server->ReceiveAll(received, std::size_t{1} << 40, In(50ms)));
-    EXPECT_LE(received.capacity(), 3 * largestPiece);
+    EXPECT_LE(received.capacity(), 3 * maxPacketBytes);
 }
 
 TEST_F(LocalConnection, RefusesMoreBytesThanItAwaits) {
@@ -252,7 +252,7 @@ TEST_F(LocalConnection, EndsSendingAtItsDeadlineThoughThePeerStillTakesPieces) {
     mayBeKept = test_support::keptByLocks;
     std::atomic<bool> ended = false;
     std::thread slow([&] {
-        for (Bytes room(largestPiece); !ended; std::this_thread::sleep_for(50ms)) {
+        for (Bytes room(maxPacketBytes); !ended; std::this_thread::sleep_for(50ms)) {
             server->Receive(room, Clock::now());
         }
     });
@@ -274,7 +274,7 @@ TEST_F(LocalConnection, NoticesAtOnceThatThePeerHasGoneInTheMiddle) {
     Reconnect();
     std::thread leaving([this] {
         Bytes some;
-        EXPECT_TRUE(server->ReceiveAll(some, largestPiece, In(10s)));
+        EXPECT_TRUE(server->ReceiveAll(some, maxPacketBytes, In(10s)));
         server.reset();
     });
     EXPECT_LT(TimeOf([&] { EXPECT_FALSE(client->Send(Bytes(10 << 20), noDeadline)); }), 5s);

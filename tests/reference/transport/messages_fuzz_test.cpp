@@ -64,7 +64,7 @@ std::vector<Bytes> Corpus() {
     const transport::Reading reading = {"AB123C", 87.5, {{{1, -2}, {3, 4}, {5, 6}, {7, 8}}}};
     std::vector<Bytes> corpus;
     for (const transport::Contents& contents : std::vector<transport::Contents>{
-             transport::Greeting(), transport::GreetingAnswer(), transport::Range{64, 256}, transport::RangeTaken(),
+             transport::Greeting(), transport::GreetingReply(), transport::Range{64, 256}, transport::RangeAccepted(),
              transport::Frame{1920, 1080, {}}, transport::Frame{640, 480, {1, 2, 30, 40}}, transport::Readings(),
              transport::Readings{1, 0, {reading}},
              transport::Readings{5, 0, {reading, reading, reading, reading, reading}}, transport::Busy()}) {

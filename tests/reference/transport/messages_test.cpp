@@ -32,9 +32,9 @@ std::vector<Contents> SoundContents() {
         Greeting(),
         Greeting{.version = 0},
         Busy(),
-        GreetingAnswer{{.version = 0xFFFFFFFF}},
+        GreetingReply{{.version = 0xFFFFFFFF}},
         Range{-1, 2147483647},
-        RangeTaken(),
+        RangeAccepted(),
         Frame{1, 1, {}},
         Frame{1, 1, Region{0, 0, 1, 1}},
         Frame{16384, 5461, Region{0, 0, 16384, 5461}},
@@ -53,12 +53,12 @@ std::vector<Contents> UnsoundContents() {
                                  Frame{16384, 16384, {}},
                                  Frame{0x80000000, 0x80000000, {}},
                                  Frame{0xFFFFFFFF, 0xFFFFFFFF, {}},
-                                 Readings{mostReadings + 1, 0, {}},
+                                 Readings{maxReadings + 1, 0, {}},
                                  Readings{1, 1, {GoodReading()}},
                                  Readings{2, 0, {GoodReading()}},
                                  Readings{0, 0, {GoodReading()}},
                                  Greeting{.zero = 1},
-                                 Greeting{.mark = {'v', 'X', 'L', '-', 'R', 'E', 'A', 'D'}}};
+                                 Greeting{.magic = {'v', 'X', 'L', '-', 'R', 'E', 'A', 'D'}}};
     for (const Region region : {Region{0, 0, 0, 1}, Region{-1, 0, 5, 5}, Region{0, -1, 5, 5}, Region{0, 0, 11, 5},
                                 Region{0, 0, 5, 11}, Region{5, 0, 5, 5}, Region{0, 5, 5, 5}, Region{6, 0, 5, 5},
                                 Region{0, 6, 5, 5}, Region{-2147483647 - 1, 0, 2147483647, 5}}) {
@@ -84,7 +84,7 @@ TEST(Messages, HaveTheLayoutThatEveryVersionKeeps) {
     EXPECT_EQ(Encode({0x0102030405060708, Greeting{.version = 0x11223344}}),
               (Bytes{1,   0,   0,   0,   32,  0,   0,   0,   8,    7,    6,    5,    4, 3, 2, 1,
                      'V', 'X', 'L', '-', 'R', 'E', 'A', 'D', 0x44, 0x33, 0x22, 0x11, 0, 0, 0, 0}));
-    const Bytes answer = Encode({1, GreetingAnswer{{.version = 2}}});
+    const Bytes answer = Encode({1, GreetingReply{{.version = 2}}});
     EXPECT_EQ(answer.size(), 32u);
     EXPECT_EQ(answer[0], 2);
     EXPECT_EQ(Encode({0, Busy()}), (Bytes{7, 0, 0, 0, 16, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0}));
@@ -93,7 +93,7 @@ TEST(Messages, HaveTheLayoutThatEveryVersionKeeps) {
 TEST(Messages, HaveTheLayoutOfThisVersion) {
     EXPECT_EQ(Encode({9, Range{-2, 258}}),
               (Bytes{3, 0, 0, 0, 24, 0, 0, 0, 9, 0, 0, 0, 0, 0, 0, 0, 0xFE, 0xFF, 0xFF, 0xFF, 2, 1, 0, 0}));
-    EXPECT_EQ(Encode({9, RangeTaken()}), (Bytes{4, 0, 0, 0, 16, 0, 0, 0, 9, 0, 0, 0, 0, 0, 0, 0}));
+    EXPECT_EQ(Encode({9, RangeAccepted()}), (Bytes{4, 0, 0, 0, 16, 0, 0, 0, 9, 0, 0, 0, 0, 0, 0, 0}));
     EXPECT_EQ(Encode({9, Frame{258, 3, Region{1, 2, 4, 3}}}),
               (Bytes{5, 0, 0, 0, 40, 0, 0, 0, 9, 0, 0, 0, 0, 0, 0, 0,  //
                      2, 1, 0, 0, 3,  0, 0, 0,                          //
@@ -112,14 +112,14 @@ TEST(Messages, AreDecodedAsWhatWasEncoded) {
     for (const Contents& contents : SoundContents()) {
         for (const std::uint64_t number : {std::uint64_t{0}, std::uint64_t{1} << 63, ~std::uint64_t{0}}) {
             const Bytes bytes = Encode({number, contents});
-            EXPECT_LE(bytes.size(), largestMessageBytes);
+            EXPECT_LE(bytes.size(), maxMessageBytes);
             EXPECT_EQ(Decode(bytes), (Message{number, contents}));
         }
     }
 }
 
 TEST(Messages, OfTheLargestKindFillTheLargestSize) {
-    EXPECT_EQ(Encode({0, Readings()}).size(), largestMessageBytes);
+    EXPECT_EQ(Encode({0, Readings()}).size(), maxMessageBytes);
 }
 
 // What is refused
@@ -165,7 +165,7 @@ TEST(Decoding, RefusesASizeThatIsNotThatOfTheMessage) {
 }
 
 TEST(Decoding, RefusesUnknownKinds) {
-    const Bytes right = Encode({5, RangeTaken()});
+    const Bytes right = Encode({5, RangeAccepted()});
     for (unsigned kind = 0; kind < 70000; ++kind) {
         Bytes bytes = right;
         for (unsigned byte = 0; byte < 4; ++byte) {
@@ -194,18 +194,18 @@ TEST(Decoding, RefusesWhatIsNotZeroWhereItMustBe) {
         }
     };
     expectRefused(Greeting(), 28, 32);
-    expectRefused(GreetingAnswer(), 28, 32);
+    expectRefused(GreetingReply(), 28, 32);
     expectRefused(Frame{9, 9, {}}, 24, 40);
-    expectRefused(Readings(), 20, largestMessageBytes);
+    expectRefused(Readings(), 20, maxMessageBytes);
     expectRefused(ReadingsOf({{"AB", 1, {}}}), 24 + 3, 24 + 16);
-    expectRefused(ReadingsOf({{"AB", 1, {}}}), 24 + 56, largestMessageBytes);
+    expectRefused(ReadingsOf({{"AB", 1, {}}}), 24 + 56, maxMessageBytes);
 }
 
 // A count or side that is larger than what the bytes hold
 
 TEST(Decoding, RefusesNumbersThatPromiseTooMuch) {
     for (const std::uint32_t count : {1u, 2u, 4u, 5u, 6u, 0x10000u, 0x04924925u, 0x80000000u, 0xFFFFFFFFu}) {
-        for (std::size_t present = 0; present <= mostReadings; ++present) {
+        for (std::size_t present = 0; present <= maxReadings; ++present) {
             Bytes bytes = Encode({5, ReadingsOf(std::vector<Reading>(present, GoodReading()))});
             for (unsigned byte = 0; byte < 4; ++byte) {
                 bytes[16 + byte] = static_cast<std::uint8_t>(count >> (8 * byte));
@@ -220,9 +220,9 @@ TEST(PictureBytes, NeverWraps) {
     EXPECT_EQ(PictureBytes(0, 7), 0u);
     EXPECT_EQ(PictureBytes(7, 0), 0u);
     for (const std::uint32_t side : {0x55555556u, 0x80000000u, 0xFFFFFFFFu}) {
-        EXPECT_GT(PictureBytes(side, side), largestPictureBytes);
-        EXPECT_GT(PictureBytes(side, 1), largestPictureBytes);
-        EXPECT_GT(PictureBytes(1, side), largestPictureBytes);
+        EXPECT_GT(PictureBytes(side, side), maxPictureBytes);
+        EXPECT_GT(PictureBytes(side, 1), maxPictureBytes);
+        EXPECT_GT(PictureBytes(1, side), maxPictureBytes);
     }
 }
 
