@@ -45,7 +45,7 @@ std::vector<Template> ReadTemplates(const std::string& value) {
             templates.push_back(word);
         } else {
             throw ConfigurationError("\"" + word +
-                                     "\" is no region (none, br, eu, us) and no pattern of 4 to 9 L and D");
+                                     "\" is neither a region (none, br, eu, us) nor a pattern of 4 to 9 L and D");
         }
     }
     return templates;
@@ -53,7 +53,7 @@ std::vector<Template> ReadTemplates(const std::string& value) {
 
 int ReadConfirmations(const std::string& value) {
     if (value.size() != 1 || value[0] < '1' || value[0] > '9') {
-        throw ConfigurationError("\"" + value + "\" is no number of confirmations, 1 to 9");
+        throw ConfigurationError("\"" + value + "\" is not a number of confirmations from 1 to 9");
     }
     return value[0] - '0';
 }
@@ -79,7 +79,7 @@ ReadingOptions ReadConfiguration(std::istream& file) {
         }
         const std::string value = WithoutSpaces(line.substr(equals + 1));
         if (!keys.insert(key).second) {
-            throw errorAtLine("\"" + key + "\" stands here a second time");
+            throw errorAtLine("\"" + key + "\" is set a second time");
         }
         try {
             if (key == "templates") {

@@ -30,14 +30,14 @@ thread_local ThreadCounters threadCounters;
 Script LoadScript() {
     const char* const name = std::getenv(scriptVariable);
     if (name == nullptr || *name == '\0') {
-        std::fprintf(stderr, "Recon64: no script: the environment variable %s names none; nothing will be found\n",
+        std::fprintf(stderr, "Recon64: no script: the environment variable %s is not set; no plates will be found\n",
                      scriptVariable);
         return {};
     }
     try {
         return ReadScript(name);
     } catch (const std::exception& error) {
-        std::fprintf(stderr, "Recon64: script %s: %s; nothing will be found\n", name, error.what());
+        std::fprintf(stderr, "Recon64: script %s: %s; no plates will be found\n", name, error.what());
     }
     return {};
 }

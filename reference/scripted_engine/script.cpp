@@ -30,7 +30,7 @@ std::string Element(const std::string& place, std::size_t index) {
 void CheckKeys(const json& value, const std::string& place, std::initializer_list<std::string_view> known) {
     const std::string shownPlace = place.empty() ? "script" : place;
     if (!value.is_object()) {
-        Fail(shownPlace, "an object is wanted");
+        Fail(shownPlace, "an object is required");
     }
     for (const auto& member : value.items()) {
         bool found = false;
@@ -45,7 +45,7 @@ void CheckKeys(const json& value, const std::string& place, std::initializer_lis
 
 std::int32_t ReadInteger(const json& value, const std::string& place) {
     if (!value.is_number_integer()) {
-        Fail(place, "a whole number is wanted");
+        Fail(place, "a whole number is required");
     }
     // An unsigned number beyond the signed range is too large in any case.
     const bool tooLarge = value.is_number_unsigned() &&
@@ -53,28 +53,28 @@ std::int32_t ReadInteger(const json& value, const std::string& place) {
     const std::int64_t number = tooLarge ? 0 : value.get<std::int64_t>();
     if (tooLarge || number < std::numeric_limits<std::int32_t>::min() ||
         number > std::numeric_limits<std::int32_t>::max()) {
-        Fail(place, "the number does not fit 32 bits");
+        Fail(place, "the number does not fit in 32 bits");
     }
     return static_cast<std::int32_t>(number);
 }
 
 bool ReadBoolean(const json& value, const std::string& place) {
     if (!value.is_boolean()) {
-        Fail(place, "true or false is wanted");
+        Fail(place, "true or false is required");
     }
     return value.get<bool>();
 }
 
 const std::string& ReadString(const json& value, const std::string& place) {
     if (!value.is_string()) {
-        Fail(place, "a text is wanted");
+        Fail(place, "a string is required");
     }
     return value.get_ref<const std::string&>();
 }
 
 const json& ReadArray(const json& value, const std::string& place) {
     if (!value.is_array()) {
-        Fail(place, "a list is wanted");
+        Fail(place, "a list is required");
     }
     return value;
 }
@@ -114,7 +114,7 @@ std::string ReadText(const json& value, const std::string& place) {
     const std::wstring wide = Widen(platform::codePageUtf8, utf8);
     std::string bytes = Narrow(platform::codePageSimplifiedChinese, wide);
     if (wide.empty() || Widen(platform::codePageSimplifiedChinese, bytes) != wide) {
-        Fail(place, "the text has characters that code page 936 does not have");
+        Fail(place, "the text has characters that are not in code page 936");
     }
     return bytes;
 }
@@ -129,7 +129,7 @@ int HexDigit(char digit, const std::string& place) {
     if (digit >= 'A' && digit <= 'F') {
         return digit - 'A' + 10;
     }
-    Fail(place, "pairs of hexadecimal digits are wanted");
+    Fail(place, "pairs of hexadecimal digits are required");
 }
 
 std::string ReadBytes(const json& value, const std::string& place) {
@@ -137,7 +137,7 @@ std::string ReadBytes(const json& value, const std::string& place) {
     if (value.is_string()) {
         const std::string& digits = value.get_ref<const std::string&>();
         if (digits.size() % 2 != 0) {
-            Fail(place, "pairs of hexadecimal digits are wanted");
+            Fail(place, "pairs of hexadecimal digits are required");
         }
         for (std::size_t i = 0; i < digits.size(); i += 2) {
             bytes.push_back(static_cast<char>(HexDigit(digits[i], place) * 16 + HexDigit(digits[i + 1], place)));
@@ -149,7 +149,7 @@ std::string ReadBytes(const json& value, const std::string& place) {
         const std::string elementPlace = Element(place, index++);
         const std::int32_t byte = ReadInteger(element, elementPlace);
         if (byte < 0 || byte > 255) {
-            Fail(elementPlace, "bytes lie between 0 and 255");
+            Fail(elementPlace, "a byte must be between 0 and 255");
         }
         bytes.push_back(static_cast<char>(byte));
     }
@@ -158,7 +158,7 @@ std::string ReadBytes(const json& value, const std::string& place) {
 
 EngineCorner ReadCorner(const json& value, const std::string& place) {
     if (!value.is_array() || value.size() != 2) {
-        Fail(place, "a pair of numbers is wanted");
+        Fail(place, "a pair of numbers is required");
     }
     return {ReadInteger(value[0], Element(place, 0)), ReadInteger(value[1], Element(place, 1))};
 }
@@ -168,24 +168,24 @@ RPLATE ReadPlate(const json& value, const std::string& place) {
     RPLATE plate{};
 
     if (value.contains("text") == value.contains("bytes")) {
-        Fail(place, "either \"text\" or \"bytes\" is wanted");
+        Fail(place, "either \"text\" or \"bytes\" is required");
     }
     const std::string bytes = value.contains("text") ? ReadText(value["text"], Member(place, "text"))
                                                      : ReadBytes(value["bytes"], Member(place, "bytes"));
     if (bytes.size() > sizeof plate.text) {
-        Fail(place, "a plate has room for 16 bytes of text");
+        Fail(place, "a text has at most 16 bytes");
     }
     std::memcpy(plate.text, bytes.data(), bytes.size());
 
     const std::string confidencePlace = Member(place, "confidence");
     if (!value.contains("confidence") || !value["confidence"].is_number()) {
-        Fail(confidencePlace, "a number is wanted");
+        Fail(confidencePlace, "a number is required");
     }
     SetConfidenceSum(plate, value["confidence"].get<double>());
 
     const std::string cornersPlace = Member(place, "corners");
     if (!value.contains("corners") || !value["corners"].is_array() || value["corners"].size() != 4) {
-        Fail(cornersPlace, "four corners are wanted");
+        Fail(cornersPlace, "four corners are required");
     }
     const json& corners = value["corners"];
     plate.corner1 = ReadCorner(corners[0], Element(cornersPlace, 0));
@@ -217,7 +217,7 @@ void ReadRefusedRanges(const json& value, Script& script) {
     const std::string place = "refused_ranges";
     if (value.is_string()) {
         if (value.get_ref<const std::string&>() != "all") {
-            Fail(place, "a list of call numbers or \"all\" is wanted");
+            Fail(place, "a list of call numbers or \"all\" is required");
         }
         script.refusesEveryRange = true;
         return;
@@ -227,7 +227,7 @@ void ReadRefusedRanges(const json& value, Script& script) {
         const std::string elementPlace = Element(place, index++);
         const std::int32_t number = ReadInteger(element, elementPlace);
         if (number < 0) {
-            Fail(elementPlace, "calls are counted from 0");
+            Fail(elementPlace, "call numbers start at 0");
         }
         script.refusedRanges.insert(static_cast<std::uint64_t>(number));
     }
@@ -265,7 +265,7 @@ Script ReadScript(std::istream& stream, const std::filesystem::path& folder) {
     if (root.contains("counting")) {
         const std::string& counting = ReadString(root["counting"], "counting");
         if (counting != "process" && counting != "thread") {
-            Fail("counting", "\"process\" or \"thread\" is wanted");
+            Fail("counting", "\"process\" or \"thread\" is required");
         }
         script.counting = counting == "thread" ? Counting::Thread : Counting::Process;
     }

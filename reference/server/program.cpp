@@ -8,7 +8,7 @@ int RunToCompletion(Service& service) {
     try {
         switch (service.Run()) {
             case End::NameTaken:
-                LogError("another server listens already");
+                LogError("another server is already listening");
                 return exitNameTaken;
             case End::Stopped:
             case End::Idle:

@@ -85,11 +85,11 @@ void ReaderPool::MakeReaders() {
         lock.unlock();
         try {
             made = factory_();
-            failure = "there is none";
+            failure = "the factory returned null";
         } catch (const std::exception& error) {
             failure = error.what();
         } catch (...) {
-            failure = "for no known reason";
+            failure = "unknown error";
         }
         lock.lock();
         if (made != nullptr) {
@@ -97,7 +97,7 @@ void ReaderPool::MakeReaders() {
             Assign(*readers_.back());
             continue;
         }
-        LogError("no reader can be made: " + failure);
+        LogError("cannot create a reader: " + failure);
         nextAttempt_ = transport::Clock::now() + retryInterval;
         if (readers_.empty()) {
             RefuseWaiters();

@@ -116,7 +116,7 @@ bool Service::StartClient(transport::Connection& connection, ReaderPool& readers
         client.thread = std::thread([this, &client, &readers] { Serve(client, readers); });
     } catch (const std::exception& error) {
         clients_.resize(before);
-        LogError(std::string("a client cannot be served: ") + error.what());
+        LogError(std::string("cannot serve a client: ") + error.what());
         return false;
     }
     // The thread locks the mutex before it reads the connection.
@@ -149,7 +149,7 @@ void Service::Serve(Client& client, ReaderPool& readers) {
     try {
         ServeClient(*connection, readers, settings_.confirmations, client.lastRequest);
     } catch (const std::exception& error) {
-        LogError(std::string("a client is served no longer: ") + error.what());
+        LogError(std::string("a client was disconnected: ") + error.what());
     }
     const std::lock_guard lock(mutex_);
     client.connection.reset();

@@ -36,7 +36,7 @@ transport::Readings ToMessage(const std::vector<plate_reading::Reading>& reading
         if (transport::IsValid(transport::Readings{1, 0, {one}})) {
             sent.readings[sent.count++] = one;
         } else {
-            LogError("a reading of " + std::to_string(reading.text.size()) + " characters cannot be sent");
+            LogError("cannot send a reading of " + std::to_string(reading.text.size()) + " characters");
         }
     }
     return sent;
@@ -106,9 +106,9 @@ class Session {
         try {
             return ToMessage(stream_.Follow(picture, region, loan->Reader().Read(picture, region, widths_)));
         } catch (const std::exception& error) {
-            LogError(std::string("a frame cannot be read: ") + error.what());
+            LogError(std::string("cannot read a frame: ") + error.what());
         } catch (...) {
-            LogError("a frame cannot be read");
+            LogError("cannot read a frame");
         }
         return transport::Readings();
     }

@@ -32,7 +32,7 @@ std::string TemporaryName() {
 Owned OpenFolder(int parent, const char* name, int flags) {
     Owned folder(::openat(parent, name, flags | O_DIRECTORY | O_CLOEXEC));
     if (!folder.IsOpen() && (errno == EMFILE || errno == ENFILE || errno == ENOMEM)) {
-        throw std::system_error(errno, std::generic_category(), "no folder can be opened");
+        throw std::system_error(errno, std::generic_category(), "cannot open a folder for sockets");
     }
     return folder;
 }
@@ -40,7 +40,7 @@ Owned OpenFolder(int parent, const char* name, int flags) {
 struct stat ReadStatus(const Owned& file) {
     struct stat status = {};
     if (::fstat(file.Get(), &status) != 0) {
-        throw std::system_error(errno, std::generic_category(), "a folder does not tell its owner");
+        throw std::system_error(errno, std::generic_category(), "cannot read the owner of a folder for sockets");
     }
     return status;
 }
@@ -164,8 +164,9 @@ std::vector<Owned> MakeFolders() {
         keep(MakeInTemporaryFolder(temporary));
     }
     if (made.empty()) {
-        throw std::system_error(EACCES, std::generic_category(),
-                                "no folder can be made for the socket; XDG_RUNTIME_DIR can name the user's own");
+        throw std::system_error(
+            EACCES, std::generic_category(),
+            "cannot create a folder for sockets; set XDG_RUNTIME_DIR to a folder that belongs to this user");
     }
     return made;
 }

@@ -61,7 +61,7 @@ ssize_t TransferWhenReady(const Owned& socket, short event, Deadline deadline, T
 Owned OpenSocket() {
     Owned socket(::socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
     if (!socket.IsOpen()) {
-        Throw("no socket");
+        Throw("cannot create a socket");
     }
     return socket;
 }
@@ -102,7 +102,7 @@ class ListeningSocket {
     bool Listen() {
         const std::optional<SocketAddress> address = SocketAddress::Of(folder_.Get(), name_);
         if (!address) {
-            throw std::system_error(EINVAL, std::generic_category(), "no name for a socket: " + name_);
+            throw std::system_error(EINVAL, std::generic_category(), "invalid name for a socket: " + name_);
         }
         // The lock is not enough: its file may have been deleted in a clean-up of the folder.
         if (!TakeLock() || IsListeningAt(*address)) {
@@ -112,11 +112,11 @@ class ListeningSocket {
         // A server that was killed leaves its socket behind.
         ::unlinkat(folder_.Get(), name_.c_str(), 0);
         if (::bind(socket.Get(), address->Get(), address->Size()) != 0) {
-            Throw("the socket's name cannot be taken");
+            Throw("cannot bind the socket");
         }
         socket_ = std::move(socket);
         if (::listen(Get(), listenBacklog) != 0) {
-            Throw("nobody can be listened to");
+            Throw("cannot listen on the socket");
         }
         return true;
     }
@@ -129,7 +129,7 @@ class ListeningSocket {
             Owned file(::openat(folder_.Get(), LockName().c_str(), O_RDWR | O_CREAT | O_NOFOLLOW | O_CLOEXEC,
                                 S_IRUSR | S_IWUSR));
             if (!file.IsOpen()) {
-                Throw("no lock for the socket's name");
+                Throw("cannot open the socket's lock file");
             }
             if (::flock(file.Get(), LOCK_EX | LOCK_NB) != 0) {
                 return false;

@@ -101,7 +101,7 @@ std::uint64_t PictureBytes(std::uint32_t width, std::uint32_t height) {
 
 std::vector<std::uint8_t> Encode(const Message& message) {
     if (!IsValid(message.contents)) {
-        throw std::invalid_argument("no sound message");
+        throw std::invalid_argument("invalid message");
     }
     return std::visit(
         [&message]<class Kind>(const Kind& contents) {

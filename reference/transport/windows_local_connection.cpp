@@ -52,7 +52,7 @@ bool IsLackOfResources(DWORD error) {
 Owned MakeEvent() {
     Owned event(CreateEventA(nullptr, TRUE, FALSE, nullptr));
     if (!event) {
-        Throw("an event cannot be made");
+        Throw("cannot create an event");
     }
     return event;
 }
@@ -79,7 +79,7 @@ struct ThisUserOnly : SECURITY_ATTRIBUTES {
         const std::string text = "O:" + user + "D:P(A;;GA;;;" + user + ")";
         if (ConvertStringSecurityDescriptorToSecurityDescriptorA(text.c_str(), SDDL_REVISION_1, &lpSecurityDescriptor,
                                                                  nullptr) == FALSE) {
-            Throw("access cannot be limited");
+            Throw("cannot restrict access to this user");
         }
     }
     ~ThisUserOnly() { LocalFree(lpSecurityDescriptor); }
@@ -172,7 +172,7 @@ std::optional<Connection> Connection::Open(const std::string& name) {
         OwnedPipe(CreateFileA(path.c_str(), GENERIC_READ | GENERIC_WRITE, 0, nullptr, OPEN_EXISTING,
                               FILE_FLAG_OVERLAPPED | SECURITY_SQOS_PRESENT | SECURITY_IDENTIFICATION, nullptr));
     if (!pipe && IsLackOfResources(GetLastError())) {
-        Throw("no pipe");
+        Throw("cannot open the pipe");
     }
     // The owner is checked too, because it decides which other processes may serve the pipe.
     DWORD mode = PIPE_READMODE_MESSAGE;
@@ -228,7 +228,7 @@ struct Listener::System {
     System(std::string serverName, Owned nameLock) : name(std::move(serverName)), lock(std::move(nameLock)) {
         instances[0].pipe = MakePipe(FILE_FLAG_FIRST_PIPE_INSTANCE);
         if (!instances[0].pipe) {
-            Throw("nobody can be listened to");
+            Throw("cannot create the server's pipe");
         }
         // Nothing after this may fail, because the system writes to the pending operations.
         PublishPipePath(name, path);
@@ -303,14 +303,14 @@ struct Listener::System {
 
 std::optional<Listener> Listener::Open(const std::string& name) {
     if (!IsName(name)) {
-        Throw("no name for a server", ERROR_INVALID_NAME);
+        Throw("invalid name for a server", ERROR_INVALID_NAME);
     }
     ThisUserOnly access;
     Owned lock(CreateMutexA(&access, FALSE, MutexName(name).c_str()));
     const DWORD mutexError = GetLastError();
     const bool isTaken = lock ? mutexError == ERROR_ALREADY_EXISTS : mutexError == ERROR_ACCESS_DENIED;
     if (!lock && !isTaken) {
-        Throw("the name cannot be taken", mutexError);
+        Throw("cannot create the server's mutex", mutexError);
     }
     if (isTaken) {
         // Another user's mutex must not prevent listening. The pipe then shows whether this user's server is running.

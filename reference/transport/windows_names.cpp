@@ -41,7 +41,7 @@ std::string KeyPath() {
 std::string ThisUser() {
     const std::string user = UserOf(GetCurrentProcess());
     if (user.empty()) {
-        Throw("the user is not known", static_cast<LSTATUS>(GetLastError()));
+        Throw("cannot determine the user", static_cast<LSTATUS>(GetLastError()));
     }
     return user;
 }
@@ -79,7 +79,7 @@ std::string MutexName(const std::string& name) {
 std::string NewPipePath() {
     std::array<std::uint8_t, 16> random = {};
     if (RtlGenRandom(random.data(), random.size()) == FALSE) {
-        Throw("no name for a pipe", ERROR_GEN_FAILURE);
+        Throw("cannot create a random pipe name", ERROR_GEN_FAILURE);
     }
     std::string path = "\\\\.\\pipe\\vexlane-reading-";
     for (const std::uint8_t byte : random) {
@@ -113,7 +113,7 @@ void PublishPipePath(const std::string& name, const std::string& path) {
         RegCloseKey(key);
     }
     if (error != ERROR_SUCCESS) {
-        Throw("the registry does not take the server's pipe", error);
+        Throw("cannot write the pipe's name to the registry", error);
     }
 }
 

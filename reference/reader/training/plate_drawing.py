@@ -35,7 +35,7 @@ class Font:
             box = font.getbbox(character)
             width = box[2] - box[0]
             if width < 2:
-                raise ValueError("an empty character")
+                raise ValueError("empty character")
             image = Image.new("L", (width + 2, GLYPH_HEIGHT + 2 * GLYPH_MARGIN), 0)
             ImageDraw.Draw(image).text((1 - box[0], GLYPH_MARGIN - top), character, font=font, fill=255)
             self.masks[character] = np.array(image)
@@ -44,7 +44,7 @@ class Font:
         self.masks[UPRIGHT_W] = np.ascontiguousarray(np.flipud(self.masks["M"]))
         # Rejects old-style digits, and fonts that lack letters.
         if min(heights) < GLYPH_HEIGHT * 0.8 or np.array_equal(self.masks["A"], self.masks["B"]):
-            raise ValueError("not for plates")
+            raise ValueError("font is not suitable for plates")
 
 
 def load_fonts():

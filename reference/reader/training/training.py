@@ -11,11 +11,11 @@ import torch
 def parse_arguments(description):
     """Reads the command line and seeds the random generators of this process."""
     parser = argparse.ArgumentParser(description=description)
-    parser.add_argument("out", help="the ONNX file to write; the weights for going on are written beside it")
+    parser.add_argument("out", help="the ONNX file to write; the weights for further training are written beside it")
     parser.add_argument("--minutes", type=float, required=True)
     parser.add_argument("--seed", type=int, default=1)
-    parser.add_argument("--from", dest="start", help="weights to go on from")
-    parser.add_argument("--rate", type=float, default=2.5e-3, help="the highest learning rate")
+    parser.add_argument("--from", dest="start", help="weights to start from")
+    parser.add_argument("--rate", type=float, default=2.5e-3, help="the maximum learning rate")
     arguments = parser.parse_args()
     torch.manual_seed(arguments.seed)
     random.seed(arguments.seed)
