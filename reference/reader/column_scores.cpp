@@ -15,7 +15,7 @@ constexpr double impossible = -1e30;
 constexpr std::array<std::string_view, 6> lookAlikes = {"0OQD", "1IT", "8B", "5S", "2Z", "6G"};
 constexpr double lookAlikeShare = 0.6;
 
-// By how much (natural logarithm, over all columns) a template's text may be less likely than the text without.
+// By how much (natural logarithm, over all columns) a template's text may be less likely than the text without one.
 constexpr double templateMargin = 7;
 
 struct Emission {
@@ -95,7 +95,7 @@ TemplatePath FollowTemplate(const ColumnScores& scores, const Template& pattern)
                 best = reached[state - 1];
                 origin = state - 1;
             }
-            // The same character twice needs a blank between.
+            // The same character twice needs a blank in between.
             const bool mayJump =
                 state > 1 && state % 2 == 1 && emission(state, column).symbol != emission(state - 2, column - 1).symbol;
             if (mayJump && reached[state - 2] > best) {

@@ -8,9 +8,8 @@
 namespace plate_reading {
 namespace {
 
-// The character heights for which a scale is used, in its own pixels, so that the scales together cover all heights.
-// The largest scale also finds smaller characters, the smallest larger ones. The network was trained on 6.5 to 32
-// pixels.
+// The character heights that a scale is used for, in its own pixels; the scales together cover all heights. The largest
+// scale also finds smaller characters, the smallest larger ones. The network was trained on 6.5 to 32 pixels.
 constexpr HeightRange scaleHeights = {7.5f, 17.f};
 
 // A frame wider than `wideFrame` is scaled by `wideScale`, and further if it is still wider than `maxSearchWidth`: most

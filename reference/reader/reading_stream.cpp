@@ -201,7 +201,7 @@ std::vector<Reading> ReadingStream::Follow(const Picture& picture, const std::op
     const int left = region ? std::max(region->left, 0) : 0;
     const int right = region ? std::min(region->right, picture.width) : picture.width;
     std::erase_if(readings, [&](Reading& reading) {
-        // At a side of the frame characters may be missing; other frames show the whole plate.
+        // At a side of the searched area characters may be missing; other frames show the whole plate.
         if (isStream && (reading.corners[0].x < left + edgeMargin || reading.corners[2].x > right - edgeMargin)) {
             return true;
         }

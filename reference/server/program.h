@@ -21,8 +21,7 @@ std::filesystem::path ProgramFolder();
 /// Runs the service until it ends and returns the exit status. Writes a failure to standard error.
 int RunToCompletion(Service& service);
 
-/// RunToCompletion, which also ends when the system asks the process to end. REQUIRES: no other thread has been
-/// started.
+/// RunToCompletion, and stops when the system asks the process to end. REQUIRES: no other thread has been started.
 int RunUntilTerminated(Service& service);
 
 }  // namespace reading_service

@@ -41,8 +41,7 @@ class Service {
     Service(const Service&) = delete;
     Service& operator=(const Service&) = delete;
 
-    /// Serves clients; closes all connections and joins all threads before it returns. Call once. Throws
-    /// std::exception.
+    /// Serves clients; closes all connections and joins all threads before it returns. Once. Throws std::exception.
     End Run();
 
     /// Makes the current or a later Run return as soon as the frames being read are done. Any thread.
