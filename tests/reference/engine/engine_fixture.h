@@ -24,13 +24,13 @@ namespace reading_engine_test {
 
 using namespace std::chrono_literals;
 
-/// How long a call may take at most, on a machine that has much else to do.
+/// The most time that a call may take, on a loaded machine.
 inline constexpr auto longestCall = 2000ms + 1500ms;
 
 inline const test_support::RuntimeFolder runtimeFolder;
 
-/// A name of this program's own, so that its servers and clients meet nobody else's. The engine reads it once for each
-/// thread.
+/// Sets a server name of this program's own, so that its servers and clients do not meet those of other processes. The
+/// engine reads it once for each thread.
 inline void UseOwnServerName() {
     static const bool isSet = [] {
         std::random_device random;
@@ -68,7 +68,7 @@ class RunningService {
     std::thread thread_;
 };
 
-/// A picture of random pixels, with rows that may be longer than its width takes, and tell what to do.
+/// A picture of random pixels with optional row padding. Its first two bytes hold a command for the scripted reader.
 class TestPicture {
   public:
     TestPicture(std::uint32_t width, std::uint32_t height, std::uint32_t gap = 0, unsigned seed = 1) {
@@ -95,7 +95,7 @@ class TestPicture {
     std::vector<std::uint8_t> pixels;
 };
 
-/// What the engine returns about an image, in records that were not zero before.
+/// The engine's results for an image, in records that were not zero before.
 struct Recognition {
     explicit Recognition(IMG* image, tagRECT* region = nullptr) {
         std::memset(static_cast<void*>(plates), 0xAA, sizeof plates);
@@ -114,7 +114,7 @@ inline std::vector<int> CornersOf(const RPLATE& plate) {
     return numbers;
 }
 
-/// A record of exactly that reading, and zeros elsewhere.
+/// A record with that reading and zeros elsewhere.
 inline RPLATE RecordOf(const plate_reading::Reading& reading) {
     RPLATE plate = {};
     std::memcpy(plate.text, reading.text.data(), reading.text.size());
@@ -126,7 +126,7 @@ inline RPLATE RecordOf(const plate_reading::Reading& reading) {
     return plate;
 }
 
-/// Whether the engine has answered these readings and touched no record after them.
+/// Succeeds if the engine returned these readings and wrote to no record after them.
 inline testing::AssertionResult Answers(const Recognition& recognition,
                                         const std::vector<plate_reading::Reading>& wanted) {
     if (recognition.count != static_cast<int>(wanted.size())) {
@@ -165,18 +165,18 @@ class ReadingEngine : public testing::Test {
     ReadingEngine() { UseOwnServerName(); }
 };
 
-/// Comes and goes: the server clears up what has ended whenever somebody comes.
+/// Connects and disconnects: the server cleans up ended connections when it accepts a new one.
 inline void VisitServer() {
     transport::Connection::Open(transport::ServerName());
 }
 
-/// A client that greets and then says nothing.
+/// A client that sends a greeting and then nothing.
 struct Greeted {
     Greeted() : connection(transport::Connection::Open(transport::ServerName())) {
         const transport::Deadline deadline = transport::Clock::now() + 10s;
         std::array<std::uint8_t, transport::maxMessageBytes> bytes = {};
         if (connection) {
-            // A busy server has gone by then.
+            // Fails if the server was busy and has closed the connection.
             connection->Send(transport::Encode({1, transport::Greeting()}), deadline);
             answer = transport::Decode(std::span(bytes).first(connection->Receive(bytes, deadline)));
         }
@@ -186,12 +186,12 @@ struct Greeted {
     std::optional<transport::Message> answer;
 };
 
-/// What a server says that has no place for a client.
+/// The message that a server at its connection limit sends.
 inline transport::Message BusyAnswer() {
     return {0, transport::Busy()};
 }
 
-/// Runs something on a thread whose engine has no past.
+/// Runs an action on a new thread, which has its own engine client.
 template <class Action>
 void OnNewThread(Action action) {
     std::thread(action).join();

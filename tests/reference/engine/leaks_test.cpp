@@ -1,4 +1,4 @@
-// What is left behind by many connections; both sides are in this process.
+// Resources after many connections; both sides are in this process.
 
 #include <functional>
 
@@ -14,9 +14,9 @@ using test_support::OpenDescriptors;
 class Leaks : public ReadingEngine {
   protected:
     static void ExpectNothingLeft(const std::function<void(int)>& connect) {
-        connect(0);  // what is made once and stays
+        connect(0);  // creates what is allocated once and kept
         VisitServer();
-        // Its connection may still be about to go.
+        // Its connection may still be open.
         const std::size_t descriptors = OpenDescriptors().size();
         const int mappings = test_support::Mappings();
         connect(1);
@@ -51,7 +51,7 @@ TEST_F(Leaks, AThousandClientsOfOneThreadLeaveNothing) {
         engine_client::Client client;
         ASSERT_TRUE(client.SetRange(1, 2));
         RPLATE plates[engineRecordCount] = {};
-        // Memory is made anew as pictures grow.
+        // The shared memory is reallocated when pictures grow.
         for (const std::uint32_t width : {10u, 40u, 20u, 60u}) {
             TestPicture picture(width, 50, 0, static_cast<unsigned>(round));
             EXPECT_EQ(client.Recognise(&picture.image, nullptr, plates), 2);

@@ -1,4 +1,4 @@
-// A host that forks with an engine that is connected.
+// A host that forks while its engine is connected.
 
 #include "tests/reference/engine/engine_fixture.h"
 #include "tests/support/linux_forked_child.h"
@@ -14,7 +14,7 @@ bool IsRead(std::uint32_t width, std::uint32_t height, unsigned seed) {
                    scripted_reader::DescriptionOf(picture.AsRead(), std::nullopt, plate_reading::WidthRange{1, 2}));
 }
 
-// Over one connection the pixels of one would pass for those of the other.
+// Over a shared connection, the pixels of one process would be taken for those of the other.
 TEST_F(ReadingEngine, OfAForkedChildHasAConnectionOfItsOwn) {
     const RunningService service;
     ASSERT_TRUE(IsRead(40, 30, 1));

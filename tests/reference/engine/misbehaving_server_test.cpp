@@ -1,4 +1,4 @@
-// Servers that do not do what they should, each for clients of its own.
+// Misbehaving servers, each with its own clients.
 
 #include <atomic>
 #include <functional>
@@ -18,10 +18,10 @@ using transport::Contents;
 using transport::Message;
 using Bytes = std::vector<std::uint8_t>;
 
-/// What a server does with one client; its end ends the connection.
+/// What a server does with one client. The connection is closed when it returns.
 using Behaviour = std::function<void(Connection&)>;
 
-/// Serves all clients in the same way, until it is destroyed.
+/// Applies one behaviour to every client until it is destroyed.
 class FakeServer {
   public:
     explicit FakeServer(Behaviour behaviour) : behaviour_(std::move(behaviour)), accepting_([this] { Accept(); }) {}
@@ -88,7 +88,7 @@ void KeepSilent(Connection& connection) {
     }
 }
 
-// The text tells whose answer it is.
+// The text identifies the response.
 transport::Readings ReadingsOf(const std::string& text) {
     transport::Readings readings = {1, 0, {}};
     text.copy(readings.readings[0].text, transport::maxTextLength);
@@ -105,7 +105,7 @@ Contents RightAnswer(const Message& request) {
     return ReadingsOf("RIGHT1");
 }
 
-/// Answers as it should to the kinds before this one.
+/// Responds correctly to requests until one of this kind arrives, and returns that one.
 template <class Kind>
 std::optional<Message> ServeUpTo(Connection& connection) {
     while (std::optional<Message> request = Next(connection)) {
@@ -142,7 +142,7 @@ Recognized Recognize(Client& client) {
     return recognized;
 }
 
-/// Runs all of them at once, since most of them wait.
+/// Runs all cases at once, because most of them wait.
 template <class Case, class Action>
 void ForEachAtOnce(const std::vector<Case>& cases, Action action) {
     std::vector<std::thread> threads;
@@ -159,10 +159,10 @@ struct Misbehaviour {
     Behaviour behaviour;
 };
 
-/// What can go wrong with the answer to a request of that kind.
+/// Ways in which the response to a request of this kind can be wrong.
 template <class Kind>
 std::vector<Misbehaviour> Misbehaviours() {
-    // Each says what it says in place of the answer.
+    // Sends something else in place of the response.
     const auto inPlaceOfTheAnswer = [](auto say) {
         return [say](Connection& connection) {
             if (const std::optional<Message> request = ServeUpTo<Kind>(connection)) {
@@ -251,14 +251,14 @@ TEST(MisbehavingServer, ThatDoesNotTakeARangeIsRefusedInTime) {
         EXPECT_FALSE(isTaken) << one.what;
         EXPECT_GE(time, 1900ms) << one.what << ": it was not waited for";
         EXPECT_LT(time, longestCall) << one.what;
-        // A frame then makes but one short attempt.
+        // A frame then makes only one short attempt.
         const Recognized recognized = Recognize(client);
         EXPECT_EQ(recognized.count, 0) << one.what;
         EXPECT_LT(recognized.time, 1s) << one.what;
     });
 }
 
-// It costs little time, with every frame, and the range is not refused: nobody is to end the server for that.
+// Each frame costs little time, and the range is not refused, so that the server is not ended for being busy.
 TEST(MisbehavingServer, ThatIsBusyForEverCostsThePlatesAlone) {
     std::atomic<int> attempts = 0;
     const FakeServer server([&attempts](Connection& connection) {
@@ -275,7 +275,7 @@ TEST(MisbehavingServer, ThatIsBusyForEverCostsThePlatesAlone) {
 
 TEST(MisbehavingServer, ThatDoesNotAnswerAFrameCostsThatFrameAlone) {
     ForEachAtOnce(Misbehaviours<transport::Frame>(), [](const Misbehaviour& one) {
-        // The first client is served ill, those after it well.
+        // Only the first client is served badly.
         const auto isFirst = std::make_shared<std::atomic<bool>>(true);
         const FakeServer server([&one, isFirst](Connection& connection) {
             if (isFirst->exchange(false)) {
@@ -348,7 +348,7 @@ TEST(MisbehavingServer, ThatIsNotThereIsWaitedForAndThenRefused) {
 }
 
 TEST(MisbehavingServer, WhoseRoomIsFullIsRefusedInTime) {
-    // Nobody accepts, and so many wait that no more may.
+    // Connections are not accepted, and the queue of waiting ones is full.
     const std::string name = "vexlane-test-full-" + std::to_string(std::random_device()());
     const std::optional<transport::Listener> listener = transport::Listener::Open(name);
     std::vector<Connection> waiting;

@@ -1,5 +1,4 @@
-// Clients that say what no engine says: each loses its connection, the server goes on serving the others, and nothing
-// of theirs stays open.
+// Invalid messages: each closes the connection it came from; the server goes on serving the others and leaks nothing.
 
 #include <random>
 
@@ -14,7 +13,7 @@ using namespace transport;
 using transport::Range;
 using Bytes = std::vector<std::uint8_t>;
 
-/// Says whatever it is told to, as no engine does.
+/// Sends any bytes, valid or not.
 class AnyClient {
   public:
     AnyClient() {
@@ -23,7 +22,7 @@ class AnyClient {
 
     bool Send(std::span<const std::uint8_t> bytes) { return connection_->Send(bytes, Clock::now() + 1min); }
 
-    /// The next message; empty when there is none within a minute, and when the server has ended the connection.
+    /// Returns the next message, or nothing if none arrives within a minute or the server has closed the connection.
     Bytes Receive() {
         Bytes bytes(maxMessageBytes);
         bytes.resize(connection_->Receive(bytes, Clock::now() + 1min));
@@ -31,7 +30,7 @@ class AnyClient {
     }
 
     bool IsDropped() {
-        // What the server still has to say comes first.
+        // Messages that the server sent before it closed the connection come first.
         while (!Receive().empty()) {
         }
         return !connection_->IsPeerConnected();
@@ -55,7 +54,7 @@ class Nonsense : public ReadingEngine {
   protected:
     Nonsense() { EXPECT_TRUE(ServesWell()); }
 
-    /// Over a connection that lasts from test to test.
+    /// Uses a connection that stays open from test to test.
     static bool ServesWell() {
         TestPicture picture(33, 22);
         return SetPlateRange(3, 4) &&
@@ -101,10 +100,10 @@ TEST_F(Nonsense, BehindTheGreetingEndsTheConnection) {
 TEST_F(Nonsense, AboutPixelsEndsTheConnection) {
     const std::vector<std::vector<Bytes>> wrong = {
         {Bytes(frameBytes + 1)},                  // more
-        {Bytes(frameBytes), Bytes(1)},            // more, in a piece of its own
-        {Bytes(frameBytes - 1), frame},           // fewer, and a message that they cannot end with
+        {Bytes(frameBytes), Bytes(1)},            // more, in a separate piece
+        {Bytes(frameBytes - 1), frame},           // fewer, then a message that is too long to complete them
         {Bytes()},                                // none
-        {Bytes(frameBytes - 1), Bytes()},         // fewer, and a piece of nothing
+        {Bytes(frameBytes - 1), Bytes()},         // fewer, then an empty piece
         {Bytes(frameBytes), Bytes(frameBytes)}};  // twice
     for (const std::vector<Bytes>& pieces : wrong) {
         GreetedClient client;
@@ -160,7 +159,7 @@ TEST_F(Nonsense, OfSizesThatWouldWrapEndsTheConnection) {
     EXPECT_TRUE(ServesWell());
 }
 
-// Every message is one that may be, with changes, and pixels come or do not.
+// Each message is a valid one with random changes, with or without pixels after it.
 TEST_F(Nonsense, OfRandomKindsHarmsNobodyElse) {
     std::mt19937 random(20240131);
     const auto below = [&random](unsigned limit) { return static_cast<unsigned>(random() % limit); };

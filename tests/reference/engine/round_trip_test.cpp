@@ -1,4 +1,4 @@
-// What goes from the engine's caller to the reader and back.
+// Data on its way from the engine's caller to the reader and back.
 
 #include <atomic>
 #include <limits>
@@ -20,7 +20,7 @@ class RoundTrip : public ReadingEngine {
 TEST_F(RoundTrip, BringsEveryByteOfThePictureInAnySizeAndLayout) {
     ASSERT_TRUE(SetPlateRange(1, 2));
     unsigned seed = 0;
-    // Up and down, so that memory is taken anew and used again.
+    // Sizes go up and down, so that memory is both reallocated and reused.
     for (const std::uint32_t width : {1u, 2u, 3u, 7u, 64u, 333u, 1920u, 17u, 640u}) {
         for (const std::uint32_t height : {1u, 2u, 5u, 48u, 211u}) {
             for (const std::uint32_t gap : {0u, 1u, 13u, 4096u}) {
@@ -36,7 +36,7 @@ TEST_F(RoundTrip, BringsEveryByteOfThePictureInAnySizeAndLayout) {
 TEST_F(RoundTrip, ReadsNothingBehindTheLastRowsPixels) {
     ASSERT_TRUE(SetPlateRange(1, 2));
     TestPicture picture(5, 3, 100);
-    // The address sanitizer sees a byte too many.
+    // The address sanitizer reports a read past the end.
     std::vector<std::uint8_t> exact(picture.pixels.begin(), picture.pixels.end() - 100);
     picture.image.pixels = exact.data();
     EXPECT_TRUE(Answers(Recognition(&picture.image), DescriptionOf(picture.AsRead(), std::nullopt, WidthRange{1, 2})));
@@ -175,7 +175,7 @@ TEST_F(RoundTrip, FindsNothingInWhatIsNoPicture) {
             image.rowStride = most;
         });
     }
-    // Each side alone may be so long.
+    // Each side is within its limit, but the area is not.
     expectNothing([](IMG& image) {
         image.width = 16384;
         image.height = 16384;

@@ -1,4 +1,4 @@
-// The server: when it begins and ends, who gets a reader, and what it does when a reader fails.
+// The server: when it starts and exits, which client gets a reader, and what it does when a reader fails.
 
 #include "reference/server/service.h"
 
@@ -26,7 +26,7 @@ using reading_service::Settings;
 using testing::ElementsAre;
 using transport::Connection;
 
-/// A reader whose frames wait until they are let go.
+/// Holds frames in the reader until the test releases them.
 class Gate {
   public:
     void Pass(int frame) {
@@ -81,7 +81,7 @@ Settings With(void (*change)(Settings&)) {
 
 class ReadingService : public ReadingEngine {
   protected:
-    /// A thread whose frame of that number is on its way; returns what is read.
+    /// Sends the frame of that number from a new thread; the future holds the number of readings.
     std::future<int> Send(int number, bool* isRight = nullptr) {
         return std::async(std::launch::async, [number, isRight] {
             Client client;
@@ -103,7 +103,7 @@ class ReadingService : public ReadingEngine {
     }
 };
 
-// Beginning and ending
+// Start and exit
 
 TEST_F(ReadingService, ListensBeforeThereIsAReader) {
     std::promise<void> goOn;
@@ -198,7 +198,7 @@ TEST_F(ReadingService, ThatCameAnewIsGivenTheRangeAgain) {
     service.reset();
     EXPECT_EQ(client.Recognise(&picture.image, nullptr, plates), 0);
     service = std::make_unique<RunningService>();
-    // A frame connects by itself, with one attempt each.
+    // Each frame makes one attempt to connect.
     ASSERT_TRUE(WaitUntil([&] { return client.Recognise(&picture.image, nullptr, plates) == 2; }));
     EXPECT_EQ(plates[1].corner1.x, 17);
     EXPECT_EQ(plates[1].corner1.y, 18);
@@ -206,14 +206,14 @@ TEST_F(ReadingService, ThatCameAnewIsGivenTheRangeAgain) {
 
 // Connections
 
-/// How many readings a client gets of a picture in which there are two.
+/// Returns the number of readings that a client receives for a picture with two.
 int ReadingsFor(Client& client) {
     TestPicture picture(4, 4);
     RPLATE plates[engineRecordCount] = {};
     return client.Recognise(&picture.image, nullptr, plates);
 }
 
-// A client beyond the places once looked like a hung server, which the library of that client then ended for all.
+// A client beyond the limit once took the server for hung, and its library then ended the server for all clients.
 TEST_F(ReadingService, TellsClientsBeyondItsPlacesThatItIsBusy) {
     RunningService service(With([](Settings& settings) { settings.maxConnections = 3; }));
     std::vector<Client> clients(3);
@@ -232,7 +232,7 @@ TEST_F(ReadingService, TellsClientsBeyondItsPlacesThatItIsBusy) {
         EXPECT_EQ(ReadingsFor(client), 2);
     }
     clients.pop_back();
-    // The range that it could not give before is given with the connection.
+    // The range that it could not send before is sent when it connects.
     TestPicture picture(4, 4);
     RPLATE plates[engineRecordCount] = {};
     ASSERT_TRUE(WaitUntil([&] { return waiting.Recognise(&picture.image, nullptr, plates) == 2; }))
@@ -240,7 +240,7 @@ TEST_F(ReadingService, TellsClientsBeyondItsPlacesThatItIsBusy) {
     EXPECT_EQ(plates[1].corner1.x, 17);
 }
 
-/// Wine takes many times as long for a connection.
+/// A connection takes many times as long under Wine.
 #ifdef _WIN32
 constexpr std::size_t places = 32;
 constexpr std::size_t others = 8;
@@ -394,7 +394,7 @@ TEST_F(ReadingService, ReadsNoFrameWhoseClientHasGone) {
     auto busy = Send(1);
     ASSERT_TRUE(gate.ComeTo(1));
     {
-        // It says everything and does not wait for an answer.
+        // It sends everything and does not wait for a response.
         auto hasty = Connection::Open(transport::ServerName());
         std::vector<std::uint8_t> pixels(4 * 4 * 3);
         pixels[1] = 2;
@@ -457,7 +457,7 @@ TEST_F(ReadingService, EndsWhileNoReaderCanBeMade) {
     EXPECT_LT(TimeOf([&] { service.Stop(); }), 1500ms);
 }
 
-// Clients that ask for nothing
+// Clients that send no requests
 
 TEST_F(ReadingService, GivesThePlaceOfASilentClientToOneThatNeedsIt) {
     RunningService service(With([](Settings& settings) {
@@ -485,7 +485,7 @@ TEST_F(ReadingService, LetsASilentClientKeepAPlaceThatNobodyNeeds) {
     EXPECT_EQ(paused.Recognise(&picture.image, nullptr, plates), 2);
 }
 
-// An answer that comes too late
+// Late responses
 
 TEST_F(ReadingService, NeverGivesALateAnswerToALaterFrame) {
     RunningService service;
@@ -496,7 +496,7 @@ TEST_F(ReadingService, NeverGivesALateAnswerToALaterFrame) {
     RPLATE plates[engineRecordCount] = {};
     EXPECT_THAT(TimeOf([&] { EXPECT_EQ(client.Recognise(&slow.image, nullptr, plates), 0); }),
                 testing::AllOf(testing::Ge(1950ms), testing::Lt(longestCall)));
-    // The late answer comes while these are asked.
+    // The late response arrives while these requests are sent.
     const auto end = transport::Clock::now() + 600ms;
     for (unsigned seed = 2; transport::Clock::now() < end; ++seed) {
         TestPicture quick(30, 20, 0, seed);

@@ -2,7 +2,7 @@
 
 namespace reading_engine_test {
 
-/// The engine's library once more, apart from the one that the program is bound to.
+/// A second instance of the engine's library, besides the one that the program is linked to.
 class OtherEngine {
   public:
     /// Throws std::runtime_error.

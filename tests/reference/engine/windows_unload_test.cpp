@@ -1,4 +1,4 @@
-// What stays behind of a library that is unloaded while threads go on that have called it.
+// Unloading the library while threads that have called it go on.
 
 #include "tests/reference/engine/windows_unload.h"
 

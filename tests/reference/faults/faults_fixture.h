@@ -1,4 +1,4 @@
-/// Servers as processes, in which things go wrong.
+/// Server processes for fault tests.
 #pragma once
 
 #include <gmock/gmock.h>
@@ -35,8 +35,8 @@ class ServerPrograms : public testing::Test {
     }
 };
 
-/// Every process of the server's name, whoever has started it, as the library sees them: for what says why a test
-/// fails.
+/// Lists every process with the server's name, regardless of which process started it, as the library sees them. For
+/// failure messages.
 inline std::string ServersInSight() {
     const std::set<servers::ProcessId> children = servers::Running();
     std::string text = "servers:";

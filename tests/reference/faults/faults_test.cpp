@@ -1,4 +1,4 @@
-// A running stream through the whole library, and what may happen to its server.
+// A stream through the whole library while its server is killed, stopped, blocked or replaced.
 
 #include <cstdlib>
 #include <random>
@@ -13,14 +13,14 @@ using namespace reading_faults;
 using reading_engine_test::longestCall;
 using test_support::ChildProcess;
 
-/// Of a frame: the range's time, the frame's, and that of ending a server and starting another one.
+/// The most time for one frame: the range, the frame, and ending a server and starting another one.
 constexpr auto longestFrame = 2 * longestCall + 1000ms;
 
-/// From the first refused range until there are plates again.
+/// The most time from the first refused range until there are plates again.
 constexpr auto longestAbsence = 2000ms;
 
-/// What the library may keep open of a server that it has ended and of those that it has looked for: on Windows it
-/// closes none of these handles. Between two restarts it looks a few times.
+/// Handles that the library may keep open for each server that it ends: on Windows it does not close the handles of
+/// servers that it ended or searched for. It searches a few times between two restarts.
 #ifdef _WIN32
 constexpr std::size_t keptOfAServer = 8;
 #else
@@ -31,13 +31,13 @@ class Faults : public ServerPrograms {
   protected:
     Faults() { servers::Place(VEXLANE_STREAM_SERVER); }
 
-    /// What the other host writes first.
+    /// Reads the process id that the other host prints first.
     static servers::ProcessId NumberFrom(ChildProcess& host) {
         host.WaitForOutput("\n");
         return std::stoi(host.Output());
     }
 
-    /// Frames until there are plates.
+    /// Plays frames until there are plates.
     void PlayUntilPlates(Stream& stream) {
         ASSERT_TRUE(WaitUntil([&] { return PlayOne(stream).plates == 2; })) << State(stream);
     }
@@ -52,7 +52,7 @@ class Faults : public ServerPrograms {
         return played;
     }
 
-    /// Frames until another server than this one finds plates, which must be soon after the first refused range.
+    /// Plays frames until a server other than `former` finds plates, which must be soon after the first refused range.
     void ExpectRecovery(Stream& stream, servers::ProcessId former) {
         transport::Deadline refused = transport::noDeadline;
         const bool isBack = WaitUntil([&] {
@@ -70,7 +70,7 @@ class Faults : public ServerPrograms {
         }
     }
 
-    /// Kills the server at random moments of the stream, and awaits the next one each time.
+    /// Kills the server at random moments of the stream, and waits for the next one each time.
     void KillServers(Stream& stream, int rounds) {
         std::mt19937 random(20240203);
         const std::size_t descriptors = test_support::OpenDescriptors().size();
@@ -112,7 +112,7 @@ class Faults : public ServerPrograms {
     transport::Clock::duration longest{};
 };
 
-// By the refused range or, while the library still polls, by a poll.
+// The restart is due to the refused range or, while the library still polls, to a poll.
 TEST_F(Faults, AServerThatIsKilledAtAnyMomentComesBackAndLeavesNothing) {
     Stream stream;
     PlayUntilPlates(stream);
@@ -120,11 +120,11 @@ TEST_F(Faults, AServerThatIsKilledAtAnyMomentComesBackAndLeavesNothing) {
     ExpectNothingIsLeft(stream);
 }
 
-// VEXLANE_TEST_KILLS says how often.
+// VEXLANE_TEST_KILLS sets the number of kills.
 TEST_F(Faults, AServerThatIsKilledBehindTheEndOfPollingComesBackByEveryRefusedRange) {
     Stream stream;
     PlayUntilPlates(stream);
-    // A server that is there and refuses is ended, and with it polling.
+    // The library ends a running server that refuses a range, and stops polling.
     const servers::ProcessId first = TheServer();
     ASSERT_NE(first, 0);
     servers::Suspend(first);
@@ -153,10 +153,10 @@ TEST_F(Faults, AServerThatIsStoppedIsReplaced) {
     EXPECT_EQ(servers::Zombies(), 0);
 }
 
-// A host with more threads than the server has places once ended the server of all others every two seconds.
+// A host with more threads than the server accepts connections once ended the others' server every two seconds.
 TEST_F(Faults, AServerWithoutAPlaceIsNotRestartedAndReadsWhenThereIsOne) {
     Stream stream;
-    // On a thread that then leaves its place.
+    // On a thread that then closes its connection.
     reading_engine_test::OnNewThread([&] { PlayUntilPlates(stream); });
     const servers::ProcessId server = TheServer();
     std::vector<reading_engine_test::Greeted> others;
@@ -207,7 +207,7 @@ TEST_F(Faults, AServerThatCannotBeStartedIsThereWhenItCan) {
     ExpectRecovery(stream, server);
 }
 
-// The server is one for all: whoever comes starts it anew, whoever goes ends it.
+// All detectors share one server: creating a detector restarts it, destroying one ends it.
 TEST_F(Faults, ADetectorReadsOnWhenAnotherOneComesAndWhenItGoes) {
     Stream stream;
     PlayUntilPlates(stream);
@@ -231,7 +231,7 @@ TEST_F(Faults, TwoHostsShareOneServerAndTheSecondOutlivesTheFirst) {
     std::filesystem::remove(mayEnd);
     ChildProcess second({.program = servers::OwnFolder() / VEXLANE_READING_HOST, .arguments = {mayEnd.string()}});
     EXPECT_EQ(NumberFrom(second), 1) << "it has started a server of its own";
-    // What is seen in the first picture is confirmed by those after it.
+    // The first readings need confirmation by the next frames.
     for (int frame = 0; frame < 3; ++frame) {
         PlayOne(*stream);
     }
@@ -247,7 +247,7 @@ TEST_F(Faults, TwoHostsShareOneServerAndTheSecondOutlivesTheFirst) {
     EXPECT_EQ(end.status, 0) << "it has no plates in the end: " << end.errors;
 }
 
-// A test that met such a server once took 0 for its own one's id, and stopped the whole process group.
+// A test that met such a server once used 0 as the id of its own server, and stopped the whole process group.
 TEST_F(Faults, AServerOfAnotherProcessFailsATestBeforeItBegins) {
     servers::Place(VEXLANE_TEST_SERVER);
     test_support::SetEnvironment("VEXLANE_TEST_IDLE", "500");

@@ -1,5 +1,5 @@
-// A program that listens under the recognition server's name and answers garbage to everything, until nobody has been
-// there for a while.
+// A program that listens under the recognition server's name, responds to every message with garbage, and exits after
+// 30 seconds without a connection.
 
 #include <random>
 #include <thread>

@@ -1,6 +1,6 @@
-// A host that plays a stream until the file exists that its argument names, and then until there are plates. Once there
-// are plates it writes the number of the server that it has started, or 1 when it has started none. Ends with 0, or
-// with 3 when there are no plates in the end.
+// A host that plays a stream until the file named by its argument exists, and then until there are plates. At the first
+// plates it prints the process id of the server that it has started, or 1 if it has started none. Exits with 0, or with
+// 3 if there are no plates in the end.
 
 #include <chrono>
 #include <cstdio>

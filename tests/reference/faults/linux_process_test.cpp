@@ -1,4 +1,4 @@
-// What only processes of Linux are told, and do.
+// Server process tests that only Linux can run: signals, fork, users, descriptor limits.
 
 #include <signal.h>
 #include <sys/wait.h>
@@ -22,7 +22,7 @@ namespace {
 using namespace reading_faults;
 using test_support::DescriptorLimit;
 
-/// Runs something in a process of its own; true is what it should answer.
+/// Runs an action in a forked process, which exits with 0 if the action returns true.
 pid_t Fork(const std::function<bool()>& action) {
     const pid_t child = ::fork();
     if (child == 0) {
@@ -31,7 +31,7 @@ pid_t Fork(const std::function<bool()>& action) {
     return child;
 }
 
-// In a process group of its own, which would otherwise be stopped, and with it whatever runs the tests.
+// Runs in a separate process group: a stopped group would otherwise include the test runner.
 TEST(ProcessControl, StopsOneProcessAndNeverAGroup) {
     const pid_t group = Fork([] {
         ::setpgid(0, 0);
@@ -73,7 +73,7 @@ TEST_F(ServerProcess, EndsWellWhenItIsAskedToBeforeItListens) {
         std::this_thread::sleep_for(std::chrono::microseconds(100 * round));
         ASSERT_EQ(platform::SendSignal(server->Id(), SIGTERM), 0);
         const test_support::Finished end = server->Wait();
-        // Very early the signal meets a process that is not the program yet.
+        // A very early signal arrives before the process executes the program.
         EXPECT_TRUE(end.status == 0 || end.signal == SIGTERM);
     }
 }
@@ -140,7 +140,7 @@ TEST_F(ServerProcess, ServesItsUserWhileAnotherUserHasTakenTheNamesBefore) {
     EXPECT_TRUE(taker.End()) << "somebody has connected to the stranger";
 }
 
-// Another server would have no descriptor for it either, and it is the server of all.
+// Another server would not help either, and ending this one would affect all clients.
 TEST_F(ServerProcess, IsNotRefusedByAHostWithoutDescriptorsAndServesItWhenThereAreSome) {
     Start();
     ASSERT_TRUE(client.SetRange(1, 2));

@@ -5,7 +5,7 @@
 namespace reading_faults {
 
 std::vector<std::uint8_t> DrawPlateFrame() {
-    // A frame's colour planes, of which there is nothing to be seen, after its rows.
+    // Neutral colour planes follow the luma rows.
     std::vector<std::uint8_t> frame(std::size_t{frameWidth} * frameHeight * 3 / 2, 128);
     cv::Mat picture(frameHeight, frameWidth, CV_8UC1, frame.data());
     picture = 102;

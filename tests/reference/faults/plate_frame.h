@@ -1,4 +1,4 @@
-/// A picture that any reader of plates finds two plates in.
+/// A picture in which any plate reader finds two plates.
 #pragma once
 
 #include <cstdint>

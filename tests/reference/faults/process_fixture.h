@@ -1,4 +1,4 @@
-/// A server in a process of its own, and a client of it.
+/// A server in a separate process, and its client.
 #pragma once
 
 #include <memory>
@@ -13,7 +13,7 @@ namespace reading_faults {
 using namespace reading_engine_test;
 using engine_client::Client;
 
-/// Whether a client's frame is answered with what is in it.
+/// Returns true if the client receives the right readings for its frame.
 inline bool IsServedWell(Client& client, unsigned seed = 1) {
     TestPicture picture(40 + seed % 7, 30, 0, seed);
     RPLATE plates[engineRecordCount] = {};

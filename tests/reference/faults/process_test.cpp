@@ -1,4 +1,4 @@
-// The engine and a server in a process of its own.
+// The engine and a server in a separate process.
 
 #include <thread>
 
@@ -57,7 +57,7 @@ TEST_F(ServerProcess, ThatIsStoppedIsNoticedInTimeAndServesAgainWhenItGoesOn) {
     TestPicture picture(20, 20);
     RPLATE plates[engineRecordCount] = {};
     EXPECT_LT(TimeOf([&] { EXPECT_EQ(client.Recognise(&picture.image, nullptr, plates), 0); }), 1s);
-    // A client that is new meets a stopped server, too.
+    // A new client also gets no response from a stopped server.
     Client second;
     EXPECT_LT(TimeOf([&] { EXPECT_FALSE(second.SetRange(1, 2)); }), longestCall);
     servers::Resume(server->Id());
@@ -85,7 +85,7 @@ TEST_F(ServerProcess, ThatIsStoppedInAFrameLetsItGoInTime) {
     }
 }
 
-// The connection holds less than such a picture, so that the client is still sending.
+// The connection's buffer is smaller than such a picture, so that the client is still sending.
 TEST_F(ServerProcess, ThatIsStoppedWhileItTakesAFrameLetsItGoInTimeAndAtOnceWhenItDies) {
     TestPicture picture(1920, 1080);
     RPLATE plates[engineRecordCount] = {};

@@ -1,4 +1,4 @@
-// The recognition server with a reader that does what the picture tells it.
+// The recognition server with a reader that follows commands in the picture.
 
 #include <cstdlib>
 

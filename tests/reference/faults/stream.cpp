@@ -77,7 +77,7 @@ Played Stream::Play() {
     played.time = std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::steady_clock::now() - start);
     const std::string lines = trace_.Text(traceRead_);
     traceRead_ += lines.size();
-    // A poll that restarts the server says one more thing.
+    // A poll that restarts the server logs one more line.
     played.restarts = Occurrences(lines, "Restart server launcher") > Occurrences(lines, "Restar server by timeout");
     const std::string wanted = "NumberOfPlate is ";
     const std::size_t found = lines.find(wanted);

@@ -1,4 +1,4 @@
-/// A stream of frames through the whole library, with the reading engine and the server that lies beside the program.
+/// A stream of frames through the whole library, with the reading engine and the server in the program's folder.
 #pragma once
 
 #include <chrono>
@@ -13,14 +13,13 @@
 namespace reading_faults {
 
 struct Played {
-    std::int32_t answer = -1;  ///< the detector's, 0 for well
-    int plates = -1;           ///< that the engine has answered, as the library's trace tells
-    bool restarts = false;     ///< the engine has refused the range
+    std::int32_t answer = -1;  ///< the detector's return value, 0 on success
+    int plates = -1;           ///< returned by the engine, according to the library's trace
+    bool restarts = false;     ///< the engine refused the range
     std::chrono::milliseconds time{};
 };
 
-/// A detector, which looks at plates of any width, and maybe a second one, which does nothing. One stream at a time, on
-/// one thread.
+/// A detector that accepts plates of any width, and optionally an idle second one. One stream at a time, on one thread.
 class Stream {
   public:
     Stream();
@@ -28,17 +27,17 @@ class Stream {
     Stream(const Stream&) = delete;
     Stream& operator=(const Stream&) = delete;
 
-    /// Plays a picture with two plates.
+    /// Plays one frame with two plates.
     Played Play();
 
-    /// The newest lines of the library's trace, for what says why a test fails.
+    /// Returns the newest lines of the library's trace, for failure messages.
     std::string LastLines() const;
 
-    /// A detector of another channel comes, and goes.
+    /// Creates and destroys the detector of another channel.
     void AddNeighbour();
     void DestroyNeighbour();
 
-    /// Destroys the detectors, and returns how many of its pictures it has not given back.
+    /// Destroys the detectors and returns the number of buffers that were not released.
     int End();
 
   private:

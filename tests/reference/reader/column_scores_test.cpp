@@ -8,7 +8,7 @@
 namespace plate_reading {
 namespace {
 
-/// The network's answer, as logits; at first each column is none for sure.
+/// The network's output, as logits. Initially no column shows a character.
 class Answer {
   public:
     explicit Answer(std::size_t columns) : columns_(columns), logits_(classes * columns, 0.f) {
@@ -22,7 +22,7 @@ class Answer {
     }
     float& None(std::size_t column) { return logits_[column]; }
 
-    /// The columns from `first` on show this character for sure.
+    /// Makes `count` columns from `first` on show this character with certainty.
     void Show(std::size_t first, std::size_t count, char character) {
         for (std::size_t column = first; column < first + count; ++column) {
             None(column) = 0;
@@ -115,7 +115,7 @@ TEST(Decode, ACharacterThatIsLikelierThanNoneInAllIsReadThoughNoneIsLikeliest) {
     answer.At(1, 'B') = std::log(0.24f) + 20;
     const DecodedText decoded = Decode(answer.Scores());
     EXPECT_EQ(decoded.text, "A");
-    // The character's own column, and all columns' chance to be what they were taken for.
+    // The character's probability in its column, times the mean probability of each column's chosen class.
     EXPECT_NEAR(decoded.confidence, 0.32 * std::cbrt(0.56), 0.01);
 }
 
@@ -164,8 +164,8 @@ TEST(Templates, ATextThatFitsNoneStaysAsItIs) {
     EXPECT_EQ(DecodeByTemplates(ColumnScores(), {"LL"}, DecodedText{}).text, "");
 }
 
-/// The probability of the likeliest way through the columns, by trying all ways: each column shows the place it has in
-/// the pattern (even places are gaps).
+/// Returns the probability of the likeliest path through the columns, by trying all paths. Each column is assigned a
+/// place in the pattern (even places are gaps).
 double LikeliestByTrying(const ColumnScores& scores, const std::vector<std::vector<double>>& places) {
     const std::size_t columns = scores.Columns();
     const std::size_t states = places.size();
@@ -195,7 +195,7 @@ double LikeliestByTrying(const ColumnScores& scores, const std::vector<std::vect
 TEST(Templates, TheWayThroughTheColumnsIsTheLikeliestOfAll) {
     std::mt19937 random(9);
     for (int round = 0; round < 40; ++round) {
-        // X and 4 have no look-alikes, so that each place has one character to show.
+        // X and 4 have no look-alikes, so that each place has only one candidate.
         constexpr std::size_t columns = 6;
         Answer answer(columns);
         std::uniform_real_distribution<float> any(0, 4);
@@ -218,7 +218,7 @@ TEST(Templates, TheWayThroughTheColumnsIsTheLikeliestOfAll) {
         free.text = "X4";
         const DecodedText decoded = DecodeByTemplates(scores, {"LD"}, free);
         ASSERT_EQ(decoded.text, "X4");
-        // The confidence holds the way's probability beside the two characters' surest columns on that way.
+        // The confidence combines the path's probability with the highest probability of each character on the path.
         double letterPeak = 0;
         double digitPeak = 0;
         for (std::size_t column = 0; column < columns; ++column) {

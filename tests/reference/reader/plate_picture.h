@@ -20,10 +20,10 @@ struct DrawnPlate {
 /// A grey street with no plate on it; the same each time.
 cv::Mat DrawStreet(int width, int height);
 
-/// Draws a white plate with a dark text; the text's width in pixels.
+/// Draws a white plate with dark text, and returns the text's width in pixels.
 double DrawPlate(cv::Mat& picture, const DrawnPlate& plate);
 
-/// The picture as the reader takes it; it must outlive the answer.
+/// Returns a view for the reader; `picture` must outlive it.
 plate_reading::Picture AsPicture(const cv::Mat& picture);
 
 }  // namespace plate_reading_test

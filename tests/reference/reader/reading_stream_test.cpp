@@ -18,7 +18,7 @@ Reading ReadingOf(const std::string& text, double confidence, int x, int y) {
 class ReadingStreamTest : public testing::Test {
   protected:
     ReadingStreamTest() {
-        // The first picture is that of no stream yet.
+        // The first picture does not yet belong to a stream.
         Show({});
     }
 
@@ -205,7 +205,7 @@ TEST_F(ReadingStreamTest, PicturesOfAPixelAreBorneWith) {
     EXPECT_THAT(stream.Follow({pixel, 1, 1, 3}, {}, {ReadingOf("AB123CD", 95, 0, 0)}), IsEmpty()) << "it is cut off";
 }
 
-// Texts that were kept for ever would outvote the right one, and grow without end.
+// Texts that were never dropped would outvote the right one and use ever more memory.
 TEST_F(ReadingStreamTest, APlateThatIsMisreadThousandsOfTimesIsReportedOnceItIsReadRightly) {
     for (int misreading = 0; misreading < 2000; ++misreading) {
         Show({ReadingOf("AB123" + std::to_string(100 + misreading), 95, 100, 100)});

@@ -10,7 +10,7 @@ namespace {
 
 constexpr HeightRange any = {0, 1000};
 
-/// Bars of a character's shape in a line; `slope` pixels down for each to the right.
+/// Draws character-shaped bars in a line that falls by `slope` pixels for each pixel to the right.
 void DrawRow(cv::Mat& grey, cv::Point start, int characters, int height, double slope, int ink) {
     for (int i = 0; i < characters; ++i) {
         const int x = start.x + i * height * 4 / 5;

@@ -24,7 +24,7 @@ TEST(TextRow, SharesOfBoxes) {
     EXPECT_EQ(IntersectionOverUnion(whole, away), 0);
 }
 
-// On a picture whose grey falls evenly, a pixel of the cut tells where it was taken.
+// In a picture with a linear gradient, a pixel's value shows where it was taken from.
 TEST(CutRow, TakesEachPixelFromItsPlaceAlongTheRow) {
     cv::Mat across(300, 400, CV_8U);
     cv::Mat down(300, 400, CV_8U);

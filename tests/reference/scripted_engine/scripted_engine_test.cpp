@@ -29,7 +29,7 @@ using testing::HasSubstr;
 
 using Plates = std::array<RPLATE, engineRecordCount>;
 
-// The functions' names as the system's usual compiler spells them.
+// The functions' names as mangled by the platform's usual compiler.
 #ifdef _WIN32
 constexpr const char* recogniseName = "?Recognize2@@YAHPEAUYUV420_IMG@@PEAUIMG@@PEAUtagRECT@@PEAURPLATE@@H@Z";
 constexpr const char* setRangeName = "?SetPlateRange@@YA_NHH@Z";
@@ -38,7 +38,7 @@ constexpr const char* recogniseName = "_Z10Recognize2P10YUV420_IMGP3IMGP7tagRECT
 constexpr const char* setRangeName = "_Z13SetPlateRangeii";
 #endif
 
-/// The engine, loaded afresh, with a script of the test's own.
+/// The engine, loaded anew for each test, with a script from the test.
 class ScriptedEngine : public testing::Test {
   protected:
     ScriptedEngine() {
@@ -69,14 +69,14 @@ class ScriptedEngine : public testing::Test {
         setRange = &library.get<bool(int, int)>(setRangeName);
     }
 
-    /// The number answered.
+    /// Returns the engine's return value.
     int Recognise(Plates& plates, tagRECT* region = nullptr) {
         plates = {};
         IMG image{2, 2, 3, 8, pixels.data()};
         return recognise(nullptr, &image, region, plates.data(), 0);
     }
 
-    /// The text of the only plate; nothing when there is none.
+    /// Returns the text of the only plate, or nothing if there is none.
     std::optional<std::string> Read() {
         Plates plates;
         return Recognise(plates) == 1 ? std::optional(TextOf(plates[0])) : std::nullopt;
@@ -104,7 +104,7 @@ class ScriptedEngine : public testing::Test {
 
     static json Frame(const std::string& text) { return {{"plates", {Plate(text)}}}; }
 
-    /// What the engine says about a script at the first call, which must then be answered as if there were none.
+    /// Returns the engine's error message about a script at the first call. The calls must act as if there were no script.
     std::string ComplaintAbout(const std::string& script) {
         Load(script);
         testing::internal::CaptureStderr();
@@ -118,7 +118,7 @@ class ScriptedEngine : public testing::Test {
     boost::dll::shared_library library;
     int (*recognise)(YUV420_IMG*, IMG*, tagRECT*, RPLATE*, int) = nullptr;
     bool (*setRange)(int, int) = nullptr;
-    // Two rows of two pixels, each row with two further bytes after it.
+    // Two rows of two pixels, each followed by two padding bytes.
     std::array<std::uint8_t, 16> pixels{1, 2, 3, 4, 5, 6, 99, 99, 7, 8, 9, 10, 11, 12, 99, 99};
 };
 
@@ -358,7 +358,7 @@ TEST_P(AWrongScript, IsToldInOneLineAndFindsNothing) {
     EXPECT_EQ(std::count(complaint.begin(), complaint.end(), '\n'), 1);
 }
 
-/// A script of two frames, the second with this plate and a first one that is right.
+/// A script of two frames, the first with a valid plate, the second with this one.
 std::string WithPlate(const std::string& plate) {
     return R"({"frames": [{"plates": [{"text": "A", "confidence": 1, "corners": [[0,0],[0,1],[1,0],[1,1]]}]},
                {"plates": [)" +

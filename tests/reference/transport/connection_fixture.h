@@ -1,4 +1,4 @@
-/// Two sides of a connection, both in this process.
+/// Both sides of a connection in this process.
 #pragma once
 
 #include <gmock/gmock.h>
@@ -36,7 +36,7 @@ inline std::string RandomName() {
     return "vexlane-test-" + std::to_string(random()) + "-" + std::to_string(random());
 }
 
-/// The next piece of at most `longest` bytes; empty where there is none.
+/// Returns the next piece, of at most `longest` bytes; empty if there is none.
 inline Bytes Next(Connection& connection, Deadline deadline = In(10s)) {
     Bytes piece(longest);
     piece.resize(connection.Receive(piece, deadline));
@@ -68,7 +68,7 @@ class LocalConnection : public testing::Test {
         server = listener->Accept(In(10s));
     }
 
-    // What the system's libraries open once and keep is open by then.
+    // After one connection, the system's libraries have opened everything that they open once and keep.
     static std::set<int> DescriptorsBehindAConnection() {
         const std::string own = RandomName();
         {
@@ -79,7 +79,7 @@ class LocalConnection : public testing::Test {
         return OpenDescriptors();
     }
 
-    /// Handles that the system's libraries may have taken during the test, for themselves and once.
+    /// The number of handles that the system's libraries may open once during the test and keep.
     std::size_t mayBeKept = 0;
 
     const std::set<int> before = DescriptorsBehindAConnection();

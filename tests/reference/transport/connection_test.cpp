@@ -46,7 +46,7 @@ TEST(Names, BelongToOneListenerAtATimeAndGoWithIt) {
     EXPECT_TRUE(Listener::Open(name));
 }
 
-// A thread that does not call notices nothing, and keeps its side open for as long as it likes.
+// A thread that makes no call does not notice the end of the connection, and keeps its side open.
 TEST(Names, AreFreeAgainWhileClientsOfAFormerListenerSayNothing) {
     const std::string name = RandomName();
     std::vector<Connection> silent;
@@ -105,7 +105,7 @@ TEST_F(LocalConnection, WaitsUntilItsDeadline) {
     }
     EXPECT_THAT(Next(*server, Deadline::min()), IsEmpty());
     EXPECT_FALSE(listener->Accept(Deadline::min()));
-    // It goes on where it has stopped.
+    // The connection can still be used.
     ASSERT_TRUE(client->Send(Bytes{3}, In(10s)));
     EXPECT_THAT(Next(*server), ElementsAre(3));
 }
@@ -139,8 +139,8 @@ TEST_F(LocalConnection, TellsWhatItsPeerSaidBeforeItWentWithoutListening) {
     EXPECT_THAT(Next(*client), IsEmpty());
 }
 
-// Threads that meet may make a lock of the system's libraries keep a handle. A connection that kept one would keep one
-// in every round.
+// Contention may make a lock in the system's libraries keep a handle. A connection that leaked one would leak one in
+// every round.
 TEST_F(LocalConnection, IsEndedFromAnotherThread) {
     mayBeKept = test_support::keptByLocks;
     constexpr std::size_t rounds = 2 * test_support::keptByLocks + 1;

@@ -1,4 +1,4 @@
-// What only Linux's sockets can meet.
+// Cases that occur only with Linux's sockets.
 
 #include <fcntl.h>
 #include <pthread.h>
@@ -52,7 +52,7 @@ TEST_F(LocalConnection, GoesOnWaitingBehindASignal) {
     accepting.join();
 }
 
-// The folder keeps others away. Were it open to them, both sides still look who the other one is.
+// The folder is closed to other users. If it were open, both sides still check the user of their peer.
 TEST_F(LocalConnection, SpeaksToNobodyButItsOwnUser) {
     if (::geteuid() != 0) {
         GTEST_SKIP() << "takes root";
@@ -171,7 +171,7 @@ TEST_F(Folders, OfAnotherUserDoNotKeepAServerFromListening) {
         fs::create_directory(temporary);
         fs::permissions(temporary, fs::perms::all | fs::perms::sticky_bit);
         test_support::NameTaker taker(temporary, name, obstacle);
-        // Further ones find the same folder.
+        // Later listeners use the same folder.
         for (int round = 0; round < 3; ++round) {
             EXPECT_FALSE(Connection::Open(name));
             EXPECT_TRUE(Meet(name)) << static_cast<int>(obstacle);
@@ -207,7 +207,7 @@ TEST_F(Folders, LetOneOfManyTakeTheNameOfAListenerThatWasKilled) {
     }
 }
 
-// A living server, whatever has become of its lock.
+// The listener still runs, although its lock file is gone.
 TEST_F(Folders, AreNotTakenFromAListenerWhoseLockWasRemoved) {
     const std::optional<Listener> listener = Listener::Open(name);
     fs::remove(run / "vexlane" / ('.' + name));

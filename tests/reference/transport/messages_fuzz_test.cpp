@@ -1,4 +1,4 @@
-// The fuzzer's entry function, fed from a seed. It ends the process where something is wrong, and prints the bytes.
+// The fuzzer's entry function with input from a seed. On an error it prints the bytes and ends the process.
 
 #include <gtest/gtest.h>
 
@@ -91,7 +91,7 @@ TEST_F(MessagesFuzzer, FindsNothingInMessagesThatWereChanged) {
         }
         Try(bytes);
     }
-    // Both answers were given often.
+    // Enough messages were accepted, and enough refused.
     EXPECT_GT(accepted, rounds / 10);
     EXPECT_LT(accepted, rounds * 9 / 10);
 }

@@ -26,7 +26,7 @@ Readings ReadingsOf(const std::vector<Reading>& readings) {
     return made;
 }
 
-// One of each, and the same at its limits.
+// One message of each kind, and messages at their limits.
 std::vector<Contents> SoundContents() {
     return {
         Greeting(),
@@ -122,7 +122,7 @@ TEST(Messages, OfTheLargestKindFillTheLargestSize) {
     EXPECT_EQ(Encode({0, Readings()}).size(), maxMessageBytes);
 }
 
-// What is refused
+// Refused messages
 
 TEST(Encoding, RefusesWhatIsNotSound) {
     for (const Contents& contents : UnsoundContents()) {
@@ -142,7 +142,7 @@ TEST(Decoding, RefusesEveryLengthButTheRightOne) {
             bytes.resize(size);
             EXPECT_EQ(Decode(bytes).has_value(), size == right.size()) << size;
             if (size >= 8) {
-                // A size that tells the same lie.
+                // The size field agrees with the wrong length.
                 bytes[4] = static_cast<std::uint8_t>(size);
                 bytes[5] = static_cast<std::uint8_t>(size >> 8);
                 EXPECT_EQ(Decode(bytes).has_value(), size == right.size()) << size;
@@ -201,7 +201,7 @@ TEST(Decoding, RefusesWhatIsNotZeroWhereItMustBe) {
     expectRefused(ReadingsOf({{"AB", 1, {}}}), 24 + 56, maxMessageBytes);
 }
 
-// A count or side that is larger than what the bytes hold
+// A count that differs from the number of readings in the message
 
 TEST(Decoding, RefusesNumbersThatPromiseTooMuch) {
     for (const std::uint32_t count : {1u, 2u, 4u, 5u, 6u, 0x10000u, 0x04924925u, 0x80000000u, 0xFFFFFFFFu}) {

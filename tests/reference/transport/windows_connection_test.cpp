@@ -1,4 +1,4 @@
-// What only the pipes of Windows can meet.
+// Cases that occur only with pipes of Windows.
 
 #include <windows.h>
 // clang-format off: needs the one above
@@ -15,7 +15,7 @@ namespace {
 
 using namespace transport_test;
 
-// The user by the name that the system's text form gives it.
+// Returns this process's user as a SID string.
 std::string OwnUser() {
     HANDLE token = nullptr;
     OpenProcessToken(GetCurrentProcess(), TOKEN_QUERY, &token);
@@ -39,7 +39,7 @@ TEST_F(LocalConnection, HasAPipeThatNobodyKnewBeforeAndThatIsWithdrawnWithIt) {
     EXPECT_EQ(PublishedPipePath(name), "");
 }
 
-/// Whose the objects are that are made with it. Under Wine everybody may give them to any user.
+/// Security attributes that make another user the owner of an object. Under Wine any process may do that.
 class Owner {
   public:
     Owner(const std::string& user, const std::string& access) {
@@ -60,7 +60,7 @@ constexpr char system[] = "SY";
 constexpr char forEverybody[] = "(A;;GA;;;WD)";
 constexpr char forNobodyElse[] = "(A;;GA;;;SY)";
 
-// The mutex once kept every server of the user from listening.
+// Such a mutex once prevented every server of the user from listening.
 TEST(Names, AreNotKeptByAnotherUsersMutex) {
     for (const char* const access : {forEverybody, forNobodyElse}) {
         const std::string name = RandomName();
@@ -79,7 +79,7 @@ TEST(Names, AreNotKeptByAnotherUsersMutex) {
     }
 }
 
-// The process behind such a pipe can be one of this user's that was made to open it.
+// The process at the other end of such a pipe can be one of this user's that was made to open it.
 TEST(Names, OfAPipeThatIsAnotherUsersAreNotConnectedTo) {
     const std::string name = RandomName();
     const auto isConnectedTo = [&name](const std::string& user) {
@@ -103,7 +103,7 @@ TEST(Names, OfAPipeThatIsAnotherUsersAreNotConnectedTo) {
     EXPECT_TRUE(isConnectedTo(OwnUser())) << "the control";
 }
 
-// What the pipe lets in, as its own description tells: the user, and nobody beside.
+// The pipe's access control list admits only the user.
 TEST_F(LocalConnection, LetsInItsOwnUserAlone) {
     const HANDLE pipe = CreateFileA(PublishedPipePath(name).c_str(), READ_CONTROL | GENERIC_READ, 0, nullptr,
                                     OPEN_EXISTING, 0, nullptr);
@@ -122,7 +122,7 @@ TEST_F(LocalConnection, LetsInItsOwnUserAlone) {
     EXPECT_EQ(std::count(list.begin(), list.end(), '('), 1);
 }
 
-// More than the pipe has instances that wait.
+// More clients than the pipe has waiting instances.
 TEST_F(LocalConnection, LetsManyConnectBeforeAnyIsAccepted) {
     std::vector<Connection> many;
     while (std::optional<Connection> next = Connection::Open(name)) {
