@@ -1,4 +1,4 @@
-/// A launcher over the table of processes inside the test program.
+/// A launcher with a fake process table inside the test program.
 #pragma once
 
 #include <gmock/gmock.h>
@@ -28,13 +28,13 @@ class LauncherFixture : public testing::Test {
         transcript.reset();
     }
 
-    /// A launcher that polls once and then not for an hour, or after that period. Returns after its first poll.
+    /// Creates a launcher that polls once and then at that period. Returns after its first poll.
     std::unique_ptr<ServerLauncher> MakeLauncher(std::int64_t milliseconds = anHour) {
         struct Gate {
             std::atomic<bool> reached = false;
             std::atomic<bool> open = false;
         };
-        // Shared: the poll thread may still be inside when the next poll is on its way.
+        // Shared, because the poll thread may still be inside the action after it is removed.
         const auto gate = std::make_shared<Gate>();
         transcript->OnEntry([gate](const std::string& entry) {
             if (entry == "list" && !gate->reached.exchange(true)) {
@@ -53,7 +53,7 @@ class LauncherFixture : public testing::Test {
     /// Returns when no poll is in progress.
     static void WaitForPoll(ServerLauncher& launcher) { launcher.SetWaitAction({}); }
 
-    /// The system's text for an error that an operation was made to fail with.
+    /// The system's text for an injected error.
     static std::string TextOf(std::uint32_t error) { return platform::SystemErrorText(error); }
 
     std::unique_ptr<LauncherTranscript> transcript;

@@ -1,4 +1,4 @@
-/// What a launcher says and does, in one list.
+/// Records a launcher's output and operations in one list.
 #pragma once
 
 #include <atomic>
@@ -11,8 +11,8 @@
 #include "tests/support/fake_processes.h"
 #include "tests/support/recording_debug_output.h"
 
-/// Lines of the debug output and operations on processes, in the order in which they came, each with its thread. Lives
-/// longer than every launcher. Any thread.
+/// Lines of the debug output and operations on processes, in order, each with its thread. Must outlive every launcher.
+/// Any thread.
 class LauncherTranscript final : public platform::DebugOutputSink {
   public:
     LauncherTranscript() : before_(platform::ExchangeDebugOutputSink(this)) {
@@ -26,7 +26,7 @@ class LauncherTranscript final : public platform::DebugOutputSink {
     void Write(const char* text) override { Add(text); }
     void Write(const wchar_t*) override { Add("a wide line"); }
 
-    /// Called after each entry, without a lock held, on the thread that made it.
+    /// Sets an action that runs after each entry, on the thread of the entry and without a lock.
     void OnEntry(std::function<void(const std::string& entry)> action) {
         const std::lock_guard lock(mutex_);
         onEntry_ = std::move(action);
@@ -37,7 +37,7 @@ class LauncherTranscript final : public platform::DebugOutputSink {
         return entries_;
     }
 
-    /// Those of one thread.
+    /// Returns the entries of one thread.
     std::vector<std::string> EntriesOf(std::thread::id thread) const {
         const std::lock_guard lock(mutex_);
         std::vector<std::string> ofThread;
@@ -49,7 +49,7 @@ class LauncherTranscript final : public platform::DebugOutputSink {
         return ofThread;
     }
 
-    /// Without the operations, and without the prefix of the lines.
+    /// Returns the output lines without their prefix, and no operations.
     std::vector<std::string> Lines() const {
         const std::string prefix = "ServerLauncher: ";
         std::vector<std::string> lines;

@@ -1,4 +1,4 @@
-// A server that fails in the way that the environment names.
+// A server that fails in the way that VEXLANE_TEST_SERVER names.
 
 #include <signal.h>
 #include <unistd.h>
@@ -8,7 +8,7 @@
 
 namespace {
 
-constexpr unsigned longestLifeSeconds = 120;  // nobody is left behind when a test dies
+constexpr unsigned longestLifeSeconds = 120;  // no process is left if the test crashes
 
 }  // namespace
 

@@ -37,7 +37,7 @@ TEST_F(LinuxServerProcess, InheritsNoDescriptorOfTheHost) {
     const pid_t server = TheServer();
     ASSERT_NE(server, 0);
     const fs::path folder = "/proc/" + std::to_string(server) + "/fd";
-    // Between its birth and its program a child still has what its parent has.
+    // Between fork and exec a child still has its parent's descriptors.
     EXPECT_TRUE(WaitUntil([&] {
         return std::all_of(fs::directory_iterator(folder), fs::directory_iterator(), [](const auto& entry) {
             const std::string name = entry.path().filename();
@@ -56,7 +56,7 @@ TEST_F(LinuxServerProcess, OfAStrangerIsAdoptedInPlaceOfOursAndEndedByTheNextSto
     ASSERT_NE(ours, 0);
     const auto stranger = servers::StartStranger();
     ASSERT_TRUE(WaitUntil([] { return Running().size() == 2; }));
-    // With a list in the order of the ids the last one is adopted.
+    // The list is ordered by id, and the last process is adopted.
     ASSERT_GT(stranger->Id(), ours);
     EXPECT_TRUE(launcher->IsServerRunning());
     launcher->Stop();

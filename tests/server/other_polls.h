@@ -1,4 +1,4 @@
-/// Lets time pass in steps that other threads make.
+/// Lets other threads run.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -9,8 +9,8 @@
 #include "server/poll_timeout_thread.h"
 #include "tests/support/wait_until.h"
 
-/// Returns when a thread of its own has polled that often, a millisecond apart: what was about to happen on another
-/// thread has had its chance by then. Not interruptible.
+/// Returns after a new thread has polled that often, a millisecond apart, which gives other threads time to finish what
+/// they were doing. Not interruptible.
 inline void LetOthersPoll(int polls = 50) {
     const auto count = std::make_shared<std::atomic<int>>(0);
     ThreadRoutines::PollTimeoutThread other;

@@ -33,7 +33,7 @@ struct Counter {
     }
 };
 
-// A wait of the test's own: writes down the period and waits, interruptibly, until it is let go.
+// A wait action that records the period and waits, interruptibly, while `held` is set.
 class Waits {
   public:
     std::function<void(std::int64_t)> Action() {
@@ -269,7 +269,7 @@ TEST(PollTimeoutThread, WaitsForAPollInProgressWhenItIsStopped) {
     poll.Start([&] {
         inPoll = true;
         EXPECT_TRUE(WaitUntil([&] { return stopping.load(); }));
-        LetOthersPoll();  // a Stop that does not wait comes back first
+        LetOthersPoll();  // a Stop that does not wait would return first
         pollEnded = true;
     });
     ASSERT_TRUE(WaitUntil([&] { return inPoll.load(); }));
@@ -475,7 +475,7 @@ TEST(PollTimeoutThread, ItsActionMaySetThePeriod) {
     EXPECT_TRUE(WaitUntil([&] { return count >= 3; }));
 }
 
-// Stopping is complete even for a caller that is being interrupted itself, and leaves that interruption to it.
+// Stop completes even if its caller is interrupted, and leaves the interruption pending.
 TEST(PollTimeoutThread, IsStoppedCompletelyByACallerThatIsInterrupted) {
     Counter polls;
     PollTimeoutThread poll;

@@ -1,4 +1,4 @@
-// The process-wide launcher: one program per process, since it lives until the end.
+// The process-wide launcher, in a separate test program because it lives until the process exits.
 
 #include <gtest/gtest.h>
 

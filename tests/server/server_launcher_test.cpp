@@ -12,7 +12,7 @@ using Strings = std::vector<std::string>;
 
 constexpr std::uint32_t accessDenied = 5;
 constexpr std::uint32_t fileNotFound = 2;
-constexpr std::uint32_t invalidHandle = 6;  // what ending process 0 fails with
+constexpr std::uint32_t invalidHandle = 6;  // the error of ending process 0
 
 class Launcher : public LauncherFixture {};
 
@@ -122,7 +122,7 @@ TEST_F(Launcher, WritesOneLineOfFailureForEachPoll) {
     Strings lines = transcript->Lines();
     const Strings poll = {"Restar server by timeout.", "Restart server launcher", "Start server launcher",
                           "CreateProcess(plate-Server.exe) - failed, err = " + TextOf(accessDenied) + "\r\n"};
-    // Stop's own first line may come in the middle of the last poll.
+    // Stop's first line may be between the lines of the last poll.
     std::erase(lines, "Stop server launcher");
     const std::size_t polls = fake_processes::JournalOf("start").size();
     Strings expected;
@@ -194,7 +194,7 @@ TEST_F(Launcher, StopEndsPollingForGood) {
     EXPECT_EQ(fake_processes::Running().size(), 1u);
     launcher->OnTimeout();
     EXPECT_FALSE(launcher->IsRunning());
-    // Nobody but this thread has asked for anything since.
+    // Only this thread acts from here on.
     transcript->Clear();
     fake_processes::Kill(fake_processes::Running().front());
     launcher->Start();
@@ -215,7 +215,7 @@ TEST_F(Launcher, StopWaitsForThePollInProgress) {
     transcript->OnEntry([&](const std::string& entry) {
         if (entry == "list" && !inPoll.exchange(true)) {
             EXPECT_TRUE(WaitUntil([&] { return stops() == 1; }));
-            LetOthersPoll();  // a Stop that does not wait goes on meanwhile
+            LetOthersPoll();  // a Stop that does not wait would go on meanwhile
         }
     });
     ServerLauncher polling;
@@ -270,7 +270,7 @@ TEST_F(Launcher, RestartOfAServerThatCannotBeEndedLeavesItRunning) {
     EXPECT_THAT(fake_processes::Running(), ElementsAre(0x1234u));
 }
 
-// A poll
+// Polls
 
 TEST_F(Launcher, APollThatFindsTheServerDoesNothingElse) {
     const auto launcher = MakeLauncher();
@@ -301,10 +301,10 @@ TEST_F(Launcher, AServerThatIsKilledComesBackAgainAndAgainWhilePollingRuns) {
     EXPECT_TRUE(launcher->IsRunning());
 }
 
-// The scan
+// Process scan
 
 struct Scan : LauncherFixture {
-    // Without a process of its own, and with polling over.
+    // The launcher has no server and has stopped polling.
     Scan() {
         fake_processes::FailStart(fileNotFound);
         launcher = MakeLauncher();
@@ -483,7 +483,7 @@ TEST_F(Launcher, EndsPollingAndTheServerWhenItIsDestroyed) {
     EXPECT_THAT(fake_processes::Running(), IsEmpty());
 }
 
-// A child that the host forks
+// Forked children of the host
 
 TEST_F(Launcher, DoesNothingInAForkedChildAndTheParentGoesOn) {
     const auto launcher = MakeLauncher();

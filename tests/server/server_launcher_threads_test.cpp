@@ -1,4 +1,4 @@
-// Many threads at one launcher.
+// Many threads that use one launcher.
 
 #include <algorithm>
 #include <chrono>
@@ -10,7 +10,7 @@ namespace {
 
 class LauncherThreads : public LauncherFixture {
   protected:
-    // Counts what must never be: two servers at once.
+    // Counts servers that run at the same time, of which there must never be two.
     LauncherThreads() {
         transcript->OnEntry([this](const std::string& entry) {
             Linger(entry);
@@ -36,7 +36,7 @@ class LauncherThreads : public LauncherFixture {
         }
     }
 
-    // Stays between the list and what follows from it, so that another thread can come in between if anything lets it.
+    // Sleeps between the list and the action on it, so that an unsynchronised thread would act in between.
     static void Linger(const std::string& entry) {
         if (entry == "list") {
             std::this_thread::sleep_for(std::chrono::microseconds(100));
@@ -89,7 +89,7 @@ TEST_F(LauncherThreads, MayStopAndStartAtTheSameTime) {
     EXPECT_FALSE(launcher.IsRunning());
 }
 
-// The race at the very beginning: the first poll against the first detector's restart.
+// The race at startup: the first poll against the first detector's restart.
 TEST_F(LauncherThreads, AFirstPollAndARestartStartOneServerBetweenThem) {
     for (int round = 0; round < 100; ++round) {
         fake_processes::Reset();

@@ -1,4 +1,4 @@
-/// The launcher with real processes: what it starts is a program in this test's own folder.
+/// The launcher with real processes. The program that it starts is in this test's folder.
 #pragma once
 
 #include <gmock/gmock.h>
@@ -33,7 +33,7 @@ class ServerProcess : public testing::Test {
         test_support::SetEnvironment("VEXLANE_TEST_SERVER", failure);
     }
 
-    // The first wait may already be one of five seconds.
+    // The first wait may still be the default of five seconds.
     void StartPolling() {
         launcher = std::make_unique<ServerLauncher>();
         launcher->SetPeriod(5);
@@ -51,7 +51,7 @@ class ServerProcess : public testing::Test {
                              [&](const std::string& line) { return line.starts_with("ServerLauncher: " + text); });
     }
 
-    // Ends the server in the one way that it cannot refuse.
+    // Expects that Stop ends a server with this failure.
     void ExpectThatItIsEnded(const char* failure) {
         Misbehave(failure);
         StartPolling();

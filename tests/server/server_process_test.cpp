@@ -77,7 +77,7 @@ TEST_F(ServerProcess, IsGoneWhenTheLauncherIsDestroyed) {
     EXPECT_THAT(Running(), IsEmpty());
 }
 
-// A program of the server's name that somebody else has started
+// A program with the server's name that this library did not start
 
 TEST_F(ServerProcess, OfAStrangerIsSeenButNeitherAdoptedNorEndedWithoutARecord) {
     const auto stranger = servers::StartStranger();
@@ -91,7 +91,7 @@ TEST_F(ServerProcess, OfAStrangerIsSeenButNeitherAdoptedNorEndedWithoutARecord) 
     EXPECT_EQ(LinesThatBegin("CreatedProcess("), 0);
 }
 
-// A program that is not there
+// A missing program
 
 TEST_F(ServerProcess, ThatIsMissingIsOneLineForEachPollUntilItIsThere) {
     servers::Remove();

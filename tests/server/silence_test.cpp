@@ -1,5 +1,5 @@
-// The rule of five seconds. Between a scan, which renews the time of the last sign of life, and the look at that time
-// nothing can block, so a real silence cannot be made; what can be made is a jump of the clock.
+// The five-second rule. Nothing can block between a scan, which updates the time of the last sign of life, and the check
+// of that time, so a test cannot cause a real silence. It sets the clock forward instead.
 
 #include "tests/server/launcher_fixture.h"
 
@@ -11,7 +11,7 @@ using testing::IsEmpty;
 
 class LauncherSilence : public LauncherFixture {
   protected:
-    // The clock jumps once, after the scan that a poll begins with.
+    // Sets the clock forward once, after the scan at the start of a poll.
     void JumpAfterTheNextScan(
         std::chrono::milliseconds ahead, const std::function<void()>& then = [] {}) {
         hasJumped = false;
@@ -77,7 +77,7 @@ TEST_F(LauncherSilence, BeforeTheScanIsEndedByTheScan) {
     EXPECT_THAT(transcript->Lines(), IsEmpty());
 }
 
-// Stop is then reached on the poll thread itself: the server is ended and started again, and polling goes on.
+// Here Stop runs on the poll thread itself: the server is ended and started again, and polling goes on.
 TEST_F(LauncherSilence, OnThePollThreadRestartsTheServerAndPollingGoesOn) {
     const auto launcher = MakeLauncher(1);
     ASSERT_THAT(fake_processes::Running(), ElementsAre(0x1234u));

@@ -1,4 +1,4 @@
-// A server that fails in the way that the environment names.
+// A server that fails in the way that VEXLANE_TEST_SERVER names.
 
 #include <windows.h>
 
@@ -10,7 +10,7 @@
 
 namespace {
 
-constexpr DWORD longestLifeMilliseconds = 120'000;  // nobody is left behind when a test dies
+constexpr DWORD longestLifeMilliseconds = 120'000;  // no process is left if the test crashes
 
 BOOL WINAPI Refuse(DWORD) {
     return TRUE;
@@ -21,7 +21,7 @@ DWORD WINAPI EndInTheEnd(void*) {
     ExitProcess(0);
 }
 
-/// Writes down how its window is to be shown; the file appears when it is complete.
+/// Writes the requested window mode to a file, which is renamed into place when it is complete.
 void Report(const char* file) {
     STARTUPINFOA startup = {};
     GetStartupInfoA(&startup);

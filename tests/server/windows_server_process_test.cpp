@@ -15,7 +15,7 @@ using servers::ProcessId;
 using servers::Running;
 using testing::ElementsAre;
 
-/// Both ids in the order in which a list of all processes has them.
+/// Returns both ids in the order of the list of all processes.
 std::vector<ProcessId> InListOrder(ProcessId first, ProcessId second) {
     std::vector<ProcessId> order;
     for (const platform::ProcessEntry& entry : platform::ListProcesses()) {
@@ -38,13 +38,13 @@ class WindowsServerProcess : public ServerProcess {
         test_support::UnsetEnvironment("VEXLANE_TEST_REPORT");
     }
 
-    /// How the server's window is to be shown, as the server itself was told.
+    /// Returns the window mode that the server received.
     DWORD ShownMode() {
         Misbehave("reports");
         StartPolling();
         DWORD flags = 0;
         DWORD mode = 99;
-        // The file is there before its text is.
+        // The file may exist before its text.
         EXPECT_TRUE(WaitUntil([&] { return static_cast<bool>(std::ifstream(report) >> flags >> mode); }));
         EXPECT_EQ(flags, DWORD{STARTF_USESHOWWINDOW});
         return mode;
@@ -76,7 +76,7 @@ TEST_F(WindowsServerProcess, IsEndedWithTheExitCodeOfAllOnes) {
     CloseHandle(handle);
 }
 
-// Which of the two is adopted in the end depends on the list: the last one there.
+// The last of the two in the list is adopted.
 TEST_F(WindowsServerProcess, OfAStrangerTakesPartInTheAdoptionAndTheLastOneListedIsEnded) {
     StartPolling();
     const ProcessId ours = TheServer();
@@ -92,7 +92,7 @@ TEST_F(WindowsServerProcess, OfAStrangerTakesPartInTheAdoptionAndTheLastOneListe
     EXPECT_EQ(LinesThatBegin("TerminateProcess("), 0);
 }
 
-// With a record of ours the handle of the adopted one is a new one, which can end it.
+// With our server on record, the adopted one gets a new handle, which can end it.
 TEST_F(WindowsServerProcess, OfAStrangerIsAdoptedWhenOursHasEnded) {
     StartPolling();
     const ProcessId ours = TheServer();

@@ -1,5 +1,4 @@
-// What the tracker allocates, frame by frame, what a plate that stands for an hour takes, and what happens when there
-// is no memory.
+// The tracker's allocations per frame, its memory for a plate that stands for an hour, and allocation failures.
 
 #include <gtest/gtest.h>
 
@@ -82,7 +81,7 @@ TEST_F(TrackerAllocations, AFrameWithPlatesTakesAHolderForEach) {
         EXPECT_GE(number, 5u);
         all += number;
     }
-    // At most one of these frames finds the five lists of readings full.
+    // The five lists of readings grow in at most one of these frames.
     EXPECT_LE(all, 30u * 5 + 5);
 }
 
@@ -95,7 +94,7 @@ TEST_F(TrackerAllocations, ComparingTextsTakesNothing) {
     EXPECT_EQ(allocation_count::Of([&] { EXPECT_LT(track.TextDistanceTo(text), 1.0); }).number, 0u);
 }
 
-// Memory that runs out.
+// Allocation failures.
 
 class IdSink final : public ILicencePlateTrackerResultSink {
   public:
@@ -116,7 +115,7 @@ class IdSink final : public ILicencePlateTrackerResultSink {
 
 class TrackerOutOfMemory : public testing::TestWithParam<allocation_count::Failing> {};
 
-// A text that was in one of a track's maps alone ended every later frame at that track.
+// A text that was in only one of a track's maps once made every later frame fail at that track.
 TEST_P(TrackerOutOfMemory, HandsEveryReadingBackOnceAndGoesOn) {
     const std::vector<LicencePlatePtr> first = {Reading{0, L"ABCDEF", 300, 300, 1000},
                                                 Reading{1, L"ZYXWVUTSRQPONML", 900, 300, 1000}};
@@ -143,7 +142,7 @@ TEST_P(TrackerOutOfMemory, HandsEveryReadingBackOnceAndGoesOn) {
             hasFailed = failure.End();
             EXPECT_EQ(hasThrown, hasFailed);
             if (hasThrown && number <= 1 + second.size()) {
-                // Not all of them have got a holder, so that none has come to a track.
+                // Not every reading has a holder yet, so none was added to a track.
                 EXPECT_EQ(std::accumulate(sink.releases.begin(), sink.releases.end(), 0), 4) << "by the frame's end";
             }
             tracker.ProcessPlates(third, 1080);
@@ -167,7 +166,7 @@ INSTANTIATE_TEST_SUITE_P(Fails, TrackerOutOfMemory,
                              return instance.param == allocation_count::Failing::One ? "Once" : "FromThereOn";
                          });
 
-// An hour at 25 frames a second. What a frame costs, and what a reading takes, stays as it was in the first minute.
+// An hour at 25 frames a second: the cost of a frame and the memory of a reading stay as in the first minute.
 TEST_F(TrackerAllocations, APlateThatStandsForAnHourCostsWhatItCostInTheFirstMinute) {
     constexpr std::uint64_t frames = 90000;
     constexpr std::uint64_t misreadings = 100;
@@ -207,14 +206,14 @@ TEST_F(TrackerAllocations, APlateThatStandsForAnHourCostsWhatItCostInTheFirstMin
     pass(firstMinute);
     pass(frames - firstMinute);
 
-    // A holder for each, and now and then a list of readings that is full: one list for each text.
+    // A holder for each reading, and occasionally growth of a list of readings, one list per text.
     constexpr std::uint64_t passed = frames - firstMinute;
     EXPECT_GE(allocations, passed);
     EXPECT_LE(allocations, passed + misreadings * 16);
-    // The record and its place in the list of its text, of which up to half is free.
+    // The record and its entry in the list of its text, of which up to half is unused.
     EXPECT_LE(live, static_cast<std::int64_t>(passed) *
                         (recordBytes + 2 * static_cast<std::int64_t>(sizeof(LicencePlatePtr))));
-    // All have been handed back but the best of each text, the first, the previous and the last one.
+    // All are released except the best of each text, the first, the previous and the last one.
     EXPECT_EQ(sink.results, 1u);
     EXPECT_GE(sink.releases + misreadings + 3, frames);
     RecordProperty("BytesOfARecord", static_cast<int>(recordBytes));

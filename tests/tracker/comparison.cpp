@@ -34,7 +34,7 @@ class WritingSink final : public ILicencePlateTrackerResultSink {
     std::vector<Call>& calls_;
 };
 
-// The reference knows no null readings: they take part in nothing.
+// The reference does not support null readings, which have no effect.
 void Process(reference::Tracker& tracker, const Step& step) {
     if (std::ranges::find(step.readings, LicencePlatePtr()) == step.readings.end()) {
         tracker.ProcessPlates(step.readings, step.time);
@@ -74,7 +74,7 @@ bool Before(const Call& a, const Call& b) {
     return a.readingId < b.readingId;
 }
 
-// Brings the calls whose order is free into the order of their readings, in both logs.
+// Sorts calls whose order is unspecified by their readings, in both logs.
 void SortFreeOrder(std::vector<Call>& actual, std::vector<Call>& expected) {
     for (std::size_t from = 0; from < expected.size();) {
         std::size_t to = from + 1;

@@ -1,4 +1,4 @@
-/// The tracker beside the slow reference: one sequence of its owner's calls through both, and what differs.
+/// Runs one sequence of calls through the tracker and the slow reference, and compares the results.
 #pragma once
 
 #include <cstdint>
@@ -11,7 +11,7 @@
 
 namespace tracker_test {
 
-/// What the owner of a tracker does, one step after another.
+/// One call by the owner of a tracker.
 struct Step {
     enum class Kind { Frame, LostTimeout, FinishAll };
     Kind kind = Kind::Frame;
@@ -26,21 +26,21 @@ struct Sequence {
     std::vector<Step> steps;
 };
 
-/// The calls of both sinks for one sequence, the real tracker's and the reference's. Calls whose order is free stand in
-/// the order of their readings.
+/// The sink calls of the real tracker and of the reference for one sequence. Calls whose order is unspecified are sorted
+/// by their readings.
 struct Comparison {
     std::vector<reference::Call> actual;
     std::vector<reference::Call> expected;
 
     bool IsEqual() const;
 
-    /// The first call that differs. REQUIRES: IsEqual() is false.
+    /// Describes the first call that differs. REQUIRES: IsEqual() is false.
     std::string Difference() const;
 };
 
 Comparison Compare(const Sequence& sequence, reference::Coverage& coverage);
 
-/// The sequence as a person reads it, a line for each step and reading.
+/// Returns the sequence as readable text, a line for each step and reading.
 std::string Described(const Sequence& sequence);
 
 }  // namespace tracker_test

@@ -42,7 +42,7 @@ class LicencePlateTracker : public testing::Test {
         tracker.ProcessPlates(plates, time);
     }
 
-    // The readings of each track, best text only, oldest track first; ends the tracks.
+    // Finishes all tracks and returns the readings of each one's best text, oldest track first.
     std::vector<std::vector<std::uint64_t>> Groups(CLicencePlateTracker& tracker) {
         sink.calls.clear();
         tracker.FinishAll();
@@ -63,7 +63,7 @@ class LicencePlateTracker : public testing::Test {
     RecordingSink sink;
 };
 
-// --- which reading goes to which track ---
+// --- assigning readings to tracks ---
 
 TEST_F(LicencePlateTracker, AnUnmatchedReadingBeginsATrack) {
     const auto tracker = Make();
@@ -92,7 +92,7 @@ TEST_F(LicencePlateTracker, AnEqualTextJoinsEvenBehindTheTrack) {
     EXPECT_EQ(Groups(*tracker), (std::vector<std::vector<std::uint64_t>>{{1, 2}}));
 }
 
-// Of more than 500 units one may be missing.
+// In a text of more than 500 units, one may be missing.
 TEST_F(LicencePlateTracker, AnAlmostEqualTextOfHundredsOfUnitsJoinsEvenBehindTheTrack) {
     const auto isOneTrack = [this](std::size_t known, std::size_t read) {
         const auto tracker = Make();
@@ -108,7 +108,7 @@ TEST_F(LicencePlateTracker, AnAlmostEqualTextOfHundredsOfUnitsJoinsEvenBehindThe
     EXPECT_FALSE(isOneTrack(500, 499));
 }
 
-// By place the first reading is as good as the second one.
+// By position alone, the first reading is as good as the second one.
 TEST_F(LicencePlateTracker, AnAlmostEqualTextOfHundredsOfUnitsGoesBeforeOneAtTheExpectedPlace) {
     const auto tracker = Make();
     const std::wstring text(600, L'A');
@@ -130,7 +130,7 @@ TEST_F(LicencePlateTracker, AnEarlierTextOfTheTrackJoinsToo) {
 
 TEST_F(LicencePlateTracker, AReadingBehindTheTrackIsSkippedByPosition) {
     const auto tracker = Make();
-    Frame(*tracker, 1000, {{1, L"AAAA", 640, 300}});  // taken to move down, margin 100
+    Frame(*tracker, 1000, {{1, L"AAAA", 640, 300}});  // assumed to move down, margin 100
     Frame(*tracker, 1040, {{2, L"AAAB", 640, 200}});
     EXPECT_EQ(TrackCount(*tracker), 2u);
 
@@ -171,13 +171,13 @@ TEST_F(LicencePlateTracker, TheExpectedPlaceIsAPlateWideAndTwoPlatesHigh) {
     }
 }
 
-// Texts of a thousand units, so that 0.65 and 0.35 are whole numbers of replaced ones and the
-// next larger distance is close.
+// Texts of a thousand units, so that distances of 0.65 and 0.35 are whole numbers of replaced units and the next larger
+// distance is close.
 const std::wstring thousandAs(1000, L'A');
 std::wstring Replaced(std::size_t count) {
     return std::wstring(count, L'B') + std::wstring(1000 - count, L'A');
 }
-// One unit shorter: half a unit more apart.
+// One unit shorter: the distance is larger by half a unit.
 std::wstring ReplacedAndShort(std::size_t count) {
     return std::wstring(count, L'B') + std::wstring(999 - count, L'A');
 }
@@ -209,7 +209,7 @@ TEST_F(LicencePlateTracker, FarAwayATextDistanceUpToThirtyFiveHundredthsIsAccept
 }
 
 TEST_F(LicencePlateTracker, FarBeginsBeyondFifteenHundredthsOfTheFramesSides) {
-    // 0.15 x (1280 + 720) = 300 pixels. A text that is half different joins nearby and does not far away.
+    // 0.15 x (1280 + 720) = 300 pixels. A text of which half differs joins when near and not when far away.
     for (const bool far : {false, true}) {
         const auto tracker = Make();
         Frame(*tracker, 1000, {{1, thousandAs, 640, 100}});
@@ -225,7 +225,7 @@ TEST_F(LicencePlateTracker, FarBeginsBeyondFifteenHundredthsOfTheFramesSides) {
 }
 
 TEST_F(LicencePlateTracker, OnlyTheClosestListIsLookedAt) {
-    // A far candidate of a better text loses to a nearby one, and when the nearby one is refused nothing is taken.
+    // A near candidate is preferred to a far one with a better text. If the near one is refused, none is accepted.
     const auto tracker = Make();
     Frame(*tracker, 1000, {{1, thousandAs, 640, 100}});
     Frame(*tracker, 1040, {{2, Replaced(50), 640, 700}, {3, Replaced(250), 640, 110}});
@@ -243,7 +243,7 @@ TEST_F(LicencePlateTracker, TheClosestTextOfTheListIsTaken) {
     const auto tracker = Make();
     Frame(*tracker, 1000, {{1, thousandAs, 640, 100}});
     Frame(*tracker, 1040, {{2, Replaced(300), 640, 110}, {3, Replaced(200), 640, 120}, {4, Replaced(250), 640, 105}});
-    Frame(*tracker, 1041, {{5, Replaced(200), 640, 120}});  // an equal text: goes to the oldest track that has it
+    Frame(*tracker, 1041, {{5, Replaced(200), 640, 120}});  // an equal text joins the oldest track that has it
     const auto groups = Groups(*tracker);
     ASSERT_EQ(groups.size(), 3u);
     EXPECT_EQ(groups[1], std::vector<std::uint64_t>{2});
@@ -305,8 +305,8 @@ TEST_F(LicencePlateTracker, TwoEmptyTextsAreNotEqual) {
 }
 
 TEST_F(LicencePlateTracker, ADistanceThatWrappedBelowZeroIsNotFar) {
-    // 50000 squared is negative in 32 bits and has no root; 40000 squared is positive. A text that is half different
-    // shows which of the two distances counts as far.
+    // 50000 squared is negative in 32 bits and has no root; 40000 squared is positive. A text of which half differs shows
+    // which of the two distances counts as far.
     for (const std::int32_t away : {40000, 50000}) {
         const auto tracker = Make();
         Frame(*tracker, 1000, {{1, thousandAs, 640, 100}});
@@ -325,7 +325,7 @@ TEST_F(LicencePlateTracker, NullReadingsAndEmptyFramesAreHarmless) {
     EXPECT_EQ(Groups(*tracker), (std::vector<std::vector<std::uint64_t>>{{1, 2}}));
 }
 
-// --- when a track is reported ---
+// --- reporting tracks ---
 
 TEST_F(LicencePlateTracker, EnoughReadingsCompleteATrackAndItStays) {
     const auto tracker = Make(3000, NoLimit, 3);
@@ -412,7 +412,7 @@ TEST_F(LicencePlateTracker, ATrackPredictedAboveTheEnlargedFrameIsReportedAndRem
     EXPECT_EQ(TrackCount(*tracker), 0u);
 }
 
-// Of 1280 columns and 480 rows the limits are whole numbers in floating point too.
+// With 1280 columns and 480 rows, the limits are exact in floating point.
 TEST_F(LicencePlateTracker, EverySideOfTheEnlargedFrameCounts) {
     const struct {
         std::int32_t stepX;
@@ -478,7 +478,7 @@ TEST_F(LicencePlateTracker, AStandingPlateIsReportedAtItsNinthReadingAndStays) {
     EXPECT_EQ(Sorted(sink.Take()), (Calls{Release(9), Release(10)})) << "reported once, by reason 0";
 }
 
-// Seven times without movement leave 26.84 pixels per second, which the eighth step turns into exactly 24.
+// Seven steps without movement leave 26.84 pixels per second, which the eighth step reduces to exactly 24.
 TEST_F(LicencePlateTracker, ExactlyTwentyFourPixelsPerSecondAreNotSlow) {
     const auto tracker = Make();
     CTrack track(0);
@@ -539,7 +539,7 @@ TEST_F(LicencePlateTracker, AFrameFromBeforeTheLastReadingEndsTheTrack) {
         EXPECT_EQ(TrackCount(*tracker), 0u);
     }
     {
-        // Its age is as huge as its silence, and is looked at first.
+        // Its age wraps as well as its silence, and is checked first.
         const auto tracker = Make();
         Frame(*tracker, 5000, {{1, L"AAAA", 640, 100}});
         Frame(*tracker, 4990, {});
@@ -563,7 +563,7 @@ TEST_F(LicencePlateTracker, TheFirstRemovedTrackDoesNotHideTheNext) {
     EXPECT_EQ(Groups(*tracker), (std::vector<std::vector<std::uint64_t>>{{3, 4}}));
 }
 
-// --- what is reported, what is handed back ---
+// --- reported and released readings ---
 
 TEST_F(LicencePlateTracker, TheBestReadingComesWithTheReadingsOfItsTextAlone) {
     const auto tracker = Make();

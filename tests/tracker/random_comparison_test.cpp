@@ -23,13 +23,13 @@ using tracker_test::Step;
 
 constexpr int shards = 8;
 #if defined(__SANITIZE_THREAD__)
-// There are no threads here for it to watch, and it makes everything slow.
+// The test has no other threads, and the thread sanitizer is slow.
 constexpr int sequencesPerShard = 1500;
 #else
 constexpr int sequencesPerShard = 15000;
 #endif
 
-/// One random sequence. Each is of one kind, so that ordinary traffic is not drowned in freaks.
+/// Makes one random sequence. Each is of one kind, so that extreme values do not hide ordinary traffic.
 class Generator {
   public:
     explicit Generator(std::uint64_t seed) : random_(seed) {}

@@ -9,7 +9,7 @@ namespace reference {
 
 namespace {
 
-// Sums, differences and products of 32-bit numbers, kept to their low 32 bits.
+// Sums, differences and products of 32-bit numbers, reduced to their low 32 bits.
 std::int32_t Low32(std::int64_t value) {
     return static_cast<std::int32_t>(static_cast<std::uint32_t>(static_cast<std::uint64_t>(value)));
 }
@@ -45,7 +45,7 @@ std::int32_t Height(const LicencePlate& reading) {
     return static_cast<std::int32_t>(reading.frameHeight);
 }
 
-// Everything that is released between the two ends may be released in any order.
+// Readings that are released during its lifetime may be released in any order.
 class AnyOrder {
   public:
     explicit AnyOrder(Log& log) : log_(log), outer_(log.openGroup) { log_.openGroup = ++log_.groups; }
@@ -63,7 +63,7 @@ class AnyOrder {
 double TextDistance(const std::wstring& from, const std::wstring& to) {
     const std::size_t rows = from.size() + 1;
     const std::size_t columns = to.size() + 1;
-    static thread_local std::vector<double> cost;  // its memory is used again
+    static thread_local std::vector<double> cost;  // reuses its memory
     cost.assign(rows * columns, 0.0);
     for (std::size_t row = 0; row < rows; ++row) {
         for (std::size_t column = 0; column < columns; ++column) {
@@ -106,7 +106,7 @@ Tracker::Tracker(Log& log, Coverage& coverage, std::uint64_t lostTimeout, std::u
     : log_(log), coverage_(coverage), lost_(lostTimeout), age_(maximumAge), enough_(readingsToReport) {}
 
 Tracker::~Tracker() {
-    // In which order a vector ends its elements is nobody's promise.
+    // The order in which a vector destroys its elements is unspecified.
     const AnyOrder anyOrder(log_);
     tracks_.clear();
 }
@@ -127,7 +127,7 @@ void Tracker::ProcessPlates(const std::vector<LicencePlatePtr>& readings, std::u
         tracks_.push_back(track);
     }
     Finish(now);
-    // Tracks that began and ended in this frame leave their readings in the pending list alone.
+    // The readings of tracks that began and ended in this frame are now only in the pending list.
     const AnyOrder anyOrder(log_);
     pending.clear();
 }
@@ -220,7 +220,7 @@ void Tracker::Match(std::vector<HolderRef>& pending) {
             if (smallest <= thresholds[key]) {
                 ++coverage_.accepted[key];
                 Update(*track, nearest);
-                // Two holders of one reading: the one that was not chosen goes with the chosen one.
+                // If one reading has two holders, the one that was not chosen is removed with the chosen one.
                 const AnyOrder anyOrder(log_);
                 std::vector<HolderRef> rest;
                 for (const HolderRef& candidate : pending) {

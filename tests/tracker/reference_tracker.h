@@ -1,7 +1,7 @@
-/// A second tracker, slow and literal, that the real one is compared with call by call.
+/// A slow and literal reference tracker, with which the real one is compared call by call.
 ///
-/// It shares nothing with the real one but the record of a reading: its arithmetic, its text distance and its
-/// bookkeeping are its own.
+/// It shares only the record of a reading with the real one: its arithmetic, its text distance and its bookkeeping are
+/// separate.
 #pragma once
 
 #include <array>
@@ -22,8 +22,8 @@ struct Call {
     std::uint64_t readingId = 0;
     std::int32_t reason = -1;               ///< results only
     std::vector<std::uint64_t> readingIds;  ///< results only
-    /// Releases that bear the same number above 0 may come in any order: they happen in one destruction, whose inner
-    /// order nothing promises.
+    /// Releases with the same number above 0 may occur in any order: they happen in one destruction, whose order is
+    /// unspecified.
     unsigned group = 0;
 };
 
@@ -34,7 +34,7 @@ struct Log {
     unsigned openGroup = 0;
 };
 
-/// How often each branch decided something.
+/// Counts how often each branch was used.
 struct Coverage {
     std::array<std::uint64_t, 4> reported{};  ///< by reason
     std::array<std::uint64_t, 3> accepted{};  ///< by candidate list

@@ -1,4 +1,4 @@
-/// The text distance as it is defined: the slow routine that the fast one is compared with.
+/// The text distance by its definition: the slow reference for the fast routine.
 #pragma once
 
 #include <algorithm>

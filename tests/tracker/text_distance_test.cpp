@@ -50,7 +50,7 @@ TEST(TextDistance, UnitsThatShareTheirLowByteDiffer) {
 
 TEST(TextDistance, IsTheWholeMatrixsAnswerOnRandomPairs) {
     std::mt19937 random(20240517);
-    // Lengths around 64 and 128 are where a routine that works on machine words changes its path.
+    // A routine that works on machine words changes its path at lengths around 64 and 128.
     const std::size_t longest[] = {3, 9, 16, 66, 131};
     for (int round = 0; round < 20000; ++round) {
         const std::size_t limit = longest[round % 400 == 0  ? 4
@@ -85,7 +85,7 @@ TEST(TextDistance, IsRightAtEveryLengthAroundAMachineWord) {
     }
 }
 
-// A sanitizer makes the slow routine slower still.
+// Fewer pairs for sanitizers, which make the slow routine even slower.
 #if defined(__SANITIZE_THREAD__) || defined(__SANITIZE_ADDRESS__)
 constexpr int randomPairs = 150000;
 #else
@@ -188,7 +188,7 @@ TEST(TextDistance, OfVeryLongTextsIsRight) {
     EXPECT_EQ(TextDistance(first, L""), 500.0);
 }
 
-// From the match at the beginning a carry goes through a machine word that nothing has matched.
+// A carry from the match at the beginning passes through a machine word without matches.
 TEST(TextDistance, AnEarlierMatchBehindAWholeWordTakesTheLaterOnesPlace) {
     const std::wstring text = L"A" + std::wstring(127, L'-') + L"B";
     EXPECT_EQ(TextDistance(text, L"BA"), 64.5);
@@ -211,7 +211,7 @@ TEST(TextDistance, OfLongTextsWithFewCommonUnitsIsThatOfTheRollingRows) {
 }
 
 TEST(TextDistance, UnitsThatMeetInATableDiffer) {
-    // 64 units at steps of the table's size, so that all of them want one place in it.
+    // 64 units at steps of the table's size, so that all of them hash to one slot.
     std::wstring text;
     for (int unit = 0; unit < 64; ++unit) {
         text.push_back(static_cast<wchar_t>(unit * 128 + 7));

@@ -223,12 +223,12 @@ TEST(Track, TheMarginIsTheCandidatesFrame) {
 
 TEST(Track, MovementTurnsTheDirectionByAFifth) {
     const CTrack track = TrackOf({{1, L"A", 640, 100, 0}, {2, L"A", 640, 90, 40}});
-    // (0, 0.8 x 1 + 0.2 x -1) made a unit vector again: still downwards.
+    // (0, 0.8 x 1 + 0.2 x -1), normalised: still downwards.
     EXPECT_TRUE(IsAhead(track, 640, -9));
     EXPECT_FALSE(IsAhead(track, 640, -10));
 
     const CTrack turned = TrackOf({{1, L"A", 640, 100, 0}, {2, L"A", 650, 100, 40}});
-    // (0.2, 0.8) / sqrt(0.68): places across the direction count by its share of x.
+    // (0.2, 0.8) / sqrt(0.68): a sideways offset counts by the direction's x component.
     const double norm = std::sqrt(0.2 * 0.2 + 0.8 * 0.8);
     const double limit = 650 - 100 / (0.2 / norm);
     EXPECT_TRUE(IsAhead(turned, static_cast<std::int32_t>(limit) + 1, 100));
@@ -314,7 +314,7 @@ TEST(Track, APredictionBeyondThirtyTwoBitsIsTheSmallestNumber) {
     const PredictedPosition position = track.PredictAt(std::uint64_t{1} << 40);
     EXPECT_EQ(position.x, std::numeric_limits<std::int32_t>::min());
     EXPECT_EQ(position.y, 200);
-    // A time before the last reading is a huge time after it.
+    // A time before the last reading wraps to a huge time after it.
     EXPECT_EQ(track.PredictAt(1000).x, std::numeric_limits<std::int32_t>::min());
 }
 

@@ -1,4 +1,4 @@
-/// Readings as the tests write them, and a sink that writes down what it is told.
+/// Readings in short form for tests, and a sink that records its calls.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -94,7 +94,7 @@ class RecordingSink final : public ILicencePlateTrackerResultSink {
         calls.push_back({Call::Kind::Release, reading->id, -1, {}});
     }
 
-    /// What was told since the last question.
+    /// Returns the calls since the last Take and clears the list.
     std::vector<Call> Take() { return std::exchange(calls, {}); }
 
     std::vector<Call> Results() const {
