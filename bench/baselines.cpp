@@ -19,13 +19,13 @@ Conversion OfLibyuv(std::int32_t width, std::int32_t height) {
     return [=](const std::uint8_t* source, std::uint8_t* target) {
         const std::uint8_t* const u = source + width * height;
         const std::uint8_t* const v = u + width * height / 4;
-        // Its names tell the order in a register, so this is blue first in memory.
+        // libyuv names formats by their order in a register, so this is blue first in memory.
         libyuv::I420ToRGB24(source, width, u, width / 2, v, width / 2, target, 3 * width, width, height);
     };
 }
 
 Conversion OfSwscale(std::int32_t width, std::int32_t height) {
-    // Between equal sizes a routine of its own runs, whatever the filter, unless accuracy is asked for.
+    // For equal sizes an unscaled routine runs regardless of the filter, unless accurate rounding is requested.
     const std::shared_ptr<SwsContext> context(sws_getContext(width, height, AV_PIX_FMT_YUV420P, width, height,
                                                              AV_PIX_FMT_BGR24, SWS_POINT, nullptr, nullptr, nullptr),
                                               sws_freeContext);

@@ -1,5 +1,5 @@
-/// Other libraries' conversions of I420 to blue, green, red in memory. Their matrices differ from ours: only the speed
-/// compares.
+/// Other libraries' conversions of I420 to blue, green, red in memory. Their matrices differ from ours, so only their
+/// speed is comparable.
 #pragma once
 
 #include <cstdint>
@@ -9,7 +9,7 @@
 
 namespace bench {
 
-/// Converts one frame of the size that it was made for, its planes one after another.
+/// Converts one frame with contiguous planes, of the size for which it was created.
 using Conversion = std::function<void(const std::uint8_t* source, std::uint8_t* target)>;
 
 struct Baseline {
@@ -17,7 +17,7 @@ struct Baseline {
     std::function<Conversion(std::int32_t width, std::int32_t height)> conversionFor;
 };
 
-/// Each on one thread. Throws std::exception when one does not put blue first.
+/// Returns all baselines, each on one thread. Throws std::exception if one does not write blue first.
 std::vector<Baseline> AllBaselines();
 
 }  // namespace bench

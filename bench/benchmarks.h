@@ -1,12 +1,12 @@
-/// What each file of the one program registers.
+/// Functions that register the benchmarks of each file.
 #pragma once
 
 namespace bench {
 
-/// LAYOUT/WIDTHxHEIGHT/hot|cold/WHO. Throws std::exception when a baseline cannot be compared.
+/// LAYOUT/WIDTHxHEIGHT/hot|cold/NAME. Throws std::exception if a baseline cannot be compared.
 void RegisterConversions();
 
-/// text-distance/KIND/WHO; an item is one pair of texts.
+/// text-distance/KIND/NAME; an item is one pair of texts.
 void RegisterTextDistances();
 
 /// tracker/tracks:N/texts:N; an iteration is one frame.

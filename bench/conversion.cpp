@@ -1,4 +1,4 @@
-// Hot: one source that stays in the caches, as far as it fits. Cold: sources in turn, none of which is still there.
+// Hot: one source, which stays in the caches as far as it fits. Cold: alternating sources that are no longer cached.
 
 #include <benchmark/benchmark.h>
 
@@ -30,7 +30,7 @@ constexpr Size sizes[] = {{640, 480}, {1280, 720}, {1920, 1080}, {3840, 2160}};
 constexpr std::size_t poolSize = 160'000'000;
 constexpr std::size_t targetSize = std::size_t{3} * 3840 * 2160;
 
-// Memory as aligned as a conversion could wish for.
+// Memory with the alignment of the widest vectors.
 class Bytes {
   public:
     explicit Bytes(std::size_t size) : bytes_(static_cast<std::uint8_t*>(::operator new(size, alignment))) {
@@ -76,7 +76,7 @@ std::size_t FrameSize(Layout layout, Size size) {
 
 I420Planes PlanesOf(const std::uint8_t* source, Layout layout, Size size) {
     const std::ptrdiff_t pixels = std::ptrdiff_t{size.width} * size.height;
-    // Of 4:2:2 every second chroma row is left out.
+    // For 4:2:2 every second chroma row is skipped.
     const std::ptrdiff_t chromaStride = layout == Layout::I422 ? size.width : size.width / 2;
     const std::uint8_t* const u = source + pixels;
     return {source, u, u + chromaStride * size.height / 2, size.width, chromaStride, chromaStride};
@@ -146,7 +146,7 @@ void RegisterConversions() {
         RegisterHotAndCold("trivial-copy", size, [=](const std::uint8_t* source, std::uint8_t* target) {
             TrivialCopy(PlanesOf(source, Layout::I420, size), target, size.width, size.height);
         });
-        // As many bytes as are written; the sources follow one another without a gap.
+        // Copies as many bytes as a conversion writes, from contiguous sources.
         const std::size_t written = 3 * FrameSize(Layout::Grey, size);
         for (const bool isCold : {false, true}) {
             Register("bgr24/memcpy", size, written, isCold,

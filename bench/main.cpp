@@ -1,5 +1,5 @@
-// rooms: the conversion beside other libraries' conversions, the text distance beside the plain one, the tracker.
-// Takes the options of the benchmark library.
+// rooms: benchmarks of the conversion with other libraries as baselines, of the text distance with the plain routine as
+// baseline, and of the tracker. Accepts the options of the benchmark library.
 
 #include <benchmark/benchmark.h>
 

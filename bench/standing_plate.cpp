@@ -1,5 +1,6 @@
-// standing-plate: a vehicle stands before the camera for an hour and is read as a hundred texts. Prints as JSON what
-// its last thousand frames cost, against the first thousand that know as many texts, and the memory of a reading.
+// standing-plate: a vehicle stands in front of the camera for an hour and is read as a hundred texts. Prints as JSON
+// the time of its last thousand frames, that of the first thousand with as many known texts, and the memory of a
+// reading.
 
 #include <algorithm>
 #include <chrono>
@@ -31,7 +32,7 @@ Value Median(std::vector<Value> values) {
 }
 
 struct Hour {
-    double firstMicroseconds;  // a frame, the median of its thousand
+    double firstMicroseconds;  // per frame, median of a thousand
     double lastMicroseconds;
     double bytesOfAReading;
 };
@@ -43,7 +44,7 @@ Hour PlayHour() {
     int frame = 0;
     const auto playFrame = [&] {
         time += framePeriod;
-        // Every text comes within the first hundred frames, and at no regular distance later.
+        // Every text occurs within the first hundred frames, and later at irregular intervals.
         const int text = (frame * 37 + frame / texts * 11) % texts;
         ++frame;
         const std::vector<LicencePlatePtr> readings = {ReadingOf(0, TextOf(0, text), time)};

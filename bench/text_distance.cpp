@@ -29,7 +29,7 @@ std::wstring RandomPlate(std::mt19937& random, std::size_t shortest, std::size_t
     return text;
 }
 
-// Half of the pairs are of one plate, misread; the others of two plates.
+// Half of the pairs are one plate and a misreading of it, the others two plates.
 std::vector<Pair> RandomPairs(std::size_t shortest, std::size_t longest, std::size_t paddedTo) {
     constexpr int count = 256;
     std::mt19937 random(7);
@@ -48,7 +48,7 @@ std::vector<Pair> RandomPairs(std::size_t shortest, std::size_t longest, std::si
     return pairs;
 }
 
-// `distance` answers for one pair.
+// `distance` computes the distance of one pair.
 template <class Distance>
 void Register(const std::string& name, const std::vector<Pair>& pairs, const Distance& distance) {
     benchmark::RegisterBenchmark(name.c_str(), [=](benchmark::State& state) {
@@ -70,7 +70,7 @@ void RegisterKind(const std::string& name, const std::vector<Pair>& pairs) {
     Register(name + "/vexlane", pairs, [](const Pair& pair) { return TextDistance(pair.first, pair.second); });
     Register(name + "/rolling-rows", pairs,
              [](const Pair& pair) { return RollingRowsDistance(pair.first, pair.second); });
-    // As the tracker compares: one text, made ready once, with all others.
+    // As in the tracker: one prepared text is compared with all others.
     static const std::wstring text = L"AB123CD";
     static const TextPattern pattern(text);
     Register(name + "/vexlane-ready", pairs, [](const Pair& pair) { return pattern.DistanceTo(pair.second); });
@@ -80,7 +80,7 @@ void RegisterKind(const std::string& name, const std::vector<Pair>& pairs) {
 
 void RegisterTextDistances() {
     RegisterKind("text-distance/7-to-15", RandomPairs(7, 15, 0));
-    // The detector's texts are 15 units whatever the plate: what it does not fill is NUL.
+    // The detector's texts always have 15 units; the unused ones are NUL.
     RegisterKind("text-distance/padded-to-15", RandomPairs(7, 9, 15));
 }
 

@@ -19,7 +19,7 @@ constexpr int mostPlates = 5;
 constexpr std::uint64_t framePeriod = 40;
 constexpr std::uint64_t noLimit = std::numeric_limits<std::int32_t>::max();
 
-// A tracker in the middle of its work: so many vehicles that stand, each read as so many texts.
+// A running tracker with `trackCount` standing vehicles, each read as `textCount` texts.
 class Scene {
   public:
     Scene(int trackCount, int textCount)
@@ -29,9 +29,9 @@ class Scene {
             firsts.push_back(ReadingOf(vehicle, TextOf(vehicle, 0), time_));
         }
         tracker_.ProcessPlates(firsts, time_);
-        // From the youngest on, so that a reading meets tracks of one text before it meets its own.
+        // Starts with the youngest, so that a reading is compared with tracks of one text before its own.
         for (int vehicle = tracks_ - 1; vehicle >= 0; --vehicle) {
-            // The second reading gives a track its place, by which it takes any text.
+            // After its second reading a track accepts any text at the predicted place.
             for (int text = 0; text < texts_; ++text) {
                 Process({vehicle, vehicle + 1}, text);
             }
@@ -70,7 +70,7 @@ class Scene {
 };
 
 void MeasureFrames(benchmark::State& state) {
-    // Readings stay with their tracks, so the scene is set anew before they fill the memory.
+    // Tracks keep their readings, so the scene is recreated before they fill the memory.
     constexpr int framesOfAScene = 20'000;
     std::optional<Scene> scene;
     int frame = 0;

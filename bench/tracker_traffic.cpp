@@ -27,7 +27,7 @@ std::wstring TextOf(int vehicle, int number) {
     for (int position = 0; position < length; ++position) {
         text += static_cast<wchar_t>(L'0' + alphabet * vehicle + position);
     }
-    // Misread in two places of the middle, each as one of ten.
+    // Misread at two positions, each as one of ten characters.
     text[2] = static_cast<wchar_t>(L'0' + alphabet * vehicle + number % 10 + (number % 10 < 2 ? 0 : 6));
     text[5] = static_cast<wchar_t>(L'0' + alphabet * vehicle + number / 10 + (number / 10 < 5 ? 0 : 6));
     return text;

@@ -1,4 +1,4 @@
-/// Readings of vehicles that stand, as the tracker takes them.
+/// Readings of standing vehicles for the tracker.
 #pragma once
 
 #include <cstdint>
@@ -8,12 +8,12 @@
 
 namespace bench {
 
-/// A reading of a 1920 x 1080 frame; its time is its own. Vehicles have numbers below 100, and stand so far apart that
-/// none is taken for another by its place.
+/// Returns a reading in a 1920 x 1080 frame. Vehicles have numbers below 100, and stand so far apart that the tracker
+/// does not confuse them by place.
 LicencePlatePtr ReadingOf(int vehicle, const std::wstring& text, std::uint64_t time);
 
-/// One of a vehicle's texts, which differ in one character or two. Vehicles have no character in common, so that none
-/// is taken for another by its text.
+/// Returns one of a vehicle's texts, which differ in one or two characters. Vehicles have no characters in common, so
+/// that the tracker does not confuse them by text.
 std::wstring TextOf(int vehicle, int number);
 
 }  // namespace bench

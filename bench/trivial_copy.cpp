@@ -8,7 +8,7 @@ namespace {
 
 constexpr std::int32_t blockSize = 64;  // pixels; a copy of constant size is a load and a store
 
-// A row of the target is, for each block: its luma twice, then its two rows of chroma.
+// Writes for each block its luma twice, then its U and V samples.
 void CopyRow(const std::uint8_t* y, const std::uint8_t* u, const std::uint8_t* v, std::uint8_t* target,
              std::int32_t width) {
     constexpr std::int32_t chromaSize = blockSize / 2;

@@ -1,4 +1,4 @@
-/// The bound of every conversion: its traffic without its arithmetic.
+/// The bound of every conversion: its memory traffic without its arithmetic.
 #pragma once
 
 #include <cstdint>
@@ -7,7 +7,7 @@
 
 namespace bench {
 
-/// Reads every byte of the three planes as often as a conversion row by row does, and writes 3 bytes a pixel in order.
+/// Reads every byte of the planes as often as a row-by-row conversion, and writes 3 bytes per pixel in order.
 /// REQUIRES: a width that is a multiple of 64, an even height, and planes without padding.
 void TrivialCopy(const image_transform::kernels::I420Planes& source, std::uint8_t* target, std::int32_t width,
                  std::int32_t height);

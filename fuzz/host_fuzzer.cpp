@@ -1,9 +1,10 @@
-// Whether the library withstands any host and any engine: sequences of the host's calls with any frames and settings,
-// while the host's objects are missing or throw and the engine says anything.
+// Checks that the library tolerates any host and any engine: sequences of host calls with any frames and settings,
+// while the host's objects are missing or throw and the engine returns anything.
 //
-// Every buffer must be released exactly once and every raiser raised or discarded exactly once, nothing may be thrown
-// where that is not said, error codes must be those of the contract, and afterwards the detector must work. The host's
-// objects are freed as soon as the library has given them up, for the address sanitizer to see every later touch.
+// Every buffer must be released exactly once and every raiser raised or discarded exactly once, exceptions may be
+// thrown only where the contract says so, error codes must be those of the contract, and afterwards the detector must
+// work. The host's objects are freed as soon as the library has released them, so that the address sanitizer reports
+// later uses.
 
 #include <algorithm>
 #include <array>
@@ -36,7 +37,7 @@ namespace {
 using namespace OKM8;
 using namespace OKM8::Analytics;
 
-// An execution stays short.
+// Keeps an execution short.
 constexpr unsigned maximumCalls = 40;
 
 fuzz::Bytes current;
@@ -54,10 +55,10 @@ void Check(bool isRight, const char* otherwise) {
 using recording_host::HostCall;
 using recording_host::Operation;
 
-/// Where the library calls out: the host's operations, and these.
+/// Places where the library makes foreign calls: the host's operations, and these.
 constexpr std::size_t recognizePlace = static_cast<std::size_t>(Operation::Count);
 constexpr std::size_t plateRangePlace = recognizePlace + 1;
-constexpr std::size_t binarySetterPlace = recognizePlace + 2;  // a target that takes no raw bytes
+constexpr std::size_t binarySetterPlace = recognizePlace + 2;  // a target that refuses raw bytes
 constexpr std::size_t placeCount = recognizePlace + 3;
 
 constexpr std::size_t PlaceOf(Operation operation) {
@@ -94,11 +95,11 @@ enum class Way : std::uint8_t { Works, IsNull, ThrowsStandard, ThrowsNumber, Thr
 
 struct OtherException {};
 
-/// What goes wrong in the host and its engine.
+/// Failures of the host and its engine.
 struct Failures {
     std::array<Way, placeCount> ways = {};
 
-    /// Throws what is due; returns whether the place works.
+    /// Throws if the place is set to throw; otherwise returns true if it works.
     bool Passes(std::size_t place) const {
         switch (ways[place]) {
             case Way::IsNull:
@@ -115,13 +116,13 @@ struct Failures {
     }
 };
 
-/// All that an execution counts and knows.
+/// The state of one execution.
 struct State {
     Failures failures;
-    int raisers = 0;               // made and not yet raised or discarded
+    int raisers = 0;               // created and not yet raised or discarded
     int targets = 0;               // of the newest list
-    IDetector* raising = nullptr;  // is called from inside Raise
-    TrackPointList track = {};     // of the event that is being made
+    IDetector* raising = nullptr;  // called from inside Raise
+    TrackPointList track = {};     // of the current event
     int plateCount = 0;
     std::array<RPLATE, engineRecordCount> plates = {};
 };
@@ -168,7 +169,7 @@ void CallFromInsideRaise() {
     ReadErrorState(state.raising);
 }
 
-/// Checks what the library says, and lets the call fail where it shall.
+/// Checks the library's arguments, and makes the call fail if it is set to fail.
 void OnCall(HostCall& call) {
     if (call.name != nullptr) {
         Touch(call.name);
@@ -232,10 +233,10 @@ recording_host::RecordingFrameDone frameDone(OnCall);
 constexpr std::int32_t lowest = std::numeric_limits<std::int32_t>::min();
 constexpr std::int32_t highest = std::numeric_limits<std::int32_t>::max();
 constexpr std::int32_t numbers[] = {0, 1, -1, 2, 50, 100, 101, -100, 1000000, highest, highest - 1, lowest, lowest + 1};
-// No picture has that many pixels. Some that has takes its memory before it is refused, and seconds to clear it.
+// Sizes that no buffer can have. Plausible large sizes are left out, because clearing their memory takes seconds.
 constexpr std::uint32_t sides[] = {0, 0x7fffffff, 0x80000000, 0xffffffff};
 constexpr int plateCounts[] = {1, 0, 2, 3, 5, 6, 33, -1, 1025, 1000000, highest, lowest};
-// All settings, an empty name, one of no setting, and none.
+// All settings, an empty name, an unknown name, and null.
 constexpr auto settingNames = [] {
     std::array<const char*, std::size(SettingKey::All) + 3> names = {};
     const auto next = std::copy(std::begin(SettingKey::All), std::end(SettingKey::All), names.begin());
@@ -259,7 +260,7 @@ constexpr const char* contractNames[] = {nullptr,
                                          ContractName::ILogger};
 constexpr std::uint64_t times[] = {0, 1, std::numeric_limits<std::uint64_t>::max(), std::uint64_t{1} << 63};
 
-/// One execution: what the host does, call by call.
+/// One execution: a sequence of host calls.
 class Session {
   public:
     explicit Session(fuzz::Input& bytes) : input_(bytes) {}
@@ -350,7 +351,7 @@ class Session {
                 detector = module->CreateDetector(nullptr, host.Peer());
             } catch (const std::exception&) {
             } catch (const OtherException&) {
-                // A detector that cannot be made throws what the host has thrown.
+                // CreateDetector may throw the host's exception.
             }
         }
         return detector;
@@ -395,7 +396,7 @@ class Session {
                 try {
                     settings.ApplySettings();
                 } catch (const OtherException&) {
-                    // What is no std::exception is thrown on.
+                    // ApplySettings rethrows exceptions that are not derived from std::exception.
                 }
                 break;
         }
@@ -441,10 +442,10 @@ class Session {
         ReadErrorState(detector);
     }
 
-    /// Any frame. The bytes that it has are as many as it says: a host that lies about that is beyond help.
+    /// Makes any frame. Its data always has the size that it reports: the library cannot detect a wrong size.
     MFF::IMultimediaBuffer* TakeFrame() {
         const unsigned kind = input_.Byte();
-        // Large enough for being handled at half its height. It takes a hundred times as long as the others.
+        // Large enough to be processed at half height. Such a frame takes a hundred times as long as the others.
         const bool isHalved = kind % 8 == 0 && mayBeLarge_ && input_.Take<std::uint16_t>() == 0x4b38;
         mayBeLarge_ = mayBeLarge_ && !isHalved;
         std::uint32_t width = isHalved ? 640 : 1 + input_.Below(40);
@@ -505,7 +506,7 @@ class Session {
               "who is told that a frame is done");
     }
 
-    /// A host that works finds detectors that work, and gets everything back.
+    /// With a working host, checks that the detectors work and that everything is released.
     void End() {
         state.failures = {};
         host.refusals.binarySetter = false;

@@ -1,4 +1,4 @@
-/// What all fuzzers share: taking an input apart, and reporting the input on which something is wrong.
+/// Shared by all fuzzers: splitting an input into values, and printing an input that fails.
 #pragma once
 
 #include <algorithm>
@@ -14,7 +14,7 @@ namespace fuzz {
 
 using Bytes = std::span<const std::uint8_t>;
 
-/// Takes values from the input for as long as it lasts, then zeros.
+/// Reads values from the input, and zeros after its end.
 class Input {
   public:
     explicit Input(Bytes bytes) : rest_(bytes) {}
@@ -50,7 +50,7 @@ class Input {
     Bytes rest_;
 };
 
-/// Prints the input, the first time only, as the statement that a test of tests/fuzz/replay_test.cpp takes.
+/// Prints the input, only the first time, as a statement for a test in tests/fuzz/replay_test.cpp.
 inline void PrintForTest(Bytes input) {
     static bool isPrinted = false;
     if (!isPrinted) {
@@ -64,7 +64,7 @@ inline void PrintForTest(Bytes input) {
     }
 }
 
-/// Prints what is wrong, and the input, and ends the process.
+/// Prints the message and the input, and aborts.
 [[noreturn]] inline void Fail(Bytes input, const char* what) {
     std::fprintf(stderr, "%s\n", what);
     PrintForTest(input);

@@ -1,6 +1,7 @@
-// Whether every kernel that this processor has gives the bytes of the scalar one and touches no others.
+// Checks that every kernel that this processor supports writes the same bytes as the scalar one and accesses no others.
 //
-// The planes and the outputs lie in heap blocks of exactly their size, for the address sanitizer to watch.
+// The planes and the outputs are heap blocks of exactly their size, so that the address sanitizer detects other
+// accesses.
 
 #include <array>
 #include <memory>
@@ -25,7 +26,7 @@ constexpr unsigned maximumWidth = 200;
 constexpr unsigned maximumHeight = 9;
 constexpr std::int32_t maximumArea = 600;
 
-/// A plane in a heap block of its own. The first sample may stand anywhere in its first 64 bytes; rows go up or down.
+/// A plane in a separate heap block. The first sample may be anywhere in its first 64 bytes; rows go up or down.
 class Plane {
   public:
     Plane(std::ptrdiff_t step, std::int32_t rows, std::ptrdiff_t rowBytes, std::size_t offset) : step_(step) {
@@ -75,7 +76,7 @@ struct Case {
             const std::int32_t sizes[] = {0, -1, -2, INT32_MIN};
             (input.OneIn(2) ? width : height) = input.AnyOf(sizes);
         }
-        // Rows of a source may overlap, or all be one; those of a target may not.
+        // Rows of a source may overlap or be the same; rows of a target may not.
         const std::ptrdiff_t chromaWidth = routine == Routine::GreyToBgr24 ? 0 : width / 2;
         const std::ptrdiff_t rows[] = {width, chromaWidth, chromaWidth};
         for (std::size_t plane = 0; plane < sourceSteps.size(); ++plane) {
@@ -108,7 +109,7 @@ struct Case {
     static std::ptrdiff_t WithSign(unsigned flags, std::ptrdiff_t step) { return (flags & 32) != 0 ? -step : step; }
 };
 
-// What the input has left, over and over. Noise on top of it makes a short input many different pixels.
+// Repeats the rest of the input. Added noise turns a short input into many different pixels.
 void FillWith(std::span<std::uint8_t> target, fuzz::Bytes pattern, bool isNoisy, std::uint32_t& noise) {
     if (pattern.empty()) {
         std::memset(target.data(), 0x80, target.size());
@@ -164,7 +165,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     const Case test(input);
 
     const bool isColour = test.routine != Routine::GreyToBgr24;
-    // A size that is refused must not be looked at, so that its planes may have any size.
+    // A kernel must not access the planes of a refused size, so they are empty.
     const bool isRefused = test.width < 1 || test.height < 1;
     const std::int32_t width = isRefused ? 0 : test.width;
     const std::int32_t height = isRefused ? 0 : test.height;

@@ -1,4 +1,4 @@
-// Whether any bytes are decoded as what they say or refused, and any contents are encoded as what is decoded again.
+// Checks that any bytes are decoded correctly or refused, and that encoded contents are decoded unchanged.
 
 #include <algorithm>
 #include <array>
@@ -21,7 +21,7 @@ std::uint32_t NumberAt(Bytes bytes, std::size_t offset) {
     return number;
 }
 
-// What is decoded must be what its bytes say, told here from the offsets alone.
+// Compares a decoded frame with its bytes, which are read here at fixed offsets.
 void CheckFrame(Bytes bytes, const transport::Frame& frame) {
     const auto edgeAt = [bytes](std::size_t offset) { return static_cast<std::int32_t>(NumberAt(bytes, offset)); };
     const transport::Region region = {edgeAt(24), edgeAt(28), edgeAt(32), edgeAt(36)};

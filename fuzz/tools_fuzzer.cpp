@@ -1,5 +1,5 @@
-// Whether the tools take any text as what it says or refuse it with their own exceptions: Y4M streams, the scripted
-// engine's script, settings of the command line, and the reading engine's configuration.
+// Checks that the tools parse any text correctly or refuse it with their own exceptions: Y4M streams, the scripted
+// engine's script, command-line settings, and the reading engine's configuration.
 
 #include <algorithm>
 #include <cstdlib>
@@ -35,7 +35,7 @@ bool IsOneLine(const std::string& text) {
     return text.find('\n') == std::string::npos;
 }
 
-/// Gives the bytes in pieces of a size.
+/// Returns the bytes in pieces of at most that size.
 class Pieces final : public plate_host::ByteSource {
   public:
     Pieces(Bytes bytes, std::size_t piece) : rest_(bytes), largest_(piece), total_(bytes.size()) {}
@@ -57,7 +57,7 @@ class Pieces final : public plate_host::ByteSource {
     std::size_t total_;
 };
 
-/// A header that is taken has nothing but numbers where they belong.
+/// Checks that an accepted header has only digits in its numbers.
 void CheckY4mHeader(const std::string& line) {
     std::istringstream words(line);
     for (std::string word; std::getline(words, word, ' ');) {
@@ -66,7 +66,7 @@ void CheckY4mHeader(const std::string& line) {
     }
 }
 
-/// Whether pictures of that stream are small enough for an execution.
+/// Returns true if the stream's pictures are small enough for an execution.
 bool HasSmallPictures(Bytes bytes) {
     const std::string text = TextOf(bytes);
     const std::string line = text.substr(0, text.find('\n'));
@@ -118,7 +118,7 @@ void CheckScript(Bytes bytes) {
     }
 }
 
-/// Takes what its bits say.
+/// Accepts the types of values that its bits select.
 class AnyDetector final : public OKM8::IAsyncAdjuster, public OKM8::IErrorInfoProvider {
   public:
     explicit AnyDetector(unsigned bits) : taken_(bits) {}

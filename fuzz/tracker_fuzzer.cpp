@@ -1,5 +1,5 @@
-// Whether the tracker makes the calls of the slow reference tracker, for any sequence of frames and readings; and
-// whether the text distance is that of the whole matrix, for texts of any length.
+// Checks that the tracker makes the same calls as the slow reference tracker for any sequence of frames and readings,
+// and that the text distance equals that of the full matrix for texts of any length.
 
 #include <boost/make_shared.hpp>
 #include <limits>
@@ -15,7 +15,7 @@ namespace {
 using tracker_test::Sequence;
 using tracker_test::Step;
 
-// What the reference takes for a reading grows with those of its track.
+// The reference's time for a reading grows with the number of readings in its track.
 constexpr unsigned maximumReadings = 24;
 
 constexpr std::uint64_t top = std::uint64_t{1} << 63;
@@ -35,7 +35,7 @@ constexpr std::uint32_t frameSizes[] = {1280,       0,          1,          2,  
 constexpr std::int32_t weights[] = {100, 99, 101, 0, -5, highest, lowest};
 constexpr wchar_t units[] = L"ABC1\u4eac";
 
-/// A text of few different units, so that texts are often alike.
+/// Returns a text from a small alphabet, so that texts are often similar.
 std::wstring TakeText(fuzz::Input& input, std::size_t longest) {
     const std::size_t length = input.Byte() % (longest + 1);
     std::wstring text;
@@ -44,7 +44,7 @@ std::wstring TakeText(fuzz::Input& input, std::size_t longest) {
         for (unsigned packed = input.Byte(), unit = 0; unit < 3 && text.size() < length; ++unit, packed /= 5) {
             text.push_back(units[packed % 5]);
         }
-        if (input.IsEmpty()) {  // what was taken, over and over
+        if (input.IsEmpty()) {  // repeats the text so far
             const std::size_t taken = text.size();
             while (text.size() < length) {
                 text.push_back(text[text.size() - taken]);
@@ -106,7 +106,7 @@ class Reader {
         }
         const auto plate = boost::make_shared<LicencePlate>();
         plate->timeStamp = (flags & 0x60) == 0x60 ? AnyTime() : now_;
-        // The limits of the view, a tenth more on each side, are places that a plate can come to.
+        // A plate can reach the limits of the view, which is a tenth larger on each side.
         plate->frameWidth = 1280;
         plate->frameHeight = 480;
         if ((flags & 0x50) == 0x50) {
@@ -132,7 +132,7 @@ class Reader {
                 plate->text[input_.Byte() % plate->text.size()] = units[input_.Below(5)];
             }
         } else {
-            // Texts of three units need no memory of their own.
+            // Texts of three units need no allocation.
             plate->text = TakeText(input_, input_.OneIn(8) ? 9 : 3);
         }
         texts_[readings_ & 3] = plate->text;
@@ -179,7 +179,7 @@ void CheckTracker(fuzz::Bytes bytes, fuzz::Input& input) {
 }
 
 void CheckTextDistance(fuzz::Bytes bytes, fuzz::Input& input) {
-    // Of the first text 64 units are compared at once.
+    // 64 units of the first text are compared at a time.
     const std::wstring first = TakeText(input, 140);
     const std::wstring second = TakeText(input, 40);
     const double distance = TextDistance(first, second);

@@ -46,7 +46,7 @@ Channel::Channel(Library& library, PictureSize size)
 }
 
 Channel::~Channel() {
-    // The detector gives its buffers back.
+    // Releases the detector's buffers.
     detector_.handle.reset();
 }
 

@@ -1,4 +1,4 @@
-/// One camera: a detector, and frames that cost the host nothing.
+/// One camera: a detector, and frames without cost for the host.
 #pragma once
 
 #include <atomic>
@@ -14,7 +14,7 @@
 
 namespace frame_path {
 
-/// Counts what is raised. Any thread.
+/// Counts events. Any thread.
 class EventCounter final : public plate_host::EventSink {
   public:
     void OnEvent(const plate_host::EventRecord&) override { ++count_; }
@@ -50,8 +50,8 @@ class Channel {
     Channel(const Channel&) = delete;
     Channel& operator=(const Channel&) = delete;
 
-    /// Hands over that many further frames, 25 of them in a second of their time stamps. Throws plate_host::Failure
-    /// when the library refuses one.
+    /// Sends that many more frames, 25 for each second of their time stamps. Throws plate_host::Failure if the library
+    /// refuses one.
     void Play(int frames);
 
   private:
@@ -60,9 +60,9 @@ class Channel {
     Buffer& FreeBuffer();
 
     const PictureSize size_;
-    std::vector<std::uint8_t> picture_;             // all frames are this one
-    std::vector<std::unique_ptr<Buffer>> buffers_;  // all that were made
-    std::vector<Buffer*> freeBuffers_;              // those that the library does not hold
+    std::vector<std::uint8_t> picture_;             // the pixels of all frames
+    std::vector<std::unique_ptr<Buffer>> buffers_;  // all buffers
+    std::vector<Buffer*> freeBuffers_;              // not held by the library
     std::uint64_t time_ = 1'700'000'000'000;        // milliseconds
     plate_host::DetectorPeer peer_;
     plate_host::Detector detector_;

@@ -1,5 +1,5 @@
-// frame-path LIBRARY ENGINE [--quick]: the time of a frame in the built library, with the engine that reads nothing, as
-// one object of JSON. VEXLANE_KERNEL in the environment chooses the conversion.
+// frame-path LIBRARY ENGINE [--quick]: measures the time of a frame in the built library with the idle engine, and
+// prints one JSON object. The environment variable VEXLANE_KERNEL selects the conversion.
 
 #include <exception>
 #include <iostream>
@@ -33,7 +33,7 @@ Options Parse(const std::vector<std::string>& words) {
 
 void Run(const Options& options) {
     Library library({options.library, options.engine});
-    // The very engine that is loaded already.
+    // The engine that the library has already loaded.
     const boost::dll::shared_library engine(plate_host::ToOpenPath(library.plugin.EnginePath()));
     const auto& selectTraffic = engine.get<idle_engine::SelectTrafficFunction>(idle_engine::selectTrafficName);
     const SelectTraffic select = [&](idle_engine::Traffic traffic) { selectTraffic(static_cast<int>(traffic)); };

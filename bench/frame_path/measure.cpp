@@ -31,7 +31,7 @@ std::size_t CoreCount() {
     return std::max(std::thread::hardware_concurrency(), 1u);
 }
 
-// Every reading stays with its vehicle, so there is an end to the frames of a batch.
+// Tracks keep their readings, so the number of frames in a batch is limited.
 int FramesOfABatch(Channel& channel, const Effort& effort) {
     constexpr int tried = 30;
     constexpr double most = 500;
@@ -56,7 +56,7 @@ double MicrosecondsAFrame(Library& library, PictureSize size, const Effort& effo
 
 using Work = std::function<void(std::size_t thread)>;
 
-// Threads that stay, as a host's do: what one of them has allocated is not given back by another one.
+// Permanent threads, as in a host: memory is freed by the thread that allocated it.
 class Crew {
   public:
     Crew(std::size_t count, Work work)
@@ -76,7 +76,7 @@ class Crew {
     Crew(const Crew&) = delete;
     Crew& operator=(const Crew&) = delete;
 
-    // The first of them work, all from one moment on; the last one to end counts.
+    // Starts the first `count` threads at the same time and waits for the last one to finish.
     double WorksASecond(std::size_t count) {
         busy_ = count;
         const Clock::time_point start = Clock::now();
@@ -109,17 +109,17 @@ class Crew {
     }
 
     const Work work_;
-    // The standard one loses a wake-up on Windows now and then, as mingw-w64 has it.
+    // mingw-w64's std::barrier sometimes loses a wake-up on Windows.
     boost::barrier begin_;
     boost::barrier end_;
-    std::size_t busy_ = 0;   // written while all wait for the beginning
-    bool hasEnded_ = false;  // as that
+    std::size_t busy_ = 0;   // written while all threads wait for begin_
+    bool hasEnded_ = false;  // the same
     std::mutex failing_;
     std::exception_ptr failure_;
     std::vector<std::thread> threads_;
 };
 
-// One thread against as many as there are cores, in turn.
+// Alternates between one thread and one thread per core.
 plate_host::Json OneAndAll(const Work& work, double framesOfAWork, const Effort& effort) {
     const std::size_t cores = CoreCount();
     Crew crew(cores, work);
@@ -145,7 +145,7 @@ plate_host::Json ManyChannels(Library& library, PictureSize size, const Effort& 
     return OneAndAll([&](std::size_t thread) { channels[thread]->Play(frames); }, frames, effort);
 }
 
-// What the machine itself makes of threads that share nothing: that many bytes read and written in turn.
+// The machine's limit for threads that share nothing: each reads and writes as many bytes as a frame of this size.
 plate_host::Json ManyCopies(PictureSize size, const Effort& effort) {
     const std::size_t read = std::size_t{3} * size.width * size.height / 2;
     struct Memory {

@@ -1,4 +1,4 @@
-/// How long frames take.
+/// Measurement of frame times.
 #pragma once
 
 #include <functional>
@@ -11,11 +11,11 @@ namespace frame_path {
 using SelectTraffic = std::function<void(idle_engine::Traffic)>;
 
 struct Effort {
-    int batches;               ///< whose median counts
-    int millisecondsOfABatch;  ///< about
+    int batches;               ///< the result is their median
+    int millisecondsOfABatch;  ///< approximate
 };
 
-/// Measures everything and returns it as one object.
+/// Runs all measurements and returns them as one object.
 plate_host::Json Measure(Library& library, const SelectTraffic& select, const Effort& effort);
 
 }  // namespace frame_path

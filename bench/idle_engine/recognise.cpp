@@ -1,4 +1,4 @@
-// The engine's two functions. They look at no pixel; every thread has its own traffic.
+// The engine's two functions. They ignore the pixels; every thread has separate traffic.
 
 #include <algorithm>
 #include <array>
@@ -16,7 +16,7 @@ constexpr int vehicleCount = 2 * engineRecordCount;
 
 std::atomic<Traffic> traffic{Traffic::None};
 
-// No two vehicles share a character, so that none is taken for another where both are near.
+// Two vehicles never share a character, so that the tracker does not confuse vehicles that are close together.
 std::string StandingText(int vehicle, std::uint64_t frame) {
     std::string text;
     for (int position = 0; position < 7; ++position) {
@@ -26,7 +26,7 @@ std::string StandingText(int vehicle, std::uint64_t frame) {
     return text;
 }
 
-// The plate's centre in pixels.
+// `x` and `y` are the plate's centre in pixels.
 RPLATE PlateRecord(const std::string& text, std::int32_t x, std::int32_t y, const IMG& image) {
     const std::int32_t halfWidth = static_cast<std::int32_t>(std::max(image.width / 32, 1u));
     const std::int32_t halfHeight = static_cast<std::int32_t>(std::max(image.height / 64, 1u));

@@ -1,14 +1,14 @@
-/// What the engine that reads nothing says that it sees.
+/// The traffic that the idle engine reports.
 #pragma once
 
 namespace idle_engine {
 
 enum class Traffic : int {
-    None,      ///< never a plate
-    Standing,  ///< ten vehicles that stand, five of them in each frame
+    None,      ///< no plates
+    Standing,  ///< ten standing vehicles, five of them in each frame
 };
 
-/// The exported name of the function that chooses, before frames run.
+/// The exported function that selects the traffic. Must be called before the first frame.
 inline constexpr char selectTrafficName[] = "SelectTraffic";
 using SelectTrafficFunction = void(int traffic);
 

@@ -81,7 +81,7 @@ class Events : public ILicencePlateTrackerResultSink {
     std::vector<std::size_t> vehicles;
 };
 
-/// What the tracker reports of the readings while they come.
+/// Returns the events that the tracker reports for the readings, frame by frame.
 Events Track(const std::vector<std::vector<Reading>>& readings) {
     Events events;
     constexpr std::uint64_t never = 2147483647;
@@ -100,7 +100,7 @@ Events Track(const std::vector<std::vector<Reading>>& readings) {
             plate->cornerD = {reading.corners[3][0], reading.corners[3][1]};
             plate->weight = 100;
             plate->id = reading.vehicle;
-            // As the engine's 16 bytes are taken: filled up with NULs, the last one dropped.
+            // As the detector converts the engine's 16 bytes: padded with NULs, without the last one.
             plate->text.assign(reading.text.begin(), reading.text.end());
             plate->text.resize(15, L'\0');
             plates.push_back(plate);
@@ -114,8 +114,8 @@ Events Track(const Clip& clip) {
     return Track(clip.readings);
 }
 
-/// The readings of an engine that sees each plate only from some moment on and up to some other, loses it for a while
-/// at times, and reads a wrong character now and then.
+/// Returns the readings of an engine that sees each plate only for a part of its way, sometimes loses it for a while,
+/// and sometimes reads a wrong character.
 std::vector<std::vector<Reading>> Worsen(const Clip& clip, std::uint64_t seed) {
     Random random(seed);
     std::vector<std::vector<Reading>> worse(clip.readings.size());
@@ -309,7 +309,7 @@ TEST(TheClip, ShowsPlatesOfManySizesKindsAndLights) {
     double narrowest = width;
     double widest = 0;
     std::set<PlateDesign> designs;
-    std::map<bool, int> lights;  // by whether it is dark
+    std::map<bool, int> lights;  // vehicles, by darkness
     for (std::size_t vehicle = 0; vehicle < clip.vehicles.size(); ++vehicle) {
         designs.insert(clip.vehicles[vehicle].design);
         for (const std::size_t frame : clip.FramesOf(vehicle)) {

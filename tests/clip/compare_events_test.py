@@ -1,4 +1,4 @@
-"""Gives compare-events, which COMPARE_EVENTS names, made-up truths and events."""
+"""Tests compare-events, at the path in COMPARE_EVENTS, with synthetic truths and events."""
 
 import json
 import os
@@ -13,7 +13,7 @@ WIDTH, HEIGHT = 100, 20
 
 
 def left_of(number):
-    """Vehicles drive one beside the other."""
+    """Vehicles drive side by side."""
     return 40 + 150 * number
 
 
@@ -27,7 +27,7 @@ def vehicle(number, plate, first, last):
 
 
 def event(text, readings):
-    """`readings` are frames with the upper left corner that was read there."""
+    """`readings` are tuples of a frame and the upper left corner read in it."""
     track = [{"x": x, "y": y, "width": 0, "height": 9, "time": frame * 1000 // FRAMES_PER_SECOND} for frame, x, y in readings]
     frame, x, y = readings[0]
     return {
@@ -40,7 +40,7 @@ def event(text, readings):
 
 
 def event_of(truth, text=None, frames=None):
-    """As the tracker gives it of a vehicle; a few pixels aside."""
+    """An event for a vehicle as the tracker reports it, a few pixels off."""
     places = {place["frame"]: place["corners"][0] for place in truth["places"]}
     frames = frames or sorted(places)
     return event(text or truth["plate"], [(frame, places[frame][0] + 3, places[frame][1] - 2) for frame in frames])

@@ -1,4 +1,4 @@
 #pragma once
 
-/// Standard input brings its bytes as they are, from now on.
+/// Switches standard input to binary mode.
 void TakeStandardInputAsBytes();

@@ -1,6 +1,6 @@
-// engine-answers ENGINE: gives pictures to an engine and writes down what it answers, to be compared between systems:
+// engine-answers ENGINE: passes pictures to an engine and prints its results, for comparison between systems by
 // scripts/compare-engines. Standard input holds, for each picture, a line with width and height, and then its rows of
-// blue, green and red bytes; standard output gets one line of JSON for each.
+// blue, green and red bytes. The output is one line of JSON per picture.
 
 #include <algorithm>
 #include <array>
@@ -17,7 +17,7 @@
 
 namespace {
 
-// The functions' names as the system's usual compiler spells them.
+// The functions' names as mangled by the platform's usual compiler.
 #ifdef _WIN32
 constexpr const char* recogniseName = "?Recognize2@@YAHPEAUYUV420_IMG@@PEAUIMG@@PEAUtagRECT@@PEAURPLATE@@H@Z";
 constexpr const char* setRangeName = "?SetPlateRange@@YA_NHH@Z";

@@ -1,4 +1,4 @@
 #include "tests/cross_platform/binary_input.h"
 
-// As it always does.
+// Standard input is always binary on Linux.
 void TakeStandardInputAsBytes() {}

@@ -1,5 +1,5 @@
-// transcript FIRST COUNT FILE: plays COUNT random rounds from seed FIRST on and writes down everything that the library
-// does in them. The same on every system, byte by byte.
+// transcript FIRST COUNT FILE: plays COUNT random rounds from seed FIRST on and writes everything that the library does
+// in them to FILE. The output is identical on every system, byte by byte.
 
 #include <cstdio>
 #include <cstdlib>
@@ -20,7 +20,7 @@ int main(int count, char** arguments) {
         const std::uint64_t first = std::stoull(arguments[1]);
         const std::uint64_t rounds = std::stoull(arguments[2]);
         std::ofstream file(arguments[3], std::ios::binary);
-        // A folder where no server's program can be found by its bare name.
+        // A current folder in which the server's program cannot be found.
         const std::filesystem::path before = std::filesystem::current_path();
         std::filesystem::current_path(std::filesystem::temp_directory_path());
         for (std::uint64_t seed = first; seed < first + rounds; ++seed) {

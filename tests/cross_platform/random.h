@@ -1,4 +1,4 @@
-/// The same draws on every system, which the standard library's distributions do not promise.
+/// Random numbers that are the same on every system, which the standard library's distributions do not guarantee.
 #pragma once
 
 #include <cstdint>
@@ -8,7 +8,8 @@
 
 namespace transcript {
 
-/// A draw that is an argument of a call stands in a statement of its own: the order of arguments is the compiler's.
+/// A draw for an argument of a call must be a separate statement, because the evaluation order of arguments is
+/// unspecified.
 class Random {
   public:
     explicit Random(std::uint64_t seed) : engine_(seed) {}

@@ -42,7 +42,7 @@ std::string JsonOf(const Plate& plate) {
     return json + "]}";
 }
 
-// Numbers that both systems print and read alike: whole eighths, and the largest powers of ten.
+// Numbers that all systems print and read alike: whole eighths, and large powers of ten.
 std::string RandomConfidence(Random& random) {
     if (random.Chance(90)) {
         const std::string whole = std::to_string(random.Between(0, 1600));
@@ -89,7 +89,7 @@ void AddRawPiece(Random& random, Bytes& bytes) {
             add(random.Byte(0xA1, 0xA7));
             addTrail(0x40, 0xA0);
             return;
-        case 5:  // holes of the rows of signs
+        case 5:  // gaps in the rows of symbols
             add(random.Byte(0xA2, 0xA9));
             addTrail(0xA1, 0xFE);
             return;
@@ -99,7 +99,7 @@ void AddRawPiece(Random& random, Bytes& bytes) {
         case 7:
             add(0xFF);
             return;
-        case 8:  // no pair: the second byte cannot be one
+        case 8:  // an invalid second byte
             add(random.Byte(0x81, 0xFE));
             add(random.Pick<unsigned>({0x01, 0x0A, 0x20, 0x30, 0x39, 0x3F, 0x7F, 0xFF}));
             return;
@@ -128,7 +128,7 @@ Bytes RawText(Random& random) {
             bytes += PlateCharacters(random, 1);
         }
     }
-    bytes.resize(wanted);  // perhaps through a pair
+    bytes.resize(wanted);  // may cut a pair
     return bytes;
 }
 
@@ -138,7 +138,7 @@ void SetRandomText(Random& random, Plate& plate) {
             plate.bytes = RawText(random);
             break;
         case 1: {
-            // Provinces, the signs of special plates, and a few texts that no plate bears.
+            // Provinces, the signs of special plates, and a few texts that are not on plates.
             plate.utf8 = random.Pick<const char*>(
                 {"京", "沪", "粤", "苏", "浙", "鲁", "川", "渝", "使", "领", "€", "－", "あ", "Я"});
             plate.utf8 += PlateCharacters(random, random.Between(0, 6));
@@ -167,7 +167,7 @@ std::int32_t RandomCoordinate(Random& random) {
     return static_cast<std::int32_t>(static_cast<std::uint32_t>(random.Number()));
 }
 
-// A plate from nowhere.
+// A plate that does not belong to a vehicle.
 Plate StrayPlate(Random& random) {
     Plate plate;
     SetRandomText(random, plate);
@@ -266,7 +266,7 @@ std::string RandomFrame(Random& random, const std::vector<Vehicle>& vehicles, in
         json += JsonOf(plates[i]);
     }
     json += ']';
-    if (random.Chance(3)) {  // an engine that lies
+    if (random.Chance(3)) {  // a wrong count
         const std::int32_t count = random.Chance(20) ? std::numeric_limits<std::int32_t>::min() : random.Between(-3, 9);
         json += R"(,"count":)" + std::to_string(count);
     }

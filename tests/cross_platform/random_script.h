@@ -1,5 +1,5 @@
-/// Random scripts for the scripted engine: vehicles that come, are misread, vanish for a while and come again, and
-/// plates that no camera has seen.
+/// Random scripts for the scripted engine: vehicles that appear, are misread, disappear for a while and reappear, and
+/// stray plates.
 #pragma once
 
 #include <string>

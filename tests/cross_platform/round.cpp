@@ -33,20 +33,20 @@ using recording_host::Operation;
 constexpr char journalName[] = "journal.jsonl";
 constexpr std::uint64_t seedFactor = 0x9E3779B97F4A7C15;
 
-// The first poll comes at once, the second five seconds later: by then polling must have ended.
+// The first poll is immediate, the second is five seconds later: by then polling must have ended.
 constexpr std::chrono::milliseconds longestPolling(4500);
 constexpr int attempts = 5;
 
-// Of a first detector that finds no server: three lines of its own restart and four of the first poll.
+// The first detector, if it finds no server, causes three lines by its restart and four by the first poll.
 constexpr std::size_t launcherLinesOfTheFirstBirth = 7;
 
-// The round took so long that a second poll may lie in it.
+// The round took so long that it may include a second poll.
 struct TooSlow {};
 
 enum class Server {
     Missing,   // there is no program to start
     Stranger,  // one runs before the library is loaded
-    Real,      // the program is there from the first detector's birth on
+    Real,      // the program exists after the first detector is created
 };
 
 struct Detector {
@@ -160,7 +160,7 @@ class Round {
     // The module
 
     void Initialize() {
-        // Without lines nothing tells when the first poll is over, which would race with a program that is put there.
+        // Without trace lines the end of the first poll is unknown, and the poll would race with placing the program.
         const char* const level = server == Server::Real
                                       ? random.Pick<const char*>({"1", "2", "-5"})
                                       : random.Pick<const char*>({"0", "1", "1", "1", "2", "7", "-5", "1abc", "abc"});
@@ -222,7 +222,7 @@ class Round {
         isPollingOver = true;
     }
 
-    // What happens between two frames
+    // Calls between frames
 
     void DoSomethingElse() {
         if (detectors.empty() || (detectors.size() < 3 && random.Chance(2))) {
@@ -315,7 +315,7 @@ class Round {
         WriteOutcome(detector, answer);
     }
 
-    // One that takes effect on plates.
+    // Sets a value that affects plates.
     void SetUsefulValue(Detector& detector) {
         using OKM8::IAsyncAdjuster;
         switch (random.Below(8)) {
@@ -357,13 +357,13 @@ class Round {
         }
     }
 
-    // Of 0 seconds every plate is reported at once.
+    // With 0 seconds, every plate is reported at once.
     void SetWaitTime(Detector& detector) {
         const std::int32_t seconds = random.Chance(10) ? random.Between(-1, 0) : random.Between(1, 20);
         Set(detector, "result_wait_time", seconds, &OKM8::IAsyncAdjuster::SetIntValue, std::to_string(seconds));
     }
 
-    // Any name with any type.
+    // Sets any name with any type.
     void SetAnyValue(Detector& detector) {
         using OKM8::IAsyncAdjuster;
         const char* const name = random.Pick<const char*>({"id", "name", "use_area", "area_top", "zone_width",
@@ -414,7 +414,7 @@ class Round {
             {ContractName::IContract, ContractName::IDetector, ContractName::IMediaReceiverSingle,
              ContractName::IErrorInfoProvider, ContractName::IModule, "", nullptr, "struct OKM8::idetector"});
         void* const found = detector.object->QueryContract(name);
-        // Where the parts stand is the same for both, as they hold the same members.
+        // The interfaces' offsets are the same on all systems, because the members are the same.
         const std::ptrdiff_t place =
             found != nullptr ? static_cast<char*>(found) - reinterpret_cast<char*>(detector.object) : -1;
         written.Write("call QueryContract " + HexOfText(name) + " -> " + (place < 0 ? "null" : "part"));
@@ -465,7 +465,7 @@ class Round {
             return;
         }
         switch (random.Below(6)) {
-            case 0:  // the same once more
+            case 0:  // the same time again
                 return;
             case 1:
                 time -= random.Below(5000);
@@ -530,7 +530,7 @@ class Round {
             }
             draw = i % 8 == 0 ? random.Number() : draw >> 8;
             const auto byte = static_cast<std::uint8_t>(draw);
-            // The ends of the range beside any values.
+            // Kind 1 has any values, the last kind mostly those at the ends of the range.
             options.pixels[i] = kind == 1 ? byte : static_cast<std::uint8_t>(byte % 2 == 0 ? 0 : 255 - byte % 8 * 16);
         }
     }
@@ -568,7 +568,7 @@ class Round {
     Server server = Server::Missing;
     std::unique_ptr<test_support::ChildProcess> stranger;
     bool isVerbose = false;
-    std::optional<std::chrono::steady_clock::time_point> polling;  // since then
+    std::optional<std::chrono::steady_clock::time_point> polling;  // start
     bool isPollingOver = false;
     int nextNumber = 0;
     int frames = 0;
@@ -585,7 +585,7 @@ std::string PlayRound(std::uint64_t seed) {
         try {
             return "seed " + std::to_string(seed) + "\n" + Round(seed).Play();
         } catch (const TooSlow&) {
-            // The machine is busy: once more.
+            // The machine is busy: try again.
         }
     }
     throw std::runtime_error("seed " + std::to_string(seed) + ": a round does not end in time for the poll");

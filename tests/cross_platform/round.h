@@ -1,4 +1,4 @@
-/// One random life of the library, from loading to unloading.
+/// One random session of the library, from loading to unloading.
 #pragma once
 
 #include <cstdint>

@@ -164,7 +164,7 @@ const std::string& Transcript::Text() {
     return text_;
 }
 
-// The lines that are complete; a text of several lines is several.
+// Returns the complete new lines.
 std::vector<std::string> Transcript::NewLines() {
     const std::string fresh = source_.Text(read_);
     std::vector<std::string> lines;
@@ -174,7 +174,7 @@ std::vector<std::string> Transcript::NewLines() {
         start = end + 1;
         const bool isStart =
             line.starts_with(detectorStart) || line.starts_with(launcherStart) || line.starts_with(baseStart);
-        // A system's text can bring line ends of its own.
+        // A system's error text can contain line ends.
         if (isStart || !isBehindSystemText_) {
             isBehindSystemText_ = IsLauncherLine(line) && line.find(systemTextStart) != std::string::npos;
             lines.push_back(Masked(line));

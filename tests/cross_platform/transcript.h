@@ -1,4 +1,4 @@
-/// What is written down of a round, line by line, and where trace lines come in.
+/// The record of a round: calls and trace lines in their order.
 #pragma once
 
 #include <cstdint>
@@ -10,38 +10,38 @@
 
 namespace transcript {
 
-/// Bytes as two lower-case digits each; a dash for none.
+/// Converts bytes to two lower-case digits each.
 std::string Hex(const void* bytes, std::size_t count);
 inline std::string Hex(const std::string& bytes) {
     return Hex(bytes.data(), bytes.size());
 }
-/// A dash and nothing else for a null pointer.
+/// Converts a text to hexadecimal digits, or a null pointer to a dash.
 std::string HexOfText(const char* text);
 
-/// What cannot be read in a text as a backslash and its two digits.
+/// Replaces each unprintable character by a backslash and two digits.
 std::string Escaped(const std::string& text);
 
-/// A trace line with everything in it that differs between two runs taken out: the launcher's handles, but not the
-/// empty one, and the system's error texts.
+/// Masks everything in a trace line that differs between runs: the launcher's handles, except the empty one, and the
+/// system's error texts.
 std::string Masked(const std::string& line);
 
-/// Keeps the order in which host calls, the library's calls of host objects and its trace lines happen. Whoever writes
-/// a line takes in first what the library has traced before.
+/// Keeps the order of host calls, the library's calls of host objects and its trace lines: each Write first appends the
+/// trace lines that the library has written before.
 class Transcript {
   public:
-    /// Takes trace lines from `lines`, which must outlive it.
+    /// Reads trace lines from `lines`, which must outlive it.
     explicit Transcript(const plugin_test::DebugLines& lines) : source_(lines) {}
 
     void Write(const std::string& line);
 
-    /// A call of the library, with all its arguments.
+    /// Writes a call by the library with all its arguments.
     void Write(const recording_host::HostCall& call);
 
-    /// Takes in the lines of the first detector's birth, which two threads write: waits until the launcher has written
-    /// that many of its own, and sorts those. Throws std::exception when they do not come.
+    /// Appends the lines of the first detector's creation, which two threads write: waits until the launcher has
+    /// written that many, and sorts those. Throws std::exception if they do not appear.
     void TakeUnorderedLines(std::size_t launcherLineCount);
 
-    /// All lines, each with its end.
+    /// Returns all lines with their line ends.
     const std::string& Text();
 
   private:

@@ -21,7 +21,7 @@ using testing::ElementsAre;
 
 const Checkpoint goOn = [] {};
 
-/// Takes ranges as a whole, for all its callers, and finds a plate that tells the picture's width as its text.
+/// Keeps one range for all callers, and returns a plate whose text is the picture's width.
 class FakeEngine final : public PlateEngine {
   public:
     bool TakeRange(const WidthRange& range) override {
@@ -41,7 +41,7 @@ class FakeEngine final : public PlateEngine {
             return current_.maximum == picture.width;
         };
         bool hadOwnRange = hasOwnRange();
-        // Long enough for others to get in between, if they could.
+        // Long enough for an unsynchronised thread to change the range.
         for (int turn = 0; turn < 20; ++turn) {
             std::this_thread::yield();
             hadOwnRange = hadOwnRange && hasOwnRange();
@@ -144,7 +144,7 @@ TEST(Evaluation, OnSeveralThreadsNoPictureIsInTheEngineWithAnothersRange) {
 }
 
 TEST(Evaluation, SeveralThreadsAreInTheEngineTogether) {
-    /// Lets nobody go before two are there.
+    /// Blocks until two threads are in Recognise.
     class MeetingPlace final : public PlateEngine {
       public:
         bool TakeRange(const WidthRange&) override { return true; }

@@ -1,4 +1,4 @@
-/// JPEG files, made and taken apart with FFmpeg's libraries.
+/// JPEG files, encoded and decoded with FFmpeg's libraries.
 #pragma once
 
 #include <array>
@@ -10,7 +10,7 @@
 
 namespace evaluate_test {
 
-/// A picture as JPEG files hold it: luminance and two planes of colour, the latter perhaps of half the size.
+/// A picture as in a JPEG file: a luma plane and two chroma planes, the latter possibly of half the size.
 struct YuvPicture {
     int width = 0;
     int height = 0;
@@ -24,14 +24,14 @@ struct YuvPicture {
     }
 };
 
-/// Asks for every sample of every plane.
+/// Calls `sample` for every sample of every plane.
 YuvPicture MakeYuv(int width, int height, bool halfWidth, bool halfHeight,
                    const std::function<std::uint8_t(int plane, int x, int y)>& sample);
 
-/// The bytes of a file in the best quality. Throws on failure.
+/// Encodes a picture in the best quality. Throws on failure.
 std::string Jpeg(const YuvPicture& picture);
 
-/// What a file of these bytes holds, which is not quite what was drawn. Throws on failure.
+/// Decodes a file; the result differs slightly from the encoded picture. Throws on failure.
 YuvPicture DecodeJpeg(const std::string& file);
 
 }  // namespace evaluate_test

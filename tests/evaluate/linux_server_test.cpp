@@ -24,7 +24,7 @@ servers::ProcessId ProcessIn(const std::string& file) {
     return process;
 }
 
-/// Waits until the test server has told its process id.
+/// Waits until the test server has written its process id.
 servers::ProcessId StartedProcess(const std::string& file) {
     EXPECT_TRUE(WaitUntil([&file] { return ProcessIn(file) != 0; }));
     return ProcessIn(file);
@@ -93,7 +93,7 @@ TEST(Server, ThatCannotBeStartedIsAnError) {
               "cannot start the server \"" + text + "\": Permission denied");
 }
 
-/// An evaluation that waits for a server which never answers.
+/// An evaluation that waits for a server that never responds.
 class WaitingEvaluation {
   public:
     WaitingEvaluation() {

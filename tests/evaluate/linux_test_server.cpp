@@ -1,5 +1,5 @@
-/// evaluate_test_server FILE obey|ignore|end: a server that writes its process id into a file, and then runs until it
-/// is told to end, runs whatever it is told, or ends at once with status 7.
+/// evaluate_test_server FILE obey|ignore|end: a server that writes its process id to a file, and then runs until
+/// SIGTERM, ignores SIGTERM, or exits at once with status 7.
 #include <unistd.h>
 
 #include <csignal>
@@ -17,7 +17,7 @@ int main(int argumentCount, char** arguments) {
     if (deed == "ignore") {
         std::signal(SIGTERM, SIG_IGN);
     }
-    // Whoever sees the file sees all of it.
+    // The file is complete as soon as it exists.
     std::ofstream(file + ".part") << ::getpid() << "\n";
     std::filesystem::rename(file + ".part", file);
     std::cout << "the server speaks" << std::endl;

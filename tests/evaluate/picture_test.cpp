@@ -28,7 +28,7 @@ std::string ErrorOf(const std::string& path) {
     return "none";
 }
 
-/// A sample of a plane between the middles of its own, the border going on outside.
+/// Returns an interpolated sample of a plane. Coordinates outside are clamped to the border.
 double Between(const YuvPicture& yuv, int plane, double x, double y) {
     const auto [width, height] = yuv.SizeOf(plane);
     const auto at = [&, w = width, h = height](double column, double row) {
@@ -44,7 +44,7 @@ double Between(const YuvPicture& yuv, int plane, double x, double y) {
     return upper * (top + 1 - y) + lower * (y - top);
 }
 
-/// The file format's own formula, its colours lying in the middle between the luminances that they belong to.
+/// Converts a pixel by the file format's formula, with chroma samples centred between their luma samples.
 std::array<double, 3> SlowBgr(const YuvPicture& yuv, int x, int y) {
     const double luminance = Between(yuv, 0, x, y);
     const int stepX = yuv.halfWidth ? 2 : 1;
@@ -58,7 +58,7 @@ std::array<double, 3> SlowBgr(const YuvPicture& yuv, int x, int y) {
             clamp(luminance + 1.402 * cr)};
 }
 
-/// The largest difference between the pictures, over all samples.
+/// Returns the largest difference between the pictures over all samples.
 double LargestDifference(const Picture& picture, const YuvPicture& yuv) {
     double largest = 0;
     for (int y = 0; y < picture.height; ++y) {
@@ -75,7 +75,7 @@ double LargestDifference(const Picture& picture, const YuvPicture& yuv) {
 
 TEST(Picture, EverySampleOfAPictureWithoutLossArrives) {
     const TemporaryFolder folder;
-    // Widths whose rows are no multiples of what converters like.
+    // Includes widths whose rows are not multiples of a vector's size.
     for (const auto& [width, height] : {std::pair{37, 5}, std::pair{1, 1}, std::pair{64, 3}}) {
         const Picture picture = ReadPicture(folder.Write("picture.ppm", Ppm(width, height, 3)));
         EXPECT_EQ(picture.width, width);
@@ -87,7 +87,7 @@ TEST(Picture, EverySampleOfAPictureWithoutLossArrives) {
 
 TEST(Picture, AJpegUsesTheFullRange) {
     const TemporaryFolder folder;
-    // Of one value each, which the format keeps as it is. Black and white of the narrow range are grey here.
+    // Each picture has one value, which the format stores exactly. Black and white of the limited range are grey here.
     for (const int luminance : {0, 16, 100, 235, 255}) {
         const YuvPicture grey = MakeYuv(32, 16, true, true, [luminance](int plane, int, int) {
             return static_cast<std::uint8_t>(plane == 0 ? luminance : 128);
@@ -105,7 +105,7 @@ TEST(Picture, ColoursOfAJpegAreThoseOfItsFormula) {
          {std::pair{false, false}, std::pair{true, false}, std::pair{true, true}}) {
         const YuvPicture drawn =
             MakeYuv(64, 48, halfWidth, halfHeight, [wide = halfWidth, high = halfHeight](int plane, int x, int y) {
-                // Steep, so that a colour in another place is another colour.
+                // Steep gradients, so that a displacement changes the colour.
                 const int blue = 30 + x * (wide ? 6 : 3);
                 const int red = 220 - y * (high ? 8 : 4);
                 return static_cast<std::uint8_t>(plane == 0 ? 70 + x + y : plane == 1 ? blue : red);

@@ -1,4 +1,4 @@
-/// Pictures and lists of a folder to evaluate.
+/// Pictures and lists for a folder to evaluate.
 #pragma once
 
 #include <array>
@@ -12,13 +12,13 @@ namespace evaluate_test {
 
 using Pixel = std::array<std::uint8_t, 3>;  ///< red, green, blue
 
-/// A colour of its own for every place of a picture, and another picture for every number.
+/// Returns a colour that depends on the position and on the picture's number.
 inline Pixel PixelAt(int x, int y, int number) {
     return {static_cast<std::uint8_t>(x * 7 + number * 31), static_cast<std::uint8_t>(y * 11 + x),
             static_cast<std::uint8_t>(255 - x - number)};
 }
 
-/// A picture as a file of the simplest format.
+/// Returns a picture as a PPM file.
 inline std::string Ppm(int width, int height, int number) {
     std::string file = "P6\n" + std::to_string(width) + " " + std::to_string(height) + "\n255\n";
     for (int y = 0; y < height; ++y) {
@@ -31,7 +31,7 @@ inline std::string Ppm(int width, int height, int number) {
     return file;
 }
 
-/// The same picture as an engine is to see it: blue, green, red, without gaps.
+/// Returns the same picture as the engine must receive it: blue, green, red, without padding.
 inline std::vector<std::uint8_t> BgrPixels(int width, int height, int number) {
     std::vector<std::uint8_t> bytes;
     for (int y = 0; y < height; ++y) {

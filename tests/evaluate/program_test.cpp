@@ -49,7 +49,7 @@ Json PlateOf(const std::string& text, double confidence, int left, int top, int 
             {"corners", {{left, top}, {left, bottom}, {right, top}, {right, bottom}}}};
 }
 
-/// Four pictures in two folders, one of them with two plates and one of them missing.
+/// Writes a truth of four pictures in two folders, one with two plates and one missing.
 void WriteFourPictures(const TemporaryFolder& folder) {
     folder.MakeFolder("far away");
     folder.MakeFolder("near");
@@ -139,7 +139,7 @@ TEST(Program, ThePixelsOfAPictureReachTheEngineAsTheyAre) {
     for (const std::string& line : LinesOf(Contents(folder.Path("calls.jsonl")))) {
         calls.push_back(Json::parse(line));
     }
-    // Two refused ranges and one taken while the server is waited for, then a range and a picture each time.
+    // Two refused ranges and an accepted one while the program waits for the server, then a range and a picture each.
     ASSERT_EQ(calls.size(), 3u + 3 * 2);
     EXPECT_EQ(calls[2]["answer"], true);
     const Json& range = calls[7];

@@ -8,7 +8,7 @@ namespace {
 
 using testing::ElementsAre;
 
-/// An upright report whose edges lie there.
+/// Returns an upright report with these edges.
 Report ReportAt(int left, int top, int right, int bottom, const std::wstring& text = L"AB1234") {
     return {text, 90, {{{left, top}, {left, bottom}, {right, top}, {right, bottom}}}};
 }
@@ -23,7 +23,7 @@ PlateScore ScoreOf(const std::wstring& truth, const std::wstring& read) {
 
 TEST(Localised, AWidthOnEitherBoundIsAndOneBehindItIsNot) {
     const Rectangle place{100, 100, 100, 20};
-    // The centre stays at x = 150 or half a pixel beside it.
+    // The centre stays within half a pixel of x = 150.
     EXPECT_TRUE(IsLocalised(ReportAt(128, 100, 173, 120), place)) << "45 of 100";
     EXPECT_FALSE(IsLocalised(ReportAt(128, 100, 172, 120), place)) << "44 of 100";
     EXPECT_TRUE(IsLocalised(ReportAt(83, 100, 218, 120), place)) << "135 of 100";

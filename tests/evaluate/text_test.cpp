@@ -7,7 +7,7 @@
 namespace plate_evaluation {
 namespace {
 
-/// The definition, without any table.
+/// The recursive definition.
 int SlowDistance(std::wstring_view one, std::wstring_view other) {
     if (one.empty() || other.empty()) {
         return static_cast<int>(std::max(one.size(), other.size()));
@@ -17,7 +17,7 @@ int SlowDistance(std::wstring_view one, std::wstring_view other) {
 }
 
 TEST(EditDistance, IsThatOfTheDefinition) {
-    // All texts of up to three characters out of three.
+    // All texts of up to three characters from an alphabet of three.
     std::vector<std::wstring> texts{L""};
     for (std::size_t index = 0; texts[index].size() < 3; ++index) {
         for (const wchar_t character : {L'A', L'B', L'C'}) {

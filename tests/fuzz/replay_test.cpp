@@ -1,5 +1,5 @@
-// One fuzzer's entry function, fed with its corpus and with what a fixed seed makes of that. Where something is wrong
-// it ends the process, and the input is printed.
+// Runs one fuzzer's entry function on its corpus and on mutations of it from a fixed seed. On an error the function
+// ends the process and the input is printed.
 
 #include <gtest/gtest.h>
 
@@ -33,7 +33,7 @@ constexpr std::size_t longestInput = 256;
 
 const Bytes* fed = nullptr;
 
-// The process is about to end: what may be called here no longer matters.
+// The process is about to end, so calls that are unsafe in a signal handler do not matter here.
 void PrintInput() {
     if (fed != nullptr) {
         fuzz::PrintForTest(*fed);

@@ -14,7 +14,7 @@ TEST(LastError, IsWhatWasSet) {
     EXPECT_EQ(platform::LastError(), 0u);
 }
 
-// Nothing but the two calls stands between the steps: making and joining threads may set errors of their own.
+// Only the two calls happen between the steps, because creating and joining threads may set the last error.
 TEST(LastError, EachThreadHasItsOwn) {
     std::atomic<int> step = 0;
     std::uint32_t others = 0;

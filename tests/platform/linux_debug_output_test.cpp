@@ -19,7 +19,7 @@
 
 namespace {
 
-/// Stands in the place of standard error; each write into it is one message.
+/// Replaces standard error with a socket on which each write is one message.
 class CapturedStandardError {
   public:
     CapturedStandardError() {
@@ -35,7 +35,7 @@ class CapturedStandardError {
     CapturedStandardError(const CapturedStandardError&) = delete;
     CapturedStandardError& operator=(const CapturedStandardError&) = delete;
 
-    /// Every write so far, one string each.
+    /// Returns all writes so far, one string each.
     std::vector<std::string> Writes() const {
         std::vector<std::string> writes;
         std::string buffer(1 << 17, '\0');
@@ -58,7 +58,8 @@ class CapturedStandardError {
     int before_ = -1;
 };
 
-/// Runs in a process of its own, since what is tested would end it; its exit code, or minus the signal that ended it.
+/// Runs an action in a child process, which it may end. Returns the exit code, or minus the signal that ended the
+/// child.
 template <class Action>
 int RunInChild(const Action& action) {
     const pid_t child = fork();
@@ -226,7 +227,7 @@ bool Sleeps(pid_t thread) {
     return close != std::string::npos && text[close + 2] == 'S';
 }
 
-// The pipe is full, so the write waits; signals whose handler does not ask for a restart interrupt it there.
+// The pipe is full, so the write blocks, and signals whose handler has no SA_RESTART interrupt it.
 TEST(LinuxDebugOutput, AnInterruptedWriteIsTriedAgain) {
     int ends[2] = {-1, -1};
     ASSERT_EQ(pipe(ends), 0);
@@ -249,7 +250,7 @@ TEST(LinuxDebugOutput, AnInterruptedWriteIsTriedAgain) {
     while (writerId == 0) {
         std::this_thread::yield();
     }
-    // Each is sent when the writer waits again.
+    // Each signal is sent when the writer is blocked again.
     for (int sent = 1; sent <= 20 && !written; ++sent) {
         while (!written && !Sleeps(writerId)) {
             std::this_thread::yield();

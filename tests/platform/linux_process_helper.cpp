@@ -1,4 +1,4 @@
-// The program that the process tests start, in the part that its first argument names.
+// The program that the process tests start. Its first argument names what it does.
 
 #include <pthread.h>
 #include <signal.h>
@@ -14,7 +14,7 @@
 
 namespace {
 
-constexpr unsigned longestLifeSeconds = 120;  // nobody is left behind when a test dies
+constexpr unsigned longestLifeSeconds = 120;  // no process is left if the test crashes
 
 int SleepUntilTerminated() {
     for (;;) {
@@ -22,7 +22,7 @@ int SleepUntilTerminated() {
     }
 }
 
-/// Writes down what it was started with; the file appears when it is complete.
+/// Writes how it was started to a file, which is renamed into place when it is complete.
 int Report(const std::string& file) {
     const std::string unfinished = file + ".unfinished";
     {
@@ -43,7 +43,7 @@ int Report(const std::string& file) {
         std::ifstream status("/proc/self/status");
         for (std::string line; std::getline(status, line);) {
             if (line.starts_with("SigBlk:") || line.starts_with("SigIgn:")) {
-                // Two signals above these are the C library's own.
+                // The C library uses two signals above these.
                 const unsigned long signals = std::stoul(line.substr(7), nullptr, 16) & 0x7FFFFFFF;
                 report << line.substr(0, 7) << signals << '\n';
             }

@@ -31,7 +31,7 @@ using platform::ProcessEntry;
 using platform::ProcessInformation;
 using platform::SystemHandle;
 
-/// The letter of a process's state, 'Z' for a zombie; 0 for no process.
+/// Returns the letter of a process's state, 'Z' for a zombie; 0 for no process.
 char StateOf(std::uint32_t process) {
     std::ifstream stat("/proc/" + std::to_string(process) + "/stat");
     std::string text;
@@ -40,13 +40,13 @@ char StateOf(std::uint32_t process) {
     return close == std::string::npos ? '\0' : text[close + 2];
 }
 
-/// Waits until a child has ended with all its threads, and leaves the zombie to others.
+/// Waits until a child and all its threads have ended, without reaping it.
 void WaitUntilEnded(std::uint32_t child) {
     siginfo_t information = {};
     EXPECT_EQ(waitid(P_PID, child, &information, WEXITED | WNOWAIT), 0);
 }
 
-/// Children of this process, zombies included, that nobody has waited for.
+/// Counts the children of this process, including zombies.
 int UnwaitedChildren() {
     int count = 0;
     for (const auto& entry : std::filesystem::directory_iterator("/proc")) {
@@ -72,7 +72,7 @@ std::size_t OpenDescriptors() {
 
 class LinuxProcess : public ProcessFixture {
   protected:
-    /// A child of the host's own, which this library knows nothing of.
+    /// Starts a child of the host that this library did not start.
     std::uint32_t StartAsHost(const std::string& program, const std::string& part) {
         const pid_t child = fork();
         if (child == 0) {
@@ -83,7 +83,7 @@ class LinuxProcess : public ProcessFixture {
         return static_cast<std::uint32_t>(child);
     }
 
-    /// Runs the helper until it has written down what it was started with, and returns all of that.
+    /// Runs the helper until it has written its report, and returns the whole report.
     std::string WholeReport(const std::string& program) {
         const std::filesystem::path file = folder / "report";
         const ProcessInformation started = Start(program + " report " + file.string());
@@ -116,7 +116,7 @@ TEST_F(LinuxProcess, AScriptIsListedUnderItsOwnName) {
     ASSERT_EQ(mkfifo((folder / "never-written").c_str(), 0600), 0);
     std::ofstream(folder / name) << "#!/bin/sh\nread line < " << (folder / "never-written").string() << "\n";
     std::filesystem::permissions(folder / name, std::filesystem::perms::owner_all);
-    // The system lets go of a new program before it bears its name; the list must find it all the same.
+    // A new process runs before it has its program's name; the list must find it nevertheless.
     for (int i = 0; i < 50; ++i) {
         const ProcessInformation started = StartLasting((folder / name).string());
         ASSERT_EQ(ListedAs(name), Ids{started.processId});
@@ -148,7 +148,7 @@ TEST_F(LinuxProcess, WithoutFreeDescriptorsTheListFailsInsteadOfMissingProcesses
     getrlimit(RLIMIT_NOFILE, &before);
     int lowestFree = open("/dev/null", O_RDONLY | O_CLOEXEC);
     close(lowestFree);
-    // None for the folder, and then one for the folder and none for what stands in it.
+    // First no descriptor for the folder, then one for the folder and none for its entries.
     for (const int extra : {0, 1}) {
         const rlimit few = {static_cast<rlim_t>(lowestFree + extra), before.rlim_max};
         setrlimit(RLIMIT_NOFILE, &few);
@@ -279,7 +279,7 @@ TEST_F(LinuxProcess, TerminatingAProcessThatHasEndedIsAFailure) {
 }
 
 TEST_F(LinuxProcess, AnEmptyHandleEndsNothing) {
-    // In a process group of its own, which a signal to process 0 would end.
+    // Runs in a separate process group, which a signal to process 0 would end.
     const pid_t group = fork();
     if (group == 0) {
         setpgid(0, 0);
@@ -330,12 +330,12 @@ TEST_F(LinuxProcess, ProgramsThatEndByThemselvesDoNotPileUp) {
 // Signals
 
 TEST(LinuxSignal, IsSentToAProcessAndNeverToAGroup) {
-    // In a process group of its own, which a signal to process 0 would end.
+    // Runs in a separate process group, which a signal to process 0 would end.
     const pid_t group = fork();
     if (group == 0) {
         setpgid(0, 0);
         for (const pid_t process : {0, 1, -1, -getpid(), INT_MIN}) {
-            // Signal 0 alone, so that this test harms nobody if it fails.
+            // Only signal 0, so that a failure of this test has no effect on other processes.
             if (platform::SendSignal(process, 0) != EINVAL ||
                 platform::SendSignalThrough(pidfd_open(getpid(), 0), process, 0) != EINVAL) {
                 _exit(1);
@@ -363,7 +363,7 @@ TEST_F(LinuxProcess, ASignalReachesItsProcessOrFails) {
     }
 }
 
-// Opening, and other people's processes
+// Opening, and other users' processes
 
 TEST_F(LinuxProcess, AnOpenedProcessHasTheHandleItWasStartedWith) {
     const ProcessInformation started = StartLasting(helperName);
@@ -449,7 +449,8 @@ TEST_F(LinuxProcess, AProcessOfAnotherUserIsSkipped) {
     EXPECT_TRUE(IsListed(mine.processId));
 }
 
-// What the test below sees as a user without rights, who may run the program but not read it; 42 when all is well.
+// The part of the test below that runs as an unprivileged user, who may execute but not read the program. Returns 42 on
+// success.
 int LookAsNobody(const std::filesystem::path& program, std::uint32_t othersProcess) {
     if (setgid(65534) != 0 || setuid(65534) != 0 || access(program.c_str(), R_OK) == 0) {
         return 1;
@@ -466,7 +467,7 @@ int LookAsNobody(const std::filesystem::path& program, std::uint32_t othersProce
         return 3;
     }
     if (hidden != std::errc::permission_denied) {
-        return 4;  // nothing that the test is about
+        return 4;  // the system does not hide the program's name
     }
     if (listed != Ids{own.processId}) {
         return 5;
@@ -474,7 +475,7 @@ int LookAsNobody(const std::filesystem::path& program, std::uint32_t othersProce
     return isOthersListed ? 6 : 42;
 }
 
-// The system shows less of such a program than of others: its name has to be read elsewhere.
+// The system hides the executable's path of such a process, so its name must come from another source.
 TEST_F(LinuxProcess, AProgramThatMayNotBeReadIsListedUnderItsNameForItsOwnUserAlone) {
     if (getuid() != 0) {
         GTEST_SKIP() << "needs the right to become another user";
@@ -498,7 +499,7 @@ TEST_F(LinuxProcess, AProgramThatMayNotBeReadIsListedUnderItsNameForItsOwnUserAl
     }
 }
 
-// Hosts with habits of their own
+// Hosts with unusual child handling
 
 TEST_F(LinuxProcess, AHostThatIgnoresItsChildrenConfusesNothing) {
     const auto before = signal(SIGCHLD, SIG_IGN);
@@ -510,7 +511,7 @@ TEST_F(LinuxProcess, AHostThatIgnoresItsChildrenConfusesNothing) {
     const ProcessInformation second = StartLasting(helperName);
     EXPECT_EQ(platform::OpenProcess(platform::processAllAccess, true, second.processId), second.process);
     EXPECT_TRUE(platform::TerminateProcess(second.process, 0));
-    // Nobody waits for these, so the system may still be clearing the last one away.
+    // The system reaps these children itself, and may not have finished with the last one.
     EXPECT_TRUE(WaitUntil([] { return UnwaitedChildren() == 0; }));
     signal(SIGCHLD, before);
 }

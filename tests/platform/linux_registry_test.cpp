@@ -90,7 +90,7 @@ TEST_F(LinuxRegistry, WhatIsNoFileIsNoValue) {
     char buffer[4] = {};
     std::uint32_t size = sizeof(buffer);
     EXPECT_NE(platform::QueryRegistryValue(key, "folder", buffer, size), 0u);
-    EXPECT_NE(platform::QueryRegistryValue(key, "pipe", buffer, size), 0u);  // and nobody waits for a writer
+    EXPECT_NE(platform::QueryRegistryValue(key, "pipe", buffer, size), 0u);  // and does not wait for a writer
     EXPECT_NE(platform::QueryRegistryValue(key, "", buffer, size), 0u);
     EXPECT_NE(platform::QueryRegistryValue(key, nullptr, buffer, size), 0u);
     platform::CloseRegistryKey(key);

@@ -9,7 +9,7 @@
 
 namespace {
 
-/// The character that the system's own converter makes of a pair; 0 for none.
+/// Returns the character to which the system's converter maps a pair; 0 if there is none.
 wchar_t ConvertBySystem(iconv_t converter, unsigned lead, unsigned trail) {
     char pair[2] = {static_cast<char>(lead), static_cast<char>(trail)};
     wchar_t character = 0;

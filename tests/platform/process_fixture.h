@@ -24,7 +24,7 @@ namespace process_tests {
 
 using servers::OwnFolder;
 
-/// The program that the tests start, in one of the parts "sleep", "exit" and "report FILE".
+/// The program that the tests start, with the arguments "sleep", "exit" or "report FILE".
 #ifdef _WIN32
 inline constexpr const char* helperName = "process-helper.exe";
 #else
@@ -84,7 +84,7 @@ class ProcessFixture : public testing::Test {
             platform::TerminateProcess(process, 0);
         }
         std::filesystem::current_path(startFolder_);
-        // A program that has just ended can be in use for a moment yet.
+        // The file of a program that has just ended can still be in use for a moment.
         copies_.push_back(folder);
         for (const std::filesystem::path& copy : copies_) {
             EXPECT_TRUE(WaitUntil([&copy] {
@@ -95,21 +95,21 @@ class ProcessFixture : public testing::Test {
         }
     }
 
-    /// A copy of the helper under a name of its own.
+    /// Copies the helper to `target`, and removes the copy at the end of the test.
     std::filesystem::path CopyHelper(const std::filesystem::path& target) {
         std::filesystem::copy_file(OwnFolder() / helperName, target);
         copies_.push_back(target);
         return target;
     }
 
-    /// Starts the helper in a part that lasts, and ends it with the test at the latest.
+    /// Starts the helper with arguments that make it run on, and ends it at the latest with the test.
     platform::ProcessInformation StartLasting(const std::string& commandLine) {
         const platform::ProcessInformation started = Start(commandLine);
         toEnd_.push_back(started.process);
         return started;
     }
 
-    /// Runs the helper until it has written down what it was started with, and returns that, by its first words.
+    /// Runs the helper until it has written its report, and returns the report's lines by their first words.
     std::map<std::string, std::string> Report(const std::string& program,
                                               std::uint32_t showWindow = platform::showWindowHidden) {
         const std::filesystem::path file = folder / "report";
@@ -132,7 +132,7 @@ class ProcessFixture : public testing::Test {
     std::vector<platform::SystemHandle> toEnd_;
 };
 
-/// A program of one name in several places, and the search for it.
+/// A program of one name in several folders, for tests of the search order.
 class ProgramSearch : public ProcessFixture {
   protected:
     ProgramSearch() {

@@ -17,7 +17,7 @@ using platform::codePageAnsi;
 using platform::codePageSimplifiedChinese;
 using platform::codePageUtf8;
 
-/// Converts as the callers do: the length is asked for, then that much is written, and not a unit more.
+/// Converts as the callers do: queries the length, converts, and checks that no further unit was written.
 std::wstring Widen(std::uint32_t codePage, const std::string& bytes) {
     const int byteCount = static_cast<int>(bytes.size());
     const int length = platform::ToWide(codePage, bytes.data(), byteCount, nullptr, 0);
@@ -134,14 +134,14 @@ TEST(SimplifiedChinese, NoPairOfBytesShortensTheText) {
             const std::size_t expected = lead && second != 0 ? 3 : 4;
             const std::string bytes = {'a', static_cast<char>(first), static_cast<char>(second), 'b'};
             const std::wstring wide = FromChinese(bytes);
-            const bool openEnd = !lead && second >= 0x81 && second <= 0xFE;  // takes the "b" with it
+            const bool openEnd = !lead && second >= 0x81 && second <= 0xFE;  // forms a pair with the "b"
             ASSERT_EQ(wide.size(), openEnd ? 3 : expected) << std::hex << first << ' ' << second;
             ASSERT_EQ(wide.front(), L'a');
         }
     }
 }
 
-// The rules that the code page was made by, against which its tables are held: runs of characters in their own order.
+// The rules of the code page, with which its tables are compared: runs of characters in Unicode order.
 struct CharacterRun {
     unsigned firstPair;
     unsigned lastPair;
@@ -166,9 +166,9 @@ TEST(SimplifiedChinese, SymbolsStandInTheOrderOfTheirBlocks) {
         {0xA3A4, 0xA3A4, 0xFFE5}, {0xA3A5, 0xA3FD, 0xFF05}, {0xA3FE, 0xA3FE, 0xFFE3},
         {0xA4A1, 0xA4F3, 0x3041},  // Hiragana
         {0xA5A1, 0xA5F6, 0x30A1},  // Katakana
-        {0xA6A1, 0xA6B1, 0x0391},  // Greek, without the place of the capital final sigma
+        {0xA6A1, 0xA6B1, 0x0391},  // Greek, without the code point of the capital final sigma
         {0xA6B2, 0xA6B8, 0x03A3}, {0xA6C1, 0xA6D1, 0x03B1}, {0xA6D2, 0xA6D8, 0x03C3},
-        {0xA7A1, 0xA7A6, 0x0410},  // Russian, Yo in its place of the alphabet
+        {0xA7A1, 0xA7A6, 0x0410},  // Russian, with Yo in alphabetical order
         {0xA7A7, 0xA7A7, 0x0401}, {0xA7A8, 0xA7C1, 0x0416}, {0xA7D1, 0xA7D6, 0x0430},
         {0xA7D7, 0xA7D7, 0x0451}, {0xA7D8, 0xA7F1, 0x0436}, {0xA8C5, 0xA8E9, 0x3105},  // Bopomofo
         {0xA9A4, 0xA9EF, 0x2500},                                                      // lines of boxes
@@ -180,8 +180,8 @@ TEST(SimplifiedChinese, SymbolsStandInTheOrderOfTheirBlocks) {
     }
 }
 
-// The older standard has a choice of the ideographs; the code page adds all others, in the order of their numbers, in
-// two areas around it, and at the end some that have a second number.
+// The older standard contains a selection of the ideographs. The code page adds all others in Unicode order, in two
+// areas around it, and at the end some compatibility ideographs.
 TEST(SimplifiedChinese, EveryIdeographStandsInItsPlace) {
     std::set<unsigned> chosen;
     for (unsigned lead = 0xB0; lead <= 0xF7; ++lead) {
@@ -231,7 +231,7 @@ TEST(SimplifiedChinese, EveryProvinceOnAPlateIsItsCharacter) {
     }
 }
 
-// 21791 characters, and for every other pair a private one of its own.
+// 21791 characters, and a different private character for every other pair.
 TEST(SimplifiedChinese, NoTwoPairsAreTheSameCharacter) {
     std::set<unsigned> assigned;
     std::set<unsigned> unassigned;
@@ -249,7 +249,7 @@ TEST(SimplifiedChinese, NoTwoPairsAreTheSameCharacter) {
     EXPECT_EQ(*unassigned.rbegin(), 0xE000u + 126 * 190 - 21791 - 1);
 }
 
-// Windows' own answers for all pairs, summed up (FNV-1a over each answer's length and code units).
+// A checksum of the results of Windows for all pairs (FNV-1a over each result's length and code units).
 TEST(SimplifiedChinese, EveryPairIsTheCharacterThatWindowsMakesOfIt) {
     std::uint32_t sum = 2166136261u;
     const auto add = [&sum](unsigned value) { sum = (sum ^ value) * 16777619u; };
@@ -284,7 +284,7 @@ TEST(SimplifiedChinese, EveryCharacterThatItHasComesBack) {
 
 TEST(SimplifiedChinese, ACharacterThatItDoesNotHaveIsAQuestionMark) {
     EXPECT_EQ(Narrow(codePageSimplifiedChinese, L"a\x0E01z"), "a?z");
-    EXPECT_EQ(Narrow(codePageSimplifiedChinese, L"\x00A2"), "?");  // and not one that looks like it
+    EXPECT_EQ(Narrow(codePageSimplifiedChinese, L"\x00A2"), "?");  // not a similar character
     EXPECT_EQ(Narrow(codePageSimplifiedChinese, std::wstring(1, static_cast<wchar_t>(0xD800))), "?");
     EXPECT_EQ(Narrow(codePageSimplifiedChinese, std::wstring(L"a\0z", 3)), std::string("a\0z", 3));
 }

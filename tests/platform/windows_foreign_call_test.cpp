@@ -1,4 +1,4 @@
-// What the guard does with exceptions that are not this compiler's.
+// The guard against exceptions of other compilers.
 
 #include <gtest/gtest.h>
 #include <windows.h>
@@ -30,7 +30,7 @@ void ThrowForeignAgain(microsoft_exception::Thrown* object) {
     microsoft_exception::ThrowAgain(*object);
 }
 
-// Calls the host, which throws, and is called by the host itself.
+// Is called by the host, and calls the host, which throws.
 int CatchForeign(int* destroyed) {
     try {
         CallForeign<&ThrowForeign>(destroyed);
@@ -110,7 +110,7 @@ TEST(ForeignException, EndsInACatchBlockAndInADestructorToo) {
     EXPECT_EQ(destroyed, 2);
 }
 
-// Called where no frame of a thread has taken an exception.
+// Called for an exception that no frame of a thread has handled.
 std::vector<std::uint32_t> unhandledCodes;
 
 LONG WINAPI Continue(EXCEPTION_POINTERS* exception) {
@@ -135,7 +135,7 @@ TEST(ForeignException, OfTheSystemIsLeftToWhoeverHandlesIt) {
         EXPECT_EQ(CallForeign<&RaiseAndReturn>(code), 77) << std::hex << code;
         EXPECT_EQ(unhandledCodes, std::vector{code}) << std::hex << code;
     }
-    // The name of a thread; a handler of the compiler's own takes it.
+    // The thread naming exception, which the compiler's runtime handles.
     constexpr std::uint32_t threadName = 0x406D1388;
     EXPECT_EQ(CallForeign<&RaiseAndReturn>(threadName), 77);
     SetUnhandledExceptionFilter(before);
@@ -164,7 +164,7 @@ TEST(ForeignException, TakesNoStackAndLeavesLocksFree) {
     EXPECT_EQ(caught, (std::array{rounds, rounds}));
 }
 
-// Saves and overwrites what a function has to keep, then throws.
+// Saves and overwrites the registers that a function must preserve, then throws.
 std::uint32_t OverwriteRegistersAndThrow(void* destroyed) {
     asm volatile(
         "movq $-1, %%rbx\n movq $-1, %%rsi\n movq $-1, %%rdi\n movq $-1, %%r12\n movq $-1, %%r13\n movq $-1, %%r14\n"
@@ -176,7 +176,7 @@ std::uint32_t OverwriteRegistersAndThrow(void* destroyed) {
     return 0;
 }
 
-// The stack has room for the arguments of a call, since the function itself makes calls.
+// The stack has room for a call's arguments, because the function makes other calls.
 TEST(ForeignException, RestoresTheRegistersOfTheCaller) {
     struct Registers {
         std::uint64_t general[6] = {};

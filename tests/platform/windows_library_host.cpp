@@ -1,4 +1,4 @@
-// Loads the library that its first argument names, keeps a thread, and ends in the way of the second.
+// Loads the library that its first argument names, starts a thread that never ends, and exits as the second one says.
 
 #include <windows.h>
 

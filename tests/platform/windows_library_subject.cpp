@@ -1,4 +1,4 @@
-// A library that holds itself and says how it ends.
+// A library that holds a reference to itself and reports how it is unloaded.
 
 #include <windows.h>
 
@@ -35,12 +35,12 @@ __declspec(dllexport) void Drop() {
     platform::DropLibrary(held);
 }
 
-/// A thread that gives the reference back when the event is set.
+/// Starts a thread that releases the reference when the event is set.
 __declspec(dllexport) HANDLE StartReleasing(HANDLE event) {
     return CreateThread(nullptr, 0, &ReleaseHeld, event, 0, nullptr);
 }
 
-/// One that takes a reference of its own and gives it back.
+/// Starts a thread that acquires and releases its own reference when the event is set.
 __declspec(dllexport) HANDLE StartHoldingAndReleasing(HANDLE event) {
     return CreateThread(nullptr, 0, &WaitAndRelease, event, 0, nullptr);
 }

@@ -72,7 +72,7 @@ TEST_F(WindowsLibrary, AReferenceKeepsItLoadedUntilItIsDropped) {
     const auto drop = Find<void()>("Drop");
     Unload();
     EXPECT_TRUE(IsLoaded());
-    // Called from outside, the code must not vanish beneath the call.
+    // The second reference keeps the code loaded while the test calls it.
     const HMODULE again = LoadLibraryA(subjectName);
     drop();
     EXPECT_TRUE(IsLoaded());
@@ -112,7 +112,7 @@ TEST_F(WindowsLibrary, WithoutAReferenceNothingIsReleased) {
     Unload();
 }
 
-/// How a process of its own saw the library end.
+/// Returns what the library reported when a separate process unloaded it or exited.
 std::string EndOf(const std::string& manner) {
     const std::filesystem::path folder = servers::OwnFolder();
     const std::filesystem::path report = folder / ("library-report-" + std::to_string(GetCurrentProcessId()));

@@ -1,4 +1,4 @@
-// The program that the process tests start, in the part that its first argument names.
+// The program that the process tests start. Its first argument names what it does.
 
 #include <windows.h>
 
@@ -11,9 +11,9 @@
 
 namespace {
 
-constexpr DWORD longestLifeMilliseconds = 120'000;  // nobody is left behind when a test dies
+constexpr DWORD longestLifeMilliseconds = 120'000;  // no process is left if the test crashes
 
-/// Writes down what it was started with; the file appears when it is complete.
+/// Writes how it was started to a file, which is renamed into place when it is complete.
 int Report(const std::string& file) {
     const std::string unfinished = file + ".unfinished";
     {

@@ -19,7 +19,7 @@ HANDLE ToHandle(SystemHandle handle) {
     return reinterpret_cast<HANDLE>(handle);
 }
 
-/// Whether this is no Windows, but what runs its programs elsewhere.
+/// Returns true under Wine.
 bool IsWine() {
     return GetProcAddress(GetModuleHandleA("ntdll.dll"), "wine_get_version") != nullptr;
 }
@@ -30,7 +30,7 @@ DWORD ExitCodeOf(SystemHandle process) {
     return code;
 }
 
-/// What a handle may be used for.
+/// Returns the access rights of a handle.
 ACCESS_MASK AccessOf(SystemHandle handle) {
     using QueryObject = NTSTATUS(NTAPI*)(HANDLE, OBJECT_INFORMATION_CLASS, void*, ULONG, ULONG*);
     const auto queryObject = reinterpret_cast<QueryObject>(
@@ -46,7 +46,7 @@ bool IsInheritable(SystemHandle handle) {
     return (flags & HANDLE_FLAG_INHERIT) != 0;
 }
 
-/// A file of this process that nobody else may open for as long as anybody has it open.
+/// A file without sharing: it cannot be opened again while any process has it open.
 class LockedFile {
   public:
     explicit LockedFile(const std::filesystem::path& path) : name_(path.string()) {
@@ -107,7 +107,7 @@ TEST_F(WindowsProcess, ItInheritsNoHandle) {
     EXPECT_FALSE(file.IsOpenSomewhere());
 }
 
-// The one above would be worth nothing if no child ever held the file.
+// Shows that the test above would fail if the child inherited the handle.
 TEST_F(WindowsProcess, AHandleThatIsInheritedIsSeen) {
     const LockedFile file(folder / "locked");
     STARTUPINFOA startup = {};
@@ -156,7 +156,7 @@ TEST_F(WindowsProcess, TheEmptyHandleIsAnInvalidOne) {
     EXPECT_EQ(platform::LastError(), std::uint32_t{ERROR_INVALID_HANDLE});
 }
 
-// A debugger that does not answer keeps its process from ending.
+// A debugger that does not respond prevents its process from ending.
 TEST_F(WindowsProcess, OneThatIsKeptFromEndingIsNotWaitedForLong) {
     STARTUPINFOA startup = {};
     startup.cb = sizeof(startup);
@@ -178,7 +178,7 @@ TEST_F(WindowsProcess, AnOpenedOneHasTheRightsThatWereAskedForAndIsInheritableAs
     const ProcessInformation started = StartLasting(helperName);
     const SystemHandle all = platform::OpenProcess(platform::processAllAccess, true, started.processId);
     const SystemHandle few = platform::OpenProcess(SYNCHRONIZE, false, started.processId);
-    // The system may add rights that are part of others.
+    // The system may add rights that others imply.
     EXPECT_EQ(AccessOf(all) & platform::processAllAccess, platform::processAllAccess);
     EXPECT_EQ(AccessOf(few), ACCESS_MASK{SYNCHRONIZE});
     EXPECT_TRUE(IsInheritable(all));

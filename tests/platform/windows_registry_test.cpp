@@ -46,7 +46,7 @@ TEST_F(WindowsRegistry, AHandleIsTheSystemsOwnAndCanDoEverything) {
     EXPECT_EQ(RegSetValueExA(system, "value", 0, REG_SZ, reinterpret_cast<const BYTE*>("1"), 2), ERROR_INVALID_HANDLE);
 }
 
-// A key that is gone at the next start of the machine could not hold one that stays.
+// A volatile key could not have a non-volatile subkey.
 TEST_F(WindowsRegistry, AKeyThatIsMadeStays) {
     const RegistryHandle key = Created("key");
     HKEY child = nullptr;

@@ -9,7 +9,7 @@
 
 namespace {
 
-// Every byte, with what follows it where it leads a pair.
+// Tests every byte, followed by a valid second byte in case it is a lead byte.
 TEST(WindowsText, TheSystemsOwnCodePageIsTheOneThatTheSystemNames) {
     for (int byte = 1; byte <= 0xFF; ++byte) {
         const char text[] = {static_cast<char>(byte), 'A', 'z'};

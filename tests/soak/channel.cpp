@@ -18,7 +18,7 @@ constexpr std::uint64_t longestBreak = 12 * 3600 * 1000;  // milliseconds
 constexpr std::uint32_t largestWidth = 1920;
 constexpr std::uint32_t largestHeight = 1080;
 
-// All frames show this, whatever their size and layout. The library only reads it.
+// The pixels of all frames, regardless of their size and layout. The library only reads them.
 std::uint8_t* Picture() {
     static std::vector<std::uint8_t> picture = [] {
         std::vector<std::uint8_t> bytes(std::size_t{2} * largestWidth * largestHeight);
@@ -30,7 +30,7 @@ std::uint8_t* Picture() {
     return picture.data();
 }
 
-// Of the calling thread.
+// The channel whose frame the calling thread handles.
 thread_local Channel* currentChannel = nullptr;
 
 void Check(bool isRight, const std::string& what) {
@@ -86,7 +86,7 @@ void Channel::Play(int frames) {
 }
 
 void Channel::PlayNight() {
-    // What the detector keeps for a frame depends on its size.
+    // The memory that the detector keeps depends on the frame's size.
     size_ = {64, 48};
     framesOfSize_ = 0;
     road_.Close();
@@ -97,7 +97,7 @@ void Channel::PlayNight() {
     road_.Open();
 }
 
-// Mostly small frames, so that many are played, and each of the others at times.
+// Selects mostly small frames, so that many are played, and sometimes one of the other sizes.
 void Channel::ChangeSize() {
     struct Visit {
         Size size;
@@ -132,7 +132,7 @@ void Channel::PlayFrame() {
 }
 
 void Channel::PlayGoodFrame() {
-    // Luminance alone, 4:2:0, 4:2:2.
+    // Luma only, 4:2:0, 4:2:2.
     static constexpr std::array<std::uint32_t, 3> halvesOfAByte = {2, 3, 4};
     const std::uint32_t byteCount = size_.width * size_.height * halvesOfAByte[Below(3)] / 2;
     OKM8::MFF::IMultimediaBuffer* const buffer = MakeBuffer(byteCount);
@@ -238,9 +238,9 @@ int Channel::Recognize(const IMG& image, RPLATE* plates) {
         case 1:
             throw OtherException();
         case 2:
-            return engineRecordCount + 1 + static_cast<int>(Below(10));  // the library takes further records as empty
+            return engineRecordCount + 1 + static_cast<int>(Below(10));  // the library treats extra records as empty
         case 3:
-            return 1'000'000;  // and this as none
+            return 1'000'000;  // the library treats this as none
         default:
             return -1;
     }

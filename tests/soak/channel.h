@@ -1,4 +1,4 @@
-/// One camera: a detector, the traffic before it, and the frames of it.
+/// One camera: a detector, its traffic and its frames.
 #pragma once
 
 #include <atomic>
@@ -18,14 +18,14 @@ namespace soak {
 /// Shared by all channels. Any thread.
 struct World {
     Counts counts;
-    /// The next range is refused, whichever detector gives it: the engine has lost its server.
+    /// The engine has lost its server: the next range of any detector is refused.
     std::atomic<bool> hasLostServer = false;
 };
 
-/// What the engine calls: the channel whose frame the calling thread handles.
+/// Calls for the engine, which reach the channel whose frame the calling thread handles.
 extern const EngineCalls engineCalls;
 
-/// Made and ended on the owner thread; one thread at a time plays.
+/// Created and destroyed on the owner thread; played by one thread at a time.
 class Channel {
   public:
     /// Module, peer and world must outlive it.
@@ -34,15 +34,15 @@ class Channel {
     Channel(const Channel&) = delete;
     Channel& operator=(const Channel&) = delete;
 
-    /// Hands over that many frames, 25 for each second of their time stamps. Throws std::runtime_error when the library
-    /// does anything else than it should.
+    /// Sends that many frames, 25 for each second of their time stamps. Throws std::runtime_error if the library
+    /// misbehaves.
     void Play(int frames);
 
-    /// Lets the road lie empty for so long that every vehicle is reported, and opens it again. Throws
-    /// std::runtime_error when the library keeps a buffer.
+    /// Empties the road for so long that every vehicle is reported, and opens it again. Throws std::runtime_error if
+    /// the library keeps a buffer.
     void PlayNight();
 
-    /// Frames that the library still has.
+    /// Returns the number of buffers that the library has not released.
     int BuffersOut() const { return buffers_.made - buffers_.released; }
 
     /// Sets a random setting. Any thread, also while frames are played.
@@ -74,7 +74,7 @@ class Channel {
     Road road_;
     Size size_{64, 48};
     int framesOfSize_ = 0;
-    bool hasWrongSize_ = false;               // an image that the engine was given
+    bool hasWrongSize_ = false;               // of an image passed to the engine
     std::uint64_t time_ = 1'700'000'000'000;  // milliseconds
     recording_host::BufferCounts buffers_;
     Events events_;

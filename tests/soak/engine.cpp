@@ -1,6 +1,6 @@
 #include "tests/soak/engine.h"
 
-// The list of exports names what every engine exports, and not what is the soak's own.
+// The export list contains only the functions of every engine; this one is exported in the source.
 #ifdef _WIN32
 #define SOAK_EXPORT __declspec(dllexport)
 #else

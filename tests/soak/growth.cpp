@@ -11,16 +11,16 @@ namespace {
 
 constexpr double mebibyte = 1 << 20;
 
-// Allocated bytes are exact. What stays of earlier traffic differs from sample to sample: capacities that containers
-// have reached, and the small blocks that the allocator caches for each thread, about 100 KiB for a thread.
+// Allocated bytes are exact. What remains of earlier traffic differs between samples: the capacities of containers, and
+// the small blocks that the allocator caches for each thread, about 100 KiB per thread.
 constexpr double allocatedBoundMebibytes = 0.5;
 
-// Physical memory also counts what the allocator cannot give back because some of a page is in use, and the program's
-// own pages that have been used for the first time. Ten million frames are played in a few minutes, so a byte of each
-// of them would be seen.
+// Physical memory also includes free memory that the allocator cannot return because part of its page is in use, and
+// pages of the program that were used for the first time. Ten million frames are played in a few minutes, so a leak of
+// one byte per frame would exceed the bound.
 constexpr double residentBoundMebibytes = 8.0;
 
-// On Windows a lock keeps a handle once a thread has had to wait for it; on Linux the bound is 0.
+// On Windows a lock keeps a handle after a thread has waited for it; on Linux the bound is 0.
 constexpr double handleBound = static_cast<double>(test_support::keptByLocks);
 
 using Value = double (*)(const Sample& sample);
@@ -70,8 +70,8 @@ std::vector<Growth> GrowthOf(const std::vector<Sample>& samples) {
         return typical(ValuesOf(samples, samples.size() - quarter, samples.size(), value)) -
                typical(ValuesOf(samples, quarter, 2 * quarter, value));
     };
-    // A median passes over moments at which the memory is unusual. Of what is counted the smallest number is compared:
-    // a thread that has been joined may still be counted for a moment.
+    // The median ignores moments with unusual memory use. For counts the smallest value is compared, because a joined
+    // thread may still be counted for a moment.
     return {
         {"resident memory, MiB",
          growth(Median, [](const Sample& sample) { return static_cast<double>(sample.residentBytes) / mebibyte; }),

@@ -1,4 +1,4 @@
-/// Whether a long run needs more and more of what the system gives.
+/// Detects growing use of system resources in a long run.
 #pragma once
 
 #include <cstdint>
@@ -7,12 +7,12 @@
 
 namespace soak {
 
-/// What the process holds at a moment at which nothing is going on.
+/// The resources of the process while it is idle.
 struct Sample {
     std::uint64_t residentBytes = 0;
     std::uint64_t allocatedBytes = 0;
     std::uint64_t handles = 0;      ///< descriptors on Linux
-    std::uint64_t keptHandles = 0;  ///< of these, those that the library keeps by its own rule
+    std::uint64_t keptHandles = 0;  ///< of these, those that the library keeps open by design
     std::uint64_t threads = 0;
     std::uint64_t files = 0;
 };
@@ -28,10 +28,10 @@ struct Growth {
     bool IsWithinBound() const { return value <= bound; }
 };
 
-/// Fewer samples tell nothing.
+/// The minimum for a meaningful result.
 inline constexpr std::size_t fewestSamples = 8;
 
-/// What has grown from the second quarter of the samples to the last; the first quarter is the warm-up.
+/// Returns the growth from the second quarter of the samples to the last one; the first quarter is the warm-up.
 /// REQUIRES: at least fewestSamples.
 std::vector<Growth> GrowthOf(const std::vector<Sample>& samples);
 

@@ -11,7 +11,7 @@ namespace {
 using recording_host::HostCall;
 using recording_host::Operation;
 
-// Of the calling thread.
+// The events of the frame that the calling thread handles.
 thread_local Events* currentFrame = nullptr;
 
 }  // namespace
@@ -105,7 +105,7 @@ void Events::Begin() {
     track_ = {};
 }
 
-// Each raiser is ended before the next one is asked for.
+// Each raiser is ended before the next one is created.
 void Events::EndRaiser() {
     hasEndedTwice_ = hasEndedTwice_ || raisers_ != 1;
     --raisers_;

@@ -1,4 +1,4 @@
-/// How the host fails now and then, and what it expects of an event.
+/// The host's occasional failures, and its checks of events.
 #pragma once
 
 #include <atomic>
@@ -11,7 +11,7 @@
 
 namespace soak {
 
-/// What has happened since the beginning. Any thread.
+/// Totals since the start. Any thread.
 struct Counts {
     std::atomic<std::uint64_t> frames = 0;
     std::atomic<std::uint64_t> events = 0;
@@ -22,7 +22,7 @@ struct Counts {
     std::atomic<std::uint64_t> kills = 0;
 };
 
-/// What is thrown when it is no standard exception.
+/// An exception that is not derived from std::exception.
 struct OtherException {};
 
 /// The events of one detector. Frame thread.
@@ -31,10 +31,10 @@ class Events {
     /// `onRaise` is called from inside Raise.
     Events(Counts& counts, std::uint32_t seed, std::function<void()> onRaise);
 
-    /// The calling thread's frame is this detector's until EndFrame.
+    /// Assigns the calling thread to this detector until EndFrame.
     void BeginFrame();
-    /// Returns whether the library was refused an object, which is an error of the frame. Throws std::runtime_error
-    /// when a raiser was not ended exactly once.
+    /// Returns true if the host refused an object, which makes the frame fail. Throws std::runtime_error if a raiser
+    /// was not ended exactly once.
     bool EndFrame();
 
     /// The host's hook. Any thread.

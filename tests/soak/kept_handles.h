@@ -1,16 +1,16 @@
-/// The handles and the memory that the library keeps by its own rule.
+/// The handles and the memory that the library keeps by design.
 ///
-/// On Windows the start of a server keeps a handle of its process and one of its thread, and every look at the
-/// processes keeps one for each server that it finds. Each load of the DLL keeps some of the C++ runtime that is part
-/// of it: the loading thread's own event and handle, and the semaphores of a lock that is made when the first exception
-/// is thrown. On Linux nothing is kept.
+/// On Windows, starting a server keeps a handle of its process and one of its thread, and every process scan keeps one
+/// for each server that it finds. Each load of the DLL keeps some handles of the C++ runtime that it contains: the
+/// loading thread's event and handle, and the semaphores of a lock that is created at the first exception. Linux keeps
+/// nothing.
 #pragma once
 
 #include <cstdint>
 
 namespace soak {
 
-/// Counts what the library keeps that has just been loaded.
+/// Starts counting the handles that the newly loaded library keeps.
 void CountKeptHandles();
 
 #ifdef _WIN32
@@ -21,13 +21,13 @@ inline constexpr std::uint64_t mostHandlesOfTheRuntime = 0;
 inline constexpr std::uint64_t mostBytesOfTheRuntime = 0;
 #endif
 
-/// Counts the handles that are left of a library that has been unloaded, at most mostHandlesOfTheRuntime.
+/// Adds the handles that remain of an unloaded library, at most mostHandlesOfTheRuntime.
 void KeepHandlesOfTheRuntime(std::uint64_t count);
 
-/// How many all libraries have kept that were loaded until now.
+/// Returns the number of handles that all loads of the library have kept so far.
 std::uint64_t KeptHandles();
 
-/// What all libraries may have kept that were unloaded until now.
+/// Returns the number of bytes that all unloaded instances of the library may have kept so far.
 std::uint64_t KeptBytes();
 
 }  // namespace soak

@@ -1,6 +1,6 @@
 // soak MINUTES: plays traffic through the built library at full speed for that long, and prints a line of JSON for each
-// minute and one at the end. Ends with 0 when nothing has grown after the warm-up and the library did what it should,
-// with 1 when it did not, and with 2 for wrong arguments.
+// minute and one at the end. Exits with 0 if nothing has grown after the warm-up and the library worked correctly, with
+// 1 if not, and with 2 for wrong arguments.
 
 #include <charconv>
 #include <exception>
@@ -14,7 +14,7 @@ namespace {
 // A round takes a second or two.
 constexpr soak::Effort effort{.cameras = 4, .frames = 20'000, .visits = 2};
 
-// 0 for anything but a number above it.
+// Returns 0 for anything except a positive number.
 int MinutesOf(std::string_view word) {
     int minutes = 0;
     const auto [end, error] = std::from_chars(word.data(), word.data() + word.size(), minutes);

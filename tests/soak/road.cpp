@@ -5,7 +5,7 @@
 namespace soak {
 namespace {
 
-// The plate's centre in pixels.
+// `x` and `y` are the plate's centre in pixels.
 RPLATE PlateRecord(const std::string& text, std::int32_t x, std::int32_t y, const IMG& image) {
     const std::int32_t halfWidth = static_cast<std::int32_t>(std::max(image.width / 32, 1u));
     const std::int32_t halfHeight = static_cast<std::int32_t>(std::max(image.height / 64, 1u));

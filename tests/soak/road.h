@@ -15,10 +15,10 @@ class Road {
   public:
     explicit Road(std::uint32_t seed) : random_(seed) {}
 
-    /// Moves everything on by a frame, writes what is read of it and returns the number of plates.
+    /// Moves all vehicles by one frame, writes the plates that are read and returns their number.
     int Read(const IMG& image, RPLATE* plates);
 
-    /// Removes all vehicles. None comes while the road is closed.
+    /// Removes all vehicles. None appears while the road is closed.
     void Close();
     void Open() { isOpen_ = true; }
     bool IsOpen() const { return isOpen_; }

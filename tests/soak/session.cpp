@@ -22,8 +22,7 @@ void Check(bool isRight, const std::string& what) {
     }
 }
 
-// Threads that end with the round, so that what the library keeps for a thread must go with it. Keeps the first
-// failure.
+// Threads that end with the round, so that the library must free what it keeps for a thread. Keeps the first failure.
 class Crew {
   public:
     ~Crew() { Join(); }
@@ -117,7 +116,7 @@ void Session::PlayRound(int frames, int visits) {
     CheckRest();
 }
 
-// A new detector restarts the server for all of them, one that goes stops it for all.
+// Creating a detector restarts the server for all of them, destroying one stops it for all.
 void Session::Visit() {
     {
         const std::unique_ptr<Channel> visitor = MakeChannel();

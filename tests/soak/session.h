@@ -1,5 +1,5 @@
-/// The library from being loaded to being unloaded, with cameras that stay, cameras that come and go, and a server
-/// that is killed.
+/// One session of the library, from loading to unloading, with permanent and temporary cameras and a server that is
+/// killed.
 #pragma once
 
 #include <cstdint>
@@ -13,24 +13,24 @@
 
 namespace soak {
 
-/// The cameras that stay, the frames of one round for each of them, and how often a camera comes and goes, the server
-/// is killed and the settings change meanwhile.
+/// The number of permanent cameras, the frames of one round for each of them, and how often in a round a temporary
+/// camera is added, the server is killed and the settings change.
 struct Effort {
     int cameras;
     int frames;
     int visits;
 };
 
-/// Owner thread. Every operation throws std::runtime_error when the library does anything else than it should.
+/// Owner thread. Every operation throws std::runtime_error if the library misbehaves.
 class Session {
   public:
-    /// `isVerbose` makes the library write its trace lines. World and folder must outlive the session.
+    /// `isVerbose` enables the library's trace lines. World and folder must outlive the session.
     Session(World& world, const plugin_test::TestFolder& folder, std::uint32_t seed, int cameras, bool isVerbose);
     ~Session();
     Session(const Session&) = delete;
     Session& operator=(const Session&) = delete;
 
-    /// Plays frames on a thread for each camera. Ends with empty roads, idle detectors and one server.
+    /// Plays frames on one thread per camera. Leaves empty roads, idle detectors and one server.
     void PlayRound(int frames, int visits);
 
     /// Destroys the detectors and unloads the library.
@@ -51,7 +51,7 @@ class Session {
     recording_host::RecordingHost host_;
     plugin_test::Plugin plugin_;
     OKM8::Analytics::IModule* module_ = nullptr;
-    std::vector<std::unique_ptr<Channel>> channels_;  // each played on a thread of its own
+    std::vector<std::unique_ptr<Channel>> channels_;  // each played on a separate thread
     std::unique_ptr<Channel> ownChannel_;             // played on the owner thread
 };
 

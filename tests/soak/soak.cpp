@@ -18,16 +18,16 @@ namespace {
 using Clock = std::chrono::steady_clock;
 using Json = nlohmann::ordered_json;
 
-// One of three sessions writes trace lines, and plays fewer frames: the lines take most of its time.
+// One of three sessions writes trace lines and plays fewer frames, because the lines take most of its time.
 constexpr int sessionsForAVerboseOne = 3;
 constexpr int framesOverVerboseFrames = 40;
 
-// So many samples are taken in the whole time, however long it is.
+// The number of samples in the whole run, regardless of its length.
 constexpr int samplesWanted = 240;
 
 constexpr double framesOfADay = 25.0 * 86'400.0;
 
-// The server's program, beside this one.
+// Places the server's program in this program's folder.
 struct ServerProgram {
     ServerProgram() { servers::Place(VEXLANE_SERVER_PROGRAM); }
     ~ServerProgram() {
@@ -72,7 +72,7 @@ class Player {
         LoadAndPlay(seed, isVerbose);
         const std::uint64_t handlesAfter = OtherHandles();
         const std::uint64_t left = handlesAfter - std::min(handlesBefore, handlesAfter);
-        // The first session also opens what the system keeps for the process.
+        // The first session also opens handles that the system keeps for the process.
         if (left > mostHandlesOfTheRuntime && seed > 1) {
             throw std::runtime_error(std::to_string(left) + " handles are left of a library that was unloaded");
         }
@@ -95,7 +95,7 @@ class Player {
         session.End();
     }
 
-    // Takes a sample when it is time for one, and writes a line when a minute has passed.
+    // Takes a sample when one is due, and writes a line when a minute has passed.
     void Look() {
         const Clock::duration elapsed = Elapsed();
         if (elapsed < nextSample_) {

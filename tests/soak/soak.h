@@ -1,4 +1,4 @@
-/// Plays traffic through the built library for long, and looks whether it needs more and more.
+/// Plays traffic through the built library for a long time, and checks for growing resource use.
 #pragma once
 
 #include <functional>
@@ -11,8 +11,8 @@
 namespace soak {
 
 struct Options {
-    int minutes = 0;  ///< of traffic at full speed; or, where it is 0,
-    int rounds = 0;   ///< that many rounds, with a sample after each
+    int minutes = 0;  ///< of traffic at full speed
+    int rounds = 0;   ///< used if `minutes` is 0, with a sample after each round
     Effort effort;
     int roundsOfASession = 8;
     std::function<void()> afterRound = [] {};
@@ -24,8 +24,8 @@ struct Outcome {
     bool HasPassed() const;
 };
 
-/// Writes a line of JSON for each minute and one at the end. Throws std::runtime_error when the library does anything
-/// else than it should. Once for each process, since it takes the server's program and the registry for itself.
+/// Writes a line of JSON for each minute and one at the end. Throws std::runtime_error if the library misbehaves. Once
+/// per process, because it uses the server's program and the registry exclusively.
 Outcome Play(const Options& options, std::ostream& lines);
 
 }  // namespace soak

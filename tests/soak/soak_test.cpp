@@ -1,4 +1,4 @@
-// Some rounds of the soak, so that it works when it is wanted, and hosts that lose something, which it must notice.
+// Short soaks, to keep the program working, and soaks with leaking hosts, which it must detect.
 
 #include "tests/soak/soak.h"
 
@@ -56,7 +56,7 @@ TEST(Soak, FindsNothingThatGrowsWithEachLoadOfTheLibrary) {
     EXPECT_THAT(Grown(soak::Play(options, lines).growth), IsEmpty()) << lines.str();
 }
 
-// A host that loses something after each round of a few frames.
+// A host that leaks after each round of a few frames.
 class LeakingHost : public testing::Test {
   protected:
     std::vector<std::string> GrownWhile(std::function<void()> afterRound) {
@@ -71,7 +71,7 @@ class LeakingHost : public testing::Test {
     }
 };
 
-// A sanitizer's allocator counts nothing.
+// A sanitizer's allocator does not count allocated bytes.
 #if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)
 TEST_F(LeakingHost, IsNoticedByItsMemory) {
     std::vector<std::unique_ptr<std::uint8_t[]>> lost;
@@ -118,7 +118,7 @@ TEST_F(LeakingHost, IsNoticedByItsThreads) {
     }
 }
 
-// A process that has so many handles after each of 40 rounds, and of them so many that the library keeps by its rule.
+// Samples of 40 rounds, each of which adds that many handles, including those that the library keeps by design.
 std::vector<Sample> HandlesOf(std::uint64_t handlesOfARound, std::uint64_t keptHandlesOfARound) {
     std::vector<Sample> samples(40);
     for (std::size_t round = 0; round < samples.size(); ++round) {
