@@ -28,7 +28,7 @@ TEST(Arithmetic, TheMagnitudeOfTheSmallestNumberIsItself) {
     EXPECT_EQ(arithmetic::WrappedMagnitude(7), 7);
 }
 
-TEST(Arithmetic, DoublesAreCutTowardZero) {
+TEST(Arithmetic, DoublesAreTruncatedTowardZero) {
     EXPECT_EQ(arithmetic::Truncated(2.9), 2);
     EXPECT_EQ(arithmetic::Truncated(-2.9), -2);
     EXPECT_EQ(arithmetic::Truncated(-0.5), 0);
@@ -36,7 +36,7 @@ TEST(Arithmetic, DoublesAreCutTowardZero) {
     EXPECT_EQ(arithmetic::Truncated(-2147483648.9), lowest);
 }
 
-TEST(Arithmetic, PercentagesWrapAndAreCutTowardZero) {
+TEST(Arithmetic, PercentagesWrapAndAreTruncatedTowardZero) {
     EXPECT_EQ(arithmetic::SignedPercentOf(640, 33), 211);
     EXPECT_EQ(arithmetic::SignedPercentOf(640, -33), -211);
     EXPECT_EQ(arithmetic::UnsignedPercentOf(640, 33), 211);
@@ -45,7 +45,7 @@ TEST(Arithmetic, PercentagesWrapAndAreCutTowardZero) {
     EXPECT_EQ(arithmetic::UnsignedPercentOf(50000000, 50), 25000000);
 }
 
-TEST(Arithmetic, WhatDoesNotFitBecomesTheSmallestNumber) {
+TEST(Arithmetic, ValuesOutOfRangeBecomeTheSmallestNumber) {
     EXPECT_EQ(arithmetic::Truncated(2147483648.0), lowest);
     EXPECT_EQ(arithmetic::Truncated(-2147483649.0), lowest);
     EXPECT_EQ(arithmetic::Truncated(1e300), lowest);

@@ -150,21 +150,21 @@ std::vector<std::string> PlatesOf(const Clip& clip) {
     return plates;
 }
 
-class AClip : public testing::TestWithParam<std::uint64_t> {};
+class GeneratedClip : public testing::TestWithParam<std::uint64_t> {};
 
-TEST_P(AClip, MakesTheTrackerReportEachVehicleOnceAndRightly) {
+TEST_P(GeneratedClip, IsTrackedWithOneCorrectEventPerVehicle) {
     const Clip clip(GetParam());
     EXPECT_EQ(clip.vehicles.size(), 15U);
     EXPECT_THAT(Track(clip).texts, testing::UnorderedElementsAreArray(PlatesOf(clip)));
 }
 
-TEST_P(AClip, OfTwoRoundsDoesSoToo) {
+TEST_P(GeneratedClip, OfTwoRoundsIsTrackedWithOneCorrectEventPerVehicle) {
     const Clip clip(GetParam(), 2 * roundSeconds);
     EXPECT_EQ(clip.vehicles.size(), 30U);
     EXPECT_THAT(Track(clip).texts, testing::UnorderedElementsAreArray(PlatesOf(clip)));
 }
 
-TEST_P(AClip, ShowsEveryCharacterAndNoneThatItsFormatLeavesOpen) {
+TEST_P(GeneratedClip, ShowsEveryCharacterAndNoAmbiguousOnes) {
     const Clip clip(GetParam());
     std::set<char> characters;
     for (const Vehicle& vehicle : clip.vehicles) {
@@ -184,7 +184,7 @@ TEST_P(AClip, ShowsEveryCharacterAndNoneThatItsFormatLeavesOpen) {
     EXPECT_EQ(characters.size(), 36U);
 }
 
-TEST_P(AClip, GivesVehiclesThatMeetTextsThatHaveNothingInCommon) {
+TEST_P(GeneratedClip, SimultaneousVehiclesHaveNoCommonCharacters) {
     const Clip clip(GetParam());
     for (std::size_t a = 0; a < clip.vehicles.size(); ++a) {
         for (std::size_t b = a + 1; b < clip.vehicles.size(); ++b) {
@@ -196,7 +196,7 @@ TEST_P(AClip, GivesVehiclesThatMeetTextsThatHaveNothingInCommon) {
     }
 }
 
-TEST_P(AClip, HasMistakesInIt) {
+TEST_P(GeneratedClip, HasMistakes) {
     const Clip clip(GetParam());
     std::size_t wrong = 0;
     std::size_t missed = 0;
@@ -217,9 +217,9 @@ TEST_P(AClip, HasMistakesInIt) {
     EXPECT_GT(missed, 8U);
 }
 
-INSTANTIATE_TEST_SUITE_P(OfManySeeds, AClip, testing::Range<std::uint64_t>(1, 17));
+INSTANTIATE_TEST_SUITE_P(OfManySeeds, GeneratedClip, testing::Range<std::uint64_t>(1, 17));
 
-TEST(TheClip, MakesTheTrackerReportEachVehicleOnceThoughAnEngineReadsPoorly) {
+TEST(DemonstrationClip, IsTrackedWithOneEventPerVehicleDespitePoorReadings) {
     const Clip clip(1);
     std::vector<std::size_t> all(clip.vehicles.size());
     std::iota(all.begin(), all.end(), 0U);
@@ -228,14 +228,14 @@ TEST(TheClip, MakesTheTrackerReportEachVehicleOnceThoughAnEngineReadsPoorly) {
     }
 }
 
-TEST(TheClip, ReadsEveryVehicleForLong) {
+TEST(DemonstrationClip, HasManyReadingsOfEveryVehicle) {
     const Clip clip(1);
     for (std::size_t i = 0; i < clip.vehicles.size(); ++i) {
         EXPECT_GT(clip.ReadingsOf(i), 25U) << clip.vehicles[i].plate;
     }
 }
 
-TEST(TheClip, GivesReadingsWhereThePlatesAre) {
+TEST(DemonstrationClip, ReadingsAreAtThePlates) {
     const Clip clip(1);
     for (std::size_t frame = 0; frame < clip.readings.size(); ++frame) {
         for (const Reading& reading : clip.readings[frame]) {
@@ -251,7 +251,7 @@ TEST(TheClip, GivesReadingsWhereThePlatesAre) {
     }
 }
 
-TEST(TheClip, HasSeveralPlatesInOneFrameAndNeverMoreThanAnEngineMayGive) {
+TEST(DemonstrationClip, HasSeveralPlatesInOneFrameUpToTheEnginesLimit) {
     const Clip clip(1);
     std::size_t most = 0;
     for (const auto& frame : clip.readings) {
@@ -261,7 +261,7 @@ TEST(TheClip, HasSeveralPlatesInOneFrameAndNeverMoreThanAnEngineMayGive) {
     EXPECT_LE(most, 5U);
 }
 
-TEST(TheClip, HasAVehicleThatStandsAndIsReportedAsSlow) {
+TEST(DemonstrationClip, HasAStandingVehicleThatIsReportedAsSlow) {
     const Clip clip(1);
     const std::size_t stopping = clip.VehicleThat(Manner::ComesAndStops);
     ASSERT_LT(stopping, clip.vehicles.size());
@@ -277,7 +277,7 @@ TEST(TheClip, HasAVehicleThatStandsAndIsReportedAsSlow) {
     EXPECT_EQ(events.reasons.at(clip.vehicles[stopping].plate), TrackReason::Slow);
 }
 
-TEST(TheClip, HasAVehicleThatLeavesAtTheSide) {
+TEST(DemonstrationClip, HasAVehicleThatLeavesAtTheSide) {
     const Clip clip(1);
     const std::size_t turning = clip.VehicleThat(Manner::ComesAndTurnsOff);
     ASSERT_LT(turning, clip.vehicles.size());
@@ -289,7 +289,7 @@ TEST(TheClip, HasAVehicleThatLeavesAtTheSide) {
     EXPECT_EQ(events.reasons.at(clip.vehicles[turning].plate), TrackReason::OutOfView);
 }
 
-TEST(TheClip, HasVehiclesThatGoAndAreLostOnTheRoad) {
+TEST(DemonstrationClip, HasDepartingVehiclesThatAreLost) {
     const Clip clip(1);
     Events events = Track(clip);
     int going = 0;
@@ -304,7 +304,7 @@ TEST(TheClip, HasVehiclesThatGoAndAreLostOnTheRoad) {
     EXPECT_GE(lost, 1);
 }
 
-TEST(TheClip, ShowsPlatesOfManySizesKindsAndLights) {
+TEST(DemonstrationClip, ShowsPlatesOfManySizesKindsAndLights) {
     const Clip clip(1);
     double narrowest = width;
     double widest = 0;
@@ -327,7 +327,7 @@ TEST(TheClip, ShowsPlatesOfManySizesKindsAndLights) {
     EXPECT_GE(lights[false], 8);
 }
 
-TEST(TheClip, SlantsPlates) {
+TEST(DemonstrationClip, SlantsPlates) {
     const Clip clip(1);
     double steepest = 0;
     for (std::size_t vehicle = 0; vehicle < clip.vehicles.size(); ++vehicle) {
@@ -340,7 +340,7 @@ TEST(TheClip, SlantsPlates) {
     EXPECT_LT(steepest, 0.5);
 }
 
-TEST(TheClip, DoesNotReadAPlateBehindAnotherVehicle) {
+TEST(DemonstrationClip, HidesAPlateBehindAnotherVehicle) {
     // A truck between the camera and a car, both in one lane.
     Vehicle car;
     car.plate = "CAR";
@@ -357,7 +357,7 @@ TEST(TheClip, DoesNotReadAPlateBehindAnotherVehicle) {
     EXPECT_TRUE(behind[1]);
 }
 
-TEST(TheClip, LeavesOutVehiclesThatWouldNotBeReportedBeforeItsEnd) {
+TEST(DemonstrationClip, OmitsVehiclesThatWouldNotBeReportedInTime) {
     for (int seconds = 8; seconds <= 40; ++seconds) {
         const Clip clip(3, seconds);
         EXPECT_THAT(Track(clip).texts, testing::UnorderedElementsAreArray(PlatesOf(clip))) << seconds << " seconds";

@@ -70,7 +70,7 @@ class CompareEvents(unittest.TestCase):
             counts[" ".join(words[:number])] = " ".join(words[number:])
         return done.returncode, lines[1 : 1 + len(events)], counts
 
-    def test_one_right_event_for_each_vehicle_is_good(self):
+    def test_one_correct_event_per_vehicle_passes(self):
         status, shown, counts = self.compare(TEN, [event_of(one) for one in TEN])
         self.assertEqual(status, 0)
         self.assertEqual(counts["vehicles"], "10")
@@ -78,7 +78,7 @@ class CompareEvents(unittest.TestCase):
         self.assertEqual(counts["right texts"], "10")
         self.assertEqual(shown[1].split(), ["1.60", "s", "AB123CD", "AB123CD", "90", "%", "31", "does", "1"])
 
-    def test_one_wrong_text_in_ten_is_forgiven_and_shown_beside_the_truth(self):
+    def test_one_wrong_text_in_ten_passes_and_is_shown_with_the_truth(self):
         events = [event_of(one) for one in TEN]
         events[4] = event_of(TEN[4], "AB423CO")
         status, shown, counts = self.compare(TEN, events)
@@ -87,7 +87,7 @@ class CompareEvents(unittest.TestCase):
         self.assertIn("AB423CO   AB423CD", shown[4])
         self.assertIn("WRONG", shown[4])
 
-    def test_two_wrong_texts_in_ten_are_not_forgiven(self):
+    def test_two_wrong_texts_in_ten_fail(self):
         events = [event_of(one) for one in TEN]
         events[4] = event_of(TEN[4], "AB423CO")
         events[7] = event_of(TEN[7], "A8723CD")
@@ -95,7 +95,7 @@ class CompareEvents(unittest.TestCase):
         self.assertEqual(status, 1)
         self.assertEqual(counts["right texts"], "8")
 
-    def test_a_second_event_of_a_vehicle_is_found_whatever_its_text(self):
+    def test_a_second_event_of_a_vehicle_fails_regardless_of_its_text(self):
         events = [event_of(one) for one in TEN] + [event_of(TEN[3], "ZZ999ZZ")]
         status, shown, counts = self.compare(TEN, events)
         self.assertEqual(status, 1)
@@ -109,7 +109,7 @@ class CompareEvents(unittest.TestCase):
         self.assertEqual(status, 1)
         self.assertEqual(counts["missed"], "1 (AB623CD)")
 
-    def test_an_event_where_no_plate_is_is_of_no_vehicle(self):
+    def test_an_event_without_a_plate_is_of_no_vehicle(self):
         stranger = event("STOP", [(frame, 900, 50) for frame in range(10)])
         status, shown, counts = self.compare(TEN, [event_of(one) for one in TEN] + [stranger])
         self.assertEqual(status, 0)
@@ -117,20 +117,20 @@ class CompareEvents(unittest.TestCase):
         self.assertEqual(counts["events"], "11")
         self.assertIn("of no vehicle", shown[10])
 
-    def test_the_right_text_elsewhere_is_no_event_of_the_vehicle(self):
+    def test_the_right_text_elsewhere_does_not_match(self):
         elsewhere = event(TEN[2]["plate"], [(frame, 1000, 600) for frame in range(80, 90)])
         status, _, counts = self.compare(TEN, [event_of(one) for one in TEN if one is not TEN[2]] + [elsewhere])
         self.assertEqual(status, 1)
         self.assertEqual(counts["missed"], "1 (AB223CD)")
         self.assertEqual(counts["of no vehicle"], "1 (AB223CD)")
 
-    def test_the_right_text_at_another_time_is_no_event_of_the_vehicle(self):
+    def test_the_right_text_at_another_time_does_not_match(self):
         late = [(frame + 60, x, y) for frame, x, y in ((80, left_of(2), 100), (81, left_of(2), 110))]
         status, _, counts = self.compare(TEN[:3], [event_of(TEN[0]), event_of(TEN[1]), event("AB223CD", late)])
         self.assertEqual(status, 1)
         self.assertEqual(counts["missed"], "1 (AB223CD)")
 
-    def test_most_readings_of_a_track_decide(self):
+    def test_the_majority_of_a_tracks_readings_decides(self):
         both = [vehicle(0, "AA111AA", 0, 20), vehicle(1, "BB222BB", 0, 20)]
         places = [(place["frame"], *place["corners"][0]) for place in both[0]["places"]]
         stray = [(place["frame"], *place["corners"][0]) for place in both[1]["places"][:5]]
@@ -138,14 +138,14 @@ class CompareEvents(unittest.TestCase):
         self.assertEqual(status, 0)
         self.assertEqual(counts["right texts"], "2")
 
-    def test_an_event_without_a_track_is_placed_by_itself(self):
+    def test_an_event_without_a_track_matches_by_its_position(self):
         alone = event_of(TEN[0])
         alone["track"] = None
         status, _, counts = self.compare(TEN[:1], [alone])
         self.assertEqual(status, 0)
         self.assertEqual(counts["right texts"], "1")
 
-    def test_no_vehicles_are_not_good(self):
+    def test_no_vehicles_fail(self):
         status, _, _ = self.compare([], [])
         self.assertEqual(status, 1)
 

@@ -77,7 +77,7 @@ std::string ErrorOf(const std::function<void()>& action) {
     return "none";
 }
 
-TEST(Evaluation, ThePixelsOfEveryPictureReachTheEngineInOrder) {
+TEST(Evaluation, PassesThePixelsOfEveryPictureToTheEngine) {
     const TemporaryFolder folder;
     folder.Write("one.ppm", Ppm(8, 6, 1));
     folder.Write("two.ppm", Ppm(20, 10, 2));
@@ -94,7 +94,7 @@ TEST(Evaluation, ThePixelsOfEveryPictureReachTheEngineInOrder) {
     EXPECT_TRUE(results[1].score.plates.at(0).isExact);
 }
 
-TEST(Evaluation, WidthsAndRegionAreSharesOfThePicture) {
+TEST(Evaluation, WidthsAndRegionArePercentagesOfThePicture) {
     const TemporaryFolder folder;
     folder.Write("one.ppm", Ppm(200, 50, 1));
     FakeEngine engine;
@@ -106,7 +106,7 @@ TEST(Evaluation, WidthsAndRegionAreSharesOfThePicture) {
     EXPECT_THAT(engine.regions, ElementsAre(Region{20, 10, 180, 50}));
 }
 
-TEST(Evaluation, APictureThatCannotBeReadIsNotLocalisedAndTheOthersGoOn) {
+TEST(Evaluation, AnUnreadablePictureIsNotLocalised) {
     const TemporaryFolder folder;
     folder.Write("bad.ppm", "no picture");
     folder.Write("good.ppm", Ppm(8, 6, 1));
@@ -123,7 +123,7 @@ TEST(Evaluation, APictureThatCannotBeReadIsNotLocalisedAndTheOthersGoOn) {
     EXPECT_EQ(engine.pixels.size(), 1u);
 }
 
-TEST(Evaluation, OnSeveralThreadsNoPictureIsInTheEngineWithAnothersRange) {
+TEST(Evaluation, ThreadsDoNotMixRanges) {
     const TemporaryFolder folder;
     std::vector<TruePicture> pictures;
     for (int width = 8; width < 12; ++width) {
@@ -143,7 +143,7 @@ TEST(Evaluation, OnSeveralThreadsNoPictureIsInTheEngineWithAnothersRange) {
     }
 }
 
-TEST(Evaluation, SeveralThreadsAreInTheEngineTogether) {
+TEST(Evaluation, ThreadsUseTheEngineAtTheSameTime) {
     /// Blocks until two threads are in Recognise.
     class MeetingPlace final : public PlateEngine {
       public:
@@ -169,14 +169,14 @@ TEST(Evaluation, SeveralThreadsAreInTheEngineTogether) {
     EXPECT_TRUE(engine.met);
 }
 
-TEST(Evaluation, AServerThatIsSlowToComeIsWaitedFor) {
+TEST(Evaluation, WaitsForASlowServer) {
     FakeEngine engine;
     engine.refusals = 3;
     WaitForEngine(engine, std::chrono::seconds(60), goOn);
     EXPECT_EQ(engine.ranges.size(), 1u);
 }
 
-TEST(Evaluation, AServerThatDoesNotComeEndsIt) {
+TEST(Evaluation, FailsWithoutAServer) {
     FakeEngine engine;
     engine.refusals = 1000000;
     EXPECT_EQ(ErrorOf([&] { WaitForEngine(engine, std::chrono::milliseconds(30), goOn); }),
@@ -190,7 +190,7 @@ TEST(Evaluation, AServerThatDoesNotComeEndsIt) {
     EXPECT_TRUE(engine.pixels.empty());
 }
 
-TEST(Evaluation, WhatTheCheckpointThrowsEndsItAtOnce) {
+TEST(Evaluation, AnExceptionOfTheCheckpointEndsItAtOnce) {
     const TemporaryFolder folder;
     folder.Write("a.ppm", Ppm(8, 4, 1));
     const std::vector<TruePicture> pictures(100, PictureNamed("a.ppm"));

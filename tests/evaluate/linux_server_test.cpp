@@ -39,7 +39,7 @@ std::string ErrorOf(const std::function<void()>& action) {
     return "none";
 }
 
-TEST(Server, IsToldToEndAndIsGoneAfterwards) {
+TEST(Server, IsTerminatedByTheDestructor) {
     const TemporaryFolder folder;
     servers::ProcessId process = 0;
     {
@@ -51,7 +51,7 @@ TEST(Server, IsToldToEndAndIsGoneAfterwards) {
     EXPECT_TRUE(servers::IsGone(process));
 }
 
-TEST(Server, ThatDoesNotEndIsEnded) {
+TEST(Server, IsKilledWhenItIgnoresTermination) {
     const TemporaryFolder folder;
     servers::ProcessId process = 0;
     {
@@ -61,7 +61,7 @@ TEST(Server, ThatDoesNotEndIsEnded) {
     EXPECT_TRUE(servers::IsGone(process));
 }
 
-TEST(Server, ThatEndsByItselfIsNoticed) {
+TEST(Server, ItsExitIsDetected) {
     const TemporaryFolder folder;
     ServerProcess server(EVALUATE_TEST_SERVER, {folder.Path("id"), "end"});
     std::string error = "none";
@@ -72,7 +72,7 @@ TEST(Server, ThatEndsByItselfIsNoticed) {
     EXPECT_EQ(error, "the server \"" EVALUATE_TEST_SERVER "\" ended with status 7");
 }
 
-TEST(Server, ThatIsEndedFromOutsideIsNoticed) {
+TEST(Server, AKillIsDetected) {
     const TemporaryFolder folder;
     ServerProcess server(EVALUATE_TEST_SERVER, {folder.Path("id"), "obey"});
     ASSERT_EQ(platform::SendSignal(StartedProcess(folder.Path("id")), SIGKILL), 0);
@@ -84,7 +84,7 @@ TEST(Server, ThatIsEndedFromOutsideIsNoticed) {
     EXPECT_THAT(error, HasSubstr("was ended by signal 9"));
 }
 
-TEST(Server, ThatCannotBeStartedIsAnError) {
+TEST(Server, AFailedStartIsAnError) {
     EXPECT_EQ(ErrorOf([] { ServerProcess("/nowhere/server", {}); }),
               "cannot start the server \"/nowhere/server\": No such file or directory");
     const TemporaryFolder folder;
@@ -111,7 +111,7 @@ class WaitingEvaluation {
     servers::ProcessId server = 0;
 };
 
-TEST(Program, ThatIsInterruptedEndsItsServer) {
+TEST(Program, InterruptionEndsTheServer) {
     for (const int signal : {SIGINT, SIGTERM}) {
         WaitingEvaluation evaluation;
         evaluation.process->Stop({"signal", signal, signal, true});
@@ -122,14 +122,14 @@ TEST(Program, ThatIsInterruptedEndsItsServer) {
     }
 }
 
-TEST(Program, ThatIsKilledLeavesNoServerBehind) {
+TEST(Program, KillLeavesNoServer) {
     WaitingEvaluation evaluation;
     evaluation.process->Stop({"SigKill", SIGKILL, SIGKILL, false});
     evaluation.process->Wait();
     EXPECT_TRUE(WaitUntil([&evaluation] { return servers::IsGone(evaluation.server); }));
 }
 
-TEST(Program, ThatFailsEndsItsServer) {
+TEST(Program, FailureEndsTheServer) {
     const TemporaryFolder folder;
     folder.Write("truth.tsv", "file\tx\ty\twidth\theight\tplate\na.ppm\t1\t2\t3\t4\tAB\n");
     folder.Write("script.json", R"({"refused_ranges": "all"})");
@@ -145,7 +145,7 @@ TEST(Program, ThatFailsEndsItsServer) {
     EXPECT_TRUE(servers::IsGone(ProcessIn(folder.Path("id"))));
 }
 
-TEST(Program, SaysWhenTheServerEndsByItself) {
+TEST(Program, ReportsThatTheServerExited) {
     const TemporaryFolder folder;
     folder.Write("truth.tsv", "file\tx\ty\twidth\theight\tplate\na.ppm\t1\t2\t3\t4\tAB\n");
     folder.Write("script.json", R"({"refused_ranges": "all"})");

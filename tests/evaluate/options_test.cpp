@@ -29,7 +29,7 @@ std::string ErrorOf(const std::vector<const char*>& words) {
     return "none";
 }
 
-TEST(Options, AreThoseOfTheCommandLine) {
+TEST(Options, AreReadFromTheCommandLine) {
     const Options options = Parse({"my folder",
                                    "--engine",
                                    "e.so",
@@ -68,7 +68,7 @@ TEST(Options, AreThoseOfTheCommandLine) {
     EXPECT_EQ(options.settings.patience, std::chrono::milliseconds(250));
 }
 
-TEST(Options, WithoutThemAllWidthsOfTheWholePictureAreLookedForOnOneThread) {
+TEST(Options, HaveDefaults) {
     const Options options = Parse({"folder", "--engine", "e.so"});
     EXPECT_EQ(options.settings.threads, 1);
     EXPECT_EQ(options.settings.widths.minimum, 0);
@@ -77,12 +77,12 @@ TEST(Options, WithoutThemAllWidthsOfTheWholePictureAreLookedForOnOneThread) {
     EXPECT_TRUE(options.server.empty() && options.details.empty() && options.json.empty());
 }
 
-TEST(Options, ALaterEngineTakesThePlaceOfAnEarlierOne) {
+TEST(Options, TheLastValueIsUsed) {
     EXPECT_EQ(Parse({"folder", "--engine", "one", "--server", "s", "--engine", "two"}).engine, "two");
     EXPECT_EQ(Parse({"folder", "--engine", "one", "--server", "s", "--server", "t"}).server, "t");
 }
 
-TEST(Options, WhatIsWrongIsSaid) {
+TEST(Options, ErrorsNameTheOption) {
     EXPECT_THAT(ErrorOf({"--engine", "e.so"}), HasSubstr("folder is required"));
     EXPECT_THAT(ErrorOf({"folder"}), HasSubstr("--engine is required"));
     EXPECT_THAT(ErrorOf({"folder", "--engine", "e", "--threads", "0"}), HasSubstr("--threads"));

@@ -73,7 +73,7 @@ double LargestDifference(const Picture& picture, const YuvPicture& yuv) {
     return largest;
 }
 
-TEST(Picture, EverySampleOfAPictureWithoutLossArrives) {
+TEST(Picture, ReadsEverySampleOfALosslessPicture) {
     const TemporaryFolder folder;
     // Includes widths whose rows are not multiples of a vector's size.
     for (const auto& [width, height] : {std::pair{37, 5}, std::pair{1, 1}, std::pair{64, 3}}) {
@@ -99,7 +99,7 @@ TEST(Picture, AJpegUsesTheFullRange) {
     }
 }
 
-TEST(Picture, ColoursOfAJpegAreThoseOfItsFormula) {
+TEST(Picture, ColoursOfAJpegFollowItsFormula) {
     const TemporaryFolder folder;
     for (const auto& [halfWidth, halfHeight] :
          {std::pair{false, false}, std::pair{true, false}, std::pair{true, true}}) {
@@ -119,7 +119,7 @@ TEST(Picture, ColoursOfAJpegAreThoseOfItsFormula) {
     }
 }
 
-TEST(Picture, NamesThatMeanSomethingElsewhereAreNamesOfFiles) {
+TEST(Picture, SpecialCharactersInFileNamesAreLiteral) {
     const TemporaryFolder folder;
     for (const char* const name : {"100%d.ppm", "pipe:1.ppm", "a b.ppm", "without_ending", "wrong.jpg"}) {
         folder.Write(name, Ppm(8, 8, 1));
@@ -127,7 +127,7 @@ TEST(Picture, NamesThatMeanSomethingElsewhereAreNamesOfFiles) {
     }
 }
 
-TEST(Picture, AFileThatIsNoneIsRefused) {
+TEST(Picture, AFileThatIsNotAPictureIsRefused) {
     const TemporaryFolder folder;
     EXPECT_EQ(ErrorOf(folder.Path("none.jpg")), "No such file or directory");
     EXPECT_EQ(ErrorOf(folder.MakeFolder("folder.jpg")), "Is a directory");
@@ -135,7 +135,7 @@ TEST(Picture, AFileThatIsNoneIsRefused) {
     EXPECT_NE(ErrorOf(folder.Write("text.jpg", "This is a text and no picture.\n")), "none");
 }
 
-TEST(Picture, AFileThatEndsTooEarlyIsRefused) {
+TEST(Picture, ATruncatedFileIsRefused) {
     const TemporaryFolder folder;
     const std::string ppm = Ppm(32, 32, 1);
     EXPECT_NE(ErrorOf(folder.Write("short.ppm", ppm.substr(0, ppm.size() / 2))), "none");

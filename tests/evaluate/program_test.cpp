@@ -71,7 +71,7 @@ void WriteFourPictures(const TemporaryFolder& folder) {
     folder.Write("script.json", script.dump());
 }
 
-TEST(Program, TellsTheFiguresOfEveryFolderAndOfAll) {
+TEST(Program, PrintsTheFiguresOfEveryFolderAndTheTotal) {
     const TemporaryFolder folder;
     WriteFourPictures(folder);
     const Finished run = Evaluate(folder, {"--json", folder.Path("figures.json")});
@@ -131,7 +131,7 @@ TEST(Program, WritesALineForEveryPlate) {
     EXPECT_EQ(lines[5], "near/none.ppm\tEF\t\t\t\tunreadable\t\t");
 }
 
-TEST(Program, ThePixelsOfAPictureReachTheEngineAsTheyAre) {
+TEST(Program, PassesPixelsUnchangedToTheEngine) {
     const TemporaryFolder folder;
     WriteFourPictures(folder);
     Evaluate(folder, {});
@@ -161,7 +161,7 @@ TEST(Program, ThePixelsOfAPictureReachTheEngineAsTheyAre) {
     EXPECT_EQ(call["flags"], 0);
 }
 
-TEST(Program, HandsTheRegionToTheEngine) {
+TEST(Program, PassesTheRegionToTheEngine) {
     const TemporaryFolder folder;
     WriteFourPictures(folder);
     Evaluate(folder, {"--region", "25,50,75,100"});
@@ -169,7 +169,7 @@ TEST(Program, HandsTheRegionToTheEngine) {
     EXPECT_EQ(call["region"], (Json{{"left", 10}, {"top", 15}, {"right", 30}, {"bottom", 30}}));
 }
 
-TEST(Program, SaysInOneLineWhyItCannotGoOn) {
+TEST(Program, ReportsErrorsInOneLine) {
     const TemporaryFolder folder;
     const auto errors = [](const Finished& run) {
         EXPECT_EQ(run.status, 2) << run.output;
@@ -192,7 +192,7 @@ TEST(Program, SaysInOneLineWhyItCannotGoOn) {
     EXPECT_THAT(errors(Evaluate(folder, {"--threads", "many"})), HasSubstr("--threads"));
 }
 
-TEST(Program, RefusesAnEngineThatAnswersMorePlatesThanThereIsRoomFor) {
+TEST(Program, RefusesTooManyPlatesFromTheEngine) {
     const TemporaryFolder folder;
     folder.Write("a.ppm", Ppm(8, 8, 1));
     folder.Write("truth.tsv", truthHeader + "a.ppm\t1\t2\t3\t4\tAB\n");
@@ -205,7 +205,7 @@ TEST(Program, RefusesAnEngineThatAnswersMorePlatesThanThereIsRoomFor) {
     }
 }
 
-TEST(Program, EveryPictureIsEvaluatedOnSeveralThreads) {
+TEST(Program, EvaluatesEveryPictureOnSeveralThreads) {
     const TemporaryFolder folder;
     std::string truth = truthHeader;
     for (int number = 0; number < 12; ++number) {

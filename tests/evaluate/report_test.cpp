@@ -23,7 +23,7 @@ PictureResult ResultFor(const TruePicture& picture, std::vector<Report> reports)
 
 const Report wideReport{L"\u4EACA1", 88.25, {{{0, 0}, {0, 10}, {40, 0}, {40, 10}}}};
 
-TEST(Summary, HasTheFoldersInTheOrderInWhichTheyAreNamed) {
+TEST(Summary, ListsFoldersInInputOrder) {
     const std::vector<TruePicture> pictures{{"us/1", {}}, {"br/1", {}}, {"us/2", {}}, {"3", {}}};
     const Summary summary = Summarise(pictures, std::vector<PictureResult>(4));
     ASSERT_EQ(summary.groups.size(), 3u);
@@ -34,7 +34,7 @@ TEST(Summary, HasTheFoldersInTheOrderInWhichTheyAreNamed) {
     EXPECT_EQ(summary.total.pictures, 4);
 }
 
-TEST(Details, ShowTextsInUtf8AndNoLineOrColumnOfTheirOwn) {
+TEST(Details, AreUtf8WithoutExtraLinesOrColumns) {
     const TruePicture picture{"a\nb/1.jpg", {{{0, 0, 40, 10}, L"\u4EACA1"}}};
     const std::string details = ToDetails({picture}, {ResultFor(picture, {wideReport})});
     EXPECT_THAT(details, HasSubstr("\na b/1.jpg\t\xE4\xBA\xAC"
@@ -42,7 +42,7 @@ TEST(Details, ShowTextsInUtf8AndNoLineOrColumnOfTheirOwn) {
                                    "A1\t88.2\t0,0 0,10 40,0 40,10\tyes\t1.50\t\n"));
 }
 
-TEST(Table, ColumnsStandUnderTheirNamesWhateverTheTexts) {
+TEST(Table, ColumnsAreAlignedForAnyTexts) {
     const TruePicture picture{"\xC3\xBC\xC3\xBC/1.jpg", {{{0, 0, 40, 10}, L"\u4EACA1"}}};
     const std::string table = ToTable(Summarise({picture}, {ResultFor(picture, {wideReport})}));
     std::vector<std::size_t> lengths;

@@ -21,7 +21,7 @@ PlateScore ScoreOf(const std::wstring& truth, const std::wstring& read) {
     return ScorePicture({PlateAt(100, 100, 100, 20, truth)}, {ReportAt(100, 100, 200, 120, read)}).plates.at(0);
 }
 
-TEST(Localised, AWidthOnEitherBoundIsAndOneBehindItIsNot) {
+TEST(Localised, IncludesTheWidthLimits) {
     const Rectangle place{100, 100, 100, 20};
     // The centre stays within half a pixel of x = 150.
     EXPECT_TRUE(IsLocalised(ReportAt(128, 100, 173, 120), place)) << "45 of 100";
@@ -30,7 +30,7 @@ TEST(Localised, AWidthOnEitherBoundIsAndOneBehindItIsNot) {
     EXPECT_FALSE(IsLocalised(ReportAt(82, 100, 218, 120), place)) << "136 of 100";
 }
 
-TEST(Localised, HalfAPixelBehindABoundIsNot) {
+TEST(Localised, ExcludesHalfAPixelBeyondAWidthLimit) {
     const Rectangle place{100, 100, 100, 20};
     Report report = ReportAt(128, 100, 173, 120);
     report.corners[3].x -= 1;  // the lower edge is 44 wide, the mean 44.5
@@ -48,7 +48,7 @@ TEST(Localised, TheWidthIsTheMeanOfBothEdges) {
     EXPECT_FALSE(IsLocalised(report, {100, 100, 100, 20}));
 }
 
-TEST(Localised, ACentreOnTheBorderIsAndOneOutsideIsNot) {
+TEST(Localised, IncludesCentresOnTheBorder) {
     const Rectangle place{100, 100, 100, 20};
     EXPECT_TRUE(IsLocalised(ReportAt(50, 105, 150, 115), place)) << "centre at x = 100";
     EXPECT_TRUE(IsLocalised(ReportAt(150, 105, 250, 115), place)) << "centre at x = 200";
@@ -60,7 +60,7 @@ TEST(Localised, ACentreOnTheBorderIsAndOneOutsideIsNot) {
     EXPECT_FALSE(IsLocalised(ReportAt(100, 110, 200, 131), place)) << "centre at y = 120.5";
 }
 
-TEST(Localised, CornersTurnedRoundAreNoPlate) {
+TEST(Localised, ExcludesMirroredCorners) {
     EXPECT_FALSE(IsLocalised(ReportAt(200, 100, 100, 120), {100, 100, 100, 20}));
 }
 
@@ -81,7 +81,7 @@ TEST(Picture, WithoutAReportEveryCharacterIsWrong) {
     EXPECT_THAT(score.otherReports, ElementsAre());
 }
 
-TEST(Picture, ARightTextElsewhereCountsForNothing) {
+TEST(Picture, ACorrectTextElsewhereDoesNotCount) {
     const PictureScore score = ScorePicture({PlateAt(100, 100, 100, 20)}, {ReportAt(400, 100, 500, 120)});
     EXPECT_FALSE(score.plates.at(0).report.has_value());
     EXPECT_FALSE(score.plates.at(0).isExact);
@@ -89,7 +89,7 @@ TEST(Picture, ARightTextElsewhereCountsForNothing) {
     EXPECT_THAT(score.otherReports, ElementsAre(0));
 }
 
-TEST(Picture, OfTwoReportsInOnePlateTheSurestCountsAndTheOtherIsAnother) {
+TEST(Picture, TheMostConfidentOfTwoReportsCounts) {
     const PictureScore score =
         ScorePicture({PlateAt(100, 100, 100, 20)},
                      {ReportAt(400, 0, 500, 20), ReportAt(100, 100, 200, 120, L"XX"), ReportAt(100, 100, 200, 120)});
@@ -98,7 +98,7 @@ TEST(Picture, OfTwoReportsInOnePlateTheSurestCountsAndTheOtherIsAnother) {
     EXPECT_THAT(score.otherReports, ElementsAre(0, 2));
 }
 
-TEST(Picture, EachOfSeveralPlatesTakesItsOwnReport) {
+TEST(Picture, EachPlateGetsItsOwnReport) {
     const PictureScore score = ScorePicture(
         {PlateAt(100, 100, 100, 20, L"ONE"), PlateAt(400, 100, 100, 20, L"TWO"), PlateAt(700, 100, 100, 20, L"THREE")},
         {ReportAt(400, 100, 500, 120, L"TWO"), ReportAt(100, 100, 200, 120, L"ONE")});
@@ -110,14 +110,14 @@ TEST(Picture, EachOfSeveralPlatesTakesItsOwnReport) {
     EXPECT_THAT(score.otherReports, ElementsAre());
 }
 
-TEST(Picture, OneReportIsNotTakenForTwoPlates) {
+TEST(Picture, OneReportIsNotUsedForTwoPlates) {
     const PictureScore score =
         ScorePicture({PlateAt(100, 100, 100, 20), PlateAt(100, 100, 100, 20)}, {ReportAt(100, 100, 200, 120)});
     EXPECT_TRUE(score.plates.at(0).report.has_value());
     EXPECT_FALSE(score.plates.at(1).report.has_value());
 }
 
-TEST(Text, LookAlikesCountAsTheSameOnlyWhereTheyAreFolded) {
+TEST(Text, LookAlikesAreEqualOnlyWhenFolded) {
     const PlateScore score = ScoreOf(L"AQ0B1", L"A0OBI");
     EXPECT_FALSE(score.isExact);
     EXPECT_TRUE(score.isExactFolded);
@@ -127,7 +127,7 @@ TEST(Text, LookAlikesCountAsTheSameOnlyWhereTheyAreFolded) {
     EXPECT_TRUE(ScoreOf(L"AB8", L"AB8").isExactFolded);
 }
 
-TEST(Text, OneErrorIsACharacterChangedMissingOrTooMany) {
+TEST(Text, OneErrorIsOneCharacterChangedMissingOrAdded) {
     for (const wchar_t* const read : {L"AB1234", L"AB1294", L"AB134", L"AB12344", L"XAB1234"}) {
         EXPECT_TRUE(ScoreOf(L"AB1234", read).hasOneErrorAtMost) << read;
     }
@@ -136,19 +136,19 @@ TEST(Text, OneErrorIsACharacterChangedMissingOrTooMany) {
     }
 }
 
-TEST(Text, AnEmptyTextIsAllWrong) {
+TEST(Text, EveryCharacterOfAnEmptyTextIsWrong) {
     const PlateScore score = ScoreOf(L"AB1234", L"");
     EXPECT_TRUE(score.report.has_value());
     EXPECT_FALSE(score.isExact || score.isExactFolded || score.hasOneErrorAtMost);
     EXPECT_EQ(score.characterErrors, 6);
 }
 
-TEST(Text, AnEmptyTruthHasNoCharacterToMiss) {
+TEST(Text, AnEmptyTruthHasNoErrors) {
     EXPECT_EQ(ScoreOf(L"", L"AB12").characterErrors, 0);
     EXPECT_EQ(ScoreOf(L"", L"").characters, 0);
 }
 
-TEST(Text, MoreErrorsThanTheTruthHasCharactersAreNotCounted) {
+TEST(Text, ErrorsAreLimitedToTheTruthsLength) {
     EXPECT_EQ(ScoreOf(L"ABC", L"9999999999").characterErrors, 3);
 }
 
@@ -178,7 +178,7 @@ TEST(Figures, AddUpOverPicturesAndGroups) {
     EXPECT_DOUBLE_EQ(total.MillisecondsPerPicture(), 15.0) << "of the two that could be read";
 }
 
-TEST(Figures, NothingDividedByNothingIsNothing) {
+TEST(Figures, AreZeroWithoutPictures) {
     EXPECT_EQ(Figures().CharacterErrorRate(), 0);
     EXPECT_EQ(Figures().OtherReportsPerPicture(), 0);
     EXPECT_EQ(Figures().MillisecondsPerPicture(), 0);

@@ -16,7 +16,7 @@ int SlowDistance(std::wstring_view one, std::wstring_view other) {
     return std::min({changed, SlowDistance(one.substr(1), other) + 1, SlowDistance(one, other.substr(1)) + 1});
 }
 
-TEST(EditDistance, IsThatOfTheDefinition) {
+TEST(EditDistance, EqualsTheDefinition) {
     // All texts of up to three characters from an alphabet of three.
     std::vector<std::wstring> texts{L""};
     for (std::size_t index = 0; texts[index].size() < 3; ++index) {
@@ -39,7 +39,7 @@ TEST(EngineText, EndsAtItsFirstNulOrAfterSixteenBytes) {
     EXPECT_EQ(FromEngineText(std::string_view("\0\0", 2)), L"");
 }
 
-TEST(EngineText, IsThatOfCodePage936) {
+TEST(EngineText, IsDecodedFromCodePage936) {
     EXPECT_EQ(ToUtf8(FromEngineText("\xBE\xA9"
                                     "A1")),
               "\xE4\xBA\xAC"
@@ -54,7 +54,7 @@ TEST(EngineText, IsThatOfCodePage936) {
                              "A1"));
 }
 
-TEST(OneCell, HasNothingThatEndsALineOrAColumn) {
+TEST(OneCell, ReplacesControlCharacters) {
     EXPECT_EQ(OneCell("a\tb\nc\rd\x1B"
                       "e"),
               "a b c d e");

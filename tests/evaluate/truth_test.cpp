@@ -28,7 +28,7 @@ std::string ErrorOf(const std::string& text) {
     return "none";
 }
 
-TEST(Truth, ALineTellsAPictureAndItsPlate) {
+TEST(Truth, ALineNamesAPictureAndItsPlate) {
     const std::vector<TruePicture> pictures = Read(truthHeader + "eu/1.jpg\t10\t-20\t30\t40\tAB12\n");
     ASSERT_EQ(pictures.size(), 1u);
     EXPECT_EQ(pictures[0].file, "eu/1.jpg");
@@ -41,7 +41,7 @@ TEST(Truth, ALineTellsAPictureAndItsPlate) {
     EXPECT_EQ(plate.place.height, 40);
 }
 
-TEST(Truth, ColumnsComeInAnyOrderAndOthersArePassedOver) {
+TEST(Truth, ColumnsMayBeInAnyOrderAndUnknownOnesAreIgnored) {
     const std::vector<TruePicture> pictures =
         Read("note\tplate\theight\twidth\ty\tx\tfile\nsunny\tAB12\t4\t3\t2\t1\ta.png\n");
     ASSERT_EQ(pictures.size(), 1u);
@@ -51,7 +51,7 @@ TEST(Truth, ColumnsComeInAnyOrderAndOthersArePassedOver) {
     EXPECT_EQ(pictures[0].plates[0].text, L"AB12");
 }
 
-TEST(Truth, LinesMayEndAsOnWindowsAndBeginWithAByteOrderMark) {
+TEST(Truth, AcceptsWindowsLineEndsAndAByteOrderMark) {
     const std::vector<TruePicture> pictures = Read(
         "\xEF\xBB\xBF"
         "file\tx\ty\twidth\theight\tplate\r\na.png\t1\t2\t3\t4\tAB12\r\n\r\n");
@@ -59,7 +59,7 @@ TEST(Truth, LinesMayEndAsOnWindowsAndBeginWithAByteOrderMark) {
     EXPECT_EQ(pictures[0].plates[0].text, L"AB12");
 }
 
-TEST(Truth, NamesMayHoldSpacesAndAnyCharacters) {
+TEST(Truth, NamesMayContainSpacesAndAnyCharacters) {
     const std::vector<TruePicture> pictures = Read(truthHeader + "my cars/gate \xC3\xBC.jpg\t1\t2\t3\t4\tAB 12");
     ASSERT_EQ(pictures.size(), 1u);
     EXPECT_EQ(pictures[0].file, "my cars/gate \xC3\xBC.jpg");
@@ -76,7 +76,7 @@ TEST(Truth, APictureHasALineForEachOfItsPlates) {
     EXPECT_EQ(pictures[1].file, "a.png");
 }
 
-TEST(Truth, WhatIsWrongIsNamedWithItsLine) {
+TEST(Truth, ErrorsNameTheirLine) {
     EXPECT_EQ(ErrorOf(""), "it is empty");
     EXPECT_EQ(ErrorOf(truthHeader), "it names no picture");
     EXPECT_EQ(ErrorOf("file\tx\ty\twidth\tplate\n"), "there is no column \"height\"");
@@ -91,7 +91,7 @@ TEST(Truth, WhatIsWrongIsNamedWithItsLine) {
     EXPECT_EQ(ErrorOf(truthHeader + "\t1\t2\t3\t4\tA\n"), "line 2: no file is named");
 }
 
-TEST(Truth, OfAFolderIsItsListAndIsNamedInItsErrors) {
+TEST(Truth, IsReadFromAFolderAndNamedInErrors) {
     const host_test::TemporaryFolder folder;
     const auto error = [](const std::string& path) -> std::string {
         try {

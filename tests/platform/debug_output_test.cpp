@@ -39,7 +39,7 @@ std::string Format(const char* format, ...) {
     return line.data();
 }
 
-TEST(DebugOutputSink, TakesTheTextsUntilItIsReplaced) {
+TEST(DebugOutputSink, ReceivesTextsUntilItIsReplaced) {
     CountingSink first;
     CountingSink second;
     EXPECT_EQ(platform::ExchangeDebugOutputSink(&first), nullptr);
@@ -54,7 +54,7 @@ TEST(DebugOutputSink, TakesTheTextsUntilItIsReplaced) {
     EXPECT_EQ(second.count, 1u);
 }
 
-TEST(DebugOutputSink, EveryTextReachesOneOfTheSinksWhileTheyAreExchanged) {
+TEST(DebugOutputSink, EveryTextReachesOneSinkDuringAnExchange) {
     constexpr int writerCount = 4;
     constexpr int linesPerWriter = 2000;
     CountingSink sinks[2];
@@ -80,7 +80,7 @@ TEST(DebugOutputSink, EveryTextReachesOneOfTheSinksWhileTheyAreExchanged) {
     EXPECT_EQ(sinks[0].count + sinks[1].count, static_cast<std::size_t>(writerCount) * linesPerWriter);
 }
 
-TEST(DebugOutputSink, HasNoWriterAnyMoreOnceItIsReplaced) {
+TEST(DebugOutputSink, ExchangeWaitsForWriters) {
     class SlowSink final : public platform::DebugOutputSink {
       public:
         explicit SlowSink(std::atomic<bool>& begun) : hasBegun_(begun) {}
@@ -115,7 +115,7 @@ TEST(FormatDebugLine, FormatsTextsAndNumbers) {
     EXPECT_EQ(Format(""), "");
 }
 
-TEST(FormatDebugLine, ALongLineIsCutAt1024Characters) {
+TEST(FormatDebugLine, ALongLineIsTruncatedAt1024Characters) {
     EXPECT_EQ(Format("%s", std::string(1023, 'a').c_str()), std::string(1023, 'a'));
     EXPECT_EQ(Format("%s", std::string(5000, 'a').c_str()).substr(0, 1023), std::string(1023, 'a'));
     EXPECT_LE(Format("%s", std::string(5000, 'a').c_str()).size(), 1024u);

@@ -49,7 +49,7 @@ void ThrowThroughGuard() {
     CallForeign<&ThrowStandard>();
 }
 
-TEST(ForeignCall, ReachesTheOperationOfAnObjectAndReturnsItsResult) {
+TEST(ForeignCall, CallsAMethodAndReturnsItsResult) {
     Object object;
     EXPECT_FALSE(CallForeign<&Object::IsCalled>(&object));
     CallForeign<&Base::Add>(&object, 2, 0.5, "A");
@@ -60,11 +60,11 @@ TEST(ForeignCall, ReachesTheOperationOfAnObjectAndReturnsItsResult) {
     EXPECT_EQ(CallForeign<&Object::Self>(&object), &object);
 }
 
-TEST(ForeignCall, ReachesAFunctionAndReturnsItsResult) {
+TEST(ForeignCall, CallsAFunctionAndReturnsItsResult) {
     EXPECT_EQ(CallForeign<&Minus>(7, 9), -2);
 }
 
-TEST(ForeignCall, LetsExceptionsOfThisCompilerThroughUnchanged) {
+TEST(ForeignCall, PropagatesThisCompilersExceptionsUnchanged) {
     try {
         CallForeign<&ThrowThroughGuard>();
         FAIL() << "nothing is thrown";

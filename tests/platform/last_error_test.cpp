@@ -15,7 +15,7 @@ TEST(LastError, IsWhatWasSet) {
 }
 
 // Only the two calls happen between the steps, because creating and joining threads may set the last error.
-TEST(LastError, EachThreadHasItsOwn) {
+TEST(LastError, IsPerThread) {
     std::atomic<int> step = 0;
     std::uint32_t others = 0;
     std::thread other([&] {

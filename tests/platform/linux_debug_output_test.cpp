@@ -109,7 +109,7 @@ TEST(LinuxDebugOutput, EachCallIsOneWriteAndOneLine) {
                                         "\n", "wide\n", "wide with an end\r\n", "\n"}));
 }
 
-TEST(LinuxDebugOutput, WideTextIsUtf8WhateverItHolds) {
+TEST(LinuxDebugOutput, AnyWideTextIsWrittenAsUtf8) {
     const CapturedStandardError captured;
     const wchar_t text[] = {0x4EAC, 0x1F600, 0xD800, 0x110000, -5, L'z', 0};
     platform::WriteDebugOutput(text);
@@ -117,7 +117,7 @@ TEST(LinuxDebugOutput, WideTextIsUtf8WhateverItHolds) {
               std::vector<std::string>{"\xE4\xBA\xAC\xF0\x9F\x98\x80\xEF\xBF\xBD\xEF\xBF\xBD\xEF\xBF\xBDz\n"});
 }
 
-TEST(LinuxDebugOutput, ALongTextIsWrittenWhole) {
+TEST(LinuxDebugOutput, ALongTextIsWrittenCompletely) {
     const CapturedStandardError captured;
     const std::string text(50000, 'a');
     platform::WriteDebugOutput(text.c_str());
@@ -159,7 +159,7 @@ TEST(LinuxDebugOutput, LinesOfManyThreadsDoNotMix) {
     }
 }
 
-TEST(LinuxDebugOutput, ABrokenPipeNeitherEndsTheProcessNorLeavesATrace) {
+TEST(LinuxDebugOutput, ABrokenPipeHasNoEffect) {
     EXPECT_EQ(RunInChild([] {
                   BreakStandardError();
                   errno = EXDEV;
@@ -175,7 +175,7 @@ TEST(LinuxDebugOutput, ABrokenPipeNeitherEndsTheProcessNorLeavesATrace) {
               42);
 }
 
-TEST(LinuxDebugOutput, ABrokenPipeSignalOfTheHostsOwnStaysPending) {
+TEST(LinuxDebugOutput, ThePendingSigpipeOfTheHostStaysPending) {
     EXPECT_EQ(RunInChild([] {
                   sigset_t broken;
                   sigemptyset(&broken);
@@ -193,7 +193,7 @@ TEST(LinuxDebugOutput, ABrokenPipeSignalOfTheHostsOwnStaysPending) {
               42);
 }
 
-TEST(LinuxDebugOutput, AFullFileDoesNotEndTheProcess) {
+TEST(LinuxDebugOutput, TheFileSizeLimitDoesNotEndTheProcess) {
     EXPECT_EQ(RunInChild([] {
                   char name[] = "/tmp/vexlane-debug-output-XXXXXX";
                   const int file = mkstemp(name);
@@ -228,7 +228,7 @@ bool Sleeps(pid_t thread) {
 }
 
 // The pipe is full, so the write blocks, and signals whose handler has no SA_RESTART interrupt it.
-TEST(LinuxDebugOutput, AnInterruptedWriteIsTriedAgain) {
+TEST(LinuxDebugOutput, AnInterruptedWriteIsRetried) {
     int ends[2] = {-1, -1};
     ASSERT_EQ(pipe(ends), 0);
     const std::string fill(1 << 16, 'f');

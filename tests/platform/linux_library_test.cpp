@@ -7,12 +7,12 @@
 
 namespace {
 
-TEST(LinuxLastError, TheTextIsTheSystemsOwn) {
+TEST(LinuxLastError, TheTextIsTheSystems) {
     EXPECT_EQ(platform::SystemErrorText(ENOENT), "No such file or directory");
     EXPECT_EQ(platform::SystemErrorText(EINVAL), strerrordesc_np(EINVAL));
 }
 
-TEST(LinuxLibrary, NothingIsHeldAndTheThreadGoesOn) {
+TEST(LinuxLibrary, HoldAndReleaseDoNothing) {
     const platform::LibraryReference reference = platform::HoldLibrary();
     EXPECT_EQ(reference, 0u);
     platform::ReleaseLibrary(reference);

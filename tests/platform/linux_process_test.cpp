@@ -99,11 +99,11 @@ class LinuxProcess : public ProcessFixture {
 
 // Listing
 
-TEST_F(LinuxProcess, TheListBeginsWithTheSystemsOwnProcess) {
+TEST_F(LinuxProcess, TheListStartsWithTheSystemProcess) {
     EXPECT_EQ(List().front().processId, 0u);
 }
 
-TEST_F(LinuxProcess, ANameThatLooksLikeTheSystemsOwnRecordIsRead) {
+TEST_F(LinuxProcess, ANameThatLooksLikeAProcStatRecordIsParsed) {
     const std::string name = "v) Z 1 (x";
     CopyHelper(OwnFolder() / name);
     const ProcessInformation started = StartLasting("\"" + name + "\" sleep");
@@ -124,7 +124,7 @@ TEST_F(LinuxProcess, AScriptIsListedUnderItsOwnName) {
     }
 }
 
-TEST_F(LinuxProcess, AProgramWhoseFileIsGoneKeepsItsName) {
+TEST_F(LinuxProcess, AProgramWhoseFileIsRemovedKeepsItsName) {
     const std::string name = "vexlane-test-removed.exe";
     const std::filesystem::path file = CopyHelper(OwnFolder() / name);
     const ProcessInformation started = StartLasting(name);
@@ -143,7 +143,7 @@ TEST_F(LinuxProcess, AProcessWhoseFirstThreadHasEndedStillRuns) {
     EXPECT_EQ(StateOf(started.processId), '\0');
 }
 
-TEST_F(LinuxProcess, WithoutFreeDescriptorsTheListFailsInsteadOfMissingProcesses) {
+TEST_F(LinuxProcess, WithoutDescriptorsTheListFails) {
     rlimit before = {};
     getrlimit(RLIMIT_NOFILE, &before);
     int lowestFree = open("/dev/null", O_RDONLY | O_CLOEXEC);
@@ -163,7 +163,7 @@ TEST_F(LinuxProcess, WithoutFreeDescriptorsTheListFailsInsteadOfMissingProcesses
 
 // Starting
 
-TEST_F(LinuxProcess, TheRecordOfAStartedProcessNamesIt) {
+TEST_F(LinuxProcess, StartReturnsTheProcessAndItsIds) {
     const ProcessInformation started = StartLasting(helperName);
     EXPECT_NE(started.processId, 0u);
     EXPECT_EQ(started.threadId, started.processId);
@@ -172,7 +172,7 @@ TEST_F(LinuxProcess, TheRecordOfAStartedProcessNamesIt) {
     EXPECT_TRUE(IsListed(started.processId));
 }
 
-TEST_F(LinuxProcess, AMissingProgramIsNotStartedAndTheRecordStays) {
+TEST_F(LinuxProcess, AMissingProgramIsNotStartedAndTheRecordIsUnchanged) {
     ProcessInformation started;
     started.processId = 77;
     for (const char* name : {"vexlane-test-missing.exe", "", "  ", "/nowhere/vexlane-test-missing.exe"}) {
@@ -184,7 +184,7 @@ TEST_F(LinuxProcess, AMissingProgramIsNotStartedAndTheRecordStays) {
     EXPECT_EQ(started.process, 0u);
 }
 
-TEST_F(LinuxProcess, AFileThatMayNotBeExecutedIsNotStarted) {
+TEST_F(LinuxProcess, AFileWithoutExecutePermissionIsNotStarted) {
     std::ofstream(folder / "vexlane-test-text") << "text";
     std::filesystem::create_directory(folder / "vexlane-test-folder");
     std::ofstream(folder / "vexlane-test-broken") << "no program at all";
@@ -202,7 +202,7 @@ TEST_F(LinuxProcess, AFileThatMayNotBeExecutedIsNotStarted) {
     EXPECT_EQ(UnwaitedChildren(), 0);
 }
 
-TEST_F(LinuxProcess, AStartedProgramInheritsTheEnvironmentAndTheFolderAlone) {
+TEST_F(LinuxProcess, AStartedProgramInheritsOnlyEnvironmentAndFolder) {
     const int inheritable = open("/dev/zero", O_RDONLY);
     const int far = fcntl(inheritable, F_DUPFD, 700);
     ASSERT_GE(far, 700);
@@ -254,7 +254,7 @@ TEST_F(ProgramSearch, NeverFindsItInTheCurrentFolder) {
 
 // Ending
 
-TEST_F(LinuxProcess, ATerminatedProcessIsGoneWhenTheCallComesBack) {
+TEST_F(LinuxProcess, ATerminatedProcessIsGoneWhenTheCallReturns) {
     for (const char* part : {" sleep", " ignore-termination"}) {
         const ProcessInformation started = StartLasting(helperName + std::string(part));
         EXPECT_TRUE(platform::TerminateProcess(started.process, 0));
@@ -263,7 +263,7 @@ TEST_F(LinuxProcess, ATerminatedProcessIsGoneWhenTheCallComesBack) {
     }
 }
 
-TEST_F(LinuxProcess, TerminatingAProcessThatHasEndedIsAFailure) {
+TEST_F(LinuxProcess, TerminatingAnEndedProcessFails) {
     const ProcessInformation terminated = StartLasting(helperName);
     EXPECT_TRUE(platform::TerminateProcess(terminated.process, 0));
     platform::SetLastError(0);
@@ -278,7 +278,7 @@ TEST_F(LinuxProcess, TerminatingAProcessThatHasEndedIsAFailure) {
     EXPECT_EQ(StateOf(ended.processId), '\0');
 }
 
-TEST_F(LinuxProcess, AnEmptyHandleEndsNothing) {
+TEST_F(LinuxProcess, AnEmptyHandleTerminatesNothing) {
     // Runs in a separate process group, which a signal to process 0 would end.
     const pid_t group = fork();
     if (group == 0) {
@@ -298,7 +298,7 @@ TEST_F(LinuxProcess, AnEmptyHandleEndsNothing) {
     EXPECT_EQ(WEXITSTATUS(status), 42);
 }
 
-TEST_F(LinuxProcess, AProcessThatHasTakenOverTheIdIsLeftAlone) {
+TEST_F(LinuxProcess, AProcessWithAReusedIdIsNotTerminated) {
     const ProcessInformation started = StartLasting(helperName);
     for (const SystemHandle difference : {SystemHandle{1} << 32, SystemHandle{1} << 63}) {
         platform::SetLastError(0);
@@ -309,7 +309,7 @@ TEST_F(LinuxProcess, AProcessThatHasTakenOverTheIdIsLeftAlone) {
     EXPECT_TRUE(platform::TerminateProcess(started.process, 0));
 }
 
-TEST_F(LinuxProcess, AChildKilledFromOutsideIsNotListedAndDoesNotStay) {
+TEST_F(LinuxProcess, AChildKilledFromOutsideIsReapedAndNotListed) {
     const ProcessInformation started = StartLasting(helperName);
     KillFromOutside(started.processId);
     WaitUntilEnded(started.processId);
@@ -317,7 +317,7 @@ TEST_F(LinuxProcess, AChildKilledFromOutsideIsNotListedAndDoesNotStay) {
     EXPECT_EQ(StateOf(started.processId), '\0');
 }
 
-TEST_F(LinuxProcess, ProgramsThatEndByThemselvesDoNotPileUp) {
+TEST_F(LinuxProcess, ExitedProgramsAreReaped) {
     for (int i = 0; i < 20; ++i) {
         const ProcessInformation started = Start(helperName + std::string(" exit"));
         WaitUntilEnded(started.processId);
@@ -370,7 +370,7 @@ TEST_F(LinuxProcess, AnOpenedProcessHasTheHandleItWasStartedWith) {
     EXPECT_EQ(platform::OpenProcess(platform::processAllAccess, true, started.processId), started.process);
 }
 
-TEST_F(LinuxProcess, WhatDoesNotRunIsNotOpened) {
+TEST_F(LinuxProcess, OpenFailsForAProcessThatDoesNotRun) {
     const ProcessInformation started = StartLasting(helperName);
     EXPECT_TRUE(platform::TerminateProcess(started.process, 0));
     const std::uint32_t zombie = StartAsHost(OwnFolder() / helperName, "exit");
@@ -383,7 +383,7 @@ TEST_F(LinuxProcess, WhatDoesNotRunIsNotOpened) {
     waitpid(static_cast<pid_t>(zombie), nullptr, 0);
 }
 
-TEST_F(LinuxProcess, AZombieOfTheHostsIsNotListedAndIsLeftToTheHost) {
+TEST_F(LinuxProcess, AZombieOfTheHostIsNotListedAndNotReaped) {
     const std::uint32_t zombie = StartAsHost(OwnFolder() / helperName, "sleep");
     const SystemHandle handle = platform::OpenProcess(platform::processAllAccess, true, zombie);
     EXPECT_NE(handle, 0u);
@@ -399,7 +399,7 @@ TEST_F(LinuxProcess, AZombieOfTheHostsIsNotListedAndIsLeftToTheHost) {
     EXPECT_TRUE(WIFSIGNALED(status));
 }
 
-TEST_F(LinuxProcess, AStrangersProcessIsListedOpenedAndTerminatedAndLeftToItsParent) {
+TEST_F(LinuxProcess, AForeignProcessIsTerminatedAndNotReaped) {
     const std::string name = "vexlane-test-stranger.exe";
     const std::filesystem::path program = CopyHelper(folder / name);
     const std::uint32_t stranger = StartAsHost(program, "ignore-termination");
@@ -476,7 +476,7 @@ int LookAsNobody(const std::filesystem::path& program, std::uint32_t othersProce
 }
 
 // The system hides the executable's path of such a process, so its name must come from another source.
-TEST_F(LinuxProcess, AProgramThatMayNotBeReadIsListedUnderItsNameForItsOwnUserAlone) {
+TEST_F(LinuxProcess, AnUnreadableProgramIsListedOnlyForItsOwnUser) {
     if (getuid() != 0) {
         GTEST_SKIP() << "needs the right to become another user";
     }
@@ -501,7 +501,7 @@ TEST_F(LinuxProcess, AProgramThatMayNotBeReadIsListedUnderItsNameForItsOwnUserAl
 
 // Hosts with unusual child handling
 
-TEST_F(LinuxProcess, AHostThatIgnoresItsChildrenConfusesNothing) {
+TEST_F(LinuxProcess, WorksInAHostThatIgnoresSigchld) {
     const auto before = signal(SIGCHLD, SIG_IGN);
     const ProcessInformation first = StartLasting(helperName);
     EXPECT_TRUE(IsListed(first.processId));
@@ -516,7 +516,7 @@ TEST_F(LinuxProcess, AHostThatIgnoresItsChildrenConfusesNothing) {
     signal(SIGCHLD, before);
 }
 
-TEST_F(LinuxProcess, AHostThatWaitsForAllChildrenConfusesNothing) {
+TEST_F(LinuxProcess, WorksInAHostThatReapsAllChildren) {
     const ProcessInformation first = StartLasting(helperName);
     KillFromOutside(first.processId);
     EXPECT_EQ(waitpid(-1, nullptr, 0), static_cast<pid_t>(first.processId));
@@ -545,7 +545,7 @@ TEST_F(LinuxProcess, NoDescriptorStaysOpen) {
     EXPECT_EQ(OpenDescriptors(), before);
 }
 
-TEST_F(LinuxProcess, ManyThreadsMayListStartAndTerminate) {
+TEST_F(LinuxProcess, ManyThreadsCanListStartAndTerminate) {
     const ProcessInformation lasting = StartLasting(helperName);
     const std::size_t descriptorsBefore = OpenDescriptors();
     std::atomic<int> failures = 0;

@@ -55,7 +55,7 @@ class LinuxRegistry : public testing::Test {
     std::filesystem::path root;
 };
 
-TEST_F(LinuxRegistry, AKeyIsAFolderInThatOfItsHive) {
+TEST_F(LinuxRegistry, AKeyIsAFolderInItsHivesFolder) {
     RegistryHandle key = 0;
     ASSERT_EQ(platform::CreateRegistryKey(RegistryHive::LocalMachine, keyPath, access, key), 0u);
     platform::CloseRegistryKey(key);
@@ -65,7 +65,7 @@ TEST_F(LinuxRegistry, AKeyIsAFolderInThatOfItsHive) {
     EXPECT_TRUE(std::filesystem::is_empty(root / "registry/HKEY_CURRENT_USER/SOFTWARE/Tellumark/KORA/DEBUG"));
 }
 
-TEST_F(LinuxRegistry, FailuresTellTheSystemsReason) {
+TEST_F(LinuxRegistry, FailuresReturnTheSystemsError) {
     const RegistryHandle key = KeyWithValue("value", std::string(100, 'v'));
     char buffer[10] = {};
     std::uint32_t size = sizeof(buffer);
@@ -83,7 +83,7 @@ TEST_F(LinuxRegistry, TheVariableIsReadAtEachCall) {
     EXPECT_NE(Open(RegistryHive::LocalMachine, keyPath, key), 0u);
 }
 
-TEST_F(LinuxRegistry, WhatIsNoFileIsNoValue) {
+TEST_F(LinuxRegistry, OnlyARegularFileIsAValue) {
     const RegistryHandle key = KeyWithValue("value", "1");
     std::filesystem::create_directory(MachineFolder() / "folder");
     ASSERT_EQ(mkfifo((MachineFolder() / "pipe").c_str(), 0600), 0);
@@ -96,7 +96,7 @@ TEST_F(LinuxRegistry, WhatIsNoFileIsNoValue) {
     platform::CloseRegistryKey(key);
 }
 
-TEST_F(LinuxRegistry, NamesDoNotLeadOutOfTheirFolder) {
+TEST_F(LinuxRegistry, NamesCannotLeaveTheirFolder) {
     const RegistryHandle key = KeyWithValue("value", "1");
     std::ofstream(MachineFolder().parent_path() / "outside") << "secret";
     char buffer[16] = {};
@@ -131,7 +131,7 @@ TEST_F(LinuxRegistry, AHiveThatIsAFileRefusesEverything) {
     }
 }
 
-TEST_F(LinuxRegistry, AKeyThatIsAFileIsNoKey) {
+TEST_F(LinuxRegistry, AFileIsNotAKey) {
     platform::CloseRegistryKey(KeyWithValue("value", "1"));
     RegistryHandle key = 0;
     const std::string path = std::string(keyPath) + "\\value";
@@ -140,7 +140,7 @@ TEST_F(LinuxRegistry, AKeyThatIsAFileIsNoKey) {
               static_cast<std::uint32_t>(ENOTDIR));
 }
 
-TEST_F(LinuxRegistry, WithoutTheVariableTheUserHiveStandsInTheConfigurationFolder) {
+TEST_F(LinuxRegistry, WithoutTheVariableTheUserHiveIsInTheConfigurationFolder) {
     unsetenv("VEXLANE_REGISTRY");
     setenv("HOME", (root / "home").c_str(), 1);
     for (const char* configuration : {"", "relative", "set"}) {
@@ -181,7 +181,7 @@ TEST_F(LinuxRegistry, WithoutAnyVariableTheUserHiveFails) {
     }
 }
 
-TEST_F(LinuxRegistry, WithoutTheVariableTheMachineHiveIsTheSystems) {
+TEST_F(LinuxRegistry, WithoutTheVariableTheMachineHiveIsInEtc) {
     unsetenv("VEXLANE_REGISTRY");
     RegistryHandle key = 0;
     const bool exists = std::filesystem::is_directory("/etc/vexlane/HKEY_LOCAL_MACHINE");

@@ -21,7 +21,7 @@ wchar_t ConvertBySystem(iconv_t converter, unsigned lead, unsigned trail) {
     return iconv(converter, &from, &fromLeft, &to, &toLeft) == 0 && fromLeft == 0 && toLeft == 0 ? character : L'\0';
 }
 
-TEST(LinuxText, EveryPairThatTheSystemKnowsIsConvertedAsTheSystemDoes) {
+TEST(LinuxText, EveryPairIsConvertedAsBySystemIconv) {
     const iconv_t converter = iconv_open("WCHAR_T", "CP936");
     ASSERT_NE(reinterpret_cast<std::intptr_t>(converter), -1);
     int known = 0;
@@ -42,7 +42,7 @@ TEST(LinuxText, EveryPairThatTheSystemKnowsIsConvertedAsTheSystemDoes) {
     iconv_close(converter);
 }
 
-TEST(LinuxText, TheSystemsOwnCodePageIsUtf8) {
+TEST(LinuxText, TheSystemCodePageIsUtf8) {
     wchar_t wide[2] = {};
     ASSERT_EQ(platform::ToWide(platform::codePageAnsi, "\xE4\xBA\xAC", 3, wide, 2), 1);
     EXPECT_EQ(wide[0], L'\x4EAC');
@@ -51,7 +51,7 @@ TEST(LinuxText, TheSystemsOwnCodePageIsUtf8) {
     EXPECT_STREQ(bytes, "\xE4\xBA\xAC");
 }
 
-TEST(LinuxText, CharactersBeyondTheLastOneBecomeReplacementCharacters) {
+TEST(LinuxText, CharactersBeyondUnicodeBecomeReplacementCharacters) {
     const wchar_t wide[] = {0x10FFFF, 0x110000, -1};
     char bytes[16] = {};
     ASSERT_EQ(platform::FromWide(platform::codePageUtf8, wide, 3, bytes, 16), 10);
@@ -60,7 +60,7 @@ TEST(LinuxText, CharactersBeyondTheLastOneBecomeReplacementCharacters) {
     EXPECT_EQ(std::string(bytes, 3), "???");
 }
 
-TEST(LinuxText, FailuresTellTheirReason) {
+TEST(LinuxText, FailuresSetTheLastError) {
     wchar_t wide[1] = {};
     EXPECT_EQ(platform::ToWide(platform::codePageUtf8, nullptr, 1, wide, 1), 0);
     EXPECT_EQ(platform::LastError(), static_cast<std::uint32_t>(EINVAL));

@@ -23,7 +23,7 @@ using Process = ProcessFixture;
 
 // Listing
 
-TEST_F(Process, TheListHoldsThisOneUnderANameWithoutFolders) {
+TEST_F(Process, TheListContainsThisProcessWithoutAPath) {
     const std::vector<ProcessEntry> entries = List();
     for (std::size_t index = 1; index < entries.size(); ++index) {
         EXPECT_NE(entries[index].processId, 0u);
@@ -32,21 +32,21 @@ TEST_F(Process, TheListHoldsThisOneUnderANameWithoutFolders) {
     EXPECT_TRUE(IsListed(OwnProcessId()));
 }
 
-TEST_F(Process, TheFirstOneListedIsNeverTheOneThatWasStarted) {
+TEST_F(Process, TheFirstEntryIsNeverTheStartedProcess) {
     const ProcessInformation started = StartLasting(helperName);
     const std::vector<ProcessEntry> entries = List();
     EXPECT_NE(entries.front().processId, started.processId);
     EXPECT_TRUE(IsListed(started.processId));
 }
 
-TEST_F(Process, ALongNameIsListedWhole) {
+TEST_F(Process, ALongNameIsListedCompletely) {
     const std::string name = "vexlane-test-sixteen-and-more.exe";
     CopyHelper(OwnFolder() / name);
     const ProcessInformation started = StartLasting(name);
     EXPECT_EQ(ListedAs(name), Ids{started.processId});
 }
 
-TEST_F(Process, AListThatRunsOutOfMemoryThrowsAndLeavesNothingOpen) {
+TEST_F(Process, AllocationFailureInTheListThrowsAndLeaksNothing) {
     List();
     const std::size_t before = test_support::CountOpen().all;
     bool hasFailed = true;
@@ -65,7 +65,7 @@ TEST_F(Process, AListThatRunsOutOfMemoryThrowsAndLeavesNothingOpen) {
 
 // Starting
 
-TEST_F(Process, TheRecordOfAStartedOneNamesIt) {
+TEST_F(Process, StartReturnsTheProcessAndItsIds) {
     const ProcessInformation started = StartLasting(helperName);
     EXPECT_NE(started.process, 0u);
     EXPECT_NE(started.processId, 0u);
@@ -73,7 +73,7 @@ TEST_F(Process, TheRecordOfAStartedOneNamesIt) {
     EXPECT_EQ(ListedAs(helperName), Ids{started.processId});
 }
 
-TEST_F(Process, AMissingProgramIsNotStartedAndTheRecordStays) {
+TEST_F(Process, AMissingProgramIsNotStartedAndTheRecordIsUnchanged) {
     ProcessInformation started;
     started.processId = 77;
     platform::SetLastError(0);
@@ -83,7 +83,7 @@ TEST_F(Process, AMissingProgramIsNotStartedAndTheRecordStays) {
     EXPECT_EQ(started.process, 0u);
 }
 
-TEST_F(Process, AFileThatIsNoProgramIsNotStarted) {
+TEST_F(Process, AFileThatIsNotAProgramIsNotStarted) {
     for (const char* name : {"vexlane-test-text.exe", "vexlane-test-empty.exe"}) {
         std::ofstream(folder / name) << (name == std::string("vexlane-test-text.exe") ? "no program at all" : "");
         const std::string program = '"' + (folder / name).string() + '"';
@@ -96,13 +96,13 @@ TEST_F(Process, AFileThatIsNoProgramIsNotStarted) {
     }
 }
 
-TEST_F(ProgramSearch, FindsItOnThePathAndRatherInTheOwnFolder) {
+TEST_F(ProgramSearch, PrefersItsOwnFolderToThePath) {
     for (const std::filesystem::path& place : {onPath, OwnFolder()}) {
         ExpectIsStarted(CopyHelper(place / name));
     }
 }
 
-TEST_F(Process, AStartedOneHasTheEnvironmentAndTheFolderOfThisOne) {
+TEST_F(Process, AStartedProcessInheritsEnvironmentAndFolder) {
     test_support::SetEnvironment("VEXLANE_TEST_VARIABLE", "handed on");
     std::filesystem::current_path(folder);
     auto report = Report(helperName);
@@ -113,7 +113,7 @@ TEST_F(Process, AStartedOneHasTheEnvironmentAndTheFolderOfThisOne) {
 
 // Ending
 
-TEST_F(Process, ATerminatedOneIsGoneWhenTheCallComesBack) {
+TEST_F(Process, ATerminatedProcessIsGoneWhenTheCallReturns) {
     for (int round = 0; round < 5; ++round) {
         const ProcessInformation started = StartLasting(helperName);
         EXPECT_TRUE(platform::TerminateProcess(started.process, 0));
@@ -121,18 +121,18 @@ TEST_F(Process, ATerminatedOneIsGoneWhenTheCallComesBack) {
     }
 }
 
-TEST_F(Process, OneThatIsKilledFromOutsideIsNotListedAnyMore) {
+TEST_F(Process, AProcessKilledFromOutsideIsNotListed) {
     const ProcessInformation started = StartLasting(helperName);
     KillFromOutside(started.processId);
     EXPECT_TRUE(WaitUntil([&] { return !IsListed(started.processId); }));
 }
 
-TEST_F(Process, OneThatEndsByItselfIsNotListedAnyMore) {
+TEST_F(Process, AnExitedProcessIsNotListed) {
     const ProcessInformation started = Start(helperName + std::string(" exit"));
     EXPECT_TRUE(WaitUntil([&] { return !IsListed(started.processId); }));
 }
 
-TEST_F(Process, TheEmptyHandleEndsNothing) {
+TEST_F(Process, TheEmptyHandleTerminatesNothing) {
     const ProcessInformation started = StartLasting(helperName);
     std::atomic<bool> isEnding = false;
     std::atomic<int> turns = 0;
@@ -154,7 +154,7 @@ TEST_F(Process, TheEmptyHandleEndsNothing) {
 
 // Opening
 
-TEST_F(Process, AnOpenedOneCanBeTerminated) {
+TEST_F(Process, AnOpenedProcessCanBeTerminated) {
     const ProcessInformation started = StartLasting(helperName);
     const SystemHandle opened = platform::OpenProcess(platform::processAllAccess, true, started.processId);
     ASSERT_NE(opened, 0u);
@@ -162,7 +162,7 @@ TEST_F(Process, AnOpenedOneCanBeTerminated) {
     EXPECT_FALSE(IsListed(started.processId));
 }
 
-TEST_F(Process, OneThatDoesNotExistIsNotOpened) {
+TEST_F(Process, OpenFailsForAMissingProcess) {
     for (const std::uint32_t process : {0u, 0x7FFFFFFFu, 0xFFFFFFFFu}) {
         platform::SetLastError(0);
         EXPECT_EQ(platform::OpenProcess(platform::processAllAccess, true, process), 0u) << process;
@@ -170,7 +170,7 @@ TEST_F(Process, OneThatDoesNotExistIsNotOpened) {
     }
 }
 
-TEST_F(Process, ManyThreadsMayListStartAndTerminate) {
+TEST_F(Process, ManyThreadsCanListStartAndTerminate) {
     const ProcessInformation lasting = StartLasting(helperName);
     std::atomic<int> failures = 0;
     std::vector<std::thread> threads;

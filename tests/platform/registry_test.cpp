@@ -48,7 +48,7 @@ TEST_F(Registry, AMissingKeyIsNotOpened) {
     EXPECT_TRUE(registry.IsEmpty(machine, ""));
 }
 
-TEST_F(Registry, CreatingAKeyMakesItsParentsAndNoValue) {
+TEST_F(Registry, CreatingAKeyCreatesItsParentsAndNoValue) {
     for (const RegistryHive hive : {machine, user}) {
         RegistryHandle key = 0;
         ASSERT_EQ(Create(hive, key), 0u);
@@ -59,7 +59,7 @@ TEST_F(Registry, CreatingAKeyMakesItsParentsAndNoValue) {
     }
 }
 
-TEST_F(Registry, AKeyThatExistsIsOpenedAndCreatedAgainWithItsValues) {
+TEST_F(Registry, OpenAndCreateKeepTheValuesOfAnExistingKey) {
     registry.StoreBytes(machine, keyPath, "DebugLevel", "3");
     for (const bool create : {false, true}) {
         RegistryHandle key = 0;
@@ -72,7 +72,7 @@ TEST_F(Registry, AKeyThatExistsIsOpenedAndCreatedAgainWithItsValues) {
     }
 }
 
-TEST_F(Registry, TheHivesAreApart) {
+TEST_F(Registry, TheHivesAreSeparate) {
     registry.MakeKey(machine, keyPath);
     RegistryHandle key = 0;
     EXPECT_NE(Open(user, key), 0u);
@@ -91,7 +91,7 @@ TEST_F(Registry, ABlockedHiveRefusesEverything) {
     EXPECT_EQ(key, 0u);
 }
 
-TEST_F(Registry, AValueIsItsBytes) {
+TEST_F(Registry, AValueIsReturnedUnchanged) {
     const std::string bytes("a\0b\n\xFF", 5);
     const RegistryHandle key = KeyWithValue("value", bytes);
     char buffer[5] = {};
@@ -101,7 +101,7 @@ TEST_F(Registry, AValueIsItsBytes) {
     platform::CloseRegistryKey(key);
 }
 
-TEST_F(Registry, ATextAndANumberAreTheirBytesToo) {
+TEST_F(Registry, TextsAndNumbersAreReturnedAsBytes) {
     registry.StoreText(machine, keyPath, "text", "17");
     registry.StoreNumber(machine, keyPath, "number", 0x01020304);
     RegistryHandle key = 0;
@@ -116,7 +116,7 @@ TEST_F(Registry, ATextAndANumberAreTheirBytesToo) {
     platform::CloseRegistryKey(key);
 }
 
-TEST_F(Registry, AnEmptyValueIsASuccessOfNoBytes) {
+TEST_F(Registry, AnEmptyValueIsReadSuccessfully) {
     const RegistryHandle key = KeyWithValue("value", "");
     char buffer[5] = {};
     std::uint32_t size = sizeof(buffer);
@@ -125,7 +125,7 @@ TEST_F(Registry, AnEmptyValueIsASuccessOfNoBytes) {
     platform::CloseRegistryKey(key);
 }
 
-TEST_F(Registry, AValueAsLongAsTheBufferFitsAndALongerOneIsAFailure) {
+TEST_F(Registry, AValueLongerThanTheBufferIsAFailure) {
     for (const std::size_t length : {10239u, 10240u, 10241u, 100000u}) {
         const RegistryHandle key = KeyWithValue("value", std::string(length, 'v'));
         std::vector<char> buffer(10241, '#');
@@ -142,7 +142,7 @@ TEST_F(Registry, AValueAsLongAsTheBufferFitsAndALongerOneIsAFailure) {
     }
 }
 
-TEST_F(Registry, WithoutABufferTheSizeIsAnswered) {
+TEST_F(Registry, WithoutABufferTheSizeIsReturned) {
     const RegistryHandle key = KeyWithValue("value", "twelve bytes");
     std::uint32_t size = 0;
     EXPECT_EQ(platform::QueryRegistryValue(key, "value", nullptr, size), 0u);
@@ -169,7 +169,7 @@ TEST_F(Registry, ClosingNoKeyDoesNothing) {
     platform::CloseRegistryKey(0);
 }
 
-TEST_F(Registry, ManyThreadsMayCreateTheSameKey) {
+TEST_F(Registry, ManyThreadsCanCreateTheSameKey) {
     std::vector<std::thread> threads;
     std::vector<std::uint32_t> statuses(8, 1);
     for (std::uint32_t& status : statuses) {

@@ -60,13 +60,13 @@ TEST(SimplifiedChinese, APlateKeepsItsProvinceAndItsNulPadding) {
                                                15));
 }
 
-TEST(SimplifiedChinese, AsciiStaysAsItIs) {
+TEST(SimplifiedChinese, AsciiIsUnchanged) {
     for (unsigned byte = 0; byte < 0x80; ++byte) {
         EXPECT_EQ(FromChinese(std::string(1, static_cast<char>(byte))), OneCharacter(byte));
     }
 }
 
-TEST(SimplifiedChinese, SingleBytesOutsideThePairsHaveCharactersOfTheirOwn) {
+TEST(SimplifiedChinese, SingleBytesOutsideThePairsAreConverted) {
     EXPECT_EQ(FromChinese("\x80"), L"\x20AC");
     EXPECT_EQ(FromChinese("\xFF"), L"\xF8F5");
     EXPECT_EQ(FromChinese("\x80\xFF"), L"\x20AC\xF8F5");
@@ -96,7 +96,7 @@ TEST(SimplifiedChinese, UserDefinedRowsBecomePrivateCharactersInOrder) {
     EXPECT_EQ(expected, 0xE766u);
 }
 
-TEST(SimplifiedChinese, UnassignedPairsBecomeThePrivateCharactersBehindThose) {
+TEST(SimplifiedChinese, UnassignedPairsBecomeTheNextPrivateCharacters) {
     EXPECT_EQ(FromChinese("\xA2\xAB"), L"\xE766");
     EXPECT_EQ(FromChinese("\xA6\xD9"), L"\xE78D");
     EXPECT_EQ(FromChinese("\xA8\xBF"), L"\xE7C8");
@@ -154,7 +154,7 @@ unsigned CharacterOf(unsigned pair) {
     return wide.empty() ? 0 : static_cast<unsigned>(wide.front());
 }
 
-TEST(SimplifiedChinese, SymbolsStandInTheOrderOfTheirBlocks) {
+TEST(SimplifiedChinese, SymbolsAreInTheOrderOfTheirBlocks) {
     const CharacterRun runs[] = {
         {0xA2A1, 0xA2AA, 0x2170},  // small Roman numbers
         {0xA2B1, 0xA2C4, 0x2488},  // numbers with a full stop
@@ -182,7 +182,7 @@ TEST(SimplifiedChinese, SymbolsStandInTheOrderOfTheirBlocks) {
 
 // The older standard contains a selection of the ideographs. The code page adds all others in Unicode order, in two
 // areas around it, and at the end some compatibility ideographs.
-TEST(SimplifiedChinese, EveryIdeographStandsInItsPlace) {
+TEST(SimplifiedChinese, EveryIdeographIsInOrder) {
     std::set<unsigned> chosen;
     for (unsigned lead = 0xB0; lead <= 0xF7; ++lead) {
         for (unsigned trail = 0xA1; trail <= (lead == 0xD7 ? 0xF9u : 0xFEu); ++trail) {
@@ -218,7 +218,7 @@ TEST(SimplifiedChinese, EveryIdeographStandsInItsPlace) {
                                             0xFA20, 0xFA21, 0xFA23, 0xFA24, 0xFA27, 0xFA28, 0xFA29}));
 }
 
-TEST(SimplifiedChinese, EveryProvinceOnAPlateIsItsCharacter) {
+TEST(SimplifiedChinese, EveryProvinceIsConverted) {
     const std::pair<unsigned, unsigned> provinces[] = {
         {0xBEA9, 0x4EAC}, {0xBDF2, 0x6D25}, {0xBCBD, 0x5180}, {0xBDFA, 0x664B}, {0xC3C9, 0x8499}, {0xC1C9, 0x8FBD},
         {0xBCAA, 0x5409}, {0xBADA, 0x9ED1}, {0xBBA6, 0x6CAA}, {0xCBD5, 0x82CF}, {0xD5E3, 0x6D59}, {0xCDEE, 0x7696},
@@ -232,7 +232,7 @@ TEST(SimplifiedChinese, EveryProvinceOnAPlateIsItsCharacter) {
 }
 
 // 21791 characters, and a different private character for every other pair.
-TEST(SimplifiedChinese, NoTwoPairsAreTheSameCharacter) {
+TEST(SimplifiedChinese, NoTwoPairsHaveTheSameCharacter) {
     std::set<unsigned> assigned;
     std::set<unsigned> unassigned;
     for (unsigned lead = 0x81; lead <= 0xFE; ++lead) {
@@ -250,7 +250,7 @@ TEST(SimplifiedChinese, NoTwoPairsAreTheSameCharacter) {
 }
 
 // A checksum of the results of Windows for all pairs (FNV-1a over each result's length and code units).
-TEST(SimplifiedChinese, EveryPairIsTheCharacterThatWindowsMakesOfIt) {
+TEST(SimplifiedChinese, EveryPairIsConvertedAsByWindows) {
     std::uint32_t sum = 2166136261u;
     const auto add = [&sum](unsigned value) { sum = (sum ^ value) * 16777619u; };
     for (unsigned first = 0; first <= 0xFF; ++first) {
@@ -266,7 +266,7 @@ TEST(SimplifiedChinese, EveryPairIsTheCharacterThatWindowsMakesOfIt) {
     EXPECT_EQ(sum, 0x9DFD12EBu);
 }
 
-TEST(SimplifiedChinese, EveryCharacterThatItHasComesBack) {
+TEST(SimplifiedChinese, EveryCharacterRoundTrips) {
     for (unsigned first = 0; first <= 0xFF; ++first) {
         const std::string single(1, static_cast<char>(first));
         if (first <= 0x80 || first == 0xFF) {
@@ -282,14 +282,14 @@ TEST(SimplifiedChinese, EveryCharacterThatItHasComesBack) {
     }
 }
 
-TEST(SimplifiedChinese, ACharacterThatItDoesNotHaveIsAQuestionMark) {
+TEST(SimplifiedChinese, AnUnmappableCharacterIsAQuestionMark) {
     EXPECT_EQ(Narrow(codePageSimplifiedChinese, L"a\x0E01z"), "a?z");
     EXPECT_EQ(Narrow(codePageSimplifiedChinese, L"\x00A2"), "?");  // not a similar character
     EXPECT_EQ(Narrow(codePageSimplifiedChinese, std::wstring(1, static_cast<wchar_t>(0xD800))), "?");
     EXPECT_EQ(Narrow(codePageSimplifiedChinese, std::wstring(L"a\0z", 3)), std::string("a\0z", 3));
 }
 
-TEST(SimplifiedChinese, ManyThreadsMayConvertFirst) {
+TEST(SimplifiedChinese, ManyThreadsCanConvertFirst) {
     std::vector<std::thread> threads;
     std::vector<std::wstring> answers(8);
     for (std::wstring& answer : answers) {
@@ -303,7 +303,7 @@ TEST(SimplifiedChinese, ManyThreadsMayConvertFirst) {
     }
 }
 
-TEST(Utf8, TextGoesBothWays) {
+TEST(Utf8, TextRoundTrips) {
     const std::string bytes("A\0\xC3\xA4\xE4\xBA\xAC\xEF\xBF\xBD\xF0\x9F\x98\x80z", 15);
     std::wstring wide(L"A\0\x00E4\x4EAC\xFFFD", 5);
     if constexpr (sizeof(wchar_t) == 2) {
@@ -317,7 +317,7 @@ TEST(Utf8, TextGoesBothWays) {
     EXPECT_EQ(Narrow(codePageUtf8, wide), bytes);
 }
 
-TEST(Utf8, EveryCharacterOfTheFirstPlaneComesBack) {
+TEST(Utf8, EveryCharacterOfTheFirstPlaneRoundTrips) {
     for (unsigned character = 0; character <= 0xFFFF; ++character) {
         if (character < 0xD800 || character > 0xDFFF) {
             const std::wstring wide = OneCharacter(character);
@@ -326,7 +326,7 @@ TEST(Utf8, EveryCharacterOfTheFirstPlaneComesBack) {
     }
 }
 
-TEST(Utf8, BytesWithoutMeaningBecomeReplacementCharactersAndWhatFollowsStays) {
+TEST(Utf8, InvalidBytesBecomeReplacementCharacters) {
     const auto widened = [](const std::string& bytes) { return Widen(codePageUtf8, bytes + "xyz"); };
     EXPECT_EQ(widened("\x80"), L"\xFFFDxyz");
     EXPECT_EQ(widened("\xFF"), L"\xFFFDxyz");
@@ -345,7 +345,7 @@ TEST(Utf8, ACharacterCutOffAtTheEndIsOneReplacementCharacter) {
     EXPECT_EQ(Widen(codePageUtf8, "a\xF0\x9F\x98"), L"a\xFFFD");
 }
 
-TEST(Utf8, HalvesOfASurrogatePairThatStandAloneBecomeReplacementCharacters) {
+TEST(Utf8, UnpairedSurrogatesBecomeReplacementCharacters) {
     const wchar_t high = static_cast<wchar_t>(0xD83D);
     const wchar_t low = static_cast<wchar_t>(0xDE00);
     EXPECT_EQ(Narrow(codePageUtf8, {high, L'a'}),
@@ -383,7 +383,7 @@ TEST(Conversion, AnUnknownCodePageIsAFailure) {
     EXPECT_NE(platform::LastError(), 0u);
 }
 
-TEST(Conversion, TooSmallACapacityIsAFailureAndWritesNothingBehindIt) {
+TEST(Conversion, TooSmallACapacityIsAFailureAndIsNotExceeded) {
     for (const std::uint32_t codePage : {codePageSimplifiedChinese, codePageUtf8}) {
         wchar_t wide[4] = {L'#', L'#', L'#', L'#'};
         platform::SetLastError(0);
@@ -399,7 +399,7 @@ TEST(Conversion, TooSmallACapacityIsAFailureAndWritesNothingBehindIt) {
     }
 }
 
-TEST(Conversion, ASuccessLeavesTheLastErrorAsItWas) {
+TEST(Conversion, SuccessKeepsTheLastError) {
     platform::SetLastError(77);
     EXPECT_EQ(FromChinese("\xBE\xA9"), L"\x4EAC");
     EXPECT_EQ(Narrow(codePageUtf8, L"\x4EAC"), "\xE4\xBA\xAC");

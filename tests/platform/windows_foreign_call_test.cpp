@@ -49,7 +49,7 @@ struct CountsItsEnd {
     int& count;
 };
 
-TEST(ForeignException, ThatLeavesTheCallIsThrownAsOneOfThisCompiler) {
+TEST(ForeignException, IsRethrownAsAnExceptionOfThisCompiler) {
     int destroyed = 0;
     int ended = 0;
     std::uint32_t code = 0;
@@ -66,30 +66,30 @@ TEST(ForeignException, ThatLeavesTheCallIsThrownAsOneOfThisCompiler) {
     EXPECT_EQ(std::uncaught_exceptions(), 0);
 }
 
-TEST(ForeignException, HasItsObjectDestroyedOnceWhileItIsIntact) {
+TEST(ForeignException, DestroysItsObjectOnce) {
     int destroyed = 0;
     EXPECT_THROW(CallForeign<&ThrowForeign>(&destroyed), ForeignException);
     EXPECT_EQ(destroyed, 1);
 }
 
-TEST(ForeignException, KeepsAnObjectThatBelongsToACatchBlockOutsideTheGuard) {
+TEST(ForeignException, KeepsTheObjectOfAnOuterCatchBlock) {
     int destroyed = 0;
     microsoft_exception::Thrown object = {&destroyed};
     EXPECT_THROW(CallForeign<&ThrowForeignAgain>(&object), ForeignException);
     EXPECT_EQ(destroyed, 0);
 }
 
-TEST(ForeignException, MayNameNoObject) {
+TEST(ForeignException, MayHaveNoObject) {
     EXPECT_THROW(CallForeign<&RaiseWithoutArguments>(microsoftCode), ForeignException);
 }
 
-TEST(ForeignException, EndsAtTheInnermostGuard) {
+TEST(ForeignException, IsCaughtByTheInnermostGuard) {
     int destroyed = 0;
     EXPECT_EQ(CallForeign<&CatchForeign>(&destroyed), 1);
     EXPECT_EQ(destroyed, 1);
 }
 
-TEST(ForeignException, EndsInACatchBlockAndInADestructorToo) {
+TEST(ForeignException, IsCaughtInCatchBlocksAndDestructors) {
     int destroyed = 0;
     struct CallsInItsEnd {
         ~CallsInItsEnd() { EXPECT_EQ(CatchForeign(destroyed), 1); }
@@ -123,7 +123,7 @@ int RaiseAndReturn(std::uint32_t code) {
     return 77;
 }
 
-TEST(ForeignException, OfTheSystemIsLeftToWhoeverHandlesIt) {
+TEST(ForeignException, SystemExceptionsAreNotCaught) {
     constexpr std::uint32_t managedCode = 0xE0434352;
     constexpr std::uint32_t wideDebugOutput = 0x4001000A;
     const auto before = SetUnhandledExceptionFilter(Continue);
@@ -141,7 +141,7 @@ TEST(ForeignException, OfTheSystemIsLeftToWhoeverHandlesIt) {
     SetUnhandledExceptionFilter(before);
 }
 
-TEST(ForeignException, TakesNoStackAndLeavesLocksFree) {
+TEST(ForeignException, RestoresTheStackAndReleasesLocks) {
     constexpr int rounds = 1000;
     std::mutex mutex;
     std::array<int, 2> caught = {};

@@ -16,7 +16,7 @@ namespace {
 constexpr char subjectName[] = "library-subject.dll";
 constexpr DWORD longestWaitMilliseconds = 60'000;
 
-TEST(WindowsLastError, TheTextIsTheSystemsOwnWithItsLineEnd) {
+TEST(WindowsLastError, TheTextIsTheSystemsWithItsLineEnd) {
     char text[512] = {};
     for (const DWORD error : {DWORD{ERROR_FILE_NOT_FOUND}, DWORD{ERROR_ACCESS_DENIED}, DWORD{ERROR_INVALID_HANDLE}}) {
         const DWORD length = FormatMessageA(FORMAT_MESSAGE_IGNORE_INSERTS | FORMAT_MESSAGE_FROM_SYSTEM, nullptr, error,
@@ -27,11 +27,11 @@ TEST(WindowsLastError, TheTextIsTheSystemsOwnWithItsLineEnd) {
     }
 }
 
-TEST(WindowsLastError, TextsWithInsertsAreLeftAsTheyAre) {
+TEST(WindowsLastError, InsertsInTextsAreKept) {
     EXPECT_NE(platform::SystemErrorText(ERROR_BAD_EXE_FORMAT).find("%1"), std::string::npos);
 }
 
-TEST(WindowsLastError, IsTheOneThatTheSystemKeeps) {
+TEST(WindowsLastError, IsTheSystemsLastError) {
     SetLastError(1234);
     EXPECT_EQ(platform::LastError(), 1234u);
     platform::SetLastError(4321);
@@ -80,7 +80,7 @@ TEST_F(WindowsLibrary, AReferenceKeepsItLoadedUntilItIsDropped) {
     EXPECT_FALSE(IsLoaded());
 }
 
-TEST_F(WindowsLibrary, AThreadThatReleasesItsReferenceEndsAndUnloadsIt) {
+TEST_F(WindowsLibrary, ReleaseEndsTheThreadAndUnloadsTheLibrary) {
     Find<void()>("Hold")();
     const HANDLE thread = Find<HANDLE(HANDLE)>("StartReleasing")(event);
     ASSERT_NE(thread, nullptr);
@@ -95,7 +95,7 @@ TEST_F(WindowsLibrary, AThreadThatReleasesItsReferenceEndsAndUnloadsIt) {
     EXPECT_FALSE(IsLoaded());
 }
 
-TEST_F(WindowsLibrary, AReferenceIsToTheLibraryWhoseCodeAsksForIt) {
+TEST_F(WindowsLibrary, AReferenceIsToTheCallingLibrary) {
     const HANDLE thread = Find<HANDLE(HANDLE)>("StartHoldingAndReleasing")(event);
     SetEvent(event);
     EXPECT_EQ(WaitForSingleObject(thread, longestWaitMilliseconds), WAIT_OBJECT_0);
@@ -127,11 +127,11 @@ std::string EndOf(const std::string& manner) {
     return word;
 }
 
-TEST(WindowsLibraryEnd, OtherThreadsAreThereWhileItIsUnloaded) {
+TEST(WindowsLibraryEnd, OtherThreadsRunDuringUnload) {
     EXPECT_EQ(EndOf("unload"), "there");
 }
 
-TEST(WindowsLibraryEnd, OtherThreadsAreGoneWhenTheProcessEnds) {
+TEST(WindowsLibraryEnd, OtherThreadsAreGoneAtProcessExit) {
     EXPECT_EQ(EndOf("end"), "gone");
 }
 

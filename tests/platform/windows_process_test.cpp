@@ -74,14 +74,14 @@ class LockedFile {
 
 using WindowsProcess = ProcessFixture;
 
-TEST_F(WindowsProcess, TheListBeginsWithTheSystemsOwn) {
+TEST_F(WindowsProcess, TheListStartsWithTheSystemProcess) {
     if (IsWine()) {
         GTEST_SKIP() << "there the list begins with a process like any other";
     }
     EXPECT_EQ(List().front().processId, 0u);
 }
 
-TEST_F(WindowsProcess, ItsWindowIsShownAsAskedFor) {
+TEST_F(WindowsProcess, WindowModeIsPassedOn) {
     for (const std::uint32_t showWindow : {platform::showWindowHidden, platform::showWindowShown}) {
         auto report = Report(helperName, showWindow);
         EXPECT_EQ(report["flags"], std::to_string(STARTF_USESHOWWINDOW));
@@ -89,17 +89,17 @@ TEST_F(WindowsProcess, ItsWindowIsShownAsAskedFor) {
     }
 }
 
-TEST_F(WindowsProcess, ItsCommandLineIsWhatWasAskedFor) {
+TEST_F(WindowsProcess, CommandLineIsPassedOn) {
     const std::string file = (folder / "report").string();
     EXPECT_EQ(Report(helperName)["command-line"], helperName + std::string(" report \"") + file + "\"");
 }
 
-TEST_F(ProgramSearch, FindsItInTheCurrentFolderBeforeThePathAsTheSystemDoes) {
+TEST_F(ProgramSearch, PrefersTheCurrentFolderToThePath) {
     CopyHelper(onPath / name);
     ExpectIsStarted(CopyHelper(current / name));
 }
 
-TEST_F(WindowsProcess, ItInheritsNoHandle) {
+TEST_F(WindowsProcess, InheritsNoHandle) {
     const LockedFile file(folder / "locked");
     StartLasting(helperName);
     EXPECT_TRUE(file.IsOpenSomewhere());
@@ -108,7 +108,7 @@ TEST_F(WindowsProcess, ItInheritsNoHandle) {
 }
 
 // Shows that the test above would fail if the child inherited the handle.
-TEST_F(WindowsProcess, AHandleThatIsInheritedIsSeen) {
+TEST_F(WindowsProcess, AnInheritedHandleIsDetected) {
     const LockedFile file(folder / "locked");
     STARTUPINFOA startup = {};
     startup.cb = sizeof(startup);
@@ -125,7 +125,7 @@ TEST_F(WindowsProcess, AHandleThatIsInheritedIsSeen) {
     CloseHandle(started.hThread);
 }
 
-TEST_F(WindowsProcess, ATerminatedOneHasTheExitCodeThatItWasGiven) {
+TEST_F(WindowsProcess, ATerminatedProcessHasTheGivenExitCode) {
     for (const std::uint32_t code : {0xFFFFFFFFu, 0u, 7u}) {
         const ProcessInformation started = StartLasting(helperName);
         EXPECT_EQ(ExitCodeOf(started.process), DWORD{STILL_ACTIVE});
@@ -135,7 +135,7 @@ TEST_F(WindowsProcess, ATerminatedOneHasTheExitCodeThatItWasGiven) {
     }
 }
 
-TEST_F(WindowsProcess, TerminatingOneThatHasEndedIsAFailure) {
+TEST_F(WindowsProcess, TerminatingAnEndedProcessFails) {
     if (IsWine()) {
         GTEST_SKIP() << "there it is a success";
     }
@@ -150,14 +150,14 @@ TEST_F(WindowsProcess, TerminatingOneThatHasEndedIsAFailure) {
     }
 }
 
-TEST_F(WindowsProcess, TheEmptyHandleIsAnInvalidOne) {
+TEST_F(WindowsProcess, TheEmptyHandleIsInvalid) {
     platform::SetLastError(0);
     EXPECT_FALSE(platform::TerminateProcess(0, 0xFFFFFFFF));
     EXPECT_EQ(platform::LastError(), std::uint32_t{ERROR_INVALID_HANDLE});
 }
 
 // A debugger that does not respond prevents its process from ending.
-TEST_F(WindowsProcess, OneThatIsKeptFromEndingIsNotWaitedForLong) {
+TEST_F(WindowsProcess, TerminateDoesNotWaitLongForABlockedProcess) {
     STARTUPINFOA startup = {};
     startup.cb = sizeof(startup);
     PROCESS_INFORMATION started = {};
@@ -174,7 +174,7 @@ TEST_F(WindowsProcess, OneThatIsKeptFromEndingIsNotWaitedForLong) {
     CloseHandle(started.hThread);
 }
 
-TEST_F(WindowsProcess, AnOpenedOneHasTheRightsThatWereAskedForAndIsInheritableAsAskedFor) {
+TEST_F(WindowsProcess, OpenReturnsTheRequestedRightsAndInheritance) {
     const ProcessInformation started = StartLasting(helperName);
     const SystemHandle all = platform::OpenProcess(platform::processAllAccess, true, started.processId);
     const SystemHandle few = platform::OpenProcess(SYNCHRONIZE, false, started.processId);
@@ -191,7 +191,7 @@ TEST_F(WindowsProcess, AnOpenedOneHasTheRightsThatWereAskedForAndIsInheritableAs
     CloseHandle(ToHandle(few));
 }
 
-TEST_F(WindowsProcess, OneThatDoesNotExistIsAWrongParameter) {
+TEST_F(WindowsProcess, OpenFailsWithInvalidParameterForAMissingProcess) {
     for (const std::uint32_t process : {0u, 0x7FFFFFFCu}) {
         platform::SetLastError(0);
         EXPECT_EQ(platform::OpenProcess(platform::processAllAccess, true, process), 0u);

@@ -25,7 +25,7 @@ class WindowsRegistry : public testing::Test {
     test_support::ScratchRegistry registry;
 };
 
-TEST_F(WindowsRegistry, FailuresTellTheSystemsReason) {
+TEST_F(WindowsRegistry, FailuresReturnTheSystemsError) {
     registry.StoreBytes(machine, "key", "value", std::string(100, 'v'));
     const RegistryHandle key = Created("key");
     char buffer[10] = {};
@@ -37,7 +37,7 @@ TEST_F(WindowsRegistry, FailuresTellTheSystemsReason) {
     platform::CloseRegistryKey(key);
 }
 
-TEST_F(WindowsRegistry, AHandleIsTheSystemsOwnAndCanDoEverything) {
+TEST_F(WindowsRegistry, AHandleIsTheSystemsWithAllRights) {
     const RegistryHandle key = Created("key");
     const HKEY system = reinterpret_cast<HKEY>(key);
     EXPECT_EQ(RegSetValueExA(system, "value", 0, REG_SZ, reinterpret_cast<const BYTE*>("1"), 2), ERROR_SUCCESS);
@@ -47,7 +47,7 @@ TEST_F(WindowsRegistry, AHandleIsTheSystemsOwnAndCanDoEverything) {
 }
 
 // A volatile key could not have a non-volatile subkey.
-TEST_F(WindowsRegistry, AKeyThatIsMadeStays) {
+TEST_F(WindowsRegistry, ACreatedKeyIsNotVolatile) {
     const RegistryHandle key = Created("key");
     HKEY child = nullptr;
     EXPECT_EQ(RegCreateKeyExA(reinterpret_cast<HKEY>(key), "child", 0, nullptr, REG_OPTION_NON_VOLATILE, KEY_READ,

@@ -10,7 +10,7 @@
 namespace {
 
 // Tests every byte, followed by a valid second byte in case it is a lead byte.
-TEST(WindowsText, TheSystemsOwnCodePageIsTheOneThatTheSystemNames) {
+TEST(WindowsText, TheSystemCodePageIsTheActiveOne) {
     for (int byte = 1; byte <= 0xFF; ++byte) {
         const char text[] = {static_cast<char>(byte), 'A', 'z'};
         wchar_t own[4] = {};
@@ -21,7 +21,7 @@ TEST(WindowsText, TheSystemsOwnCodePageIsTheOneThatTheSystemNames) {
     }
 }
 
-TEST(WindowsText, FailuresTellTheirReason) {
+TEST(WindowsText, FailuresSetTheLastError) {
     wchar_t wide[1] = {};
     char byte[1] = {};
     platform::SetLastError(0);

@@ -32,7 +32,7 @@ class ForkedChild : public testing::Test {
     std::atomic<bool> mayGoOn = false;
 };
 
-TEST_F(ForkedChild, UsesTheLauncherAndExitsWhileThePollThreadHoldsItsLocks) {
+TEST_F(ForkedChild, CanUseTheLauncherWhileThePollThreadHoldsItsLocks) {
     ASSERT_TRUE(WaitUntil([this] { return isInPoll.load(); }));
     EXPECT_EQ(test_support::ExitCodeOfForkedChild([] {
                   fake_processes::SetForkedChild(true);

@@ -16,7 +16,7 @@ namespace fs = std::filesystem;
 
 using LinuxServerProcess = ServerProcess;
 
-TEST_F(LinuxServerProcess, LeavesNoZombieBehind) {
+TEST_F(LinuxServerProcess, LeavesNoZombie) {
     StartPolling();
     for (int round = 0; round < 3; ++round) {
         const pid_t server = TheServer();
@@ -50,7 +50,7 @@ TEST_F(LinuxServerProcess, InheritsNoDescriptorOfTheHost) {
     }
 }
 
-TEST_F(LinuxServerProcess, OfAStrangerIsAdoptedInPlaceOfOursAndEndedByTheNextStop) {
+TEST_F(LinuxServerProcess, ForeignServerReplacesOursAndIsEndedByStop) {
     StartPolling();
     const pid_t ours = TheServer();
     ASSERT_NE(ours, 0);
@@ -64,7 +64,7 @@ TEST_F(LinuxServerProcess, OfAStrangerIsAdoptedInPlaceOfOursAndEndedByTheNextSto
     EXPECT_NE(stranger->Wait().signal, 0) << "it was the test's to wait for";
 }
 
-TEST_F(LinuxServerProcess, ThatBlocksAllSignalsIsEnded) {
+TEST_F(LinuxServerProcess, StopEndsAServerThatBlocksAllSignals) {
     ExpectThatItIsEnded("blocks-signals");
 }
 

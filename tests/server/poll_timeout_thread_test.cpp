@@ -75,7 +75,7 @@ TEST(PollTimeoutThread, PollsAtOnce) {
     EXPECT_TRUE(polls.Reaches(1));
 }
 
-TEST(PollTimeoutThread, PollsOnAThreadOfItsOwnAndAlwaysOnTheSame) {
+TEST(PollTimeoutThread, PollsOnOneSeparateThread) {
     std::mutex mutex;
     std::vector<std::thread::id> threads;
     PollTimeoutThread poll;
@@ -104,7 +104,7 @@ TEST(PollTimeoutThread, PollsAgainAfterEachPeriod) {
     EXPECT_GE(steady_clock::now() - start, std::chrono::milliseconds(50 * periodCount - 20));
 }
 
-TEST(PollTimeoutThread, WaitsFiveSecondsUnlessToldOtherwise) {
+TEST(PollTimeoutThread, WaitsFiveSecondsByDefault) {
     Waits waits;
     Counter polls;
     PollTimeoutThread poll;
@@ -115,7 +115,7 @@ TEST(PollTimeoutThread, WaitsFiveSecondsUnlessToldOtherwise) {
     EXPECT_THAT(waits.Periods(), testing::Each(5'000'000));
 }
 
-TEST(PollTimeoutThread, HandsThePeriodToTheWaitActionInMicroseconds) {
+TEST(PollTimeoutThread, PassesThePeriodToTheWaitActionInMicroseconds) {
     for (const auto& [milliseconds, microseconds] :
          std::vector<std::pair<std::int64_t, std::int64_t>>{{1, 1000}, {0, 0}, {anHour, 3'600'000'000}, {-7, -7000}}) {
         Waits waits;
@@ -130,7 +130,7 @@ TEST(PollTimeoutThread, HandsThePeriodToTheWaitActionInMicroseconds) {
     }
 }
 
-TEST(PollTimeoutThread, TakesAPeriodBeyondItsRange) {
+TEST(PollTimeoutThread, AcceptsAPeriodBeyondItsRange) {
     Waits waits;
     Counter polls;
     PollTimeoutThread poll;
@@ -141,7 +141,7 @@ TEST(PollTimeoutThread, TakesAPeriodBeyondItsRange) {
     EXPECT_TRUE(polls.Reaches(2));
 }
 
-TEST(PollTimeoutThread, WaitsForAsLongAsItCanWhenThePeriodIsBeyondItsRange) {
+TEST(PollTimeoutThread, WaitsTheMaximumForAPeriodBeyondItsRange) {
     for (const std::int64_t milliseconds : {INT64_MAX / 1000, INT64_MAX / 1000 + 1, INT64_MAX / 2 + 1, INT64_MAX}) {
         Counter polls;
         PollTimeoutThread poll;
@@ -156,7 +156,7 @@ TEST(PollTimeoutThread, WaitsForAsLongAsItCanWhenThePeriodIsBeyondItsRange) {
     }
 }
 
-TEST(PollTimeoutThread, HandsTheWaitActionTheLongestPeriodForOneBeyondItsRange) {
+TEST(PollTimeoutThread, PassesTheMaximumToTheWaitActionForAPeriodBeyondItsRange) {
     for (const auto& [milliseconds, microseconds] :
          std::vector<std::pair<std::int64_t, std::int64_t>>{{INT64_MAX / 1000, INT64_MAX / 1000 * 1000},
                                                             {INT64_MAX, INT64_MAX / 1000 * 1000},
@@ -173,7 +173,7 @@ TEST(PollTimeoutThread, HandsTheWaitActionTheLongestPeriodForOneBeyondItsRange) 
     }
 }
 
-TEST(PollTimeoutThread, TakesANewPeriodIntoAccountFromTheNextWaitOn) {
+TEST(PollTimeoutThread, UsesANewPeriodFromTheNextWaitOn) {
     Waits waits;
     waits.held = true;
     Counter polls;
@@ -198,7 +198,7 @@ TEST(PollTimeoutThread, DoesNotWaitAtAllForANegativePeriod) {
     EXPECT_TRUE(polls.Reaches(3));
 }
 
-TEST(PollTimeoutThread, WaitsByItselfAgainOnceTheWaitActionIsTakenAway) {
+TEST(PollTimeoutThread, WaitsByItselfAfterTheWaitActionIsRemoved) {
     Waits waits;
     Counter polls;
     PollTimeoutThread poll;
@@ -213,7 +213,7 @@ TEST(PollTimeoutThread, WaitsByItselfAgainOnceTheWaitActionIsTakenAway) {
     EXPECT_LT(waits.Periods().size(), static_cast<std::size_t>(polls.count));
 }
 
-TEST(PollTimeoutThread, KeepsItsActionWhenItIsStartedOnceMore) {
+TEST(PollTimeoutThread, KeepsItsActionWhenItIsStartedAgain) {
     Counter first;
     Counter second;
     PollTimeoutThread poll;
@@ -234,7 +234,7 @@ TEST(PollTimeoutThread, RunsWithoutAnAction) {
     EXPECT_TRUE(poll.IsRunning());
 }
 
-TEST(PollTimeoutThread, CutsALongWaitShortWhenItIsStopped) {
+TEST(PollTimeoutThread, StopInterruptsALongWait) {
     Counter polls;
     PollTimeoutThread poll;
     poll.SetPeriod(anHour);
@@ -247,7 +247,7 @@ TEST(PollTimeoutThread, CutsALongWaitShortWhenItIsStopped) {
     EXPECT_EQ(polls.count, 1);
 }
 
-TEST(PollTimeoutThread, InterruptsTheWaitActionWhenItIsStopped) {
+TEST(PollTimeoutThread, StopInterruptsTheWaitAction) {
     Waits waits;
     waits.held = true;
     Counter polls;
@@ -260,7 +260,7 @@ TEST(PollTimeoutThread, InterruptsTheWaitActionWhenItIsStopped) {
     EXPECT_EQ(polls.count, 1);
 }
 
-TEST(PollTimeoutThread, WaitsForAPollInProgressWhenItIsStopped) {
+TEST(PollTimeoutThread, StopWaitsForAPollInProgress) {
     std::atomic<bool> inPoll = false;
     std::atomic<bool> stopping = false;
     std::atomic<bool> pollEnded = false;
@@ -287,7 +287,7 @@ TEST(PollTimeoutThread, CanBeStoppedTwice) {
     EXPECT_FALSE(poll.IsRunning());
 }
 
-TEST(PollTimeoutThread, CanBeStoppedByManyAtOnce) {
+TEST(PollTimeoutThread, ManyThreadsCanStopIt) {
     for (int round = 0; round < 20; ++round) {
         Counter polls;
         PollTimeoutThread poll;
@@ -304,7 +304,7 @@ TEST(PollTimeoutThread, CanBeStoppedByManyAtOnce) {
     }
 }
 
-TEST(PollTimeoutThread, CanBeStoppedTheMomentItStarts) {
+TEST(PollTimeoutThread, CanBeStoppedRightAfterStart) {
     for (int round = 0; round < 200; ++round) {
         Counter polls;
         PollTimeoutThread poll;
@@ -316,7 +316,7 @@ TEST(PollTimeoutThread, CanBeStoppedTheMomentItStarts) {
     }
 }
 
-TEST(PollTimeoutThread, StoppedStartedAndStoppedAgainByManyAtOnceAlwaysEnds) {
+TEST(PollTimeoutThread, ManyThreadsCanStopAndStartIt) {
     constexpr int rounds = 100;
     PollTimeoutThread poll;
     poll.SetPeriod(anHour);
@@ -344,7 +344,7 @@ TEST(PollTimeoutThread, StoppedStartedAndStoppedAgainByManyAtOnceAlwaysEnds) {
     EXPECT_TRUE(WaitUntil([&] { return polls > before; })) << "and it can still be started";
 }
 
-TEST(PollTimeoutThread, EndsPollingAndNotTheProcessWhenTheWaitActionThrows) {
+TEST(PollTimeoutThread, ExceptionInTheWaitActionEndsPolling) {
     const std::vector<std::function<void()>> failures = {[] { throw std::runtime_error("no clock"); },
                                                          [] { throw 42; }};
     for (const std::function<void()>& fail : failures) {
@@ -369,7 +369,7 @@ TEST(PollTimeoutThread, EndsPollingAndNotTheProcessWhenTheWaitActionThrows) {
     }
 }
 
-TEST(PollTimeoutThread, StartsAgainAfterAStopWithTheNewAction) {
+TEST(PollTimeoutThread, UsesANewActionAfterStopAndStart) {
     Counter first;
     Counter second;
     PollTimeoutThread poll;
@@ -384,7 +384,7 @@ TEST(PollTimeoutThread, StartsAgainAfterAStopWithTheNewAction) {
     EXPECT_EQ(first.count, before);
 }
 
-TEST(PollTimeoutThread, StartedByManyAtOncePollsOnOneThread) {
+TEST(PollTimeoutThread, StartedByManyThreadsItPollsOnOne) {
     constexpr int starterCount = 4;
     std::vector<Counter> polls(starterCount);
     PollTimeoutThread poll;
@@ -408,7 +408,7 @@ TEST(PollTimeoutThread, StartedByManyAtOncePollsOnOneThread) {
     EXPECT_EQ(started(), 1);
 }
 
-TEST(PollTimeoutThread, GoesOnAfterAnActionThatThrows) {
+TEST(PollTimeoutThread, GoesOnAfterTheActionThrows) {
     std::atomic<int> count = 0;
     PollTimeoutThread poll;
     poll.SetPeriod(0);
@@ -422,7 +422,7 @@ TEST(PollTimeoutThread, GoesOnAfterAnActionThatThrows) {
     EXPECT_TRUE(poll.IsRunning());
 }
 
-TEST(PollTimeoutThread, EndsAtAnInterruptionPointOfTheAction) {
+TEST(PollTimeoutThread, StopInterruptsTheAction) {
     std::atomic<bool> inPoll = false;
     PollTimeoutThread poll;
     poll.Start([&inPoll] {
@@ -434,7 +434,7 @@ TEST(PollTimeoutThread, EndsAtAnInterruptionPointOfTheAction) {
     EXPECT_FALSE(poll.IsRunning());
 }
 
-TEST(PollTimeoutThread, IsStoppedByItsDestructor) {
+TEST(PollTimeoutThread, DestructorStopsIt) {
     const auto inUse = std::make_shared<int>(0);
     std::atomic<int> count = 0;
     {
@@ -449,7 +449,7 @@ TEST(PollTimeoutThread, IsStoppedByItsDestructor) {
     EXPECT_EQ(count, before);
 }
 
-TEST(PollTimeoutThread, GoesOnWhenItsOwnActionStopsIt) {
+TEST(PollTimeoutThread, StopFromItsActionHasNoEffect) {
     std::atomic<int> count = 0;
     PollTimeoutThread poll;
     poll.SetPeriod(0);
@@ -464,7 +464,7 @@ TEST(PollTimeoutThread, GoesOnWhenItsOwnActionStopsIt) {
     EXPECT_FALSE(poll.IsRunning());
 }
 
-TEST(PollTimeoutThread, ItsActionMaySetThePeriod) {
+TEST(PollTimeoutThread, ActionMaySetThePeriod) {
     std::atomic<int> count = 0;
     PollTimeoutThread poll;
     poll.SetPeriod(anHour);
@@ -476,7 +476,7 @@ TEST(PollTimeoutThread, ItsActionMaySetThePeriod) {
 }
 
 // Stop completes even if its caller is interrupted, and leaves the interruption pending.
-TEST(PollTimeoutThread, IsStoppedCompletelyByACallerThatIsInterrupted) {
+TEST(PollTimeoutThread, StopCompletesForAnInterruptedCaller) {
     Counter polls;
     PollTimeoutThread poll;
     poll.SetPeriod(anHour);
@@ -501,7 +501,7 @@ TEST(PollTimeoutThread, IsStoppedCompletelyByACallerThatIsInterrupted) {
     EXPECT_FALSE(poll.IsRunning());
 }
 
-TEST(PollTimeoutThread, IsEndedAsAnObjectOfItsOwnClass) {
+TEST(PollTimeoutThread, DestructorIsVirtual) {
     class Derived final : public PollTimeoutThread {
       public:
         explicit Derived(bool& flag) : ended_(flag) {}

@@ -13,7 +13,7 @@
 
 namespace {
 
-TEST(ServerLauncherInstance, IsMadeOnceWhoeverAsksFirst) {
+TEST(ServerLauncherInstance, IsCreatedOnceByManyThreads) {
     std::mutex mutex;
     std::set<ServerLauncher*> launchers;
     std::vector<std::thread> threads;
@@ -31,13 +31,13 @@ TEST(ServerLauncherInstance, IsMadeOnceWhoeverAsksFirst) {
     EXPECT_NE(*launchers.begin(), nullptr);
 }
 
-TEST(ServerLauncherInstance, StaysWhenNobodyHoldsIt) {
+TEST(ServerLauncherInstance, OutlivesItsReferences) {
     ServerLauncher* const first = GetServerLauncher().get();
     EXPECT_EQ(GetServerLauncher().get(), first);
     EXPECT_TRUE(GetServerLauncher()->IsRunning());
 }
 
-TEST(ServerLauncherInstance, PollsAsSoonAsItExists) {
+TEST(ServerLauncherInstance, PollsWhenItIsCreated) {
     GetServerLauncher();
     EXPECT_TRUE(WaitUntil([] { return fake_processes::Running().size() == 1; }));
 }

@@ -35,7 +35,7 @@ TEST_F(Launcher, StartsTheServerOnItsPollThreadNotInItsConstructor) {
     EXPECT_THAT(transcript->EntriesOf(std::this_thread::get_id()), IsEmpty());
 }
 
-TEST_F(Launcher, LeavesAServerThatRunsAlreadyAlone) {
+TEST_F(Launcher, DoesNotStartASecondServer) {
     fake_processes::AddStranger(serverName);
     const auto launcher = MakeLauncher();
     EXPECT_THAT(transcript->Entries(), ElementsAre("list", "open 4660 access=2035711 inherit=1"));
@@ -62,7 +62,7 @@ TEST_F(Launcher, ShowsTheWindowAtANegativeLevelToo) {
     EXPECT_THAT(fake_processes::JournalOf("start"), ElementsAre("start plate-Server.exe flags=0 show=5"));
 }
 
-TEST_F(Launcher, TakesTheWindowsModeFromTheLevelAtItsConstruction) {
+TEST_F(Launcher, ReadsTheWindowModeAtConstruction) {
     const auto shown = MakeLauncher();
     diagnostics::SetDebugLevel(0);
     shown->Restart();
@@ -72,7 +72,7 @@ TEST_F(Launcher, TakesTheWindowsModeFromTheLevelAtItsConstruction) {
 
 // Start
 
-TEST_F(Launcher, StartSaysThatAServerRunsAndPrintsTheLowHalfOfItsHandle) {
+TEST_F(Launcher, StartWithARunningServerPrintsTheLowHalfOfItsHandle) {
     const auto launcher = MakeLauncher();
     transcript->Clear();
     launcher->Start();
@@ -81,14 +81,14 @@ TEST_F(Launcher, StartSaysThatAServerRunsAndPrintsTheLowHalfOfItsHandle) {
                             "ServerLauncher: Already started. Process ID: 0x1234"));
 }
 
-TEST_F(Launcher, StartPrintsNoHandleForAServerThatIsNotOnRecord) {
+TEST_F(Launcher, StartPrintsNoHandleForAForeignServer) {
     fake_processes::AddStranger(serverName);
     const auto launcher = MakeLauncher();
     launcher->Start();
     EXPECT_THAT(transcript->Lines(), ElementsAre("Start server launcher", "Already started. Process ID: 0x0"));
 }
 
-TEST_F(Launcher, StartStartsAServerThatIsGone) {
+TEST_F(Launcher, StartRestartsAnEndedServer) {
     const auto launcher = MakeLauncher();
     fake_processes::Kill(0x1234);
     transcript->Clear();
@@ -99,7 +99,7 @@ TEST_F(Launcher, StartStartsAServerThatIsGone) {
     EXPECT_THAT(fake_processes::Running(), ElementsAre(0x1235u));
 }
 
-TEST_F(Launcher, StartThatFailsSaysWhyAndLeavesTheRecordEmpty) {
+TEST_F(Launcher, FailedStartIsLoggedAndLeavesTheRecordEmpty) {
     const auto launcher = MakeLauncher();
     fake_processes::Kill(0x1234);
     fake_processes::FailStart(fileNotFound);
@@ -114,7 +114,7 @@ TEST_F(Launcher, StartThatFailsSaysWhyAndLeavesTheRecordEmpty) {
     EXPECT_THAT(fake_processes::JournalOf("terminate"), ElementsAre("terminate 0 code=4294967295"));
 }
 
-TEST_F(Launcher, WritesOneLineOfFailureForEachPoll) {
+TEST_F(Launcher, LogsOneFailurePerPoll) {
     fake_processes::FailStart(accessDenied);
     const auto launcher = MakeLauncher(1);
     ASSERT_TRUE(WaitUntil([&] { return fake_processes::JournalOf("start").size() >= 4; }));
@@ -134,7 +134,7 @@ TEST_F(Launcher, WritesOneLineOfFailureForEachPoll) {
     EXPECT_EQ(lines, expected);
 }
 
-TEST_F(Launcher, StartsTheServerInTheFirstPollThatCan) {
+TEST_F(Launcher, StartsTheServerWhenItBecomesPossible) {
     fake_processes::FailStart(fileNotFound);
     const auto launcher = MakeLauncher(1);
     ASSERT_TRUE(WaitUntil([&] { return fake_processes::JournalOf("start").size() >= 2; }));
@@ -167,7 +167,7 @@ TEST_F(Launcher, StopClearsTheRecord) {
                             "ServerLauncher: Terminated server launcher"));
 }
 
-TEST_F(Launcher, StopThatFailsSaysWhyWithTheHandleAndClearsTheRecordAllTheSame) {
+TEST_F(Launcher, FailedStopIsLoggedAndClearsTheRecord) {
     const auto launcher = MakeLauncher();
     fake_processes::FailTerminate(accessDenied);
     transcript->Clear();
@@ -182,7 +182,7 @@ TEST_F(Launcher, StopThatFailsSaysWhyWithTheHandleAndClearsTheRecordAllTheSame) 
                 ElementsAre("terminate 4660 code=4294967295", "terminate 0 code=4294967295"));
 }
 
-TEST_F(Launcher, StopEndsPollingForGood) {
+TEST_F(Launcher, StopEndsPollingPermanently) {
     const auto launcher = MakeLauncher(0);
     launcher->Stop();
     EXPECT_FALSE(launcher->IsRunning());
@@ -232,7 +232,7 @@ TEST_F(Launcher, StopWaitsForThePollInProgress) {
 
 // Restart
 
-TEST_F(Launcher, RestartStopsAndStartsAServerThatRuns) {
+TEST_F(Launcher, RestartStopsAndStartsARunningServer) {
     const auto launcher = MakeLauncher();
     transcript->Clear();
     launcher->Restart();
@@ -246,7 +246,7 @@ TEST_F(Launcher, RestartStopsAndStartsAServerThatRuns) {
     EXPECT_FALSE(launcher->IsRunning()) << "a server was found running, so polling ends";
 }
 
-TEST_F(Launcher, RestartOnlyStartsAServerThatIsGoneAndPollingGoesOn) {
+TEST_F(Launcher, RestartOfAnEndedServerOnlyStartsIt) {
     const auto launcher = MakeLauncher();
     fake_processes::Kill(0x1234);
     transcript->Clear();
@@ -272,14 +272,14 @@ TEST_F(Launcher, RestartOfAServerThatCannotBeEndedLeavesItRunning) {
 
 // Polls
 
-TEST_F(Launcher, APollThatFindsTheServerDoesNothingElse) {
+TEST_F(Launcher, PollDoesNothingWhileTheServerRuns) {
     const auto launcher = MakeLauncher();
     transcript->Clear();
     launcher->OnTimeout();
     EXPECT_THAT(transcript->Entries(), ElementsAre("list", "open 4660 access=2035711 inherit=1"));
 }
 
-TEST_F(Launcher, APollThatMissesTheServerStartsIt) {
+TEST_F(Launcher, PollStartsAMissingServer) {
     const auto launcher = MakeLauncher();
     fake_processes::Kill(0x1234);
     transcript->Clear();
@@ -292,7 +292,7 @@ TEST_F(Launcher, APollThatMissesTheServerStartsIt) {
                             "ServerLauncher: CreatedProcess(plate-Server.exe) - ok Process ID: 0x1235\r\n"));
 }
 
-TEST_F(Launcher, AServerThatIsKilledComesBackAgainAndAgainWhilePollingRuns) {
+TEST_F(Launcher, PollingRestartsAKilledServerEveryTime) {
     const auto launcher = MakeLauncher(1);
     for (std::uint32_t server = 0x1234; server < 0x1234 + 5; ++server) {
         ASSERT_TRUE(WaitUntil([&] { return fake_processes::Running() == std::vector<std::uint32_t>{server}; }));
@@ -314,18 +314,18 @@ struct Scan : LauncherFixture {
     std::unique_ptr<ServerLauncher> launcher;
 };
 
-TEST_F(Scan, FindsNothingWhereNothingRuns) {
+TEST_F(Scan, FindsNothingWithoutAServer) {
     EXPECT_FALSE(launcher->IsServerRunning());
     EXPECT_THAT(transcript->Entries(), ElementsAre("list"));
 }
 
-TEST_F(Scan, SkipsTheFirstEntryWhateverItsName) {
+TEST_F(Scan, SkipsTheFirstEntryRegardlessOfItsName) {
     fake_processes::SetFirstEntryName(serverName);
     EXPECT_FALSE(launcher->IsServerRunning());
     EXPECT_THAT(transcript->Entries(), ElementsAre("list"));
 }
 
-TEST_F(Scan, ComparesNamesWithoutRegardToCase) {
+TEST_F(Scan, IgnoresCase) {
     for (const char* name : {"plate-Server.exe", "PLATE-SERVER.EXE", "plate-server.exe", "pLaTe-sErVeR.eXe"}) {
         const std::uint32_t stranger = fake_processes::AddStranger(name);
         EXPECT_TRUE(launcher->IsServerRunning()) << name;
@@ -334,7 +334,7 @@ TEST_F(Scan, ComparesNamesWithoutRegardToCase) {
     }
 }
 
-TEST_F(Scan, TakesNoOtherNameForTheServers) {
+TEST_F(Scan, MatchesOnlyTheWholeName) {
     for (const char* name : {"plate-Server", "plate-Server.ex", "plate-Server.exe2", "plate-Server.exe ",
                              " plate-Server.exe", "aplate-Server.exe", "plate_Server.exe", "Recon64.dll", ""}) {
         fake_processes::AddStranger(name);
@@ -343,7 +343,7 @@ TEST_F(Scan, TakesNoOtherNameForTheServers) {
     EXPECT_THAT(transcript->Entries(), ElementsAre("list"));
 }
 
-TEST_F(Scan, OpensEveryProcessOfTheNameAndNoOther) {
+TEST_F(Scan, OpensOnlyProcessesWithTheName) {
     fake_processes::AddStranger(serverName);
     fake_processes::AddStranger("something-else.exe");
     fake_processes::AddStranger("Plate-server.exe");
@@ -352,7 +352,7 @@ TEST_F(Scan, OpensEveryProcessOfTheNameAndNoOther) {
                 ElementsAre("list", "open 4660 access=2035711 inherit=1", "open 4662 access=2035711 inherit=1"));
 }
 
-TEST_F(Scan, OfAListThatCannotBeHadFindsNothing) {
+TEST_F(Scan, FindsNothingWhenTheListFails) {
     fake_processes::AddStranger(serverName);
     fake_processes::FailList(accessDenied);
     EXPECT_FALSE(launcher->IsServerRunning());
@@ -369,7 +369,7 @@ TEST_F(Scan, CountsAProcessThatCannotBeOpenedAsRunning) {
 
 // Strangers and adoption
 
-TEST_F(Launcher, AStrangerIsNeitherAdoptedNorEndedWhileTheRecordIsEmpty) {
+TEST_F(Launcher, ForeignServerIsNotAdoptedWhileTheRecordIsEmpty) {
     const std::uint32_t stranger = fake_processes::AddStranger(serverName);
     const auto launcher = MakeLauncher();
     EXPECT_TRUE(launcher->IsServerRunning());
@@ -382,7 +382,7 @@ TEST_F(Launcher, AStrangerIsNeitherAdoptedNorEndedWhileTheRecordIsEmpty) {
     EXPECT_THAT(fake_processes::Running(), ElementsAre(stranger));
 }
 
-TEST_F(Launcher, RestartInThePresenceOfAStrangerStartsNothing) {
+TEST_F(Launcher, RestartBesideAForeignServerStartsNothing) {
     const std::uint32_t stranger = fake_processes::AddStranger(serverName);
     const auto launcher = MakeLauncher();
     launcher->Restart();
@@ -390,7 +390,7 @@ TEST_F(Launcher, RestartInThePresenceOfAStrangerStartsNothing) {
     EXPECT_THAT(fake_processes::JournalOf("start"), IsEmpty());
 }
 
-TEST_F(Launcher, AStrangerTakesTheRecordOfOurServerAndIsEndedInItsPlace) {
+TEST_F(Launcher, ForeignServerReplacesOursInTheRecord) {
     const auto launcher = MakeLauncher();
     const std::uint32_t stranger = fake_processes::AddStranger(serverName);
     transcript->Clear();
@@ -405,7 +405,7 @@ TEST_F(Launcher, AStrangerTakesTheRecordOfOurServerAndIsEndedInItsPlace) {
     EXPECT_THAT(fake_processes::Running(), ElementsAre(0x1234u));
 }
 
-TEST_F(Launcher, TheLastOfSeveralStrangersTakesTheRecord) {
+TEST_F(Launcher, LastOfSeveralForeignServersIsAdopted) {
     const auto launcher = MakeLauncher();
     const std::uint32_t first = fake_processes::AddStranger(serverName);
     const std::uint32_t second = fake_processes::AddStranger("PLATE-server.exe");
@@ -416,7 +416,7 @@ TEST_F(Launcher, TheLastOfSeveralStrangersTakesTheRecord) {
     EXPECT_THAT(fake_processes::Running(), ElementsAre(0x1234u, first));
 }
 
-TEST_F(Launcher, OurServerTakesTheRecordBackFromAStrangerThatIsListedBeforeIt) {
+TEST_F(Launcher, OurServerReplacesAForeignOneListedBeforeIt) {
     const std::uint32_t stranger = fake_processes::AddStranger(serverName);
     fake_processes::FailList(accessDenied);
     const auto launcher = MakeLauncher();
@@ -427,7 +427,7 @@ TEST_F(Launcher, OurServerTakesTheRecordBackFromAStrangerThatIsListedBeforeIt) {
     EXPECT_THAT(fake_processes::Running(), ElementsAre(stranger));
 }
 
-TEST_F(Launcher, AStrangerTakesTheRecordOfAServerThatIsGone) {
+TEST_F(Launcher, ForeignServerReplacesAnEndedOne) {
     const auto launcher = MakeLauncher();
     fake_processes::Kill(0x1234);
     fake_processes::AddStranger(serverName);
@@ -436,7 +436,7 @@ TEST_F(Launcher, AStrangerTakesTheRecordOfAServerThatIsGone) {
     EXPECT_THAT(fake_processes::Running(), IsEmpty());
 }
 
-TEST_F(Launcher, AStrangerIsNotAdoptedBehindAStop) {
+TEST_F(Launcher, ForeignServerIsNotAdoptedAfterStop) {
     const auto launcher = MakeLauncher();
     launcher->Stop();
     const std::uint32_t stranger = fake_processes::AddStranger(serverName);
@@ -445,7 +445,7 @@ TEST_F(Launcher, AStrangerIsNotAdoptedBehindAStop) {
     EXPECT_THAT(fake_processes::Running(), ElementsAre(stranger));
 }
 
-TEST_F(Launcher, AStrangerThatCannotBeOpenedCountsAsRunningAndLeavesTheRecordToOurServer) {
+TEST_F(Launcher, ForeignServerThatCannotBeOpenedCountsAsRunning) {
     const auto launcher = MakeLauncher();
     const std::uint32_t stranger = fake_processes::AddStranger(serverName);
     fake_processes::FailOpen(accessDenied);
@@ -459,7 +459,7 @@ TEST_F(Launcher, AStrangerThatCannotBeOpenedCountsAsRunningAndLeavesTheRecordToO
     EXPECT_TRUE(launcher->IsServerRunning()) << "by the stranger alone";
 }
 
-TEST_F(Launcher, AStrangerThatCannotBeOpenedCountsAsRunningWhenOurServerIsGone) {
+TEST_F(Launcher, ForeignServerThatCannotBeOpenedPreventsAStart) {
     const auto launcher = MakeLauncher();
     fake_processes::AddStranger(serverName);
     fake_processes::FailOpen(accessDenied);
@@ -473,7 +473,7 @@ TEST_F(Launcher, AStrangerThatCannotBeOpenedCountsAsRunningWhenOurServerIsGone) 
 
 // Destruction
 
-TEST_F(Launcher, EndsPollingAndTheServerWhenItIsDestroyed) {
+TEST_F(Launcher, DestructorEndsPollingAndTheServer) {
     auto launcher = MakeLauncher();
     transcript->Clear();
     launcher.reset();
@@ -485,7 +485,7 @@ TEST_F(Launcher, EndsPollingAndTheServerWhenItIsDestroyed) {
 
 // Forked children of the host
 
-TEST_F(Launcher, DoesNothingInAForkedChildAndTheParentGoesOn) {
+TEST_F(Launcher, DoesNothingInAForkedChild) {
     const auto launcher = MakeLauncher();
     transcript->Clear();
     fake_processes::SetForkedChild(true);
@@ -508,7 +508,7 @@ TEST_F(Launcher, DoesNothingInAForkedChildAndTheParentGoesOn) {
     EXPECT_THAT(fake_processes::Running(), IsEmpty());
 }
 
-TEST_F(Launcher, OfAForkedChildIsItsOwnWhenTheChildHasMadeIt) {
+TEST_F(Launcher, WorksInTheForkedChildThatCreatedIt) {
     fake_processes::SetForkedChild(true);
     const auto launcher = MakeLauncher();
     EXPECT_FALSE(launcher->IsInForkedChild());

@@ -66,7 +66,7 @@ TEST_F(LauncherThreads, NeverStartASecondServer) {
     EXPECT_EQ(fake_processes::Running().size(), 1u);
 }
 
-TEST_F(LauncherThreads, NeverStartASecondServerBesideThePollThread) {
+TEST_F(LauncherThreads, NeverStartASecondServerDuringPolls) {
     ServerLauncher launcher;
     launcher.SetPeriod(0);
     RunTogether(
@@ -77,7 +77,7 @@ TEST_F(LauncherThreads, NeverStartASecondServerBesideThePollThread) {
     EXPECT_TRUE(WaitUntil([] { return fake_processes::Running().size() == 1; }));
 }
 
-TEST_F(LauncherThreads, MayStopAndStartAtTheSameTime) {
+TEST_F(LauncherThreads, CanStopAndStartAtTheSameTime) {
     ServerLauncher launcher;
     launcher.SetPeriod(0);
     RunTogether(
@@ -90,7 +90,7 @@ TEST_F(LauncherThreads, MayStopAndStartAtTheSameTime) {
 }
 
 // The race at startup: the first poll against the first detector's restart.
-TEST_F(LauncherThreads, AFirstPollAndARestartStartOneServerBetweenThem) {
+TEST_F(LauncherThreads, FirstPollAndRestartStartOneServer) {
     for (int round = 0; round < 100; ++round) {
         fake_processes::Reset();
         transcript = nullptr;

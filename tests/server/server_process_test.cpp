@@ -9,14 +9,14 @@ using servers::Running;
 using testing::ElementsAre;
 using testing::IsEmpty;
 
-TEST_F(ServerProcess, IsStartedByTheFirstPoll) {
+TEST_F(ServerProcess, FirstPollStartsIt) {
     StartPolling();
     EXPECT_NE(TheServer(), 0);
     EXPECT_TRUE(launcher->IsServerRunning());
     EXPECT_EQ(LinesThatBegin("CreatedProcess(plate-Server.exe) - ok Process ID: 0x"), 1);
 }
 
-TEST_F(ServerProcess, ComesBackWhenItIsKilledWhilePollingRuns) {
+TEST_F(ServerProcess, PollingRestartsItAfterAKill) {
     StartPolling();
     for (int round = 0; round < 3; ++round) {
         const servers::ProcessId before = TheServer();
@@ -30,7 +30,7 @@ TEST_F(ServerProcess, ComesBackWhenItIsKilledWhilePollingRuns) {
     EXPECT_TRUE(launcher->IsRunning());
 }
 
-TEST_F(ServerProcess, IsGoneForGoodBehindAStop) {
+TEST_F(ServerProcess, DoesNotRunAfterStop) {
     StartPolling();
     ASSERT_NE(TheServer(), 0);
     launcher->Stop();
@@ -40,7 +40,7 @@ TEST_F(ServerProcess, IsGoneForGoodBehindAStop) {
     EXPECT_EQ(LinesThatBegin("TerminateProcess("), 0);
 }
 
-TEST_F(ServerProcess, CanBeStartedAgainBehindAStopAndIsNotWatchedThen) {
+TEST_F(ServerProcess, CanBeStartedAfterStopWithoutPolling) {
     StartPolling();
     ASSERT_NE(TheServer(), 0);
     launcher->Stop();
@@ -53,7 +53,7 @@ TEST_F(ServerProcess, CanBeStartedAgainBehindAStopAndIsNotWatchedThen) {
     EXPECT_THAT(Running(), IsEmpty());
 }
 
-TEST_F(ServerProcess, IsReplacedByEveryRestart) {
+TEST_F(ServerProcess, RestartAlwaysReplacesIt) {
     StartPolling();
     servers::ProcessId before = TheServer();
     launcher->Stop();
@@ -70,7 +70,7 @@ TEST_F(ServerProcess, IsReplacedByEveryRestart) {
     EXPECT_EQ(LinesThatBegin("TerminateProcess("), 0);
 }
 
-TEST_F(ServerProcess, IsGoneWhenTheLauncherIsDestroyed) {
+TEST_F(ServerProcess, DestructorOfTheLauncherEndsIt) {
     StartPolling();
     ASSERT_NE(TheServer(), 0);
     launcher.reset();
@@ -79,7 +79,7 @@ TEST_F(ServerProcess, IsGoneWhenTheLauncherIsDestroyed) {
 
 // A program with the server's name that this library did not start
 
-TEST_F(ServerProcess, OfAStrangerIsSeenButNeitherAdoptedNorEndedWithoutARecord) {
+TEST_F(ServerProcess, ForeignServerIsNeitherAdoptedNorEndedWithoutARecord) {
     const auto stranger = servers::StartStranger();
     ASSERT_TRUE(WaitUntil([&] { return Running().contains(stranger->Id()); }));
     StartPolling();
@@ -93,7 +93,7 @@ TEST_F(ServerProcess, OfAStrangerIsSeenButNeitherAdoptedNorEndedWithoutARecord) 
 
 // A missing program
 
-TEST_F(ServerProcess, ThatIsMissingIsOneLineForEachPollUntilItIsThere) {
+TEST_F(ServerProcess, MissingProgramIsLoggedOncePerPoll) {
     servers::Remove();
     StartPolling();
     ASSERT_TRUE(WaitUntil([&] { return LinesThatBegin("CreateProcess(") >= 3; }));
@@ -108,7 +108,7 @@ TEST_F(ServerProcess, ThatIsMissingIsOneLineForEachPollUntilItIsThere) {
 
 // Programs that misbehave
 
-TEST_F(ServerProcess, ThatDiesAtItsStartIsStartedAgainAtEveryPollAndLeavesNoZombies) {
+TEST_F(ServerProcess, FailingProgramIsRestartedAtEveryPollWithoutZombies) {
     for (const char* failure : {"dies-at-start", "crashes"}) {
         output.Clear();
         Misbehave(failure);
@@ -124,19 +124,19 @@ TEST_F(ServerProcess, ThatDiesAtItsStartIsStartedAgainAtEveryPollAndLeavesNoZomb
     }
 }
 
-TEST_F(ServerProcess, ThatEndsByItselfComesBack) {
+TEST_F(ServerProcess, ExitingProgramIsRestarted) {
     Misbehave("ends-soon");
     StartPolling();
     EXPECT_TRUE(WaitUntil([&] { return LinesThatBegin("CreatedProcess(") >= 3; }));
 }
 
-TEST_F(ServerProcess, ThatWillNotEndIsEnded) {
+TEST_F(ServerProcess, StopEndsAnUnresponsiveProgram) {
     for (const char* failure : {"ignores-termination", "stops-itself", "spins"}) {
         ExpectThatItIsEnded(failure);
     }
 }
 
-TEST_F(ServerProcess, ThatHangsCountsAsRunning) {
+TEST_F(ServerProcess, HungProgramCountsAsRunning) {
     Misbehave("stops-itself");
     StartPolling();
     const servers::ProcessId server = TheServer();

@@ -1,5 +1,5 @@
-// The five-second rule. Nothing can block between a scan, which updates the time of the last sign of life, and the check
-// of that time, so a test cannot cause a real silence. It sets the clock forward instead.
+// The five-second rule. Nothing can block between a scan, which updates the time of the last sign of life, and the
+// check of that time, so a test cannot cause a real silence. It sets the clock forward instead.
 
 #include "tests/server/launcher_fixture.h"
 
@@ -25,7 +25,7 @@ class LauncherSilence : public LauncherFixture {
     std::atomic<bool> hasJumped = false;
 };
 
-TEST_F(LauncherSilence, OfSixSecondsRestartsAServerThatIsThere) {
+TEST_F(LauncherSilence, OfSixSecondsRestartsARunningServer) {
     const auto launcher = MakeLauncher();
     transcript->Clear();
     JumpAfterTheNextScan(6s);
@@ -39,7 +39,7 @@ TEST_F(LauncherSilence, OfSixSecondsRestartsAServerThatIsThere) {
                             "ServerLauncher: CreatedProcess(plate-Server.exe) - ok Process ID: 0x1235\r\n"));
 }
 
-TEST_F(LauncherSilence, OfLessThanSixSecondsIsNoReason) {
+TEST_F(LauncherSilence, OfLessThanSixSecondsIsIgnored) {
     const auto launcher = MakeLauncher();
     transcript->Clear();
     for (const std::chrono::milliseconds ahead : {0ms, 1000ms, 5000ms, 5999ms}) {
@@ -51,7 +51,7 @@ TEST_F(LauncherSilence, OfLessThanSixSecondsIsNoReason) {
     }
 }
 
-TEST_F(LauncherSilence, OfAClockThatWasSetBackIsNoReason) {
+TEST_F(LauncherSilence, IgnoresAClockThatWasSetBack) {
     const auto launcher = MakeLauncher();
     transcript->Clear();
     JumpAfterTheNextScan(-1h);
@@ -60,7 +60,7 @@ TEST_F(LauncherSilence, OfAClockThatWasSetBackIsNoReason) {
     EXPECT_TRUE(hasJumped);
 }
 
-TEST_F(LauncherSilence, IsEndedByASignOfLife) {
+TEST_F(LauncherSilence, EndsWithASignOfLife) {
     const auto launcher = MakeLauncher();
     transcript->Clear();
     JumpAfterTheNextScan(1h, [&] { launcher->MarkAlive(); });
@@ -69,7 +69,7 @@ TEST_F(LauncherSilence, IsEndedByASignOfLife) {
     EXPECT_TRUE(hasJumped);
 }
 
-TEST_F(LauncherSilence, BeforeTheScanIsEndedByTheScan) {
+TEST_F(LauncherSilence, EndsWithAScan) {
     const auto launcher = MakeLauncher();
     transcript->Clear();
     fake_processes::SetClockAhead(1h);
@@ -78,7 +78,7 @@ TEST_F(LauncherSilence, BeforeTheScanIsEndedByTheScan) {
 }
 
 // Here Stop runs on the poll thread itself: the server is ended and started again, and polling goes on.
-TEST_F(LauncherSilence, OnThePollThreadRestartsTheServerAndPollingGoesOn) {
+TEST_F(LauncherSilence, OnThePollThreadDoesNotEndPolling) {
     const auto launcher = MakeLauncher(1);
     ASSERT_THAT(fake_processes::Running(), ElementsAre(0x1234u));
     JumpAfterTheNextScan(6s);

@@ -53,17 +53,17 @@ class WindowsServerProcess : public ServerProcess {
     std::filesystem::path report;
 };
 
-TEST_F(WindowsServerProcess, HasItsWindowHiddenAtLevel0) {
+TEST_F(WindowsServerProcess, IsHiddenAtLevel0) {
     diagnostics::SetDebugLevel(0);
     EXPECT_EQ(ShownMode(), DWORD{SW_HIDE});
 }
 
-TEST_F(WindowsServerProcess, HasItsWindowShownAtEveryOtherLevel) {
+TEST_F(WindowsServerProcess, IsShownAtOtherLevels) {
     diagnostics::SetDebugLevel(-1);
     EXPECT_EQ(ShownMode(), DWORD{SW_SHOW});
 }
 
-TEST_F(WindowsServerProcess, IsEndedWithTheExitCodeOfAllOnes) {
+TEST_F(WindowsServerProcess, IsTerminatedWithExitCodeMinusOne) {
     StartPolling();
     const ProcessId server = TheServer();
     ASSERT_NE(server, 0);
@@ -77,7 +77,7 @@ TEST_F(WindowsServerProcess, IsEndedWithTheExitCodeOfAllOnes) {
 }
 
 // The last of the two in the list is adopted.
-TEST_F(WindowsServerProcess, OfAStrangerTakesPartInTheAdoptionAndTheLastOneListedIsEnded) {
+TEST_F(WindowsServerProcess, StopEndsTheLastListedServer) {
     StartPolling();
     const ProcessId ours = TheServer();
     ASSERT_NE(ours, 0);
@@ -93,7 +93,7 @@ TEST_F(WindowsServerProcess, OfAStrangerTakesPartInTheAdoptionAndTheLastOneListe
 }
 
 // With our server on record, the adopted one gets a new handle, which can end it.
-TEST_F(WindowsServerProcess, OfAStrangerIsAdoptedWhenOursHasEnded) {
+TEST_F(WindowsServerProcess, ForeignServerIsAdoptedWhenOursHasEnded) {
     StartPolling();
     const ProcessId ours = TheServer();
     ASSERT_NE(ours, 0);

@@ -36,7 +36,7 @@ std::vector<std::string> Grown(const std::vector<Growth>& growths) {
     return grown;
 }
 
-TEST(Soak, FindsNothingThatGrowsInTheLibrary) {
+TEST(Soak, FindsNoGrowthInTheLibrary) {
     Options options;
     options.rounds = soak::fewestSamples;
     options.effort = {.cameras = 2, .frames = 400, .visits = 1};
@@ -47,7 +47,7 @@ TEST(Soak, FindsNothingThatGrowsInTheLibrary) {
     EXPECT_TRUE(outcome.HasPassed());
 }
 
-TEST(Soak, FindsNothingThatGrowsWithEachLoadOfTheLibrary) {
+TEST(Soak, FindsNoGrowthWithEachLoadOfTheLibrary) {
     Options options;
     options.rounds = 2 * soak::fewestSamples;
     options.effort = {.cameras = 1, .frames = 100, .visits = 0};
@@ -73,7 +73,7 @@ class LeakingHost : public testing::Test {
 
 // A sanitizer's allocator does not count allocated bytes.
 #if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)
-TEST_F(LeakingHost, IsNoticedByItsMemory) {
+TEST_F(LeakingHost, IsDetectedByItsMemory) {
     std::vector<std::unique_ptr<std::uint8_t[]>> lost;
     const auto lose = [&] {
         for (int block = 0; block < 1000; ++block) {
@@ -84,7 +84,7 @@ TEST_F(LeakingHost, IsNoticedByItsMemory) {
 }
 #endif
 
-TEST_F(LeakingHost, IsNoticedByItsFiles) {
+TEST_F(LeakingHost, IsDetectedByItsFiles) {
     struct Close {
         void operator()(std::FILE* file) const { std::fclose(file); }
     };
@@ -96,7 +96,7 @@ TEST_F(LeakingHost, IsNoticedByItsFiles) {
     EXPECT_THAT(GrownWhile(lose), Contains("open files"));
 }
 
-TEST_F(LeakingHost, IsNoticedByItsThreads) {
+TEST_F(LeakingHost, IsDetectedByItsThreads) {
     std::mutex mutex;
     std::condition_variable ending;
     bool hasEnded = false;  // guarded by mutex
@@ -128,15 +128,15 @@ std::vector<Sample> HandlesOf(std::uint64_t handlesOfARound, std::uint64_t keptH
     return samples;
 }
 
-TEST(Growth, IsNotSeenInHandlesThatTheLibraryKeepsByItsRule) {
+TEST(Growth, IgnoresHandlesThatTheLibraryKeepsByDesign) {
     EXPECT_THAT(Grown(GrowthOf(HandlesOf(3, 3))), IsEmpty());
 }
 
-TEST(Growth, IsSeenInOneHandleMoreForEachRound) {
+TEST(Growth, DetectsOneMoreHandlePerRound) {
     EXPECT_THAT(Grown(GrowthOf(HandlesOf(4, 3))), Contains("handles that no rule keeps open"));
 }
 
-TEST(Growth, IsNotSeenInTheWarmUp) {
+TEST(Growth, IgnoresTheWarmUp) {
     std::vector<Sample> samples = HandlesOf(0, 0);
     for (std::size_t round = 10; round < samples.size(); ++round) {
         samples[round] = {1 << 30, 1 << 30, 1000, 0, 10, 10};

@@ -60,7 +60,7 @@ class TrackerAllocations : public testing::Test {
     std::uint64_t now = 1000;
 };
 
-TEST_F(TrackerAllocations, AFrameWithoutPlatesTakesNothing) {
+TEST_F(TrackerAllocations, AFrameWithoutPlatesAllocatesNothing) {
     EXPECT_EQ(Frame({}).number, 0u);
     Frame(FivePlates());
     for (int frame = 0; frame < 50; ++frame) {
@@ -71,7 +71,7 @@ TEST_F(TrackerAllocations, AFrameWithoutPlatesTakesNothing) {
     EXPECT_EQ(sink.results, 5u);
 }
 
-TEST_F(TrackerAllocations, AFrameWithPlatesTakesAHolderForEach) {
+TEST_F(TrackerAllocations, AFrameAllocatesOneHolderPerPlate) {
     for (int frame = 0; frame < 70; ++frame) {
         Frame(FivePlates());
     }
@@ -85,7 +85,7 @@ TEST_F(TrackerAllocations, AFrameWithPlatesTakesAHolderForEach) {
     EXPECT_LE(all, 30u * 5 + 5);
 }
 
-TEST_F(TrackerAllocations, ComparingTextsTakesNothing) {
+TEST_F(TrackerAllocations, ComparingTextsAllocatesNothing) {
     CTrack track(0);
     for (const LicencePlatePtr& reading : FivePlates()) {
         track.Add(boost::make_shared<LicencePlateHolder>(reading, nullptr));
@@ -116,7 +116,7 @@ class IdSink final : public ILicencePlateTrackerResultSink {
 class TrackerOutOfMemory : public testing::TestWithParam<allocation_count::Failing> {};
 
 // A text that was in only one of a track's maps once made every later frame fail at that track.
-TEST_P(TrackerOutOfMemory, HandsEveryReadingBackOnceAndGoesOn) {
+TEST_P(TrackerOutOfMemory, ReleasesEveryReadingOnceAndGoesOn) {
     const std::vector<LicencePlatePtr> first = {Reading{0, L"ABCDEF", 300, 300, 1000},
                                                 Reading{1, L"ZYXWVUTSRQPONML", 900, 300, 1000}};
     const std::vector<LicencePlatePtr> second = {
@@ -167,7 +167,7 @@ INSTANTIATE_TEST_SUITE_P(Fails, TrackerOutOfMemory,
                          });
 
 // An hour at 25 frames a second: the cost of a frame and the memory of a reading stay as in the first minute.
-TEST_F(TrackerAllocations, APlateThatStandsForAnHourCostsWhatItCostInTheFirstMinute) {
+TEST_F(TrackerAllocations, CostOfAStandingPlateIsConstantForAnHour) {
     constexpr std::uint64_t frames = 90000;
     constexpr std::uint64_t misreadings = 100;
     constexpr std::uint64_t firstMinute = 1500;

@@ -15,13 +15,13 @@ using tracker_test::Reading;
 using tracker_test::RecordingSink;
 using tracker_test::Release;
 
-TEST(LicencePlateHolder, HandsAnUnreportedReadingBackOnce) {
+TEST(LicencePlateHolder, ReleasesAnUnreportedReadingOnce) {
     RecordingSink sink;
     { const LicencePlateHolder holder(Reading{7, L"A1"}, &sink); }
     EXPECT_EQ(sink.calls, std::vector<Call>{Release(7)});
 }
 
-TEST(LicencePlateHolder, HandsTheVeryReadingBackThatItHeld) {
+TEST(LicencePlateHolder, ReleasesTheSameObject) {
     struct Keeper final : ILicencePlateTrackerResultSink {
         void OnResult(ILicencePlateTracker*, boost::shared_ptr<LicencePlate>, const std::vector<LicencePlatePtr>&,
                       std::int32_t) override {}
@@ -36,7 +36,7 @@ TEST(LicencePlateHolder, HandsTheVeryReadingBackThatItHeld) {
     EXPECT_EQ(reading.use_count(), 2);
 }
 
-TEST(LicencePlateHolder, WaitsForItsLastReference) {
+TEST(LicencePlateHolder, ReleasesWithItsLastReference) {
     RecordingSink sink;
     LicencePlateHolderPtr one = boost::make_shared<LicencePlateHolder>(Reading{7, L"A1"}, &sink);
     LicencePlateHolderPtr other = one;
@@ -46,7 +46,7 @@ TEST(LicencePlateHolder, WaitsForItsLastReference) {
     EXPECT_EQ(sink.calls, std::vector<Call>{Release(7)});
 }
 
-TEST(LicencePlateHolder, KeepsAReportedReadingToItself) {
+TEST(LicencePlateHolder, DoesNotReleaseAReportedReading) {
     RecordingSink sink;
     {
         LicencePlateHolder holder(Reading{7, L"A1"}, &sink);
@@ -56,7 +56,7 @@ TEST(LicencePlateHolder, KeepsAReportedReadingToItself) {
     EXPECT_TRUE(sink.calls.empty());
 }
 
-TEST(LicencePlateHolder, WithoutAReadingOrASinkHasNobodyToTell) {
+TEST(LicencePlateHolder, MayHaveNoReadingOrSink) {
     RecordingSink sink;
     {
         const LicencePlateHolder holder(nullptr, &sink);
@@ -67,7 +67,7 @@ TEST(LicencePlateHolder, WithoutAReadingOrASinkHasNobodyToTell) {
     { const LicencePlateHolder holder(Reading{7, L"A1"}, nullptr); }
 }
 
-TEST(LicencePlateHolder, LetsNoExceptionOfItsSinkOut) {
+TEST(LicencePlateHolder, CatchesExceptionsOfItsSink) {
     struct Thrower final : ILicencePlateTrackerResultSink {
         void OnResult(ILicencePlateTracker*, boost::shared_ptr<LicencePlate>, const std::vector<LicencePlatePtr>&,
                       std::int32_t) override {}
@@ -81,7 +81,7 @@ TEST(LicencePlateHolder, LetsNoExceptionOfItsSinkOut) {
     EXPECT_EQ(thrower.calls, 1);
 }
 
-TEST(LicencePlateHolder, TakesItsCentreFromCornersABAndC) {
+TEST(LicencePlateHolder, CentreIsThatOfCornersABAndC) {
     LicencePlate plate;
     plate.cornerA = {10, 20};
     plate.cornerB = {31, 1000};
@@ -92,7 +92,7 @@ TEST(LicencePlateHolder, TakesItsCentreFromCornersABAndC) {
     EXPECT_EQ(holder.centreY, 32);
 }
 
-TEST(LicencePlateHolder, CutsANegativeCentreTowardZero) {
+TEST(LicencePlateHolder, TruncatesANegativeCentreTowardZero) {
     LicencePlate plate;
     plate.cornerA = {-10, -20};
     plate.cornerB = {-31, 0};
@@ -114,7 +114,7 @@ TEST(LicencePlateHolder, WrapsTheSumOfFarCorners) {
     EXPECT_EQ(holder.centreY, 0);
 }
 
-TEST(LicencePlateHolder, ItsDestructorIsVirtual) {
+TEST(LicencePlateHolder, DestructorIsVirtual) {
     EXPECT_TRUE(std::has_virtual_destructor_v<LicencePlateHolder>);
     EXPECT_FALSE(std::has_virtual_destructor_v<ILicencePlateTracker>);
 }

@@ -65,7 +65,7 @@ class LicencePlateTracker : public testing::Test {
 
 // --- assigning readings to tracks ---
 
-TEST_F(LicencePlateTracker, AnUnmatchedReadingBeginsATrack) {
+TEST_F(LicencePlateTracker, AnUnmatchedReadingStartsATrack) {
     const auto tracker = Make();
     Frame(*tracker, 1000, {{1, L"AAAA", 640, 100}, {2, L"BBBB", 640, 600}});
     EXPECT_TRUE(sink.calls.empty());
@@ -93,7 +93,7 @@ TEST_F(LicencePlateTracker, AnEqualTextJoinsEvenBehindTheTrack) {
 }
 
 // In a text of more than 500 units, one may be missing.
-TEST_F(LicencePlateTracker, AnAlmostEqualTextOfHundredsOfUnitsJoinsEvenBehindTheTrack) {
+TEST_F(LicencePlateTracker, AnAlmostEqualLongTextJoinsEvenBehindTheTrack) {
     const auto isOneTrack = [this](std::size_t known, std::size_t read) {
         const auto tracker = Make();
         Frame(*tracker, 1000, {{1, std::wstring(known, L'A'), 640, 100}});
@@ -109,7 +109,7 @@ TEST_F(LicencePlateTracker, AnAlmostEqualTextOfHundredsOfUnitsJoinsEvenBehindThe
 }
 
 // By position alone, the first reading is as good as the second one.
-TEST_F(LicencePlateTracker, AnAlmostEqualTextOfHundredsOfUnitsGoesBeforeOneAtTheExpectedPlace) {
+TEST_F(LicencePlateTracker, AnAlmostEqualLongTextIsPreferredToTheExpectedPlace) {
     const auto tracker = Make();
     const std::wstring text(600, L'A');
     Frame(*tracker, 1000, {{1, text, 640, 100}});
@@ -139,14 +139,14 @@ TEST_F(LicencePlateTracker, AReadingBehindTheTrackIsSkippedByPosition) {
     EXPECT_EQ(TrackCount(*tracker), 1u);
 }
 
-TEST_F(LicencePlateTracker, ATrackOfOneReadingTakesNoForeignTextByPosition) {
+TEST_F(LicencePlateTracker, ATrackOfOneReadingAcceptsNoOtherTextByPosition) {
     const auto tracker = Make();
     Frame(*tracker, 1000, {{1, L"AAAA", 640, 100}});
     Frame(*tracker, 1040, {{2, L"BBBB", 640, 100}});
     EXPECT_EQ(TrackCount(*tracker), 2u);
 }
 
-TEST_F(LicencePlateTracker, ATrackOfTwoTakesAnyTextWhereItExpectsThePlate) {
+TEST_F(LicencePlateTracker, ATrackOfTwoAcceptsAnyTextAtTheExpectedPlace) {
     const auto tracker = Make();
     Frame(*tracker, 1000, {{1, L"AAAA", 640, 100}});
     Frame(*tracker, 1100, {{2, L"AAAA", 640, 110}});
@@ -182,7 +182,7 @@ std::wstring ReplacedAndShort(std::size_t count) {
     return std::wstring(count, L'B') + std::wstring(999 - count, L'A');
 }
 
-TEST_F(LicencePlateTracker, NearbyATextDistanceUpToSixtyFiveHundredthsIsAccepted) {
+TEST_F(LicencePlateTracker, NearbyTextDistanceUpTo65PercentIsAccepted) {
     const struct {
         std::wstring text;
         bool joins;
@@ -195,7 +195,7 @@ TEST_F(LicencePlateTracker, NearbyATextDistanceUpToSixtyFiveHundredthsIsAccepted
     }
 }
 
-TEST_F(LicencePlateTracker, FarAwayATextDistanceUpToThirtyFiveHundredthsIsAccepted) {
+TEST_F(LicencePlateTracker, FarTextDistanceUpTo35PercentIsAccepted) {
     const struct {
         std::wstring text;
         bool joins;
@@ -208,7 +208,7 @@ TEST_F(LicencePlateTracker, FarAwayATextDistanceUpToThirtyFiveHundredthsIsAccept
     }
 }
 
-TEST_F(LicencePlateTracker, FarBeginsBeyondFifteenHundredthsOfTheFramesSides) {
+TEST_F(LicencePlateTracker, FarStartsAt15PercentOfTheFramesSides) {
     // 0.15 x (1280 + 720) = 300 pixels. A text of which half differs joins when near and not when far away.
     for (const bool far : {false, true}) {
         const auto tracker = Make();
@@ -224,7 +224,7 @@ TEST_F(LicencePlateTracker, FarBeginsBeyondFifteenHundredthsOfTheFramesSides) {
     }
 }
 
-TEST_F(LicencePlateTracker, OnlyTheClosestListIsLookedAt) {
+TEST_F(LicencePlateTracker, OnlyTheClosestListIsUsed) {
     // A near candidate is preferred to a far one with a better text. If the near one is refused, none is accepted.
     const auto tracker = Make();
     Frame(*tracker, 1000, {{1, thousandAs, 640, 100}});
@@ -239,7 +239,7 @@ TEST_F(LicencePlateTracker, OnlyTheClosestListIsLookedAt) {
     EXPECT_EQ(TrackCount(*tracker), 3u);
 }
 
-TEST_F(LicencePlateTracker, TheClosestTextOfTheListIsTaken) {
+TEST_F(LicencePlateTracker, TheClosestTextOfTheListIsChosen) {
     const auto tracker = Make();
     Frame(*tracker, 1000, {{1, thousandAs, 640, 100}});
     Frame(*tracker, 1040, {{2, Replaced(300), 640, 110}, {3, Replaced(200), 640, 120}, {4, Replaced(250), 640, 105}});
@@ -250,7 +250,7 @@ TEST_F(LicencePlateTracker, TheClosestTextOfTheListIsTaken) {
     EXPECT_EQ(groups[2], std::vector<std::uint64_t>{4});
 }
 
-TEST_F(LicencePlateTracker, OfEquallyDistantReadingsTheEarlierOneIsTaken) {
+TEST_F(LicencePlateTracker, OfEquallyDistantReadingsTheEarlierOneIsChosen) {
     for (const bool swapped : {false, true}) {
         const auto tracker = Make();
         Frame(*tracker, 1000, {{1, L"AAAA", 640, 100}});
@@ -272,7 +272,7 @@ TEST_F(LicencePlateTracker, TheOlderTrackChoosesFirst) {
     EXPECT_EQ(Groups(*tracker), (std::vector<std::vector<std::uint64_t>>{{1, 3}, {2}}));
 }
 
-TEST_F(LicencePlateTracker, TheOlderTrackTakesAReadingThatSuitsTheYoungerOneBetter) {
+TEST_F(LicencePlateTracker, TheOlderTrackChoosesEvenWhatFitsTheYoungerBetter) {
     const auto tracker = Make();
     Frame(*tracker, 1000, {{1, L"AAAA", 640, 100}, {2, L"AABB", 640, 100}});
     Frame(*tracker, 1040, {{3, L"AABB", 640, 110}});
@@ -281,14 +281,14 @@ TEST_F(LicencePlateTracker, TheOlderTrackTakesAReadingThatSuitsTheYoungerOneBett
     EXPECT_EQ(groups[1], std::vector<std::uint64_t>{2}) << "the younger track got nothing";
 }
 
-TEST_F(LicencePlateTracker, ATrackTakesOneReadingPerFrame) {
+TEST_F(LicencePlateTracker, ATrackAcceptsOneReadingPerFrame) {
     const auto tracker = Make();
     Frame(*tracker, 1000, {{1, L"AAAA", 640, 100}});
     Frame(*tracker, 1040, {{2, L"AAAA", 640, 110}, {3, L"AAAA", 640, 110}});
     EXPECT_EQ(Groups(*tracker), (std::vector<std::vector<std::uint64_t>>{{1, 2}, {3}}));
 }
 
-TEST_F(LicencePlateTracker, AReadingHandedInTwiceIsTakenOnce) {
+TEST_F(LicencePlateTracker, AReadingPassedTwiceIsUsedOnce) {
     const auto tracker = Make();
     Frame(*tracker, 1000, {{1, L"AAAA", 640, 100}});
     const LicencePlatePtr twice = Reading{2, L"AAAA", 640, 110, 1040};
@@ -304,9 +304,9 @@ TEST_F(LicencePlateTracker, TwoEmptyTextsAreNotEqual) {
     EXPECT_EQ(TrackCount(*tracker), 2u);
 }
 
-TEST_F(LicencePlateTracker, ADistanceThatWrappedBelowZeroIsNotFar) {
-    // 50000 squared is negative in 32 bits and has no root; 40000 squared is positive. A text of which half differs shows
-    // which of the two distances counts as far.
+TEST_F(LicencePlateTracker, AnOverflowedNegativeDistanceIsNotFar) {
+    // 50000 squared is negative in 32 bits and has no root; 40000 squared is positive. A text of which half differs
+    // shows which of the two distances counts as far.
     for (const std::int32_t away : {40000, 50000}) {
         const auto tracker = Make();
         Frame(*tracker, 1000, {{1, thousandAs, 640, 100}});
@@ -315,7 +315,7 @@ TEST_F(LicencePlateTracker, ADistanceThatWrappedBelowZeroIsNotFar) {
     }
 }
 
-TEST_F(LicencePlateTracker, NullReadingsAndEmptyFramesAreHarmless) {
+TEST_F(LicencePlateTracker, NullReadingsAndEmptyFramesAreAccepted) {
     const auto tracker = Make();
     tracker->ProcessPlates({}, 0);
     tracker->ProcessPlates({nullptr}, 1000);
@@ -366,7 +366,7 @@ TEST_F(LicencePlateTracker, ATrackIsLostAfterTheTimeoutWithoutAnyReading) {
     EXPECT_EQ(TrackCount(*tracker), 0u);
 }
 
-TEST_F(LicencePlateTracker, ALostTrackThatWasReportedBeforeIsRemovedInSilence) {
+TEST_F(LicencePlateTracker, AReportedTrackIsRemovedWithoutAReportWhenLost) {
     const auto tracker = Make(3000, NoLimit, 2);
     Frame(*tracker, 1000, {{1, L"AAAA", 640, 100}});
     Frame(*tracker, 1100, {{2, L"AAAA", 640, 110}});
@@ -386,7 +386,7 @@ TEST_F(LicencePlateTracker, CompletenessIsReportedBeforeLoss) {
     EXPECT_EQ(TrackCount(*tracker), 0u);
 }
 
-TEST_F(LicencePlateTracker, SetLostTimeoutHoldsForTracksThatExist) {
+TEST_F(LicencePlateTracker, SetLostTimeoutAppliesToExistingTracks) {
     const auto tracker = Make();
     Frame(*tracker, 1000, {{1, L"AAAA", 640, 100}});
     tracker->SetLostTimeout(100);
@@ -413,7 +413,7 @@ TEST_F(LicencePlateTracker, ATrackPredictedAboveTheEnlargedFrameIsReportedAndRem
 }
 
 // With 1280 columns and 480 rows, the limits are exact in floating point.
-TEST_F(LicencePlateTracker, EverySideOfTheEnlargedFrameCounts) {
+TEST_F(LicencePlateTracker, EverySideOfTheEnlargedFrameIsALimit) {
     const struct {
         std::int32_t stepX;
         std::int32_t stepY;
@@ -436,7 +436,7 @@ TEST_F(LicencePlateTracker, EverySideOfTheEnlargedFrameCounts) {
     }
 }
 
-TEST_F(LicencePlateTracker, TheFrameOfTheBestReadingBoundsTheView) {
+TEST_F(LicencePlateTracker, TheBestReadingsFrameLimitsTheView) {
     for (const std::uint32_t height : {720u, 7200u}) {
         const auto tracker = Make();
         Frame(*tracker, 1000, {{1, L"AAAA", 640, 200, 0, 100, 1280, height}});
@@ -479,7 +479,7 @@ TEST_F(LicencePlateTracker, AStandingPlateIsReportedAtItsNinthReadingAndStays) {
 }
 
 // Seven steps without movement leave 26.84 pixels per second, which the eighth step reduces to exactly 24.
-TEST_F(LicencePlateTracker, ExactlyTwentyFourPixelsPerSecondAreNotSlow) {
+TEST_F(LicencePlateTracker, Exactly24PixelsPerSecondIsNotSlow) {
     const auto tracker = Make();
     CTrack track(0);
     for (std::uint64_t id = 1; id <= 8; ++id) {
@@ -509,7 +509,7 @@ TEST_F(LicencePlateTracker, WithoutLimitsAMovingPlateIsNotReported) {
     EXPECT_EQ(sink.Results()[0].readingIds.size(), 60u);
 }
 
-TEST_F(LicencePlateTracker, ASpeedThatIsNoNumberNeverCountsAsSlow) {
+TEST_F(LicencePlateTracker, NanSpeedIsNeverSlow) {
     const auto tracker = Make();
     Frame(*tracker, 1000, {{1, L"AAAA", 640, 100}});
     Frame(*tracker, 1000, {{2, L"AAAA", 640, 100}});
@@ -519,7 +519,7 @@ TEST_F(LicencePlateTracker, ASpeedThatIsNoNumberNeverCountsAsSlow) {
     EXPECT_TRUE(sink.Results().empty());
 }
 
-TEST_F(LicencePlateTracker, AnInfiniteSpeedNeverCountsAsSlow) {
+TEST_F(LicencePlateTracker, InfiniteSpeedIsNeverSlow) {
     const auto tracker = Make();
     Frame(*tracker, 1000, {{1, L"AAAA", 640, 100}});
     Frame(*tracker, 1000, {{2, L"AAAA", 640, 120}});
@@ -529,7 +529,7 @@ TEST_F(LicencePlateTracker, AnInfiniteSpeedNeverCountsAsSlow) {
     EXPECT_TRUE(sink.Results().empty());
 }
 
-TEST_F(LicencePlateTracker, AFrameFromBeforeTheLastReadingEndsTheTrack) {
+TEST_F(LicencePlateTracker, AFrameOlderThanTheLastReadingEndsTheTrack) {
     constexpr std::uint64_t never = std::numeric_limits<std::uint64_t>::max();
     {
         const auto tracker = Make(3000, never, NoLimit);
@@ -548,14 +548,14 @@ TEST_F(LicencePlateTracker, AFrameFromBeforeTheLastReadingEndsTheTrack) {
     }
 }
 
-TEST_F(LicencePlateTracker, AReadingFromAfterItsFrameEndsInThatFrame) {
+TEST_F(LicencePlateTracker, AReadingNewerThanItsFrameEndsItsTrack) {
     const auto tracker = Make();
     tracker->ProcessPlates({Reading{1, L"AAAA", 640, 100, 5000}, Reading{2, L"AAAA", 640, 100, 1000}}, 4000);
     EXPECT_EQ(sink.Take(), Calls{Result(1, 3, {1})});
     EXPECT_EQ(Groups(*tracker), (std::vector<std::vector<std::uint64_t>>{{2}}));
 }
 
-TEST_F(LicencePlateTracker, TheFirstRemovedTrackDoesNotHideTheNext) {
+TEST_F(LicencePlateTracker, RemovingATrackDoesNotSkipTheNext) {
     const auto tracker = Make();
     Frame(*tracker, 1000, {{1, L"AAAA", 640, 100}, {2, L"BBBB", 640, 600}, {3, L"CCCC", 100, 600}});
     Frame(*tracker, 4001, {{4, L"CCCC", 100, 590}});
@@ -565,7 +565,7 @@ TEST_F(LicencePlateTracker, TheFirstRemovedTrackDoesNotHideTheNext) {
 
 // --- reported and released readings ---
 
-TEST_F(LicencePlateTracker, TheBestReadingComesWithTheReadingsOfItsTextAlone) {
+TEST_F(LicencePlateTracker, TheBestReadingIsReportedWithOnlyItsTextsReadings) {
     const auto tracker = Make();
     Frame(*tracker, 1000, {{1, L"ABCD", 640, 100}});
     Frame(*tracker, 1100, {{2, L"ABCC", 640, 110}});
@@ -576,7 +576,7 @@ TEST_F(LicencePlateTracker, TheBestReadingComesWithTheReadingsOfItsTextAlone) {
     EXPECT_EQ(sink.Results(), Calls{Result(2, 3, {2, 4})});
 }
 
-TEST_F(LicencePlateTracker, AHigherWeightBeatsASmallerText) {
+TEST_F(LicencePlateTracker, HigherWeightIsPreferredToSmallerText) {
     const auto tracker = Make();
     Frame(*tracker, 1000, {{1, L"ABCC", 640, 100, 0, 100}});
     Frame(*tracker, 1100, {{2, L"ABCD", 640, 110, 0, 101}});
@@ -584,7 +584,7 @@ TEST_F(LicencePlateTracker, AHigherWeightBeatsASmallerText) {
     EXPECT_EQ(sink.Results(), Calls{Result(2, 3, {2})});
 }
 
-TEST_F(LicencePlateTracker, AReadingThatDropsOutOfEveryPlaceIsHandedBackAtOnce) {
+TEST_F(LicencePlateTracker, AnUnusedReadingIsReleasedAtOnce) {
     const auto tracker = Make();
     Frame(*tracker, 1000, {{1, L"AAAA", 640, 100}});
     Frame(*tracker, 1100, {{2, L"AAAA", 640, 110}});
@@ -599,7 +599,7 @@ TEST_F(LicencePlateTracker, AReadingThatDropsOutOfEveryPlaceIsHandedBackAtOnce) 
     EXPECT_EQ(Sorted({calls.begin() + 1, calls.end()}), (Calls{Release(3), Release(4)}));
 }
 
-TEST_F(LicencePlateTracker, ABeatenBestReadingOfATextIsHandedBack) {
+TEST_F(LicencePlateTracker, AReplacedBestReadingIsReleased) {
     const auto tracker = Make();
     Frame(*tracker, 1000, {{1, L"ABCD", 640, 100}});
     Frame(*tracker, 1100, {{2, L"ABCC", 640, 110, 0, 50}});
@@ -610,7 +610,7 @@ TEST_F(LicencePlateTracker, ABeatenBestReadingOfATextIsHandedBack) {
     EXPECT_EQ(sink.Take(), (Calls{Release(3), Release(2)}));
 }
 
-TEST_F(LicencePlateTracker, FinishAllReportsTheOldestFirstAndHandsBackBetween) {
+TEST_F(LicencePlateTracker, FinishAllReportsAndReleasesTheOldestFirst) {
     const auto tracker = Make();
     Frame(*tracker, 1000, {{1, L"AAAA", 640, 100}, {2, L"BBBB", 640, 600}});
     Frame(*tracker, 1100, {{3, L"AAAA", 640, 110}, {4, L"BBBB", 640, 590}});
@@ -620,7 +620,7 @@ TEST_F(LicencePlateTracker, FinishAllReportsTheOldestFirstAndHandsBackBetween) {
     EXPECT_TRUE(sink.calls.empty());
 }
 
-TEST_F(LicencePlateTracker, WorksOnAfterFinishAll) {
+TEST_F(LicencePlateTracker, WorksAfterFinishAll) {
     const auto tracker = Make();
     Frame(*tracker, 1000, {{1, L"AAAA", 640, 100}});
     tracker->FinishAll();
@@ -629,7 +629,7 @@ TEST_F(LicencePlateTracker, WorksOnAfterFinishAll) {
     EXPECT_EQ(Groups(*tracker), (std::vector<std::vector<std::uint64_t>>{{2}}));
 }
 
-TEST_F(LicencePlateTracker, ItsEndReportsNothingAndHandsEveryReadingBack) {
+TEST_F(LicencePlateTracker, DestructorReleasesAllReadingsWithoutReports) {
     {
         const auto tracker = Make();
         Frame(*tracker, 1000, {{1, L"AAAA", 640, 100}, {2, L"BBBB", 640, 600}});
@@ -639,14 +639,14 @@ TEST_F(LicencePlateTracker, ItsEndReportsNothingAndHandsEveryReadingBack) {
     EXPECT_EQ(Sorted(sink.Take()), (Calls{Release(1), Release(2), Release(3)}));
 }
 
-TEST_F(LicencePlateTracker, IsEndedThroughASharedPointerToItsInterface) {
+TEST_F(LicencePlateTracker, CanBeDestroyedThroughItsInterface) {
     boost::shared_ptr<ILicencePlateTracker> tracker = Make();
     tracker->ProcessPlates({Reading{1, L"AAAA", 640, 100, 1000}}, 1000);
     tracker.reset();
     EXPECT_EQ(sink.Take(), Calls{Release(1)});
 }
 
-TEST_F(LicencePlateTracker, EveryReadingIsEitherReportedOrHandedBackOnce) {
+TEST_F(LicencePlateTracker, EveryReadingIsReportedOrReleasedOnce) {
     std::set<std::uint64_t> handedIn;
     {
         const auto tracker = Make(300, 900, 5);
@@ -673,7 +673,7 @@ TEST_F(LicencePlateTracker, EveryReadingIsEitherReportedOrHandedBackOnce) {
               std::vector<std::uint64_t>(handedIn.begin(), handedIn.end()));
 }
 
-TEST_F(LicencePlateTracker, WithoutASinkNobodyIsTold) {
+TEST_F(LicencePlateTracker, WorksWithoutASink) {
     CLicencePlateTracker tracker(nullptr, 100, NoLimit, 2);
     Frame(tracker, 1000, {{1, L"AAAA", 640, 100}});
     Frame(tracker, 1050, {{2, L"AAAA", 640, 110}});
@@ -683,7 +683,7 @@ TEST_F(LicencePlateTracker, WithoutASinkNobodyIsTold) {
     EXPECT_TRUE(sink.calls.empty());
 }
 
-TEST_F(LicencePlateTracker, TheTracksReadingsAreAliveWhileTheyAreReported) {
+TEST_F(LicencePlateTracker, ReportedReadingsAreAlive) {
     struct Looker final : ILicencePlateTrackerResultSink {
         void OnResult(ILicencePlateTracker*, boost::shared_ptr<LicencePlate> best, const Readings& readings,
                       std::int32_t) override {
@@ -724,7 +724,7 @@ class ThrowingSink final : public ILicencePlateTrackerResultSink {
     RecordingSink recorded;
 };
 
-TEST(ThrowingReport, CountsAsMadeAndDelaysNoOtherTrack) {
+TEST(ThrowingReport, CountsAsReportedAndDoesNotAffectOtherTracks) {
     ThrowingSink sink;
     CLicencePlateTracker tracker(&sink, 3000, NoLimit, NoLimit);
     Readings plates;
@@ -739,7 +739,7 @@ TEST(ThrowingReport, CountsAsMadeAndDelaysNoOtherTrack) {
     EXPECT_TRUE(sink.recorded.Take().empty()) << "each is reported once and, being reported, not released";
 }
 
-TEST(ThrowingReport, LeavesATrackThatStaysReported) {
+TEST(ThrowingReport, IsNotRepeatedForARemainingTrack) {
     ThrowingSink sink;
     CLicencePlateTracker tracker(&sink, 3000, NoLimit, 1);
     for (std::uint64_t id = 1; id <= 5; ++id) {

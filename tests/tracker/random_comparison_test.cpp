@@ -284,7 +284,7 @@ std::uint64_t BaseSeed() {
 
 class RandomSequences : public testing::TestWithParam<int> {};
 
-TEST_P(RandomSequences, GiveTheReferencesCallsInTheirOrder) {
+TEST_P(RandomSequences, ProduceTheReferencesCallsInOrder) {
     const std::uint64_t first = BaseSeed() + static_cast<std::uint64_t>(GetParam()) * 1000000000;
     std::printf("VEXLANE_TEST_SEED=%llu, sequences %llu to %llu\n", static_cast<unsigned long long>(BaseSeed()),
                 static_cast<unsigned long long>(first),

@@ -15,12 +15,12 @@
 
 namespace {
 
-TEST(TextDistance, EqualTextsAreNotApart) {
+TEST(TextDistance, EqualTextsHaveDistanceZero) {
     EXPECT_EQ(TextDistance(L"", L""), 0.0);
     EXPECT_EQ(TextDistance(L"A123BC", L"A123BC"), 0.0);
 }
 
-TEST(TextDistance, AgainstAnEmptyTextIsHalfTheLength) {
+TEST(TextDistance, DistanceToAnEmptyTextIsHalfTheLength) {
     EXPECT_EQ(TextDistance(L"", L"ABC"), 1.5);
     EXPECT_EQ(TextDistance(L"ABCD", L""), 2.0);
     EXPECT_EQ(TextDistance(L"", L"A"), 0.5);
@@ -38,7 +38,7 @@ TEST(TextDistance, AReplacedUnitCostsOne) {
     EXPECT_EQ(TextDistance(L"ABC", L"XYZ"), 3.0);
 }
 
-TEST(TextDistance, CaseMakesADifference) {
+TEST(TextDistance, IsCaseSensitive) {
     EXPECT_EQ(TextDistance(L"abc", L"aBc"), 1.0);
 }
 
@@ -48,7 +48,7 @@ TEST(TextDistance, UnitsThatShareTheirLowByteDiffer) {
     EXPECT_EQ(TextDistance(std::wstring(2, L'\0'), std::wstring(5, L'\0')), 1.5);
 }
 
-TEST(TextDistance, IsTheWholeMatrixsAnswerOnRandomPairs) {
+TEST(TextDistance, EqualsTheFullMatrixOnRandomPairs) {
     std::mt19937 random(20240517);
     // A routine that works on machine words changes its path at lengths around 64 and 128.
     const std::size_t longest[] = {3, 9, 16, 66, 131};
@@ -69,7 +69,7 @@ TEST(TextDistance, IsTheWholeMatrixsAnswerOnRandomPairs) {
     }
 }
 
-TEST(TextDistance, IsRightAtEveryLengthAroundAMachineWord) {
+TEST(TextDistance, IsCorrectAtLengthsAroundAMachineWord) {
     std::mt19937 random(7);
     for (std::size_t first = 60; first <= 68; ++first) {
         for (std::size_t second = 60; second <= 68; ++second) {
@@ -152,7 +152,7 @@ class RandomTexts {
     std::uint64_t alphabet_ = 1;
 };
 
-TEST(TextDistance, IsThatOfTheRollingRows) {
+TEST(TextDistance, EqualsTheRollingRows) {
     const char* const given = std::getenv("VEXLANE_TEST_SEED");
     const std::uint64_t seed = given != nullptr ? std::strtoull(given, nullptr, 10) : 20261121;
     std::printf("VEXLANE_TEST_SEED=%llu, %d pairs\n", static_cast<unsigned long long>(seed), randomPairs);
@@ -164,7 +164,7 @@ TEST(TextDistance, IsThatOfTheRollingRows) {
     }
 }
 
-TEST(TextDistance, OfManyTextsToOneIsThatOfEachPair) {
+TEST(TextDistance, PatternEqualsTheDistanceOfEachPair) {
     RandomTexts texts(3);
     for (int round = 0; round < 200; ++round) {
         const std::wstring read = texts.Pair().first;
@@ -176,7 +176,7 @@ TEST(TextDistance, OfManyTextsToOneIsThatOfEachPair) {
     }
 }
 
-TEST(TextDistance, OfVeryLongTextsIsRight) {
+TEST(TextDistance, IsCorrectForVeryLongTexts) {
     std::wstring first(1000, L'A');
     std::wstring second = first;
     EXPECT_EQ(TextDistance(first, second), 0.0);
@@ -189,14 +189,14 @@ TEST(TextDistance, OfVeryLongTextsIsRight) {
 }
 
 // A carry from the match at the beginning passes through a machine word without matches.
-TEST(TextDistance, AnEarlierMatchBehindAWholeWordTakesTheLaterOnesPlace) {
+TEST(TextDistance, CarriesAcrossAWholeMachineWord) {
     const std::wstring text = L"A" + std::wstring(127, L'-') + L"B";
     EXPECT_EQ(TextDistance(text, L"BA"), 64.5);
     EXPECT_EQ(TextDistance(text, L"AB"), 63.5);
     EXPECT_EQ(TextDistance(L"BA", text), 64.5);
 }
 
-TEST(TextDistance, OfLongTextsWithFewCommonUnitsIsThatOfTheRollingRows) {
+TEST(TextDistance, EqualsTheRollingRowsForLongTexts) {
     std::mt19937 random(5);
     for (int round = 0; round < 500; ++round) {
         std::wstring texts[2];
@@ -210,7 +210,7 @@ TEST(TextDistance, OfLongTextsWithFewCommonUnitsIsThatOfTheRollingRows) {
     }
 }
 
-TEST(TextDistance, UnitsThatMeetInATableDiffer) {
+TEST(TextDistance, UnitsThatCollideInTheTableDiffer) {
     // 64 units at steps of the table's size, so that all of them hash to one slot.
     std::wstring text;
     for (int unit = 0; unit < 64; ++unit) {

@@ -33,7 +33,7 @@ bool IsAhead(const CTrack& track, std::int32_t x, std::int32_t y) {
     return track.IsAhead(*Held({9, L"X", x, y, 0}));
 }
 
-TEST(Track, BeginsEmptyWithItsInitialSpeed) {
+TEST(Track, StartsEmptyWithTheInitialSpeed) {
     const CTrack track(4);
     EXPECT_EQ(track.Count(), 0u);
     EXPECT_EQ(track.Speed(), 128.0);
@@ -44,14 +44,14 @@ TEST(Track, BeginsEmptyWithItsInitialSpeed) {
     EXPECT_EQ(track.TextDistanceTo(L"A1"), 1.0);
 }
 
-TEST(Track, RemembersItsFirstAndLastReading) {
+TEST(Track, KeepsItsFirstAndLastReading) {
     const CTrack track = TrackOf({{1, L"A", 10, 10, 0}, {2, L"B", 20, 10, 40}, {3, L"A", 30, 10, 80}});
     EXPECT_EQ(track.Count(), 3u);
     EXPECT_EQ(track.First()->reading->id, 1u);
     EXPECT_EQ(track.Last()->reading->id, 3u);
 }
 
-TEST(Track, KeepsTheReadingsOfEachTextInTheirOrder) {
+TEST(Track, KeepsTheReadingsOfEachTextInOrder) {
     const CTrack track =
         TrackOf({{5, L"A", 10, 10, 0}, {2, L"B", 20, 10, 40}, {3, L"A", 30, 10, 80}, {1, L"A", 40, 10, 120}});
     const auto& readings = track.ReadingsOf(L"A");
@@ -72,12 +72,12 @@ TEST(Track, TheEmptyTextIsTheSmallestOfAll) {
     EXPECT_EQ(track.Best()->reading->id, 2u);
 }
 
-TEST(Track, TextsAreOrderedByTheirUnits) {
+TEST(Track, TextsAreOrderedByCodeUnits) {
     const CTrack track = TrackOf({{1, L"a", 10, 10, 0}, {2, L"\u4eac", 10, 10, 0}, {3, L"B", 20, 10, 40}});
     EXPECT_EQ(track.Best()->reading->id, 3u);
 }
 
-TEST(Track, TheHighestWeightIsBestWhateverItsText) {
+TEST(Track, TheHighestWeightIsBestRegardlessOfItsText) {
     const CTrack track = TrackOf({{1, L"A", 10, 10, 0, 100}, {2, L"Z", 20, 10, 40, 101}, {3, L"B", 30, 10, 80, -5}});
     EXPECT_EQ(track.Best()->reading->id, 2u);
 }
@@ -111,7 +111,7 @@ TEST(Track, AnEmptyTextNeverMatchesAnEmptyText) {
     EXPECT_EQ(both.TextDistanceTo(L""), 0.5);
 }
 
-TEST(Track, TextDistanceIsThatOfALookAtEveryText) {
+TEST(Track, TextDistanceEqualsThatOfAFullSearch) {
     std::mt19937 random(11);
     const auto below = [&](std::size_t limit) {
         return std::uniform_int_distribution<std::size_t>(0, limit - 1)(random);
@@ -148,7 +148,7 @@ TEST(Track, TextDistanceIsThatOfALookAtEveryText) {
     }
 }
 
-TEST(Track, TheBestIsThatOfALookAtEveryReading) {
+TEST(Track, BestEqualsThatOfAFullSearch) {
     std::mt19937 random(12);
     const auto below = [&](std::size_t limit) {
         return std::uniform_int_distribution<std::size_t>(0, limit - 1)(random);
@@ -174,7 +174,7 @@ TEST(Track, TheBestIsThatOfALookAtEveryReading) {
     }
 }
 
-TEST(Track, APlateInTheUpperHalfIsTakenToMoveDown) {
+TEST(Track, APlateInTheUpperHalfIsAssumedToMoveDown) {
     // The margin is 0.05 x (1280 + 720) = 100 pixels.
     const CTrack track = TrackOf({{1, L"A", 640, 359, 0}});
     EXPECT_FALSE(IsAhead(track, 640, 259));
@@ -184,14 +184,14 @@ TEST(Track, APlateInTheUpperHalfIsTakenToMoveDown) {
     EXPECT_TRUE(IsAhead(track, 640, 5000));
 }
 
-TEST(Track, APlateFromTheMiddleDownIsTakenToMoveUp) {
+TEST(Track, APlateInTheLowerHalfIsAssumedToMoveUp) {
     const CTrack track = TrackOf({{1, L"A", 640, 360, 0}});
     EXPECT_FALSE(IsAhead(track, 640, 460));
     EXPECT_TRUE(IsAhead(track, 640, 459));
     EXPECT_TRUE(IsAhead(track, 640, -5000));
 }
 
-TEST(Track, APlateAtTheSideIsTakenToMoveAwayFromIt) {
+TEST(Track, APlateAtTheSideIsAssumedToMoveAwayFromIt) {
     // Left third: x below 1280 / 3 = 426; right third: x above 2560 / 3 = 853. The direction is diagonal and has the
     // length of a diagonal, so the two margins of 100 add up to 200.
     const CTrack left = TrackOf({{1, L"A", 425, 100, 0}});
@@ -206,7 +206,7 @@ TEST(Track, APlateAtTheSideIsTakenToMoveAwayFromIt) {
     EXPECT_TRUE(IsAhead(right, 1053, 100));
 }
 
-TEST(Track, TheMarginIsTheCandidatesFrame) {
+TEST(Track, TheMarginDependsOnTheCandidatesFrame) {
     const CTrack track = TrackOf({{1, L"A", 640, 300, 0}});
     Reading candidate{2, L"B", 640, 200, 0};
     EXPECT_FALSE(track.IsAhead(*Held(candidate)));
@@ -221,7 +221,7 @@ TEST(Track, TheMarginIsTheCandidatesFrame) {
     EXPECT_TRUE(track.IsAhead(*Held(candidate)));
 }
 
-TEST(Track, MovementTurnsTheDirectionByAFifth) {
+TEST(Track, MovementChangesTheDirectionByAFifth) {
     const CTrack track = TrackOf({{1, L"A", 640, 100, 0}, {2, L"A", 640, 90, 40}});
     // (0, 0.8 x 1 + 0.2 x -1), normalised: still downwards.
     EXPECT_TRUE(IsAhead(track, 640, -9));
@@ -235,7 +235,7 @@ TEST(Track, MovementTurnsTheDirectionByAFifth) {
     EXPECT_FALSE(IsAhead(turned, static_cast<std::int32_t>(limit) - 1, 100));
 }
 
-TEST(Track, AMovementOfTwoPixelsLeavesTheDirection) {
+TEST(Track, AMovementOfTwoPixelsKeepsTheDirection) {
     const CTrack two = TrackOf({{1, L"A", 640, 100, 0}, {2, L"A", 642, 100, 40}});
     EXPECT_TRUE(IsAhead(two, -5000, 100));
     const CTrack three = TrackOf({{1, L"A", 640, 100, 0}, {2, L"A", 643, 100, 40}});
@@ -251,7 +251,7 @@ TEST(Track, SpeedIsSmoothedByAFifth) {
     EXPECT_DOUBLE_EQ(track.Speed(), 0.8 * (0.2 * 500.0 + 0.8 * 128.0));
 }
 
-TEST(Track, EqualTimesGiveAnInfiniteSpeedThatStays) {
+TEST(Track, EqualTimesMakeTheSpeedInfinite) {
     CTrack track = TrackOf({{1, L"A", 100, 100, 1000}, {2, L"A", 130, 140, 1000}});
     EXPECT_EQ(track.Speed(), std::numeric_limits<double>::infinity());
     for (std::uint64_t more = 0; more < 30; ++more) {
@@ -261,7 +261,7 @@ TEST(Track, EqualTimesGiveAnInfiniteSpeedThatStays) {
     EXPECT_FALSE(track.Speed() < 24.0);
 }
 
-TEST(Track, EqualTimesAtOnePlaceGiveNoNumber) {
+TEST(Track, EqualTimesAtOnePlaceMakeTheSpeedNan) {
     CTrack track = TrackOf({{1, L"A", 100, 100, 1000}, {2, L"A", 100, 100, 1000}});
     EXPECT_TRUE(std::isnan(track.Speed()));
     track.Add(Held({3, L"A", 100, 100, 1100}));
@@ -269,33 +269,33 @@ TEST(Track, EqualTimesAtOnePlaceGiveNoNumber) {
     EXPECT_FALSE(track.Speed() < 24.0);
 }
 
-TEST(Track, AnEarlierReadingIsALongTimeAway) {
+TEST(Track, AnEarlierTimeWrapsToALongInterval) {
     const CTrack track = TrackOf({{1, L"A", 100, 100, 1000}, {2, L"A", 200, 100, 900}});
     EXPECT_DOUBLE_EQ(track.Speed(), 0.2 * (100.0 / (18446744073709551516.0 / 1000.0)) + 0.8 * 128.0);
 }
 
-TEST(Track, AFarMovementTakesPartInTheDirection) {
+TEST(Track, AVeryLargeMovementChangesTheDirection) {
     const CTrack track = TrackOf({{1, L"A", 640, 100, 0}, {2, L"A", 1000000640, 100, 1000}});
     EXPECT_TRUE(std::isfinite(track.Speed()));
     EXPECT_GT(track.Speed(), 1e8);
     EXPECT_FALSE(IsAhead(track, 640, 100));
 }
 
-TEST(Track, OneReadingIsPredictedWhereItIs) {
+TEST(Track, OneReadingIsPredictedAtItsPlace) {
     const CTrack track = TrackOf({{1, L"A", 100, 200, 1000}});
     const PredictedPosition position = track.PredictAt(5000);
     EXPECT_EQ(position.x, 100);
     EXPECT_EQ(position.y, 200);
 }
 
-TEST(Track, TheLastTwoReadingsAreExtendedInALine) {
+TEST(Track, TheLastTwoReadingsAreExtrapolatedLinearly) {
     const CTrack track = TrackOf({{1, L"A", 0, 0, 0}, {2, L"A", 100, 200, 1000}, {3, L"A", 110, 190, 1100}});
     const PredictedPosition position = track.PredictAt(1250);
     EXPECT_EQ(position.x, 125);
     EXPECT_EQ(position.y, 175);
 }
 
-TEST(Track, APredictionIsCutTowardZero) {
+TEST(Track, APredictionIsTruncatedTowardZero) {
     const CTrack track = TrackOf({{1, L"A", 10, -10, 0}, {2, L"A", 11, -11, 4}});
     const PredictedPosition position = track.PredictAt(7);  // 11.75, -11.75
     EXPECT_EQ(position.x, 11);
@@ -309,7 +309,7 @@ TEST(Track, EqualTimesArePredictedAtTheLastPlace) {
     EXPECT_EQ(position.y, 400);
 }
 
-TEST(Track, APredictionBeyondThirtyTwoBitsIsTheSmallestNumber) {
+TEST(Track, APredictionBeyond32BitsIsTheSmallestNumber) {
     const CTrack track = TrackOf({{1, L"A", 100, 200, 1000}, {2, L"A", 300, 200, 1001}});
     const PredictedPosition position = track.PredictAt(std::uint64_t{1} << 40);
     EXPECT_EQ(position.x, std::numeric_limits<std::int32_t>::min());

@@ -36,7 +36,7 @@ class Leaks : public ReadingEngine {
     RunningService service;
 };
 
-TEST_F(Leaks, AThousandThreadsLeaveNothing) {
+TEST_F(Leaks, AThousandThreadsLeakNothing) {
     ExpectNothingLeft([](int round) {
         OnNewThread([round] {
             ASSERT_TRUE(SetPlateRange(1, 2));
@@ -46,7 +46,7 @@ TEST_F(Leaks, AThousandThreadsLeaveNothing) {
     });
 }
 
-TEST_F(Leaks, AThousandClientsOfOneThreadLeaveNothing) {
+TEST_F(Leaks, AThousandClientsOfOneThreadLeakNothing) {
     ExpectNothingLeft([](int round) {
         engine_client::Client client;
         ASSERT_TRUE(client.SetRange(1, 2));
@@ -59,7 +59,7 @@ TEST_F(Leaks, AThousandClientsOfOneThreadLeaveNothing) {
     });
 }
 
-TEST_F(Leaks, FramesOfOneSizeUseTheSameMemory) {
+TEST_F(Leaks, FramesOfOneSizeReuseMemory) {
     ASSERT_TRUE(SetPlateRange(1, 2));
     TestPicture picture(320, 240);
     ASSERT_EQ(Recognition(&picture.image).count, 2);

@@ -15,7 +15,7 @@ bool IsRead(std::uint32_t width, std::uint32_t height, unsigned seed) {
 }
 
 // Over a shared connection, the pixels of one process would be taken for those of the other.
-TEST_F(ReadingEngine, OfAForkedChildHasAConnectionOfItsOwn) {
+TEST_F(ReadingEngine, OpensItsOwnConnectionInAForkedChild) {
     const RunningService service;
     ASSERT_TRUE(IsRead(40, 30, 1));
     EXPECT_EQ(test_support::ExitCodeOfForkedChild([] { return IsRead(400, 300, 2); }), 0);

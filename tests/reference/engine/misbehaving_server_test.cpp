@@ -226,7 +226,7 @@ std::vector<Misbehaviour> Misbehaviours() {
     };
 }
 
-TEST(MisbehavingServer, ThatDoesNotTakeARangeIsRefusedInTime) {
+TEST(MisbehavingServer, RangeFailsInTimeWithoutAValidResponse) {
     std::vector<Misbehaviour> all = Misbehaviours<transport::Greeting>();
     for (const Misbehaviour& one : Misbehaviours<transport::Range>()) {
         all.push_back(one);
@@ -259,7 +259,7 @@ TEST(MisbehavingServer, ThatDoesNotTakeARangeIsRefusedInTime) {
 }
 
 // Each frame costs little time, and the range is not refused, so that the server is not ended for being busy.
-TEST(MisbehavingServer, ThatIsBusyForEverCostsThePlatesAlone) {
+TEST(MisbehavingServer, PermanentlyBusyServerCostsOnlyPlates) {
     std::atomic<int> attempts = 0;
     const FakeServer server([&attempts](Connection& connection) {
         ++attempts;
@@ -273,7 +273,7 @@ TEST(MisbehavingServer, ThatIsBusyForEverCostsThePlatesAlone) {
     EXPECT_LE(attempts, 5 * 3) << "it is asked again and again";
 }
 
-TEST(MisbehavingServer, ThatDoesNotAnswerAFrameCostsThatFrameAlone) {
+TEST(MisbehavingServer, InvalidFrameResponseAffectsOnlyThatFrame) {
     ForEachAtOnce(Misbehaviours<transport::Frame>(), [](const Misbehaviour& one) {
         // Only the first client is served badly.
         const auto isFirst = std::make_shared<std::atomic<bool>>(true);
@@ -296,7 +296,7 @@ TEST(MisbehavingServer, ThatDoesNotAnswerAFrameCostsThatFrameAlone) {
     });
 }
 
-TEST(MisbehavingServer, ThatTakesNoPixelsCostsTheFramesTimeAlone) {
+TEST(MisbehavingServer, UnreadPixelsEndTheFrameAtItsTimeout) {
     const FakeServer server([](Connection& connection) {
         const auto serveOne = [&connection](const Contents& wanted) {
             Bytes bytes(transport::maxMessageBytes);
@@ -317,7 +317,7 @@ TEST(MisbehavingServer, ThatTakesNoPixelsCostsTheFramesTimeAlone) {
                 testing::AllOf(testing::Ge(1900ms), testing::Lt(longestCall)));
 }
 
-TEST(MisbehavingServer, ThatAnswersTwiceIsNotBelievedLater) {
+TEST(MisbehavingServer, SecondResponseIsNotUsedForALaterFrame) {
     std::atomic<bool> isFirst = true;
     const FakeServer server([&isFirst](Connection& connection) {
         const bool answersTwice = isFirst.exchange(false);
@@ -335,7 +335,7 @@ TEST(MisbehavingServer, ThatAnswersTwiceIsNotBelievedLater) {
     EXPECT_EQ(Recognize(client).text, "FIRST1");
 }
 
-TEST(MisbehavingServer, ThatIsNotThereIsWaitedForAndThenRefused) {
+TEST(MisbehavingServer, RangeFailsAfterATimeoutWithoutAServer) {
     Client client("vexlane-test-nobody-" + std::to_string(std::random_device()()));
     bool isTaken = true;
     const auto time = TimeOf([&] { isTaken = client.SetRange(1, 2); });
@@ -347,7 +347,7 @@ TEST(MisbehavingServer, ThatIsNotThereIsWaitedForAndThenRefused) {
     EXPECT_LT(recognized.time, 1s);
 }
 
-TEST(MisbehavingServer, WhoseRoomIsFullIsRefusedInTime) {
+TEST(MisbehavingServer, RangeFailsInTimeWhenTheQueueIsFull) {
     // Connections are not accepted, and the queue of waiting ones is full.
     const std::string name = "vexlane-test-full-" + std::to_string(std::random_device()());
     const std::optional<transport::Listener> listener = transport::Listener::Open(name);

@@ -65,7 +65,7 @@ class Nonsense : public ReadingEngine {
     RunningService service;
 };
 
-TEST_F(Nonsense, ThatIsNoGreetingEndsTheConnection) {
+TEST_F(Nonsense, FirstMessageMustBeAGreeting) {
     for (const Bytes& message :
          {Bytes{1}, Bytes(16, 0), Bytes(32, 255), Bytes(5000, 1), Encode({1, Range{1, 2}}),
           Encode({1, RangeAccepted()}), Encode({1, GreetingReply()}), frame, Encode({1, Readings()}), Bytes()}) {
@@ -76,7 +76,7 @@ TEST_F(Nonsense, ThatIsNoGreetingEndsTheConnection) {
     EXPECT_TRUE(ServesWell());
 }
 
-TEST_F(Nonsense, OfAnotherVersionIsToldOursAndEnded) {
+TEST_F(Nonsense, GreetingOfAnotherVersionReturnsOursAndCloses) {
     AnyClient client;
     client.Send(Encode({4, Greeting{.version = protocolVersion + 1}}));
     EXPECT_EQ(client.Receive(), Encode({4, GreetingReply()}));
@@ -84,7 +84,7 @@ TEST_F(Nonsense, OfAnotherVersionIsToldOursAndEnded) {
     EXPECT_TRUE(ServesWell());
 }
 
-TEST_F(Nonsense, BehindTheGreetingEndsTheConnection) {
+TEST_F(Nonsense, InvalidMessageAfterTheGreetingCloses) {
     Bytes spoiltFrame = Encode({1, Frame{10, 10, Region{0, 0, 10, 10}}});
     spoiltFrame[32] = 11;  // the region's right
     for (const Bytes& message :
@@ -97,7 +97,7 @@ TEST_F(Nonsense, BehindTheGreetingEndsTheConnection) {
     EXPECT_TRUE(ServesWell());
 }
 
-TEST_F(Nonsense, AboutPixelsEndsTheConnection) {
+TEST_F(Nonsense, WrongNumberOfPixelsCloses) {
     const std::vector<std::vector<Bytes>> wrong = {
         {Bytes(frameBytes + 1)},                  // more
         {Bytes(frameBytes), Bytes(1)},            // more, in a separate piece
@@ -124,7 +124,7 @@ TEST_F(Nonsense, AboutPixelsEndsTheConnection) {
     EXPECT_TRUE(ServesWell());
 }
 
-TEST_F(Nonsense, OfAFrameThatIsNeverSentToItsEndEndsTheConnectionInTime) {
+TEST_F(Nonsense, IncompleteFrameClosesAfterATimeout) {
     GreetedClient none;
     GreetedClient some;
     GreetedClient large;
@@ -143,7 +143,7 @@ TEST_F(Nonsense, OfAFrameThatIsNeverSentToItsEndEndsTheConnectionInTime) {
     EXPECT_TRUE(ServesWell());
 }
 
-TEST_F(Nonsense, OfSizesThatWouldWrapEndsTheConnection) {
+TEST_F(Nonsense, FrameSizeThatWouldOverflowCloses) {
     for (const std::uint32_t side : {0u, 16385u, 0x55555556u, 0x80000000u, 0xFFFFFFFFu}) {
         for (const bool both : {false, true}) {
             Bytes message = Encode({2, Frame{1, 1, {}}});
@@ -160,7 +160,7 @@ TEST_F(Nonsense, OfSizesThatWouldWrapEndsTheConnection) {
 }
 
 // Each message is a valid one with random changes, with or without pixels after it.
-TEST_F(Nonsense, OfRandomKindsHarmsNobodyElse) {
+TEST_F(Nonsense, RandomMessagesDoNotAffectOtherClients) {
     std::mt19937 random(20240131);
     const auto below = [&random](unsigned limit) { return static_cast<unsigned>(random() % limit); };
     const std::vector<Bytes> corpus = {

@@ -17,7 +17,7 @@ class RoundTrip : public ReadingEngine {
     RunningService service;
 };
 
-TEST_F(RoundTrip, BringsEveryByteOfThePictureInAnySizeAndLayout) {
+TEST_F(RoundTrip, TransfersEveryByteInAnySizeAndLayout) {
     ASSERT_TRUE(SetPlateRange(1, 2));
     unsigned seed = 0;
     // Sizes go up and down, so that memory is both reallocated and reused.
@@ -33,7 +33,7 @@ TEST_F(RoundTrip, BringsEveryByteOfThePictureInAnySizeAndLayout) {
     }
 }
 
-TEST_F(RoundTrip, ReadsNothingBehindTheLastRowsPixels) {
+TEST_F(RoundTrip, ReadsNothingAfterTheLastRowsPixels) {
     ASSERT_TRUE(SetPlateRange(1, 2));
     TestPicture picture(5, 3, 100);
     // The address sanitizer reports a read past the end.
@@ -42,7 +42,7 @@ TEST_F(RoundTrip, ReadsNothingBehindTheLastRowsPixels) {
     EXPECT_TRUE(Answers(Recognition(&picture.image), DescriptionOf(picture.AsRead(), std::nullopt, WidthRange{1, 2})));
 }
 
-TEST_F(RoundTrip, LeavesThePictureAsItIs) {
+TEST_F(RoundTrip, DoesNotChangeThePicture) {
     ASSERT_TRUE(SetPlateRange(1, 2));
     TestPicture picture(31, 9, 5);
     const std::vector<std::uint8_t> before = picture.pixels;
@@ -52,7 +52,7 @@ TEST_F(RoundTrip, LeavesThePictureAsItIs) {
     EXPECT_EQ(std::memcmp(&picture.image, &image, sizeof image), 0);
 }
 
-TEST_F(RoundTrip, CutsTheRegionToThePicture) {
+TEST_F(RoundTrip, ClipsTheRegionToThePicture) {
     constexpr int least = std::numeric_limits<int>::min();
     constexpr int most = std::numeric_limits<int>::max();
     struct Case {
@@ -90,7 +90,7 @@ TEST_F(RoundTrip, FindsNothingInAnEmptyRegion) {
     }
 }
 
-TEST_F(RoundTrip, GivesTheLastRangeToTheReaderAndNoneBeforeTheFirst) {
+TEST_F(RoundTrip, PassesTheLastRangeToTheReader) {
     constexpr int least = std::numeric_limits<int>::min();
     constexpr int most = std::numeric_limits<int>::max();
     OnNewThread([] {
@@ -104,7 +104,7 @@ TEST_F(RoundTrip, GivesTheLastRangeToTheReaderAndNoneBeforeTheFirst) {
     });
 }
 
-TEST_F(RoundTrip, AnswersNoneToFiveReadingsAndOfMoreTheFirstFive) {
+TEST_F(RoundTrip, ReturnsAtMostTheFirstFiveReadings) {
     ASSERT_TRUE(SetPlateRange(1, 2));
     TestPicture picture(20, 20);
     for (int count = 0; count < 8; ++count) {
@@ -117,7 +117,7 @@ TEST_F(RoundTrip, AnswersNoneToFiveReadingsAndOfMoreTheFirstFive) {
     }
 }
 
-TEST_F(RoundTrip, LeavesOutWhatARecordDoesNotHoldAndLimitsConfidences) {
+TEST_F(RoundTrip, OmitsInvalidTextsAndClampsConfidences) {
     ASSERT_TRUE(SetPlateRange(1, 2));
     TestPicture picture(20, 20);
     picture.Tell(scripted_reader::BeOdd);
@@ -129,7 +129,7 @@ TEST_F(RoundTrip, LeavesOutWhatARecordDoesNotHoldAndLimitsConfidences) {
     EXPECT_TRUE(Answers(Recognition(&picture.image), wanted));
 }
 
-TEST_F(RoundTrip, PutsEveryFieldAtItsPlaceInTheRecord) {
+TEST_F(RoundTrip, WritesEveryFieldAtItsOffset) {
     ASSERT_TRUE(SetPlateRange(1, 2));
     TestPicture picture(20, 20);
     picture.Tell(scripted_reader::Count, 3);
@@ -145,7 +145,7 @@ TEST_F(RoundTrip, PutsEveryFieldAtItsPlaceInTheRecord) {
     EXPECT_THAT(corners, testing::ElementsAre(2, 1, 2, 2, 2, 3, 2, 4));
 }
 
-TEST_F(RoundTrip, FindsNothingWhenTheReaderThrowsAndGoesOn) {
+TEST_F(RoundTrip, FindsNothingWhenTheReaderThrows) {
     ASSERT_TRUE(SetPlateRange(1, 2));
     TestPicture picture(20, 20);
     for (const std::uint8_t what : {std::uint8_t{0}, std::uint8_t{1}}) {
@@ -156,7 +156,7 @@ TEST_F(RoundTrip, FindsNothingWhenTheReaderThrowsAndGoesOn) {
     }
 }
 
-TEST_F(RoundTrip, FindsNothingInWhatIsNoPicture) {
+TEST_F(RoundTrip, FindsNothingInAnInvalidPicture) {
     ASSERT_TRUE(SetPlateRange(1, 2));
     EXPECT_TRUE(Answers(Recognition(nullptr), {}));
     const auto expectNothing = [](auto change) {
@@ -192,7 +192,7 @@ TEST_F(RoundTrip, FindsNothingInWhatIsNoPicture) {
     EXPECT_EQ(Recognition(&picture.image).count, 2);
 }
 
-TEST_F(RoundTrip, AnswersEachOfManyThreadsAboutItsOwnPictures) {
+TEST_F(RoundTrip, ReturnsEachThreadItsOwnReadings) {
     std::vector<std::thread> threads;
     std::atomic<int> right = 0;
     constexpr int threadCount = 8;

@@ -105,7 +105,7 @@ class ReadingService : public ReadingEngine {
 
 // Start and exit
 
-TEST_F(ReadingService, ListensBeforeThereIsAReader) {
+TEST_F(ReadingService, ListensBeforeAReaderExists) {
     std::promise<void> goOn;
     std::shared_future<void> wait = goOn.get_future().share();
     RunningService service({}, [wait] {
@@ -119,7 +119,7 @@ TEST_F(ReadingService, ListensBeforeThereIsAReader) {
     EXPECT_EQ(frame.get(), 2);
 }
 
-TEST_F(ReadingService, EndsWhenNobodyHasBeenConnectedForItsTime) {
+TEST_F(ReadingService, ExitsAfterTheIdleTimeWithoutConnections) {
     EXPECT_THAT(TimeOf([] {
                     RunningService service(With([](Settings& settings) { settings.idleTimeout = 300ms; }));
                     EXPECT_EQ(service.Join(), End::Idle);
@@ -128,7 +128,7 @@ TEST_F(ReadingService, EndsWhenNobodyHasBeenConnectedForItsTime) {
     EXPECT_FALSE(Connection::Open(transport::ServerName()));
 }
 
-TEST_F(ReadingService, CountsItsIdleTimeFromTheEndOfTheLastConnection) {
+TEST_F(ReadingService, IdleTimeStartsWhenTheLastConnectionEnds) {
     RunningService service(With([](Settings& settings) { settings.idleTimeout = 300ms; }));
     {
         Client client;
@@ -140,7 +140,7 @@ TEST_F(ReadingService, CountsItsIdleTimeFromTheEndOfTheLastConnection) {
                 testing::AllOf(testing::Ge(250ms), testing::Lt(5s)));
 }
 
-TEST_F(ReadingService, EndsWhenItIsToldToWithAllConnections) {
+TEST_F(ReadingService, StopEndsAllConnections) {
     RunningService service;
     Client client;
     ASSERT_TRUE(client.SetRange(1, 2));
@@ -151,13 +151,13 @@ TEST_F(ReadingService, EndsWhenItIsToldToWithAllConnections) {
     EXPECT_FALSE(silent->IsPeerConnected());
 }
 
-TEST_F(ReadingService, EndsAtOnceWhenItWasToldToBefore) {
+TEST_F(ReadingService, StopBeforeRunEndsAtOnce) {
     reading_service::Service service({}, scripted_reader::Make);
     service.Stop();
     EXPECT_EQ(service.Run(), End::Stopped);
 }
 
-TEST_F(ReadingService, EndsWhenAnotherOneKeepsTheName) {
+TEST_F(ReadingService, ExitsWhenAnotherServerKeepsTheName) {
     const auto listener = transport::Listener::Open(transport::ServerName());
     EXPECT_THAT(TimeOf([] {
                     RunningService service(With([](Settings& settings) { settings.nameTimeout = 200ms; }));
@@ -166,7 +166,7 @@ TEST_F(ReadingService, EndsWhenAnotherOneKeepsTheName) {
                 testing::AllOf(testing::Ge(190ms), testing::Lt(5s)));
 }
 
-TEST_F(ReadingService, WaitsForTheNameOfOneThatIsEnding) {
+TEST_F(ReadingService, WaitsForTheNameOfAnExitingServer) {
     auto listener = transport::Listener::Open(transport::ServerName());
     RunningService service(With([](Settings& settings) { settings.nameTimeout = 30s; }));
     std::this_thread::sleep_for(100ms);
@@ -174,14 +174,14 @@ TEST_F(ReadingService, WaitsForTheNameOfOneThatIsEnding) {
     EXPECT_TRUE(TakesARange());
 }
 
-TEST_F(ReadingService, CanBeToldToEndWhileItWaitsForTheName) {
+TEST_F(ReadingService, CanBeStoppedWhileItWaitsForTheName) {
     const auto listener = transport::Listener::Open(transport::ServerName());
     RunningService service(With([](Settings& settings) { settings.nameTimeout = 1h; }));
     EXPECT_LT(TimeOf([&] { service.Stop(); }), 2s);
     EXPECT_EQ(service.Join(), End::Stopped);
 }
 
-TEST_F(ReadingService, ThatStartsWithinTheClientsTimeIsTaken) {
+TEST_F(ReadingService, ClientWaitsForAStartingServer) {
     Client client;
     auto taken = std::async(std::launch::async, [&] { return client.SetRange(1, 2); });
     std::this_thread::sleep_for(1s);
@@ -189,7 +189,7 @@ TEST_F(ReadingService, ThatStartsWithinTheClientsTimeIsTaken) {
     EXPECT_TRUE(taken.get());
 }
 
-TEST_F(ReadingService, ThatCameAnewIsGivenTheRangeAgain) {
+TEST_F(ReadingService, RestartedServerReceivesTheRangeAgain) {
     Client client;
     TestPicture picture(4, 4);
     RPLATE plates[engineRecordCount] = {};
@@ -214,7 +214,7 @@ int ReadingsFor(Client& client) {
 }
 
 // A client beyond the limit once took the server for hung, and its library then ended the server for all clients.
-TEST_F(ReadingService, TellsClientsBeyondItsPlacesThatItIsBusy) {
+TEST_F(ReadingService, ClientsBeyondTheLimitReceiveBusy) {
     RunningService service(With([](Settings& settings) { settings.maxConnections = 3; }));
     std::vector<Client> clients(3);
     for (Client& client : clients) {
@@ -249,7 +249,7 @@ constexpr std::size_t places = 256;
 constexpr std::size_t others = 44;
 #endif
 
-TEST_F(ReadingService, ServesAsManyAsItHasPlacesForAndTheOthersAsPlacesBecomeFree) {
+TEST_F(ReadingService, ServesWaitingClientsWhenConnectionsEnd) {
     RunningService service(With([](Settings& settings) { settings.maxConnections = places; }));
     std::deque<Client> clients(places + others);
     const auto forEach = [&clients](std::size_t first, std::size_t last, auto action) {
@@ -288,7 +288,7 @@ TEST_F(ReadingService, ServesAsManyAsItHasPlacesForAndTheOthersAsPlacesBecomeFre
     EXPECT_EQ(served, others);
 }
 
-TEST_F(ReadingService, OutlivesAFloodOfConnectionsThatSayNothing) {
+TEST_F(ReadingService, SurvivesManySilentConnections) {
     RunningService service(With([](Settings& settings) { settings.maxConnections = 8; }));
     Client client;
     ASSERT_TRUE(client.SetRange(1, 2));
@@ -313,7 +313,7 @@ TEST_F(ReadingService, OutlivesAFloodOfConnectionsThatSayNothing) {
 
 // Readers
 
-TEST_F(ReadingService, MakesNoMoreReadersThanItMayAndNoneThatNobodyNeeds) {
+TEST_F(ReadingService, MakesReadersOnDemandUpToTheLimit) {
     Gate gate;
     std::atomic<int> made = 0;
     RunningService service(With([](Settings& settings) { settings.readers = 2; }), [&] {
@@ -339,7 +339,7 @@ TEST_F(ReadingService, MakesNoMoreReadersThanItMayAndNoneThatNobodyNeeds) {
     EXPECT_EQ(made, 2);
 }
 
-TEST_F(ReadingService, TakesARangeAtOnceWhileAllReadersAreBusy) {
+TEST_F(ReadingService, AcceptsARangeAtOnceWhileAllReadersAreBusy) {
     Gate gate;
     RunningService service(With([](Settings& settings) { settings.readers = 1; }), Gated(gate));
     auto busy = Send(0);
@@ -351,7 +351,7 @@ TEST_F(ReadingService, TakesARangeAtOnceWhileAllReadersAreBusy) {
     EXPECT_EQ(waiting.get(), 1);
 }
 
-TEST(ReaderPool, LendsInTheOrderInWhichItIsAsked) {
+TEST(ReaderPool, LendsReadersInRequestOrder) {
     reading_service::ReaderPool pool(1, scripted_reader::Make);
     auto first = std::make_optional(pool.Take(transport::noDeadline));
     ASSERT_TRUE(first->has_value());
@@ -373,7 +373,7 @@ TEST(ReaderPool, LendsInTheOrderInWhichItIsAsked) {
     EXPECT_THAT(order, ElementsAre(0, 1, 2, 3, 4));
 }
 
-TEST(ReaderPool, LetsGoAtTheDeadlineAndWhenItIsStopped) {
+TEST(ReaderPool, TakeFailsAtTheDeadlineAndAfterStop) {
     reading_service::ReaderPool pool(1, scripted_reader::Make);
     {
         const auto lent = pool.Take(transport::noDeadline);
@@ -388,7 +388,7 @@ TEST(ReaderPool, LetsGoAtTheDeadlineAndWhenItIsStopped) {
     EXPECT_FALSE(pool.Take(transport::noDeadline));
 }
 
-TEST_F(ReadingService, ReadsNoFrameWhoseClientHasGone) {
+TEST_F(ReadingService, SkipsFramesOfDisconnectedClients) {
     Gate gate;
     RunningService service(With([](Settings& settings) { settings.readers = 1; }), Gated(gate));
     auto busy = Send(1);
@@ -412,7 +412,7 @@ TEST_F(ReadingService, ReadsNoFrameWhoseClientHasGone) {
     EXPECT_THAT(gate.Arrived(), ElementsAre(1, 3)) << "a frame was read for nobody";
 }
 
-TEST_F(ReadingService, LetsAFrameGoThatGetsNoReaderInItsTime) {
+TEST_F(ReadingService, DropsAFrameThatGetsNoReaderInTime) {
     Gate gate;
     RunningService service(With([](Settings& settings) { settings.readers = 1; }), Gated(gate));
     auto busy = Send(1);
@@ -430,7 +430,7 @@ TEST_F(ReadingService, LetsAFrameGoThatGetsNoReaderInItsTime) {
     EXPECT_THAT(gate.Arrived(), ElementsAre(1, 3));
 }
 
-TEST_F(ReadingService, AnswersEmptyHandedAtOnceWhenNoReaderCanBeMadeAndTriesAgain) {
+TEST_F(ReadingService, ReturnsNoReadingsWhileReadersCannotBeMade) {
     std::atomic<bool> fails = true;
     std::atomic<int> attempts = 0;
     RunningService service({}, [&]() -> std::unique_ptr<plate_reading::FrameReader> {
@@ -450,7 +450,7 @@ TEST_F(ReadingService, AnswersEmptyHandedAtOnceWhenNoReaderCanBeMadeAndTriesAgai
     EXPECT_TRUE(WaitUntil([&] { return Send(0).get() == 2; }));
 }
 
-TEST_F(ReadingService, EndsWhileNoReaderCanBeMade) {
+TEST_F(ReadingService, StopsWhileReadersCannotBeMade) {
     RunningService service(
         {}, []() -> std::unique_ptr<plate_reading::FrameReader> { throw std::runtime_error("the test wants none"); });
     EXPECT_TRUE(TakesARange());
@@ -459,7 +459,7 @@ TEST_F(ReadingService, EndsWhileNoReaderCanBeMade) {
 
 // Clients that send no requests
 
-TEST_F(ReadingService, GivesThePlaceOfASilentClientToOneThatNeedsIt) {
+TEST_F(ReadingService, ReplacesASilentClientWhenTheLimitIsReached) {
     RunningService service(With([](Settings& settings) {
         settings.maxConnections = 1;
         settings.silenceTimeout = 20ms;
@@ -472,7 +472,7 @@ TEST_F(ReadingService, GivesThePlaceOfASilentClientToOneThatNeedsIt) {
     EXPECT_TRUE(WaitUntil([&] { return Send(0).get() == 2; }));
 }
 
-TEST_F(ReadingService, LetsASilentClientKeepAPlaceThatNobodyNeeds) {
+TEST_F(ReadingService, KeepsASilentClientBelowTheLimit) {
     RunningService service(With([](Settings& settings) {
         settings.maxConnections = 2;
         settings.silenceTimeout = 0ms;
@@ -487,7 +487,7 @@ TEST_F(ReadingService, LetsASilentClientKeepAPlaceThatNobodyNeeds) {
 
 // Late responses
 
-TEST_F(ReadingService, NeverGivesALateAnswerToALaterFrame) {
+TEST_F(ReadingService, LateResponseIsNotUsedForALaterFrame) {
     RunningService service;
     Client client;
     ASSERT_TRUE(client.SetRange(1, 2));

@@ -16,7 +16,7 @@ class UnloadedLibrary : public ReadingEngine {
     RunningService service;
 };
 
-TEST_F(UnloadedLibrary, LeavesNothingOfThreadsThatGoOn) {
+TEST_F(UnloadedLibrary, LeaksNothingOfRunningThreads) {
     const auto callFromTwoThreads = [] {
         const OtherEngine engine;
         ASSERT_TRUE(engine.SetRange(1, 2));

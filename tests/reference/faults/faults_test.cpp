@@ -113,7 +113,7 @@ class Faults : public ServerPrograms {
 };
 
 // The restart is due to the refused range or, while the library still polls, to a poll.
-TEST_F(Faults, AServerThatIsKilledAtAnyMomentComesBackAndLeavesNothing) {
+TEST_F(Faults, KilledServerIsRestartedWithoutLeaks) {
     Stream stream;
     PlayUntilPlates(stream);
     KillServers(stream, 3);
@@ -121,7 +121,7 @@ TEST_F(Faults, AServerThatIsKilledAtAnyMomentComesBackAndLeavesNothing) {
 }
 
 // VEXLANE_TEST_KILLS sets the number of kills.
-TEST_F(Faults, AServerThatIsKilledBehindTheEndOfPollingComesBackByEveryRefusedRange) {
+TEST_F(Faults, RefusedRangeRestartsAKilledServerAfterPollingHasEnded) {
     Stream stream;
     PlayUntilPlates(stream);
     // The library ends a running server that refuses a range, and stops polling.
@@ -139,7 +139,7 @@ TEST_F(Faults, AServerThatIsKilledBehindTheEndOfPollingComesBackByEveryRefusedRa
                 static_cast<int>(std::chrono::duration_cast<std::chrono::milliseconds>(longest).count()));
 }
 
-TEST_F(Faults, AServerThatIsStoppedIsReplaced) {
+TEST_F(Faults, StoppedServerIsReplaced) {
     Stream stream;
     for (int round = 0; round < 2; ++round) {
         PlayUntilPlates(stream);
@@ -154,7 +154,7 @@ TEST_F(Faults, AServerThatIsStoppedIsReplaced) {
 }
 
 // A host with more threads than the server accepts connections once ended the others' server every two seconds.
-TEST_F(Faults, AServerWithoutAPlaceIsNotRestartedAndReadsWhenThereIsOne) {
+TEST_F(Faults, BusyServerIsNotRestarted) {
     Stream stream;
     // On a thread that then closes its connection.
     reading_engine_test::OnNewThread([&] { PlayUntilPlates(stream); });
@@ -174,7 +174,7 @@ TEST_F(Faults, AServerWithoutAPlaceIsNotRestartedAndReadsWhenThereIsOne) {
     EXPECT_EQ(TheServer(), server) << State(stream);
 }
 
-TEST_F(Faults, AServerWithoutAnswersCostsTimeAndNothingElse) {
+TEST_F(Faults, ServerThatSendsGarbageIsReplaced) {
     Stream stream;
     PlayUntilPlates(stream);
     const servers::ProcessId server = TheServer();
@@ -194,7 +194,7 @@ TEST_F(Faults, AServerWithoutAnswersCostsTimeAndNothingElse) {
     EXPECT_EQ(servers::Zombies(), 0);
 }
 
-TEST_F(Faults, AServerThatCannotBeStartedIsThereWhenItCan) {
+TEST_F(Faults, MissingServerIsStartedWhenItAppears) {
     Stream stream;
     PlayUntilPlates(stream);
     const servers::ProcessId server = TheServer();
@@ -208,7 +208,7 @@ TEST_F(Faults, AServerThatCannotBeStartedIsThereWhenItCan) {
 }
 
 // All detectors share one server: creating a detector restarts it, destroying one ends it.
-TEST_F(Faults, ADetectorReadsOnWhenAnotherOneComesAndWhenItGoes) {
+TEST_F(Faults, DetectorRecoversWhenAnotherIsCreatedOrDestroyed) {
     Stream stream;
     PlayUntilPlates(stream);
     const servers::ProcessId first = TheServer();
@@ -248,7 +248,7 @@ TEST_F(Faults, TwoHostsShareOneServerAndTheSecondOutlivesTheFirst) {
 }
 
 // A test that met such a server once used 0 as the id of its own server, and stopped the whole process group.
-TEST_F(Faults, AServerOfAnotherProcessFailsATestBeforeItBegins) {
+TEST_F(Faults, ServerOfAnotherProcessFailsATestAtItsStart) {
     servers::Place(VEXLANE_TEST_SERVER);
     test_support::SetEnvironment("VEXLANE_TEST_IDLE", "500");
     servers::ProcessId server = 0;
@@ -265,7 +265,7 @@ TEST_F(Faults, AServerOfAnotherProcessFailsATestBeforeItBegins) {
     EXPECT_NO_THROW(servers::Place(VEXLANE_TEST_SERVER));
 }
 
-TEST_F(Faults, AServerWhoseHostIsKilledEndsByItself) {
+TEST_F(Faults, ServerExitsWhenItsHostIsKilled) {
     servers::Place(VEXLANE_TEST_SERVER);
     test_support::SetEnvironment("VEXLANE_TEST_IDLE", "500");
     servers::ProcessId server = 0;

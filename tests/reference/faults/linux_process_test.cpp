@@ -32,7 +32,7 @@ pid_t Fork(const std::function<bool()>& action) {
 }
 
 // Runs in a separate process group: a stopped group would otherwise include the test runner.
-TEST(ProcessControl, StopsOneProcessAndNeverAGroup) {
+TEST(ProcessControl, SignalsOneProcessAndNeverAGroup) {
     const pid_t group = Fork([] {
         ::setpgid(0, 0);
         for (const servers::ProcessId nobody : {0, -1, -::getpid()}) {
@@ -56,7 +56,7 @@ TEST(ProcessControl, StopsOneProcessAndNeverAGroup) {
     EXPECT_EQ(status, 0);
 }
 
-TEST_F(ServerProcess, EndsWellWhenItIsAskedTo) {
+TEST_F(ServerProcess, ExitsNormallyOnTermination) {
     for (const int signal : {SIGTERM, SIGINT}) {
         Start();
         ASSERT_TRUE(IsServedWell(client));
@@ -67,7 +67,7 @@ TEST_F(ServerProcess, EndsWellWhenItIsAskedTo) {
     }
 }
 
-TEST_F(ServerProcess, EndsWellWhenItIsAskedToBeforeItListens) {
+TEST_F(ServerProcess, ExitsNormallyOnTerminationBeforeItListens) {
     for (int round = 0; round < 30; ++round) {
         Start();
         std::this_thread::sleep_for(std::chrono::microseconds(100 * round));
@@ -78,7 +78,7 @@ TEST_F(ServerProcess, EndsWellWhenItIsAskedToBeforeItListens) {
     }
 }
 
-TEST_F(ServerProcess, ServesTwoProcessesAtOnceEachWithItsOwn) {
+TEST_F(ServerProcess, ServesTwoProcessesAtTheSameTime) {
     Start();
     std::vector<pid_t> children;
     for (unsigned process = 0; process < 2; ++process) {
@@ -99,7 +99,7 @@ TEST_F(ServerProcess, ServesTwoProcessesAtOnceEachWithItsOwn) {
     }
 }
 
-TEST_F(ServerProcess, OutlivesClientsThatAreKilledInTheMiddleOfAFrame) {
+TEST_F(ServerProcess, SurvivesClientsThatAreKilledDuringAFrame) {
     Start();
     ASSERT_TRUE(IsServedWell(client));
     const int descriptors = DescriptorsOf(server->Id());
@@ -124,7 +124,7 @@ TEST_F(ServerProcess, OutlivesClientsThatAreKilledInTheMiddleOfAFrame) {
     EXPECT_TRUE(WaitUntil([&] { return DescriptorsOf(server->Id()) == descriptors; })) << DescriptorsOf(server->Id());
 }
 
-TEST_F(ServerProcess, ServesItsUserWhileAnotherUserHasTakenTheNamesBefore) {
+TEST_F(ServerProcess, ServesItsUserWhenAnotherUserOwnsTheNames) {
     if (::geteuid() != 0) {
         GTEST_SKIP() << "takes root";
     }
@@ -141,7 +141,7 @@ TEST_F(ServerProcess, ServesItsUserWhileAnotherUserHasTakenTheNamesBefore) {
 }
 
 // Another server would not help either, and ending this one would affect all clients.
-TEST_F(ServerProcess, IsNotRefusedByAHostWithoutDescriptorsAndServesItWhenThereAreSome) {
+TEST_F(ServerProcess, HostWithoutDescriptorsIsServedWhenItHasSome) {
     Start();
     ASSERT_TRUE(client.SetRange(1, 2));
     Client second;
@@ -173,7 +173,7 @@ long ClockTicksOf(servers::ProcessId process) {
     return user + system;
 }
 
-TEST_F(ServerProcess, WithoutDescriptorsSaysThatItIsBusyAndServesWhenThereAreSome) {
+TEST_F(ServerProcess, SendsBusyWithoutDescriptors) {
     {
         const DescriptorLimit few(24);
         Start();

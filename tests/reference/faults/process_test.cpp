@@ -8,7 +8,7 @@ namespace {
 
 using namespace reading_faults;
 
-TEST_F(ServerProcess, IsWaitedForWhileItStarts) {
+TEST_F(ServerProcess, ClientWaitsWhileItStarts) {
     const auto starting = transport::Clock::now();
     std::thread starter([this] {
         std::this_thread::sleep_for(1s);
@@ -20,13 +20,13 @@ TEST_F(ServerProcess, IsWaitedForWhileItStarts) {
     EXPECT_TRUE(IsServedWell(client));
 }
 
-TEST_F(ServerProcess, EndsByItselfWhenNobodyIsConnected) {
+TEST_F(ServerProcess, ExitsWithoutConnections) {
     test_support::SetEnvironment("VEXLANE_TEST_IDLE", "300");
     Start();
     EXPECT_EQ(server->Wait().status, reading_service::exitSuccess);
 }
 
-TEST_F(ServerProcess, GivesUpWhenAnotherOneKeepsTheName) {
+TEST_F(ServerProcess, ExitsWhenAnotherServerHasTheName) {
     Start();
     ASSERT_TRUE(IsServedWell(client));
     const auto started = transport::Clock::now();
@@ -35,7 +35,7 @@ TEST_F(ServerProcess, GivesUpWhenAnotherOneKeepsTheName) {
     EXPECT_TRUE(IsServedWell(client));
 }
 
-TEST_F(ServerProcess, TakesTheNameOfOneThatEnds) {
+TEST_F(ServerProcess, TakesTheNameOfAServerThatExits) {
     Start();
     ASSERT_TRUE(IsServedWell(client));
     const auto first = std::move(server);
@@ -46,7 +46,7 @@ TEST_F(ServerProcess, TakesTheNameOfOneThatEnds) {
     EXPECT_EQ(servers::Running().count(server->Id()), 1u);
 }
 
-TEST_F(ServerProcess, ThatIsStoppedIsNoticedInTimeAndServesAgainWhenItGoesOn) {
+TEST_F(ServerProcess, StoppedServerIsDetectedAndServesAgainAfterResume) {
     Start();
     ASSERT_TRUE(IsServedWell(client));
     servers::Suspend(server->Id());
@@ -66,7 +66,7 @@ TEST_F(ServerProcess, ThatIsStoppedIsNoticedInTimeAndServesAgainWhenItGoesOn) {
     }
 }
 
-TEST_F(ServerProcess, ThatIsStoppedInAFrameLetsItGoInTime) {
+TEST_F(ServerProcess, StopDuringAFrameEndsItAtItsTimeout) {
     Start();
     ASSERT_TRUE(IsServedWell(client));
     TestPicture picture(20, 20);
@@ -86,7 +86,7 @@ TEST_F(ServerProcess, ThatIsStoppedInAFrameLetsItGoInTime) {
 }
 
 // The connection's buffer is smaller than such a picture, so that the client is still sending.
-TEST_F(ServerProcess, ThatIsStoppedWhileItTakesAFrameLetsItGoInTimeAndAtOnceWhenItDies) {
+TEST_F(ServerProcess, StopDuringATransferEndsItAtItsTimeoutOrDeath) {
     TestPicture picture(1920, 1080);
     RPLATE plates[engineRecordCount] = {};
     for (const bool dies : {false, true}) {
@@ -107,7 +107,7 @@ TEST_F(ServerProcess, ThatIsStoppedWhileItTakesAFrameLetsItGoInTimeAndAtOnceWhen
     }
 }
 
-TEST_F(ServerProcess, ThatDiesInAFrameLetsItGoAtOnce) {
+TEST_F(ServerProcess, DeathDuringAFrameEndsItAtOnce) {
     for (const bool crashes : {true, false}) {
         Start();
         ASSERT_TRUE(IsServedWell(client));

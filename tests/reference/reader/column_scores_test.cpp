@@ -45,7 +45,7 @@ Answer Showing(const std::string& text) {
     return answer;
 }
 
-TEST(ColumnScores, AreProbabilitiesInTheProportionsOfTheAnswer) {
+TEST(ColumnScores, AreTheSoftmaxOfTheLogits) {
     Answer answer(3);
     std::mt19937 random(1);
     std::vector<float> logits(classes * 3);
@@ -66,7 +66,7 @@ TEST(ColumnScores, AreProbabilitiesInTheProportionsOfTheAnswer) {
     }
 }
 
-TEST(ColumnScores, AverageIsHalfwayBetween) {
+TEST(ColumnScores, AverageIsTheMean) {
     Answer other(2);
     other.Show(0, 1, 'B');
     ColumnScores scores = Answer(2).Scores();
@@ -76,7 +76,7 @@ TEST(ColumnScores, AverageIsHalfwayBetween) {
     EXPECT_NEAR(static_cast<double>(scores.At(1, 0)), 1, 1e-3);
 }
 
-TEST(Decode, ReadsEveryTextThatIsShown) {
+TEST(Decode, ReadsEveryText) {
     std::mt19937 random(2);
     for (int round = 0; round < 300; ++round) {
         std::string text(std::uniform_int_distribution<std::size_t>(1, 9)(random), 'A');
@@ -92,7 +92,7 @@ TEST(Decode, ReadsEveryTextThatIsShown) {
     }
 }
 
-TEST(Decode, ColumnsOfOneCharacterSideBySideAreOneCharacter) {
+TEST(Decode, MergesAdjacentColumnsOfOneCharacter) {
     Answer answer(12);
     answer.Show(2, 3, 'A');
     answer.Show(5, 3, 'B');
@@ -100,14 +100,14 @@ TEST(Decode, ColumnsOfOneCharacterSideBySideAreOneCharacter) {
     EXPECT_EQ(Decode(answer.Scores()).text, "ABB");
 }
 
-TEST(Decode, NothingIsReadWhereNothingIsShown) {
+TEST(Decode, ReadsNothingInEmptyColumns) {
     const DecodedText decoded = Decode(Answer(40).Scores());
     EXPECT_EQ(decoded.text, "");
     EXPECT_EQ(decoded.confidence, 0);
     EXPECT_EQ(Decode(ColumnScores()).text, "");
 }
 
-TEST(Decode, ACharacterThatIsLikelierThanNoneInAllIsReadThoughNoneIsLikeliest) {
+TEST(Decode, CharactersTogetherCanOutweighTheEmptyClass) {
     Answer answer(3);
     // None 0.44, A 0.32, B 0.24.
     answer.None(1) = std::log(0.44f) + 20;
@@ -128,7 +128,7 @@ TEST(Decode, TheWeakestCharacterLowersTheConfidence) {
     EXPECT_NEAR(decoded.confidence, std::pow(0.5, 0.25), 0.01);
 }
 
-TEST(Templates, SettleEveryLookAlike) {
+TEST(Templates, ResolveEveryLookAlike) {
     struct Pair {
         char letter;
         char digit;
@@ -145,14 +145,14 @@ TEST(Templates, SettleEveryLookAlike) {
     }
 }
 
-TEST(Templates, TheLikeliestOfSeveralIsTaken) {
+TEST(Templates, TheLikeliestTemplateIsUsed) {
     const ColumnScores scores = Showing("AB0O7").Scores();
     const DecodedText free = Decode(scores);
     EXPECT_EQ(DecodeByTemplates(scores, {"DDLLD", "LLDLD", "LLLDD"}, free).text, "AB0O7");
     EXPECT_EQ(DecodeByTemplates(scores, {"DDLLD", "LLDDD"}, free).text, "AB007");
 }
 
-TEST(Templates, ATextThatFitsNoneStaysAsItIs) {
+TEST(Templates, ATextThatFitsNoTemplateIsUnchanged) {
     const ColumnScores scores = Showing("XKWM").Scores();
     const DecodedText free = Decode(scores);
     for (const std::vector<Template>& templates :
@@ -192,7 +192,7 @@ double LikeliestByTrying(const ColumnScores& scores, const std::vector<std::vect
     }
 }
 
-TEST(Templates, TheWayThroughTheColumnsIsTheLikeliestOfAll) {
+TEST(Templates, ThePathThroughTheColumnsIsTheLikeliest) {
     std::mt19937 random(9);
     for (int round = 0; round < 40; ++round) {
         // X and 4 have no look-alikes, so that each place has only one candidate.

@@ -47,12 +47,12 @@ class ConfigurationFile : public testing::Test {
     std::string complaint;
 };
 
-TEST_F(ConfigurationFile, NoneIsNothingToComplainAbout) {
+TEST_F(ConfigurationFile, MayBeMissing) {
     EXPECT_THAT(Load().templates, IsEmpty());
     EXPECT_EQ(complaint, "");
 }
 
-TEST_F(ConfigurationFile, LiesBesideTheProgram) {
+TEST_F(ConfigurationFile, IsInTheProgramsFolder) {
     Write(folder / "plate-Server.conf", "templates = br\nconfirmations = 1\n");
     const plate_reading::ReadingOptions options = Load();
     EXPECT_THAT(options.templates, ElementsAre("LLLDDDD", "LLLDLDD"));
@@ -67,12 +67,12 @@ TEST_F(ConfigurationFile, IsTheOneThatTheEnvironmentNames) {
     EXPECT_THAT(Load().templates, ElementsAre("LLDDDLL"));
 }
 
-TEST_F(ConfigurationFile, AWrongOneIsOneLineAndTheDefaults) {
+TEST_F(ConfigurationFile, InvalidFileGivesOneLineAndTheDefaults) {
     Write(folder / "plate-Server.conf", "confirmations = 1\ntemplates = br\ntemplate = eu\n");
     ExpectOneLineAndTheDefaults("line 3: there is no key \"template\"");
 }
 
-TEST_F(ConfigurationFile, ANamedOneThatIsMissingOrNoFileIsOneLineAndTheDefaults) {
+TEST_F(ConfigurationFile, MissingNamedFileGivesOneLineAndTheDefaults) {
     test_support::SetEnvironment("VEXLANE_READING_CONFIG", (folder / "none").string());
     ExpectOneLineAndTheDefaults("cannot be read");
     test_support::SetEnvironment("VEXLANE_READING_CONFIG", folder.string());

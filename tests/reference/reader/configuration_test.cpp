@@ -27,14 +27,14 @@ std::string ErrorOf(const std::string& text) {
     return "";
 }
 
-TEST(Configuration, HasNoTemplatesUnlessItNamesThem) {
+TEST(Configuration, HasNoTemplatesByDefault) {
     EXPECT_THAT(TemplatesOf(""), IsEmpty());
     EXPECT_THAT(TemplatesOf("# templates = br\n\n   \n"), IsEmpty());
     EXPECT_THAT(TemplatesOf("templates = none"), IsEmpty());
     EXPECT_THAT(TemplatesOf("templates ="), IsEmpty());
 }
 
-TEST(Configuration, TakesRegionsAndPatternsSideBySide) {
+TEST(Configuration, AcceptsRegionsAndPatternsTogether) {
     EXPECT_THAT(TemplatesOf("templates = br"), ElementsAre("LLLDDDD", "LLLDLDD"));
     EXPECT_THAT(TemplatesOf("  templates=LLDDDLL \tbr # as it stands\r\n"),
                 ElementsAre("LLDDDLL", "LLLDDDD", "LLLDLDD"));
@@ -42,7 +42,7 @@ TEST(Configuration, TakesRegionsAndPatternsSideBySide) {
     EXPECT_THAT(TemplatesOf("templates = us"), testing::Contains("DLLLDDD"));
 }
 
-TEST(Configuration, TakesTheNumberOfConfirmations) {
+TEST(Configuration, ReadsTheNumberOfConfirmations) {
     const auto confirmations = [](const std::string& text) {
         std::istringstream file(text);
         return ReadConfiguration(file).confirmations;
@@ -55,7 +55,7 @@ TEST(Configuration, TakesTheNumberOfConfirmations) {
     }
 }
 
-TEST(Configuration, SaysWhatIsWrongAndWhereInOneLine) {
+TEST(Configuration, ReportsErrorsWithTheirLineNumbers) {
     EXPECT_THAT(ErrorOf("\ntemplate = br\n"), testing::AllOf(HasSubstr("line 2"), HasSubstr("\"template\"")));
     EXPECT_THAT(ErrorOf("templates br"), testing::AllOf(HasSubstr("line 1"), HasSubstr("key = value")));
     EXPECT_THAT(ErrorOf("= br"), HasSubstr("key = value"));

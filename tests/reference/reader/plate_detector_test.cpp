@@ -38,7 +38,7 @@ TEST(PlateDetector, MeasuresARowAtEveryHeight) {
     }
 }
 
-TEST(PlateDetector, LooksOnlyForTheHeightsAskedFor) {
+TEST(PlateDetector, SearchesOnlyTheRequestedHeights) {
     PlateDetector detector(DetectorNetwork());
     cv::Mat picture = DrawStreet(1280, 720);
     DrawPlate(picture, {"AB123CD", 300, 150, 10});
@@ -55,7 +55,7 @@ TEST(PlateDetector, LooksOnlyForTheHeightsAskedFor) {
     EXPECT_THAT(detector.Find(grey, {70, 1000}), testing::Not(testing::IsEmpty()));
 }
 
-TEST(PlateDetector, TheSurestComesFirst) {
+TEST(PlateDetector, TheMostConfidentRowIsFirst) {
     PlateDetector detector(DetectorNetwork());
     cv::Mat picture = DrawStreet(1280, 720);
     for (int i = 0; i < 4; ++i) {

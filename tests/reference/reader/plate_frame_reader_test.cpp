@@ -92,7 +92,7 @@ TEST_F(PlateFrameReaderTest, CornersAreTopLeftBottomLeftTopRightBottomRight) {
     EXPECT_NEAR(slope, std::tan(0.1), 0.03);
 }
 
-TEST_F(PlateFrameReaderTest, FindsNothingWhereThereIsNothing) {
+TEST_F(PlateFrameReaderTest, FindsNothingInAnEmptyPicture) {
     EXPECT_THAT(Read(), IsEmpty());
     picture.setTo(cv::Scalar(0, 0, 0));
     EXPECT_THAT(Read(), IsEmpty());
@@ -100,7 +100,7 @@ TEST_F(PlateFrameReaderTest, FindsNothingWhereThereIsNothing) {
     EXPECT_THAT(Read(), IsEmpty());
 }
 
-TEST_F(PlateFrameReaderTest, OnlyTheRegionIsSearchedAndCornersStayThoseOfThePicture) {
+TEST_F(PlateFrameReaderTest, SearchesOnlyTheRegionAndReturnsPictureCoordinates) {
     DrawPlate(picture, {"AB123CD", 300, 200, 24});
     DrawPlate(picture, {"KLM4567", 900, 500, 24});
     EXPECT_THAT(Texts(Read()), UnorderedElementsAre("AB123CD", "KLM4567"));
@@ -110,7 +110,7 @@ TEST_F(PlateFrameReaderTest, OnlyTheRegionIsSearchedAndCornersStayThoseOfThePict
     EXPECT_NEAR((readings[0].corners[0].y + readings[0].corners[3].y) / 2.0, 500, 8);
 }
 
-TEST_F(PlateFrameReaderTest, ARegionOutsideOrWithoutAreaHoldsNothing) {
+TEST_F(PlateFrameReaderTest, FindsNothingInAnOutsideOrEmptyRegion) {
     DrawPlate(picture, {"AB123CD", 300, 200, 24});
     EXPECT_THAT(Read(Region{2000, 2000, 3000, 3000}), IsEmpty());
     EXPECT_THAT(Read(Region{-500, -500, 0, 0}), IsEmpty());
@@ -134,7 +134,7 @@ TEST_F(PlateFrameReaderTest, OnlyWidthsInTheRangeAreReported) {
     EXPECT_THAT(Read({}, WidthRange{width, 0}), IsEmpty());
 }
 
-TEST_F(PlateFrameReaderTest, OfManyPlatesTheFiveSurestAreReportedSurestFirst) {
+TEST_F(PlateFrameReaderTest, ReportsTheFiveMostConfidentPlatesInOrder) {
     for (int row = 0; row < 4; ++row) {
         for (int column = 0; column < 2; ++column) {
             DrawPlate(picture, {"AB1" + std::to_string(row) + std::to_string(column) + "CD", 320.0 + 640 * column,
@@ -152,7 +152,7 @@ TEST_F(PlateFrameReaderTest, OfManyPlatesTheFiveSurestAreReportedSurestFirst) {
     }
 }
 
-TEST_F(PlateFrameReaderTest, RowsMayLieFartherApartThanTheyAreLong) {
+TEST_F(PlateFrameReaderTest, RowsMayHavePadding) {
     DrawPlate(picture, {"AB123CD", 640, 360, 24});
     cv::Mat wider(height, width + 100, CV_8UC3, cv::Scalar(0, 0, 255));
     picture.copyTo(wider(cv::Rect(0, 0, width, height)));
@@ -164,7 +164,7 @@ TEST_F(PlateFrameReaderTest, RowsMayLieFartherApartThanTheyAreLong) {
     EXPECT_DOUBLE_EQ(packed[0].confidence, padded[0].confidence);
 }
 
-TEST_F(PlateFrameReaderTest, PicturesOfAnySizeAreBorneWith) {
+TEST_F(PlateFrameReaderTest, AcceptsPicturesOfAnySize) {
     for (const cv::Size size : {cv::Size(1, 1), cv::Size(7, 300), cv::Size(9, 9), cv::Size(47, 23), cv::Size(3000, 20),
                                 cv::Size(20, 2000), cv::Size(321, 243), cv::Size(4000, 2200)}) {
         cv::Mat noise(size, CV_8UC3);
@@ -174,7 +174,7 @@ TEST_F(PlateFrameReaderTest, PicturesOfAnySizeAreBorneWith) {
     }
 }
 
-TEST_F(PlateFrameReaderTest, TemplatesSettleLookAlikes) {
+TEST_F(PlateFrameReaderTest, TemplatesResolveLookAlikes) {
     DrawPlate(picture, {"OB0O8", 640, 360, 24});
     const std::vector<std::string> patterns = {"LLDLD", "DLLDD"};
     for (const std::string& pattern : patterns) {

@@ -48,7 +48,7 @@ class ReadingStreamTest : public testing::Test {
     std::vector<Reading> answer;
 };
 
-TEST_F(ReadingStreamTest, AReadingIsReportedWhenSoManyPicturesAgree) {
+TEST_F(ReadingStreamTest, AReadingIsReportedWhenEnoughPicturesAgree) {
     EXPECT_THAT(Show({ReadingOf("AB123CD", 95, 100, 100)}), IsEmpty());
     EXPECT_THAT(Show({ReadingOf("AB123CD", 95, 110, 104)}), IsEmpty());
     EXPECT_THAT(Show({ReadingOf("AB123CD", 95, 120, 108)}), ElementsAre("AB123CD"));
@@ -56,7 +56,7 @@ TEST_F(ReadingStreamTest, AReadingIsReportedWhenSoManyPicturesAgree) {
     EXPECT_THAT(Show({ReadingOf("AB123CD", 95, 130, 112)}), ElementsAre("AB123CD"));
 }
 
-TEST_F(ReadingStreamTest, AMisreadingIsReportedByTheTextThatWasAgreedOn) {
+TEST_F(ReadingStreamTest, AMisreadingIsReportedAsTheConfirmedText) {
     for (int i = 0; i < 5; ++i) {
         Show({ReadingOf("AB123CD", 95, 100 + 10 * i, 100)});
     }
@@ -65,20 +65,20 @@ TEST_F(ReadingStreamTest, AMisreadingIsReportedByTheTextThatWasAgreedOn) {
     EXPECT_NEAR(answer[0].confidence, 95, 1e-9);
 }
 
-TEST_F(ReadingStreamTest, AMisreadingBeforeTheAgreementIsNeverReported) {
+TEST_F(ReadingStreamTest, AMisreadingBeforeConfirmationIsNotReported) {
     EXPECT_THAT(Show({ReadingOf("A8123CD", 85, 100, 100)}), IsEmpty());
     EXPECT_THAT(Show({ReadingOf("AB123CD", 95, 105, 100)}), IsEmpty());
     EXPECT_THAT(Show({ReadingOf("AB123CD", 95, 110, 100)}), IsEmpty());
     EXPECT_THAT(Show({ReadingOf("AB123CD", 95, 115, 100)}), ElementsAre("AB123CD"));
 }
 
-TEST_F(ReadingStreamTest, ATextThatIsNeverSureIsNotReported) {
+TEST_F(ReadingStreamTest, AnUncertainTextIsNotReported) {
     for (int i = 0; i < 20; ++i) {
         EXPECT_THAT(Show({ReadingOf("ELEKTRO", 70, 100, 100)}), IsEmpty());
     }
 }
 
-TEST_F(ReadingStreamTest, LettersAloneMustBeSurerAndAgreeLonger) {
+TEST_F(ReadingStreamTest, TextsOfOnlyLettersNeedMoreConfirmation) {
     for (int i = 0; i < 20; ++i) {
         EXPECT_THAT(Show({ReadingOf("ELEKTRO", 90, 100, 100)}), IsEmpty());
     }
@@ -88,13 +88,13 @@ TEST_F(ReadingStreamTest, LettersAloneMustBeSurerAndAgreeLonger) {
     EXPECT_THAT(Show({ReadingOf("PERSONAL", 98, 400, 100)}), ElementsAre("PERSONAL"));
 }
 
-TEST_F(ReadingStreamTest, TextsThatTakeTurnsAreNotReported) {
+TEST_F(ReadingStreamTest, AlternatingTextsAreNotReported) {
     for (int i = 0; i < 20; ++i) {
         EXPECT_THAT(Show({ReadingOf(i % 2 == 0 ? "AB123CD" : "A8123CD", 90, 100, 100)}), IsEmpty()) << i;
     }
 }
 
-TEST_F(ReadingStreamTest, ATextThatLeadsClearlyTakesThePlaceOfAnEarlierOne) {
+TEST_F(ReadingStreamTest, AClearlyLeadingTextReplacesAnEarlierOne) {
     for (int i = 0; i < 3; ++i) {
         Show({ReadingOf("A8123CD", 85, 100, 100)});
     }
@@ -105,7 +105,7 @@ TEST_F(ReadingStreamTest, ATextThatLeadsClearlyTakesThePlaceOfAnEarlierOne) {
     EXPECT_THAT(last, ElementsAre("AB123CD"));
 }
 
-TEST_F(ReadingStreamTest, PlatesBesideOneAnotherAreCountedApart) {
+TEST_F(ReadingStreamTest, NeighbouringPlatesAreCountedSeparately) {
     for (int i = 0; i < 2; ++i) {
         EXPECT_THAT(Show({ReadingOf("AB123CD", 95, 100, 100), ReadingOf("AB124CD", 95, 400, 100)}), IsEmpty());
     }
@@ -113,7 +113,7 @@ TEST_F(ReadingStreamTest, PlatesBesideOneAnotherAreCountedApart) {
                 ElementsAre("AB123CD", "AB124CD"));
 }
 
-TEST_F(ReadingStreamTest, AnotherPlateInTheSamePlaceIsAnother) {
+TEST_F(ReadingStreamTest, AnotherPlateInTheSamePlaceIsCountedSeparately) {
     for (int i = 0; i < 30; ++i) {
         Show({ReadingOf("AB123CD", 95, 100, 100)});
     }
@@ -122,7 +122,7 @@ TEST_F(ReadingStreamTest, AnotherPlateInTheSamePlaceIsAnother) {
     EXPECT_THAT(Show({ReadingOf("KLM4567", 95, 100, 100)}), ElementsAre("KLM4567"));
 }
 
-TEST_F(ReadingStreamTest, APlateThatIsHiddenForAWhileIsStillKnownAndForgottenLater) {
+TEST_F(ReadingStreamTest, AHiddenPlateIsRememberedForAWhile) {
     for (int i = 0; i < 3; ++i) {
         Show({ReadingOf("AB123CD", 95, 100, 100)});
     }
@@ -136,28 +136,28 @@ TEST_F(ReadingStreamTest, APlateThatIsHiddenForAWhileIsStillKnownAndForgottenLat
     EXPECT_THAT(Show({ReadingOf("AB123CD", 95, 100, 100)}), IsEmpty());
 }
 
-TEST_F(ReadingStreamTest, PicturesOfDifferentScenesAreEachForThemselves) {
+TEST_F(ReadingStreamTest, PicturesOfDifferentScenesAreIndependent) {
     for (std::uint64_t scene = 1; scene < 12; ++scene) {
         ChangeScene(scene);
         EXPECT_THAT(Show({ReadingOf("AB123CD", 40, 100, 100)}), ElementsAre("AB123CD"));
     }
 }
 
-TEST_F(ReadingStreamTest, PicturesOfDifferentSizesAreEachForThemselves) {
+TEST_F(ReadingStreamTest, PicturesOfDifferentSizesAreIndependent) {
     for (int i = 0; i < 12; ++i) {
         picture = cv::Mat(361 + i, 640, CV_8UC3, cv::Scalar(90, 100, 110));
         EXPECT_THAT(Show({ReadingOf("AB123CD", 40, 100, 100)}), ElementsAre("AB123CD"));
     }
 }
 
-TEST_F(ReadingStreamTest, ALightThatIsSwitchedOnIsNoOtherScene) {
+TEST_F(ReadingStreamTest, AChangeOfBrightnessIsNotAnotherScene) {
     for (int i = 0; i < 6; ++i) {
         picture.setTo(cv::Scalar::all(i % 2 == 0 ? 60 : 130));
         EXPECT_THAT(Show({ReadingOf("AB123CD", 40, 100, 100)}), IsEmpty());
     }
 }
 
-TEST_F(ReadingStreamTest, ACameraThatHasShownItsSceneForLongStaysOneWhenThePictureJumps) {
+TEST_F(ReadingStreamTest, AnEstablishedStreamSurvivesASceneChange) {
     for (int i = 0; i < 10; ++i) {
         Show({ReadingOf("AB123CD", 95, 100, 100)});
     }
@@ -167,7 +167,7 @@ TEST_F(ReadingStreamTest, ACameraThatHasShownItsSceneForLongStaysOneWhenThePictu
     EXPECT_THAT(Show({ReadingOf("AB123CD", 95, 100, 100)}), ElementsAre("AB123CD"));
 }
 
-TEST_F(ReadingStreamTest, WhatThePictureOrTheRegionCutsOffAtItsSideIsNotReported) {
+TEST_F(ReadingStreamTest, PlatesCutOffAtTheSidesAreNotReported) {
     const std::vector<Reading> cutOff = {ReadingOf("AB12", 95, 1, 100), ReadingOf("23CD", 95, 640 - 122, 200)};
     for (int i = 0; i < 6; ++i) {
         EXPECT_THAT(Show(cutOff), IsEmpty());
@@ -187,7 +187,7 @@ TEST_F(ReadingStreamTest, WhatThePictureOrTheRegionCutsOffAtItsSideIsNotReported
     EXPECT_THAT(Show(cutOff), testing::SizeIs(2)) << "a picture by itself has no other";
 }
 
-TEST_F(ReadingStreamTest, OneConfirmationPassesEverything) {
+TEST_F(ReadingStreamTest, OneConfirmationReportsEveryReading) {
     ReadingStream open(1);
     for (int i = 0; i < 5; ++i) {
         EXPECT_EQ(
@@ -197,7 +197,7 @@ TEST_F(ReadingStreamTest, OneConfirmationPassesEverything) {
     }
 }
 
-TEST_F(ReadingStreamTest, PicturesOfAPixelAreBorneWith) {
+TEST_F(ReadingStreamTest, AcceptsPicturesOfOnePixel) {
     const std::uint8_t pixel[3] = {1, 2, 3};
     for (int i = 0; i < 3; ++i) {
         stream.Follow({pixel, 1, 1, 3}, {}, {ReadingOf("AB123CD", 95, 0, 0)});
@@ -206,7 +206,7 @@ TEST_F(ReadingStreamTest, PicturesOfAPixelAreBorneWith) {
 }
 
 // Texts that were never dropped would outvote the right one and use ever more memory.
-TEST_F(ReadingStreamTest, APlateThatIsMisreadThousandsOfTimesIsReportedOnceItIsReadRightly) {
+TEST_F(ReadingStreamTest, APlateIsReportedAfterThousandsOfMisreadings) {
     for (int misreading = 0; misreading < 2000; ++misreading) {
         Show({ReadingOf("AB123" + std::to_string(100 + misreading), 95, 100, 100)});
     }

@@ -19,7 +19,7 @@ void DrawRow(cv::Mat& grey, cv::Point start, int characters, int height, double 
     }
 }
 
-TEST(RowFinder, FindsDarkAndLightRowsWhereTheyStand) {
+TEST(RowFinder, FindsDarkAndLightRows) {
     cv::Mat grey(720, 1280, CV_8U, cv::Scalar(128));
     DrawRow(grey, {200, 100}, 7, 20, 0, 20);
     DrawRow(grey, {700, 400}, 6, 30, 0.15, 240);
@@ -37,7 +37,7 @@ TEST(RowFinder, FindsDarkAndLightRowsWhereTheyStand) {
     EXPECT_EQ(rows[1].score, 6);
 }
 
-TEST(RowFinder, SmallPicturesAreEnlargedAndLargeOnesReducedButLengthsAreThePictures) {
+TEST(RowFinder, ReturnsPictureCoordinatesAtAnyScale) {
     for (const int factor : {1, 2, 4}) {
         cv::Mat grey(240 * factor, 480 * factor, CV_8U, cv::Scalar(128));
         DrawRow(grey, {100 * factor, 100 * factor}, 7, 12 * factor, 0, 20);
@@ -48,7 +48,7 @@ TEST(RowFinder, SmallPicturesAreEnlargedAndLargeOnesReducedButLengthsAreThePictu
     }
 }
 
-TEST(RowFinder, WhatIsNoRowIsNotFound) {
+TEST(RowFinder, IgnoresShapesThatAreNotRows) {
     cv::Mat grey(720, 1280, CV_8U, cv::Scalar(128));
     EXPECT_THAT(FindRows(grey, any, 10), testing::IsEmpty());
     DrawRow(grey, {200, 100}, 2, 20, 0, 20);                               // too few
@@ -58,7 +58,7 @@ TEST(RowFinder, WhatIsNoRowIsNotFound) {
     EXPECT_THAT(FindRows(grey, any, 10), testing::IsEmpty());
 }
 
-TEST(RowFinder, HeightsOutsideTheRangeAreLeftOut) {
+TEST(RowFinder, IgnoresHeightsOutsideTheRange) {
     cv::Mat grey(720, 1280, CV_8U, cv::Scalar(128));
     DrawRow(grey, {200, 100}, 7, 16, 0, 20);
     DrawRow(grey, {200, 400}, 7, 40, 0, 20);
@@ -69,7 +69,7 @@ TEST(RowFinder, HeightsOutsideTheRangeAreLeftOut) {
     EXPECT_NEAR(FindRows(grey, {25, 90}, 10)[0].height, 40, 2);
 }
 
-TEST(RowFinder, NoMoreThanAskedForAreFoundThoseOfMostCharactersFirst) {
+TEST(RowFinder, ReturnsTheRowsWithMostCharactersUpToTheLimit) {
     cv::Mat grey(720, 1280, CV_8U, cv::Scalar(128));
     for (int i = 0; i < 6; ++i) {
         DrawRow(grey, {200, 60 + 100 * i}, 3 + i, 20, 0, 20);

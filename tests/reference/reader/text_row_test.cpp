@@ -5,7 +5,7 @@
 namespace plate_reading {
 namespace {
 
-TEST(TextRow, ItsBoxHoldsItAlongItsSlope) {
+TEST(TextRow, BoxContainsTheSlopedRow) {
     const TextRow row = {{100, 50}, 80, 20, -0.25f, 1};
     const cv::Rect2f box = row.Box();
     EXPECT_FLOAT_EQ(box.x, 60);
@@ -14,7 +14,7 @@ TEST(TextRow, ItsBoxHoldsItAlongItsSlope) {
     EXPECT_FLOAT_EQ(box.height, 40);
 }
 
-TEST(TextRow, SharesOfBoxes) {
+TEST(TextRow, OverlapAndIntersectionOverUnion) {
     const cv::Rect2f whole(0, 0, 10, 10);
     const cv::Rect2f quarter(5, 5, 5, 5);
     const cv::Rect2f away(20, 20, 5, 5);
@@ -25,7 +25,7 @@ TEST(TextRow, SharesOfBoxes) {
 }
 
 // In a picture with a linear gradient, a pixel's value shows where it was taken from.
-TEST(CutRow, TakesEachPixelFromItsPlaceAlongTheRow) {
+TEST(CutRow, SamplesPixelsAlongTheRow) {
     cv::Mat across(300, 400, CV_8U);
     cv::Mat down(300, 400, CV_8U);
     for (int y = 0; y < 300; ++y) {
@@ -57,7 +57,7 @@ TEST(CutRow, TakesEachPixelFromItsPlaceAlongTheRow) {
     }
 }
 
-TEST(CutRow, ContinuesThePictureBeyondItsEdge) {
+TEST(CutRow, ReplicatesTheBorderOutsideThePicture) {
     const cv::Mat grey(100, 100, CV_8U, cv::Scalar(77));
     for (const float height : {10.f, 90.f}) {
         const cv::Mat cut = CutRow(grey, {{2, 3}, 6 * height, height, 0.3f, 1}, 0.7f, 0.1f, cv::Size(160, 32));
@@ -65,7 +65,7 @@ TEST(CutRow, ContinuesThePictureBeyondItsEdge) {
     }
 }
 
-TEST(CutRow, IsBlackWhereTheRowLiesOutsideAltogether) {
+TEST(CutRow, AcceptsARowOutsideThePicture) {
     const cv::Mat grey(100, 100, CV_8U, cv::Scalar(77));
     const cv::Mat cut = CutRow(grey, {{900, 900}, 400, 80, 0, 1}, 0.7f, 0.1f, cv::Size(160, 32));
     EXPECT_EQ(cut.size(), cv::Size(160, 32));

@@ -104,7 +104,8 @@ class ScriptedEngine : public testing::Test {
 
     static json Frame(const std::string& text) { return {{"plates", {Plate(text)}}}; }
 
-    /// Returns the engine's error message about a script at the first call. The calls must act as if there were no script.
+    /// Returns the engine's error message about a script at the first call. The calls must act as if there were no
+    /// script.
     std::string ComplaintAbout(const std::string& script) {
         Load(script);
         testing::internal::CaptureStderr();
@@ -122,7 +123,7 @@ class ScriptedEngine : public testing::Test {
     std::array<std::uint8_t, 16> pixels{1, 2, 3, 4, 5, 6, 99, 99, 7, 8, 9, 10, 11, 12, 99, 99};
 };
 
-TEST_F(ScriptedEngine, WritesAPlateWhereTheCallerReadsIt) {
+TEST_F(ScriptedEngine, WritesAPlateAtTheCallersOffsets) {
     Load({{"frames", {Frame("AB123C")}}});
     Plates plates;
     ASSERT_EQ(Recognise(plates), 1);
@@ -135,14 +136,14 @@ TEST_F(ScriptedEngine, WritesAPlateWhereTheCallerReadsIt) {
     EXPECT_EQ(TextOf(plates[1]), "");
 }
 
-TEST_F(ScriptedEngine, GivesTextInTheEnginesCodePage) {
+TEST_F(ScriptedEngine, ReturnsTextInTheEnginesCodePage) {
     Load({{"frames", {Frame("\u4eacA12345")}}});
     EXPECT_EQ(Read(),
               "\xBE\xA9"
               "A12345");
 }
 
-TEST_F(ScriptedEngine, GivesBytesAsTheyAre) {
+TEST_F(ScriptedEngine, ReturnsBytesUnchanged) {
     json fromDigits = Plate("");
     fromDigits.erase("text");
     json fromNumbers = fromDigits;
@@ -164,14 +165,14 @@ TEST_F(ScriptedEngine, PlaysFrameAfterFrameAndThenFindsNothing) {
     EXPECT_EQ(Read(), std::nullopt);
 }
 
-TEST_F(ScriptedEngine, StartsAgainWhenToldToRepeat) {
+TEST_F(ScriptedEngine, RepeatsTheFrames) {
     Load({{"repeat", true}, {"frames", {Frame("A"), Frame("B")}}});
     EXPECT_EQ(Read(), "A");
     EXPECT_EQ(Read(), "B");
     EXPECT_EQ(Read(), "A");
 }
 
-TEST_F(ScriptedEngine, AnswersAnotherNumberThanThatOfThePlates) {
+TEST_F(ScriptedEngine, ReturnsAScriptedCount) {
     json many = Frame("A");
     many["count"] = 7;
     Load({{"frames", {many, {{"count", -1}}}}});
@@ -182,7 +183,7 @@ TEST_F(ScriptedEngine, AnswersAnotherNumberThanThatOfThePlates) {
     EXPECT_EQ(Recognise(plates), -1);
 }
 
-TEST_F(ScriptedEngine, LeavesTheMemoryBehindTheRecordsAlone) {
+TEST_F(ScriptedEngine, WritesNothingAfterTheRecords) {
     const json frame = {{"plates", {Plate("A"), Plate("B"), Plate("C"), Plate("D"), Plate("E")}}};
     Load({{"frames", {frame}}});
     std::array<RPLATE, engineRecordCount + 1> records{};
@@ -213,7 +214,7 @@ TEST_F(ScriptedEngine, RefusesEveryRange) {
     EXPECT_FALSE(setRange(1, 2));
 }
 
-TEST_F(ScriptedEngine, CountsAllThreadsTogetherUnlessToldOtherwise) {
+TEST_F(ScriptedEngine, CountsAllThreadsTogetherByDefault) {
     Load({{"frames", {Frame("A"), Frame("B")}}});
     EXPECT_EQ(Read(), "A");
     std::optional<std::string> other;
@@ -221,7 +222,7 @@ TEST_F(ScriptedEngine, CountsAllThreadsTogetherUnlessToldOtherwise) {
     EXPECT_EQ(other, "B");
 }
 
-TEST_F(ScriptedEngine, ShowsEveryThreadTheSameFilm) {
+TEST_F(ScriptedEngine, PlaysTheSameFramesToEveryThread) {
     Load({{"counting", "thread"}, {"refused_ranges", {1}}, {"frames", {Frame("A"), Frame("B"), Frame("C")}}});
     const auto play = [this](std::vector<std::string>& texts, std::vector<bool>& ranges) {
         for (int i = 0; i < 3; ++i) {
@@ -241,7 +242,7 @@ TEST_F(ScriptedEngine, ShowsEveryThreadTheSameFilm) {
     EXPECT_THAT(ranges, testing::Each(ElementsAre(true, false, true)));
 }
 
-TEST_F(ScriptedEngine, GivesEveryFrameToOneOfManyThreads) {
+TEST_F(ScriptedEngine, PlaysEveryFrameToOneOfManyThreads) {
     json frames = json::array();
     std::set<std::string> wanted;
     for (int i = 0; i < 200; ++i) {
@@ -314,14 +315,14 @@ TEST_F(ScriptedEngine, KeepsAJournalOfEveryCall) {
                               {"answer", 0}}));
 }
 
-TEST_F(ScriptedEngine, PlaysOnWithoutAJournalThatCannotBeWritten) {
+TEST_F(ScriptedEngine, PlaysWithoutAJournalThatCannotBeWritten) {
     Load({{"journal", "no/such/folder"}, {"frames", {Frame("A")}}});
     testing::internal::CaptureStderr();
     EXPECT_EQ(Read(), "A");
     EXPECT_THAT(testing::internal::GetCapturedStderr(), HasSubstr("cannot be written"));
 }
 
-TEST_F(ScriptedEngine, SaysThatThereIsNoScriptAndFindsNothing) {
+TEST_F(ScriptedEngine, ReportsThatThereIsNoScriptAndFindsNothing) {
     test_support::UnsetEnvironment("VEXLANE_SCRIPT");
     LoadLibrary();
     testing::internal::CaptureStderr();
@@ -332,7 +333,7 @@ TEST_F(ScriptedEngine, SaysThatThereIsNoScriptAndFindsNothing) {
     EXPECT_EQ(std::count(complaint.begin(), complaint.end(), '\n'), 1);
 }
 
-TEST_F(ScriptedEngine, SaysThatTheScriptIsMissingAndFindsNothing) {
+TEST_F(ScriptedEngine, ReportsThatTheScriptIsMissingAndFindsNothing) {
     LoadNamed((folder / "missing.json").string());
     testing::internal::CaptureStderr();
     EXPECT_EQ(Read(), std::nullopt);
@@ -340,19 +341,19 @@ TEST_F(ScriptedEngine, SaysThatTheScriptIsMissingAndFindsNothing) {
     EXPECT_THAT(testing::internal::GetCapturedStderr(), AllOf(HasSubstr("missing.json"), HasSubstr("opened")));
 }
 
-struct WrongScript {
+struct ScriptError {
     const char* name;
     std::string script;
     const char* complaint;
 };
 
-void PrintTo(const WrongScript& wrong, std::ostream* stream) {
+void PrintTo(const ScriptError& wrong, std::ostream* stream) {
     *stream << wrong.name;
 }
 
-class AWrongScript : public ScriptedEngine, public testing::WithParamInterface<WrongScript> {};
+class InvalidScript : public ScriptedEngine, public testing::WithParamInterface<ScriptError> {};
 
-TEST_P(AWrongScript, IsToldInOneLineAndFindsNothing) {
+TEST_P(InvalidScript, IsReportedInOneLineAndFindsNothing) {
     const std::string complaint = ComplaintAbout(GetParam().script);
     EXPECT_THAT(complaint, HasSubstr(GetParam().complaint));
     EXPECT_EQ(std::count(complaint.begin(), complaint.end(), '\n'), 1);
@@ -368,38 +369,38 @@ std::string WithPlate(const std::string& plate) {
 const std::string corners = R"("corners": [[0,0],[0,1],[1,0],[1,1]])";
 
 INSTANTIATE_TEST_SUITE_P(
-    Everywhere, AWrongScript,
+    Everywhere, InvalidScript,
     testing::Values(
-        WrongScript{"NotJson", "{\"frames\": [\n", "parse error"}, WrongScript{"NotUtf8", "{\"a\": \"\xFF\"}", "UTF-8"},
-        WrongScript{"Empty", "", "parse error"}, WrongScript{"NoObject", "[]", "script: an object"},
-        WrongScript{"UnknownSetting", R"({"frame": []})", R"(there is no setting "frame")"},
-        WrongScript{"UnknownCounting", R"({"counting": "channel"})", "counting: "},
-        WrongScript{"RepeatIsNoBoolean", R"({"repeat": 1})", "repeat: "},
-        WrongScript{"FramesAreNoList", R"({"frames": {}})", "frames: a list"},
-        WrongScript{"FrameIsNoObject", R"({"frames": [{}, 3]})", "frames[1]: an object"},
-        WrongScript{"CountIsNoNumber", R"({"frames": [{"count": "1"}]})", "frames[0].count: a whole number"},
-        WrongScript{"CountIsTooLarge", R"({"frames": [{"count": 18446744073709551615}]})", "does not fit"},
-        WrongScript{"CountIsTooSmall", R"({"frames": [{"count": -2147483649}]})", "does not fit"},
-        WrongScript{"RefusedRangeIsAWord", R"({"refused_ranges": "some"})", "refused_ranges: "},
-        WrongScript{"RefusedRangeIsNegative", R"({"refused_ranges": [1, -1]})", "refused_ranges[1]: "},
-        WrongScript{"NoText", WithPlate(R"({"confidence": 1, )" + corners + "}"), "frames[1].plates[0]: either"},
-        WrongScript{"TextAndBytes", WithPlate(R"({"text": "A", "bytes": "41", "confidence": 1, )" + corners + "}"),
+        ScriptError{"NotJson", "{\"frames\": [\n", "parse error"}, ScriptError{"NotUtf8", "{\"a\": \"\xFF\"}", "UTF-8"},
+        ScriptError{"Empty", "", "parse error"}, ScriptError{"NoObject", "[]", "script: an object"},
+        ScriptError{"UnknownSetting", R"({"frame": []})", R"(there is no setting "frame")"},
+        ScriptError{"UnknownCounting", R"({"counting": "channel"})", "counting: "},
+        ScriptError{"RepeatIsNoBoolean", R"({"repeat": 1})", "repeat: "},
+        ScriptError{"FramesAreNoList", R"({"frames": {}})", "frames: a list"},
+        ScriptError{"FrameIsNoObject", R"({"frames": [{}, 3]})", "frames[1]: an object"},
+        ScriptError{"CountIsNoNumber", R"({"frames": [{"count": "1"}]})", "frames[0].count: a whole number"},
+        ScriptError{"CountIsTooLarge", R"({"frames": [{"count": 18446744073709551615}]})", "does not fit"},
+        ScriptError{"CountIsTooSmall", R"({"frames": [{"count": -2147483649}]})", "does not fit"},
+        ScriptError{"RefusedRangeIsAWord", R"({"refused_ranges": "some"})", "refused_ranges: "},
+        ScriptError{"RefusedRangeIsNegative", R"({"refused_ranges": [1, -1]})", "refused_ranges[1]: "},
+        ScriptError{"NoText", WithPlate(R"({"confidence": 1, )" + corners + "}"), "frames[1].plates[0]: either"},
+        ScriptError{"TextAndBytes", WithPlate(R"({"text": "A", "bytes": "41", "confidence": 1, )" + corners + "}"),
                     "frames[1].plates[0]: either"},
-        WrongScript{"TextTooLong", WithPlate(R"({"text": "ABCDEFGHIJKLMNOPQ", "confidence": 1, )" + corners + "}"),
+        ScriptError{"TextTooLong", WithPlate(R"({"text": "ABCDEFGHIJKLMNOPQ", "confidence": 1, )" + corners + "}"),
                     "16 bytes"},
-        WrongScript{"TextBeyondTheCodePage", WithPlate(R"({"text": "A\u0e01", "confidence": 1, )" + corners + "}"),
+        ScriptError{"TextBeyondTheCodePage", WithPlate(R"({"text": "A\u0e01", "confidence": 1, )" + corners + "}"),
                     "frames[1].plates[0].text: "},
-        WrongScript{"OddDigits", WithPlate(R"({"bytes": "414", "confidence": 1, )" + corners + "}"), "pairs of"},
-        WrongScript{"NoDigits", WithPlate(R"({"bytes": "4G", "confidence": 1, )" + corners + "}"), "pairs of"},
-        WrongScript{"ByteTooLarge", WithPlate(R"({"bytes": [256], "confidence": 1, )" + corners + "}"),
+        ScriptError{"OddDigits", WithPlate(R"({"bytes": "414", "confidence": 1, )" + corners + "}"), "pairs of"},
+        ScriptError{"NoDigits", WithPlate(R"({"bytes": "4G", "confidence": 1, )" + corners + "}"), "pairs of"},
+        ScriptError{"ByteTooLarge", WithPlate(R"({"bytes": [256], "confidence": 1, )" + corners + "}"),
                     "frames[1].plates[0].bytes[0]: "},
-        WrongScript{"NoConfidence", WithPlate(R"({"text": "A", )" + corners + "}"), "confidence: a number"},
-        WrongScript{"ThreeCorners", WithPlate(R"({"text": "A", "confidence": 1, "corners": [[0,0],[0,1],[1,0]]})"),
+        ScriptError{"NoConfidence", WithPlate(R"({"text": "A", )" + corners + "}"), "confidence: a number"},
+        ScriptError{"ThreeCorners", WithPlate(R"({"text": "A", "confidence": 1, "corners": [[0,0],[0,1],[1,0]]})"),
                     "corners: four"},
-        WrongScript{"CornerOfThree",
+        ScriptError{"CornerOfThree",
                     WithPlate(R"({"text": "A", "confidence": 1, "corners": [[0,0],[0,1],[1,0],[1,1,1]]})"),
                     "corners[3]: a pair"},
-        WrongScript{"SixPlates",
+        ScriptError{"SixPlates",
                     [] {
                         const std::string plate = R"({"text": "A", "confidence": 1, )" + corners + "}";
                         return WithPlate(plate + "," + plate + "," + plate + "," + plate + "," + plate + "," + plate);

@@ -16,7 +16,7 @@ using testing::Lt;
 
 // Names
 
-TEST(ServerName, HoldsTheVariablesBeginning) {
+TEST(ServerName, ContainsThePrefixOfTheVariable) {
     test_support::UnsetEnvironment("VEXLANE_READING_SOCKET");
     const std::string own = ServerName();
     test_support::SetEnvironment("VEXLANE_READING_SOCKET", "");
@@ -34,7 +34,7 @@ TEST(ServerName, HoldsTheVariablesBeginning) {
     test_support::UnsetEnvironment("VEXLANE_READING_SOCKET");
 }
 
-TEST(Names, BelongToOneListenerAtATimeAndGoWithIt) {
+TEST(Names, BelongToOneListenerAtATime) {
     const std::string name = RandomName();
     EXPECT_FALSE(Connection::Open(name));
     std::optional<Listener> listener = Listener::Open(name);
@@ -47,7 +47,7 @@ TEST(Names, BelongToOneListenerAtATimeAndGoWithIt) {
 }
 
 // A thread that makes no call does not notice the end of the connection, and keeps its side open.
-TEST(Names, AreFreeAgainWhileClientsOfAFormerListenerSayNothing) {
+TEST(Names, AreFreeAfterTheListenerDespiteSilentClients) {
     const std::string name = RandomName();
     std::vector<Connection> silent;
     for (int round = 0; round < 3; ++round) {
@@ -68,7 +68,7 @@ TEST(Names, AreFreeAgainWhileClientsOfAFormerListenerSayNothing) {
     }
 }
 
-TEST(Names, ThatAreNoneAreRefused) {
+TEST(Names, MustBeValid) {
     for (const std::string& name : {std::string(), std::string(300, 'x')}) {
         EXPECT_FALSE(Connection::Open(name));
         EXPECT_THROW(Listener::Open(name), std::system_error);
@@ -77,7 +77,7 @@ TEST(Names, ThatAreNoneAreRefused) {
 
 // Pieces
 
-TEST_F(LocalConnection, KeepsPiecesWholeAndInOrder) {
+TEST_F(LocalConnection, KeepsPiecesInOrder) {
     for (std::uint8_t number = 1; number < 100; ++number) {
         ASSERT_TRUE(client->Send(Bytes(number, number), In(10s)));
     }
@@ -110,7 +110,7 @@ TEST_F(LocalConnection, WaitsUntilItsDeadline) {
     EXPECT_THAT(Next(*server), ElementsAre(3));
 }
 
-TEST_F(LocalConnection, EndsSendingAtItsDeadlineWhenThePeerTakesNothing) {
+TEST_F(LocalConnection, SendFailsAtItsDeadlineWhenThePeerReadsNothing) {
     const Bytes much(60000, 1);
     EXPECT_LT(TimeOf([&] {
                   while (client->Send(much, In(30ms))) {
@@ -120,7 +120,7 @@ TEST_F(LocalConnection, EndsSendingAtItsDeadlineWhenThePeerTakesNothing) {
     EXPECT_TRUE(client->IsPeerConnected());
 }
 
-TEST_F(LocalConnection, SeesThatThePeerHasGone) {
+TEST_F(LocalConnection, DetectsThatThePeerHasClosed) {
     EXPECT_TRUE(server->IsPeerConnected());
     ASSERT_TRUE(client->Send(Bytes{1}, In(10s)));
     EXPECT_TRUE(server->IsPeerConnected());
@@ -131,7 +131,7 @@ TEST_F(LocalConnection, SeesThatThePeerHasGone) {
     EXPECT_LT(TimeOf([&] { EXPECT_FALSE(server->Send(Bytes{1}, noDeadline)); }), 5s) << "and no signal";
 }
 
-TEST_F(LocalConnection, TellsWhatItsPeerSaidBeforeItWentWithoutListening) {
+TEST_F(LocalConnection, DeliversWhatThePeerSentBeforeItClosed) {
     ASSERT_TRUE(client->Send(Bytes{9}, In(10s)));
     ASSERT_TRUE(server->Send(Bytes{1, 2}, In(10s)));
     server.reset();
@@ -141,7 +141,7 @@ TEST_F(LocalConnection, TellsWhatItsPeerSaidBeforeItWentWithoutListening) {
 
 // Contention may make a lock in the system's libraries keep a handle. A connection that leaked one would leak one in
 // every round.
-TEST_F(LocalConnection, IsEndedFromAnotherThread) {
+TEST_F(LocalConnection, CanBeShutDownFromAnotherThread) {
     mayBeKept = test_support::keptByLocks;
     constexpr std::size_t rounds = 2 * test_support::keptByLocks + 1;
     for (std::size_t round = 0; round < rounds; ++round) {
@@ -168,7 +168,7 @@ TEST_F(LocalConnection, IsEndedFromAnotherThread) {
     }
 }
 
-TEST_F(LocalConnection, IsEndedFromAnotherThreadWhileItSends) {
+TEST_F(LocalConnection, CanBeShutDownFromAnotherThreadWhileItSends) {
     mayBeKept = test_support::keptByLocks;
     std::atomic<bool> ended = false;
     std::thread sender([&] {
@@ -182,7 +182,7 @@ TEST_F(LocalConnection, IsEndedFromAnotherThreadWhileItSends) {
     EXPECT_FALSE(server->IsPeerConnected());
 }
 
-TEST_F(LocalConnection, LeavesNothingToAProgramThatIsStarted) {
+TEST_F(LocalConnection, IsNotInheritedByChildProcesses) {
     ASSERT_TRUE(client->Send(Bytes{1}, In(10s)));
     ASSERT_THAT(Next(*server), ElementsAre(1));
     std::set<int> opened = OpenDescriptors();
@@ -202,7 +202,7 @@ Bytes RandomBytes(std::size_t size) {
     return bytes;
 }
 
-TEST_F(LocalConnection, BringsAnyNumberOfBytes) {
+TEST_F(LocalConnection, TransfersAnyNumberOfBytes) {
     mayBeKept = test_support::keptByLocks;
     Bytes received;
     for (const std::size_t size : {std::size_t{1}, std::size_t{65535}, std::size_t{65536}, std::size_t{65537},
@@ -219,21 +219,21 @@ TEST_F(LocalConnection, BringsAnyNumberOfBytes) {
     EXPECT_EQ(received.data(), place) << "memory was taken for what there was room for";
 }
 
-TEST_F(LocalConnection, TakesMemoryForWhatHasComeAlone) {
+TEST_F(LocalConnection, AllocatesOnlyForReceivedBytes) {
     Bytes received;
     ASSERT_TRUE(client->Send(Bytes(1000), In(10s)));
     EXPECT_FALSE(server->ReceiveAll(received, std::size_t{1} << 40, In(50ms)));
     EXPECT_LE(received.capacity(), 3 * maxPacketBytes);
 }
 
-TEST_F(LocalConnection, RefusesMoreBytesThanItAwaits) {
+TEST_F(LocalConnection, RefusesMoreBytesThanExpected) {
     Bytes received;
     ASSERT_TRUE(client->Send(Bytes(5000), In(10s)));
     ASSERT_TRUE(client->Send(Bytes(5001), In(10s)));
     EXPECT_LT(TimeOf([&] { EXPECT_FALSE(server->ReceiveAll(received, 10000, noDeadline)); }), 5s);
 }
 
-TEST_F(LocalConnection, EndsReceivingAtItsDeadlineThoughPiecesStillCome) {
+TEST_F(LocalConnection, ReceiveFailsAtItsDeadlineWhilePiecesArrive) {
     mayBeKept = test_support::keptByLocks;
     std::atomic<bool> ended = false;
     std::thread slow([&] {
@@ -248,7 +248,7 @@ TEST_F(LocalConnection, EndsReceivingAtItsDeadlineThoughPiecesStillCome) {
     slow.join();
 }
 
-TEST_F(LocalConnection, EndsSendingAtItsDeadlineThoughThePeerStillTakesPieces) {
+TEST_F(LocalConnection, SendFailsAtItsDeadlineWhileThePeerReads) {
     mayBeKept = test_support::keptByLocks;
     std::atomic<bool> ended = false;
     std::thread slow([&] {
@@ -262,7 +262,7 @@ TEST_F(LocalConnection, EndsSendingAtItsDeadlineThoughThePeerStillTakesPieces) {
     slow.join();
 }
 
-TEST_F(LocalConnection, NoticesAtOnceThatThePeerHasGoneInTheMiddle) {
+TEST_F(LocalConnection, DetectsAtOnceThatThePeerClosesDuringATransfer) {
     mayBeKept = test_support::keptByLocks;
     Bytes received;
     std::thread going([this] {

@@ -29,7 +29,7 @@ using test_support::Stranger;
 
 namespace fs = std::filesystem;
 
-TEST_F(LocalConnection, GoesOnWaitingBehindASignal) {
+TEST_F(LocalConnection, GoesOnWaitingAfterASignal) {
     struct sigaction nothing = {};
     nothing.sa_handler = [](int) {};
     sigaction(SIGUSR1, &nothing, nullptr);
@@ -53,7 +53,7 @@ TEST_F(LocalConnection, GoesOnWaitingBehindASignal) {
 }
 
 // The folder is closed to other users. If it were open, both sides still check the user of their peer.
-TEST_F(LocalConnection, SpeaksToNobodyButItsOwnUser) {
+TEST_F(LocalConnection, AcceptsOnlyItsOwnUser) {
     if (::geteuid() != 0) {
         GTEST_SKIP() << "takes root";
     }
@@ -96,7 +96,7 @@ class Folders : public testing::Test {
     const std::string name = RandomName();
 };
 
-TEST_F(Folders, AreTheUsersAloneAndKeepNothingOfAListenerThatHasGone) {
+TEST_F(Folders, ArePrivateAndEmptyAfterTheListener) {
     {
         const std::optional<Listener> listener = Listener::Open(name);
         for (const fs::path& folder : {run / "vexlane", temporary / own}) {
@@ -108,7 +108,7 @@ TEST_F(Folders, AreTheUsersAloneAndKeepNothingOfAListenerThatHasGone) {
     EXPECT_TRUE(fs::is_empty(temporary / own));
 }
 
-TEST_F(Folders, LetProcessesMeetWhoseEnvironmentsDiffer) {
+TEST_F(Folders, ConnectProcessesWithDifferentEnvironments) {
     const std::optional<Listener> listener = Listener::Open(name);
     test_support::UnsetEnvironment("XDG_RUNTIME_DIR");
     EXPECT_TRUE(Connection::Open(name));
@@ -129,7 +129,7 @@ TEST_F(Folders, MayHaveLongPaths) {
     EXPECT_TRUE(fs::is_directory(deep / "vexlane"));
 }
 
-TEST_F(Folders, ThatOthersCouldChangeAreNotUsed) {
+TEST_F(Folders, AreNotUsedIfOtherUsersCanChangeThem) {
     fs::permissions(run, fs::perms::all);
     EXPECT_TRUE(Meet(name));
     EXPECT_FALSE(fs::exists(run / "vexlane"));
@@ -147,7 +147,7 @@ TEST_F(Folders, ThatOthersCouldChangeAreNotUsed) {
     EXPECT_TRUE(fs::is_empty(temporary / "real"));
 }
 
-TEST_F(Folders, ThatCannotBeMadeAreAnErrorThatSaysWhatToDo) {
+TEST_F(Folders, CreationFailureSaysWhatToDo) {
     test_support::UnsetEnvironment("XDG_RUNTIME_DIR");
     test_support::SetEnvironment("TMPDIR", "/proc");
     EXPECT_FALSE(Connection::Open(name));
@@ -159,7 +159,7 @@ TEST_F(Folders, ThatCannotBeMadeAreAnErrorThatSaysWhatToDo) {
     }
 }
 
-TEST_F(Folders, OfAnotherUserDoNotKeepAServerFromListening) {
+TEST_F(Folders, OfAnotherUserDoNotPreventListening) {
     if (::geteuid() != 0) {
         GTEST_SKIP() << "takes root";
     }
@@ -182,7 +182,7 @@ TEST_F(Folders, OfAnotherUserDoNotKeepAServerFromListening) {
     EXPECT_TRUE(fs::is_empty(scratch.Path() / "own"));
 }
 
-TEST_F(Folders, LetOneOfManyTakeTheNameOfAListenerThatWasKilled) {
+TEST_F(Folders, OneOfManyTakesTheNameOfAKilledListener) {
     for (int round = 0; round < 10; ++round) {
         const pid_t child = ::fork();
         if (child == 0) {
@@ -208,7 +208,7 @@ TEST_F(Folders, LetOneOfManyTakeTheNameOfAListenerThatWasKilled) {
 }
 
 // The listener still runs, although its lock file is gone.
-TEST_F(Folders, AreNotTakenFromAListenerWhoseLockWasRemoved) {
+TEST_F(Folders, StayWithAListenerWhoseLockWasRemoved) {
     const std::optional<Listener> listener = Listener::Open(name);
     fs::remove(run / "vexlane" / ('.' + name));
     fs::remove(temporary / own / ('.' + name));
@@ -221,7 +221,7 @@ TEST_F(LocalConnection, CannotBeOpenedWithoutADescriptor) {
     EXPECT_THROW(Connection::Open(name), std::system_error);
 }
 
-TEST_F(LocalConnection, IsRefusedWithAWordWhereItsPeerHasNoDescriptorLeft) {
+TEST_F(LocalConnection, ReceivesARefusalWhenItsPeerHasNoDescriptors) {
     const Bytes refusal = {1, 2, 3};
     std::optional<Connection> second = Connection::Open(name);
     std::optional<Connection> third = Connection::Open(name);
@@ -237,7 +237,7 @@ TEST_F(LocalConnection, IsRefusedWithAWordWhereItsPeerHasNoDescriptorLeft) {
     EXPECT_TRUE(listener->Accept(In(10s), refusal));
 }
 
-TEST_F(LocalConnection, TakesNoDescriptorsThatComeAlong) {
+TEST_F(LocalConnection, IgnoresPassedDescriptors) {
     const Owned folder(::open((runtimeFolder.Path() / "run" / "vexlane").c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
     const SocketAddress address = *SocketAddress::Of(folder.Get(), name);
     const Owned socket(::socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0));

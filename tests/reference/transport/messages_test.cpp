@@ -16,7 +16,7 @@ using Bytes = std::vector<std::uint8_t>;
 constexpr double nan = std::numeric_limits<double>::quiet_NaN();
 constexpr double infinity = std::numeric_limits<double>::infinity();
 
-Reading GoodReading() {
+Reading ValidReading() {
     return {"AB123C", 87.5, {{{1, -2}, {3, 4}, {2147483647, -2147483647 - 1}, {7, 8}}}};
 }
 
@@ -27,24 +27,24 @@ Readings ReadingsOf(const std::vector<Reading>& readings) {
 }
 
 // One message of each kind, and messages at their limits.
-std::vector<Contents> SoundContents() {
-    return {
-        Greeting(),
-        Greeting{.version = 0},
-        Busy(),
-        GreetingReply{{.version = 0xFFFFFFFF}},
-        Range{-1, 2147483647},
-        RangeAccepted(),
-        Frame{1, 1, {}},
-        Frame{1, 1, Region{0, 0, 1, 1}},
-        Frame{16384, 5461, Region{0, 0, 16384, 5461}},
-        Frame{1920, 1080, Region{1919, 1079, 1920, 1080}},
-        Readings(),
-        ReadingsOf({GoodReading()}),
-        ReadingsOf({{"1", 0, {}}, {"123456789012345", 100, {}}, {"\xD4\xC1", -0.0, {}}, GoodReading(), GoodReading()})};
+std::vector<Contents> ValidContents() {
+    return {Greeting(),
+            Greeting{.version = 0},
+            Busy(),
+            GreetingReply{{.version = 0xFFFFFFFF}},
+            Range{-1, 2147483647},
+            RangeAccepted(),
+            Frame{1, 1, {}},
+            Frame{1, 1, Region{0, 0, 1, 1}},
+            Frame{16384, 5461, Region{0, 0, 16384, 5461}},
+            Frame{1920, 1080, Region{1919, 1079, 1920, 1080}},
+            Readings(),
+            ReadingsOf({ValidReading()}),
+            ReadingsOf(
+                {{"1", 0, {}}, {"123456789012345", 100, {}}, {"\xD4\xC1", -0.0, {}}, ValidReading(), ValidReading()})};
 }
 
-std::vector<Contents> UnsoundContents() {
+std::vector<Contents> InvalidContents() {
     std::vector<Contents> all = {Frame{0, 1, {}},
                                  Frame{1, 0, {}},
                                  Frame{16385, 1, {}},
@@ -54,9 +54,9 @@ std::vector<Contents> UnsoundContents() {
                                  Frame{0x80000000, 0x80000000, {}},
                                  Frame{0xFFFFFFFF, 0xFFFFFFFF, {}},
                                  Readings{maxReadings + 1, 0, {}},
-                                 Readings{1, 1, {GoodReading()}},
-                                 Readings{2, 0, {GoodReading()}},
-                                 Readings{0, 0, {GoodReading()}},
+                                 Readings{1, 1, {ValidReading()}},
+                                 Readings{2, 0, {ValidReading()}},
+                                 Readings{0, 0, {ValidReading()}},
                                  Greeting{.zero = 1},
                                  Greeting{.magic = {'v', 'X', 'L', '-', 'R', 'E', 'A', 'D'}}};
     for (const Region region : {Region{0, 0, 0, 1}, Region{-1, 0, 5, 5}, Region{0, -1, 5, 5}, Region{0, 0, 11, 5},
@@ -65,9 +65,9 @@ std::vector<Contents> UnsoundContents() {
         all.emplace_back(Frame{10, 10, region});
     }
     for (const double confidence : {nan, infinity, -infinity, -1e-300, std::nextafter(100.0, 101.0), 1e300}) {
-        Reading reading = GoodReading();
+        Reading reading = ValidReading();
         reading.confidence = confidence;
-        all.emplace_back(ReadingsOf({GoodReading(), reading}));
+        all.emplace_back(ReadingsOf({ValidReading(), reading}));
     }
     for (const std::string& text :
          {std::string(16, '\0'), std::string(16, 'A'), "A" + std::string(1, '\0') + "B", std::string(15, '\0') + "A"}) {
@@ -108,8 +108,8 @@ TEST(Messages, HaveTheLayoutOfThisVersion) {
     EXPECT_EQ(Encode({9, ReadingsOf({{"AB1", 1.0, {{{1, 2}, {3, 4}, {5, 6}, {7, -1}}}}})}), readings);
 }
 
-TEST(Messages, AreDecodedAsWhatWasEncoded) {
-    for (const Contents& contents : SoundContents()) {
+TEST(Messages, AreDecodedAsEncoded) {
+    for (const Contents& contents : ValidContents()) {
         for (const std::uint64_t number : {std::uint64_t{0}, std::uint64_t{1} << 63, ~std::uint64_t{0}}) {
             const Bytes bytes = Encode({number, contents});
             EXPECT_LE(bytes.size(), maxMessageBytes);
@@ -118,24 +118,24 @@ TEST(Messages, AreDecodedAsWhatWasEncoded) {
     }
 }
 
-TEST(Messages, OfTheLargestKindFillTheLargestSize) {
+TEST(Messages, TheLargestKindHasTheLargestSize) {
     EXPECT_EQ(Encode({0, Readings()}).size(), maxMessageBytes);
 }
 
 // Refused messages
 
-TEST(Encoding, RefusesWhatIsNotSound) {
-    for (const Contents& contents : UnsoundContents()) {
+TEST(Encoding, RefusesInvalidContents) {
+    for (const Contents& contents : InvalidContents()) {
         EXPECT_FALSE(IsValid(contents));
         EXPECT_THROW(Encode({1, contents}), std::invalid_argument);
     }
-    for (const Contents& contents : SoundContents()) {
+    for (const Contents& contents : ValidContents()) {
         EXPECT_TRUE(IsValid(contents));
     }
 }
 
-TEST(Decoding, RefusesEveryLengthButTheRightOne) {
-    for (const Contents& contents : SoundContents()) {
+TEST(Decoding, RefusesWrongLengths) {
+    for (const Contents& contents : ValidContents()) {
         const Bytes right = Encode({5, contents});
         for (std::size_t size = 0; size < 2 * right.size() + 64; ++size) {
             Bytes bytes = right;
@@ -151,8 +151,8 @@ TEST(Decoding, RefusesEveryLengthButTheRightOne) {
     }
 }
 
-TEST(Decoding, RefusesASizeThatIsNotThatOfTheMessage) {
-    for (const Contents& contents : SoundContents()) {
+TEST(Decoding, RefusesWrongSizeFields) {
+    for (const Contents& contents : ValidContents()) {
         const Bytes right = Encode({5, contents});
         for (std::size_t byte = 4; byte < 8; ++byte) {
             for (unsigned change = 1; change < 256; ++change) {
@@ -175,7 +175,7 @@ TEST(Decoding, RefusesUnknownKinds) {
     }
 }
 
-TEST(Decoding, RefusesASpoiltMark) {
+TEST(Decoding, RefusesAWrongMark) {
     const Bytes right = Encode({5, Greeting()});
     for (std::size_t byte = 16; byte < 24; ++byte) {
         Bytes bytes = right;
@@ -184,7 +184,7 @@ TEST(Decoding, RefusesASpoiltMark) {
     }
 }
 
-TEST(Decoding, RefusesWhatIsNotZeroWhereItMustBe) {
+TEST(Decoding, RefusesNonZeroReservedBytes) {
     const auto expectRefused = [](const Contents& contents, std::size_t from, std::size_t to) {
         const Bytes right = Encode({5, contents});
         for (std::size_t byte = from; byte < to; ++byte) {
@@ -203,10 +203,10 @@ TEST(Decoding, RefusesWhatIsNotZeroWhereItMustBe) {
 
 // A count that differs from the number of readings in the message
 
-TEST(Decoding, RefusesNumbersThatPromiseTooMuch) {
+TEST(Decoding, RefusesWrongCounts) {
     for (const std::uint32_t count : {1u, 2u, 4u, 5u, 6u, 0x10000u, 0x04924925u, 0x80000000u, 0xFFFFFFFFu}) {
         for (std::size_t present = 0; present <= maxReadings; ++present) {
-            Bytes bytes = Encode({5, ReadingsOf(std::vector<Reading>(present, GoodReading()))});
+            Bytes bytes = Encode({5, ReadingsOf(std::vector<Reading>(present, ValidReading()))});
             for (unsigned byte = 0; byte < 4; ++byte) {
                 bytes[16 + byte] = static_cast<std::uint8_t>(count >> (8 * byte));
             }
@@ -215,7 +215,7 @@ TEST(Decoding, RefusesNumbersThatPromiseTooMuch) {
     }
 }
 
-TEST(PictureBytes, NeverWraps) {
+TEST(PictureBytes, NeverOverflows) {
     EXPECT_EQ(PictureBytes(1920, 1080), 6220800u);
     EXPECT_EQ(PictureBytes(0, 7), 0u);
     EXPECT_EQ(PictureBytes(7, 0), 0u);

@@ -30,7 +30,7 @@ std::string OwnUser() {
     return copy;
 }
 
-TEST_F(LocalConnection, HasAPipeThatNobodyKnewBeforeAndThatIsWithdrawnWithIt) {
+TEST_F(LocalConnection, HasARandomPipeNameThatIsWithdrawn) {
     const std::string first = PublishedPipePath(name);
     EXPECT_THAT(first, testing::StartsWith("\\\\.\\pipe\\vexlane-reading-"));
     Reconnect();
@@ -61,7 +61,7 @@ constexpr char forEverybody[] = "(A;;GA;;;WD)";
 constexpr char forNobodyElse[] = "(A;;GA;;;SY)";
 
 // Such a mutex once prevented every server of the user from listening.
-TEST(Names, AreNotKeptByAnotherUsersMutex) {
+TEST(Names, AreNotBlockedByAnotherUsersMutex) {
     for (const char* const access : {forEverybody, forNobodyElse}) {
         const std::string name = RandomName();
         Owner other(system, access);
@@ -80,7 +80,7 @@ TEST(Names, AreNotKeptByAnotherUsersMutex) {
 }
 
 // The process at the other end of such a pipe can be one of this user's that was made to open it.
-TEST(Names, OfAPipeThatIsAnotherUsersAreNotConnectedTo) {
+TEST(Names, PipesOfAnotherUserAreRefused) {
     const std::string name = RandomName();
     const auto isConnectedTo = [&name](const std::string& user) {
         Owner owner(user, forEverybody);
@@ -104,7 +104,7 @@ TEST(Names, OfAPipeThatIsAnotherUsersAreNotConnectedTo) {
 }
 
 // The pipe's access control list admits only the user.
-TEST_F(LocalConnection, LetsInItsOwnUserAlone) {
+TEST_F(LocalConnection, AdmitsOnlyItsOwnUser) {
     const HANDLE pipe = CreateFileA(PublishedPipePath(name).c_str(), READ_CONTROL | GENERIC_READ, 0, nullptr,
                                     OPEN_EXISTING, 0, nullptr);
     ASSERT_NE(pipe, INVALID_HANDLE_VALUE);
@@ -123,7 +123,7 @@ TEST_F(LocalConnection, LetsInItsOwnUserAlone) {
 }
 
 // More clients than the pipe has waiting instances.
-TEST_F(LocalConnection, LetsManyConnectBeforeAnyIsAccepted) {
+TEST_F(LocalConnection, ManyCanConnectBeforeAnyIsAccepted) {
     std::vector<Connection> many;
     while (std::optional<Connection> next = Connection::Open(name)) {
         many.push_back(std::move(*next));
