@@ -15,7 +15,7 @@ namespace bench {
 
 namespace {
 
-Conversion OfLibyuv(std::int32_t width, std::int32_t height) {
+Conversion LibyuvConversion(std::int32_t width, std::int32_t height) {
     return [=](const std::uint8_t* source, std::uint8_t* target) {
         const std::uint8_t* const u = source + width * height;
         const std::uint8_t* const v = u + width * height / 4;
@@ -24,7 +24,7 @@ Conversion OfLibyuv(std::int32_t width, std::int32_t height) {
     };
 }
 
-Conversion OfSwscale(std::int32_t width, std::int32_t height) {
+Conversion SwscaleConversion(std::int32_t width, std::int32_t height) {
     // For equal sizes an unscaled routine runs regardless of the filter, unless accurate rounding is requested.
     const std::shared_ptr<SwsContext> context(sws_getContext(width, height, AV_PIX_FMT_YUV420P, width, height,
                                                              AV_PIX_FMT_BGR24, SWS_POINT, nullptr, nullptr, nullptr),
@@ -39,7 +39,7 @@ Conversion OfSwscale(std::int32_t width, std::int32_t height) {
     };
 }
 
-Conversion OfOpenCv(std::int32_t width, std::int32_t height) {
+Conversion OpenCvConversion(std::int32_t width, std::int32_t height) {
     cv::setNumThreads(1);
     return [=](const std::uint8_t* source, std::uint8_t* target) {
         const cv::Mat frame(height * 3 / 2, width, CV_8UC1, const_cast<std::uint8_t*>(source));
@@ -58,14 +58,15 @@ void RequireBlueFirst(const Baseline& baseline) {
     std::vector<std::uint8_t> target(3 * pixels);
     baseline.conversionFor(width, height)(blue.data(), target.data());
     if (target[0] < 200 || target[2] > 50) {
-        throw std::runtime_error(baseline.name + " does not put blue first");
+        throw std::runtime_error(baseline.name + " does not write blue first");
     }
 }
 
 }  // namespace
 
 std::vector<Baseline> AllBaselines() {
-    std::vector<Baseline> baselines = {{"libyuv", OfLibyuv}, {"swscale", OfSwscale}, {"OpenCV", OfOpenCv}};
+    std::vector<Baseline> baselines = {
+        {"libyuv", LibyuvConversion}, {"swscale", SwscaleConversion}, {"OpenCV", OpenCvConversion}};
     for (const Baseline& baseline : baselines) {
         RequireBlueFirst(baseline);
     }

@@ -101,9 +101,9 @@ void Register(const std::string& name, Size size, std::size_t frameSize, bool is
     })->Unit(benchmark::kMicrosecond);
 }
 
-void RegisterHotAndCold(const std::string& who, Size size, const Conversion& convert) {
+void RegisterHotAndCold(const std::string& label, Size size, const Conversion& convert) {
     for (const bool isCold : {false, true}) {
-        Register("bgr24/" + who, size, FrameSize(Layout::I420, size), isCold, convert);
+        Register("bgr24/" + label, size, FrameSize(Layout::I420, size), isCold, convert);
     }
 }
 
@@ -114,17 +114,17 @@ Conversion Interleaved(const Kernel& kernel, Layout layout, Size size) {
 }
 
 void RegisterKernel(const Kernel& kernel, Size size) {
-    const std::string who = std::string("vexlane-") + kernel.name;
-    RegisterHotAndCold(who, size, Interleaved(kernel, Layout::I420, size));
-    Register("bgr24-from-422/" + who, size, FrameSize(Layout::I422, size), false,
+    const std::string label = std::string("vexlane-") + kernel.name;
+    RegisterHotAndCold(label, size, Interleaved(kernel, Layout::I420, size));
+    Register("bgr24-from-422/" + label, size, FrameSize(Layout::I422, size), false,
              Interleaved(kernel, Layout::I422, size));
-    Register("planar/" + who, size, FrameSize(Layout::I420, size), false,
+    Register("planar/" + label, size, FrameSize(Layout::I420, size), false,
              [=, routine = kernel.toBgrPlanar](const std::uint8_t* source, std::uint8_t* target) {
                  const std::ptrdiff_t pixels = std::ptrdiff_t{size.width} * size.height;
                  const BgrPlanes planes{target, target + pixels, target + 2 * pixels, size.width};
                  routine(PlanesOf(source, Layout::I420, size), planes, size.width, size.height);
              });
-    Register("grey/" + who, size, FrameSize(Layout::Grey, size), false,
+    Register("grey/" + label, size, FrameSize(Layout::Grey, size), false,
              [=, routine = kernel.greyToBgr24](const std::uint8_t* source, std::uint8_t* target) {
                  routine(source, size.width, target, std::ptrdiff_t{3} * size.width, size.width, size.height);
              });

@@ -45,12 +45,12 @@ class Rooms:
         start = f"bgr24/{SIZES[0]}/hot/{OURS}"
         return [name[len(start) :] for name in self.microseconds if name.startswith(start)]
 
-    def conversion(self, size, temperature, who, layout="bgr24"):
-        return self.microseconds[f"{layout}/{size}/{temperature}/{who}"]
+    def conversion(self, size, temperature, label, layout="bgr24"):
+        return self.microseconds[f"{layout}/{size}/{temperature}/{label}"]
 
-    def speed(self, size, temperature, who):
+    def speed(self, size, temperature, label):
         """How many times the baseline's speed."""
-        return self.conversion(size, temperature, BASELINE) / self.conversion(size, temperature, who)
+        return self.conversion(size, temperature, BASELINE) / self.conversion(size, temperature, label)
 
 
 def table(head, rows):
@@ -59,8 +59,8 @@ def table(head, rows):
     return "\n".join(lines) + "\n"
 
 
-def title(who):
-    return f"ours, {who[len(OURS):]}" if who.startswith(OURS) else who.replace("-", " ")
+def title(label):
+    return f"ours, {label[len(OURS):]}" if label.startswith(OURS) else label.replace("-", " ")
 
 
 def output_of(*command):
@@ -72,15 +72,15 @@ def output_of(*command):
 
 
 def machine():
-    described = dict(re.findall(r"^\s*([^:]+):\s+(.+)$", output_of("env", "LC_ALL=C", "lscpu"), re.MULTILINE))
+    cpu = dict(re.findall(r"^\s*([^:]+):\s+(.+)$", output_of("env", "LC_ALL=C", "lscpu"), re.MULTILINE))
     compilers = [output_of(name, "--version").splitlines() for name in ("g++", "x86_64-w64-mingw32-g++-posix")]
     levels = ("L1d", "L2", "L3")
-    caches = [f"{level} {described[level + ' cache']}" for level in levels if level + " cache" in described]
+    caches = [f"{level} {cpu[level + ' cache']}" for level in levels if level + " cache" in cpu]
     return table(
         ["", ""],
         [
-            ("processor", described.get("Model name", platform.processor())),
-            ("cores", described.get("CPU(s)", os.cpu_count())),
+            ("processor", cpu.get("Model name", platform.processor())),
+            ("cores", cpu.get("CPU(s)", os.cpu_count())),
             ("caches", ", ".join(caches)),
             ("system", f"{platform.system()} {platform.release()}"),
             ("compilers", "; ".join(lines[0] for lines in compilers if lines)),
@@ -90,24 +90,24 @@ def machine():
 
 
 def conversion_tables(rooms, kernels):
-    everybody = [OURS + kernel for kernel in kernels] + BASELINES + COPIES
+    labels = [OURS + kernel for kernel in kernels] + BASELINES + COPIES
     text = ""
     for temperature, what in (
         ("hot", "One source and one target, again and again."),
         ("cold", "Sources that rotate through 160 MB, so that none is in a cache; one target."),
     ):
         rows = [
-            [title(who)] + [f"{rooms.speed(size, temperature, who):.2f}" for size in SIZES] for who in everybody
+            [title(label)] + [f"{rooms.speed(size, temperature, label):.2f}" for size in SIZES] for label in labels
         ]
         rows.append(
             [f"{BASELINE}, µs a frame"] + [f"{rooms.conversion(size, temperature, BASELINE):.1f}" for size in SIZES]
         )
         text += f"### {temperature.capitalize()}: times the speed of {BASELINE}\n\n{what}\n\n"
         text += table(["", *SIZES], rows) + "\n"
-        over = [[title(who)] + [
-            f"{rooms.conversion(size, temperature, who) / rooms.conversion(size, temperature, BOUND):.2f}"
+        over = [[title(label)] + [
+            f"{rooms.conversion(size, temperature, label) / rooms.conversion(size, temperature, BOUND):.2f}"
             for size in SIZES
-        ] for who in everybody[: len(kernels)]]
+        ] for label in labels[: len(kernels)]]
         text += f"### {temperature.capitalize()}: time over that of the trivial copy\n\n{table(['', *SIZES], over)}\n"
 
     layouts = {"bgr24-from-422": "of 4:2:2", "planar": "to planes", "grey": "of grey"}
@@ -129,7 +129,7 @@ def text_distance_table(rooms):
     rows = []
     for kind, what in kinds.items():
         ours, ready, rolling = (
-            1e9 / rooms.items[f"text-distance/{kind}/{who}"] for who in ("vexlane", "vexlane-ready", "rolling-rows")
+            1e9 / rooms.items[f"text-distance/{kind}/{label}"] for label in ("vexlane", "vexlane-ready", "rolling-rows")
         )
         times = [f"{nanoseconds:.0f} ns" for nanoseconds in (ours, ready, rolling)]
         rows.append((what, f"{rolling / ours:.1f}", f"{rolling / ready:.1f}", *times))
@@ -234,16 +234,16 @@ class Picture:
 
     def __init__(self, rooms, kernels):
         self.rooms = rooms
-        self.who = [OURS + kernel for kernel in kernels] + list(self.OTHERS)
+        self.labels = [OURS + kernel for kernel in kernels] + list(self.OTHERS)
         self.colours = {OURS + kernel: self.COLOURS[number % 5] for number, kernel in enumerate(kernels)} | self.OTHERS
         self.parts = []
 
     def text(self, x, y, what, anchor="middle", size=12):
         self.parts.append(f'<text x="{x:.1f}" y="{y:.1f}" text-anchor="{anchor}" font-size="{size}">{what}</text>')
 
-    def bar(self, x, y, width, height, who):
+    def bar(self, x, y, width, height, label):
         self.parts.append(
-            f'<rect x="{x:.1f}" y="{y:.1f}" width="{width:.1f}" height="{height:.1f}" fill="{self.colours[who]}"/>'
+            f'<rect x="{x:.1f}" y="{y:.1f}" width="{width:.1f}" height="{height:.1f}" fill="{self.colours[label]}"/>'
         )
 
     def panel(self, top, temperature, highest):
@@ -257,25 +257,25 @@ class Picture:
             self.parts.append(f'<path d="M{self.LEFT} {y:.1f}H{self.WIDTH - 10}" stroke="#dddddd"/>')
             self.text(self.LEFT - 8, y + 4, mark, "end")
         group = (self.WIDTH - self.LEFT - 10) / len(SIZES)
-        bar = group * 0.86 / len(self.who)
+        bar = group * 0.86 / len(self.labels)
         for number, size in enumerate(SIZES):
             x = self.LEFT + number * group + group * 0.07
-            for place, who in enumerate(self.who):
-                speed = self.rooms.speed(size, temperature, who)
-                self.bar(x + place * bar, base - speed * scale, bar * 0.9, speed * scale, who)
+            for place, label in enumerate(self.labels):
+                speed = self.rooms.speed(size, temperature, label)
+                self.bar(x + place * bar, base - speed * scale, bar * 0.9, speed * scale, label)
                 self.text(x + (place + 0.45) * bar, base - speed * scale - 3, f"{speed:.1f}", size=9)
             self.text(x + group * 0.43, base + 18, size)
 
-    def legend(self, y, everybody):
-        for place, who in enumerate(everybody):
+    def legend(self, y, labels):
+        for place, label in enumerate(labels):
             x = self.LEFT + place * 140
-            self.bar(x, y - 10, 11, 11, who)
-            self.text(x + 16, y, title(who), "start")
+            self.bar(x, y - 10, 11, 11, label)
+            self.text(x + 16, y, title(label), "start")
 
     def draw(self):
-        speeds = [self.rooms.speed(size, heat, who) for size in SIZES for heat in ("hot", "cold") for who in self.who]
+        speeds = [self.rooms.speed(size, heat, label) for size in SIZES for heat in ("hot", "cold") for label in self.labels]
         highest = max(speeds) * 1.08
-        self.legend(24, [who for who in self.who if who not in self.OTHERS])
+        self.legend(24, [label for label in self.labels if label not in self.OTHERS])
         self.legend(44, list(self.OTHERS))
         self.panel(30, "hot", highest)
         self.panel(20 + self.HEIGHT, "cold", highest)

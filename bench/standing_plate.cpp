@@ -34,7 +34,7 @@ Value Median(std::vector<Value> values) {
 struct Hour {
     double firstMicroseconds;  // per frame, median of a thousand
     double lastMicroseconds;
-    double bytesOfAReading;
+    double bytesPerReading;
 };
 
 Hour PlayHour() {
@@ -68,7 +68,7 @@ Hour PlayHour() {
     while (frame < frames - measured) {
         playFrame();
     }
-    hour.bytesOfAReading = static_cast<double>(test_support::AllocatedBytes() - before) / (frame - from);
+    hour.bytesPerReading = static_cast<double>(test_support::AllocatedBytes() - before) / (frame - from);
     hour.lastMicroseconds = playThousand();
     return hour;
 }
@@ -84,7 +84,7 @@ nlohmann::json Measure() {
         first.push_back(hour.firstMicroseconds);
         last.push_back(hour.lastMicroseconds);
         ratios.push_back(hour.lastMicroseconds / hour.firstMicroseconds);
-        bytes.push_back(hour.bytesOfAReading);
+        bytes.push_back(hour.bytesPerReading);
     }
     return {{"frames", frames},
             {"texts", texts},

@@ -21,8 +21,8 @@ struct Pair {
     std::wstring second;
 };
 
-std::wstring RandomPlate(std::mt19937& random, std::size_t shortest, std::size_t longest) {
-    std::wstring text(shortest + random() % (longest - shortest + 1), L' ');
+std::wstring RandomPlate(std::mt19937& random, std::size_t minLength, std::size_t maxLength) {
+    std::wstring text(minLength + random() % (maxLength - minLength + 1), L' ');
     for (wchar_t& unit : text) {
         unit = L"ABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789"[random() % 36];
     }
@@ -30,12 +30,12 @@ std::wstring RandomPlate(std::mt19937& random, std::size_t shortest, std::size_t
 }
 
 // Half of the pairs are one plate and a misreading of it, the others two plates.
-std::vector<Pair> RandomPairs(std::size_t shortest, std::size_t longest, std::size_t paddedTo) {
+std::vector<Pair> RandomPairs(std::size_t minLength, std::size_t maxLength, std::size_t paddedTo) {
     constexpr int count = 256;
     std::mt19937 random(7);
     std::vector<Pair> pairs;
     for (int number = 0; number < count; ++number) {
-        Pair pair{RandomPlate(random, shortest, longest), RandomPlate(random, shortest, longest)};
+        Pair pair{RandomPlate(random, minLength, maxLength), RandomPlate(random, minLength, maxLength)};
         if (number % 2 == 0) {
             pair.second = pair.first;
             pair.second[random() % pair.second.size()] = RandomPlate(random, 1, 1).front();

@@ -15,7 +15,7 @@ namespace bench {
 
 namespace {
 
-constexpr int mostPlates = 5;
+constexpr int maxPlates = 5;
 constexpr std::uint64_t framePeriod = 40;
 constexpr std::uint64_t noLimit = std::numeric_limits<std::int32_t>::max();
 
@@ -39,7 +39,7 @@ class Scene {
     }
 
     void ProcessFrame() {
-        const int plates = std::min(tracks_, mostPlates);
+        const int plates = std::min(tracks_, maxPlates);
         Process({nextVehicle_, nextVehicle_ + plates}, nextText_);
         nextVehicle_ = (nextVehicle_ + plates) % tracks_;
         nextText_ = (nextText_ + 1) % texts_;
@@ -71,14 +71,14 @@ class Scene {
 
 void MeasureFrames(benchmark::State& state) {
     // Tracks keep their readings, so the scene is recreated before they fill the memory.
-    constexpr int framesOfAScene = 20'000;
+    constexpr int framesPerScene = 20'000;
     std::optional<Scene> scene;
     int frame = 0;
     for (auto _ : state) {
         if (frame-- == 0) {
             state.PauseTiming();
             scene.emplace(static_cast<int>(state.range(0)), static_cast<int>(state.range(1)));
-            frame = framesOfAScene;
+            frame = framesPerScene;
             state.ResumeTiming();
         }
         scene->ProcessFrame();

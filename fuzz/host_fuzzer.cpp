@@ -38,7 +38,7 @@ using namespace OKM8;
 using namespace OKM8::Analytics;
 
 // Keeps an execution short.
-constexpr unsigned maximumCalls = 40;
+constexpr unsigned maxCalls = 40;
 
 fuzz::Bytes current;
 
@@ -46,9 +46,9 @@ fuzz::Bytes current;
     fuzz::Fail(current, what);
 }
 
-void Check(bool isRight, const char* otherwise) {
+void Check(bool isRight, const char* failure) {
     if (!isRight) {
-        Fail(otherwise);
+        Fail(failure);
     }
 }
 
@@ -91,24 +91,24 @@ constexpr std::array<std::size_t, 24> places = {PlaceOf(Operation::GetLogger),
                                                 recognizePlace,
                                                 plateRangePlace};
 
-enum class Way : std::uint8_t { Works, IsNull, ThrowsStandard, ThrowsNumber, ThrowsMemory };
+enum class Behaviour : std::uint8_t { Works, IsNull, ThrowsStandard, ThrowsNumber, ThrowsMemory };
 
 struct OtherException {};
 
 /// Failures of the host and its engine.
 struct Failures {
-    std::array<Way, placeCount> ways = {};
+    std::array<Behaviour, placeCount> behaviours = {};
 
     /// Throws if the place is set to throw; otherwise returns true if it works.
     bool Passes(std::size_t place) const {
-        switch (ways[place]) {
-            case Way::IsNull:
+        switch (behaviours[place]) {
+            case Behaviour::IsNull:
                 return false;
-            case Way::ThrowsStandard:
+            case Behaviour::ThrowsStandard:
                 throw std::runtime_error("the host has failed");
-            case Way::ThrowsNumber:
+            case Behaviour::ThrowsNumber:
                 throw OtherException();
-            case Way::ThrowsMemory:
+            case Behaviour::ThrowsMemory:
                 throw std::bad_alloc();
             default:
                 return true;
@@ -139,13 +139,13 @@ void ReadTrack() {
     const TrackPointList& track = state.track;
     Check(track.first <= track.last && track.last <= track.storage, "a track that ends before it begins");
     for (const TrackPoint* point = track.first; point != track.last; ++point) {
-        Check(point->flag == 0, "a point's flag");
+        Check(point->flag == 0, "a track point with a flag");
     }
 }
 
 void CheckCode(std::int32_t code, bool isSetter) {
     Check(code == ErrorCode::None || code == (isSetter ? ErrorCode::RefusedSetting : ErrorCode::Failed),
-          "an error code that there is not");
+          "an undefined error code");
 }
 
 template <class Interface>
@@ -159,7 +159,7 @@ void ReadErrorState(IDetector* detector) {
     IErrorInfoProvider& errors = As<IErrorInfoProvider>(detector, ContractName::IErrorInfoProvider);
     const std::int32_t code = errors.GetErrorCode();
     Check(code == ErrorCode::None || code == ErrorCode::Failed || code == ErrorCode::RefusedSetting,
-          "an error code that there is not");
+          "an undefined error code");
     Touch(errors.GetErrorMessage());
 }
 
@@ -176,12 +176,12 @@ void OnCall(HostCall& call) {
     }
     switch (call.operation) {
         case Operation::GetOther:
-            Fail("another service is asked for");
+            Fail("an unexpected service is requested");
         case Operation::Unused:
-            Fail("an operation that nobody calls");
+            Fail("an unexpected operation");
         case Operation::SetDoubleValue:
         case Operation::SetBoolValue:
-            Fail("a plate has no value of that type");
+            Fail("an event value of an unexpected type");
         case Operation::WriteLog:
         case Operation::SetStringValue:
             Touch(call.text);
@@ -194,12 +194,12 @@ void OnCall(HostCall& call) {
             Check(state.targets == 0, "two targets in one event");
             break;
         case Operation::SetBinaryValue:
-            Check(call.size == sizeof state.track, "a track of another size");
+            Check(call.size == sizeof state.track, "a track of the wrong size");
             std::memcpy(&state.track, call.data, sizeof state.track);
             ReadTrack();
             break;
         case Operation::CreateEventRaiser:
-            Check(call.object != nullptr, "an event of no detector");
+            Check(call.object != nullptr, "an event without a detector");
             break;
         case Operation::Raise:
             ReadTrack();
@@ -213,10 +213,10 @@ void OnCall(HostCall& call) {
             break;
         case Operation::QueryContract:
             Check(std::strcmp(call.name, ContractName::ICompositeBuffer) == 0,
-                  "a buffer is asked for another interface");
+                  "an unexpected interface of a buffer is requested");
             break;
         case Operation::OnFrameDone:
-            Check(call.object != nullptr, "no frame is done");
+            Check(call.object != nullptr, "OnFrameDone without a buffer");
             break;
         default:
             break;
@@ -266,7 +266,7 @@ class Session {
     explicit Session(fuzz::Input& bytes) : input_(bytes) {}
 
     void Run() {
-        for (unsigned calls = 0; calls < maximumCalls && !input_.IsEmpty(); ++calls) {
+        for (unsigned calls = 0; calls < maxCalls && !input_.IsEmpty(); ++calls) {
             Call();
             state.raising = nullptr;
             Check(state.raisers == 0, "a raiser is neither raised nor discarded");
@@ -291,7 +291,7 @@ class Session {
                 SetFrameValue();
                 break;
             case 4:
-                AskAnything();
+                QueryAnything();
                 break;
             case 5:
                 DestroyDetector();
@@ -317,9 +317,9 @@ class Session {
         if (place >= places.size()) {
             state.failures = {};
         } else {
-            state.failures.ways[places[place]] = static_cast<Way>(input_.Below(5));
+            state.failures.behaviours[places[place]] = static_cast<Behaviour>(input_.Below(5));
         }
-        host.refusals.binarySetter = state.failures.ways[binarySetterPlace] != Way::Works;
+        host.refusals.binarySetter = state.failures.behaviours[binarySetterPlace] != Behaviour::Works;
     }
 
     void TakePlates() {
@@ -427,18 +427,18 @@ class Session {
         ReadErrorState(detector);
     }
 
-    void AskAnything() {
+    void QueryAnything() {
         IDetector* const detector = Detector();
         if (detector == nullptr) {
             return;
         }
         const char* const name = input_.AnyOf(contractNames);
         const IDetector* const constant = detector;
-        Check(detector->QueryContract(name) == constant->QueryContract(name), "two answers about one interface");
+        Check(detector->QueryContract(name) == constant->QueryContract(name), "different results for one interface");
         auto& controller = As<IMediaReceiverController>(detector, ContractName::IMediaReceiverController);
         Check(controller.Control1() == 0 && controller.Control2() == 0 && controller.Control3() == 0 &&
                   controller.Control4() == 0 && controller.Control5() == 0,
-              "a stream is controlled");
+              "a controller call does not return 0");
         ReadErrorState(detector);
     }
 
@@ -498,12 +498,12 @@ class Session {
         auto& single = As<IMediaReceiverSingle2>(detector, ContractName::IMediaReceiverSingle2);
         const FrameArea area = {input_.AnyOf(numbers), input_.AnyOf(numbers), input_.AnyOf(numbers),
                                 input_.AnyOf(numbers)};
-        const bool isTold = (flags & 4) == 0;
+        const bool hasCallback = (flags & 4) == 0;
         const std::int32_t code =
-            single.ReceiveSingle(buffer, (flags & 8) != 0 ? nullptr : &area, isTold ? &frameDone : nullptr);
+            single.ReceiveSingle(buffer, (flags & 8) != 0 ? nullptr : &area, hasCallback ? &frameDone : nullptr);
         CheckCode(code, false);
-        Check(frameDone.buffers.size() <= 1 && (code != 0 || frameDone.buffers.empty() != isTold),
-              "who is told that a frame is done");
+        Check(frameDone.buffers.size() <= 1 && (code != 0 || frameDone.buffers.empty() != hasCallback),
+              "a wrong number of OnFrameDone calls");
     }
 
     /// With a working host, checks that the detectors work and that everything is released.
@@ -523,13 +523,13 @@ class Session {
                 single.ReceiveSingle(recording_host::MakeFrame(buffers, 16, 8, now_ + 40), nullptr, &frameDone);
             Check(code == 0 && frameDone.buffers.size() == 1, "a detector no longer works");
             Check(*As<IErrorInfoProvider>(detector, ContractName::IErrorInfoProvider).GetErrorMessage() == '\0',
-                  "an error without a code");
+                  "an error message without a code");
             detector->Destroy();
             detector = nullptr;
         }
-        Check(buffers.made == buffers.released, "a buffer is not released, or twice");
+        Check(buffers.made == buffers.released, "a buffer is not released exactly once");
         Check(state.raisers == 0, "a raiser is neither raised nor discarded");
-        Check(host.FreeUnended() == 0, "a target list of no event");
+        Check(host.FreeUnended() == 0, "a target list without an event");
         diagnostics::SetDebugLevel(0);
     }
 
@@ -549,7 +549,7 @@ class NoOutput final : public platform::DebugOutputSink {
 
 int Recognize2(YUV420_IMG* unused, IMG* image, tagRECT*, RPLATE* plates, int flags) {
     Check(unused == nullptr && flags == 0 && image->bytesPerPixel == 3 && image->rowStride == 3 * image->width,
-          "an image of another kind");
+          "an image of the wrong format");
     [[maybe_unused]] static volatile std::uint8_t sink;
     sink = image->pixels[0];
     sink = image->pixels[std::size_t{image->rowStride} * image->height - 1];

@@ -22,9 +22,9 @@ using image_transform::kernels::scalarKernel;
 constexpr std::uint8_t untouched = 0xA5;
 
 // Wider than two blocks of the widest kernel, which takes 64 pixels at once; the area keeps an execution short.
-constexpr unsigned maximumWidth = 200;
-constexpr unsigned maximumHeight = 9;
-constexpr std::int32_t maximumArea = 600;
+constexpr unsigned maxWidth = 200;
+constexpr unsigned maxHeight = 9;
+constexpr std::int32_t maxArea = 600;
 
 /// A plane in a separate heap block. The first sample may be anywhere in its first 64 bytes; rows go up or down.
 class Plane {
@@ -67,8 +67,8 @@ struct Case {
 
     explicit Case(fuzz::Input& input) {
         routine = static_cast<Routine>(input.Below(3));
-        width = static_cast<std::int32_t>(1 + input.Below(maximumWidth));
-        height = std::min(static_cast<std::int32_t>(1 + input.Below(maximumHeight)), std::max(1, maximumArea / width));
+        width = static_cast<std::int32_t>(1 + input.Below(maxWidth));
+        height = std::min(static_cast<std::int32_t>(1 + input.Below(maxHeight)), std::max(1, maxArea / width));
         const unsigned flags = input.Byte();
         isNoisy = (flags & 1) != 0;
         nulls = (flags & 6) == 6 ? input.Byte() & 63u : 0;
@@ -89,7 +89,7 @@ struct Case {
         }
     }
 
-    std::string Described(const char* kernel) const {
+    std::string Describe(const char* kernel) const {
         static constexpr const char* names[] = {"toBgr24", "toBgrPlanar", "greyToBgr24"};
         std::ostringstream text;
         text << kernel << ": " << names[static_cast<std::size_t>(routine)] << ", " << width << " x " << height
@@ -201,10 +201,10 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     const int expectedStatus = Run(scalarKernel, test, source, expected);
     for (const Kernel* const kernel : kernels) {
         if (Run(*kernel, test, source, actual) != expectedStatus) {
-            fuzz::Fail(bytes, (test.Described(kernel->name) + ": another status than the scalar kernel").c_str());
+            fuzz::Fail(bytes, (test.Describe(kernel->name) + ": the status differs from the scalar kernel's").c_str());
         }
         if (actual != expected) {
-            fuzz::Fail(bytes, (test.Described(kernel->name) + ": other bytes than the scalar kernel").c_str());
+            fuzz::Fail(bytes, (test.Describe(kernel->name) + ": the bytes differ from the scalar kernel's").c_str());
         }
     }
     return 0;

@@ -27,7 +27,7 @@ void CheckFrame(Bytes bytes, const transport::Frame& frame) {
     const transport::Region region = {edgeAt(24), edgeAt(28), edgeAt(32), edgeAt(36)};
     if (bytes.size() != 40 || frame.width != NumberAt(bytes, 16) || frame.height != NumberAt(bytes, 20) ||
         frame.region != region) {
-        Fail(bytes, "another frame");
+        Fail(bytes, "a frame that differs from its bytes");
     }
     if (frame.width < 1 || frame.width > 16384 || frame.height < 1 || frame.height > 16384 ||
         std::uint64_t{frame.width} * frame.height * 3 > (256u << 20)) {
@@ -42,13 +42,13 @@ void CheckFrame(Bytes bytes, const transport::Frame& frame) {
 
 void CheckReadings(Bytes bytes, const transport::Readings& readings) {
     if (readings.count > 5 || bytes.size() != 24 + 5 * 56 || readings.count != NumberAt(bytes, 16)) {
-        Fail(bytes, "another number of readings");
+        Fail(bytes, "a wrong number of readings");
     }
     for (const transport::Reading& reading : std::span(readings.readings).first(readings.count)) {
         const std::string_view text(reading.text, sizeof reading.text);
         if (text.find('\0') < 1 || text.find('\0') > 15 ||
             text.find_first_not_of('\0', text.find('\0')) != std::string_view::npos) {
-            Fail(bytes, "a text that is none");
+            Fail(bytes, "an invalid text");
         }
         if (!(reading.confidence >= 0 && reading.confidence <= 100)) {
             Fail(bytes, "a confidence beyond its limits");
@@ -56,7 +56,7 @@ void CheckReadings(Bytes bytes, const transport::Readings& readings) {
     }
     if (std::ranges::count(bytes.subspan(24 + readings.count * 56), 0) !=
         static_cast<std::ptrdiff_t>(5 - readings.count) * 56) {
-        Fail(bytes, "something after the last reading");
+        Fail(bytes, "data after the last reading");
     }
 }
 
@@ -68,7 +68,7 @@ void CheckDecoding(Bytes bytes) {
     if (bytes.size() < 16 || NumberAt(bytes, 4) != bytes.size() ||
         message->number != (std::uint64_t{NumberAt(bytes, 12)} << 32 | NumberAt(bytes, 8)) ||
         message->contents.index() + 1 != NumberAt(bytes, 0)) {
-        Fail(bytes, "another message");
+        Fail(bytes, "a header that differs from its bytes");
     }
     if (const auto* const frame = std::get_if<transport::Frame>(&message->contents)) {
         CheckFrame(bytes, *frame);
@@ -77,7 +77,7 @@ void CheckDecoding(Bytes bytes) {
         CheckReadings(bytes, *readings);
     }
     if (!std::ranges::equal(transport::Encode(*message), bytes)) {
-        Fail(bytes, "the same message has other bytes");
+        Fail(bytes, "encoding does not restore the bytes");
     }
 }
 
@@ -121,7 +121,7 @@ void CheckEncoding(Bytes bytes) {
     fuzz::Input input(bytes);
     const transport::Message message = {input.Take<std::uint64_t>(), MakeContents(input)};
     if (transport::IsValid(message.contents) && transport::Decode(transport::Encode(message)) != message) {
-        Fail(bytes, "what was encoded is decoded as another message");
+        Fail(bytes, "decoding does not restore the message");
     }
 }
 

@@ -21,9 +21,9 @@ using fuzz::Bytes;
 
 fuzz::Bytes current;
 
-void Check(bool isRight, const char* otherwise) {
+void Check(bool isRight, const char* failure) {
     if (!isRight) {
-        fuzz::Fail(current, otherwise);
+        fuzz::Fail(current, failure);
     }
 }
 
@@ -91,14 +91,14 @@ void CheckY4m(Bytes bytes, std::size_t piece) {
         while (reader.Read(picture)) {
             const std::uint32_t pixels = picture.width * picture.height;
             Check(picture.width % 2 == 0 && picture.height % 2 == 0 && pixels > 0, "a picture of an odd size");
-            Check(picture.size == pixels || picture.size == pixels / 2 * 3, "a picture of another layout");
-            Check(picture.timeMs >= last, "a picture from before the one before");
+            Check(picture.size == pixels || picture.size == pixels / 2 * 3, "a picture of an unknown layout");
+            Check(picture.timeMs >= last, "a picture older than the previous one");
             last = picture.timeMs;
             ++pictures;
         }
         Check(!reader.Read(picture), "a picture after the end");
         Check(IsOneLine(reader.Damage()), "several lines about the damage");
-        Check(!reader.PictureCount() || pictures <= *reader.PictureCount(), "more pictures than there seem to be");
+        Check(!reader.PictureCount() || pictures <= *reader.PictureCount(), "more pictures than PictureCount");
     } catch (const plate_host::Failure& failure) {
         Check(IsOneLine(failure.what()), "several lines about one failure");
     }
@@ -156,17 +156,17 @@ void CheckSettings(Bytes bytes, unsigned taken) {
             continue;
         }
         const plate_host::Setting& setting = settings.back();
-        Check(setting.key + "=" + setting.text == line && !setting.key.empty(), "another setting");
+        Check(setting.key + "=" + setting.text == line && !setting.key.empty(), "a setting that differs from its line");
         const std::vector<plate_host::SettingValue> readings = plate_host::ReadingsOf(setting.text);
-        Check(!readings.empty() && readings.back() == plate_host::SettingValue(setting.text), "a text that is none");
+        Check(!readings.empty() && readings.back() == plate_host::SettingValue(setting.text), "an invalid text");
         for (const plate_host::SettingValue& reading : readings) {
             const char* const end = setting.text.c_str() + setting.text.size();
             char* stop = nullptr;
             if (const auto* const number = std::get_if<std::int32_t>(&reading)) {
-                Check(std::strtoll(setting.text.c_str(), &stop, 10) == *number && stop == end, "another number");
+                Check(std::strtoll(setting.text.c_str(), &stop, 10) == *number && stop == end, "a wrong number");
             }
             if (const auto* const number = std::get_if<double>(&reading)) {
-                Check(std::strtod(setting.text.c_str(), &stop) == *number && stop == end, "another number");
+                Check(std::strtod(setting.text.c_str(), &stop) == *number && stop == end, "a wrong number");
             }
         }
     }
@@ -188,7 +188,7 @@ void CheckConfiguration(Bytes bytes) {
                   "a pattern");
         }
     } catch (const plate_reading::ConfigurationError& error) {
-        Check(std::string(error.what()).starts_with("line "), "an error without its line");
+        Check(std::string(error.what()).starts_with("line "), "an error without a line number");
     }
 }
 

@@ -16,7 +16,7 @@ using tracker_test::Sequence;
 using tracker_test::Step;
 
 // The reference's time for a reading grows with the number of readings in its track.
-constexpr unsigned maximumReadings = 24;
+constexpr unsigned maxReadings = 24;
 
 constexpr std::uint64_t top = std::uint64_t{1} << 63;
 constexpr std::uint64_t lastTime = std::numeric_limits<std::uint64_t>::max();
@@ -36,8 +36,8 @@ constexpr std::int32_t weights[] = {100, 99, 101, 0, -5, highest, lowest};
 constexpr wchar_t units[] = L"ABC1\u4eac";
 
 /// Returns a text from a small alphabet, so that texts are often similar.
-std::wstring TakeText(fuzz::Input& input, std::size_t longest) {
-    const std::size_t length = input.Byte() % (longest + 1);
+std::wstring TakeText(fuzz::Input& input, std::size_t maxLength) {
+    const std::size_t length = input.Byte() % (maxLength + 1);
     std::wstring text;
     text.reserve(length);
     while (text.size() < length) {
@@ -72,7 +72,7 @@ class Reader {
         }
         now_ = (setup & 8) != 0 ? input_.AnyOf(times) : 1000;
         sequence.steps.reserve(input_.Rest().size());
-        while (!input_.IsEmpty() && readings_ < maximumReadings) {
+        while (!input_.IsEmpty() && readings_ < maxReadings) {
             sequence.steps.push_back(ReadStep());
         }
         return sequence;
@@ -174,7 +174,7 @@ void CheckTracker(fuzz::Bytes bytes, fuzz::Input& input) {
     const Sequence sequence = Reader(input).Read();
     const tracker_test::Comparison comparison = tracker_test::Compare(sequence, coverage);
     if (!comparison.IsEqual()) {
-        fuzz::Fail(bytes, (tracker_test::Described(sequence) + comparison.Difference()).c_str());
+        fuzz::Fail(bytes, (tracker_test::Describe(sequence) + comparison.Difference()).c_str());
     }
 }
 

@@ -32,19 +32,19 @@ std::size_t CoreCount() {
 }
 
 // Tracks keep their readings, so the number of frames in a batch is limited.
-int FramesOfABatch(Channel& channel, const Effort& effort) {
+int FramesPerBatch(Channel& channel, const Effort& effort) {
     constexpr int tried = 30;
     constexpr double most = 500;
     channel.Play(tried);
     const Clock::time_point start = Clock::now();
     channel.Play(tried);
     const double microseconds = Microseconds(Clock::now() - start) / tried;
-    return static_cast<int>(std::clamp(1000.0 * effort.millisecondsOfABatch / microseconds, 1.0, most));
+    return static_cast<int>(std::clamp(1000.0 * effort.batchMilliseconds / microseconds, 1.0, most));
 }
 
-double MicrosecondsAFrame(Library& library, PictureSize size, const Effort& effort) {
+double MicrosecondsPerFrame(Library& library, PictureSize size, const Effort& effort) {
     Channel channel(library, size);
-    const int frames = FramesOfABatch(channel, effort);
+    const int frames = FramesPerBatch(channel, effort);
     std::vector<double> batches;
     for (int batch = 0; batch < effort.batches; ++batch) {
         const Clock::time_point start = Clock::now();
@@ -57,15 +57,15 @@ double MicrosecondsAFrame(Library& library, PictureSize size, const Effort& effo
 using Work = std::function<void(std::size_t thread)>;
 
 // Permanent threads, as in a host: memory is freed by the thread that allocated it.
-class Crew {
+class Workers {
   public:
-    Crew(std::size_t count, Work work)
+    Workers(std::size_t count, Work work)
         : work_(std::move(work)), begin_(static_cast<unsigned>(count) + 1), end_(static_cast<unsigned>(count) + 1) {
         for (std::size_t index = 0; index < count; ++index) {
             threads_.emplace_back([this, index] { Run(index); });
         }
     }
-    ~Crew() {
+    ~Workers() {
         busy_ = 0;
         hasEnded_ = true;
         begin_.wait();
@@ -73,11 +73,11 @@ class Crew {
             thread.join();
         }
     }
-    Crew(const Crew&) = delete;
-    Crew& operator=(const Crew&) = delete;
+    Workers(const Workers&) = delete;
+    Workers& operator=(const Workers&) = delete;
 
     // Starts the first `count` threads at the same time and waits for the last one to finish.
-    double WorksASecond(std::size_t count) {
+    double RunsPerSecond(std::size_t count) {
         busy_ = count;
         const Clock::time_point start = Clock::now();
         begin_.wait();
@@ -120,16 +120,16 @@ class Crew {
 };
 
 // Alternates between one thread and one thread per core.
-plate_host::Json OneAndAll(const Work& work, double framesOfAWork, const Effort& effort) {
+plate_host::Json OneAndAll(const Work& work, double framesPerRun, const Effort& effort) {
     const std::size_t cores = CoreCount();
-    Crew crew(cores, work);
-    crew.WorksASecond(cores);
+    Workers workers(cores, work);
+    workers.RunsPerSecond(cores);
     std::vector<double> one;
     std::vector<double> all;
     std::vector<double> ratios;
     for (int round = 0; round < effort.batches / 3; ++round) {
-        one.push_back(framesOfAWork * crew.WorksASecond(1));
-        all.push_back(framesOfAWork * crew.WorksASecond(cores));
+        one.push_back(framesPerRun * workers.RunsPerSecond(1));
+        all.push_back(framesPerRun * workers.RunsPerSecond(cores));
         ratios.push_back(all.back() / (static_cast<double>(cores) * one.back()));
     }
     return {{"threads", cores}, {"one", Median(one)}, {"all", Median(all)}, {"ratio", Median(ratios)}};
@@ -141,7 +141,7 @@ plate_host::Json ManyChannels(Library& library, PictureSize size, const Effort& 
         channels.push_back(std::make_unique<Channel>(library, size));
         channels.back()->Play(30);
     }
-    const int frames = 5 * FramesOfABatch(*channels.front(), effort);
+    const int frames = 5 * FramesPerBatch(*channels.front(), effort);
     return OneAndAll([&](std::size_t thread) { channels[thread]->Play(frames); }, frames, effort);
 }
 
@@ -175,12 +175,12 @@ plate_host::Json ManyCopies(PictureSize size, const Effort& effort) {
 plate_host::Json Measure(Library& library, const SelectTraffic& select, const Effort& effort) {
     plate_host::Json answer;
     select(Traffic::None);
-    answer["tiny_us"] = MicrosecondsAFrame(library, tiny, effort);
-    answer["full_hd_us"] = MicrosecondsAFrame(library, fullHd, effort);
+    answer["tiny_us"] = MicrosecondsPerFrame(library, tiny, effort);
+    answer["full_hd_us"] = MicrosecondsPerFrame(library, fullHd, effort);
     answer["full_hd_channels"] = ManyChannels(library, fullHd, effort);
     answer["full_hd_copies"] = ManyCopies(fullHd, effort);
     select(Traffic::Standing);
-    answer["tiny_ten_tracks_us"] = MicrosecondsAFrame(library, tiny, effort);
+    answer["tiny_ten_tracks_us"] = MicrosecondsPerFrame(library, tiny, effort);
     answer["tiny_ten_tracks_channels"] = ManyChannels(library, tiny, effort);
     return answer;
 }

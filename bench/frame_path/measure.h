@@ -11,8 +11,8 @@ namespace frame_path {
 using SelectTraffic = std::function<void(idle_engine::Traffic)>;
 
 struct Effort {
-    int batches;               ///< the result is their median
-    int millisecondsOfABatch;  ///< approximate
+    int batches;            ///< the result is their median
+    int batchMilliseconds;  ///< approximate
 };
 
 /// Runs all measurements and returns them as one object.

@@ -58,7 +58,7 @@ struct Clip {
         return frames;
     }
 
-    std::size_t VehicleThat(Manner manner) const {
+    std::size_t VehicleWith(Manner manner) const {
         return static_cast<std::size_t>(
             std::find_if(vehicles.begin(), vehicles.end(), [&](const Vehicle& v) { return v.manner == manner; }) -
             vehicles.begin());
@@ -263,7 +263,7 @@ TEST(DemonstrationClip, HasSeveralPlatesInOneFrameUpToTheEnginesLimit) {
 
 TEST(DemonstrationClip, HasAStandingVehicleThatIsReportedAsSlow) {
     const Clip clip(1);
-    const std::size_t stopping = clip.VehicleThat(Manner::ComesAndStops);
+    const std::size_t stopping = clip.VehicleWith(Manner::ComesAndStops);
     ASSERT_LT(stopping, clip.vehicles.size());
     int standing = 0;
     for (const std::size_t frame : clip.FramesOf(stopping)) {
@@ -279,7 +279,7 @@ TEST(DemonstrationClip, HasAStandingVehicleThatIsReportedAsSlow) {
 
 TEST(DemonstrationClip, HasAVehicleThatLeavesAtTheSide) {
     const Clip clip(1);
-    const std::size_t turning = clip.VehicleThat(Manner::ComesAndTurnsOff);
+    const std::size_t turning = clip.VehicleWith(Manner::ComesAndTurnsOff);
     ASSERT_LT(turning, clip.vehicles.size());
     const std::vector<std::size_t> frames = clip.FramesOf(turning);
     const PlateCorners last = clip.plates.at(frames.back())[turning]->corners;

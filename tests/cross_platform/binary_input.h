@@ -1,4 +1,4 @@
 #pragma once
 
 /// Switches standard input to binary mode.
-void TakeStandardInputAsBytes();
+void SetStandardInputBinary();

@@ -1,4 +1,4 @@
 #include "tests/cross_platform/binary_input.h"
 
 // Standard input is always binary on Linux.
-void TakeStandardInputAsBytes() {}
+void SetStandardInputBinary() {}

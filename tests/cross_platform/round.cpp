@@ -34,11 +34,11 @@ constexpr char journalName[] = "journal.jsonl";
 constexpr std::uint64_t seedFactor = 0x9E3779B97F4A7C15;
 
 // The first poll is immediate, the second is five seconds later: by then polling must have ended.
-constexpr std::chrono::milliseconds longestPolling(4500);
+constexpr std::chrono::milliseconds maxPollingTime(4500);
 constexpr int attempts = 5;
 
 // The first detector, if it finds no server, causes three lines by its restart and four by the first poll.
-constexpr std::size_t launcherLinesOfTheFirstBirth = 7;
+constexpr std::size_t launcherLinesOfTheFirstDetector = 7;
 
 // The round took so long that it may include a second poll.
 struct TooSlow {};
@@ -73,7 +73,7 @@ struct Geometry {
 class Round {
   public:
     explicit Round(std::uint64_t seed) : random(seed * seedFactor + 1) {
-        host.onCall = buffers.onCall = frameDone.onCall = [this](HostCall& call) { Meet(call); };
+        host.onCall = buffers.onCall = frameDone.onCall = [this](HostCall& call) { HandleCall(call); };
         PrepareServer();
         PrepareScript();
     }
@@ -90,18 +90,18 @@ class Round {
     std::string Play() {
         plugin = std::make_unique<plugin_test::Plugin>();
         Initialize();
-        Birth();
+        CreateDetector();
         for (int frame = 0; frame < frames; ++frame) {
-            DoSomethingElse();
+            CallBetweenFrames();
             SendFrame();
         }
         while (!detectors.empty()) {
-            End(detectors.size() - 1);
+            DestroyDetector(detectors.size() - 1);
         }
         Finish();
         plugin->Unload();
         if (plugin_test::IsLoaded(plugin_test::LibraryFile())) {
-            throw std::runtime_error("the library stays loaded");
+            throw std::runtime_error("the library is still loaded");
         }
         written.Write("buffers made " + std::to_string(buffers.made) + " released " + std::to_string(buffers.released));
         written.Write("engine");
@@ -137,7 +137,7 @@ class Round {
                                            (std::uint64_t{1} << 63) - 5000,
                                            std::numeric_limits<std::uint64_t>::max() - 5000});
         framePeriod = random.Pick<std::uint64_t>({40, 40, 40, 100, 500, 1000});
-        timeTrouble = random.Pick<unsigned>({0, 3, 15});
+        timeJumpPercent = random.Pick<unsigned>({0, 3, 15});
     }
 
     Geometry RandomGeometry() {
@@ -177,7 +177,7 @@ class Round {
         plugin->FinalizeModule();
     }
 
-    void Birth() {
+    void CreateDetector() {
         RandomRefusals();
         written.Write("call CreateDetector " + std::to_string(nextNumber));
         Detector made;
@@ -188,7 +188,7 @@ class Round {
         }
         made.object = module->CreateDetector(nullptr, host.Peer(made.number));
         if (isFirst && isVerbose && server != Server::Stranger) {
-            written.TakeUnorderedLines(launcherLinesOfTheFirstBirth);
+            written.AppendUnorderedLines(launcherLinesOfTheFirstDetector);
         }
         if (isFirst && server == Server::Real) {
             servers::Place(VEXLANE_SERVER_PROGRAM);
@@ -205,17 +205,17 @@ class Round {
         detectors.push_back(made);
         const int settings = random.Between(0, 6);
         for (int i = 0; i < settings; ++i) {
-            SetUsefulValue(detectors.back());
+            SetEffectiveValue(detectors.back());
         }
         Apply(detectors.back());
     }
 
-    void End(std::size_t index) {
+    void DestroyDetector(std::size_t index) {
         const Detector ended = detectors[index];
         detectors.erase(detectors.begin() + static_cast<std::ptrdiff_t>(index));
         written.Write("call Destroy " + std::to_string(ended.number));
         ended.object->Destroy();
-        if (polling && std::chrono::steady_clock::now() - *polling > longestPolling) {
+        if (polling && std::chrono::steady_clock::now() - *polling > maxPollingTime) {
             throw TooSlow();
         }
         polling.reset();
@@ -224,15 +224,15 @@ class Round {
 
     // Calls between frames
 
-    void DoSomethingElse() {
+    void CallBetweenFrames() {
         if (detectors.empty() || (detectors.size() < 3 && random.Chance(2))) {
-            Birth();
+            CreateDetector();
         }
         if (random.Chance(8)) {
             RandomRefusals();
         }
         if (random.Chance(15)) {
-            SetUsefulValue(AnyDetector());
+            SetEffectiveValue(AnyDetector());
         }
         if (random.Chance(5)) {
             SetAnyValue(AnyDetector());
@@ -244,20 +244,20 @@ class Round {
             SetSingleValue(AnyDetector());
         }
         if (random.Chance(3)) {
-            Ask(AnyDetector());
+            QueryInterfaces(AnyDetector());
         }
         if (random.Chance(3)) {
             const Geometry other = RandomGeometry();
             geometry = other;
         }
         if (random.Chance(2)) {
-            End(random.Below(detectors.size()));
+            DestroyDetector(random.Below(detectors.size()));
             if (detectors.empty() && random.Chance(50)) {
                 Finish();
                 Initialize();
             }
             if (detectors.empty()) {
-                Birth();
+                CreateDetector();
             }
         }
     }
@@ -316,7 +316,7 @@ class Round {
     }
 
     // Sets a value that affects plates.
-    void SetUsefulValue(Detector& detector) {
+    void SetEffectiveValue(Detector& detector) {
         using OKM8::IAsyncAdjuster;
         switch (random.Below(8)) {
             case 0:
@@ -409,7 +409,7 @@ class Round {
         WriteOutcome(detector, answer);
     }
 
-    void Ask(Detector& detector) {
+    void QueryInterfaces(Detector& detector) {
         const char* const name = random.Pick<const char*>(
             {ContractName::IContract, ContractName::IDetector, ContractName::IMediaReceiverSingle,
              ContractName::IErrorInfoProvider, ContractName::IModule, "", nullptr, "struct OKM8::idetector"});
@@ -460,7 +460,7 @@ class Round {
     }
 
     void StepTime() {
-        if (!random.Chance(timeTrouble)) {
+        if (!random.Chance(timeJumpPercent)) {
             time += framePeriod;
             return;
         }
@@ -535,7 +535,7 @@ class Round {
         }
     }
 
-    void Meet(HostCall& call) {
+    void HandleCall(HostCall& call) {
         call.isNewest = call.isNewest || (call.operation == Operation::OnFrameDone && call.object == newestBuffer);
         written.Write(call);
         if (call.operation == Operation::Raise && reactsToEvents) {
@@ -575,7 +575,7 @@ class Round {
     Geometry geometry = {};
     std::uint64_t time = 0;
     std::uint64_t framePeriod = 40;
-    unsigned timeTrouble = 0;  // percent of frames
+    unsigned timeJumpPercent = 0;  // percent of frames
 };
 
 }  // namespace
@@ -588,7 +588,7 @@ std::string PlayRound(std::uint64_t seed) {
             // The machine is busy: try again.
         }
     }
-    throw std::runtime_error("seed " + std::to_string(seed) + ": a round does not end in time for the poll");
+    throw std::runtime_error("seed " + std::to_string(seed) + ": a round does not end before the second poll");
 }
 
 }  // namespace transcript

@@ -83,7 +83,7 @@ std::string TextOf(const HostCall& call) {
         case Operation::Count:
             break;
     }
-    return "host: an operation that nobody calls";
+    return "host: an unexpected operation";
 }
 
 std::string TextOf(const TrackPoint& point) {
@@ -155,12 +155,12 @@ void Transcript::Append(const std::string& line) {
 }
 
 void Transcript::Write(const std::string& line) {
-    TakeLines();
+    AppendNewLines();
     Append(line);
 }
 
 const std::string& Transcript::Text() {
-    TakeLines();
+    AppendNewLines();
     return text_;
 }
 
@@ -175,8 +175,8 @@ std::vector<std::string> Transcript::NewLines() {
         const bool isStart =
             line.starts_with(detectorStart) || line.starts_with(launcherStart) || line.starts_with(baseStart);
         // A system's error text can contain line ends.
-        if (isStart || !isBehindSystemText_) {
-            isBehindSystemText_ = IsLauncherLine(line) && line.find(systemTextStart) != std::string::npos;
+        if (isStart || !isAfterSystemText_) {
+            isAfterSystemText_ = IsLauncherLine(line) && line.find(systemTextStart) != std::string::npos;
             lines.push_back(Masked(line));
         }
     }
@@ -184,7 +184,7 @@ std::vector<std::string> Transcript::NewLines() {
     return lines;
 }
 
-void Transcript::TakeLines() {
+void Transcript::AppendNewLines() {
     for (const std::string& line : NewLines()) {
         Append("  trace " + Escaped(line));
     }
@@ -202,7 +202,7 @@ void Transcript::Write(const HostCall& call) {
     }
 }
 
-void Transcript::TakeUnorderedLines(std::size_t launcherLineCount) {
+void Transcript::AppendUnorderedLines(std::size_t launcherLineCount) {
     std::vector<std::string> launcherLines;
     const bool areThere = WaitUntil([&] {
         for (const std::string& line : NewLines()) {

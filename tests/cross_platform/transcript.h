@@ -39,19 +39,19 @@ class Transcript {
 
     /// Appends the lines of the first detector's creation, which two threads write: waits until the launcher has
     /// written that many, and sorts those. Throws std::exception if they do not appear.
-    void TakeUnorderedLines(std::size_t launcherLineCount);
+    void AppendUnorderedLines(std::size_t launcherLineCount);
 
     /// Returns all lines with their line ends.
     const std::string& Text();
 
   private:
     std::vector<std::string> NewLines();
-    void TakeLines();
+    void AppendNewLines();
     void Append(const std::string& line);
 
     const plugin_test::DebugLines& source_;
     std::size_t read_ = 0;  // of the source, in bytes
-    bool isBehindSystemText_ = false;
+    bool isAfterSystemText_ = false;
     std::string text_;
 };
 

@@ -4,6 +4,6 @@
 
 #include "tests/cross_platform/binary_input.h"
 
-void TakeStandardInputAsBytes() {
+void SetStandardInputBinary() {
     _setmode(_fileno(stdin), _O_BINARY);
 }

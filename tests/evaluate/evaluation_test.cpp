@@ -19,7 +19,7 @@ using evaluate_test::Ppm;
 using host_test::TemporaryFolder;
 using testing::ElementsAre;
 
-const Checkpoint goOn = [] {};
+const Checkpoint noCheckpoint = [] {};
 
 /// Keeps one range for all callers, and returns a plate whose text is the picture's width.
 class FakeEngine final : public PlateEngine {
@@ -83,7 +83,7 @@ TEST(Evaluation, PassesThePixelsOfEveryPictureToTheEngine) {
     folder.Write("two.ppm", Ppm(20, 10, 2));
     FakeEngine engine;
     const std::vector<PictureResult> results =
-        Evaluate(folder.Path(""), {PictureNamed("two.ppm"), PictureNamed("one.ppm")}, engine, {}, goOn);
+        Evaluate(folder.Path(""), {PictureNamed("two.ppm"), PictureNamed("one.ppm")}, engine, {}, noCheckpoint);
     EXPECT_THAT(engine.pixels, ElementsAre(BgrPixels(20, 10, 2), BgrPixels(8, 6, 1)));
     EXPECT_THAT(engine.ranges, ElementsAre(WidthRange{0, 20}, WidthRange{0, 8}));
     EXPECT_THAT(engine.regions, ElementsAre(std::nullopt, std::nullopt));
@@ -101,7 +101,7 @@ TEST(Evaluation, WidthsAndRegionArePercentagesOfThePicture) {
     EvaluationSettings settings;
     settings.widths = {5, 40};
     settings.region = {10, 20, 90, 100};
-    Evaluate(folder.Path(""), {PictureNamed("one.ppm")}, engine, settings, goOn);
+    Evaluate(folder.Path(""), {PictureNamed("one.ppm")}, engine, settings, noCheckpoint);
     EXPECT_THAT(engine.ranges, ElementsAre(WidthRange{10, 80}));
     EXPECT_THAT(engine.regions, ElementsAre(Region{20, 10, 180, 50}));
 }
@@ -113,7 +113,7 @@ TEST(Evaluation, AnUnreadablePictureIsNotLocalised) {
     FakeEngine engine;
     const std::vector<PictureResult> results =
         Evaluate(folder.Path(""), {PictureNamed("none.ppm"), PictureNamed("bad.ppm"), PictureNamed("good.ppm")}, engine,
-                 {}, goOn);
+                 {}, noCheckpoint);
     ASSERT_EQ(results.size(), 3u);
     EXPECT_EQ(results[0].error, "No such file or directory");
     EXPECT_FALSE(results[0].score.plates.at(0).report.has_value());
@@ -135,9 +135,9 @@ TEST(Evaluation, ThreadsDoNotMixRanges) {
     FakeEngine engine;
     EvaluationSettings settings;
     settings.threads = 4;
-    const std::vector<PictureResult> results = Evaluate(folder.Path(""), pictures, engine, settings, goOn);
+    const std::vector<PictureResult> results = Evaluate(folder.Path(""), pictures, engine, settings, noCheckpoint);
     EXPECT_EQ(engine.foreignRanges, 0);
-    EXPECT_EQ(engine.pixels.size(), pictures.size()) << "each of them once";
+    EXPECT_EQ(engine.pixels.size(), pictures.size()) << "each picture once";
     for (std::size_t index = 0; index < results.size(); ++index) {
         EXPECT_EQ(results[index].reports.at(0).text, std::to_wstring(8 + index % 4)) << "result " << index;
     }
@@ -145,7 +145,7 @@ TEST(Evaluation, ThreadsDoNotMixRanges) {
 
 TEST(Evaluation, ThreadsUseTheEngineAtTheSameTime) {
     /// Blocks until two threads are in Recognise.
-    class MeetingPlace final : public PlateEngine {
+    class BlockingEngine final : public PlateEngine {
       public:
         bool TakeRange(const WidthRange&) override { return true; }
         Recognition Recognise(Picture&, const std::optional<Region>&) override {
@@ -162,30 +162,30 @@ TEST(Evaluation, ThreadsUseTheEngineAtTheSameTime) {
     };
     const TemporaryFolder folder;
     folder.Write("a.ppm", Ppm(8, 4, 1));
-    MeetingPlace engine;
+    BlockingEngine engine;
     EvaluationSettings settings;
     settings.threads = 2;
-    Evaluate(folder.Path(""), {PictureNamed("a.ppm"), PictureNamed("a.ppm")}, engine, settings, goOn);
+    Evaluate(folder.Path(""), {PictureNamed("a.ppm"), PictureNamed("a.ppm")}, engine, settings, noCheckpoint);
     EXPECT_TRUE(engine.met);
 }
 
 TEST(Evaluation, WaitsForASlowServer) {
     FakeEngine engine;
     engine.refusals = 3;
-    WaitForEngine(engine, std::chrono::seconds(60), goOn);
+    WaitForEngine(engine, std::chrono::seconds(60), noCheckpoint);
     EXPECT_EQ(engine.ranges.size(), 1u);
 }
 
 TEST(Evaluation, FailsWithoutAServer) {
     FakeEngine engine;
     engine.refusals = 1000000;
-    EXPECT_EQ(ErrorOf([&] { WaitForEngine(engine, std::chrono::milliseconds(30), goOn); }),
+    EXPECT_EQ(ErrorOf([&] { WaitForEngine(engine, std::chrono::milliseconds(30), noCheckpoint); }),
               "the engine takes no range of plate widths: its server does not answer, after 30 ms");
     const TemporaryFolder folder;
     folder.Write("a.ppm", Ppm(8, 4, 1));
     EvaluationSettings settings;
     settings.patience = std::chrono::milliseconds(30);
-    EXPECT_EQ(ErrorOf([&] { Evaluate(folder.Path(""), {PictureNamed("a.ppm")}, engine, settings, goOn); }),
+    EXPECT_EQ(ErrorOf([&] { Evaluate(folder.Path(""), {PictureNamed("a.ppm")}, engine, settings, noCheckpoint); }),
               "\"a.ppm\": the engine takes no range of plate widths: its server does not answer, after 30 ms");
     EXPECT_TRUE(engine.pixels.empty());
 }

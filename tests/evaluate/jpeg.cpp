@@ -13,13 +13,13 @@ namespace evaluate_test {
 namespace {
 
 template <class Object, void (*End)(Object**)>
-struct EndThroughPointer {
+struct FreeThroughPointer {
     void operator()(Object* object) const { End(&object); }
 };
 
-using Codec = std::unique_ptr<AVCodecContext, EndThroughPointer<AVCodecContext, avcodec_free_context>>;
-using Packet = std::unique_ptr<AVPacket, EndThroughPointer<AVPacket, av_packet_free>>;
-using Frame = std::unique_ptr<AVFrame, EndThroughPointer<AVFrame, av_frame_free>>;
+using Codec = std::unique_ptr<AVCodecContext, FreeThroughPointer<AVCodecContext, avcodec_free_context>>;
+using Packet = std::unique_ptr<AVPacket, FreeThroughPointer<AVPacket, av_packet_free>>;
+using Frame = std::unique_ptr<AVFrame, FreeThroughPointer<AVFrame, av_frame_free>>;
 
 void Require(bool condition, const char* what) {
     if (!condition) {

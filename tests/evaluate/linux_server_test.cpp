@@ -139,7 +139,7 @@ TEST(Program, FailureEndsTheServer) {
          .environment = {{"VEXLANE_SCRIPT", folder.Path("script.json")}}});
     const host_test::Finished run = process.Wait();
     EXPECT_EQ(run.status, 2);
-    EXPECT_EQ(run.output, "") << "a server's own words go elsewhere";
+    EXPECT_EQ(run.output, "") << "the server's output is redirected";
     EXPECT_THAT(run.errors, testing::EndsWith("evaluate: the engine takes no range of plate widths: its server does "
                                               "not answer, after 300 ms\n"));
     EXPECT_TRUE(servers::IsGone(ProcessIn(folder.Path("id"))));

@@ -13,15 +13,15 @@ int main(int argumentCount, char** arguments) {
         return 64;
     }
     const std::string file = arguments[1];
-    const std::string deed = arguments[2];
-    if (deed == "ignore") {
+    const std::string mode = arguments[2];
+    if (mode == "ignore") {
         std::signal(SIGTERM, SIG_IGN);
     }
     // The file is complete as soon as it exists.
     std::ofstream(file + ".part") << ::getpid() << "\n";
     std::filesystem::rename(file + ".part", file);
-    std::cout << "the server speaks" << std::endl;
-    if (deed == "end") {
+    std::cout << "output of the server" << std::endl;
+    if (mode == "end") {
         return 7;
     }
     for (;;) {

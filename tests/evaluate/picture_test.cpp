@@ -29,7 +29,7 @@ std::string ErrorOf(const std::string& path) {
 }
 
 /// Returns an interpolated sample of a plane. Coordinates outside are clamped to the border.
-double Between(const YuvPicture& yuv, int plane, double x, double y) {
+double Interpolate(const YuvPicture& yuv, int plane, double x, double y) {
     const auto [width, height] = yuv.SizeOf(plane);
     const auto at = [&, w = width, h = height](double column, double row) {
         const int clampedColumn = std::clamp(static_cast<int>(column), 0, w - 1);
@@ -45,14 +45,14 @@ double Between(const YuvPicture& yuv, int plane, double x, double y) {
 }
 
 /// Converts a pixel by the file format's formula, with chroma samples centred between their luma samples.
-std::array<double, 3> SlowBgr(const YuvPicture& yuv, int x, int y) {
-    const double luminance = Between(yuv, 0, x, y);
+std::array<double, 3> ReferenceBgr(const YuvPicture& yuv, int x, int y) {
+    const double luminance = Interpolate(yuv, 0, x, y);
     const int stepX = yuv.halfWidth ? 2 : 1;
     const int stepY = yuv.halfHeight ? 2 : 1;
     const double chromaX = (x + 0.5) / stepX - 0.5;
     const double chromaY = (y + 0.5) / stepY - 0.5;
-    const double cb = Between(yuv, 1, chromaX, chromaY) - 128;
-    const double cr = Between(yuv, 2, chromaX, chromaY) - 128;
+    const double cb = Interpolate(yuv, 1, chromaX, chromaY) - 128;
+    const double cr = Interpolate(yuv, 2, chromaX, chromaY) - 128;
     const auto clamp = [](double value) { return std::clamp(value, 0.0, 255.0); };
     return {clamp(luminance + 1.772 * cb), clamp(luminance - 0.344136 * cb - 0.714136 * cr),
             clamp(luminance + 1.402 * cr)};
@@ -63,7 +63,7 @@ double LargestDifference(const Picture& picture, const YuvPicture& yuv) {
     double largest = 0;
     for (int y = 0; y < picture.height; ++y) {
         for (int x = 0; x < picture.width; ++x) {
-            const std::array<double, 3> wanted = SlowBgr(yuv, x, y);
+            const std::array<double, 3> wanted = ReferenceBgr(yuv, x, y);
             for (std::size_t sample = 0; sample < 3; ++sample) {
                 const std::size_t place = static_cast<std::size_t>(y * picture.width + x) * 3 + sample;
                 largest = std::max(largest, std::abs(wanted[sample] - picture.pixels[place]));

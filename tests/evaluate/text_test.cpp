@@ -8,12 +8,13 @@ namespace plate_evaluation {
 namespace {
 
 /// The recursive definition.
-int SlowDistance(std::wstring_view one, std::wstring_view other) {
+int ReferenceDistance(std::wstring_view one, std::wstring_view other) {
     if (one.empty() || other.empty()) {
         return static_cast<int>(std::max(one.size(), other.size()));
     }
-    const int changed = SlowDistance(one.substr(1), other.substr(1)) + (one[0] == other[0] ? 0 : 1);
-    return std::min({changed, SlowDistance(one.substr(1), other) + 1, SlowDistance(one, other.substr(1)) + 1});
+    const int changed = ReferenceDistance(one.substr(1), other.substr(1)) + (one[0] == other[0] ? 0 : 1);
+    return std::min(
+        {changed, ReferenceDistance(one.substr(1), other) + 1, ReferenceDistance(one, other.substr(1)) + 1});
 }
 
 TEST(EditDistance, EqualsTheDefinition) {
@@ -27,7 +28,7 @@ TEST(EditDistance, EqualsTheDefinition) {
     ASSERT_EQ(texts.size(), 40u);
     for (const std::wstring& one : texts) {
         for (const std::wstring& other : texts) {
-            ASSERT_EQ(EditDistance(one, other), SlowDistance(one, other)) << ToUtf8(one) << " " << ToUtf8(other);
+            ASSERT_EQ(EditDistance(one, other), ReferenceDistance(one, other)) << ToUtf8(one) << " " << ToUtf8(other);
         }
     }
     EXPECT_EQ(EditDistance(L"KITTEN", L"SITTING"), 3);

@@ -29,7 +29,7 @@ constexpr int runs = VEXLANE_REPLAY_RUNS / 10;
 #else
 constexpr int runs = VEXLANE_REPLAY_RUNS;
 #endif
-constexpr std::size_t longestInput = 256;
+constexpr std::size_t maxInputSize = 256;
 
 const Bytes* fed = nullptr;
 
@@ -122,7 +122,7 @@ class Replay : public testing::Test {
                 }
                 break;
         }
-        bytes.resize(std::min(bytes.size(), longestInput));
+        bytes.resize(std::min(bytes.size(), maxInputSize));
     }
 
     std::mt19937_64 random{20240117};
@@ -150,7 +150,7 @@ TEST_F(Replay, ToleratesTheMutatedCorpus) {
 TEST_F(Replay, ToleratesRandomBytes) {
     Feed({});
     for (int run = 0; run < runs / 4; ++run) {
-        Feed(RandomBytes(Below(run % 4 == 0 ? longestInput : 40)));
+        Feed(RandomBytes(Below(run % 4 == 0 ? maxInputSize : 40)));
     }
 }
 

@@ -12,7 +12,7 @@ namespace {
 using platform::CallForeign;
 using platform::ForeignException;
 
-static_assert(!std::is_base_of_v<std::exception, ForeignException>, "it takes the way of any other exception");
+static_assert(!std::is_base_of_v<std::exception, ForeignException>, "a handler of std::exception must not catch it");
 
 struct Base {
     virtual std::uint64_t Large() = 0;

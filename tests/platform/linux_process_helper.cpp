@@ -14,7 +14,7 @@
 
 namespace {
 
-constexpr unsigned longestLifeSeconds = 120;  // no process is left if the test crashes
+constexpr unsigned maxLifetimeSeconds = 120;  // no process is left if the test crashes
 
 int SleepUntilTerminated() {
     for (;;) {
@@ -55,7 +55,7 @@ int Report(const std::string& file) {
 }  // namespace
 
 int main(int count, char** arguments) {
-    alarm(longestLifeSeconds);
+    alarm(maxLifetimeSeconds);
     const std::string_view part = count > 1 ? arguments[1] : "sleep";
     if (part == "ignore-termination") {
         signal(SIGTERM, SIG_IGN);

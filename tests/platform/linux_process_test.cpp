@@ -47,7 +47,7 @@ void WaitUntilEnded(std::uint32_t child) {
 }
 
 /// Counts the children of this process, including zombies.
-int UnwaitedChildren() {
+int CountChildren() {
     int count = 0;
     for (const auto& entry : std::filesystem::directory_iterator("/proc")) {
         std::ifstream stat(entry.path() / "stat");
@@ -84,7 +84,7 @@ class LinuxProcess : public ProcessFixture {
     }
 
     /// Runs the helper until it has written its report, and returns the whole report.
-    std::string WholeReport(const std::string& program) {
+    std::string ReportText(const std::string& program) {
         const std::filesystem::path file = folder / "report";
         const ProcessInformation started = Start(program + " report " + file.string());
         EXPECT_TRUE(WaitUntil([&started] {
@@ -106,7 +106,7 @@ TEST_F(LinuxProcess, TheListStartsWithTheSystemProcess) {
 TEST_F(LinuxProcess, ANameThatLooksLikeAProcStatRecordIsParsed) {
     const std::string name = "v) Z 1 (x";
     CopyHelper(OwnFolder() / name);
-    const ProcessInformation started = StartLasting("\"" + name + "\" sleep");
+    const ProcessInformation started = StartTracked("\"" + name + "\" sleep");
     EXPECT_EQ(ListedAs(name), Ids{started.processId});
     EXPECT_EQ(platform::OpenProcess(platform::processAllAccess, true, started.processId), started.process);
 }
@@ -118,7 +118,7 @@ TEST_F(LinuxProcess, AScriptIsListedUnderItsOwnName) {
     std::filesystem::permissions(folder / name, std::filesystem::perms::owner_all);
     // A new process runs before it has its program's name; the list must find it nevertheless.
     for (int i = 0; i < 50; ++i) {
-        const ProcessInformation started = StartLasting((folder / name).string());
+        const ProcessInformation started = StartTracked((folder / name).string());
         ASSERT_EQ(ListedAs(name), Ids{started.processId});
         ASSERT_TRUE(platform::TerminateProcess(started.process, 0));
     }
@@ -127,7 +127,7 @@ TEST_F(LinuxProcess, AScriptIsListedUnderItsOwnName) {
 TEST_F(LinuxProcess, AProgramWhoseFileIsRemovedKeepsItsName) {
     const std::string name = "vexlane-test-removed.exe";
     const std::filesystem::path file = CopyHelper(OwnFolder() / name);
-    const ProcessInformation started = StartLasting(name);
+    const ProcessInformation started = StartTracked(name);
     std::filesystem::remove(file);
     EXPECT_EQ(ListedAs(name), Ids{started.processId});
 }
@@ -135,7 +135,7 @@ TEST_F(LinuxProcess, AProgramWhoseFileIsRemovedKeepsItsName) {
 TEST_F(LinuxProcess, AProcessWhoseFirstThreadHasEndedStillRuns) {
     const std::string name = "vexlane-test-threads.exe";
     CopyHelper(OwnFolder() / name);
-    const ProcessInformation started = StartLasting(name + " first-thread-ends");
+    const ProcessInformation started = StartTracked(name + " first-thread-ends");
     ASSERT_TRUE(WaitUntil([&] { return StateOf(started.processId) == 'Z'; }));
     EXPECT_EQ(ListedAs(name), Ids{started.processId});
     EXPECT_TRUE(platform::TerminateProcess(started.process, 0));
@@ -164,7 +164,7 @@ TEST_F(LinuxProcess, WithoutDescriptorsTheListFails) {
 // Starting
 
 TEST_F(LinuxProcess, StartReturnsTheProcessAndItsIds) {
-    const ProcessInformation started = StartLasting(helperName);
+    const ProcessInformation started = StartTracked(helperName);
     EXPECT_NE(started.processId, 0u);
     EXPECT_EQ(started.threadId, started.processId);
     EXPECT_EQ(static_cast<std::uint32_t>(started.process), started.processId);
@@ -199,7 +199,7 @@ TEST_F(LinuxProcess, AFileWithoutExecutePermissionIsNotStarted) {
     EXPECT_FALSE(platform::StartProcess("vexlane-test-broken", 0, 0, started));
     EXPECT_EQ(platform::LastError(), static_cast<std::uint32_t>(ENOEXEC));
     setenv("PATH", pathBefore.c_str(), 1);
-    EXPECT_EQ(UnwaitedChildren(), 0);
+    EXPECT_EQ(CountChildren(), 0);
 }
 
 TEST_F(LinuxProcess, AStartedProgramInheritsOnlyEnvironmentAndFolder) {
@@ -215,7 +215,7 @@ TEST_F(LinuxProcess, AStartedProgramInheritsOnlyEnvironmentAndFolder) {
     setenv("VEXLANE_TEST_VARIABLE", "handed on", 1);
     std::filesystem::current_path(folder);
 
-    const std::string report = WholeReport(helperName);
+    const std::string report = ReportText(helperName);
 
     signal(SIGTERM, ignoredBefore);
     pthread_sigmask(SIG_SETMASK, &maskBefore, nullptr);
@@ -256,21 +256,21 @@ TEST_F(ProgramSearch, NeverFindsItInTheCurrentFolder) {
 
 TEST_F(LinuxProcess, ATerminatedProcessIsGoneWhenTheCallReturns) {
     for (const char* part : {" sleep", " ignore-termination"}) {
-        const ProcessInformation started = StartLasting(helperName + std::string(part));
+        const ProcessInformation started = StartTracked(helperName + std::string(part));
         EXPECT_TRUE(platform::TerminateProcess(started.process, 0));
-        EXPECT_EQ(StateOf(started.processId), '\0') << "waited for, no zombie";
+        EXPECT_EQ(StateOf(started.processId), '\0') << "reaped, no zombie";
         EXPECT_FALSE(IsListed(started.processId));
     }
 }
 
 TEST_F(LinuxProcess, TerminatingAnEndedProcessFails) {
-    const ProcessInformation terminated = StartLasting(helperName);
+    const ProcessInformation terminated = StartTracked(helperName);
     EXPECT_TRUE(platform::TerminateProcess(terminated.process, 0));
     platform::SetLastError(0);
     EXPECT_FALSE(platform::TerminateProcess(terminated.process, 0));
     EXPECT_EQ(platform::LastError(), static_cast<std::uint32_t>(ESRCH));
 
-    const ProcessInformation ended = StartLasting(helperName + std::string(" exit"));
+    const ProcessInformation ended = StartTracked(helperName + std::string(" exit"));
     WaitUntilEnded(ended.processId);
     platform::SetLastError(0);
     EXPECT_FALSE(platform::TerminateProcess(ended.process, 0));
@@ -299,7 +299,7 @@ TEST_F(LinuxProcess, AnEmptyHandleTerminatesNothing) {
 }
 
 TEST_F(LinuxProcess, AProcessWithAReusedIdIsNotTerminated) {
-    const ProcessInformation started = StartLasting(helperName);
+    const ProcessInformation started = StartTracked(helperName);
     for (const SystemHandle difference : {SystemHandle{1} << 32, SystemHandle{1} << 63}) {
         platform::SetLastError(0);
         EXPECT_FALSE(platform::TerminateProcess(started.process ^ difference, 0));
@@ -310,7 +310,7 @@ TEST_F(LinuxProcess, AProcessWithAReusedIdIsNotTerminated) {
 }
 
 TEST_F(LinuxProcess, AChildKilledFromOutsideIsReapedAndNotListed) {
-    const ProcessInformation started = StartLasting(helperName);
+    const ProcessInformation started = StartTracked(helperName);
     KillFromOutside(started.processId);
     WaitUntilEnded(started.processId);
     EXPECT_FALSE(IsListed(started.processId));
@@ -321,10 +321,10 @@ TEST_F(LinuxProcess, ExitedProgramsAreReaped) {
     for (int i = 0; i < 20; ++i) {
         const ProcessInformation started = Start(helperName + std::string(" exit"));
         WaitUntilEnded(started.processId);
-        EXPECT_LE(UnwaitedChildren(), 1);
+        EXPECT_LE(CountChildren(), 1);
     }
     List();
-    EXPECT_EQ(UnwaitedChildren(), 0);
+    EXPECT_EQ(CountChildren(), 0);
 }
 
 // Signals
@@ -366,12 +366,12 @@ TEST_F(LinuxProcess, ASignalReachesItsProcessOrFails) {
 // Opening, and other users' processes
 
 TEST_F(LinuxProcess, AnOpenedProcessHasTheHandleItWasStartedWith) {
-    const ProcessInformation started = StartLasting(helperName);
+    const ProcessInformation started = StartTracked(helperName);
     EXPECT_EQ(platform::OpenProcess(platform::processAllAccess, true, started.processId), started.process);
 }
 
 TEST_F(LinuxProcess, OpenFailsForAProcessThatDoesNotRun) {
-    const ProcessInformation started = StartLasting(helperName);
+    const ProcessInformation started = StartTracked(helperName);
     EXPECT_TRUE(platform::TerminateProcess(started.process, 0));
     const std::uint32_t zombie = StartAsHost(OwnFolder() / helperName, "exit");
     WaitUntilEnded(zombie);
@@ -389,7 +389,7 @@ TEST_F(LinuxProcess, AZombieOfTheHostIsNotListedAndNotReaped) {
     EXPECT_NE(handle, 0u);
     KillFromOutside(zombie);
     WaitUntilEnded(zombie);
-    const ProcessInformation started = StartLasting(helperName);
+    const ProcessInformation started = StartTracked(helperName);
     EXPECT_FALSE(IsListed(zombie));
     EXPECT_TRUE(platform::TerminateProcess(started.process, 0));
     EXPECT_FALSE(platform::TerminateProcess(handle, 0));
@@ -415,9 +415,9 @@ TEST_F(LinuxProcess, AForeignProcessIsTerminatedAndNotReaped) {
 
 TEST_F(LinuxProcess, AProcessOfAnotherUserIsSkipped) {
     if (getuid() != 0) {
-        GTEST_SKIP() << "needs the right to become another user";
+        GTEST_SKIP() << "needs root";
     }
-    const ProcessInformation mine = StartLasting(helperName);
+    const ProcessInformation mine = StartTracked(helperName);
     const pid_t other = fork();
     if (other == 0) {
         if (setgid(65534) != 0 || setuid(65534) != 0) {
@@ -451,7 +451,7 @@ TEST_F(LinuxProcess, AProcessOfAnotherUserIsSkipped) {
 
 // The part of the test below that runs as an unprivileged user, who may execute but not read the program. Returns 42 on
 // success.
-int LookAsNobody(const std::filesystem::path& program, std::uint32_t othersProcess) {
+int CheckAsOtherUser(const std::filesystem::path& program, std::uint32_t othersProcess) {
     if (setgid(65534) != 0 || setuid(65534) != 0 || access(program.c_str(), R_OK) == 0) {
         return 1;
     }
@@ -478,7 +478,7 @@ int LookAsNobody(const std::filesystem::path& program, std::uint32_t othersProce
 // The system hides the executable's path of such a process, so its name must come from another source.
 TEST_F(LinuxProcess, AnUnreadableProgramIsListedOnlyForItsOwnUser) {
     if (getuid() != 0) {
-        GTEST_SKIP() << "needs the right to become another user";
+        GTEST_SKIP() << "needs root";
     }
     namespace fs = std::filesystem;
     fs::permissions(folder, fs::perms::owner_all | fs::perms::group_exec | fs::perms::others_exec);
@@ -486,16 +486,16 @@ TEST_F(LinuxProcess, AnUnreadableProgramIsListedOnlyForItsOwnUser) {
         const std::string name = "vexlane-test-unreadable-" + std::to_string(mode) + ".exe";
         const fs::path program = CopyHelper(folder / name);
         ASSERT_EQ(chmod(program.c_str(), mode), 0);
-        const ProcessInformation others = StartLasting(program.string());
+        const ProcessInformation others = StartTracked(program.string());
         const pid_t child = fork();
         if (child == 0) {
-            _exit(LookAsNobody(program, others.processId));
+            _exit(CheckAsOtherUser(program, others.processId));
         }
         int status = 0;
         ASSERT_EQ(waitpid(child, &status, 0), child);
         ASSERT_TRUE(WIFEXITED(status));
         EXPECT_EQ(WEXITSTATUS(status), 42) << name;
-        EXPECT_EQ(ListedAs(name), Ids{others.processId}) << "the system's own user may read it";
+        EXPECT_EQ(ListedAs(name), Ids{others.processId}) << "root can read it";
     }
 }
 
@@ -503,27 +503,27 @@ TEST_F(LinuxProcess, AnUnreadableProgramIsListedOnlyForItsOwnUser) {
 
 TEST_F(LinuxProcess, WorksInAHostThatIgnoresSigchld) {
     const auto before = signal(SIGCHLD, SIG_IGN);
-    const ProcessInformation first = StartLasting(helperName);
+    const ProcessInformation first = StartTracked(helperName);
     EXPECT_TRUE(IsListed(first.processId));
     EXPECT_TRUE(platform::TerminateProcess(first.process, 0));
     EXPECT_FALSE(IsListed(first.processId));
     EXPECT_FALSE(platform::TerminateProcess(first.process, 0));
-    const ProcessInformation second = StartLasting(helperName);
+    const ProcessInformation second = StartTracked(helperName);
     EXPECT_EQ(platform::OpenProcess(platform::processAllAccess, true, second.processId), second.process);
     EXPECT_TRUE(platform::TerminateProcess(second.process, 0));
     // The system reaps these children itself, and may not have finished with the last one.
-    EXPECT_TRUE(WaitUntil([] { return UnwaitedChildren() == 0; }));
+    EXPECT_TRUE(WaitUntil([] { return CountChildren() == 0; }));
     signal(SIGCHLD, before);
 }
 
 TEST_F(LinuxProcess, WorksInAHostThatReapsAllChildren) {
-    const ProcessInformation first = StartLasting(helperName);
+    const ProcessInformation first = StartTracked(helperName);
     KillFromOutside(first.processId);
     EXPECT_EQ(waitpid(-1, nullptr, 0), static_cast<pid_t>(first.processId));
     EXPECT_FALSE(IsListed(first.processId));
     EXPECT_FALSE(platform::TerminateProcess(first.process, 0));
 
-    const ProcessInformation second = StartLasting(helperName);
+    const ProcessInformation second = StartTracked(helperName);
     std::thread host([&second] { waitpid(static_cast<pid_t>(second.processId), nullptr, 0); });
     EXPECT_TRUE(platform::TerminateProcess(second.process, 0));
     host.join();
@@ -534,7 +534,7 @@ TEST_F(LinuxProcess, NoDescriptorStaysOpen) {
     const std::size_t before = OpenDescriptors();
     ProcessInformation missing;
     for (int i = 0; i < 3; ++i) {
-        const ProcessInformation started = StartLasting(helperName);
+        const ProcessInformation started = StartTracked(helperName);
         List();
         platform::OpenProcess(platform::processAllAccess, true, started.processId);
         platform::TerminateProcess(started.process, 0);
@@ -546,7 +546,7 @@ TEST_F(LinuxProcess, NoDescriptorStaysOpen) {
 }
 
 TEST_F(LinuxProcess, ManyThreadsCanListStartAndTerminate) {
-    const ProcessInformation lasting = StartLasting(helperName);
+    const ProcessInformation longRunning = StartTracked(helperName);
     const std::size_t descriptorsBefore = OpenDescriptors();
     std::atomic<int> failures = 0;
     std::vector<std::thread> threads;
@@ -556,7 +556,7 @@ TEST_F(LinuxProcess, ManyThreadsCanListStartAndTerminate) {
                 ProcessInformation started;
                 if (!platform::StartProcess(helperName, 0, 0, started) || !IsListed(started.processId) ||
                     !platform::TerminateProcess(started.process, 0) || IsListed(started.processId) ||
-                    !IsListed(lasting.processId)) {
+                    !IsListed(longRunning.processId)) {
                     ++failures;
                 }
             }
@@ -567,8 +567,8 @@ TEST_F(LinuxProcess, ManyThreadsCanListStartAndTerminate) {
     }
     EXPECT_EQ(failures, 0);
     EXPECT_EQ(OpenDescriptors(), descriptorsBefore);
-    EXPECT_TRUE(platform::TerminateProcess(lasting.process, 0));
-    EXPECT_EQ(UnwaitedChildren(), 0);
+    EXPECT_TRUE(platform::TerminateProcess(longRunning.process, 0));
+    EXPECT_EQ(CountChildren(), 0);
 }
 
 }  // namespace

@@ -15,10 +15,13 @@ wchar_t ConvertBySystem(iconv_t converter, unsigned lead, unsigned trail) {
     wchar_t character = 0;
     char* from = pair;
     char* to = reinterpret_cast<char*>(&character);
-    std::size_t fromLeft = sizeof(pair);
-    std::size_t toLeft = sizeof(character);
+    std::size_t sourceBytesLeft = sizeof(pair);
+    std::size_t targetBytesLeft = sizeof(character);
     iconv(converter, nullptr, nullptr, nullptr, nullptr);
-    return iconv(converter, &from, &fromLeft, &to, &toLeft) == 0 && fromLeft == 0 && toLeft == 0 ? character : L'\0';
+    return iconv(converter, &from, &sourceBytesLeft, &to, &targetBytesLeft) == 0 && sourceBytesLeft == 0 &&
+                   targetBytesLeft == 0
+               ? character
+               : L'\0';
 }
 
 TEST(LinuxText, EveryPairIsConvertedAsBySystemIconv) {

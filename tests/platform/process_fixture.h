@@ -103,7 +103,7 @@ class ProcessFixture : public testing::Test {
     }
 
     /// Starts the helper with arguments that make it run on, and ends it at the latest with the test.
-    platform::ProcessInformation StartLasting(const std::string& commandLine) {
+    platform::ProcessInformation StartTracked(const std::string& commandLine) {
         const platform::ProcessInformation started = Start(commandLine);
         toEnd_.push_back(started.process);
         return started;

@@ -33,7 +33,7 @@ TEST_F(Process, TheListContainsThisProcessWithoutAPath) {
 }
 
 TEST_F(Process, TheFirstEntryIsNeverTheStartedProcess) {
-    const ProcessInformation started = StartLasting(helperName);
+    const ProcessInformation started = StartTracked(helperName);
     const std::vector<ProcessEntry> entries = List();
     EXPECT_NE(entries.front().processId, started.processId);
     EXPECT_TRUE(IsListed(started.processId));
@@ -42,7 +42,7 @@ TEST_F(Process, TheFirstEntryIsNeverTheStartedProcess) {
 TEST_F(Process, ALongNameIsListedCompletely) {
     const std::string name = "vexlane-test-sixteen-and-more.exe";
     CopyHelper(OwnFolder() / name);
-    const ProcessInformation started = StartLasting(name);
+    const ProcessInformation started = StartTracked(name);
     EXPECT_EQ(ListedAs(name), Ids{started.processId});
 }
 
@@ -66,7 +66,7 @@ TEST_F(Process, AllocationFailureInTheListThrowsAndLeaksNothing) {
 // Starting
 
 TEST_F(Process, StartReturnsTheProcessAndItsIds) {
-    const ProcessInformation started = StartLasting(helperName);
+    const ProcessInformation started = StartTracked(helperName);
     EXPECT_NE(started.process, 0u);
     EXPECT_NE(started.processId, 0u);
     EXPECT_NE(started.threadId, 0u);
@@ -115,14 +115,14 @@ TEST_F(Process, AStartedProcessInheritsEnvironmentAndFolder) {
 
 TEST_F(Process, ATerminatedProcessIsGoneWhenTheCallReturns) {
     for (int round = 0; round < 5; ++round) {
-        const ProcessInformation started = StartLasting(helperName);
+        const ProcessInformation started = StartTracked(helperName);
         EXPECT_TRUE(platform::TerminateProcess(started.process, 0));
         EXPECT_FALSE(IsListed(started.processId));
     }
 }
 
 TEST_F(Process, AProcessKilledFromOutsideIsNotListed) {
-    const ProcessInformation started = StartLasting(helperName);
+    const ProcessInformation started = StartTracked(helperName);
     KillFromOutside(started.processId);
     EXPECT_TRUE(WaitUntil([&] { return !IsListed(started.processId); }));
 }
@@ -133,7 +133,7 @@ TEST_F(Process, AnExitedProcessIsNotListed) {
 }
 
 TEST_F(Process, TheEmptyHandleTerminatesNothing) {
-    const ProcessInformation started = StartLasting(helperName);
+    const ProcessInformation started = StartTracked(helperName);
     std::atomic<bool> isEnding = false;
     std::atomic<int> turns = 0;
     std::thread other([&] {
@@ -155,7 +155,7 @@ TEST_F(Process, TheEmptyHandleTerminatesNothing) {
 // Opening
 
 TEST_F(Process, AnOpenedProcessCanBeTerminated) {
-    const ProcessInformation started = StartLasting(helperName);
+    const ProcessInformation started = StartTracked(helperName);
     const SystemHandle opened = platform::OpenProcess(platform::processAllAccess, true, started.processId);
     ASSERT_NE(opened, 0u);
     EXPECT_TRUE(platform::TerminateProcess(opened, 0));
@@ -171,7 +171,7 @@ TEST_F(Process, OpenFailsForAMissingProcess) {
 }
 
 TEST_F(Process, ManyThreadsCanListStartAndTerminate) {
-    const ProcessInformation lasting = StartLasting(helperName);
+    const ProcessInformation longRunning = StartTracked(helperName);
     std::atomic<int> failures = 0;
     std::vector<std::thread> threads;
     for (int i = 0; i < 4; ++i) {
@@ -180,7 +180,7 @@ TEST_F(Process, ManyThreadsCanListStartAndTerminate) {
                 ProcessInformation started;
                 if (!platform::StartProcess(helperName, 0, 0, started) || !IsListed(started.processId) ||
                     !platform::TerminateProcess(started.process, 0) || IsListed(started.processId) ||
-                    !IsListed(lasting.processId)) {
+                    !IsListed(longRunning.processId)) {
                     ++failures;
                 }
             }

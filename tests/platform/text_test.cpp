@@ -196,7 +196,7 @@ TEST(SimplifiedChinese, EveryIdeographIsInOrder) {
             others.push_back(character);
         }
     }
-    EXPECT_EQ(others.size() + chosen.size(), 0x9FA5u - 0x4E00 + 1) << "nothing else was chosen";
+    EXPECT_EQ(others.size() + chosen.size(), 0x9FA5u - 0x4E00 + 1) << "all of them are in the range";
 
     std::vector<unsigned> added;
     std::vector<unsigned> again;

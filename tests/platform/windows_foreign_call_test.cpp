@@ -44,8 +44,8 @@ void RaiseWithoutArguments(std::uint32_t code) {
     RaiseException(code, 0, 0, nullptr);
 }
 
-struct CountsItsEnd {
-    ~CountsItsEnd() { ++count; }
+struct DestructionCounter {
+    ~DestructionCounter() { ++count; }
     int& count;
 };
 
@@ -54,10 +54,10 @@ TEST(ForeignException, IsRethrownAsAnExceptionOfThisCompiler) {
     int ended = 0;
     std::uint32_t code = 0;
     try {
-        const CountsItsEnd object = {ended};
+        const DestructionCounter object = {ended};
         CallForeign<&ThrowForeign>(&destroyed);
     } catch (const std::exception&) {
-        ADD_FAILURE() << "it counts as a standard exception";
+        ADD_FAILURE() << "it was caught as std::exception";
     } catch (const ForeignException& exception) {
         code = exception.code;
     }
@@ -91,13 +91,13 @@ TEST(ForeignException, IsCaughtByTheInnermostGuard) {
 
 TEST(ForeignException, IsCaughtInCatchBlocksAndDestructors) {
     int destroyed = 0;
-    struct CallsInItsEnd {
-        ~CallsInItsEnd() { EXPECT_EQ(CatchForeign(destroyed), 1); }
+    struct CallsInDestructor {
+        ~CallsInDestructor() { EXPECT_EQ(CatchForeign(destroyed), 1); }
         int* destroyed;
     };
     std::uint32_t code = 0;
     try {
-        const CallsInItsEnd object = {&destroyed};
+        const CallsInDestructor object = {&destroyed};
         throw std::runtime_error("our own");
     } catch (const std::runtime_error&) {
         try {

@@ -7,7 +7,7 @@
 
 namespace {
 
-DWORD WINAPI SleepOn(void*) {
+DWORD WINAPI SleepForever(void*) {
     Sleep(INFINITE);
     return 0;
 }
@@ -19,7 +19,7 @@ int main(int count, char** arguments) {
     if (library == nullptr) {
         return 1;
     }
-    CloseHandle(CreateThread(nullptr, 0, &SleepOn, nullptr, 0, nullptr));
+    CloseHandle(CreateThread(nullptr, 0, &SleepForever, nullptr, 0, nullptr));
     if (arguments[2] == std::string_view("unload")) {
         FreeLibrary(library);
     }

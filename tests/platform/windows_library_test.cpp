@@ -14,7 +14,7 @@
 namespace {
 
 constexpr char subjectName[] = "library-subject.dll";
-constexpr DWORD longestWaitMilliseconds = 60'000;
+constexpr DWORD waitTimeoutMilliseconds = 60'000;
 
 TEST(WindowsLastError, TheTextIsTheSystemsWithItsLineEnd) {
     char text[512] = {};
@@ -87,10 +87,10 @@ TEST_F(WindowsLibrary, ReleaseEndsTheThreadAndUnloadsTheLibrary) {
     Unload();
     EXPECT_TRUE(IsLoaded());
     SetEvent(event);
-    EXPECT_EQ(WaitForSingleObject(thread, longestWaitMilliseconds), WAIT_OBJECT_0);
+    EXPECT_EQ(WaitForSingleObject(thread, waitTimeoutMilliseconds), WAIT_OBJECT_0);
     DWORD code = 99;
     EXPECT_NE(GetExitCodeThread(thread, &code), FALSE);
-    EXPECT_EQ(code, 0u) << "nothing behind the release has run";
+    EXPECT_EQ(code, 0u) << "the code after the release must not run";
     CloseHandle(thread);
     EXPECT_FALSE(IsLoaded());
 }
@@ -98,9 +98,9 @@ TEST_F(WindowsLibrary, ReleaseEndsTheThreadAndUnloadsTheLibrary) {
 TEST_F(WindowsLibrary, AReferenceIsToTheCallingLibrary) {
     const HANDLE thread = Find<HANDLE(HANDLE)>("StartHoldingAndReleasing")(event);
     SetEvent(event);
-    EXPECT_EQ(WaitForSingleObject(thread, longestWaitMilliseconds), WAIT_OBJECT_0);
+    EXPECT_EQ(WaitForSingleObject(thread, waitTimeoutMilliseconds), WAIT_OBJECT_0);
     CloseHandle(thread);
-    EXPECT_TRUE(IsLoaded()) << "this test's own reference is left";
+    EXPECT_TRUE(IsLoaded()) << "the test's reference remains";
     Unload();
 }
 

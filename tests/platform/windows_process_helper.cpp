@@ -11,7 +11,7 @@
 
 namespace {
 
-constexpr DWORD longestLifeMilliseconds = 120'000;  // no process is left if the test crashes
+constexpr DWORD maxLifetimeMilliseconds = 120'000;  // no process is left if the test crashes
 
 /// Writes how it was started to a file, which is renamed into place when it is complete.
 int Report(const std::string& file) {
@@ -43,6 +43,6 @@ int main(int count, char** arguments) {
     if (part == "report" && count > 2) {
         return Report(arguments[2]);
     }
-    Sleep(longestLifeMilliseconds);
+    Sleep(maxLifetimeMilliseconds);
     return 0;
 }

@@ -76,7 +76,7 @@ using WindowsProcess = ProcessFixture;
 
 TEST_F(WindowsProcess, TheListStartsWithTheSystemProcess) {
     if (IsWine()) {
-        GTEST_SKIP() << "there the list begins with a process like any other";
+        GTEST_SKIP() << "under Wine the list starts with an ordinary process";
     }
     EXPECT_EQ(List().front().processId, 0u);
 }
@@ -101,7 +101,7 @@ TEST_F(ProgramSearch, PrefersTheCurrentFolderToThePath) {
 
 TEST_F(WindowsProcess, InheritsNoHandle) {
     const LockedFile file(folder / "locked");
-    StartLasting(helperName);
+    StartTracked(helperName);
     EXPECT_TRUE(file.IsOpenSomewhere());
     file.Close();
     EXPECT_FALSE(file.IsOpenSomewhere());
@@ -127,7 +127,7 @@ TEST_F(WindowsProcess, AnInheritedHandleIsDetected) {
 
 TEST_F(WindowsProcess, ATerminatedProcessHasTheGivenExitCode) {
     for (const std::uint32_t code : {0xFFFFFFFFu, 0u, 7u}) {
-        const ProcessInformation started = StartLasting(helperName);
+        const ProcessInformation started = StartTracked(helperName);
         EXPECT_EQ(ExitCodeOf(started.process), DWORD{STILL_ACTIVE});
         EXPECT_TRUE(platform::TerminateProcess(started.process, code));
         EXPECT_EQ(WaitForSingleObject(ToHandle(started.process), 0), WAIT_OBJECT_0);
@@ -137,9 +137,9 @@ TEST_F(WindowsProcess, ATerminatedProcessHasTheGivenExitCode) {
 
 TEST_F(WindowsProcess, TerminatingAnEndedProcessFails) {
     if (IsWine()) {
-        GTEST_SKIP() << "there it is a success";
+        GTEST_SKIP() << "it succeeds under Wine";
     }
-    const ProcessInformation terminated = StartLasting(helperName);
+    const ProcessInformation terminated = StartTracked(helperName);
     EXPECT_TRUE(platform::TerminateProcess(terminated.process, 0));
     const ProcessInformation ended = Start(helperName + std::string(" exit"));
     EXPECT_EQ(WaitForSingleObject(ToHandle(ended.process), INFINITE), WAIT_OBJECT_0);
@@ -175,7 +175,7 @@ TEST_F(WindowsProcess, TerminateDoesNotWaitLongForABlockedProcess) {
 }
 
 TEST_F(WindowsProcess, OpenReturnsTheRequestedRightsAndInheritance) {
-    const ProcessInformation started = StartLasting(helperName);
+    const ProcessInformation started = StartTracked(helperName);
     const SystemHandle all = platform::OpenProcess(platform::processAllAccess, true, started.processId);
     const SystemHandle few = platform::OpenProcess(SYNCHRONIZE, false, started.processId);
     // The system may add rights that others imply.

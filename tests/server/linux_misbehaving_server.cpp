@@ -8,12 +8,12 @@
 
 namespace {
 
-constexpr unsigned longestLifeSeconds = 120;  // no process is left if the test crashes
+constexpr unsigned maxLifetimeSeconds = 120;  // no process is left if the test crashes
 
 }  // namespace
 
 int main() {
-    alarm(longestLifeSeconds);
+    alarm(maxLifetimeSeconds);
     const char* const variable = std::getenv("VEXLANE_TEST_SERVER");
     const std::string_view failure = variable == nullptr ? "" : variable;
     if (failure == "dies-at-start") {
@@ -34,7 +34,7 @@ int main() {
         sigset_t all;
         sigfillset(&all);
         sigprocmask(SIG_BLOCK, &all, nullptr);
-        for (unsigned second = 0; second < longestLifeSeconds; ++second) {
+        for (unsigned second = 0; second < maxLifetimeSeconds; ++second) {
             sleep(1);
         }
         return 0;

@@ -61,11 +61,11 @@ TEST_F(LinuxServerProcess, ForeignServerReplacesOursAndIsEndedByStop) {
     EXPECT_TRUE(launcher->IsServerRunning());
     launcher->Stop();
     EXPECT_THAT(Running(), ElementsAre(ours));
-    EXPECT_NE(stranger->Wait().signal, 0) << "it was the test's to wait for";
+    EXPECT_NE(stranger->Wait().signal, 0) << "only the test may reap it";
 }
 
 TEST_F(LinuxServerProcess, StopEndsAServerThatBlocksAllSignals) {
-    ExpectThatItIsEnded("blocks-signals");
+    ExpectStopEndsIt("blocks-signals");
 }
 
 }  // namespace

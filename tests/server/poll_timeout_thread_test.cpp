@@ -337,7 +337,7 @@ TEST(PollTimeoutThread, ManyThreadsCanStopAndStartIt) {
             thread.join();
         }
     }));
-    EXPECT_FALSE(poll.IsRunning()) << "everybody stopped it last";
+    EXPECT_FALSE(poll.IsRunning()) << "the last call of every thread stopped it";
     EXPECT_LE(polls, 4 * rounds) << "an hour between two polls of one start";
     const int before = polls;
     poll.Start([&polls] { ++polls; });
@@ -365,7 +365,7 @@ TEST(PollTimeoutThread, ExceptionInTheWaitActionEndsPolling) {
         EXPECT_FALSE(poll.IsRunning());
         poll.SetWaitAction({});
         poll.Start(polls.Action());
-        EXPECT_TRUE(polls.Reaches(3)) << "started anew it polls again";
+        EXPECT_TRUE(polls.Reaches(3)) << "it polls after another start";
     }
 }
 

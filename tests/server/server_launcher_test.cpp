@@ -456,7 +456,7 @@ TEST_F(Launcher, ForeignServerThatCannotBeOpenedCountsAsRunning) {
     launcher->Stop();
     EXPECT_THAT(fake_processes::JournalOf("terminate"), ElementsAre("terminate 4660 code=4294967295"));
     EXPECT_THAT(fake_processes::Running(), ElementsAre(stranger));
-    EXPECT_TRUE(launcher->IsServerRunning()) << "by the stranger alone";
+    EXPECT_TRUE(launcher->IsServerRunning()) << "only the foreign server runs";
 }
 
 TEST_F(Launcher, ForeignServerThatCannotBeOpenedPreventsAStart) {

@@ -15,7 +15,7 @@ class LauncherThreads : public LauncherFixture {
         transcript->OnEntry([this](const std::string& entry) {
             Linger(entry);
             if (entry.starts_with("start ")) {
-                mostRunning = std::max<std::size_t>(mostRunning, fake_processes::Running().size());
+                maxRunning = std::max<std::size_t>(maxRunning, fake_processes::Running().size());
                 ++starts;
             }
         });
@@ -50,7 +50,7 @@ class LauncherThreads : public LauncherFixture {
         }
     }
 
-    std::atomic<std::size_t> mostRunning = 0;
+    std::atomic<std::size_t> maxRunning = 0;
     std::atomic<int> starts = 0;
 };
 
@@ -60,7 +60,7 @@ TEST_F(LauncherThreads, NeverStartASecondServer) {
     RunTogether(
         100, [&] { launcher.Start(); }, [&] { launcher.Restart(); }, [&] { launcher.OnTimeout(); },
         [&] { launcher.Restart(); }, [&] { KillOne(); }, [&] { launcher.MarkAlive(); });
-    EXPECT_EQ(mostRunning, 1u);
+    EXPECT_EQ(maxRunning, 1u);
     EXPECT_GT(starts, 1);
     launcher.Start();
     EXPECT_EQ(fake_processes::Running().size(), 1u);
@@ -72,7 +72,7 @@ TEST_F(LauncherThreads, NeverStartASecondServerDuringPolls) {
     RunTogether(
         100, [&] { launcher.Start(); }, [&] { KillOne(); }, [&] { launcher.IsServerRunning(); },
         [&] { launcher.MarkAlive(); });
-    EXPECT_EQ(mostRunning, 1u);
+    EXPECT_EQ(maxRunning, 1u);
     EXPECT_TRUE(launcher.IsRunning());
     EXPECT_TRUE(WaitUntil([] { return fake_processes::Running().size() == 1; }));
 }
@@ -83,7 +83,7 @@ TEST_F(LauncherThreads, CanStopAndStartAtTheSameTime) {
     RunTogether(
         200, [&] { launcher.Start(); }, [&] { launcher.Stop(); }, [&] { launcher.Stop(); },
         [&] { launcher.Restart(); });
-    EXPECT_EQ(mostRunning, 1u);
+    EXPECT_EQ(maxRunning, 1u);
     launcher.Stop();
     EXPECT_TRUE(fake_processes::Running().empty());
     EXPECT_FALSE(launcher.IsRunning());

@@ -45,14 +45,14 @@ class ServerProcess : public testing::Test {
         return running.size() == 1 ? *running.begin() : 0;
     }
 
-    std::ptrdiff_t LinesThatBegin(const std::string& text) const {
+    std::ptrdiff_t LinesStartingWith(const std::string& text) const {
         const auto lines = output.Texts();
         return std::count_if(lines.begin(), lines.end(),
                              [&](const std::string& line) { return line.starts_with("ServerLauncher: " + text); });
     }
 
     // Expects that Stop ends a server with this failure.
-    void ExpectThatItIsEnded(const char* failure) {
+    void ExpectStopEndsIt(const char* failure) {
         Misbehave(failure);
         StartPolling();
         ASSERT_NE(TheServer(), 0) << failure;
@@ -60,8 +60,8 @@ class ServerProcess : public testing::Test {
         EXPECT_THAT(servers::Running(), testing::IsEmpty()) << failure;
         EXPECT_EQ(servers::Zombies(), 0) << failure;
         launcher.reset();
-        EXPECT_EQ(LinesThatBegin("TerminateProcess(0x0)"), 1) << "only the destructor found nothing to end";
-        EXPECT_EQ(LinesThatBegin("TerminateProcess("), 1);
+        EXPECT_EQ(LinesStartingWith("TerminateProcess(0x0)"), 1) << "only the destructor found nothing to end";
+        EXPECT_EQ(LinesStartingWith("TerminateProcess("), 1);
         output.Clear();
     }
 

@@ -13,7 +13,7 @@ TEST_F(ServerProcess, FirstPollStartsIt) {
     StartPolling();
     EXPECT_NE(TheServer(), 0);
     EXPECT_TRUE(launcher->IsServerRunning());
-    EXPECT_EQ(LinesThatBegin("CreatedProcess(plate-Server.exe) - ok Process ID: 0x"), 1);
+    EXPECT_EQ(LinesStartingWith("CreatedProcess(plate-Server.exe) - ok Process ID: 0x"), 1);
 }
 
 TEST_F(ServerProcess, PollingRestartsItAfterAKill) {
@@ -37,7 +37,7 @@ TEST_F(ServerProcess, DoesNotRunAfterStop) {
     EXPECT_THAT(Running(), IsEmpty());
     EXPECT_FALSE(launcher->IsServerRunning());
     EXPECT_FALSE(launcher->IsRunning());
-    EXPECT_EQ(LinesThatBegin("TerminateProcess("), 0);
+    EXPECT_EQ(LinesStartingWith("TerminateProcess("), 0);
 }
 
 TEST_F(ServerProcess, CanBeStartedAfterStopWithoutPolling) {
@@ -62,12 +62,12 @@ TEST_F(ServerProcess, RestartAlwaysReplacesIt) {
     for (int round = 0; round < 20; ++round) {
         launcher->Restart();
         const auto running = Running();
-        ASSERT_EQ(running.size(), 1u) << "a server that was ended must not be taken for one that runs";
+        ASSERT_EQ(running.size(), 1u) << "an ended server was treated as running";
         EXPECT_NE(*running.begin(), before);
         before = *running.begin();
     }
-    EXPECT_EQ(LinesThatBegin("Already started."), 0);
-    EXPECT_EQ(LinesThatBegin("TerminateProcess("), 0);
+    EXPECT_EQ(LinesStartingWith("Already started."), 0);
+    EXPECT_EQ(LinesStartingWith("TerminateProcess("), 0);
 }
 
 TEST_F(ServerProcess, DestructorOfTheLauncherEndsIt) {
@@ -87,8 +87,8 @@ TEST_F(ServerProcess, ForeignServerIsNeitherAdoptedNorEndedWithoutARecord) {
     launcher->Restart();
     launcher->Stop();
     EXPECT_THAT(Running(), ElementsAre(stranger->Id()));
-    EXPECT_EQ(LinesThatBegin("TerminateProcess(0x0) - failed, err = "), 2);
-    EXPECT_EQ(LinesThatBegin("CreatedProcess("), 0);
+    EXPECT_EQ(LinesStartingWith("TerminateProcess(0x0) - failed, err = "), 2);
+    EXPECT_EQ(LinesStartingWith("CreatedProcess("), 0);
 }
 
 // A missing program
@@ -96,11 +96,11 @@ TEST_F(ServerProcess, ForeignServerIsNeitherAdoptedNorEndedWithoutARecord) {
 TEST_F(ServerProcess, MissingProgramIsLoggedOncePerPoll) {
     servers::Remove();
     StartPolling();
-    ASSERT_TRUE(WaitUntil([&] { return LinesThatBegin("CreateProcess(") >= 3; }));
+    ASSERT_TRUE(WaitUntil([&] { return LinesStartingWith("CreateProcess(") >= 3; }));
     constexpr std::uint32_t noSuchFile = 2;  // on every system
-    EXPECT_EQ(LinesThatBegin(
+    EXPECT_EQ(LinesStartingWith(
                   "CreateProcess(plate-Server.exe) - failed, err = " + platform::SystemErrorText(noSuchFile) + "\r\n"),
-              LinesThatBegin("CreateProcess("));
+              LinesStartingWith("CreateProcess("));
     EXPECT_THAT(Running(), IsEmpty());
     servers::Place(VEXLANE_SERVER_PROGRAM);
     EXPECT_NE(TheServer(), 0);
@@ -113,7 +113,7 @@ TEST_F(ServerProcess, FailingProgramIsRestartedAtEveryPollWithoutZombies) {
         output.Clear();
         Misbehave(failure);
         StartPolling();
-        EXPECT_TRUE(WaitUntil([&] { return LinesThatBegin("CreatedProcess(") >= 5; })) << failure;
+        EXPECT_TRUE(WaitUntil([&] { return LinesStartingWith("CreatedProcess(") >= 5; })) << failure;
         EXPECT_LE(servers::Zombies(), 1) << failure;
         launcher->Stop();
         EXPECT_TRUE(WaitUntil([&] {
@@ -127,12 +127,12 @@ TEST_F(ServerProcess, FailingProgramIsRestartedAtEveryPollWithoutZombies) {
 TEST_F(ServerProcess, ExitingProgramIsRestarted) {
     Misbehave("ends-soon");
     StartPolling();
-    EXPECT_TRUE(WaitUntil([&] { return LinesThatBegin("CreatedProcess(") >= 3; }));
+    EXPECT_TRUE(WaitUntil([&] { return LinesStartingWith("CreatedProcess(") >= 3; }));
 }
 
 TEST_F(ServerProcess, StopEndsAnUnresponsiveProgram) {
     for (const char* failure : {"ignores-termination", "stops-itself", "spins"}) {
-        ExpectThatItIsEnded(failure);
+        ExpectStopEndsIt(failure);
     }
 }
 
@@ -143,7 +143,7 @@ TEST_F(ServerProcess, HungProgramCountsAsRunning) {
     EXPECT_TRUE(launcher->IsServerRunning());
     launcher->Start();
     EXPECT_EQ(TheServer(), server);
-    EXPECT_EQ(LinesThatBegin("Already started."), 1);
+    EXPECT_EQ(LinesStartingWith("Already started."), 1);
 }
 
 }  // namespace

@@ -10,14 +10,14 @@
 
 namespace {
 
-constexpr DWORD longestLifeMilliseconds = 120'000;  // no process is left if the test crashes
+constexpr DWORD maxLifetimeMilliseconds = 120'000;  // no process is left if the test crashes
 
 BOOL WINAPI Refuse(DWORD) {
     return TRUE;
 }
 
-DWORD WINAPI EndInTheEnd(void*) {
-    Sleep(longestLifeMilliseconds);
+DWORD WINAPI ExitAfterTimeout(void*) {
+    Sleep(maxLifetimeMilliseconds);
     ExitProcess(0);
 }
 
@@ -33,7 +33,7 @@ void Report(const char* file) {
 }  // namespace
 
 int main() {
-    CloseHandle(CreateThread(nullptr, 0, &EndInTheEnd, nullptr, 0, nullptr));
+    CloseHandle(CreateThread(nullptr, 0, &ExitAfterTimeout, nullptr, 0, nullptr));
     const char* const variable = std::getenv("VEXLANE_TEST_SERVER");
     const std::string_view failure = variable == nullptr ? "" : variable;
     if (failure == "dies-at-start") {

@@ -89,7 +89,7 @@ TEST_F(WindowsServerProcess, StopEndsTheLastListedServer) {
     launcher->Stop();
     EXPECT_THAT(Running(), ElementsAre(order.front()));
     EXPECT_TRUE(servers::IsGone(order.back()));
-    EXPECT_EQ(LinesThatBegin("TerminateProcess("), 0);
+    EXPECT_EQ(LinesStartingWith("TerminateProcess("), 0);
 }
 
 // With our server on record, the adopted one gets a new handle, which can end it.
@@ -105,7 +105,7 @@ TEST_F(WindowsServerProcess, ForeignServerIsAdoptedWhenOursHasEnded) {
     EXPECT_TRUE(launcher->IsServerRunning());
     launcher->Stop();
     EXPECT_TRUE(servers::IsGone(stranger->Id()));
-    EXPECT_EQ(LinesThatBegin("TerminateProcess("), 0);
+    EXPECT_EQ(LinesStartingWith("TerminateProcess("), 0);
 }
 
 }  // namespace

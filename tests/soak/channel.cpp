@@ -13,15 +13,15 @@ using OKM8::ErrorCode::Failed;
 using OKM8::ErrorCode::None;
 using OKM8::ErrorCode::RefusedSetting;
 
-constexpr std::uint64_t framePeriod = 40;                 // milliseconds
-constexpr std::uint64_t longestBreak = 12 * 3600 * 1000;  // milliseconds
-constexpr std::uint32_t largestWidth = 1920;
-constexpr std::uint32_t largestHeight = 1080;
+constexpr std::uint64_t framePeriod = 40;             // milliseconds
+constexpr std::uint64_t maxBreak = 12 * 3600 * 1000;  // milliseconds
+constexpr std::uint32_t maxWidth = 1920;
+constexpr std::uint32_t maxHeight = 1080;
 
 // The pixels of all frames, regardless of their size and layout. The library only reads them.
 std::uint8_t* Picture() {
     static std::vector<std::uint8_t> picture = [] {
-        std::vector<std::uint8_t> bytes(std::size_t{2} * largestWidth * largestHeight);
+        std::vector<std::uint8_t> bytes(std::size_t{2} * maxWidth * maxHeight);
         for (std::size_t index = 0; index < bytes.size(); ++index) {
             bytes[index] = static_cast<std::uint8_t>(index * 7);
         }
@@ -60,8 +60,7 @@ Channel::Channel(OKM8::Analytics::IModule& module, OKM8::IContract* peer, World&
       settings_(Query<OKM8::IAsyncAdjuster>(ContractName::IAsyncAdjuster)),
       errors_(Query<OKM8::IErrorInfoProvider>(ContractName::IErrorInfoProvider)) {
     ++world_.counts.detectors;
-    Check(errors_->GetErrorCode() == None,
-          std::string("a detector begins with an error: ") + errors_->GetErrorMessage());
+    Check(errors_->GetErrorCode() == None, std::string("a new detector has an error: ") + errors_->GetErrorMessage());
     settings_->SetBoolValue("result_ready", OnceIn(2));
     settings_->SetIntValue("result_wait_time", static_cast<std::int32_t>(Below(60)));
     settings_->SetIntValue("result_rec_count", static_cast<std::int32_t>(Below(50)));
@@ -70,12 +69,12 @@ Channel::Channel(OKM8::Analytics::IModule& module, OKM8::IContract* peer, World&
 
 Channel::~Channel() {
     detector_->Destroy();
-    world_.counts.lostBuffers += static_cast<std::uint64_t>(BuffersOut());
+    world_.counts.lostBuffers += static_cast<std::uint64_t>(UnreleasedBuffers());
 }
 
 template <class Interface>
 Interface* Channel::Query(const char* name) {
-    Check(detector_ != nullptr, "the library made no detector");
+    Check(detector_ != nullptr, "the library created no detector");
     return static_cast<Interface*>(detector_->QueryContract(name));
 }
 
@@ -91,9 +90,10 @@ void Channel::PlayNight() {
     framesOfSize_ = 0;
     road_.Close();
     PlayGoodFrame();
-    time_ += 10'000 + Below(longestBreak);
+    time_ += 10'000 + Below(maxBreak);
     PlayGoodFrame();
-    Check(BuffersOut() == 0, std::to_string(BuffersOut()) + " buffers were not released after the last vehicle");
+    Check(UnreleasedBuffers() == 0,
+          std::to_string(UnreleasedBuffers()) + " buffers were not released after the last vehicle");
     road_.Open();
 }
 
@@ -127,14 +127,14 @@ void Channel::PlayFrame() {
         settings_->ApplySettings();
     }
     if (OnceIn(50'000)) {
-        time_ -= Below(longestBreak);  // the camera's clock is set
+        time_ -= Below(maxBreak);  // the camera's clock is set
     }
 }
 
 void Channel::PlayGoodFrame() {
     // Luma only, 4:2:0, 4:2:2.
-    static constexpr std::array<std::uint32_t, 3> halvesOfAByte = {2, 3, 4};
-    const std::uint32_t byteCount = size_.width * size_.height * halvesOfAByte[Below(3)] / 2;
+    static constexpr std::array<std::uint32_t, 3> bytesPerTwoPixels = {2, 3, 4};
+    const std::uint32_t byteCount = size_.width * size_.height * bytesPerTwoPixels[Below(3)] / 2;
     OKM8::MFF::IMultimediaBuffer* const buffer = MakeBuffer(byteCount);
     time_ += framePeriod;
     ++world_.counts.frames;
@@ -143,7 +143,7 @@ void Channel::PlayGoodFrame() {
     const std::int32_t result = OnceIn(50) ? PlaySingleFrame(buffer) : receiver_->Receive(buffer);
     const bool hasRefused = events_.EndFrame();
     currentChannel = nullptr;
-    Check(!hasWrongSize_, "the engine was given an image of another size than the frame's");
+    Check(!hasWrongSize_, "the engine received an image of the wrong size");
     Check(result == (hasRefused ? Failed : None), "a frame returned " + std::to_string(result));
 }
 
@@ -186,7 +186,7 @@ void Channel::PlayBadFrame() {
         default:
             break;
     }
-    Check(receiver_->Receive(buffer) == Failed, "a frame that cannot be read was not refused");
+    Check(receiver_->Receive(buffer) == Failed, "an invalid frame was not refused");
     buffers_.onCall = nullptr;
 }
 

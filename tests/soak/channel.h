@@ -43,7 +43,7 @@ class Channel {
     void PlayNight();
 
     /// Returns the number of buffers that the library has not released.
-    int BuffersOut() const { return buffers_.made - buffers_.released; }
+    int UnreleasedBuffers() const { return buffers_.made - buffers_.released; }
 
     /// Sets a random setting. Any thread, also while frames are played.
     void ChangeSetting(std::mt19937& chance);

@@ -79,7 +79,7 @@ std::vector<Growth> GrowthOf(const std::vector<Sample>& samples) {
         {"allocated memory, MiB",
          growth(Median, [](const Sample& sample) { return static_cast<double>(sample.allocatedBytes) / mebibyte; }),
          allocatedBoundMebibytes},
-        {"handles that no rule keeps open",
+        {"handles not kept by design",
          growth(Smallest,
                 [](const Sample& sample) {
                     return static_cast<double>(sample.handles) - static_cast<double>(sample.keptHandles);

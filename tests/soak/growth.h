@@ -29,10 +29,10 @@ struct Growth {
 };
 
 /// The minimum for a meaningful result.
-inline constexpr std::size_t fewestSamples = 8;
+inline constexpr std::size_t minSamples = 8;
 
 /// Returns the growth from the second quarter of the samples to the last one; the first quarter is the warm-up.
-/// REQUIRES: at least fewestSamples.
+/// REQUIRES: at least minSamples.
 std::vector<Growth> GrowthOf(const std::vector<Sample>& samples);
 
 }  // namespace soak

@@ -28,7 +28,7 @@ bool Events::EndFrame() {
     if (raisers_ != 0 || hasEndedTwice_) {
         throw std::runtime_error("a raiser was not ended exactly once");
     }
-    if (hasLostTrack_) {
+    if (hasMissingTrack_) {
         throw std::runtime_error("an event was raised without its track");
     }
     return std::exchange(hasRefused_, false);
@@ -36,11 +36,11 @@ bool Events::EndFrame() {
 
 void Events::OnCall(HostCall& call) {
     if (call.operation != Operation::GetLogger && call.operation != Operation::WriteLog) {
-        currentFrame->Meet(call);
+        currentFrame->HandleCall(call);
     }
 }
 
-void Events::Meet(HostCall& call) {
+void Events::HandleCall(HostCall& call) {
     switch (call.operation) {
         case Operation::GetFactory:
             Begin();
@@ -80,7 +80,7 @@ void Events::Meet(HostCall& call) {
             return;
         case Operation::Raise:
             EndRaiser();
-            hasLostTrack_ = hasLostTrack_ || !hasTargets_ || !HasTrack();
+            hasMissingTrack_ = hasMissingTrack_ || !hasTargets_ || !HasTrack();
             onRaise_();
             if (fault_ == Fault::ThrowingRaise) {
                 throw std::runtime_error("the host has failed");

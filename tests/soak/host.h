@@ -54,7 +54,7 @@ class Events {
         Count
     };
 
-    void Meet(recording_host::HostCall& call);
+    void HandleCall(recording_host::HostCall& call);
     void Begin();
     void EndRaiser();
     bool HasTrack() const;
@@ -65,7 +65,7 @@ class Events {
     Fault fault_ = Fault::None;  // of the current event
     int raisers_ = 0;            // not yet ended
     bool hasRefused_ = false;
-    bool hasLostTrack_ = false;
+    bool hasMissingTrack_ = false;
     bool hasEndedTwice_ = false;
     bool hasTargets_ = false;
     OKM8::Analytics::TrackPointList track_ = {};  // of the current event, valid until it is raised

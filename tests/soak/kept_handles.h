@@ -14,15 +14,15 @@ namespace soak {
 void CountKeptHandles();
 
 #ifdef _WIN32
-inline constexpr std::uint64_t mostHandlesOfTheRuntime = 8;
-inline constexpr std::uint64_t mostBytesOfTheRuntime = 4096;
+inline constexpr std::uint64_t maxRuntimeHandles = 8;
+inline constexpr std::uint64_t maxRuntimeBytes = 4096;
 #else
-inline constexpr std::uint64_t mostHandlesOfTheRuntime = 0;
-inline constexpr std::uint64_t mostBytesOfTheRuntime = 0;
+inline constexpr std::uint64_t maxRuntimeHandles = 0;
+inline constexpr std::uint64_t maxRuntimeBytes = 0;
 #endif
 
-/// Adds the handles that remain of an unloaded library, at most mostHandlesOfTheRuntime.
-void KeepHandlesOfTheRuntime(std::uint64_t count);
+/// Adds the handles that remain of an unloaded library, at most maxRuntimeHandles.
+void AddRuntimeHandles(std::uint64_t count);
 
 /// Returns the number of handles that all loads of the library have kept so far.
 std::uint64_t KeptHandles();

@@ -4,7 +4,7 @@ namespace soak {
 
 void CountKeptHandles() {}
 
-void KeepHandlesOfTheRuntime(std::uint64_t) {}
+void AddRuntimeHandles(std::uint64_t) {}
 
 std::uint64_t KeptHandles() {
     return 0;

@@ -37,7 +37,7 @@ int main(int argumentCount, char** arguments) {
         const soak::Outcome outcome = soak::Play(options, std::cout);
         for (const soak::Growth& growth : outcome.growth) {
             if (!growth.IsWithinBound()) {
-                std::cerr << "soak: more " << growth.what << ": " << growth.value << ", at most " << growth.bound
+                std::cerr << "soak: growth of " << growth.what << ": " << growth.value << ", at most " << growth.bound
                           << '\n';
             }
         }

@@ -23,12 +23,12 @@ void Check(bool isRight, const std::string& what) {
 }
 
 // Threads that end with the round, so that the library must free what it keeps for a thread. Keeps the first failure.
-class Crew {
+class Workers {
   public:
-    ~Crew() { Join(); }
-    Crew() = default;
-    Crew(const Crew&) = delete;
-    Crew& operator=(const Crew&) = delete;
+    ~Workers() { Join(); }
+    Workers() = default;
+    Workers(const Workers&) = delete;
+    Workers& operator=(const Workers&) = delete;
 
     void Add(std::function<void()> work) {
         threads_.emplace_back([this, work = std::move(work)] {
@@ -67,7 +67,7 @@ Session::Session(World& world, const plugin_test::TestFolder& folder, std::uint3
     : world_(world), random_(seed), plugin_(servers::OwnFolder() / VEXLANE_SOAK_ENGINE) {
     CountKeptHandles();
     auto* const setEngineCalls = reinterpret_cast<SetEngineCallsFunction*>(plugin_.EngineFunction(setEngineCallsName));
-    Check(setEngineCalls != nullptr, "another engine than the soak's was loaded");
+    Check(setEngineCalls != nullptr, "the wrong engine was loaded");
     setEngineCalls(&engineCalls);
     if (isVerbose) {
         debugLines_.emplace();
@@ -97,23 +97,23 @@ std::unique_ptr<Channel> Session::MakeChannel() {
 
 void Session::PlayRound(int frames, int visits) {
     {
-        Crew crew;
+        Workers workers;
         for (const std::unique_ptr<Channel>& channel : channels_) {
-            crew.Add([&channel, frames] { channel->Play(frames); });
+            workers.Add([&channel, frames] { channel->Play(frames); });
         }
         for (int visit = 0; visit < visits; ++visit) {
             Visit();
             KillServer();
             ChangeSettings();
         }
-        crew.WaitUntilDone();
+        workers.WaitUntilDone();
     }
     for (const std::unique_ptr<Channel>& channel : channels_) {
         channel->PlayNight();
     }
     ownChannel_->PlayNight();
-    BringServerBack();
-    CheckRest();
+    RestartServer();
+    CheckIdle();
 }
 
 // Creating a detector restarts the server for all of them, destroying one stops it for all.
@@ -126,25 +126,25 @@ void Session::Visit() {
         }
     }
     if (Below(2) == 0) {
-        BringServerBack();
+        RestartServer();
     }
 }
 
 void Session::KillServer() {
-    BringServerBack();
+    RestartServer();
     const std::set<servers::ProcessId> running = servers::Running();
     if (!running.empty()) {
         const servers::ProcessId server = *running.begin();
-        Check(server > 1, "no process of ours");
+        Check(server > 1, "not a child process");
         servers::Kill(server);
-        Check(WaitUntil([server] { return servers::IsGone(server); }), "a server that was killed runs on");
+        Check(WaitUntil([server] { return servers::IsGone(server); }), "a killed server still runs");
         ++world_.counts.kills;
     }
-    BringServerBack();
+    RestartServer();
 }
 
 // An engine without a server refuses ranges until one runs.
-void Session::BringServerBack() {
+void Session::RestartServer() {
     const bool isBack = WaitUntil([this] {
         if (!servers::Running().empty()) {
             return true;
@@ -163,27 +163,28 @@ void Session::ChangeSettings() {
     ownChannel_->Play(static_cast<int>(Below(50)));
 }
 
-void Session::CheckRest() {
+void Session::CheckIdle() {
     host_.FreeUnended();
-    const bool isRest =
-        std::all_of(channels_.begin(), channels_.end(), [](const auto& channel) { return channel->BuffersOut() == 0; });
-    Check(isRest && ownChannel_->BuffersOut() == 0 && world_.counts.lostBuffers == 0, "buffers were not released");
+    const bool isIdle = std::all_of(channels_.begin(), channels_.end(),
+                                    [](const auto& channel) { return channel->UnreleasedBuffers() == 0; });
+    Check(isIdle && ownChannel_->UnreleasedBuffers() == 0 && world_.counts.lostBuffers == 0,
+          "buffers were not released");
     Check(servers::Running().size() == 1, "several servers run");
-    Check(servers::Zombies() == 0, "servers that ended were not waited for");
+    Check(servers::Zombies() == 0, "ended servers were not reaped");
 }
 
 void Session::End() {
     channels_.clear();
     ownChannel_.reset();
     Check(world_.counts.lostBuffers == 0, "buffers were not released");
-    Check(servers::Running().empty(), "a server runs on after the last detector");
+    Check(servers::Running().empty(), "a server still runs after the last detector");
     plugin_.FinalizeModule();
     module_ = nullptr;
     plugin_.Unload();
     Check(!plugin_test::IsLoaded(plugin_test::LibraryFile()), "the library is still loaded");
     if (debugLines_) {
         Check(debugLines_->Text().find("CreatedProcess(plate-Server.exe) - ok") != std::string::npos,
-              "the library has traced no start of a server");
+              "the trace contains no server start");
     }
 }
 

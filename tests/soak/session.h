@@ -41,9 +41,9 @@ class Session {
     std::unique_ptr<Channel> MakeChannel();
     void Visit();
     void KillServer();
-    void BringServerBack();
+    void RestartServer();
     void ChangeSettings();
-    void CheckRest();
+    void CheckIdle();
 
     World& world_;
     std::mt19937 random_;

@@ -19,13 +19,13 @@ using Clock = std::chrono::steady_clock;
 using Json = nlohmann::ordered_json;
 
 // One of three sessions writes trace lines and plays fewer frames, because the lines take most of its time.
-constexpr int sessionsForAVerboseOne = 3;
-constexpr int framesOverVerboseFrames = 40;
+constexpr int sessionsPerVerboseSession = 3;
+constexpr int verboseFrameDivisor = 40;
 
 // The number of samples in the whole run, regardless of its length.
 constexpr int samplesWanted = 240;
 
-constexpr double framesOfADay = 25.0 * 86'400.0;
+constexpr double framesPerDay = 25.0 * 86'400.0;
 
 // Places the server's program in this program's folder.
 struct ServerProgram {
@@ -55,9 +55,9 @@ class Player {
 
     Outcome Play() {
         for (int session = 1; !IsOver(); ++session) {
-            PlaySession(static_cast<std::uint32_t>(session), session % sessionsForAVerboseOne == 0);
+            PlaySession(static_cast<std::uint32_t>(session), session % sessionsPerVerboseSession == 0);
         }
-        return Judge();
+        return Evaluate();
     }
 
   private:
@@ -73,10 +73,10 @@ class Player {
         const std::uint64_t handlesAfter = OtherHandles();
         const std::uint64_t left = handlesAfter - std::min(handlesBefore, handlesAfter);
         // The first session also opens handles that the system keeps for the process.
-        if (left > mostHandlesOfTheRuntime && seed > 1) {
-            throw std::runtime_error(std::to_string(left) + " handles are left of a library that was unloaded");
+        if (left > maxRuntimeHandles && seed > 1) {
+            throw std::runtime_error(std::to_string(left) + " handles remain of an unloaded library");
         }
-        KeepHandlesOfTheRuntime(left);
+        AddRuntimeHandles(left);
     }
 
     static std::uint64_t OtherHandles() { return test_support::CountOpen().all - KeptHandles(); }
@@ -84,19 +84,19 @@ class Player {
     void LoadAndPlay(std::uint32_t seed, bool isVerbose) {
         Session session(world_, folder_, seed, options_.effort.cameras, isVerbose);
         if (isVerbose) {
-            session.PlayRound(options_.effort.frames / framesOverVerboseFrames, options_.effort.visits);
+            session.PlayRound(options_.effort.frames / verboseFrameDivisor, options_.effort.visits);
         } else {
-            for (int round = 0; round < options_.roundsOfASession && !IsOver(); ++round) {
+            for (int round = 0; round < options_.roundsPerSession && !IsOver(); ++round) {
                 session.PlayRound(options_.effort.frames, options_.effort.visits);
                 options_.afterRound();
-                Look();
+                SampleIfDue();
             }
         }
         session.End();
     }
 
     // Takes a sample when one is due, and writes a line when a minute has passed.
-    void Look() {
+    void SampleIfDue() {
         const Clock::duration elapsed = Elapsed();
         if (elapsed < nextSample_) {
             return;
@@ -112,7 +112,7 @@ class Player {
     void WriteLine(const Sample& sample) const {
         const Counts& counts = world_.counts;
         const Json line = {{"seconds", std::chrono::duration_cast<std::chrono::seconds>(Elapsed()).count()},
-                           {"camera_days", static_cast<double>(counts.frames) / framesOfADay},
+                           {"camera_days", static_cast<double>(counts.frames) / framesPerDay},
                            {"frames", counts.frames.load()},
                            {"events", counts.events.load()},
                            {"failed_events", counts.failedEvents.load()},
@@ -128,8 +128,8 @@ class Player {
         lines_ << line.dump() << std::endl;
     }
 
-    Outcome Judge() const {
-        if (samples_.size() < fewestSamples) {
+    Outcome Evaluate() const {
+        if (samples_.size() < minSamples) {
             throw std::runtime_error(std::to_string(samples_.size()) + " samples are too few; play for longer");
         }
         if (world_.counts.events == 0) {

@@ -14,7 +14,7 @@ struct Options {
     int minutes = 0;  ///< of traffic at full speed
     int rounds = 0;   ///< used if `minutes` is 0, with a sample after each round
     Effort effort;
-    int roundsOfASession = 8;
+    int roundsPerSession = 8;
     std::function<void()> afterRound = [] {};
 };
 

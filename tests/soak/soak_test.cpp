@@ -38,9 +38,9 @@ std::vector<std::string> Grown(const std::vector<Growth>& growths) {
 
 TEST(Soak, FindsNoGrowthInTheLibrary) {
     Options options;
-    options.rounds = soak::fewestSamples;
+    options.rounds = soak::minSamples;
     options.effort = {.cameras = 2, .frames = 400, .visits = 1};
-    options.roundsOfASession = 3;
+    options.roundsPerSession = 3;
     std::ostringstream lines;
     const Outcome outcome = soak::Play(options, lines);
     EXPECT_THAT(Grown(outcome.growth), IsEmpty()) << lines.str();
@@ -49,9 +49,9 @@ TEST(Soak, FindsNoGrowthInTheLibrary) {
 
 TEST(Soak, FindsNoGrowthWithEachLoadOfTheLibrary) {
     Options options;
-    options.rounds = 2 * soak::fewestSamples;
+    options.rounds = 2 * soak::minSamples;
     options.effort = {.cameras = 1, .frames = 100, .visits = 0};
-    options.roundsOfASession = 1;
+    options.roundsPerSession = 1;
     std::ostringstream lines;
     EXPECT_THAT(Grown(soak::Play(options, lines).growth), IsEmpty()) << lines.str();
 }
@@ -59,9 +59,9 @@ TEST(Soak, FindsNoGrowthWithEachLoadOfTheLibrary) {
 // A host that leaks after each round of a few frames.
 class LeakingHost : public testing::Test {
   protected:
-    std::vector<std::string> GrownWhile(std::function<void()> afterRound) {
+    std::vector<std::string> GrowthWhile(std::function<void()> afterRound) {
         Options options;
-        options.rounds = soak::fewestSamples;
+        options.rounds = soak::minSamples;
         options.effort = {.cameras = 1, .frames = 100, .visits = 0};
         options.afterRound = std::move(afterRound);
         std::ostringstream lines;
@@ -74,13 +74,13 @@ class LeakingHost : public testing::Test {
 // A sanitizer's allocator does not count allocated bytes.
 #if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)
 TEST_F(LeakingHost, IsDetectedByItsMemory) {
-    std::vector<std::unique_ptr<std::uint8_t[]>> lost;
-    const auto lose = [&] {
+    std::vector<std::unique_ptr<std::uint8_t[]>> leaked;
+    const auto leak = [&] {
         for (int block = 0; block < 1000; ++block) {
-            lost.push_back(std::make_unique<std::uint8_t[]>(1000));
+            leaked.push_back(std::make_unique<std::uint8_t[]>(1000));
         }
     };
-    EXPECT_THAT(GrownWhile(lose), Contains("allocated memory, MiB"));
+    EXPECT_THAT(GrowthWhile(leak), Contains("allocated memory, MiB"));
 }
 #endif
 
@@ -88,42 +88,42 @@ TEST_F(LeakingHost, IsDetectedByItsFiles) {
     struct Close {
         void operator()(std::FILE* file) const { std::fclose(file); }
     };
-    std::vector<std::unique_ptr<std::FILE, Close>> lost;
-    const auto lose = [&] {
-        lost.emplace_back(std::fopen(plugin_test::LibraryFile().string().c_str(), "rb"));
-        ASSERT_NE(lost.back(), nullptr);
+    std::vector<std::unique_ptr<std::FILE, Close>> leaked;
+    const auto leak = [&] {
+        leaked.emplace_back(std::fopen(plugin_test::LibraryFile().string().c_str(), "rb"));
+        ASSERT_NE(leaked.back(), nullptr);
     };
-    EXPECT_THAT(GrownWhile(lose), Contains("open files"));
+    EXPECT_THAT(GrowthWhile(leak), Contains("open files"));
 }
 
 TEST_F(LeakingHost, IsDetectedByItsThreads) {
     std::mutex mutex;
     std::condition_variable ending;
     bool hasEnded = false;  // guarded by mutex
-    std::vector<std::thread> lost;
-    const auto lose = [&] {
-        lost.emplace_back([&] {
+    std::vector<std::thread> leaked;
+    const auto leak = [&] {
+        leaked.emplace_back([&] {
             std::unique_lock lock(mutex);
             ending.wait(lock, [&] { return hasEnded; });
         });
     };
-    EXPECT_THAT(GrownWhile(lose), Contains("threads"));
+    EXPECT_THAT(GrowthWhile(leak), Contains("threads"));
     {
         const std::lock_guard lock(mutex);
         hasEnded = true;
     }
     ending.notify_all();
-    for (std::thread& thread : lost) {
+    for (std::thread& thread : leaked) {
         thread.join();
     }
 }
 
 // Samples of 40 rounds, each of which adds that many handles, including those that the library keeps by design.
-std::vector<Sample> HandlesOf(std::uint64_t handlesOfARound, std::uint64_t keptHandlesOfARound) {
+std::vector<Sample> HandlesOf(std::uint64_t handlesPerRound, std::uint64_t keptHandlesPerRound) {
     std::vector<Sample> samples(40);
     for (std::size_t round = 0; round < samples.size(); ++round) {
-        samples[round].handles = 100 + handlesOfARound * round;
-        samples[round].keptHandles = keptHandlesOfARound * round;
+        samples[round].handles = 100 + handlesPerRound * round;
+        samples[round].keptHandles = keptHandlesPerRound * round;
     }
     return samples;
 }
@@ -133,7 +133,7 @@ TEST(Growth, IgnoresHandlesThatTheLibraryKeepsByDesign) {
 }
 
 TEST(Growth, DetectsOneMoreHandlePerRound) {
-    EXPECT_THAT(Grown(GrowthOf(HandlesOf(4, 3))), Contains("handles that no rule keeps open"));
+    EXPECT_THAT(Grown(GrowthOf(HandlesOf(4, 3))), Contains("handles not kept by design"));
 }
 
 TEST(Growth, IgnoresTheWarmUp) {

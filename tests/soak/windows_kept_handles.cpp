@@ -37,9 +37,9 @@ void CountKeptHandles() {
     plugin_test::ReplaceImport(library, "CreateProcessA", reinterpret_cast<void*>(&CountCreateProcess));
 }
 
-void KeepHandlesOfTheRuntime(std::uint64_t count) {
+void AddRuntimeHandles(std::uint64_t count) {
     keptHandles += count;
-    keptBytes += mostBytesOfTheRuntime;
+    keptBytes += maxRuntimeBytes;
 }
 
 std::uint64_t KeptHandles() {

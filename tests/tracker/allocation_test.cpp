@@ -102,7 +102,7 @@ class IdSink final : public ILicencePlateTrackerResultSink {
                   const std::vector<LicencePlatePtr>& readings, std::int32_t) override {
         ++results.at(best->id);
         for (const LicencePlatePtr& reading : readings) {
-            EXPECT_EQ(releases.at(reading->id), 0) << "a reading that the track has not taken";
+            EXPECT_EQ(releases.at(reading->id), 0) << "a reading that does not belong to the track";
         }
     }
     void OnMayReleaseLicencePlate(ILicencePlateTracker*, boost::shared_ptr<LicencePlate> reading) override {
@@ -147,7 +147,7 @@ TEST_P(TrackerOutOfMemory, ReleasesEveryReadingOnceAndGoesOn) {
             }
             tracker.ProcessPlates(third, 1080);
             tracker.ProcessPlates({}, 50000);
-            EXPECT_EQ(sink.results[0] + sink.results[2], 1) << "the track of before is lost";
+            EXPECT_EQ(sink.results[0] + sink.results[2], 1) << "the earlier track is lost";
             EXPECT_EQ(sink.results[1] + sink.results[3] + sink.results[8], 1) << "and so is this one";
             tracker.ProcessPlates(later, 100000);
             tracker.FinishAll();

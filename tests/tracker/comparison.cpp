@@ -144,7 +144,7 @@ Comparison Compare(const Sequence& sequence, reference::Coverage& coverage) {
     return comparison;
 }
 
-std::string Described(const Sequence& sequence) {
+std::string Describe(const Sequence& sequence) {
     std::ostringstream text;
     text << "tracker(lost " << sequence.lostTimeout << ", age " << sequence.maximumAge << ", count "
          << sequence.readingsToReport << ")\n";

@@ -26,8 +26,8 @@ struct Sequence {
     std::vector<Step> steps;
 };
 
-/// The sink calls of the real tracker and of the reference for one sequence. Calls whose order is unspecified are sorted
-/// by their readings.
+/// The sink calls of the real tracker and of the reference for one sequence. Calls whose order is unspecified are
+/// sorted by their readings.
 struct Comparison {
     std::vector<reference::Call> actual;
     std::vector<reference::Call> expected;
@@ -41,6 +41,6 @@ struct Comparison {
 Comparison Compare(const Sequence& sequence, reference::Coverage& coverage);
 
 /// Returns the sequence as readable text, a line for each step and reading.
-std::string Described(const Sequence& sequence);
+std::string Describe(const Sequence& sequence);
 
 }  // namespace tracker_test

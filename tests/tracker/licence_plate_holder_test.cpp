@@ -22,17 +22,17 @@ TEST(LicencePlateHolder, ReleasesAnUnreportedReadingOnce) {
 }
 
 TEST(LicencePlateHolder, ReleasesTheSameObject) {
-    struct Keeper final : ILicencePlateTrackerResultSink {
+    struct KeepingSink final : ILicencePlateTrackerResultSink {
         void OnResult(ILicencePlateTracker*, boost::shared_ptr<LicencePlate>, const std::vector<LicencePlatePtr>&,
                       std::int32_t) override {}
         void OnMayReleaseLicencePlate(ILicencePlateTracker*, boost::shared_ptr<LicencePlate> reading) override {
             kept = reading;
         }
         LicencePlatePtr kept;
-    } keeper;
+    } keepingSink;
     const LicencePlatePtr reading = Reading{7, L"A1"};
-    { const LicencePlateHolder holder(reading, &keeper); }
-    EXPECT_EQ(keeper.kept, reading);
+    { const LicencePlateHolder holder(reading, &keepingSink); }
+    EXPECT_EQ(keepingSink.kept, reading);
     EXPECT_EQ(reading.use_count(), 2);
 }
 
@@ -68,7 +68,7 @@ TEST(LicencePlateHolder, MayHaveNoReadingOrSink) {
 }
 
 TEST(LicencePlateHolder, CatchesExceptionsOfItsSink) {
-    struct Thrower final : ILicencePlateTrackerResultSink {
+    struct FailingSink final : ILicencePlateTrackerResultSink {
         void OnResult(ILicencePlateTracker*, boost::shared_ptr<LicencePlate>, const std::vector<LicencePlatePtr>&,
                       std::int32_t) override {}
         void OnMayReleaseLicencePlate(ILicencePlateTracker*, boost::shared_ptr<LicencePlate>) override {
@@ -76,9 +76,9 @@ TEST(LicencePlateHolder, CatchesExceptionsOfItsSink) {
             throw std::runtime_error("no");
         }
         int calls = 0;
-    } thrower;
-    { const LicencePlateHolder holder(Reading{7, L"A1"}, &thrower); }
-    EXPECT_EQ(thrower.calls, 1);
+    } failingSink;
+    { const LicencePlateHolder holder(Reading{7, L"A1"}, &failingSink); }
+    EXPECT_EQ(failingSink.calls, 1);
 }
 
 TEST(LicencePlateHolder, CentreIsThatOfCornersABAndC) {

@@ -232,7 +232,7 @@ TEST_F(LicencePlateTracker, OnlyTheClosestListIsUsed) {
     const auto groups = Groups(*tracker);
     ASSERT_EQ(groups.size(), 2u);
     EXPECT_EQ(groups[0], std::vector<std::uint64_t>{1});
-    EXPECT_EQ(groups[1], std::vector<std::uint64_t>{2}) << "the far one began its own track";
+    EXPECT_EQ(groups[1], std::vector<std::uint64_t>{2}) << "the far one started its own track";
 
     Frame(*tracker, 2000, {{1, thousandAs, 640, 100}});
     Frame(*tracker, 2040, {{2, Replaced(50), 640, 700}, {3, Replaced(1000), 640, 110}});
@@ -293,7 +293,7 @@ TEST_F(LicencePlateTracker, AReadingPassedTwiceIsUsedOnce) {
     Frame(*tracker, 1000, {{1, L"AAAA", 640, 100}});
     const LicencePlatePtr twice = Reading{2, L"AAAA", 640, 110, 1040};
     tracker->ProcessPlates({twice, Reading{3, L"ZZZZ", 100, 700, 1040}, twice}, 1040);
-    EXPECT_EQ(sink.Take(), Calls{Release(2)}) << "its second place";
+    EXPECT_EQ(sink.Take(), Calls{Release(2)}) << "its second occurrence";
     EXPECT_EQ(Groups(*tracker), (std::vector<std::vector<std::uint64_t>>{{1, 2}, {3}}));
 }
 
@@ -336,7 +336,7 @@ TEST_F(LicencePlateTracker, EnoughReadingsCompleteATrackAndItStays) {
     EXPECT_EQ(sink.Take(), Calls{Result(1, 3, {1, 2, 3})});
     EXPECT_EQ(sink.lastTracker, tracker.get());
     Frame(*tracker, 1300, {{4, L"AAAA", 640, 130}});
-    EXPECT_EQ(sink.Take(), Calls{Release(2)}) << "it joined the track that had stayed, and nothing is said twice";
+    EXPECT_EQ(sink.Take(), Calls{Release(2)}) << "it joined the remaining track, which is not reported again";
     tracker->FinishAll();
     EXPECT_TRUE(sink.Results().empty());
 }
@@ -375,7 +375,7 @@ TEST_F(LicencePlateTracker, AReportedTrackIsRemovedWithoutAReportWhenLost) {
     EXPECT_EQ(sink.Take(), Calls{Release(2)});
     Frame(*tracker, 4200, {{3, L"AAAA", 640, 110}});
     Frame(*tracker, 4300, {{4, L"AAAA", 640, 110}});
-    EXPECT_EQ(sink.Take(), Calls{Result(3, 3, {3, 4})}) << "a track of its own";
+    EXPECT_EQ(sink.Take(), Calls{Result(3, 3, {3, 4})}) << "a separate track";
 }
 
 TEST_F(LicencePlateTracker, CompletenessIsReportedBeforeLoss) {
@@ -684,7 +684,7 @@ TEST_F(LicencePlateTracker, WorksWithoutASink) {
 }
 
 TEST_F(LicencePlateTracker, ReportedReadingsAreAlive) {
-    struct Looker final : ILicencePlateTrackerResultSink {
+    struct CheckingSink final : ILicencePlateTrackerResultSink {
         void OnResult(ILicencePlateTracker*, boost::shared_ptr<LicencePlate> best, const Readings& readings,
                       std::int32_t) override {
             EXPECT_EQ(best, readings.front());
@@ -694,13 +694,13 @@ TEST_F(LicencePlateTracker, ReportedReadingsAreAlive) {
         }
         void OnMayReleaseLicencePlate(ILicencePlateTracker*, boost::shared_ptr<LicencePlate>) override {}
         std::size_t total = 0;
-    } looker;
-    CLicencePlateTracker tracker(&looker, 3000, NoLimit, NoLimit);
+    } checkingSink;
+    CLicencePlateTracker tracker(&checkingSink, 3000, NoLimit, NoLimit);
     for (std::uint64_t id = 1; id <= 10; ++id) {
         Frame(tracker, 1000 + id * 40, {{id, L"AAAA", 640, static_cast<std::int32_t>(id) * 10}});
     }
     tracker.FinishAll();
-    EXPECT_EQ(looker.total, 40u) << "readings that were handed back are reported all the same";
+    EXPECT_EQ(checkingSink.total, 40u) << "released readings are reported too";
 }
 
 // --- a sink that throws ---
@@ -736,7 +736,7 @@ TEST(ThrowingReport, CountsAsReportedAndDoesNotAffectOtherTracks) {
     EXPECT_EQ(sink.recorded.Take(), (Calls{Result(1, 2, {1}), Result(2, 2, {2}), Result(3, 2, {3})}));
     tracker.ProcessPlates({}, 5000);
     tracker.FinishAll();
-    EXPECT_TRUE(sink.recorded.Take().empty()) << "each is reported once and, being reported, not released";
+    EXPECT_TRUE(sink.recorded.Take().empty()) << "each is reported once and not released";
 }
 
 TEST(ThrowingReport, IsNotRepeatedForARemainingTrack) {

@@ -296,7 +296,7 @@ TEST_P(RandomSequences, ProduceTheReferencesCallsInOrder) {
 
         const Comparison comparison = Compare(sequence, coverage);
         ASSERT_TRUE(comparison.IsEqual()) << "sequence " << seed << ", " << comparison.Difference() << '\n'
-                                          << Described(sequence);
+                                          << Describe(sequence);
         for (const reference::Call& call : comparison.expected) {
             coverage.releases += call.kind == reference::Call::Kind::Release ? 1u : 0u;
         }
@@ -312,7 +312,7 @@ TEST_P(RandomSequences, ProduceTheReferencesCallsInOrder) {
                     static_cast<unsigned long long>(coverage.refused[list]));
         EXPECT_GT(coverage.accepted[list], 0u) << list;
     }
-    std::printf("releases %llu, speeds that are infinite %llu or no number %llu, distances that are no number %llu\n",
+    std::printf("releases %llu, infinite speeds %llu, NaN speeds %llu, NaN distances %llu\n",
                 static_cast<unsigned long long>(coverage.releases),
                 static_cast<unsigned long long>(coverage.infiniteSpeeds),
                 static_cast<unsigned long long>(coverage.notANumberSpeeds),

@@ -25,7 +25,7 @@ namespace reading_engine_test {
 using namespace std::chrono_literals;
 
 /// The most time that a call may take, on a loaded machine.
-inline constexpr auto longestCall = 2000ms + 1500ms;
+inline constexpr auto maxCallTime = 2000ms + 1500ms;
 
 inline const test_support::RuntimeFolder runtimeFolder;
 
@@ -79,15 +79,15 @@ class TestPicture {
             byte = static_cast<std::uint8_t>(random() >> 8);
         }
         image.pixels = pixels.data();
-        Tell(scripted_reader::Describe);
+        SetCommand(scripted_reader::Describe);
     }
 
-    void Tell(scripted_reader::Command command, std::uint8_t argument = 0) {
+    void SetCommand(scripted_reader::Command command, std::uint8_t argument = 0) {
         pixels[0] = command;
         pixels[1] = argument;
     }
 
-    plate_reading::Picture AsRead() const {
+    plate_reading::Picture ForReader() const {
         return {pixels.data(), static_cast<int>(image.width), static_cast<int>(image.height), image.rowStride};
     }
 
@@ -127,8 +127,8 @@ inline RPLATE RecordOf(const plate_reading::Reading& reading) {
 }
 
 /// Succeeds if the engine returned these readings and wrote to no record after them.
-inline testing::AssertionResult Answers(const Recognition& recognition,
-                                        const std::vector<plate_reading::Reading>& wanted) {
+inline testing::AssertionResult ReturnsReadings(const Recognition& recognition,
+                                                const std::vector<plate_reading::Reading>& wanted) {
     if (recognition.count != static_cast<int>(wanted.size())) {
         return testing::AssertionFailure() << recognition.count << " records, not " << wanted.size();
     }
@@ -147,7 +147,7 @@ inline testing::AssertionResult Answers(const Recognition& recognition,
     for (const unsigned char* byte = bytes;
          byte != reinterpret_cast<const unsigned char*>(std::end(recognition.plates)); ++byte) {
         if (*byte != 0xAA) {
-            return testing::AssertionFailure() << "something behind the last record was written";
+            return testing::AssertionFailure() << "the engine wrote after the last record";
         }
     }
     return testing::AssertionSuccess();
@@ -166,13 +166,13 @@ class ReadingEngine : public testing::Test {
 };
 
 /// Connects and disconnects: the server cleans up ended connections when it accepts a new one.
-inline void VisitServer() {
+inline void ConnectOnce() {
     transport::Connection::Open(transport::ServerName());
 }
 
 /// A client that sends a greeting and then nothing.
-struct Greeted {
-    Greeted() : connection(transport::Connection::Open(transport::ServerName())) {
+struct GreetingClient {
+    GreetingClient() : connection(transport::Connection::Open(transport::ServerName())) {
         const transport::Deadline deadline = transport::Clock::now() + 10s;
         std::array<std::uint8_t, transport::maxMessageBytes> bytes = {};
         if (connection) {
@@ -187,13 +187,13 @@ struct Greeted {
 };
 
 /// The message that a server at its connection limit sends.
-inline transport::Message BusyAnswer() {
+inline transport::Message BusyMessage() {
     return {0, transport::Busy()};
 }
 
 /// Runs an action on a new thread, which has its own engine client.
 template <class Action>
-void OnNewThread(Action action) {
+void RunOnNewThread(Action action) {
     std::thread(action).join();
 }
 

@@ -15,7 +15,7 @@ class Leaks : public ReadingEngine {
   protected:
     static void ExpectNothingLeft(const std::function<void(int)>& connect) {
         connect(0);  // creates what is allocated once and kept
-        VisitServer();
+        ConnectOnce();
         // Its connection may still be open.
         const std::size_t descriptors = OpenDescriptors().size();
         const int mappings = test_support::Mappings();
@@ -25,7 +25,7 @@ class Leaks : public ReadingEngine {
             connect(round);
         }
         EXPECT_TRUE(WaitUntil([&] {
-            VisitServer();
+            ConnectOnce();
             return OpenDescriptors().size() <= descriptors + test_support::keptByLocks;
         })) << OpenDescriptors().size();
         // A thousand pictures, or a thousand stacks, would be far more.
@@ -38,7 +38,7 @@ class Leaks : public ReadingEngine {
 
 TEST_F(Leaks, AThousandThreadsLeakNothing) {
     ExpectNothingLeft([](int round) {
-        OnNewThread([round] {
+        RunOnNewThread([round] {
             ASSERT_TRUE(SetPlateRange(1, 2));
             TestPicture picture(60, 50, 0, static_cast<unsigned>(round));
             EXPECT_EQ(Recognition(&picture.image).count, 2);

@@ -79,11 +79,11 @@ std::optional<Message> Next(Connection& connection) {
     return message;
 }
 
-bool Say(Connection& connection, const Bytes& bytes) {
+bool SendBytes(Connection& connection, const Bytes& bytes) {
     return connection.Send(bytes, Clock::now() + 10s);
 }
 
-void KeepSilent(Connection& connection) {
+void DiscardRequests(Connection& connection) {
     while (Next(connection)) {
     }
 }
@@ -95,7 +95,7 @@ transport::Readings ReadingsOf(const std::string& text) {
     return readings;
 }
 
-Contents RightAnswer(const Message& request) {
+Contents CorrectResponse(const Message& request) {
     if (std::holds_alternative<transport::Greeting>(request.contents)) {
         return transport::GreetingReply();
     }
@@ -112,16 +112,16 @@ std::optional<Message> ServeUpTo(Connection& connection) {
         if (std::holds_alternative<Kind>(request->contents)) {
             return request;
         }
-        if (!Say(connection, transport::Encode({request->number, RightAnswer(*request)}))) {
+        if (!SendBytes(connection, transport::Encode({request->number, CorrectResponse(*request)}))) {
             break;
         }
     }
     return std::nullopt;
 }
 
-void ServeWell(Connection& connection) {
+void ServeCorrectly(Connection& connection) {
     while (std::optional<Message> request = Next(connection)) {
-        if (!Say(connection, transport::Encode({request->number, RightAnswer(*request)}))) {
+        if (!SendBytes(connection, transport::Encode({request->number, CorrectResponse(*request)}))) {
             return;
         }
     }
@@ -163,65 +163,64 @@ struct Misbehaviour {
 template <class Kind>
 std::vector<Misbehaviour> Misbehaviours() {
     // Sends something else in place of the response.
-    const auto inPlaceOfTheAnswer = [](auto say) {
-        return [say](Connection& connection) {
+    const auto insteadOfResponse = [](auto send) {
+        return [send](Connection& connection) {
             if (const std::optional<Message> request = ServeUpTo<Kind>(connection)) {
-                say(connection, *request);
-                KeepSilent(connection);
+                send(connection, *request);
+                DiscardRequests(connection);
             }
         };
     };
     const auto encoded = [](const Message& request) {
-        return transport::Encode({request.number, RightAnswer(request)});
+        return transport::Encode({request.number, CorrectResponse(request)});
     };
     return {
-        {"silence", inPlaceOfTheAnswer([](Connection&, const Message&) {})},
-        {"an end", [](Connection& connection) { ServeUpTo<Kind>(connection); }},
-        {"one byte at a time", inPlaceOfTheAnswer([encoded](Connection& connection, const Message& request) {
+        {"silence", insteadOfResponse([](Connection&, const Message&) {})},
+        {"disconnect", [](Connection& connection) { ServeUpTo<Kind>(connection); }},
+        {"one byte at a time", insteadOfResponse([encoded](Connection& connection, const Message& request) {
              for (const std::uint8_t byte : encoded(request)) {
-                 if (!Say(connection, {byte})) {
+                 if (!SendBytes(connection, {byte})) {
                      return;
                  }
                  std::this_thread::sleep_for(10ms);
              }
          })},
-        {"a beginning", inPlaceOfTheAnswer([encoded](Connection& connection, const Message& request) {
+        {"truncated response", insteadOfResponse([encoded](Connection& connection, const Message& request) {
              Bytes bytes = encoded(request);
              bytes.pop_back();
-             Say(connection, bytes);
+             SendBytes(connection, bytes);
          })},
-        {"too much", inPlaceOfTheAnswer([encoded](Connection& connection, const Message& request) {
+        {"one byte too many", insteadOfResponse([encoded](Connection& connection, const Message& request) {
              Bytes bytes = encoded(request);
              bytes.push_back(0);
-             Say(connection, bytes);
+             SendBytes(connection, bytes);
          })},
-        {"much too much",
-         inPlaceOfTheAnswer([](Connection& connection, const Message&) { Say(connection, Bytes(100000, 6)); })},
-        {"nothing in a message",
-         inPlaceOfTheAnswer([](Connection& connection, const Message&) { Say(connection, {}); })},
-        {"garbage", inPlaceOfTheAnswer([](Connection& connection, const Message&) {
+        {"far too many bytes",
+         insteadOfResponse([](Connection& connection, const Message&) { SendBytes(connection, Bytes(100000, 6)); })},
+        {"empty message", insteadOfResponse([](Connection& connection, const Message&) { SendBytes(connection, {}); })},
+        {"garbage", insteadOfResponse([](Connection& connection, const Message&) {
              std::minstd_rand random(7);
              for (std::size_t size = 1; size < 300; size += 13) {
                  Bytes bytes(size);
                  for (std::uint8_t& byte : bytes) {
                      byte = static_cast<std::uint8_t>(random() >> 9);
                  }
-                 Say(connection, bytes);
+                 SendBytes(connection, bytes);
              }
          })},
-        {"another number", inPlaceOfTheAnswer([](Connection& connection, const Message& request) {
-             Say(connection, transport::Encode({request.number - 1, RightAnswer(request)}));
+        {"wrong number", insteadOfResponse([](Connection& connection, const Message& request) {
+             SendBytes(connection, transport::Encode({request.number - 1, CorrectResponse(request)}));
          })},
-        {"its own request", inPlaceOfTheAnswer([](Connection& connection, const Message& request) {
-             Say(connection, transport::Encode(request));
+        {"echoed request", insteadOfResponse([](Connection& connection, const Message& request) {
+             SendBytes(connection, transport::Encode(request));
          })},
-        {"another answer", inPlaceOfTheAnswer([](Connection& connection, const Message& request) {
+        {"wrong kind of response", insteadOfResponse([](Connection& connection, const Message& request) {
              const bool isRange = std::holds_alternative<transport::Range>(request.contents);
-             Say(connection, transport::Encode({request.number, isRange ? Contents(ReadingsOf("WRONG1"))
-                                                                        : Contents(transport::RangeAccepted())}));
+             SendBytes(connection, transport::Encode({request.number, isRange ? Contents(ReadingsOf("WRONG1"))
+                                                                              : Contents(transport::RangeAccepted())}));
          })},
-        {"that it is busy, as an answer", inPlaceOfTheAnswer([](Connection& connection, const Message& request) {
-             Say(connection, transport::Encode({request.number, transport::Busy()}));
+        {"busy as a response", insteadOfResponse([](Connection& connection, const Message& request) {
+             SendBytes(connection, transport::Encode({request.number, transport::Busy()}));
          })},
     };
 }
@@ -233,14 +232,15 @@ TEST(MisbehavingServer, RangeFailsInTimeWithoutAValidResponse) {
     }
     all.push_back({"a greeting of another version", [](Connection& connection) {
                        const std::optional<Message> greeting = Next(connection);
-                       if (greeting && Say(connection, transport::Encode({greeting->number,
-                                                                          transport::GreetingReply{{.version = 1}}}))) {
-                           ServeWell(connection);
+                       if (greeting &&
+                           SendBytes(connection,
+                                     transport::Encode({greeting->number, transport::GreetingReply{{.version = 1}}}))) {
+                           ServeCorrectly(connection);
                        }
                    }});
-    all.push_back({"that it is busy, too late", [](Connection& connection) {
+    all.push_back({"busy after the greeting", [](Connection& connection) {
                        if (ServeUpTo<transport::Range>(connection)) {
-                           Say(connection, transport::Encode({0, transport::Busy()}));
+                           SendBytes(connection, transport::Encode({0, transport::Busy()}));
                        }
                    }});
     ForEachAtOnce(all, [](const Misbehaviour& one) {
@@ -249,8 +249,8 @@ TEST(MisbehavingServer, RangeFailsInTimeWithoutAValidResponse) {
         bool isTaken = true;
         const auto time = TimeOf([&] { isTaken = client.SetRange(1, 2); });
         EXPECT_FALSE(isTaken) << one.what;
-        EXPECT_GE(time, 1900ms) << one.what << ": it was not waited for";
-        EXPECT_LT(time, longestCall) << one.what;
+        EXPECT_GE(time, 1900ms) << one.what << ": the client did not wait";
+        EXPECT_LT(time, maxCallTime) << one.what;
         // A frame then makes only one short attempt.
         const Recognized recognized = Recognize(client);
         EXPECT_EQ(recognized.count, 0) << one.what;
@@ -263,14 +263,14 @@ TEST(MisbehavingServer, PermanentlyBusyServerCostsOnlyPlates) {
     std::atomic<int> attempts = 0;
     const FakeServer server([&attempts](Connection& connection) {
         ++attempts;
-        Say(connection, transport::Encode({0, transport::Busy()}));
+        SendBytes(connection, transport::Encode({0, transport::Busy()}));
     });
     Client client(server.name);
     for (int frame = 0; frame < 5; ++frame) {
-        EXPECT_LT(TimeOf([&] { EXPECT_TRUE(client.SetRange(1, 2)); }), longestCall);
+        EXPECT_LT(TimeOf([&] { EXPECT_TRUE(client.SetRange(1, 2)); }), maxCallTime);
         EXPECT_EQ(Recognize(client).count, 0);
     }
-    EXPECT_LE(attempts, 5 * 3) << "it is asked again and again";
+    EXPECT_LE(attempts, 5 * 3) << "too many attempts to connect";
 }
 
 TEST(MisbehavingServer, InvalidFrameResponseAffectsOnlyThatFrame) {
@@ -281,14 +281,14 @@ TEST(MisbehavingServer, InvalidFrameResponseAffectsOnlyThatFrame) {
             if (isFirst->exchange(false)) {
                 one.behaviour(connection);
             } else {
-                ServeWell(connection);
+                ServeCorrectly(connection);
             }
         });
         Client client(server.name);
         ASSERT_TRUE(client.SetRange(1, 2)) << one.what;
         Recognized recognized = Recognize(client);
         EXPECT_EQ(recognized.count, 0) << one.what;
-        EXPECT_LT(recognized.time, longestCall) << one.what;
+        EXPECT_LT(recognized.time, maxCallTime) << one.what;
         ASSERT_TRUE(client.SetRange(1, 2)) << one.what;
         recognized = Recognize(client);
         EXPECT_EQ(recognized.count, 1) << one.what;
@@ -303,7 +303,7 @@ TEST(MisbehavingServer, UnreadPixelsEndTheFrameAtItsTimeout) {
             bytes.resize(connection.Receive(bytes, transport::noDeadline));
             const std::optional<Message> request = transport::Decode(bytes);
             EXPECT_TRUE(request && request->contents.index() == wanted.index());
-            return request && Say(connection, transport::Encode({request->number, RightAnswer(*request)}));
+            return request && SendBytes(connection, transport::Encode({request->number, CorrectResponse(*request)}));
         };
         if (serveOne(transport::Greeting()) && serveOne(transport::Range())) {
             WaitUntil([&connection] { return !connection.IsPeerConnected(); });
@@ -314,24 +314,24 @@ TEST(MisbehavingServer, UnreadPixelsEndTheFrameAtItsTimeout) {
     TestPicture picture(1920, 1080);
     RPLATE plates[engineRecordCount] = {};
     EXPECT_THAT(TimeOf([&] { EXPECT_EQ(client.Recognise(&picture.image, nullptr, plates), 0); }),
-                testing::AllOf(testing::Ge(1900ms), testing::Lt(longestCall)));
+                testing::AllOf(testing::Ge(1900ms), testing::Lt(maxCallTime)));
 }
 
 TEST(MisbehavingServer, SecondResponseIsNotUsedForALaterFrame) {
     std::atomic<bool> isFirst = true;
     const FakeServer server([&isFirst](Connection& connection) {
-        const bool answersTwice = isFirst.exchange(false);
+        const bool sendsTwice = isFirst.exchange(false);
         while (const std::optional<Message> request = ServeUpTo<transport::Frame>(connection)) {
-            Say(connection, transport::Encode({request->number, ReadingsOf("FIRST1")}));
-            if (answersTwice) {
-                Say(connection, transport::Encode({request->number, ReadingsOf("SECOND2")}));
+            SendBytes(connection, transport::Encode({request->number, ReadingsOf("FIRST1")}));
+            if (sendsTwice) {
+                SendBytes(connection, transport::Encode({request->number, ReadingsOf("SECOND2")}));
             }
         }
     });
     Client client(server.name);
     ASSERT_TRUE(client.SetRange(1, 2));
     EXPECT_EQ(Recognize(client).text, "FIRST1");
-    EXPECT_EQ(Recognize(client).count, 0) << "the second answer was taken for that of the next frame";
+    EXPECT_EQ(Recognize(client).count, 0) << "the second response was used for the next frame";
     EXPECT_EQ(Recognize(client).text, "FIRST1");
 }
 
@@ -341,7 +341,7 @@ TEST(MisbehavingServer, RangeFailsAfterATimeoutWithoutAServer) {
     const auto time = TimeOf([&] { isTaken = client.SetRange(1, 2); });
     EXPECT_FALSE(isTaken);
     EXPECT_GE(time, 1900ms);
-    EXPECT_LT(time, longestCall);
+    EXPECT_LT(time, maxCallTime);
     const Recognized recognized = Recognize(client);
     EXPECT_EQ(recognized.count, 0);
     EXPECT_LT(recognized.time, 1s);
@@ -358,7 +358,7 @@ TEST(MisbehavingServer, RangeFailsInTimeWhenTheQueueIsFull) {
     }
     Client client(name);
     bool isTaken = true;
-    EXPECT_LT(TimeOf([&] { isTaken = client.SetRange(1, 2); }), longestCall);
+    EXPECT_LT(TimeOf([&] { isTaken = client.SetRange(1, 2); }), maxCallTime);
     EXPECT_FALSE(isTaken);
 }
 

@@ -25,8 +25,8 @@ TEST_F(RoundTrip, TransfersEveryByteInAnySizeAndLayout) {
         for (const std::uint32_t height : {1u, 2u, 5u, 48u, 211u}) {
             for (const std::uint32_t gap : {0u, 1u, 13u, 4096u}) {
                 TestPicture picture(width, height, gap, ++seed);
-                EXPECT_TRUE(Answers(Recognition(&picture.image),
-                                    DescriptionOf(picture.AsRead(), std::nullopt, WidthRange{1, 2})))
+                EXPECT_TRUE(ReturnsReadings(Recognition(&picture.image),
+                                            DescriptionOf(picture.ForReader(), std::nullopt, WidthRange{1, 2})))
                     << width << "x" << height << "+" << gap;
             }
         }
@@ -39,7 +39,8 @@ TEST_F(RoundTrip, ReadsNothingAfterTheLastRowsPixels) {
     // The address sanitizer reports a read past the end.
     std::vector<std::uint8_t> exact(picture.pixels.begin(), picture.pixels.end() - 100);
     picture.image.pixels = exact.data();
-    EXPECT_TRUE(Answers(Recognition(&picture.image), DescriptionOf(picture.AsRead(), std::nullopt, WidthRange{1, 2})));
+    EXPECT_TRUE(ReturnsReadings(Recognition(&picture.image),
+                                DescriptionOf(picture.ForReader(), std::nullopt, WidthRange{1, 2})));
 }
 
 TEST_F(RoundTrip, DoesNotChangeThePicture) {
@@ -67,8 +68,8 @@ TEST_F(RoundTrip, ClipsTheRegionToThePicture) {
                                                        {{99, 79, 200, 300}, {99, 79, 100, 80}},
                                                        {{least, least, most, most}, {0, 0, 100, 80}}}) {
         tagRECT region = one.given;
-        EXPECT_TRUE(Answers(Recognition(&picture.image, &region),
-                            DescriptionOf(picture.AsRead(), one.wanted, WidthRange{1, 2})))
+        EXPECT_TRUE(ReturnsReadings(Recognition(&picture.image, &region),
+                                    DescriptionOf(picture.ForReader(), one.wanted, WidthRange{1, 2})))
             << one.given.left << " " << one.given.top;
     }
 }
@@ -86,20 +87,22 @@ TEST_F(RoundTrip, FindsNothingInAnEmptyRegion) {
                                                          {-10, 0, 0, 80},
                                                          {0, 0, 0, 0},
                                                          {most, most, least, least}}) {
-        EXPECT_TRUE(Answers(Recognition(&picture.image, &region), {})) << region.left << " " << region.top;
+        EXPECT_TRUE(ReturnsReadings(Recognition(&picture.image, &region), {})) << region.left << " " << region.top;
     }
 }
 
 TEST_F(RoundTrip, PassesTheLastRangeToTheReader) {
     constexpr int least = std::numeric_limits<int>::min();
     constexpr int most = std::numeric_limits<int>::max();
-    OnNewThread([] {
+    RunOnNewThread([] {
         TestPicture picture(20, 20);
-        ASSERT_TRUE(WaitUntil([&] { return Recognition(&picture.image).count == 2; })) << "a frame does not connect";
-        EXPECT_TRUE(Answers(Recognition(&picture.image), DescriptionOf(picture.AsRead(), std::nullopt, std::nullopt)));
+        ASSERT_TRUE(WaitUntil([&] { return Recognition(&picture.image).count == 2; })) << "the frame did not connect";
+        EXPECT_TRUE(ReturnsReadings(Recognition(&picture.image),
+                                    DescriptionOf(picture.ForReader(), std::nullopt, std::nullopt)));
         for (const WidthRange range : std::initializer_list<WidthRange>{{0, 0}, {64, 256}, {300, 20}, {least, most}}) {
             ASSERT_TRUE(SetPlateRange(range.minimum, range.maximum));
-            EXPECT_TRUE(Answers(Recognition(&picture.image), DescriptionOf(picture.AsRead(), std::nullopt, range)));
+            EXPECT_TRUE(
+                ReturnsReadings(Recognition(&picture.image), DescriptionOf(picture.ForReader(), std::nullopt, range)));
         }
     });
 }
@@ -108,31 +111,31 @@ TEST_F(RoundTrip, ReturnsAtMostTheFirstFiveReadings) {
     ASSERT_TRUE(SetPlateRange(1, 2));
     TestPicture picture(20, 20);
     for (int count = 0; count < 8; ++count) {
-        picture.Tell(scripted_reader::Count, static_cast<std::uint8_t>(count));
+        picture.SetCommand(scripted_reader::Count, static_cast<std::uint8_t>(count));
         std::vector<plate_reading::Reading> wanted;
         for (int number = 0; number < std::min(count, 5); ++number) {
             wanted.push_back(scripted_reader::Numbered(number));
         }
-        EXPECT_TRUE(Answers(Recognition(&picture.image), wanted));
+        EXPECT_TRUE(ReturnsReadings(Recognition(&picture.image), wanted));
     }
 }
 
 TEST_F(RoundTrip, OmitsInvalidTextsAndClampsConfidences) {
     ASSERT_TRUE(SetPlateRange(1, 2));
     TestPicture picture(20, 20);
-    picture.Tell(scripted_reader::BeOdd);
-    std::vector<plate_reading::Reading> wanted = scripted_reader::OddReadings();
+    picture.SetCommand(scripted_reader::ReturnMixed);
+    std::vector<plate_reading::Reading> wanted = scripted_reader::MixedReadings();
     wanted.erase(wanted.begin(), wanted.begin() + 3);
     wanted[0].confidence = 0;
     wanted[1].confidence = 100;
     wanted[2].confidence = 0;
-    EXPECT_TRUE(Answers(Recognition(&picture.image), wanted));
+    EXPECT_TRUE(ReturnsReadings(Recognition(&picture.image), wanted));
 }
 
 TEST_F(RoundTrip, WritesEveryFieldAtItsOffset) {
     ASSERT_TRUE(SetPlateRange(1, 2));
     TestPicture picture(20, 20);
-    picture.Tell(scripted_reader::Count, 3);
+    picture.SetCommand(scripted_reader::Count, 3);
     const Recognition recognition(&picture.image);
     ASSERT_EQ(recognition.count, 3);
     const auto* const bytes = reinterpret_cast<const unsigned char*>(&recognition.plates[2]);
@@ -149,20 +152,20 @@ TEST_F(RoundTrip, FindsNothingWhenTheReaderThrows) {
     ASSERT_TRUE(SetPlateRange(1, 2));
     TestPicture picture(20, 20);
     for (const std::uint8_t what : {std::uint8_t{0}, std::uint8_t{1}}) {
-        picture.Tell(scripted_reader::Throw, what);
-        EXPECT_TRUE(Answers(Recognition(&picture.image), {}));
-        picture.Tell(scripted_reader::Count, 1);
+        picture.SetCommand(scripted_reader::Throw, what);
+        EXPECT_TRUE(ReturnsReadings(Recognition(&picture.image), {}));
+        picture.SetCommand(scripted_reader::Count, 1);
         EXPECT_EQ(Recognition(&picture.image).count, 1) << "the connection has ended";
     }
 }
 
 TEST_F(RoundTrip, FindsNothingInAnInvalidPicture) {
     ASSERT_TRUE(SetPlateRange(1, 2));
-    EXPECT_TRUE(Answers(Recognition(nullptr), {}));
+    EXPECT_TRUE(ReturnsReadings(Recognition(nullptr), {}));
     const auto expectNothing = [](auto change) {
         TestPicture picture(20, 20);
         change(picture.image);
-        EXPECT_TRUE(Answers(Recognition(&picture.image), {}));
+        EXPECT_TRUE(ReturnsReadings(Recognition(&picture.image), {}));
     };
     constexpr std::uint32_t most = std::numeric_limits<std::uint32_t>::max();
     expectNothing([](IMG& image) { image.pixels = nullptr; });
@@ -203,8 +206,8 @@ TEST_F(RoundTrip, ReturnsEachThreadItsOwnReadings) {
                 const auto range = static_cast<int>(thread * 1000 + frame);
                 TestPicture picture(16 + thread, 16 + frame, 0, thread * 1000 + frame);
                 EXPECT_TRUE(SetPlateRange(range, range + 1));
-                right += Answers(Recognition(&picture.image),
-                                 DescriptionOf(picture.AsRead(), std::nullopt, WidthRange{range, range + 1}))
+                right += ReturnsReadings(Recognition(&picture.image),
+                                         DescriptionOf(picture.ForReader(), std::nullopt, WidthRange{range, range + 1}))
                              ? 1
                              : 0;
             }

@@ -55,11 +55,11 @@ class Reader final : public plate_reading::FrameReader {
                 if (argument % 2 == 1) {
                     throw 7;
                 }
-                throw std::runtime_error("the picture wants it so");
+                throw std::runtime_error("requested by the picture");
             case Crash:
                 std::abort();
-            case BeOdd:
-                return OddReadings();
+            case ReturnMixed:
+                return MixedReadings();
             default:
                 break;
         }
@@ -96,7 +96,7 @@ Reading Numbered(int number) {
     return reading;
 }
 
-std::vector<Reading> OddReadings() {
+std::vector<Reading> MixedReadings() {
     std::vector<Reading> readings(7, Numbered(0));
     readings[0].text = "";
     readings[1].text = "ABCDEFGHIJKLMNOP";  // sixteen

@@ -45,7 +45,7 @@ class Gate {
         const std::lock_guard lock(mutex_);
         return arrived_;
     }
-    bool ComeTo(std::size_t count) {
+    bool WaitForArrivals(std::size_t count) {
         return WaitUntil([&] { return Arrived().size() >= count; });
     }
 
@@ -97,7 +97,7 @@ class ReadingService : public ReadingEngine {
         });
     }
 
-    bool TakesARange() {
+    bool AcceptsRange() {
         Client client;
         return client.SetRange(1, 2);
     }
@@ -112,7 +112,7 @@ TEST_F(ReadingService, ListensBeforeAReaderExists) {
         wait.wait();
         return scripted_reader::Make();
     });
-    EXPECT_TRUE(TakesARange());
+    EXPECT_TRUE(AcceptsRange());
     auto frame = Send(0);
     EXPECT_NE(frame.wait_for(50ms), std::future_status::ready);
     goOn.set_value();
@@ -134,7 +134,7 @@ TEST_F(ReadingService, IdleTimeStartsWhenTheLastConnectionEnds) {
         Client client;
         ASSERT_TRUE(client.SetRange(1, 2));
         std::this_thread::sleep_for(700ms);
-        EXPECT_TRUE(Connection::Open(transport::ServerName())) << "it has ended under its client";
+        EXPECT_TRUE(Connection::Open(transport::ServerName())) << "the server exited while a client was connected";
     }
     EXPECT_THAT(TimeOf([&] { EXPECT_EQ(service.Join(), End::Idle); }),
                 testing::AllOf(testing::Ge(250ms), testing::Lt(5s)));
@@ -171,7 +171,7 @@ TEST_F(ReadingService, WaitsForTheNameOfAnExitingServer) {
     RunningService service(With([](Settings& settings) { settings.nameTimeout = 30s; }));
     std::this_thread::sleep_for(100ms);
     listener.reset();
-    EXPECT_TRUE(TakesARange());
+    EXPECT_TRUE(AcceptsRange());
 }
 
 TEST_F(ReadingService, CanBeStoppedWhileItWaitsForTheName) {
@@ -221,11 +221,11 @@ TEST_F(ReadingService, ClientsBeyondTheLimitReceiveBusy) {
         ASSERT_TRUE(client.SetRange(1, 2));
     }
     for (int round = 0; round < 20; ++round) {
-        EXPECT_EQ(Greeted().answer, BusyAnswer());
+        EXPECT_EQ(GreetingClient().answer, BusyMessage());
     }
     Client waiting;
     EXPECT_THAT(TimeOf([&] { EXPECT_TRUE(waiting.SetRange(17, 18)); }),
-                testing::AllOf(testing::Ge(50ms), testing::Lt(longestCall)));
+                testing::AllOf(testing::Ge(50ms), testing::Lt(maxCallTime)));
     EXPECT_LT(TimeOf([&] { EXPECT_EQ(ReadingsFor(waiting), 0); }), 1s);
     for (Client& client : clients) {
         EXPECT_TRUE(client.SetRange(1, 2));
@@ -236,7 +236,7 @@ TEST_F(ReadingService, ClientsBeyondTheLimitReceiveBusy) {
     TestPicture picture(4, 4);
     RPLATE plates[engineRecordCount] = {};
     ASSERT_TRUE(WaitUntil([&] { return waiting.Recognise(&picture.image, nullptr, plates) == 2; }))
-        << "the place of one that has gone is not given away";
+        << "the place of a disconnected client was not reused";
     EXPECT_EQ(plates[1].corner1.x, 17);
 }
 
@@ -271,7 +271,7 @@ TEST_F(ReadingService, ServesWaitingClientsWhenConnectionsEnd) {
         served += ReadingsFor(client) == 2 ? 1 : 0;
     };
     forEach(places, clients.size(), play);
-    EXPECT_EQ(taken, others) << "a busy server was taken for one that is hung";
+    EXPECT_EQ(taken, others) << "a busy server was treated as hung";
     EXPECT_EQ(served, 0u);
     for (std::size_t index = 0; index < places; ++index) {
         play(clients[index]);
@@ -303,7 +303,7 @@ TEST_F(ReadingService, SurvivesManySilentConnections) {
         EXPECT_EQ(ReadingsFor(client), 2);
         EXPECT_TRUE(WaitUntil([&silent] {
             return std::ranges::count_if(silent, [](const Connection& one) { return one.IsPeerConnected(); }) <= 7;
-        })) << "it keeps connections beyond its places";
+        })) << "the server keeps connections beyond its limit";
     }
     EXPECT_TRUE(WaitUntil([] {
         Client second;
@@ -329,7 +329,7 @@ TEST_F(ReadingService, MakesReadersOnDemandUpToTheLimit) {
     for (int number = 0; number < 5; ++number) {
         frames.push_back(Send(number));
     }
-    ASSERT_TRUE(gate.ComeTo(5));
+    ASSERT_TRUE(gate.WaitForArrivals(5));
     std::this_thread::sleep_for(100ms);
     EXPECT_EQ(gate.Arrived().size(), 5u) << "more frames at once than readers";
     gate.Open(5);
@@ -343,9 +343,9 @@ TEST_F(ReadingService, AcceptsARangeAtOnceWhileAllReadersAreBusy) {
     Gate gate;
     RunningService service(With([](Settings& settings) { settings.readers = 1; }), Gated(gate));
     auto busy = Send(0);
-    ASSERT_TRUE(gate.ComeTo(1));
+    ASSERT_TRUE(gate.WaitForArrivals(1));
     auto waiting = Send(1);
-    EXPECT_LT(TimeOf([&] { EXPECT_TRUE(TakesARange()); }), 1s);
+    EXPECT_LT(TimeOf([&] { EXPECT_TRUE(AcceptsRange()); }), 1s);
     gate.Open(2);
     EXPECT_EQ(busy.get(), 1);
     EXPECT_EQ(waiting.get(), 1);
@@ -392,7 +392,7 @@ TEST_F(ReadingService, SkipsFramesOfDisconnectedClients) {
     Gate gate;
     RunningService service(With([](Settings& settings) { settings.readers = 1; }), Gated(gate));
     auto busy = Send(1);
-    ASSERT_TRUE(gate.ComeTo(1));
+    ASSERT_TRUE(gate.WaitForArrivals(1));
     {
         // It sends everything and does not wait for a response.
         auto hasty = Connection::Open(transport::ServerName());
@@ -406,24 +406,24 @@ TEST_F(ReadingService, SkipsFramesOfDisconnectedClients) {
     EXPECT_NE(later.wait_for(50ms), std::future_status::ready);
     gate.Open(1);
     EXPECT_EQ(busy.get(), 1);
-    ASSERT_TRUE(gate.ComeTo(2));
+    ASSERT_TRUE(gate.WaitForArrivals(2));
     gate.Open(1);
     EXPECT_EQ(later.get(), 1);
-    EXPECT_THAT(gate.Arrived(), ElementsAre(1, 3)) << "a frame was read for nobody";
+    EXPECT_THAT(gate.Arrived(), ElementsAre(1, 3)) << "a frame of a disconnected client was read";
 }
 
 TEST_F(ReadingService, DropsAFrameThatGetsNoReaderInTime) {
     Gate gate;
     RunningService service(With([](Settings& settings) { settings.readers = 1; }), Gated(gate));
     auto busy = Send(1);
-    ASSERT_TRUE(gate.ComeTo(1));
+    ASSERT_TRUE(gate.WaitForArrivals(1));
     auto waiting = Send(2);
     EXPECT_EQ(busy.get(), 0);
     EXPECT_EQ(waiting.get(), 0);
     gate.Open(1);
     bool isRight = false;
     auto later = Send(3, &isRight);
-    ASSERT_TRUE(gate.ComeTo(2));
+    ASSERT_TRUE(gate.WaitForArrivals(2));
     gate.Open(1);
     EXPECT_EQ(later.get(), 1);
     EXPECT_TRUE(isRight);
@@ -436,24 +436,25 @@ TEST_F(ReadingService, ReturnsNoReadingsWhileReadersCannotBeMade) {
     RunningService service({}, [&]() -> std::unique_ptr<plate_reading::FrameReader> {
         ++attempts;
         if (fails) {
-            throw std::runtime_error("the test wants none");
+            throw std::runtime_error("no reader in this test");
         }
         return scripted_reader::Make();
     });
-    EXPECT_TRUE(TakesARange());
+    EXPECT_TRUE(AcceptsRange());
     EXPECT_LT(TimeOf([&] { EXPECT_EQ(Send(0).get(), 0); }), 1500ms);
     for (int frame = 0; frame < 20; ++frame) {
         EXPECT_EQ(Send(0).get(), 0);
     }
-    EXPECT_LT(attempts, 10) << "it is tried for every frame";
+    EXPECT_LT(attempts, 10) << "one attempt for every frame";
     fails = false;
     EXPECT_TRUE(WaitUntil([&] { return Send(0).get() == 2; }));
 }
 
 TEST_F(ReadingService, StopsWhileReadersCannotBeMade) {
-    RunningService service(
-        {}, []() -> std::unique_ptr<plate_reading::FrameReader> { throw std::runtime_error("the test wants none"); });
-    EXPECT_TRUE(TakesARange());
+    RunningService service({}, []() -> std::unique_ptr<plate_reading::FrameReader> {
+        throw std::runtime_error("no reader in this test");
+    });
+    EXPECT_TRUE(AcceptsRange());
     EXPECT_LT(TimeOf([&] { service.Stop(); }), 1500ms);
 }
 
@@ -464,10 +465,10 @@ TEST_F(ReadingService, ReplacesASilentClientWhenTheLimitIsReached) {
         settings.maxConnections = 1;
         settings.silenceTimeout = 20ms;
     }));
-    std::optional<Greeted> silent;
+    std::optional<GreetingClient> silent;
     ASSERT_TRUE(WaitUntil([&] {
         silent.emplace();
-        return silent->answer && silent->answer != BusyAnswer();
+        return silent->answer && silent->answer != BusyMessage();
     }));
     EXPECT_TRUE(WaitUntil([&] { return Send(0).get() == 2; }));
 }
@@ -492,10 +493,10 @@ TEST_F(ReadingService, LateResponseIsNotUsedForALaterFrame) {
     Client client;
     ASSERT_TRUE(client.SetRange(1, 2));
     TestPicture slow(40, 40, 0, 1);
-    slow.Tell(scripted_reader::Sleep, 230);
+    slow.SetCommand(scripted_reader::Sleep, 230);
     RPLATE plates[engineRecordCount] = {};
     EXPECT_THAT(TimeOf([&] { EXPECT_EQ(client.Recognise(&slow.image, nullptr, plates), 0); }),
-                testing::AllOf(testing::Ge(1950ms), testing::Lt(longestCall)));
+                testing::AllOf(testing::Ge(1950ms), testing::Lt(maxCallTime)));
     // The late response arrives while these requests are sent.
     const auto end = transport::Clock::now() + 600ms;
     for (unsigned seed = 2; transport::Clock::now() < end; ++seed) {
@@ -503,7 +504,7 @@ TEST_F(ReadingService, LateResponseIsNotUsedForALaterFrame) {
         ASSERT_TRUE(client.SetRange(1, 2));
         std::memset(static_cast<void*>(plates), 0, sizeof plates);
         ASSERT_EQ(client.Recognise(&quick.image, nullptr, plates), 2);
-        const auto wanted = scripted_reader::DescriptionOf(quick.AsRead(), std::nullopt, WidthRange{1, 2});
+        const auto wanted = scripted_reader::DescriptionOf(quick.ForReader(), std::nullopt, WidthRange{1, 2});
         ASSERT_EQ(std::string(plates[0].text), wanted[0].text);
     }
 }

@@ -33,7 +33,7 @@ TEST_F(UnloadedLibrary, LeaksNothingOfRunningThreads) {
         other.join();
     };
     callFromTwoThreads();
-    VisitServer();
+    ConnectOnce();
     const std::size_t descriptors = test_support::OpenDescriptors().size();
     constexpr std::size_t rounds = 40;
     for (std::size_t round = 0; round < rounds; ++round) {
@@ -41,7 +41,7 @@ TEST_F(UnloadedLibrary, LeaksNothingOfRunningThreads) {
     }
     static_assert(rounds > 2 * test_support::keptByLocks);
     EXPECT_TRUE(WaitUntil([&] {
-        VisitServer();
+        ConnectOnce();
         return test_support::OpenDescriptors().size() <= descriptors + test_support::keptByLocks;
     })) << test_support::OpenDescriptors().size()
         << " handles, not " << descriptors;

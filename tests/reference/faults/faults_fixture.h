@@ -37,13 +37,13 @@ class ServerPrograms : public testing::Test {
 
 /// Lists every process with the server's name, regardless of which process started it, as the library sees them. For
 /// failure messages.
-inline std::string ServersInSight() {
+inline std::string DescribeServers() {
     const std::set<servers::ProcessId> children = servers::Running();
     std::string text = "servers:";
     for (const platform::ProcessEntry& entry : platform::ListProcesses()) {
         if (entry.executableName == servers::serverName) {
             const bool isChild = children.contains(static_cast<servers::ProcessId>(entry.processId));
-            text += ' ' + std::to_string(entry.processId) + (isChild ? "" : " (nobody's here)");
+            text += ' ' + std::to_string(entry.processId) + (isChild ? "" : " (not a child)");
         }
     }
     return text;

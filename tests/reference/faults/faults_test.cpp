@@ -10,14 +10,14 @@
 namespace {
 
 using namespace reading_faults;
-using reading_engine_test::longestCall;
+using reading_engine_test::maxCallTime;
 using test_support::ChildProcess;
 
 /// The most time for one frame: the range, the frame, and ending a server and starting another one.
-constexpr auto longestFrame = 2 * longestCall + 1000ms;
+constexpr auto maxFrameTime = 2 * maxCallTime + 1000ms;
 
 /// The most time from the first refused range until there are plates again.
-constexpr auto longestAbsence = 2000ms;
+constexpr auto maxOutage = 2000ms;
 
 /// Handles that the library may keep open for each server that it ends: on Windows it does not close the handles of
 /// servers that it ended or searched for. It searches a few times between two restarts.
@@ -32,7 +32,7 @@ class Faults : public ServerPrograms {
     Faults() { servers::Place(VEXLANE_STREAM_SERVER); }
 
     /// Reads the process id that the other host prints first.
-    static servers::ProcessId NumberFrom(ChildProcess& host) {
+    static servers::ProcessId ReadProcessId(ChildProcess& host) {
         host.WaitForOutput("\n");
         return std::stoi(host.Output());
     }
@@ -42,12 +42,12 @@ class Faults : public ServerPrograms {
         ASSERT_TRUE(WaitUntil([&] { return PlayOne(stream).plates == 2; })) << State(stream);
     }
 
-    static std::string State(const Stream& stream) { return ServersInSight() + '\n' + stream.LastLines(); }
+    static std::string State(const Stream& stream) { return DescribeServers() + '\n' + stream.LastLines(); }
 
     static Played PlayOne(Stream& stream) {
         const Played played = stream.Play();
         EXPECT_EQ(played.answer, 0);
-        EXPECT_LT(played.time, longestFrame);
+        EXPECT_LT(played.time, maxFrameTime);
         EXPECT_THAT(played.plates, testing::AnyOf(0, 2));
         return played;
     }
@@ -62,10 +62,10 @@ class Faults : public ServerPrograms {
             }
             return played.plates == 2 && TheServer() != former && TheServer() != 0;
         });
-        ASSERT_TRUE(isBack) << "no plates any more; " << State(stream);
+        ASSERT_TRUE(isBack) << "no plates after a restart; " << State(stream);
         if (refused != transport::noDeadline) {
-            EXPECT_LT(transport::Clock::now() - refused, longestAbsence) << State(stream);
-            longest = std::max<transport::Clock::duration>(longest, transport::Clock::now() - refused);
+            EXPECT_LT(transport::Clock::now() - refused, maxOutage) << State(stream);
+            maxRecoveryTime = std::max<transport::Clock::duration>(maxRecoveryTime, transport::Clock::now() - refused);
             ++refusals;
         }
     }
@@ -102,14 +102,14 @@ class Faults : public ServerPrograms {
         EXPECT_EQ(servers::Running().size(), 1u);
     }
 
-    void ExpectNothingIsLeft(Stream& stream) {
-        EXPECT_EQ(stream.End(), 0) << "pictures were not given back";
+    void ExpectNothingLeft(Stream& stream) {
+        EXPECT_EQ(stream.End(), 0) << "buffers were not released";
         EXPECT_TRUE(servers::Running().empty());
         EXPECT_EQ(servers::Zombies(), 0);
     }
 
     int refusals = 0;
-    transport::Clock::duration longest{};
+    transport::Clock::duration maxRecoveryTime{};
 };
 
 // The restart is due to the refused range or, while the library still polls, to a poll.
@@ -117,7 +117,7 @@ TEST_F(Faults, KilledServerIsRestartedWithoutLeaks) {
     Stream stream;
     PlayUntilPlates(stream);
     KillServers(stream, 3);
-    ExpectNothingIsLeft(stream);
+    ExpectNothingLeft(stream);
 }
 
 // VEXLANE_TEST_KILLS sets the number of kills.
@@ -134,9 +134,9 @@ TEST_F(Faults, RefusedRangeRestartsAKilledServerAfterPollingHasEnded) {
     const int rounds = wanted == nullptr ? 6 : std::atoi(wanted);
     KillServers(stream, rounds);
     EXPECT_EQ(refusals, rounds);
-    ExpectNothingIsLeft(stream);
-    std::printf("%d kills, %d refused ranges, plates back at most %d ms behind one\n", rounds, refusals,
-                static_cast<int>(std::chrono::duration_cast<std::chrono::milliseconds>(longest).count()));
+    ExpectNothingLeft(stream);
+    std::printf("%d kills, %d refused ranges, plates at most %d ms after one\n", rounds, refusals,
+                static_cast<int>(std::chrono::duration_cast<std::chrono::milliseconds>(maxRecoveryTime).count()));
 }
 
 TEST_F(Faults, StoppedServerIsReplaced) {
@@ -157,12 +157,12 @@ TEST_F(Faults, StoppedServerIsReplaced) {
 TEST_F(Faults, BusyServerIsNotRestarted) {
     Stream stream;
     // On a thread that then closes its connection.
-    reading_engine_test::OnNewThread([&] { PlayUntilPlates(stream); });
+    reading_engine_test::RunOnNewThread([&] { PlayUntilPlates(stream); });
     const servers::ProcessId server = TheServer();
-    std::vector<reading_engine_test::Greeted> others;
+    std::vector<reading_engine_test::GreetingClient> others;
     ASSERT_TRUE(WaitUntil([&others] {
         others.emplace_back();
-        return others.back().answer == reading_engine_test::BusyAnswer();
+        return others.back().answer == reading_engine_test::BusyMessage();
     }));
     for (int frame = 0; frame < 5; ++frame) {
         const Played played = PlayOne(stream);
@@ -219,7 +219,7 @@ TEST_F(Faults, DetectorRecoversWhenAnotherIsCreatedOrDestroyed) {
     stream.DestroyNeighbour();
     EXPECT_TRUE(servers::IsGone(second));
     ExpectRecovery(stream, second);
-    ExpectNothingIsLeft(stream);
+    ExpectNothingLeft(stream);
 }
 
 TEST_F(Faults, TwoHostsShareOneServerAndTheSecondOutlivesTheFirst) {
@@ -230,7 +230,7 @@ TEST_F(Faults, TwoHostsShareOneServerAndTheSecondOutlivesTheFirst) {
     const std::filesystem::path mayEnd = servers::OwnFolder() / "second-host-may-end";
     std::filesystem::remove(mayEnd);
     ChildProcess second({.program = servers::OwnFolder() / VEXLANE_READING_HOST, .arguments = {mayEnd.string()}});
-    EXPECT_EQ(NumberFrom(second), 1) << "it has started a server of its own";
+    EXPECT_EQ(ReadProcessId(second), 1) << "it started another server";
     // The first readings need confirmation by the next frames.
     for (int frame = 0; frame < 3; ++frame) {
         PlayOne(*stream);
@@ -244,7 +244,7 @@ TEST_F(Faults, TwoHostsShareOneServerAndTheSecondOutlivesTheFirst) {
     std::ofstream(mayEnd) << "now";
     const test_support::Finished end = second.Wait();
     std::filesystem::remove(mayEnd);
-    EXPECT_EQ(end.status, 0) << "it has no plates in the end: " << end.errors;
+    EXPECT_EQ(end.status, 0) << "it found no plates: " << end.errors;
 }
 
 // A test that met such a server once used 0 as the id of its own server, and stopped the whole process group.
@@ -254,7 +254,7 @@ TEST_F(Faults, ServerOfAnotherProcessFailsATestAtItsStart) {
     servers::ProcessId server = 0;
     {
         ChildProcess host({.program = servers::OwnFolder() / VEXLANE_READING_HOST, .arguments = {"never"}});
-        server = NumberFrom(host);
+        server = ReadProcessId(host);
         ASSERT_GT(server, 1);
         EXPECT_EQ(TheServer(), 0);
         EXPECT_THAT([] { servers::Place(VEXLANE_TEST_SERVER); },
@@ -271,7 +271,7 @@ TEST_F(Faults, ServerExitsWhenItsHostIsKilled) {
     servers::ProcessId server = 0;
     {
         ChildProcess host({.program = servers::OwnFolder() / VEXLANE_READING_HOST, .arguments = {"never"}});
-        server = NumberFrom(host);
+        server = ReadProcessId(host);
         ASSERT_GT(server, 1);
         ASSERT_FALSE(servers::IsGone(server));
     }

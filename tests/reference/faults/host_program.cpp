@@ -14,20 +14,20 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-constexpr std::chrono::seconds longestLife(240);
-constexpr std::chrono::seconds longestEnd(50);  // shorter than the test waits for it
+constexpr std::chrono::seconds maxLifetime(240);
+constexpr std::chrono::seconds endTimeout(50);  // shorter than the test waits for it
 
 }  // namespace
 
 int main(int, char** arguments) {
-    auto end = Clock::now() + longestLife;
+    auto end = Clock::now() + maxLifetime;
     reading_faults::Stream stream;
     bool isWritten = false;
     bool mayEnd = false;
     while (Clock::now() < end) {
         if (!mayEnd && std::filesystem::exists(arguments[1])) {
             mayEnd = true;
-            end = Clock::now() + longestEnd;
+            end = Clock::now() + endTimeout;
         }
         const bool hasPlates = stream.Play().plates == 2;
         if (hasPlates && !isWritten) {

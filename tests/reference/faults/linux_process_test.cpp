@@ -59,7 +59,7 @@ TEST(ProcessControl, SignalsOneProcessAndNeverAGroup) {
 TEST_F(ServerProcess, ExitsNormallyOnTermination) {
     for (const int signal : {SIGTERM, SIGINT}) {
         Start();
-        ASSERT_TRUE(IsServedWell(client));
+        ASSERT_TRUE(IsServedCorrectly(client));
         const auto asked = transport::Clock::now();
         ASSERT_EQ(platform::SendSignal(server->Id(), signal), 0);
         EXPECT_EQ(server->Wait().status, reading_service::exitSuccess);
@@ -85,7 +85,7 @@ TEST_F(ServerProcess, ServesTwoProcessesAtTheSameTime) {
         children.push_back(Fork([process] {
             Client own;
             for (unsigned frame = 0; frame < 300; ++frame) {
-                if (!IsServedWell(own, process * 1000 + frame)) {
+                if (!IsServedCorrectly(own, process * 1000 + frame)) {
                     return false;
                 }
             }
@@ -101,7 +101,7 @@ TEST_F(ServerProcess, ServesTwoProcessesAtTheSameTime) {
 
 TEST_F(ServerProcess, SurvivesClientsThatAreKilledDuringAFrame) {
     Start();
-    ASSERT_TRUE(IsServedWell(client));
+    ASSERT_TRUE(IsServedCorrectly(client));
     const int descriptors = DescriptorsOf(server->Id());
     std::mt19937 random(11);
     for (int round = 0; round < 40; ++round) {
@@ -110,7 +110,7 @@ TEST_F(ServerProcess, SurvivesClientsThatAreKilledDuringAFrame) {
             TestPicture picture(1280, 720);
             RPLATE plates[engineRecordCount] = {};
             for (std::uint8_t frame = 0;; ++frame) {
-                picture.Tell(frame % 2 == 0 ? scripted_reader::Sleep : scripted_reader::Describe, 1);
+                picture.SetCommand(frame % 2 == 0 ? scripted_reader::Sleep : scripted_reader::Describe, 1);
                 own.SetRange(1, 2);
                 own.Recognise(&picture.image, nullptr, plates);
             }
@@ -120,13 +120,13 @@ TEST_F(ServerProcess, SurvivesClientsThatAreKilledDuringAFrame) {
         ASSERT_EQ(platform::SendSignal(child, SIGKILL), 0);
         ASSERT_EQ(::waitpid(child, nullptr, 0), child);
     }
-    EXPECT_TRUE(IsServedWell(client));
+    EXPECT_TRUE(IsServedCorrectly(client));
     EXPECT_TRUE(WaitUntil([&] { return DescriptorsOf(server->Id()) == descriptors; })) << DescriptorsOf(server->Id());
 }
 
 TEST_F(ServerProcess, ServesItsUserWhenAnotherUserOwnsTheNames) {
     if (::geteuid() != 0) {
-        GTEST_SKIP() << "takes root";
+        GTEST_SKIP() << "needs root";
     }
     const test_support::RuntimeFolder scratch;
     test_support::UnsetEnvironment("XDG_RUNTIME_DIR");
@@ -135,9 +135,9 @@ TEST_F(ServerProcess, ServesItsUserWhenAnotherUserOwnsTheNames) {
     test_support::NameTaker taker(temporary, transport::ServerName(), test_support::Obstacle::Folder);
     Start();
     for (unsigned frame = 1; frame < 20; ++frame) {
-        EXPECT_TRUE(IsServedWell(client, frame));
+        EXPECT_TRUE(IsServedCorrectly(client, frame));
     }
-    EXPECT_TRUE(taker.End()) << "somebody has connected to the stranger";
+    EXPECT_TRUE(taker.End()) << "a client connected to the other user's server";
 }
 
 // Another server would not help either, and ending this one would affect all clients.
@@ -149,13 +149,13 @@ TEST_F(ServerProcess, HostWithoutDescriptorsIsServedWhenItHasSome) {
     RPLATE plates[engineRecordCount] = {};
     {
         const DescriptorLimit none(DescriptorLimit::None());
-        EXPECT_LT(TimeOf([&] { EXPECT_TRUE(second.SetRange(1, 2)); }), longestCall);
+        EXPECT_LT(TimeOf([&] { EXPECT_TRUE(second.SetRange(1, 2)); }), maxCallTime);
         EXPECT_EQ(second.Recognise(&picture.image, nullptr, plates), 0);
-        EXPECT_EQ(client.Recognise(&picture.image, nullptr, plates), 2) << "which is connected";
+        EXPECT_EQ(client.Recognise(&picture.image, nullptr, plates), 2) << "the connected client";
         EXPECT_TRUE(client.SetRange(1, 2));
     }
-    EXPECT_TRUE(IsServedWell(second));
-    EXPECT_TRUE(IsServedWell(client));
+    EXPECT_TRUE(IsServedCorrectly(second));
+    EXPECT_TRUE(IsServedCorrectly(client));
 }
 
 long ClockTicksOf(servers::ProcessId process) {
@@ -178,21 +178,21 @@ TEST_F(ServerProcess, SendsBusyWithoutDescriptors) {
         const DescriptorLimit few(24);
         Start();
     }
-    ASSERT_TRUE(IsServedWell(client));
-    std::vector<Greeted> others;
+    ASSERT_TRUE(IsServedCorrectly(client));
+    std::vector<GreetingClient> others;
     do {
         ASSERT_LT(others.size(), 24u);
         others.emplace_back();
-        ASSERT_TRUE(others.back().answer) << "it is left waiting";
-    } while (others.back().answer != BusyAnswer());
+        ASSERT_TRUE(others.back().answer) << "no response";
+    } while (others.back().answer != BusyMessage());
     Client waiting;
     EXPECT_TRUE(waiting.SetRange(1, 2));
-    EXPECT_TRUE(IsServedWell(client)) << "which has its place";
+    EXPECT_TRUE(IsServedCorrectly(client)) << "the connected client";
     const long ticks = ClockTicksOf(server->Id());
     std::this_thread::sleep_for(300ms);
-    EXPECT_LT(ClockTicksOf(server->Id()) - ticks, ::sysconf(_SC_CLK_TCK) / 10) << "it does not rest";
+    EXPECT_LT(ClockTicksOf(server->Id()) - ticks, ::sysconf(_SC_CLK_TCK) / 10) << "the server does not sleep";
     others.clear();
-    EXPECT_TRUE(WaitUntil([&] { return IsServedWell(waiting); }));
+    EXPECT_TRUE(WaitUntil([&] { return IsServedCorrectly(waiting); }));
     EXPECT_EQ(servers::Running().count(server->Id()), 1u);
 }
 

@@ -14,10 +14,11 @@ using namespace reading_engine_test;
 using engine_client::Client;
 
 /// Returns true if the client receives the right readings for its frame.
-inline bool IsServedWell(Client& client, unsigned seed = 1) {
+inline bool IsServedCorrectly(Client& client, unsigned seed = 1) {
     TestPicture picture(40 + seed % 7, 30, 0, seed);
     RPLATE plates[engineRecordCount] = {};
-    const auto wanted = scripted_reader::DescriptionOf(picture.AsRead(), std::nullopt, plate_reading::WidthRange{1, 2});
+    const auto wanted =
+        scripted_reader::DescriptionOf(picture.ForReader(), std::nullopt, plate_reading::WidthRange{1, 2});
     return client.SetRange(1, 2) && client.Recognise(&picture.image, nullptr, plates) == 2 &&
            std::string(plates[0].text) == wanted[0].text && std::string(plates[1].text) == wanted[1].text;
 }

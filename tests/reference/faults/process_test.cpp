@@ -15,9 +15,9 @@ TEST_F(ServerProcess, ClientWaitsWhileItStarts) {
         Start();
     });
     EXPECT_TRUE(client.SetRange(1, 2));
-    EXPECT_LT(transport::Clock::now() - starting, longestCall);
+    EXPECT_LT(transport::Clock::now() - starting, maxCallTime);
     starter.join();
-    EXPECT_TRUE(IsServedWell(client));
+    EXPECT_TRUE(IsServedCorrectly(client));
 }
 
 TEST_F(ServerProcess, ExitsWithoutConnections) {
@@ -28,60 +28,60 @@ TEST_F(ServerProcess, ExitsWithoutConnections) {
 
 TEST_F(ServerProcess, ExitsWhenAnotherServerHasTheName) {
     Start();
-    ASSERT_TRUE(IsServedWell(client));
+    ASSERT_TRUE(IsServedCorrectly(client));
     const auto started = transport::Clock::now();
     EXPECT_EQ(servers::StartStranger()->Wait().status, reading_service::exitNameTaken);
     EXPECT_GE(transport::Clock::now() - started, 2900ms);
-    EXPECT_TRUE(IsServedWell(client));
+    EXPECT_TRUE(IsServedCorrectly(client));
 }
 
 TEST_F(ServerProcess, TakesTheNameOfAServerThatExits) {
     Start();
-    ASSERT_TRUE(IsServedWell(client));
+    ASSERT_TRUE(IsServedCorrectly(client));
     const auto first = std::move(server);
     Start();
     std::this_thread::sleep_for(200ms);
     servers::Kill(first->Id());
-    EXPECT_TRUE(IsServedWell(client));
+    EXPECT_TRUE(IsServedCorrectly(client));
     EXPECT_EQ(servers::Running().count(server->Id()), 1u);
 }
 
 TEST_F(ServerProcess, StoppedServerIsDetectedAndServesAgainAfterResume) {
     Start();
-    ASSERT_TRUE(IsServedWell(client));
+    ASSERT_TRUE(IsServedCorrectly(client));
     servers::Suspend(server->Id());
     bool isTaken = true;
     EXPECT_THAT(TimeOf([&] { isTaken = client.SetRange(1, 2); }),
-                testing::AllOf(testing::Ge(1900ms), testing::Lt(longestCall)));
+                testing::AllOf(testing::Ge(1900ms), testing::Lt(maxCallTime)));
     EXPECT_FALSE(isTaken);
     TestPicture picture(20, 20);
     RPLATE plates[engineRecordCount] = {};
     EXPECT_LT(TimeOf([&] { EXPECT_EQ(client.Recognise(&picture.image, nullptr, plates), 0); }), 1s);
     // A new client also gets no response from a stopped server.
     Client second;
-    EXPECT_LT(TimeOf([&] { EXPECT_FALSE(second.SetRange(1, 2)); }), longestCall);
+    EXPECT_LT(TimeOf([&] { EXPECT_FALSE(second.SetRange(1, 2)); }), maxCallTime);
     servers::Resume(server->Id());
     for (unsigned seed = 1; seed < 50; ++seed) {
-        ASSERT_TRUE(IsServedWell(client, seed));
+        ASSERT_TRUE(IsServedCorrectly(client, seed));
     }
 }
 
 TEST_F(ServerProcess, StopDuringAFrameEndsItAtItsTimeout) {
     Start();
-    ASSERT_TRUE(IsServedWell(client));
+    ASSERT_TRUE(IsServedCorrectly(client));
     TestPicture picture(20, 20);
-    picture.Tell(scripted_reader::Sleep, 30);
+    picture.SetCommand(scripted_reader::Sleep, 30);
     std::thread stopping([this] {
         std::this_thread::sleep_for(100ms);
         servers::Suspend(server->Id());
     });
     RPLATE plates[engineRecordCount] = {};
     EXPECT_THAT(TimeOf([&] { EXPECT_EQ(client.Recognise(&picture.image, nullptr, plates), 0); }),
-                testing::AllOf(testing::Ge(1900ms), testing::Lt(longestCall)));
+                testing::AllOf(testing::Ge(1900ms), testing::Lt(maxCallTime)));
     stopping.join();
     servers::Resume(server->Id());
     for (unsigned seed = 1; seed < 50; ++seed) {
-        ASSERT_TRUE(IsServedWell(client, seed));
+        ASSERT_TRUE(IsServedCorrectly(client, seed));
     }
 }
 
@@ -91,7 +91,7 @@ TEST_F(ServerProcess, StopDuringATransferEndsItAtItsTimeoutOrDeath) {
     RPLATE plates[engineRecordCount] = {};
     for (const bool dies : {false, true}) {
         Start();
-        ASSERT_TRUE(IsServedWell(client));
+        ASSERT_TRUE(IsServedCorrectly(client));
         servers::Suspend(server->Id());
         std::thread killing([this, dies] {
             std::this_thread::sleep_for(200ms);
@@ -102,7 +102,7 @@ TEST_F(ServerProcess, StopDuringATransferEndsItAtItsTimeoutOrDeath) {
         const auto time = TimeOf([&] { EXPECT_EQ(client.Recognise(&picture.image, nullptr, plates), 0); });
         killing.join();
         EXPECT_THAT(time, dies ? testing::AllOf(testing::Ge(190ms), testing::Lt(1400ms))
-                               : testing::AllOf(testing::Ge(1900ms), testing::Lt(longestCall)));
+                               : testing::AllOf(testing::Ge(1900ms), testing::Lt(maxCallTime)));
         servers::KillAll();
     }
 }
@@ -110,9 +110,9 @@ TEST_F(ServerProcess, StopDuringATransferEndsItAtItsTimeoutOrDeath) {
 TEST_F(ServerProcess, DeathDuringAFrameEndsItAtOnce) {
     for (const bool crashes : {true, false}) {
         Start();
-        ASSERT_TRUE(IsServedWell(client));
+        ASSERT_TRUE(IsServedCorrectly(client));
         TestPicture picture(20, 20);
-        picture.Tell(crashes ? scripted_reader::Crash : scripted_reader::Sleep, 150);
+        picture.SetCommand(crashes ? scripted_reader::Crash : scripted_reader::Sleep, 150);
         std::thread killing([this, crashes] {
             std::this_thread::sleep_for(50ms);
             if (!crashes) {

@@ -9,9 +9,9 @@ namespace plate_reading {
 namespace {
 
 /// The network's output, as logits. Initially no column shows a character.
-class Answer {
+class Logits {
   public:
-    explicit Answer(std::size_t columns) : columns_(columns), logits_(classes * columns, 0.f) {
+    explicit Logits(std::size_t columns) : columns_(columns), logits_(classes * columns, 0.f) {
         for (std::size_t column = 0; column < columns; ++column) {
             logits_[column] = 12;
         }
@@ -37,16 +37,15 @@ class Answer {
     std::vector<float> logits_;
 };
 
-Answer Showing(const std::string& text) {
-    Answer answer(4 * text.size() + 4);
+Logits LogitsOf(const std::string& text) {
+    Logits logits(4 * text.size() + 4);
     for (std::size_t i = 0; i < text.size(); ++i) {
-        answer.Show(2 + 4 * i, 3, text[i]);
+        logits.Show(2 + 4 * i, 3, text[i]);
     }
-    return answer;
+    return logits;
 }
 
 TEST(ColumnScores, AreTheSoftmaxOfTheLogits) {
-    Answer answer(3);
     std::mt19937 random(1);
     std::vector<float> logits(classes * 3);
     for (float& value : logits) {
@@ -67,9 +66,9 @@ TEST(ColumnScores, AreTheSoftmaxOfTheLogits) {
 }
 
 TEST(ColumnScores, AverageIsTheMean) {
-    Answer other(2);
+    Logits other(2);
     other.Show(0, 1, 'B');
-    ColumnScores scores = Answer(2).Scores();
+    ColumnScores scores = Logits(2).Scores();
     scores.Average(other.Scores());
     EXPECT_NEAR(static_cast<double>(scores.At(0, alphabet.find('B') + 1)), 0.5, 1e-3);
     EXPECT_NEAR(static_cast<double>(scores.At(0, 0)), 0.5, 1e-3);
@@ -83,7 +82,7 @@ TEST(Decode, ReadsEveryText) {
         for (char& character : text) {
             character = alphabet[std::uniform_int_distribution<std::size_t>(0, alphabet.size() - 1)(random)];
         }
-        const DecodedText decoded = Decode(Showing(text).Scores());
+        const DecodedText decoded = Decode(LogitsOf(text).Scores());
         EXPECT_EQ(decoded.text, text);
         EXPECT_GT(decoded.confidence, 0.99);
         const auto columns = static_cast<float>(4 * text.size() + 4);
@@ -93,38 +92,38 @@ TEST(Decode, ReadsEveryText) {
 }
 
 TEST(Decode, MergesAdjacentColumnsOfOneCharacter) {
-    Answer answer(12);
-    answer.Show(2, 3, 'A');
-    answer.Show(5, 3, 'B');
-    answer.Show(9, 2, 'B');
-    EXPECT_EQ(Decode(answer.Scores()).text, "ABB");
+    Logits logits(12);
+    logits.Show(2, 3, 'A');
+    logits.Show(5, 3, 'B');
+    logits.Show(9, 2, 'B');
+    EXPECT_EQ(Decode(logits.Scores()).text, "ABB");
 }
 
 TEST(Decode, ReadsNothingInEmptyColumns) {
-    const DecodedText decoded = Decode(Answer(40).Scores());
+    const DecodedText decoded = Decode(Logits(40).Scores());
     EXPECT_EQ(decoded.text, "");
     EXPECT_EQ(decoded.confidence, 0);
     EXPECT_EQ(Decode(ColumnScores()).text, "");
 }
 
 TEST(Decode, CharactersTogetherCanOutweighTheEmptyClass) {
-    Answer answer(3);
+    Logits logits(3);
     // None 0.44, A 0.32, B 0.24.
-    answer.None(1) = std::log(0.44f) + 20;
-    answer.At(1, 'A') = std::log(0.32f) + 20;
-    answer.At(1, 'B') = std::log(0.24f) + 20;
-    const DecodedText decoded = Decode(answer.Scores());
+    logits.None(1) = std::log(0.44f) + 20;
+    logits.At(1, 'A') = std::log(0.32f) + 20;
+    logits.At(1, 'B') = std::log(0.24f) + 20;
+    const DecodedText decoded = Decode(logits.Scores());
     EXPECT_EQ(decoded.text, "A");
     // The character's probability in its column, times the mean probability of each column's chosen class.
     EXPECT_NEAR(decoded.confidence, 0.32 * std::cbrt(0.56), 0.01);
 }
 
 TEST(Decode, TheWeakestCharacterLowersTheConfidence) {
-    Answer answer = Showing("ABCD");
+    Logits logits = LogitsOf("ABCD");
     for (std::size_t column = 6; column < 9; ++column) {
-        answer.At(column, '8') = 12;
+        logits.At(column, '8') = 12;
     }
-    const DecodedText decoded = Decode(answer.Scores());
+    const DecodedText decoded = Decode(logits.Scores());
     EXPECT_NEAR(decoded.confidence, std::pow(0.5, 0.25), 0.01);
 }
 
@@ -136,7 +135,7 @@ TEST(Templates, ResolveEveryLookAlike) {
     for (const Pair pair : {Pair{'O', '0'}, Pair{'Q', '0'}, Pair{'D', '0'}, Pair{'I', '1'}, Pair{'T', '1'},
                             Pair{'B', '8'}, Pair{'S', '5'}, Pair{'Z', '2'}, Pair{'G', '6'}}) {
         const std::string shown = {'A', pair.letter, pair.letter, '7'};
-        const ColumnScores scores = Showing(shown).Scores();
+        const ColumnScores scores = LogitsOf(shown).Scores();
         const DecodedText free = Decode(scores);
         ASSERT_EQ(free.text, shown);
         EXPECT_EQ(DecodeByTemplates(scores, {"LLDD"}, free).text, (std::string{'A', pair.letter, pair.digit, '7'}));
@@ -146,14 +145,14 @@ TEST(Templates, ResolveEveryLookAlike) {
 }
 
 TEST(Templates, TheLikeliestTemplateIsUsed) {
-    const ColumnScores scores = Showing("AB0O7").Scores();
+    const ColumnScores scores = LogitsOf("AB0O7").Scores();
     const DecodedText free = Decode(scores);
     EXPECT_EQ(DecodeByTemplates(scores, {"DDLLD", "LLDLD", "LLLDD"}, free).text, "AB0O7");
     EXPECT_EQ(DecodeByTemplates(scores, {"DDLLD", "LLDDD"}, free).text, "AB007");
 }
 
 TEST(Templates, ATextThatFitsNoTemplateIsUnchanged) {
-    const ColumnScores scores = Showing("XKWM").Scores();
+    const ColumnScores scores = LogitsOf("XKWM").Scores();
     const DecodedText free = Decode(scores);
     for (const std::vector<Template>& templates :
          {std::vector<Template>{"DDDD"}, std::vector<Template>{}, std::vector<Template>{"LLLLLL", "LL", ""}}) {
@@ -166,7 +165,7 @@ TEST(Templates, ATextThatFitsNoTemplateIsUnchanged) {
 
 /// Returns the probability of the likeliest path through the columns, by trying all paths. Each column is assigned a
 /// place in the pattern (even places are gaps).
-double LikeliestByTrying(const ColumnScores& scores, const std::vector<std::vector<double>>& places) {
+double LikeliestByBruteForce(const ColumnScores& scores, const std::vector<std::vector<double>>& places) {
     const std::size_t columns = scores.Columns();
     const std::size_t states = places.size();
     double best = 0;
@@ -197,14 +196,14 @@ TEST(Templates, ThePathThroughTheColumnsIsTheLikeliest) {
     for (int round = 0; round < 40; ++round) {
         // X and 4 have no look-alikes, so that each place has only one candidate.
         constexpr std::size_t columns = 6;
-        Answer answer(columns);
+        Logits logits(columns);
         std::uniform_real_distribution<float> any(0, 4);
         for (std::size_t column = 0; column < columns; ++column) {
-            answer.None(column) = 6 + any(random);
-            answer.At(column, 'X') = 6 + any(random);
-            answer.At(column, '4') = 6 + any(random);
+            logits.None(column) = 6 + any(random);
+            logits.At(column, 'X') = 6 + any(random);
+            logits.At(column, '4') = 6 + any(random);
         }
-        const ColumnScores scores = answer.Scores();
+        const ColumnScores scores = logits.Scores();
         std::vector<double> none;
         std::vector<double> letter;
         std::vector<double> digit;
@@ -213,7 +212,7 @@ TEST(Templates, ThePathThroughTheColumnsIsTheLikeliest) {
             letter.push_back(static_cast<double>(scores.At(column, alphabet.find('X') + 1)));
             digit.push_back(static_cast<double>(scores.At(column, alphabet.find('4') + 1)));
         }
-        const double wanted = LikeliestByTrying(scores, {none, letter, none, digit, none});
+        const double wanted = LikeliestByBruteForce(scores, {none, letter, none, digit, none});
         DecodedText free;
         free.text = "X4";
         const DecodedText decoded = DecodeByTemplates(scores, {"LD"}, free);

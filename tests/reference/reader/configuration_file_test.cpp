@@ -27,7 +27,7 @@ class ConfigurationFile : public testing::Test {
     plate_reading::ReadingOptions Load() {
         std::ostringstream errors;
         const plate_reading::ReadingOptions options = LoadConfiguration(folder, errors);
-        complaint = errors.str();
+        message = errors.str();
         return options;
     }
 
@@ -37,19 +37,19 @@ class ConfigurationFile : public testing::Test {
         const plate_reading::ReadingOptions options = Load();
         EXPECT_THAT(options.templates, IsEmpty());
         EXPECT_EQ(options.confirmations, plate_reading::ReadingOptions().confirmations);
-        EXPECT_THAT(complaint, testing::AllOf(HasSubstr(about), HasSubstr("the defaults are used")));
-        EXPECT_EQ(complaint.find('\n'), complaint.size() - 1);
+        EXPECT_THAT(message, testing::AllOf(HasSubstr(about), HasSubstr("the defaults are used")));
+        EXPECT_EQ(message.find('\n'), message.size() - 1);
     }
 
     const std::filesystem::path folder =
         std::filesystem::path(testing::TempDir()) /
         (std::string("plate server ") + testing::UnitTest::GetInstance()->current_test_info()->name());
-    std::string complaint;
+    std::string message;
 };
 
 TEST_F(ConfigurationFile, MayBeMissing) {
     EXPECT_THAT(Load().templates, IsEmpty());
-    EXPECT_EQ(complaint, "");
+    EXPECT_EQ(message, "");
 }
 
 TEST_F(ConfigurationFile, IsInTheProgramsFolder) {
@@ -57,7 +57,7 @@ TEST_F(ConfigurationFile, IsInTheProgramsFolder) {
     const plate_reading::ReadingOptions options = Load();
     EXPECT_THAT(options.templates, ElementsAre("LLLDDDD", "LLLDLDD"));
     EXPECT_EQ(options.confirmations, 1);
-    EXPECT_EQ(complaint, "");
+    EXPECT_EQ(message, "");
 }
 
 TEST_F(ConfigurationFile, IsTheOneThatTheEnvironmentNames) {

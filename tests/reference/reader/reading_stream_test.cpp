@@ -184,7 +184,7 @@ TEST_F(ReadingStreamTest, PlatesCutOffAtTheSidesAreNotReported) {
     ChangeScene(1);
     region.reset();
     picture = picture(cv::Rect(0, 0, 639, 360)).clone();
-    EXPECT_THAT(Show(cutOff), testing::SizeIs(2)) << "a picture by itself has no other";
+    EXPECT_THAT(Show(cutOff), testing::SizeIs(2)) << "a single picture needs no confirmation";
 }
 
 TEST_F(ReadingStreamTest, OneConfirmationReportsEveryReading) {

@@ -106,7 +106,7 @@ class ScriptedEngine : public testing::Test {
 
     /// Returns the engine's error message about a script at the first call. The calls must act as if there were no
     /// script.
-    std::string ComplaintAbout(const std::string& script) {
+    std::string ErrorMessageFor(const std::string& script) {
         Load(script);
         testing::internal::CaptureStderr();
         Plates plates;
@@ -328,9 +328,9 @@ TEST_F(ScriptedEngine, ReportsThatThereIsNoScriptAndFindsNothing) {
     testing::internal::CaptureStderr();
     EXPECT_EQ(Read(), std::nullopt);
     EXPECT_TRUE(setRange(1, 2));
-    const std::string complaint = testing::internal::GetCapturedStderr();
-    EXPECT_THAT(complaint, HasSubstr("VEXLANE_SCRIPT"));
-    EXPECT_EQ(std::count(complaint.begin(), complaint.end(), '\n'), 1);
+    const std::string message = testing::internal::GetCapturedStderr();
+    EXPECT_THAT(message, HasSubstr("VEXLANE_SCRIPT"));
+    EXPECT_EQ(std::count(message.begin(), message.end(), '\n'), 1);
 }
 
 TEST_F(ScriptedEngine, ReportsThatTheScriptIsMissingAndFindsNothing) {
@@ -344,7 +344,7 @@ TEST_F(ScriptedEngine, ReportsThatTheScriptIsMissingAndFindsNothing) {
 struct ScriptError {
     const char* name;
     std::string script;
-    const char* complaint;
+    const char* message;
 };
 
 void PrintTo(const ScriptError& wrong, std::ostream* stream) {
@@ -354,9 +354,9 @@ void PrintTo(const ScriptError& wrong, std::ostream* stream) {
 class InvalidScript : public ScriptedEngine, public testing::WithParamInterface<ScriptError> {};
 
 TEST_P(InvalidScript, IsReportedInOneLineAndFindsNothing) {
-    const std::string complaint = ComplaintAbout(GetParam().script);
-    EXPECT_THAT(complaint, HasSubstr(GetParam().complaint));
-    EXPECT_EQ(std::count(complaint.begin(), complaint.end(), '\n'), 1);
+    const std::string message = ErrorMessageFor(GetParam().script);
+    EXPECT_THAT(message, HasSubstr(GetParam().message));
+    EXPECT_EQ(std::count(message.begin(), message.end(), '\n'), 1);
 }
 
 /// A script of two frames, the first with a valid plate, the second with this one.

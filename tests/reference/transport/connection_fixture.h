@@ -23,7 +23,7 @@ using namespace transport;
 using Bytes = std::vector<std::uint8_t>;
 using test_support::OpenDescriptors;
 
-inline constexpr std::size_t longest = 300;
+inline constexpr std::size_t maxPieceSize = 300;
 
 inline const test_support::RuntimeFolder runtimeFolder;
 
@@ -36,9 +36,9 @@ inline std::string RandomName() {
     return "vexlane-test-" + std::to_string(random()) + "-" + std::to_string(random());
 }
 
-/// Returns the next piece, of at most `longest` bytes; empty if there is none.
+/// Returns the next piece, of at most `maxPieceSize` bytes; empty if there is none.
 inline Bytes Next(Connection& connection, Deadline deadline = In(10s)) {
-    Bytes piece(longest);
+    Bytes piece(maxPieceSize);
     piece.resize(connection.Receive(piece, deadline));
     return piece;
 }
@@ -69,7 +69,7 @@ class LocalConnection : public testing::Test {
     }
 
     // After one connection, the system's libraries have opened everything that they open once and keep.
-    static std::set<int> DescriptorsBehindAConnection() {
+    static std::set<int> DescriptorsAfterAConnection() {
         const std::string own = RandomName();
         {
             std::optional<Listener> first = Listener::Open(own);
@@ -82,7 +82,7 @@ class LocalConnection : public testing::Test {
     /// The number of handles that the system's libraries may open once during the test and keep.
     std::size_t mayBeKept = 0;
 
-    const std::set<int> before = DescriptorsBehindAConnection();
+    const std::set<int> before = DescriptorsAfterAConnection();
     const std::string name = RandomName();
     std::optional<Listener> listener = Listener::Open(name);
     std::optional<Connection> client;

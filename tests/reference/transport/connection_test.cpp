@@ -89,9 +89,9 @@ TEST_F(LocalConnection, KeepsPiecesInOrder) {
 }
 
 TEST_F(LocalConnection, RefusesAPieceThatIsTooLongOrEmpty) {
-    ASSERT_TRUE(client->Send(Bytes(longest, 1), In(10s)));
-    EXPECT_EQ(Next(*server), Bytes(longest, 1));
-    ASSERT_TRUE(client->Send(Bytes(longest + 1, 1), In(10s)));
+    ASSERT_TRUE(client->Send(Bytes(maxPieceSize, 1), In(10s)));
+    EXPECT_EQ(Next(*server), Bytes(maxPieceSize, 1));
+    ASSERT_TRUE(client->Send(Bytes(maxPieceSize + 1, 1), In(10s)));
     EXPECT_THAT(Next(*server), IsEmpty());
     Reconnect();
     ASSERT_TRUE(client->Send({}, In(10s)));
@@ -126,7 +126,7 @@ TEST_F(LocalConnection, DetectsThatThePeerHasClosed) {
     EXPECT_TRUE(server->IsPeerConnected());
     client.reset();
     EXPECT_FALSE(server->IsPeerConnected());
-    EXPECT_THAT(Next(*server), ElementsAre(1)) << "what it said before";
+    EXPECT_THAT(Next(*server), ElementsAre(1)) << "what it sent before";
     EXPECT_LT(TimeOf([&] { EXPECT_THAT(Next(*server, noDeadline), IsEmpty()); }), 5s);
     EXPECT_LT(TimeOf([&] { EXPECT_FALSE(server->Send(Bytes{1}, noDeadline)); }), 5s) << "and no signal";
 }
@@ -216,7 +216,7 @@ TEST_F(LocalConnection, TransfersAnyNumberOfBytes) {
     }
     const std::uint8_t* const place = received.data();
     ASSERT_TRUE(client->Send(Bytes(5000), In(10s)) && server->ReceiveAll(received, 5000, In(10s)));
-    EXPECT_EQ(received.data(), place) << "memory was taken for what there was room for";
+    EXPECT_EQ(received.data(), place) << "memory was allocated although there was enough";
 }
 
 TEST_F(LocalConnection, AllocatesOnlyForReceivedBytes) {

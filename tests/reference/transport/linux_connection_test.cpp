@@ -55,7 +55,7 @@ TEST_F(LocalConnection, GoesOnWaitingAfterASignal) {
 // The folder is closed to other users. If it were open, both sides still check the user of their peer.
 TEST_F(LocalConnection, AcceptsOnlyItsOwnUser) {
     if (::geteuid() != 0) {
-        GTEST_SKIP() << "takes root";
+        GTEST_SKIP() << "needs root";
     }
     const fs::path path = runtimeFolder.Path() / "run" / "vexlane";
     const Owned folder(::open(path.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
@@ -68,7 +68,7 @@ TEST_F(LocalConnection, AcceptsOnlyItsOwnUser) {
                ::bind(asServer, at(strangers).Get(), at(strangers).Size()) == 0 && ::listen(asServer, 10) == 0;
     };
     const auto nothing = [] { return true; };
-    EXPECT_THROW(Stranger(connectAndListen, nothing), std::runtime_error) << "the folder lets in everybody";
+    EXPECT_THROW(Stranger(connectAndListen, nothing), std::runtime_error) << "other users can access the folder";
     fs::permissions(path, fs::perms::all);
     fs::permissions(path / name, fs::perms::all);
     const Stranger stranger(connectAndListen, nothing);
@@ -161,7 +161,7 @@ TEST_F(Folders, CreationFailureSaysWhatToDo) {
 
 TEST_F(Folders, OfAnotherUserDoNotPreventListening) {
     if (::geteuid() != 0) {
-        GTEST_SKIP() << "takes root";
+        GTEST_SKIP() << "needs root";
     }
     test_support::UnsetEnvironment("XDG_RUNTIME_DIR");
     fs::create_directory(scratch.Path() / "own");
@@ -176,7 +176,7 @@ TEST_F(Folders, OfAnotherUserDoNotPreventListening) {
             EXPECT_FALSE(Connection::Open(name));
             EXPECT_TRUE(Meet(name)) << static_cast<int>(obstacle);
         }
-        EXPECT_TRUE(taker.End()) << "somebody has connected to the stranger: " << static_cast<int>(obstacle);
+        EXPECT_TRUE(taker.End()) << "a client connected to the other user's server: " << static_cast<int>(obstacle);
         EXPECT_EQ(std::distance(fs::directory_iterator(temporary), fs::directory_iterator()), 2);
     }
     EXPECT_TRUE(fs::is_empty(scratch.Path() / "own"));

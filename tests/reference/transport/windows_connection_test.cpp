@@ -67,7 +67,7 @@ TEST(Names, AreNotBlockedByAnotherUsersMutex) {
         Owner other(system, access);
         const HANDLE mutex = CreateMutexA(other.Get(), FALSE, MutexName(name).c_str());
         if (mutex == nullptr) {
-            GTEST_SKIP() << "takes a system where objects can be given to another user";
+            GTEST_SKIP() << "needs a system that allows objects of another user";
         }
         std::optional<Listener> listener = Listener::Open(name);
         EXPECT_TRUE(listener) << access;
@@ -94,7 +94,7 @@ TEST(Names, PipesOfAnotherUserAreRefused) {
         client.reset();
         char byte = 0;
         DWORD read = 0;
-        EXPECT_FALSE(ReadFile(pipe, &byte, 1, &read, nullptr)) << "it was sent something";
+        EXPECT_FALSE(ReadFile(pipe, &byte, 1, &read, nullptr)) << "the client sent data";
         WithdrawPipePath(name, path);
         CloseHandle(pipe);
         return isConnected;

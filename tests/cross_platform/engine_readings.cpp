@@ -1,4 +1,4 @@
-// engine-answers ENGINE: passes pictures to an engine and prints its results, for comparison between systems by
+// engine-readings ENGINE: passes pictures to an engine and prints its results, for comparison between systems by
 // scripts/compare-engines. Standard input holds, for each picture, a line with width and height, and then its rows of
 // blue, green and red bytes. The output is one line of JSON per picture.
 
@@ -26,7 +26,7 @@ constexpr const char* recogniseName = "_Z10Recognize2P10YUV420_IMGP3IMGP7tagRECT
 constexpr const char* setRangeName = "_Z13SetPlateRangeii";
 #endif
 
-constexpr int longestStart = 15;  // refused ranges, of some seconds each
+constexpr int maxAttempts = 15;  // refused ranges, of some seconds each
 
 nlohmann::json Describe(const RPLATE& plate) {
     nlohmann::json corners;
@@ -42,7 +42,7 @@ nlohmann::json Describe(const RPLATE& plate) {
 }  // namespace
 
 int main(int, char** arguments) {
-    TakeStandardInputAsBytes();
+    SetStandardInputBinary();
     boost::dll::shared_library library;
     library.load(std::filesystem::absolute(arguments[1]).string());
     auto& recognise = library.get<int(YUV420_IMG*, IMG*, tagRECT*, RPLATE*, int)>(recogniseName);
@@ -57,8 +57,8 @@ int main(int, char** arguments) {
         std::cin.read(reinterpret_cast<char*>(pixels.data()), static_cast<std::streamsize>(pixels.size()));
         int attempts = 0;
         while (!setRange(0, static_cast<int>(width))) {
-            if (++attempts == longestStart) {
-                std::cerr << "engine-answers: the engine takes no range\n";
+            if (++attempts == maxAttempts) {
+                std::cerr << "engine-readings: the engine refuses every range\n";
                 return 1;
             }
         }

@@ -14,9 +14,9 @@ using transport::Range;
 using Bytes = std::vector<std::uint8_t>;
 
 /// Sends any bytes, valid or not.
-class AnyClient {
+class RawClient {
   public:
-    AnyClient() {
+    RawClient() {
         EXPECT_TRUE(WaitUntil([this] { return (connection_ = Connection::Open(ServerName())).has_value(); }));
     }
 
@@ -40,7 +40,7 @@ class AnyClient {
     std::optional<Connection> connection_;
 };
 
-struct GreetedClient : AnyClient {
+struct GreetedClient : RawClient {
     GreetedClient() {
         EXPECT_TRUE(Send(Encode({1, Greeting()})));
         EXPECT_EQ(Receive(), Encode({1, GreetingReply()}));
@@ -50,41 +50,41 @@ struct GreetedClient : AnyClient {
 const Bytes frame = Encode({2, Frame{30, 20, {}}});
 constexpr std::size_t frameBytes = 30 * 20 * 3;
 
-class Nonsense : public ReadingEngine {
+class InvalidMessages : public ReadingEngine {
   protected:
-    Nonsense() { EXPECT_TRUE(ServesWell()); }
+    InvalidMessages() { EXPECT_TRUE(ServesCorrectly()); }
 
     /// Uses a connection that stays open from test to test.
-    static bool ServesWell() {
+    static bool ServesCorrectly() {
         TestPicture picture(33, 22);
-        return SetPlateRange(3, 4) &&
-               Answers(Recognition(&picture.image),
-                       scripted_reader::DescriptionOf(picture.AsRead(), std::nullopt, plate_reading::WidthRange{3, 4}));
+        return SetPlateRange(3, 4) && ReturnsReadings(Recognition(&picture.image),
+                                                      scripted_reader::DescriptionOf(picture.ForReader(), std::nullopt,
+                                                                                     plate_reading::WidthRange{3, 4}));
     }
 
     RunningService service;
 };
 
-TEST_F(Nonsense, FirstMessageMustBeAGreeting) {
+TEST_F(InvalidMessages, FirstMessageMustBeAGreeting) {
     for (const Bytes& message :
          {Bytes{1}, Bytes(16, 0), Bytes(32, 255), Bytes(5000, 1), Encode({1, Range{1, 2}}),
           Encode({1, RangeAccepted()}), Encode({1, GreetingReply()}), frame, Encode({1, Readings()}), Bytes()}) {
-        AnyClient client;
+        RawClient client;
         client.Send(message);
         EXPECT_TRUE(client.IsDropped());
     }
-    EXPECT_TRUE(ServesWell());
+    EXPECT_TRUE(ServesCorrectly());
 }
 
-TEST_F(Nonsense, GreetingOfAnotherVersionReturnsOursAndCloses) {
-    AnyClient client;
+TEST_F(InvalidMessages, GreetingOfAnotherVersionReturnsOursAndCloses) {
+    RawClient client;
     client.Send(Encode({4, Greeting{.version = protocolVersion + 1}}));
     EXPECT_EQ(client.Receive(), Encode({4, GreetingReply()}));
     EXPECT_TRUE(client.IsDropped());
-    EXPECT_TRUE(ServesWell());
+    EXPECT_TRUE(ServesCorrectly());
 }
 
-TEST_F(Nonsense, InvalidMessageAfterTheGreetingCloses) {
+TEST_F(InvalidMessages, InvalidMessageAfterTheGreetingCloses) {
     Bytes spoiltFrame = Encode({1, Frame{10, 10, Region{0, 0, 10, 10}}});
     spoiltFrame[32] = 11;  // the region's right
     for (const Bytes& message :
@@ -94,10 +94,10 @@ TEST_F(Nonsense, InvalidMessageAfterTheGreetingCloses) {
         client.Send(message);
         EXPECT_TRUE(client.IsDropped());
     }
-    EXPECT_TRUE(ServesWell());
+    EXPECT_TRUE(ServesCorrectly());
 }
 
-TEST_F(Nonsense, WrongNumberOfPixelsCloses) {
+TEST_F(InvalidMessages, WrongNumberOfPixelsCloses) {
     const std::vector<std::vector<Bytes>> wrong = {
         {Bytes(frameBytes + 1)},                  // more
         {Bytes(frameBytes), Bytes(1)},            // more, in a separate piece
@@ -121,10 +121,10 @@ TEST_F(Nonsense, WrongNumberOfPixelsCloses) {
     }
     const auto answer = Decode(client.Receive());
     EXPECT_TRUE(answer && std::holds_alternative<Readings>(answer->contents));
-    EXPECT_TRUE(ServesWell());
+    EXPECT_TRUE(ServesCorrectly());
 }
 
-TEST_F(Nonsense, IncompleteFrameClosesAfterATimeout) {
+TEST_F(InvalidMessages, IncompleteFrameClosesAfterATimeout) {
     GreetedClient none;
     GreetedClient some;
     GreetedClient large;
@@ -134,16 +134,16 @@ TEST_F(Nonsense, IncompleteFrameClosesAfterATimeout) {
     some.Send(Bytes(frameBytes - 1));
     large.Send(Encode({2, Frame{16384, 5461, {}}}));
     large.Send(Bytes(3 << 20));
-    EXPECT_TRUE(ServesWell()) << "the others wait for them";
+    EXPECT_TRUE(ServesCorrectly()) << "other clients are blocked";
     for (GreetedClient* const client : {&none, &some, &large}) {
         EXPECT_TRUE(client->IsDropped());
         EXPECT_GE(Clock::now() - sent, 1900ms);
-        EXPECT_LT(Clock::now() - sent, longestCall);
+        EXPECT_LT(Clock::now() - sent, maxCallTime);
     }
-    EXPECT_TRUE(ServesWell());
+    EXPECT_TRUE(ServesCorrectly());
 }
 
-TEST_F(Nonsense, FrameSizeThatWouldOverflowCloses) {
+TEST_F(InvalidMessages, FrameSizeThatWouldOverflowCloses) {
     for (const std::uint32_t side : {0u, 16385u, 0x55555556u, 0x80000000u, 0xFFFFFFFFu}) {
         for (const bool both : {false, true}) {
             Bytes message = Encode({2, Frame{1, 1, {}}});
@@ -156,18 +156,18 @@ TEST_F(Nonsense, FrameSizeThatWouldOverflowCloses) {
             EXPECT_LT(TimeOf([&] { EXPECT_TRUE(client.IsDropped()); }), 1500ms) << side;
         }
     }
-    EXPECT_TRUE(ServesWell());
+    EXPECT_TRUE(ServesCorrectly());
 }
 
 // Each message is a valid one with random changes, with or without pixels after it.
-TEST_F(Nonsense, RandomMessagesDoNotAffectOtherClients) {
+TEST_F(InvalidMessages, RandomMessagesDoNotAffectOtherClients) {
     std::mt19937 random(20240131);
     const auto below = [&random](unsigned limit) { return static_cast<unsigned>(random() % limit); };
     const std::vector<Bytes> corpus = {
         Encode({1, Greeting()}), Encode({1, Range{1, 2}}), frame, Encode({1, Frame{30, 20, Region{1, 1, 2, 2}}}),
         Bytes(frameBytes),       Encode({1, Readings()})};
     for (int round = 0; round < 400; ++round) {
-        AnyClient client;
+        RawClient client;
         if (below(10) != 0) {
             client.Send(corpus[0]);
         }
@@ -181,11 +181,11 @@ TEST_F(Nonsense, RandomMessagesDoNotAffectOtherClients) {
             }
         }
     }
-    EXPECT_TRUE(ServesWell());
+    EXPECT_TRUE(ServesCorrectly());
 }
 
-TEST_F(Nonsense, LeavesNoDescriptorOpen) {
-    VisitServer();
+TEST_F(InvalidMessages, LeavesNoDescriptorOpen) {
+    ConnectOnce();
     const std::size_t descriptors = test_support::OpenDescriptors().size();
     for (int round = 0; round < 20; ++round) {
         GreetedClient client;
@@ -194,7 +194,7 @@ TEST_F(Nonsense, LeavesNoDescriptorOpen) {
         EXPECT_EQ(client.Receive().empty(), round % 2 != 0);
     }
     EXPECT_TRUE(WaitUntil([&] {
-        VisitServer();
+        ConnectOnce();
         return test_support::OpenDescriptors().size() <= descriptors + test_support::keptByLocks;
     }));
 }
