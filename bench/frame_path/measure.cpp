@@ -173,16 +173,16 @@ plate_host::Json ManyCopies(PictureSize size, const Effort& effort) {
 }  // namespace
 
 plate_host::Json Measure(Library& library, const SelectTraffic& select, const Effort& effort) {
-    plate_host::Json answer;
+    plate_host::Json results;
     select(Traffic::None);
-    answer["tiny_us"] = MicrosecondsPerFrame(library, tiny, effort);
-    answer["full_hd_us"] = MicrosecondsPerFrame(library, fullHd, effort);
-    answer["full_hd_channels"] = ManyChannels(library, fullHd, effort);
-    answer["full_hd_copies"] = ManyCopies(fullHd, effort);
+    results["tiny_us"] = MicrosecondsPerFrame(library, tiny, effort);
+    results["full_hd_us"] = MicrosecondsPerFrame(library, fullHd, effort);
+    results["full_hd_channels"] = ManyChannels(library, fullHd, effort);
+    results["full_hd_copies"] = ManyCopies(fullHd, effort);
     select(Traffic::Standing);
-    answer["tiny_ten_tracks_us"] = MicrosecondsPerFrame(library, tiny, effort);
-    answer["tiny_ten_tracks_channels"] = ManyChannels(library, tiny, effort);
-    return answer;
+    results["tiny_ten_tracks_us"] = MicrosecondsPerFrame(library, tiny, effort);
+    results["tiny_ten_tracks_channels"] = ManyChannels(library, tiny, effort);
+    return results;
 }
 
 }  // namespace frame_path

@@ -71,8 +71,8 @@ int main(int, char** arguments) {
         for (std::size_t index = 0; index < static_cast<std::size_t>(count); ++index) {
             readings.push_back(Describe(plates[index]));
         }
-        const nlohmann::json answer = {{"milliseconds", spent.count()}, {"readings", readings}};
-        std::cout << answer.dump() << std::endl;
+        const nlohmann::json line = {{"milliseconds", spent.count()}, {"readings", readings}};
+        std::cout << line.dump() << std::endl;
     }
     return 0;
 }

@@ -166,8 +166,8 @@ class Round {
                                       : random.Pick<const char*>({"0", "1", "1", "1", "2", "7", "-5", "1abc", "abc"});
         folder.SetDebugLevel(level);
         isVerbose = std::atoi(level) != 0;
-        const std::int32_t answer = plugin->InitializeModule(host.Object());
-        written.Write(std::string("call InitializeModule level ") + level + " -> " + std::to_string(answer));
+        const std::int32_t result = plugin->InitializeModule(host.Object());
+        written.Write(std::string("call InitializeModule level ") + level + " -> " + std::to_string(result));
         module = plugin->GetModule();
         written.Write(std::string("call GetModule -> ") + (module != nullptr ? "module" : "null"));
     }
@@ -282,8 +282,8 @@ class Round {
         written.Write("  errors " + std::to_string(detector.number) + ' ' + std::to_string(code) + ' ' + Escaped(text));
     }
 
-    void WriteOutcome(const Detector& detector, std::int32_t answer) {
-        written.Write("  answer " + std::to_string(answer));
+    void WriteOutcome(const Detector& detector, std::int32_t result) {
+        written.Write("  answer " + std::to_string(result));
         if (random.Chance(60)) {
             WriteErrors(detector);
         }
@@ -311,8 +311,8 @@ class Round {
     void Set(Detector& detector, const char* name, Value value,
              std::int32_t (OKM8::IAsyncAdjuster::*set)(const char*, Value), const std::string& shown) {
         written.Write("call set " + std::to_string(detector.number) + ' ' + HexOfText(name) + ' ' + shown);
-        const std::int32_t answer = (detector.adjuster->*set)(name, value);
-        WriteOutcome(detector, answer);
+        const std::int32_t result = (detector.adjuster->*set)(name, value);
+        WriteOutcome(detector, result);
     }
 
     // Sets a value that affects plates.
@@ -391,22 +391,22 @@ class Round {
     void SetSingleValue(Detector& detector) {
         const char* const name = random.Pick<const char*>({"anything", "id", "", nullptr});
         written.Write("call set single " + std::to_string(detector.number) + ' ' + HexOfText(name));
-        std::int32_t answer = 0;
+        std::int32_t result = 0;
         switch (random.Below(4)) {
             case 0:
-                answer = detector.single->SetStringValue(name, random.Pick<const char*>({"text", nullptr}));
+                result = detector.single->SetStringValue(name, random.Pick<const char*>({"text", nullptr}));
                 break;
             case 1:
-                answer = detector.single->SetDoubleValue(name, -0.25);
+                result = detector.single->SetDoubleValue(name, -0.25);
                 break;
             case 2:
-                answer = detector.single->SetIntValue(name, 7);
+                result = detector.single->SetIntValue(name, 7);
                 break;
             default:
-                answer = detector.single->SetBoolValue(name, true);
+                result = detector.single->SetBoolValue(name, true);
                 break;
         }
-        WriteOutcome(detector, answer);
+        WriteOutcome(detector, result);
     }
 
     void QueryInterfaces(Detector& detector) {
@@ -430,8 +430,8 @@ class Round {
         reactsToEvents = random.Chance(10);
         if (random.Chance(1)) {
             written.Write("call Receive " + std::to_string(detector.number) + " null");
-            const std::int32_t answer = detector.receiver->Receive(nullptr);
-            WriteOutcome(detector, answer);
+            const std::int32_t result = detector.receiver->Receive(nullptr);
+            WriteOutcome(detector, result);
             return;
         }
         BufferOptions options = RandomBuffer();
@@ -440,8 +440,8 @@ class Round {
         newestBuffer = recording_host::MakeBuffer(buffers, std::move(options));
         if (random.Chance(80)) {
             written.Write("call Receive " + std::to_string(detector.number) + ' ' + shown);
-            const std::int32_t answer = detector.receiver->Receive(newestBuffer);
-            WriteOutcome(detector, answer);
+            const std::int32_t result = detector.receiver->Receive(newestBuffer);
+            WriteOutcome(detector, result);
             return;
         }
         OKM8::FrameArea area = {};
@@ -454,9 +454,9 @@ class Round {
         const bool hasCallBack = random.Chance(70);
         written.Write("call ReceiveSingle " + std::to_string(detector.number) + ' ' + shown +
                       (hasArea ? " area" + shownArea : " no area"));
-        const std::int32_t answer =
+        const std::int32_t result =
             detector.single->ReceiveSingle(newestBuffer, hasArea ? &area : nullptr, hasCallBack ? &frameDone : nullptr);
-        WriteOutcome(detector, answer);
+        WriteOutcome(detector, result);
     }
 
     void StepTime() {

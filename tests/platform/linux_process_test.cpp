@@ -358,8 +358,8 @@ TEST_F(LinuxProcess, ASignalReachesItsProcessOrFails) {
     EXPECT_TRUE(WIFSIGNALED(status));
     EXPECT_EQ(platform::SendSignal(static_cast<pid_t>(child), SIGKILL), ESRCH);
     EXPECT_EQ(platform::CheckMaySignal(static_cast<pid_t>(child)), ESRCH);
-    for (const pid_t nobody : {0, -1}) {
-        EXPECT_EQ(platform::CheckMaySignal(nobody), EINVAL);
+    for (const pid_t invalid : {0, -1}) {
+        EXPECT_EQ(platform::CheckMaySignal(invalid), EINVAL);
     }
 }
 

@@ -291,15 +291,15 @@ TEST(SimplifiedChinese, AnUnmappableCharacterIsAQuestionMark) {
 
 TEST(SimplifiedChinese, ManyThreadsCanConvertFirst) {
     std::vector<std::thread> threads;
-    std::vector<std::wstring> answers(8);
-    for (std::wstring& answer : answers) {
-        threads.emplace_back([&answer] { answer = FromChinese("\xBE\xA9"); });
+    std::vector<std::wstring> results(8);
+    for (std::wstring& result : results) {
+        threads.emplace_back([&result] { result = FromChinese("\xBE\xA9"); });
     }
     for (std::thread& thread : threads) {
         thread.join();
     }
-    for (const std::wstring& answer : answers) {
-        EXPECT_EQ(answer, L"\x4EAC");
+    for (const std::wstring& result : results) {
+        EXPECT_EQ(result, L"\x4EAC");
     }
 }
 

@@ -647,7 +647,7 @@ TEST_F(LicencePlateTracker, CanBeDestroyedThroughItsInterface) {
 }
 
 TEST_F(LicencePlateTracker, EveryReadingIsReportedOrReleasedOnce) {
-    std::set<std::uint64_t> handedIn;
+    std::set<std::uint64_t> passedIn;
     {
         const auto tracker = Make(300, 900, 5);
         std::uint64_t id = 1;
@@ -658,7 +658,7 @@ TEST_F(LicencePlateTracker, EveryReadingIsReportedOrReleasedOnce) {
                     const auto y = static_cast<std::int32_t>(frame % 24) * 30;
                     const std::wstring text = L"LANE" + std::to_wstring(lane + static_cast<std::int32_t>(frame % 3));
                     readings.push_back(Reading{id, text, lane, y, 1000 + frame * 40});
-                    handedIn.insert(id++);
+                    passedIn.insert(id++);
                 }
             }
             tracker->ProcessPlates(readings, 1000 + frame * 40);
@@ -670,7 +670,7 @@ TEST_F(LicencePlateTracker, EveryReadingIsReportedOrReleasedOnce) {
     }
     EXPECT_GT(sink.Results().size(), 3u);
     EXPECT_EQ(std::vector<std::uint64_t>(seen.begin(), seen.end()),
-              std::vector<std::uint64_t>(handedIn.begin(), handedIn.end()));
+              std::vector<std::uint64_t>(passedIn.begin(), passedIn.end()));
 }
 
 TEST_F(LicencePlateTracker, WorksWithoutASink) {

@@ -178,12 +178,12 @@ struct GreetingClient {
         if (connection) {
             // Fails if the server was busy and has closed the connection.
             connection->Send(transport::Encode({1, transport::Greeting()}), deadline);
-            answer = transport::Decode(std::span(bytes).first(connection->Receive(bytes, deadline)));
+            response = transport::Decode(std::span(bytes).first(connection->Receive(bytes, deadline)));
         }
     }
 
     std::optional<transport::Connection> connection;
-    std::optional<transport::Message> answer;
+    std::optional<transport::Message> response;
 };
 
 /// The message that a server at its connection limit sends.

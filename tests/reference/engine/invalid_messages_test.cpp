@@ -119,8 +119,8 @@ TEST_F(InvalidMessages, WrongNumberOfPixelsCloses) {
     for (std::size_t piece = 0; piece < 30; ++piece) {
         client.Send(Bytes(frameBytes / 30));
     }
-    const auto answer = Decode(client.Receive());
-    EXPECT_TRUE(answer && std::holds_alternative<Readings>(answer->contents));
+    const auto response = Decode(client.Receive());
+    EXPECT_TRUE(response && std::holds_alternative<Readings>(response->contents));
     EXPECT_TRUE(ServesCorrectly());
 }
 

@@ -221,7 +221,7 @@ TEST_F(ReadingService, ClientsBeyondTheLimitReceiveBusy) {
         ASSERT_TRUE(client.SetRange(1, 2));
     }
     for (int round = 0; round < 20; ++round) {
-        EXPECT_EQ(GreetingClient().answer, BusyMessage());
+        EXPECT_EQ(GreetingClient().response, BusyMessage());
     }
     Client waiting;
     EXPECT_THAT(TimeOf([&] { EXPECT_TRUE(waiting.SetRange(17, 18)); }),
@@ -468,7 +468,7 @@ TEST_F(ReadingService, ReplacesASilentClientWhenTheLimitIsReached) {
     std::optional<GreetingClient> silent;
     ASSERT_TRUE(WaitUntil([&] {
         silent.emplace();
-        return silent->answer && silent->answer != BusyMessage();
+        return silent->response && silent->response != BusyMessage();
     }));
     EXPECT_TRUE(WaitUntil([&] { return Send(0).get() == 2; }));
 }

@@ -46,7 +46,7 @@ class Faults : public ServerPrograms {
 
     static Played PlayOne(Stream& stream) {
         const Played played = stream.Play();
-        EXPECT_EQ(played.answer, 0);
+        EXPECT_EQ(played.status, 0);
         EXPECT_LT(played.time, maxFrameTime);
         EXPECT_THAT(played.plates, testing::AnyOf(0, 2));
         return played;
@@ -162,7 +162,7 @@ TEST_F(Faults, BusyServerIsNotRestarted) {
     std::vector<reading_engine_test::GreetingClient> others;
     ASSERT_TRUE(WaitUntil([&others] {
         others.emplace_back();
-        return others.back().answer == reading_engine_test::BusyMessage();
+        return others.back().response == reading_engine_test::BusyMessage();
     }));
     for (int frame = 0; frame < 5; ++frame) {
         const Played played = PlayOne(stream);

@@ -35,10 +35,10 @@ pid_t Fork(const std::function<bool()>& action) {
 TEST(ProcessControl, SignalsOneProcessAndNeverAGroup) {
     const pid_t group = Fork([] {
         ::setpgid(0, 0);
-        for (const servers::ProcessId nobody : {0, -1, -::getpid()}) {
+        for (const servers::ProcessId invalid : {0, -1, -::getpid()}) {
             for (const auto action : {&servers::Suspend, &servers::Resume, &servers::Kill}) {
                 try {
-                    action(nobody);
+                    action(invalid);
                     return false;
                 } catch (const std::runtime_error&) {
                     continue;
@@ -183,8 +183,8 @@ TEST_F(ServerProcess, SendsBusyWithoutDescriptors) {
     do {
         ASSERT_LT(others.size(), 24u);
         others.emplace_back();
-        ASSERT_TRUE(others.back().answer) << "no response";
-    } while (others.back().answer != BusyMessage());
+        ASSERT_TRUE(others.back().response) << "no response";
+    } while (others.back().response != BusyMessage());
     Client waiting;
     EXPECT_TRUE(waiting.SetRange(1, 2));
     EXPECT_TRUE(IsServedCorrectly(client)) << "the connected client";

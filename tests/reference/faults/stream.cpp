@@ -73,7 +73,7 @@ Played Stream::Play() {
     options.height = frameHeight;
     options.pixels = pixels_;
     options.timeStamp = time_ += frameMilliseconds;
-    played.answer = receiver_->Receive(recording_host::MakeBuffer(buffers_, options));
+    played.status = receiver_->Receive(recording_host::MakeBuffer(buffers_, options));
     played.time = std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::steady_clock::now() - start);
     const std::string lines = trace_.Text(traceRead_);
     traceRead_ += lines.size();

@@ -13,7 +13,7 @@
 namespace reading_faults {
 
 struct Played {
-    std::int32_t answer = -1;  ///< the detector's return value, 0 on success
+    std::int32_t status = -1;  ///< the detector's return value, 0 on success
     int plates = -1;           ///< returned by the engine, according to the library's trace
     bool restarts = false;     ///< the engine refused the range
     std::chrono::milliseconds time{};

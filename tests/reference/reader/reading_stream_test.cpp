@@ -24,8 +24,8 @@ class ReadingStreamTest : public testing::Test {
 
     std::vector<std::string> Show(std::vector<Reading> readings) {
         std::vector<std::string> texts;
-        answer = stream.Follow({picture.data, picture.cols, picture.rows, picture.step}, region, std::move(readings));
-        for (const Reading& reading : answer) {
+        reported = stream.Follow({picture.data, picture.cols, picture.rows, picture.step}, region, std::move(readings));
+        for (const Reading& reading : reported) {
             texts.push_back(reading.text);
         }
         return texts;
@@ -45,14 +45,14 @@ class ReadingStreamTest : public testing::Test {
     cv::Mat picture{360, 640, CV_8UC3, cv::Scalar(90, 100, 110)};
     std::optional<Region> region;
     ReadingStream stream{3};
-    std::vector<Reading> answer;
+    std::vector<Reading> reported;
 };
 
 TEST_F(ReadingStreamTest, AReadingIsReportedWhenEnoughPicturesAgree) {
     EXPECT_THAT(Show({ReadingOf("AB123CD", 95, 100, 100)}), IsEmpty());
     EXPECT_THAT(Show({ReadingOf("AB123CD", 95, 110, 104)}), IsEmpty());
     EXPECT_THAT(Show({ReadingOf("AB123CD", 95, 120, 108)}), ElementsAre("AB123CD"));
-    EXPECT_EQ(answer[0].corners[0].x, 120);
+    EXPECT_EQ(reported[0].corners[0].x, 120);
     EXPECT_THAT(Show({ReadingOf("AB123CD", 95, 130, 112)}), ElementsAre("AB123CD"));
 }
 
@@ -61,8 +61,8 @@ TEST_F(ReadingStreamTest, AMisreadingIsReportedAsTheConfirmedText) {
         Show({ReadingOf("AB123CD", 95, 100 + 10 * i, 100)});
     }
     EXPECT_THAT(Show({ReadingOf("A8123CD", 97, 150, 100)}), ElementsAre("AB123CD"));
-    EXPECT_EQ(answer[0].corners[0].x, 150);
-    EXPECT_NEAR(answer[0].confidence, 95, 1e-9);
+    EXPECT_EQ(reported[0].corners[0].x, 150);
+    EXPECT_NEAR(reported[0].confidence, 95, 1e-9);
 }
 
 TEST_F(ReadingStreamTest, AMisreadingBeforeConfirmationIsNotReported) {
@@ -215,7 +215,7 @@ TEST_F(ReadingStreamTest, APlateIsReportedAfterThousandsOfMisreadings) {
         ++pictures;
     }
     EXPECT_LT(pictures, 200);
-    EXPECT_EQ(answer.at(0).text, "AB123CD");
+    EXPECT_EQ(reported.at(0).text, "AB123CD");
 }
 
 }  // namespace

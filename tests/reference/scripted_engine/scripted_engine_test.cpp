@@ -191,8 +191,8 @@ TEST_F(ScriptedEngine, WritesNothingAfterTheRecords) {
     IMG image{2, 2, 3, 8, pixels.data()};
     EXPECT_EQ(recognise(nullptr, &image, nullptr, records.data(), 0), 5);
     EXPECT_EQ(TextOf(records[4]), "E");
-    const auto* behind = reinterpret_cast<const unsigned char*>(&records.back());
-    EXPECT_TRUE(std::all_of(behind, behind + sizeof(RPLATE), [](unsigned char byte) { return byte == 0x5A; }));
+    const auto* end = reinterpret_cast<const unsigned char*>(&records.back());
+    EXPECT_TRUE(std::all_of(end, end + sizeof(RPLATE), [](unsigned char byte) { return byte == 0x5A; }));
 }
 
 TEST_F(ScriptedEngine, WritesNothingWithoutRecords) {

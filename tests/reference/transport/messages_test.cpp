@@ -84,9 +84,9 @@ TEST(Messages, HaveTheLayoutThatEveryVersionKeeps) {
     EXPECT_EQ(Encode({0x0102030405060708, Greeting{.version = 0x11223344}}),
               (Bytes{1,   0,   0,   0,   32,  0,   0,   0,   8,    7,    6,    5,    4, 3, 2, 1,
                      'V', 'X', 'L', '-', 'R', 'E', 'A', 'D', 0x44, 0x33, 0x22, 0x11, 0, 0, 0, 0}));
-    const Bytes answer = Encode({1, GreetingReply{{.version = 2}}});
-    EXPECT_EQ(answer.size(), 32u);
-    EXPECT_EQ(answer[0], 2);
+    const Bytes response = Encode({1, GreetingReply{{.version = 2}}});
+    EXPECT_EQ(response.size(), 32u);
+    EXPECT_EQ(response[0], 2);
     EXPECT_EQ(Encode({0, Busy()}), (Bytes{7, 0, 0, 0, 16, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0}));
 }
 
