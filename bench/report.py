@@ -1,6 +1,6 @@
-"""report.py RESULTS DOCS: makes DOCS/benchmarks.md and DOCS/benchmarks.svg of what scripts/bench has measured.
+"""report.py RESULTS DOCS: writes DOCS/benchmarks.md and DOCS/benchmarks.svg from the results of scripts/bench.
 
-Needs nothing but Python.
+Needs only Python.
 """
 
 import collections
@@ -23,12 +23,12 @@ COPIES = [BOUND, "memcpy"]
 
 
 class Rooms:
-    """The medians of the one program: microseconds by the benchmark's name."""
+    """The medians of the program rooms, in microseconds, by benchmark name."""
 
     def __init__(self, path):
         with open(path, encoding="utf-8") as file:
             entries = json.load(file)["benchmarks"]
-        # They ran in a random order; the families are numbered as they were registered.
+        # Benchmarks run in random order; families are numbered in the order of registration.
         entries.sort(key=lambda entry: entry["family_index"])
         to_microseconds = {"ns": 1e-3, "us": 1.0, "ms": 1e3}
         self.microseconds = {}
@@ -41,7 +41,7 @@ class Rooms:
                     self.items[name] = entry["items_per_second"]
 
     def kernels(self):
-        """Ours, the preferred one first."""
+        """Our kernels, the preferred one first."""
         start = f"bgr24/{SIZES[0]}/hot/{OURS}"
         return [name[len(start) :] for name in self.microseconds if name.startswith(start)]
 
@@ -49,7 +49,7 @@ class Rooms:
         return self.microseconds[f"{layout}/{size}/{temperature}/{label}"]
 
     def speed(self, size, temperature, label):
-        """How many times the baseline's speed."""
+        """Speed relative to the baseline."""
         return self.conversion(size, temperature, BASELINE) / self.conversion(size, temperature, label)
 
 
@@ -93,14 +93,14 @@ def conversion_tables(rooms, kernels):
     labels = [OURS + kernel for kernel in kernels] + BASELINES + COPIES
     text = ""
     for temperature, what in (
-        ("hot", "One source and one target, again and again."),
-        ("cold", "Sources that rotate through 160 MB, so that none is in a cache; one target."),
+        ("hot", "One source and one target, repeatedly."),
+        ("cold", "Sources that rotate through 160 MB, so that none is cached; one target."),
     ):
         rows = [
             [title(label)] + [f"{rooms.speed(size, temperature, label):.2f}" for size in SIZES] for label in labels
         ]
         rows.append(
-            [f"{BASELINE}, µs a frame"] + [f"{rooms.conversion(size, temperature, BASELINE):.1f}" for size in SIZES]
+            [f"{BASELINE}, µs per frame"] + [f"{rooms.conversion(size, temperature, BASELINE):.1f}" for size in SIZES]
         )
         text += f"### {temperature.capitalize()}: times the speed of {BASELINE}\n\n{what}\n\n"
         text += table(["", *SIZES], rows) + "\n"
@@ -108,9 +108,9 @@ def conversion_tables(rooms, kernels):
             f"{rooms.conversion(size, temperature, label) / rooms.conversion(size, temperature, BOUND):.2f}"
             for size in SIZES
         ] for label in labels[: len(kernels)]]
-        text += f"### {temperature.capitalize()}: time over that of the trivial copy\n\n{table(['', *SIZES], over)}\n"
+        text += f"### {temperature.capitalize()}: time relative to the trivial copy\n\n{table(['', *SIZES], over)}\n"
 
-    layouts = {"bgr24-from-422": "of 4:2:2", "planar": "to planes", "grey": "of grey"}
+    layouts = {"bgr24-from-422": "from 4:2:2", "planar": "to planes", "grey": "from grey"}
     rows = [
         [f"{title(OURS + kernel)}, {what}"]
         + [
@@ -120,7 +120,7 @@ def conversion_tables(rooms, kernels):
         for kernel in kernels
         for layout, what in layouts.items()
     ]
-    text += "### Other layouts: time over that of the same kernel from I420 to interleaved, hot\n\n"
+    text += "### Other layouts: time relative to the same kernel from I420 to interleaved, hot\n\n"
     return text + table(["", *SIZES], rows)
 
 
@@ -133,8 +133,8 @@ def text_distance_table(rooms):
         )
         times = [f"{nanoseconds:.0f} ns" for nanoseconds in (ours, ready, rolling)]
         rows.append((what, f"{rolling / ours:.1f}", f"{rolling / ready:.1f}", *times))
-    speeds = ["times the speed of rolling rows", "with one text ready"]
-    return table(["texts", *speeds, "ours", "with one text ready", "rolling rows"], rows)
+    speeds = ["times the speed of rolling rows", "with one text prepared"]
+    return table(["texts", *speeds, "ours", "with one text prepared", "rolling rows"], rows)
 
 
 def tracker_table(rooms):
@@ -144,7 +144,7 @@ def tracker_table(rooms):
     for tracks in counts:
         times = [rooms.microseconds[f"tracker/tracks:{tracks}/texts:{texts}"] for texts in counts]
         rows.append([tracks] + [f"{time / one:.1f} ({time:.2f} µs)" for time in times])
-    return table(["tracks"] + [f"{texts} text{'s' if texts > 1 else ''} a track" for texts in counts], rows)
+    return table(["tracks"] + [f"{texts} text{'s' if texts > 1 else ''} per track" for texts in counts], rows)
 
 
 def standing_plate_table(standing):
@@ -154,7 +154,7 @@ def standing_plate_table(standing):
         f"{standing['last_thousand_us']:.2f}",
         f"{standing['bytes_a_reading']:.0f}",
     )
-    return table(["last over first", "first, µs a frame", "last, µs a frame", "bytes that a reading keeps"], [row])
+    return table(["last / first", "first, µs per frame", "last, µs per frame", "bytes per reading"], [row])
 
 
 def read_lines(path):
@@ -163,7 +163,7 @@ def read_lines(path):
 
 
 class FramePaths:
-    """What frame-path printed, nested objects flattened: a list over the rounds for each system, kernel and name."""
+    """Output of frame-path with nested objects flattened: a list of rounds for each system, kernel and name."""
 
     def __init__(self, results):
         self.rounds = collections.defaultdict(list)
@@ -181,14 +181,14 @@ class FramePaths:
         return statistics.median(self.rounds[system, kernel, name])
 
     def conversions(self, system, kernel):
-        """What a large frame takes longer than a tiny one, round by round."""
+        """Time of a large frame minus that of a tiny one, for each round."""
         return [
             large - tiny
             for large, tiny in zip(self.rounds[system, kernel, "full_hd_us"], self.rounds[system, kernel, "tiny_us"])
         ]
 
     def windows_over_linux(self, kernel):
-        """Of runs that stood beside one another."""
+        """Median ratio of adjacent runs."""
         pairs = zip(self.conversions("windows", kernel), self.conversions("linux", kernel))
         return statistics.median(windows / linux for windows, linux in pairs)
 
@@ -200,8 +200,8 @@ def frame_path_tables(paths, kernels):
         times = [paths.median(system, kernel, name) for name in ("tiny_us", "tiny_ten_tracks_us", "full_hd_us")]
         share = statistics.median(paths.conversions(system, kernel)) / times[2]
         rows.append([f"{kernel}, {system.capitalize()}"] + [f"{time:.1f}" for time in times] + [f"{share:.0%}"])
-    head = ["kernel", "64x48, no plates", "64x48, five plates, ten tracks", "1920x1080, no plates", "of it conversion"]
-    text = "Microseconds a frame:\n\n" + table(head, rows) + "\n"
+    head = ["kernel", "64x48, no plates", "64x48, five plates, ten tracks", "1920x1080, no plates", "conversion's share"]
+    text = "Microseconds per frame:\n\n" + table(head, rows) + "\n"
 
     many = int(paths.median(*runs[0], "full_hd_copies.threads"))
     rows = []
@@ -211,21 +211,21 @@ def frame_path_tables(paths, kernels):
             row += [f"{paths.median(system, kernel, f'{name}.{part}'):.0f}" for part in ("one", "all")]
             row.append(f"{paths.median(system, kernel, name + '.ratio'):.2f}")
         rows.append(row + [f"{paths.median(system, kernel, 'full_hd_copies.ratio'):.2f}"])
-    text += f"Frames a second through 1 channel and through {many}, a thread each, and the latter over {many} times\n"
-    text += "the former; in the last column that ratio of threads that share nothing and copy as many bytes as a frame of 1920x1080\n"
-    text += "has, which is what the machine can do at that moment:\n\n"
+    text += f"Frames per second through 1 channel and through {many}, one thread each, and the ratio of the latter to {many} times\n"
+    text += "the former. The last column is that ratio for threads that share nothing and copy as many bytes as a frame of 1920x1080,\n"
+    text += "which is the machine's limit at that moment:\n\n"
     heads = [cell for size in ("1920x1080", "64x48, ten tracks") for cell in (f"{size}: 1", many, "ratio")]
     text += table(["kernel", *heads, "machine"], rows)
 
     if "windows" in paths.systems():
         rows = [(kernel, f"{paths.windows_over_linux(kernel):.2f}") for kernel in kernels]
-        text += "\nTime of the conversion in the Windows DLL, under Wine, over that in the Linux library:\n\n"
-        text += table(["kernel", "Windows over Linux"], rows)
+        text += "\nTime of the conversion in the Windows DLL, under Wine, relative to the Linux library:\n\n"
+        text += table(["kernel", "Windows / Linux"], rows)
     return text
 
 
 class Picture:
-    """Bars in two panels, hot and cold: times the baseline's speed, by size."""
+    """Bars in two panels, hot and cold: speed relative to the baseline, by size."""
 
     WIDTH, HEIGHT = 900, 330
     LEFT, TOP, BOTTOM = 50, 60, 40
@@ -298,10 +298,10 @@ def main():
 
     page = f"""# Benchmarks
 
-`scripts/bench` measures all of this in one run and writes this page. Medians of repetitions that are mixed with one
-another; one thread where nothing else is said. The other libraries convert by other matrices: only the speed compares.
-The trivial copy is the bound: it reads each frame's 1.5 bytes a pixel and writes 3, and computes nothing. It stores through
-the caches; where a target is larger than they are, a kernel that stores past them may be faster.
+`scripts/bench` measures all of this in one run and writes this page. The values are medians of interleaved
+repetitions, on one thread unless stated otherwise. The other libraries use other matrices, so only the speed is comparable.
+The trivial copy is the bound: it reads the 1.5 bytes per pixel of each frame and writes 3, without computing anything. It
+stores through the caches; if a target is larger than they are, a kernel with non-temporal stores may be faster.
 
 {machine()}
 ## Conversion from I420 to blue, green, red
@@ -311,22 +311,22 @@ the caches; where a target is larger than they are, a kernel that stores past th
 {conversions}
 ## Text distance
 
-Half of the pairs are one plate misread in a character, the others two plates. The tracker makes a reading ready once and
-compares it with all texts that it knows.
+Half of the pairs are one plate misread in a character, the others two plates. The tracker prepares a reading once and
+compares it with all known texts.
 
 {text_distance_table(rooms)}
 ## Tracker
 
-The time of a frame of five plates (of one, where there is one track), over that with one track of one text:
+The time of a frame with five plates (one plate with one track), relative to one track with one text:
 
 {tracker_table(rooms)}
-A vehicle that stands for an hour, {standing["frames"]} frames, and is read as {standing["texts"]} texts, its last thousand
-frames against the first thousand that know as many texts:
+A vehicle that stands for an hour, {standing["frames"]} frames, and is read as {standing["texts"]} texts: its last thousand frames
+and the first thousand with as many known texts:
 
 {standing_plate_table(standing)}
 ## A whole frame
 
-The built library, driven as a host does, with an engine that reads nothing.
+The built library, called as by a host, with the idle engine.
 
 {frames}"""
     with open(os.path.join(docs, "benchmarks.md"), "w", encoding="utf-8") as file:
