@@ -116,7 +116,7 @@ Events Track(const Clip& clip) {
 
 /// Returns the readings of an engine that sees each plate only for a part of its way, sometimes loses it for a while,
 /// and sometimes reads a wrong character.
-std::vector<std::vector<Reading>> Worsen(const Clip& clip, std::uint64_t seed) {
+std::vector<std::vector<Reading>> Degrade(const Clip& clip, std::uint64_t seed) {
     Random random(seed);
     std::vector<std::vector<Reading>> worse(clip.readings.size());
     for (std::size_t vehicle = 0; vehicle < clip.vehicles.size(); ++vehicle) {
@@ -224,7 +224,7 @@ TEST(DemonstrationClip, IsTrackedWithOneEventPerVehicleDespitePoorReadings) {
     std::vector<std::size_t> all(clip.vehicles.size());
     std::iota(all.begin(), all.end(), 0U);
     for (std::uint64_t engine = 0; engine < 100; ++engine) {
-        EXPECT_THAT(Track(Worsen(clip, engine)).vehicles, testing::UnorderedElementsAreArray(all)) << engine;
+        EXPECT_THAT(Track(Degrade(clip, engine)).vehicles, testing::UnorderedElementsAreArray(all)) << engine;
     }
 }
 

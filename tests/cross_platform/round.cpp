@@ -279,7 +279,7 @@ class Round {
     void WriteErrors(const Detector& detector) {
         const std::int32_t code = detector.errors->GetErrorCode();
         const std::string text = detector.errors->GetErrorMessage();
-        written.Write("  errors " + std::to_string(detector.number) + ' ' + std::to_string(code) + ' ' + Escaped(text));
+        written.Write("  errors " + std::to_string(detector.number) + ' ' + std::to_string(code) + ' ' + Escape(text));
     }
 
     void WriteOutcome(const Detector& detector, std::int32_t result) {

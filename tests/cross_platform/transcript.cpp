@@ -107,7 +107,7 @@ std::string Hex(const void* bytes, std::size_t count) {
     return hex;
 }
 
-std::string Escaped(const std::string& text) {
+std::string Escape(const std::string& text) {
     std::string escaped;
     for (const char character : text) {
         if (character >= ' ' && character <= '~' && character != '\\') {
@@ -124,7 +124,7 @@ std::string HexOfText(const char* text) {
     return text == nullptr ? "-" : Hex(text, std::char_traits<char>::length(text));
 }
 
-std::string Masked(const std::string& line) {
+std::string Mask(const std::string& line) {
     if (!IsLauncherLine(line)) {
         return line;
     }
@@ -177,7 +177,7 @@ std::vector<std::string> Transcript::NewLines() {
         // A system's error text can contain line ends.
         if (isStart || !isAfterSystemText_) {
             isAfterSystemText_ = IsLauncherLine(line) && line.find(systemTextStart) != std::string::npos;
-            lines.push_back(Masked(line));
+            lines.push_back(Mask(line));
         }
     }
     read_ += start;
@@ -186,7 +186,7 @@ std::vector<std::string> Transcript::NewLines() {
 
 void Transcript::AppendNewLines() {
     for (const std::string& line : NewLines()) {
-        Append("  trace " + Escaped(line));
+        Append("  trace " + Escape(line));
     }
 }
 
@@ -204,23 +204,23 @@ void Transcript::Write(const HostCall& call) {
 
 void Transcript::AppendUnorderedLines(std::size_t launcherLineCount) {
     std::vector<std::string> launcherLines;
-    const bool areThere = WaitUntil([&] {
+    const bool isComplete = WaitUntil([&] {
         for (const std::string& line : NewLines()) {
             if (IsLauncherLine(line)) {
                 launcherLines.push_back(line);
             } else {
-                Append("  trace " + Escaped(line));
+                Append("  trace " + Escape(line));
             }
         }
         return launcherLines.size() >= launcherLineCount;
     });
-    if (!areThere) {
+    if (!isComplete) {
         throw std::runtime_error("the launcher has written " + std::to_string(launcherLines.size()) + " lines, not " +
                                  std::to_string(launcherLineCount));
     }
     std::sort(launcherLines.begin(), launcherLines.end());
     for (const std::string& line : launcherLines) {
-        Append("  trace " + Escaped(line));
+        Append("  trace " + Escape(line));
     }
 }
 

@@ -19,11 +19,11 @@ inline std::string Hex(const std::string& bytes) {
 std::string HexOfText(const char* text);
 
 /// Replaces each unprintable character by a backslash and two digits.
-std::string Escaped(const std::string& text);
+std::string Escape(const std::string& text);
 
 /// Masks everything in a trace line that differs between runs: the launcher's handles, except the empty one, and the
 /// system's error texts.
-std::string Masked(const std::string& line);
+std::string Mask(const std::string& line);
 
 /// Keeps the order of host calls, the library's calls of host objects and its trace lines: each Write first appends the
 /// trace lines that the library has written before.

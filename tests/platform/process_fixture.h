@@ -80,7 +80,7 @@ class ProcessFixture : public testing::Test {
     }
 
     ~ProcessFixture() override {
-        for (const platform::SystemHandle process : toEnd_) {
+        for (const platform::SystemHandle process : toTerminate_) {
             platform::TerminateProcess(process, 0);
         }
         std::filesystem::current_path(startFolder_);
@@ -105,7 +105,7 @@ class ProcessFixture : public testing::Test {
     /// Starts the helper with arguments that make it run on, and ends it at the latest with the test.
     platform::ProcessInformation StartTracked(const std::string& commandLine) {
         const platform::ProcessInformation started = Start(commandLine);
-        toEnd_.push_back(started.process);
+        toTerminate_.push_back(started.process);
         return started;
     }
 
@@ -129,7 +129,7 @@ class ProcessFixture : public testing::Test {
   private:
     std::filesystem::path startFolder_;
     std::vector<std::filesystem::path> copies_;
-    std::vector<platform::SystemHandle> toEnd_;
+    std::vector<platform::SystemHandle> toTerminate_;
 };
 
 /// A program of one name in several folders, for tests of the search order.

@@ -15,7 +15,7 @@
 
 class LauncherFixture : public testing::Test {
   protected:
-    static constexpr std::int64_t anHour = 3'600'000;
+    static constexpr std::int64_t oneHour = 3'600'000;
     static constexpr const char* serverName = "plate-Server.exe";
 
     LauncherFixture() {
@@ -29,7 +29,7 @@ class LauncherFixture : public testing::Test {
     }
 
     /// Creates a launcher that polls once and then at that period. Returns after its first poll.
-    std::unique_ptr<ServerLauncher> MakeLauncher(std::int64_t milliseconds = anHour) {
+    std::unique_ptr<ServerLauncher> MakeLauncher(std::int64_t milliseconds = oneHour) {
         struct Gate {
             std::atomic<bool> reached = false;
             std::atomic<bool> open = false;

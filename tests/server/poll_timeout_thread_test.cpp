@@ -21,7 +21,7 @@ namespace {
 using std::chrono::steady_clock;
 using ThreadRoutines::PollTimeoutThread;
 
-constexpr std::int64_t anHour = 3'600'000;
+constexpr std::int64_t oneHour = 3'600'000;
 
 struct Counter {
     std::atomic<int> count = 0;
@@ -69,7 +69,7 @@ TEST(PollTimeoutThread, DoesNotRunUntilItIsStarted) {
 TEST(PollTimeoutThread, PollsAtOnce) {
     Counter polls;
     PollTimeoutThread poll;
-    poll.SetPeriod(anHour);
+    poll.SetPeriod(oneHour);
     poll.Start(polls.Action());
     EXPECT_TRUE(poll.IsRunning());
     EXPECT_TRUE(polls.Reaches(1));
@@ -117,7 +117,7 @@ TEST(PollTimeoutThread, WaitsFiveSecondsByDefault) {
 
 TEST(PollTimeoutThread, PassesThePeriodToTheWaitActionInMicroseconds) {
     for (const auto& [milliseconds, microseconds] :
-         std::vector<std::pair<std::int64_t, std::int64_t>>{{1, 1000}, {0, 0}, {anHour, 3'600'000'000}, {-7, -7000}}) {
+         std::vector<std::pair<std::int64_t, std::int64_t>>{{1, 1000}, {0, 0}, {oneHour, 3'600'000'000}, {-7, -7000}}) {
         Waits waits;
         Counter polls;
         PollTimeoutThread poll;
@@ -193,7 +193,7 @@ TEST(PollTimeoutThread, UsesANewPeriodFromTheNextWaitOn) {
 TEST(PollTimeoutThread, DoesNotWaitAtAllForANegativePeriod) {
     Counter polls;
     PollTimeoutThread poll;
-    poll.SetPeriod(-anHour);
+    poll.SetPeriod(-oneHour);
     poll.Start(polls.Action());
     EXPECT_TRUE(polls.Reaches(3));
 }
@@ -237,7 +237,7 @@ TEST(PollTimeoutThread, RunsWithoutAnAction) {
 TEST(PollTimeoutThread, StopInterruptsALongWait) {
     Counter polls;
     PollTimeoutThread poll;
-    poll.SetPeriod(anHour);
+    poll.SetPeriod(oneHour);
     poll.Start(polls.Action());
     ASSERT_TRUE(polls.Reaches(1));
     const auto start = steady_clock::now();
@@ -265,7 +265,7 @@ TEST(PollTimeoutThread, StopWaitsForAPollInProgress) {
     std::atomic<bool> stopping = false;
     std::atomic<bool> pollEnded = false;
     PollTimeoutThread poll;
-    poll.SetPeriod(anHour);
+    poll.SetPeriod(oneHour);
     poll.Start([&] {
         inPoll = true;
         EXPECT_TRUE(WaitUntil([&] { return stopping.load(); }));
@@ -291,7 +291,7 @@ TEST(PollTimeoutThread, ManyThreadsCanStopIt) {
     for (int round = 0; round < 20; ++round) {
         Counter polls;
         PollTimeoutThread poll;
-        poll.SetPeriod(round % 2 == 0 ? anHour : 0);
+        poll.SetPeriod(round % 2 == 0 ? oneHour : 0);
         poll.Start(polls.Action());
         std::vector<std::thread> stoppers;
         for (int stopper = 0; stopper < 4; ++stopper) {
@@ -308,7 +308,7 @@ TEST(PollTimeoutThread, CanBeStoppedRightAfterStart) {
     for (int round = 0; round < 200; ++round) {
         Counter polls;
         PollTimeoutThread poll;
-        poll.SetPeriod(anHour);
+        poll.SetPeriod(oneHour);
         poll.Start(polls.Action());
         poll.Stop();
         EXPECT_FALSE(poll.IsRunning());
@@ -319,7 +319,7 @@ TEST(PollTimeoutThread, CanBeStoppedRightAfterStart) {
 TEST(PollTimeoutThread, ManyThreadsCanStopAndStartIt) {
     constexpr int rounds = 100;
     PollTimeoutThread poll;
-    poll.SetPeriod(anHour);
+    poll.SetPeriod(oneHour);
     std::atomic<int> polls = 0;
     const auto stopStartStop = [&] {
         for (int round = 0; round < rounds; ++round) {
@@ -467,7 +467,7 @@ TEST(PollTimeoutThread, StopFromItsActionHasNoEffect) {
 TEST(PollTimeoutThread, ActionMaySetThePeriod) {
     std::atomic<int> count = 0;
     PollTimeoutThread poll;
-    poll.SetPeriod(anHour);
+    poll.SetPeriod(oneHour);
     poll.Start([&] {
         ++count;
         poll.SetPeriod(0);
@@ -479,7 +479,7 @@ TEST(PollTimeoutThread, ActionMaySetThePeriod) {
 TEST(PollTimeoutThread, StopCompletesForAnInterruptedCaller) {
     Counter polls;
     PollTimeoutThread poll;
-    poll.SetPeriod(anHour);
+    poll.SetPeriod(oneHour);
     poll.Start(polls.Action());
     ASSERT_TRUE(polls.Reaches(1));
     std::atomic<bool> interrupted = false;

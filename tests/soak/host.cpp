@@ -25,7 +25,7 @@ void Events::BeginFrame() {
 
 bool Events::EndFrame() {
     currentFrame = nullptr;
-    if (raisers_ != 0 || hasEndedTwice_) {
+    if (raisers_ != 0 || isEndedTwice_) {
         throw std::runtime_error("a raiser was not ended exactly once");
     }
     if (hasMissingTrack_) {
@@ -107,7 +107,7 @@ void Events::Begin() {
 
 // Each raiser is ended before the next one is created.
 void Events::EndRaiser() {
-    hasEndedTwice_ = hasEndedTwice_ || raisers_ != 1;
+    isEndedTwice_ = isEndedTwice_ || raisers_ != 1;
     --raisers_;
 }
 

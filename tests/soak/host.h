@@ -66,7 +66,7 @@ class Events {
     int raisers_ = 0;            // not yet ended
     bool hasRefused_ = false;
     bool hasMissingTrack_ = false;
-    bool hasEndedTwice_ = false;
+    bool isEndedTwice_ = false;
     bool hasTargets_ = false;
     OKM8::Analytics::TrackPointList track_ = {};  // of the current event, valid until it is raised
 };

@@ -26,7 +26,7 @@ char Road::Character() {
 }
 
 void Road::Enter(Vehicle& vehicle) {
-    vehicle.isThere = true;
+    vehicle.isPresent = true;
     for (char& character : vehicle.text) {
         character = Character();
     }
@@ -50,20 +50,20 @@ void Road::Move(Vehicle& vehicle) {
         return;
     }
     vehicle.along += vehicle.step;
-    vehicle.isThere = vehicle.along < 1.0;
+    vehicle.isPresent = vehicle.along < 1.0;
 }
 
 int Road::Read(const IMG& image, RPLATE* plates) {
     int count = 0;
     for (Vehicle& vehicle : vehicles_) {
-        if (!vehicle.isThere) {
+        if (!vehicle.isPresent) {
             if (isOpen_ && Below(250) == 0) {
                 Enter(vehicle);
             }
             continue;
         }
         Move(vehicle);
-        if (!vehicle.isThere || Chance(15)) {
+        if (!vehicle.isPresent || Chance(15)) {
             continue;
         }
         std::string text(vehicle.text.begin(), vehicle.text.end());
@@ -79,7 +79,7 @@ int Road::Read(const IMG& image, RPLATE* plates) {
 void Road::Close() {
     isOpen_ = false;
     for (Vehicle& vehicle : vehicles_) {
-        vehicle.isThere = false;
+        vehicle.isPresent = false;
     }
 }
 

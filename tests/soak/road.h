@@ -25,7 +25,7 @@ class Road {
 
   private:
     struct Vehicle {
-        bool isThere = false;
+        bool isPresent = false;
         std::array<char, 7> text = {};
         double across = 0.0;  ///< of the frame's width
         double along = 0.0;   ///< of its height

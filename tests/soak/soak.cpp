@@ -23,7 +23,7 @@ constexpr int sessionsPerVerboseSession = 3;
 constexpr int verboseFrameDivisor = 40;
 
 // The number of samples in the whole run, regardless of its length.
-constexpr int samplesWanted = 240;
+constexpr int sampleCount = 240;
 
 constexpr double framesPerDay = 25.0 * 86'400.0;
 
@@ -50,7 +50,7 @@ class Player {
   public:
     Player(const Options& options, std::ostream& lines) : options_(options), lines_(lines) {
         test_support::KeepNoFreeMemory();
-        samples_.reserve(static_cast<std::size_t>(std::max(options_.rounds, samplesWanted + 1)));
+        samples_.reserve(static_cast<std::size_t>(std::max(options_.rounds, sampleCount + 1)));
     }
 
     Outcome Play() {
@@ -102,7 +102,7 @@ class Player {
             return;
         }
         samples_.push_back(TakeSample());
-        nextSample_ = elapsed + std::chrono::minutes(options_.minutes) / samplesWanted;
+        nextSample_ = elapsed + std::chrono::minutes(options_.minutes) / sampleCount;
         if (elapsed >= nextLine_) {
             WriteLine(samples_.back());
             nextLine_ += std::chrono::minutes(1);

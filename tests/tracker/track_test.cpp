@@ -17,20 +17,20 @@ namespace {
 
 using tracker_test::Reading;
 
-LicencePlateHolderPtr Held(const Reading& reading) {
+LicencePlateHolderPtr HolderOf(const Reading& reading) {
     return boost::make_shared<LicencePlateHolder>(reading, nullptr);
 }
 
 CTrack TrackOf(std::initializer_list<Reading> readings) {
     CTrack track(0);
     for (const Reading& reading : readings) {
-        track.Add(Held(reading));
+        track.Add(HolderOf(reading));
     }
     return track;
 }
 
 bool IsAhead(const CTrack& track, std::int32_t x, std::int32_t y) {
-    return track.IsAhead(*Held({9, L"X", x, y, 0}));
+    return track.IsAhead(*HolderOf({9, L"X", x, y, 0}));
 }
 
 TEST(Track, StartsEmptyWithTheInitialSpeed) {
@@ -129,7 +129,7 @@ TEST(Track, TextDistanceEqualsThatOfAFullSearch) {
         std::vector<std::wstring> known(below(7));
         for (std::wstring& each : known) {
             each = text();
-            track.Add(Held({1, each, 10, 10, 0}));
+            track.Add(HolderOf({1, each, 10, 10, 0}));
         }
         const std::wstring read = text();
         double smallest = 1.0;
@@ -160,7 +160,7 @@ TEST(Track, BestEqualsThatOfAFullSearch) {
             const Reading reading{id, std::wstring(below(2), L'A') + static_cast<wchar_t>(L'A' + below(4)),
                                   10, 10,
                                   0,  static_cast<std::int32_t>(below(4))};
-            track.Add(Held(reading));
+            track.Add(HolderOf(reading));
             const auto [entry, isNew] = heaviest.try_emplace(reading.text, reading);
             if (entry->second.weight < reading.weight) {
                 entry->second = reading;
@@ -209,16 +209,16 @@ TEST(Track, APlateAtTheSideIsAssumedToMoveAwayFromIt) {
 TEST(Track, TheMarginDependsOnTheCandidatesFrame) {
     const CTrack track = TrackOf({{1, L"A", 640, 300, 0}});
     Reading candidate{2, L"B", 640, 200, 0};
-    EXPECT_FALSE(track.IsAhead(*Held(candidate)));
+    EXPECT_FALSE(track.IsAhead(*HolderOf(candidate)));
     candidate.frameWidth = 2560;
     candidate.frameHeight = 1440;
-    EXPECT_TRUE(track.IsAhead(*Held(candidate)));
+    EXPECT_TRUE(track.IsAhead(*HolderOf(candidate)));
     candidate.frameWidth = 0;
     candidate.frameHeight = 0;
     candidate.y = 300;
-    EXPECT_FALSE(track.IsAhead(*Held(candidate))) << "exactly at the line is not ahead";
+    EXPECT_FALSE(track.IsAhead(*HolderOf(candidate))) << "exactly at the line is not ahead";
     candidate.y = 301;
-    EXPECT_TRUE(track.IsAhead(*Held(candidate)));
+    EXPECT_TRUE(track.IsAhead(*HolderOf(candidate)));
 }
 
 TEST(Track, MovementChangesTheDirectionByAFifth) {
@@ -245,9 +245,9 @@ TEST(Track, AMovementOfTwoPixelsKeepsTheDirection) {
 TEST(Track, SpeedIsSmoothedByAFifth) {
     CTrack track = TrackOf({{1, L"A", 100, 100, 1000}});
     EXPECT_EQ(track.Speed(), 128.0);
-    track.Add(Held({2, L"A", 130, 140, 1100}));  // 50 pixels in a tenth of a second
+    track.Add(HolderOf({2, L"A", 130, 140, 1100}));  // 50 pixels in a tenth of a second
     EXPECT_DOUBLE_EQ(track.Speed(), 0.2 * 500.0 + 0.8 * 128.0);
-    track.Add(Held({3, L"A", 130, 140, 1200}));
+    track.Add(HolderOf({3, L"A", 130, 140, 1200}));
     EXPECT_DOUBLE_EQ(track.Speed(), 0.8 * (0.2 * 500.0 + 0.8 * 128.0));
 }
 
@@ -255,7 +255,7 @@ TEST(Track, EqualTimesMakeTheSpeedInfinite) {
     CTrack track = TrackOf({{1, L"A", 100, 100, 1000}, {2, L"A", 130, 140, 1000}});
     EXPECT_EQ(track.Speed(), std::numeric_limits<double>::infinity());
     for (std::uint64_t more = 0; more < 30; ++more) {
-        track.Add(Held({3 + more, L"A", 130, 140, 1100 + more * 100}));
+        track.Add(HolderOf({3 + more, L"A", 130, 140, 1100 + more * 100}));
     }
     EXPECT_EQ(track.Speed(), std::numeric_limits<double>::infinity());
     EXPECT_FALSE(track.Speed() < 24.0);
@@ -264,7 +264,7 @@ TEST(Track, EqualTimesMakeTheSpeedInfinite) {
 TEST(Track, EqualTimesAtOnePlaceMakeTheSpeedNan) {
     CTrack track = TrackOf({{1, L"A", 100, 100, 1000}, {2, L"A", 100, 100, 1000}});
     EXPECT_TRUE(std::isnan(track.Speed()));
-    track.Add(Held({3, L"A", 100, 100, 1100}));
+    track.Add(HolderOf({3, L"A", 100, 100, 1100}));
     EXPECT_TRUE(std::isnan(track.Speed()));
     EXPECT_FALSE(track.Speed() < 24.0);
 }

@@ -85,11 +85,11 @@ TEST_F(InvalidMessages, GreetingOfAnotherVersionReturnsOursAndCloses) {
 }
 
 TEST_F(InvalidMessages, InvalidMessageAfterTheGreetingCloses) {
-    Bytes spoiltFrame = Encode({1, Frame{10, 10, Region{0, 0, 10, 10}}});
-    spoiltFrame[32] = 11;  // the region's right
+    Bytes invalidFrame = Encode({1, Frame{10, 10, Region{0, 0, 10, 10}}});
+    invalidFrame[32] = 11;  // the region's right
     for (const Bytes& message :
          {Bytes{1}, Bytes(16, 0), Bytes(32, 255), Bytes(5000, 1), Encode({1, Greeting()}), Encode({1, GreetingReply()}),
-          Encode({1, RangeAccepted()}), Encode({1, Readings()}), spoiltFrame, Bytes()}) {
+          Encode({1, RangeAccepted()}), Encode({1, Readings()}), invalidFrame, Bytes()}) {
         GreetedClient client;
         client.Send(message);
         EXPECT_TRUE(client.IsDropped());

@@ -33,7 +33,7 @@ class ConfigurationFile : public testing::Test {
 
     static void Write(const std::filesystem::path& path, const std::string& text) { std::ofstream(path) << text; }
 
-    void ExpectOneLineAndTheDefaults(const std::string& about) {
+    void ExpectOneErrorAndDefaults(const std::string& about) {
         const plate_reading::ReadingOptions options = Load();
         EXPECT_THAT(options.templates, IsEmpty());
         EXPECT_EQ(options.confirmations, plate_reading::ReadingOptions().confirmations);
@@ -69,14 +69,14 @@ TEST_F(ConfigurationFile, IsTheOneThatTheEnvironmentNames) {
 
 TEST_F(ConfigurationFile, InvalidFileGivesOneLineAndTheDefaults) {
     Write(folder / "plate-Server.conf", "confirmations = 1\ntemplates = br\ntemplate = eu\n");
-    ExpectOneLineAndTheDefaults("line 3: there is no key \"template\"");
+    ExpectOneErrorAndDefaults("line 3: there is no key \"template\"");
 }
 
 TEST_F(ConfigurationFile, MissingNamedFileGivesOneLineAndTheDefaults) {
     test_support::SetEnvironment("VEXLANE_READING_CONFIG", (folder / "none").string());
-    ExpectOneLineAndTheDefaults("cannot be read");
+    ExpectOneErrorAndDefaults("cannot be read");
     test_support::SetEnvironment("VEXLANE_READING_CONFIG", folder.string());
-    ExpectOneLineAndTheDefaults("cannot be read");
+    ExpectOneErrorAndDefaults("cannot be read");
 }
 
 }  // namespace

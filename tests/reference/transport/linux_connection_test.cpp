@@ -83,7 +83,7 @@ TEST_F(LocalConnection, AcceptsOnlyItsOwnUser) {
 
 class Folders : public testing::Test {
   protected:
-    static bool Meet(const std::string& name) {
+    static bool CanConnect(const std::string& name) {
         std::optional<Listener> listener = Listener::Open(name);
         const std::optional<Connection> client = Connection::Open(name);
         return listener && client && listener->Accept(In(10s));
@@ -125,13 +125,13 @@ TEST_F(Folders, MayHaveLongPaths) {
     fs::create_directories(deep);
     test_support::SetEnvironment("XDG_RUNTIME_DIR", deep.string());
     test_support::SetEnvironment("TMPDIR", deep.string());
-    EXPECT_TRUE(Meet(std::string(79, 'z')));
+    EXPECT_TRUE(CanConnect(std::string(79, 'z')));
     EXPECT_TRUE(fs::is_directory(deep / "vexlane"));
 }
 
 TEST_F(Folders, AreNotUsedIfOtherUsersCanChangeThem) {
     fs::permissions(run, fs::perms::all);
-    EXPECT_TRUE(Meet(name));
+    EXPECT_TRUE(CanConnect(name));
     EXPECT_FALSE(fs::exists(run / "vexlane"));
     // A folder of the user's own that others can look into.
     fs::create_directory(temporary / "real");
@@ -143,7 +143,7 @@ TEST_F(Folders, AreNotUsedIfOtherUsersCanChangeThem) {
     }
     fs::remove(temporary / own);
     fs::create_symlink("real", temporary / own);
-    EXPECT_TRUE(Meet(name));
+    EXPECT_TRUE(CanConnect(name));
     EXPECT_TRUE(fs::is_empty(temporary / "real"));
 }
 
@@ -174,7 +174,7 @@ TEST_F(Folders, OfAnotherUserDoNotPreventListening) {
         // Later listeners use the same folder.
         for (int round = 0; round < 3; ++round) {
             EXPECT_FALSE(Connection::Open(name));
-            EXPECT_TRUE(Meet(name)) << static_cast<int>(obstacle);
+            EXPECT_TRUE(CanConnect(name)) << static_cast<int>(obstacle);
         }
         EXPECT_TRUE(taker.End()) << "a client connected to the other user's server: " << static_cast<int>(obstacle);
         EXPECT_EQ(std::distance(fs::directory_iterator(temporary), fs::directory_iterator()), 2);

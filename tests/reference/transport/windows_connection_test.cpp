@@ -57,12 +57,12 @@ class Owner {
 };
 
 constexpr char system[] = "SY";
-constexpr char forEverybody[] = "(A;;GA;;;WD)";
-constexpr char forNobodyElse[] = "(A;;GA;;;SY)";
+constexpr char accessForAll[] = "(A;;GA;;;WD)";
+constexpr char accessForSystem[] = "(A;;GA;;;SY)";
 
 // Such a mutex once prevented every server of the user from listening.
 TEST(Names, AreNotBlockedByAnotherUsersMutex) {
-    for (const char* const access : {forEverybody, forNobodyElse}) {
+    for (const char* const access : {accessForAll, accessForSystem}) {
         const std::string name = RandomName();
         Owner other(system, access);
         const HANDLE mutex = CreateMutexA(other.Get(), FALSE, MutexName(name).c_str());
@@ -83,7 +83,7 @@ TEST(Names, AreNotBlockedByAnotherUsersMutex) {
 TEST(Names, PipesOfAnotherUserAreRefused) {
     const std::string name = RandomName();
     const auto isConnectedTo = [&name](const std::string& user) {
-        Owner owner(user, forEverybody);
+        Owner owner(user, accessForAll);
         const std::string path = NewPipePath();
         const HANDLE pipe =
             CreateNamedPipeA(path.c_str(), PIPE_ACCESS_DUPLEX | FILE_FLAG_FIRST_PIPE_INSTANCE,
