@@ -1,7 +1,7 @@
-# The header-only libraries of the tools and tests.
+# Finds the header-only libraries of the tools and tests.
 
 if(CMAKE_CROSSCOMPILING)
-    # The system's include folder also holds headers of another system, so these are picked out of it.
+    # /usr/include also contains the headers of the build machine, so only the library's folder is linked.
     function(pick_header_library target folder)
         if(NOT IS_DIRECTORY "/usr/include/${folder}")
             message(FATAL_ERROR "/usr/include/${folder} is missing; scripts/setup installs it")

@@ -1,4 +1,4 @@
-# cmake --install: the tree of the package. On Windows scripts/package makes a ZIP file of it.
+# cmake --install: the files of the package. For Windows scripts/package makes a ZIP file of them.
 #
 # vexlane.dll (libvexlane.so), plate-host and this package's README.txt are at the top, so that the program finds the
 # library beside it. reference-engine/ holds the reference engine and its server, include/sdk/ the headers, example-host/ a
@@ -32,7 +32,7 @@ if(WIN32)
     install(FILES "${PROJECT_BINARY_DIR}/README.txt" DESTINATION .)
 endif()
 
-# The notices of what is linked in, as Debian's packages bring them.
+# The licences of the libraries that are linked in, from Debian's packages.
 if(CMAKE_CROSSCOMPILING)
     set(notices boost=libboost1.81-dev gcc-runtime=gcc-mingw-w64-base mingw-w64=mingw-w64-common)
     if(TARGET plate-host)

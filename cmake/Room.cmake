@@ -1,8 +1,8 @@
 # room(<folder> [MAY_INCLUDE <room or header>...|ANY] [SOURCES <file>...] [LIBRARIES <library>...])
 #
-# Declares the room that is the current folder, told by its path from the root: which rooms' headers, or which single
-# headers, it may include; scripts/check-rooms compares that with the real includes. With SOURCES or without, the room's
-# library is vexlane_<folder>, with _ for /; it brings those of the rooms that may be included, and LIBRARIES.
+# Declares the current folder, given by its path from the root, as a room. MAY_INCLUDE lists the rooms or single headers
+# that it may include; scripts/check-rooms compares the list with the actual includes. The room's library, with SOURCES or
+# without, is vexlane_<folder>, with _ for /. It links the libraries of the rooms that it may include, and LIBRARIES.
 function(room name)
     cmake_parse_arguments(ROOM "" "" "MAY_INCLUDE;SOURCES;LIBRARIES" ${ARGN})
     set(neighbours "")

@@ -1,4 +1,4 @@
-# As windows-mingw.cmake, with clang in place of GCC; headers, libraries and linker are those of mingw-w64.
+# Like windows-mingw.cmake, with clang instead of GCC; headers, libraries and linker are those of mingw-w64.
 include("${CMAKE_CURRENT_LIST_DIR}/windows-mingw.cmake")
 
 file(GLOB runtime /usr/lib/gcc/x86_64-w64-mingw32/*-posix)
@@ -8,7 +8,7 @@ set(CMAKE_C_COMPILER_TARGET x86_64-w64-mingw32)
 set(CMAKE_CXX_COMPILER_TARGET x86_64-w64-mingw32)
 set(CMAKE_CXX_FLAGS_INIT
     "-stdlib++-isystem ${runtime}/include/c++ -cxx-isystem ${runtime}/include/c++/x86_64-w64-mingw32")
-# GCC, which has built Boost, and clang put some of its variables into different sections.
+# Boost was built by GCC, which puts some of its variables into other sections than clang.
 foreach(kind IN ITEMS EXE SHARED MODULE)
     set(CMAKE_${kind}_LINKER_FLAGS_INIT "-B${runtime} -L${runtime} -fuse-ld=/usr/bin/x86_64-w64-mingw32-ld -pthread -Wl,--allow-multiple-definition")
 endforeach()

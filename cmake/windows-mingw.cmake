@@ -1,5 +1,5 @@
-# Builds for 64-bit Windows with mingw-w64 and runs what was built through Wine. scripts/setup-windows puts the libraries
-# where this looks for them.
+# Builds for 64-bit Windows with mingw-w64 and runs the programs through Wine. scripts/setup-windows installs the libraries
+# in the folders searched here.
 set(CMAKE_SYSTEM_NAME Windows)
 set(CMAKE_SYSTEM_PROCESSOR x86_64)
 
