@@ -1,5 +1,5 @@
-/// Arithmetic that is defined for every input, since hosts, settings and engines may give any number: 32-bit numbers
-/// wrap around, doubles are cut to them as the processor cuts.
+/// Arithmetic that is defined for every input, because hosts, settings and engines may pass any number: 32-bit integers
+/// wrap around (two's complement), and conversions from double behave like the x64 instruction. Any thread.
 #pragma once
 
 #include <cstdint>
@@ -19,12 +19,12 @@ inline std::int32_t WrappedProduct(std::int32_t a, std::int32_t b) {
     return static_cast<std::int32_t>(static_cast<std::uint32_t>(a) * static_cast<std::uint32_t>(b));
 }
 
-/// The smallest number stays as it is.
+/// Returns the absolute value; that of the smallest number is itself.
 inline std::int32_t WrappedMagnitude(std::int32_t a) {
     return a < 0 ? WrappedDifference(0, a) : a;
 }
 
-/// Toward zero; what does not fit, and what is no number, becomes the smallest number, as the x64 instruction gives.
+/// Truncates toward zero. A value that does not fit and NaN give the smallest number, like the instruction CVTTSD2SI.
 inline std::int32_t Truncated(double value) {
     constexpr double limit = 2147483648.0;
     if (value > -limit - 1.0 && value < limit) {
@@ -33,7 +33,7 @@ inline std::int32_t Truncated(double value) {
     return std::numeric_limits<std::int32_t>::min();
 }
 
-/// Percent of a size in pixels: the product wraps at 32 bits, the signed division cuts toward zero.
+/// Returns size x percent / 100, in pixels: the product wraps at 32 bits, the signed division truncates toward zero.
 inline std::int32_t SignedPercentOf(std::uint32_t size, std::int32_t percent) {
     return static_cast<std::int32_t>(size * static_cast<std::uint32_t>(percent)) / 100;
 }
