@@ -58,8 +58,8 @@ void GuardForeignCall(Action& action) {
 template <auto operation, class... Arguments>
 std::invoke_result_t<decltype(operation), Arguments...> CallForeign(Arguments... arguments) {
     using Result = std::invoke_result_t<decltype(operation), Arguments...>;
-    static_assert((std::is_scalar_v<Arguments> && ...), "no object of a class may stand below the guard");
-    static_assert(std::is_void_v<Result> || std::is_scalar_v<Result>, "compilers return classes differently");
+    static_assert((std::is_scalar_v<Arguments> && ...), "arguments must be scalars");
+    static_assert(std::is_void_v<Result> || std::is_scalar_v<Result>, "compilers return class objects differently");
 #if VEXLANE_GUARDS_FOREIGN_CALLS
     if constexpr (std::is_void_v<Result>) {
         auto action = [&] { std::invoke(operation, arguments...); };

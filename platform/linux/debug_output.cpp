@@ -98,7 +98,7 @@ void WriteDebugOutput(const char* text) {
         std::string line(text);
         WriteLine(line);
     } catch (const std::bad_alloc&) {
-        // The line is lost; the caller goes on.
+        // The line is lost; the caller continues.
     }
     errno = errorBefore;
 }
@@ -115,7 +115,7 @@ void WriteDebugOutput(const wchar_t* text) {
         std::string line = ToUtf8(text);
         WriteLine(line);
     } catch (const std::bad_alloc&) {
-        // The line is lost; the caller goes on.
+        // The line is lost; the caller continues.
     }
     errno = errorBefore;
 }
