@@ -38,8 +38,8 @@ class VexlaneDetectorImpl : public BaseDetectorImpl, public ILicencePlateTracker
 
     /// Returns "VEXLANE". Any thread.
     virtual std::string GetDetectorType();
-    /// Sets the event arguments of a result on a target, except the track. Coordinates are in pixels of the full frame.
-    /// FRAME.
+    /// Sets the event arguments of a result on a target, except the track: the plate's corners in pixels of the full
+    /// frame, the area in percent. FRAME.
     virtual void FillEventArguments(const RecognitionResult& result, OKM8::Analytics::ITargetValues& values);
     /// Raises the event of a result. Throws what the host throws; the event is then discarded. FRAME.
     virtual void RaisePlateEvent(const RecognitionResult& result, const std::vector<TrackPoint>& track);
