@@ -13,12 +13,12 @@
 namespace road_clip {
 namespace {
 
-constexpr double nearEdge = 10.0;  // nearer than this the ground is below the picture
+constexpr double nearEdge = 10.0;  // the ground nearer than this is outside the picture
 constexpr double roadLeft = -3.0;
 constexpr double roadRight = 4.75;
 constexpr double islandLeft = 0.65;
 constexpr double islandRight = 1.15;
-constexpr double cornerLeft = -2.75;  // of the lane that comes
+constexpr double cornerLeft = -2.75;  // of the oncoming lane
 
 SurfacePtr MakeSurface(int width, int height) {
     SurfacePtr surface(cairo_image_surface_create(CAIRO_FORMAT_RGB24, width, height));
@@ -36,13 +36,13 @@ class GroundPen {
         cairo_set_source_rgba(context_, red, green, blue, alpha);
     }
 
-    /// A strip along the road, between two lines that `left` and `right` give for every distance.
+    /// Draws a strip along the road, between the x that `left` and `right` return for each distance.
     template <typename Left, typename Right>
     void Strip(double from, double to, Left left, Right right) {
         cairo_new_path(context_);
         constexpr int steps = 60;
         const auto distance = [&](int step) {
-            // Closer together where the camera is near.
+            // Closer together near the camera.
             const double part = static_cast<double>(step) / steps;
             return 1 / ((1 - part) / from + part / to);
         };
@@ -61,7 +61,7 @@ class GroundPen {
             from, to, [left](double) { return left; }, [right](double) { return right; });
     }
 
-    /// A strip across the road, between two lines that `near` and `far` give for every place to the side.
+    /// Draws a strip across the road, between the distances that `near` and `far` return for each x.
     template <typename Near, typename Far>
     void Across(double from, double to, Near near, Far far) {
         cairo_new_path(context_);
@@ -73,7 +73,7 @@ class GroundPen {
         cairo_fill(context_);
     }
 
-    /// A board on a post, with two lines on it.
+    /// Draws a board on a post, with two lines of text.
     void Sign(const Point& foot, Lettering& lettering, const char* first, const char* second) {
         const auto board = [&](double left, double bottom, double right, double top) {
             cairo_new_path(context_);
@@ -149,7 +149,7 @@ class GroundPen {
     const Camera& camera_;
 };
 
-/// Roughens what has been drawn, so that large areas do not look poured.
+/// Adds noise to the drawing, so that large areas do not look uniform.
 void AddGrain(cairo_surface_t* surface, Random& random) {
     cairo_surface_flush(surface);
     std::uint8_t* const pixels = cairo_image_surface_get_data(surface);
@@ -219,7 +219,7 @@ void Painter::PaintGround(cairo_surface_t* surface, std::uint64_t seed, double s
     pen.Colour(0.345, 0.350, 0.365);
     pen.Strip(nearEdge, turnFrom, turnLeft(1.9), turnRight(1.9));
     pen.Straight(nearEdge, farAway, roadLeft, roadRight);
-    // Where wheels run the asphalt is darker, and patches differ.
+    // The asphalt is darker in the wheel tracks and in patches.
     for (const double lane : {comingLaneX, goingLaneX}) {
         for (const double wheel : {-0.75, 0.75}) {
             for (int layer = 0; layer < 4; ++layer) {
@@ -236,7 +236,7 @@ void Painter::PaintGround(cairo_surface_t* surface, std::uint64_t seed, double s
         pen.Straight(z, z + random.Between(1, 5), x, x + random.Between(0.4, 1.2));
     }
 
-    // An island between the lanes, edge lines, broken beside the turn-off, and the line at which one stops.
+    // An island between the lanes, edge lines that are broken beside the turn-off, and the stop line.
     pen.Colour(0.56, 0.55, 0.53);
     pen.Straight(nearEdge, farAway, islandLeft, islandRight);
     pen.Colour(0.70, 0.69, 0.66);
@@ -262,7 +262,7 @@ void Painter::PaintGround(cairo_surface_t* surface, std::uint64_t seed, double s
     }
     AddGrain(surface, random);
 
-    // What stands beside the road, far things first.
+    // Objects beside the road, the farthest first.
     struct Plant {
         double x;
         double z;
@@ -312,7 +312,7 @@ void Painter::LightGround(double sun) {
     groundSun_ = sun;
 }
 
-/// What is in the picture, far things first.
+/// The vehicles in the picture, the farthest first.
 Painter::Scene Painter::SceneAt(const std::vector<Vehicle>& vehicles, double second) const {
     Scene visible;
     for (const Vehicle& vehicle : vehicles) {
@@ -326,7 +326,7 @@ Painter::Scene Painter::SceneAt(const std::vector<Vehicle>& vehicles, double sec
     return visible;
 }
 
-/// Around everything that is drawn of the vehicles, shadows included, with room for their motion.
+/// A box around the vehicles and their shadows, with room for their motion.
 Painter::Box Painter::BoxOf(const Scene& visible) const {
     constexpr double room = 0.5;  // metres
     constexpr double shadow = 2.0;
@@ -349,7 +349,7 @@ Painter::Box Painter::BoxOf(const Scene& visible) const {
     return {box.left, box.top, std::max(box.left, box.right), std::max(box.top, box.bottom)};
 }
 
-/// How many pictures, one pixel apart, the fastest plate passes through while it is exposed.
+/// The number of pixels, and so of drawn steps, that the fastest plate moves during the exposure.
 int Painter::StepsOfMotion(const std::vector<Vehicle>& vehicles, double second, double exposure) const {
     constexpr double most = 4;
     constexpr double belowThePicture = 11.0;
@@ -380,7 +380,7 @@ void Painter::DrawScene(const Scene& visible, const Light& light, double second)
     cairo_surface_flush(scene_.get());
 }
 
-/// The lamps of vehicles that come, with the veil of light around them.
+/// Draws the lamps of oncoming vehicles and the glow around them.
 void Painter::DrawGlow(const Scene& visible, double strength) {
     const CairoPtr glowContext(cairo_create(picture_.get()));
     cairo_t* const cairo = glowContext.get();
@@ -428,7 +428,7 @@ void Painter::Paint(const std::vector<Vehicle>& vehicles, double second) {
     if (steps == 1) {
         DrawScene(middle, light, second);
     } else {
-        // While the shutter is open everything moves on; the picture is the mean.
+        // Motion blur: the mean of several moments of the exposure.
         const std::size_t first = static_cast<std::size_t>(box.left) * 4;
         const std::size_t length = static_cast<std::size_t>(box.right - box.left) * 4;
         sums_.resize(length * static_cast<std::size_t>(box.bottom - box.top));

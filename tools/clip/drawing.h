@@ -23,7 +23,7 @@ struct CairoDeleter {
 using CairoPtr = std::unique_ptr<cairo_t, CairoDeleter>;
 using SurfacePtr = std::unique_ptr<cairo_surface_t, CairoDeleter>;
 
-/// The picture: 4 bytes a pixel, blue, green, red, unused on the machines that we build for. One thread at a time.
+/// Draws the picture: 4 bytes per pixel, blue, green, red, unused (on little-endian machines). One thread at a time.
 class Painter {
   public:
     Painter(int width, int height, std::uint64_t seed);

@@ -1,5 +1,5 @@
-/// Points of the drawn world, and how the camera sees them. Metres: x to the right, y up, z away from the camera, which
-/// stands above the lane that comes towards it.
+/// Points of the drawn world and their projection. In metres: x to the right, y up, z away from the camera, which is
+/// above the oncoming lane.
 #pragma once
 
 #include <array>
@@ -39,7 +39,7 @@ struct Pixel {
     double y = 0;
 };
 
-/// A road camera on a pole, never quite level.
+/// A road camera on a pole, slightly tilted and rolled.
 class Camera {
   public:
     Camera(int width, int height) : middleX_(width / 2.0), middleY_(height / 2.0), focalLength_(3.28 * width) {}
@@ -67,7 +67,7 @@ class Camera {
     double focalLength_;  // pixels
 };
 
-/// The order in which the engine gives a plate's corners: top left, bottom left, top right, bottom right.
+/// A plate's corners in the engine's order: top left, bottom left, top right, bottom right.
 using PlateCorners = std::array<Pixel, 4>;
 
 }  // namespace road_clip

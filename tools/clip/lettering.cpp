@@ -18,7 +18,7 @@ struct PatternDeleter {
 };
 using PatternPtr = std::unique_ptr<FcPattern, PatternDeleter>;
 
-/// Fontconfig answers with some other typeface where the wanted one is missing.
+/// Finds a bold typeface. Fontconfig returns another one if it is missing, so the result's family is compared.
 PatternPtr Find(const std::string& family) {
     const PatternPtr wanted(FcPatternCreate());
     FcPatternAddString(wanted.get(), FC_FAMILY, reinterpret_cast<const FcChar8*>(family.c_str()));

@@ -12,11 +12,10 @@
 
 namespace road_clip {
 
-/// In units of the height of a capital letter: x to the right from the character's left edge, y up from the line that
-/// it stands on.
+/// In units of the height of a capital letter: x to the right from the character's left edge, y up from the baseline.
 struct Outline {
     std::vector<std::vector<Pixel>> contours;
-    double width = 0;  ///< of what is drawn
+    double width = 0;  ///< of the drawn character
     double step = 0;   ///< to the next character of a text
 };
 
@@ -26,7 +25,8 @@ class Lettering {
     Lettering();
     ~Lettering();
 
-    /// Bold. Throws std::runtime_error where the typeface is not installed. The answer stays valid.
+    /// Returns the outline of a bold character. Throws std::runtime_error when the typeface is not installed. The
+    /// reference stays valid.
     const Outline& Of(std::string_view typeface, char character);
 
   private:

@@ -1,4 +1,4 @@
-/// The light on the road: a sunny afternoon that clouds over and turns into dusk, and what the camera makes of it.
+/// The light on the road, from a sunny afternoon over clouds to dusk, and the camera's response to it.
 #pragma once
 
 #include "tools/clip/geometry.h"
@@ -7,21 +7,21 @@ namespace road_clip {
 
 struct Light {
     double sun = 1;           ///< 0 to 1: how strong shadows are
-    double brightness = 1;    ///< what the picture is multiplied with
-    double haze = 0;          ///< what is added to it, of 255
+    double brightness = 1;    ///< factor of the picture
+    double haze = 0;          ///< added to the picture, of 255
     double blueness = 0;      ///< 0 to 1
     double noise = 0;         ///< standard deviation of the sensor's noise, of 255
     double exposure = 0.006;  ///< seconds
-    double lamps = 0;         ///< 0 to 1: how bright vehicles' lamps are against all else
+    double lamps = 0;         ///< 0 to 1: brightness of vehicles' lamps
 };
 
-/// A day's light passes in the time of one round of traffic.
+/// The light repeats with each round of traffic.
 Light LightAt(double second);
 
-/// Towards the sun: behind the camera's left shoulder.
+/// The direction of the sun: behind the camera, to the left.
 inline constexpr Point towardsSun{-0.45, 0.80, -0.50};
 
-/// The shadow of something high beside the road, which lies obliquely across it: the ground between two lines
+/// The shadow of a tall object beside the road, which falls obliquely across it: the ground between the lines
 /// z = near + slope x and z = far + slope x.
 struct ShadowBand {
     double near;

@@ -1,4 +1,4 @@
-// road-clip: a short film of a road, with what is true in it and what an engine would read in it beside it.
+// road-clip: draws a video of a road, and writes the true plates and simulated readings of an engine.
 
 #include <CLI/CLI.hpp>
 #include <cmath>
@@ -98,7 +98,7 @@ ordered_json DescribeReadings(const std::vector<std::vector<Reading>>& readings)
     return {{"frames", frames}};
 }
 
-/// One frame a line, so that a script can be read.
+/// One frame per line, so that people can read the script.
 void WriteScript(const std::filesystem::path& file, const ordered_json& script) {
     std::ofstream stream(file);
     stream << "{\"frames\": [";
@@ -150,7 +150,7 @@ void Run(const Options& options) {
         }
         video.Finish();
     }
-    // Last, so that a clip that was broken off has none.
+    // Written last, so that an unfinished clip has none.
     WriteJson(options.folder / "truth.json", DescribeTruth(options, vehicles, plates));
 }
 

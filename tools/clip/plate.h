@@ -1,4 +1,4 @@
-/// The plates of vehicles: sizes, colours and how their texts are composed.
+/// The plates of vehicles: sizes, colours and text formats.
 #pragma once
 
 #include <array>
@@ -21,7 +21,7 @@ struct PlateKind {
     double height;  ///< metres
     double characterHeight;
     std::string_view format;    ///< A stands for a letter, 1 for a digit
-    std::array<int, 2> gapsAt;  ///< before which characters there is a gap; 0 for none
+    std::array<int, 2> gapsAt;  ///< indices of the characters after a gap; 0 for none
     Colour field;
     Colour ink;
     PlateBand band;

@@ -30,7 +30,7 @@ void Fill(cairo_t* context, const Surface& surface, double left, double bottom, 
     cairo_fill(context);
 }
 
-/// A character whose left edge is at `left` and whose foot is at `bottom`.
+/// Draws a character with its left edge at `left` and its baseline at `bottom`.
 void DrawCharacter(cairo_t* context, const Surface& surface, const Outline& outline, double left, double bottom,
                    double scaleRight, double scaleUp) {
     cairo_new_path(context);
@@ -91,7 +91,7 @@ void DrawPlate(cairo_t* context, Lettering& lettering, const Camera& camera, con
         middle = -0.013;
     }
 
-    // Every character has a cell of one width, in which narrow ones stay narrow.
+    // All characters have cells of the same width, in which narrow characters stay narrow.
     constexpr double gap = 0.020;
     const auto gaps = std::count_if(kind.gapsAt.begin(), kind.gapsAt.end(), [](int before) { return before > 0; });
     const double cell =

@@ -11,10 +11,10 @@
 
 namespace road_clip {
 
-/// Where a place on some flat thing is in the picture: metres to the right and up from a place that the thing chooses.
+/// Projects a point of a flat surface into the picture: metres to the right and up from the surface's origin.
 using Surface = std::function<Pixel(double right, double up)>;
 
-/// A line of text around the surface's origin. Not wider than `width`, for which it is squeezed.
+/// Draws a line of text centred on the surface's origin, condensed to `width` if it is wider.
 void DrawLine(cairo_t* context, Lettering& lettering, const Surface& surface, std::string_view typeface,
               std::string_view text, double height, double width, const Colour& ink);
 

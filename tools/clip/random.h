@@ -1,4 +1,4 @@
-/// Numbers that depend on the seed alone, on every system.
+/// Random numbers that depend only on the seed, on every system.
 #pragma once
 
 #include <cstdint>
@@ -18,10 +18,10 @@ class Random {
         return mixed ^ (mixed >> 31U);
     }
 
-    /// Below `end`, which is not 0.
+    /// From 0 to `end` - 1. REQUIRES: `end` is positive.
     int Below(int end) { return static_cast<int>(Next() % static_cast<std::uint64_t>(end)); }
 
-    /// From 0 to 1, which is not reached.
+    /// From 0 to below 1.
     double Unit() { return static_cast<double>(Next() >> 11U) * 0x1.0p-53; }
 
     double Between(double low, double high) { return low + (high - low) * Unit(); }

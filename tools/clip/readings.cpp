@@ -11,14 +11,14 @@
 namespace road_clip {
 namespace {
 
-// Mistakes, per reading; misses last for several frames at times.
+// Probabilities of errors per reading; some misses last for several frames.
 constexpr double missProbability = 0.04;
 constexpr double misreadingProbability = 0.10;
 constexpr double secondMistakeProbability = 0.25;
 constexpr int longestMiss = 4;
 
-/// Digits are taken for letters and never the other way. Of a vehicle's texts the tracker reports the one that sorts
-/// first, and letters sort after digits: the right text is the one that is reported.
+/// Only digits are misread, as letters. Of a vehicle's texts the tracker reports the one that sorts first, and letters
+/// sort after digits, so it reports the right text.
 char TakenFor(char character) {
     switch (character) {
         case '0':
@@ -59,7 +59,7 @@ std::string Misread(const std::string& plate, Random& random) {
     return text;
 }
 
-/// How a plate's place is misjudged; an unchanged picture is misjudged in the same way again.
+/// The error of a plate's location; it stays the same while the picture does not change.
 struct Misjudgement {
     PlateCorners seen{};
     std::array<std::array<int, 2>, 4> error{};
@@ -102,8 +102,8 @@ std::vector<std::vector<Reading>> MakeReadings(std::uint64_t seed, const std::ve
                 continue;
             }
             VehicleState& state = states[i];
-            // While one vehicle is missed, its place in the tracker may be taken by a reading of another that came
-            // later; so none is missed beside such a one, nor before it has been read twice.
+            // While a vehicle is missed, the tracker may assign a reading of a later vehicle to its track. So no
+            // vehicle is missed while a later one is readable, or before it has been read twice.
             bool mayMiss = state.readings >= 2;
             for (std::size_t other = 0; other < vehicles.size(); ++other) {
                 if (other != i && seen(other) && states[other].firstFrame >= state.firstFrame) {

@@ -1,4 +1,4 @@
-/// What an engine would read in the clip: mostly the truth, at times a wrong character, at times nothing.
+/// Simulated readings of an engine: mostly right, sometimes with a wrong character, sometimes missing.
 #pragma once
 
 #include <cstdint>
@@ -16,7 +16,7 @@ struct Reading {
     std::array<std::array<int, 2>, 4> corners{};
 };
 
-/// Every vehicle's plate, frame after frame.
+/// Every vehicle's plate in each frame.
 using PlateTracks = std::vector<PlateViews>;
 
 /// The readings of every frame, in the order of the vehicles.

@@ -30,7 +30,7 @@ Sensor::Sensor(int width, int height, std::uint64_t seed)
       column_(rowBytes_ + 8) {
     Random random(seed_ ^ 0x5e4504U);
     for (std::int8_t& value : noise_) {
-        // Nearly a bell.
+        // Approximates a normal distribution.
         double sum = 0;
         for (int i = 0; i < 6; ++i) {
             sum += random.Between(-1, 1);
@@ -40,7 +40,7 @@ Sensor::Sensor(int width, int height, std::uint64_t seed)
 }
 
 void Sensor::Expose(const std::uint8_t* from, int fromStride, const Light& light, std::uint8_t* to, int toStride) {
-    // The middle counts six eighths, its neighbours one each, along both axes: 64 in all.
+    // Weights of six eighths for the middle and one eighth for each neighbour, along both axes: 64 in all.
     const double tint[] = {1 + 0.10 * light.blueness, 1 - 0.02 * light.blueness, 1 - 0.14 * light.blueness, 1};
     for (std::size_t i = 0; i < rowBytes_; ++i) {
         factors_[i] = static_cast<std::uint16_t>(std::lround(65536 / 64 * light.brightness * tint[i % 4]));

@@ -1,4 +1,4 @@
-/// What a camera makes of the light that falls into it.
+/// A camera's sensor: blur, brightness and noise.
 #pragma once
 
 #include <cstddef>
@@ -9,12 +9,12 @@
 
 namespace road_clip {
 
-/// Pictures of 4 bytes a pixel: blue, green, red, unused. One thread at a time.
+/// Pictures of 4 bytes per pixel: blue, green, red, unused. One thread at a time.
 class Sensor {
   public:
     Sensor(int width, int height, std::uint64_t seed);
 
-    /// Takes over a picture as its lens draws it, a little unsharp, and as bright as the light is.
+    /// Copies a picture, slightly blurred by the lens and with the brightness of the light.
     void Expose(const std::uint8_t* from, int fromStride, const Light& light, std::uint8_t* to, int toStride);
 
     /// The noise depends on the frame's number.

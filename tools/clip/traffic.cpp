@@ -11,18 +11,18 @@
 namespace road_clip {
 namespace {
 
-// Stopping and starting again: for how long, and how hard.
+// Stopping and starting again: duration (s), distance (m) and accelerations (m/s^2).
 constexpr double stopSeconds = 2.8;
 constexpr double beforeStopLine = 0.9;
 constexpr double startAcceleration = 2.2;
 constexpr double brakeAcceleration = 3.6;
 
-// The turn-off: the distances between which the lane bends, and its slope behind the bend.
+// The turn-off: the distances between which the lane bends, and its slope after the bend.
 constexpr double bendBegin = 33.0;
 constexpr double bendEnd = 26.0;
 constexpr double bendSlope = 0.45;
 
-/// How far a vehicle has come that stops after a distance.
+/// The distance that a vehicle has travelled which stops after `toStop`.
 double StoppingDistance(double speed, double toStop, double seconds, bool& standing) {
     const double brakeDistance = speed * speed / (2 * brakeAcceleration);
     const double cruiseSeconds = (toStop - brakeDistance) / speed;
@@ -56,10 +56,10 @@ struct Appointment {
     PlateDesign design;
 };
 
-// The traffic of one round. The tracker looks for a vehicle for three seconds after its last reading. One that goes is
-// lost up the road, from where the tracker expects it to move on towards the far end of all lanes; until it is given
-// up, no other that goes may have come as far, and none that comes may become readable. A vehicle that comes is
-// followed only at a distance at which its roof hides no plate.
+// The traffic of one round. The tracker keeps a track for three seconds after its last reading. A departing vehicle
+// becomes unreadable up the road, and the tracker expects it to move on towards the point where all lanes meet; until
+// its track ends, no other departing vehicle may get that far and no oncoming one may become readable. The next vehicle
+// follows an oncoming one only at a distance at which the roof hides no plate.
 constexpr Appointment appointments[] = {
     {0.4, 9.0, Manner::Comes, VehicleShape::Car, PlateDesign::European},
     {1.5, 7.0, Manner::Goes, VehicleShape::Van, PlateDesign::EuropeanYellow},
@@ -78,7 +78,7 @@ constexpr Appointment appointments[] = {
     {48.2, 6.5, Manner::Goes, VehicleShape::Van, PlateDesign::European},
 };
 
-// The seconds that must be left behind a vehicle's last reading, for the tracker to give it up.
+// The seconds after a vehicle's last reading until the tracker has reported and removed its track.
 constexpr double secondsToGiveUp = 3.2;
 
 constexpr Colour paints[] = {
@@ -91,8 +91,8 @@ constexpr std::string_view allLetters = "ABCDEFGHIJKLMNOPQRSTUVWXYZ";
 constexpr std::string_view digits = "23456789";
 constexpr std::string_view allDigits = "0123456789";
 
-/// What may stand in a place: what looks like a digit only where no format has one, the digits that look like letters
-/// only where every format has a digit.
+/// The characters allowed at a place: letters that look like digits only where no format has a digit, and digits that
+/// look like letters only where every format has a digit.
 std::string_view CharactersFor(std::string_view format, std::size_t place) {
     if (place == 1) {
         return allLetters;
@@ -103,7 +103,7 @@ std::string_view CharactersFor(std::string_view format, std::size_t place) {
     return format[place] == '1' ? digits : letters;
 }
 
-/// Of the characters that may stand in a place, `wanted` ones are preferred.
+/// Makes a random text that prefers the `wanted` characters among those allowed at a place.
 std::string MakePlate(std::string_view format, const std::string& wanted, Random& random) {
     constexpr double preference = 0.6;
     const auto anyOf = [&](std::string_view characters) {
@@ -137,7 +137,7 @@ double Side(const Pixel& a, const Pixel& b, const Pixel& c) {
     return (b.x - a.x) * (c.y - a.y) - (b.y - a.y) * (c.x - a.x);
 }
 
-/// True when the point lies in the convex hull of the points: in one of the triangles between them.
+/// True when the point is in the convex hull of the points, that is, in a triangle of three of them.
 bool InHull(const std::vector<Pixel>& points, const Pixel& point) {
     for (std::size_t i = 0; i < points.size(); ++i) {
         for (std::size_t j = i + 1; j < points.size(); ++j) {
@@ -187,9 +187,9 @@ Appearance AppearanceOf(const Vehicle& vehicle) {
     return appearance;
 }
 
-/// Gives the vehicles plates that the tracker never takes for each other. While it does not see one vehicle it takes a
-/// reading of another that came later for it, though far away, when the texts have two characters in common, in their
-/// order; and a misreading or two may make as many more common.
+/// Assigns plates that the tracker cannot confuse. While a vehicle has no readings, the tracker assigns a reading of a
+/// later vehicle to its track, even far away, if the texts have two characters in common in the same order; one or two
+/// misread characters may add as many common ones.
 void GivePlates(std::vector<Vehicle>& vehicles, Random& random) {
     std::vector<Appearance> appearances;
     for (const Vehicle& vehicle : vehicles) {

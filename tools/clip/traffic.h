@@ -19,7 +19,7 @@ enum class Manner { Comes, Goes, ComesAndStops, ComesAndTurnsOff };
 struct Place {
     double x = 0;
     double z = 0;
-    double turn = 0;  ///< of the vehicle's length axis against the z axis, to the right, in radians
+    double turn = 0;  ///< angle of the vehicle's length axis to the z axis, to the right, in radians
     bool standing = false;
 };
 
@@ -29,10 +29,10 @@ struct Vehicle {
     VehicleShape shape = VehicleShape::Car;
     Manner manner = Manner::Comes;
     Colour colour;
-    double speed = 0;    ///< metres per second, when nothing stops it
-    double enters = 0;   ///< the second at which it passes the place from which its plate may be readable
-    double aside = 0;    ///< to the right of its lane's middle, in metres
-    double crooked = 0;  ///< how its plate is screwed on, clockwise, in radians
+    double speed = 0;    ///< metres per second, while it does not brake
+    double enters = 0;   ///< when it passes the place from which its plate may be readable, in seconds
+    double aside = 0;    ///< offset to the right of the middle of its lane, in metres
+    double crooked = 0;  ///< rotation of its plate, clockwise, in radians
     double dirt = 0;     ///< on its plate, 0 to 1
 
     bool ShowsItsRear() const { return manner == Manner::Goes; }
@@ -40,16 +40,16 @@ struct Vehicle {
     Place PlaceAt(double second) const;
 };
 
-/// Where vehicles enter: those that come, and those that go.
+/// Where vehicles enter: oncoming and departing ones.
 inline constexpr double comingFrom = 36.5;
 inline constexpr double goingFrom = 18.0;
-/// Behind this the road is out of the picture.
+/// Vehicles farther away than this are not drawn.
 inline constexpr double farthestVisible = 130.0;
 
-/// The length of one round of traffic, and with it of the whole clip.
+/// The length of one round of traffic and the default length of the clip.
 inline constexpr double roundSeconds = 54.2;
 
-/// The x of the middle of the lane that turns off, at a distance.
+/// The x of the middle of the lane that turns off, at distance `z`.
 double TurnOffLaneX(double z);
 inline constexpr double comingLaneX = -1.1;
 inline constexpr double goingLaneX = 2.9;
@@ -58,7 +58,7 @@ inline constexpr double stopLineZ = 18.6;
 /// The clip's vehicles, in the order in which they enter.
 std::vector<Vehicle> MakeTraffic(std::uint64_t seed, double seconds);
 
-/// The length of the longest text that is left of both when characters are struck out.
+/// The length of the longest common subsequence of both texts.
 std::size_t CommonCharacters(const std::string& a, const std::string& b);
 
 /// Half the width, the height and the length of a vehicle, in metres.
@@ -69,23 +69,23 @@ struct Extent {
 };
 Extent ExtentOf(VehicleShape shape);
 
-/// A point of a vehicle, given by what lies to the right of its middle as the camera sees it, above the ground and
-/// behind the end that the camera sees.
+/// A point of a vehicle: metres to the right of its middle as the camera sees it, above the ground, and behind the end
+/// that the camera sees.
 Point OnVehicle(const Place& place, double right, double up, double behind);
 
-/// A point of a vehicle's plate, given from the plate's middle.
+/// A point of a vehicle's plate, relative to the plate's middle.
 Point OnPlate(const Vehicle& vehicle, const Place& place, double right, double up);
 
 PlateCorners PlateCornersAt(const Vehicle& vehicle, const Place& place, const Camera& camera);
 
-/// What the demonstration has searched, in parts of the picture's width and height.
+/// The smallest plate and the top of the region that the demonstration searches, relative to the picture's size.
 inline constexpr double narrowestReadable = 0.04;
 inline constexpr double highestReadable = 0.20;
 
-/// A plate that is wholly in the picture and hidden by nothing.
+/// A plate that is entirely in the picture and not hidden.
 struct PlateView {
     PlateCorners corners;
-    bool readable = false;  ///< wide enough, and not in the part of the picture that is too far away
+    bool readable = false;  ///< wide enough, and in the searched region
 };
 
 /// Each vehicle's plate in one frame.

@@ -28,7 +28,7 @@ Colour Scaled(const Colour& colour, double factor) {
             std::min(colour.blue * factor, 1.0)};
 }
 
-/// A place on a vehicle: to the right of the middle, above the ground, behind the front.
+/// A point of a vehicle: metres to the right of the middle, above the ground, behind the front.
 struct Spot {
     double right;
     double up;
@@ -44,15 +44,15 @@ class VehiclePen {
           place_(place),
           length_(ExtentOf(vehicle.shape).length) {}
 
-    /// Whether the drawn end is the front.
+    /// True when the camera sees the front.
     bool Front() const { return !vehicle_.ShowsItsRear(); }
 
     Point At(const Spot& spot) const {
         return OnVehicle(place_, spot.right, spot.up, Front() ? spot.back : length_ - spot.back);
     }
 
-    /// A flat part of the body, shaded by the light; not drawn when it looks away from the camera. `inside` is any
-    /// place behind it.
+    /// Draws a flat part of the body, shaded by the light, unless it faces away from the camera. `inside` is any point
+    /// behind it. Returns whether it was drawn.
     bool Panel(const std::vector<Spot>& spots, const Colour& paint, const Spot& inside, double gloss = 0.10) {
         Point normal;
         if (!Faces(spots, inside, normal)) {
@@ -75,7 +75,7 @@ class VehiclePen {
         return Dot(normal, Camera::Position() - a) > 0;
     }
 
-    /// Fills with one colour at the top of what is seen and another at its bottom.
+    /// Fills with a gradient from the top to the bottom of the projected area.
     void Fill(const std::vector<Spot>& spots, const Colour& top, const Colour& bottom) {
         double highest = 1e9;
         double lowest = -1e9;
@@ -88,7 +88,7 @@ class VehiclePen {
         }
         cairo_close_path(context_);
         const Colour middle{(top.red + bottom.red) / 2, (top.green + bottom.green) / 2, (top.blue + bottom.blue) / 2};
-        // Where nobody sees one colour pass into another, one is enough.
+        // One colour suffices where a gradient would not be visible.
         constexpr double flatHeight = 4.0;
         constexpr double flatDifference = 0.08;
         if (lowest - highest > flatHeight && std::abs(top.green - bottom.green) + std::abs(top.red - bottom.red) >
@@ -112,7 +112,7 @@ class VehiclePen {
 
     void Fill(const std::vector<Spot>& spots, const Colour& colour) { Fill(spots, colour, colour); }
 
-    /// Glass inside a panel, a little smaller than it.
+    /// Draws glass inside a panel, slightly smaller than it.
     void Window(const std::vector<Spot>& spots, const Spot& inside, double part = 0.90) {
         Point normal;
         if (!Faces(spots, inside, normal)) {
@@ -166,7 +166,7 @@ class VehiclePen {
     const Vehicle& Drawn() const { return vehicle_; }
     const Place& Where() const { return place_; }
     double Length() const { return length_; }
-    /// How far behind the front the drawn end is.
+    /// The distance from the front to the end that the camera sees.
     double End() const { return Front() ? 0 : length_; }
 
   private:
@@ -191,7 +191,7 @@ struct Section {
     }
 };
 
-/// A body along its cross-sections, from front to rear, with the end that is seen.
+/// Draws a body along its cross-sections, from front to rear, and the end that the camera sees.
 void DrawBody(VehiclePen& pen, const std::vector<Section>& sections, const Colour& paint) {
     const auto strips = [&](std::size_t i) {
         const std::vector<Spot> near = sections[i].Outline();
@@ -269,7 +269,7 @@ bool HazardLightsOn(const Place& place, double second) {
     return place.standing && std::fmod(second, 0.8) < 0.4;
 }
 
-/// Upright bars between two lighter ones, which look like a row of letters from afar.
+/// Draws upright bars, which resemble a row of letters from a distance.
 void DrawGrille(VehiclePen& pen, double halfWidth, double bottom, double top) {
     const double end = pen.End();
     pen.Fill(VehiclePen::Across(-halfWidth, halfWidth, bottom, top, end), trim);
@@ -347,7 +347,7 @@ void DrawVan(VehiclePen& pen, double second) {
     }
 }
 
-/// What stands on the rear: the owner's business, or the model.
+/// Draws the lettering on the rear: the owner's business, or the model.
 void DrawWords(VehiclePen& pen, Lettering& lettering) {
     const auto words = [&](const char* text, double right, double up, double height, double width, const Colour& ink) {
         const Surface surface = [&](double x, double y) {
@@ -401,10 +401,9 @@ void DrawTruck(VehiclePen& pen) {
     pen.Both(0.58, 0.70, 0.66, 0.84, length, lampAmber, Scaled(lampAmber, 0.7));
 }
 
-/// The part of a vehicle that lies in the shadow across the road, taken on the plane of its plate. Drawn over what is
-/// in the picture already.
+/// Draws the shadow across the road on a vehicle, computed in the plane of its plate.
 void DrawShadowBand(cairo_t* context, const Camera& camera, const Place& place, double strength) {
-    // A point above the ground is as dark as that ground is to which the sun's ray through it comes.
+    // A point above the ground is in shadow if the sun's ray through it meets the ground in the shadow.
     const double right = -towardsSun.x / towardsSun.y;
     const double back = -towardsSun.z / towardsSun.y;
     constexpr double top = 4.0;
@@ -427,7 +426,7 @@ void DrawShadowBand(cairo_t* context, const Camera& camera, const Place& place, 
     }
 }
 
-/// Where the shadow's band can touch a vehicle of this length.
+/// True when the shadow across the road can reach a vehicle.
 bool MeetsShadowBand(const Place& place) {
     return place.z > shadowBand.near - 6.0 && place.z < shadowBand.far + 4.0;
 }
@@ -436,8 +435,7 @@ bool MeetsShadowBand(const Place& place) {
 
 void DrawShadow(cairo_t* context, const Camera& camera, const Vehicle& vehicle, const Place& place, double strength) {
     const Extent extent = ExtentOf(vehicle.shape);
-    // Several layers, each a little larger, make a soft edge. Under a clouded sky there is shadow below the vehicle
-    // alone.
+    // Several layers, each slightly larger, make a soft edge. Under a cloudy sky the shadow is only below the vehicle.
     constexpr int layers = 4;
     for (int layer = 0; layer < layers; ++layer) {
         const double grow = 0.09 * layer - 0.10;

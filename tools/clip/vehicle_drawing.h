@@ -11,7 +11,7 @@
 
 namespace road_clip {
 
-/// On the ground. `strength` is 0 to 1.
+/// Draws the shadow of a vehicle on the ground. `strength` is 0 to 1.
 void DrawShadow(cairo_t* context, const Camera& camera, const Vehicle& vehicle, const Place& place, double strength);
 
 /// `second` sets the phase of a standing vehicle's hazard lights.

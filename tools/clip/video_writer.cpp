@@ -36,7 +36,7 @@ Object* Made(Object* object, const char* what) {
     return object;
 }
 
-/// The encoders of the format, the preferred one first.
+/// All H.264 encoders, the preferred one first.
 std::vector<const AVCodec*> Encoders() {
     std::vector<const AVCodec*> encoders;
     if (const AVCodec* const preferred = avcodec_find_encoder_by_name("libx264")) {
@@ -97,7 +97,7 @@ struct VideoWriter::State {
             encoder->bit_rate = 0;
             av_opt_set(encoder->priv_data, "preset", "superfast", 0);
             av_opt_set(encoder->priv_data, "crf", "27", 0);
-            // The same bytes on every processor.
+            // Produces the same bytes on every processor.
             av_opt_set(encoder->priv_data, "x264-params", "cpu-independent=1:trellis=0:rc-lookahead=10", 0);
         }
         if ((format->oformat->flags & AVFMT_GLOBALHEADER) != 0) {

@@ -14,10 +14,10 @@ class VideoWriter {
     VideoWriter(const std::filesystem::path& file, int width, int height, int framesPerSecond);
     ~VideoWriter();
 
-    /// A picture of 4 bytes a pixel: blue, green, red, unused.
+    /// Writes a picture of 4 bytes per pixel: blue, green, red, unused.
     void Write(const std::uint8_t* pixels, int stride);
 
-    /// Writes what is still held back, and the file's end.
+    /// Writes the frames that the encoder has buffered, and the end of the file.
     void Finish();
 
     /// The name of the encoder in use.

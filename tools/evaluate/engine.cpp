@@ -16,7 +16,7 @@ namespace {
 
 namespace LoadMode = boost::dll::load_mode;
 
-// The names under which a compiler binds the engine's two functions.
+// The mangled names of the engine's two functions.
 constexpr const char* recognizeName = "_Z10Recognize2P10YUV420_IMGP3IMGP7tagRECTP6RPLATEi";
 constexpr const char* setPlateRangeName = "_Z13SetPlateRangeii";
 
@@ -88,7 +88,7 @@ std::unique_ptr<PlateEngine> LoadEngine(const std::filesystem::path& library) {
     if (!std::filesystem::is_regular_file(library, error)) {
         throw Failure("there is no engine at \"" + library.string() + "\"");
     }
-    // A path without folders would be looked for elsewhere.
+    // The loader would search its own folders for a path without a folder.
     return std::make_unique<LoadedEngine>(std::filesystem::absolute(library));
 }
 

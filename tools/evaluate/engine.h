@@ -11,7 +11,7 @@
 
 namespace plate_evaluation {
 
-/// Widths of plates in pixels, both included.
+/// Widths of plates in pixels, inclusive.
 struct WidthRange {
     int minimum = 0;
     int maximum = 0;
@@ -30,7 +30,7 @@ struct Region {
 };
 
 struct Recognition {
-    std::vector<Report> reports;  ///< in the engine's order, surest first
+    std::vector<Report> reports;  ///< in the engine's order, by falling confidence
     double milliseconds = 0;      ///< spent in the engine
 };
 
@@ -38,10 +38,10 @@ struct Recognition {
 class PlateEngine {
   public:
     virtual ~PlateEngine() = default;
-    /// False when the engine cannot take the range because its server does not run.
+    /// Returns false when the engine cannot set the range because its server does not run.
     virtual bool TakeRange(const WidthRange& range) = 0;
-    /// Looks for plates in the whole picture, or in a region of it. Throws Failure when the engine returns what no
-    /// engine may.
+    /// Reads the plates in the whole picture, or in a region of it. Throws Failure when the engine returns an invalid
+    /// number of plates.
     virtual Recognition Recognise(Picture& picture, const std::optional<Region>& region) = 0;
 };
 

@@ -12,7 +12,7 @@
 namespace plate_evaluation {
 namespace {
 
-// As wide as the frames of most cameras; what is asked is whether any range is taken.
+// The width of most cameras' frames. Any range will do to find out whether the engine's server responds.
 constexpr WidthRange firstRange{0, 1920};
 constexpr std::chrono::milliseconds pause{20};
 
@@ -33,7 +33,8 @@ int Share(int whole, int percent) {
     return static_cast<int>(std::int64_t{whole} * percent / 100);
 }
 
-/// Lets callers with the same range be inside together, and those with different ones after each other. Any thread.
+/// Admits callers with the same range at the same time, and callers with different ranges one after another. Any
+/// thread.
 class RangeGate {
   public:
     void Enter(const WidthRange& range) {
@@ -69,7 +70,7 @@ class Inside {
     RangeGate& gate_;
 };
 
-/// Works through the pictures on several threads.
+/// Processes the pictures on several threads.
 class Run {
   public:
     Run(const std::filesystem::path& folder, const std::vector<TruePicture>& pictures, PlateEngine& engine,
@@ -139,7 +140,7 @@ class Run {
         try {
             TakeRange(engine_, range, settings_.patience, checkpoint_);
             Recognition recognition = engine_.Recognise(picture, region);
-            // An engine whose server goes meanwhile finds nothing, which would count as what it can do.
+            // If its server ended meanwhile, the engine has found nothing, which must not count as its result.
             checkpoint_();
             return recognition;
         } catch (const Failure& failed) {
@@ -153,7 +154,7 @@ class Run {
     const EvaluationSettings& settings_;
     const Checkpoint& checkpoint_;
     RangeGate gate_;
-    std::vector<PictureResult> results_;  // each is written by the thread that took its number
+    std::vector<PictureResult> results_;  // each is written only by the thread that took its index
     std::atomic<std::size_t> next_{0};
     std::mutex mutex_;
     std::exception_ptr failure_;  // guarded by mutex

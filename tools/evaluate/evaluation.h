@@ -32,12 +32,12 @@ struct EvaluationSettings {
     WidthShare widths;
     std::optional<RegionShare> region;
     int threads = 1;
-    std::chrono::milliseconds patience{30000};  ///< how long the engine may refuse a range
+    std::chrono::milliseconds patience{30000};  ///< how long the engine may refuse a range of widths
 };
 
-/// What came of one picture.
+/// The result of one picture.
 struct PictureResult {
-    std::string error;  ///< why it could not be read; empty when it could
+    std::string error;  ///< why it could not be read; empty if it was read
     std::vector<Report> reports;
     double milliseconds = 0;
     PictureScore score;
@@ -45,15 +45,15 @@ struct PictureResult {
     bool IsReadable() const { return error.empty(); }
 };
 
-/// Throws Failure when the run must not go on. Called often, by any thread.
+/// Throws Failure when the run must stop. Called often, by any thread.
 using Checkpoint = std::function<void()>;
 
-/// Waits until the engine takes a range, which it does when its server answers. Throws Failure.
+/// Waits until the engine accepts a range, which it does once its server responds. Throws Failure.
 void WaitForEngine(PlateEngine& engine, std::chrono::milliseconds patience, const Checkpoint& checkpoint);
 
-/// Gives every picture to the engine and scores what it reports; the results stand in the order of the pictures. An
-/// engine may keep one range for all its callers, so only pictures with the same range are in it at a time. Throws
-/// Failure.
+/// Passes every picture to the engine and scores its reports; the results are in the order of the pictures. An engine
+/// may have one range for all its callers, so only pictures with the same range are passed to it at the same time.
+/// Throws Failure.
 std::vector<PictureResult> Evaluate(const std::filesystem::path& folder, const std::vector<TruePicture>& pictures,
                                     PlateEngine& engine, const EvaluationSettings& settings,
                                     const Checkpoint& checkpoint);

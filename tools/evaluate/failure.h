@@ -1,4 +1,4 @@
-/// The end of an evaluation that cannot be carried out.
+/// The error that ends an evaluation, and the exit statuses.
 #pragma once
 
 #include <stdexcept>
@@ -11,7 +11,7 @@ class Failure : public std::runtime_error {
     using std::runtime_error::runtime_error;
 };
 
-inline constexpr int exitUnreadablePictures = 1;  ///< figures were made, and some pictures could not be read
-inline constexpr int exitFailure = 2;             ///< the evaluation could not be carried out
+inline constexpr int exitUnreadablePictures = 1;  ///< there are results, but some pictures could not be read
+inline constexpr int exitFailure = 2;             ///< any other error
 
 }  // namespace plate_evaluation

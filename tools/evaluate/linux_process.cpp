@@ -34,7 +34,7 @@ std::string SystemText(int error) {
     return std::generic_category().message(error);
 }
 
-/// The way of the child that becomes the server; nothing here takes a lock or memory.
+/// Turns the child process into the server. Runs between fork and exec, so it takes no lock and allocates no memory.
 [[noreturn]] void BecomeServer(char* const* words, int errorPipe, pid_t parent) {
     ::prctl(PR_SET_PDEATHSIG, SIGKILL);
     if (::getppid() != parent) {
@@ -75,7 +75,7 @@ struct ServerProcess::System {
     std::mutex mutex;
     std::optional<int> status;  // of the ended process; guarded by mutex
 
-    /// Takes notice of the end, without waiting for it.
+    /// Checks whether the process has ended, without waiting.
     bool HasEnded() {
         const std::lock_guard lock(mutex);
         int ended = 0;
@@ -110,7 +110,7 @@ ServerProcess::ServerProcess(const std::filesystem::path& program, const std::ve
         ::close(errorPipe[1]);
         ssize_t count = 0;
         do {
-            // Ends without a byte when the program has taken the child's place.
+            // Reads no byte when the exec succeeds, which closes the pipe.
             count = system_->child == -1 ? 0 : ::read(errorPipe[0], &error, sizeof error);
         } while (count == -1 && errno == EINTR);
         ::close(errorPipe[0]);

@@ -1,4 +1,4 @@
-/// Runs a recognition engine over pictures whose plates are known, and tells how well it read them.
+/// Runs a recognition engine on pictures whose plates are known, and reports how well it reads them.
 #include <cerrno>
 #include <exception>
 #include <fstream>
@@ -21,7 +21,7 @@
 namespace plate_evaluation {
 namespace {
 
-/// A file that is opened before the work whose outcome it takes. Without a path it takes nothing.
+/// An output file, opened before the evaluation so that a wrong path fails early. Does nothing without a path.
 class OutcomeFile {
   public:
     explicit OutcomeFile(const std::filesystem::path& path) : path_(path) {

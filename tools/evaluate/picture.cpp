@@ -62,7 +62,7 @@ Pointer Made(Pointer pointer) {
     return pointer;
 }
 
-/// A file's bytes with a place to read on from. Handed over as bytes, a file's name means nothing but the file.
+/// A file's bytes and the read position. Passing bytes prevents FFmpeg from interpreting the file name as a URL.
 struct Bytes {
     std::vector<std::uint8_t> all;
     std::size_t next = 0;
@@ -168,8 +168,8 @@ bool HasFullRange(const AVFrame& frame) {
     return frame.color_range == AVCOL_RANGE_JPEG || (isGrey && frame.color_range != AVCOL_RANGE_MPEG);
 }
 
-/// A converter that computes every pixel from its own luminance and the colours around it, which lie in the middle
-/// between their pixels, without the short cuts that are meant for moving pictures.
+/// A converter that interpolates the colour of every pixel, with colour samples centred between their pixels, and
+/// without the approximations that are meant for video.
 Scaler MakeConverter(const AVFrame& frame) {
     Scaler scaler(Made(sws_alloc_context()));
     const auto set = [&scaler](const char* name, std::int64_t value) {
@@ -184,7 +184,7 @@ Scaler MakeConverter(const AVFrame& frame) {
     set("sws_flags", SWS_BICUBIC | SWS_ACCURATE_RND | SWS_FULL_CHR_H_INT | SWS_FULL_CHR_H_INP | SWS_BITEXACT);
     const int* const coefficients = sws_getCoefficients(frame.colorspace);
     constexpr int one = 1 << 16;
-    // The answer tells pictures that know no range, those of red, green and blue; they need none.
+    // Fails only for formats without a range, such as RGB, which need no conversion of it.
     sws_setColorspaceDetails(scaler.get(), coefficients, HasFullRange(frame) ? 1 : 0, coefficients, 1, 0, one, one);
     Require(sws_init_context(scaler.get(), nullptr, nullptr));
     return scaler;
@@ -193,7 +193,7 @@ Scaler MakeConverter(const AVFrame& frame) {
 }  // namespace
 
 Picture ReadPicture(const std::filesystem::path& file) {
-    // What is wrong with a picture is told by what is thrown.
+    // Exceptions report what is wrong with a picture.
     static const bool isQuiet = [] {
         av_log_set_level(AV_LOG_QUIET);
         return true;
@@ -203,7 +203,7 @@ Picture ReadPicture(const std::filesystem::path& file) {
     Bytes bytes = ReadFile(file);
     const Frame frame = Decode(bytes);
     const Scaler scaler = MakeConverter(*frame);
-    // The converter may write after the end of a row of its own.
+    // The converter may write past the end of a row.
     const Frame converted(Made(av_frame_alloc()));
     converted->format = AV_PIX_FMT_BGR24;
     converted->width = frame->width;

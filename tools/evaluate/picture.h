@@ -1,4 +1,4 @@
-/// Still pictures as the engine takes them.
+/// Reads still pictures into the pixel format of the engine.
 #pragma once
 
 #include <cstddef>
@@ -8,7 +8,7 @@
 
 namespace plate_evaluation {
 
-/// Blue, green, red, 8 bits each over their full range; rows stand one after the other without gaps.
+/// Blue, green, red, 8 bits each with full range; rows without padding.
 struct Picture {
     std::vector<std::uint8_t> pixels;
     int width = 0;
@@ -17,9 +17,8 @@ struct Picture {
     std::size_t Stride() const { return static_cast<std::size_t>(width) * 3; }
 };
 
-/// Reads the first picture of a file in any format that FFmpeg decodes. The picture stays as it is stored, whatever the
-/// file says of how it is to be turned. A damaged picture counts as none. Throws Failure, whose text does not name the
-/// file. Any thread.
+/// Reads the first picture of a file in any format that FFmpeg decodes. Ignores the orientation that the file
+/// specifies. Throws Failure, also for a damaged picture; its text does not name the file. Any thread.
 Picture ReadPicture(const std::filesystem::path& file);
 
 }  // namespace plate_evaluation

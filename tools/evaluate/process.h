@@ -1,4 +1,4 @@
-/// The processes of an evaluation: its own and the engine's server. One file per system.
+/// The processes of an evaluation: this one and the engine's server. One file per system.
 #pragma once
 
 #include <chrono>
@@ -9,26 +9,26 @@
 
 namespace plate_evaluation {
 
-/// Called once, first of all, on the main thread: requests to stop are noted from then on, and a second one ends the
-/// process at once.
+/// Must be called once, before all else, on the main thread. After it, requests to stop are recorded, and a second one
+/// ends the process at once.
 void NoteInterruptions();
 
-/// The number of the signal that asked the run to stop; 0 for none. Any thread.
+/// The signal that requested the run to stop; 0 for none. Any thread.
 int Interruption();
 
-/// A server that was started for the evaluation. It writes to standard error whatever it writes, and ends with this
-/// process at the latest, however this process ends.
+/// A server started for the evaluation. All its output goes to standard error. The system ends it with this process,
+/// even if this process crashes.
 class ServerProcess {
   public:
-    /// Starts the program; on the thread that lives as long as the server is to live. Throws Failure.
+    /// Starts the program. The server ends when the calling thread does. Throws Failure.
     ServerProcess(const std::filesystem::path& program, const std::vector<std::string>& arguments,
                   std::chrono::milliseconds newPatience = std::chrono::seconds(2));
     ServerProcess(const ServerProcess&) = delete;
     ServerProcess& operator=(const ServerProcess&) = delete;
-    /// Asks the server to end, ends it when it has not done so in time, and waits until it is gone.
+    /// Requests the server to end, kills it after the timeout, and waits for its end.
     ~ServerProcess();
 
-    /// Throws Failure, which tells how the server ended, unless it runs. Any thread.
+    /// Throws Failure, with the way in which the server ended, unless it runs. Any thread.
     void RequireRunning();
 
   private:

@@ -75,7 +75,7 @@ std::string Corners(const Report& report) {
     return Joined(corners, ' ');
 }
 
-// Text and upper left corner of the reports that no plate was taken for.
+// Text and upper left corner of the reports that match no plate.
 std::string Others(const PictureResult& result) {
     Row others;
     for (const std::size_t index : result.score.otherReports) {

@@ -1,4 +1,4 @@
-/// What an evaluation tells.
+/// Formats the results of an evaluation.
 #pragma once
 
 #include <string>
@@ -16,16 +16,16 @@ struct Summary {
     Figures total;
 };
 
-/// REQUIRES: as many results as pictures, in their order.
+/// REQUIRES: one result for each picture, in the same order.
 Summary Summarise(const std::vector<TruePicture>& pictures, const std::vector<PictureResult>& results);
 
-/// A table for the eye, one line for each group and one for all of them.
+/// A table for people, with one line for each group and one for the total.
 std::string ToTable(const Summary& summary);
 
 /// One JSON object with "groups" and "total".
 std::string ToJson(const Summary& summary);
 
-/// Columns with tabs between them, under a line that names them: one line for each plate, so one for most pictures.
+/// Tab-separated columns with a header line, and one line for each plate.
 std::string ToDetails(const std::vector<TruePicture>& pictures, const std::vector<PictureResult>& results);
 
 }  // namespace plate_evaluation

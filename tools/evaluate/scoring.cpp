@@ -28,7 +28,7 @@ double Ratio(double dividend, int divisor) {
 
 }  // namespace
 
-// In whole numbers, so that the bounds themselves belong to what they bound.
+// Computed in integers, so that both bounds are included exactly.
 bool IsLocalised(const Report& report, const Rectangle& place) {
     std::int64_t fourX = 0;
     std::int64_t fourY = 0;

@@ -1,4 +1,4 @@
-/// What the engine reported about a picture, held against what is in it.
+/// Compares the engine's reports on a picture with the plates that are in it.
 #pragma once
 
 #include <array>
@@ -35,34 +35,34 @@ struct Report {
     std::array<Point, 4> corners;  ///< top left, bottom left, top right, bottom right
 };
 
-/// True when the report is of the plate at that place: the mean of its four corners lies in the rectangle or on its
-/// border, and its width, the mean of its upper and its lower edge's extent along x, is 0.45 to 1.35 times the
+/// Returns true when the report is of the plate at that place: the mean of its four corners is in the rectangle or on
+/// its border, and its width, the mean of the extents of its upper and lower edge along x, is 0.45 to 1.35 times the
 /// rectangle's.
 bool IsLocalised(const Report& report, const Rectangle& place);
 
-/// How one true plate came out.
+/// The result for one true plate.
 struct PlateScore {
-    std::optional<std::size_t> report;  ///< the one that localises the plate, as an index
+    std::optional<std::size_t> report;  ///< the index of the one that localises the plate
     bool isExact = false;
-    bool isExactFolded = false;  ///< with look-alikes made the same
+    bool isExactFolded = false;  ///< with look-alike characters made equal
     bool hasOneErrorAtMost = false;
     int characters = 0;       ///< of the true text
-    int characterErrors = 0;  ///< at most all of them; all of them for a plate that is not localised
+    int characterErrors = 0;  ///< at most `characters`; exactly that for a plate that is not localised
 };
 
 struct PictureScore {
     std::vector<PlateScore> plates;         ///< in the order of the true plates
-    std::vector<std::size_t> otherReports;  ///< those taken for no plate, as indices
+    std::vector<std::size_t> otherReports;  ///< indices of those that match no plate
 };
 
-/// Takes for each plate the first report that localises it and that is not taken already. The reports come surest
-/// first, as the engine gives them.
+/// Matches each plate with the first unmatched report that localises it. REQUIRES: reports are ordered by falling
+/// confidence, as the engine returns them.
 PictureScore ScorePicture(const std::vector<TruePlate>& plates, const std::vector<Report>& reports);
 
-/// The figures of many pictures.
+/// Totals of many pictures.
 struct Figures {
     int pictures = 0;
-    int unreadablePictures = 0;  ///< counted among the pictures, with none of their plates localised
+    int unreadablePictures = 0;  ///< included in `pictures`, with no plate localised
     int plates = 0;
     int localised = 0;
     int exact = 0;
@@ -71,13 +71,13 @@ struct Figures {
     int characters = 0;
     int characterErrors = 0;
     int otherReports = 0;
-    double milliseconds = 0;  ///< of all the pictures that could be read
+    double milliseconds = 0;  ///< of all pictures that could be read
 
-    /// Counts one picture in; without a time it could not be read.
+    /// Adds one picture; without a time, as one that could not be read.
     void Add(const PictureScore& score, std::optional<double> pictureMilliseconds);
     void Add(const Figures& others);
 
-    /// Each is 0 where there is nothing to divide by.
+    /// Each is 0 when its divisor is 0.
     double CharacterErrorRate() const;
     double OtherReportsPerPicture() const;
     double MillisecondsPerPicture() const;

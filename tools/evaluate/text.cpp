@@ -46,7 +46,7 @@ std::string ToUtf8(std::wstring_view text) {
 }
 
 int EditDistance(std::wstring_view one, std::wstring_view other) {
-    // The distances between the first characters of `one` and all beginnings of `other` but the empty one.
+    // The distances between the first characters of `one` and all non-empty prefixes of `other`.
     std::vector<int> row(other.size());
     std::iota(row.begin(), row.end(), 1);
     int distance = static_cast<int>(other.size());

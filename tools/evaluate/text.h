@@ -1,4 +1,4 @@
-/// Plate texts as characters, so that they are compared by what one sees.
+/// Plate texts as wide characters, so that they are compared by character and not by byte.
 #pragma once
 
 #include <string>
@@ -6,19 +6,19 @@
 
 namespace plate_evaluation {
 
-/// The text of a plate as the engine gives it: code page 936, up to the first NUL.
+/// Decodes the text of a plate from the engine: code page 936, up to the first NUL.
 std::wstring FromEngineText(std::string_view bytes);
 
 std::wstring FromUtf8(std::string_view bytes);
 std::string ToUtf8(std::wstring_view text);
 
-/// The number of characters that have to be changed, put in or taken out to make one of the other.
+/// The number of characters to replace, insert or delete to turn one text into the other.
 int EditDistance(std::wstring_view one, std::wstring_view other);
 
-/// The text with the characters that look alike made the same: O and Q are 0, I is 1.
+/// Replaces look-alike characters: O and Q by 0, I by 1.
 std::wstring FoldLookAlikes(std::wstring_view text);
 
-/// A text without what would break a line or a column.
+/// Replaces control characters, which would break a line or a column, by spaces.
 std::string OneCell(std::string_view text);
 
 }  // namespace plate_evaluation

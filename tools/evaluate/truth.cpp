@@ -29,7 +29,7 @@ std::vector<std::string> Cells(const std::string& line) {
     return cells;
 }
 
-/// Lines without their ends, whichever system wrote them.
+/// Reads lines without their line ends, LF or CR LF.
 class LineReader {
   public:
     explicit LineReader(std::istream& stream) : stream_(stream) {}

@@ -22,7 +22,7 @@ struct EndContext {
 using Surface = std::unique_ptr<cairo_surface_t, EndSurface>;
 using Context = std::unique_ptr<cairo_t, EndContext>;
 
-constexpr int linesPerUnit = 540;  // rows of a picture for which lines are drawn once as thick
+constexpr int linesPerUnit = 540;  // picture rows for each pixel of line thickness
 constexpr double fullTurn = 6.283185307179586;
 
 void Require(cairo_status_t status) {
@@ -42,7 +42,7 @@ std::uint32_t ToPixel(double luminance, double blueDifference, double redDiffere
     return red << 16 | green << 8 | blue;
 }
 
-/// The picture as the library sees it, whose luminance and colours have their full range.
+/// Converts the picture as the library does: luminance and colour differences have the full range.
 Surface ToSurface(const Picture& picture) {
     const auto width = static_cast<int>(picture.width);
     const auto height = static_cast<int>(picture.height);
@@ -67,7 +67,7 @@ Surface ToSurface(const Picture& picture) {
     return surface;
 }
 
-/// Keeps a coordinate inside what the drawing library computes with.
+/// Limits a coordinate to the range that the drawing library can compute with.
 double Bounded(std::int32_t coordinate) {
     constexpr std::int32_t farthest = 100000;
     return std::clamp(coordinate, -farthest, farthest);
@@ -140,7 +140,7 @@ class Pen {
         cairo_stroke(context_.get());
     }
 
-    /// Over the plate, under it where there is no room, in the upper left corner without one; inside the picture.
+    /// Above the plate, below it if there is no room, in the upper left corner without a plate; inside the picture.
     void DrawLabel(const std::string& label, const std::optional<SnapshotBox>& plate) {
         cairo_font_extents_t font{};
         cairo_font_extents(context_.get(), &font);

@@ -17,7 +17,7 @@
 
 namespace plate_host {
 
-/// What came of the frames of a channel.
+/// Results of the frames of a channel.
 struct ChannelOutcome {
     std::uint64_t frames = 0;
     std::map<std::string, std::uint64_t> failures;  ///< failed frames by error text
@@ -25,28 +25,28 @@ struct ChannelOutcome {
     std::uint64_t wrongFrameDoneCalls = 0;
 };
 
-/// Owner thread, unless an operation says otherwise.
+/// Used on the owner's thread, unless an operation says otherwise.
 class Channel {
   public:
-    /// Makes the detector and gives it its settings. Throws Failure. What is handed in must outlive the channel;
-    /// the shelf may be null.
+    /// Creates the detector and applies its settings. Throws Failure. The arguments must outlive the channel; the
+    /// shelf may be null.
     Channel(int number, Plugin& plugin, HostObject& host, EventSink& sink, Console& console, BufferLedger& ledger,
             FrameShelf* shelf, const PlayOptions& options);
     Channel(const Channel&) = delete;
     Channel& operator=(const Channel&) = delete;
-    /// Gives up the waiting frames, ends the thread and destroys the detector.
+    /// Drops the queued frames, ends the thread and destroys the detector.
     ~Channel();
 
     void Start();
-    /// Waits at most that long for room; the picture is moved from only when true is answered.
+    /// Waits up to `timeout` for room in the queue. Moves from the picture only if it returns true.
     bool TryPush(Picture& picture, std::chrono::milliseconds timeout) { return queue_.TryPush(picture, timeout); }
-    /// No frames follow.
+    /// Marks the end of the frames.
     void Close() { queue_.Close(); }
-    /// The waiting frames are dropped; the one in the detector ends.
+    /// Drops the queued frames; the detector finishes its current one.
     void Abandon() { queue_.Abandon(); }
-    /// True when the thread has handled all frames after Close or Abandon. Any thread.
+    /// True after the thread has handled all frames following Close or Abandon. Any thread.
     bool HasFinished() const { return hasFinished_.load(); }
-    /// Ends the thread, after Close or Abandon, and destroys the detector.
+    /// Waits for the thread to end and destroys the detector. REQUIRES: Close or Abandon has been called.
     void Finish();
 
     /// Any thread.
@@ -68,7 +68,7 @@ class Channel {
     const std::optional<OKM8::FrameArea> singleArea_;
     FrameDoneCounter frameDone_;
     PictureQueue queue_;
-    ChannelOutcome outcome_;  // the thread's until it has ended
+    ChannelOutcome outcome_;  // used by the thread until it ends
     std::atomic<std::uint64_t> frameCount_{0};
     std::atomic<bool> hasFinished_{false};
     std::thread thread_;

@@ -1,4 +1,4 @@
-/// Standard error: lines from any thread, and a bar that stays below them on a terminal.
+/// Standard error: lines from any thread, and on a terminal a progress bar below them.
 #pragma once
 
 #include <functional>
@@ -7,7 +7,7 @@
 
 namespace plate_host {
 
-/// One printable line: control characters become spaces, the ends are trimmed.
+/// Converts a text to one printable line: control characters become spaces, and both ends are trimmed.
 std::string OneLine(const std::string& text);
 
 /// Any thread. A failed write is not an error: there is nowhere left to report it.
@@ -19,11 +19,11 @@ class Console {
 
     bool IsTerminal() const { return isTerminal_; }
 
-    /// Writes a line of its own, above the bar.
+    /// Writes a line above the bar.
     void Line(const std::string& text);
-    /// Replaces the bar; an empty text takes it away. Without a terminal nothing is written.
+    /// Replaces the bar; an empty text removes it. Writes nothing without a terminal.
     void Bar(const std::string& text);
-    /// Does something that may write to the same terminal, with the bar out of its way.
+    /// Hides the bar while `action` runs, which may write to the same terminal.
     void WithoutBar(const std::function<void()>& action);
 
   private:

@@ -1,4 +1,4 @@
-/// The answer to QueryContract, for objects whose interfaces stand in one line.
+/// A helper for QueryContract of objects whose interfaces form a single inheritance chain.
 #pragma once
 
 #include <cstring>
@@ -6,7 +6,7 @@
 
 namespace plate_host {
 
-/// True when the name is one of those given; a null name is none.
+/// Returns true when the name is in the list; false for a null name.
 inline bool IsOneOf(const char* contractName, std::initializer_list<const char*> names) {
     if (contractName == nullptr) {
         return false;

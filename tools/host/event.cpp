@@ -19,7 +19,7 @@ Json TrackTimeToJson(std::int64_t time) {
     if (time == std::numeric_limits<std::int64_t>::min()) {
         return "-infinity";
     }
-    // Divided before the subtraction, which then cannot overflow; the epoch is a whole number of milliseconds.
+    // Dividing before the subtraction prevents an overflow; the epoch is a whole number of milliseconds.
     const std::int64_t milliseconds = time / 1000 - (time % 1000 < 0 ? 1 : 0);
     return milliseconds - OKM8::Analytics::TrackTimeEpoch / 1000;
 }

@@ -26,23 +26,23 @@ struct EventRecord {
     std::vector<std::string> otherObjects;  ///< names of attached objects other than the targets
 };
 
-/// Takes the events of all channels. Any thread.
+/// Receives the events of all channels. Any thread.
 class EventSink {
   public:
     virtual ~EventSink() = default;
     virtual void OnEvent(const EventRecord& event) = 0;
 };
 
-/// The points of a track as JSON; null for a list that cannot be one.
+/// Converts the points of a track to JSON; null for an invalid list.
 Json TrackToJson(const OKM8::Analytics::TrackPointList& track);
 
-/// Milliseconds since 1970-01-01 00:00; a text for an infinite time, null for none.
+/// Converts a time to milliseconds since 1970-01-01 00:00; a text for an infinite time, null for no time.
 Json TrackTimeToJson(std::int64_t time);
 
-/// Bytes as hexadecimal digits.
+/// Converts bytes to hexadecimal digits.
 std::string ToHexadecimal(const void* data, std::uint32_t size);
 
-/// One line, line end included. Bytes that are no UTF-8 become replacement characters.
+/// Returns one line with its line end. Bytes that are not valid UTF-8 become replacement characters.
 std::string ToJsonLine(const EventRecord& event);
 
 }  // namespace plate_host

@@ -1,4 +1,4 @@
-/// Events as lines, one each.
+/// Prints events, one per line.
 #pragma once
 
 #include <atomic>
@@ -25,14 +25,14 @@ class EventPrinter final : public EventSink {
 
     void OnEvent(const EventRecord& event) override;
 
-    /// All events, the ones included that could not be written.
+    /// The number of all events, including those that could not be written.
     std::uint64_t EventCount() const { return eventCount_.load(); }
-    /// The events that tell a plate.
+    /// The number of events that report a plate.
     std::uint64_t PlateCount() const { return plateCount_.load(); }
 
-    /// True when nothing can be written any more.
+    /// True after the output has failed; nothing is written any more.
     bool HasEnded() const { return hasEnded_.load(); }
-    /// Why the output has ended; empty when its reader has gone, which is no error.
+    /// Why the output failed; empty when its reader closed it, which is not an error.
     std::string Error() const;
 
   private:

@@ -1,4 +1,4 @@
-/// The end of a run that cannot be carried out.
+/// The error that ends a run, and the exit statuses.
 #pragma once
 
 #include <stdexcept>
@@ -12,7 +12,7 @@ class Failure : public std::runtime_error {
     using std::runtime_error::runtime_error;
 };
 
-inline constexpr int exitDefect = 1;   ///< the library broke a rule, or the output could not be written
-inline constexpr int exitFailure = 2;  ///< the run could not be carried out
+inline constexpr int exitDefect = 1;   ///< the library violated the contract, or the output could not be written
+inline constexpr int exitFailure = 2;  ///< any other error
 
 }  // namespace plate_host

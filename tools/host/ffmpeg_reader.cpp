@@ -45,8 +45,8 @@ std::string ErrorText(int error) {
     return text.data();
 }
 
-/// The first thing that a container's reader has complained of. Some take a file that ends too early for an ordinary
-/// end, and say so in their messages alone.
+/// The first error message of a demuxer. Some demuxers treat a truncated file as complete and report it only in their
+/// messages.
 class ReaderMessages {
   public:
     static void Collect(void* source, int level, const char* format, va_list arguments) {
@@ -144,7 +144,7 @@ FfmpegReader::FfmpegReader(const std::string& address) : packet_(av_packet_alloc
     if (packet_ == nullptr || frame_ == nullptr) {
         throw std::bad_alloc();
     }
-    // The libraries' messages would stand between the program's own lines.
+    // The libraries' messages would appear between the program's own lines.
     av_log_set_callback(ReaderMessages::Collect);
     try {
         OpenInput(address);
@@ -160,7 +160,7 @@ void FfmpegReader::OpenInput(const std::string& address) {
         throw std::bad_alloc();
     }
     opened->interrupt_callback = {IsInterrupted, nullptr};
-    // Cameras lose pictures over datagrams; other sources do not know the option.
+    // Cameras lose frames over UDP; sources other than RTSP ignore the option.
     AVDictionary* options = nullptr;
     av_dict_set(&options, "rtsp_transport", "tcp", 0);
     const int error = avformat_open_input(&opened, address.c_str(), nullptr, &options);  // frees `opened` on failure
@@ -196,7 +196,7 @@ void FfmpegReader::OpenDecoder() {
     int error = avcodec_parameters_to_context(codec_.get(), stream_->codecpar);
     if (error >= 0) {
         codec_->pkt_timebase = stream_->time_base;
-        codec_->thread_count = 0;  // as many as there are processors
+        codec_->thread_count = 0;  // one per processor
         error = avcodec_open2(codec_.get(), decoder, nullptr);
     }
     if (error < 0) {
@@ -223,7 +223,7 @@ bool FfmpegReader::Read(Picture& picture) {
     return false;
 }
 
-// Takes the next frame out of the decoder; false when it has none.
+// Receives the next frame from the decoder; returns false when it has none.
 bool FfmpegReader::TakeFrame(Picture& picture) {
     for (;;) {
         const int result = avcodec_receive_frame(codec_.get(), frame_.get());
@@ -246,7 +246,7 @@ bool FfmpegReader::TakeFrame(Picture& picture) {
     return true;
 }
 
-// Gives the decoder one packet, or word of the end; false at the end.
+// Sends the decoder one packet, or the end of the stream; returns false at the end.
 bool FfmpegReader::FeedDecoder() {
     const int read = av_read_frame(format_.get(), packet_.get());
     if (read < 0) {
@@ -299,7 +299,7 @@ Picture FfmpegReader::ScaledFrame() {
         FillPlanes(picture, planes.data());
         return picture;
     }
-    // The scaler writes rows in steps of its own, which may reach beyond an odd or narrow row.
+    // The scaler may write past the end of an odd or narrow row.
     const AVPixelFormat target = HasFullRange(source) ? AV_PIX_FMT_YUVJ420P : AV_PIX_FMT_YUV420P;
     scaler_.reset(sws_getCachedContext(scaler_.release(), frame_->width, frame_->height, source, frame_->width,
                                        frame_->height, target, SWS_BICUBIC, nullptr, nullptr, nullptr));
@@ -321,8 +321,7 @@ Picture FfmpegReader::ScaledFrame() {
     return picture;
 }
 
-// The index counts what is left after a cut by the container's own edit list, which the header's number of frames does
-// not.
+// The index takes the container's edit list into account; the number of frames in the header does not.
 bool FfmpegReader::EndsBeforeItsIndex() const {
     const int entries = avformat_index_get_entries_count(stream_);
     if (entries <= packetCount_ || lastPacketTime_ == AV_NOPTS_VALUE) {

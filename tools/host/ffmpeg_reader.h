@@ -1,4 +1,4 @@
-/// Videos through FFmpeg's libraries, where the program is built with them.
+/// Reads videos with FFmpeg's libraries, if the program is built with them.
 #pragma once
 
 #include <memory>
@@ -8,10 +8,10 @@
 
 namespace plate_host {
 
-/// Opens whatever the libraries open. Throws Failure; without the libraries, always.
+/// Opens any video that the libraries support. Throws Failure; without the libraries, always.
 std::unique_ptr<VideoReader> OpenFfmpegVideo(const std::string& address);
 
-/// What the program can open, in words.
+/// Describes the formats that the program can open.
 const char* FfmpegVersion();
 
 }  // namespace plate_host

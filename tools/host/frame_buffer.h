@@ -1,4 +1,4 @@
-/// The buffers that carry frames into detectors.
+/// The buffers that pass frames to detectors.
 #pragma once
 
 #include <atomic>
@@ -10,20 +10,19 @@
 
 namespace plate_host {
 
-/// Counts buffers on their way. Any thread.
+/// Counts the buffers passed to the library and those that it released. Any thread.
 struct BufferLedger {
     std::atomic<std::uint64_t> handedOut{0};
     std::atomic<std::uint64_t> givenBack{0};
 };
 
-/// One frame in a buffer of its own, which Release frees together with its bytes, so that a memory checker sees a use
-/// after that.
+/// A buffer with one frame. Release frees both, so that a memory checker detects a use after release.
 class FrameBuffer final : public OKM8::MFF::ICompositeBuffer {
   public:
     OKM8_OBJECT_DESTRUCTOR_SLOT(FrameBuffer)
 
-    /// Makes a buffer of a channel that counts as handed out; it ends with Release. The ledger must outlive it, and so
-    /// must the shelf, null for none, on which its picture stands until then.
+    /// Creates and counts a buffer of a channel, and adds its picture to the shelf, which may be null. Release frees
+    /// the buffer; the ledger and the shelf must outlive it.
     static FrameBuffer* HandOut(Picture picture, BufferLedger& ledger, FrameShelf* shelf = nullptr, int channel = 0);
 
     void* QueryContract(const char* contractName) override;
@@ -47,7 +46,7 @@ class FrameBuffer final : public OKM8::MFF::ICompositeBuffer {
     const int channel_;
 };
 
-/// Counts the calls that tell of handled frames. Used on one frame thread.
+/// Counts the frame-done calls. Used on one frame thread.
 class FrameDoneCounter final : public OKM8::MFF::IFrameDoneCallback {
   public:
     OKM8_OBJECT_DESTRUCTOR_SLOT(FrameDoneCounter)
@@ -56,11 +55,11 @@ class FrameDoneCounter final : public OKM8::MFF::IFrameDoneCallback {
     void* QueryContract(const char* contractName) const override;
     void OnFrameDone(OKM8::MFF::IMultimediaBuffer* inputData) override;
 
-    /// Names the buffer of the call that follows; null for none.
+    /// Sets the buffer that the next call must pass; null when there must be no call.
     void Expect(const OKM8::MFF::IMultimediaBuffer* buffer) { expected_ = buffer; }
 
     std::uint64_t CallCount() const { return callCount_; }
-    /// Calls with another buffer than the one handed in, calls after the first, and calls for no frame.
+    /// The calls with another buffer than the expected one, after the first call for a frame, or without a frame.
     std::uint64_t WrongCallCount() const { return wrongCallCount_; }
 
   private:

@@ -21,7 +21,7 @@ void FrameShelf::Leave(int channel, const Picture& picture) {
 }
 
 std::optional<Picture> FrameShelf::CopyOf(int channel, std::uint64_t timeMs) const {
-    // Copied under the lock: whoever gives the buffer back waits for that.
+    // Copied under the lock: Release of the buffer waits for it.
     const std::lock_guard lock(mutex_);
     const auto [first, last] = pictures_.equal_range(Key(channel, timeMs));
     if (first == last) {

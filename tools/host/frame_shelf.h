@@ -1,4 +1,4 @@
-/// The frames that the library holds, for who wants to see what an event tells of.
+/// The frames that the library holds, to look up the frame of an event.
 #pragma once
 
 #include <cstdint>
@@ -11,16 +11,17 @@
 
 namespace plate_host {
 
-/// A library keeps the buffer of a frame for as long as it may report something of it, so the frames that are out are
-/// the ones that events can be about, and no copies are kept for that. Any thread.
+/// The library keeps the buffer of a frame while it may still report a reading of it. So only these frames can belong
+/// to an event, and the host need not copy any. Any thread.
 class FrameShelf {
   public:
-    /// The picture goes out to a detector. It must not change or go before Leave.
+    /// Adds a picture that is passed to a detector. It must not change or be freed before it is removed.
     void Enter(int channel, const Picture& picture);
-    /// The picture comes back.
+    /// Removes a picture whose buffer is released.
     void Leave(int channel, const Picture& picture);
 
-    /// A copy of the channel's picture of that time, the youngest where there are several; nothing where none is out.
+    /// Returns a copy of the channel's picture with that time, the latest if there are several; nothing if there is
+    /// none.
     std::optional<Picture> CopyOf(int channel, std::uint64_t timeMs) const;
 
   private:

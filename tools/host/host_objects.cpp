@@ -258,7 +258,7 @@ void DetectorPeer::End(EventRaiser& raiser, bool raised) {
     }
 }
 
-// The caller is the library, into which nothing may be thrown.
+// Called by the library, which no exception may reach.
 void DetectorPeer::Publish(const EventRaiser& raiser) {
     try {
         EventRecord event;

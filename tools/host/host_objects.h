@@ -15,7 +15,7 @@
 
 namespace plate_host {
 
-/// The library's lines for the host's log, on standard error. Any thread.
+/// Writes the library's log lines to standard error. Any thread.
 class HostLogger final : public OKM8::ILogger {
   public:
     OKM8_OBJECT_DESTRUCTOR_SLOT(HostLogger)
@@ -31,8 +31,8 @@ class HostLogger final : public OKM8::ILogger {
     Console& console_;
 };
 
-/// A target and its values. Bytes are remembered by their address alone and read when the event is raised, as a host
-/// may: until then they are the library's to keep. Used on one frame thread.
+/// A target and its values. Stores only the address of a binary value and reads its bytes when the event is raised: the
+/// contract obliges the library to keep them until then. Used on one frame thread.
 class Target final : public OKM8::Analytics::ITargetAdjuster, public OKM8::IBinaryAdjuster {
   public:
     OKM8_OBJECT_DESTRUCTOR_SLOT(Target)
@@ -45,7 +45,7 @@ class Target final : public OKM8::Analytics::ITargetAdjuster, public OKM8::IBina
     void SetBoolValue(const char* name, bool value) override;
     void SetBinaryValue(const char* name, const void* data, uint32_t size) override;
 
-    /// Copies everything out, the bytes included.
+    /// Copies all values, including the bytes.
     TargetRecord Describe() const;
 
   private:
@@ -83,7 +83,7 @@ class TargetList final : public OKM8::Analytics::ITargetEnumeratorAdjuster {
     std::vector<std::unique_ptr<Target>> targets_;
 };
 
-/// Makes target lists and owns each until it is attached to an event. Any thread.
+/// Creates target lists and owns each until it is attached to an event. Any thread.
 class TargetListFactory final : public OKM8::Analytics::ITargetEnumeratorFactory {
   public:
     OKM8_OBJECT_DESTRUCTOR_SLOT(TargetListFactory)
@@ -98,10 +98,11 @@ class TargetListFactory final : public OKM8::Analytics::ITargetEnumeratorFactory
     void Unused6() override {}
     OKM8::Analytics::ITargetEnumeratorAdjuster* CreateTargetEnumerator(int64_t timeMs) override;
 
-    /// Gives up the list that the object is; null when it is none, or has been given up.
+    /// Passes ownership of the list to the caller; null when the object is not a list of this factory or was taken
+    /// before.
     std::unique_ptr<TargetList> Take(const OKM8::IContract* object);
 
-    /// The lists that nobody has attached to an event.
+    /// The number of lists that are not attached to an event.
     std::size_t LooseListCount() const;
 
   private:
@@ -109,7 +110,7 @@ class TargetListFactory final : public OKM8::Analytics::ITargetEnumeratorFactory
     std::unordered_map<const OKM8::IContract*, std::unique_ptr<TargetList>> looseLists_;  // guarded by mutex
 };
 
-/// The object that InitializeModule is given.
+/// The object passed to InitializeModule.
 class HostObject final : public OKM8::IHost {
   public:
     OKM8_OBJECT_DESTRUCTOR_SLOT(HostObject)
@@ -153,7 +154,7 @@ class EventArguments final : public OKM8::Analytics::IEventArgsAdjuster {
     std::vector<std::string> otherObjects_;
 };
 
-/// One event in the making; Raise and Discard end it. Used on one frame thread.
+/// One event under construction, until Raise or Discard. Used on one frame thread.
 class EventRaiser final : public OKM8::Analytics::IDetectorEventRaiser {
   public:
     OKM8_OBJECT_DESTRUCTOR_SLOT(EventRaiser)
@@ -176,7 +177,7 @@ class EventRaiser final : public OKM8::Analytics::IDetectorEventRaiser {
     const std::int64_t timeMs_;
 };
 
-/// What became of the raisers of a detector.
+/// Counts of a detector's event raisers.
 struct RaiserCounts {
     std::uint64_t made = 0;
     std::uint64_t raised = 0;

@@ -44,7 +44,7 @@ constexpr std::array contractNames{
 
 constexpr char strangeKey[] = "no_such_setting";
 
-/// Events of a detector that is only asked have nowhere to go.
+/// Drops the events of a detector that is only queried.
 class NoEvents final : public EventSink {
   public:
     void OnEvent(const EventRecord&) override {}
@@ -55,7 +55,7 @@ std::string Padded(std::string text, std::size_t width) {
     return text;
 }
 
-// The name that answered with the same address before, if any.
+// The earlier name for which the same address was returned, if any.
 std::string EarlierName(const std::vector<std::pair<std::string, void*>>& answers, const void* answer) {
     for (const auto& [name, address] : answers) {
         if (address == answer) {

@@ -1,4 +1,4 @@
-/// The command that tells about a library.
+/// The command that describes a library.
 #pragma once
 
 #include "tools/host/console.h"

@@ -24,7 +24,7 @@ namespace {
 std::atomic<int> interruption{0};
 static_assert(std::atomic<int>::is_always_lock_free, "written by a signal handler");
 
-// Its write end is closed by nobody: a byte in it wakes every poll from then on.
+// Never closed or emptied: after the first byte, every poll returns at once.
 std::array<int, 2> wakePipe{-1, -1};
 
 void OnInterruption(int signal) {
@@ -38,7 +38,7 @@ void OnInterruption(int signal) {
     errno = savedError;
 }
 
-// Unlike an ignored signal, a handled one is back at its default in the programs that the library starts.
+// Unlike an ignored signal, a handled one is reset to its default in the programs that the library starts.
 void OnBrokenPipe(int) {}
 
 void Handle(int signal, void (*handler)(int)) {
@@ -89,7 +89,7 @@ class FileDescriptorSource final : public ByteSource {
     }
 
   private:
-    // Reading blocks in here alone, where a request to stop is noticed whenever it comes.
+    // The only place where reading blocks; a request to stop ends the wait at any time.
     bool WaitForInput() {
         while (Interruption() == 0) {
             std::array<pollfd, 2> waits{{{descriptor_, POLLIN, 0}, {wakePipe[0], POLLIN, 0}}};
@@ -112,7 +112,7 @@ class FileDescriptorSource final : public ByteSource {
 }  // namespace
 
 void PrepareProcess() {
-    // A file that is opened later must not take the place of a standard stream.
+    // A file that is opened later must not get the descriptor of a standard stream.
     for (int descriptor = 0; descriptor <= 2; ++descriptor) {
         if (::fcntl(descriptor, F_GETFD) == -1) {
             [[maybe_unused]] const int opened = ::open("/dev/null", descriptor == 0 ? O_RDONLY : O_WRONLY);
@@ -179,7 +179,7 @@ bool IsRegularFile(const std::string& path) {
 }
 
 std::string LoadErrorText(const std::system_error& error) {
-    // The loader's own words, out of the sentence that they come wrapped in.
+    // Extracts the loader's message from the text around it.
     std::string text = error.what();
     const std::string opening = "(dlerror system message: ";
     const std::size_t begin = text.find(opening);
@@ -216,7 +216,7 @@ std::unique_ptr<ByteSource> OpenByteSource(const std::string& path) {
     if (path == "-") {
         return std::make_unique<FileDescriptorSource>(0, false);
     }
-    // Opening a pipe must not wait for its writer, since that wait would not notice a request to stop.
+    // Opening a pipe must not wait for its writer, because a request to stop would not end that wait.
     const int descriptor = ::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
     if (descriptor == -1) {
         throw Failure("cannot open \"" + path + "\": " + SystemText(errno));

@@ -6,7 +6,7 @@ namespace plate_host {
 
 std::unique_ptr<VideoReader> OpenFfmpegVideo(const std::string& address) {
     if (address.find("://") == std::string::npos) {
-        OpenByteSource(address);  // what cannot be opened at all is told as such
+        OpenByteSource(address);  // reports a file that cannot be opened
     }
     throw Failure("cannot open \"" + address +
                   "\": this program reads Y4M alone, which ffmpeg makes of other videos: ffmpeg -i \"" + address +

@@ -125,7 +125,7 @@ std::vector<std::string> SpreadSettings(const std::vector<std::string>& given) {
         }
         words.push_back(word);
     }
-    std::reverse(words.begin(), words.end());  // the order in which the parser takes them
+    std::reverse(words.begin(), words.end());  // the order that the parser expects
     return words;
 }
 

@@ -17,10 +17,10 @@ struct PlayOptions {
     PluginPaths paths;
     std::vector<Setting> settings;
     int channels = 1;
-    std::optional<OKM8::FrameArea> singleArea;  ///< frames go in by ReceiveSingle with this area
+    std::optional<OKM8::FrameArea> singleArea;  ///< frames are passed to ReceiveSingle with this area
     bool realtime = false;
     std::uint64_t frames = 0;  ///< 0 for all
-    std::string snapshots;     ///< a folder for pictures of the events; empty for none
+    std::string snapshots;     ///< a folder for snapshots of the events; empty for none
 };
 
 struct InfoOptions {
@@ -30,15 +30,15 @@ struct InfoOptions {
 enum class Command { None, Play, Info };
 
 struct Options {
-    Command command = Command::None;  ///< None when help or version has been printed
+    Command command = Command::None;  ///< None after help or version has been printed
     PlayOptions play;
     InfoOptions info;
 };
 
-/// Reads the words after the program's name; prints help and version. Throws Failure.
+/// Parses the arguments after the program's name; prints help and version. Throws Failure.
 Options ParseOptions(const std::vector<std::string>& words);
 
-/// Reads "x,y,width,height". Throws Failure.
+/// Parses "x,y,width,height". Throws Failure.
 OKM8::FrameArea ParseArea(const std::string& text);
 
 }  // namespace plate_host

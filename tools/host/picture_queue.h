@@ -16,10 +16,10 @@ namespace plate_host {
 /// One thread pushes, another pops.
 class PictureQueue {
   public:
-    /// The pictures read ahead of the detector, which bound the memory in use.
+    /// The number of pictures read ahead of the detector; limits the memory in use.
     static constexpr std::size_t capacity = 4;
 
-    /// Waits at most that long for room; the picture is moved from only when true is answered.
+    /// Waits up to `timeout` for room. Moves from the picture only if it returns true.
     bool TryPush(Picture& picture, std::chrono::milliseconds timeout) {
         std::unique_lock lock(mutex_);
         if (!changed_.wait_for(lock, timeout, [this] { return pictures_.size() < capacity; })) {
@@ -30,7 +30,7 @@ class PictureQueue {
         return true;
     }
 
-    /// Waits for a picture; nothing when the queue is closed and empty.
+    /// Waits for a picture; returns nothing when the queue is closed and empty.
     std::optional<Picture> Pop() {
         std::unique_lock lock(mutex_);
         changed_.wait(lock, [this] { return closed_ || !pictures_.empty(); });
@@ -43,14 +43,14 @@ class PictureQueue {
         return picture;
     }
 
-    /// Nothing is pushed any more. Any thread.
+    /// Nothing may be pushed after it. Any thread.
     void Close() {
         const std::lock_guard lock(mutex_);
         closed_ = true;
         changed_.notify_all();
     }
 
-    /// Closes the queue and drops what waits in it. Any thread.
+    /// Closes the queue and drops its pictures. Any thread.
     void Abandon() {
         const std::lock_guard lock(mutex_);
         pictures_.clear();

@@ -20,17 +20,17 @@
 namespace plate_host {
 namespace {
 
-// The longest that a wait goes on without a look at whether the run is to stop.
+// The longest wait between two checks whether the run must stop.
 constexpr std::chrono::milliseconds waitSlice{50};
 
-/// Feeds a video to channels until it ends or the run is to stop.
+/// Feeds a video to channels until it ends or the run must stop.
 class Feeder {
   public:
     Feeder(const PlayOptions& options, VideoReader& reader, const EventPrinter& printer,
            std::vector<std::unique_ptr<Channel>>& channels, Console& console)
         : options_(options), reader_(reader), printer_(printer), channels_(channels), progress_(console) {}
 
-    /// Plays from the picture that has been read already, and waits until the detectors have handled all frames.
+    /// Plays from `picture`, which has been read already, and waits until the detectors have handled all frames.
     void Run(Picture picture) {
         start_ = std::chrono::steady_clock::now();
         startMs_ = picture.timeMs;
@@ -124,7 +124,7 @@ class Feeder {
     std::uint64_t frames_ = 0;
 };
 
-// Runs the detectors from their making to their end, and gathers what came of it.
+// Creates, runs and destroys the detectors, and collects their results.
 RunOutcome PlayThroughDetectors(const PlayOptions& options, VideoReader& reader, Picture first, Console& console) {
     RunOutcome run;
     EventPrinter printer([](std::string_view text) { return WriteStandard(StandardStream::Output, text); }, console);

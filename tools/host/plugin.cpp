@@ -25,7 +25,7 @@ void RequireFile(const std::string& path, const char* what, const char* option) 
     }
 }
 
-// What the file needs is looked for beside it as well, where a system looks beside the program alone.
+// Also searches the file's own folder for the libraries that it needs, on a system that searches only the program's.
 void Load(boost::dll::shared_library& library, const std::string& path, const char* what, LoadMode::type mode) {
     try {
         library.load(ToOpenPath(path), mode | LoadMode::load_with_altered_search_path);

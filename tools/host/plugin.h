@@ -11,13 +11,13 @@
 
 namespace plate_host {
 
-/// The files to load; an empty path stands for the usual name beside this program.
+/// The files to load; an empty path means the default name in this program's folder.
 struct PluginPaths {
     std::string library;
     std::string engine;
 };
 
-/// Destroys a detector the way its contract says.
+/// Destroys a detector as its contract requires.
 struct DestroyDetector {
     void operator()(OKM8::Analytics::IDetector* detector) const { detector->Destroy(); }
 };
@@ -33,23 +33,23 @@ struct Detector {
     OKM8::IErrorInfoProvider* errors = nullptr;
 };
 
-/// Owner thread, all of it. Every operation throws Failure where the library does not do its part.
+/// Used on the owner's thread only. Every operation throws Failure when the library or the engine fails.
 class Plugin {
   public:
-    /// Loads the engine, so that the library is bound to it, and then the library.
+    /// Loads the engine and then the library, which binds to the loaded engine.
     explicit Plugin(const PluginPaths& paths);
     Plugin(const Plugin&) = delete;
     Plugin& operator=(const Plugin&) = delete;
-    /// Finalizes the module and unloads library and engine. Every detector has been destroyed before.
+    /// Finalizes the module and unloads library and engine. REQUIRES: every detector has been destroyed.
     ~Plugin();
 
-    /// Hands the host object over and makes the module object. The host object must outlive the plug-in.
+    /// Passes the host object to the library and gets the module object. The host object must outlive the plug-in.
     void Initialize(OKM8::IHost& host);
 
     /// REQUIRES: Initialize has been called.
     OKM8::Analytics::IModule& Module() { return *module_; }
 
-    /// Makes a detector; the peer must outlive it. REQUIRES: Initialize has been called.
+    /// Creates a detector; the peer must outlive it. REQUIRES: Initialize has been called.
     Detector CreateDetector(OKM8::Analytics::IDetectorPeer& peer);
 
     const std::string& LibraryPath() const { return libraryPath_; }

@@ -1,4 +1,4 @@
-/// How far a run has come, on standard error.
+/// Shows the progress of a run on standard error.
 #pragma once
 
 #include <chrono>
@@ -12,27 +12,27 @@ namespace plate_host {
 
 struct ProgressFigures {
     std::uint64_t frames = 0;                 ///< handled, over all channels
-    std::optional<std::uint64_t> frameTotal;  ///< where it is known
+    std::optional<std::uint64_t> frameTotal;  ///< if known
     std::uint64_t plates = 0;
     std::uint64_t events = 0;
 };
 
-/// The figures as one line, a bar before them where the total is known and a bar is wanted.
+/// Formats the figures as one line, with a bar before them if `withBar` is true and the total is known.
 std::string ProgressText(const ProgressFigures& figures, double seconds, bool withBar);
 
-/// "12.3" frames a second; "0.0" for no time.
+/// Formats frames per second as "12.3"; "0.0" for zero seconds.
 std::string FramesPerSecond(std::uint64_t frames, double seconds);
 
-/// A bar on a terminal, a line now and then elsewhere. Used by one thread.
+/// A bar on a terminal, otherwise a line every few seconds. Used by one thread.
 class Progress {
   public:
     using Clock = std::chrono::steady_clock;
 
     explicit Progress(Console& console);
 
-    /// Shows the figures when it is time to.
+    /// Shows the figures, unless the last ones were shown a moment ago.
     void Show(const ProgressFigures& figures);
-    /// Takes the bar away.
+    /// Removes the bar.
     void End() { console_.Bar(""); }
     double Seconds() const;
 

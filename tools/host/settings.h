@@ -1,4 +1,4 @@
-/// Named settings: the words of the command line, and what a detector takes.
+/// Named settings: parses them from the command line and sets them on a detector.
 #pragma once
 
 #include <cstdint>
@@ -21,18 +21,18 @@ Setting ParseSetting(const std::string& text);
 
 using SettingValue = std::variant<int32_t, bool, double, std::string>;
 
-/// Everything that the text can be read as, what it looks like first and a text last.
+/// Returns all values that the text can be parsed as, from the most specific type to the text itself.
 std::vector<SettingValue> ReadingsOf(const std::string& text);
 
-/// Sets one value by the setter of its type; returns the detector's code.
+/// Sets one value with the setter of its type; returns the detector's error code.
 int32_t SetValue(OKM8::IAsyncAdjuster& settings, const std::string& key, const SettingValue& value);
 
-/// The types that a detector takes for a key, found by setting it: "bool", "int", "double", "string", in that order.
-/// The setting is changed by that.
+/// The types that a detector accepts for a key, in the order "bool", "int", "double", "string". Changes the setting,
+/// because only setting a value shows whether its type is accepted.
 std::vector<std::string> AcceptedTypes(OKM8::IAsyncAdjuster& settings, const std::string& key);
 
-/// Sets each setting by the first reading that the detector takes, and applies them. Throws Failure with the detector's
-/// code and text, and with the keys that it has.
+/// Sets each setting to the first of its possible values that the detector accepts, and applies them. Throws Failure
+/// with the detector's error code and text, and with its keys.
 void ApplySettings(OKM8::IAsyncAdjuster& settings, OKM8::IErrorInfoProvider& errors,
                    const std::vector<Setting>& values);
 

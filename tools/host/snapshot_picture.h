@@ -1,4 +1,4 @@
-/// A frame with what was found in it drawn in, as a file. Programs without a drawing library cannot do that.
+/// Draws the plates of an event into its frame and encodes it as PNG. Needs a drawing library.
 #pragma once
 
 #include <cstdint>
@@ -26,14 +26,14 @@ struct SnapshotPoint {
 /// What is drawn for one target of an event.
 struct SnapshotTarget {
     std::string label;                 ///< in UTF-8; empty for none
-    std::optional<SnapshotBox> plate;  ///< framed from outside; nothing is drawn over it
+    std::optional<SnapshotBox> plate;  ///< the border is drawn around it, nothing over it
     std::vector<SnapshotPoint> track;  ///< joined by a line, in order
 };
 
-/// Throws Failure where the program cannot draw.
+/// Throws Failure when the program is built without a drawing library.
 void RequireSnapshotSupport();
 
-/// The bytes of a PNG file in the size of the picture. Called by one thread at a time. Throws Failure.
+/// Returns a PNG file of the picture's size. Called by one thread at a time. Throws Failure.
 std::string DrawSnapshot(const Picture& picture, const std::vector<SnapshotTarget>& targets);
 
 }  // namespace plate_host

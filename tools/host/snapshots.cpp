@@ -62,7 +62,7 @@ std::vector<SnapshotPoint> TrackOf(const Json& track) {
     return points;
 }
 
-// Drawing and names of files bear no bytes that are no UTF-8, where a dumped text has replacement characters.
+// Labels and file names must be valid UTF-8: dumping the text as JSON puts replacement characters for other bytes.
 std::string ReplacedUtf8(const std::string& text) {
     return Json::parse(Json(text).dump(-1, ' ', false, Json::error_handler_t::replace)).get<std::string>();
 }

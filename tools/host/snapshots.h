@@ -1,4 +1,4 @@
-/// Pictures of what events tell of.
+/// Writes the frames of events as pictures.
 #pragma once
 
 #include <cstdint>
@@ -16,23 +16,23 @@ namespace plate_host {
 
 struct SnapshotCounts {
     std::uint64_t written = 0;
-    std::uint64_t withoutFrame = 0;  ///< the library had given back the frame of the event's time
+    std::uint64_t withoutFrame = 0;  ///< the library had already released the event's frame
     std::uint64_t failed = 0;
     std::string error;  ///< why the first of those failed
 };
 
-/// What is drawn for the targets of an event: those that have a plate, a text or a track.
+/// What to draw for the targets of an event that have a plate, a text or a track.
 std::vector<SnapshotTarget> SnapshotTargetsOf(const EventRecord& event);
 
-/// The name of the file for the channel's event of that number: channel, number, time and the plate's text, of which
-/// only letters, digits and hyphens of ASCII stay as they are.
+/// The file name for the channel's event with that number: channel, number, time and the plate's text, in which "_"
+/// replaces all but ASCII letters, digits and hyphens.
 std::string SnapshotNameOf(const EventRecord& event, std::uint64_t number);
 
-/// Hands every event on, and then writes a picture of it into a folder. What fails is told once and counted; the events
-/// go on. Any thread.
+/// Passes every event on, then writes its frame as a picture into a folder. Prints the first failure and counts all;
+/// events are passed on regardless. Any thread.
 class SnapshotSink final : public EventSink {
   public:
-    /// Makes the folder. What is handed in must outlive the sink. Throws Failure.
+    /// Creates the folder. The arguments must outlive the sink. Throws Failure.
     SnapshotSink(std::string folder, EventSink& next, const FrameShelf& shelf, Console& console);
 
     void OnEvent(const EventRecord& event) override;

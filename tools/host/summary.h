@@ -1,4 +1,4 @@
-/// What came of a run.
+/// The results of a run.
 #pragma once
 
 #include <cstdint>
@@ -34,10 +34,10 @@ struct RunOutcome {
     void Add(const ChannelOutcome& channel, const RaiserCounts& channelRaisers);
 };
 
-/// The summary for people.
+/// Formats the summary.
 std::vector<std::string> SummaryLines(const RunOutcome& run);
 
-/// What makes the run a failed one, one line each: rules of the contract that the library broke, lost output.
+/// The reasons for which the run has failed, one line each: violations of the contract by the library, lost output.
 std::vector<std::string> Defects(const RunOutcome& run);
 
 }  // namespace plate_host

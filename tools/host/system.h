@@ -1,5 +1,5 @@
-/// What the host needs of the operating system. One file per system. Texts are in UTF-8, those that go out and
-/// those that come in; where file names are bytes, they pass through as they are.
+/// Operating system services for the host. One file per system. All texts are in UTF-8; where file names are bytes,
+/// they are passed unchanged.
 #pragma once
 
 #include <cstddef>
@@ -14,26 +14,25 @@
 
 namespace plate_host {
 
-/// Called once, first of all, on the main thread: requests to stop are noted from then on, a second one ends the
-/// process at once, a broken pipe is an error of the write and no signal, the standard streams are open, and a library
-/// that cannot be loaded by this thread raises no window.
+/// Must be called once, before all else, on the main thread. After it, requests to stop are recorded, and a second one
+/// ends the process at once; a broken pipe is a write error and not a signal; the standard streams are open; and a
+/// library that this thread cannot load opens no message box.
 void PrepareProcess();
 
-/// The words of the command line after the program's name. Takes what main was given.
+/// The arguments after the program's name. Takes the arguments of main.
 std::vector<std::string> CommandLine(int argumentCount, const char* const* arguments);
 
-/// The number of the signal that asked the run to stop, 2 from the keyboard and 15 from the system; 0 for none. Any
-/// thread.
+/// The signal that requested the run to stop: 2 from the keyboard, 15 from the system; 0 for none. Any thread.
 int Interruption();
 
-/// True when standard error is a terminal that obeys control sequences, which it is prepared for.
+/// Returns true when standard error is a terminal that supports control sequences, and enables them.
 bool ErrorsGoToTerminal();
 
 enum class StandardStream { Output, Errors };
 
 struct WriteResult {
     bool isWritten = true;
-    std::string error;  ///< why it is not; empty when the stream's reader has gone
+    std::string error;  ///< why the write failed; empty when the stream's reader closed it
 };
 
 /// Writes the whole text, its line ends unchanged. Any thread.
@@ -43,37 +42,37 @@ WriteResult WriteStandard(StandardStream stream, std::string_view text);
 const char* LibraryFileName();
 const char* EngineFileName();
 
-/// Where this program lies.
+/// The path of this program.
 std::filesystem::path ProgramFile();
 
-/// A text as the name of a file, and the other way.
+/// Converts between texts and file names.
 std::filesystem::path ToPath(std::string_view text);
 std::string ToText(const std::filesystem::path& path);
 
-/// The name in the form in which the system opens it whatever its length.
+/// Converts to a file name that the system opens regardless of its length.
 std::filesystem::path ToOpenPath(std::string_view text);
 
 /// True for a file that can be read from its start more than once.
 bool IsRegularFile(const std::string& path);
 
-/// Why a library could not be loaded: the loader's own words, or plainer ones.
+/// Why a library could not be loaded: the loader's message, or a plainer one.
 std::string LoadErrorText(const std::system_error& error);
 
-/// True when a library is loaded under the name by which the plug-in asks for its engine.
+/// True when a library is loaded under the name from which the plug-in imports its engine.
 bool EngineIsBound();
 
-/// The places where the library looks for its debug level, in its order, one text each.
+/// The places from which the library reads its debug level, in its order, one text each.
 std::vector<std::string> DebugLevelPlaces();
 
 /// A stream of bytes from a file, a pipe or standard input. Used by one thread at a time.
 class ByteSource {
   public:
     virtual ~ByteSource() = default;
-    /// Reads at least one byte; 0 at the end, after an error and when the run is asked to stop.
+    /// Reads at least one byte; returns 0 at the end, after an error and on a request to stop.
     virtual std::size_t Read(void* buffer, std::size_t size) = 0;
     /// The system's text for a failed read; empty when there was none.
     virtual std::string Error() const = 0;
-    /// The number of bytes, where that is known.
+    /// The number of bytes, if known.
     virtual std::optional<std::uint64_t> Size() const = 0;
 };
 

@@ -15,7 +15,7 @@ bool HasY4mName(const std::string& address) {
     return address.size() >= ending.size() && address.ends_with(ending) && address.find("://") == std::string::npos;
 }
 
-// Only a file can be looked into and read again from its start.
+// Only a regular file can be read again from its start.
 bool BeginsAsY4m(const std::string& address) {
     if (!IsRegularFile(address)) {
         return false;

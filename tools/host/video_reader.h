@@ -1,4 +1,4 @@
-/// Videos, whatever they come from, as pictures in order.
+/// Reads videos from any source as a sequence of pictures.
 #pragma once
 
 #include <cstddef>
@@ -9,7 +9,7 @@
 
 namespace plate_host {
 
-/// One picture: planar 4:2:0, or luminance alone, told apart by the size. Width and height are even.
+/// One picture: planar 4:2:0 or only luminance, which `size` distinguishes. Width and height are even.
 struct Picture {
     std::unique_ptr<std::uint8_t[]> bytes;
     std::uint32_t size = 0;
@@ -22,24 +22,25 @@ struct Picture {
 class VideoReader {
   public:
     virtual ~VideoReader() = default;
-    /// Reads the next picture. False at the end, where the video is damaged beyond, and when the run is asked to stop.
+    /// Reads the next picture. Returns false at the end, where the video cannot be read further, and on a request to
+    /// stop.
     virtual bool Read(Picture& picture) = 0;
-    /// What is wrong with the video, as far as it has been read; empty for nothing.
+    /// Describes the damage found in the video so far; empty for none.
     virtual std::string Damage() const = 0;
-    /// The number of pictures that the video seems to have.
+    /// An estimate of the number of pictures, if there is one.
     virtual std::optional<std::uint64_t> PictureCount() const = 0;
 };
 
 /// Opens a file, an address, or a Y4M stream on standard input for "-". Throws Failure.
 std::unique_ptr<VideoReader> OpenVideo(const std::string& address);
 
-/// The videos that this program can open, for the help.
+/// Describes the videos that this program can open, for --help and --version.
 const char* VideoSupport();
 
-/// An empty picture of an even size, with or without its colour planes.
+/// Allocates a picture of an even size, with or without colour planes.
 Picture MakePicture(std::uint32_t width, std::uint32_t height, bool colour);
 
-/// Copies a picture whole.
+/// Copies a picture with its bytes.
 Picture CopyPicture(const Picture& picture);
 
 /// One plane of a decoded picture.
@@ -48,7 +49,7 @@ struct PlaneView {
     std::ptrdiff_t stride;  ///< bytes; may be negative
 };
 
-/// Fills the picture's planes, one or three, from the upper left part of the given ones.
+/// Fills the picture's one or three planes from the upper left part of the given ones.
 void FillPlanes(Picture& picture, const PlaneView* planes);
 
 }  // namespace plate_host

@@ -1,7 +1,7 @@
 #include <fcntl.h>
 #include <io.h>
 #include <windows.h>
-// What needs the one above.
+// Requires windows.h.
 #include <shellapi.h>
 
 #include <algorithm>
@@ -36,7 +36,7 @@ std::string ToUtf8(std::wstring_view wide) {
     return text;
 }
 
-// Without the line end and the full stop that the system puts after it.
+// The system's message, without its full stop and line end.
 std::string SystemText(DWORD error) {
     wchar_t* allocated = nullptr;
     const DWORD size =
@@ -48,9 +48,9 @@ std::string SystemText(DWORD error) {
     return text.empty() ? "system error " + std::to_string(error) : text;
 }
 
-// The name in the form that may be longer than others, where it needs it.
+// Adds the prefix that allows long names, if the name needs it.
 std::wstring LongName(const std::wstring& name) {
-    constexpr std::size_t longestPlain = MAX_PATH - 12;  // a folder's name leaves room for a file's
+    constexpr std::size_t longestPlain = MAX_PATH - 12;  // the name of a folder must leave room for that of a file
     std::wstring full(::GetFullPathNameW(name.c_str(), 0, nullptr, nullptr), L'\0');
     full.resize(::GetFullPathNameW(name.c_str(), static_cast<DWORD>(full.size()), full.data(), nullptr));
     if (full.size() <= longestPlain || full.starts_with(L"\\\\?\\") || full.starts_with(L"\\\\.\\")) {
@@ -61,13 +61,13 @@ std::wstring LongName(const std::wstring& name) {
 
 std::atomic<int> interruption{0};
 
-// Set with the interruption, for whoever learns of one by other ways first.
+// Set after the interruption is recorded, for a read that ends earlier.
 HANDLE interruptionEvent = nullptr;
 
-/// The thread that may be blocked in a read, and the way to get it out of there. Any thread.
+/// The thread that may be blocked in a read, and a way to cancel that read. Any thread.
 class BlockingRead {
   public:
-    /// The calling thread is about to read, until Leave. False when the run is asked to stop.
+    /// Marks the calling thread as reading, until Leave. Returns false on a request to stop.
     bool Enter() {
         const std::lock_guard lock(mutex_);
         if (interruption.load() != 0) {
@@ -85,9 +85,9 @@ class BlockingRead {
         thread_ = nullptr;
     }
 
-    /// REQUIRES: the interruption has been noted.
+    /// REQUIRES: the interruption has been recorded.
     void End() {
-        // What has entered and not yet begun to read cannot be ended yet, so this is tried until the thread has left.
+        // A thread that has entered and not yet begun to read cannot be cancelled, so this repeats until it has left.
         while (TryToEnd()) {
             ::Sleep(1);
         }
@@ -122,7 +122,7 @@ void RestoreTerminal() {
     }
 }
 
-// Called on a thread of its own.
+// Called on a separate thread.
 BOOL WINAPI OnControl(DWORD control) {
     const bool isFromKeyboard = control == CTRL_C_EVENT || control == CTRL_BREAK_EVENT;
     const int signal = isFromKeyboard ? SIGINT : SIGTERM;
@@ -134,8 +134,8 @@ BOOL WINAPI OnControl(DWORD control) {
     ::SetEvent(interruptionEvent);
     blockingRead.End();
     if (!isFromKeyboard) {
-        // The console or the session goes, and the process ends when this returns: the run's own end comes first, where
-        // the system leaves it the time.
+        // The console or the session closes, and the process ends when this returns. Waiting lets the run end first, if
+        // the system leaves it enough time.
         ::Sleep(INFINITE);
     }
     return TRUE;
@@ -149,7 +149,7 @@ bool IsOpen(HANDLE handle) {
     return ::GetFileType(handle) != FILE_TYPE_UNKNOWN || ::GetLastError() == ERROR_SUCCESS;
 }
 
-// A file that is opened later must not take the place of a standard stream.
+// A file that is opened later must not get the handle of a standard stream.
 void RequireStandardStream(DWORD which) {
     if (!IsOpen(::GetStdHandle(which))) {
         const DWORD access = which == STD_INPUT_HANDLE ? GENERIC_READ : GENERIC_WRITE;
@@ -174,7 +174,7 @@ WriteResult Failed(DWORD error) {
     return {.isWritten = false, .error = readerHasGone ? std::string() : SystemText(error)};
 }
 
-// A console takes characters; bytes would be taken for those of whatever code page it has.
+// A console takes characters; it would interpret bytes in its current code page.
 WriteResult WriteToConsole(HANDLE console, std::string_view text) {
     constexpr std::size_t longestPart = 8192;
     const std::wstring wide = ToWide(text);
@@ -200,7 +200,7 @@ WriteResult WriteToFile(HANDLE file, std::string_view text) {
             return Failed(::GetLastError());
         }
         if (written == 0) {
-            ::Sleep(1);  // a full pipe that does not let its writers wait
+            ::Sleep(1);  // a full pipe in non-blocking mode
         }
         text.remove_prefix(written);
     }
@@ -219,7 +219,7 @@ class HandleSource final : public ByteSource {
     }
 
     std::size_t Read(void* buffer, std::size_t size) override {
-        // A console refuses larger portions.
+        // A console refuses larger reads.
         const std::size_t largest = type_ == FILE_TYPE_CHAR ? 1u << 13 : 1u << 20;
         const auto portion = static_cast<DWORD>(std::min(size, largest));
         while (blockingRead.Enter()) {
@@ -240,7 +240,7 @@ class HandleSource final : public ByteSource {
                 }
                 return 0;
             }
-            // A pipe also gives nothing for a write of no bytes, which is not its end.
+            // A write of zero bytes into a pipe also ends a read without bytes; it is not the end of the pipe.
             if (type_ != FILE_TYPE_PIPE || ::PeekNamedPipe(handle_, nullptr, 0, nullptr, nullptr, nullptr) == FALSE) {
                 return 0;
             }
@@ -259,7 +259,7 @@ class HandleSource final : public ByteSource {
     }
 
   private:
-    // A console ends its read for a key before the key is told as a request to stop.
+    // A console ends its read at Ctrl+C before it reports the request to stop.
     static bool WaitForInterruption() {
         constexpr DWORD longestWait = 1000;
         return ::WaitForSingleObject(interruptionEvent, longestWait) == WAIT_OBJECT_0;
@@ -277,7 +277,7 @@ void PrepareProcess() {
     for (const DWORD which : {STD_INPUT_HANDLE, STD_OUTPUT_HANDLE, STD_ERROR_HANDLE}) {
         RequireStandardStream(which);
     }
-    // What the library writes by the streams of the language stands beside what is written here.
+    // The library may write to the C streams: its output must be as untranslated and unbuffered as that of the host.
     for (std::FILE* const stream : {stdin, stdout, stderr}) {
         MakeBinary(stream);
     }
@@ -288,11 +288,11 @@ void PrepareProcess() {
     if (interruptionEvent == nullptr || ::SetConsoleCtrlHandler(OnControl, TRUE) == FALSE) {
         throw Failure("requests to stop cannot be noted: " + SystemText(::GetLastError()));
     }
-    // The thread's alone: the process's would be passed on to the programs that the library starts.
+    // Set only for this thread: the programs that the library starts would inherit the mode of the process.
     ::SetThreadErrorMode(SEM_FAILCRITICALERRORS | SEM_NOOPENFILEERRORBOX, nullptr);
 }
 
-// The words that main is given have lost the characters that the system's code page does not have.
+// The arguments of main have lost the characters that are not in the system's code page.
 std::vector<std::string> CommandLine(int, const char* const*) {
     int count = 0;
     wchar_t** const wideWords = ::CommandLineToArgvW(::GetCommandLineW(), &count);
@@ -322,7 +322,7 @@ bool ErrorsGoToTerminal() {
         return true;
     }
     if (::SetConsoleMode(terminal, mode | wanted) == FALSE) {
-        return false;  // an old one, which shows control sequences as they are
+        return false;  // an old console, which prints control sequences as text
     }
     changedTerminal = {terminal, mode};
     std::atexit(RestoreTerminal);
@@ -369,7 +369,7 @@ std::filesystem::path ToOpenPath(std::string_view text) {
 bool IsRegularFile(const std::string& path) {
     const std::wstring name = LongName(ToWide(path));
     if (name.starts_with(L"\\\\.\\")) {
-        return false;  // a device or a pipe, of which a look would take something away
+        return false;  // a device or a pipe, which loses the bytes that are read
     }
     const DWORD attributes = ::GetFileAttributesW(name.c_str());
     return attributes != INVALID_FILE_ATTRIBUTES && (attributes & FILE_ATTRIBUTE_DIRECTORY) == 0;
@@ -389,13 +389,13 @@ std::string LoadErrorText(const std::system_error& error) {
     }
 }
 
-// A loaded library of this name serves whatever imports from the name, wherever it lies.
+// Windows binds imports to the loaded library with that name, regardless of its folder.
 bool EngineIsBound() {
     return ::GetModuleHandleA(EngineFileName()) != nullptr;
 }
 
-// The library opens what 32-bit programs see, in the machine's part under a name of its own, and makes what all others
-// see when both are missing.
+// The library opens the 32-bit view of the registry, which has a separate key under HKEY_LOCAL_MACHINE. If neither key
+// exists, it creates the key in the 64-bit view.
 std::vector<std::string> DebugLevelPlaces() {
     const std::string key = OKM8::DebugLevelValue::Key;
     const std::size_t vendor = key.find('\\');

@@ -42,7 +42,7 @@ void ParseRate(std::string_view text, Y4mHeader& header) {
     const std::uint32_t numerator = ParseNumber(text.substr(0, colon), largestRate, "frame rate");
     const std::uint32_t denominator = ParseNumber(text.substr(colon + 1), largestRate, "frame rate");
     if (numerator == 0 && denominator == 0) {
-        return;  // "0:0" is the format's word for an unknown rate
+        return;  // "0:0" means an unknown rate
     }
     if (numerator == 0 || denominator == 0) {
         throw Failure("its header has a bad frame rate (\"" + std::string(text) + "\")");
@@ -99,7 +99,7 @@ Y4mHeader ParseY4mHeader(std::string_view line) {
             case 'C':
                 header.colour = ParseColour(value);
                 break;
-            default:  // interlacing, aspect ratio and comments change no byte
+            default:  // interlacing, aspect ratio and comments do not affect the layout
                 break;
         }
     }
@@ -110,7 +110,7 @@ Y4mHeader ParseY4mHeader(std::string_view line) {
 }
 
 std::uint64_t Y4mFrameTime(const Y4mHeader& header, std::uint64_t frameNumber) {
-    // Whole runs of `rateNumerator` frames apart, so that no product leaves 64 bits.
+    // Whole multiples of `rateNumerator` frames are computed separately, so that no product exceeds 64 bits.
     const std::uint64_t unit = std::uint64_t{1000} * header.rateDenominator;
     return frameNumber / header.rateNumerator * unit + frameNumber % header.rateNumerator * unit / header.rateNumerator;
 }

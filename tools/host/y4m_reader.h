@@ -1,4 +1,4 @@
-/// Y4M streams: a line of text, then pictures, each after a line of its own.
+/// Reads Y4M streams: a header line, then pictures, each after a line of its own.
 #pragma once
 
 #include <string>
@@ -12,26 +12,25 @@ namespace plate_host {
 
 inline constexpr std::string_view y4mMagic = "YUV4MPEG2";
 
-/// What a stream's first line says.
+/// The contents of a stream's header line.
 struct Y4mHeader {
     std::uint32_t width = 0;
     std::uint32_t height = 0;
-    std::uint32_t rateNumerator =
-        25;  ///< frames in `rateDenominator` seconds; 25 a second where the stream has no rate
+    std::uint32_t rateNumerator = 25;  ///< frames in `rateDenominator` seconds; 25 per second if the stream has no rate
     std::uint32_t rateDenominator = 1;
-    bool colour = true;  ///< false for luminance alone
+    bool colour = true;  ///< false for only luminance
 };
 
-/// Reads a first line, without its line end. Throws Failure with a text that says what is wrong.
+/// Parses a header line without its line end. Throws Failure with the reason.
 Y4mHeader ParseY4mHeader(std::string_view line);
 
-/// A frame's presentation time in milliseconds, cut to a whole number.
+/// A frame's presentation time in whole milliseconds, rounded down.
 std::uint64_t Y4mFrameTime(const Y4mHeader& header, std::uint64_t frameNumber);
 
-/// Reads a stream to its end, or to where it is broken.
+/// Reads a stream up to its end or to the first damage.
 class Y4mReader final : public VideoReader {
   public:
-    /// Reads the first line. Throws Failure with the stream's name.
+    /// Reads the header line. Throws Failure with the stream's name.
     Y4mReader(std::unique_ptr<ByteSource> source, const std::string& name);
 
     bool Read(Picture& picture) override;
@@ -52,7 +51,7 @@ class Y4mReader final : public VideoReader {
     std::size_t bufferEnd_ = 0;
     std::size_t headerSize_ = 0;
     Y4mHeader header_;
-    std::vector<std::uint8_t> oddPicture_;  ///< a whole picture, where it is larger than what is handed over
+    std::vector<std::uint8_t> oddPicture_;  ///< a whole picture, if it is larger than the returned one
     std::uint64_t frameNumber_ = 0;
     std::string damage_;
 };
