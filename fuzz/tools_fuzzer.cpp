@@ -157,7 +157,7 @@ void CheckSettings(Bytes bytes, unsigned taken) {
         }
         const plate_host::Setting& setting = settings.back();
         Check(setting.key + "=" + setting.text == line && !setting.key.empty(), "a setting that differs from its line");
-        const std::vector<plate_host::SettingValue> readings = plate_host::ReadingsOf(setting.text);
+        const std::vector<plate_host::SettingValue> readings = plate_host::PossibleValues(setting.text);
         Check(!readings.empty() && readings.back() == plate_host::SettingValue(setting.text), "an invalid text");
         for (const plate_host::SettingValue& reading : readings) {
             const char* const end = setting.text.c_str() + setting.text.size();

@@ -344,11 +344,11 @@ TEST(DemonstrationClip, HidesAPlateBehindAnotherVehicle) {
     // A truck between the camera and a car, both in one lane.
     Vehicle car;
     car.plate = "CAR";
-    car.enters = 0;
+    car.entryTime = 0;
     car.speed = 1;
     Vehicle truck = car;
     truck.shape = VehicleShape::Truck;
-    truck.enters = -10;
+    truck.entryTime = -10;
     const Camera camera(width, height);
     const auto alone = ViewPlates({car}, 0, camera, width, height);
     const auto behind = ViewPlates({car, truck}, 0, camera, width, height);

@@ -24,7 +24,7 @@ const Checkpoint noCheckpoint = [] {};
 /// Keeps one range for all callers, and returns a plate whose text is the picture's width.
 class FakeEngine final : public PlateEngine {
   public:
-    bool TakeRange(const WidthRange& range) override {
+    bool SetWidthRange(const WidthRange& range) override {
         const std::lock_guard lock(mutex_);
         if (refusals > 0) {
             --refusals;
@@ -147,7 +147,7 @@ TEST(Evaluation, ThreadsUseTheEngineAtTheSameTime) {
     /// Blocks until two threads are in Recognise.
     class BlockingEngine final : public PlateEngine {
       public:
-        bool TakeRange(const WidthRange&) override { return true; }
+        bool SetWidthRange(const WidthRange&) override { return true; }
         Recognition Recognise(Picture&, const std::optional<Region>&) override {
             ++inside;
             const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(60);
@@ -180,13 +180,13 @@ TEST(Evaluation, FailsWithoutAServer) {
     FakeEngine engine;
     engine.refusals = 1000000;
     EXPECT_EQ(ErrorOf([&] { WaitForEngine(engine, std::chrono::milliseconds(30), noCheckpoint); }),
-              "the engine takes no range of plate widths: its server does not answer, after 30 ms");
+              "the engine refused a range of plate widths because its server did not respond within 30 ms");
     const TemporaryFolder folder;
     folder.Write("a.ppm", Ppm(8, 4, 1));
     EvaluationSettings settings;
-    settings.patience = std::chrono::milliseconds(30);
+    settings.timeout = std::chrono::milliseconds(30);
     EXPECT_EQ(ErrorOf([&] { Evaluate(folder.Path(""), {PictureNamed("a.ppm")}, engine, settings, noCheckpoint); }),
-              "\"a.ppm\": the engine takes no range of plate widths: its server does not answer, after 30 ms");
+              "\"a.ppm\": the engine refused a range of plate widths because its server did not respond within 30 ms");
     EXPECT_TRUE(engine.pixels.empty());
 }
 

@@ -69,7 +69,7 @@ TEST(Server, ItsExitIsDetected) {
         error = ErrorOf([&server] { server.RequireRunning(); });
         return error != "none";
     }));
-    EXPECT_EQ(error, "the server \"" EVALUATE_TEST_SERVER "\" ended with status 7");
+    EXPECT_EQ(error, "the server \"" EVALUATE_TEST_SERVER "\" exited with status 7");
 }
 
 TEST(Server, AKillIsDetected) {
@@ -81,7 +81,7 @@ TEST(Server, AKillIsDetected) {
         error = ErrorOf([&server] { server.RequireRunning(); });
         return error != "none";
     }));
-    EXPECT_THAT(error, HasSubstr("was ended by signal 9"));
+    EXPECT_THAT(error, HasSubstr("was terminated by signal 9"));
 }
 
 TEST(Server, AFailedStartIsAnError) {
@@ -140,8 +140,8 @@ TEST(Program, FailureEndsTheServer) {
     const host_test::Finished run = process.Wait();
     EXPECT_EQ(run.status, 2);
     EXPECT_EQ(run.output, "") << "the server's output is redirected";
-    EXPECT_THAT(run.errors, testing::EndsWith("evaluate: the engine takes no range of plate widths: its server does "
-                                              "not answer, after 300 ms\n"));
+    EXPECT_THAT(run.errors, testing::EndsWith("evaluate: the engine refused a range of plate widths because its server "
+                                              "did not respond within 300 ms\n"));
     EXPECT_TRUE(servers::IsGone(ProcessIn(folder.Path("id"))));
 }
 
@@ -155,7 +155,7 @@ TEST(Program, ReportsThatTheServerExited) {
          .environment = {{"VEXLANE_SCRIPT", folder.Path("script.json")}}});
     const host_test::Finished run = process.Wait();
     EXPECT_EQ(run.status, 2);
-    EXPECT_THAT(run.errors, HasSubstr("\" ended with status 7\n"));
+    EXPECT_THAT(run.errors, HasSubstr("\" exited with status 7\n"));
 }
 
 }  // namespace

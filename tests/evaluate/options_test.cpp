@@ -50,7 +50,7 @@ TEST(Options, AreReadFromTheCommandLine) {
                                    "j.json",
                                    "--wait",
                                    "0.25"});
-    EXPECT_FALSE(options.isAnswered);
+    EXPECT_FALSE(options.isHelpPrinted);
     EXPECT_EQ(options.folder, "my folder");
     EXPECT_EQ(options.engine, "e.so");
     EXPECT_EQ(options.server, "s");
@@ -65,7 +65,7 @@ TEST(Options, AreReadFromTheCommandLine) {
     EXPECT_EQ(options.settings.region->bottom, 100);
     EXPECT_EQ(options.details, "d.tsv");
     EXPECT_EQ(options.json, "j.json");
-    EXPECT_EQ(options.settings.patience, std::chrono::milliseconds(250));
+    EXPECT_EQ(options.settings.timeout, std::chrono::milliseconds(250));
 }
 
 TEST(Options, HaveDefaults) {
@@ -88,13 +88,12 @@ TEST(Options, ErrorsNameTheOption) {
     EXPECT_THAT(ErrorOf({"folder", "--engine", "e", "--threads", "0"}), HasSubstr("--threads"));
     EXPECT_THAT(ErrorOf({"folder", "--engine", "e", "--wait", "-1"}), HasSubstr("--wait"));
     EXPECT_EQ(ErrorOf({"folder", "--engine", "e", "--width-range", "40,5"}),
-              "--width-range: the smallest width is above the largest one");
-    EXPECT_EQ(ErrorOf({"folder", "--engine", "e", "--region", "0,50,100,50"}), "--region: there is nothing inside");
-    EXPECT_EQ(ErrorOf({"folder", "--engine", "e", "--server-argument", "x"}),
-              "--server-argument: there is no --server");
+              "--width-range: the minimum is greater than the maximum");
+    EXPECT_EQ(ErrorOf({"folder", "--engine", "e", "--region", "0,50,100,50"}), "--region: the region is empty");
+    EXPECT_EQ(ErrorOf({"folder", "--engine", "e", "--server-argument", "x"}), "--server-argument: requires --server");
     for (const char* const region : {"1,2,3", "1,2,3,4,5", "0,0,100,101", "-1,0,5,5", "0,0,,5", "0,0,5,5x", "a"}) {
         EXPECT_THAT(ErrorOf({"folder", "--engine", "e", "--region", region}),
-                    HasSubstr("is not 4 percents, 0 to 100, with commas between them"))
+                    HasSubstr("is not 4 percentages from 0 to 100, separated by commas"))
             << region;
     }
 }

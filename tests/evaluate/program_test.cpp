@@ -177,12 +177,12 @@ TEST(Program, ReportsErrorsInOneLine) {
         EXPECT_EQ(LinesOf(run.errors).size(), 1u) << run.errors;
         return run.errors;
     };
-    EXPECT_THAT(errors(Evaluate(folder, {})), HasSubstr("truth.tsv\", which tells what is in the pictures"));
+    EXPECT_THAT(errors(Evaluate(folder, {})), HasSubstr("truth.tsv\", which must list the plates in the pictures"));
     folder.Write("truth.tsv", truthHeader + "a.ppm\t1\t2\t3\t4\tAB\n");
     folder.Write("script.json", "{}");
     folder.Write("libRecon64.so", "no library");
     EXPECT_EQ(errors(Evaluate(folder, {}, folder.Path("none.so"))),
-              "evaluate: there is no engine at \"" + folder.Path("none.so") + "\"\n");
+              "evaluate: cannot load the engine \"" + folder.Path("none.so") + "\": no such file\n");
     EXPECT_THAT(errors(Evaluate(folder, {}, folder.Path("libRecon64.so"))),
                 HasSubstr("cannot load the engine \"" + folder.Path("libRecon64.so") + "\": "));
     EXPECT_THAT(errors(Evaluate(folder, {"--json", folder.Path("none/figures.json")})),
@@ -201,7 +201,7 @@ TEST(Program, RefusesTooManyPlatesFromTheEngine) {
         const Finished run = Evaluate(folder, {});
         EXPECT_EQ(run.status, 2);
         EXPECT_EQ(run.errors,
-                  "evaluate: \"a.ppm\": the engine answers " + std::string(count) + " plates; there is room for 5\n");
+                  "evaluate: \"a.ppm\": the engine returned " + std::string(count) + " plates; the limit is 5\n");
     }
 }
 

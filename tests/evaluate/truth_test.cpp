@@ -78,17 +78,17 @@ TEST(Truth, APictureHasALineForEachOfItsPlates) {
 
 TEST(Truth, ErrorsNameTheirLine) {
     EXPECT_EQ(ErrorOf(""), "it is empty");
-    EXPECT_EQ(ErrorOf(truthHeader), "it names no picture");
+    EXPECT_EQ(ErrorOf(truthHeader), "it contains no picture");
     EXPECT_EQ(ErrorOf("file\tx\ty\twidth\tplate\n"), "there is no column \"height\"");
     EXPECT_EQ(ErrorOf("a.png\t1\t2\t3\t4\tAB12\n"), "there is no column \"file\"");
-    EXPECT_EQ(ErrorOf(truthHeader + "a.png\t1\t2\t3\t4\n"), "line 2: there are 5 columns and not 6");
-    EXPECT_EQ(ErrorOf(truthHeader + "\na.png\t1\t2\t3.5\t4\tA\n"), "line 3: width is \"3.5\", and no whole number");
-    EXPECT_EQ(ErrorOf(truthHeader + "a.png\t1\t\t3\t4\tA\n"), "line 2: y is \"\", and no whole number");
-    EXPECT_EQ(ErrorOf(truthHeader + "a.png\t1\t2\t3\t0\tA\n"), "line 2: height is 0; a plate is larger");
+    EXPECT_EQ(ErrorOf(truthHeader + "a.png\t1\t2\t3\t4\n"), "line 2: there are 5 columns instead of 6");
+    EXPECT_EQ(ErrorOf(truthHeader + "\na.png\t1\t2\t3.5\t4\tA\n"), "line 3: width is \"3.5\" and not a whole number");
+    EXPECT_EQ(ErrorOf(truthHeader + "a.png\t1\t\t3\t4\tA\n"), "line 2: y is \"\" and not a whole number");
+    EXPECT_EQ(ErrorOf(truthHeader + "a.png\t1\t2\t3\t0\tA\n"), "line 2: height is 0 and must be positive");
     EXPECT_EQ(ErrorOf(truthHeader + "a.png\t99999999999\t2\t3\t4\tA\n"),
-              "line 2: x is \"99999999999\", and no whole number");
+              "line 2: x is \"99999999999\" and not a whole number");
     EXPECT_EQ(ErrorOf(truthHeader + "a.png\t1\t2\t3\t4\t\n"), "line 2: the plate has no text");
-    EXPECT_EQ(ErrorOf(truthHeader + "\t1\t2\t3\t4\tA\n"), "line 2: no file is named");
+    EXPECT_EQ(ErrorOf(truthHeader + "\t1\t2\t3\t4\tA\n"), "line 2: the file name is empty");
 }
 
 TEST(Truth, IsReadFromAFolderAndNamedInErrors) {
@@ -101,11 +101,11 @@ TEST(Truth, IsReadFromAFolderAndNamedInErrors) {
         }
         return "none";
     };
-    EXPECT_EQ(error(folder.Path("none")), "there is no folder \"" + folder.Path("none") + "\"");
+    EXPECT_EQ(error(folder.Path("none")), "cannot open \"" + folder.Path("none") + "\": no such folder");
     EXPECT_EQ(error(folder.Path("")),
-              "cannot open \"" + folder.Path("truth.tsv") + "\", which tells what is in the pictures");
+              "cannot open \"" + folder.Path("truth.tsv") + "\", which must list the plates in the pictures");
     folder.Write("truth.tsv", truthHeader);
-    EXPECT_EQ(error(folder.Path("")), "\"" + folder.Path("truth.tsv") + "\": it names no picture");
+    EXPECT_EQ(error(folder.Path("")), "\"" + folder.Path("truth.tsv") + "\": it contains no picture");
     folder.Write("truth.tsv", truthHeader + "a.png\t1\t2\t3\t4\tA\n");
     EXPECT_EQ(ReadTruthOf(folder.Path("")).size(), 1u);
 }

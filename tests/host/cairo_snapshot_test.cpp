@@ -217,7 +217,7 @@ TEST(Snapshots, InAFolderThatCannotBeMadeEndTheRunBeforeItBegins) {
         EXPECT_EQ(run.status, 2);
         EXPECT_EQ(run.output, "");
         EXPECT_EQ(run.errors,
-                  "plate-host: cannot make the folder \"" + place + "\" for the snapshots: Not a directory\n");
+                  "plate-host: cannot create the folder \"" + place + "\" for the snapshots: Not a directory\n");
     }
 }
 
@@ -234,7 +234,7 @@ TEST(Snapshots, ThatCannotBeWrittenAreToldOnceAndTheEventsGoOn) {
     const std::string reason = "cannot write \"" + first + "\": Is a directory\n";
     EXPECT_THAT(run.errors, HasSubstr("plate-host: " + reason));
     EXPECT_THAT(run.errors, HasSubstr("  snapshots           1 written, 2 failed, 0 events without a frame\n"));
-    EXPECT_THAT(run.errors, EndsWith("plate-host: error: 2 snapshots are missing: " + reason));
+    EXPECT_THAT(run.errors, EndsWith("plate-host: error: 2 snapshots could not be written: " + reason));
     EXPECT_EQ(ReadPng(folder.Path("made/channel0_0003_000000080ms_A123BC.png")).width, 32);
 }
 

@@ -72,7 +72,7 @@ TEST_F(HostObjects, AnEventGoesThroughTheSlots) {
     EXPECT_EQ(recorder.events[0].targets.at(0).arguments.dump(),
               R"({"text":"AB","number":2.5,"count":-4,"truth":true,"figures":"01ff"})");
     EXPECT_EQ(peer.Counts().raised, 1u);
-    EXPECT_EQ(host.TargetLists().LooseListCount(), 0u);
+    EXPECT_EQ(host.TargetLists().UnattachedListCount(), 0u);
 }
 
 TEST_F(HostObjects, TheTrackIsReadWhenTheEventIsRaised) {
@@ -119,20 +119,20 @@ TEST_F(HostObjects, ATargetAnswersEachOfItsContractsWithTheRightPart) {
 TEST_F(HostObjects, ADiscardedRaiserIsCountedAndPublishesNothing) {
     peer.CreateEventRaiser(nullptr, "event", 0, 3)->Discard();
     EXPECT_TRUE(recorder.events.empty());
-    EXPECT_EQ(peer.Counts().made, 1u);
+    EXPECT_EQ(peer.Counts().created, 1u);
     EXPECT_EQ(peer.Counts().discarded, 1u);
     EXPECT_EQ(peer.Counts().raised, 0u);
 }
 
 TEST_F(HostObjects, AListIsAttachedOnceAndIsAStrangerAfterwards) {
     auto* const targets = Factory()->CreateTargetEnumerator(0);
-    EXPECT_EQ(host.TargetLists().LooseListCount(), 1u);
+    EXPECT_EQ(host.TargetLists().UnattachedListCount(), 1u);
     auto* const first = peer.CreateEventRaiser(nullptr, "first", 0, 3);
     auto* const second = peer.CreateEventRaiser(nullptr, "second", 0, 3);
     first->GetEventArgs()->SetObjectValue("targets", targets);
     second->GetEventArgs()->SetObjectValue("targets", targets);
     second->GetEventArgs()->SetObjectValue("image", nullptr);
-    EXPECT_EQ(host.TargetLists().LooseListCount(), 0u);
+    EXPECT_EQ(host.TargetLists().UnattachedListCount(), 0u);
     first->Raise();
     second->Raise();
     EXPECT_TRUE(recorder.events.at(0).otherObjects.empty());
@@ -140,12 +140,12 @@ TEST_F(HostObjects, AListIsAttachedOnceAndIsAStrangerAfterwards) {
 }
 
 TEST_F(HostObjects, ABufferIsCountedFromHandingOutToRelease) {
-    BufferLedger ledger;
+    BufferCounts buffers;
     Picture picture = MakePicture(4, 2, true);
     picture.bytes[0] = 42;
     picture.timeMs = 1234;
-    void* const input = FrameBuffer::HandOut(std::move(picture), ledger);
-    EXPECT_EQ(ledger.handedOut, 1u);
+    void* const input = FrameBuffer::Create(std::move(picture), buffers);
+    EXPECT_EQ(buffers.passed, 1u);
     void* const buffer = CallSlot<void*>(input, 0, static_cast<const char*>(ContractName::ICompositeBuffer));
     ASSERT_NE(buffer, nullptr);
     EXPECT_EQ(CallSlot<uint64_t>(buffer, 3), 1234u);
@@ -153,14 +153,14 @@ TEST_F(HostObjects, ABufferIsCountedFromHandingOutToRelease) {
     EXPECT_EQ(CallSlot<uint32_t>(buffer, 8), 12u);
     EXPECT_EQ(CallSlot<uint32_t>(buffer, 9), 4u);
     EXPECT_EQ(CallSlot<uint32_t>(buffer, 10), 2u);
-    EXPECT_EQ(ledger.givenBack, 0u);
+    EXPECT_EQ(buffers.released, 0u);
     CallSlot<void>(buffer, 6);
-    EXPECT_EQ(ledger.givenBack, 1u);
+    EXPECT_EQ(buffers.released, 1u);
 }
 
 TEST_F(HostObjects, AFrameDoneCallIsWrongWithoutItsBufferAndTheSecondTime) {
-    BufferLedger ledger;
-    FrameBuffer* const buffer = FrameBuffer::HandOut(MakePicture(2, 2, false), ledger);
+    BufferCounts buffers;
+    FrameBuffer* const buffer = FrameBuffer::Create(MakePicture(2, 2, false), buffers);
     FrameDoneCounter counter;
     counter.Expect(buffer);
     CallSlot<void>(&counter, 3, static_cast<void*>(buffer));

@@ -25,7 +25,7 @@ std::string Part(const std::string& text, const std::string& from, const std::st
 TEST(Info, TellsTheContractsOfTheModule) {
     const Finished run = RunHost(infoCommand);
     ASSERT_EQ(run.status, 0) << run.errors;
-    const std::string module = Part(run.output, "the module answers\n", "\na detector answers\n");
+    const std::string module = Part(run.output, "contracts of the module\n", "\ncontracts of a detector\n");
     EXPECT_THAT(module, testing::ContainsRegex("struct OKM8::IContract +yes\n"));
     EXPECT_THAT(module, testing::ContainsRegex(
                             "struct OKM8::PLUGIN::IPluginModule +yes, the same object as struct OKM8::IContract\n"));
@@ -37,11 +37,11 @@ TEST(Info, TellsTheContractsOfTheModule) {
 
 TEST(Info, TellsTheContractsOfADetector) {
     const Finished run = RunHost(infoCommand);
-    const std::string detector = Part(run.output, "a detector answers\n", "\na detector takes");
+    const std::string detector = Part(run.output, "contracts of a detector\n", "\nsettings of a detector");
     EXPECT_THAT(detector, testing::ContainsRegex(
                               "struct OKM8::Analytics::IDetector +yes, the same object as struct OKM8::IContract\n"));
     EXPECT_THAT(detector,
-                testing::ContainsRegex("struct OKM8::Analytics::IMediaReceiverSingle +yes, an object of its own\n"));
+                testing::ContainsRegex("struct OKM8::Analytics::IMediaReceiverSingle +yes, a separate object\n"));
     EXPECT_THAT(detector,
                 testing::ContainsRegex("struct OKM8::Analytics::IMediaReceiverSingle2 +yes, the same object as struct "
                                        "OKM8::Analytics::IMediaReceiverSingle\n"));
@@ -50,8 +50,8 @@ TEST(Info, TellsTheContractsOfADetector) {
 
 TEST(Info, TellsTheTypesThatTheSettingsTake) {
     const Finished run = RunHost(infoCommand);
-    const std::string settings = Part(run.output, "a detector takes the settings\n", "\nthe debug level");
-    EXPECT_THAT(settings, testing::StartsWith("a detector takes the settings\n"
+    const std::string settings = Part(run.output, "settings of a detector and their types\n", "\nthe debug level");
+    EXPECT_THAT(settings, testing::StartsWith("settings of a detector and their types\n"
                                               "  use_half_cadr       bool\n"
                                               "  id                  string\n"
                                               "  name                string\n"
@@ -71,7 +71,8 @@ TEST(Info, TellsTheTypesThatTheSettingsTake) {
 }
 
 TEST(Info, TellsWhereTheDebugLevelIsRead) {
-    std::string places = "the debug level is the value DebugLevel of SOFTWARE\\Tellumark\\KORA\\DEBUG, looked for in\n";
+    std::string places =
+        "the debug level is the value DebugLevel of the key SOFTWARE\\Tellumark\\KORA\\DEBUG, read from\n";
     for (const std::string& place : plate_host::DebugLevelPlaces()) {
         places += "  " + place + "\n";
     }
@@ -91,7 +92,8 @@ TEST(Info, AMissingLibraryIsOneLine) {
     const std::string library = folder.Path("library");
     const Finished run = RunHost({"info", "--plugin", library, "--engine", HOST_TEST_ENGINE_ONE});
     EXPECT_EQ(run.status, 2);
-    EXPECT_EQ(run.errors, "plate-host: there is no library at \"" + library + "\"; name one with --plugin\n");
+    EXPECT_EQ(run.errors,
+              "plate-host: cannot load the library \"" + library + "\": no such file; set its path with --plugin\n");
 }
 
 }  // namespace

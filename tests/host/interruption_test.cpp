@@ -26,7 +26,7 @@ TEST_P(Interruption, EndsAPlayThatWaitsForInputInOrder) {
     EXPECT_THAT(run.errors, HasSubstr("log 3: detector destroyed\n"
                                       "plate-host: log 3: module finalized\n"
                                       "test plug-in unloaded\n"));
-    EXPECT_THAT(run.errors, HasSubstr("1 handed out, 1 given back"));
+    EXPECT_THAT(run.errors, HasSubstr("1 passed, 1 released"));
     EXPECT_THAT(run.errors, testing::Not(HasSubstr("damaged")));
 }
 

@@ -18,7 +18,7 @@ TEST(NoCairo, SnapshotsAreRefusedInOneLine) {
     const Finished run = RunHost(command);
     EXPECT_EQ(run.status, 2);
     EXPECT_EQ(run.output, "");
-    EXPECT_EQ(run.errors, "plate-host: this program cannot draw snapshots: it was built without cairo\n");
+    EXPECT_EQ(run.errors, "plate-host: cannot write snapshots: this program was built without cairo\n");
 }
 
 }  // namespace

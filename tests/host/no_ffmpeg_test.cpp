@@ -16,7 +16,7 @@ TEST(NoFfmpeg, AnotherVideoIsRefusedInOneLineThatNamesAWayToPlayIt) {
         EXPECT_EQ(run.status, 2);
         EXPECT_EQ(run.output, "");
         EXPECT_THAT(run.errors,
-                    testing::MatchesRegex("plate-host: cannot open \".*\": this program reads Y4M alone, .*\n"));
+                    testing::MatchesRegex("plate-host: cannot open \".*\": this program reads only Y4M; .*\n"));
         EXPECT_THAT(run.errors,
                     testing::HasSubstr("ffmpeg -i \"" + video + "\" -pix_fmt yuv420p -f yuv4mpegpipe - | plate-host"));
         EXPECT_THAT(run.errors, testing::EndsWith(" play -\n"));

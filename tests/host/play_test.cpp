@@ -151,7 +151,7 @@ TEST(Play, EveryChannelHasADetectorThatSeesEveryFrameInWholeLines) {
             EXPECT_EQ(frames[index], static_cast<int>(index) + 1) << channel;
         }
     }
-    EXPECT_THAT(run.errors, HasSubstr("120 handed out, 120 given back"));
+    EXPECT_THAT(run.errors, HasSubstr("120 passed, 120 released"));
 }
 
 TEST(Play, AnOddPictureLosesItsLastColumnAndRow) {
@@ -222,7 +222,7 @@ TEST(Play, AFrameDoneCallWithAnotherBufferIsADefect) {
     command.insert(command.end(), {"--single", "0,0,0,0"});
     const Finished run = RunHost(command, Y4mStream(16, 16, 2));
     EXPECT_EQ(run.status, 1);
-    EXPECT_THAT(run.errors, HasSubstr("error: 2 frame-done calls came twice or with a buffer that was not handed in"));
+    EXPECT_THAT(run.errors, HasSubstr("error: 2 frame-done calls were repeated or passed a wrong buffer"));
 }
 
 TEST(Play, FailedFramesAreCountedByTheirText) {
@@ -241,28 +241,28 @@ TEST(Play, AnExceptionOutOfTheDetectorIsAFailedFrame) {
 TEST(Play, BuffersThatAreNotGivenBackAreADefect) {
     const Finished run = RunHost(PlayCommand("-", {"test_keep_buffers=2"}), Y4mStream(16, 16, 5), LeaksAllowed::Yes);
     EXPECT_EQ(run.status, 1);
-    EXPECT_THAT(run.errors, HasSubstr("plate-host: error: of 5 buffers, 3 were given back\n"));
+    EXPECT_THAT(run.errors, HasSubstr("plate-host: error: only 3 of 5 buffers were released\n"));
 }
 
 TEST(Play, ARaiserThatIsNeverEndedIsADefect) {
     const Finished run =
         RunHost(PlayCommand("-", {"test_event_every=1", "test_lose_raiser=true"}), Y4mStream(16, 16, 2));
     EXPECT_EQ(run.status, 1);
-    EXPECT_THAT(run.errors, HasSubstr("error: of 2 event raisers, 0 were raised or discarded"));
+    EXPECT_THAT(run.errors, HasSubstr("error: only 0 of 2 event raisers were raised or discarded"));
 }
 
 TEST(Play, ATargetListWithoutEventIsADefect) {
     const Finished run =
         RunHost(PlayCommand("-", {"test_event_every=1", "test_lose_targets=true"}), Y4mStream(16, 16, 2));
     EXPECT_EQ(run.status, 1);
-    EXPECT_THAT(run.errors, HasSubstr("error: 2 target lists were attached to no event"));
+    EXPECT_THAT(run.errors, HasSubstr("error: 2 target lists were not attached to an event"));
 }
 
 TEST(Play, ADiscardedEventIsNotPrinted) {
     const Finished run = RunHost(PlayCommand("-", {"test_event_every=1", "test_discard=true"}), Y4mStream(16, 16, 2));
     EXPECT_EQ(run.status, 0) << run.errors;
     EXPECT_EQ(run.output, "");
-    EXPECT_THAT(run.errors, HasSubstr("2 made, 0 raised, 2 discarded"));
+    EXPECT_THAT(run.errors, HasSubstr("2 created, 0 raised, 2 discarded"));
 }
 
 TEST(Play, AClosedOutputEndsAnEndlessVideoQuietly) {
@@ -287,7 +287,7 @@ TEST(Play, AnOutputThatCannotBeWrittenIsAnError) {
     const Finished run = process.Wait();
     EXPECT_EQ(run.status, 1) << run.errors;
     EXPECT_THAT(run.errors,
-                HasSubstr("plate-host: error: the events cannot be written: " + SystemText::UnwritableOutput() + "\n"));
+                HasSubstr("plate-host: error: cannot write the events: " + SystemText::UnwritableOutput() + "\n"));
 }
 
 TEST(Play, TheVideoDoesNotTakeThePlaceOfAMissingOutput) {

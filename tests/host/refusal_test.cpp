@@ -52,14 +52,15 @@ TEST_F(Refusal, ABrokenStream) {
     ExpectOneLine(RunHost(PlayCommand("-", {}), "YUV4MPEG2 W16"), "");
     ExpectOneLine(RunHost(PlayCommand("-", {}), std::string(10000, 'x')), "");
     ExpectOneLine(RunHost(PlayCommand("-", {}), "YUV4MPEG2 W16 H16 C444\n"), "C444; only 8-bit 4:2:0 and mono");
-    ExpectOneLine(RunHost(PlayCommand("-", {}), Y4mHeaderLine(16, 16)), "\"-\" holds no picture");
+    ExpectOneLine(RunHost(PlayCommand("-", {}), Y4mHeaderLine(16, 16)), "\"-\" contains no frame");
     ExpectOneLine(RunHost(PlayCommand("-", {}), Y4mHeaderLine(16, 16) + "FRAME\nshort"),
-                  "holds no picture: frame 0 is cut off");
+                  "contains no frame: frame 0 is cut off");
 }
 
 TEST_F(Refusal, AMissingLibrary) {
-    ExpectOneLine(RunHost({"play", video, "--plugin", folder.Path("none.so"), "--engine", HOST_TEST_ENGINE_ONE}),
-                  "there is no library at \"" + folder.Path("none.so") + "\"; name one with --plugin");
+    ExpectOneLine(
+        RunHost({"play", video, "--plugin", folder.Path("none.so"), "--engine", HOST_TEST_ENGINE_ONE}),
+        "cannot load the library \"" + folder.Path("none.so") + "\": no such file; set its path with --plugin");
 }
 
 TEST_F(Refusal, AFileThatIsNoLibrary) {
@@ -70,20 +71,21 @@ TEST_F(Refusal, AFileThatIsNoLibrary) {
 
 TEST_F(Refusal, ALibraryWithoutItsExports) {
     ExpectOneLine(RunHost({"play", video, "--plugin", HOST_TEST_INCOMPLETE_PLUGIN, "--engine", HOST_TEST_ENGINE_ONE}),
-                  "is no detector library: it does not export GetModule");
+                  "is not a detector library: it does not export GetModule");
 }
 
 TEST_F(Refusal, AMissingEngine) {
-    ExpectOneLine(RunHost({"play", video, "--plugin", HOST_TEST_PLUGIN, "--engine", folder.Path("none.so")}),
-                  "there is no engine at \"" + folder.Path("none.so") + "\"; name one with --engine");
+    ExpectOneLine(
+        RunHost({"play", video, "--plugin", HOST_TEST_PLUGIN, "--engine", folder.Path("none.so")}),
+        "cannot load the engine \"" + folder.Path("none.so") + "\": no such file; set its path with --engine");
 }
 
 TEST_F(Refusal, NoEngineBesideTheProgram) {
     const std::string program = folder.Copy(PLATE_HOST_PROGRAM, "plate-host.exe");
     HostProcess process(
         {.program = plate_host::ToPath(program), .arguments = {"play", video, "--plugin", HOST_TEST_PLUGIN}});
-    ExpectOneLine(process.Wait(), "there is no engine at \"" + folder.Path(plate_host::EngineFileName()) +
-                                      "\"; name one with --engine");
+    ExpectOneLine(process.Wait(), "cannot load the engine \"" + folder.Path(plate_host::EngineFileName()) +
+                                      "\": no such file; set its path with --engine");
 }
 
 TEST_F(Refusal, AFileThatIsNoEngine) {
@@ -100,7 +102,7 @@ TEST_F(Refusal, AFileThatNeedsALibraryThatIsMissing) {
 
 TEST_F(Refusal, AnEngineThatTheLibraryWouldNotBeBoundTo) {
     ExpectOneLine(RunHost({"play", video, "--plugin", HOST_TEST_PLUGIN, "--engine", HOST_TEST_ENGINE_MISNAMED}),
-                  std::string("it does not have the name ") + plate_host::EngineFileName());
+                  std::string("its name must be ") + plate_host::EngineFileName());
 }
 
 TEST_F(Refusal, ABadCommandLine) {
@@ -110,9 +112,9 @@ TEST_F(Refusal, ABadCommandLine) {
     ExpectOneLine(RunHost({"play", video, "--channels", "0"}), "--channels");
     ExpectOneLine(RunHost({"play", video, "--channels", "many"}), "--channels");
     ExpectOneLine(RunHost({"play", video, "--frames", "-1"}), "--frames");
-    ExpectOneLine(RunHost({"play", video, "--single", "1,2,3"}), "\"1,2,3\" is no area");
-    ExpectOneLine(RunHost({"play", video, "--set", "nonsense"}), "\"nonsense\" is no setting");
-    ExpectOneLine(RunHost({"play", video, "--set", "=5"}), "\"=5\" is no setting");
+    ExpectOneLine(RunHost({"play", video, "--single", "1,2,3"}), "\"1,2,3\" is not an area");
+    ExpectOneLine(RunHost({"play", video, "--set", "nonsense"}), "\"nonsense\" is not a setting");
+    ExpectOneLine(RunHost({"play", video, "--set", "=5"}), "\"=5\" is not a setting");
 }
 
 class RefusedSetting : public Refusal {

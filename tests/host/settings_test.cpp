@@ -24,19 +24,19 @@ TEST(Settings, AKeyEndsAtTheFirstEqualsSign) {
 }
 
 TEST(Settings, ATextIsReadAsWhatItLooksLikeFirstAndAsTextLast) {
-    EXPECT_THAT(ReadingsOf("7"), ElementsAre(Value(7), Value(7.0), Value(std::string("7"))));
-    EXPECT_THAT(ReadingsOf("-12"), ElementsAre(Value(-12), Value(-12.0), Value(std::string("-12"))));
-    EXPECT_THAT(ReadingsOf("+12"), ElementsAre(Value(12), Value(12.0), Value(std::string("+12"))));
-    EXPECT_THAT(ReadingsOf("1"), ElementsAre(Value(1), Value(true), Value(1.0), Value(std::string("1"))));
-    EXPECT_THAT(ReadingsOf("0"), ElementsAre(Value(0), Value(false), Value(0.0), Value(std::string("0"))));
-    EXPECT_THAT(ReadingsOf("true"), ElementsAre(Value(true), Value(std::string("true"))));
-    EXPECT_THAT(ReadingsOf("false"), ElementsAre(Value(false), Value(std::string("false"))));
-    EXPECT_THAT(ReadingsOf("2.5"), ElementsAre(Value(2.5), Value(std::string("2.5"))));
-    EXPECT_THAT(ReadingsOf("2147483648"), ElementsAre(Value(2147483648.0), Value(std::string("2147483648"))));
-    EXPECT_THAT(ReadingsOf("gate 7"), ElementsAre(Value(std::string("gate 7"))));
-    EXPECT_THAT(ReadingsOf(""), ElementsAre(Value(std::string())));
-    EXPECT_THAT(ReadingsOf("+-1"), ElementsAre(Value(std::string("+-1"))));
-    EXPECT_THAT(ReadingsOf("nan"), ElementsAre(Value(std::string("nan"))));
+    EXPECT_THAT(PossibleValues("7"), ElementsAre(Value(7), Value(7.0), Value(std::string("7"))));
+    EXPECT_THAT(PossibleValues("-12"), ElementsAre(Value(-12), Value(-12.0), Value(std::string("-12"))));
+    EXPECT_THAT(PossibleValues("+12"), ElementsAre(Value(12), Value(12.0), Value(std::string("+12"))));
+    EXPECT_THAT(PossibleValues("1"), ElementsAre(Value(1), Value(true), Value(1.0), Value(std::string("1"))));
+    EXPECT_THAT(PossibleValues("0"), ElementsAre(Value(0), Value(false), Value(0.0), Value(std::string("0"))));
+    EXPECT_THAT(PossibleValues("true"), ElementsAre(Value(true), Value(std::string("true"))));
+    EXPECT_THAT(PossibleValues("false"), ElementsAre(Value(false), Value(std::string("false"))));
+    EXPECT_THAT(PossibleValues("2.5"), ElementsAre(Value(2.5), Value(std::string("2.5"))));
+    EXPECT_THAT(PossibleValues("2147483648"), ElementsAre(Value(2147483648.0), Value(std::string("2147483648"))));
+    EXPECT_THAT(PossibleValues("gate 7"), ElementsAre(Value(std::string("gate 7"))));
+    EXPECT_THAT(PossibleValues(""), ElementsAre(Value(std::string())));
+    EXPECT_THAT(PossibleValues("+-1"), ElementsAre(Value(std::string("+-1"))));
+    EXPECT_THAT(PossibleValues("nan"), ElementsAre(Value(std::string("nan"))));
 }
 
 TEST(Settings, ANumberReachesAKeyThatTakesTexts) {

@@ -3,7 +3,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "tools/host/frame_shelf.h"
+#include "tools/host/held_frames.h"
 
 namespace plate_host {
 namespace {
@@ -82,36 +82,36 @@ TEST(SnapshotTargets, AreWhatTheEventTells) {
     EXPECT_FALSE(targets[1].plate.has_value()) << "one of its numbers is none, two are missing";
 }
 
-TEST(FrameShelf, GivesTheFrameOfAChannelsTimeWhileItIsOut) {
-    FrameShelf shelf;
+TEST(HeldFrames, GivesTheFrameOfAChannelsTimeWhileItIsOut) {
+    HeldFrames heldFrames;
     const Picture one = PictureOf(40, 1);
     const Picture other = PictureOf(40, 2);
     const Picture later = PictureOf(80, 3);
-    shelf.Enter(0, one);
-    shelf.Enter(1, other);
-    shelf.Enter(0, later);
-    const auto luminance = [&shelf](int channel, std::uint64_t time) {
-        const std::optional<Picture> copy = shelf.CopyOf(channel, time);
+    heldFrames.Add(0, one);
+    heldFrames.Add(1, other);
+    heldFrames.Add(0, later);
+    const auto luminance = [&heldFrames](int channel, std::uint64_t time) {
+        const std::optional<Picture> copy = heldFrames.Copy(channel, time);
         return copy ? int{copy->bytes[0]} : -1;
     };
     EXPECT_EQ(luminance(0, 40), 1);
     EXPECT_EQ(luminance(1, 40), 2);
     EXPECT_EQ(luminance(0, 80), 3);
     EXPECT_EQ(luminance(1, 80), -1);
-    shelf.Leave(0, one);
+    heldFrames.Remove(0, one);
     EXPECT_EQ(luminance(0, 40), -1);
     EXPECT_EQ(luminance(1, 40), 2);
 }
 
-TEST(FrameShelf, OfSeveralFramesOfOneTimeTheYoungestIsGiven) {
-    FrameShelf shelf;
+TEST(HeldFrames, OfSeveralFramesOfOneTimeTheYoungestIsGiven) {
+    HeldFrames heldFrames;
     const Picture first = PictureOf(40, 1);
     const Picture second = PictureOf(40, 2);
-    shelf.Enter(0, first);
-    shelf.Enter(0, second);
-    EXPECT_EQ(shelf.CopyOf(0, 40)->bytes[0], 2);
-    shelf.Leave(0, second);
-    EXPECT_EQ(shelf.CopyOf(0, 40)->bytes[0], 1) << "only the one that came back has gone";
+    heldFrames.Add(0, first);
+    heldFrames.Add(0, second);
+    EXPECT_EQ(heldFrames.Copy(0, 40)->bytes[0], 2);
+    heldFrames.Remove(0, second);
+    EXPECT_EQ(heldFrames.Copy(0, 40)->bytes[0], 1) << "only the one that came back has gone";
 }
 
 }  // namespace

@@ -26,7 +26,7 @@ inline std::string UnwritableOutput() {
     return TextOf(5);  // access denied
 }
 inline std::string NoLibrary(const std::string&) {
-    return "it is no library for 64-bit Windows";
+    return "it is not a library for 64-bit Windows";
 }
 inline std::string ShortLibrary(const std::string& path) {
     return NoLibrary(path);

@@ -81,7 +81,7 @@ TEST(Y4mHeader, RefusesWhatIsBroken) {
     EXPECT_THAT(FailureOf("YUV4MPEG23 W4 H4"), HasSubstr("does not begin"));
     EXPECT_THAT(FailureOf("YUV4MPEG2"), HasSubstr("no picture size"));
     EXPECT_THAT(FailureOf("YUV4MPEG2 W4"), HasSubstr("no picture size"));
-    EXPECT_THAT(FailureOf("YUV4MPEG2 W4 H4 C420\r"), HasSubstr("changed its bytes"));
+    EXPECT_THAT(FailureOf("YUV4MPEG2 W4 H4 C420\r"), HasSubstr("has changed its bytes"));
     for (const char* width : {"W", "W0", "W1", "W-4", "W4x", "W 4", "W16385", "W99999999999999999999"}) {
         EXPECT_THAT(FailureOf(std::string("YUV4MPEG2 H4 ") + width), HasSubstr("bad width")) << width;
     }

@@ -23,7 +23,7 @@ constexpr double cornerLeft = -2.75;  // of the oncoming lane
 SurfacePtr MakeSurface(int width, int height) {
     SurfacePtr surface(cairo_image_surface_create(CAIRO_FORMAT_RGB24, width, height));
     if (cairo_surface_status(surface.get()) != CAIRO_STATUS_SUCCESS) {
-        throw std::runtime_error("no memory for a picture of this size");
+        throw std::runtime_error("cannot allocate a picture of this size");
     }
     return surface;
 }
@@ -318,7 +318,7 @@ Painter::Scene Painter::SceneAt(const std::vector<Vehicle>& vehicles, double sec
     for (const Vehicle& vehicle : vehicles) {
         const Place place = vehicle.PlaceAt(second);
         const double length = ExtentOf(vehicle.shape).length;
-        if (place.z + length > 6.0 && place.z > 3.0 && place.z < farthestVisible) {
+        if (place.z + length > 6.0 && place.z > 3.0 && place.z < maxVisibleDistance) {
             visible.emplace_back(&vehicle, place);
         }
     }
@@ -351,17 +351,17 @@ Painter::Box Painter::BoxOf(const Scene& visible) const {
 
 /// The number of pixels, and so of drawn steps, that the fastest plate moves during the exposure.
 int Painter::StepsOfMotion(const std::vector<Vehicle>& vehicles, double second, double exposure) const {
-    constexpr double most = 4;
+    constexpr double maxSteps = 4;
     constexpr double belowThePicture = 11.0;
-    double farthest = 0;
+    double maxMove = 0;
     for (const auto& [vehicle, place] : SceneAt(vehicles, second)) {
         const PlateCorners from = PlateCornersAt(*vehicle, vehicle->PlaceAt(second - exposure / 2), camera_);
         const PlateCorners to = PlateCornersAt(*vehicle, vehicle->PlaceAt(second + exposure / 2), camera_);
         if (place.z > belowThePicture) {
-            farthest = std::max(farthest, std::hypot(to[0].x - from[0].x, to[0].y - from[0].y));
+            maxMove = std::max(maxMove, std::hypot(to[0].x - from[0].x, to[0].y - from[0].y));
         }
     }
-    return static_cast<int>(std::clamp(std::ceil(farthest), 1.0, most));
+    return static_cast<int>(std::clamp(std::ceil(maxMove), 1.0, maxSteps));
 }
 
 void Painter::DrawScene(const Scene& visible, const Light& light, double second) {
@@ -485,7 +485,7 @@ int Painter::Stride() const {
 
 void Painter::SavePicture(const std::filesystem::path& file) const {
     if (cairo_surface_write_to_png(picture_.get(), file.string().c_str()) != CAIRO_STATUS_SUCCESS) {
-        throw std::runtime_error("cannot write " + file.string());
+        throw std::runtime_error("cannot write \"" + file.string() + "\"");
     }
 }
 

@@ -37,7 +37,7 @@ PatternPtr Find(const std::string& family) {
             return found;
         }
     }
-    throw std::runtime_error("the typeface " + family + " is not installed; scripts/setup installs it");
+    throw std::runtime_error("the typeface \"" + family + "\" is not installed; run scripts/setup to install it");
 }
 
 }  // namespace

@@ -110,7 +110,7 @@ void WriteScript(const std::filesystem::path& file, const ordered_json& script) 
     stream << "\n]}\n";
     stream.close();
     if (!stream) {
-        throw std::runtime_error("cannot write " + file.string());
+        throw std::runtime_error("cannot write \"" + file.string() + "\"");
     }
 }
 
@@ -119,7 +119,7 @@ void WriteJson(const std::filesystem::path& file, const ordered_json& value) {
     stream << value.dump() << '\n';
     stream.close();
     if (!stream) {
-        throw std::runtime_error("cannot write " + file.string());
+        throw std::runtime_error("cannot write \"" + file.string() + "\"");
     }
 }
 
@@ -159,24 +159,30 @@ void Run(const Options& options) {
 int main(int argumentCount, char** arguments) {
     Options options;
     CLI::App app{
-        "Draws a clip of a road: road.mp4, what is true in it (truth.json), and what an engine would read in it "
-        "(script.json)."};
-    app.add_option("folder", options.folder, "where the files go")->required();
-    app.add_option("--seconds", options.seconds, "length")->check(CLI::Range(8.0, 600.0))->capture_default_str();
-    app.add_option("--seed", options.seed, "another number, another clip")->capture_default_str();
+        "Draws a video of a road (road.mp4), and writes its true plates (truth.json) and the simulated readings of an "
+        "engine (script.json).",
+        "road-clip"};
+    app.add_option("folder", options.folder, "folder for the files; created if it does not exist")->required();
+    app.add_option("--seconds", options.seconds, "length of the clip in seconds")
+        ->check(CLI::Range(8.0, 600.0))
+        ->capture_default_str();
+    app.add_option("--seed", options.seed, "seed of the random numbers; the same seed makes the same clip")
+        ->capture_default_str();
     const auto even = CLI::Validator(
-        [](const std::string& text) {
-            return (text.back() - '0') % 2 == 0 ? std::string() : "an even number is wanted";
-        },
+        [](const std::string& text) { return (text.back() - '0') % 2 == 0 ? std::string() : "must be an even number"; },
         "EVEN");
-    app.add_option("--width", options.width, "pixels")->check(CLI::Range(320, 3840) & even)->capture_default_str();
-    app.add_option("--height", options.height, "pixels")->check(CLI::Range(180, 2160) & even)->capture_default_str();
-    app.add_option("--fps", options.framesPerSecond, "frames a second")
+    app.add_option("--width", options.width, "width in pixels")
+        ->check(CLI::Range(320, 3840) & even)
+        ->capture_default_str();
+    app.add_option("--height", options.height, "height in pixels")
+        ->check(CLI::Range(180, 2160) & even)
+        ->capture_default_str();
+    app.add_option("--fps", options.framesPerSecond, "frames per second")
         ->check(CLI::Range(5, 60))
         ->capture_default_str();
-    app.add_option("--still", options.still, "also writes this frame as a picture (PNG)")
+    app.add_option("--still", options.still, "also write this frame as frame-N.png; the first frame is 0")
         ->check(CLI::NonNegativeNumber);
-    app.add_flag("--without-video", options.withoutVideo, "writes no road.mp4");
+    app.add_flag("--without-video", options.withoutVideo, "do not write road.mp4");
     CLI11_PARSE(app, argumentCount, arguments);
 
     try {

@@ -15,11 +15,11 @@ namespace {
 constexpr double missProbability = 0.04;
 constexpr double misreadingProbability = 0.10;
 constexpr double secondMistakeProbability = 0.25;
-constexpr int longestMiss = 4;
+constexpr int maxMissFrames = 4;
 
 /// Only digits are misread, as letters. Of a vehicle's texts the tracker reports the one that sorts first, and letters
 /// sort after digits, so it reports the right text.
-char TakenFor(char character) {
+char MisreadAs(char character) {
     switch (character) {
         case '0':
             return 'D';
@@ -45,7 +45,7 @@ char TakenFor(char character) {
 std::string Misread(const std::string& plate, Random& random) {
     std::vector<std::size_t> candidates;
     for (std::size_t i = 0; i < plate.size(); ++i) {
-        if (TakenFor(plate[i]) != plate[i]) {
+        if (MisreadAs(plate[i]) != plate[i]) {
             candidates.push_back(i);
         }
     }
@@ -53,31 +53,31 @@ std::string Misread(const std::string& plate, Random& random) {
     const int mistakes = random.Unit() < secondMistakeProbability ? 2 : 1;
     for (int i = 0; i < mistakes && !candidates.empty(); ++i) {
         const auto chosen = candidates.begin() + random.Below(static_cast<int>(candidates.size()));
-        text[*chosen] = TakenFor(text[*chosen]);
+        text[*chosen] = MisreadAs(text[*chosen]);
         candidates.erase(chosen);
     }
     return text;
 }
 
 /// The error of a plate's location; it stays the same while the picture does not change.
-struct Misjudgement {
+struct LocationError {
     PlateCorners seen{};
     std::array<std::array<int, 2>, 4> error{};
 };
 
-double FarthestMove(const PlateCorners& from, const PlateCorners& to) {
-    double farthest = 0;
+double MaxMove(const PlateCorners& from, const PlateCorners& to) {
+    double max = 0;
     for (std::size_t i = 0; i < from.size(); ++i) {
-        farthest = std::max({farthest, std::abs(from[i].x - to[i].x), std::abs(from[i].y - to[i].y)});
+        max = std::max({max, std::abs(from[i].x - to[i].x), std::abs(from[i].y - to[i].y)});
     }
-    return farthest;
+    return max;
 }
 
 struct VehicleState {
     std::size_t firstFrame = std::numeric_limits<std::size_t>::max();
     int readings = 0;
     int framesToMiss = 0;
-    Misjudgement misjudgement;
+    LocationError locationError;
 };
 
 }  // namespace
@@ -111,7 +111,7 @@ std::vector<std::vector<Reading>> MakeReadings(std::uint64_t seed, const std::ve
                 }
             }
             if (state.framesToMiss == 0 && random.Unit() < missProbability) {
-                state.framesToMiss = 1 + random.Below(longestMiss);
+                state.framesToMiss = 1 + random.Below(maxMissFrames);
             }
             if (state.framesToMiss > 0) {
                 --state.framesToMiss;
@@ -122,9 +122,9 @@ std::vector<std::vector<Reading>> MakeReadings(std::uint64_t seed, const std::ve
             }
 
             const PlateCorners& corners = frames[frame][i]->corners;
-            if (state.readings == 0 || FarthestMove(state.misjudgement.seen, corners) >= 0.5) {
-                state.misjudgement.seen = corners;
-                for (auto& error : state.misjudgement.error) {
+            if (state.readings == 0 || MaxMove(state.locationError.seen, corners) >= 0.5) {
+                state.locationError.seen = corners;
+                for (auto& error : state.locationError.error) {
                     for (int& axis : error) {
                         axis = random.Unit() < 0.25 ? random.Below(3) - 1 : 0;
                     }
@@ -142,8 +142,8 @@ std::vector<std::vector<Reading>> MakeReadings(std::uint64_t seed, const std::ve
             }
             for (std::size_t corner = 0; corner < corners.size(); ++corner) {
                 reading.corners[corner] = {
-                    static_cast<int>(std::lround(corners[corner].x)) + state.misjudgement.error[corner][0],
-                    static_cast<int>(std::lround(corners[corner].y)) + state.misjudgement.error[corner][1]};
+                    static_cast<int>(std::lround(corners[corner].x)) + state.locationError.error[corner][0],
+                    static_cast<int>(std::lround(corners[corner].y)) + state.locationError.error[corner][1]};
             }
             ++state.readings;
             readings[frame].push_back(reading);

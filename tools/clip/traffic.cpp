@@ -48,7 +48,7 @@ double StoppingDistance(double speed, double toStop, double seconds, bool& stand
     return toStop + startAcceleration * startSeconds * startSeconds / 2 + speed * (left - startSeconds);
 }
 
-struct Appointment {
+struct ScheduledVehicle {
     double second;
     double speed;
     Manner manner;
@@ -60,7 +60,7 @@ struct Appointment {
 // becomes unreadable up the road, and the tracker expects it to move on towards the point where all lanes meet; until
 // its track ends, no other departing vehicle may get that far and no oncoming one may become readable. The next vehicle
 // follows an oncoming one only at a distance at which the roof hides no plate.
-constexpr Appointment appointments[] = {
+constexpr ScheduledVehicle schedule[] = {
     {0.4, 9.0, Manner::Comes, VehicleShape::Car, PlateDesign::European},
     {1.5, 7.0, Manner::Goes, VehicleShape::Van, PlateDesign::EuropeanYellow},
     {6.2, 8.0, Manner::Comes, VehicleShape::Car, PlateDesign::NorthAmerican},
@@ -164,7 +164,7 @@ bool InPicture(const PlateCorners& corners, int width, int height) {
 
 bool IsReadable(const PlateCorners& corners, int width, int height) {
     const double plateWidth = std::hypot(corners[2].x - corners[0].x, corners[2].y - corners[0].y);
-    return plateWidth >= narrowestReadable * width && std::min(corners[0].y, corners[2].y) >= highestReadable * height;
+    return plateWidth >= minReadableWidth * width && std::min(corners[0].y, corners[2].y) >= minReadableTop * height;
 }
 
 /// The seconds between which a vehicle's plate can be read.
@@ -176,9 +176,9 @@ struct Appearance {
 Appearance AppearanceOf(const Vehicle& vehicle) {
     const Camera camera(1280, 720);
     constexpr double step = 0.04;
-    constexpr double longest = 20.0;
-    Appearance appearance{vehicle.enters, vehicle.enters};
-    for (double second = vehicle.enters; second < vehicle.enters + longest; second += step) {
+    constexpr double maxSeconds = 20.0;
+    Appearance appearance{vehicle.entryTime, vehicle.entryTime};
+    for (double second = vehicle.entryTime; second < vehicle.entryTime + maxSeconds; second += step) {
         const auto view = ViewPlates({vehicle}, second, camera, 1280, 720)[0];
         if (view && view->readable) {
             appearance.last = second;
@@ -190,12 +190,12 @@ Appearance AppearanceOf(const Vehicle& vehicle) {
 /// Assigns plates that the tracker cannot confuse. While a vehicle has no readings, the tracker assigns a reading of a
 /// later vehicle to its track, even far away, if the texts have two characters in common in the same order; one or two
 /// misread characters may add as many common ones.
-void GivePlates(std::vector<Vehicle>& vehicles, Random& random) {
+void AssignPlates(std::vector<Vehicle>& vehicles, Random& random) {
     std::vector<Appearance> appearances;
     for (const Vehicle& vehicle : vehicles) {
         appearances.push_back(AppearanceOf(vehicle));
     }
-    const auto tellsLookAlikes = [](const std::string& plate) {
+    const auto avoidsLookAlikes = [](const std::string& plate) {
         const auto has = [&](char character) { return plate.find(character) != std::string::npos; };
         return !(has('0') && has('O')) && !(has('1') && has('I'));
     };
@@ -216,7 +216,7 @@ void GivePlates(std::vector<Vehicle>& vehicles, Random& random) {
             found = false;
             for (int trial = 0; trial < tries && !found; ++trial) {
                 vehicles[i].plate = MakePlate(KindOf(vehicles[i].design).format, wanted, random);
-                found = tellsLookAlikes(vehicles[i].plate);
+                found = avoidsLookAlikes(vehicles[i].plate);
                 for (std::size_t other = 0; other < i && found; ++other) {
                     found = differEnough(other, i);
                 }
@@ -228,7 +228,7 @@ void GivePlates(std::vector<Vehicle>& vehicles, Random& random) {
             return;
         }
     }
-    throw std::runtime_error("the vehicles cannot be given plates that differ enough");
+    throw std::runtime_error("cannot find plates that differ enough; try another --seed or fewer --seconds");
 }
 
 }  // namespace
@@ -236,26 +236,26 @@ void GivePlates(std::vector<Vehicle>& vehicles, Random& random) {
 double TurnOffLaneX(double z) {
     const double along = std::max(bendBegin - z, 0.0);
     const double bend = bendBegin - bendEnd;
-    const double aside = along < bend ? bendSlope * along * along / (2 * bend) : bendSlope * (along - bend / 2);
-    return comingLaneX - aside;
+    const double offset = along < bend ? bendSlope * along * along / (2 * bend) : bendSlope * (along - bend / 2);
+    return comingLaneX - offset;
 }
 
 Place Vehicle::PlaceAt(double second) const {
-    const double since = second - enters;
+    const double since = second - entryTime;
     Place place;
     double travelled = speed * since;
     if (manner == Manner::ComesAndStops) {
         travelled = StoppingDistance(speed, comingFrom - stopLineZ - beforeStopLine, since, place.standing);
     }
     if (ShowsItsRear()) {
-        place.x = goingLaneX + aside;
+        place.x = goingLaneX + lateralOffset;
         place.z = goingFrom + travelled;
         return place;
     }
-    place.x = comingLaneX + aside;
+    place.x = comingLaneX + lateralOffset;
     place.z = comingFrom - travelled;
     if (manner == Manner::ComesAndTurnsOff) {
-        place.x = TurnOffLaneX(place.z) + aside;
+        place.x = TurnOffLaneX(place.z) + lateralOffset;
         constexpr double step = 0.5;
         place.turn = std::atan2(TurnOffLaneX(place.z + step) - TurnOffLaneX(place.z - step), 2 * step);
     }
@@ -266,21 +266,21 @@ std::vector<Vehicle> MakeTraffic(std::uint64_t seed, double seconds) {
     Random random(seed);
     std::vector<Vehicle> vehicles;
     for (double roundStart = 0; roundStart < seconds; roundStart += roundSeconds) {
-        for (const Appointment& appointment : appointments) {
+        for (const ScheduledVehicle& scheduled : schedule) {
             Vehicle vehicle;
-            vehicle.design = appointment.design;
-            vehicle.shape = appointment.shape;
-            vehicle.manner = appointment.manner;
+            vehicle.design = scheduled.design;
+            vehicle.shape = scheduled.shape;
+            vehicle.manner = scheduled.manner;
             vehicle.colour = paints[static_cast<std::size_t>(random.Below(static_cast<int>(std::size(paints))))];
-            vehicle.speed = appointment.speed * random.Between(0.99, 1.01);
-            vehicle.enters = roundStart + appointment.second + random.Between(-0.02, 0.02);
-            vehicle.aside = random.Between(-0.2, 0.2);
-            vehicle.crooked = random.Between(-0.05, 0.05);
+            vehicle.speed = scheduled.speed * random.Between(0.99, 1.01);
+            vehicle.entryTime = roundStart + scheduled.second + random.Between(-0.02, 0.02);
+            vehicle.lateralOffset = random.Between(-0.2, 0.2);
+            vehicle.plateRotation = random.Between(-0.05, 0.05);
             vehicle.dirt = random.Between(0.0, 0.35);
             vehicles.push_back(vehicle);
         }
     }
-    GivePlates(vehicles, random);
+    AssignPlates(vehicles, random);
     std::erase_if(vehicles,
                   [&](const Vehicle& vehicle) { return AppearanceOf(vehicle).last + secondsToGiveUp > seconds; });
     return vehicles;
@@ -317,8 +317,8 @@ Point OnVehicle(const Place& place, double right, double up, double behind) {
 }
 
 Point OnPlate(const Vehicle& vehicle, const Place& place, double right, double up) {
-    const double cosine = std::cos(vehicle.crooked);
-    const double sine = std::sin(vehicle.crooked);
+    const double cosine = std::cos(vehicle.plateRotation);
+    const double sine = std::sin(vehicle.plateRotation);
     return OnVehicle(place, right * cosine + up * sine, vehicle.PlateHeight() - right * sine + up * cosine, 0);
 }
 
@@ -331,12 +331,12 @@ PlateCorners PlateCornersAt(const Vehicle& vehicle, const Place& place, const Ca
 
 PlateViews ViewPlates(const std::vector<Vehicle>& vehicles, double second, const Camera& camera, int width,
                       int height) {
-    constexpr double farthest = 60.0;
-    constexpr double nearest = 8.0;
+    constexpr double maxDistance = 60.0;
+    constexpr double minDistance = 8.0;
     PlateViews views(vehicles.size());
     for (std::size_t i = 0; i < vehicles.size(); ++i) {
         const Place place = vehicles[i].PlaceAt(second);
-        if (place.z < nearest || place.z > farthest) {
+        if (place.z < minDistance || place.z > maxDistance) {
             continue;
         }
         const PlateCorners corners = PlateCornersAt(vehicles[i], place, camera);

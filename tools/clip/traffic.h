@@ -29,11 +29,11 @@ struct Vehicle {
     VehicleShape shape = VehicleShape::Car;
     Manner manner = Manner::Comes;
     Colour colour;
-    double speed = 0;    ///< metres per second, while it does not brake
-    double enters = 0;   ///< when it passes the place from which its plate may be readable, in seconds
-    double aside = 0;    ///< offset to the right of the middle of its lane, in metres
-    double crooked = 0;  ///< rotation of its plate, clockwise, in radians
-    double dirt = 0;     ///< on its plate, 0 to 1
+    double speed = 0;          ///< metres per second, while it does not brake
+    double entryTime = 0;      ///< when it passes the place from which its plate may be readable, in seconds
+    double lateralOffset = 0;  ///< offset to the right of the middle of its lane, in metres
+    double plateRotation = 0;  ///< rotation of its plate, clockwise, in radians
+    double dirt = 0;           ///< on its plate, 0 to 1
 
     bool ShowsItsRear() const { return manner == Manner::Goes; }
     double PlateHeight() const { return shape == VehicleShape::Truck ? 0.70 : 0.43; }  ///< of the middle, in metres
@@ -44,7 +44,7 @@ struct Vehicle {
 inline constexpr double comingFrom = 36.5;
 inline constexpr double goingFrom = 18.0;
 /// Vehicles farther away than this are not drawn.
-inline constexpr double farthestVisible = 130.0;
+inline constexpr double maxVisibleDistance = 130.0;
 
 /// The length of one round of traffic and the default length of the clip.
 inline constexpr double roundSeconds = 54.2;
@@ -79,8 +79,8 @@ Point OnPlate(const Vehicle& vehicle, const Place& place, double right, double u
 PlateCorners PlateCornersAt(const Vehicle& vehicle, const Place& place, const Camera& camera);
 
 /// The smallest plate and the top of the region that the demonstration searches, relative to the picture's size.
-inline constexpr double narrowestReadable = 0.04;
-inline constexpr double highestReadable = 0.20;
+inline constexpr double minReadableWidth = 0.04;
+inline constexpr double minReadableTop = 0.20;
 
 /// A plate that is entirely in the picture and not hidden.
 struct PlateView {

@@ -162,9 +162,9 @@ class VehiclePen {
     }
 
     cairo_t* Context() const { return context_; }
-    const Camera& Seen() const { return camera_; }
-    const Vehicle& Drawn() const { return vehicle_; }
-    const Place& Where() const { return place_; }
+    const Camera& GetCamera() const { return camera_; }
+    const Vehicle& GetVehicle() const { return vehicle_; }
+    const Place& GetPlace() const { return place_; }
     double Length() const { return length_; }
     /// The distance from the front to the end that the camera sees.
     double End() const { return Front() ? 0 : length_; }
@@ -283,7 +283,7 @@ void DrawGrille(VehiclePen& pen, double halfWidth, double bottom, double top) {
 }
 
 void DrawCar(VehiclePen& pen, double second) {
-    const Colour& paint = pen.Drawn().colour;
+    const Colour& paint = pen.GetVehicle().colour;
     const double end = pen.End();
     DrawTyres(pen, 0.52, 0.80, pen.Front() ? 0.35 : pen.Length() - 0.35);
     DrawBody(pen,
@@ -304,7 +304,7 @@ void DrawCar(VehiclePen& pen, double second) {
         DrawGrille(pen, 0.44, 0.54, 0.66);
         pen.Both(0.48, 0.78, 0.53, 0.64, end, lampWhite, Scaled(lampWhite, 0.7));
         pen.Fill(VehiclePen::Across(-0.60, 0.60, 0.22, 0.31, end), trim);
-        if (HazardLightsOn(pen.Where(), second)) {
+        if (HazardLightsOn(pen.GetPlace(), second)) {
             pen.Both(0.66, 0.79, 0.46, 0.53, end, lampAmber, lampAmber);
         }
         pen.Both(0.90, 1.05, 0.92, 1.04, 1.45, Scaled(paint, 0.8), trim);
@@ -316,7 +316,7 @@ void DrawCar(VehiclePen& pen, double second) {
 }
 
 void DrawVan(VehiclePen& pen, double second) {
-    const Colour& paint = pen.Drawn().colour;
+    const Colour& paint = pen.GetVehicle().colour;
     const double end = pen.End();
     DrawTyres(pen, 0.56, 0.86, pen.Front() ? 0.35 : pen.Length() - 0.35);
     DrawBody(pen,
@@ -335,7 +335,7 @@ void DrawVan(VehiclePen& pen, double second) {
         DrawGrille(pen, 0.50, 0.56, 0.78);
         pen.Both(0.54, 0.86, 0.60, 0.80, end, lampWhite, Scaled(lampWhite, 0.7));
         pen.Fill(VehiclePen::Across(-0.72, 0.72, 0.24, 0.32, end), trim);
-        if (HazardLightsOn(pen.Where(), second)) {
+        if (HazardLightsOn(pen.GetPlace(), second)) {
             pen.Both(0.72, 0.88, 0.50, 0.60, end, lampAmber, lampAmber);
         }
         pen.Both(0.98, 1.18, 1.10, 1.36, 0.95, Scaled(paint, 0.8), trim);
@@ -351,11 +351,11 @@ void DrawVan(VehiclePen& pen, double second) {
 void DrawWords(VehiclePen& pen, Lettering& lettering) {
     const auto words = [&](const char* text, double right, double up, double height, double width, const Colour& ink) {
         const Surface surface = [&](double x, double y) {
-            return pen.Seen().Project(OnVehicle(pen.Where(), right + x, up + y, 0));
+            return pen.GetCamera().Project(OnVehicle(pen.GetPlace(), right + x, up + y, 0));
         };
         DrawLine(pen.Context(), lettering, surface, plateTypefaces[1], text, height, width, ink);
     };
-    switch (pen.Drawn().shape) {
+    switch (pen.GetVehicle().shape) {
         case VehicleShape::Car:
             words("GLX", 0.58, 0.745, 0.045, 0.20, chrome);
             break;
@@ -370,7 +370,7 @@ void DrawWords(VehiclePen& pen, Lettering& lettering) {
 }
 
 void DrawTruck(VehiclePen& pen) {
-    const Colour& paint = pen.Drawn().colour;
+    const Colour& paint = pen.GetVehicle().colour;
     const double length = pen.Length();
     DrawTyres(pen, 0.62, 1.10, length - 0.8);
     const std::vector<Section> cab{{0.0, 1.15, 0.40, 2.60, 0.10}, {1.9, 1.15, 0.40, 2.75, 0.10}};

@@ -21,17 +21,17 @@ std::string ErrorText(int error) {
     return text.data();
 }
 
-int Check(int answer, const std::string& what) {
-    if (answer < 0) {
-        throw std::runtime_error(what + ": " + ErrorText(answer));
+int Check(int result, const std::string& what) {
+    if (result < 0) {
+        throw std::runtime_error(what + ": " + ErrorText(result));
     }
-    return answer;
+    return result;
 }
 
 template <typename Object>
-Object* Made(Object* object, const char* what) {
+Object* NotNull(Object* object, const char* what) {
     if (object == nullptr) {
-        throw std::runtime_error(std::string("no memory for ") + what);
+        throw std::runtime_error(std::string("cannot allocate ") + what);
     }
     return object;
 }
@@ -79,7 +79,7 @@ struct VideoWriter::State {
     }
 
     bool OpenEncoder(const AVCodec* codec, int width, int height, int framesPerSecond) {
-        encoder = Made(avcodec_alloc_context3(codec), "the encoder");
+        encoder = NotNull(avcodec_alloc_context3(codec), "the encoder");
         encoder->width = width;
         encoder->height = height;
         encoder->pix_fmt = AV_PIX_FMT_YUV420P;
@@ -113,11 +113,11 @@ struct VideoWriter::State {
     void Encode(const AVFrame* picture) {
         Check(avcodec_send_frame(encoder, picture), "cannot encode a frame");
         while (true) {
-            const int answer = avcodec_receive_packet(encoder, packet);
-            if (answer == AVERROR(EAGAIN) || answer == AVERROR_EOF) {
+            const int result = avcodec_receive_packet(encoder, packet);
+            if (result == AVERROR(EAGAIN) || result == AVERROR_EOF) {
                 return;
             }
-            Check(answer, "cannot encode a frame");
+            Check(result, "cannot encode a frame");
             av_packet_rescale_ts(packet, encoder->time_base, stream->time_base);
             packet->stream_index = stream->index;
             packet->duration = av_rescale_q(1, encoder->time_base, stream->time_base);
@@ -137,33 +137,33 @@ VideoWriter::VideoWriter(const std::filesystem::path& file, int width, int heigh
         }
     }
     if (state_->encoder == nullptr) {
-        throw std::runtime_error("there is no H.264 encoder that works: libavcodec has none, or none for this size");
+        throw std::runtime_error("libavcodec has no H.264 encoder for this size");
     }
-    state_->stream = Made(avformat_new_stream(state_->format, nullptr), "the video");
+    state_->stream = NotNull(avformat_new_stream(state_->format, nullptr), "the video");
     state_->stream->time_base = state_->encoder->time_base;
     state_->stream->avg_frame_rate = state_->encoder->framerate;
     Check(avcodec_parameters_from_context(state_->stream->codecpar, state_->encoder), "cannot describe the video");
 
-    state_->packet = Made(av_packet_alloc(), "a packet");
-    state_->frame = Made(av_frame_alloc(), "a frame");
+    state_->packet = NotNull(av_packet_alloc(), "a packet");
+    state_->frame = NotNull(av_frame_alloc(), "a frame");
     state_->frame->format = AV_PIX_FMT_YUV420P;
     state_->frame->width = width;
     state_->frame->height = height;
-    Check(av_frame_get_buffer(state_->frame, 0), "no memory for a frame");
-    state_->converter = Made(sws_getContext(width, height, AV_PIX_FMT_BGR0, width, height, AV_PIX_FMT_YUV420P,
-                                            SWS_BILINEAR | SWS_ACCURATE_RND, nullptr, nullptr, nullptr),
-                             "the colour conversion");
+    Check(av_frame_get_buffer(state_->frame, 0), "cannot allocate a frame");
+    state_->converter = NotNull(sws_getContext(width, height, AV_PIX_FMT_BGR0, width, height, AV_PIX_FMT_YUV420P,
+                                               SWS_BILINEAR | SWS_ACCURATE_RND, nullptr, nullptr, nullptr),
+                                "the colour conversion");
     const int* const matrix = sws_getCoefficients(SWS_CS_ITU709);
     sws_setColorspaceDetails(state_->converter, matrix, 1, matrix, 0, 0, 1 << 16, 1 << 16);
 
-    Check(avio_open(&state_->format->pb, name.c_str(), AVIO_FLAG_WRITE), "cannot write " + name);
-    Check(avformat_write_header(state_->format, nullptr), "cannot write " + name);
+    Check(avio_open(&state_->format->pb, name.c_str(), AVIO_FLAG_WRITE), "cannot write \"" + name + "\"");
+    Check(avformat_write_header(state_->format, nullptr), "cannot write \"" + name + "\"");
 }
 
 VideoWriter::~VideoWriter() = default;
 
 void VideoWriter::Write(const std::uint8_t* pixels, int stride) {
-    Check(av_frame_make_writable(state_->frame), "no memory for a frame");
+    Check(av_frame_make_writable(state_->frame), "cannot allocate a frame");
     const std::uint8_t* const planes[] = {pixels, nullptr, nullptr, nullptr};
     const int strides[] = {stride, 0, 0, 0};
     sws_scale(state_->converter, planes, strides, 0, state_->frame->height, state_->frame->data,

@@ -44,7 +44,7 @@ class LoadedEngine final : public PlateEngine {
         setPlateRange_ = Find<decltype(SetPlateRange)>(path, setPlateRangeName);
     }
 
-    bool TakeRange(const WidthRange& range) override { return setPlateRange_(range.minimum, range.maximum); }
+    bool SetWidthRange(const WidthRange& range) override { return setPlateRange_(range.minimum, range.maximum); }
 
     Recognition Recognise(Picture& picture, const std::optional<Region>& region) override {
         IMG image{static_cast<std::uint32_t>(picture.width), static_cast<std::uint32_t>(picture.height), 3,
@@ -56,7 +56,7 @@ class LoadedEngine final : public PlateEngine {
         const int count = recognize_(nullptr, &image, region ? &rectangle : nullptr, plates.data(), 0);
         const std::chrono::duration<double, std::milli> spent = std::chrono::steady_clock::now() - start;
         if (count < 0 || count > engineRecordCount) {
-            throw Failure("the engine answers " + std::to_string(count) + " plates; there is room for " +
+            throw Failure("the engine returned " + std::to_string(count) + " plates; the limit is " +
                           std::to_string(engineRecordCount));
         }
         Recognition recognition;
@@ -71,7 +71,7 @@ class LoadedEngine final : public PlateEngine {
     template <class Function>
     Function* Find(const std::filesystem::path& path, const char* name) const {
         if (!library_.has(name)) {
-            throw Failure("\"" + path.string() + "\" is no engine: it does not export " + name);
+            throw Failure("\"" + path.string() + "\" is not an engine: it does not export " + name);
         }
         return &library_.get<Function>(name);
     }
@@ -86,7 +86,7 @@ class LoadedEngine final : public PlateEngine {
 std::unique_ptr<PlateEngine> LoadEngine(const std::filesystem::path& library) {
     std::error_code error;
     if (!std::filesystem::is_regular_file(library, error)) {
-        throw Failure("there is no engine at \"" + library.string() + "\"");
+        throw Failure("cannot load the engine \"" + library.string() + "\": no such file");
     }
     // The loader would search its own folders for a path without a folder.
     return std::make_unique<LoadedEngine>(std::filesystem::absolute(library));

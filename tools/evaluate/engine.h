@@ -39,7 +39,7 @@ class PlateEngine {
   public:
     virtual ~PlateEngine() = default;
     /// Returns false when the engine cannot set the range because its server does not run.
-    virtual bool TakeRange(const WidthRange& range) = 0;
+    virtual bool SetWidthRange(const WidthRange& range) = 0;
     /// Reads the plates in the whole picture, or in a region of it. Throws Failure when the engine returns an invalid
     /// number of plates.
     virtual Recognition Recognise(Picture& picture, const std::optional<Region>& region) = 0;

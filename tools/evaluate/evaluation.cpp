@@ -13,23 +13,23 @@ namespace plate_evaluation {
 namespace {
 
 // The width of most cameras' frames. Any range will do to find out whether the engine's server responds.
-constexpr WidthRange firstRange{0, 1920};
-constexpr std::chrono::milliseconds pause{20};
+constexpr WidthRange probeRange{0, 1920};
+constexpr std::chrono::milliseconds pollInterval{20};
 
-void TakeRange(PlateEngine& engine, const WidthRange& range, std::chrono::milliseconds patience,
-               const Checkpoint& checkpoint) {
-    const auto end = std::chrono::steady_clock::now() + patience;
-    while (!engine.TakeRange(range)) {
+void SetWidthRange(PlateEngine& engine, const WidthRange& range, std::chrono::milliseconds timeout,
+                   const Checkpoint& checkpoint) {
+    const auto end = std::chrono::steady_clock::now() + timeout;
+    while (!engine.SetWidthRange(range)) {
         checkpoint();
         if (std::chrono::steady_clock::now() >= end) {
-            throw Failure("the engine takes no range of plate widths: its server does not answer, after " +
-                          std::to_string(patience.count()) + " ms");
+            throw Failure("the engine refused a range of plate widths because its server did not respond within " +
+                          std::to_string(timeout.count()) + " ms");
         }
-        std::this_thread::sleep_for(pause);
+        std::this_thread::sleep_for(pollInterval);
     }
 }
 
-int Share(int whole, int percent) {
+int PercentOf(int whole, int percent) {
     return static_cast<int>(std::int64_t{whole} * percent / 100);
 }
 
@@ -39,32 +39,32 @@ class RangeGate {
   public:
     void Enter(const WidthRange& range) {
         std::unique_lock lock(mutex_);
-        hasLeft_.wait(lock, [&] { return inside_ == 0 || current_ == range; });
+        left_.wait(lock, [&] { return callers_ == 0 || current_ == range; });
         current_ = range;
-        ++inside_;
+        ++callers_;
     }
 
     void Leave() {
         {
             const std::lock_guard lock(mutex_);
-            --inside_;
+            --callers_;
         }
-        hasLeft_.notify_all();
+        left_.notify_all();
     }
 
   private:
     std::mutex mutex_;
-    std::condition_variable hasLeft_;
+    std::condition_variable left_;
     WidthRange current_;  // guarded by mutex
-    int inside_ = 0;      // guarded by mutex
+    int callers_ = 0;     // guarded by mutex
 };
 
-class Inside {
+class RangeLock {
   public:
-    Inside(RangeGate& gate, const WidthRange& range) : gate_(gate) { gate_.Enter(range); }
-    Inside(const Inside&) = delete;
-    Inside& operator=(const Inside&) = delete;
-    ~Inside() { gate_.Leave(); }
+    RangeLock(RangeGate& gate, const WidthRange& range) : gate_(gate) { gate_.Enter(range); }
+    RangeLock(const RangeLock&) = delete;
+    RangeLock& operator=(const RangeLock&) = delete;
+    ~RangeLock() { gate_.Leave(); }
 
   private:
     RangeGate& gate_;
@@ -129,16 +129,17 @@ class Run {
     }
 
     Recognition Recognise(const TruePicture& truth, Picture& picture) {
-        const WidthRange range{Share(picture.width, settings_.widths.minimum),
-                               Share(picture.width, settings_.widths.maximum)};
+        const WidthRange range{PercentOf(picture.width, settings_.widths.minimum),
+                               PercentOf(picture.width, settings_.widths.maximum)};
         std::optional<Region> region;
         if (settings_.region) {
-            region = {Share(picture.width, settings_.region->left), Share(picture.height, settings_.region->top),
-                      Share(picture.width, settings_.region->right), Share(picture.height, settings_.region->bottom)};
+            region = {
+                PercentOf(picture.width, settings_.region->left), PercentOf(picture.height, settings_.region->top),
+                PercentOf(picture.width, settings_.region->right), PercentOf(picture.height, settings_.region->bottom)};
         }
-        const Inside inside(gate_, range);
+        const RangeLock lock(gate_, range);
         try {
-            TakeRange(engine_, range, settings_.patience, checkpoint_);
+            SetWidthRange(engine_, range, settings_.timeout, checkpoint_);
             Recognition recognition = engine_.Recognise(picture, region);
             // If its server ended meanwhile, the engine has found nothing, which must not count as its result.
             checkpoint_();
@@ -162,8 +163,8 @@ class Run {
 
 }  // namespace
 
-void WaitForEngine(PlateEngine& engine, std::chrono::milliseconds patience, const Checkpoint& checkpoint) {
-    TakeRange(engine, firstRange, patience, checkpoint);
+void WaitForEngine(PlateEngine& engine, std::chrono::milliseconds timeout, const Checkpoint& checkpoint) {
+    SetWidthRange(engine, probeRange, timeout, checkpoint);
 }
 
 std::vector<PictureResult> Evaluate(const std::filesystem::path& folder, const std::vector<TruePicture>& pictures,

@@ -32,7 +32,7 @@ struct EvaluationSettings {
     WidthShare widths;
     std::optional<RegionShare> region;
     int threads = 1;
-    std::chrono::milliseconds patience{30000};  ///< how long the engine may refuse a range of widths
+    std::chrono::milliseconds timeout{30000};  ///< how long the engine may refuse a range of widths
 };
 
 /// The result of one picture.
@@ -49,7 +49,7 @@ struct PictureResult {
 using Checkpoint = std::function<void()>;
 
 /// Waits until the engine accepts a range, which it does once its server responds. Throws Failure.
-void WaitForEngine(PlateEngine& engine, std::chrono::milliseconds patience, const Checkpoint& checkpoint);
+void WaitForEngine(PlateEngine& engine, std::chrono::milliseconds timeout, const Checkpoint& checkpoint);
 
 /// Passes every picture to the engine and scores its reports; the results are in the order of the pictures. An engine
 /// may have one range for all its callers, so only pictures with the same range are passed to it at the same time.

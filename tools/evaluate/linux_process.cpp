@@ -35,13 +35,13 @@ std::string SystemText(int error) {
 }
 
 /// Turns the child process into the server. Runs between fork and exec, so it takes no lock and allocates no memory.
-[[noreturn]] void BecomeServer(char* const* words, int errorPipe, pid_t parent) {
+[[noreturn]] void ExecServer(char* const* words, int errorPipe, pid_t parent) {
     ::prctl(PR_SET_PDEATHSIG, SIGKILL);
     if (::getppid() != parent) {
         ::_exit(127);
     }
-    const int nothing = ::open("/dev/null", O_RDONLY);
-    ::dup2(nothing, 0);
+    const int nullInput = ::open("/dev/null", O_RDONLY);
+    ::dup2(nullInput, 0);
     ::dup2(2, 1);
     ::execv(words[0], words);
     const int error = errno;
@@ -49,14 +49,14 @@ std::string SystemText(int error) {
     ::_exit(127);
 }
 
-std::string HowEnded(int status) {
-    return WIFSIGNALED(status) ? "was ended by signal " + std::to_string(WTERMSIG(status))
-                               : "ended with status " + std::to_string(WEXITSTATUS(status));
+std::string DescribeExit(int status) {
+    return WIFSIGNALED(status) ? "was terminated by signal " + std::to_string(WTERMSIG(status))
+                               : "exited with status " + std::to_string(WEXITSTATUS(status));
 }
 
 }  // namespace
 
-void NoteInterruptions() {
+void RecordInterruptions() {
     struct sigaction action {};
     action.sa_handler = OnInterruption;
     action.sa_flags = SA_RESTART;
@@ -87,8 +87,8 @@ struct ServerProcess::System {
 };
 
 ServerProcess::ServerProcess(const std::filesystem::path& program, const std::vector<std::string>& arguments,
-                             std::chrono::milliseconds patience)
-    : patience_(patience), system_(std::make_unique<System>()) {
+                             std::chrono::milliseconds stopTimeout)
+    : stopTimeout_(stopTimeout), system_(std::make_unique<System>()) {
     system_->name = std::filesystem::absolute(program).string();
     std::vector<std::string> words{system_->name};
     words.insert(words.end(), arguments.begin(), arguments.end());
@@ -104,7 +104,7 @@ ServerProcess::ServerProcess(const std::filesystem::path& program, const std::ve
     system_->child = isPiped ? ::fork() : -1;
     int error = errno;
     if (system_->child == 0) {
-        BecomeServer(pointers.data(), errorPipe[1], parent);
+        ExecServer(pointers.data(), errorPipe[1], parent);
     }
     if (isPiped) {
         ::close(errorPipe[1]);
@@ -129,7 +129,7 @@ ServerProcess::~ServerProcess() {
         return;
     }
     platform::SendSignal(system_->child, SIGTERM);
-    const auto end = std::chrono::steady_clock::now() + patience_;
+    const auto end = std::chrono::steady_clock::now() + stopTimeout_;
     while (!system_->HasEnded()) {
         if (std::chrono::steady_clock::now() >= end) {
             platform::SendSignal(system_->child, SIGKILL);
@@ -142,7 +142,7 @@ ServerProcess::~ServerProcess() {
 
 void ServerProcess::RequireRunning() {
     if (system_->HasEnded()) {
-        throw Failure("the server \"" + system_->name + "\" " + HowEnded(*system_->status));
+        throw Failure("the server \"" + system_->name + "\" " + DescribeExit(*system_->status));
     }
 }
 

@@ -22,9 +22,9 @@ namespace plate_evaluation {
 namespace {
 
 /// An output file, opened before the evaluation so that a wrong path fails early. Does nothing without a path.
-class OutcomeFile {
+class ResultFile {
   public:
-    explicit OutcomeFile(const std::filesystem::path& path) : path_(path) {
+    explicit ResultFile(const std::filesystem::path& path) : path_(path) {
         errno = 0;
         if (!path_.empty()) {
             stream_.open(path_, std::ios::binary);
@@ -66,14 +66,14 @@ std::vector<PictureResult> RunWithServer(const Options& options, const std::vect
             server->RequireRunning();
         }
     };
-    WaitForEngine(*engine, options.settings.patience, checkpoint);
+    WaitForEngine(*engine, options.settings.timeout, checkpoint);
     return Evaluate(options.folder, pictures, *engine, options.settings, checkpoint);
 }
 
 int Run(const Options& options) {
     const std::vector<TruePicture> pictures = ReadTruthOf(options.folder);
-    OutcomeFile details(options.details);
-    OutcomeFile json(options.json);
+    ResultFile details(options.details);
+    ResultFile json(options.json);
     const std::vector<PictureResult> results = RunWithServer(options, pictures);
 
     for (std::size_t index = 0; index < pictures.size(); ++index) {
@@ -87,7 +87,7 @@ int Run(const Options& options) {
     json.Write(ToJson(summary));
     std::cout << ToTable(summary) << std::flush;
     if (!std::cout) {
-        throw Failure("cannot write the figures to standard output");
+        throw Failure("cannot write the results to standard output");
     }
     return summary.total.unreadablePictures == 0 ? 0 : exitUnreadablePictures;
 }
@@ -98,11 +98,11 @@ int Run(const Options& options) {
 int main(int argumentCount, char** arguments) {
     using namespace plate_evaluation;
     try {
-        NoteInterruptions();
+        RecordInterruptions();
         const Options options = ParseOptions(argumentCount, arguments);
-        return options.isAnswered ? 0 : Run(options);
+        return options.isHelpPrinted ? 0 : Run(options);
     } catch (const std::bad_alloc&) {
-        std::cerr << "evaluate: there is not enough memory\n";
+        std::cerr << "evaluate: out of memory\n";
     } catch (const std::exception& failure) {
         std::cerr << "evaluate: " << OneCell(failure.what()) << "\n";
     }

@@ -10,7 +10,7 @@
 namespace plate_evaluation {
 
 struct Options {
-    bool isAnswered = false;  ///< the help has been printed, and the program ends
+    bool isHelpPrinted = false;  ///< the help has been printed, and the program ends
     std::filesystem::path folder;
     std::filesystem::path engine;
     std::filesystem::path server;  ///< empty to start none

@@ -23,28 +23,28 @@ extern "C" {
 namespace plate_evaluation {
 namespace {
 
-template <class Object, void (*End)(Object**)>
-struct EndThroughPointer {
-    void operator()(Object* object) const { End(&object); }
+template <class Object, void (*Free)(Object**)>
+struct FreeThroughPointer {
+    void operator()(Object* object) const { Free(&object); }
 };
 
-struct EndScaler {
+struct ScalerDeleter {
     void operator()(SwsContext* scaler) const { sws_freeContext(scaler); }
 };
 
-struct EndStream {
+struct StreamDeleter {
     void operator()(AVIOContext* stream) const {
         av_freep(&stream->buffer);
         avio_context_free(&stream);
     }
 };
 
-using Format = std::unique_ptr<AVFormatContext, EndThroughPointer<AVFormatContext, avformat_close_input>>;
-using Codec = std::unique_ptr<AVCodecContext, EndThroughPointer<AVCodecContext, avcodec_free_context>>;
-using Packet = std::unique_ptr<AVPacket, EndThroughPointer<AVPacket, av_packet_free>>;
-using Frame = std::unique_ptr<AVFrame, EndThroughPointer<AVFrame, av_frame_free>>;
-using Stream = std::unique_ptr<AVIOContext, EndStream>;
-using Scaler = std::unique_ptr<SwsContext, EndScaler>;
+using Format = std::unique_ptr<AVFormatContext, FreeThroughPointer<AVFormatContext, avformat_close_input>>;
+using Codec = std::unique_ptr<AVCodecContext, FreeThroughPointer<AVCodecContext, avcodec_free_context>>;
+using Packet = std::unique_ptr<AVPacket, FreeThroughPointer<AVPacket, av_packet_free>>;
+using Frame = std::unique_ptr<AVFrame, FreeThroughPointer<AVFrame, av_frame_free>>;
+using Stream = std::unique_ptr<AVIOContext, StreamDeleter>;
+using Scaler = std::unique_ptr<SwsContext, ScalerDeleter>;
 
 void Require(int result) {
     if (result < 0) {
@@ -55,7 +55,7 @@ void Require(int result) {
 }
 
 template <class Pointer>
-Pointer Made(Pointer pointer) {
+Pointer NotNull(Pointer pointer) {
     if (pointer == nullptr) {
         throw std::bad_alloc();
     }
@@ -112,9 +112,9 @@ Bytes ReadFile(const std::filesystem::path& file) {
 /// Decodes the first picture of the bytes.
 Frame Decode(Bytes& bytes) {
     constexpr int bufferSize = 65536;
-    auto* const buffer = static_cast<unsigned char*>(Made(av_malloc(bufferSize)));
-    const Stream stream(Made(avio_alloc_context(buffer, bufferSize, 0, &bytes, ReadBytes, nullptr, SeekBytes)));
-    AVFormatContext* opened = Made(avformat_alloc_context());
+    auto* const buffer = static_cast<unsigned char*>(NotNull(av_malloc(bufferSize)));
+    const Stream stream(NotNull(avio_alloc_context(buffer, bufferSize, 0, &bytes, ReadBytes, nullptr, SeekBytes)));
+    AVFormatContext* opened = NotNull(avformat_alloc_context());
     opened->pb = stream.get();
     Require(avformat_open_input(&opened, nullptr, nullptr, nullptr));  // frees `opened` on failure
     const Format format(opened);
@@ -123,13 +123,13 @@ Frame Decode(Bytes& bytes) {
     const int index = av_find_best_stream(format.get(), AVMEDIA_TYPE_VIDEO, -1, -1, &decoder, 0);
     Require(index);
 
-    const Codec codec(Made(avcodec_alloc_context3(decoder)));
+    const Codec codec(NotNull(avcodec_alloc_context3(decoder)));
     Require(avcodec_parameters_to_context(codec.get(), format->streams[index]->codecpar));
     codec->thread_count = 1;
     codec->err_recognition |= AV_EF_EXPLODE | AV_EF_CRCCHECK;
     Require(avcodec_open2(codec.get(), decoder, nullptr));
-    const Packet packet(Made(av_packet_alloc()));
-    Frame frame(Made(av_frame_alloc()));
+    const Packet packet(NotNull(av_packet_alloc()));
+    Frame frame(NotNull(av_frame_alloc()));
     int received = AVERROR(EAGAIN);
     while (received == AVERROR(EAGAIN)) {
         const int read = av_read_frame(format.get(), packet.get());
@@ -143,7 +143,7 @@ Frame Decode(Bytes& bytes) {
         av_packet_unref(packet.get());
     }
     if (received == AVERROR_EOF) {
-        throw Failure("there is no picture in it");
+        throw Failure("it contains no picture");
     }
     Require(received);
     if (frame->decode_error_flags != 0 || (frame->flags & AV_FRAME_FLAG_CORRUPT) != 0) {
@@ -171,7 +171,7 @@ bool HasFullRange(const AVFrame& frame) {
 /// A converter that interpolates the colour of every pixel, with colour samples centred between their pixels, and
 /// without the approximations that are meant for video.
 Scaler MakeConverter(const AVFrame& frame) {
-    Scaler scaler(Made(sws_alloc_context()));
+    Scaler scaler(NotNull(sws_alloc_context()));
     const auto set = [&scaler](const char* name, std::int64_t value) {
         Require(av_opt_set_int(scaler.get(), name, value, 0));
     };
@@ -204,7 +204,7 @@ Picture ReadPicture(const std::filesystem::path& file) {
     const Frame frame = Decode(bytes);
     const Scaler scaler = MakeConverter(*frame);
     // The converter may write past the end of a row.
-    const Frame converted(Made(av_frame_alloc()));
+    const Frame converted(NotNull(av_frame_alloc()));
     converted->format = AV_PIX_FMT_BGR24;
     converted->width = frame->width;
     converted->height = frame->height;

@@ -11,7 +11,7 @@ namespace plate_evaluation {
 
 /// Must be called once, before all else, on the main thread. After it, requests to stop are recorded, and a second one
 /// ends the process at once.
-void NoteInterruptions();
+void RecordInterruptions();
 
 /// The signal that requested the run to stop; 0 for none. Any thread.
 int Interruption();
@@ -22,7 +22,7 @@ class ServerProcess {
   public:
     /// Starts the program. The server ends when the calling thread does. Throws Failure.
     ServerProcess(const std::filesystem::path& program, const std::vector<std::string>& arguments,
-                  std::chrono::milliseconds newPatience = std::chrono::seconds(2));
+                  std::chrono::milliseconds stopTimeout = std::chrono::seconds(2));
     ServerProcess(const ServerProcess&) = delete;
     ServerProcess& operator=(const ServerProcess&) = delete;
     /// Requests the server to end, kills it after the timeout, and waits for its end.
@@ -34,7 +34,7 @@ class ServerProcess {
   private:
     struct System;
 
-    const std::chrono::milliseconds patience_;
+    const std::chrono::milliseconds stopTimeout_;
     std::unique_ptr<System> system_;
 };
 

@@ -36,8 +36,8 @@ bool IsLocalised(const Report& report, const Rectangle& place) {
         fourX += corner.x;
         fourY += corner.y;
     }
-    const auto isBetween = [](std::int64_t value, std::int64_t least, std::int64_t most) {
-        return least <= value && value <= most;
+    const auto isBetween = [](std::int64_t value, std::int64_t min, std::int64_t max) {
+        return min <= value && value <= max;
     };
     const std::int64_t left = place.x;
     const std::int64_t top = place.y;

@@ -75,7 +75,7 @@ int ReadNumber(const LineReader& lines, const std::string& cell, Column column) 
     const char* const end = cell.data() + cell.size();
     const auto [stop, error] = std::from_chars(cell.data(), end, number);
     if (error != std::errc() || stop != end) {
-        lines.Fail(std::string(columnNames[column]) + " is \"" + OneCell(cell) + "\", and no whole number");
+        lines.Fail(std::string(columnNames[column]) + " is \"" + OneCell(cell) + "\" and not a whole number");
     }
     return number;
 }
@@ -83,7 +83,7 @@ int ReadNumber(const LineReader& lines, const std::string& cell, Column column) 
 int ReadSize(const LineReader& lines, const std::string& cell, Column column) {
     const int size = ReadNumber(lines, cell, column);
     if (size <= 0) {
-        lines.Fail(std::string(columnNames[column]) + " is " + std::to_string(size) + "; a plate is larger");
+        lines.Fail(std::string(columnNames[column]) + " is " + std::to_string(size) + " and must be positive");
     }
     return size;
 }
@@ -107,7 +107,7 @@ std::vector<TruePicture> ReadTruth(std::istream& stream) {
         }
         const std::vector<std::string> cells = Cells(line);
         if (cells.size() != header.size()) {
-            lines.Fail("there are " + std::to_string(cells.size()) + " columns and not " +
+            lines.Fail("there are " + std::to_string(cells.size()) + " columns instead of " +
                        std::to_string(header.size()));
         }
         const auto cell = [&](Column column) -> const std::string& { return cells[columns[column]]; };
@@ -115,7 +115,7 @@ std::vector<TruePicture> ReadTruth(std::istream& stream) {
         const auto size = [&](Column column) { return ReadSize(lines, cell(column), column); };
         TruePlate plate{{number(X), number(Y), size(Width), size(Height)}, FromUtf8(cell(Plate))};
         if (cell(File).empty() || plate.text.empty()) {
-            lines.Fail(cell(File).empty() ? "no file is named" : "the plate has no text");
+            lines.Fail(cell(File).empty() ? "the file name is empty" : "the plate has no text");
         }
         const auto [place, isNew] = indices.try_emplace(cell(File), pictures.size());
         if (isNew) {
@@ -124,10 +124,10 @@ std::vector<TruePicture> ReadTruth(std::istream& stream) {
         pictures[place->second].plates.push_back(std::move(plate));
     }
     if (stream.bad()) {
-        throw Failure("it could not be read to its end");
+        throw Failure("cannot read it to its end");
     }
     if (pictures.empty()) {
-        throw Failure("it names no picture");
+        throw Failure("it contains no picture");
     }
     return pictures;
 }
@@ -135,12 +135,12 @@ std::vector<TruePicture> ReadTruth(std::istream& stream) {
 std::vector<TruePicture> ReadTruthOf(const std::filesystem::path& folder) {
     std::error_code error;
     if (!std::filesystem::is_directory(folder, error)) {
-        throw Failure("there is no folder \"" + folder.string() + "\"");
+        throw Failure("cannot open \"" + folder.string() + "\": no such folder");
     }
     const std::filesystem::path file = folder / truthFileName;
     std::ifstream stream(file, std::ios::binary);
     if (!stream) {
-        throw Failure("cannot open \"" + file.string() + "\", which tells what is in the pictures");
+        throw Failure("cannot open \"" + file.string() + "\", which must list the plates in the pictures");
     }
     try {
         return ReadTruth(stream);

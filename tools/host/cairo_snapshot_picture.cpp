@@ -11,23 +11,23 @@
 namespace plate_host {
 namespace {
 
-struct EndSurface {
+struct SurfaceDeleter {
     void operator()(cairo_surface_t* surface) const { cairo_surface_destroy(surface); }
 };
 
-struct EndContext {
+struct ContextDeleter {
     void operator()(cairo_t* context) const { cairo_destroy(context); }
 };
 
-using Surface = std::unique_ptr<cairo_surface_t, EndSurface>;
-using Context = std::unique_ptr<cairo_t, EndContext>;
+using Surface = std::unique_ptr<cairo_surface_t, SurfaceDeleter>;
+using Context = std::unique_ptr<cairo_t, ContextDeleter>;
 
 constexpr int linesPerUnit = 540;  // picture rows for each pixel of line thickness
 constexpr double fullTurn = 6.283185307179586;
 
 void Require(cairo_status_t status) {
     if (status != CAIRO_STATUS_SUCCESS) {
-        throw Failure(std::string("a snapshot cannot be drawn: ") + cairo_status_to_string(status));
+        throw Failure(std::string("cannot draw a snapshot: ") + cairo_status_to_string(status));
     }
 }
 
@@ -69,8 +69,8 @@ Surface ToSurface(const Picture& picture) {
 
 /// Limits a coordinate to the range that the drawing library can compute with.
 double Bounded(std::int32_t coordinate) {
-    constexpr std::int32_t farthest = 100000;
-    return std::clamp(coordinate, -farthest, farthest);
+    constexpr std::int32_t limit = 100000;
+    return std::clamp(coordinate, -limit, limit);
 }
 
 class Pen {
@@ -88,12 +88,12 @@ class Pen {
     void Draw(const SnapshotTarget& target) {
         cairo_save(context_.get());
         if (target.plate) {
-            KeepOutOf(*target.plate);
+            ClipOut(*target.plate);
         }
         DrawTrack(target.track);
         cairo_restore(context_.get());
         if (target.plate) {
-            DrawFrame(*target.plate);
+            DrawBorder(*target.plate);
         }
         if (!target.label.empty()) {
             DrawLabel(target.label, target.plate);
@@ -102,7 +102,7 @@ class Pen {
     }
 
   private:
-    void KeepOutOf(const SnapshotBox& plate) {
+    void ClipOut(const SnapshotBox& plate) {
         cairo_new_path(context_.get());
         cairo_rectangle(context_.get(), 0, 0, width_, height_);
         cairo_rectangle(context_.get(), Bounded(plate.left), Bounded(plate.top),
@@ -127,8 +127,8 @@ class Pen {
         }
     }
 
-    void DrawFrame(const SnapshotBox& plate) {
-        const double thickness = FrameThickness();
+    void DrawBorder(const SnapshotBox& plate) {
+        const double thickness = BorderThickness();
         const double left = Bounded(plate.left) - thickness / 2;
         const double top = Bounded(plate.top) - thickness / 2;
         cairo_new_path(context_.get());
@@ -152,8 +152,8 @@ class Pen {
         double left = 0;
         double top = 0;
         if (plate) {
-            const double distance = FrameThickness() + unit_;
-            left = Bounded(plate->left) - FrameThickness();
+            const double distance = BorderThickness() + unit_;
+            left = Bounded(plate->left) - BorderThickness();
             top = Bounded(plate->top) - distance - boxHeight;
             if (top < 0) {
                 top = Bounded(plate->bottom) + distance;
@@ -170,7 +170,7 @@ class Pen {
         cairo_show_text(context_.get(), label.c_str());
     }
 
-    double FrameThickness() const { return 2 * unit_; }
+    double BorderThickness() const { return 2 * unit_; }
 
     const Context context_;
     const double width_;

@@ -5,13 +5,13 @@
 
 namespace plate_host {
 
-Channel::Channel(int number, Plugin& plugin, HostObject& host, EventSink& sink, Console& console, BufferLedger& ledger,
-                 FrameShelf* shelf, const PlayOptions& options)
+Channel::Channel(int number, Plugin& plugin, HostObject& host, EventSink& sink, Console& console, BufferCounts& buffers,
+                 HeldFrames* heldFrames, const PlayOptions& options)
     : peer_(number, host, sink, console),
       detector_(plugin.CreateDetector(peer_)),
       number_(number),
-      ledger_(ledger),
-      shelf_(shelf),
+      buffers_(buffers),
+      heldFrames_(heldFrames),
       singleArea_(options.singleArea) {
     ApplySettings(*detector_.settings, *detector_.errors, options.settings);
 }
@@ -44,7 +44,7 @@ void Channel::Run() {
 void Channel::Handle(Picture picture) {
     std::string failure;
     try {
-        const int32_t code = HandOver(*FrameBuffer::HandOut(std::move(picture), ledger_, shelf_, number_));
+        const int32_t code = PassToDetector(*FrameBuffer::Create(std::move(picture), buffers_, heldFrames_, number_));
         if (code != OKM8::ErrorCode::None) {
             const char* const text = detector_.errors->GetErrorMessage();
             failure = "code " + std::to_string(code) + ", \"" + OneLine(text == nullptr ? "" : text) + "\"";
@@ -59,7 +59,7 @@ void Channel::Handle(Picture picture) {
     ++frameCount_;
 }
 
-int32_t Channel::HandOver(FrameBuffer& buffer) {
+int32_t Channel::PassToDetector(FrameBuffer& buffer) {
     if (!singleArea_) {
         return detector_.receiver->Receive(&buffer);
     }

@@ -28,10 +28,10 @@ struct ChannelOutcome {
 /// Used on the owner's thread, unless an operation says otherwise.
 class Channel {
   public:
-    /// Creates the detector and applies its settings. Throws Failure. The arguments must outlive the channel; the
-    /// shelf may be null.
-    Channel(int number, Plugin& plugin, HostObject& host, EventSink& sink, Console& console, BufferLedger& ledger,
-            FrameShelf* shelf, const PlayOptions& options);
+    /// Creates the detector and applies its settings. Throws Failure. The arguments must outlive the channel;
+    /// `heldFrames` may be null.
+    Channel(int number, Plugin& plugin, HostObject& host, EventSink& sink, Console& console, BufferCounts& buffers,
+            HeldFrames* heldFrames, const PlayOptions& options);
     Channel(const Channel&) = delete;
     Channel& operator=(const Channel&) = delete;
     /// Drops the queued frames, ends the thread and destroys the detector.
@@ -58,13 +58,13 @@ class Channel {
   private:
     void Run();
     void Handle(Picture picture);
-    int32_t HandOver(FrameBuffer& buffer);
+    int32_t PassToDetector(FrameBuffer& buffer);
 
     DetectorPeer peer_;
     Detector detector_;
     const int number_;
-    BufferLedger& ledger_;
-    FrameShelf* const shelf_;
+    BufferCounts& buffers_;
+    HeldFrames* const heldFrames_;
     const std::optional<OKM8::FrameArea> singleArea_;
     FrameDoneCounter frameDone_;
     PictureQueue queue_;

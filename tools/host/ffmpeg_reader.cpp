@@ -24,20 +24,20 @@ namespace {
 
 constexpr AVRational milliseconds{1, 1000};
 
-template <class Object, void (*End)(Object**)>
-struct EndThroughPointer {
-    void operator()(Object* object) const { End(&object); }
+template <class Object, void (*Free)(Object**)>
+struct FreeThroughPointer {
+    void operator()(Object* object) const { Free(&object); }
 };
 
-struct EndScaler {
+struct ScalerDeleter {
     void operator()(SwsContext* scaler) const { sws_freeContext(scaler); }
 };
 
-using Format = std::unique_ptr<AVFormatContext, EndThroughPointer<AVFormatContext, avformat_close_input>>;
-using Codec = std::unique_ptr<AVCodecContext, EndThroughPointer<AVCodecContext, avcodec_free_context>>;
-using Packet = std::unique_ptr<AVPacket, EndThroughPointer<AVPacket, av_packet_free>>;
-using Frame = std::unique_ptr<AVFrame, EndThroughPointer<AVFrame, av_frame_free>>;
-using Scaler = std::unique_ptr<SwsContext, EndScaler>;
+using Format = std::unique_ptr<AVFormatContext, FreeThroughPointer<AVFormatContext, avformat_close_input>>;
+using Codec = std::unique_ptr<AVCodecContext, FreeThroughPointer<AVCodecContext, avcodec_free_context>>;
+using Packet = std::unique_ptr<AVPacket, FreeThroughPointer<AVPacket, av_packet_free>>;
+using Frame = std::unique_ptr<AVFrame, FreeThroughPointer<AVFrame, av_frame_free>>;
+using Scaler = std::unique_ptr<SwsContext, ScalerDeleter>;
 
 std::string ErrorText(int error) {
     std::array<char, AV_ERROR_MAX_STRING_SIZE> text{};
@@ -47,10 +47,10 @@ std::string ErrorText(int error) {
 
 /// The first error message of a demuxer. Some demuxers treat a truncated file as complete and report it only in their
 /// messages.
-class ReaderMessages {
+class DemuxerMessages {
   public:
     static void Collect(void* source, int level, const char* format, va_list arguments) {
-        if (level > AV_LOG_ERROR || !IsContainerReader(source)) {
+        if (level > AV_LOG_ERROR || !IsDemuxer(source)) {
             return;
         }
         std::array<char, 512> text{};
@@ -72,7 +72,7 @@ class ReaderMessages {
     }
 
   private:
-    static bool IsContainerReader(void* source) {
+    static bool IsDemuxer(void* source) {
         if (source == nullptr) {
             return false;
         }
@@ -136,8 +136,8 @@ class FfmpegReader final : public VideoReader {
     std::uint64_t frameNumber_ = 0;
     std::int64_t packetCount_ = 0;
     std::int64_t lastPacketTime_ = AV_NOPTS_VALUE;  ///< decoding time, in the stream's time base
-    std::uint64_t refusedPackets_ = 0;
-    std::string breakOff_;
+    std::uint64_t damagedPackets_ = 0;
+    std::string readError_;
 };
 
 FfmpegReader::FfmpegReader(const std::string& address) : packet_(av_packet_alloc()), frame_(av_frame_alloc()) {
@@ -145,7 +145,7 @@ FfmpegReader::FfmpegReader(const std::string& address) : packet_(av_packet_alloc
         throw std::bad_alloc();
     }
     // The libraries' messages would appear between the program's own lines.
-    av_log_set_callback(ReaderMessages::Collect);
+    av_log_set_callback(DemuxerMessages::Collect);
     try {
         OpenInput(address);
         OpenDecoder();
@@ -178,10 +178,10 @@ void FfmpegReader::OpenDecoder() {
     const AVCodec* decoder = nullptr;
     const int index = av_find_best_stream(format_.get(), AVMEDIA_TYPE_VIDEO, -1, -1, &decoder, 0);
     if (index == AVERROR_DECODER_NOT_FOUND) {
-        throw Failure("there is no decoder for its pictures");
+        throw Failure("there is no decoder for its video stream");
     }
     if (index < 0) {
-        throw Failure("it has no pictures");
+        throw Failure("it has no video stream");
     }
     stream_ = format_->streams[index];
     for (unsigned other = 0; other < format_->nb_streams; ++other) {
@@ -203,7 +203,7 @@ void FfmpegReader::OpenDecoder() {
         throw Failure(ErrorText(error));
     }
     frameRate_ = av_guess_frame_rate(format_.get(), stream_, nullptr);
-    ReaderMessages::Clear();
+    DemuxerMessages::Clear();
     if (stream_->start_time != AV_NOPTS_VALUE) {
         start_ = stream_->start_time;
         hasStart_ = true;
@@ -231,7 +231,7 @@ bool FfmpegReader::TakeFrame(Picture& picture) {
             return false;
         }
         if (result < 0) {
-            ++refusedPackets_;
+            ++damagedPackets_;
             continue;
         }
         if (frame_->width >= 2 && frame_->height >= 2) {
@@ -251,9 +251,9 @@ bool FfmpegReader::FeedDecoder() {
     const int read = av_read_frame(format_.get(), packet_.get());
     if (read < 0) {
         if (read != AVERROR_EOF && Interruption() == 0) {
-            breakOff_ = ErrorText(read);
+            readError_ = ErrorText(read);
         } else if (format_->pb != nullptr && format_->pb->error < 0 && format_->pb->error != AVERROR_EOF) {
-            breakOff_ = ErrorText(format_->pb->error);
+            readError_ = ErrorText(format_->pb->error);
         }
         avcodec_send_packet(codec_.get(), nullptr);
         return false;
@@ -264,7 +264,7 @@ bool FfmpegReader::FeedDecoder() {
         const bool corrupt = (packet_->flags & AV_PKT_FLAG_CORRUPT) != 0;
         const int sent = avcodec_send_packet(codec_.get(), packet_.get());
         if (corrupt || sent < 0) {
-            ++refusedPackets_;
+            ++damagedPackets_;
         }
     }
     av_packet_unref(packet_.get());
@@ -305,7 +305,7 @@ Picture FfmpegReader::ScaledFrame() {
                                        frame_->height, target, SWS_BICUBIC, nullptr, nullptr, nullptr));
     const Frame scaled(av_frame_alloc());
     if (scaler_ == nullptr || scaled == nullptr) {
-        throw Failure("the video's pixel format cannot be converted");
+        throw Failure("cannot convert the video's pixel format");
     }
     scaled->format = target;
     scaled->width = frame_->width;
@@ -332,16 +332,16 @@ bool FfmpegReader::EndsBeforeItsIndex() const {
 }
 
 std::string FfmpegReader::Damage() const {
-    std::string damage = breakOff_;
+    std::string damage = readError_;
     if (damage.empty() && inputEnded_ && Interruption() == 0) {
-        damage = ReaderMessages::First();
+        damage = DemuxerMessages::First();
     }
     const auto add = [&damage](const std::string& text) { damage += (damage.empty() ? "" : "; ") + text; };
     if (inputEnded_ && Interruption() == 0 && EndsBeforeItsIndex()) {
-        add("it ends before its index does");
+        add("it ends before the last frame of its index");
     }
-    if (refusedPackets_ > 0) {
-        add("damaged packets: " + std::to_string(refusedPackets_));
+    if (damagedPackets_ > 0) {
+        add("damaged packets: " + std::to_string(damagedPackets_));
     }
     return damage;
 }
@@ -363,8 +363,8 @@ std::unique_ptr<VideoReader> OpenFfmpegVideo(const std::string& address) {
     return std::make_unique<FfmpegReader>(address);
 }
 
-const char* FfmpegVersion() {
-    return "Y4M, and all that FFmpeg opens (libavformat " AV_STRINGIFY(LIBAVFORMAT_VERSION) ")";
+const char* SupportedFormats() {
+    return "Y4M and every format of FFmpeg, libavformat " AV_STRINGIFY(LIBAVFORMAT_VERSION);
 }
 
 }  // namespace plate_host

@@ -12,6 +12,6 @@ namespace plate_host {
 std::unique_ptr<VideoReader> OpenFfmpegVideo(const std::string& address);
 
 /// Describes the formats that the program can open.
-const char* FfmpegVersion();
+const char* SupportedFormats();
 
 }  // namespace plate_host

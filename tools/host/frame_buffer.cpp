@@ -7,12 +7,12 @@
 
 namespace plate_host {
 
-FrameBuffer* FrameBuffer::HandOut(Picture picture, BufferLedger& ledger, FrameShelf* shelf, int channel) {
-    auto* const buffer = new FrameBuffer(std::move(picture), ledger, shelf, channel);
-    if (shelf != nullptr) {
-        shelf->Enter(channel, buffer->picture_);
+FrameBuffer* FrameBuffer::Create(Picture picture, BufferCounts& buffers, HeldFrames* heldFrames, int channel) {
+    auto* const buffer = new FrameBuffer(std::move(picture), buffers, heldFrames, channel);
+    if (heldFrames != nullptr) {
+        heldFrames->Add(channel, buffer->picture_);
     }
-    ++ledger.handedOut;
+    ++buffers.passed;
     return buffer;
 }
 
@@ -27,12 +27,12 @@ void* FrameBuffer::QueryContract(const char* contractName) const {
 }
 
 void FrameBuffer::Release() {
-    BufferLedger& countedIn = ledger_;
-    if (shelf_ != nullptr) {
-        shelf_->Leave(channel_, picture_);
+    BufferCounts& buffers = buffers_;
+    if (heldFrames_ != nullptr) {
+        heldFrames_->Remove(channel_, picture_);
     }
     delete this;
-    ++countedIn.givenBack;
+    ++buffers.released;
 }
 
 void* FrameDoneCounter::QueryContract(const char* contractName) {

@@ -5,15 +5,15 @@
 #include <cstdint>
 
 #include "sdk/buffer.h"
-#include "tools/host/frame_shelf.h"
+#include "tools/host/held_frames.h"
 #include "tools/host/video_reader.h"
 
 namespace plate_host {
 
 /// Counts the buffers passed to the library and those that it released. Any thread.
-struct BufferLedger {
-    std::atomic<std::uint64_t> handedOut{0};
-    std::atomic<std::uint64_t> givenBack{0};
+struct BufferCounts {
+    std::atomic<std::uint64_t> passed{0};
+    std::atomic<std::uint64_t> released{0};
 };
 
 /// A buffer with one frame. Release frees both, so that a memory checker detects a use after release.
@@ -21,9 +21,10 @@ class FrameBuffer final : public OKM8::MFF::ICompositeBuffer {
   public:
     OKM8_OBJECT_DESTRUCTOR_SLOT(FrameBuffer)
 
-    /// Creates and counts a buffer of a channel, and adds its picture to the shelf, which may be null. Release frees
-    /// the buffer; the ledger and the shelf must outlive it.
-    static FrameBuffer* HandOut(Picture picture, BufferLedger& ledger, FrameShelf* shelf = nullptr, int channel = 0);
+    /// Creates a buffer of a channel, counts it in `buffers`, and adds its picture to `heldFrames`, which may be null.
+    /// Release frees the buffer; both arguments must outlive it.
+    static FrameBuffer* Create(Picture picture, BufferCounts& buffers, HeldFrames* heldFrames = nullptr,
+                               int channel = 0);
 
     void* QueryContract(const char* contractName) override;
     void* QueryContract(const char* contractName) const override;
@@ -37,12 +38,12 @@ class FrameBuffer final : public OKM8::MFF::ICompositeBuffer {
     uint32_t GetHeight() override { return picture_.height; }
 
   private:
-    FrameBuffer(Picture picture, BufferLedger& ledger, FrameShelf* shelf, int channel)
-        : picture_(std::move(picture)), ledger_(ledger), shelf_(shelf), channel_(channel) {}
+    FrameBuffer(Picture picture, BufferCounts& buffers, HeldFrames* heldFrames, int channel)
+        : picture_(std::move(picture)), buffers_(buffers), heldFrames_(heldFrames), channel_(channel) {}
 
     Picture picture_;
-    BufferLedger& ledger_;
-    FrameShelf* const shelf_;
+    BufferCounts& buffers_;
+    HeldFrames* const heldFrames_;
     const int channel_;
 };
 

@@ -127,26 +127,26 @@ void* TargetListFactory::QueryContract(const char* contractName) const {
 
 OKM8::Analytics::ITargetEnumeratorAdjuster* TargetListFactory::CreateTargetEnumerator(int64_t) {
     auto list = std::make_unique<TargetList>();
-    TargetList* const made = list.get();
+    TargetList* const created = list.get();
     const std::lock_guard lock(mutex_);
-    looseLists_.emplace(made, std::move(list));
-    return made;
+    unattachedLists_.emplace(created, std::move(list));
+    return created;
 }
 
 std::unique_ptr<TargetList> TargetListFactory::Take(const OKM8::IContract* object) {
     const std::lock_guard lock(mutex_);
-    const auto found = looseLists_.find(object);
-    if (found == looseLists_.end()) {
+    const auto found = unattachedLists_.find(object);
+    if (found == unattachedLists_.end()) {
         return nullptr;
     }
     std::unique_ptr<TargetList> list = std::move(found->second);
-    looseLists_.erase(found);
+    unattachedLists_.erase(found);
     return list;
 }
 
-std::size_t TargetListFactory::LooseListCount() const {
+std::size_t TargetListFactory::UnattachedListCount() const {
     const std::lock_guard lock(mutex_);
-    return looseLists_.size();
+    return unattachedLists_.size();
 }
 
 // HostObject
@@ -234,11 +234,11 @@ void* DetectorPeer::QueryContract(const char* contractName) const {
 OKM8::Analytics::IDetectorEventRaiser* DetectorPeer::CreateEventRaiser(OKM8::Analytics::IDetector*,
                                                                        const char* eventName, int64_t timeMs, int32_t) {
     auto raiser = std::make_unique<EventRaiser>(*this, host_.TargetLists(), TextOf(eventName), timeMs);
-    EventRaiser* const made = raiser.get();
+    EventRaiser* const created = raiser.get();
     const std::lock_guard lock(mutex_);
-    raisers_.emplace(made, std::move(raiser));
-    ++counts_.made;
-    return made;
+    raisers_.emplace(created, std::move(raiser));
+    ++counts_.created;
+    return created;
 }
 
 void DetectorPeer::End(EventRaiser& raiser, bool raised) {
@@ -266,7 +266,7 @@ void DetectorPeer::Publish(const EventRaiser& raiser) {
         raiser.DescribeInto(event);
         sink_.OnEvent(event);
     } catch (const std::exception& failure) {
-        console_.Line(std::string("plate-host: an event could not be written: ") + OneLine(failure.what()));
+        console_.Line(std::string("plate-host: cannot write an event: ") + OneLine(failure.what()));
     }
 }
 

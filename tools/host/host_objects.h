@@ -103,11 +103,11 @@ class TargetListFactory final : public OKM8::Analytics::ITargetEnumeratorFactory
     std::unique_ptr<TargetList> Take(const OKM8::IContract* object);
 
     /// The number of lists that are not attached to an event.
-    std::size_t LooseListCount() const;
+    std::size_t UnattachedListCount() const;
 
   private:
     mutable std::mutex mutex_;
-    std::unordered_map<const OKM8::IContract*, std::unique_ptr<TargetList>> looseLists_;  // guarded by mutex
+    std::unordered_map<const OKM8::IContract*, std::unique_ptr<TargetList>> unattachedLists_;  // guarded by mutex
 };
 
 /// The object passed to InitializeModule.
@@ -179,7 +179,7 @@ class EventRaiser final : public OKM8::Analytics::IDetectorEventRaiser {
 
 /// Counts of a detector's event raisers.
 struct RaiserCounts {
-    std::uint64_t made = 0;
+    std::uint64_t created = 0;
     std::uint64_t raised = 0;
     std::uint64_t discarded = 0;
 };

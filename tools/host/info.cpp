@@ -42,7 +42,7 @@ constexpr std::array contractNames{
     ContractName::ICompositeBuffer,
 };
 
-constexpr char strangeKey[] = "no_such_setting";
+constexpr char unknownKey[] = "no_such_setting";
 
 /// Drops the events of a detector that is only queried.
 class NoEvents final : public EventSink {
@@ -56,9 +56,9 @@ std::string Padded(std::string text, std::size_t width) {
 }
 
 // The earlier name for which the same address was returned, if any.
-std::string EarlierName(const std::vector<std::pair<std::string, void*>>& answers, const void* answer) {
-    for (const auto& [name, address] : answers) {
-        if (address == answer) {
+std::string EarlierName(const std::vector<std::pair<std::string, void*>>& objects, const void* result) {
+    for (const auto& [name, address] : objects) {
+        if (address == result) {
             return name;
         }
     }
@@ -67,20 +67,20 @@ std::string EarlierName(const std::vector<std::pair<std::string, void*>>& answer
 
 void DescribeContracts(std::string& text, OKM8::IContract& object) {
     constexpr std::size_t nameWidth = 52;
-    std::vector<std::pair<std::string, void*>> answers;
+    std::vector<std::pair<std::string, void*>> objects;
     for (const char* name : contractNames) {
-        void* const answer = object.QueryContract(name);
-        std::string line = "  " + Padded(name, nameWidth) + (answer == nullptr ? "no" : "yes");
-        if (answer != nullptr) {
-            if (const std::string earlier = EarlierName(answers, answer); !earlier.empty()) {
+        void* const result = object.QueryContract(name);
+        std::string line = "  " + Padded(name, nameWidth) + (result == nullptr ? "no" : "yes");
+        if (result != nullptr) {
+            if (const std::string earlier = EarlierName(objects, result); !earlier.empty()) {
                 line += ", the same object as " + earlier;
-            } else if (answer != static_cast<void*>(&object)) {
-                line += ", an object of its own";
+            } else if (result != static_cast<void*>(&object)) {
+                line += ", a separate object";
             }
-            answers.emplace_back(name, answer);
+            objects.emplace_back(name, result);
         }
-        if (std::as_const(object).QueryContract(name) != answer) {
-            line += "; asked as constant it answers otherwise";
+        if (std::as_const(object).QueryContract(name) != result) {
+            line += "; the const QueryContract returns another object";
         }
         text += line + "\n";
     }
@@ -99,7 +99,7 @@ void DescribeSettings(std::string& text, OKM8::IAsyncAdjuster& settings) {
     for (const char* key : OKM8::Analytics::SettingKey::All) {
         text += "  " + Padded(key, keyWidth) + TypesText(settings, key) + "\n";
     }
-    text += "  " + Padded("(any other)", keyWidth) + TypesText(settings, strangeKey) + "\n";
+    text += "  " + Padded("(any other)", keyWidth) + TypesText(settings, unknownKey) + "\n";
 }
 
 }  // namespace
@@ -113,16 +113,16 @@ int Info(const InfoOptions& options, Console& console) {
         Plugin plugin(options.paths);
         plugin.Initialize(host);
         text += "library: " + plugin.LibraryPath() + "\nengine:  " + plugin.EnginePath() + "\n";
-        text += "\nthe module answers\n";
+        text += "\ncontracts of the module\n";
         DescribeContracts(text, plugin.Module());
         const Detector detector = plugin.CreateDetector(peer);
-        text += "\na detector answers\n";
+        text += "\ncontracts of a detector\n";
         DescribeContracts(text, *detector.handle);
-        text += "\na detector takes the settings\n";
+        text += "\nsettings of a detector and their types\n";
         DescribeSettings(text, *detector.settings);
     }
-    text += std::string("\nthe debug level is the value ") + OKM8::DebugLevelValue::Name + " of " +
-            OKM8::DebugLevelValue::Key + ", looked for in\n";
+    text += std::string("\nthe debug level is the value ") + OKM8::DebugLevelValue::Name + " of the key " +
+            OKM8::DebugLevelValue::Key + ", read from\n";
     for (const std::string& place : DebugLevelPlaces()) {
         text += "  " + place + "\n";
     }

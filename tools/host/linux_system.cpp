@@ -119,7 +119,7 @@ void PrepareProcess() {
         }
     }
     if (wakePipe[0] == -1 && ::pipe2(wakePipe.data(), O_CLOEXEC | O_NONBLOCK) != 0) {
-        throw Failure("no pipe could be made: " + SystemText(errno));
+        throw Failure("cannot create a pipe: " + SystemText(errno));
     }
     Handle(SIGINT, OnInterruption);
     Handle(SIGTERM, OnInterruption);
@@ -190,7 +190,7 @@ std::string LoadErrorText(const std::system_error& error) {
     return text;
 }
 
-bool EngineIsBound() {
+bool IsEngineLoaded() {
     void* const engine = ::dlopen(EngineFileName(), RTLD_NOW | RTLD_NOLOAD);
     if (engine == nullptr) {
         return false;

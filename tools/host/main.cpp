@@ -36,7 +36,7 @@ int main(int argumentCount, char** arguments) {
         plate_host::PrepareProcess();
         return plate_host::Run(plate_host::CommandLine(argumentCount, arguments), console);
     } catch (const std::bad_alloc&) {
-        console.Line("plate-host: there is not enough memory");
+        console.Line("plate-host: out of memory");
     } catch (const std::exception& failure) {
         console.Line("plate-host: " + plate_host::OneLine(failure.what()));
     }

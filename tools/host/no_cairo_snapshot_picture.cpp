@@ -4,7 +4,7 @@
 namespace plate_host {
 
 void RequireSnapshotSupport() {
-    throw Failure("this program cannot draw snapshots: it was built without cairo");
+    throw Failure("cannot write snapshots: this program was built without cairo");
 }
 
 std::string DrawSnapshot(const Picture&, const std::vector<SnapshotTarget>&) {

@@ -8,12 +8,11 @@ std::unique_ptr<VideoReader> OpenFfmpegVideo(const std::string& address) {
     if (address.find("://") == std::string::npos) {
         OpenByteSource(address);  // reports a file that cannot be opened
     }
-    throw Failure("cannot open \"" + address +
-                  "\": this program reads Y4M alone, which ffmpeg makes of other videos: ffmpeg -i \"" + address +
-                  "\" -pix_fmt yuv420p -f yuv4mpegpipe - | " + ToText(ProgramFile().filename()) + " play -");
+    throw Failure("cannot open \"" + address + "\": this program reads only Y4M; convert the video with: ffmpeg -i \"" +
+                  address + "\" -pix_fmt yuv420p -f yuv4mpegpipe - | " + ToText(ProgramFile().filename()) + " play -");
 }
 
-const char* FfmpegVersion() {
+const char* SupportedFormats() {
     return "Y4M";
 }
 

@@ -16,7 +16,7 @@
 namespace plate_host {
 namespace {
 
-constexpr int largestChannelCount = 256;
+constexpr int maxChannels = 256;
 
 constexpr char description[] = "Plays a video through a licence-plate detector library, as a surveillance host would.";
 
@@ -27,42 +27,50 @@ Examples:
   ffmpeg -i gate.mp4 -f yuv4mpegpipe - | plate-host play -
   plate-host info
 
-"plate-host play --help" tells more about playing.
+"plate-host play --help" and "plate-host info --help" describe the options.
 
-Exit status: 0 the run went to its end; 1 the library broke a rule of the contract (for example, it did not give a
-buffer back), or the output could not be written; 2 the run could not be carried out; 130 or 143 interrupted.)";
+Exit status: 0 success; 1 the library violated the contract (for example, it did not release a buffer), or the output
+could not be written; 2 any other error; 130 or 143 interrupted.)";
+
+constexpr char infoFooter[] = R"(
+Example:
+  plate-host info --plugin ./libvexlane.so --engine reading/libRecon64.so)";
 
 constexpr char playFooter[] = R"(
-Every event is one line of JSON on standard output:
+Each event is printed to standard output as one line of JSON:
   {"channel":0,"event":"event","time":MS,"arguments":{KEY:VALUE,...},
    "track":[{"x":..,"y":..,"width":..,"height":..,"time":MS},...]}
-The arguments stand in the order in which the library set them; "track" is null where an event carries none. Bytes that
-are no UTF-8 are shown as U+FFFD. Progress, the library's log lines and the summary go to standard error.
+The arguments are in the order in which the library set them; "track" is null for an event without a track. Bytes that
+are not valid UTF-8 are printed as U+FFFD. Progress, the library's log lines and the summary go to standard error.
 
-Times are milliseconds of presentation time in the video, from its start (in a Y4M stream: frame number x 1000 / frame
-rate, which is 25 where the stream names none), and never those of the clock; so an event's time tells where in the
-video it stands. --realtime paces the frames and leaves their times as they are.
+Times are presentation times in milliseconds from the start of the video, not clock times. In a Y4M stream the time is
+frame number x 1000 / frame rate, with a rate of 25 if the stream has none. --realtime delays the frames and does not
+change their times.
 
-Frames are planar 4:2:0 with 8 bits, or luminance alone from a mono Y4M stream, in full size; an odd last column or row
-is cut off.
+Frames are passed in full size as 8-bit planar 4:2:0, or as luminance only from a mono Y4M stream. An odd last column
+or row is cut off.
 
-A snapshot is named after the channel, the number and time of the event and the plate's text. It shows the frame that
-the event tells of, as long as the library holds that frame when it raises the event, which it does for plates. One
-that cannot be written does not end the run, but its exit status is 1.
+The file name of a snapshot contains the channel, the number and time of the event, and the plate's text. The snapshot
+shows the event's frame if the library still holds it when it raises the event, as it does for plates. If a snapshot
+cannot be written, the run continues and its exit status is 1.
 
-A setting's value is tried as what it looks like (integer, true or false, number, text) and then as anything else that
-it can be read as, until the detector takes it.
+The value of a setting is passed as the first of these types that fits it and that the detector accepts: integer, true
+or false, number, text.
 
-A Y4M stream comes through a pipe of the Command Prompt as it is, and is spoilt by one of Windows PowerShell.)";
+On Windows, pipe a Y4M stream in the Command Prompt: the pipes of Windows PowerShell change its bytes.
+
+Examples:
+  plate-host play gate.mp4 --set zone_width_min=4 --set zone_width=15 --snapshots snapshots
+  plate-host play rtsp://camera/stream --realtime --frames 1000)";
 
 void AddPaths(CLI::App& command, PluginPaths& paths) {
     command
         .add_option("--plugin", paths.library,
-                    std::string("The library to load [") + LibraryFileName() + " beside this program]")
+                    std::string("Library to load [") + LibraryFileName() + " in this program's folder]")
         ->type_name("PATH");
     command
         .add_option("--engine", paths.engine,
-                    std::string("The engine to bind it to [") + EngineFileName() + " beside this program]")
+                    std::string("Engine for the library [") + EngineFileName() + " in this program's folder]")
         ->type_name("PATH");
 }
 
@@ -75,32 +83,34 @@ void AddPlay(CLI::App& app, PlayOptions& options, RawPlayOptions& raw) {
     CLI::App* const play = app.add_subcommand("play", "Play a video and print the events");
     play->add_option(
             "video", options.video,
-            std::string("A file or an address, or - for a Y4M stream on standard input (reads ") + VideoSupport() + ")")
+            std::string("File or URL, or - for a Y4M stream on standard input (supports ") + VideoSupport() + ")")
         ->required()
         ->type_name("");
     AddPaths(*play, options.paths);
-    play->add_option("--set", raw.settings, "A setting of the detectors; may be given many times")
+    play->add_option("--set", raw.settings, "Setting of the detectors; may be repeated")
         ->type_name("key=value")
         ->allow_extra_args(false);
-    play->add_option("--channels", options.channels, "Detectors to play the video through, side by side [1]")
+    play->add_option("--channels", options.channels, "Number of detectors that receive the video in parallel [1]")
         ->type_name("N")
-        ->check(CLI::Range(1, largestChannelCount));
+        ->check(CLI::Range(1, maxChannels));
     play->add_option("--single", raw.area,
-                     "Hand frames in one by one, with this area (percent of the frame) and a frame-done call-back")
+                     "Call ReceiveSingle with this area, in percent of the frame, and a frame-done callback")
         ->type_name("x,y,w,h");
-    play->add_flag("--realtime", options.realtime, "Keep the frames to the video's own pace");
-    play->add_option("--frames", options.frames, "Stop after this many frames of the video")
+    play->add_flag("--realtime", options.realtime, "Pass the frames at the video's own speed, not at full speed");
+    play->add_option("--frames", options.frames, "Stop after this number of frames of the video")
         ->type_name("N")
         ->check(CLI::PositiveNumber);
     play->add_option("--snapshots", options.snapshots,
-                     "Write a PNG of every event's frame into this folder, with plate, text and track drawn in")
+                     "Write each event's frame as PNG into this folder, with plate, text and track drawn in")
         ->type_name("DIR");
     play->footer(playFooter);
 }
 
 void AddInfo(CLI::App& app, InfoOptions& options) {
-    CLI::App* const info = app.add_subcommand("info", "Print what the library answers to and which settings it takes");
+    CLI::App* const info =
+        app.add_subcommand("info", "Print the library's contracts and settings, and where it reads its debug level");
     AddPaths(*info, options.paths);
+    info->footer(infoFooter);
 }
 
 bool LooksLikeSetting(const std::string& word) {
@@ -112,7 +122,7 @@ bool LooksLikeSetting(const std::string& word) {
 }
 
 // "--set a=1 b=2" is the same as "--set a=1 --set b=2".
-std::vector<std::string> SpreadSettings(const std::vector<std::string>& given) {
+std::vector<std::string> ExpandSettings(const std::vector<std::string>& given) {
     std::vector<std::string> words;
     bool amongSettings = false;
     for (std::size_t index = 0; index < given.size(); ++index) {
@@ -139,7 +149,7 @@ OKM8::FrameArea ParseArea(const std::string& text) {
         const auto [stop, error] = std::from_chars(next, end, numbers[index]);
         const bool isLast = index + 1 == numbers.size();
         if (error != std::errc() || (isLast ? stop != end : stop == end || *stop != ',')) {
-            throw Failure("\"" + OneLine(text) + "\" is no area: x,y,w,h in percent is wanted");
+            throw Failure("\"" + OneLine(text) + "\" is not an area: expected x,y,w,h in percent");
         }
         next = isLast ? stop : stop + 1;
     }
@@ -157,7 +167,7 @@ Options ParseOptions(const std::vector<std::string>& words) {
     AddPlay(app, options.play, raw);
     AddInfo(app, options.info);
     try {
-        app.parse(SpreadSettings(words));
+        app.parse(ExpandSettings(words));
     } catch (const CLI::ParseError& error) {
         if (error.get_exit_code() != 0) {
             throw Failure(OneLine(error.what()) + " (see plate-host --help)");

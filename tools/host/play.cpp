@@ -128,11 +128,11 @@ class Feeder {
 RunOutcome PlayThroughDetectors(const PlayOptions& options, VideoReader& reader, Picture first, Console& console) {
     RunOutcome run;
     EventPrinter printer([](std::string_view text) { return WriteStandard(StandardStream::Output, text); }, console);
-    BufferLedger ledger;
-    FrameShelf shelf;
+    BufferCounts buffers;
+    HeldFrames heldFrames;
     std::optional<SnapshotSink> snapshots;
     if (!options.snapshots.empty()) {
-        snapshots.emplace(options.snapshots, printer, shelf, console);
+        snapshots.emplace(options.snapshots, printer, heldFrames, console);
     }
     EventSink& sink = snapshots ? static_cast<EventSink&>(*snapshots) : printer;
     HostObject host(console);
@@ -141,8 +141,8 @@ RunOutcome PlayThroughDetectors(const PlayOptions& options, VideoReader& reader,
         plugin.Initialize(host);
         std::vector<std::unique_ptr<Channel>> channels;
         for (int number = 0; number < options.channels; ++number) {
-            channels.push_back(std::make_unique<Channel>(number, plugin, host, sink, console, ledger,
-                                                         snapshots ? &shelf : nullptr, options));
+            channels.push_back(std::make_unique<Channel>(number, plugin, host, sink, console, buffers,
+                                                         snapshots ? &heldFrames : nullptr, options));
         }
         for (const std::unique_ptr<Channel>& channel : channels) {
             channel->Start();
@@ -164,9 +164,9 @@ RunOutcome PlayThroughDetectors(const PlayOptions& options, VideoReader& reader,
     if (snapshots) {
         run.snapshots = snapshots->Counts();
     }
-    run.buffersHandedOut = ledger.handedOut.load();
-    run.buffersGivenBack = ledger.givenBack.load();
-    run.looseTargetLists = host.TargetLists().LooseListCount();
+    run.buffersPassed = buffers.passed.load();
+    run.buffersReleased = buffers.released.load();
+    run.unattachedTargetLists = host.TargetLists().UnattachedListCount();
     run.videoDamage = reader.Damage();
     return run;
 }
@@ -182,7 +182,7 @@ int Play(const PlayOptions& options, Console& console) {
     }
     if (!hasPicture) {
         const std::string damage = reader->Damage();
-        throw Failure("\"" + options.video + "\" holds no picture" + (damage.empty() ? "" : ": " + OneLine(damage)));
+        throw Failure("\"" + options.video + "\" contains no frame" + (damage.empty() ? "" : ": " + OneLine(damage)));
     }
     const RunOutcome run = PlayThroughDetectors(options, *reader, std::move(first), console);
     for (const std::string& line : SummaryLines(run)) {

@@ -21,7 +21,8 @@ std::string PathOf(const std::string& given, const char* fileName) {
 
 void RequireFile(const std::string& path, const char* what, const char* option) {
     if (!IsRegularFile(path)) {
-        throw Failure(std::string("there is no ") + what + " at \"" + path + "\"; name one with " + option);
+        throw Failure(std::string("cannot load the ") + what + " \"" + path + "\": no such file; set its path with " +
+                      option);
     }
 }
 
@@ -37,18 +38,18 @@ void Load(boost::dll::shared_library& library, const std::string& path, const ch
 template <class Function>
 Function* Export(const boost::dll::shared_library& library, const std::string& path, const char* name) {
     if (!library.has(name)) {
-        throw Failure("\"" + path + "\" is no detector library: it does not export " + name);
+        throw Failure("\"" + path + "\" is not a detector library: it does not export " + name);
     }
     return &library.get<Function>(name);
 }
 
 template <class Interface>
 Interface* Query(OKM8::IContract& object, const char* contractName) {
-    void* const answer = object.QueryContract(contractName);
-    if (answer == nullptr) {
-        throw Failure(std::string("the detector does not answer the contract \"") + contractName + "\"");
+    void* const result = object.QueryContract(contractName);
+    if (result == nullptr) {
+        throw Failure(std::string("the detector does not implement the contract \"") + contractName + "\"");
     }
-    return static_cast<Interface*>(answer);
+    return static_cast<Interface*>(result);
 }
 
 }  // namespace
@@ -58,9 +59,8 @@ Plugin::Plugin(const PluginPaths& paths)
     RequireFile(libraryPath_, "library", "--plugin");
     RequireFile(enginePath_, "engine", "--engine");
     Load(engine_, enginePath_, "engine", LoadMode::rtld_now | LoadMode::rtld_global);
-    if (!EngineIsBound()) {
-        throw Failure("\"" + enginePath_ + "\" cannot serve as the engine: it does not have the name " +
-                      EngineFileName());
+    if (!IsEngineLoaded()) {
+        throw Failure("\"" + enginePath_ + "\" cannot be used as the engine: its name must be " + EngineFileName());
     }
     Load(library_, libraryPath_, "library", LoadMode::rtld_now);
     namespace Names = OKM8::ExportName;
@@ -82,11 +82,11 @@ void Plugin::Initialize(OKM8::IHost& host) {
     const int32_t result = initializeModule_(&host);
     isInitialized_ = true;
     if (result != 0) {
-        throw Failure("the library's InitializeModule answered " + std::to_string(result));
+        throw Failure("the library's InitializeModule returned " + std::to_string(result));
     }
     module_ = getModule_();
     if (module_ == nullptr) {
-        throw Failure("the library's GetModule gave no module");
+        throw Failure("the library's GetModule returned null");
     }
 }
 
@@ -95,10 +95,10 @@ Detector Plugin::CreateDetector(OKM8::Analytics::IDetectorPeer& peer) {
     try {
         detector.handle.reset(module_->CreateDetector(nullptr, &peer));
     } catch (const std::exception& error) {
-        throw Failure(std::string("the library could not make a detector: ") + OneLine(error.what()));
+        throw Failure(std::string("the library cannot create a detector: ") + OneLine(error.what()));
     }
     if (detector.handle == nullptr) {
-        throw Failure("the library made no detector");
+        throw Failure("the library's CreateDetector returned null");
     }
     namespace Names = OKM8::ContractName;
     OKM8::IContract& object = *detector.handle;

@@ -34,11 +34,11 @@ std::string FramesPerSecond(std::uint64_t frames, double seconds) {
 }
 
 std::string ProgressText(const ProgressFigures& figures, double seconds, bool withBar) {
-    const bool knowsTotal = figures.frameTotal.has_value();
-    std::string text = withBar && knowsTotal ? Bar(figures.frames, *figures.frameTotal) : std::string();
+    const bool hasTotal = figures.frameTotal.has_value();
+    std::string text = withBar && hasTotal ? Bar(figures.frames, *figures.frameTotal) : std::string();
     text += std::to_string(figures.frames);
-    text += knowsTotal ? " of " + Counted(*figures.frameTotal, "frame", "frames")
-                       : std::string(figures.frames == 1 ? " frame" : " frames");
+    text += hasTotal ? " of " + Counted(*figures.frameTotal, "frame", "frames")
+                     : std::string(figures.frames == 1 ? " frame" : " frames");
     text += ", " + FramesPerSecond(figures.frames, seconds) + " a second, ";
     text += Counted(figures.plates, "plate", "plates") + ", " + Counted(figures.events, "event", "events");
     return text;

@@ -37,14 +37,14 @@ std::string ErrorOf(OKM8::IErrorInfoProvider& errors) {
 }
 
 std::string SettingsOf(OKM8::IAsyncAdjuster& settings) {
-    std::vector<std::string> known;
+    std::vector<std::string> accepted;
     for (const char* key : OKM8::Analytics::SettingKey::All) {
         const std::vector<std::string> types = AcceptedTypes(settings, key);
         if (!types.empty()) {
-            known.push_back(std::string(key) + " (" + Join(types, ", ") + ")");
+            accepted.push_back(std::string(key) + " (" + Join(types, ", ") + ")");
         }
     }
-    return known.empty() ? "none" : Join(known, ", ");
+    return accepted.empty() ? "none" : Join(accepted, ", ");
 }
 
 }  // namespace
@@ -52,24 +52,24 @@ std::string SettingsOf(OKM8::IAsyncAdjuster& settings) {
 Setting ParseSetting(const std::string& text) {
     const std::size_t equals = text.find('=');
     if (equals == std::string::npos || equals == 0) {
-        throw Failure("\"" + text + "\" is no setting: key=value is wanted");
+        throw Failure("\"" + text + "\" is not a setting: expected key=value");
     }
     return {text.substr(0, equals), text.substr(equals + 1)};
 }
 
-std::vector<SettingValue> ReadingsOf(const std::string& text) {
-    std::vector<SettingValue> readings;
+std::vector<SettingValue> PossibleValues(const std::string& text) {
+    std::vector<SettingValue> values;
     if (int32_t integer = 0; ReadNumber(text, integer)) {
-        readings.emplace_back(integer);
+        values.emplace_back(integer);
     }
     if (text == "true" || text == "false" || text == "1" || text == "0") {
-        readings.emplace_back(text == "true" || text == "1");
+        values.emplace_back(text == "true" || text == "1");
     }
     if (double number = 0.0; ReadNumber(text, number) && std::isfinite(number)) {
-        readings.emplace_back(number);
+        values.emplace_back(number);
     }
-    readings.emplace_back(text);
-    return readings;
+    values.emplace_back(text);
+    return values;
 }
 
 int32_t SetValue(OKM8::IAsyncAdjuster& settings, const std::string& key, const SettingValue& value) {
@@ -103,8 +103,8 @@ void ApplySettings(OKM8::IAsyncAdjuster& settings, OKM8::IErrorInfoProvider& err
     for (const Setting& setting : values) {
         int32_t code = OKM8::ErrorCode::None;
         std::string refusal;
-        for (const SettingValue& reading : ReadingsOf(setting.text)) {
-            code = SetValue(settings, setting.key, reading);
+        for (const SettingValue& value : PossibleValues(setting.text)) {
+            code = SetValue(settings, setting.key, value);
             if (code != OKM8::ErrorCode::None) {
                 refusal = ErrorOf(errors);
             }

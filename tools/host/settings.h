@@ -22,7 +22,7 @@ Setting ParseSetting(const std::string& text);
 using SettingValue = std::variant<int32_t, bool, double, std::string>;
 
 /// Returns all values that the text can be parsed as, from the most specific type to the text itself.
-std::vector<SettingValue> ReadingsOf(const std::string& text);
+std::vector<SettingValue> PossibleValues(const std::string& text);
 
 /// Sets one value with the setter of its type; returns the detector's error code.
 int32_t SetValue(OKM8::IAsyncAdjuster& settings, const std::string& key, const SettingValue& value);

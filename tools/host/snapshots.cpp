@@ -21,7 +21,7 @@ namespace {
 
 namespace PlateKey = OKM8::Analytics::PlateKey;
 
-constexpr std::size_t longestText = 32;
+constexpr std::size_t maxTextLength = 32;
 
 std::optional<std::int32_t> NumberOf(const Json& object, const char* key) {
     const auto found = object.find(key);
@@ -73,7 +73,7 @@ std::string PaddedNumber(std::uint64_t number, int digits) {
     return text.data();
 }
 
-bool StaysInName(unsigned char character) {
+bool IsAllowedInName(unsigned char character) {
     return (character >= '0' && character <= '9') || (character >= 'A' && character <= 'Z') ||
            (character >= 'a' && character <= 'z') || character == '-';
 }
@@ -82,9 +82,9 @@ std::string TextForName(const std::string& text) {
     std::string name;
     for (const char character : ReplacedUtf8(text)) {
         const auto byte = static_cast<unsigned char>(character);
-        const bool isFollowing = (byte & 0xC0U) == 0x80U;  // of a character of several bytes
-        if (!isFollowing && name.size() < longestText) {
-            name.push_back(StaysInName(byte) ? character : '_');
+        const bool isContinuation = (byte & 0xC0U) == 0x80U;  // of a character of several bytes
+        if (!isContinuation && name.size() < maxTextLength) {
+            name.push_back(IsAllowedInName(byte) ? character : '_');
         }
     }
     return name;
@@ -129,8 +129,8 @@ std::string SnapshotNameOf(const EventRecord& event, std::uint64_t number) {
            PaddedNumber(time, timeDigits) + "ms_" + TextForName(text.empty() ? event.name : text) + ".png";
 }
 
-SnapshotSink::SnapshotSink(std::string folder, EventSink& next, const FrameShelf& shelf, Console& console)
-    : folder_(std::move(folder)), next_(next), shelf_(shelf), console_(console) {
+SnapshotSink::SnapshotSink(std::string folder, EventSink& next, const HeldFrames& heldFrames, Console& console)
+    : folder_(std::move(folder)), next_(next), heldFrames_(heldFrames), console_(console) {
     RequireSnapshotSupport();
     std::error_code error;
     std::filesystem::create_directories(ToOpenPath(folder_), error);
@@ -138,7 +138,7 @@ SnapshotSink::SnapshotSink(std::string folder, EventSink& next, const FrameShelf
         error = std::make_error_code(std::errc::not_a_directory);
     }
     if (error) {
-        throw Failure("cannot make the folder \"" + folder_ + "\" for the snapshots: " + error.message());
+        throw Failure("cannot create the folder \"" + folder_ + "\" for the snapshots: " + error.message());
     }
 }
 
@@ -146,7 +146,7 @@ void SnapshotSink::OnEvent(const EventRecord& event) {
     next_.OnEvent(event);
     try {
         const std::optional<Picture> picture =
-            event.timeMs < 0 ? std::nullopt : shelf_.CopyOf(event.channel, static_cast<std::uint64_t>(event.timeMs));
+            event.timeMs < 0 ? std::nullopt : heldFrames_.Copy(event.channel, static_cast<std::uint64_t>(event.timeMs));
         const std::lock_guard lock(mutex_);
         const std::uint64_t number = ++numbers_[event.channel];
         if (!picture) {

@@ -9,7 +9,7 @@
 
 #include "tools/host/console.h"
 #include "tools/host/event.h"
-#include "tools/host/frame_shelf.h"
+#include "tools/host/held_frames.h"
 #include "tools/host/snapshot_picture.h"
 
 namespace plate_host {
@@ -33,7 +33,7 @@ std::string SnapshotNameOf(const EventRecord& event, std::uint64_t number);
 class SnapshotSink final : public EventSink {
   public:
     /// Creates the folder. The arguments must outlive the sink. Throws Failure.
-    SnapshotSink(std::string folder, EventSink& next, const FrameShelf& shelf, Console& console);
+    SnapshotSink(std::string folder, EventSink& next, const HeldFrames& heldFrames, Console& console);
 
     void OnEvent(const EventRecord& event) override;
 
@@ -44,7 +44,7 @@ class SnapshotSink final : public EventSink {
 
     const std::string folder_;
     EventSink& next_;
-    const FrameShelf& shelf_;
+    const HeldFrames& heldFrames_;
     Console& console_;
     mutable std::mutex mutex_;
     std::map<int, std::uint64_t> numbers_;  // by channel; guarded by mutex

@@ -28,7 +28,7 @@ void RunOutcome::Add(const ChannelOutcome& channel, const RaiserCounts& channelR
     }
     frameDoneCalls += channel.frameDoneCalls;
     wrongFrameDoneCalls += channel.wrongFrameDoneCalls;
-    raisers.made += channelRaisers.made;
+    raisers.created += channelRaisers.created;
     raisers.raised += channelRaisers.raised;
     raisers.discarded += channelRaisers.discarded;
 }
@@ -53,11 +53,11 @@ std::vector<std::string> SummaryLines(const RunOutcome& run) {
     }
     lines.push_back(
         Entry("events", std::to_string(run.events) + ", " + std::to_string(run.plates) + " of them plates"));
-    lines.push_back(Entry("event raisers", std::to_string(run.raisers.made) + " made, " +
+    lines.push_back(Entry("event raisers", std::to_string(run.raisers.created) + " created, " +
                                                std::to_string(run.raisers.raised) + " raised, " +
                                                std::to_string(run.raisers.discarded) + " discarded"));
-    lines.push_back(Entry("buffers", std::to_string(run.buffersHandedOut) + " handed out, " +
-                                         std::to_string(run.buffersGivenBack) + " given back"));
+    lines.push_back(Entry("buffers", std::to_string(run.buffersPassed) + " passed, " +
+                                         std::to_string(run.buffersReleased) + " released"));
     if (run.snapshots) {
         const SnapshotCounts& snapshots = *run.snapshots;
         lines.push_back(Entry("snapshots", std::to_string(snapshots.written) + " written, " +
@@ -72,26 +72,27 @@ std::vector<std::string> SummaryLines(const RunOutcome& run) {
 
 std::vector<std::string> Defects(const RunOutcome& run) {
     std::vector<std::string> defects;
-    if (run.buffersHandedOut != run.buffersGivenBack) {
-        defects.push_back("of " + std::to_string(run.buffersHandedOut) + " buffers, " +
-                          std::to_string(run.buffersGivenBack) + " were given back");
+    if (run.buffersPassed != run.buffersReleased) {
+        defects.push_back("only " + std::to_string(run.buffersReleased) + " of " + std::to_string(run.buffersPassed) +
+                          " buffers were released");
     }
-    if (const std::uint64_t ended = run.raisers.raised + run.raisers.discarded; ended != run.raisers.made) {
-        defects.push_back("of " + std::to_string(run.raisers.made) + " event raisers, " + std::to_string(ended) +
-                          " were raised or discarded");
+    if (const std::uint64_t ended = run.raisers.raised + run.raisers.discarded; ended != run.raisers.created) {
+        defects.push_back("only " + std::to_string(ended) + " of " + std::to_string(run.raisers.created) +
+                          " event raisers were raised or discarded");
     }
-    if (run.looseTargetLists != 0) {
-        defects.push_back(std::to_string(run.looseTargetLists) + " target lists were attached to no event");
+    if (run.unattachedTargetLists != 0) {
+        defects.push_back(std::to_string(run.unattachedTargetLists) + " target lists were not attached to an event");
     }
     if (run.wrongFrameDoneCalls != 0) {
         defects.push_back(std::to_string(run.wrongFrameDoneCalls) +
-                          " frame-done calls came twice or with a buffer that was not handed in");
+                          " frame-done calls were repeated or passed a wrong buffer");
     }
     if (!run.outputError.empty()) {
-        defects.push_back("the events cannot be written: " + run.outputError);
+        defects.push_back("cannot write the events: " + run.outputError);
     }
     if (run.snapshots && run.snapshots->failed != 0) {
-        defects.push_back(std::to_string(run.snapshots->failed) + " snapshots are missing: " + run.snapshots->error);
+        defects.push_back(std::to_string(run.snapshots->failed) +
+                          " snapshots could not be written: " + run.snapshots->error);
     }
     return defects;
 }

@@ -24,9 +24,9 @@ struct RunOutcome {
     std::uint64_t events = 0;
     std::uint64_t plates = 0;
     RaiserCounts raisers;
-    std::uint64_t looseTargetLists = 0;
-    std::uint64_t buffersHandedOut = 0;
-    std::uint64_t buffersGivenBack = 0;
+    std::uint64_t unattachedTargetLists = 0;
+    std::uint64_t buffersPassed = 0;
+    std::uint64_t buffersReleased = 0;
     std::string videoDamage;
     std::string outputError;
     std::optional<SnapshotCounts> snapshots;

@@ -59,7 +59,7 @@ bool IsRegularFile(const std::string& path);
 std::string LoadErrorText(const std::system_error& error);
 
 /// True when a library is loaded under the name from which the plug-in imports its engine.
-bool EngineIsBound();
+bool IsEngineLoaded();
 
 /// The places from which the library reads its debug level, in its order, one text each.
 std::vector<std::string> DebugLevelPlaces();

@@ -50,7 +50,7 @@ std::unique_ptr<VideoReader> OpenVideo(const std::string& address) {
 }
 
 const char* VideoSupport() {
-    return FfmpegVersion();
+    return SupportedFormats();
 }
 
 Picture MakePicture(std::uint32_t width, std::uint32_t height, bool colour) {

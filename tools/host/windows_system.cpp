@@ -50,10 +50,10 @@ std::string SystemText(DWORD error) {
 
 // Adds the prefix that allows long names, if the name needs it.
 std::wstring LongName(const std::wstring& name) {
-    constexpr std::size_t longestPlain = MAX_PATH - 12;  // the name of a folder must leave room for that of a file
+    constexpr std::size_t maxPlainLength = MAX_PATH - 12;  // the name of a folder must leave room for that of a file
     std::wstring full(::GetFullPathNameW(name.c_str(), 0, nullptr, nullptr), L'\0');
     full.resize(::GetFullPathNameW(name.c_str(), static_cast<DWORD>(full.size()), full.data(), nullptr));
-    if (full.size() <= longestPlain || full.starts_with(L"\\\\?\\") || full.starts_with(L"\\\\.\\")) {
+    if (full.size() <= maxPlainLength || full.starts_with(L"\\\\?\\") || full.starts_with(L"\\\\.\\")) {
         return name;
     }
     return full.starts_with(L"\\\\") ? L"\\\\?\\UNC" + full.substr(1) : L"\\\\?\\" + full;
@@ -86,15 +86,15 @@ class BlockingRead {
     }
 
     /// REQUIRES: the interruption has been recorded.
-    void End() {
+    void Cancel() {
         // A thread that has entered and not yet begun to read cannot be cancelled, so this repeats until it has left.
-        while (TryToEnd()) {
+        while (TryToCancel()) {
             ::Sleep(1);
         }
     }
 
   private:
-    bool TryToEnd() {
+    bool TryToCancel() {
         const std::lock_guard lock(mutex_);
         if (thread_ == nullptr) {
             return false;
@@ -132,7 +132,7 @@ BOOL WINAPI OnControl(DWORD control) {
         ::TerminateProcess(::GetCurrentProcess(), static_cast<UINT>(128 + signal));
     }
     ::SetEvent(interruptionEvent);
-    blockingRead.End();
+    blockingRead.Cancel();
     if (!isFromKeyboard) {
         // The console or the session closes, and the process ends when this returns. Waiting lets the run end first, if
         // the system leaves it enough time.
@@ -153,12 +153,12 @@ bool IsOpen(HANDLE handle) {
 void RequireStandardStream(DWORD which) {
     if (!IsOpen(::GetStdHandle(which))) {
         const DWORD access = which == STD_INPUT_HANDLE ? GENERIC_READ : GENERIC_WRITE;
-        const HANDLE nothing =
+        const HANDLE nullDevice =
             ::CreateFileW(L"NUL", access, FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr, OPEN_EXISTING, 0, nullptr);
-        if (nothing == INVALID_HANDLE_VALUE) {
-            throw Failure("a standard stream cannot be opened: " + SystemText(::GetLastError()));
+        if (nullDevice == INVALID_HANDLE_VALUE) {
+            throw Failure("cannot open a standard stream: " + SystemText(::GetLastError()));
         }
-        ::SetStdHandle(which, nothing);
+        ::SetStdHandle(which, nullDevice);
     }
 }
 
@@ -169,18 +169,18 @@ void MakeBinary(std::FILE* stream) {
 }
 
 WriteResult Failed(DWORD error) {
-    const bool readerHasGone =
+    const bool readerHasClosed =
         error == ERROR_BROKEN_PIPE || error == ERROR_NO_DATA || error == ERROR_PIPE_NOT_CONNECTED;
-    return {.isWritten = false, .error = readerHasGone ? std::string() : SystemText(error)};
+    return {.isWritten = false, .error = readerHasClosed ? std::string() : SystemText(error)};
 }
 
 // A console takes characters; it would interpret bytes in its current code page.
 WriteResult WriteToConsole(HANDLE console, std::string_view text) {
-    constexpr std::size_t longestPart = 8192;
+    constexpr std::size_t maxPartLength = 8192;
     const std::wstring wide = ToWide(text);
     std::wstring_view rest = wide;
     while (!rest.empty()) {
-        std::size_t size = std::min(rest.size(), longestPart);
+        std::size_t size = std::min(rest.size(), maxPartLength);
         if (size > 1 && size < rest.size() && IS_HIGH_SURROGATE(rest[size - 1])) {
             --size;
         }
@@ -220,12 +220,12 @@ class HandleSource final : public ByteSource {
 
     std::size_t Read(void* buffer, std::size_t size) override {
         // A console refuses larger reads.
-        const std::size_t largest = type_ == FILE_TYPE_CHAR ? 1u << 13 : 1u << 20;
-        const auto portion = static_cast<DWORD>(std::min(size, largest));
+        const std::size_t maxSize = type_ == FILE_TYPE_CHAR ? 1u << 13 : 1u << 20;
+        const auto chunk = static_cast<DWORD>(std::min(size, maxSize));
         while (blockingRead.Enter()) {
             DWORD count = 0;
             ::SetLastError(ERROR_SUCCESS);
-            const bool isRead = ::ReadFile(handle_, buffer, portion, &count, nullptr) != FALSE;
+            const bool isRead = ::ReadFile(handle_, buffer, chunk, &count, nullptr) != FALSE;
             const DWORD code = ::GetLastError();
             blockingRead.Leave();
             if (count > 0) {
@@ -261,8 +261,8 @@ class HandleSource final : public ByteSource {
   private:
     // A console ends its read at Ctrl+C before it reports the request to stop.
     static bool WaitForInterruption() {
-        constexpr DWORD longestWait = 1000;
-        return ::WaitForSingleObject(interruptionEvent, longestWait) == WAIT_OBJECT_0;
+        constexpr DWORD maxWaitMs = 1000;
+        return ::WaitForSingleObject(interruptionEvent, maxWaitMs) == WAIT_OBJECT_0;
     }
 
     const HANDLE handle_;
@@ -286,7 +286,7 @@ void PrepareProcess() {
         interruptionEvent = ::CreateEventW(nullptr, TRUE, FALSE, nullptr);
     }
     if (interruptionEvent == nullptr || ::SetConsoleCtrlHandler(OnControl, TRUE) == FALSE) {
-        throw Failure("requests to stop cannot be noted: " + SystemText(::GetLastError()));
+        throw Failure("cannot handle requests to stop: " + SystemText(::GetLastError()));
     }
     // Set only for this thread: the programs that the library starts would inherit the mode of the process.
     ::SetThreadErrorMode(SEM_FAILCRITICALERRORS | SEM_NOOPENFILEERRORBOX, nullptr);
@@ -297,7 +297,7 @@ std::vector<std::string> CommandLine(int, const char* const*) {
     int count = 0;
     wchar_t** const wideWords = ::CommandLineToArgvW(::GetCommandLineW(), &count);
     if (wideWords == nullptr) {
-        throw Failure("the command line cannot be read: " + SystemText(::GetLastError()));
+        throw Failure("cannot read the command line: " + SystemText(::GetLastError()));
     }
     std::vector<std::string> words;
     for (int index = 1; index < count; ++index) {
@@ -344,8 +344,8 @@ const char* EngineFileName() {
 }
 
 std::filesystem::path ProgramFile() {
-    constexpr std::size_t longest = 32768;
-    for (std::wstring name(MAX_PATH, L'\0'); name.size() <= longest; name.resize(2 * name.size())) {
+    constexpr std::size_t maxLength = 32768;
+    for (std::wstring name(MAX_PATH, L'\0'); name.size() <= maxLength; name.resize(2 * name.size())) {
         const DWORD size = ::GetModuleFileNameW(nullptr, name.data(), static_cast<DWORD>(name.size()));
         if (size < name.size()) {
             return name.substr(0, size);
@@ -383,14 +383,14 @@ std::string LoadErrorText(const std::system_error& error) {
         case ERROR_PROC_NOT_FOUND:
             return "a library that it needs, such as the engine, lacks a function";
         case ERROR_BAD_EXE_FORMAT:
-            return "it is no library for 64-bit Windows";
+            return "it is not a library for 64-bit Windows";
         default:
             return SystemText(code);
     }
 }
 
 // Windows binds imports to the loaded library with that name, regardless of its folder.
-bool EngineIsBound() {
+bool IsEngineLoaded() {
     return ::GetModuleHandleA(EngineFileName()) != nullptr;
 }
 
@@ -400,10 +400,10 @@ std::vector<std::string> DebugLevelPlaces() {
     const std::string key = OKM8::DebugLevelValue::Key;
     const std::size_t vendor = key.find('\\');
     return {"HKEY_LOCAL_MACHINE\\" + key.substr(0, vendor) + "\\WOW6432Node" + key.substr(vendor) +
-                " (opened by administrators alone)",
+                " (only for administrators)",
             "HKEY_CURRENT_USER\\" + key,
-            "HKEY_LOCAL_MACHINE\\" + key + " (made when the others are missing, by administrators alone)",
-            "the first key that can be opened decides; in it the value is a text (REG_SZ)"};
+            "HKEY_LOCAL_MACHINE\\" + key + " (created if the others do not exist, only for administrators)",
+            "the value is a string (REG_SZ) in the first of these keys that can be opened"};
 }
 
 std::unique_ptr<ByteSource> OpenByteSource(const std::string& path) {

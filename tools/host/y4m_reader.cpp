@@ -11,23 +11,23 @@
 namespace plate_host {
 namespace {
 
-constexpr std::uint32_t largestSide = 16384;
-constexpr std::uint32_t largestRate = 100000000;
-constexpr std::size_t longestLine = 4096;
+constexpr std::uint32_t maxSide = 16384;
+constexpr std::uint32_t maxRate = 100000000;
+constexpr std::size_t maxLineLength = 4096;
 constexpr std::string_view frameMagic = "FRAME";
 
-std::uint32_t ParseNumber(std::string_view text, std::uint32_t largest, const char* what) {
+std::uint32_t ParseNumber(std::string_view text, std::uint32_t max, const char* what) {
     std::uint32_t number = 0;
     const char* const end = text.data() + text.size();
     const auto [stop, error] = std::from_chars(text.data(), end, number);
-    if (error != std::errc() || stop != end || number > largest) {
+    if (error != std::errc() || stop != end || number > max) {
         throw Failure(std::string("its header has a bad ") + what + " (\"" + std::string(text) + "\")");
     }
     return number;
 }
 
 std::uint32_t ParseSide(std::string_view text, const char* what) {
-    const std::uint32_t side = ParseNumber(text, largestSide, what);
+    const std::uint32_t side = ParseNumber(text, maxSide, what);
     if (side < 2) {
         throw Failure(std::string("its header has a bad ") + what + " (\"" + std::string(text) + "\")");
     }
@@ -39,8 +39,8 @@ void ParseRate(std::string_view text, Y4mHeader& header) {
     if (colon == std::string_view::npos) {
         throw Failure("its header has a bad frame rate (\"" + std::string(text) + "\")");
     }
-    const std::uint32_t numerator = ParseNumber(text.substr(0, colon), largestRate, "frame rate");
-    const std::uint32_t denominator = ParseNumber(text.substr(colon + 1), largestRate, "frame rate");
+    const std::uint32_t numerator = ParseNumber(text.substr(0, colon), maxRate, "frame rate");
+    const std::uint32_t denominator = ParseNumber(text.substr(colon + 1), maxRate, "frame rate");
     if (numerator == 0 && denominator == 0) {
         return;  // "0:0" means an unknown rate
     }
@@ -57,7 +57,7 @@ bool ParseColour(std::string_view text) {
         return false;
     }
     if (std::find(variants.begin(), variants.end(), text) == variants.end()) {
-        throw Failure("its pictures are C" + std::string(text) + "; only 8-bit 4:2:0 and mono are read");
+        throw Failure("its colour format is C" + std::string(text) + "; only 8-bit 4:2:0 and mono are supported");
     }
     return true;
 }
@@ -74,7 +74,7 @@ Y4mHeader ParseY4mHeader(std::string_view line) {
         throw Failure("it does not begin with YUV4MPEG2");
     }
     if (line.ends_with('\r')) {
-        throw Failure("its line ends are a text's; what it came through, as PowerShell's pipes do, changed its bytes");
+        throw Failure("its header ends with CR LF: a text pipe, such as PowerShell's, has changed its bytes");
     }
     Y4mHeader header;
     line.remove_prefix(y4mMagic.size());
@@ -130,8 +130,8 @@ Y4mReader::Y4mReader(std::unique_ptr<ByteSource> source, const std::string& name
             throw Failure("it is empty");
         }
         header_ = ParseY4mHeader(line);
-        if (result == LineResult::Broken) {
-            throw Failure("its header has no end");
+        if (result == LineResult::Incomplete) {
+            throw Failure("its header line has no end");
         }
     } catch (const Failure& failure) {
         throw Failure("cannot read \"" + name + "\" as Y4M: " + OneLine(failure.what()));
@@ -155,12 +155,12 @@ Y4mReader::LineResult Y4mReader::ReadLine(std::string& line) {
         if (next == '\n') {
             return LineResult::Complete;
         }
-        if (line.size() == longestLine) {
-            return LineResult::Broken;
+        if (line.size() == maxLineLength) {
+            return LineResult::Incomplete;
         }
         line.push_back(next);
     }
-    return line.empty() ? LineResult::End : LineResult::Broken;
+    return line.empty() ? LineResult::End : LineResult::Incomplete;
 }
 
 std::size_t Y4mReader::ReadBytes(std::uint8_t* target, std::size_t size) {
@@ -177,7 +177,7 @@ std::size_t Y4mReader::ReadBytes(std::uint8_t* target, std::size_t size) {
     return have;
 }
 
-bool Y4mReader::BreakOff(const std::string& reason) {
+bool Y4mReader::ReportDamage(const std::string& reason) {
     if (Interruption() == 0) {
         damage_ = "frame " + std::to_string(frameNumber_) + " " + reason;
         if (!source_->Error().empty()) {
@@ -194,20 +194,20 @@ bool Y4mReader::Read(Picture& picture) {
     std::string line;
     const LineResult result = ReadLine(line);
     if (result == LineResult::End) {
-        return source_->Error().empty() ? false : BreakOff("cannot be read");
+        return source_->Error().empty() ? false : ReportDamage("cannot be read");
     }
-    if (result == LineResult::Broken && (frameMagic.starts_with(line) || line.starts_with(frameMagic))) {
-        return BreakOff("is cut off");
+    if (result == LineResult::Incomplete && (frameMagic.starts_with(line) || line.starts_with(frameMagic))) {
+        return ReportDamage("is cut off");
     }
-    if (result == LineResult::Broken || !line.starts_with(frameMagic) ||
+    if (result == LineResult::Incomplete || !line.starts_with(frameMagic) ||
         (line.size() > frameMagic.size() && line[frameMagic.size()] != ' ')) {
-        return BreakOff("does not begin with FRAME");
+        return ReportDamage("does not begin with FRAME");
     }
     Picture next = MakePicture(header_.width & ~1u, header_.height & ~1u, header_.colour);
     const std::size_t size = PictureSize(header_);
     std::uint8_t* const target = oddPicture_.empty() ? next.bytes.get() : oddPicture_.data();
     if (ReadBytes(target, size) != size) {
-        return BreakOff("is cut off");
+        return ReportDamage("is cut off");
     }
     if (!oddPicture_.empty()) {
         const std::size_t luminance = std::size_t{header_.width} * header_.height;

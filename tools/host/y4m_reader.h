@@ -38,12 +38,12 @@ class Y4mReader final : public VideoReader {
     std::optional<std::uint64_t> PictureCount() const override;
 
   private:
-    enum class LineResult { Complete, End, Broken };
+    enum class LineResult { Complete, End, Incomplete };
 
     LineResult ReadLine(std::string& line);
     std::size_t ReadBytes(std::uint8_t* target, std::size_t size);
     bool FillBuffer();
-    bool BreakOff(const std::string& reason);
+    bool ReportDamage(const std::string& reason);
 
     std::unique_ptr<ByteSource> source_;
     std::vector<std::uint8_t> buffer_;

@@ -13,16 +13,16 @@ namespace plate_host {
 
 /// The library keeps the buffer of a frame while it may still report a reading of it. So only these frames can belong
 /// to an event, and the host need not copy any. Any thread.
-class FrameShelf {
+class HeldFrames {
   public:
     /// Adds a picture that is passed to a detector. It must not change or be freed before it is removed.
-    void Enter(int channel, const Picture& picture);
+    void Add(int channel, const Picture& picture);
     /// Removes a picture whose buffer is released.
-    void Leave(int channel, const Picture& picture);
+    void Remove(int channel, const Picture& picture);
 
     /// Returns a copy of the channel's picture with that time, the latest if there are several; nothing if there is
     /// none.
-    std::optional<Picture> CopyOf(int channel, std::uint64_t timeMs) const;
+    std::optional<Picture> Copy(int channel, std::uint64_t timeMs) const;
 
   private:
     using Key = std::pair<int, std::uint64_t>;  // channel and time

@@ -1,15 +1,15 @@
-#include "tools/host/frame_shelf.h"
+#include "tools/host/held_frames.h"
 
 #include <iterator>
 
 namespace plate_host {
 
-void FrameShelf::Enter(int channel, const Picture& picture) {
+void HeldFrames::Add(int channel, const Picture& picture) {
     const std::lock_guard lock(mutex_);
     pictures_.emplace(Key(channel, picture.timeMs), &picture);
 }
 
-void FrameShelf::Leave(int channel, const Picture& picture) {
+void HeldFrames::Remove(int channel, const Picture& picture) {
     const std::lock_guard lock(mutex_);
     const auto [first, last] = pictures_.equal_range(Key(channel, picture.timeMs));
     for (auto entry = first; entry != last; ++entry) {
@@ -20,7 +20,7 @@ void FrameShelf::Leave(int channel, const Picture& picture) {
     }
 }
 
-std::optional<Picture> FrameShelf::CopyOf(int channel, std::uint64_t timeMs) const {
+std::optional<Picture> HeldFrames::Copy(int channel, std::uint64_t timeMs) const {
     // Copied under the lock: Release of the buffer waits for it.
     const std::lock_guard lock(mutex_);
     const auto [first, last] = pictures_.equal_range(Key(channel, timeMs));
