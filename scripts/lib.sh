@@ -1,11 +1,29 @@
-# What several scripts do. Sourced in the root of the tree, in bash with errexit, nounset and pipefail.
+# Functions that several scripts use. Sourced by bash with errexit, nounset and pipefail.
 
-# install_packages PACKAGE...: from Debian, as root or with sudo.
+script_help() { sed -n '1d; /^#/!q; s/^# \?//p' "$(dirname "${BASH_SOURCE[0]}")/$(basename "$0")"; }
+
+# help_if_asked ARGUMENT...: prints the comment at the top of the script and exits if the first argument is --help.
+help_if_asked() {
+    case ${1-} in
+        -h | --help)
+            script_help
+            exit 0
+            ;;
+    esac
+}
+
+# Prints the first line of the script's help and exits with 2.
+usage_error() {
+    script_help | head -n 1 >&2
+    exit 2
+}
+
+# install_packages PACKAGE...: installs Debian packages, as root or with sudo.
 install_packages() {
     local as_root=()
     if ((EUID != 0)); then
         if ! command -v sudo >/dev/null; then
-            echo "installing packages takes root, and there is no sudo; as root:" \
+            echo "cannot install packages without root or sudo; run as root:" \
                 "apt-get install --no-install-recommends $*" >&2
             return 1
         fi
@@ -15,7 +33,8 @@ install_packages() {
     "${as_root[@]}" env DEBIAN_FRONTEND=noninteractive apt-get install --quiet --yes --no-install-recommends "$@" </dev/null
 }
 
-# configure PRESET: once, and again after the presets or the installed packages have changed.
+# configure PRESET: runs CMake in the root of the tree, the first time and after the presets or the installed packages
+# have changed.
 configure() {
     local folder=build/$1
     if [[ -f $folder/build.ninja && $folder/configured -nt CMakePresets.json ]]; then
@@ -24,7 +43,7 @@ configure() {
     cmake --preset "$1" && touch "$folder/configured"
 }
 
-# build PRESET [TARGET...]
+# build PRESET [TARGET...]: configures and builds in the root of the tree.
 build() {
     configure "$1" && cmake --build --preset "$1" --parallel "$(nproc)" ${2:+--target "${@:2}"}
 }

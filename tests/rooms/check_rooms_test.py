@@ -117,29 +117,29 @@ class CheckRooms(unittest.TestCase):
                     "graph TD\n", "graph TD\n    image_transform --> common\n"
                 ),
             },
-            "common is no room",
+            "common is not a room",
         )
 
     def test_a_room_under_another_name(self):
         self.assert_one_breach({"tools/clip/CMakeLists.txt": "room(clip)\n"}, "another name, clip")
 
     def test_a_folder_that_is_no_room(self):
-        self.assert_one_breach({"common/util.h": '#include "sdk/host.h"\n'}, "lies in no room")
+        self.assert_one_breach({"common/util.h": '#include "sdk/host.h"\n'}, "is not in a room")
 
     def test_a_tree_without_rooms(self):
         without = {path: None for path in GOOD if path.endswith("CMakeLists.txt")}
-        self.assertIn("CMakeLists.txt: there is no room", self.breaches(without))
+        self.assertIn("CMakeLists.txt: no room is declared", self.breaches(without))
 
     def test_an_edge_missing_from_the_picture(self):
         self.assert_one_breach(
             {"docs/architecture.md": GOOD["docs/architecture.md"].replace("    engine --> sdk\n", "")},
-            "engine --> sdk is declared and not shown",
+            "engine --> sdk is declared but not shown",
         )
 
     def test_an_edge_extra_in_the_picture(self):
         self.assert_one_breach(
             {"docs/architecture.md": GOOD["docs/architecture.md"].replace("graph TD\n", "graph TD\n    sdk --> engine\n")},
-            "sdk --> engine is shown and not declared",
+            "sdk --> engine is shown but not declared",
         )
 
     def test_no_picture(self):
@@ -201,7 +201,7 @@ class CheckRooms(unittest.TestCase):
         self.assert_one_breach({"reference/server/main.cpp": '#include "sdk/host.h"\n'}, "reference/server")
         self.assert_one_breach({"tools/clip/main.cpp": '#include "platform/text.h"\n'}, "tools/clip")
         self.assert_one_breach({"tools/clip/main.cpp": '#include "tools/host/play.h"\n'}, "tools/clip")
-        self.assert_one_breach({"tools/other/main.cpp": '#include "sdk/host.h"\n'}, "lies in no room")
+        self.assert_one_breach({"tools/other/main.cpp": '#include "sdk/host.h"\n'}, "is not in a room")
 
     def test_what_rooms_may_not_declare(self):
         def declared(room, neighbour):
@@ -213,7 +213,7 @@ class CheckRooms(unittest.TestCase):
 
         self.assert_one_breach(declared("sdk", "module"), "sdk may not declare module")
         self.assert_one_breach(declared("reference/transport", "module"), "may not declare module")
-        self.assert_one_breach(declared("sdk", "tests"), "tests is included by nothing outside it")
+        self.assert_one_breach(declared("sdk", "tests"), "no other room may include tests")
         changes = declared("sdk", "tools/host")
         changes["docs/architecture.md"] = changes["docs/architecture.md"].replace("sdk --> tools/host", "sdk --> tools_host")
         self.assert_one_breach(changes, "sdk may not declare tools/host")
