@@ -6,7 +6,7 @@
 
 namespace {
 
-// In front of each block stands its size, in a place that keeps the block aligned.
+// The size of each block is stored before it, in a header that keeps the block aligned.
 constexpr std::size_t headSize = 2 * sizeof(void*) > __STDCPP_DEFAULT_NEW_ALIGNMENT__
                                      ? 2 * sizeof(void*)
                                      : __STDCPP_DEFAULT_NEW_ALIGNMENT__;
@@ -14,7 +14,7 @@ constexpr std::size_t headSize = 2 * sizeof(void*) > __STDCPP_DEFAULT_NEW_ALIGNM
 constinit thread_local allocation_count::Count count;
 
 struct FailureState {
-    std::uint64_t ahead = 0;  // allocations up to the one that fails, that one included; 0 when none fails
+    std::uint64_t ahead = 0;  // allocations up to and including the one that fails; 0 when none fails
     allocation_count::Failing failing = allocation_count::Failing::One;
     bool hasHappened = false;
 };
@@ -97,7 +97,7 @@ bool Failure::End() {
 
 }  // namespace allocation_count
 
-// All of them: a sanitizer's own ones are no longer in pairs with these.
+// All forms are replaced: a sanitizer's own operators would not match these.
 void* operator new(std::size_t size) {
     return AllocateOrThrow(size);
 }

@@ -1,4 +1,4 @@
-/// Counts what is allocated with operator new, which the program that links this has replaced, and makes it fail.
+/// Replaces operator new in the program that links it: counts allocations and makes them fail.
 ///
 /// On Linux the program's operators also serve the shared libraries that it loads. A Windows library has its own.
 #pragma once
@@ -8,18 +8,18 @@
 
 namespace allocation_count {
 
-/// Of one thread.
+/// Allocations of one thread.
 struct Count {
     std::uint64_t number = 0;
-    std::int64_t liveBytes = 0;  ///< allocated and not given back; below 0 when more was given back
+    std::int64_t liveBytes = 0;  ///< allocated and not freed; below 0 when more was freed
     std::size_t largest = 0;     ///< bytes of the largest block
 };
 
-/// What the calling thread has allocated since the last Restart.
+/// Returns what the calling thread has allocated since the last Restart.
 Count OfThisThread();
 void Restart();
 
-/// What `action` allocates.
+/// Returns what `action` allocates.
 template <class Action>
 Count Of(const Action& action) {
     Restart();
@@ -30,8 +30,8 @@ Count Of(const Action& action) {
 /// Which allocations fail.
 enum class Failing : std::uint8_t { One, AllFromThere };
 
-/// Makes allocations of the calling thread fail while it lives: operator new throws std::bad_alloc, or returns null
-/// where it must not throw. One at a time. A test of every point of failure raises the number until none happens:
+/// Makes allocations of the calling thread fail during its lifetime: operator new throws std::bad_alloc, or returns
+/// null where it must not throw. One at a time. A test of every point of failure raises the number until none fails:
 ///
 ///     for (std::uint64_t number = 1;; ++number) {
 ///         Failure failure(number);
@@ -41,18 +41,18 @@ enum class Failing : std::uint8_t { One, AllFromThere };
 ///     }
 class Failure {
   public:
-    /// The allocation of that number fails, counted from 1 and from now on.
+    /// The allocation with that number fails, counted from 1 and from now on.
     explicit Failure(std::uint64_t number, Failing failing = Failing::One);
     ~Failure();
     Failure(const Failure&) = delete;
     Failure& operator=(const Failure&) = delete;
 
-    /// Lets allocations succeed again. Returns whether one has failed.
+    /// Makes allocations succeed again. Returns whether one has failed.
     bool End();
 };
 
-/// Lets the allocations of the calling thread succeed, uncounted by a failure, while it lives: the stand-ins for host,
-/// engine and system do their own work so. Any program may use it.
+/// Makes the allocations of the calling thread succeed during its lifetime, without counting towards a failure. The
+/// test doubles for host, engine and system use it for their own work. Any program may use it.
 class WithoutFailure {
   public:
     WithoutFailure() { ++nesting; }

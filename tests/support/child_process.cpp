@@ -27,7 +27,7 @@ void ChildProcess::WriteInput(const std::string& bytes) {
     Pump([this] { return pendingInput_.empty(); }, "room for the input");
 }
 
-// A process that has closed its streams says nothing more, however long the wait.
+// A process that has closed its streams writes nothing more.
 void ChildProcess::WaitForText(const std::string& stream, const std::string& text, const char* what) {
     const auto isThere = [&stream, &text] { return stream.find(text) != std::string::npos; };
     Pump([&] { return isThere() || StreamsHaveEnded(); }, what);

@@ -20,29 +20,29 @@ struct Finished {
     std::string errors;
 };
 
-/// A way in which a process is asked to stop, and the number that the program knows it by.
+/// A request to stop a process, and the number by which the program identifies it.
 struct StopRequest {
     const char* name;
     int systemsNumber;
     int number;
-    bool mayComeAgain;  ///< before the process has ended
+    bool mayComeAgain;  ///< may be sent again before the process has ended
 };
 
 inline void PrintTo(const StopRequest& request, std::ostream* stream) {
     *stream << request.name;
 }
 
-/// The ways that this system has.
+/// The requests that this system supports.
 std::vector<StopRequest> StopRequests();
 
-/// False where no pseudo-terminal can be had, as in a bare changed root.
+/// False where no pseudo-terminal is available, as in a bare changed root.
 bool SystemHasTerminals();
 
-/// Values by name; one without a value is taken out. Text is UTF-8.
+/// Values by name; a variable without a value is removed. Text is UTF-8.
 using EnvironmentChanges = std::vector<std::pair<std::string, std::optional<std::string>>>;
 
-/// One process with pipes on its three streams, and killed with this object. Waits end with a thrown exception when a
-/// deadline passes. One thread at a time.
+/// One process with pipes on its three streams. The destructor kills it. Waits throw when a deadline passes. One thread
+/// at a time.
 class ChildProcess {
   public:
     struct Start {
@@ -50,9 +50,9 @@ class ChildProcess {
         std::vector<std::string> arguments = {};  ///< UTF-8
         EnvironmentChanges environment = {};
         bool errorsToTerminal = false;     ///< a pseudo-terminal as standard error
-        bool outputIsUnwritable = false;   ///< standard output refuses every byte
+        bool outputIsUnwritable = false;   ///< writes to standard output fail
         bool outputIsMissing = false;      ///< there is no standard output at all
-        bool streamsAreInherited = false;  ///< the test's own in place of pipes
+        bool streamsAreInherited = false;  ///< the test's own instead of pipes
     };
 
     /// Throws std::system_error when the program cannot be started.
@@ -71,7 +71,7 @@ class ChildProcess {
     void WaitForErrors(const std::string& text);
     void WaitUntilInputIsRead();
     void Stop(const StopRequest& request) const;
-    /// Moves what is ready on the three streams, and waits a moment when nothing is.
+    /// Transfers what is ready on the three streams; waits briefly when nothing is.
     void PumpOnce();
     /// Reads everything until the process has ended. Closes its input first.
     Finished Wait();
@@ -82,7 +82,7 @@ class ChildProcess {
     const std::string& Errors() const { return finished_.errors; }
 
   private:
-    /// What the operating system knows of the process.
+    /// The operating system's handles of the process.
     struct System;
 
     /// The variables of this process as "name=value".
@@ -92,7 +92,7 @@ class ChildProcess {
     void WaitForText(const std::string& stream, const std::string& text, const char* what);
     void Pump(const std::function<bool()>& isDone, const char* what);
     bool StreamsHaveEnded() const;
-    /// Takes notice of the end, without waiting for it.
+    /// Records the end of the process without waiting for it.
     bool HasEnded();
 
     std::unique_ptr<System> system_;

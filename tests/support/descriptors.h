@@ -1,4 +1,4 @@
-/// What this process holds: descriptors, threads, memory.
+/// The resources of this process: descriptors, threads, memory.
 #pragma once
 
 #include <cstddef>
@@ -10,17 +10,17 @@ namespace test_support {
 /// Numbers of the open descriptors; on Windows, of the open handles.
 std::set<int> OpenDescriptors();
 
-/// How many more there may be without a leak: on Windows a lock keeps a handle once somebody has had to wait for it.
+/// How many more there may be without a leak: on Windows a lock keeps a handle once a thread has waited for it.
 #ifdef _WIN32
 inline constexpr std::size_t keptByLocks = 16;
 #else
 inline constexpr std::size_t keptByLocks = 0;
 #endif
 
-/// Whether every one of them is closed in a program that this process starts.
+/// Returns whether all of them are closed in a program that this process starts.
 bool StayBehind(const std::set<int>& descriptors);
 
-/// How many descriptors or handles are open, and how many of them are files. Allocates nothing for each.
+/// The number of open descriptors or handles, and how many of them are files. Counting allocates nothing for each.
 struct OpenCounts {
     std::size_t all = 0;
     std::size_t files = 0;
@@ -30,17 +30,16 @@ OpenCounts CountOpen();
 /// Threads that have not ended, the calling one included.
 std::size_t ThreadCount();
 
-/// Files and memory that are mapped, in pieces.
+/// The number of memory mappings, those of files included.
 int Mappings();
 
-/// Memory in use, in KiB; 0 where a sanitizer keeps what was given back.
+/// Memory in use, in KiB; 0 where a sanitizer keeps freed memory.
 long ResidentKilobytes();
 
-/// Makes the allocator return freed memory to the system at once from now on, as far as it can, in place of keeping
-/// some of it for later.
+/// Makes the allocator return freed memory to the system at once from now on, as far as it can.
 void KeepNoFreeMemory();
 
-/// Returns to the system what is free now.
+/// Returns free memory to the system.
 void ReleaseFreeMemory();
 
 /// Bytes that the program has allocated and not freed; on Windows without large blocks. 0 where a sanitizer allocates.

@@ -1,4 +1,4 @@
-/// The environment of this process, as the C library and programs started from here see it. One thread at a time.
+/// The environment of this process, as the C library and child processes see it. One thread at a time.
 #pragma once
 
 #include <string>
@@ -8,10 +8,10 @@ namespace test_support {
 void SetEnvironment(const char* name, const std::string& value);
 void UnsetEnvironment(const char* name);
 
-/// Local time follows the variable TZ from now on.
+/// Makes local time follow the variable TZ from now on.
 void ReadTimeZone();
 
-/// What stands between the folders of the search path.
+/// The separator between the folders of the search path.
 #ifdef _WIN32
 inline constexpr char pathSeparator = ';';
 #else

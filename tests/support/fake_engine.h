@@ -1,4 +1,4 @@
-/// An engine inside the test program: the program that links it binds the engine's functions to it.
+/// An engine inside the test program, which implements the engine's functions.
 #pragma once
 
 #include <functional>
@@ -25,13 +25,13 @@ struct RangeCall {
     friend bool operator==(const RangeCall&, const RangeCall&) = default;
 };
 
-/// Forgets all calls; afterwards nothing is found and every range is taken.
+/// Clears all calls; afterwards nothing is found and every range is accepted.
 void Reset();
 
-/// Until the next Reset calls are no longer written down, which takes memory.
+/// Stops recording calls, which takes memory, until the next Reset.
 void StopRecording();
 
-/// What the engine does. Called without a lock held, on the calling thread.
+/// Sets what the engine does. The action is called without a lock held, on the calling thread.
 void OnRecognize(std::function<int(const IMG& image, RPLATE* plates)> action);
 void OnSetPlateRange(std::function<bool(int minimum, int maximum)> action);
 

@@ -38,13 +38,13 @@ struct State {
 };
 
 State& TheState() {
-    // Never ended: the library's own teardown still ends a process.
+    // Never destroyed: the library's static destructors still end a process.
     static State& state = *new State;
     return state;
 }
 
-// Writes an operation down at once, and tells about it and leaves its error once the lock is given back, which may
-// clear the last error: declared before that lock.
+// Records an operation at once; calls the action and sets its error after the lock is released, because the release may
+// clear the last error. Must therefore be declared before that lock.
 class Operation {
   public:
     Operation() = default;

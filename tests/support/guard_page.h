@@ -1,4 +1,4 @@
-/// Memory whose last byte is followed by a page that nobody may touch.
+/// Memory that is followed by an inaccessible page.
 #pragma once
 
 #include <cstddef>
@@ -16,7 +16,7 @@ class GuardedBytes {
     GuardedBytes(const GuardedBytes&) = delete;
     GuardedBytes& operator=(const GuardedBytes&) = delete;
 
-    /// From now on whoever writes to the bytes faults.
+    /// From now on a write to the bytes faults.
     void MakeReadOnly();
 
     std::uint8_t* data() { return bytes_; }

@@ -60,11 +60,11 @@ void ReadSome(int& descriptor, std::string& text) {
     if (count > 0) {
         text.append(buffer.data(), static_cast<std::size_t>(count));
     } else if (count == 0 || (errno != EINTR && errno != EAGAIN)) {
-        Close(descriptor);  // a terminal whose other end has gone returns an error
+        Close(descriptor);  // a terminal whose other end is closed returns an error
     }
 }
 
-/// As system calls take them: valid for as long as the texts are.
+/// As system calls expect them: valid for as long as the texts are.
 std::vector<char*> PointersTo(std::vector<std::string>& texts) {
     std::vector<char*> pointers;
     for (std::string& text : texts) {
@@ -206,7 +206,7 @@ void ChildProcess::Stop(const StopRequest& request) const {
     Require(errno == 0, "signal");
 }
 
-// One that somebody else has waited for has ended, too, and its id may be another process's.
+// A process that other code has waited for has ended, too, and its id may belong to another process.
 bool ChildProcess::HasEnded() {
     int status = 0;
     const pid_t waited = hasEnded_ ? 0 : ::waitpid(id_, &status, WNOHANG);

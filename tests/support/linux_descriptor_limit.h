@@ -1,4 +1,4 @@
-/// A process that runs out of descriptors.
+/// Makes this process run out of descriptors.
 #pragma once
 
 #include <sys/resource.h>
@@ -6,7 +6,7 @@
 
 namespace test_support {
 
-/// Until its end, this process and those that it starts open no descriptor whose number is not below the limit.
+/// During its lifetime, this process and its children open only descriptors with numbers below the limit.
 class DescriptorLimit {
   public:
     explicit DescriptorLimit(int limit) {

@@ -1,4 +1,4 @@
-/// A child that goes on as a copy of this process, as one that a host forks without starting another program.
+/// A forked child that continues as a copy of this process and starts no other program.
 #pragma once
 
 #include <signal.h>
@@ -17,18 +17,18 @@ namespace test_support {
 /// How a forked child is about to end; negative in every other process.
 inline int codeOfForkedChild = -1;
 
-/// A leak checker takes the parent's threads for the child's and finds leaks that are none. It looks after everything
-/// that was registered since the program began, so the child ends right before.
+/// A leak checker assumes the parent's threads in the child and reports false leaks. It runs after all exit handlers
+/// that were registered since the program began, so the child ends right before it.
 inline const int leakCheckerIsLeftOut = std::atexit([] {
     if (codeOfForkedChild >= 0) {
         ::_exit(codeOfForkedChild);
     }
 });
 
-/// Forks a child that runs the action and then ends by exit(), with 0 when the action returned true. Returns how it has
-/// ended, -1 when a signal has ended it or it has not ended in time.
+/// Forks a child that runs the action and then calls exit(), with 0 when the action returned true. Returns its exit
+/// code, or -1 when a signal has ended it or it has not ended in time.
 inline int ExitCodeOfForkedChild(const std::function<bool()>& action) {
-    std::fflush(nullptr);  // what is buffered would be written by both
+    std::fflush(nullptr);  // otherwise both would write the buffered output
     const pid_t child = ::fork();
     if (child == 0) {
         try {

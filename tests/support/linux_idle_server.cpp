@@ -1,9 +1,9 @@
-// A server that serves nobody: stays until it is told to end.
+// A server that serves no clients: runs until a signal ends it.
 
 #include <signal.h>
 
 int main() {
-    // Blocked, so that a signal that comes before the wait is not lost.
+    // Blocked, so that a signal before the wait is not lost.
     sigset_t ending;
     sigemptyset(&ending);
     sigaddset(&ending, SIGTERM);

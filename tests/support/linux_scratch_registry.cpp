@@ -57,7 +57,7 @@ void ScratchRegistry::StoreNumber(Hive hive, const std::string& path, const std:
     StoreBytes(hive, path, name, std::string(bytes.data(), bytes.size()));
 }
 
-// A file in the hive's place.
+// Puts a file in place of the hive's folder.
 void ScratchRegistry::Block(Hive hive) {
     std::ofstream(place_->Hive(hive)) << "no folder";
 }

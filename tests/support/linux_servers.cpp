@@ -33,7 +33,7 @@ struct Process {
 
     bool IsChild() const { return parent == getpid(); }
 
-    /// A program that was replaced while it runs is still one.
+    /// A server whose program file was replaced still counts.
     bool IsServer() const { return state != 'Z' && program.substr(0, program.find(" (deleted)")) == serverName; }
 };
 
@@ -90,7 +90,7 @@ void Remove() {
     fs::remove(OwnFolder() / serverName);
 }
 
-// Another user's is invisible to the library.
+// A server of another user is invisible to the library.
 std::set<ProcessId> Running(Of whose) {
     std::set<ProcessId> running;
     for (const Process& process : AllProcesses()) {

@@ -1,4 +1,4 @@
-/// A process of another user, who takes names before this one does. Takes root.
+/// A process of another user, which takes names before this user does. Requires root.
 #pragma once
 
 #include <fcntl.h>
@@ -20,7 +20,7 @@
 
 namespace test_support {
 
-/// What a stranger can put where the user's folder is looked for.
+/// What another user can create at the path of this user's folder.
 enum class Obstacle { Folder, File, LinkToTheUsersOwn, Socket };
 inline constexpr std::array allObstacles = {Obstacle::Folder, Obstacle::File, Obstacle::LinkToTheUsersOwn,
                                             Obstacle::Socket};
@@ -29,8 +29,8 @@ class Stranger {
   public:
     static constexpr uid_t user = 65534;
 
-    /// Does something in a process of the stranger's, which then stays. `check` is done at its end, and tells whether
-    /// all was well. Throws std::runtime_error.
+    /// Runs the action in a process of the other user, which then waits for End. `check` runs at its end and returns
+    /// whether it succeeded. Throws std::runtime_error.
     Stranger(const std::function<bool()>& action, const std::function<bool()>& check) {
         std::array<int, 2> report = {};
         std::array<int, 2> end = {};
@@ -60,7 +60,7 @@ class Stranger {
     Stranger(const Stranger&) = delete;
     Stranger& operator=(const Stranger&) = delete;
 
-    /// Whether all was well.
+    /// Ends the process. Returns whether the action and the check succeeded.
     bool End() {
         if (untilEnd_ >= 0) {
             ::close(untilEnd_);
@@ -76,8 +76,8 @@ class Stranger {
     int status_ = -1;
 };
 
-/// Takes the name of the user's folder in a temporary folder that is everybody's, and in it the socket and the lock of
-/// a server; beside it the server's name as one that is no file. Ends well when nobody has connected.
+/// Takes the name of this user's folder in a world-writable temporary folder, and in it the socket and the lock of a
+/// server; also the server's name as an abstract socket. End succeeds when no client has connected.
 class NameTaker {
   public:
     NameTaker(const std::filesystem::path& temporary, const std::string& serverName, Obstacle kind)

@@ -1,5 +1,5 @@
-/// C++ exceptions as the Microsoft compiler throws them, made by hand. Windows only; stands alone, so that code without
-/// the system's headers can use it.
+/// C++ exceptions as the Microsoft compiler throws them, built by hand. Windows only; includes no system headers, so
+/// that code without them can use it.
 #pragma once
 
 #include <stdint.h>
@@ -22,7 +22,7 @@ struct Thrown {
     uint64_t mark = intactMark;
 };
 
-/// What the compiler writes about a type that is thrown; functions and lists count from the beginning of the image.
+/// The compiler's description of a thrown type; functions and lists are offsets from the beginning of the image.
 struct ThrowInfo {
     uint32_t attributes;
     uint32_t destructor;
@@ -44,7 +44,7 @@ inline uint32_t OffsetInImage(const void* address) {
     return static_cast<uint32_t>(static_cast<const char*>(address) - &__ImageBase);
 }
 
-/// Throws an object that lies in another frame, as a throw without an operand does.
+/// Throws an object of another stack frame, as a throw without an operand does.
 [[gnu::noinline]] inline void ThrowAgain(Thrown& object) {
     const ThrowInfo info = {0, OffsetInImage(reinterpret_cast<const void*>(&Destroy)), 0,
                             OffsetInImage(catchableTypes)};
@@ -54,7 +54,7 @@ inline uint32_t OffsetInImage(const void* address) {
     RaiseException(code, nonContinuable, 4, arguments);
 }
 
-/// Throws an object of this frame.
+/// Throws an object of this stack frame.
 [[gnu::noinline]] inline void Throw(int* destroyed) {
     Thrown object = {destroyed};
     ThrowAgain(object);

@@ -1,4 +1,4 @@
-/// Catches the debug output of this process.
+/// Records the debug output of this process.
 #pragma once
 
 #include <mutex>
@@ -8,7 +8,7 @@
 #include "platform/debug_output.h"
 #include "tests/support/allocation_count.h"
 
-/// Installed for as long as it lives. Any thread.
+/// Installed during its lifetime. Any thread.
 class RecordingDebugOutput final : public platform::DebugOutputSink {
   public:
     struct Line {

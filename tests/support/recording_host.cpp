@@ -16,7 +16,7 @@ using namespace OKM8::Analytics;
 
 using allocation_count::WithoutFailure;
 
-// No object of this host returns interfaces but where the library asks.
+// The objects of this host return interfaces only where the library queries them.
 #define RECORDING_HOST_CONTRACT(Class)                \
     OKM8_OBJECT_DESTRUCTOR_SLOT(Class)                \
     void* QueryContract(const char*) override {       \
@@ -26,7 +26,7 @@ using allocation_count::WithoutFailure;
         return nullptr;                               \
     }
 
-// Returns whether the host does what is called.
+// Calls the hook. Returns whether the host carries out the call.
 bool Show(const OnCall& onCall, HostCall call) {
     if (onCall) {
         onCall(call);
@@ -109,7 +109,7 @@ struct RecordingHost::Objects {
         }
     };
 
-    // One target, under two faces, of which the library gets one.
+    // One target with two interface objects, of which the library gets one.
     struct Target {
         Target(Objects& owner, std::int32_t reserved) : objects(owner) { record.reserved = reserved; }
 
@@ -427,7 +427,7 @@ std::size_t RecordingHost::FreeUnended() {
 
 namespace {
 
-// Freed at its first release, so that the sanitizer sees every later touch.
+// Freed at its first release, so that the sanitizer detects every later access.
 struct Buffer final : MFF::ICompositeBuffer {
     Buffer(BufferCounts& bufferCounts, BufferOptions bufferOptions)
         : counts(bufferCounts), options(std::move(bufferOptions)), number(counts.made++) {}

@@ -1,7 +1,7 @@
-/// The host's side of the contract: records everything that the library does with it, shows each call to a hook as it
-/// happens, and fails on demand.
+/// The host's side of the contract: records every call of the library, passes each to a hook as it happens, and fails
+/// on demand.
 ///
-/// Buffers are freed by their release and counted: each must come back exactly once.
+/// Buffers are freed by their release and counted: each must be released exactly once.
 #pragma once
 
 #include <atomic>
@@ -24,13 +24,13 @@ namespace recording_host {
 
 /// What the library calls.
 enum class Operation : std::uint8_t {
-    GetOther,  ///< GetInterface for what this host does not have
+    GetOther,  ///< GetInterface for a contract that this host does not have
     WriteLog,
     SetDoubleValue,
     SetBoolValue,
-    Unused,     ///< one of those that nobody calls, of whatever object
+    Unused,     ///< an unused operation of any object
     GetLogger,  ///< GetInterface for the log
-    // A frame with a plate brings all from here on, but for Discard.
+    // A frame with a plate makes all calls from here on, except Discard.
     GetFactory,  ///< GetInterface for the target lists
     CreateTargetEnumerator,
     CreateEventRaiser,
@@ -64,18 +64,18 @@ struct HostCall {
     double real = 0.0;             ///< SetDoubleValue's value
     const void* data = nullptr;    ///< SetBinaryValue's
     std::uint32_t size = 0;        ///< SetBinaryValue's
-    const void* object = nullptr;  ///< the detector of the event, the attached object, the frame that is done
+    const void* object = nullptr;  ///< the event's detector, the attached object, the finished frame
     bool isNewest = false;         ///< the attached object is the newest target list
     bool isRefused = false;        ///< the host will return null, or 0; the hook may change that
 
     bool Sets(std::string_view key) const;
 };
 
-/// Sees each call after the host has recorded it and before it returns. What the hook throws, the call throws. It is
-/// called without a lock, on the library's thread; allocations fail in it as they do in the library.
+/// Receives each call after the host has recorded it and before it returns. An exception of the hook leaves the call.
+/// The hook runs without a lock, on the library's thread; allocations fail in it as they do in the library.
 using OnCall = std::function<void(HostCall&)>;
 
-/// A hook that is called for that operation alone.
+/// A hook that is called only for that operation.
 OnCall On(Operation operation, std::function<void()> action);
 
 /// A value that was set on a target, in the order of setting.
@@ -93,7 +93,7 @@ struct RecordedTarget {
     std::vector<SetValue> values;
     std::vector<OKM8::Analytics::TrackPoint> track;  ///< copied while "all_tracks" was being set
 
-    /// The one value of that key; null when there is none.
+    /// Returns the one value of that key, or null when there is none.
     const SetValue* Find(const std::string& key) const;
 };
 
@@ -137,18 +137,19 @@ class RecordingHost {
     OnCall onCall;
     Refusals refusals;
 
-    /// The objects of an event live as long as the host, so that a second call on one is seen, not a crash. Otherwise
-    /// nothing is recorded, and an event's objects are freed when it is raised or discarded, as a long run needs.
+    /// The objects of an event live as long as the host, so that a second call on one is recorded instead of crashing.
+    /// Otherwise nothing is recorded, and an event's objects are freed when it is raised or discarded, as a long run
+    /// needs.
     bool isRecording = true;
 
-    /// Every event whose raiser was asked for, in order.
+    /// Every event whose raiser was created, in order.
     std::vector<RecordedEvent> Events() const;
     /// "LEVEL:TEXT" of each log call.
     std::vector<std::string> Log() const;
-    /// The names that GetInterface was asked for.
+    /// The arguments of GetInterface, in order.
     std::vector<std::string> AskedInterfaces() const;
 
-    /// Frees the target lists that came into no event, and events neither raised nor discarded. Returns how many.
+    /// Frees target lists that were attached to no event, and events neither raised nor discarded. Returns how many.
     /// REQUIRES: nothing is recorded, and no frame runs.
     std::size_t FreeUnended();
 
@@ -162,28 +163,28 @@ class RecordingHost {
 struct BufferCounts {
     std::atomic<int> made = 0;
     std::atomic<int> released = 0;
-    OnCall onCall = nullptr;  ///< of all these buffers; a release comes after its buffer is freed
+    OnCall onCall = nullptr;  ///< of all these buffers; for a release, after its buffer is freed
 };
 
 struct BufferOptions {
     std::uint32_t width = 64;
     std::uint32_t height = 48;
     std::vector<std::uint8_t> pixels;      ///< empty for null data
-    std::uint8_t* sharedPixels = nullptr;  ///< in place of `pixels`; they outlive the buffer
+    std::uint8_t* sharedPixels = nullptr;  ///< instead of `pixels`; they outlive the buffer
     std::int64_t size = -1;                ///< -1 for that of `pixels`
     std::uint64_t timeStamp = 0;
     bool isComposite = true;
     OKM8::MFF::ICompositeBuffer* compositePart = nullptr;  ///< an object of its own; null for the buffer itself
 };
 
-/// A buffer as a host makes it. It is freed by its release, so that the address sanitizer sees every later touch.
+/// Creates a buffer as a host does. Its release frees it, so that the address sanitizer detects every later access.
 OKM8::MFF::IMultimediaBuffer* MakeBuffer(BufferCounts& counts, BufferOptions options);
 
-/// A grey, planar 4:2:0 frame of that size and time.
+/// Creates a grey, planar 4:2:0 frame of that size and time.
 OKM8::MFF::IMultimediaBuffer* MakeFrame(BufferCounts& counts, std::uint32_t width, std::uint32_t height,
                                         std::uint64_t timeStamp);
 
-/// Keeps what OnFrameDone was called with.
+/// Records the arguments of OnFrameDone.
 class RecordingFrameDone final : public OKM8::MFF::IFrameDoneCallback {
   public:
     explicit RecordingFrameDone(OnCall hook = nullptr) : onCall(std::move(hook)) {}

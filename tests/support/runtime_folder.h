@@ -1,4 +1,4 @@
-/// Folders for the sockets of a test's servers, so that it meets no others and leaves nothing behind.
+/// Folders for the sockets of a test's servers, so that the test finds no other servers and leaves no files.
 #pragma once
 
 #include <cstdlib>
@@ -13,8 +13,8 @@
 
 namespace test_support {
 
-/// Makes a folder, and "run" and "tmp" in it, which XDG_RUNTIME_DIR and TMPDIR name until its end. On Windows nothing
-/// of the server's is looked for there.
+/// Creates a folder with "run" and "tmp" in it, to which XDG_RUNTIME_DIR and TMPDIR point during its lifetime. On
+/// Windows the server uses neither.
 class RuntimeFolder {
   public:
     RuntimeFolder() {

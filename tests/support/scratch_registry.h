@@ -1,4 +1,4 @@
-/// A registry of the test's own.
+/// A registry for one test.
 #pragma once
 
 #include <cstdint>
@@ -8,8 +8,8 @@
 
 namespace test_support {
 
-/// Stands in the place of the machine's for this process, for as long as it lives, and is empty at first. One at a
-/// time. Paths use backslashes.
+/// Replaces the machine's registry for this process during its lifetime; empty at first. One at a time. Paths use
+/// backslashes.
 class ScratchRegistry {
   public:
     using Hive = platform::RegistryHive;
@@ -21,13 +21,13 @@ class ScratchRegistry {
 
     void MakeKey(Hive hive, const std::string& path);
 
-    /// Each makes the key where it is missing.
+    /// Each creates the key if it is missing.
     void StoreBytes(Hive hive, const std::string& path, const std::string& name, const std::string& bytes);
     /// A text, with no NUL after it.
     void StoreText(Hive hive, const std::string& path, const std::string& name, const std::string& text);
     void StoreNumber(Hive hive, const std::string& path, const std::string& name, std::uint32_t number);
 
-    /// From now on nothing can be opened or made in that hive. REQUIRES: the hive is empty.
+    /// From now on no key can be opened or created in that hive. REQUIRES: the hive is empty.
     void Block(Hive hive);
 
     bool HasKey(Hive hive, const std::string& path) const;

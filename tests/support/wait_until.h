@@ -1,10 +1,10 @@
-/// Waiting for what another thread or process does.
+/// Waits for another thread or process.
 #pragma once
 
 #include <chrono>
 #include <thread>
 
-/// Looks at a condition until it holds; false when it does not in all the time that a loaded machine may take.
+/// Polls a condition until it holds; returns false when it does not within a minute, enough for a loaded machine.
 template <class Condition>
 bool WaitUntil(Condition condition) {
     const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(60);

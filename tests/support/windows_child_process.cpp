@@ -41,7 +41,7 @@ Handle OpenInheritable(const std::wstring& name, DWORD access, DWORD share) {
     return Handle(file);
 }
 
-/// The test's end of a pipe to a process, in which one read or write at a time goes on beside the test.
+/// The test's end of a pipe to a process, with at most one asynchronous read or write.
 class PipeEnd {
   public:
     PipeEnd() = default;
@@ -49,7 +49,7 @@ class PipeEnd {
     PipeEnd& operator=(const PipeEnd&) = delete;
     ~PipeEnd() { Close(); }
 
-    /// Returns the other end, which a process inherits.
+    /// Returns the other end, which the process inherits.
     Handle Open(DWORD ownAccess, DWORD othersAccess) {
         static std::atomic<int> count{0};
         const std::wstring name =
@@ -76,7 +76,7 @@ class PipeEnd {
     bool IsOpen() const { return pipe_ != INVALID_HANDLE_VALUE; }
     HANDLE Get() const { return pipe_; }
 
-    /// Appends what has been read, and tells whether there was something. Closes at the stream's end.
+    /// Appends what has been read; returns whether there was anything. Closes at the stream's end.
     bool Read(std::string& text) {
         if (IsOpen() && !isBusy_) {
             Begin(::ReadFile(pipe_, buffer_.data(), pipeSize, nullptr, &operation_));
@@ -86,7 +86,7 @@ class PipeEnd {
         return count > 0;
     }
 
-    /// Takes away what has been written, and tells whether there was something. Closes when nobody reads.
+    /// Removes what has been written; returns whether there was anything. Closes when the other end is closed.
     bool Write(std::string& bytes) {
         if (IsOpen() && !isBusy_ && !bytes.empty()) {
             const auto size = static_cast<DWORD>(bytes.copy(buffer_.data(), buffer_.size()));
@@ -123,7 +123,7 @@ class PipeEnd {
     bool isBusy_ = false;
 };
 
-/// A pseudo-terminal for a process to be started in.
+/// A pseudo-terminal in which a process is started.
 class Terminal {
   public:
     Terminal() = default;
@@ -131,13 +131,13 @@ class Terminal {
     Terminal& operator=(const Terminal&) = delete;
     ~Terminal() { Close(); }
 
-    /// Newer systems alone have it.
+    /// Only newer systems have it.
     static auto FindCreate() {
         return FindInSystem<HRESULT(WINAPI*)(COORD, HANDLE, HANDLE, DWORD, void**)>(L"kernel32.dll",
                                                                                     "CreatePseudoConsole");
     }
 
-    /// What the terminal shows goes to `output`. Returns what the start of a process takes.
+    /// The terminal writes what it shows to `output`. Returns the attribute list for the start of a process.
     LPPROC_THREAD_ATTRIBUTE_LIST Open(HANDLE output) {
         constexpr DWORD_PTR pseudoConsole = 0x20016;
         const Handle keyboardEnd = keyboard_.Open(PIPE_ACCESS_OUTBOUND, GENERIC_READ);
@@ -155,7 +155,7 @@ class Terminal {
         return list;
     }
 
-    /// What it has shown can be read from then on to its end.
+    /// Afterwards what it has shown can be read to the end.
     void Close() {
         if (console_ != nullptr) {
             FindInSystem<void(WINAPI*)(void*)>(L"kernel32.dll", "ClosePseudoConsole")(console_);
@@ -169,7 +169,7 @@ class Terminal {
     std::vector<char> attributes_;
 };
 
-// As the system's own parser takes it apart: backslashes count before a quotation mark alone.
+// As the system's own parser splits it: backslashes are special only before a quotation mark.
 void AppendWord(std::wstring& line, const std::wstring& word) {
     line += line.empty() ? L"\"" : L" \"";
     std::size_t backslashes = 0;
@@ -242,7 +242,7 @@ ChildProcess::ChildProcess(const Start& start) : system_(std::make_unique<System
     std::wstring line;
     DWORD flags = CREATE_UNICODE_ENVIRONMENT;
     if (start.errorsToTerminal) {
-        // The terminal can be opened in a process that has it, and so by a helper.
+        // Only a process in the terminal can open it, so a helper does.
         startup.StartupInfo.cb = sizeof(startup);
         startup.lpAttributeList = system_->terminal.Open(errors.get());
         flags |= EXTENDED_STARTUPINFO_PRESENT;
@@ -300,8 +300,8 @@ void ChildProcess::WaitUntilInputIsRead() {
     Require(::FlushFileBuffers(system_->input.Get()) != FALSE, "reading of the input");
 }
 
-// The way that a request comes, whoever makes it: on a thread of the process that begins in the system's own routine.
-// It needs no console, of which the test would be asked to stop as well.
+// The system delivers every request this way: on a new thread of the process that starts in a system routine. This
+// needs no console, through which the test would get the request as well.
 void ChildProcess::Stop(const StopRequest& request) const {
     const auto routine = FindInSystem<LPTHREAD_START_ROUTINE>(L"kernelbase.dll", "CtrlRoutine");
     Require(routine != nullptr, "CtrlRoutine");

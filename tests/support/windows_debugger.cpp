@@ -15,7 +15,7 @@ constexpr DWORD viewerBufferSize = 4096;
 
 using WaitForEvent = BOOL(WINAPI*)(DEBUG_EVENT*, DWORD);
 
-// The newer one of the two, where there is one, is told of wide texts.
+// Only the newer of the two, where available, receives wide texts.
 WaitForEvent FindWaitForEvent() {
     const HMODULE system = GetModuleHandleA("kernel32.dll");
     void* const newer = reinterpret_cast<void*>(GetProcAddress(system, "WaitForDebugEventEx"));
@@ -27,13 +27,13 @@ struct CloseHandleOf {
 };
 using Handle = std::unique_ptr<std::remove_pointer_t<HANDLE>, CloseHandleOf>;
 
-// The event's own length has 16 bits; the text goes up to its NUL.
+// The length in the event has 16 bits, so the text is read up to its NUL.
 template <class Character>
 std::basic_string<Character> ReadText(HANDLE process, const void* address) {
     std::basic_string<Character> text;
     const auto* from = static_cast<const Character*>(address);
     for (;;) {
-        // Up to the end of a page: the next one may not be there.
+        // Reads up to the end of a page: the next one may not be mapped.
         constexpr std::size_t pageSize = 4096;
         const std::size_t left = pageSize - reinterpret_cast<std::uintptr_t>(from) % pageSize;
         std::vector<Character> page(std::max<std::size_t>(left / sizeof(Character), 1));
@@ -98,7 +98,7 @@ DebuggedRun RunUnderDebugger(const std::string& commandLine) {
                 Handle(event.u.LoadDll.hFile);
                 break;
             case EXCEPTION_DEBUG_EVENT:
-                // The system's own greeting is one of these.
+                // The system raises one of these at the start.
                 if (event.u.Exception.ExceptionRecord.ExceptionCode != DWORD{EXCEPTION_BREAKPOINT}) {
                     answer = DBG_EXCEPTION_NOT_HANDLED;
                 }

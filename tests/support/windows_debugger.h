@@ -1,4 +1,4 @@
-/// The two who read debug output from outside: a debugger of one process, and a viewer of all that have none.
+/// The two receivers of debug output: a debugger of one process, and a viewer of all processes without a debugger.
 #pragma once
 
 #include <windows.h>
@@ -10,7 +10,7 @@
 
 namespace test_support {
 
-/// One call of the process, as it reached the debugger.
+/// One debug output call of the process, as the debugger received it.
 struct DebugText {
     bool isWide = false;
     std::string narrow;  ///< empty for a wide text
@@ -18,17 +18,17 @@ struct DebugText {
 };
 
 struct DebuggedRun {
-    bool hasEnded = false;  ///< by itself and in time
+    bool hasEnded = false;  ///< without being killed, in time
     DWORD exitCode = 0;
     std::vector<DebugText> texts;
 
     std::vector<std::string> NarrowTexts() const;
 };
 
-/// Runs a program to its end. Where the system does not hand wide texts on, they come in its code page.
+/// Runs a program to its end. Where the system does not pass on wide texts, they arrive in its code page.
 DebuggedRun RunUnderDebugger(const std::string& commandLine);
 
-/// Receives what processes without a debugger write. One at a time on the whole machine.
+/// Receives the debug output of processes without a debugger. One at a time on the whole machine.
 class DebugOutputViewer {
   public:
     DebugOutputViewer();
@@ -36,10 +36,10 @@ class DebugOutputViewer {
     DebugOutputViewer(const DebugOutputViewer&) = delete;
     DebugOutputViewer& operator=(const DebugOutputViewer&) = delete;
 
-    /// False where somebody else looks already.
+    /// False when another viewer is already active.
     bool IsAlone() const { return buffer_ != nullptr; }
 
-    /// What this process has written, each piece as it came.
+    /// What this process has written, in pieces as received.
     std::vector<std::string> Pieces() const;
 
   private:

@@ -19,7 +19,7 @@ HANDLE AsHandle(int number) {
     return reinterpret_cast<HANDLE>(static_cast<std::intptr_t>(number));
 }
 
-// Every number is tried, until so many are free that there will be none.
+// Tries every number until so many are unused that no more are expected.
 template <class Action>
 void ForEachHandle(const Action& action) {
     constexpr int step = 4;
@@ -102,7 +102,7 @@ void ReleaseFreeMemory() {
     ForEachHeap([](HANDLE heap) { HeapCompact(heap, 0); });
 }
 
-// The system maps large blocks by themselves, and a walk through the heap does not meet them.
+// The system maps large blocks separately, and a walk through the heap does not include them.
 std::uint64_t AllocatedBytes() {
     std::uint64_t bytes = 0;
     ForEachHeap([&](HANDLE heap) {

@@ -5,7 +5,7 @@
 
 namespace test_support {
 
-// This changes the C library's variables and the system's, which programs started from here inherit.
+// Changes the C library's variables and the system's, which child processes inherit.
 void SetEnvironment(const char* name, const std::string& value) {
     _putenv_s(name, value.c_str());
 }

@@ -21,7 +21,7 @@ GuardedBytes::GuardedBytes(std::size_t size, std::uint8_t fill) : count_(size) {
     const std::size_t page = system.dwPageSize;
     const std::size_t usable = (size + page - 1) / page * page;
     mappedSize_ = usable + page;
-    // The last page stays reserved: there is no memory after it.
+    // The last page stays reserved and inaccessible.
     mapping_ = VirtualAlloc(nullptr, mappedSize_, MEM_RESERVE, PAGE_NOACCESS);
     if (mapping_ == nullptr) {
         Fail("VirtualAlloc");

@@ -1,4 +1,4 @@
-// A server that serves nobody: stays until it is terminated.
+// A server that serves no clients: runs until it is terminated.
 
 #include <windows.h>
 

@@ -28,7 +28,7 @@ HKEY Predefined(platform::RegistryHive hive) {
 
 }  // namespace
 
-// Everything stands under a key of this process's own, which the predefined keys are mapped to.
+// All keys are under a key of this process, to which the predefined keys are mapped.
 struct ScratchRegistry::Place {
     HKEY& Hive(ScratchRegistry::Hive hive) { return hive == platform::RegistryHive::LocalMachine ? machine : user; }
 
@@ -39,7 +39,7 @@ struct ScratchRegistry::Place {
 };
 
 ScratchRegistry::ScratchRegistry() : place_(new Place) {
-    RegDeleteTreeA(HKEY_CURRENT_USER, place_->name.c_str());  // of a process that died
+    RegDeleteTreeA(HKEY_CURRENT_USER, place_->name.c_str());  // of a process that crashed
     place_->root = Create(HKEY_CURRENT_USER, place_->name);
     place_->machine = Create(place_->root, "machine");
     place_->user = Create(place_->root, "user");
@@ -88,7 +88,7 @@ void ScratchRegistry::StoreNumber(Hive hive, const std::string& path, const std:
     RegCloseKey(key);
 }
 
-// What is to last cannot be made under a key that does not.
+// A permanent key cannot be created under a volatile one.
 void ScratchRegistry::Block(Hive hive) {
     HKEY& key = place_->Hive(hive);
     RegCloseKey(key);

@@ -1,4 +1,4 @@
-// The narrow forms, whose macros would otherwise name the wide ones.
+// Selects the narrow functions.
 #undef UNICODE
 #include <windows.h>
 // clang-format off: needs the one above
@@ -31,7 +31,7 @@ void ForEachProcess(const std::function<void(const PROCESSENTRY32&)>& action) {
     CloseHandle(list);
 }
 
-/// A function of the system that no header declares.
+/// Calls a system function that no header declares.
 bool Tell(ProcessId process, const char* function) {
     const FARPROC found = GetProcAddress(GetModuleHandleA("ntdll.dll"), function);
     const HANDLE handle = OpenProcess(PROCESS_SUSPEND_RESUME, FALSE, static_cast<DWORD>(process));
@@ -55,7 +55,7 @@ void Place(const fs::path& program) {
     fs::copy_file(OwnFolder() / program, OwnFolder() / serverName);
 }
 
-// The file of a program that runs, or has just ended, cannot be removed. It can be renamed, and is removed later.
+// The file of a program that runs or has just ended cannot be removed. It is renamed and removed later.
 void Remove() {
     const fs::path file = OwnFolder() / serverName;
     const std::string aside = std::string(serverName) + ".old-";
@@ -93,7 +93,7 @@ int Zombies() {
     return 0;
 }
 
-// One that has ended stands in the list for as long as somebody has it open.
+// An ended process stays in the list while a handle to it is open.
 bool IsGone(ProcessId process) {
     const HANDLE handle = OpenProcess(SYNCHRONIZE, FALSE, static_cast<DWORD>(process));
     if (handle == nullptr) {

@@ -1,10 +1,10 @@
-// Runs a program with the terminal that this process has as its standard error: windows_terminal_helper PROGRAM ...
+// Runs a program with this process's terminal as its standard error: windows_terminal_helper PROGRAM ...
 #include <windows.h>
 
 #include <cwchar>
 
 int main() {
-    // The program's own name stands in quotation marks, and what is to be run after it.
+    // The helper's own name is in quotation marks, followed by the command to run.
     wchar_t* const line = std::wcschr(::GetCommandLineW() + 1, L'"') + 2;
     SECURITY_ATTRIBUTES inheritable = {sizeof(SECURITY_ATTRIBUTES), nullptr, TRUE};
     STARTUPINFOW startup = {};
