@@ -1,4 +1,4 @@
-/// The library as the host has loaded it, and a detector of it.
+/// The library as the host loads it, and one of its detectors.
 #pragma once
 
 #include "sdk/contract_names.h"
@@ -9,10 +9,10 @@
 
 namespace contract_host {
 
-/// Needs more than 32 bits, as a time of today does.
+/// Needs more than 32 bits, as a current time does.
 inline constexpr uint64_t frameTime = 1700000000123;
 
-/// One loading of the library.
+/// The library, loaded once.
 struct Plugin {
     Plugin() : library(LoadPlugin()) {
         ReportCheck("the library is loaded", library != nullptr);
@@ -38,7 +38,7 @@ struct Plugin {
     OKM8::Analytics::FinalizeModuleFunction* finalize = nullptr;
 };
 
-/// One detector of a freshly initialised module, and the host around it.
+/// One detector of a freshly initialised module, and its host objects.
 struct Channel {
     explicit Channel(Plugin& used) : plugin(used) {
         plugin.initialize(static_cast<OKM8::IHost*>(&host));

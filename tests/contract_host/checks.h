@@ -1,4 +1,4 @@
-/// Checks, without any library.
+/// Checks that need no library.
 #pragma once
 
 #include "tests/contract_host/system.h"
@@ -16,7 +16,7 @@ inline bool SameText(const char* one, const char* other) {
     return *one == *other;
 }
 
-/// What a call was handed, kept beyond it.
+/// A copy of a text argument that outlives the call.
 struct Text {
     char characters[128] = {};
 
@@ -30,7 +30,7 @@ struct Text {
     }
 };
 
-/// A number that is compared; pointers count as their addresses.
+/// Converts a value to a number to compare; pointers become their addresses.
 template <class Value>
 int64_t Number(Value value) {
     return static_cast<int64_t>(value);

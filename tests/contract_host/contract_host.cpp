@@ -1,5 +1,5 @@
-// Drives the library as a host of another compiler does: from the exports to the end, through every slot of every
-// interface, with objects whose tables and type information are this compiler's own.
+// Drives the library as a host of another compiler does, from the exports to the destruction of the module, through
+// every slot of every interface. The tables and type information of the host's objects are this compiler's own.
 
 #include "sdk/contract_names.h"
 #include "sdk/detector.h"
@@ -28,7 +28,7 @@ constexpr unsigned destroyOnly = 0;
 constexpr unsigned destroyAndFree = 1;
 constexpr unsigned bothFlags[] = {destroyOnly, destroyAndFree};
 
-// The operation in a slot, with arguments of which more may be set than their type shows.
+// Calls the operation in a slot. The arguments may have bits set beyond the parameter's type.
 template <class Result, class... Arguments>
 Result CallSlot(void* object, unsigned slot, Arguments... arguments) {
     using Operation = Result (*)(void*, Arguments...);
@@ -111,15 +111,15 @@ void CheckModuleEnds() {
         if (flags == destroyOnly) {
             FreeBlock(module);
         }
-        // The library is unloaded without FinalizeModule: its module is gone.
+        // The library is unloaded without FinalizeModule, because its module is already destroyed.
     }
 }
 
-// --- a detector's parts and ends ---
+// --- a detector's parts and its destruction ---
 
 struct NamedPart {
     const char* name;
-    unsigned position;  // of the part in the object, in table pointers
+    unsigned position;  // the part's offset in the object, in table pointers
 };
 
 constexpr NamedPart namedParts[] = {
@@ -245,7 +245,7 @@ void CheckSettings(Plugin& plugin) {
     adjuster.ApplySettings();
     channel.ExpectError("ApplySettings clears the error", ErrorCode::None, "");
 
-    // What the setters stored shows in what the first table returns.
+    // The operations of the first table return what the setters stored.
     auto& table = *static_cast<detector_table::VexlaneDetectorImpl*>(channel.detector);
     BeginChecks("first table");
     Equal("GetIdNumber reads the id", table.GetIdNumber(), 31);
@@ -289,7 +289,7 @@ void CheckSettings(Plugin& plugin) {
     Equal("GetFrameDouble of a number", table.GetFrameDouble("number", real), ErrorCode::RefusedSetting);
 
     BeginChecks("registers wider than their arguments");
-    // A caller fills no more of a register than the type has.
+    // A caller sets only the bits of a register that the type has.
     constexpr uint64_t rest = 0xDEADBEEF00000000;
     CallSlot<int32_t>(&single, 6, "number", rest + 12);
     table.GetFrameInt("number", number);
@@ -523,7 +523,7 @@ void CheckAreas(Plugin& plugin) {
     ExpectArea("BeginSingleCall's area reaches the event", begun, true, 1, 2, 4, 6);
 }
 
-// --- events that cannot be made ---
+// --- events that cannot be created ---
 
 void CheckFailedEvents(Plugin& plugin) {
     struct Failure {

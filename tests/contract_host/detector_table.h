@@ -1,6 +1,6 @@
 /// The first table of a detector, as a declaration that every compiler can lay out: the operations in slot order, with
-/// stand-ins for the classes of C++ libraries. Those that take or answer such a class by value cannot be called through
-/// it.
+/// placeholders for the classes of C++ libraries. Operations that take or return such a class by value cannot be called
+/// through it.
 #pragma once
 
 #include "sdk/buffer.h"
@@ -9,7 +9,7 @@
 
 namespace detector_table {
 
-// Named as what they stand for.
+// Named after the classes that they replace.
 struct string;
 struct FrameImage;
 struct RecognitionResult;

@@ -1,4 +1,4 @@
-/// The host's side of the contract. Every object writes down what it is called with.
+/// The host's side of the contract. Every object records its calls.
 #pragma once
 
 #include "sdk/buffer.h"
@@ -10,7 +10,7 @@
 
 namespace contract_host {
 
-/// Calls that the library is never to make, of all objects.
+/// The number of calls, on all objects, that the library must never make.
 inline int unexpectedCalls = 0;
 
 /// The operations that the library calls.
@@ -38,7 +38,7 @@ enum class Call : uint32_t {
     CreateEventRaiser,
 };
 
-/// What each of them does when it has written down its call; null for nothing. It need not return.
+/// Called by each operation after it has recorded its call; may be null. It need not return.
 inline void (*onCall)(Call) = nullptr;
 
 inline void Reach(Call call) {
@@ -47,7 +47,7 @@ inline void Reach(Call call) {
     }
 }
 
-/// The root operations of an object that is known under no name.
+/// The root operations of an object that returns no interface.
 #define CONTRACT_HOST_NO_NAMES(Class)                 \
     void* QueryContract(const char*) override {       \
         ++unexpectedCalls;                            \
@@ -61,7 +61,7 @@ inline void Reach(Call call) {
 
 // --- frames ---
 
-/// What happens to one frame, in letters: s time stamp, d data, n size, h height, w width, r release, q query.
+/// The calls on one frame, as letters: s time stamp, d data, n size, h height, w width, r release, q query.
 struct FrameStory {
     Text calls;
     unsigned count = 0;
@@ -79,7 +79,7 @@ struct FrameStory {
 inline constexpr uint32_t frameWidth = 640;
 inline constexpr uint32_t frameHeight = 480;
 
-/// A grey picture in planar 4:2:0. The pixels are shared: the library only reads them.
+/// The pixels of a grey picture in planar 4:2:0. All frames share them, because the library only reads them.
 inline uint8_t framePixels[frameWidth * frameHeight * 3 / 2];
 
 class CompositeBuffer final : public OKM8::MFF::ICompositeBuffer {
@@ -126,7 +126,7 @@ class CompositeBuffer final : public OKM8::MFF::ICompositeBuffer {
     uint32_t height = frameHeight;
 };
 
-/// The buffer that is handed in: another object than the picture in it, which only a query gives.
+/// The buffer that the host passes in. The picture in it is a separate object, which only QueryContract returns.
 class InputBuffer final : public OKM8::MFF::IMultimediaBuffer {
   public:
     void* QueryContract(const char* name) override {
@@ -184,7 +184,7 @@ struct SetValue {
     int64_t number = 0;
 };
 
-/// What a target is told, whatever class it is of.
+/// The values that are set on a target of any class.
 struct TargetStory {
     static constexpr unsigned mostValues = 32;
 

@@ -1,5 +1,5 @@
-// What objects for the Microsoft ABI expect of that compiler's own libraries. Compiled as they are, so that the names
-// come out right.
+// Symbols that objects for the Microsoft ABI expect from that compiler's own libraries. Compiled with the same
+// compiler, so that the names match.
 
 #include "tests/contract_host/system.h"
 
@@ -13,7 +13,7 @@ void operator delete(void* block, size_t) noexcept {
 
 extern "C" {
 
-// The table of the class of type descriptors. They point at it, and nothing calls it.
+// The virtual table of type descriptors. They point to it, and it is never called.
 extern const void* const typeInfoTable[1] asm("??_7type_info@@6B@");
 const void* const typeInfoTable[1] = {};
 
@@ -21,7 +21,7 @@ const void* const typeInfoTable[1] = {};
 extern const int _fltused;
 const int _fltused = 1;
 
-// What a pure operation's slot leads to.
+// The slot of a pure virtual operation points here.
 int _purecall() {
     __builtin_trap();
 }

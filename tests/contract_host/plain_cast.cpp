@@ -1,4 +1,4 @@
-// The cast as it would be among objects of one compiler, in place of the library's.
+// The cast as it would be between objects of one compiler, instead of the library's.
 
 #include "detector/binary_adjuster_cast.h"
 

@@ -1,5 +1,5 @@
-# Runs the host with something that does not fit, and passes when the host fails and names the check. Crashing counts as
-# failing, hanging does not.
+# Runs the host with a mismatch, and passes when the host fails and names the check. A crash counts as a failure, a hang
+# does not.
 execute_process(
     COMMAND ${EMULATOR} "${HOST}" "${LIBRARY}" "${ENGINE}" "${FILM}"
     RESULT_VARIABLE result OUTPUT_VARIABLE output ERROR_VARIABLE output TIMEOUT 120)

@@ -1,11 +1,11 @@
-/// Targets of many class trees. A checked cast finds the binary setter of some and of others not.
+/// Targets with many class hierarchies. A checked cast finds the binary setter of some of them.
 #pragma once
 
 #include "tests/contract_host/host_objects.h"
 
 namespace other {
 
-/// Bears the setter's name and is not it.
+/// Has the setter's name in another namespace.
 struct IBinaryAdjuster : OKM8::IContract {
     virtual void SetBinaryValue(const char* name, const void* data, uint32_t size) = 0;
 };
@@ -14,11 +14,11 @@ struct IBinaryAdjuster : OKM8::IContract {
 
 namespace contract_host {
 
-/// What a test hands to the detector, and what it knows about it.
+/// A target that a test passes to the detector, and the expected result.
 struct Target {
     const char* description;
     OKM8::Analytics::ITargetAdjuster* handed;
-    const void* binarySetter;  ///< null when a checked cast is to find none
+    const void* binarySetter;  ///< null when a checked cast must find none
     TargetStory* story;
 };
 
@@ -62,7 +62,7 @@ inline void RecordBinaryValue(TargetStory& story, const void* setter, const char
         RecordBinaryValue(story, static_cast<const OKM8::IBinaryAdjuster*>(this), key, data, size); \
     }
 
-// What stands in front of, or between, the parts that matter.
+// A base before or between the bases under test.
 template <int place>
 struct Ahead {
     virtual void Nothing() {}
@@ -139,7 +139,7 @@ class VirtualLevelTarget final : public Ahead<0>, public OKM8::Analytics::ITarge
     }
 };
 
-/// Its own constructor makes a compiler keep displacements in front of its virtual bases.
+/// Its constructor makes a compiler store displacements before its virtual bases.
 class BothVirtualTarget final : public virtual Ahead<0>,
                                 public virtual OKM8::Analytics::ITargetAdjuster,
                                 public virtual OKM8::IBinaryAdjuster {

@@ -1,4 +1,4 @@
-/// What the throwing engine shares with the host that drives it.
+/// Declarations shared by the throwing engine and the host that drives it.
 #pragma once
 
 #include <stdint.h>
@@ -9,12 +9,12 @@ enum class EngineFunction : int32_t { None, Recognize, SetRange };
 
 struct ThrowingEngine {
     EngineFunction thrower;  ///< throws a Microsoft compiler's exception at each call
-    bool isStanding;         ///< the plate is the same in every frame; otherwise it is another vehicle's
+    bool isStanding;         ///< the plate is the same in every frame; otherwise every frame has another vehicle
     int32_t thrown;
     int32_t destroyed;
 };
 
-/// The name of the variable of that type which the engine exports.
+/// The name of the exported ThrowingEngine variable.
 inline constexpr char throwingEngineName[] = "throwingEngine";
 
 }  // namespace contract_host

@@ -1,4 +1,4 @@
-// A host, and an engine, that throw C++ exceptions of a Microsoft compiler into the library, which GCC does not know.
+// A host and an engine that throw C++ exceptions of a Microsoft compiler, which GCC does not support, into the library.
 
 #include "sdk/contract_names.h"
 #include "sdk/detector.h"
@@ -28,7 +28,7 @@ constexpr uint32_t Bits(Calls... calls) {
     return (Bit(calls) | ...);
 }
 
-// What the host throws, and out of which operations.
+// The operations of the host that throw.
 uint32_t throwing = 0;
 int thrown = 0;
 int destroyed = 0;
@@ -71,7 +71,7 @@ struct ThrowingChannel : Channel {
         return single->ReceiveSingle(&frame, nullptr, &done);
     }
 
-    // On another thread: a lock that was left behind would keep it waiting.
+    // On another thread: a lock that is still held would block it.
     void ExpectAllIsWellAgain(InputBuffer& frame) {
         struct Next {
             ThrowingChannel& channel;
@@ -106,7 +106,7 @@ void ExpectReleasedOnce(const InputBuffer& frame) {
     Equal("the frame is released once", frame.released + frame.story.released, 1);
 }
 
-// --- what is the frame's error, and what is a trace line alone ---
+// --- exceptions that are the frame's error, and those that are only a trace line ---
 
 struct Case {
     const char* name;
@@ -170,7 +170,7 @@ void CheckCase(Plugin& plugin, const Case& tried) {
     Equal("OnFrameDone", channel.done.calls, tried.done);
     Equal("Discard", channel.peer.raiser.discarded, tried.discarded);
     Equal("Raise", channel.peer.raiser.raised, tried.raised);
-    // What fails while plates are recognised is one trace line, but for the releases, of which nobody is told.
+    // A failure during recognition writes one trace line, except a failed release, which writes none.
     const bool isOutside = tried.answer == fails && tried.throwing != Bit(Call::GetTimeStamp);
     Equal("trace lines", CountTraces(exceptionTrace) - tracesBefore,
           isOutside || tried.throwing == Bit(Call::Release) ? 0 : 1);
@@ -181,7 +181,7 @@ void CheckCase(Plugin& plugin, const Case& tried) {
     ExpectReleasedOnce(next);
 }
 
-// --- releases that come later ---
+// --- later releases ---
 
 void CheckLaterReleases(Plugin& plugin) {
     BeginChecks("releases of a standing plate's frames");
@@ -208,7 +208,7 @@ void CheckLaterReleases(Plugin& plugin) {
     }
 }
 
-// --- what is let through, as an exception of the library's own compiler ---
+// --- exceptions that leave the library, as exceptions of its own compiler ---
 
 void CheckCreateDetector(Plugin& plugin) {
     BeginChecks("GetInterface of CreateDetector");
@@ -254,7 +254,7 @@ void CheckWriteLog(Plugin& plugin) {
     channel.ExpectAllIsWellAgain(next);
 }
 
-// --- exceptions of the system, which go on where they were raised ---
+// --- system exceptions, which continue where they were raised ---
 
 uint32_t systemException = 0;
 
@@ -282,7 +282,7 @@ void CheckSystemExceptions(Plugin& plugin) {
         {"a break point passes", 0x80000003, 1},
         {"debug output passes", 0x40010006, 1},
         {"wide debug output passes", 0x4001000A, 1},
-        {"a thread's name passes", 0x406D1388, 0},  // the compiler's library takes it before any frame is asked
+        {"a thread's name passes", 0x406D1388, 0},  // the compiler's library handles it first
     };
     onCall = RaiseSystemException;
     for (const Passing& passed : passing) {

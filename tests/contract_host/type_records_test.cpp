@@ -1,4 +1,4 @@
-// The checked cast through Microsoft type records that were put together by hand, right and wrong ones.
+// The checked cast through hand-made Microsoft type records, valid and invalid ones.
 
 #include <gtest/gtest.h>
 
@@ -21,11 +21,11 @@ constexpr char wanted[] = "ISetter@Host@@";
 
 constexpr std::uint32_t publicBase = 0x40;
 constexpr std::uint32_t privateBase = 0x4D;  // the bits that compilers set for a private direct base
-constexpr std::uint32_t privatePart = 0x49;  // for a part of one
+constexpr std::uint32_t privatePart = 0x49;  // for a base of a private base
 constexpr std::uint32_t ambiguousBase = 0x42;
 constexpr std::uint32_t virtualBase = 0x50;
 
-/// One record of a class's bases, depth first; the class itself is the first.
+/// One base class record of a class, depth first; the class itself is the first.
 struct Base {
     std::string name;
     std::uint32_t contained = 0;
@@ -35,7 +35,7 @@ struct Base {
     std::int32_t baseTableEntry = 0;
 };
 
-/// An image in memory, on the boundary where a system would put it.
+/// An image in memory, aligned as the system aligns images.
 class Image {
   public:
     static constexpr std::uint32_t alignment = 0x10000;
@@ -73,7 +73,7 @@ class Image {
         return offset;
     }
 
-    /// Returns the record's place; `locator` is where the object's table looks for it.
+    /// Returns the offset of the class's locator, which `locator` keeps as well.
     std::uint32_t PutClass(const std::vector<Base>& bases, std::uint32_t tableOffset,
                            std::uint32_t displacementOffset = 0) {
         std::vector<std::uint32_t> places;
@@ -90,7 +90,7 @@ class Image {
         return locator;
     }
 
-    /// A virtual table whose locator is that of the last class.
+    /// Returns a virtual table with the locator of the last class.
     const void* PutTable() { return PutTable(begin_ + locator); }
     const void* PutTable(const void* record) {
         const std::uint32_t offset = Take(2 * sizeof(void*));
@@ -117,7 +117,7 @@ class Image {
     std::uint32_t cursor_ = firstRecord;
 };
 
-/// An object whose part at `handed` was given to the cast.
+/// An object whose part at `handed` is passed to the cast.
 struct Object {
     explicit Object(const void* table, std::size_t place = 0) : handed(place) { words[place] = table; }
     void* Handed() { return &words[handed]; }
@@ -131,7 +131,7 @@ void* Cast(Object& object) {
     return CastByMicrosoftRecords(object.Handed(), source, wanted);
 }
 
-/// The usual tree: the class, the target that is handed, and one more base.
+/// The usual hierarchy: the class, the target that is passed, and one more base.
 std::vector<Base> TreeWith(const Base& further) {
     return {{"Target@@", 2}, {source}, further};
 }
@@ -249,7 +249,7 @@ TEST(TypeRecords, AHandedPartThatIsPrivateLeadsNowhere) {
         << "another part than the handed one";
 }
 
-// Wrong records.
+// Invalid records.
 
 TEST(TypeRecords, RecordsOutsideTheImageAreNotFollowed) {
     for (const std::uint32_t outside : {Image::alignment - 1, Image::alignment, 0x7FFFFFFFu, 0xFFFFFFFFu}) {
@@ -313,7 +313,7 @@ TEST(TypeRecords, ABaseThatContainsMoreThanThereIsIsRefused) {
     EXPECT_EQ(CastInTree({{"Target@@", 2}, {source}, {wanted, 1, 24}}), nullptr);
 }
 
-// Telling records apart.
+// Distinguishing the records of the two compilers.
 
 struct Polymorphic {
     virtual ~Polymorphic() = default;

@@ -1,4 +1,4 @@
-// Calls into the host and the engine as they would be without a guard, in place of the library's.
+// Calls into the host and the engine without a guard, instead of the library's guarded calls.
 
 #include "platform/foreign_call.h"
 

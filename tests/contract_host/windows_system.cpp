@@ -1,5 +1,5 @@
-// The system's side of the contract host, built by this tree's own compiler: its names for the C library are the
-// host's.
+// The system's side of the contract host, built by this tree's own compiler, whose names of the C library the host
+// links to.
 
 #include <malloc.h>
 #include <windows.h>
@@ -21,7 +21,7 @@
 
 namespace {
 
-// A host that takes longer hangs.
+// A host that runs longer counts as hanging.
 constexpr DWORD patienceMilliseconds = 60000;
 
 const char* pluginPath = nullptr;
@@ -41,7 +41,7 @@ void Pass(const char* what) {
     std::fflush(stdout);
 }
 
-// The process is in no state to go on, and what it holds is not given back.
+// The process cannot continue, and its resources are not released.
 [[noreturn]] void FailAndEnd(const char* how) {
     Fail(how);
     TerminateProcess(GetCurrentProcess(), 3);
@@ -68,7 +68,7 @@ LONG WINAPI OnCrash(EXCEPTION_POINTERS* exception) {
 std::mutex tracesMutex;
 std::vector<std::string> traces;  // the messages; guarded by tracesMutex
 
-// Debug output is an exception that the system's own function handles.
+// Debug output arrives as an exception that the system's own function handles.
 LONG WINAPI OnDebugOutput(EXCEPTION_POINTERS* exception) {
     static constexpr char beginning[] = "vexlane[plate_recognition::VexlaneDetectorImpl::";
     const EXCEPTION_RECORD& record = *exception->ExceptionRecord;
@@ -149,7 +149,7 @@ void* FindExport(void* plugin, const char* name) {
     return reinterpret_cast<void*>(GetProcAddress(static_cast<HMODULE>(plugin), name));
 }
 
-// Both compilers' programs, and the library, allocate from the one heap of the C library.
+// The programs of both compilers and the library allocate from the one heap of the C library.
 
 bool IsAllocated(const void* block) {
     return HeapValidate(reinterpret_cast<HANDLE>(_get_heap_handle()), 0, block) != FALSE;
@@ -227,7 +227,7 @@ int main(int count, char** arguments) {
 
     pluginPath = arguments[1];
     _putenv_s("VEXLANE_SCRIPT", arguments[3]);
-    // The library binds the engine that is there already.
+    // The library binds to an engine that is already loaded.
     engine = Load(arguments[2]);
     if (engine == nullptr) {
         return 2;

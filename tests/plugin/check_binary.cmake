@@ -2,7 +2,7 @@ cmake_minimum_required(VERSION 3.25)
 
 # cmake -DCHECK=... -DBINARY=... -DNM=... -DREADELF=... -DOBJDUMP=... -DLISTS=<this folder> -P check_binary.cmake
 #
-# Compares what a shared library shows to the outside with the written lists.
+# Compares a shared library's exports, imports and names with the written lists.
 
 function(run out)
     execute_process(COMMAND ${ARGN} OUTPUT_VARIABLE text COMMAND_ERROR_IS_FATAL ANY)
@@ -23,7 +23,7 @@ function(defined_symbols out)
     set(${out} "${lines}" PARENT_SCOPE)
 endfunction()
 
-# Every value of one kind of entry of the dynamic section.
+# Returns all values of one kind of entry in the dynamic section.
 function(dynamic_entries kind out)
     run(text "${READELF}" --dynamic --wide "${BINARY}")
     string(REGEX MATCHALL "\\(${kind}\\)[^\n]*" lines "${text}")
@@ -31,7 +31,7 @@ function(dynamic_entries kind out)
     set(${out} "${lines}" PARENT_SCOPE)
 endfunction()
 
-# A DLL's tables as text: the exports, or the imports.
+# Returns a DLL's exports or imports as text.
 function(dll_tables start out)
     run(text "${OBJDUMP}" --private-headers "${BINARY}")
     string(FIND "${text}" "${start}" place)
@@ -42,7 +42,7 @@ function(dll_tables start out)
     set(${out} "${text}" PARENT_SCOPE)
 endfunction()
 
-# Every line of a text that fits, of which the first group is taken.
+# Returns the first group of every line of a text that matches.
 function(take text regex out)
     string(REGEX MATCHALL "[^\n]+" lines "${text}")
     set(taken "")
@@ -68,7 +68,7 @@ function(imported_dlls out)
     set(${out} "${names}" PARENT_SCOPE)
 endfunction()
 
-# The functions that are imported from one DLL.
+# Returns the functions that are imported from one DLL.
 function(imported_names dll out)
     dll_tables("DLL Name: ${dll}\n" text)
     string(REGEX REPLACE "\n\n.*" "" text "${text}")
@@ -82,7 +82,7 @@ function(expect_equal what actual expected)
     endif()
 endfunction()
 
-# The libraries that are needed: an engine, where one is named, and nothing that does not stand on the list.
+# Checks the needed libraries: the engine, where one is named, and only libraries on the list.
 function(expect_listed libraries engine)
     read_list("${LIST}" allowed)
     if(engine AND NOT engine IN_LIST libraries)
@@ -109,7 +109,7 @@ elseif(CHECK STREQUAL "run_path")
     expect_equal("old run path of ${BINARY}, which no environment could change" "${old}" "")
 elseif(CHECK STREQUAL "needed")
     dynamic_entries(NEEDED actual)
-    # A sanitized build brings its own run-time along.
+    # A sanitizer build also needs the sanitizer's run-time library.
     list(FILTER actual EXCLUDE REGEX "^lib(a|ub|t)san\\.so\\.")
     expect_listed("${actual}" libRecon64.so)
 elseif(CHECK STREQUAL "dll_exports")
@@ -131,8 +131,8 @@ elseif(CHECK STREQUAL "dll_name")
     take("${text}" "^Name[ \t]+[0-9a-f]+ (.+)$" actual)
     expect_equal("name of ${BINARY}" "${actual}" "${EXPECTED}")
 elseif(CHECK STREQUAL "vector_moves")
-    # The system aligns the stack for 16 bytes alone; a compiler that takes it for more saves wide registers there with
-    # moves that fault. Stores that go past the caches know no other form and look at the address first.
+    # The system aligns the stack only to 16 bytes; a compiler that assumes more saves wide registers there with moves
+    # that fault. Non-temporal stores exist only in an aligned form, and the code checks the address first.
     run(text "${OBJDUMP}" --disassemble --no-show-raw-insn "${BINARY}")
     if(NOT text MATCHES "vmovdqu[^\n]*%zmm" OR NOT text MATCHES "vmovdqu[^\n]*%ymm")
         message(FATAL_ERROR "${BINARY} has no moves of vectors at all")

@@ -1,4 +1,4 @@
-// A detector of the loaded library, driven by the slots of its six interfaces.
+// A detector of the loaded library, called through the slots of its six interfaces.
 
 #include <sstream>
 #include <thread>
@@ -73,7 +73,7 @@ TEST_F(Detector, AnswersItsNamesWithTheirPartsFromEveryPartAndBothSlots) {
 
 TEST_F(Detector, HasSixPartsThatStandApart) {
     std::vector<void*> parts = {detector, receiver, single, adjuster, errors, controller};
-    // The first base stands at the front, the others after it in their order.
+    // The first base is at the start, the others follow in their order.
     EXPECT_TRUE(std::is_sorted(parts.begin(), parts.end()));
     EXPECT_EQ(std::adjacent_find(parts.begin(), parts.end()), parts.end());
 }
@@ -183,7 +183,7 @@ TEST_F(Detector, IsEndedByItsOwnSlotAndEndsTheServer) {
     EXPECT_THAT(servers::Running(), testing::IsEmpty());
 }
 
-// A film with two vehicles, one behind the other.
+// A script with two vehicles, one after the other.
 class Film : public PluginFixture {
   protected:
     static constexpr int framePeriod = 40;  // milliseconds
@@ -373,7 +373,7 @@ TEST_F(TwoDetectors, TakeFramesAndSettingsOnManyThreadsWhileTheServerIsRestarted
     constexpr int frameCount = 60;
     folder.SetScript(R"({"refused_ranges":[5,20,21,40,80],"repeat":true,"frames":[{"plates":[{"text":"AB123C",)"
                      R"("confidence":540,"corners":[[10,10],[10,20],[40,10],[40,20]]}]},{}]})");
-    servers::Remove();  // polling goes on
+    servers::Remove();  // polling continues
     Initialize();
     std::vector<IDetector*> both = {CreateDetector(), CreateDetector()};
     servers::Place(VEXLANE_SERVER_PROGRAM);

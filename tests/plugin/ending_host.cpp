@@ -1,4 +1,4 @@
-// A host that ends while the library polls and says what it does, in the way that the argument names. Writes the
+// A host that ends while the library polls and writes trace lines, in the way that the argument names. Prints the
 // server's id first.
 
 #include <chrono>
@@ -16,8 +16,8 @@ namespace {
 
 constexpr std::chrono::seconds longestLife(240);
 
-// They stay, as in a host that does not care. Volatile, so that the leak checker finds them even though nobody reads
-// them again.
+// Never destroyed, as in a careless host. Volatile, so that the leak checker finds them although they are not read
+// again.
 plugin_test::Plugin* volatile plugin = nullptr;
 recording_host::RecordingHost* volatile host = nullptr;
 OKM8::Analytics::IModule* volatile moduleObject = nullptr;
@@ -39,7 +39,7 @@ int main(int count, char** arguments) {
     }
     moduleObject = plugin->GetModule();
     detector = moduleObject->CreateDetector(nullptr, host->Peer());
-    // No program was there to start, so polling goes on; now there is one.
+    // There was no program to start, so polling continues; now there is one.
     servers::Place(VEXLANE_SERVER_PROGRAM);
     if (!WaitUntil([] { return servers::Running().size() == 1; })) {
         return 2;

@@ -1,4 +1,4 @@
-// The pixels that the engine gets from the loaded library, by whichever kernel the environment asks for.
+// The pixels that the engine gets from the loaded library, with the kernel that the environment selects.
 
 #include <cstdio>
 #include <fstream>
@@ -21,7 +21,7 @@ struct KernelOfTheLibrary : PluginFixture {
         receiver = CallSlot<void*, const char*>(CreateDetector(), 0, OKM8::ContractName::IMediaReceiver);
     }
 
-    // The images that the engine was given, in their order.
+    // The images that the engine received, in order.
     std::vector<json> Images() const {
         std::vector<json> images;
         std::ifstream stream(folder.Path() / "calls");
@@ -37,14 +37,14 @@ struct KernelOfTheLibrary : PluginFixture {
     void* receiver = nullptr;
 };
 
-// Large pictures take long there, and the kernels' own tests have them.
+// Large pictures take long under sanitizers, and the kernels' own tests cover them.
 #if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
 constexpr bool isSanitized = true;
 #else
 constexpr bool isSanitized = false;
 #endif
 
-// The engine's own sum: FNV-1a with 64 bits, as its journal writes it.
+// The engine's checksum: FNV-1a with 64 bits, as its journal writes it.
 class Checksum {
   public:
     void Add(std::uint8_t byte) { sum_ = (sum_ ^ byte) * 0x100000001b3U; }
@@ -88,7 +88,7 @@ TEST_F(KernelOfTheLibrary, GivesTheEngineTheFormulasBytes) {
     std::vector<std::string> expected;
     for (const Size& size : {Size{2, 2}, Size{30, 4}, Size{34, 6}, Size{126, 2}, Size{128, 4}, Size{130, 34},
                              Size{322, 6}, Size{640, 480}, Size{1920, 1080}, Size{3840, 2160}}) {
-        for (const std::uint32_t halves : {2u, 3u, 4u}) {  // luminance alone, 4:2:0, 4:2:2
+        for (const std::uint32_t halves : {2u, 3u, 4u}) {  // luminance only, 4:2:0, 4:2:2
             const bool isLarge = size.height > 500;
             if (isLarge && (halves != 3 || isSanitized)) {
                 continue;

@@ -13,7 +13,7 @@ using testing::SizeIs;
 
 class ForkingHost : public PluginFixture {
   protected:
-    // Every range is refused, so that each frame restarts the server.
+    // Every plate-size range is refused, so that each frame restarts the server.
     ForkingHost() { folder.SetScript(R"({"refused_ranges": "all"})"); }
 
     bool Receives() {
@@ -22,8 +22,8 @@ class ForkingHost : public PluginFixture {
         return receiver->Receive(recording_host::MakeFrame(buffers, 64, 48, 0)) == 0;
     }
 
-    // Each way of a child to deal with what it has of its parent, and that the parent's servers are the same
-    // afterwards.
+    // Runs a child for each way to use or destroy the parent's objects, and checks that the parent's servers are
+    // unchanged.
     void ExpectThatChildrenEndAndLeaveTheServerAlone() {
         const std::set<servers::ProcessId> before = Running();
         const struct {
@@ -62,7 +62,7 @@ class ForkingHost : public PluginFixture {
     }
 };
 
-// The first detector finds no program to start, so polling goes on.
+// The first detector finds no program to start, so polling continues.
 TEST_F(ForkingHost, WhosePollingIsOnHasChildrenThatEndAndLeaveTheServerAlone) {
     servers::Remove();
     Initialize();
@@ -87,7 +87,7 @@ TEST_F(ForkingHost, WhosePollingIsOverHasChildrenThatEndAndLeaveTheServerAlone) 
     EXPECT_THAT(Running(), SizeIs(0)) << "and ends it";
 }
 
-// A host that becomes a process of the background before its first detector.
+// A host that becomes a background process before its first detector.
 TEST_F(ForkingHost, ThatHasNoDetectorYetHasAChildThatStartsAndEndsAServerOfItsOwn) {
     Initialize();
     EXPECT_EQ(test_support::ExitCodeOfForkedChild([this] {

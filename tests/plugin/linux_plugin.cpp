@@ -78,7 +78,7 @@ bool HasEmptyDebugKey() {
     return fs::is_directory(DebugKey()) && fs::is_empty(DebugKey());
 }
 
-// Debug output goes to standard error, where it is caught.
+// Debug output goes to standard error, which is redirected to a file.
 
 void CatchDebugOutput(void*) {}
 
@@ -88,7 +88,7 @@ DebugLines::DebugLines() : before_(dup(STDERR_FILENO)) {
     file_ = name;
     dup2(caught, STDERR_FILENO);
     close(caught);
-    // Each write goes to the end, wherever the text is read meanwhile.
+    // Each write goes to the end, regardless of the read position.
     fcntl(STDERR_FILENO, F_SETFL, O_APPEND);
 }
 

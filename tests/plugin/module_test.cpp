@@ -65,7 +65,7 @@ TEST_F(Module, ThatExistsIsAnsweredEvenForANullHost) {
     IModule* const module = Initialize();
     EXPECT_EQ(plugin->InitializeModule(nullptr), 0);
     EXPECT_EQ(plugin->GetModule(), module);
-    // It goes on with the host that it was made with.
+    // It keeps the host that it was created with.
     Destroy(CreateDetector());
     EXPECT_THAT(host.AskedInterfaces(), testing::Contains(std::string(ContractName::ILogger)));
 }

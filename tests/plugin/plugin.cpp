@@ -14,7 +14,7 @@ namespace {
 
 namespace fs = std::filesystem;
 
-// The build tells where things lie as seen from the folder of the programs.
+// The build passes paths relative to the folder of the programs.
 fs::path FromOwnFolder(const char* path) {
     return (servers::OwnFolder() / path).lexically_normal();
 }

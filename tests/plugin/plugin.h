@@ -1,4 +1,4 @@
-/// The built library, loaded as a host loads it, and objects driven by the slots of their tables.
+/// The built library, loaded as a host loads it, and calls through table slots.
 #pragma once
 
 #include <cstddef>
@@ -10,7 +10,7 @@
 
 namespace plugin_test {
 
-/// Calls the operation in a slot with the raw arguments. Any object of the contract.
+/// Calls the operation in a slot of any contract object with the raw arguments.
 template <class Result, class... Arguments>
 Result CallSlot(void* object, std::size_t slot, Arguments... arguments) {
     void** const table = *static_cast<void***>(object);
@@ -18,7 +18,7 @@ Result CallSlot(void* object, std::size_t slot, Arguments... arguments) {
     return operation(object, arguments...);
 }
 
-/// Loads an engine by its path, so that it is the one that is bound, and then the library.
+/// Loads an engine by its path, and then the library, which binds to that engine.
 class Plugin {
   public:
     /// With the scripted engine.
@@ -28,10 +28,10 @@ class Plugin {
     Plugin(const Plugin&) = delete;
     Plugin& operator=(const Plugin&) = delete;
 
-    /// Gives library and engine back, once.
+    /// Unloads library and engine, once.
     void Unload();
 
-    /// A function of the engine by its exported name; null when there is none.
+    /// Returns a function of the engine by its exported name, or null.
     void* EngineFunction(const char* name) const;
 
     OKM8::Analytics::InitializeModuleFunction* InitializeModule = nullptr;
@@ -49,15 +49,15 @@ std::filesystem::path LibraryFile();
 /// Whether a file of that name is loaded into this process.
 bool IsLoaded(const std::filesystem::path& file);
 
-/// Whether the library stays loaded for as long as it polls, whoever unloads it, because no thread can be joined while
-/// a library is being unloaded.
+/// Whether the library stays loaded for as long as it polls, even after an unload, because no thread can be joined
+/// while a library is being unloaded.
 #if defined(_WIN32)
 inline constexpr bool pollingKeepsTheLibrary = true;
 #else
 inline constexpr bool pollingKeepsTheLibrary = false;
 #endif
 
-/// This process's debug output, caught for as long as it lives. One at a time.
+/// Records this process's debug output during its lifetime. One at a time.
 class DebugLines {
   public:
     DebugLines();
@@ -65,8 +65,7 @@ class DebugLines {
     DebugLines(const DebugLines&) = delete;
     DebugLines& operator=(const DebugLines&) = delete;
 
-    /// What has been written until now, after that many bytes: the texts one after another, in UTF-8, each ending with
-    /// a line end.
+    /// Returns the output so far, after that many bytes: all texts in UTF-8, each followed by a line end.
     std::string Text(std::size_t from = 0) const;
 
   private:
@@ -74,7 +73,7 @@ class DebugLines {
     int before_ = -1;
 };
 
-/// The registry and the engine's script of one test, in places of their own. One at a time.
+/// The private registry and the engine's script of one test. One at a time.
 class TestFolder {
   public:
     TestFolder();
@@ -85,7 +84,7 @@ class TestFolder {
     const std::filesystem::path& Path() const { return folder_; }
 
     void SetDebugLevel(const std::string& text) const;
-    /// Whether the key of the debug level is there, with no value in it.
+    /// Whether the key of the debug level exists and has no value.
     bool HasEmptyKey() const;
     void SetScript(const std::string& json) const;
 

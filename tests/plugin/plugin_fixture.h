@@ -1,4 +1,4 @@
-/// The loaded library with a recording host and a server that can be started.
+/// The loaded library with a recording host and an installed server program.
 #pragma once
 
 #include <gmock/gmock.h>

@@ -1,4 +1,4 @@
-/// What the plug-in's tests need of the system.
+/// What the tests of the library need from the system.
 #pragma once
 
 #include <filesystem>
@@ -6,28 +6,28 @@
 
 namespace plugin_test {
 
-/// Throws std::exception with the system's reason.
+/// Throws an exception with the system's reason.
 void* LoadLibraryFile(const std::filesystem::path& file);
 void UnloadLibrary(void* library);
 /// Null when there is no such function.
 void* FindFunction(void* library, const char* name);
 
-/// Makes DebugLines see what a loaded library writes to the debug output.
+/// Makes DebugLines record what a loaded library writes to the debug output.
 void CatchDebugOutput(void* library);
 
 #ifdef _WIN32
-/// Makes a loaded library call another function in place of one that it imports by name.
+/// Makes a loaded library call another function instead of one that it imports by name.
 void ReplaceImport(void* library, const char* name, void* replacement);
 #endif
 
-/// Of this process, as the C library's getenv sees it; an empty value unsets it.
+/// Sets a variable of this process, as the C library's getenv sees it; an empty value unsets it.
 void SetEnvironment(const char* name, const std::string& value);
 
-/// The library's registry, private to this process from now on. `folder` is empty and the test's own.
+/// Makes the library's registry private to this process from now on. `folder` is an empty folder for this test.
 void BeginPrivateRegistry(const std::filesystem::path& folder);
 void EndPrivateRegistry();
 
-/// The key of the debug level in the machine's hive.
+/// Writes the debug level to its key in the machine's hive.
 void WriteDebugLevel(const std::string& text);
 bool HasEmptyDebugKey();
 

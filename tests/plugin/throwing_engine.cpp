@@ -1,4 +1,4 @@
-// An engine that finds nothing, and whose functions throw when the environment says so.
+// An engine that finds nothing, and whose functions throw when the environment names them.
 
 #include <cstdlib>
 #include <cstring>

@@ -1,11 +1,11 @@
-/// What the throwing engine and its test agree on.
+/// Names shared by the throwing engine and its test.
 #pragma once
 
 namespace throwing_engine {
 
 /// The environment variable that names the function that throws.
 inline constexpr char functionVariable[] = "VEXLANE_THROWING_FUNCTION";
-/// Set when what is thrown shall be no standard exception.
+/// Set when the exception must not be derived from std::exception.
 inline constexpr char otherVariable[] = "VEXLANE_THROWS_OTHER";
 
 inline constexpr char recognize[] = "Recognize2";

@@ -1,5 +1,5 @@
-// Exceptions of the host and of the engine: through the loaded library none gets out, but for those of CreateDetector.
-// And the calls that every operation of the host may make from inside.
+// Exceptions of the host and of the engine: none leaves the loaded library, except those of CreateDetector. Also the
+// calls that every operation of the host may make.
 
 #include <gmock/gmock.h>
 
@@ -29,7 +29,7 @@ namespace ContractName = OKM8::ContractName;
 
 constexpr char thrownText[] = "the host has failed";
 
-// What is thrown when it is no standard exception.
+// An exception that is not derived from std::exception.
 struct OtherException {};
 
 enum class Kind { Standard, Other };
@@ -42,7 +42,7 @@ std::string NameOf(Kind kind) {
     return kind == Kind::Standard ? "AStandardException" : "AnyOtherException";
 }
 
-// The film of the throwing tests: in every frame another vehicle, so that every frame has an event of its own.
+// A script with another vehicle in every frame, so that every frame has its own event.
 std::string Film() {
     std::ostringstream json;
     json << R"({"frames":[)";
@@ -102,7 +102,7 @@ class Throwing : public testing::Test {
     }
     std::int32_t Receive() { return Receive(recording_host::MakeFrame(buffers, 64, 48, nextTime += 40)); }
 
-    // What follows a failure goes its usual way, on another thread too, since no lock is left behind.
+    // After a failure the next frame succeeds, on another thread too, because no lock is still held.
     void ExpectAllIsWellAgain() {
         throwing.clear();
         const int raised = Count(Operation::Raise);
@@ -120,7 +120,7 @@ class Throwing : public testing::Test {
         EXPECT_EQ(Count(Operation::Release), buffers.made);
     }
 
-    // Called from inside every operation of the host, once it has done its work.
+    // Called by every operation of the host after its work.
     void Meet(Operation operation) {
         ++counts[operation];
         if (onOperation) {
@@ -156,8 +156,8 @@ class Throwing : public testing::Test {
     recording_host::RecordingHost host;
     recording_host::BufferCounts buffers;
     recording_host::RecordingFrameDone frameDone;
-    std::set<Operation> throwing;  // they do their work before
-    bool throwsOther = false;      // an OtherException in place of a std::runtime_error
+    std::set<Operation> throwing;  // after their work
+    bool throwsOther = false;      // an OtherException instead of a std::runtime_error
     std::function<void(Operation)> onOperation;
     std::map<Operation, int> counts;
     std::unique_ptr<Plugin> plugin;
@@ -166,7 +166,7 @@ class Throwing : public testing::Test {
     std::uint64_t nextTime = 0;
 };
 
-// What is let through.
+// Exceptions that leave the library.
 
 class ThrowingConstruction : public Throwing, public testing::WithParamInterface<Kind> {};
 
@@ -190,13 +190,13 @@ TEST_P(ThrowingConstruction, ReachesTheHostAndTheNextDetectorIsMade) {
 INSTANTIATE_TEST_SUITE_P(Of, ThrowingConstruction, testing::Values(Kind::Standard, Kind::Other),
                          [](const auto& instance) { return NameOf(instance.param); });
 
-// What is the frame's error: it stands in the error state, and the frame is dropped.
+// Exceptions that are the frame's error: it is in the error state, and the frame is dropped.
 
 struct CallCase {
     const char* name;
     std::set<Operation> throwing;
-    Operation met;      // the operation that must have been called, or the case shows nothing
-    int discarded = 0;  // of the one raiser that was asked for
+    Operation met;      // the operation that must have been called for the case to be valid
+    int discarded = 0;  // of the one raiser that was created
     int raised = 0;
     bool refusesArguments = false;
     int done = 0;  // calls of OnFrameDone
@@ -255,7 +255,7 @@ INSTANTIATE_TEST_SUITE_P(
         testing::Values(Kind::Standard, Kind::Other)),
     NameOfCase);
 
-// What ends the event with a trace line: the frame itself succeeds.
+// Exceptions that end the event with a trace line: the frame itself succeeds.
 
 class ThrowingEvent : public ThrowingCase {};
 
@@ -294,7 +294,7 @@ INSTANTIATE_TEST_SUITE_P(
         testing::Values(Kind::Standard, Kind::Other)),
     NameOfCase);
 
-// What nobody is told of: the buffer is the host's again.
+// Exceptions that are not reported: the buffer belongs to the host again.
 
 class ThrowingRelease : public Throwing, public testing::WithParamInterface<Kind> {
   protected:
@@ -338,7 +338,7 @@ TEST_P(ThrowingRelease, OfFramesThatADestroyedDetectorHasKeptGivesAllOfThemBack)
 INSTANTIATE_TEST_SUITE_P(Of, ThrowingRelease, testing::Values(Kind::Standard, Kind::Other),
                          [](const auto& instance) { return NameOf(instance.param); });
 
-// Calls from inside
+// Calls from inside the host's operations
 
 class CallsFromInside : public Throwing {
   protected:

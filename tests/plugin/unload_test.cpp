@@ -1,4 +1,4 @@
-// Unloading the library and ending the process, in good order and in none.
+// Unloading the library and ending the process, in order and out of order.
 
 #include <chrono>
 
@@ -12,8 +12,8 @@ using testing::IsEmpty;
 
 constexpr std::chrono::seconds longestEnd(2);
 
-// Detectors and modules that nobody destroyed: their memory stays, and the leak checker, which looks behind the end of
-// all static objects, finds it here.
+// Detectors and modules that are never destroyed: their memory stays allocated, and the leak checker, which runs after
+// the destruction of all static objects, finds it here.
 std::vector<void*>& Abandoned() {
     static std::vector<void*>& objects = *new std::vector<void*>;
     return objects;
@@ -52,8 +52,8 @@ class Unloading : public testing::Test {
     void UnloadWhilePollingRuns(OKM8::Analytics::IDetector* detector) {
         ExpectUnloadingComesBack();
         if (pollingKeepsTheLibrary) {
-            // Nothing can be joined there, so polling goes on, in a library that is still whole. A host that has loaded
-            // it again ends polling as ever, and then it goes.
+            // Threads cannot be joined there, so polling continues in a library that stays loaded. A host that loads it
+            // again ends polling as usual, and then it is unloaded.
             EXPECT_TRUE(IsLoaded(LibraryFile()));
             plugin = std::make_unique<Plugin>();
             detector->Destroy();
@@ -96,13 +96,13 @@ TEST_F(Unloading, InGoodOrderLeavesNothingAndCanBeRepeated) {
 
 TEST_F(Unloading, WhileTheModuleStillExistsComesBack) {
     Load();
-    // The module object stays allocated; only its address is kept.
+    // The module object stays allocated.
     Abandoned().push_back(plugin->GetModule());
     ExpectUnloadingComesBack();
     ExpectNothingIsLeft();
 }
 
-// The first detector finds no program to start, so polling goes on, and one of the next polls starts the server.
+// The first detector finds no program to start, so polling continues, and one of the next polls starts the server.
 TEST_F(Unloading, WhilePollingRunsComesBackAndTheServerEndsWithTheLibrary) {
     servers::Remove();
     Load();
@@ -140,7 +140,7 @@ TEST_F(Unloading, TheMomentTheFirstDetectorIsThereComesBack) {
     }
 }
 
-// The end of the process, in a program of its own
+// The end of the process, in a separate program
 
 class ProcessEnd : public testing::TestWithParam<const char*> {
   protected:
@@ -152,7 +152,7 @@ class ProcessEnd : public testing::TestWithParam<const char*> {
 
 TEST_P(ProcessEnd, WhilePollingRunsComesBackAndEndsTheServer) {
     test_support::ChildProcess host({.program = servers::OwnFolder() / VEXLANE_ENDING_HOST, .arguments = {GetParam()}});
-    // It writes the server's id and then ends.
+    // It prints the server's id and then ends.
     host.WaitForOutput("\n");
     const servers::ProcessId server = std::stoi(host.Output());
     const auto start = std::chrono::steady_clock::now();

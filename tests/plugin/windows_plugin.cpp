@@ -20,7 +20,7 @@ constexpr char debugKey[] = "SOFTWARE\\Tellumark\\KORA\\DEBUG";
     throw std::runtime_error(what + ": error " + std::to_string(error));
 }
 
-// The hives of this process, which the library takes for the system's.
+// The hives of this process, which replace the system's for the library.
 
 struct Hive {
     HKEY systems;
@@ -38,7 +38,7 @@ std::string OwnKey() {
 
 std::mutex linesMutex;
 std::string lines;              // guarded by linesMutex
-std::atomic<bool> isListening;  // without it nothing is kept
+std::atomic<bool> isListening;  // otherwise nothing is recorded
 
 std::string Utf8Of(const wchar_t* text) {
     std::string bytes(static_cast<std::size_t>(WideCharToMultiByte(CP_UTF8, 0, text, -1, nullptr, 0, nullptr, nullptr)),
@@ -174,8 +174,8 @@ bool HasEmptyDebugKey() {
     return values == 0 && keys == 0;
 }
 
-// What the system makes of a wide text differs from version to version, so the texts are taken where the library hands
-// them over.
+// The system converts wide texts differently from version to version, so the texts are recorded at the library's
+// import.
 void CatchDebugOutput(void* library) {
     ReplaceImport(library, "OutputDebugStringA", reinterpret_cast<void*>(&TakeNarrow));
     ReplaceImport(library, "OutputDebugStringW", reinterpret_cast<void*>(&TakeWide));

@@ -1,4 +1,4 @@
-// What the library writes at the end of a Windows process, which only somebody outside it still sees.
+// What the library writes at the end of a Windows process, which only another process can still read.
 
 #include "tests/plugin/plugin_fixture.h"
 #include "tests/support/windows_debugger.h"
@@ -9,7 +9,7 @@ using testing::Contains;
 using testing::Not;
 using testing::StartsWith;
 
-// Where threads were stopped in the middle of what they did, a line could wait for a lock that one of them held.
+// The system has already stopped the other threads; a line could wait for a lock that one of them held.
 TEST(WindowsProcessEnd, WritesNoLinesOfAStop) {
     servers::Remove();
     const auto program = servers::OwnFolder() / VEXLANE_ENDING_HOST;

@@ -1,4 +1,4 @@
-// What the library's file says about itself.
+// The version information in the library's file.
 
 #include <gtest/gtest.h>
 #include <windows.h>
@@ -10,7 +10,7 @@
 
 namespace {
 
-// The number in a version's place, "MAJOR.MINOR.PATCH".
+// Returns the version as "MAJOR.MINOR.PATCH".
 std::string VersionOf(const VS_FIXEDFILEINFO& fixed, DWORD high, DWORD low) {
     EXPECT_EQ(fixed.dwSignature, 0xFEEF04BDu);
     return std::to_string(HIWORD(high)) + '.' + std::to_string(LOWORD(high)) + '.' + std::to_string(HIWORD(low));
