@@ -1,5 +1,5 @@
-// Frames, settings and error reads on threads of their own; where a test does not say what must not meet, the thread
-// sanitizer is the judge.
+// Frames, settings and error reads on separate threads. Where a test has no expectation, the thread sanitizer detects
+// the failure.
 
 #include <gtest/gtest.h>
 
@@ -88,7 +88,7 @@ TEST(DetectorThreads, FramesSettingsAppliesAndErrorReadsMayMeet) {
     threads.emplace_back([&] {
         for (int round = 0; round < rounds; ++round) {
             for (const DetectorPointer& detector : detectors) {
-                // A pointer stays valid until the next operation, so its characters are left alone here.
+                // The text is valid only until the next operation, so it is not read here.
                 failures += detector_tests::ErrorsOf(*detector).GetErrorCode() == 1 ? 1 : 0;
                 failures += detector_tests::ErrorsOf(*detector).GetErrorMessage() == nullptr ? 1 : 0;
             }
@@ -105,8 +105,8 @@ TEST(DetectorThreads, FramesSettingsAppliesAndErrorReadsMayMeet) {
     EXPECT_EQ(counts.released, counts.made);
 }
 
-// Two single calls on two threads. At a step of the first call the second one runs from its begin to its end if it can
-// get in; the first call's lock keeps it out.
+// Two single calls on two threads. At a step of the first call the second one would run from begin to end; the first
+// call's lock must block it.
 
 using Step = std::function<void()> detector_tests::TestDetector::*;
 
@@ -115,8 +115,8 @@ class TwoSingleCalls : public testing::TestWithParam<std::pair<const char*, Step
     struct Seen {
         std::int32_t left = -1;
         std::int32_t value = -1;      // of the name that both calls use
-        std::int32_t ownValue = -1;   // of the name that this call uses alone
-        std::int32_t otherCode = -1;  // the code of asking for that of the other call
+        std::int32_t ownValue = -1;   // of the name that only this call uses
+        std::int32_t otherCode = -1;  // the code for reading the other call's value
         bool isSingle = false;
     };
 

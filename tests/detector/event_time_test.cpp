@@ -1,4 +1,4 @@
-// Milliseconds since 1970 and date-times, there and back.
+// Conversion between milliseconds since 1970 and date-times, in both directions.
 
 #include "detector/event_time.h"
 
@@ -84,7 +84,7 @@ TEST(EventTime, SpecialValuesStaySpecialBothWays) {
     EXPECT_TRUE(DateTimeOfMicroseconds(std::numeric_limits<std::int64_t>::max() - 1).is_not_a_date_time());
 }
 
-// Ticks of a date-time that may lie outside the calendar.
+// Returns the ticks of a date-time that may be outside the calendar.
 std::int64_t TicksOf(const ptime& time) {
     std::int64_t ticks = 0;
     static_assert(sizeof time == sizeof ticks);
@@ -106,7 +106,7 @@ TEST(EventTime, WrapsBeyond64BitsOfMicrosecondsAndNeverThrows) {
     }
 }
 
-// Near the ends the sum with the epoch wraps, and so does the difference on the way back.
+// Near the ends the sum with the epoch wraps, and so does the difference in the other direction.
 TEST(EventTime, OfMicrosecondsNearTheEndsOf64BitsComesBackInMilliseconds) {
     constexpr std::int64_t largest = std::numeric_limits<std::int64_t>::max();
     constexpr std::int64_t smallest = std::numeric_limits<std::int64_t>::min();

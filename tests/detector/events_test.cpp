@@ -36,7 +36,7 @@ using recording_host::Refusals;
 using testing::ElementsAre;
 using testing::IsEmpty;
 
-// Reads the clock by another library.
+// Reads the clock through another library.
 std::int64_t Now() {
     using namespace std::chrono;
     return duration_cast<milliseconds>(system_clock::now().time_since_epoch()).count();
@@ -98,7 +98,7 @@ struct FailingStep {
     const char* description;
     bool Refusals::*refusal;
     const char* text;
-    bool hasRaiser;  // and it is then discarded, once
+    bool hasRaiser;  // which is then discarded once
 };
 
 std::ostream& operator<<(std::ostream& stream, const FailingStep& step) {
@@ -353,11 +353,11 @@ TEST_P(ThrowingTarget, InsideAFrameIsTheFramesError) {
 INSTANTIATE_TEST_SUITE_P(AtEachValue, ThrowingTarget, testing::Values("figures", "figures_key"),
                          [](const auto& instance) { return std::string(instance.param); });
 
-// What clears the error state between an event's failure and its frame's end.
+// Calls that clear the error state between an event's failure and its frame's end.
 
 class ClearedMeanwhile : public Events {
   protected:
-    // A frame whose first event fails; `clear` comes after it and must leave no error.
+    // Runs a frame whose first event fails; `clear` runs after it and must leave no error.
     void ExpectTheEventsErrorBehindAFrameWith(const std::function<void()>& clear) {
         recording_host::BufferCounts counts;
         int cleared = 0;

@@ -94,7 +94,7 @@ TEST_F(FrameIntake, AnInputThatIsNoCompositeBufferIsReleasedOnce) {
     EXPECT_EQ(detector->recognized, 0);
 }
 
-// What the library calls on a buffer and, where that is an object of its own, on its composite part.
+// The calls of the library on a buffer and, where that is a separate object, on its composite part.
 class BufferCalls : public FrameIntake {
   protected:
     BufferCalls() {
@@ -106,7 +106,7 @@ class BufferCalls : public FrameIntake {
         };
     }
 
-    std::vector<std::pair<int, Operation>> calls;  // the first is of the buffer that was made first
+    std::vector<std::pair<int, Operation>> calls;  // with the number of the buffer
 };
 
 TEST_F(BufferCalls, AnInputThatIsNoCompositeBufferIsReleasedThroughTheInputItself) {
@@ -430,7 +430,7 @@ TEST_F(FrameIntake, AFailureToApplySettingsInsideASizeChangeIsTheFramesErrorAndT
     EXPECT_EQ(detector->lastTimeStamp, 9u);
 }
 
-// The size was already stored, so that later frames of it went through a chain that had not been set up.
+// The size was already stored, so later frames of that size went through a chain that was not set up.
 TEST_F(FrameIntake, SettingsThatCouldNotBeAppliedAreAppliedAgainByTheNextFrame) {
     detector->onApplied = [] { throw std::runtime_error("no room"); };
     EXPECT_EQ(Receive(MakeFrame(counts, 64, 48, 1)), 1);
@@ -640,11 +640,11 @@ TEST_F(FrameIntake, FrameValuesOutliveAnOrdinaryFrame) {
     EXPECT_EQ(number, 4);
 }
 
-// What the host may call from inside its own operations.
+// The library's operations that the host may call inside its own.
 
 class CallsFromInside : public FrameIntake {
   protected:
-    // What any operation may do at any time.
+    // The calls that any operation may make at any time.
     void CallQuietly() {
         EXPECT_NE(
             static_cast<OKM8::Analytics::IDetector*>(detector.get())->QueryContract(OKM8::ContractName::IMediaReceiver),
@@ -754,7 +754,7 @@ TEST_F(CallsFromInside, FrameDoneAnExceptionOfTheCallBackIsTheFramesErrorWhateve
     EXPECT_EQ(counts.released, 2);
 }
 
-// Each frame is handled with its own size, area and kind of call.
+// Each frame uses its own size, area and kind of call.
 TEST_F(CallsFromInside, FrameDoneFramesAreHandledAsFramesOfTheirOwn) {
     struct Seen {
         std::uint64_t time;

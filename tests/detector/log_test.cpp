@@ -1,4 +1,4 @@
-// The framework's log lines, and the texts that are made of name and id.
+// The log lines, and the texts that contain name and id.
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

@@ -1,4 +1,4 @@
-// The two stores of named values, and the error state that their refusals leave.
+// The two stores of named values, and the error state after a refusal.
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -78,7 +78,7 @@ class EachSetting : public Settings, public testing::WithParamInterface<NamedSet
         }
     }
 
-    // How many of the bound members differ from a fresh detector's.
+    // Returns how many of the bound members differ from a new detector's.
     int ChangedMembers() const {
         int changed = 0;
         changed += detector->halfFrame ? 1 : 0;

@@ -1,4 +1,4 @@
-// The detector as a host of another compiler sees it: contract names, and virtual tables slot by slot.
+// The detector as a host of another compiler uses it: contract names, and virtual tables slot by slot.
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -178,7 +178,7 @@ TEST_F(DetectorTables, AControllerAnswers0InEachOfItsFiveSlotsAndDoesNothing) {
     EXPECT_EQ(ErrorOf(*detector), Error(2816, "no such setting"));
 }
 
-// Ends.
+// Destruction.
 
 TEST_F(DetectorTables, DestroyInSlot3EndsTheDetector) {
     int destroyed = 0;
@@ -196,7 +196,7 @@ TEST_F(DetectorTables, TheDestructorSlotOfEveryPartEndsAndFreesTheWholeDetector)
         detector->wasDestroyed = &destroyed;
         void* const parts[] = {Primary(), Receiver(), SingleReceiver(), Adjuster(), ErrorInfo(), Controller()};
         detector.release();
-        Call<void*>(parts[part], destructorSlot, 1u);  // the leak and address sanitizers watch
+        Call<void*>(parts[part], destructorSlot, 1u);  // checked by the leak and address sanitizers
         EXPECT_EQ(destroyed, 1) << part;
     }
 }
@@ -204,7 +204,7 @@ TEST_F(DetectorTables, TheDestructorSlotOfEveryPartEndsAndFreesTheWholeDetector)
 TEST_F(DetectorTables, TheDestructorSlotWithoutTheFlagEndsTheDetectorAndLeavesTheMemory) {
     for (int part = 0; part < 6; ++part) {
         int destroyed = 0;
-        void* const memory = std::malloc(sizeof(TestDetector));  // freeing it elsewhere than here would show
+        void* const memory = std::malloc(sizeof(TestDetector));  // the sanitizer detects a second free
         detector.reset(new (memory) TestDetector(host.Peer(), host.Object()));
         detector->wasDestroyed = &destroyed;
         void* const parts[] = {Primary(), Receiver(), SingleReceiver(), Adjuster(), ErrorInfo(), Controller()};
@@ -215,7 +215,7 @@ TEST_F(DetectorTables, TheDestructorSlotWithoutTheFlagEndsTheDetectorAndLeavesTh
     }
 }
 
-// The first table, in its order.
+// The first table, in slot order.
 
 TEST_F(DetectorTables, Slots4To9ApplyLogNumberAndSize) {
     Call<void>(Primary(), 4);

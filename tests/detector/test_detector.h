@@ -1,4 +1,4 @@
-/// A detector whose engine half is the test.
+/// A detector whose engine operations are the test's.
 #pragma once
 
 #include <boost/shared_ptr.hpp>
@@ -121,7 +121,7 @@ inline std::pair<std::int32_t, std::string> Error(std::int32_t code, const std::
     return {code, text};
 }
 
-/// Puts an error into the state, so that a call which clears it, or leaves it, is seen.
+/// Sets the error state, so that a test can check whether a call clears it.
 inline void RefuseASetting(TestDetector& detector) {
     SettingsOf(detector).SetIntValue("no such setting", 1);
 }

@@ -1,4 +1,4 @@
-// The level from a registry that is the system's own in everything but its place.
+// The level from a real registry under a private key.
 
 #include <gtest/gtest.h>
 

@@ -1,4 +1,4 @@
-/// A registry inside the test program, in place of the system's. It defines all of platform/registry.h.
+/// A registry inside the test program, which replaces the system's. It defines all of platform/registry.h.
 #pragma once
 
 #include <cstdint>
@@ -9,20 +9,20 @@
 
 namespace fake_registry {
 
-/// No keys, everything may be made, nothing has been asked for.
+/// Removes all keys and failures, and clears the journal.
 void Reset();
 
-/// A key that exists.
+/// Adds an existing key.
 void AddKey(platform::RegistryHive hive, const std::string& path);
 
-/// The bytes of a value of every key of that hive.
+/// Sets the bytes of a value in every key of that hive.
 void SetValue(platform::RegistryHive hive, const std::string& name, const std::string& bytes);
 
-/// Opening and making keys of that hive fails with that status.
+/// Makes opening and creating keys of that hive fail with that status.
 void Block(platform::RegistryHive hive, std::uint32_t status);
 
-/// What was asked for, in order: "open HIVE PATH ACCESS", "create HIVE PATH ACCESS", "query HIVE NAME SIZE", "close
-/// HIVE"; HIVE is "machine", "user" or, for an invalid key, "none", ACCESS hexadecimal.
+/// The operations that were called, in order: "open HIVE PATH ACCESS", "create HIVE PATH ACCESS", "query HIVE NAME
+/// SIZE", "close HIVE"; HIVE is "machine", "user" or, for an invalid key, "none", ACCESS hexadecimal.
 std::vector<std::string> Journal();
 
 }  // namespace fake_registry

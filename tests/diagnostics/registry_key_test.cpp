@@ -100,7 +100,7 @@ INSTANTIATE_TEST_SUITE_P(
     testing::Values(LevelText{"3", 3}, LevelText{"-1", -1}, LevelText{"1abc", 1}, LevelText{"", 0}, LevelText{"abc", 0},
                     LevelText{"0", 0}, LevelText{"-5", -5}, LevelText{" 7", 7}, LevelText{"+8", 8},
                     LevelText{"2147483647", 2147483647}, LevelText{"-2147483648", INT32_MIN},
-                    // A text as the registry stores it ends with its NUL.
+                    // The registry stores a text with its NUL.
                     LevelText{std::string("3\0", 2), 3},
                     // What follows a NUL is not part of the text.
                     LevelText{std::string("1\0"
@@ -111,11 +111,11 @@ INSTANTIATE_TEST_SUITE_P(
                                           "9",
                                           2),
                               0},
-                    // The bytes of a number 1 of 32 bits: a text of the one character 1, which is no digit.
+                    // The bytes of the 32-bit number 1: a text with the one character '\x01', which is not a digit.
                     LevelText{std::string("\x01\0\0\0", 4), 0},
                     // The bytes of a number 0x35: the text "5".
                     LevelText{std::string("5\0\0\0", 4), 5},
-                    // Numbers beyond 32 bits are still verbose.
+                    // Numbers beyond 32 bits are clamped.
                     LevelText{"99999999999", INT32_MAX}, LevelText{"-99999999999", INT32_MIN},
                     LevelText{"4294967296", INT32_MAX}, LevelText{"99999999999999999999999", INT32_MAX}));
 

@@ -161,7 +161,7 @@ TEST_F(Trace, PlainTextIsWrittenAsItStandsWhateverTheLevel) {
     EXPECT_THAT(output.Texts(), ElementsAre("[BaseDetectorImpl] %1% trouble\r\n"));
 }
 
-// Digits in threes, parted by a letter that nothing else brings.
+// Digits in groups of three, with a separator that occurs nowhere else.
 template <class Character>
 struct Grouping final : std::numpunct<Character> {
     Character do_thousands_sep() const override { return Character('_'); }

@@ -1,10 +1,10 @@
-/// What the writing program writes, and what is expected of it.
+/// The texts that the writing program writes and the test expects.
 #pragma once
 
 #include <string>
 #include <vector>
 
-/// Texts of every kind; those of the engine's code page among them, and every byte but NUL.
+/// Texts of every kind, in the engine's code page too, and every byte except NUL.
 inline std::vector<std::string> NarrowTexts() {
     std::string allBytes;
     for (int byte = 1; byte <= 255; ++byte) {

@@ -1,4 +1,4 @@
-// The debug output as others see it: a debugger, and a viewer of the whole machine.
+// The debug output as other processes receive it: a debugger, and a viewer of the whole machine.
 
 #include <gmock/gmock.h>
 
@@ -34,7 +34,7 @@ std::string InTheSystemsCodePage(const std::wstring& wide) {
     return narrow;
 }
 
-/// A wide text as a debugger receives it: as it is, or where the system does not hand it on, in its code page.
+/// Checks a wide text that a debugger received: unchanged or, where the system does not pass it on, in its code page.
 void ExpectWide(const DebugText& text, const std::wstring& expected) {
     if (text.isWide) {
         EXPECT_TRUE(text.wide == expected) << text.wide.size() << " characters";
@@ -87,7 +87,7 @@ TEST(DebugOutputSeenByADebugger, IsWithoutTheWideAndTheLaunchersLinesAtLevel0) {
     EXPECT_TRUE(run.NarrowTexts() == expected) << run.texts.size();
 }
 
-// What fits the buffer that all share.
+// Texts that fit the shared buffer.
 TEST(DebugOutputSeenByAViewer, IsEveryLineInItsOrderAndWhole) {
     const test_support::DebugOutputViewer viewer;
     if (!viewer.IsAlone()) {

@@ -1,4 +1,4 @@
-// Writes to the debug output what its first argument names, for somebody who looks from outside.
+// Writes to the debug output what its first argument names, for a debugger or viewer.
 
 #include <string_view>
 

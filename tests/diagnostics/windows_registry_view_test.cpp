@@ -1,4 +1,4 @@
-// The two views of the machine's real registry. The key bears this process's number: nobody else reads it.
+// The two views of the machine's real registry. The key contains this process's id, so that no other process uses it.
 
 #include <windows.h>
 
@@ -22,7 +22,7 @@ class RegistryView : public testing::Test {
             GTEST_SKIP() << "needs the right to write the machine's registry";
         }
         Clear();
-        // Where both views show one and the same key there is nothing to tell apart.
+        // Where both views show the same key there is nothing to test.
         Store(HKEY_LOCAL_MACHINE, KEY_WOW64_64KEY, "64");
         ASSERT_FALSE(Has(HKEY_LOCAL_MACHINE, KEY_WOW64_32KEY));
         Clear();
@@ -86,7 +86,7 @@ TEST_F(RegistryView, AValueOf32BitProgramsStandsUnderTheirNode) {
 }
 
 TEST_F(RegistryView, AValueOf64BitProgramsIsNotFoundByOpening) {
-    // With a key in the user's hive nothing is made, so the key of 64-bit programs is not reached that way either.
+    // With a key in the user's hive no key is created, so the key of 64-bit programs is not opened that way either.
     Store(HKEY_LOCAL_MACHINE, KEY_WOW64_64KEY, "64");
     Store(HKEY_CURRENT_USER, KEY_WOW64_32KEY, "user");
     EXPECT_EQ(RegistryKey(path).ReadString("DebugLevel"), "user");
@@ -105,7 +105,7 @@ TEST_F(RegistryView, AKeyIsMadeAmongThoseOf64BitPrograms) {
     EXPECT_FALSE(Has(HKEY_CURRENT_USER, KEY_WOW64_64KEY));
 }
 
-// Opening never sees the key that was made, but making it again does.
+// Opening never finds the created key, but creating it again does.
 TEST_F(RegistryView, AKeyThatWasMadeIsReadByMakingItAgain) {
     EXPECT_EQ(RegistryKey(path).ReadString("DebugLevel"), "");
     Store(HKEY_LOCAL_MACHINE, KEY_WOW64_64KEY, "64");

@@ -1,6 +1,5 @@
-// What a frame allocates on its way through the detector, the debug level being 0, and what happens when there is no
-// memory. A message that is made all the same, a copy too many or a picture's buffer made again shows as a greater
-// number.
+// The allocations of a frame in the detector at debug level 0, and what happens when they fail. A formatted message, an
+// additional copy or a new picture buffer increases the number.
 
 #include <gtest/gtest.h>
 
@@ -19,19 +18,19 @@ using allocation_count::Count;
 using engine_tests::EngineTest;
 using engine_tests::FoundPlate;
 
-// The engine's records, its image record, and the share count of the host's frame.
+// The engine's records, its image record, and the reference count of the host's frame.
 constexpr std::uint64_t everyFrame = 3;
 
 constexpr std::size_t readingTextLength = 15;
 
 constexpr std::size_t pictureSized = 64 * 1024;
 
-// A short text lies in the string itself; how short differs between standard libraries.
+// A short text is stored in the string itself; the limit differs between standard libraries.
 std::uint64_t BlocksOfText(std::size_t length) {
     return length > std::wstring().capacity() ? 1 : 0;
 }
 
-// The reading, its holder, the result, and its entry in the table; the texts of reading and result.
+// The reading, its reference count, the result, and its entry in the table; the texts of reading and result.
 std::uint64_t BlocksOfPlate(const std::string& text) {
     return 4 + BlocksOfText(readingTextLength) + BlocksOfText(text.size());
 }
@@ -63,7 +62,7 @@ class FrameAllocations : public EngineTest {
         }
     }
 
-    // A frame of grey that the host has made before.
+    // The allocations of a grey frame that the host has created before.
     Count CountedFrame() {
         now += 40;
         OKM8::Analytics::IMediaReceiver& receiver = Detector();
@@ -131,7 +130,7 @@ TEST_F(FrameAllocations, WithFivePlatesAreSixForEachAndTheirList) {
         all += number;
     }
     EXPECT_EQ(least, expected);
-    // Each of the five tracks may once have to make its list of readings longer.
+    // Each of the five tracks may have to grow its list of readings once.
     EXPECT_LE(all, frames * expected + engineRecordCount);
 }
 
@@ -159,7 +158,7 @@ TEST_F(FrameAllocations, OfAPlateThatStandsDoNotGrow) {
         ASSERT_GE(number, expected);
         ASSERT_LE(number, expected + 1) << "a list of readings may be full";
         all += number;
-        // Of each text the best reading waits, and the previous and the last one; the others' frames have gone back.
+        // The best reading of each text is kept, and the previous and the last one; the others' frames are released.
         ASSERT_LE(Detector().pendingResults.size(), misreadings + 2u) << "frame " << frame;
         ASSERT_LE(counts.made - counts.released, misreadings + 2) << "frame " << frame;
     }
@@ -167,7 +166,7 @@ TEST_F(FrameAllocations, OfAPlateThatStandsDoNotGrow) {
     EXPECT_EQ(host.Events().size(), 1u);
 }
 
-// Tracks are lost while there is no memory for their events: the events are missing, and nothing else.
+// Tracks are lost while the allocations of their events fail: only the events are missing.
 TEST_F(FrameAllocations, ThatFailWhilePlatesAreReportedLoseTheirEventsAlone) {
     std::uint64_t number = 1;
     for (bool hasFailed = true; hasFailed; ++number) {
@@ -191,7 +190,7 @@ TEST_F(FrameAllocations, ThatFailWhilePlatesAreReportedLoseTheirEventsAlone) {
         }
         EXPECT_EQ(outcome, number == 1 ? 1 : 0) << "the share count of the host's frame is the frame's own";
         if (number <= everyFrame) {
-            CountedFrame();  // the failed one did not reach the tracker
+            CountedFrame();  // the failed frame did not reach the tracker
         }
         EXPECT_EQ(Detector().pendingResults.size(), 0u);
         EXPECT_EQ(counts.made - counts.released, 0);
@@ -203,7 +202,7 @@ TEST_F(FrameAllocations, ThatFailWhilePlatesAreReportedLoseTheirEventsAlone) {
     EXPECT_GT(number, everyFrame + 5) << "each track is copied for its event";
 }
 
-// A converter that could not be made left the host's own bytes to the engine, which read past their end.
+// When the converter could not be created, the engine received the host's own bytes and read past their end.
 class FirstFrameWithoutMemory : public FrameAllocations, public testing::WithParamInterface<bool> {
   protected:
     FirstFrameWithoutMemory() {
@@ -214,7 +213,7 @@ class FirstFrameWithoutMemory : public FrameAllocations, public testing::WithPar
         });
     }
 
-    // The host's bytes are all the same, and blue, green and red of them are not.
+    // All bytes of the frame are equal, but its blue, green and red differ.
     OKM8::MFF::IMultimediaBuffer* Violet() {
         now += 40;
         return recording_host::MakeBuffer(counts, {.width = width,

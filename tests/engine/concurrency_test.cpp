@@ -1,5 +1,4 @@
-// Frames of two detectors, settings and the launcher's polls on threads of their own; the thread sanitizer is the
-// judge.
+// Frames of two detectors, settings and the launcher's polls on separate threads, for the thread sanitizer.
 
 #include <gtest/gtest.h>
 
@@ -98,7 +97,7 @@ TEST_F(EngineThreads, TwoDetectorsSettingsAndPollsMayMeet) {
     Detector();
     const DetectorPointer second(new ProbeDetector(host.Peer(), host.Object()));
     ReportAtOnce();
-    // Polling begins anew at its fastest. The detectors' restarts have ended it, unless a poll was restarting then.
+    // Restarts polling at its highest rate. The detectors' restarts have ended it, unless a poll was restarting then.
     const auto launcher = GetServerLauncher();
     launcher->PollTimeoutThread::Stop();
     launcher->SetPeriod(1);

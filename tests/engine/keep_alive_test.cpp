@@ -1,5 +1,5 @@
-// Every engine call is a sign of life of the recognition server. A poll that looks at it renews it first, so the clock
-// has to jump between the two.
+// Every engine call is a sign of life of the recognition server. A poll renews it before it checks it, so the clock has
+// to jump between the two.
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -18,12 +18,12 @@ class KeepAlive : public EngineTest {
   protected:
     KeepAlive() {
         Detector();
-        GetServerLauncher()->Stop();  // polls only when told to
+        GetServerLauncher()->Stop();  // polls only on request
         GetServerLauncher()->Start();
     }
     ~KeepAlive() override { End(); }
 
-    // One poll whose clock jumps ahead by an hour after its scan; returns whether it restarted the server.
+    // Polls once, with the clock an hour ahead after the scan; returns whether the poll restarted the server.
     bool RestartsAfterAnHourAnd(const std::function<void()>& action) {
         const std::size_t before = fake_processes::JournalOf("terminate").size();
         bool hasJumped = false;

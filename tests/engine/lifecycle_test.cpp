@@ -1,4 +1,4 @@
-// Birth and death of a detector, and what it does to the recognition server and to the host's buffers.
+// Construction and destruction of a detector, and their effect on the recognition server and the host's buffers.
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -28,7 +28,7 @@ class Lifecycle : public EngineTest {
   protected:
     ~Lifecycle() override { End(); }
 
-    // After a stop the launcher no longer polls, so that nothing but the detector moves the server.
+    // After a stop the launcher no longer polls, so that only the detector starts and stops the server.
     static void EndPolling() {
         GetServerLauncher()->Stop();
         fake_processes::Reset();
@@ -71,7 +71,7 @@ TEST_F(Lifecycle, EveryNewDetectorRestartsTheSharedServer) {
 }
 
 TEST_F(Lifecycle, AServerIsRunningOnceTheFirstDetectorIsThereWhoeverStartedIt) {
-    Detector();  // the first poll may come before or after, and may be replacing the server right now
+    Detector();  // the first poll may be before or after this, and may be replacing the server at this moment
     EXPECT_TRUE(WaitUntil([] { return fake_processes::Running().size() == 1; }));
 }
 
@@ -121,7 +121,7 @@ TEST_F(Lifecycle, AServerThatCannotBeStartedDoesNotTroubleTheDetector) {
     EXPECT_EQ(Frame(1), 0);
 }
 
-// Fails the launcher's line in the constructor.
+// Throws for one line, such as the launcher's line in the constructor.
 class FailingOutput final : public platform::DebugOutputSink {
   public:
     FailingOutput(const char* refused, RecordingDebugOutput& others)
@@ -183,7 +183,7 @@ TEST_F(Lifecycle, AFailureToStopTheServerDoesNotGetOutOfTheEnd) {
     EXPECT_EQ(counts.released, 1);
 }
 
-// The end in the middle of tracks.
+// Destruction during tracks.
 
 TEST_F(Lifecycle, TheEndRaisesNoEventsAndHandsUnreportedReadingsBackFromAnEmptyTable) {
     diagnostics::SetDebugLevel(1);
@@ -226,7 +226,7 @@ TEST_F(Lifecycle, TheEndHandsBackTheReadingsWhoseHoldersAreStillAlive) {
         Find(FoundPlate{.left = 100 + 40 * frame, .right = 160 + 40 * frame});
         Frame(1000 + 100 * static_cast<std::uint64_t>(frame));
     }
-    // The first, which is the best too, the one before the last, and the last.
+    // The first, which is also the best, the one before the last, and the last.
     EXPECT_EQ(Detector().pendingResults.size(), 3u);
     output.Clear();
     End();
@@ -273,13 +273,13 @@ TEST_F(Lifecycle, AFrameIsReleasedWithItsLastPendingPlate) {
     EXPECT_EQ(counts.made - counts.released, 0);
 }
 
-// The host's Release is called without the lock that the results are under.
+// The host's Release is called without the lock of the results.
 
 class Releases : public Lifecycle {
   protected:
     ~Releases() override { End(); }
 
-    // A frame whose release looks whether another thread could take the lock.
+    // Plays a frame whose release checks whether another thread could take the lock.
     void WatchedFrame(std::uint64_t time) {
         counts.onCall =
             recording_host::On(recording_host::Operation::Release, [this, &mutex = Detector().resultsMutex] {

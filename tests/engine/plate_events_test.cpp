@@ -1,4 +1,4 @@
-// From the tracker's report to the event that the host gets.
+// From the tracker's report to the host's event.
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -86,7 +86,7 @@ class PlateEvents : public EngineTest {
         return reading;
     }
 
-    // The four area values of the last event; empty when it has none.
+    // Returns the four area values of the last event; empty when it has none.
     std::vector<std::int64_t> AreaOfLast() {
         const RecordedTarget target = LastTarget();
         std::vector<std::int64_t> sides;
@@ -169,7 +169,7 @@ TEST_F(PlateEvents, CountryAndDirectionComeFromTheDescription) {
     EXPECT_EQ(NumberOf(LastTarget(), "direction"), -77);
 }
 
-// Bytes of the system's code page, on Linux UTF-8, and bytes without a meaning there, which become U+FFFD.
+// Bytes of the system's code page, on Linux UTF-8, and invalid bytes, which become U+FFFD.
 TEST_F(PlateEvents, TheCountryIsConvertedFromTheSystemsCodePageToUtf8) {
     std::string country = "\xC3\xA4 ";
     for (int byte = 0x80; byte <= 0xFF; ++byte) {
@@ -245,7 +245,7 @@ INSTANTIATE_TEST_SUITE_P(OfHalfFrames, PlateRows,
                                          std::array{638u, 576u, 1u}, std::array{720u, 478u, 1u}));
 
 TEST_F(PlateEvents, RowsOf639By576AreNotScaled) {
-    // An odd width has luminance alone.
+    // An odd width requires luminance only.
     ReportAtOnce();
     Settings().SetBoolValue("use_half_cadr", true);
     Find(FoundPlate{.top = 21, .bottom = 43});
@@ -266,8 +266,8 @@ TEST_F(PlateEvents, RowsOfAWholeFrameAreNotScaled) {
     EXPECT_EQ(NumberOf(LastTarget(), "lpf_y1"), 21);
 }
 
-// The setting is the detector's own member, so frames follow it without being applied; the picture's effective height
-// follows the size alone.
+// The setting is a member of the detector, so frames use it without ApplySettings; the picture's effective height
+// depends only on the size.
 TEST_F(PlateEvents, RowsFollowTheHalfFrameSettingFromTheNextFrameOn) {
     ReportAtOnce();
     std::uint64_t now = 0;
@@ -322,7 +322,7 @@ class PlateAreas : public PlateEvents {
     PlateAreas() {
         ReportAtOnce();
         fake_engine::OnRecognize([this](const IMG&, RPLATE* plates) {
-            // A new plate in every frame, like none before.
+            // A new plate in every frame, unlike the ones before.
             plates[0] = RecordOf({.text = std::string(15, static_cast<char>('A' + found++))});
             return 1;
         });
@@ -381,7 +381,7 @@ TEST_F(PlateEvents, TheTrackHoldsEveryReadingOfTheReportedText) {
     Settings().SetIntValue("result_wait_time", 1000000);
     for (int frame = 0; frame < 4; ++frame) {
         const int x = 100 + 40 * frame;
-        // The third reading differs and stands later in the order of texts.
+        // The third reading differs and is later in the order of texts.
         Find(FoundPlate{
             .text = frame == 2 ? "AB123D" : "AB123C", .left = x, .top = 200, .right = x + 60, .bottom = 220 + frame});
         Frame(1000 + static_cast<std::uint64_t>(frame) * 100);
@@ -452,7 +452,7 @@ TEST(TrackPoints, TimesOfEverySizeAreMadeWithoutAThrow) {
 }
 
 TEST(TrackPoints, ATimeWhoseMicrosecondsAreASpecialValueIsThatValue) {
-    // A multiple of 1000 has three zero bits at its end; of the special numbers minus infinity alone has them.
+    // A multiple of 1000 ends in three zero bits; of the special values only minus infinity does.
     EXPECT_EQ(TrackTimeOf(1ull << 60), smallest64);
     EXPECT_EQ(TrackTimeOf((1ull << 60) + (1ull << 61)), smallest64);
 }
@@ -552,7 +552,7 @@ TEST_P(PlateEventFailure, IsTheFramesErrorAndThePlateIsDroppedForGood) {
                             LineOf("OnMayReleaseLicencePlate", "Remove plate ID = 0, still left = 1")));
     EXPECT_THAT(Detector().pendingResults, IsEmpty());
     EXPECT_EQ(counts.released, 1);
-    // Never tried again.
+    // Never retried.
     host.refusals = {};
     FindNothing();
     EXPECT_EQ(Frame(200), 0);
@@ -571,7 +571,7 @@ TEST_P(PlateEventFailure, DoesNotKeepTheFramesOtherPlatesFromTheHost) {
         plates[1] = RecordOf({.text = "ZZZZZZ", .left = 400, .right = 460});
         return 2;
     });
-    // The host fails for the first of the two alone.
+    // The host fails only for the first of the two.
     output.Clear();
     diagnostics::SetDebugLevel(1);
     class Heal final : public platform::DebugOutputSink {
@@ -687,13 +687,12 @@ INSTANTIATE_TEST_SUITE_P(AtEachKind, ThrowingTarget,
                                          PlateKey::AllTracks),
                          [](const auto& instance) { return std::string(instance.param); });
 
-// One plate whose event failed every time kept all later ones from being reported and removed, and their frames with
-// them.
+// One plate whose event failed every time prevented all later ones from being reported and removed, with their frames.
 class PlateThatAlwaysThrows : public PlateEvents {
   protected:
-    PlateThatAlwaysThrows() { fake_engine::StopRecording(); }  // copies of all frames would take most of the time
+    PlateThatAlwaysThrows() { fake_engine::StopRecording(); }  // copying all frames would take most of the time
 
-    // One plate after the other, each in two frames; returns how many frames the detector holds after each.
+    // Plays one plate after the other, each in two frames; returns how many frames the detector holds after each.
     std::vector<int> Play() {
         Settings().SetBoolValue("result_ready", true);
         Settings().SetIntValue("result_rec_count", 2);
@@ -729,7 +728,7 @@ class PlateThatAlwaysThrows : public PlateEvents {
     }
 
     static constexpr int plates = 24;
-    std::function<std::int32_t(int plate)> onReport;  // called before the frame that reports it; returns its outcome
+    std::function<std::int32_t(int plate)> onReport;  // called before the reporting frame; returns its code
 };
 
 TEST_F(PlateThatAlwaysThrows, KeepsNoOtherPlateFromTheHostAndHoldsNoFrameLongerThanAnEventThatGoesOut) {
@@ -754,7 +753,7 @@ TEST_F(PlateThatAlwaysThrows, KeepsNoOtherPlateFromTheHostAndHoldsNoFrameLongerT
     }
 }
 
-// A host that fails for every second plate, for as long as plates come.
+// A host that fails for every second plate.
 
 struct LastingFailure {
     const char* description;
@@ -834,7 +833,7 @@ INSTANTIATE_TEST_SUITE_P(
                     LastingFailure{.description = "RaiseOfAnotherException", .raiseThrows = true, .throwsOther = true}),
     [](const auto& instance) { return std::string(instance.param.description); });
 
-// The tracker's verdicts, called as the tracker calls them.
+// The tracker's reports, called as the tracker calls them.
 
 class Verdicts : public PlateEvents {
   protected:
@@ -924,7 +923,7 @@ TEST_F(Verdicts, AreSilentAtLevel0) {
     EXPECT_THAT(Trace(), IsEmpty());
 }
 
-// Another thread lets go of a result. It gets in wherever the results' lock is not held; there it runs to its end.
+// Another thread releases a result. It runs to its end wherever the results' lock is not held.
 
 class LettingGo : public Verdicts {
   protected:
@@ -939,7 +938,7 @@ class LettingGo : public Verdicts {
         return isLocked;
     }
 
-    // Called on any line of the trace while it lives.
+    // Calls the action for every trace line during its lifetime.
     class OnTrace final : public platform::DebugOutputSink {
       public:
         explicit OnTrace(std::function<void(const char*)> onLine)
@@ -1005,7 +1004,7 @@ TEST_F(LettingGo, GoesOnWhenItsLineCannotBeWritten) {
     EXPECT_EQ(counts.released, 1);
 }
 
-// The thread sanitizer sees the place at which a frame's results come in.
+// For the thread sanitizer: a frame stores its results at the same time.
 TEST_F(LettingGo, MayMeetFrames) {
     diagnostics::SetDebugLevel(0);
     constexpr std::uint64_t frames = 100;
@@ -1027,8 +1026,7 @@ TEST_F(LettingGo, MayMeetFrames) {
     EXPECT_EQ(host.Events().size(), frames);
 }
 
-// A frame from inside the frame-done call-back of another one: the converter's picture, the tracker and the table are
-// those of both.
+// A frame inside the frame-done callback of another one: both use the same converter picture, tracker and table.
 class FrameFromInsideFrameDone : public PlateEvents {
   protected:
     std::int32_t OuterFrame(std::uint64_t time, std::function<void()> inside) {

@@ -1,4 +1,4 @@
-/// The real detector with its members open, and what a test of it needs around it.
+/// The real detector with its members public, and a fixture for its tests.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -95,7 +95,7 @@ class EngineTest : public testing::Test {
         return {errors.GetErrorCode(), errors.GetErrorMessage()};
     }
 
-    /// One frame of grey; returns the call's code.
+    /// Plays one grey frame; returns the call's code.
     std::int32_t Frame(std::uint64_t time, std::uint32_t width = 640, std::uint32_t height = 480) {
         OKM8::Analytics::IMediaReceiver& receiver = Detector();
         return receiver.Receive(recording_host::MakeFrame(counts, width, height, time));
@@ -107,7 +107,7 @@ class EngineTest : public testing::Test {
         return receiver.ReceiveSingle(recording_host::MakeFrame(counts, width, height, time), &frameArea, nullptr);
     }
 
-    /// What the engine finds in every frame from now on.
+    /// Sets what the engine finds in every frame from now on.
     static void Find(const std::vector<RPLATE>& found) {
         fake_engine::OnRecognize([found](const IMG&, RPLATE* plates) {
             std::copy(found.begin(), found.end(), plates);
@@ -121,14 +121,15 @@ class EngineTest : public testing::Test {
         return fake_engine::Plate(plate.text, plate.confidenceSum, plate.left, plate.top, plate.right, plate.bottom);
     }
 
-    /// Makes every track be reported with its first reading: one that is unreported is complete at once.
+    /// Makes the tracker report every track with its first reading.
     void ReportAtOnce() {
         Settings().SetBoolValue("result_ready", true);
         Settings().SetIntValue("result_rec_count", 1);
         Settings().SetIntValue("result_wait_time", 1000000);
     }
 
-    /// The trace lines but the launcher's, whose poll thread writes at its own times; line numbers read as LINE.
+    /// The trace lines except the launcher's, whose poll thread writes at any time; line numbers are replaced with
+    /// LINE.
     std::vector<std::string> Trace() const {
         std::vector<std::string> lines;
         for (const std::string& text : output.Texts()) {

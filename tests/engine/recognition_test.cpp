@@ -26,7 +26,7 @@ using testing::IsEmpty;
 constexpr std::int32_t largest = std::numeric_limits<std::int32_t>::max();
 constexpr std::int32_t smallest = std::numeric_limits<std::int32_t>::min();
 
-// Records what the detector hands to its tracker.
+// Records what the detector passes to its tracker.
 class RecordingTracker final : public ILicencePlateTracker {
   public:
     void ProcessPlates(const std::vector<LicencePlatePtr>& readings, std::uint64_t frameTime) override {
@@ -48,7 +48,7 @@ class Recognition : public EngineTest {
 
     RecordingTracker& UseRecordingTracker() {
         const auto tracker = boost::make_shared<RecordingTracker>();
-        // Not before the sizes are known: applied settings reach into the real tracker.
+        // Replaced after the first frame, because its new size applies the settings to the real tracker.
         Frame(0);
         Detector().tracker = tracker;
         fake_engine::Reset();
@@ -179,7 +179,7 @@ TEST_F(Recognition, ApplyingSettingsForgetsTheRange) {
     EXPECT_EQ(Detector().plateRangeMin, -1);
 }
 
-// The detector's own restart must be over, and the poll thread with it, before the journal is read.
+// The detector's own restart and the poll thread must have ended before the journal is read.
 class RefusedRange : public Recognition {
   protected:
     void StartQuietly() {
@@ -302,7 +302,7 @@ TEST_F(Recognition, ASingleCallsAreaDoesNotReachTheEngine) {
 
 // The image and the records.
 
-// The 16-bit formula of one channel triple; other routines may differ by one.
+// The 16-bit formula of one pixel; other routines may differ by one.
 std::array<int, 3> BlueGreenRed(int y, int u, int v) {
     const auto clamp = [](int value) { return std::clamp(value >> 16, 0, 255); };
     return {clamp(y * 65536 + 133169 * (u - 128)), clamp(y * 65536 - 38076 * (v - 128) - 25821 * (u - 128)),
@@ -366,7 +366,7 @@ TEST_F(Recognition, AFrameInNoKnownLayoutIsRefusedBeforeTheEngine) {
     EXPECT_EQ(Detector().frameCount, 0u);
 }
 
-// The engine takes 3 bytes a pixel and looks at no size: anything else would be read past its end.
+// The engine reads 3 bytes for each pixel and checks no size, so it would read past the end of any smaller image.
 
 TEST_F(Recognition, AFrameWithoutTheColourConverterIsRefusedBeforeTheEngine) {
     Frame(1);
@@ -405,7 +405,7 @@ TEST_F(Recognition, AnImageOfAnyOtherSizeIsRefusedBeforeTheEngine) {
         static_cast<OKM8::MFF::ICompositeBuffer*>(recording_host::MakeFrame(counts, 64, 48, 1)),
         [](OKM8::MFF::ICompositeBuffer* released) { released->Release(); });
     constexpr std::uint32_t right = 64 * 48 * 3;
-    // Of the last one three times the number of pixels is its size in the low 64 bits.
+    // For the last one, three times the number of pixels equals the size in the low 64 bits.
     for (const Size& size : {Size{64, 48, right - 1}, Size{64, 48, right + 1}, Size{64, 48, right - 3},
                              Size{64, 48, right / 2}, Size{64, 47, right}, Size{0xAAAAAAABu, 1u << 31, 1u << 31}}) {
         SCOPED_TRACE(size.bytes);
@@ -499,7 +499,7 @@ TEST_F(Recognition, AReadingHoldsTheFrameTheCrossedCornersAndTheWeight) {
 TEST_F(Recognition, RecordsAreReadWhereTheEngineWritesThem) {
     RecordingTracker& tracker = UseRecordingTracker();
     fake_engine::OnRecognize([](const IMG&, RPLATE* plates) {
-        // By offset, as the engine's own compiler lays the record out.
+        // By offset, as the engine's compiler lays out the record.
         auto* const bytes = reinterpret_cast<std::uint8_t*>(plates) + 384;
         const std::int32_t corners[] = {-1, -2, -3, -4, -5, -6, -7, -8};
         std::copy_n("XY", 2, reinterpret_cast<char*>(bytes));
@@ -594,7 +594,7 @@ TEST_F(Recognition, ACountOf1024IsTakenAtItsWord) {
     EXPECT_EQ(Detector().pendingResults.size(), 1024u);
 }
 
-// A count of 2147483647 made that many readings, with the frame locked.
+// A count of 2147483647 created that many readings while the frame was locked.
 class ImpossibleCount : public Recognition, public testing::WithParamInterface<int> {};
 
 TEST_P(ImpossibleCount, IsATraceLineAndTheFrameHasNoPlates) {
@@ -632,12 +632,11 @@ TEST_P(ImpossibleCount, IsSilentAtLevel0) {
 
 INSTANTIATE_TEST_SUITE_P(Of, ImpossibleCount, testing::Values(1025, largest), testing::PrintToStringParamName());
 
-// The tracker, by when it reports.
+// The tracker's limits, by the time of its report.
 
 class TrackerLimits : public EngineTest {
   protected:
-    // A plate that moves steadily to the right, 40 pixels a frame; returns the frame in which the event comes, 0 for
-    // none.
+    // Plays a plate that moves to the right, 40 pixels a frame; returns the frame that raises the event, 0 for none.
     int FrameOfTheEvent(int frames, std::uint64_t period = 1000) {
         for (int frame = 1; frame <= frames; ++frame) {
             const int x = 100 + 40 * frame;
@@ -658,7 +657,7 @@ TEST_F(TrackerLimits, AreNoneWhenResultsAreNotMadeReadyEarly) {
     EXPECT_EQ(FrameOfTheEvent(20), 0);
 }
 
-// The only reading of a track is neither slow nor out of view, and is lost one millisecond later than it is old.
+// A track with one reading is neither slow nor out of view. It is old enough one millisecond before it would be lost.
 TEST_F(TrackerLimits, OfNoneStillReportATrackOf2147483647Milliseconds) {
     constexpr std::uint64_t start = 1000;
     Detector().trackerParameter = largest;
@@ -734,7 +733,7 @@ TEST_F(TrackerLimits, AreTakenWithTheFirstFrameAlone) {
 
 class LostTimeout : public EngineTest {
   protected:
-    // Whether a track that was seen at 0 and 100 ms is lost so many milliseconds after its last reading.
+    // Returns whether a track that was seen at 0 and 100 ms is lost that many milliseconds after its last reading.
     bool IsLostAfter(std::uint64_t silence) {
         const std::size_t before = host.Events().size();
         Find(FoundPlate{});
@@ -745,7 +744,7 @@ class LostTimeout : public EngineTest {
         Frame(base + 10 + silence);
         const bool isLost = host.Events().size() > before;
         base += 1000000;
-        Frame(base);  // whatever is left is lost by now
+        Frame(base);  // remaining tracks are lost by now
         return isLost;
     }
     std::uint64_t base = 1000;

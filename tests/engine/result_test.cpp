@@ -1,4 +1,4 @@
-// One recognised plate: its text, confidence and rectangle, and the two ways to make a result.
+// One recognised plate: its text, confidence and rectangle, and the two ways to create a result.
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -215,7 +215,7 @@ TEST_F(Results, OtherCornersDoNotTouchAnEdge) {
     EXPECT_EQ(rect.bottom, -1000) << "of corners 2 and 4";
 }
 
-// Birth.
+// Construction.
 
 TEST_F(Results, AResultIsBornWithTheseValues) {
     Detector().nextPlateId = 0x500000007u;
@@ -331,7 +331,7 @@ TEST_F(Results, TheSampleResultIsAlwaysTheSame) {
     EXPECT_THAT(Trace(), ElementsAre(LineOf("CreateFakeResult",
                                             "Create result: Plate = FAKE Rect = {294, 511, 481, 548} "
                                             "IsFinished = 0 ID = 12")));
-    // The launcher's polls may write lines of their own, none of them wide.
+    // The launcher's polls may write lines too, but only narrow ones.
     for (const auto& line : output.Lines()) {
         EXPECT_EQ(line.isWide, line.narrow.find("Create result: ") != std::string::npos) << line.narrow;
     }

@@ -157,7 +157,7 @@ TEST_F(EngineTables, TheDestructorSlotOfEveryPartEndsAndFreesTheWholeDetectorInM
         Frame(1);
         void* const address = Parts()[part];
         detector.release();
-        Call<void*>(address, 2, 1u);  // the leak and address sanitizers watch
+        Call<void*>(address, 2, 1u);  // checked by the leak and address sanitizers
         EXPECT_EQ(counts.released, counts.made) << part;
     }
 }

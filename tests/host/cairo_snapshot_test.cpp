@@ -59,7 +59,7 @@ TEST_F(DrawnSnapshot, HasThePictureInItsSizeAndItsFullRange) {
         EXPECT_EQ(drawn.height, 48);
         EXPECT_EQ(drawn.At(63, 47), (Colour{luminance, luminance, luminance}));
     }
-    // Blue difference 50 below the middle, red difference 40 above it.
+    // Blue difference 50 below the neutral value, red difference 40 above it.
     EXPECT_TRUE(IsNear(Draw(PictureOf(64, 48, 120, 78, 168), {}).At(10, 10), {176, 109, 31}));
 }
 
@@ -224,7 +224,7 @@ TEST(Snapshots, InAFolderThatCannotBeMadeEndTheRunBeforeItBegins) {
 TEST(Snapshots, ThatCannotBeWrittenAreToldOnceAndTheEventsGoOn) {
     const TemporaryFolder folder;
     const std::string video = folder.Write("three.y4m", Y4mStream(32, 24, 3));
-    // Folders stand where two of the files would.
+    // Folders have the names of two of the files.
     folder.MakeFolder("made");
     const std::string first = folder.MakeFolder("made/channel0_0001_000000000ms_A123BC.png");
     folder.MakeFolder("made/channel0_0002_000000040ms_A123BC.png");

@@ -1,4 +1,4 @@
-/// A checksum that tells pictures apart, for the program that sends them and the library that receives them.
+/// A checksum to compare the pictures that the program sends with those that the library receives.
 #pragma once
 
 #include <cstddef>

@@ -76,7 +76,7 @@ TEST(Event, NothingThatIsNoUtf8Throws) {
     EXPECT_TRUE(line["arguments"]["number"].is_null());
 }
 
-/// Takes lines until it is full.
+/// Accepts lines until it is full.
 class Output {
   public:
     Output(std::size_t room, std::string error) : room_(room), error_(std::move(error)) {}

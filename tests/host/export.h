@@ -1,4 +1,4 @@
-/// What a test library shows to whoever loads it. On Windows a list of names decides that.
+/// Marks the exports of a test library. On Windows a .def file lists them.
 #pragma once
 
 #ifdef _WIN32

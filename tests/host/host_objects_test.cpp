@@ -13,7 +13,7 @@ namespace {
 
 namespace ContractName = OKM8::ContractName;
 
-/// Calls the operation in a slot, as a library from another compiler does.
+/// Calls the operation in a slot, as a library of another compiler does.
 template <class Result, class... Arguments>
 Result CallSlot(void* object, std::size_t slot, Arguments... arguments) {
     void** table = nullptr;

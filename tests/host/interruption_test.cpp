@@ -57,7 +57,7 @@ TEST_P(SecondInterruption, EndsTheRunAtOnce) {
 TEST_P(Interruption, EndsARunThatStillWaitsForItsFirstPicture) {
     HostProcess process({.arguments = PlayCommand("-", {})});
     process.WriteInput(Y4mHeaderLine(16, 16));
-    // The program takes a request as such only once it has prepared itself; until then the request ends it.
+    // The program handles requests only once it is initialised; before that a request kills it.
     process.WaitUntilInputIsRead();
     process.Stop(GetParam());
     const Finished run = process.WaitWithOpenInput();

@@ -1,4 +1,4 @@
-// Snapshots of what the detector library reports, in frames that it has kept until then.
+// Snapshots of the plates that the detector library reports, in frames that it has kept until then.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
@@ -19,12 +19,12 @@ constexpr int width = 320;
 constexpr int height = 240;
 constexpr int frames = 12;
 
-/// The grey of a frame, which tells its number.
+/// The grey value of a frame, which identifies its number.
 int GreyOf(int frame) {
     return 40 + frame * 15;
 }
 
-/// Where the plate is in a frame.
+/// The position of the plate in a frame.
 int LeftIn(int frame) {
     return 40 + frame * 10;
 }
@@ -42,7 +42,7 @@ std::string GreyVideo() {
     return video;
 }
 
-/// Of the texts of a track the first in the order of the alphabet is reported, with its first reading: that of frame 3.
+/// The alphabetically first text of a track is reported, with its first reading: that of frame 3.
 std::string Script() {
     Json script{{"frames", Json::array()}};
     for (int frame = 0; frame < frames; ++frame) {
@@ -89,7 +89,7 @@ TEST(LibrarySnapshot, ShowsTheReportedPlateInTheFrameInWhichItWasRead) {
     for (const int y : {TopIn(3) - 1, TopIn(3) + 14}) {
         EXPECT_EQ(png.At(LeftIn(3) + 50, y), (Colour{0, 255, 0})) << y;
     }
-    // The first point is the reported reading itself, whose plate is not drawn over.
+    // The first point belongs to the reported reading, whose plate is not covered.
     for (std::size_t index = 1; index < event["track"].size(); ++index) {
         const Json& point = event["track"][index];
         const int x = point["x"].get<int>() + point["width"].get<int>() / 2;

@@ -23,7 +23,7 @@ TEST(LinuxInfo, TheDebugLevelIsReadFromTheFoldersThatTheEnvironmentNames) {
                           "  /home/x/conf/vexlane/HKEY_CURRENT_USER/SOFTWARE/Tellumark/KORA/DEBUG/DebugLevel\n"));
 }
 
-// As the library itself does: a relative folder would lie somewhere else for each program.
+// As the library does: a relative folder would be a different one for each program.
 TEST(LinuxInfo, ARelativeConfigurationFolderIsPassedOver) {
     EXPECT_THAT(InfoOutput({{"VEXLANE_REGISTRY", std::nullopt}, {"XDG_CONFIG_HOME", "relative"}, {"HOME", "/home/x"}}),
                 HasSubstr("  /home/x/.config/vexlane/HKEY_CURRENT_USER/SOFTWARE/Tellumark/KORA/DEBUG/DebugLevel\n"));

@@ -1,4 +1,4 @@
-// What a program without a drawing library says of snapshots.
+// The error for snapshots in a program without a drawing library.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 

@@ -1,4 +1,4 @@
-// What a program without FFmpeg's libraries says of other videos than Y4M.
+// The error for videos other than Y4M in a program without FFmpeg's libraries.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 

@@ -7,7 +7,7 @@
 
 namespace host_test {
 
-/// A plane of a picture with a pattern of its own for every frame.
+/// Returns a plane of a picture with a different pattern for every frame.
 inline std::vector<std::uint8_t> MakePlane(int width, int height, int frame, int plane) {
     std::vector<std::uint8_t> bytes;
     for (int y = 0; y < height; ++y) {
@@ -18,7 +18,7 @@ inline std::vector<std::uint8_t> MakePlane(int width, int height, int frame, int
     return bytes;
 }
 
-/// A whole 4:2:0 picture, planes one after the other; odd sizes have their chroma rounded up.
+/// Returns a whole 4:2:0 picture, one plane after the other; for odd sizes the chroma planes are rounded up.
 inline std::vector<std::uint8_t> MakeI420(int width, int height, int frame) {
     std::vector<std::uint8_t> bytes = MakePlane(width, height, frame, 0);
     for (int plane = 1; plane <= 2; ++plane) {

@@ -1,4 +1,4 @@
-/// Command lines that play through the stand-in library, and what they print.
+/// Command lines that play through the test library, and their output.
 #pragma once
 
 #include <algorithm>
@@ -23,7 +23,7 @@ inline void ReplaceEngine(std::vector<std::string>& command, const std::string& 
     *(std::find(command.begin(), command.end(), "--engine") + 1) = engine;
 }
 
-/// The lines of an output, each parsed by itself; one that is no JSON throws.
+/// Parses each line of an output as JSON; throws on an invalid line.
 inline std::vector<Json> Lines(const std::string& output) {
     std::vector<Json> lines;
     std::istringstream stream(output);

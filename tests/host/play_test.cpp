@@ -69,7 +69,8 @@ TEST(Play, ATextThatIsNoUtf8IsShownWithReplacementCharacters) {
 }
 
 TEST(Play, ASettingOfAnyCharactersReachesTheDetectorAndItsEvents) {
-    // Cyrillic, a character beyond the first plane, a quotation mark after a backslash, and one at the end.
+    // Cyrillic, a character beyond the Basic Multilingual Plane, a quotation mark after a backslash, and a backslash at
+    // the end.
     const std::string text = "\xD0\x90 1\xF0\x9F\x9A\x97\\\"x\\";
     const Finished run = RunHost(PlayCommand("-", {"test_event_every=1", "test_text=" + text}), Y4mStream(16, 16, 1));
     ASSERT_EQ(run.status, 0) << run.errors;
@@ -114,7 +115,7 @@ TEST(Play, LinesEndAsTheyDoEverywhere) {
 }
 
 TEST(Play, EveryByteOfAPipeIsAPicturesByte) {
-    // Line ends and the end-of-file mark of text files, among all other values.
+    // All byte values, those of line ends and of the text end-of-file mark included.
     std::string stream = Y4mHeaderLine(32, 32, " F25:1 Cmono") + "FRAME\n";
     std::vector<std::uint8_t> plane;
     for (int index = 0; index < 32 * 32; ++index) {
@@ -270,7 +271,7 @@ TEST(Play, AClosedOutputEndsAnEndlessVideoQuietly) {
     process.WriteInput(Y4mStream(16, 16, 1));
     process.WaitForOutput("\n");
     process.CloseOutput();
-    // The input stays open: the run ends by itself, while frames still come.
+    // The input stays open: the run ends without it, while frames still arrive.
     for (int frame = 1; process.Errors().find("unloaded") == std::string::npos; ++frame) {
         process.WriteInput(Y4mFrame(16, 16, frame));
         process.PumpOnce();

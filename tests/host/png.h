@@ -1,4 +1,4 @@
-/// PNG files, read by the library that draws them.
+/// Reads PNG files with the library that draws them.
 #pragma once
 
 #include <array>

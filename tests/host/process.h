@@ -1,4 +1,4 @@
-/// The host program as a process under the test's control.
+/// The host program as a child process of the test.
 #pragma once
 
 #include <string>
@@ -16,7 +16,7 @@ using test_support::SystemHasTerminals;
 
 class HostProcess : public test_support::ChildProcess {
   public:
-    /// Starts the host where no program is named.
+    /// Starts the host program unless another one is named.
     explicit HostProcess(Start start) : ChildProcess(WithProgram(start)) {}
 
   private:

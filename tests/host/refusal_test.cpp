@@ -1,4 +1,4 @@
-// Runs that cannot be carried out: one clear line, exit status 2.
+// Runs that fail at the start: one line on standard error, exit status 2.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
@@ -119,7 +119,7 @@ TEST_F(Refusal, ABadCommandLine) {
 
 class RefusedSetting : public Refusal {
   protected:
-    // The library's own log lines stand around the one line of the host.
+    // The library's own log lines surround the one line of the host.
     void ExpectRefusal(const std::string& setting, const std::string& part) {
         const Finished run = RunHost(PlayCommand(video, {setting}));
         EXPECT_EQ(run.status, 2) << run.errors;

@@ -1,4 +1,4 @@
-/// What this system says of a thing that goes wrong.
+/// This system's error messages.
 #pragma once
 
 #include <cstdint>
@@ -8,7 +8,7 @@
 
 namespace host_test::SystemText {
 
-/// Without the dot and the line end that Windows adds.
+/// Returns the message without the dot and the line end that Windows adds.
 inline std::string TextOf(std::uint32_t error) {
     const std::string text = platform::SystemErrorText(error);
     return text.substr(0, text.find_last_not_of(".\r\n ") + 1);

@@ -1,4 +1,4 @@
-/// A folder of the test's own.
+/// A temporary folder for one test.
 #pragma once
 
 #include <filesystem>
@@ -12,7 +12,7 @@
 
 namespace host_test {
 
-/// Removed with everything in it. Names are in UTF-8.
+/// Removed by the destructor, with its contents. Names are in UTF-8.
 class TemporaryFolder {
   public:
     TemporaryFolder() {
@@ -47,7 +47,7 @@ class TemporaryFolder {
         return Path(name);
     }
 
-    /// Copies a file to here.
+    /// Copies a file into this folder.
     std::string Copy(const std::string& from, const std::string& name) const {
         std::filesystem::copy_file(plate_host::ToPath(from), folder_ / plate_host::ToPath(name));
         return Path(name);

@@ -1,4 +1,4 @@
-/// An engine that says which one it is.
+/// An engine that returns its own name.
 #pragma once
 
 extern "C" const char* TestEngineName();

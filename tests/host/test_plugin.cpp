@@ -1,4 +1,4 @@
-// A detector library that shows what its host does, and misbehaves on demand. Its own settings begin with "test_".
+// A detector library that logs the host's calls and misbehaves on demand. Its own settings begin with "test_".
 #include <chrono>
 #include <cstdio>
 #include <cstring>

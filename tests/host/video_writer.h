@@ -13,11 +13,11 @@ struct VideoTraits {
     int frames = 5;
     int rateNumerator = 25;
     int rateDenominator = 1;
-    bool indexFirst = false;   ///< for an MP4: the index stands before the pictures
+    bool indexFirst = false;   ///< for an MP4: the index precedes the pictures
     int firstFrameNumber = 0;  ///< the time stamp of the first frame, in frames
 };
 
-/// Writes a video whose planes are those of MakePlane, in the container of the name's ending. Throws on failure.
+/// Writes a video with the planes of MakePlane, in the container that the file extension selects. Throws on failure.
 void WriteVideo(const std::string& path, const VideoTraits& traits);
 
 }  // namespace host_test

@@ -18,7 +18,7 @@ TEST(Play, ANamedPipeIsReadAsAStream) {
     HostProcess process({.arguments = PlayCommand(name, {"test_event_every=1"})});
     EXPECT_TRUE(::ConnectNamedPipe(pipe, nullptr) != FALSE || ::GetLastError() == ERROR_PIPE_CONNECTED);
     const std::string stream = Y4mStream(16, 16, 2);
-    // A write of nothing is no end.
+    // An empty write does not end the stream.
     for (const std::size_t length : {std::size_t{0}, stream.size()}) {
         DWORD count = 0;
         EXPECT_NE(::WriteFile(pipe, stream.data(), static_cast<DWORD>(length), &count, nullptr), FALSE);

@@ -11,7 +11,7 @@ namespace {
 TEST(WindowsPlugin, WhatALibraryNeedsIsFoundBesideIt) {
     const TemporaryFolder folder;
     folder.MakeFolder("beside");
-    // A library that needs the one beside it, under the name that it is looked for by.
+    // A library that needs the one in its folder, and the latter under the name by which it is found.
     const std::string engine = folder.Copy(HOST_TEST_PLUGIN, "beside/needy.dll");
     folder.Copy(HOST_TEST_ENGINE_TWO, "beside/Recon64.dll");
     HostProcess process(

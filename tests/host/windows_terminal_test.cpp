@@ -11,7 +11,7 @@ namespace {
 
 using testing::HasSubstr;
 
-// The terminal draws what it is sent anew, so only what it shows in the end is compared.
+// The terminal redraws its output, so only its final contents are compared.
 class WindowsTerminal : public testing::Test {
   protected:
     void SetUp() override {

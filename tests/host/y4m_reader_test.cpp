@@ -14,7 +14,7 @@ namespace {
 
 using testing::HasSubstr;
 
-/// Bytes in portions of a given size, and an error after them if wanted.
+/// Returns bytes in portions of a given size, and optionally an error after them.
 class MemorySource final : public ByteSource {
   public:
     MemorySource(std::string bytes, std::size_t portion, std::string newError = {})

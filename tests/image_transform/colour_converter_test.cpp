@@ -37,7 +37,7 @@ ImageData View(std::uint32_t width, std::uint32_t height, Bytes& bytes) {
     return ImageData(width, height, static_cast<std::uint32_t>(bytes.size()), bytes.data());
 }
 
-// A record that no constructor makes.
+// A record that no constructor creates.
 ImageData Raw(std::uint32_t width, std::uint32_t height, std::uint32_t size, std::uint8_t* data) {
     ImageData image;
     image.width = width;
@@ -59,7 +59,7 @@ yuv::Bgr PixelOf(Layout layout, const std::uint8_t* frame, std::uint32_t width, 
     return yuv::Formula(y, frame[pixels + chroma], frame[pixels + (full ? pixels / 2 : pixels / 4) + chroma]);
 }
 
-// The output of a frame; `before` stands wherever nothing is written.
+// The expected output of a frame; bytes that are not written are `before`.
 Bytes Expected(Layout layout, bool planar, const std::uint8_t* frame, std::uint32_t width, std::uint32_t height,
                std::uint8_t before = 0) {
     const std::uint32_t pixels = width * height;
@@ -100,7 +100,7 @@ std::string RefusalOf(IImageTransform& step, const ImageData& in) {
     return refusal;
 }
 
-/// What both converters do: the parameter is true for the planar one.
+/// Tests of both converters: the parameter is true for the planar one.
 class BothConverters : public testing::TestWithParam<bool> {
   protected:
     static std::unique_ptr<IImageTransform> Make() {
@@ -149,18 +149,18 @@ TEST_P(BothConverters, ConvertOrRefuseEverySmallSize) {
         for (std::uint32_t height = 1; height <= 33; ++height) {
             for (const Layout layout : {Layout::Grey, Layout::I420, Layout::I422}) {
                 if (layout == Layout::I420 && width * height == 1) {
-                    continue;  // has the size of a grey frame, and is one
+                    continue;  // has the size of a grey frame, and is treated as one
                 }
                 const std::string name = std::to_string(width) + " x " + std::to_string(height) + ", layout " +
                                          std::to_string(static_cast<int>(layout));
 
-                // A grey frame first, whose output shows what a refused frame has written.
+                // A grey frame first, so that its output shows whether a refused frame writes anything.
                 const auto fresh = Make();
                 Bytes grey(std::size_t{width} * height, 77);
                 ImageData before;
                 fresh->Transform(View(width, height, grey), before);
 
-                // The frame ends at a guard page: nothing after it is read.
+                // The frame ends at a guard page, which detects a read past its end.
                 GuardedBytes frame(RandomBytes(SizeOf(layout, width, height), width * 64 + height));
                 const ImageData in(width, height, static_cast<std::uint32_t>(frame.size()), frame.data());
                 const Bytes expected = Expected(layout, planar, frame.data(), width, height, 77);
@@ -290,7 +290,7 @@ TEST_P(BothConverters, RefuseAZeroWidthOrHeight) {
     Bytes frame(12);
     EXPECT_EQ(RefusalOf(*converter, Raw(0, 2, 12, frame.data())), zeroSize);
     EXPECT_EQ(RefusalOf(*converter, Raw(4, 0, 12, frame.data())), zeroSize);
-    // Before the size that fits no layout, and before an output that is too large.
+    // Checked before the layout, and before an output that is too large.
     EXPECT_EQ(RefusalOf(*converter, Raw(0, 0xffffffff, 5, nullptr)), zeroSize);
 }
 
@@ -339,7 +339,7 @@ TEST_P(BothConverters, ReuseTheBufferForTheSameSize) {
     EXPECT_EQ(one.data, one.storage.get());
     EXPECT_EQ(one.storage.use_count(), 3) << "both records and the converter";
     EXPECT_NE(BytesOf(one), pixels) << "the second frame stands in the first one's record";
-    // Another layout of the same size is no reason for a new buffer.
+    // Another layout of the same size needs no new buffer.
     Bytes grey(8, 30);
     ImageData third;
     converter->Transform(View(4, 2, grey), third);

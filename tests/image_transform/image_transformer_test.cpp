@@ -17,7 +17,7 @@ using image_transform::IImageTransform;
 using image_transform::ImageData;
 using image_transform::ImageTransformer;
 
-/// Writes down which width it was handed, and hands its own out.
+/// Records the input width, and returns its own width.
 struct Marker final : IImageTransform {
     Marker(std::uint32_t ownWidth, std::vector<std::uint32_t>& widths) : width(ownWidth), seen(widths) {}
 

@@ -1,4 +1,4 @@
-/// Every kernel that this processor can run, held against the formula.
+/// Compares every kernel that this processor can run with the formula.
 
 #include <gtest/gtest.h>
 
@@ -18,7 +18,7 @@
 
 namespace image_transform::kernels {
 
-// Tests are listed by the kernel's name, not by its address.
+// Test names show the kernel's name, not its address.
 static void PrintTo(const Kernel* kernel, std::ostream* stream) {
     *stream << kernel->name;
 }
@@ -50,7 +50,7 @@ std::vector<const Kernel*> SupportedKernels() {
     return supported;
 }
 
-// How a picture lies in memory.
+// The memory layout of a picture.
 struct Geometry {
     std::int32_t width;
     std::int32_t height;
@@ -72,7 +72,7 @@ struct Geometry {
     std::size_t BgrSpan() const { return Span(BgrStep(), height, std::ptrdiff_t{3} * width); }
 };
 
-// The planes end at a guard page each, and so does the output. Nobody may write into the planes.
+// Each plane and the output end at a guard page. The planes are read-only.
 class Picture {
   public:
     Picture(const Geometry& pictureGeometry, unsigned seed)
@@ -96,7 +96,7 @@ class Picture {
         return yuv::Formula(planes.y[row * planes.yStride + column], planes.u[chroma], planes.v[chroma]);
     }
 
-    // What the output holds afterwards, byte for byte: the even part converted, all else as it was.
+    // The expected output: the even part converted, all other bytes unchanged.
     std::vector<std::uint8_t> ExpectedBgr24() const {
         std::vector<std::uint8_t> bytes(geometry.offset + geometry.BgrSpan(), untouched);
         for (std::int32_t row = 0; row < geometry.height / 2 * 2; ++row) {
@@ -191,7 +191,7 @@ class EveryKernel : public testing::TestWithParam<const Kernel*> {
     }
 };
 
-// Kernels take no threads, so that the thread sanitizer sees one of them alone.
+// Kernels use no threads, so the thread sanitizer runs only one of them.
 std::vector<const Kernel*> TestedKernels() {
     std::vector<const Kernel*> tested = SupportedKernels();
 #if defined(__SANITIZE_THREAD__)
@@ -210,7 +210,7 @@ INSTANTIATE_TEST_SUITE_P(Kernels, EveryKernel, testing::ValuesIn(TestedKernels()
                          });
 
 TEST_P(EveryKernel, FollowsTheFormulaOnEveryTriple) {
-    // 16 frames, each with a sixteenth of all chroma pairs; a pair serves 64 blocks of four luma values.
+    // 16 frames, each with a sixteenth of all chroma pairs; a pair is used for 64 blocks of four luma values.
     constexpr std::int32_t side = 1024;
     constexpr std::int32_t chromaSide = side / 2;
     const auto pixels = static_cast<std::size_t>(side) * side;
@@ -225,7 +225,7 @@ TEST_P(EveryKernel, FollowsTheFormulaOnEveryTriple) {
         for (std::int32_t row = 0; row < chromaSide; ++row) {
             for (std::int32_t column = 0; column < chromaSide; ++column, ++block) {
                 const auto chroma = static_cast<std::size_t>(row) * chromaSide + static_cast<std::size_t>(column);
-                // Neighbours differ in their chroma, so that no kernel can get by with one pair for several blocks.
+                // Neighbours differ in their chroma, so that a kernel that uses one pair for several blocks fails.
                 const std::uint32_t pair = block % 65536;
                 const std::uint32_t lumas = block / 65536 * 4;
                 u[chroma] = static_cast<std::uint8_t>(pair % 256);
@@ -253,7 +253,7 @@ TEST_P(EveryKernel, FollowsTheFormulaOnEveryTriple) {
     EXPECT_EQ(block, std::uint32_t{1} << 22) << "four triples each";
 }
 
-// Even and odd ones: of the latter the even part is converted, and the status says so.
+// Even and odd sizes: for an odd size the even part is converted, and the status reports it.
 TEST_P(EveryKernel, ConvertsEverySmallSizeAndTouchesNothingElse) {
     for (std::int32_t width = 1; width <= 131; ++width) {
         for (std::int32_t height = 1; height <= 35; ++height) {
@@ -282,7 +282,7 @@ TEST_P(EveryKernel, ConvertsEveryWidthUpToSomeRegisters) {
     }
 }
 
-// Pictures that no cache holds are written another way, and those of them that lie unevenly another way again.
+// Pictures that are larger than the caches are written by other code, and the unaligned ones of them by a third.
 TEST_P(EveryKernel, ConvertsPicturesThatNoCacheHolds) {
     if (kernel.toBgr24 == scalarKernel.toBgr24) {
         GTEST_SKIP() << "it is what the others are held against, and has but one way";

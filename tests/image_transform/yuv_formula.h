@@ -1,4 +1,4 @@
-/// The conversion as a formula, pixel by pixel, written apart from the routines that it judges.
+/// The conversion as a formula, pixel by pixel, independent of the routines under test.
 #pragma once
 
 #include <cstddef>
@@ -36,7 +36,7 @@ inline std::vector<std::uint8_t> RandomBytes(std::size_t size, unsigned seed) {
     std::mt19937 random(seed);
     std::vector<std::uint8_t> bytes(size);
     for (std::uint8_t& byte : bytes) {
-        // Many at the two ends, where results are cut.
+        // Many values at the two ends, where results are clamped.
         const auto value = static_cast<unsigned>(random() % 600);
         byte = static_cast<std::uint8_t>(value < 256 ? value : value < 300 ? 0 : value < 350 ? 255 : random() % 256);
     }

@@ -1,5 +1,5 @@
-// Memory that runs out at each allocation of a host's call, one after another: once, or from there to the call's end.
-// The module is linked in, so that it uses this program's operator new on every system.
+// Allocation failures at each allocation of a host's call in turn: at that one, or at all from that one to the call's
+// end. The module is linked in, so that it uses this program's operator new on every system.
 
 #include <gtest/gtest.h>
 
@@ -37,9 +37,9 @@ using allocation_count::Failure;
 using OKM8::Analytics::IDetector;
 using recording_host::RecordedEvent;
 
-constexpr std::uint64_t mostAllocations = 20000;  // of one call; more means that the failure is never reached
+constexpr std::uint64_t mostAllocations = 20000;  // of one call; more means that the loop does not end
 
-// What the engine finds in the frame in hand, and how often it was given a frame that no step had converted.
+// What the engine finds in the current frame, and how often it received an unconverted frame.
 std::vector<RPLATE> found;
 int unconverted = 0;
 
@@ -84,8 +84,9 @@ class OutOfMemoryTest : public testing::Test {
         FinalizeModule();
     }
 
-    // Runs the action with each of its allocations failing in its turn, and at last with none. What `prepare` does
-    // before it and `check` after it does not fail. Returns how many allocations the action makes.
+    // Runs the action once for each of its allocations, which then fails, and finally without a failure. No allocation
+    // fails in `prepare`, which runs before it, and in `check`, which runs after it. Returns the action's number of
+    // allocations.
     std::uint64_t AtEachAllocation(const std::function<void()>& prepare, const std::function<void()>& action,
                                    const std::function<void()>& check) {
         for (std::uint64_t number = 1; number < mostAllocations; ++number) {
@@ -109,7 +110,7 @@ class OutOfMemoryTest : public testing::Test {
         return 0;
     }
 
-    // A module of a new host.
+    // Creates a module with a new host.
     void Initialize() {
         ExpectEveryBufferBack();
         FinalizeModule();
@@ -118,7 +119,7 @@ class OutOfMemoryTest : public testing::Test {
         ASSERT_NE(GetModule(), nullptr);
     }
 
-    // One that reports a plate with that many readings.
+    // Creates a detector that reports a plate with that many readings.
     void MakeDetector(std::int32_t readings) {
         Initialize();
         detector = GetModule()->CreateDetector(nullptr, host->Peer());
@@ -144,7 +145,7 @@ class OutOfMemoryTest : public testing::Test {
         return Query<OKM8::Analytics::IMediaReceiverSingle2>(ContractName::IMediaReceiverSingle2);
     }
 
-    // Of one colour that is no grey.
+    // A frame of one colour that is not grey.
     OKM8::MFF::IMultimediaBuffer* MakeFrame(std::uint32_t width = 64) {
         constexpr std::uint32_t height = 48;
         recording_host::BufferOptions options;
@@ -171,7 +172,8 @@ class OutOfMemoryTest : public testing::Test {
         return texts;
     }
 
-    // The next frames go their usual way, and their plates come out. On another thread: no lock has been left behind.
+    // The next frames succeed and their plates are reported. On another thread, which a lock that is still held would
+    // block.
     void ExpectAllIsWellAgain() {
         constexpr std::uint64_t tracksAreLost = 100000;
         const std::vector<RPLATE> plates = {PlateAt("LATER1", 4), PlateAt("RETAL2", 36)};
@@ -215,7 +217,7 @@ class OutOfMemory : public OutOfMemoryTest, public testing::WithParamInterface<W
 INSTANTIATE_TEST_SUITE_P(Fails, OutOfMemory, testing::ValuesIn(ways),
                          [](const auto& instance) { return std::string(instance.param.name); });
 
-// The exports and the detector's construction.
+// The exports and the construction of the detector.
 
 TEST_P(OutOfMemory, InCreateDetectorIsABadAllocOrLeavesADetectorThatWorks) {
     bool hasThrown = false;
@@ -246,7 +248,7 @@ TEST_P(OutOfMemory, InDestroyStillGivesEverythingBack) {
     std::uint64_t made = 0;
     AtEachAllocation(
         [&] {
-            MakeDetector(1000);  // all of them are still awaited
+            MakeDetector(1000);  // all readings are still pending
             PlayFrame({PlateAt("ABBBBBBBBBBBBBBA", 4), PlateAt("OTHER2", 36)});
             PlayFrame({PlateAt("ABBBBBBBBBBBBBBB", 4), PlateAt("OTHER3", 36)});
             EXPECT_LT(counts.released, counts.made);
@@ -295,13 +297,13 @@ TEST_P(OutOfMemory, InASetterIsARefusalOfThatValueAlone) {
 }
 
 TEST_P(OutOfMemory, InARefusedSetterKeepsTheCode) {
-    const std::string longName(1000, 'n');  // more than is kept ready
+    const std::string longName(1000, 'n');  // longer than the reserved text
     AtEachAllocation([&] { MakeDetector(1); }, [&] { Settings().SetIntValue(longName.c_str(), 1); },
                      [&] { EXPECT_EQ(Errors().GetErrorCode(), OKM8::ErrorCode::RefusedSetting); });
 }
 
 TEST_P(OutOfMemory, InGetErrorMessageIsAnEmptyText) {
-    const std::string longName(1000, 'n');  // more than is kept ready
+    const std::string longName(1000, 'n');  // longer than the reserved text
     const char* text = nullptr;
     const std::uint64_t allocations = AtEachAllocation(
         [&] {
@@ -345,8 +347,8 @@ struct FrameOf {
 
 struct Scene {
     const char* name;
-    std::int32_t readings;        // that complete a track
-    std::vector<FrameOf> frames;  // memory runs out in the last one
+    std::int32_t readings;        // the number that completes a track
+    std::vector<FrameOf> frames;  // allocations fail in the last one
 };
 
 void PrintTo(const Scene& scene, std::ostream* stream) {
@@ -404,12 +406,12 @@ TEST_P(OutOfMemoryInAFrame, LeavesADetectorThatReadsOn) {
 }
 
 TEST_P(OutOfMemory, InTheErrorOfAFrameLeavesNoOlderText) {
-    // Each is longer than what is kept ready.
+    // Each is longer than the reserved text.
     const std::runtime_error earlier(std::string(100, 'e'));
     const std::runtime_error later(std::string(1000, 'l'));
     std::string refusedName;
     std::runtime_error failure{""};
-    // Fails after a setting has been refused, so that an older text stands in the error state.
+    // Throws after a setting has been refused, so that the error state holds an older text.
     recording_host::RecordingFrameDone callback([&](const recording_host::HostCall&) {
         Settings().SetIntValue(refusedName.c_str(), 1);
         throw failure;

@@ -1,4 +1,4 @@
-// The module object over a detector class that the test can watch and break.
+// The module object with a detector class that counts its objects and throws on demand.
 
 #include "module/base_module_impl.h"
 
@@ -65,7 +65,7 @@ class FakeDetector final : public IDetector {
 
 using Module = BaseModuleImpl<FakeDetector>;
 
-// The module hands the peer on and never calls it.
+// The module passes the peer on and never calls it.
 class FakePeer final : public IContract {
   public:
     OKM8_OBJECT_DESTRUCTOR_SLOT(FakePeer)
@@ -83,7 +83,7 @@ class BaseModule : public testing::Test {
   protected:
     BaseModule() { FakeDetector::Reset(); }
 
-    // Never looked at, so an address that nobody may touch will do.
+    // Never dereferenced, so an invalid address is enough.
     void* const hostObject = reinterpret_cast<void*>(std::uintptr_t{1});
     FakePeer peer;
     Module module{hostObject};

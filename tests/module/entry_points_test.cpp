@@ -1,4 +1,4 @@
-// The exports, while memory fails.
+// The exports when allocations fail.
 
 #include <gtest/gtest.h>
 
@@ -26,7 +26,7 @@ class EntryPoints : public testing::Test {
     ~EntryPoints() override { FinalizeModule(); }
 
     test_support::ScratchRegistry registry;
-    int host = 0;  // handed on and never looked at
+    int host = 0;  // passed on and never read
 };
 
 TEST_F(EntryPoints, InitializeModuleThrowsNothingWhicheverAllocationFails) {

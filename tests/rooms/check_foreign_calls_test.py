@@ -1,4 +1,4 @@
-"""Breaks each rule of check-foreign-calls in a small tree of its own."""
+"""Breaks each rule of check-foreign-calls in a small temporary tree."""
 
 import importlib.machinery
 import importlib.util
@@ -21,7 +21,7 @@ def load():
 
 check_foreign_calls = load()
 
-# A tree in which every rule is kept, in part narrowly.
+# A tree that keeps every rule, some only just.
 GOOD = {
     "sdk/contract.h": "/// The root.\n#define SLOT(I) virtual ~I() {}\nstruct IContract {\n"
     "    OVERLOADS(virtual void* Query(const char*) = 0,\n        virtual void* Query(const char*) const = 0);\n};\n",

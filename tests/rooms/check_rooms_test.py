@@ -1,4 +1,4 @@
-"""Breaks each rule of check-rooms in a small tree of its own."""
+"""Breaks each rule of check-rooms in a small temporary tree."""
 
 import importlib.machinery
 import importlib.util
@@ -22,7 +22,7 @@ def load():
 
 check_rooms = load()
 
-# A tree in which every rule is kept, in part narrowly.
+# A tree that keeps every rule, some only just.
 GOOD = {
     "CMakeLists.txt": "add_subdirectory(sdk)\n",
     "sdk/CMakeLists.txt": "room(sdk)\n",

@@ -3,7 +3,7 @@
 
     compare_detector_tables.py --slots slots.txt detector_slots.txt --assembly FILE... --demangler c++filt
 
-The files are what the compiler makes of the classes' sources with -S.
+FILE is the output of the compiler with -S for a source of the classes.
 """
 
 import argparse
@@ -12,7 +12,7 @@ import subprocess
 import sys
 from itertools import zip_longest
 
-# Nothing is written beside the sources: scripts/test would take it for a change of them.
+# No cache is written among the sources: scripts/test would report it as a change.
 sys.dont_write_bytecode = True
 from compare_table_layouts import read_slots, whole_table
 
@@ -28,7 +28,7 @@ PURE_OPERATIONS = {
 
 
 def signature(operation):
-    """One spelling for an operation that a demangler or the list names: 'F(char const*, int) const'."""
+    """Returns one spelling for an operation of the demangler or the list: 'F(char const*, int) const'."""
     if operation == "destructor" or re.search(r"::DestructorSlot\(unsigned int\)$", operation):
         return "destructor"
     operation = operation.removeprefix("non-virtual thunk to ").replace("[abi:cxx11]", "")
@@ -51,7 +51,7 @@ def signature(operation):
 
 
 def built_tables(assembly):
-    """Answers {class: [[symbol]]}, the tables of a class behind one another."""
+    """Returns {class: [[symbol]]}, the tables of each class in order."""
     tables = {}
     for path in assembly:
         tables_of_class = None

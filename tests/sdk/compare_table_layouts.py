@@ -4,8 +4,8 @@
     compare_table_layouts.py --compiler clang++ --abi microsoft|itanium --root TREE --slots slots.txt...
         [--include HEADER] [--only NAMESPACE]
 
-The compiler must be clang: it prints the tables, with the names of pure operations. The headers of sdk/ declare the
-interfaces, and further ones that --include names.
+The compiler must be clang, which prints the tables with the names of pure operations. The interfaces are declared in
+the headers of sdk/ and those that --include names.
 """
 
 import argparse
@@ -18,7 +18,7 @@ from itertools import zip_longest
 
 
 def read_slots(path):
-    """Answers {interface: (base, {slot: operation}, [further table])}, in the order of the file."""
+    """Returns {interface: (base, {slot: operation}, [further table])}, in the order of the file."""
     interfaces = {}
     with open(path, encoding="utf-8") as lines:
         for line in (raw.strip() for raw in lines):
@@ -38,7 +38,7 @@ def read_slots(path):
 
 
 def whole_table(interfaces, name):
-    """The operations of an interface's first table, its base's first."""
+    """Returns the operations of an interface's first table, those of its base first."""
     base, own, _ = interfaces[name]
     table = whole_table(interfaces, base) if base else []
     for number, operation in own.items():
@@ -49,7 +49,7 @@ def whole_table(interfaces, name):
 
 
 def plain(operation):
-    """An operation without the names around it: 'void *OKM8::A::F(int) [pure]' gives 'void *F(int)'."""
+    """Returns an operation without qualifiers: 'void *OKM8::A::F(int) [pure]' becomes 'void *F(int)'."""
     operation = re.sub(r"\s*\[.*\]$", "", operation)
     if re.search(r"::~\w+\(\)$", operation) or "DestructorSlot(unsigned int)" in operation:
         return "destructor"
@@ -57,10 +57,10 @@ def plain(operation):
 
 
 def dumped_tables(compiler, abi, root, further_headers, interfaces):
-    """Answers {interface: [[operation]]}, the tables of each interface as the compiler lays them out."""
+    """Returns {interface: [[operation]]}, the tables of each interface as the compiler lays them out."""
     headers = sorted(f"sdk/{name}" for name in os.listdir(os.path.join(root, "sdk")) if name.endswith(".h"))
     source = "".join(f'#include "{name}"\n' for name in headers + further_headers)
-    # A constructor needs its bases' tables, and so makes the compiler lay them out.
+    # A constructor needs the tables of its bases, so the compiler lays them out.
     source += "template <class Interface> struct Probe : Interface { Probe(); };\n"
     source += "template <class Interface> Probe<Interface>::Probe() {}\n"
     source += "".join(f"template struct Probe<{name}>;\n" for name in interfaces)

@@ -1,4 +1,4 @@
-/// What the destructor slot does: it ends the object, frees it when asked to, and returns the object's address.
+/// The destructor slot: it destroys the object, frees it when the flag is set, and returns the object's address.
 
 #include <gtest/gtest.h>
 
@@ -24,7 +24,7 @@ void Free(void* memory) {
 
 }  // namespace
 
-// The program's own, so that a test can see whether an object's memory was given back.
+// Replaced, so that a test can check whether an object's memory was freed.
 void* operator new(std::size_t size) {
     if (void* const memory = std::malloc(size != 0 ? size : 1)) {
         return memory;
@@ -73,7 +73,7 @@ TEST_F(DestructorSlot, WithoutTheFlagEndsTheObjectAndKeepsItsMemory) {
     EXPECT_EQ((sdk_test::CallEntry<void*, unsigned>(object, slot, 0u)), object);
     EXPECT_EQ(ended, 1);
 
-    // The same for an object of the heap, whose memory the caller then frees.
+    // The same for a heap object, whose memory the caller then frees.
     auto* const other = new Target;
     watched = other;
     EXPECT_EQ((sdk_test::CallEntry<void*, unsigned>(other, slot, 0u)), watched);

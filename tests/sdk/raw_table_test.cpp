@@ -57,7 +57,7 @@ std::string Text(const char* operation, Arguments... arguments) {
     return stream.str();
 }
 
-// What an operation returns: a value that uses all bits of its type.
+// The value that an operation returns: it uses all bits of its type.
 char answeredObject[64];
 
 template <class Result>
@@ -71,7 +71,7 @@ Result Answer() {
     }
 }
 
-// Every operation, of real objects and of hand-made tables alike, ends here.
+// Records a call. Every operation of real objects and of hand-made tables calls this.
 template <Name operation, class Result, class... Arguments>
 Result Record(void* self, Arguments... arguments) {
     calls.push_back(Text(operation.text, arguments...));
@@ -86,12 +86,12 @@ void Unexpected(void* self) {
     calledObject = self;
 }
 
-/// An object without any class: a table that was put together by hand.
+/// An object without a class: a hand-made table.
 class HandMade {
   public:
     explicit HandMade(const char* interfaceName)
         : slots_(2 + SlotCount(interfaceName), reinterpret_cast<void*>(&Unexpected)) {
-        slots_[0] = slots_[1] = nullptr;  // what compilers keep in front of a table is not for such an object
+        slots_[0] = slots_[1] = nullptr;  // such an object has no offset and no type information
         table_ = slots_.data() + 2;
     }
 
@@ -110,7 +110,7 @@ class HandMade {
 template <Name operation, class Signature>
 struct Operation;
 
-/// One operation with the types that the contract gives it. A declaration of other types does not compile here.
+/// One operation with the types that the contract declares. Other types do not compile here.
 template <Name operation, class Result, class... Arguments>
 struct Operation<operation, Result(Arguments...)> {
     template <class Interface, class Declaring>
@@ -146,7 +146,7 @@ struct Operation<operation, Result(Arguments...)> {
     }
 };
 
-/// The three operations that every interface begins with.
+/// Checks the three operations with which every interface begins.
 template <class Interface>
 void CheckRoot(const char* interfaceName, Interface* object) {
     SCOPED_TRACE(interfaceName);
@@ -443,7 +443,7 @@ TEST(RawTable, OfICloneable) {
     CheckRoot("OKM8::ICloneable", static_cast<OKM8::ICloneable*>(&object));
 }
 
-// Called by slot, an operation of a later base is handed that base's address and finds the whole object from there.
+// Called by slot, an operation of a later base receives that base's address and finds the complete object from it.
 template <class Result, class... Arguments>
 std::string BySlot(void* base, const char* interfaceName, const char* operation, Arguments... arguments) {
     calls.clear();
@@ -484,7 +484,7 @@ TEST(RawTable, OfTheValueSettersOfATarget) {
 }
 
 TEST(RawTable, OfITargetAdjusterIsCalledThroughItsSecondTable) {
-    // Two tables by hand, as a host of another compiler has them.
+    // Two hand-made tables, as a host of another compiler has them.
     struct TwoTables {
         void** first;
         void** second;
@@ -613,7 +613,7 @@ TEST(RawTable, OfIMediaReceiverSingle) {
         name, seen, &IMediaReceiverSingle::ReceiveSingle, &buffer, &area, &callback);
 }
 
-// The four setters stand in one order wherever they stand.
+// The four setters have the same order in every interface.
 template <class Interface>
 void CheckSetters(const char* name, Interface* seen) {
     Operation<"SetStringValue", int32_t(const char*, const char*)>::Check(name, seen, &Interface::SetStringValue, "s",

@@ -1,4 +1,4 @@
-/// The records that cross the boundary, byte by byte.
+/// The layout of the records that cross the boundary.
 
 #include <gtest/gtest.h>
 

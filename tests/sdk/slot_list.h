@@ -6,14 +6,14 @@
 
 namespace sdk_test {
 
-/// The number of that operation's slot, found by the operation's name ("QueryContract const" for the second of the
-/// two, "destructor" for the destructor), in the interface or one of its bases. Throws when there is none.
+/// Returns the slot number of an operation of the interface or one of its bases, by its name ("QueryContract const" for
+/// the second of the two, "destructor" for the destructor). Throws when there is none.
 std::size_t Slot(const std::string& interfaceName, const std::string& operation);
 
-/// How many slots the interface has.
+/// Returns the number of slots of the interface.
 std::size_t SlotCount(const std::string& interfaceName);
 
-/// The function in a slot of an object's table.
+/// Returns the function in a slot of an object's table.
 inline void* Entry(void* object, std::size_t slot) {
     return (*static_cast<void***>(object))[slot];
 }
