@@ -30,7 +30,7 @@ struct Plugin {
         ReportCheck(name, found != nullptr);
         return reinterpret_cast<Function*>(found);
     }
-    bool IsWhole() const { return initialize != nullptr && getModule != nullptr && finalize != nullptr; }
+    bool IsComplete() const { return initialize != nullptr && getModule != nullptr && finalize != nullptr; }
 
     void* library;
     OKM8::Analytics::InitializeModuleFunction* initialize = nullptr;
@@ -45,33 +45,33 @@ struct Channel {
         module = plugin.getModule();
         detector = module->CreateDetector(nullptr, &peer);
         if (detector == nullptr) {
-            ReportCheck("a detector is made", false);
+            ReportCheck("a detector is created", false);
             return;
         }
-        Ask(receiver, OKM8::ContractName::IMediaReceiver);
-        Ask(single, OKM8::ContractName::IMediaReceiverSingle2);
-        Ask(adjuster, OKM8::ContractName::IAsyncAdjuster);
-        Ask(errors, OKM8::ContractName::IErrorInfoProvider);
-        Ask(controller, OKM8::ContractName::IMediaReceiverController);
+        Query(receiver, OKM8::ContractName::IMediaReceiver);
+        Query(single, OKM8::ContractName::IMediaReceiverSingle2);
+        Query(adjuster, OKM8::ContractName::IAsyncAdjuster);
+        Query(errors, OKM8::ContractName::IErrorInfoProvider);
+        Query(controller, OKM8::ContractName::IMediaReceiverController);
     }
     ~Channel() {
         if (detector != nullptr) {
             detector->Destroy();
         }
         plugin.finalize();
-        Equal("nothing is called that is not meant", unexpectedCalls, 0);
+        Equal("no unexpected calls", unexpectedCalls, 0);
         unexpectedCalls = 0;
     }
     Channel(const Channel&) = delete;
     Channel& operator=(const Channel&) = delete;
 
-    bool IsWhole() const {
+    bool IsComplete() const {
         return detector != nullptr && receiver != nullptr && single != nullptr && adjuster != nullptr &&
                errors != nullptr && controller != nullptr;
     }
 
     template <class Part>
-    void Ask(Part*& part, const char* name) {
+    void Query(Part*& part, const char* name) {
         part = static_cast<Part*>(detector->QueryContract(name));
         if (part == nullptr) {
             ReportCheck(name, false);

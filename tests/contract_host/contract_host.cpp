@@ -39,16 +39,16 @@ Result CallSlot(void* object, unsigned slot, Arguments... arguments) {
 // --- the module ---
 
 void CheckModuleNames(IModule* module) {
-    const IModule* const unchanging = module;
+    const IModule* const constModule = module;
     const char* const ownNames[] = {ContractName::IContract, ContractName::IPluginModule, ContractName::IModule};
     for (const char* const name : ownNames) {
         Equal(name, module->QueryContract(name), module);
-        Equal(name, unchanging->QueryContract(name), module);
+        Equal(name, constModule->QueryContract(name), module);
     }
     const char* const foreignNames[] = {ContractName::IDetector, ContractName::ILogger, "OKM8::IContract", ""};
     for (const char* const name : foreignNames) {
-        Equal("a name that is no module's", module->QueryContract(name), nullptr);
-        Equal("a name that is no module's", unchanging->QueryContract(name), nullptr);
+        Equal("a name that the module does not have", module->QueryContract(name), nullptr);
+        Equal("a name that the module does not have", constModule->QueryContract(name), nullptr);
     }
     Equal("a null name", module->QueryContract(nullptr), nullptr);
 }
@@ -56,18 +56,18 @@ void CheckModuleNames(IModule* module) {
 void CheckExports() {
     BeginChecks("exports");
     Plugin plugin;
-    if (!plugin.IsWhole()) {
+    if (!plugin.IsComplete()) {
         return;
     }
     Host host;
-    Equal("no module before the start", plugin.getModule(), nullptr);
-    Equal("the start answers 0", plugin.initialize(static_cast<OKM8::IHost*>(&host)), 0);
+    Equal("no module before InitializeModule", plugin.getModule(), nullptr);
+    Equal("InitializeModule returns 0", plugin.initialize(static_cast<OKM8::IHost*>(&host)), 0);
     IModule* const module = plugin.getModule();
-    ReportCheck("there is a module", module != nullptr);
+    ReportCheck("the module is created", module != nullptr);
     if (module == nullptr) {
         return;
     }
-    Equal("there is one module", plugin.getModule(), module);
+    Equal("GetModule returns the same module", plugin.getModule(), module);
     BeginChecks("module names");
     CheckModuleNames(module);
 
@@ -76,10 +76,10 @@ void CheckExports() {
     DetectorPeer peer;
     IDetector* const detector = module->CreateDetector(&host, &peer);
     ReportCheck("with a peer", detector != nullptr);
-    Equal("asks for the logger once", host.loggerCalls, 1);
-    Equal("asks for nothing else", host.factoryCalls + peer.calls, 0);
+    Equal("gets the logger once", host.loggerCalls, 1);
+    Equal("gets nothing else", host.factoryCalls + peer.calls, 0);
     if (detector != nullptr) {
-        Equal("makes a detector", detector->QueryContract(ContractName::IDetector), detector);
+        Equal("creates a detector", detector->QueryContract(ContractName::IDetector), detector);
         BeginChecks("Destroy");
         detector->Destroy();
         ReportCheck("frees the detector", !IsAllocated(detector));
@@ -88,26 +88,26 @@ void CheckExports() {
     BeginChecks("FinalizeModule");
     plugin.finalize();
     ReportCheck("frees the module", !IsAllocated(module));
-    Equal("no module after the end", plugin.getModule(), nullptr);
-    Equal("nothing is called that is not meant", unexpectedCalls, 0);
+    Equal("no module after FinalizeModule", plugin.getModule(), nullptr);
+    Equal("no unexpected calls", unexpectedCalls, 0);
 }
 
-void CheckModuleEnds() {
+void CheckModuleDestructor() {
     Host host;
     for (const unsigned flags : bothFlags) {
         BeginChecks(flags == destroyOnly ? "module destructor slot, flag 0" : "module destructor slot, flag 1");
         Plugin plugin;
-        if (!plugin.IsWhole()) {
+        if (!plugin.IsComplete()) {
             return;
         }
         plugin.initialize(static_cast<OKM8::IHost*>(&host));
         IModule* const module = plugin.getModule();
-        ReportCheck("there is a module", module != nullptr && IsAllocated(module));
+        ReportCheck("the module is created", module != nullptr && IsAllocated(module));
         if (module == nullptr) {
             return;
         }
-        Equal("answers the module", CallSlot<void*>(module, destructorSlot, flags), module);
-        Equal("memory is left alone", IsAllocated(module), flags == destroyOnly);
+        Equal("returns the module", CallSlot<void*>(module, destructorSlot, flags), module);
+        Equal("memory stays allocated", IsAllocated(module), flags == destroyOnly);
         if (flags == destroyOnly) {
             FreeBlock(module);
         }
@@ -160,47 +160,47 @@ IContract* PartOf(IDetector* detector, unsigned position) {
 void CheckParts(Plugin& plugin) {
     BeginChecks("detector names");
     Channel channel(plugin);
-    if (!channel.IsWhole()) {
+    if (!channel.IsComplete()) {
         return;
     }
     const auto begin = reinterpret_cast<uintptr_t>(channel.detector);
     for (unsigned position = 0; position < partCount; ++position) {
         IContract* const part = PartOf(channel.detector, position);
-        const IContract* const unchanging = part;
+        const IContract* const constPart = part;
         for (const NamedPart& named : namedParts) {
             const uintptr_t expected = begin + named.position * sizeof(void*);
             Equal(named.name, reinterpret_cast<uintptr_t>(part->QueryContract(named.name)), expected);
-            Equal(named.name, reinterpret_cast<uintptr_t>(unchanging->QueryContract(named.name)), expected);
+            Equal(named.name, reinterpret_cast<uintptr_t>(constPart->QueryContract(named.name)), expected);
         }
-        bool answered = false;
+        bool isFound = false;
         for (const char* const name : foreignNames) {
-            answered |= part->QueryContract(name) != nullptr || unchanging->QueryContract(name) != nullptr;
+            isFound |= part->QueryContract(name) != nullptr || constPart->QueryContract(name) != nullptr;
         }
-        answered |= part->QueryContract(nullptr) != nullptr || unchanging->QueryContract(nullptr) != nullptr;
-        ReportCheck("names of others and null are answered with null", !answered);
+        isFound |= part->QueryContract(nullptr) != nullptr || constPart->QueryContract(nullptr) != nullptr;
+        ReportCheck("QueryContract returns null for other names and for null", !isFound);
     }
 }
 
-void CheckDetectorEnds(Plugin& plugin) {
+void CheckDetectorDestructor(Plugin& plugin) {
     for (unsigned position = 0; position < partCount; ++position) {
         for (const unsigned flags : bothFlags) {
             BeginChecks(flags == destroyOnly ? "detector destructor slot, flag 0" : "detector destructor slot, flag 1");
             InputBuffer frame;
             frame.Prepare(frameTime);
             Channel channel(plugin);
-            if (!channel.IsWhole()) {
+            if (!channel.IsComplete()) {
                 return;
             }
             channel.ReportPlatesAfter(5);
-            Equal("a frame is taken", channel.receiver->Receive(&frame), ErrorCode::None);
-            Equal("its plate keeps it", frame.story.released, 0);
+            Equal("a frame is accepted", channel.receiver->Receive(&frame), ErrorCode::None);
+            Equal("its pending plate keeps it", frame.story.released, 0);
             IDetector* const detector = channel.detector;
             channel.detector = nullptr;
             IContract* const part = PartOf(detector, position);
             ReportCheck("the detector is allocated", IsAllocated(detector));
-            Equal("answers the detector", CallSlot<void*>(part, destructorSlot, flags), detector);
-            Equal("the frame comes back", frame.story.released, 1);
-            Equal("memory is left alone", IsAllocated(detector), flags == destroyOnly);
+            Equal("returns the detector", CallSlot<void*>(part, destructorSlot, flags), detector);
+            Equal("the frame is released", frame.story.released, 1);
+            Equal("memory stays allocated", IsAllocated(detector), flags == destroyOnly);
             if (flags == destroyOnly) {
                 FreeBlock(detector);
             }
@@ -209,7 +209,7 @@ void CheckDetectorEnds(Plugin& plugin) {
 
     BeginChecks("delete by the host's compiler");
     Channel channel(plugin);
-    if (!channel.IsWhole()) {
+    if (!channel.IsComplete()) {
         return;
     }
     IDetector* const detector = channel.detector;
@@ -223,22 +223,22 @@ void CheckDetectorEnds(Plugin& plugin) {
 void CheckSettings(Plugin& plugin) {
     BeginChecks("IAsyncAdjuster");
     Channel channel(plugin);
-    if (!channel.IsWhole()) {
+    if (!channel.IsComplete()) {
         return;
     }
     OKM8::IAsyncAdjuster& adjuster = *channel.adjuster;
     channel.ExpectError("no error at first", ErrorCode::None, "");
-    Equal("SetStringValue takes a text", adjuster.SetStringValue("name", "gate"), ErrorCode::None);
-    Equal("SetStringValue takes a text", adjuster.SetStringValue("id", "31"), ErrorCode::None);
+    Equal("SetStringValue accepts a text", adjuster.SetStringValue("name", "gate"), ErrorCode::None);
+    Equal("SetStringValue accepts a text", adjuster.SetStringValue("id", "31"), ErrorCode::None);
     Equal("SetStringValue refuses a number's name", adjuster.SetStringValue("area_top", "1"),
           ErrorCode::RefusedSetting);
     channel.ExpectError("SetStringValue refuses a number's name", ErrorCode::RefusedSetting, "area_top");
     Equal("SetDoubleValue refuses every name", adjuster.SetDoubleValue("area_left", 1.5), ErrorCode::RefusedSetting);
     channel.ExpectError("SetDoubleValue refuses every name", ErrorCode::RefusedSetting, "area_left");
-    Equal("SetIntValue takes a number", adjuster.SetIntValue("area_right", 95), ErrorCode::None);
-    channel.ExpectError("SetIntValue takes a number", ErrorCode::None, "");
+    Equal("SetIntValue accepts a number", adjuster.SetIntValue("area_right", 95), ErrorCode::None);
+    channel.ExpectError("SetIntValue accepts a number", ErrorCode::None, "");
     Equal("SetIntValue refuses a boolean's name", adjuster.SetIntValue("use_area", 1), ErrorCode::RefusedSetting);
-    Equal("SetBoolValue takes a boolean", adjuster.SetBoolValue("use_half_cadr", true), ErrorCode::None);
+    Equal("SetBoolValue accepts a boolean", adjuster.SetBoolValue("use_half_cadr", true), ErrorCode::None);
     Equal("SetBoolValue refuses a number's name", adjuster.SetBoolValue("area_bottom", true),
           ErrorCode::RefusedSetting);
     channel.ExpectError("SetBoolValue refuses a number's name", ErrorCode::RefusedSetting, "area_bottom");
@@ -249,12 +249,12 @@ void CheckSettings(Plugin& plugin) {
     auto& table = *static_cast<detector_table::VexlaneDetectorImpl*>(channel.detector);
     BeginChecks("first table");
     Equal("GetIdNumber reads the id", table.GetIdNumber(), 31);
-    Equal("SetFrameSize answers half the height", table.SetFrameSize(720, 576), 288);
+    Equal("SetFrameSize returns half the height", table.SetFrameSize(720, 576), 288);
     Equal("IsHalfFrame is true", table.IsHalfFrame(), true);
-    Equal("LogError answers true", table.LogError("bad", 6), true);
+    Equal("LogError returns true", table.LogError("bad", 6), true);
     Equal("WriteLog has the level", channel.host.logger.level, 3);
     Equal("WriteLog has the text", channel.host.logger.text, "[BaseDetectorImpl] [gate] [id:31] bad. Error = 6\n");
-    Equal("LogError answers false without a code", table.LogError("good", 0), false);
+    Equal("LogError returns false without a code", table.LogError("good", 0), false);
     Equal("WriteLog is called once", channel.host.logger.calls, 1);
     channel.Refuse();
     table.OnSettingsApplied();
@@ -263,7 +263,7 @@ void CheckSettings(Plugin& plugin) {
                         "no_such_setting");
     table.SetFrameSizeAndApply(639, 576);
     channel.ExpectError("SetFrameSizeAndApply applies", ErrorCode::None, "");
-    Equal("SetFrameSizeAndApply takes the size", table.IsHalfFrame(), false);
+    Equal("SetFrameSizeAndApply stores the size", table.IsHalfFrame(), false);
     Equal("ProcessInput without a frame", table.ProcessInput(nullptr, nullptr), ErrorCode::Failed);
 
     BeginChecks("IMediaReceiverSingle2 values");
@@ -312,7 +312,7 @@ void CheckSettings(Plugin& plugin) {
 void CheckController(Plugin& plugin) {
     BeginChecks("IMediaReceiverController");
     Channel channel(plugin);
-    if (!channel.IsWhole()) {
+    if (!channel.IsComplete()) {
         return;
     }
     channel.Refuse();
@@ -332,7 +332,7 @@ void CheckController(Plugin& plugin) {
 void CheckRefusedFrames(Plugin& plugin) {
     BeginChecks("refused frames");
     Channel channel(plugin);
-    if (!channel.IsWhole()) {
+    if (!channel.IsComplete()) {
         return;
     }
     Equal("Receive without a buffer", channel.receiver->Receive(nullptr), ErrorCode::Failed);
@@ -344,9 +344,9 @@ void CheckRefusedFrames(Plugin& plugin) {
 
     InputBuffer other;
     other.isComposite = false;
-    Equal("a buffer that holds no picture", channel.receiver->Receive(&other), ErrorCode::Failed);
-    channel.ExpectError("a buffer that holds no picture", ErrorCode::Failed, "inputData is not an ICompositeBuffer");
-    Equal("a buffer that holds no picture is released", other.released, 1);
+    Equal("a buffer without a picture", channel.receiver->Receive(&other), ErrorCode::Failed);
+    channel.ExpectError("a buffer without a picture", ErrorCode::Failed, "inputData is not an ICompositeBuffer");
+    Equal("a buffer without a picture is released", other.released, 1);
 
     InputBuffer empty;
     empty.Prepare(frameTime);
@@ -355,13 +355,13 @@ void CheckRefusedFrames(Plugin& plugin) {
     Equal("a picture without a width", channel.single->ReceiveSingle(&empty, nullptr, &done), ErrorCode::Failed);
     channel.ExpectError("a picture without a width", ErrorCode::Failed, "Zero image size is not acceptable");
     Equal("a picture without a width is released", empty.story.released, 1);
-    Equal("a picture without a width is not done", done.calls, 0);
+    Equal("a picture without a width is not reported as done", done.calls, 0);
 
     InputBuffer small;
     small.Prepare(frameTime);
     --small.composite.size;
-    Equal("a picture of no known size", channel.receiver->Receive(&small), ErrorCode::Failed);
-    channel.ExpectError("a picture of no known size", ErrorCode::Failed, "Wrong image format");
+    Equal("a picture of unknown format", channel.receiver->Receive(&small), ErrorCode::Failed);
+    channel.ExpectError("a picture of unknown format", ErrorCode::Failed, "Wrong image format");
 }
 
 struct ExpectedValue {
@@ -372,39 +372,39 @@ struct ExpectedValue {
 };
 
 void ExpectValues(const TargetStory& story, const ExpectedValue* expected, unsigned count) {
-    Equal("the target is told so many values", story.count, count);
+    Equal("the target's number of values", story.count, count);
     for (unsigned index = 0; index < count && index < story.count; ++index) {
         const SetValue& value = story.values[index];
-        Equal("the target is told the key", value.key, expected[index].key);
+        Equal("the target's key", value.key, expected[index].key);
         Equal(expected[index].key, value.setter, expected[index].setter);
         Equal(expected[index].key, value.number, expected[index].number);
         Equal(expected[index].key, value.text, expected[index].text);
     }
 }
 
-void CheckFilm(Plugin& plugin) {
+void CheckPlate(Plugin& plugin) {
     BeginChecks("a frame with a plate");
     PlainTarget target;
     InputBuffer frame;
     frame.Prepare(frameTime);
     Channel channel(plugin);
-    if (!channel.IsWhole()) {
+    if (!channel.IsComplete()) {
         return;
     }
-    channel.host.factory.enumerator.target = target.Describe().handed;
+    channel.host.factory.enumerator.target = target.Describe().adjuster;
     channel.ReportPlatesAfter(1);
     channel.Refuse();
-    Equal("Receive answers 0", channel.receiver->Receive(&frame), ErrorCode::None);
+    Equal("Receive returns 0", channel.receiver->Receive(&frame), ErrorCode::None);
     channel.ExpectError("the error is cleared", ErrorCode::None, "");
 
     BeginChecks("the frame's buffer");
-    Equal("is asked for the picture", frame.story.askedName, "struct OKM8::MFF::ICompositeBuffer");
+    Equal("the picture is queried", frame.story.queriedName, "struct OKM8::MFF::ICompositeBuffer");
     Text beginning;
     beginning = frame.story.calls.characters;
     beginning.characters[5] = '\0';
-    Equal("is asked for data, size, height and width", beginning, "qdnhw");
+    Equal("data, size, height and width are read", beginning, "qdnhw");
     Equal("the picture is released once", frame.story.released, 1);
-    ReportCheck("and then left alone",
+    ReportCheck("and not used after that",
                 frame.story.count != 0 && frame.story.calls.characters[frame.story.count - 1] == 'r');
     Equal("the buffer itself is not released", frame.released, 0);
 
@@ -467,7 +467,7 @@ void CheckAreas(Plugin& plugin) {
         InputBuffer frame;
         frame.Prepare(frameTime);
         Channel channel(plugin);
-        if (!channel.IsWhole()) {
+        if (!channel.IsComplete()) {
             return;
         }
         channel.host.factory.enumerator.target = &target;
@@ -494,7 +494,7 @@ void CheckAreas(Plugin& plugin) {
         channel.adjuster->SetBoolValue("use_area", false);
         channel.receiver->Receive(&frame);
     });
-    ExpectArea("an area that is switched off does not", switchedOff, false, 0, 0, 0, 0);
+    ExpectArea("a disabled area does not", switchedOff, false, 0, 0, 0, 0);
 
     TargetStory single;
     FrameDone done;
@@ -503,7 +503,7 @@ void CheckAreas(Plugin& plugin) {
         int32_t number = 0;
         auto& table = *static_cast<detector_table::VexlaneDetectorImpl*>(channel.detector);
         channel.single->SetIntValue("number", 1);
-        Equal("ReceiveSingle answers 0", channel.single->ReceiveSingle(&frame, &area, &done), ErrorCode::None);
+        Equal("ReceiveSingle returns 0", channel.single->ReceiveSingle(&frame, &area, &done), ErrorCode::None);
         Equal("ReceiveSingle drops the values", table.GetFrameInt("number", number), ErrorCode::RefusedSetting);
         Equal("OnFrameDone", done.calls, 1);
         Equal("OnFrameDone has the buffer", done.buffer, &frame);
@@ -516,8 +516,8 @@ void CheckAreas(Plugin& plugin) {
         FrameDone processed;
         auto& table = *static_cast<detector_table::VexlaneDetectorImpl*>(channel.detector);
         table.BeginSingleCall(area);
-        Equal("ProcessInput answers 0", table.ProcessInput(&frame, &processed), ErrorCode::None);
-        Equal("ProcessInput tells that the frame is done", processed.calls, 1);
+        Equal("ProcessInput returns 0", table.ProcessInput(&frame, &processed), ErrorCode::None);
+        Equal("ProcessInput calls OnFrameDone", processed.calls, 1);
         table.EndSingleCall();
     });
     ExpectArea("BeginSingleCall's area reaches the event", begun, true, 1, 2, 4, 6);
@@ -540,13 +540,13 @@ void CheckFailedEvents(Plugin& plugin) {
         {"ITargetAdjuster getting error", [](Channel& channel) { channel.host.factory.enumerator.target = nullptr; },
          1},
     };
-    BeginChecks("events that cannot be made");
+    BeginChecks("events that cannot be created");
     for (const Failure& failure : failures) {
         LoneTarget target;
         InputBuffer frame;
         frame.Prepare(frameTime);
         Channel channel(plugin);
-        if (!channel.IsWhole()) {
+        if (!channel.IsComplete()) {
             return;
         }
         channel.host.factory.enumerator.target = &target;
@@ -569,10 +569,10 @@ void CheckCast(Plugin& plugin) {
     InputBuffer frame;
     frame.Prepare(frameTime);
     Channel channel(plugin);
-    if (!channel.IsWhole()) {
+    if (!channel.IsComplete()) {
         return;
     }
-    channel.host.factory.enumerator.target = target.handed;
+    channel.host.factory.enumerator.target = target.adjuster;
     channel.ReportPlatesAfter(1);
     Equal(target.description, channel.receiver->Receive(&frame), ErrorCode::None);
     Equal(target.description, channel.peer.raiser.raised, 1);
@@ -595,10 +595,10 @@ void CheckCasts(Plugin& plugin) {
 extern "C" int RunContractHost() {
     using namespace contract_host;
     CheckExports();
-    CheckModuleEnds();
+    CheckModuleDestructor();
     BeginChecks("loading");
     Plugin plugin;
-    if (plugin.IsWhole()) {
+    if (plugin.IsComplete()) {
         CheckParts(plugin);
         CheckCasts<LoneTarget, PlainTarget, EarlierTarget, OtherTarget, DeepTarget, VirtualTarget, VirtualLevelTarget,
                    BothVirtualTarget, DiamondTarget, HalfHiddenTarget, PrivateTarget, ProtectedTarget,
@@ -609,8 +609,8 @@ extern "C" int RunContractHost() {
         CheckRefusedFrames(plugin);
         CheckAreas(plugin);
         CheckFailedEvents(plugin);
-        CheckFilm(plugin);
-        CheckDetectorEnds(plugin);
+        CheckPlate(plugin);
+        CheckDetectorDestructor(plugin);
     }
     return FailedChecks();
 }

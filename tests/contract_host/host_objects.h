@@ -66,7 +66,7 @@ struct FrameStory {
     Text calls;
     unsigned count = 0;
     int released = 0;
-    Text askedName;
+    Text queriedName;
 
     void Add(char call) {
         if (count + 1 < sizeof calls.characters) {
@@ -131,7 +131,7 @@ class InputBuffer final : public OKM8::MFF::IMultimediaBuffer {
   public:
     void* QueryContract(const char* name) override {
         story.Add('q');
-        story.askedName = name;
+        story.queriedName = name;
         Reach(Call::QueryContract);
         return isComposite ? static_cast<OKM8::MFF::ICompositeBuffer*>(&composite) : nullptr;
     }

@@ -37,14 +37,14 @@ void RunOnAnotherThread(void (*action)(void*), void* context);
 bool ThrowsOwnException(void (*action)(void*), void* context);
 
 /// Makes the library write trace lines, by a registry of this process, and records those of the detector.
-void KeepTraces();
+void RecordTraces();
 /// The number of recorded lines with that message.
 int CountTraces(const char* message);
 
 /// From now on an unhandled exception with that code is counted, and its thread continues where it was raised; 0 for
 /// none. An access violation makes ForbiddenPage accessible.
-void HandleAtTheEnd(uint32_t code);
-int HandledAtTheEnd();
+void HandleUnhandled(uint32_t code);
+int HandledCount();
 /// Memory that becomes accessible when an access violation is handled.
 uint8_t* ForbiddenPage();
 

@@ -17,7 +17,7 @@ namespace contract_host {
 /// A target that a test passes to the detector, and the expected result.
 struct Target {
     const char* description;
-    OKM8::Analytics::ITargetAdjuster* handed;
+    OKM8::Analytics::ITargetAdjuster* adjuster;
     const void* binarySetter;  ///< null when a checked cast must find none
     TargetStory* story;
 };
@@ -86,7 +86,7 @@ class EarlierTarget final : public OKM8::IBinaryAdjuster, public OKM8::Analytics
     CONTRACT_HOST_BINARY_SETTER
 
     Target Describe() {
-        return {"the setter stands in front of the target", this, static_cast<OKM8::IBinaryAdjuster*>(this), &story};
+        return {"the setter precedes the target", this, static_cast<OKM8::IBinaryAdjuster*>(this), &story};
     }
 };
 
@@ -100,7 +100,7 @@ class OtherTarget final : public OKM8::Analytics::ITargetAdjuster, public other:
     CONTRACT_HOST_TARGET(OtherTarget);
     void SetBinaryValue(const char*, const void*, uint32_t) override { ++unexpectedCalls; }
 
-    Target Describe() { return {"a base bears the setter's name in another namespace", this, nullptr, &story}; }
+    Target Describe() { return {"a base has the setter's name in another namespace", this, nullptr, &story}; }
 };
 
 struct Level1 : Ahead<1>, OKM8::IBinaryAdjuster {};
@@ -161,7 +161,7 @@ class DiamondTarget final : public OKM8::Analytics::ITargetAdjuster, public Virt
     CONTRACT_HOST_BINARY_SETTER
 
     Target Describe() {
-        return {"two ways lead to one setter", this, static_cast<OKM8::IBinaryAdjuster*>(this), &story};
+        return {"two paths lead to one setter", this, static_cast<OKM8::IBinaryAdjuster*>(this), &story};
     }
 };
 
@@ -170,7 +170,7 @@ class HalfHiddenTarget final : public OKM8::Analytics::ITargetAdjuster, private 
     CONTRACT_HOST_BINARY_SETTER
 
     Target Describe() {
-        return {"of two ways to one setter one is private", this, static_cast<OKM8::IBinaryAdjuster*>(this), &story};
+        return {"one of two paths to one setter is private", this, static_cast<OKM8::IBinaryAdjuster*>(this), &story};
     }
 };
 

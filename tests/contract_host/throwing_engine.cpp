@@ -25,7 +25,7 @@ void Reach(EngineFunction function) {
 int Recognize2(YUV420_IMG*, IMG*, tagRECT*, RPLATE* plates, int) {
     Reach(EngineFunction::Recognize);
     static int count = 0;
-    if (!throwingEngine.isStanding) {
+    if (!throwingEngine.isStationary) {
         count = (count + 1) % 8;
     }
     const int left = 20 + count % 4 * 150;

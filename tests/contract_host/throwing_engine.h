@@ -9,7 +9,7 @@ enum class EngineFunction : int32_t { None, Recognize, SetRange };
 
 struct ThrowingEngine {
     EngineFunction thrower;  ///< throws a Microsoft compiler's exception at each call
-    bool isStanding;         ///< the plate is the same in every frame; otherwise every frame has another vehicle
+    bool isStationary;       ///< the plate is the same in every frame; otherwise every frame has another vehicle
     int32_t thrown;
     int32_t destroyed;
 };

@@ -33,7 +33,7 @@ uint32_t throwing = 0;
 int thrown = 0;
 int destroyed = 0;
 
-void ThrowWhereAsked(Call call) {
+void ThrowIfSelected(Call call) {
     if ((throwing & Bit(call)) != 0) {
         ++thrown;
         microsoft_exception::Throw(&destroyed);
@@ -61,7 +61,7 @@ ThrowingEngine* Engine() {
 struct ThrowingChannel : Channel {
     explicit ThrowingChannel(Plugin& used) : Channel(used) {
         host.factory.enumerator.target = &target;
-        if (IsWhole()) {
+        if (IsComplete()) {
             ReportPlatesAfter(1);
         }
     }
@@ -72,20 +72,20 @@ struct ThrowingChannel : Channel {
     }
 
     // On another thread: a lock that is still held would block it.
-    void ExpectAllIsWellAgain(InputBuffer& frame) {
+    void ExpectRecovery(InputBuffer& frame) {
         struct Next {
             ThrowingChannel& channel;
             InputBuffer& frame;
-            int32_t answer = -1;
+            int32_t code = -1;
         } next = {*this, frame};
         const int raised = peer.raiser.raised;
         RunOnAnotherThread(
             [](void* context) {
                 Next& same = *static_cast<Next*>(context);
-                same.answer = same.channel.Receive(same.frame);
+                same.code = same.channel.Receive(same.frame);
             },
             &next);
-        Equal("the next frame succeeds", next.answer, ErrorCode::None);
+        Equal("the next frame succeeds", next.code, ErrorCode::None);
         ExpectError("the next frame leaves no error", ErrorCode::None, "");
         ReportCheck("the next plate is reported", peer.raiser.raised > raised);
     }
@@ -111,7 +111,7 @@ void ExpectReleasedOnce(const InputBuffer& frame) {
 struct Case {
     const char* name;
     uint32_t throwing;
-    int32_t answer;
+    int32_t code;
     int done = 0;  // calls of OnFrameDone
     int discarded = 0;
     int raised = 0;
@@ -145,37 +145,37 @@ constexpr Case cases[] = {
     {"Raise", Bits(Call::Raise), succeeds, 1, 0, 1},
     {"Discard", Bits(Call::Discard), succeeds, 1, 1, 0, false},
     {"SetIntValue and Discard", Bits(Call::SetIntValue, Call::Discard), succeeds, 1, 1},
-    {.name = "Recognize2", .throwing = 0, .answer = succeeds, .done = 1, .engine = EngineFunction::Recognize},
-    {.name = "SetPlateRange", .throwing = 0, .answer = succeeds, .done = 1, .engine = EngineFunction::SetRange},
+    {.name = "Recognize2", .throwing = 0, .code = succeeds, .done = 1, .engine = EngineFunction::Recognize},
+    {.name = "SetPlateRange", .throwing = 0, .code = succeeds, .done = 1, .engine = EngineFunction::SetRange},
 };
 
-void CheckCase(Plugin& plugin, const Case& tried) {
-    BeginChecks(tried.name);
+void CheckCase(Plugin& plugin, const Case& testCase) {
+    BeginChecks(testCase.name);
     InputBuffer frame;
     InputBuffer next;
     ThrowingChannel channel(plugin);
-    if (!channel.IsWhole()) {
+    if (!channel.IsComplete()) {
         return;
     }
-    channel.peer.raiser.hasArguments = tried.hasArguments;
+    channel.peer.raiser.hasArguments = testCase.hasArguments;
     const int tracesBefore = CountTraces(exceptionTrace);
-    BeginThrowing(tried.throwing);
-    *Engine() = {.thrower = tried.engine, .isStanding = false, .thrown = 0, .destroyed = 0};
-    Equal("the frame's answer", channel.Receive(frame), tried.answer);
-    channel.ExpectError("the frame's error", tried.answer, tried.answer == fails ? otherExceptionText : "");
+    BeginThrowing(testCase.throwing);
+    *Engine() = {.thrower = testCase.engine, .isStationary = false, .thrown = 0, .destroyed = 0};
+    Equal("the frame's code", channel.Receive(frame), testCase.code);
+    channel.ExpectError("the frame's error", testCase.code, testCase.code == fails ? otherExceptionText : "");
     thrown += Engine()->thrown;
     destroyed += Engine()->destroyed;
     EndThrowing();
     *Engine() = {};
-    Equal("OnFrameDone", channel.done.calls, tried.done);
-    Equal("Discard", channel.peer.raiser.discarded, tried.discarded);
-    Equal("Raise", channel.peer.raiser.raised, tried.raised);
+    Equal("OnFrameDone", channel.done.calls, testCase.done);
+    Equal("Discard", channel.peer.raiser.discarded, testCase.discarded);
+    Equal("Raise", channel.peer.raiser.raised, testCase.raised);
     // A failure during recognition writes one trace line, except a failed release, which writes none.
-    const bool isOutside = tried.answer == fails && tried.throwing != Bit(Call::GetTimeStamp);
+    const bool isOutside = testCase.code == fails && testCase.throwing != Bit(Call::GetTimeStamp);
     Equal("trace lines", CountTraces(exceptionTrace) - tracesBefore,
-          isOutside || tried.throwing == Bit(Call::Release) ? 0 : 1);
+          isOutside || testCase.throwing == Bit(Call::Release) ? 0 : 1);
     channel.peer.raiser.hasArguments = true;
-    channel.ExpectAllIsWellAgain(next);
+    channel.ExpectRecovery(next);
     channel.Destroy();
     ExpectReleasedOnce(frame);
     ExpectReleasedOnce(next);
@@ -184,20 +184,20 @@ void CheckCase(Plugin& plugin, const Case& tried) {
 // --- later releases ---
 
 void CheckLaterReleases(Plugin& plugin) {
-    BeginChecks("releases of a standing plate's frames");
+    BeginChecks("releases of a stationary plate's frames");
     constexpr unsigned count = 6;
     InputBuffer frames[count];
     ThrowingChannel channel(plugin);
-    if (!channel.IsWhole()) {
+    if (!channel.IsComplete()) {
         return;
     }
     channel.ReportPlatesAfter(1000000);
-    Engine()->isStanding = true;
+    Engine()->isStationary = true;
     BeginThrowing(Bits(Call::Release));
     for (InputBuffer& frame : frames) {
-        Equal("the frame's answer", channel.Receive(frame), ErrorCode::None);
+        Equal("the frame's code", channel.Receive(frame), ErrorCode::None);
     }
-    ReportCheck("the tracker has let go of some", thrown > 0);
+    ReportCheck("the tracker has released some", thrown > 0);
     ReportCheck("and keeps others", thrown < static_cast<int>(count));
     BeginChecks("releases of a detector that is destroyed");
     channel.Destroy();
@@ -224,16 +224,16 @@ void CheckCreateDetector(Plugin& plugin) {
             same.module->CreateDetector(nullptr, &same.peer);
         };
         BeginThrowing(Bits(Call::GetLogger));
-        ReportCheck("an exception gets out", ThrowsOwnException(create, &creation));
+        ReportCheck("an exception leaves the library", ThrowsOwnException(create, &creation));
         const uint64_t blocks = AllocatedBlocks();
-        ReportCheck("an exception gets out", ThrowsOwnException(create, &creation));
+        ReportCheck("an exception leaves the library", ThrowsOwnException(create, &creation));
         Equal("the detector is freed", AllocatedBlocks(), blocks);
         EndThrowing();
     }
     InputBuffer next;
     ThrowingChannel channel(plugin);
-    if (channel.IsWhole()) {
-        channel.ExpectAllIsWellAgain(next);
+    if (channel.IsComplete()) {
+        channel.ExpectRecovery(next);
     }
 }
 
@@ -241,7 +241,7 @@ void CheckWriteLog(Plugin& plugin) {
     BeginChecks("WriteLog");
     InputBuffer next;
     ThrowingChannel channel(plugin);
-    if (!channel.IsWhole()) {
+    if (!channel.IsComplete()) {
         return;
     }
     const auto log = [](void* context) {
@@ -249,9 +249,9 @@ void CheckWriteLog(Plugin& plugin) {
             ->LogError("bad", 6);
     };
     BeginThrowing(Bits(Call::WriteLog));
-    ReportCheck("an exception gets out", ThrowsOwnException(log, channel.detector));
+    ReportCheck("an exception leaves the library", ThrowsOwnException(log, channel.detector));
     EndThrowing();
-    channel.ExpectAllIsWellAgain(next);
+    channel.ExpectRecovery(next);
 }
 
 // --- system exceptions, which continue where they were raised ---
@@ -289,19 +289,19 @@ void CheckSystemExceptions(Plugin& plugin) {
         BeginChecks(passed.name);
         InputBuffer frame;
         ThrowingChannel channel(plugin);
-        if (!channel.IsWhole()) {
+        if (!channel.IsComplete()) {
             break;
         }
         systemException = passed.code;
-        HandleAtTheEnd(passed.code);
+        HandleUnhandled(passed.code);
         Equal("the frame succeeds", channel.Receive(frame), ErrorCode::None);
-        Equal("it is handled where no frame has taken it", HandledAtTheEnd(), passed.handled);
-        HandleAtTheEnd(0);
+        Equal("the unhandled-exception filter handles it", HandledCount(), passed.handled);
+        HandleUnhandled(0);
         Equal("the plate is reported", channel.peer.raiser.raised, 1);
         channel.Destroy();
         ExpectReleasedOnce(frame);
     }
-    onCall = ThrowWhereAsked;
+    onCall = ThrowIfSelected;
 }
 
 }  // namespace
@@ -313,11 +313,11 @@ extern "C" int RunContractHost() {
     BeginChecks("loading");
     ReportCheck("the engine is the throwing one", Engine() != nullptr);
     Plugin plugin;
-    if (plugin.IsWhole() && Engine() != nullptr) {
-        KeepTraces();
-        onCall = ThrowWhereAsked;
-        for (const Case& tried : cases) {
-            CheckCase(plugin, tried);
+    if (plugin.IsComplete() && Engine() != nullptr) {
+        RecordTraces();
+        onCall = ThrowIfSelected;
+        for (const Case& testCase : cases) {
+            CheckCase(plugin, testCase);
         }
         CheckLaterReleases(plugin);
         CheckCreateDetector(plugin);

@@ -117,18 +117,18 @@ class Image {
     std::uint32_t cursor_ = firstRecord;
 };
 
-/// An object whose part at `handed` is passed to the cast.
+/// An object whose part at `partIndex` is passed to the cast.
 struct Object {
-    explicit Object(const void* table, std::size_t place = 0) : handed(place) { words[place] = table; }
-    void* Handed() { return &words[handed]; }
+    explicit Object(const void* table, std::size_t place = 0) : partIndex(place) { words[place] = table; }
+    void* Part() { return &words[partIndex]; }
     void* At(std::size_t offset) { return reinterpret_cast<char*>(words) + offset; }
 
     const void* words[16] = {};
-    std::size_t handed;
+    std::size_t partIndex;
 };
 
 void* Cast(Object& object) {
-    return CastByMicrosoftRecords(object.Handed(), source, wanted);
+    return CastByMicrosoftRecords(object.Part(), source, wanted);
 }
 
 /// The usual hierarchy: the class, the target that is passed, and one more base.
@@ -175,7 +175,7 @@ TEST(TypeRecords, ADisplacementInFrontOfThePartIsSubtracted) {
     image.PutClass({{"Target@@", 2}, {source, 0, 24}, {wanted, 0, 8}}, 24, 4);
     Object object(image.PutTable(), 5);
     const std::int32_t displacement = 16;
-    std::memcpy(static_cast<char*>(object.Handed()) - 4, &displacement, sizeof displacement);
+    std::memcpy(static_cast<char*>(object.Part()) - 4, &displacement, sizeof displacement);
     EXPECT_EQ(Cast(object), object.At(8));
 }
 
@@ -246,7 +246,7 @@ TEST(TypeRecords, TwoBasesOfTheTypeAreNone) {
 TEST(TypeRecords, AHandedPartThatIsPrivateLeadsNowhere) {
     EXPECT_EQ(CastInTree({{"Target@@", 2}, {source, 0, 0, privateBase}, {wanted, 0, 24}}), nullptr);
     EXPECT_EQ(CastInTree({{"Target@@", 2}, {source, 0, 8, privateBase}, {wanted, 0, 24}}), Offset(24))
-        << "another part than the handed one";
+        << "another part than the passed one";
 }
 
 // Invalid records.
@@ -323,7 +323,7 @@ TEST(TypeRecords, ALocatorInAnImageIsMicrosofts) {
     Image image;
     image.PutClass(TreeWith({wanted, 0, 24}), 0);
     Object object(image.PutTable());
-    EXPECT_EQ(TypeRecordKindOf(object.Handed()), TypeRecordKind::Microsoft);
+    EXPECT_EQ(TypeRecordKindOf(object.Part()), TypeRecordKind::Microsoft);
 }
 
 TEST(TypeRecords, AnObjectOfThisCompilerIsNotMicrosofts) {
@@ -334,13 +334,13 @@ TEST(TypeRecords, AnObjectOfThisCompilerIsNotMicrosofts) {
 TEST(TypeRecords, AnObjectWithoutTypeInformationIsNeither) {
     Image image;
     Object without(image.PutTable(nullptr));
-    EXPECT_EQ(TypeRecordKindOf(without.Handed()), TypeRecordKind::None);
+    EXPECT_EQ(TypeRecordKindOf(without.Part()), TypeRecordKind::None);
     Object odd(image.PutTable(image.At(Image::firstRecord + 1)));
-    EXPECT_EQ(TypeRecordKindOf(odd.Handed()), TypeRecordKind::None);
+    EXPECT_EQ(TypeRecordKindOf(odd.Part()), TypeRecordKind::None);
     Object zero(image.PutTable(image.At(Image::alignment - 64)));
-    EXPECT_EQ(TypeRecordKindOf(zero.Handed()), TypeRecordKind::None);
+    EXPECT_EQ(TypeRecordKindOf(zero.Part()), TypeRecordKind::None);
     Object text(image.PutTable(image.At(image.Put({0x74786574, 0x00000021}))));
-    EXPECT_EQ(TypeRecordKindOf(text.Handed()), TypeRecordKind::None);
+    EXPECT_EQ(TypeRecordKindOf(text.Part()), TypeRecordKind::None);
 }
 
 TEST(TypeRecords, ALocatorThatDoesNotLeadToAnImageIsNeither) {
@@ -356,9 +356,9 @@ TEST(TypeRecords, ALocatorThatDoesNotLeadToAnImageIsNeither) {
         Image image;
         image.PutClass(TreeWith({wanted, 0, 24}), 0);
         Object object(image.PutTable());
-        ASSERT_EQ(TypeRecordKindOf(object.Handed()), TypeRecordKind::Microsoft);
+        ASSERT_EQ(TypeRecordKindOf(object.Part()), TypeRecordKind::Microsoft);
         image.Write(wrong.place != 0 ? wrong.place : image.locator + 20, wrong.value);
-        EXPECT_EQ(TypeRecordKindOf(object.Handed()), TypeRecordKind::None) << wrong.what << " " << wrong.value;
+        EXPECT_EQ(TypeRecordKindOf(object.Part()), TypeRecordKind::None) << wrong.what << " " << wrong.value;
     }
 }
 

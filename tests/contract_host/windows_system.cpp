@@ -22,7 +22,7 @@
 namespace {
 
 // A host that runs longer counts as hanging.
-constexpr DWORD patienceMilliseconds = 60000;
+constexpr DWORD timeoutMilliseconds = 60000;
 
 const char* pluginPath = nullptr;
 HMODULE engine = nullptr;
@@ -89,8 +89,8 @@ void OnAbort(int) {
 }
 
 DWORD WINAPI Watch(void*) {
-    Sleep(patienceMilliseconds);
-    FailAndEnd("the call does not come back");
+    Sleep(timeoutMilliseconds);
+    FailAndEnd("the call does not return");
 }
 
 HMODULE Load(const char* path) {
@@ -188,7 +188,7 @@ bool ThrowsOwnException(void (*action)(void*), void* context) {
     return false;
 }
 
-void KeepTraces() {
+void RecordTraces() {
     using Registry = test_support::ScratchRegistry;
     registry.emplace();
     registry->StoreText(Registry::Hive::LocalMachine, "SOFTWARE\\Tellumark\\KORA\\DEBUG", "DebugLevel", "1");
@@ -200,12 +200,12 @@ int CountTraces(const char* message) {
     return static_cast<int>(std::count(traces.begin(), traces.end(), message));
 }
 
-void HandleAtTheEnd(uint32_t code) {
+void HandleUnhandled(uint32_t code) {
     handledCount = 0;
     handledCode = code;
 }
 
-int HandledAtTheEnd() {
+int HandledCount() {
     return handledCount;
 }
 

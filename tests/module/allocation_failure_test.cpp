@@ -80,7 +80,7 @@ class OutOfMemoryTest : public testing::Test {
     }
 
     ~OutOfMemoryTest() override {
-        ExpectEveryBufferBack();
+        ExpectAllBuffersReleased();
         FinalizeModule();
     }
 
@@ -112,7 +112,7 @@ class OutOfMemoryTest : public testing::Test {
 
     // Creates a module with a new host.
     void Initialize() {
-        ExpectEveryBufferBack();
+        ExpectAllBuffersReleased();
         FinalizeModule();
         host = std::make_unique<recording_host::RecordingHost>();
         ASSERT_EQ(InitializeModule(host->Object()), 0);
@@ -174,7 +174,7 @@ class OutOfMemoryTest : public testing::Test {
 
     // The next frames succeed and their plates are reported. On another thread, which a lock that is still held would
     // block.
-    void ExpectAllIsWellAgain() {
+    void ExpectRecovery() {
         constexpr std::uint64_t tracksAreLost = 100000;
         const std::vector<RPLATE> plates = {PlateAt("LATER1", 4), PlateAt("RETAL2", 36)};
         std::vector<std::int32_t> outcomes;
@@ -193,7 +193,7 @@ class OutOfMemoryTest : public testing::Test {
         }
     }
 
-    void ExpectEveryBufferBack() {
+    void ExpectAllBuffersReleased() {
         if (detector != nullptr) {
             std::exchange(detector, nullptr)->Destroy();
         }
@@ -239,7 +239,7 @@ TEST_P(OutOfMemory, InCreateDetectorIsABadAllocOrLeavesADetectorThatWorks) {
                 detector = GetModule()->CreateDetector(nullptr, host->Peer());
             }
             Settle(1);
-            ExpectAllIsWellAgain();
+            ExpectRecovery();
         });
     EXPECT_GT(allocations, 0u);
 }
@@ -290,7 +290,7 @@ TEST_P(OutOfMemory, InASetterIsARefusalOfThatValueAlone) {
                                  EXPECT_EQ(text, "");
                              }
                              EXPECT_EQ(set(), 0);
-                             ExpectAllIsWellAgain();
+                             ExpectRecovery();
                          });
         EXPECT_EQ(outcome, 0) << "without a failure it is taken";
     }
@@ -331,7 +331,7 @@ TEST_P(OutOfMemory, InApplySettingsIsInTheErrorStateAndTheNextFrameIsRead) {
             [&] { Settings().ApplySettings(); },
             [&] {
                 EXPECT_TRUE(Errors().GetErrorCode() == 0 || Errors().GetErrorCode() == OKM8::ErrorCode::Failed);
-                ExpectAllIsWellAgain();
+                ExpectRecovery();
             });
         EXPECT_GT(allocations, 0u);
     }
@@ -398,8 +398,8 @@ TEST_P(OutOfMemoryInAFrame, LeavesADetectorThatReadsOn) {
         [&] {
             EXPECT_TRUE(outcome == 0 || outcome == OKM8::ErrorCode::Failed) << outcome;
             EXPECT_EQ(Errors().GetErrorCode(), outcome);
-            ExpectAllIsWellAgain();
-            ExpectEveryBufferBack();
+            ExpectRecovery();
+            ExpectAllBuffersReleased();
         });
     EXPECT_GT(allocations, 10u);
     EXPECT_EQ(outcome, 0) << "without a failure";

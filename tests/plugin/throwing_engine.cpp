@@ -9,7 +9,7 @@
 
 namespace {
 
-void Meet(const char* function) {
+void ThrowIfSelected(const char* function) {
     const char* const thrower = std::getenv(throwing_engine::functionVariable);
     if (thrower == nullptr || std::strcmp(thrower, function) != 0) {
         return;
@@ -23,11 +23,11 @@ void Meet(const char* function) {
 }  // namespace
 
 int Recognize2(YUV420_IMG*, IMG*, tagRECT*, RPLATE*, int) {
-    Meet(throwing_engine::recognize);
+    ThrowIfSelected(throwing_engine::recognize);
     return 0;
 }
 
 bool SetPlateRange(int, int) {
-    Meet(throwing_engine::setRange);
+    ThrowIfSelected(throwing_engine::setRange);
     return true;
 }

@@ -64,7 +64,7 @@ class Throwing : public testing::Test {
         folder.SetScript(Film());
         folder.SetDebugLevel("1");
         host.refusals.logger = true;
-        host.onCall = buffers.onCall = frameDone.onCall = [this](const HostCall& call) { Meet(call.operation); };
+        host.onCall = buffers.onCall = frameDone.onCall = [this](const HostCall& call) { HandleCall(call.operation); };
     }
     ~Throwing() override {
         throwing.clear();
@@ -103,7 +103,7 @@ class Throwing : public testing::Test {
     std::int32_t Receive() { return Receive(recording_host::MakeFrame(buffers, 64, 48, nextTime += 40)); }
 
     // After a failure the next frame succeeds, on another thread too, because no lock is still held.
-    void ExpectAllIsWellAgain() {
+    void ExpectRecovery() {
         throwing.clear();
         const int raised = Count(Operation::Raise);
         std::int32_t answer = -1;
@@ -114,14 +114,14 @@ class Throwing : public testing::Test {
         EXPECT_GT(Count(Operation::Raise), raised);
     }
 
-    void ExpectEveryBufferBack() {
+    void ExpectAllBuffersReleased() {
         detector->Destroy();
         detector = nullptr;
         EXPECT_EQ(Count(Operation::Release), buffers.made);
     }
 
     // Called by every operation of the host after its work.
-    void Meet(Operation operation) {
+    void HandleCall(Operation operation) {
         ++counts[operation];
         if (onOperation) {
             onOperation(operation);
@@ -183,8 +183,8 @@ TEST_P(ThrowingConstruction, ReachesTheHostAndTheNextDetectorIsMade) {
     }
     throwing.clear();
     Prepare();
-    ExpectAllIsWellAgain();
-    ExpectEveryBufferBack();
+    ExpectRecovery();
+    ExpectAllBuffersReleased();
 }
 
 INSTANTIATE_TEST_SUITE_P(Of, ThrowingConstruction, testing::Values(Kind::Standard, Kind::Other),
@@ -195,15 +195,15 @@ INSTANTIATE_TEST_SUITE_P(Of, ThrowingConstruction, testing::Values(Kind::Standar
 struct CallCase {
     const char* name;
     std::set<Operation> throwing;
-    Operation met;      // the operation that must have been called for the case to be valid
-    int discarded = 0;  // of the one raiser that was created
+    Operation requiredCall;  // the operation that must have been called for the case to be valid
+    int discarded = 0;       // of the one raiser that was created
     int raised = 0;
     bool refusesArguments = false;
     int done = 0;  // calls of OnFrameDone
 };
 
-void PrintTo(const CallCase& tried, std::ostream* stream) {
-    *stream << tried.name;
+void PrintTo(const CallCase& testCase, std::ostream* stream) {
+    *stream << testCase.name;
 }
 
 std::string NameOfCase(const testing::TestParamInfo<std::tuple<CallCase, Kind>>& instance) {
@@ -212,15 +212,15 @@ std::string NameOfCase(const testing::TestParamInfo<std::tuple<CallCase, Kind>>&
 
 class ThrowingCase : public Throwing, public testing::WithParamInterface<std::tuple<CallCase, Kind>> {
   protected:
-    ThrowingCase() : tried(std::get<0>(GetParam())), kind(std::get<1>(GetParam())) {
+    ThrowingCase() : testCase(std::get<0>(GetParam())), kind(std::get<1>(GetParam())) {
         Load(std::make_unique<Plugin>());
         Prepare();
-        throwing = tried.throwing;
+        throwing = testCase.throwing;
         throwsOther = kind == Kind::Other;
-        host.refusals.arguments = tried.refusesArguments;
+        host.refusals.arguments = testCase.refusesArguments;
     }
 
-    CallCase tried;
+    CallCase testCase;
     Kind kind;
 };
 
@@ -228,30 +228,31 @@ class ThrowingBuffer : public ThrowingCase {};
 
 TEST_P(ThrowingBuffer, IsTheFramesError) {
     EXPECT_EQ(Receive(), 1);
-    EXPECT_GT(Count(tried.met), 0);
+    EXPECT_GT(Count(testCase.requiredCall), 0);
     EXPECT_EQ(errors->GetErrorCode(), 1);
     EXPECT_STREQ(errors->GetErrorMessage(), kind == Kind::Standard ? thrownText : "Image processing exception");
-    EXPECT_EQ(Count(Operation::OnFrameDone), tried.done);
-    ExpectAllIsWellAgain();
-    ExpectEveryBufferBack();
+    EXPECT_EQ(Count(Operation::OnFrameDone), testCase.done);
+    ExpectRecovery();
+    ExpectAllBuffersReleased();
 }
 
 INSTANTIATE_TEST_SUITE_P(
     At, ThrowingBuffer,
     testing::Combine(
-        testing::Values(
-            CallCase{"QueryContract", {Operation::QueryContract}, Operation::QueryContract},
-            CallCase{"GetData", {Operation::GetData}, Operation::GetData},
-            CallCase{"GetDataSize", {Operation::GetDataSize}, Operation::GetDataSize},
-            CallCase{"GetHeight", {Operation::GetHeight}, Operation::GetHeight},
-            CallCase{"GetWidth", {Operation::GetWidth}, Operation::GetWidth},
-            CallCase{.name = "GetTimeStamp",
-                     .throwing = {Operation::GetTimeStamp},
-                     .met = Operation::GetTimeStamp,
-                     .done = 1},
-            CallCase{
-                .name = "OnFrameDone", .throwing = {Operation::OnFrameDone}, .met = Operation::OnFrameDone, .done = 1},
-            CallCase{"GetDataAndRelease", {Operation::GetData, Operation::Release}, Operation::Release}),
+        testing::Values(CallCase{"QueryContract", {Operation::QueryContract}, Operation::QueryContract},
+                        CallCase{"GetData", {Operation::GetData}, Operation::GetData},
+                        CallCase{"GetDataSize", {Operation::GetDataSize}, Operation::GetDataSize},
+                        CallCase{"GetHeight", {Operation::GetHeight}, Operation::GetHeight},
+                        CallCase{"GetWidth", {Operation::GetWidth}, Operation::GetWidth},
+                        CallCase{.name = "GetTimeStamp",
+                                 .throwing = {Operation::GetTimeStamp},
+                                 .requiredCall = Operation::GetTimeStamp,
+                                 .done = 1},
+                        CallCase{.name = "OnFrameDone",
+                                 .throwing = {Operation::OnFrameDone},
+                                 .requiredCall = Operation::OnFrameDone,
+                                 .done = 1},
+                        CallCase{"GetDataAndRelease", {Operation::GetData, Operation::Release}, Operation::Release}),
         testing::Values(Kind::Standard, Kind::Other)),
     NameOfCase);
 
@@ -261,18 +262,18 @@ class ThrowingEvent : public ThrowingCase {};
 
 TEST_P(ThrowingEvent, IsATraceLineAndTheRaiserIsEndedAtMostOnce) {
     EXPECT_EQ(Receive(), 0);
-    EXPECT_GT(Count(tried.met), 0);
+    EXPECT_GT(Count(testCase.requiredCall), 0);
     EXPECT_EQ(errors->GetErrorCode(), 0);
     EXPECT_STREQ(errors->GetErrorMessage(), "");
     EXPECT_EQ(LastMessageOf("OnResult"), kind == Kind::Standard ? thrownText : "Exception");
     EXPECT_EQ(LastMessageOf("OnMayReleaseLicencePlate"), "Remove plate ID = 0, still left = 1");
     EXPECT_EQ(Count(Operation::Release), 1) << "the plate is done, and its frame with it";
     EXPECT_EQ(Count(Operation::OnFrameDone), 1);
-    EXPECT_EQ(Count(Operation::Discard), tried.discarded);
-    EXPECT_EQ(Count(Operation::Raise), tried.raised);
+    EXPECT_EQ(Count(Operation::Discard), testCase.discarded);
+    EXPECT_EQ(Count(Operation::Raise), testCase.raised);
     host.refusals.arguments = false;
-    ExpectAllIsWellAgain();
-    ExpectEveryBufferBack();
+    ExpectRecovery();
+    ExpectAllBuffersReleased();
 }
 
 INSTANTIATE_TEST_SUITE_P(
@@ -313,8 +314,8 @@ TEST_P(ThrowingRelease, OfAFrameThatIsDoneLeavesTheFrameAsItIs) {
         EXPECT_EQ(Receive(), 0) << errors->GetErrorMessage();
     }
     EXPECT_GT(Count(Operation::Release), 0);
-    ExpectAllIsWellAgain();
-    ExpectEveryBufferBack();
+    ExpectRecovery();
+    ExpectAllBuffersReleased();
 }
 
 TEST_P(ThrowingRelease, OfWhatIsNoFrameLeavesItsErrorAsItIs) {
@@ -322,8 +323,8 @@ TEST_P(ThrowingRelease, OfWhatIsNoFrameLeavesItsErrorAsItIs) {
     EXPECT_EQ(Receive(recording_host::MakeBuffer(buffers, {.pixels = {}, .isComposite = false})), 1);
     EXPECT_STREQ(errors->GetErrorMessage(), "inputData is not an ICompositeBuffer");
     EXPECT_EQ(Count(Operation::Release), 1);
-    ExpectAllIsWellAgain();
-    ExpectEveryBufferBack();
+    ExpectRecovery();
+    ExpectAllBuffersReleased();
 }
 
 TEST_P(ThrowingRelease, OfFramesThatADestroyedDetectorHasKeptGivesAllOfThemBack) {
@@ -332,7 +333,7 @@ TEST_P(ThrowingRelease, OfFramesThatADestroyedDetectorHasKeptGivesAllOfThemBack)
         Receive();
     }
     EXPECT_LT(Count(Operation::Release), buffers.made);
-    ExpectEveryBufferBack();
+    ExpectAllBuffersReleased();
 }
 
 INSTANTIATE_TEST_SUITE_P(Of, ThrowingRelease, testing::Values(Kind::Standard, Kind::Other),
@@ -369,9 +370,9 @@ class CallsFromInside : public Throwing {
 };
 
 TEST_F(CallsFromInside, EveryOperationSettersAndErrorReadsWorkAndLeaveTheFrameAsItIs) {
-    std::set<Operation> met;
+    std::set<Operation> requiredCall;
     onOperation = [&](Operation operation) {
-        met.insert(operation);
+        requiredCall.insert(operation);
         CallQuietly();
     };
     for (int frame = 0; frame < 4; ++frame) {
@@ -383,11 +384,11 @@ TEST_F(CallsFromInside, EveryOperationSettersAndErrorReadsWorkAndLeaveTheFrameAs
     EXPECT_STREQ(errors->GetErrorMessage(), "IEventArgsAdjuster getting error");
     onOperation = nullptr;
     for (int each = static_cast<int>(Operation::GetFactory); each < static_cast<int>(Operation::Count); ++each) {
-        EXPECT_TRUE(met.contains(static_cast<Operation>(each))) << each;
+        EXPECT_TRUE(requiredCall.contains(static_cast<Operation>(each))) << each;
     }
     host.refusals.arguments = false;
-    ExpectAllIsWellAgain();
-    ExpectEveryBufferBack();
+    ExpectRecovery();
+    ExpectAllBuffersReleased();
 }
 
 // The engine
@@ -420,7 +421,7 @@ TEST_P(ThrowingEngine, IsATraceLineAndTheFrameSucceeds) {
     std::thread([&] { answer = Receive(); }).join();
     EXPECT_EQ(answer, 0);
     EXPECT_EQ(LastMessageOf("Recognize"), "Frame count: 3 Iteration : 0 NumberOfPlate is 0");
-    ExpectEveryBufferBack();
+    ExpectAllBuffersReleased();
 }
 
 INSTANTIATE_TEST_SUITE_P(At, ThrowingEngine,
