@@ -270,7 +270,7 @@ class Session {
             Call();
             state.raising = nullptr;
             Check(state.raisers == 0, "a raiser is neither raised nor discarded");
-            host.FreeUnended();
+            host.FreeUnfinished();
         }
         End();
     }
@@ -529,7 +529,7 @@ class Session {
         }
         Check(buffers.made == buffers.released, "a buffer is not released exactly once");
         Check(state.raisers == 0, "a raiser is neither raised nor discarded");
-        Check(host.FreeUnended() == 0, "a target list without an event");
+        Check(host.FreeUnfinished() == 0, "a target list without an event");
         diagnostics::SetDebugLevel(0);
     }
 

@@ -179,7 +179,7 @@ TEST(TypeRecords, ADisplacementInFrontOfThePartIsSubtracted) {
     EXPECT_EQ(Cast(object), object.At(8));
 }
 
-TEST(TypeRecords, AVirtualBaseStandsWhereItsTableSays) {
+TEST(TypeRecords, AVirtualBaseIsFoundThroughItsTable) {
     Image image;
     image.PutClass(TreeWith({wanted, 0, 4, virtualBase, 16, 8}), 0);
     Object object(image.PutTable());
@@ -188,7 +188,7 @@ TEST(TypeRecords, AVirtualBaseStandsWhereItsTableSays) {
     EXPECT_EQ(Cast(object), object.At(16 + 28 + 4));
 }
 
-TEST(TypeRecords, AVirtualBaseWhoseTableIsNoPartOfTheImageIsNotFound) {
+TEST(TypeRecords, AVirtualBaseWithATableOutsideTheImageIsNotFound) {
     Image image;
     image.PutClass(TreeWith({wanted, 0, 4, virtualBase, 16, 8}), 0);
     Object object(image.PutTable());
@@ -199,7 +199,7 @@ TEST(TypeRecords, AVirtualBaseWhoseTableIsNoPartOfTheImageIsNotFound) {
     EXPECT_EQ(Cast(object), nullptr);
 }
 
-TEST(TypeRecords, TheKeyOfAClassIsNoPartOfItsName) {
+TEST(TypeRecords, StructAndClassAreTheSameName) {
     EXPECT_EQ(CastInTree(TreeWith({".?AVISetter@Host@@", 0, 24})), Offset(24));
     EXPECT_EQ(CastInTree(TreeWith({".?AUISetter@Host@@", 0, 24})), Offset(24));
     EXPECT_EQ(CastInTree(TreeWith({".?AWISetter@Host@@", 0, 24})), nullptr) << "an enumeration";
@@ -219,15 +219,15 @@ TEST(TypeRecords, APrivateBaseIsNotFound) {
               nullptr);
 }
 
-TEST(TypeRecords, APartOfAPrivateBaseIsNotFoundWhateverItsOwnBits) {
+TEST(TypeRecords, ABaseOfAPrivateBaseIsNotFoundWithAnyAttributes) {
     EXPECT_EQ(CastInTree({{"Target@@", 4}, {source}, {"A@@", 2, 8, privateBase}, {"B@@", 1, 8}, {wanted, 0, 8}}),
               nullptr);
     EXPECT_EQ(CastInTree({{"Target@@", 4}, {source}, {"A@@", 1, 8, privateBase}, {"B@@", 0, 8}, {wanted, 0, 24}}),
               Offset(24))
-        << "behind the private base";
+        << "after the private base";
 }
 
-TEST(TypeRecords, OnePublicWayIsEnough) {
+TEST(TypeRecords, OnePublicPathIsEnough) {
     const Base hidden = {"A@@", 1, 8, privateBase};
     const Base open = {"B@@", 1, 16};
     const Base setter = {wanted, 0, 32};
@@ -236,14 +236,14 @@ TEST(TypeRecords, OnePublicWayIsEnough) {
     EXPECT_EQ(CastInTree({{"Target@@", 5}, {source}, hidden, setter, hidden, setter}), nullptr);
 }
 
-TEST(TypeRecords, TwoBasesOfTheTypeAreNone) {
+TEST(TypeRecords, TwoBasesOfTheTypeAreAmbiguous) {
     EXPECT_EQ(CastInTree({{"Target@@", 3}, {source}, {wanted, 0, 24}, {wanted, 0, 32}}), nullptr);
     EXPECT_EQ(CastInTree({{"Target@@", 3}, {source}, {wanted, 0, 24}, {wanted, 0, 32, privateBase}}), nullptr);
     EXPECT_EQ(CastInTree({{"Target@@", 3}, {source}, {wanted, 0, 24}, {wanted, 0, 24}}), Offset(24));
     EXPECT_EQ(CastInTree(TreeWith({wanted, 0, 24, ambiguousBase})), nullptr);
 }
 
-TEST(TypeRecords, AHandedPartThatIsPrivateLeadsNowhere) {
+TEST(TypeRecords, NothingIsFoundFromAPrivatePart) {
     EXPECT_EQ(CastInTree({{"Target@@", 2}, {source, 0, 0, privateBase}, {wanted, 0, 24}}), nullptr);
     EXPECT_EQ(CastInTree({{"Target@@", 2}, {source, 0, 8, privateBase}, {wanted, 0, 24}}), Offset(24))
         << "another part than the passed one";
@@ -269,7 +269,7 @@ TEST(TypeRecords, RecordsOutsideTheImageAreNotFollowed) {
     }
 }
 
-TEST(TypeRecords, ANameThatReachesTheImagesEndIsStillRead) {
+TEST(TypeRecords, ANameThatEndsWithTheImageIsRead) {
     Image image;
     image.PutClass(TreeWith({"IOther@Host@@", 0, 24}), 0);
     const std::string name = std::string(".?AU") + wanted;
@@ -303,11 +303,11 @@ TEST(TypeRecords, ANumberOfBasesThatIsTooLargeIsRefused) {
     }
 }
 
-TEST(TypeRecords, NoBasesAtAllAreNone) {
+TEST(TypeRecords, NothingIsFoundWithoutBases) {
     EXPECT_EQ(CastInTree({}), nullptr);
 }
 
-TEST(TypeRecords, ABaseThatContainsMoreThanThereIsIsRefused) {
+TEST(TypeRecords, ABaseThatContainsTooManyBasesIsRefused) {
     EXPECT_EQ(CastInTree({{"Target@@", 3}, {source}, {wanted, 0, 24}}), nullptr);
     EXPECT_EQ(CastInTree({{"Target@@", 2}, {source, 0xFFFFFFFF}, {wanted, 0, 24}}), nullptr);
     EXPECT_EQ(CastInTree({{"Target@@", 2}, {source}, {wanted, 1, 24}}), nullptr);
@@ -319,19 +319,19 @@ struct Polymorphic {
     virtual ~Polymorphic() = default;
 };
 
-TEST(TypeRecords, ALocatorInAnImageIsMicrosofts) {
+TEST(TypeRecords, ALocatorInAnImageIsRecognisedAsMicrosoft) {
     Image image;
     image.PutClass(TreeWith({wanted, 0, 24}), 0);
     Object object(image.PutTable());
     EXPECT_EQ(TypeRecordKindOf(object.Part()), TypeRecordKind::Microsoft);
 }
 
-TEST(TypeRecords, AnObjectOfThisCompilerIsNotMicrosofts) {
+TEST(TypeRecords, AnObjectOfThisCompilerIsNotRecognisedAsMicrosoft) {
     const Polymorphic object;
     EXPECT_EQ(TypeRecordKindOf(&object), TypeRecordKind::Itanium);
 }
 
-TEST(TypeRecords, AnObjectWithoutTypeInformationIsNeither) {
+TEST(TypeRecords, AnObjectWithoutTypeInformationIsRecognisedAsNeither) {
     Image image;
     Object without(image.PutTable(nullptr));
     EXPECT_EQ(TypeRecordKindOf(without.Part()), TypeRecordKind::None);
@@ -343,7 +343,7 @@ TEST(TypeRecords, AnObjectWithoutTypeInformationIsNeither) {
     EXPECT_EQ(TypeRecordKindOf(text.Part()), TypeRecordKind::None);
 }
 
-TEST(TypeRecords, ALocatorThatDoesNotLeadToAnImageIsNeither) {
+TEST(TypeRecords, ALocatorOutsideAnImageIsRecognisedAsNeither) {
     struct Wrong {
         const char* what;
         std::uint32_t place;  // 0 for the locator's own offset

@@ -116,7 +116,7 @@ class Round {
         if (draw < 3) {
             server = Server::Stranger;
             servers::Place(VEXLANE_SERVER_PROGRAM);
-            stranger = servers::StartStranger();
+            stranger = servers::StartForeignServer();
             if (!WaitUntil([] { return servers::Running().size() == 1; })) {
                 throw std::runtime_error("the server cannot be started");
             }

@@ -25,7 +25,7 @@ using detector_tests::SingleReceiverOf;
 
 constexpr int rounds = 400;
 
-TEST(DetectorThreads, FramesSettingsAppliesAndErrorReadsMayMeet) {
+TEST(DetectorThreads, FramesSettingsAppliesAndErrorReadsMayRunConcurrently) {
     recording_host::BufferCounts counts;
     recording_host::RecordingHost host;
     const DetectorPointer detectors[] = {MakeDetector(host), MakeDetector(host)};
@@ -128,7 +128,7 @@ class TwoSingleCalls : public testing::TestWithParam<std::pair<const char*, Step
             recording_host::MakeFrame(counts, 100, 100, static_cast<std::uint64_t>(number)), &area, nullptr);
     }
 
-    Seen Look(bool isFirst) const {
+    Seen ReadValues(bool isFirst) const {
         Seen seen;
         seen.left = detector->GetDetectionRect().left;
         detector->GetFrameInt("both", seen.value);
@@ -146,29 +146,29 @@ class TwoSingleCalls : public testing::TestWithParam<std::pair<const char*, Step
 
 TEST_P(TwoSingleCalls, DoNotMixTheirAreasAndValues) {
     std::int32_t secondOutcome = -1;
-    bool hasMet = false;
-    bool couldGetIn = false;
+    bool isReached = false;
+    bool couldLock = false;
     (*detector).*GetParam().second = [&] {
-        if (std::exchange(hasMet, true)) {
+        if (std::exchange(isReached, true)) {
             return;
         }
         std::thread([&] {
-            couldGetIn = detector->frameMutex.try_lock();
-            if (couldGetIn) {
+            couldLock = detector->frameMutex.try_lock();
+            if (couldLock) {
                 detector->frameMutex.unlock();
             }
         }).join();
-        if (couldGetIn) {
+        if (couldLock) {
             std::thread([&] { secondOutcome = Call(2); }).join();
         }
     };
     std::vector<Seen> seen;
     detector->onRecognize = [&](FrameImage&, const BufferPointer& buffer) {
-        seen.push_back(Look(buffer->GetTimeStamp() == 1));
+        seen.push_back(ReadValues(buffer->GetTimeStamp() == 1));
     };
     EXPECT_EQ(Call(1), 0);
-    EXPECT_TRUE(hasMet);
-    EXPECT_FALSE(couldGetIn);
+    EXPECT_TRUE(isReached);
+    EXPECT_FALSE(couldLock);
     if (secondOutcome == -1) {
         std::thread([&] { secondOutcome = Call(2); }).join();
     }

@@ -52,7 +52,7 @@ TEST(EventTime, OfThePresentAsLocalTimeIsAheadByTheZone) {
     test_support::ReadTimeZone();
 }
 
-TEST(EventTime, IsCutTowardZero) {
+TEST(EventTime, IsRoundedTowardZero) {
     EXPECT_EQ(MillisecondsOf(epoch), 0);
     EXPECT_EQ(MillisecondsOf(epoch + microseconds(1999)), 1);
     EXPECT_EQ(MillisecondsOf(epoch - microseconds(999)), 0);
@@ -60,7 +60,7 @@ TEST(EventTime, IsCutTowardZero) {
     EXPECT_EQ(MillisecondsOf(ptime(date(2024, 2, 29), hours(1))), 1709168400000);
 }
 
-TEST(EventTime, ComesBackAsTheSameDateTime) {
+TEST(EventTime, ConvertsBackToTheSameDateTime) {
     for (const std::int64_t time :
          {std::int64_t{0}, std::int64_t{1}, std::int64_t{-1}, std::int64_t{1709168400123}, std::int64_t{-86400000}}) {
         EXPECT_EQ(DateTimeOfMilliseconds(time), epoch + milliseconds(time));
@@ -107,7 +107,7 @@ TEST(EventTime, WrapsBeyond64BitsOfMicrosecondsAndNeverThrows) {
 }
 
 // Near the ends the sum with the epoch wraps, and so does the difference in the other direction.
-TEST(EventTime, OfMicrosecondsNearTheEndsOf64BitsComesBackInMilliseconds) {
+TEST(EventTime, OfMicrosecondsNearTheEndsOf64BitsConvertsBackToMilliseconds) {
     constexpr std::int64_t largest = std::numeric_limits<std::int64_t>::max();
     constexpr std::int64_t smallest = std::numeric_limits<std::int64_t>::min();
     const std::int64_t epochTicks = TicksOf(epoch);
@@ -118,7 +118,7 @@ TEST(EventTime, OfMicrosecondsNearTheEndsOf64BitsComesBackInMilliseconds) {
     }
 }
 
-TEST(EventTime, OfMicrosecondsThatMeetASpecialValueIsThatValues) {
+TEST(EventTime, OfMicrosecondsThatEqualASpecialValueIsSpecial) {
     constexpr std::int64_t largest = std::numeric_limits<std::int64_t>::max();
     const std::int64_t epochTicks = TicksOf(epoch);
     EXPECT_EQ(MillisecondsOf(DateTimeOfMicroseconds(largest - epochTicks)), largest);

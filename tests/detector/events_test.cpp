@@ -74,18 +74,18 @@ TEST_F(Events, APreparedEventHasItsTargetsAndNothingElse) {
     EXPECT_EQ(ErrorOf(*detector), Error(0, ""));
 }
 
-TEST_F(Events, AnImageIsAttachedBehindTheTargets) {
+TEST_F(Events, AnImageIsAttachedAfterTheTargets) {
     OKM8::IContract* const image = host.Peer();
     ASSERT_TRUE(Prepare(image));
     EXPECT_THAT(host.Events().front().objectKeys, ElementsAre("targets", "image"));
     EXPECT_EQ(host.Events().front().objects.at("image"), image);
 }
 
-TEST_F(Events, TheFactoryIsAskedForAtEveryEvent) {
+TEST_F(Events, TheFactoryIsRequestedForEveryEvent) {
     Prepare();
     Prepare();
     const std::string factory = "struct OKM8::Analytics::ITargetEnumeratorFactory";
-    EXPECT_THAT(host.AskedInterfaces(), ElementsAre("struct OKM8::ILogger", factory, factory));
+    EXPECT_THAT(host.RequestedInterfaces(), ElementsAre("struct OKM8::ILogger", factory, factory));
 }
 
 TEST_F(Events, PreparingDoesNotClearAnEarlierError) {
@@ -137,7 +137,7 @@ class EventFailure : public Events, public testing::WithParamInterface<FailingSt
 
 class PreparationFailure : public EventFailure {};
 
-TEST_P(PreparationFailure, StandsInTheErrorState) {
+TEST_P(PreparationFailure, IsInTheErrorState) {
     EXPECT_FALSE(Prepare());
     EXPECT_EQ(ErrorOf(*detector), Error(1, GetParam().text));
     ExpectNothingRaisedAndTheRaiserDiscardedOnce();
@@ -146,20 +146,20 @@ TEST_P(PreparationFailure, StandsInTheErrorState) {
 INSTANTIATE_TEST_SUITE_P(AtEachStep, PreparationFailure, testing::ValuesIn(preparationSteps),
                          [](const auto& instance) { return std::string(instance.param.description); });
 
-TEST_P(EventFailure, WithATargetStandsInTheErrorState) {
+TEST_P(EventFailure, WithATargetIsInTheErrorState) {
     EXPECT_FALSE(detector->CreateEventWithTarget("alarm", &target, &raiser));
     EXPECT_EQ(ErrorOf(*detector), Error(1, GetParam().text));
     ExpectNothingRaisedAndTheRaiserDiscardedOnce();
 }
 
-TEST_P(EventFailure, OfDebugFiguresStandsInTheErrorState) {
+TEST_P(EventFailure, OfDebugFiguresIsInTheErrorState) {
     const std::uint8_t figures[32] = {};
     detector->RaiseDebugFigures(figures, "key");
     EXPECT_EQ(ErrorOf(*detector), Error(1, GetParam().text));
     ExpectNothingRaisedAndTheRaiserDiscardedOnce();
 }
 
-TEST_P(EventFailure, InsideAFrameIsTheFramesErrorAndTheFrameGoesOn) {
+TEST_P(EventFailure, InsideAFrameIsTheFramesErrorAndTheFrameContinues) {
     recording_host::BufferCounts counts;
     recording_host::RecordingFrameDone done;
     bool wentOn = false;
@@ -210,7 +210,7 @@ TEST_F(Events, TheLastFailureOfAFrameIsTheOneReported) {
     EXPECT_EQ(ErrorOf(*detector), Error(1, "IDetectorEventRaiser getting error"));
 }
 
-TEST_F(Events, AnEventWithATargetIsOfThePresentAndIsLeftForTheCallerToRaise) {
+TEST_F(Events, AnEventWithATargetHasTheCurrentTimeAndIsRaisedByTheCaller) {
     const std::int64_t before = Now();
     ASSERT_TRUE(detector->CreateEventWithTarget("alarm", &target, &raiser));
     const std::int64_t after = Now();
@@ -234,7 +234,7 @@ TEST_F(Events, AnEventWithATargetIsOfThePresentAndIsLeftForTheCallerToRaise) {
     EXPECT_EQ(host.Events().front().targets[0].Find("n")->number, 5);
 }
 
-TEST_F(Events, AnEventOfThePresentIsInUtcWhateverTheZone) {
+TEST_F(Events, TheCurrentTimeOfAnEventIsUtcInAnyTimeZone) {
     test_support::SetEnvironment("TZ", "VEX-05:30");  // 5 h 30 min east
     test_support::ReadTimeZone();
     const std::int64_t before = Now();
@@ -289,7 +289,7 @@ TEST_F(Events, DebugFiguresWithoutAKeyUseNameDotId) {
     EXPECT_EQ(host.Events()[0].targets[0].Find("figures_key")->text, "gate.12");
 }
 
-TEST_F(Events, DebugFiguresGoWithoutTheirBytesToATargetThatTakesNone) {
+TEST_F(Events, DebugFiguresAreSentWithoutTheirBytesToATargetWithoutABinarySetter) {
     host.refusals.binarySetter = true;
     const std::uint8_t figures[32] = {};
     detector->RaiseDebugFigures(figures, "key");
@@ -358,7 +358,7 @@ INSTANTIATE_TEST_SUITE_P(AtEachValue, ThrowingTarget, testing::Values("figures",
 class ClearedMeanwhile : public Events {
   protected:
     // Runs a frame whose first event fails; `clear` runs after it and must leave no error.
-    void ExpectTheEventsErrorBehindAFrameWith(const std::function<void()>& clear) {
+    void ExpectTheEventsErrorAfterAFrameWith(const std::function<void()>& clear) {
         recording_host::BufferCounts counts;
         int cleared = 0;
         detector->onRecognize = [&](FrameImage&, BufferPointer) {
@@ -384,13 +384,13 @@ class ClearedMeanwhile : public Events {
 };
 
 TEST_F(ClearedMeanwhile, ByASetterTheFramesErrorIsTheEvents) {
-    ExpectTheEventsErrorBehindAFrameWith([&] { EXPECT_EQ(SettingsOf(*detector).SetIntValue("area_left", 1), 0); });
-    ExpectTheEventsErrorBehindAFrameWith([&] { EXPECT_EQ(SingleReceiverOf(*detector).SetIntValue("n", 1), 0); });
+    ExpectTheEventsErrorAfterAFrameWith([&] { EXPECT_EQ(SettingsOf(*detector).SetIntValue("area_left", 1), 0); });
+    ExpectTheEventsErrorAfterAFrameWith([&] { EXPECT_EQ(SingleReceiverOf(*detector).SetIntValue("n", 1), 0); });
 }
 
 TEST_F(ClearedMeanwhile, ByAReadAccessorTheFramesErrorIsTheEvents) {
     SingleReceiverOf(*detector).SetIntValue("n", 44);
-    ExpectTheEventsErrorBehindAFrameWith([&] {
+    ExpectTheEventsErrorAfterAFrameWith([&] {
         std::int32_t number = 0;
         EXPECT_EQ(detector->GetFrameInt("n", number), 0);
         EXPECT_EQ(number, 44);
@@ -405,7 +405,7 @@ TEST_F(ClearedMeanwhile, BySettersFromInsideALaterRaiseTheFramesErrorIsTheEvents
         EXPECT_EQ(ErrorOf(*detector), Error(2816, "nothing"));
         EXPECT_EQ(SettingsOf(*detector).SetIntValue("area_left", 1), 0);
     });
-    ExpectTheEventsErrorBehindAFrameWith([&] { detector->RaiseDebugFigures(figures, "later"); });
+    ExpectTheEventsErrorAfterAFrameWith([&] { detector->RaiseDebugFigures(figures, "later"); });
     EXPECT_EQ(raised, 1);
 }
 

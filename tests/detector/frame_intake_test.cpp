@@ -84,7 +84,7 @@ TEST_F(FrameIntake, ANullInputToASingleCallIsRefusedByItsText) {
     EXPECT_TRUE(done.buffers.empty());
 }
 
-TEST_F(FrameIntake, AnInputThatIsNoCompositeBufferIsReleasedOnce) {
+TEST_F(FrameIntake, AnInputThatIsNotACompositeBufferIsReleasedOnce) {
     BufferOptions options;
     options.isComposite = false;
     options.pixels.assign(64 * 48, 0);
@@ -109,7 +109,7 @@ class BufferCalls : public FrameIntake {
     std::vector<std::pair<int, Operation>> calls;  // with the number of the buffer
 };
 
-TEST_F(BufferCalls, AnInputThatIsNoCompositeBufferIsReleasedThroughTheInputItself) {
+TEST_F(BufferCalls, AnInputThatIsNotACompositeBufferIsReleasedThroughTheInputItself) {
     EXPECT_EQ(Receive(MakeBuffer(counts, {.pixels = {}, .isComposite = false})), 1);
     EXPECT_THAT(calls, ElementsAre(Pair(0, Operation::QueryContract), Pair(0, Operation::Release)));
 }
@@ -135,7 +135,7 @@ TEST_F(CompositePart, IsReadInOneOrderAndReleasedAtTheEnd) {
     EXPECT_EQ(detector->lastTimeStamp, 77u);
 }
 
-TEST_F(CompositePart, TellsTheTimeAfterFrameDoneWhichGetsTheInputItself) {
+TEST_F(CompositePart, ReturnsTheTimeAfterFrameDoneWhichGetsTheInputItself) {
     RecordingFrameDone done;
     detector->onRecognize = [&](FrameImage&, BufferPointer) {
         EXPECT_TRUE(done.buffers.empty());
@@ -180,7 +180,7 @@ TEST_P(ZeroSizes, AreRefusedWithoutRecognitionAndReleasedOnce) {
     EXPECT_EQ(detector->recognized, 0);
     EXPECT_EQ(counts.released, 1);
     EXPECT_TRUE(done.buffers.empty());
-    EXPECT_EQ(detector->width, 0u) << "the size of a refused frame is not taken";
+    EXPECT_EQ(detector->width, 0u) << "the size of a refused frame is not stored";
 }
 
 INSTANTIATE_TEST_SUITE_P(All, ZeroSizes,
@@ -190,7 +190,7 @@ INSTANTIATE_TEST_SUITE_P(All, ZeroSizes,
                                          ZeroCase{"SizeOfNullData", 64, 48, 0, 0}, ZeroCase{"All", 0, 0, 0, 0}),
                          [](const auto& instance) { return instance.param.description; });
 
-TEST_F(FrameIntake, TheEngineSeesTheBuffersOwnPixels) {
+TEST_F(FrameIntake, TheEngineReceivesTheBuffersOwnPixels) {
     BufferOptions options;
     options.width = 4;
     options.height = 2;
@@ -232,10 +232,10 @@ TEST_F(FrameIntake, AStandardExceptionFromTheHookBecomesTheFramesError) {
     EXPECT_EQ(ErrorOf(*detector), Error(1, "lens cap"));
     EXPECT_EQ(counts.released, 1);
     EXPECT_TRUE(done.buffers.empty());
-    EXPECT_EQ(detector->lastTimeStamp, 0u) << "the frame is dropped before its time is taken";
+    EXPECT_EQ(detector->lastTimeStamp, 0u) << "the frame is dropped before its time is stored";
 }
 
-TEST_F(FrameIntake, AnyOtherExceptionFromTheHookHasATextOfItsOwn) {
+TEST_F(FrameIntake, AnyOtherExceptionFromTheHookHasItsOwnText) {
     RecordingFrameDone done;
     detector->onRecognize = [](FrameImage&, BufferPointer) { throw 42; };
     EXPECT_EQ(ReceiveSingle(MakeFrame(counts, 64, 48, 5), {}, &done), 1);
@@ -244,7 +244,7 @@ TEST_F(FrameIntake, AnyOtherExceptionFromTheHookHasATextOfItsOwn) {
     EXPECT_TRUE(done.buffers.empty());
 }
 
-TEST_F(FrameIntake, AnExceptionOfTheFrameDoneCallBackDropsTheFrameToo) {
+TEST_F(FrameIntake, AnExceptionOfTheFrameDoneCallbackDropsTheFrameToo) {
     RecordingFrameDone callback([](const HostCall&) { throw std::logic_error("full"); });
     EXPECT_EQ(ReceiveSingle(MakeFrame(counts, 64, 48, 5), {}, &callback), 1);
     EXPECT_EQ(ErrorOf(*detector), Error(1, "full"));
@@ -268,7 +268,7 @@ TEST_F(FrameIntake, AFrameThatTheHookKeepsIsReleasedWithItsLastCopy) {
     detector->onRecognize = [&](FrameImage&, BufferPointer buffer) { kept = buffer; };
     EXPECT_EQ(Receive(MakeFrame(counts, 64, 48, 5)), 0);
     EXPECT_EQ(counts.released, 0);
-    EXPECT_EQ(kept.use_count(), 1) << "the detector itself has let go";
+    EXPECT_EQ(kept.use_count(), 1) << "the detector has released it";
     kept.reset();
     EXPECT_EQ(counts.released, 1);
 }
@@ -375,7 +375,7 @@ TEST_F(FrameIntake, TheFullHeightDecidesAboutHalfFramesNotTheHalvedOne) {
     EXPECT_TRUE(detector->IsHalfFrame());
 }
 
-TEST_F(FrameIntake, SettingTheSizeAloneAppliesNothing) {
+TEST_F(FrameIntake, SettingOnlyTheSizeAppliesNothing) {
     EXPECT_EQ(detector->SetFrameSize(100, 80), 80u);
     EXPECT_EQ(detector->width, 100u);
     EXPECT_EQ(detector->height, 80u);
@@ -399,7 +399,7 @@ TEST_F(FrameIntake, SettingTheSizeAndApplyingRebuildsTheChain) {
     EXPECT_TRUE(detector->transformer.Steps().empty());
 }
 
-TEST_F(FrameIntake, RebuildingTheChainStartsFromNothing) {
+TEST_F(FrameIntake, RebuildingTheChainClearsItFirst) {
     SettingsOf(*detector).SetBoolValue("use_half_cadr", true);
     detector->SetFrameSize(720, 576);
     detector->RebuildTransforms();
@@ -417,10 +417,10 @@ TEST_F(FrameIntake, HalfFramesSwitchedOnAfterTheSizeWasSeenTakeEffectInTheChainW
     detector->onRecognize = [](FrameImage& frame, BufferPointer) { EXPECT_EQ(frame.height, 240u); };
     Receive(MakeFrame(counts, 640, 480, 3));
     EXPECT_EQ(detector->recognized, 3);
-    EXPECT_EQ(detector->effectiveHeight, 480u) << "the geometry follows the size alone";
+    EXPECT_EQ(detector->effectiveHeight, 480u) << "the geometry depends only on the size";
 }
 
-TEST_F(FrameIntake, AFailureToApplySettingsInsideASizeChangeIsTheFramesErrorAndTheFrameGoesOn) {
+TEST_F(FrameIntake, AFailureToApplySettingsInsideASizeChangeIsTheFramesErrorAndTheFrameContinues) {
     RecordingFrameDone done;
     detector->onApplied = [] { throw std::runtime_error("no room"); };
     EXPECT_EQ(ReceiveSingle(MakeFrame(counts, 64, 48, 9), {}, &done), 1);
@@ -548,10 +548,10 @@ TEST_F(DetectionRect, OfASingleCallWithAnEmptyAreaIsTheWholeHalfFrame) {
         EXPECT_EQ(Sides(detector->GetDetectionRect()), Rect(72, 57, 648, 216));
     };
     EXPECT_EQ(Receive(MakeFrame(counts, 720, 576, 2)), 0);
-    EXPECT_EQ(seen, 4) << "the configured area is back behind the single calls";
+    EXPECT_EQ(seen, 4) << "the configured area applies again after the single calls";
 }
 
-TEST_F(DetectionRect, WrapsItsProductsAndCutsTowardZero) {
+TEST_F(DetectionRect, WrapsItsProductsAndRoundsTowardZero) {
     SetArea(largest, -150, 3, smallest);
     detector->SetFrameSize(250, 99);
     // 250 x 2147483647 wraps to -250; 99 x -150 / 100 is -148.5; 250 x 3 / 100 is 7.5; 99 x -2147483648 wraps to
@@ -588,7 +588,7 @@ TEST_F(FrameIntake, BeginAndEndOfASingleCallAreOperationsOfTheirOwn) {
     EXPECT_TRUE(detector->frameValues.IsEmpty());
 }
 
-TEST_F(FrameIntake, TheStateOfASingleCallIsSeenInsideItAlone) {
+TEST_F(FrameIntake, TheStateOfASingleCallIsVisibleOnlyInsideIt) {
     detector->onRecognize = [&](FrameImage&, BufferPointer) {
         EXPECT_TRUE(detector->inSingleCall);
         EXPECT_TRUE(detector->singleAreaActive);
@@ -606,7 +606,7 @@ TEST_F(FrameIntake, TheStateOfASingleCallIsSeenInsideItAlone) {
 
 // Values of one call.
 
-TEST_F(FrameIntake, FrameValuesAreThereInsideTheSingleCallAndGoneAfterIt) {
+TEST_F(FrameIntake, FrameValuesExistInsideTheSingleCallAndNotAfterIt) {
     SingleReceiverOf(*detector).SetStringValue("plate", "B1");
     SingleReceiverOf(*detector).SetDoubleValue("speed", 0.5);
     bool wasSeen = false;
@@ -621,7 +621,7 @@ TEST_F(FrameIntake, FrameValuesAreThereInsideTheSingleCallAndGoneAfterIt) {
     EXPECT_TRUE(detector->frameValues.IsEmpty());
 }
 
-TEST_F(FrameIntake, FrameValuesAreGoneAfterARefusedFrameToo) {
+TEST_F(FrameIntake, FrameValuesAreClearedAfterARefusedFrameToo) {
     SingleReceiverOf(*detector).SetIntValue("n", 1);
     EXPECT_EQ(ReceiveSingle(nullptr, {}), 1);
     EXPECT_TRUE(detector->frameValues.IsEmpty());
@@ -744,7 +744,7 @@ TEST_F(CallsFromInside, FrameDoneASuccessfulFrameDoesNotClearTheOuterFramesError
     EXPECT_EQ(ErrorOf(*detector), Error(1, text));
 }
 
-TEST_F(CallsFromInside, FrameDoneAnExceptionOfTheCallBackIsTheFramesErrorWhateverTheFrameInItWas) {
+TEST_F(CallsFromInside, FrameDoneAnExceptionOfTheCallbackIsTheFramesErrorAfterAnyInnerFrame) {
     RecordingFrameDone done([&](const HostCall&) {
         EXPECT_EQ(Receive(MakeFrame(counts, 64, 48, 2)), 0);
         throw std::logic_error("full");
@@ -816,7 +816,7 @@ TEST_F(CallsFromInside, FrameDoneAFrameMayBeHeldAndTheOuterOneIsNot) {
     EXPECT_EQ(done.buffers.size(), 2u);
 }
 
-TEST_F(FrameIntake, BuffersComeBackOnceWhateverHappensToThem) {
+TEST_F(FrameIntake, BuffersAreReleasedOnceInEveryCase) {
     std::uint32_t random = 12345;
     const auto next = [&](std::uint32_t bound) {
         random = random * 1664525u + 1013904223u;

@@ -40,10 +40,10 @@ class DetectorWithoutLogger : public testing::Test {
     RecordingDebugOutput output;
 };
 
-TEST_F(DetectorLog, TheLoggerIsAskedForOnceAtConstruction) {
-    EXPECT_THAT(host.AskedInterfaces(), ElementsAre("struct OKM8::ILogger"));
+TEST_F(DetectorLog, TheLoggerIsRequestedOnceAtConstruction) {
+    EXPECT_THAT(host.RequestedInterfaces(), ElementsAre("struct OKM8::ILogger"));
     detector->Log("x", 1, 1);
-    EXPECT_THAT(host.AskedInterfaces(), ElementsAre("struct OKM8::ILogger"));
+    EXPECT_THAT(host.RequestedInterfaces(), ElementsAre("struct OKM8::ILogger"));
     EXPECT_NE(detector->logger, nullptr);
     EXPECT_EQ(static_cast<void*>(detector->host), host.Object());
     EXPECT_EQ(static_cast<OKM8::IContract*>(detector->detectorPeer), host.Peer());
@@ -71,7 +71,7 @@ TEST_F(DetectorLog, SettersAndErrorReadsWorkFromInsideTheHostsLog) {
                                         "3:[BaseDetectorImpl] [gate] [id:7] something happened. Error = 5\n"));
 }
 
-TEST_F(DetectorLog, NameAndIdStandInThePrefix) {
+TEST_F(DetectorLog, NameAndIdAreInThePrefix) {
     Name("gate", "");
     EXPECT_EQ(detector->GetLogPrefix(), "[gate] ");
     Name("gate", "12");
@@ -104,7 +104,7 @@ TEST_F(DetectorLog, CodeMinusOneGoesToTheDebugOutputEvenWithALogger) {
     EXPECT_FALSE(output.Lines().front().isWide);
 }
 
-TEST_F(DetectorWithoutLogger, WritesToTheDebugOutputWithoutPrefixWhateverTheLevel) {
+TEST_F(DetectorWithoutLogger, WritesToTheDebugOutputWithoutPrefixAtAnyLevel) {
     const DetectorPointer detector = MakeDetector(host);
     EXPECT_EQ(detector->logger, nullptr);
     SettingsOf(*detector).SetStringValue("name", "gate");
@@ -145,7 +145,7 @@ TEST_F(DetectorWithoutLogger, AnEngineThatDidNotStartIsWrittenToTheDebugOutput) 
                 ElementsAre("[BaseDetectorImpl] Failed to initialize the engine: device:3, info:no key\r\n"));
 }
 
-TEST_F(DetectorLog, LoggingLeavesTheErrorStateAlone) {
+TEST_F(DetectorLog, LoggingDoesNotChangeTheErrorState) {
     RefuseASetting(*detector);
     detector->LogError("x", 1);
     detector->ReportEngineInitFailure(1, "x");
@@ -158,7 +158,7 @@ TEST_F(DetectorLog, TheDefaultFiguresKeyIsNameDotId) {
     EXPECT_EQ(detector->GetDefaultFiguresKey(), "gate.12");
 }
 
-TEST_F(DetectorLog, TheIdNumberIsADecimalNumberWithItsUsualFreedoms) {
+TEST_F(DetectorLog, TheIdNumberIsADecimalNumberAsStoiReadsIt) {
     const std::vector<std::pair<const char*, std::int32_t>> texts = {
         {"0", 0},
         {"12", 12},

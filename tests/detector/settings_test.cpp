@@ -9,10 +9,11 @@
 
 #include "sdk/contract_names.h"
 #include "tests/detector/test_detector.h"
-#include "tests/support/in_time.h"
+#include "tests/support/completes_within.h"
 
 namespace {
 
+using namespace std::chrono_literals;
 using detector_tests::BufferPointer;
 using detector_tests::DetectorPointer;
 using detector_tests::Error;
@@ -93,7 +94,7 @@ class EachSetting : public Settings, public testing::WithParamInterface<NamedSet
     }
 };
 
-TEST_P(EachSetting, TakesItsOwnTypeAndRefusesTheThreeOthers) {
+TEST_P(EachSetting, AcceptsItsOwnTypeAndRefusesTheThreeOthers) {
     for (const char type : {'s', 'd', 'i', 'b'}) {
         if (type == GetParam().type) {
             continue;
@@ -135,7 +136,7 @@ TEST_F(Settings, ReachTheirMembers) {
     EXPECT_FALSE(detector->halfFrame);
 }
 
-TEST_F(Settings, AnAreaSideAsATextIsRefusedAndAsANumberTaken) {
+TEST_F(Settings, AnAreaSideIsRefusedAsATextAndAcceptedAsANumber) {
     EXPECT_EQ(Bound().SetStringValue("area_left", "10"), refused);
     EXPECT_EQ(ErrorOf(*detector), Error(refused, "area_left"));
     EXPECT_EQ(Bound().SetIntValue("area_left", 10), 0);
@@ -149,7 +150,7 @@ TEST_F(Settings, ADoubleIsRefusedUnderAnyName) {
     }
 }
 
-TEST_F(Settings, AnUnknownNameIsRefusedByTheBoundSettersAndTakenByTheFreeStore) {
+TEST_F(Settings, AnUnknownNameIsRefusedByTheBoundSettersAndAcceptedByTheFreeStore) {
     EXPECT_EQ(Bound().SetStringValue("colour", "red"), refused);
     EXPECT_EQ(ErrorOf(*detector), Error(refused, "colour"));
     EXPECT_EQ(Bound().SetDoubleValue("colour", 1.0), refused);
@@ -169,7 +170,7 @@ TEST_F(Settings, NamesAreComparedByteForByte) {
     }
 }
 
-TEST_F(Settings, AFreeValueUnderABoundNameLeavesTheSettingAlone) {
+TEST_F(Settings, AFreeValueUnderABoundNameDoesNotChangeTheSetting) {
     EXPECT_EQ(Free().SetStringValue("area_left", "10"), 0);
     EXPECT_EQ(detector->area.left, 0);
     std::string text;
@@ -177,7 +178,7 @@ TEST_F(Settings, AFreeValueUnderABoundNameLeavesTheSettingAlone) {
     EXPECT_EQ(text, "10");
 }
 
-TEST_F(Settings, ABoundNameIsNoFreeValue) {
+TEST_F(Settings, ABoundNameIsNotAFreeValue) {
     Bound().SetIntValue("area_left", 10);
     std::int32_t number = -1;
     EXPECT_EQ(detector->GetFrameInt("area_left", number), refused);
@@ -237,14 +238,14 @@ TEST_F(Settings, AFreeValueSetAgainAsATextIsATextOnly) {
     std::int32_t number = 9;
     EXPECT_EQ(detector->GetFrameInt("n", number), refused);
     EXPECT_EQ(ErrorOf(*detector), Error(refused, "n"));
-    EXPECT_EQ(number, 9) << "a refused read leaves the place as it was";
+    EXPECT_EQ(number, 9) << "a refused read does not change the variable";
     std::string text;
     EXPECT_EQ(detector->GetFrameString("n", text), 0);
     EXPECT_EQ(text, "one");
     EXPECT_EQ(ErrorOf(*detector), Error(0, ""));
 }
 
-TEST_F(Settings, EachReadAccessorTakesItsOwnTypeAlone) {
+TEST_F(Settings, EachReadAccessorAcceptsOnlyItsOwnType) {
     Free().SetStringValue("s", "text");
     Free().SetDoubleValue("d", -0.25);
     Free().SetIntValue("i", -7);
@@ -302,7 +303,7 @@ TEST_F(Settings, ANullNameIsRefusedByEveryReadAccessor) {
     EXPECT_EQ(ErrorOf(*detector), Error(refused, ""));
 }
 
-TEST_F(Settings, ATextReadInPlaceStaysWhileOtherValuesCome) {
+TEST_F(Settings, ATextReadInPlaceStaysValidWhileOtherValuesAreSet) {
     Free().SetStringValue("text", "a text that is too long for any small-string buffer to hold");
     const char* characters = nullptr;
     ASSERT_EQ(detector->GetFrameText("text", characters), 0);
@@ -347,7 +348,7 @@ TEST_F(Settings, AFreeValueReplacesEarlierOnesOfEveryType) {
     EXPECT_EQ(detector->GetFrameBool("v", boolean), refused);
 }
 
-TEST_F(Settings, ASingleCallTakesEveryFreeValueWithIt) {
+TEST_F(Settings, ASingleCallClearsEveryFreeValue) {
     Free().SetStringValue("s", "text");
     Free().SetDoubleValue("d", 1.5);
     Free().SetIntValue("i", 1);
@@ -396,7 +397,7 @@ TEST_F(Settings, TheErrorIsClearedByFramesSettersReadsAndApplySettings) {
     }
 }
 
-TEST_F(Settings, TheErrorIsLeftAloneByQueriesControllerOperationsAndItsOwnReads) {
+TEST_F(Settings, TheErrorIsNotClearedByQueriesControllerOperationsAndItsOwnReads) {
     RefuseASetting(*detector);
     const auto expected = Error(refused, "no such setting");
     detector->QueryContract(OKM8::ContractName::IDetector);
@@ -430,7 +431,7 @@ TEST_F(Settings, ApplyingRunsTheHookAfterTheChainWasRebuilt) {
     EXPECT_EQ(detector->applied, 1);
 }
 
-TEST_F(Settings, AStandardExceptionWhileApplyingStandsInTheErrorState) {
+TEST_F(Settings, AStandardExceptionWhileApplyingIsInTheErrorState) {
     detector->onApplied = [] { throw std::runtime_error("chain broken"); };
     EXPECT_NO_THROW(Bound().ApplySettings());
     EXPECT_EQ(ErrorOf(*detector), Error(1, "chain broken"));
@@ -445,15 +446,16 @@ TEST_F(Settings, AnyOtherExceptionWhileApplyingReachesTheCallerAndAnotherThreadC
     detector->onApplied = nullptr;
     recording_host::BufferCounts counts;
     std::int32_t code = -1;
-    ASSERT_TRUE(EndsInTime([&] { code = ReceiverOf(*detector).Receive(recording_host::MakeFrame(counts, 64, 48, 1)); }))
-        << "the frame mutex stayed locked";
+    ASSERT_TRUE(CompletesWithin(1min, [&] {
+        code = ReceiverOf(*detector).Receive(recording_host::MakeFrame(counts, 64, 48, 1));
+    })) << "the frame mutex stayed locked";
     EXPECT_EQ(code, 0);
 }
 
-TEST_F(Settings, ASettingWrittenInsideAFrameIsNotWaitedFor) {
+TEST_F(Settings, SettersInsideAFrameDoNotWait) {
     detector->onRecognize = [&](FrameImage&, BufferPointer) {
-        EXPECT_TRUE(EndsInTime([&] { Bound().SetIntValue("area_left", 33); }));
-        EXPECT_TRUE(EndsInTime([&] { Free().SetIntValue("n", 3); }));
+        EXPECT_TRUE(CompletesWithin(1min, [&] { Bound().SetIntValue("area_left", 33); }));
+        EXPECT_TRUE(CompletesWithin(1min, [&] { Free().SetIntValue("n", 3); }));
     };
     recording_host::BufferCounts counts;
     EXPECT_EQ(ReceiverOf(*detector).Receive(recording_host::MakeFrame(counts, 64, 48, 1)), 0);
@@ -463,7 +465,7 @@ TEST_F(Settings, ASettingWrittenInsideAFrameIsNotWaitedFor) {
 TEST_F(Settings, AFrameKeepsItsOwnOutcomeWhenSettersClearTheErrorMeanwhile) {
     detector->onRecognize = [&](FrameImage&, BufferPointer) {
         detector->Fail("event lost");
-        EXPECT_TRUE(EndsInTime([&] { Bound().SetIntValue("area_left", 33); }));
+        EXPECT_TRUE(CompletesWithin(1min, [&] { Bound().SetIntValue("area_left", 33); }));
     };
     recording_host::BufferCounts counts;
     EXPECT_EQ(ReceiverOf(*detector).Receive(recording_host::MakeFrame(counts, 64, 48, 1)), 1);

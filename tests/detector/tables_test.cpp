@@ -56,7 +56,7 @@ struct Answer {
     void* expected;
 };
 
-TEST_F(DetectorTables, EveryContractNameGivesItsPartFromEveryPartThroughBothSlots) {
+TEST_F(DetectorTables, EveryContractNameReturnsItsPartFromEveryPartThroughBothSlots) {
     const std::vector<Answer> answers = {
         {"struct OKM8::IContract", Primary()},
         {"struct OKM8::IDestroyable", Primary()},
@@ -96,7 +96,7 @@ TEST_F(DetectorTables, EveryContractNameGivesItsPartFromEveryPartThroughBothSlot
     EXPECT_EQ(Call<void*>(Primary(), 0, std::string(100000, 'x').c_str()), nullptr);
 }
 
-TEST_F(DetectorTables, ThePartsStandInTheOrderOfTheBases) {
+TEST_F(DetectorTables, ThePartsAreInTheOrderOfTheBases) {
     EXPECT_EQ(Primary(), static_cast<void*>(detector.get()));
     EXPECT_LT(Primary(), Receiver());
     EXPECT_LT(Receiver(), SingleReceiver());
@@ -159,7 +159,7 @@ TEST_F(DetectorTables, AnAdjusterSetsTextDoubleIntegerAndBooleanAndThenApplies) 
     EXPECT_EQ(detector->applied, 1);
 }
 
-TEST_F(DetectorTables, AnErrorProviderAnswersCodeAndThenText) {
+TEST_F(DetectorTables, AnErrorProviderReturnsCodeAndThenText) {
     EXPECT_EQ(Call<std::int32_t>(ErrorInfo(), firstOwnSlot), 0);
     EXPECT_STREQ(Call<const char*>(ErrorInfo(), firstOwnSlot + 1), "");
     RefuseASetting(*detector);
@@ -167,7 +167,7 @@ TEST_F(DetectorTables, AnErrorProviderAnswersCodeAndThenText) {
     EXPECT_STREQ(Call<const char*>(ErrorInfo(), firstOwnSlot + 1), "no such setting");
 }
 
-TEST_F(DetectorTables, AControllerAnswers0InEachOfItsFiveSlotsAndDoesNothing) {
+TEST_F(DetectorTables, AControllerReturns0FromEachOfItsFiveSlotsAndDoesNothing) {
     RefuseASetting(*detector);
     for (int slot = firstOwnSlot; slot < firstOwnSlot + 5; ++slot) {
         EXPECT_EQ(Call<std::int32_t>(Controller(), slot), 0) << slot;
@@ -180,7 +180,7 @@ TEST_F(DetectorTables, AControllerAnswers0InEachOfItsFiveSlotsAndDoesNothing) {
 
 // Destruction.
 
-TEST_F(DetectorTables, DestroyInSlot3EndsTheDetector) {
+TEST_F(DetectorTables, DestroyInSlot3DestroysTheDetector) {
     int destroyed = 0;
     detector->wasDestroyed = &destroyed;
     void* const part = Primary();
@@ -189,7 +189,7 @@ TEST_F(DetectorTables, DestroyInSlot3EndsTheDetector) {
     EXPECT_EQ(destroyed, 1);
 }
 
-TEST_F(DetectorTables, TheDestructorSlotOfEveryPartEndsAndFreesTheWholeDetector) {
+TEST_F(DetectorTables, TheDestructorSlotOfEveryPartDestroysAndFreesTheWholeDetector) {
     for (int part = 0; part < 6; ++part) {
         int destroyed = 0;
         detector = MakeDetector(host);
@@ -201,7 +201,7 @@ TEST_F(DetectorTables, TheDestructorSlotOfEveryPartEndsAndFreesTheWholeDetector)
     }
 }
 
-TEST_F(DetectorTables, TheDestructorSlotWithoutTheFlagEndsTheDetectorAndLeavesTheMemory) {
+TEST_F(DetectorTables, TheDestructorSlotWithoutTheFlagDestroysTheDetectorAndKeepsTheMemory) {
     for (int part = 0; part < 6; ++part) {
         int destroyed = 0;
         void* const memory = std::malloc(sizeof(TestDetector));  // the sanitizer detects a second free
@@ -242,7 +242,7 @@ TEST_F(DetectorTables, Slots4To9ApplyLogNumberAndSize) {
     EXPECT_EQ(detector->applied, 2);
 }
 
-TEST_F(DetectorTables, Slots10To12RecogniseTellHalfFramesAndProcess) {
+TEST_F(DetectorTables, Slots10To12RecogniseReportHalfFramesAndProcess) {
     std::uint8_t pixels[4] = {};
     FrameImage frame(2, 2, 4, pixels);
     const FrameImage* seen = nullptr;

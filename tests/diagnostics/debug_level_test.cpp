@@ -39,26 +39,26 @@ TEST_F(StoredDebugLevel, OfTheUserHiveIsReadWhenTheMachineHiveHasNoKey) {
     EXPECT_TRUE(registry.IsEmpty(machine, ""));
 }
 
-TEST_F(StoredDebugLevel, OfTheMachineHiveGoesBeforeTheUsers) {
+TEST_F(StoredDebugLevel, OfTheMachineHiveTakesPrecedence) {
     Store(machine, "1");
     Store(user, "2");
     EXPECT_EQ(ReadDebugLevel(), 1);
 }
 
-TEST_F(StoredDebugLevel, AKeyWithoutTheValueInTheMachineHiveStillGoesBeforeTheUsers) {
+TEST_F(StoredDebugLevel, AKeyWithoutTheValueInTheMachineHiveStillTakesPrecedence) {
     registry.MakeKey(machine, keyPath);
     Store(user, "2");
     EXPECT_EQ(ReadDebugLevel(), 0);
 }
 
-TEST_F(StoredDebugLevel, AMissingKeyIsMadeInTheMachineHiveAndStaysEmpty) {
+TEST_F(StoredDebugLevel, AMissingKeyIsCreatedInTheMachineHiveAndStaysEmpty) {
     EXPECT_EQ(ReadDebugLevel(), 0);
     EXPECT_TRUE(registry.HasKey(machine, keyPath));
     EXPECT_TRUE(registry.IsEmpty(machine, keyPath));
     EXPECT_TRUE(registry.IsEmpty(user, ""));
 }
 
-TEST_F(StoredDebugLevel, AMissingKeyIsMadeInTheUserHiveWhenTheMachineHiveRefuses) {
+TEST_F(StoredDebugLevel, AMissingKeyIsCreatedInTheUserHiveWhenTheMachineHiveRefuses) {
     registry.Block(machine);
     EXPECT_EQ(ReadDebugLevel(), 0);
     EXPECT_FALSE(registry.HasKey(machine, keyPath));
@@ -75,7 +75,7 @@ TEST_F(StoredDebugLevel, IsZeroWhenBothHivesRefuse) {
     EXPECT_FALSE(registry.HasKey(user, keyPath));
 }
 
-TEST_F(StoredDebugLevel, AKeyThatWasMadeIsFoundTheNextTime) {
+TEST_F(StoredDebugLevel, ACreatedKeyIsFoundTheNextTime) {
     EXPECT_EQ(ReadDebugLevel(), 0);
     Store(machine, "6");
     EXPECT_EQ(ReadDebugLevel(), 6);
@@ -88,7 +88,7 @@ TEST_F(StoredDebugLevel, ATextWithItsNulAndOneWithoutAreTheSame) {
     EXPECT_EQ(ReadDebugLevel(), 12);
 }
 
-TEST_F(StoredDebugLevel, TextThatIsNoNumberIsZero) {
+TEST_F(StoredDebugLevel, TextThatIsNotANumberIsZero) {
     for (const char* text : {"", "abc", "0"}) {
         Store(machine, text);
         EXPECT_EQ(ReadDebugLevel(), 0) << text;

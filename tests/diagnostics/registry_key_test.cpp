@@ -37,7 +37,7 @@ TEST_F(RegistryAccess, AKeyOfTheUserHiveIsOpenedWhenTheMachineHiveHasNone) {
                                                       "query user DebugLevel 10240", "close user"));
 }
 
-TEST_F(RegistryAccess, AKeyThatNeitherHiveHasIsMadeInTheMachineHiveWithoutTheView) {
+TEST_F(RegistryAccess, AKeyThatNeitherHiveHasIsCreatedInTheMachineHiveWithoutTheView) {
     EXPECT_EQ(ReadDebugLevel(), 0);
     EXPECT_THAT(fake_registry::Journal(), ElementsAre("open machine SOFTWARE\\Tellumark\\KORA\\DEBUG F023F",
                                                       "open user SOFTWARE\\Tellumark\\KORA\\DEBUG F023F",
@@ -45,7 +45,7 @@ TEST_F(RegistryAccess, AKeyThatNeitherHiveHasIsMadeInTheMachineHiveWithoutTheVie
                                                       "query machine DebugLevel 10240", "close machine"));
 }
 
-TEST_F(RegistryAccess, AKeyThatCannotBeMadeInTheMachineHiveIsMadeInTheUserHive) {
+TEST_F(RegistryAccess, AKeyThatCannotBeCreatedInTheMachineHiveIsCreatedInTheUserHive) {
     fake_registry::Block(RegistryHive::LocalMachine, accessDenied);
     EXPECT_EQ(ReadDebugLevel(), 0);
     EXPECT_THAT(fake_registry::Journal(), ElementsAre("open machine SOFTWARE\\Tellumark\\KORA\\DEBUG F023F",
@@ -55,7 +55,7 @@ TEST_F(RegistryAccess, AKeyThatCannotBeMadeInTheMachineHiveIsMadeInTheUserHive) 
                                                       "query user DebugLevel 10240", "close user"));
 }
 
-TEST_F(RegistryAccess, WithoutAnyKeyTheQueryIsMadeAllTheSameAndNothingIsClosed) {
+TEST_F(RegistryAccess, WithoutAnyKeyTheQueryIsStillMadeAndNothingIsClosed) {
     fake_registry::Block(RegistryHive::LocalMachine, accessDenied);
     fake_registry::Block(RegistryHive::CurrentUser, accessDenied);
     EXPECT_EQ(ReadDebugLevel(), 0);
@@ -66,7 +66,7 @@ TEST_F(RegistryAccess, WithoutAnyKeyTheQueryIsMadeAllTheSameAndNothingIsClosed) 
                             "create user SOFTWARE\\Tellumark\\KORA\\DEBUG F003F", "query none DebugLevel 10240"));
 }
 
-TEST_F(RegistryAccess, TheStatusOfTheLastAttemptTellsWhetherTheKeyIsOpen) {
+TEST_F(RegistryAccess, TheStatusOfTheLastAttemptShowsWhetherTheKeyIsOpen) {
     EXPECT_TRUE(RegistryKey(keyPath).IsOpen());
     fake_registry::Block(RegistryHive::LocalMachine, accessDenied);
     EXPECT_TRUE(RegistryKey(keyPath).IsOpen());

@@ -39,12 +39,12 @@ TEST_F(TraceLine, LeavesItsBracketOpenAndHasNoLineEndOfItsOwn) {
     EXPECT_FALSE(output.Lines().front().isWide);
 }
 
-TEST_F(TraceLine, KeepsTheLineEndThatTheMessageBrings) {
+TEST_F(TraceLine, KeepsTheLineEndOfTheMessage) {
     WriteTrace("f", 1, "message\r\n");
     EXPECT_THAT(output.Texts(), ElementsAre("vexlane[f(1): message\r\n"));
 }
 
-TEST_F(TraceLine, IsWrittenWhateverTheLevel) {
+TEST_F(TraceLine, IsWrittenAtAnyLevel) {
     for (const std::int32_t level : {0, 1, -1}) {
         diagnostics::SetDebugLevel(level);
         output.Clear();
@@ -53,12 +53,12 @@ TEST_F(TraceLine, IsWrittenWhateverTheLevel) {
     }
 }
 
-TEST_F(TraceLine, TakesTheLargestLineNumberAsUnsigned) {
+TEST_F(TraceLine, WritesTheLargestLineNumberAsUnsigned) {
     WriteTrace("f", 4294967295U, "m");
     EXPECT_THAT(output.Texts(), ElementsAre("vexlane[f(4294967295): m"));
 }
 
-TEST_F(TraceLine, TakesAnEmptyMessage) {
+TEST_F(TraceLine, AcceptsAnEmptyMessage) {
     WriteTrace("f", 0, "");
     EXPECT_THAT(output.Texts(), ElementsAre("vexlane[f(0): "));
 }
@@ -83,7 +83,7 @@ TEST_F(WideTraceLine, HasTheFormOfTheNarrowOneAndIsPassedOnWide) {
               L"vexlane[plate_recognition::VexlaneDetectorImpl::CreateResult(31): Plate = \u4EACA12345");
 }
 
-TEST_F(WideTraceLine, IsWrittenAtEveryLevelButZero) {
+TEST_F(WideTraceLine, IsWrittenAtEveryLevelExceptZero) {
     for (const std::int32_t level : {1, 3, -1, INT32_MIN, 1 << 16}) {
         diagnostics::SetDebugLevel(level);
         output.Clear();
@@ -127,7 +127,7 @@ TEST_F(LauncherLine, DoesNotInterpretPlaceholdersInItsText) {
     EXPECT_THAT(output.Texts(), ElementsAre("ServerLauncher: %1% %s %%"));
 }
 
-TEST_F(LauncherLine, IsWrittenAtEveryLevelButZeroAndTheAnswerIsTrueAlways) {
+TEST_F(LauncherLine, IsWrittenAtEveryLevelExceptZeroAndAlwaysReturnsTrue) {
     diagnostics::SetDebugLevel(-5);
     EXPECT_TRUE(LauncherTrace("negative"));
     diagnostics::SetDebugLevel(0);
@@ -135,7 +135,7 @@ TEST_F(LauncherLine, IsWrittenAtEveryLevelButZeroAndTheAnswerIsTrueAlways) {
     EXPECT_THAT(output.Texts(), ElementsAre("ServerLauncher: negative"));
 }
 
-TEST_F(LauncherLine, IsCutBehind999CharactersOfText) {
+TEST_F(LauncherLine, IsCutAfter999CharactersOfText) {
     std::string text;
     for (int index = 0; index < 3000; ++index) {
         text.push_back(static_cast<char>('a' + index % 26));
@@ -155,7 +155,7 @@ TEST_F(LauncherLine, IsCutWithTheTextOfTheFormatCountedToo) {
     EXPECT_THAT(output.Texts(), ElementsAre("ServerLauncher: 0123456789" + std::string(989, 'y')));
 }
 
-TEST_F(Trace, PlainTextIsWrittenAsItStandsWhateverTheLevel) {
+TEST_F(Trace, PlainTextIsWrittenUnchangedAtAnyLevel) {
     diagnostics::SetDebugLevel(0);
     diagnostics::WriteDebugText("[BaseDetectorImpl] %1% trouble\r\n");
     EXPECT_THAT(output.Texts(), ElementsAre("[BaseDetectorImpl] %1% trouble\r\n"));
@@ -216,12 +216,12 @@ TEST_F(Trace, LinesOfSeveralThreadsAreWrittenWhole) {
     EXPECT_THAT(output.Texts(), testing::UnorderedElementsAreArray(expected));
 }
 
-TEST(Composing, PutsArgumentsWhereTheirPlaceholdersStand) {
+TEST(Composing, ReplacesPlaceholdersWithTheirArguments) {
     EXPECT_EQ(diagnostics::Compose("%2% before %1%, %2% again", "one", 2), "2 before one, 2 again");
     EXPECT_EQ(diagnostics::Compose(L"%1%%2%", L"wide", 2u), L"wide2");
 }
 
-TEST(Composing, ThrowsWhenArgumentsAndPlaceholdersDoNotFit) {
+TEST(Composing, ThrowsWhenArgumentsAndPlaceholdersDoNotMatch) {
     EXPECT_THROW(diagnostics::Compose("%1%", 1, 2), std::exception);
     EXPECT_THROW(diagnostics::Compose("%1% %2%", 1), std::exception);
 }

@@ -88,10 +88,10 @@ TEST(DebugOutputSeenByADebugger, IsWithoutTheWideAndTheLaunchersLinesAtLevel0) {
 }
 
 // Texts that fit the shared buffer.
-TEST(DebugOutputSeenByAViewer, IsEveryLineInItsOrderAndWhole) {
+TEST(DebugOutputSeenByAViewer, IsEveryLineInOrderAndComplete) {
     const test_support::DebugOutputViewer viewer;
-    if (!viewer.IsAlone()) {
-        GTEST_SKIP() << "somebody else is looking";
+    if (!viewer.IsOnlyViewer()) {
+        GTEST_SKIP() << "another viewer is active";
     }
     diagnostics::SetDebugLevel(1);
     diagnostics::WriteTrace("room::Function", 7, "message");

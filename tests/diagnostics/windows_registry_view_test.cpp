@@ -71,10 +71,10 @@ class RegistryView : public testing::Test {
 TEST_F(RegistryView, AValueOf32BitProgramsIsFound) {
     Store(HKEY_LOCAL_MACHINE, KEY_WOW64_32KEY, "32");
     EXPECT_EQ(RegistryKey(path).ReadString("DebugLevel"), "32");
-    EXPECT_FALSE(Has(HKEY_LOCAL_MACHINE, KEY_WOW64_64KEY)) << "nothing is made where the key was found";
+    EXPECT_FALSE(Has(HKEY_LOCAL_MACHINE, KEY_WOW64_64KEY)) << "no key is created where one was found";
 }
 
-TEST_F(RegistryView, AValueOf32BitProgramsStandsUnderTheirNode) {
+TEST_F(RegistryView, AValueOf32BitProgramsIsUnderTheirNode) {
     Store(HKEY_LOCAL_MACHINE, KEY_WOW64_32KEY, "32");
     std::string node = path;
     node.insert(node.find('\\'), "\\Wow6432Node");
@@ -98,7 +98,7 @@ TEST_F(RegistryView, OfBothViewsThatOf32BitProgramsIsRead) {
     EXPECT_EQ(RegistryKey(path).ReadString("DebugLevel"), "32");
 }
 
-TEST_F(RegistryView, AKeyIsMadeAmongThoseOf64BitPrograms) {
+TEST_F(RegistryView, AKeyIsCreatedAmongThoseOf64BitPrograms) {
     EXPECT_TRUE(RegistryKey(path).IsOpen());
     EXPECT_TRUE(Has(HKEY_LOCAL_MACHINE, KEY_WOW64_64KEY));
     EXPECT_FALSE(Has(HKEY_LOCAL_MACHINE, KEY_WOW64_32KEY));
@@ -106,7 +106,7 @@ TEST_F(RegistryView, AKeyIsMadeAmongThoseOf64BitPrograms) {
 }
 
 // Opening never finds the created key, but creating it again does.
-TEST_F(RegistryView, AKeyThatWasMadeIsReadByMakingItAgain) {
+TEST_F(RegistryView, ACreatedKeyIsReadByCreatingItAgain) {
     EXPECT_EQ(RegistryKey(path).ReadString("DebugLevel"), "");
     Store(HKEY_LOCAL_MACHINE, KEY_WOW64_64KEY, "64");
     EXPECT_EQ(RegistryKey(path).ReadString("DebugLevel"), "64");

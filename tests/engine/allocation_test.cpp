@@ -100,7 +100,7 @@ TEST_F(FrameAllocations, OfAnAreaAreNoMore) {
     EXPECT_EQ(CountedFrame().number, everyFrame);
 }
 
-TEST_F(FrameAllocations, BehindAnErrorAreNoMore) {
+TEST_F(FrameAllocations, AfterAnErrorAreNoMore) {
     CountedFrame();
     const std::string refused(1000, 'x');
     EXPECT_NE(Settings().SetBoolValue(refused.c_str(), true), 0);
@@ -119,7 +119,7 @@ TEST_F(FrameAllocations, OfASingleCallAreNoMore) {
 TEST_F(FrameAllocations, WithFivePlatesAreSixForEachAndTheirList) {
     FindFivePlates();
     WarmUp();
-    ASSERT_EQ(host.Events().size(), 5u) << "the plates stand, and have been reported";
+    ASSERT_EQ(host.Events().size(), 5u) << "the plates are stationary and have been reported";
     constexpr std::uint64_t frames = 40;
     const std::uint64_t expected = everyFrame + 1 + engineRecordCount * BlocksOfPlate("AAAAAA");
     std::uint64_t least = UINT64_MAX;
@@ -134,7 +134,7 @@ TEST_F(FrameAllocations, WithFivePlatesAreSixForEachAndTheirList) {
     EXPECT_LE(all, frames * expected + engineRecordCount);
 }
 
-TEST_F(FrameAllocations, OfAPlateThatStandsDoNotGrow) {
+TEST_F(FrameAllocations, OfAStationaryPlateDoNotGrow) {
     width = 192;
     height = 144;
     constexpr int misreadings = 100;
@@ -156,7 +156,7 @@ TEST_F(FrameAllocations, OfAPlateThatStandsDoNotGrow) {
         misread(frame);
         const std::uint64_t number = CountedFrame().number;
         ASSERT_GE(number, expected);
-        ASSERT_LE(number, expected + 1) << "a list of readings may be full";
+        ASSERT_LE(number, expected + 1) << "a list of readings may have to grow";
         all += number;
         // The best reading of each text is kept, and the previous and the last one; the others' frames are released.
         ASSERT_LE(Detector().pendingResults.size(), misreadings + 2u) << "frame " << frame;
@@ -167,7 +167,7 @@ TEST_F(FrameAllocations, OfAPlateThatStandsDoNotGrow) {
 }
 
 // Tracks are lost while the allocations of their events fail: only the events are missing.
-TEST_F(FrameAllocations, ThatFailWhilePlatesAreReportedLoseTheirEventsAlone) {
+TEST_F(FrameAllocations, ThatFailWhilePlatesAreReportedLoseOnlyTheirEvents) {
     std::uint64_t number = 1;
     for (bool hasFailed = true; hasFailed; ++number) {
         SCOPED_TRACE(number);
@@ -184,11 +184,11 @@ TEST_F(FrameAllocations, ThatFailWhilePlatesAreReportedLoseTheirEventsAlone) {
         auto* const frame = recording_host::MakeFrame(counts, width, height, now);
         std::int32_t outcome = -1;
         {
-            allocation_count::Failure failure(number, allocation_count::Failing::AllFromThere);
+            allocation_count::Failure failure(number, allocation_count::Failing::AllFromThenOn);
             outcome = receiver.Receive(frame);
             hasFailed = failure.End();
         }
-        EXPECT_EQ(outcome, number == 1 ? 1 : 0) << "the share count of the host's frame is the frame's own";
+        EXPECT_EQ(outcome, number == 1 ? 1 : 0) << "the first allocation, the reference count, fails the frame";
         if (number <= everyFrame) {
             CountedFrame();  // the failed frame did not reach the tracker
         }
@@ -197,7 +197,7 @@ TEST_F(FrameAllocations, ThatFailWhilePlatesAreReportedLoseTheirEventsAlone) {
         const std::size_t events = host.Events().size();
         EXPECT_EQ(hasFailed || events - eventsBefore == 5, true);
         CountedFrame();
-        EXPECT_EQ(host.Events().size(), events) << "no event is tried again";
+        EXPECT_EQ(host.Events().size(), events) << "no event is retried";
     }
     EXPECT_GT(number, everyFrame + 5) << "each track is copied for its event";
 }
@@ -226,7 +226,7 @@ class FirstFrameWithoutMemory : public FrameAllocations, public testing::WithPar
     int calls = 0;
 };
 
-TEST_P(FirstFrameWithoutMemory, GivesTheEngineNothingButColoursAndTheNextFrameGoesThrough) {
+TEST_P(FirstFrameWithoutMemory, PassesOnlyConvertedPixelsToTheEngineAndTheNextFrameSucceeds) {
     std::uint64_t number = 1;
     for (bool hasFailed = true; hasFailed; ++number) {
         SCOPED_TRACE(number);
@@ -258,7 +258,7 @@ TEST_P(FirstFrameWithoutMemory, IsAnErrorAsLongAsThereIsNoConverter) {
         auto* const frame = Violet();
         std::int32_t outcome = -1;
         {
-            allocation_count::Failure failure(2, allocation_count::Failing::AllFromThere);
+            allocation_count::Failure failure(2, allocation_count::Failing::AllFromThenOn);
             outcome = receiver.Receive(frame);
         }
         EXPECT_EQ(outcome, 1);

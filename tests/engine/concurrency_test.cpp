@@ -8,10 +8,11 @@
 #include <thread>
 
 #include "tests/engine/probe_detector.h"
-#include "tests/support/in_time.h"
+#include "tests/support/completes_within.h"
 
 namespace {
 
+using namespace std::chrono_literals;
 using engine_tests::DetectorPointer;
 using engine_tests::EngineTest;
 using engine_tests::FoundPlate;
@@ -22,7 +23,7 @@ class EngineThreads : public EngineTest {
     ~EngineThreads() override { End(); }
 };
 
-TEST_F(EngineThreads, SettersDoNotWaitForAnEngineThatIsAtWork) {
+TEST_F(EngineThreads, SettersDoNotWaitForABusyEngine) {
     std::mutex mutex;
     std::condition_variable changed;
     bool isInside = false;
@@ -41,7 +42,7 @@ TEST_F(EngineThreads, SettersDoNotWaitForAnEngineThatIsAtWork) {
         std::unique_lock lock(mutex);
         changed.wait(lock, [&] { return isInside; });
     }
-    EXPECT_TRUE(EndsInTime([&] {
+    EXPECT_TRUE(CompletesWithin(1min, [&] {
         EXPECT_EQ(Settings().SetIntValue("zone_width", 40), 0);
         EXPECT_EQ(Settings().SetBoolValue("use_area", true), 0);
         EXPECT_EQ(Settings().SetStringValue("name", "gate"), 0);
@@ -88,10 +89,10 @@ TEST_F(EngineThreads, ApplyingSettingsWaitsForTheFrame) {
     mayLeave = true;
     frames.join();
     applies.join();
-    EXPECT_EQ(Detector().plateRangeMax, -1) << "applied behind the frame, which had set the range";
+    EXPECT_EQ(Detector().plateRangeMax, -1) << "applied after the frame, which had set the range";
 }
 
-TEST_F(EngineThreads, TwoDetectorsSettingsAndPollsMayMeet) {
+TEST_F(EngineThreads, TwoDetectorsSettingsAndPollsMayRunConcurrently) {
     constexpr int rounds = 150;
     diagnostics::SetDebugLevel(1);
     Detector();
@@ -154,7 +155,7 @@ TEST_F(EngineThreads, TwoDetectorsSettingsAndPollsMayMeet) {
     for (std::thread& thread : threads) {
         thread.join();
     }
-    EXPECT_TRUE(EndsInTime([&] {
+    EXPECT_TRUE(CompletesWithin(1min, [&] {
         while (polls == 0) {
             std::this_thread::yield();
         }
@@ -168,7 +169,7 @@ TEST_F(EngineThreads, TwoDetectorsSettingsAndPollsMayMeet) {
     fake_engine::OnRecognize(nullptr);
 }
 
-TEST_F(EngineThreads, RefusedRangesOfTwoDetectorsRestartOneServerBesideThePolls) {
+TEST_F(EngineThreads, RefusedRangesOfTwoDetectorsRestartOneServerDuringPolls) {
     constexpr int rounds = 40;
     Detector();
     const DetectorPointer second(new ProbeDetector(host.Peer(), host.Object()));
@@ -176,8 +177,8 @@ TEST_F(EngineThreads, RefusedRangesOfTwoDetectorsRestartOneServerBesideThePolls)
     launcher->PollTimeoutThread::Stop();
     launcher->SetPeriod(1);
     launcher->PollTimeoutThread::Start([launcher] { launcher->OnTimeout(); });
-    std::atomic<int> asked = 0;
-    fake_engine::OnSetPlateRange([&](int, int) { return asked++ % 3 != 0; });
+    std::atomic<int> calls = 0;
+    fake_engine::OnSetPlateRange([&](int, int) { return calls++ % 3 != 0; });
     std::atomic<int> failures = 0;
     std::vector<std::thread> threads;
     for (ProbeDetector* const each : {detector.get(), second.get()}) {

@@ -45,7 +45,7 @@ TEST_F(KeepAlive, AnHourOfSilenceRestartsTheServer) {
 
 class KeepAliveByCount : public KeepAlive, public testing::WithParamInterface<int> {};
 
-TEST_P(KeepAliveByCount, AFrameIsASignOfLifeWhateverTheEngineAnswers) {
+TEST_P(KeepAliveByCount, AFrameIsASignOfLifeForAnyEngineResult) {
     fake_engine::OnRecognize([](const IMG&, RPLATE*) { return GetParam(); });
     EXPECT_FALSE(RestartsAfterAnHourAnd([&] { EXPECT_EQ(Frame(1), 0); }));
     EXPECT_EQ(fake_engine::RecognizeCalls().size(), 1u);
@@ -68,7 +68,7 @@ TEST_F(KeepAlive, AFrameBeforeTheSilenceDoesNotEndIt) {
     EXPECT_TRUE(RestartsAfterAnHourAnd([] {}));
 }
 
-TEST_F(KeepAlive, AFrameThatNeverReachesTheEngineIsNone) {
+TEST_F(KeepAlive, AFrameThatDoesNotReachTheEngineIsNoSignOfLife) {
     EXPECT_TRUE(RestartsAfterAnHourAnd([&] {
         OKM8::Analytics::IMediaReceiver& receiver = Detector();
         EXPECT_EQ(receiver.Receive(nullptr), 1);

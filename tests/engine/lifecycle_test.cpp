@@ -40,14 +40,14 @@ class Lifecycle : public EngineTest {
     }
 };
 
-TEST_F(Lifecycle, ANewDetectorSaysSoAndTheLauncherSaysThatItRestartsTheServer) {
+TEST_F(Lifecycle, ANewDetectorTracesItsCreationAndTheRestartOfTheServer) {
     EndPolling();
     diagnostics::SetDebugLevel(2);
     output.Clear();
     Detector();
     EXPECT_THAT(Trace(), ElementsAre(LineOf("VexlaneDetectorImpl", "Create vexlane detector")));
     EXPECT_EQ(TimesWritten("ServerLauncher: Restart server launcher"), 1u);
-    EXPECT_EQ(output.Texts().front().find("vexlane["), 0u) << "its own line comes first";
+    EXPECT_EQ(output.Texts().front().find("vexlane["), 0u) << "its own line is first";
     EXPECT_EQ(fake_processes::Running().size(), 1u);
     EXPECT_THAT(fake_processes::JournalOf("terminate"), IsEmpty()) << "nothing ran before";
     EXPECT_EQ(ErrorState(), Error(0, ""));
@@ -70,7 +70,7 @@ TEST_F(Lifecycle, EveryNewDetectorRestartsTheSharedServer) {
     EXPECT_EQ(fake_processes::JournalOf("start").size(), 2u);
 }
 
-TEST_F(Lifecycle, AServerIsRunningOnceTheFirstDetectorIsThereWhoeverStartedIt) {
+TEST_F(Lifecycle, AServerIsRunningOnceTheFirstDetectorExists) {
     Detector();  // the first poll may be before or after this, and may be replacing the server at this moment
     EXPECT_TRUE(WaitUntil([] { return fake_processes::Running().size() == 1; }));
 }
@@ -96,24 +96,24 @@ TEST_F(Lifecycle, ANewDetectorLeavesPollingOnWhenNoServerRuns) {
     EXPECT_TRUE(launcher->IsRunning());
     EXPECT_THAT(fake_processes::JournalOf("terminate"), IsEmpty());
     End();
-    EXPECT_FALSE(launcher->IsRunning()) << "a destroyed one ends it";
+    EXPECT_FALSE(launcher->IsRunning()) << "a destroyed detector ends it";
 }
 
-TEST_F(Lifecycle, EveryDestroyedDetectorStopsTheServerForAllAndTheOthersGoOn) {
+TEST_F(Lifecycle, EveryDestroyedDetectorStopsTheServerForAllAndTheOthersContinue) {
     EndPolling();
     Detector();
     { const DetectorPointer second(new ProbeDetector(host.Peer(), host.Object())); }
     EXPECT_THAT(fake_processes::Running(), IsEmpty());
     EXPECT_EQ(Frame(1), 0);
-    EXPECT_THAT(fake_processes::Running(), IsEmpty()) << "a taken range starts nothing";
+    EXPECT_THAT(fake_processes::Running(), IsEmpty()) << "an accepted range starts nothing";
     fake_engine::OnSetPlateRange([](int, int) { return false; });
     EXPECT_EQ(Frame(2), 0);
-    EXPECT_EQ(fake_processes::Running().size(), 1u) << "a refused one brings it back";
+    EXPECT_EQ(fake_processes::Running().size(), 1u) << "a refused one restarts it";
     End();
     EXPECT_THAT(fake_processes::Running(), IsEmpty());
 }
 
-TEST_F(Lifecycle, AServerThatCannotBeStartedDoesNotTroubleTheDetector) {
+TEST_F(Lifecycle, AServerThatCannotBeStartedDoesNotAffectTheDetector) {
     EndPolling();
     fake_processes::FailStart(2);
     Detector();
@@ -169,7 +169,7 @@ TEST_F(Lifecycle, AFailureOfTheFirstLineIsCaughtTooAndTheServerIsLeftAlone) {
     EXPECT_THAT(fake_processes::JournalOf("start"), IsEmpty());
 }
 
-TEST_F(Lifecycle, AFailureToStopTheServerDoesNotGetOutOfTheEnd) {
+TEST_F(Lifecycle, AFailureToStopTheServerDoesNotLeaveTheDestructor) {
     EndPolling();
     Find(FoundPlate{});
     Frame(1);
@@ -185,7 +185,7 @@ TEST_F(Lifecycle, AFailureToStopTheServerDoesNotGetOutOfTheEnd) {
 
 // Destruction during tracks.
 
-TEST_F(Lifecycle, TheEndRaisesNoEventsAndHandsUnreportedReadingsBackFromAnEmptyTable) {
+TEST_F(Lifecycle, DestructionRaisesNoEventsAndRemovesUnreportedReadingsFromAnEmptyTable) {
     diagnostics::SetDebugLevel(1);
     Find({RecordOf({}), RecordOf({.text = "ZZ999Z", .left = 400, .right = 460})});
     Frame(1);
@@ -200,7 +200,7 @@ TEST_F(Lifecycle, TheEndRaisesNoEventsAndHandsUnreportedReadingsBackFromAnEmptyT
     EXPECT_EQ(counts.released, 1);
 }
 
-TEST_F(Lifecycle, TheEndStopsTheServerFirstThenEmptiesTheTableAndThenLetsTheTrackerGo) {
+TEST_F(Lifecycle, DestructionStopsTheServerThenEmptiesTheTableAndThenReleasesTheTracker) {
     EndPolling();
     diagnostics::SetDebugLevel(1);
     Find({RecordOf({}), RecordOf({.text = "ZZ999Z", .left = 400, .right = 460})});
@@ -220,7 +220,7 @@ TEST_F(Lifecycle, TheEndStopsTheServerFirstThenEmptiesTheTableAndThenLetsTheTrac
     }
 }
 
-TEST_F(Lifecycle, TheEndHandsBackTheReadingsWhoseHoldersAreStillAlive) {
+TEST_F(Lifecycle, DestructionRemovesTheReadingsThatTheTrackStillHolds) {
     diagnostics::SetDebugLevel(1);
     for (int frame = 0; frame < 6; ++frame) {
         Find(FoundPlate{.left = 100 + 40 * frame, .right = 160 + 40 * frame});
@@ -237,7 +237,7 @@ TEST_F(Lifecycle, TheEndHandsBackTheReadingsWhoseHoldersAreStillAlive) {
                                      LineOf("OnMayReleaseLicencePlate", "Remove plate ID = 5, still left = 0")));
 }
 
-TEST_F(Lifecycle, TheEndDoesNotHandBackAReportedReading) {
+TEST_F(Lifecycle, DestructionDoesNotRemoveAReportedReading) {
     diagnostics::SetDebugLevel(1);
     ReportAtOnce();
     Find(FoundPlate{});
@@ -248,7 +248,7 @@ TEST_F(Lifecycle, TheEndDoesNotHandBackAReportedReading) {
     EXPECT_THAT(Trace(), IsEmpty());
 }
 
-TEST_F(Lifecycle, TheEndOfADetectorThatNeverSawAFrameStopsTheServerToo) {
+TEST_F(Lifecycle, DestructionBeforeTheFirstFrameStopsTheServerToo) {
     EndPolling();
     Detector();
     ASSERT_EQ(fake_processes::Running().size(), 1u);
@@ -266,7 +266,7 @@ TEST_F(Lifecycle, AFrameIsReleasedWithItsLastPendingPlate) {
     Find(FoundPlate{.left = 120, .right = 180});
     Frame(100);
     EXPECT_EQ(host.Events().size(), 1u);
-    EXPECT_EQ(counts.released, 0) << "the other plate of the first frame still waits, and so does the new reading";
+    EXPECT_EQ(counts.released, 0) << "the other plate of the first frame is still pending, and so is the new reading";
     FindNothing();
     Frame(3500);
     EXPECT_EQ(host.Events().size(), 2u) << "lost, and reported as such";
@@ -295,14 +295,14 @@ class Releases : public Lifecycle {
     std::vector<bool> whetherFree;
 };
 
-TEST_F(Releases, OfAReportedPlateComeAfterTheLock) {
+TEST_F(Releases, OfAReportedPlateAreOutsideTheLock) {
     ReportAtOnce();
     Find(FoundPlate{});
     WatchedFrame(1);
     EXPECT_THAT(whetherFree, ElementsAre(true));
 }
 
-TEST_F(Releases, OfAnUnreportedReadingComeAfterTheLock) {
+TEST_F(Releases, OfAnUnreportedReadingAreOutsideTheLock) {
     for (int frame = 0; frame < 4; ++frame) {
         Find(FoundPlate{.left = 5 * frame, .right = 60 + 5 * frame});
         WatchedFrame(1000 + 100 * static_cast<std::uint64_t>(frame));
@@ -310,7 +310,7 @@ TEST_F(Releases, OfAnUnreportedReadingComeAfterTheLock) {
     EXPECT_THAT(whetherFree, ElementsAre(true));
 }
 
-TEST_F(Releases, OfAResultWhoseKeyComesAgainComeAfterTheLock) {
+TEST_F(Releases, OfAReplacedResultAreOutsideTheLock) {
     Find(FoundPlate{});
     WatchedFrame(1000);
     Detector().nextPlateId = 0x100000000u;
@@ -319,7 +319,7 @@ TEST_F(Releases, OfAResultWhoseKeyComesAgainComeAfterTheLock) {
     EXPECT_THAT(whetherFree, ElementsAre(true));
 }
 
-TEST_F(Releases, OfTheEndComeAfterTheLock) {
+TEST_F(Releases, OfADestroyedDetectorAreOutsideTheLock) {
     Find(FoundPlate{});
     WatchedFrame(1000);
     Find(FoundPlate{.text = "ZZ999Z"});
@@ -333,7 +333,7 @@ TEST_F(Releases, OfTheEndComeAfterTheLock) {
 
 class RandomRuns : public Lifecycle, public testing::WithParamInterface<unsigned> {};
 
-TEST_P(RandomRuns, GiveEveryBufferBackExactlyOnce) {
+TEST_P(RandomRuns, ReleaseEveryBufferExactlyOnce) {
     std::mt19937 random(GetParam());
     const auto below = [&](std::uint32_t bound) { return static_cast<int>(random() % bound); };
     Settings().SetBoolValue("result_ready", below(2) == 0);

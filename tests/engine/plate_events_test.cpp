@@ -117,7 +117,7 @@ TEST_F(PlateEvents, AnEventCarriesItsArgumentsInThisOrderByTheseSetters) {
     const RecordedEvent event = host.Events().front();
     EXPECT_EQ(event.detector, static_cast<OKM8::Analytics::IDetector*>(detector.get()));
     EXPECT_EQ(event.name, "event");
-    EXPECT_EQ(event.timeMs, 1700000000123) << "of the frame, not of the present";
+    EXPECT_EQ(event.timeMs, 1700000000123) << "the frame's time, not the current time";
     EXPECT_EQ(event.targetsTimeMs, 1700000000123);
     EXPECT_EQ(event.kind, 3);
     EXPECT_THAT(event.objectKeys, ElementsAre("targets")) << "no image";
@@ -202,7 +202,7 @@ TEST_F(PlateEvents, ConfidenceIsClampedToPercents) {
     }
 }
 
-TEST_F(PlateEvents, AConfidenceThatIsNoNumberIsSentAs0) {
+TEST_F(PlateEvents, AConfidenceThatIsNotANumberIsSentAs0) {
     ReportAtOnce();
     Find(FoundPlate{.confidenceSum = std::numeric_limits<double>::quiet_NaN()});
     Frame(1);
@@ -354,7 +354,7 @@ TEST_F(PlateAreas, AreTheConfiguredPercents) {
     EXPECT_THAT(AreaOfLast(), ElementsAre(-5, 6, 700, 8));
 }
 
-TEST_F(PlateAreas, OfASingleCallComeFirstAndOutliveTheirCallUntilAnEmptyOneComes) {
+TEST_F(PlateAreas, OfASingleCallTakePrecedenceAndOutliveTheirCallUntilAnEmptyOne) {
     Settings().SetBoolValue("use_area", true);
     Settings().SetIntValue("area_left", 1);
     SingleFrame(NextTime(), {10, 20, 30, 40});
@@ -402,7 +402,7 @@ TEST_F(PlateEvents, TheTrackHoldsEveryReadingOfTheReportedText) {
     }
 }
 
-TEST_F(PlateEvents, ATrackPointIsCornerAAndTheWayToCornerC) {
+TEST_F(PlateEvents, ATrackPointIsCornerAAndTheDistanceToCornerC) {
     ReportAtOnce();
     RPLATE record = fake_engine::Plate("AB123C", 0, 0, 0, 0, 0);
     record.corner1 = {11, 12};
@@ -442,7 +442,7 @@ std::int64_t TrackTimeOf(std::uint64_t milliseconds) {
     return plate_recognition::ViewOf(points).first->time;
 }
 
-TEST(TrackPoints, TimesOfEverySizeAreMadeWithoutAThrow) {
+TEST(TrackPoints, TimesOfEverySizeAreCreatedWithoutAnException) {
     for (const std::uint64_t time :
          {0ull, 1ull, 1700000000123ull, 9223372036854775ull, 9223372036854776ull, 9223372036854775807ull,
           9223372036854775808ull, 18446744073709551614ull, 1ull << 62, 123456789012345678ull}) {
@@ -463,7 +463,7 @@ TEST(TrackPoints, OfNoReadingsAreAnEmptyView) {
     EXPECT_EQ(view.first, view.last);
 }
 
-TEST_F(PlateEvents, TheTrackIsHandedOverAsThreePointersIntoLiveMemory) {
+TEST_F(PlateEvents, TheTrackIsPassedAsThreePointersToLiveMemory) {
     std::vector<std::uint8_t> header;
     std::vector<OKM8::Analytics::TrackPoint> seenInRaise;
     host.onCall = On(Operation::Raise, [&] {
@@ -499,7 +499,7 @@ TEST_F(PlateEvents, TheThirdPointerIsTheEndOfTheListsStorage) {
     EXPECT_EQ(list.storage, first + track.capacity());
 }
 
-TEST_F(PlateEvents, ATargetWithoutTheBinarySetterGoesWithoutTheTrack) {
+TEST_F(PlateEvents, ATargetWithoutTheBinarySetterGetsNoTrack) {
     ReportAtOnce();
     Find(FoundPlate{});
     EXPECT_EQ(Frame(7), 0);
@@ -530,7 +530,7 @@ std::ostream& operator<<(std::ostream& stream, const FailingStep& step) {
 
 class PlateEventFailure : public PlateEvents, public testing::WithParamInterface<FailingStep> {};
 
-TEST_P(PlateEventFailure, IsTheFramesErrorAndThePlateIsDroppedForGood) {
+TEST_P(PlateEventFailure, IsTheFramesErrorAndThePlateIsNotRetried) {
     diagnostics::SetDebugLevel(1);
     ReportAtOnce();
     output.Clear();
@@ -561,7 +561,7 @@ TEST_P(PlateEventFailure, IsTheFramesErrorAndThePlateIsDroppedForGood) {
     EXPECT_EQ(ErrorState(), Error(0, ""));
 }
 
-TEST_P(PlateEventFailure, DoesNotKeepTheFramesOtherPlatesFromTheHost) {
+TEST_P(PlateEventFailure, DoesNotPreventEventsOfTheFramesOtherPlates) {
     ReportAtOnce();
     host.refusals.*GetParam().refusal = true;
     bool isFirst = true;
@@ -574,11 +574,11 @@ TEST_P(PlateEventFailure, DoesNotKeepTheFramesOtherPlatesFromTheHost) {
     // The host fails only for the first of the two.
     output.Clear();
     diagnostics::SetDebugLevel(1);
-    class Heal final : public platform::DebugOutputSink {
+    class RefusalRemover final : public platform::DebugOutputSink {
       public:
-        Heal(Refusals& refusals, bool& first)
+        RefusalRemover(Refusals& refusals, bool& first)
             : refusals_(refusals), isFirst_(first), before_(platform::ExchangeDebugOutputSink(this)) {}
-        ~Heal() override { platform::ExchangeDebugOutputSink(before_); }
+        ~RefusalRemover() override { platform::ExchangeDebugOutputSink(before_); }
         void Write(const char* text) override {
             if (std::strstr(text, "Send plate ID") != nullptr && isFirst_) {
                 isFirst_ = false;
@@ -614,7 +614,7 @@ INSTANTIATE_TEST_SUITE_P(
 
 class ThrowingTarget : public PlateEvents, public testing::WithParamInterface<const char*> {};
 
-TEST_P(ThrowingTarget, IsATraceLineAndTheRaiserIsDiscardedOnceAndTheFrameGoesOn) {
+TEST_P(ThrowingTarget, IsATraceLineAndTheRaiserIsDiscardedOnceAndTheFrameContinues) {
     diagnostics::SetDebugLevel(1);
     ReportAtOnce();
     output.Clear();
@@ -646,7 +646,7 @@ TEST_P(ThrowingTarget, IsATraceLineAndTheRaiserIsDiscardedOnceAndTheFrameGoesOn)
     EXPECT_EQ(host.Events()[0].discarded, 1);
 }
 
-TEST_P(ThrowingTarget, DoesNotKeepTheNextPlatesFromTheHost) {
+TEST_P(ThrowingTarget, DoesNotPreventEventsOfTheNextPlates) {
     ReportAtOnce();
     host.onCall = [](const HostCall& call) {
         if (call.Sets(GetParam())) {
@@ -664,7 +664,7 @@ TEST_P(ThrowingTarget, DoesNotKeepTheNextPlatesFromTheHost) {
     EXPECT_EQ(LastTarget().Find("lp_wnum")->text, "ZZ999Z");
 }
 
-TEST_P(ThrowingTarget, DoesNotKeepTheSameFramesOtherPlatesFromTheHost) {
+TEST_P(ThrowingTarget, DoesNotPreventEventsOfTheSameFramesOtherPlates) {
     ReportAtOnce();
     int thrown = 0;
     host.onCall = [&](const HostCall& call) {
@@ -731,7 +731,7 @@ class PlateThatAlwaysThrows : public PlateEvents {
     std::function<std::int32_t(int plate)> onReport;  // called before the reporting frame; returns its code
 };
 
-TEST_F(PlateThatAlwaysThrows, KeepsNoOtherPlateFromTheHostAndHoldsNoFrameLongerThanAnEventThatGoesOut) {
+TEST_F(PlateThatAlwaysThrows, DoesNotPreventOtherEventsAndHoldsNoFrameLongerThanASuccessfulEvent) {
     const std::vector<int> heldWithoutFailure = Play();
     EXPECT_EQ(Raised().size(), static_cast<std::size_t>(plates));
     EXPECT_EQ(heldWithoutFailure.back(), 0);
@@ -749,7 +749,7 @@ TEST_F(PlateThatAlwaysThrows, KeepsNoOtherPlateFromTheHostAndHoldsNoFrameLongerT
     EXPECT_EQ(thrown, 1);
     for (const RecordedEvent& event : host.Events()) {
         EXPECT_EQ(event.raised, 1);
-        EXPECT_EQ(event.discarded, 0) << "what was raised is not discarded too";
+        EXPECT_EQ(event.discarded, 0) << "a raised event is not discarded too";
     }
 }
 
@@ -777,7 +777,7 @@ class HostThatKeepsFailing : public PlateThatAlwaysThrows, public testing::WithP
     }
 };
 
-TEST_P(HostThatKeepsFailing, GetsAllOtherPlatesAndItsFramesAsSoonAsWithoutAFailure) {
+TEST_P(HostThatKeepsFailing, GetsAllOtherEventsAndItsFramesAsSoonAsWithoutAFailure) {
     const std::vector<int> heldWithoutFailure = Play();
     const std::set<std::string> raisedWithoutFailure = Raised();
     EXPECT_EQ(raisedWithoutFailure.size(), static_cast<std::size_t>(plates));
@@ -835,9 +835,9 @@ INSTANTIATE_TEST_SUITE_P(
 
 // The tracker's reports, called as the tracker calls them.
 
-class Verdicts : public PlateEvents {
+class TrackerReports : public PlateEvents {
   protected:
-    Verdicts() {
+    TrackerReports() {
         diagnostics::SetDebugLevel(1);
         Detector();
         output.Clear();
@@ -848,7 +848,7 @@ class Verdicts : public PlateEvents {
     }
 };
 
-TEST_F(Verdicts, AResultIsSentAndItsPendingEntryRemoved) {
+TEST_F(TrackerReports, AResultIsSentAndItsPendingEntryRemoved) {
     AddPending(3);
     AddPending(4);
     Detector().OnResult(nullptr, Reading(3), {Reading(3), Reading(2)}, 3);
@@ -862,7 +862,7 @@ TEST_F(Verdicts, AResultIsSentAndItsPendingEntryRemoved) {
     EXPECT_EQ(counts.released, 1);
 }
 
-TEST_F(Verdicts, AResultWithoutAPlateDoesNothing) {
+TEST_F(TrackerReports, AResultWithoutAPlateDoesNothing) {
     AddPending(0);
     Detector().OnResult(nullptr, {}, {Reading(0)}, 3);
     Detector().OnMayReleaseLicencePlate(nullptr, {});
@@ -871,7 +871,7 @@ TEST_F(Verdicts, AResultWithoutAPlateDoesNothing) {
     EXPECT_EQ(Detector().pendingResults.size(), 1u);
 }
 
-TEST_F(Verdicts, AResultOfAnUnknownIdIsNotSentAndItsRemovalIsTraced) {
+TEST_F(TrackerReports, AResultOfAnUnknownIdIsNotSentAndItsRemovalIsTraced) {
     AddPending(3);
     Detector().OnResult(nullptr, Reading(8), {Reading(8)}, 0);
     EXPECT_THAT(host.Events(), IsEmpty());
@@ -879,7 +879,7 @@ TEST_F(Verdicts, AResultOfAnUnknownIdIsNotSentAndItsRemovalIsTraced) {
     EXPECT_EQ(Detector().pendingResults.size(), 1u);
 }
 
-TEST_F(Verdicts, AnIdIsLookedUpByIts32BitsAndTracedWhole) {
+TEST_F(TrackerReports, AnIdIsLookedUpByIts32BitsAndTracedWhole) {
     AddPending(-1);
     Detector().OnResult(nullptr, Reading(0x2FFFFFFFFu), {}, 0);
     EXPECT_EQ(host.Events().size(), 1u);
@@ -889,7 +889,7 @@ TEST_F(Verdicts, AnIdIsLookedUpByIts32BitsAndTracedWhole) {
     EXPECT_THAT(Detector().pendingResults, IsEmpty());
 }
 
-TEST_F(Verdicts, AReleasedReadingIsRemovedWithoutAnEvent) {
+TEST_F(TrackerReports, AReleasedReadingIsRemovedWithoutAnEvent) {
     AddPending(5);
     Detector().OnMayReleaseLicencePlate(nullptr, Reading(5));
     Detector().OnMayReleaseLicencePlate(nullptr, Reading(5));
@@ -899,7 +899,7 @@ TEST_F(Verdicts, AReleasedReadingIsRemovedWithoutAnEvent) {
     EXPECT_EQ(counts.released, 1);
 }
 
-TEST_F(Verdicts, AResultWhoseEventThrowsIsTracedAndRemovedAndNothingIsThrown) {
+TEST_F(TrackerReports, AResultWhoseEventThrowsIsTracedAndRemovedAndNothingIsThrown) {
     AddPending(3);
     AddPending(4);
     host.onCall = On(Operation::Raise, [] { throw std::runtime_error("host lost"); });
@@ -915,7 +915,7 @@ TEST_F(Verdicts, AResultWhoseEventThrowsIsTracedAndRemovedAndNothingIsThrown) {
     EXPECT_EQ(ErrorState(), Error(0, ""));
 }
 
-TEST_F(Verdicts, AreSilentAtLevel0) {
+TEST_F(TrackerReports, AreSilentAtLevel0) {
     diagnostics::SetDebugLevel(0);
     AddPending(3);
     Detector().OnResult(nullptr, Reading(3), {}, 3);
@@ -925,7 +925,7 @@ TEST_F(Verdicts, AreSilentAtLevel0) {
 
 // Another thread releases a result. It runs to its end wherever the results' lock is not held.
 
-class LettingGo : public Verdicts {
+class ConcurrentRelease : public TrackerReports {
   protected:
     bool IsLocked() {
         bool isLocked = false;
@@ -953,7 +953,7 @@ class LettingGo : public Verdicts {
     };
 };
 
-TEST_F(LettingGo, WaitsUntilTheResultsEventHasBeenRaised) {
+TEST_F(ConcurrentRelease, WaitsUntilTheResultsEventHasBeenRaised) {
     AddPending(3);
     bool wasLocked = false;
     std::thread other;
@@ -963,7 +963,7 @@ TEST_F(LettingGo, WaitsUntilTheResultsEventHasBeenRaised) {
         if (!wasLocked) {
             other.join();
         }
-        EXPECT_EQ(counts.released, 0) << "the result whose event is being raised is gone";
+        EXPECT_EQ(counts.released, 0) << "the result was released while its event was being raised";
     });
     Detector().OnResult(nullptr, Reading(3), {Reading(3)}, 3);
     EXPECT_TRUE(wasLocked);
@@ -975,7 +975,7 @@ TEST_F(LettingGo, WaitsUntilTheResultsEventHasBeenRaised) {
     EXPECT_EQ(counts.released, 1);
 }
 
-TEST_F(LettingGo, LocksTheResults) {
+TEST_F(ConcurrentRelease, LocksTheResults) {
     AddPending(3);
     std::vector<bool> locked;
     {
@@ -990,7 +990,7 @@ TEST_F(LettingGo, LocksTheResults) {
     EXPECT_FALSE(IsLocked());
 }
 
-TEST_F(LettingGo, GoesOnWhenItsLineCannotBeWritten) {
+TEST_F(ConcurrentRelease, ContinuesWhenItsLineCannotBeWritten) {
     AddPending(3);
     {
         const OnTrace onTrace([](const char* text) {
@@ -1005,7 +1005,7 @@ TEST_F(LettingGo, GoesOnWhenItsLineCannotBeWritten) {
 }
 
 // For the thread sanitizer: a frame stores its results at the same time.
-TEST_F(LettingGo, MayMeetFrames) {
+TEST_F(ConcurrentRelease, MayRunDuringFrames) {
     diagnostics::SetDebugLevel(0);
     constexpr std::uint64_t frames = 100;
     ReportAtOnce();
@@ -1044,7 +1044,7 @@ class FrameFromInsideFrameDone : public PlateEvents {
     }
 };
 
-TEST_F(FrameFromInsideFrameDone, IsReadAndItsPlatesComeOutAfterTheOuterFrames) {
+TEST_F(FrameFromInsideFrameDone, IsProcessedAndItsPlatesAreReportedAfterTheOuterFrames) {
     ReportAtOnce();
     Find(FoundPlate{.text = "AAAAAA"});
     EXPECT_EQ(OuterFrame(1000,
@@ -1064,7 +1064,7 @@ TEST_F(FrameFromInsideFrameDone, IsReadAndItsPlatesComeOutAfterTheOuterFrames) {
     EXPECT_THAT(Detector().pendingResults, IsEmpty());
 }
 
-TEST_F(FrameFromInsideFrameDone, HasAnOutcomeOfItsOwnWhenAnEventFails) {
+TEST_F(FrameFromInsideFrameDone, HasItsOwnOutcomeWhenAnEventFails) {
     ReportAtOnce();
     host.refusals.raiser = true;
     Find(FoundPlate{.text = "AAAAAA"});

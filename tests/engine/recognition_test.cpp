@@ -83,7 +83,7 @@ class EachEngineSetting : public EngineTest, public testing::WithParamInterface<
     }
 };
 
-TEST_P(EachEngineSetting, TakesItsOwnTypeAndRefusesTheThreeOthers) {
+TEST_P(EachEngineSetting, AcceptsItsOwnTypeAndRefusesTheThreeOthers) {
     const std::vector<std::int32_t> fresh = Members();
     EXPECT_THAT(fresh, ElementsAre(100, 0, 0, 0, 0));
     for (const char type : {'s', 'd', 'i', 'b'}) {
@@ -113,14 +113,14 @@ INSTANTIATE_TEST_SUITE_P(OfTheEngine, EachEngineSetting,
                                          EngineSetting{"result_rec_count", 'i'}),
                          [](const auto& instance) { return std::string(instance.param.name); });
 
-TEST_F(Recognition, TheBasesSettingsAreTakenToo) {
+TEST_F(Recognition, TheBaseClassesSettingsAreAcceptedToo) {
     EXPECT_EQ(Settings().SetBoolValue("use_area", true), 0);
     EXPECT_EQ(Settings().SetIntValue("area_left", 3), 0);
     EXPECT_EQ(Settings().SetStringValue("id", "1"), 0);
     EXPECT_EQ(Settings().SetIntValue("area", 3), 2816);
 }
 
-TEST_F(Recognition, AFreshDetectorHasGivenNoRange) {
+TEST_F(Recognition, ANewDetectorHasSetNoRange) {
     EXPECT_EQ(Detector().plateRangeMax, -1);
     EXPECT_EQ(Detector().plateRangeMin, -1);
     EXPECT_EQ(Detector().nextPlateId, 0u);
@@ -133,12 +133,12 @@ TEST_F(Recognition, AFreshDetectorHasGivenNoRange) {
 
 // The plate range.
 
-TEST_F(Recognition, WithoutZoneSettingsPlatesOfAllWidthsAreLookedFor) {
+TEST_F(Recognition, WithoutZoneSettingsPlatesOfAllWidthsAreSearched) {
     EXPECT_EQ(Frame(1, 1000, 480), 0);
     EXPECT_THAT(fake_engine::RangeCalls(), ElementsAre(RangeCall{0, 1000}));
 }
 
-TEST_F(Recognition, TheRangeIsGivenBeforeEveryFrameSmallestFirstAndNeverTraced) {
+TEST_F(Recognition, TheRangeIsSetBeforeEveryFrameSmallestFirstAndNeverTraced) {
     diagnostics::SetDebugLevel(1);
     Settings().SetIntValue("zone_width", 30);
     Settings().SetIntValue("zone_width_min", 10);
@@ -156,7 +156,7 @@ TEST_F(Recognition, TheRangeIsGivenBeforeEveryFrameSmallestFirstAndNeverTraced) 
     EXPECT_EQ(Trace().size(), 5u) << "the constructor's line and one line for each frame";
 }
 
-TEST_F(Recognition, TheRangeWrapsAt32BitsAndIsCutTowardZero) {
+TEST_F(Recognition, TheRangeWrapsAt32BitsAndIsRoundedTowardZero) {
     const auto rangeOf = [&](std::int32_t zone, std::int32_t zoneMin, std::uint32_t width) {
         Settings().SetIntValue("zone_width", zone);
         Settings().SetIntValue("zone_width_min", zoneMin);
@@ -213,7 +213,7 @@ TEST_F(RefusedRange, RestartsTheServerAndTheFrameIsStillRead) {
     EXPECT_THAT(Trace(), ElementsAre(LineOf("Recognize", "Frame count: 1 Iteration : 0 NumberOfPlate is 0")));
 }
 
-TEST_F(RefusedRange, StartsAServerThatIsGone) {
+TEST_F(RefusedRange, StartsAServerThatHasEnded) {
     StartQuietly();
     fake_processes::Kill(fake_processes::Running().front());
     fake_engine::OnSetPlateRange([](int, int) { return false; });
@@ -223,7 +223,7 @@ TEST_F(RefusedRange, StartsAServerThatIsGone) {
     EXPECT_EQ(fake_processes::JournalOf("terminate").size(), endsBefore) << "nothing ran that could be ended";
 }
 
-TEST_F(RefusedRange, RestartsAtEveryFrameAndATakenOneDoesNot) {
+TEST_F(RefusedRange, RestartsAtEveryFrameAndAnAcceptedOneDoesNot) {
     StartQuietly();
     const std::size_t startsBefore = fake_processes::JournalOf("start").size();
     Frame(1);
@@ -243,7 +243,7 @@ TEST_F(Recognition, WithoutAnAreaTheEngineGetsNoRegion) {
     EXPECT_FALSE(fake_engine::RecognizeCalls()[0].region.has_value());
 }
 
-TEST_F(Recognition, AnAreaIsGivenInPixelsOfTheFrame) {
+TEST_F(Recognition, AnAreaIsPassedInPixelsOfTheFrame) {
     Settings().SetBoolValue("use_area", true);
     Settings().SetIntValue("area_left", 10);
     Settings().SetIntValue("area_top", 21);
@@ -261,7 +261,7 @@ TEST_F(Recognition, AnAreaIsGivenInPixelsOfTheFrame) {
     EXPECT_FALSE(fake_engine::RecognizeCalls()[1].region.has_value());
 }
 
-TEST_F(Recognition, AnAreaIsCountedUnsigned) {
+TEST_F(Recognition, AnAreaIsComputedUnsigned) {
     Settings().SetBoolValue("use_area", true);
     Settings().SetIntValue("area_left", -1);
     Settings().SetIntValue("area_top", smallest);
@@ -342,7 +342,7 @@ TEST_F(Recognition, TheEngineGetsTheFrameInBlueGreenRed) {
     }
 }
 
-TEST_F(Recognition, OnlyTheColourConverterStandsInTheChain) {
+TEST_F(Recognition, OnlyTheColourConverterIsInTheChain) {
     Settings().SetBoolValue("use_half_cadr", true);
     Frame(1, 720, 576);
     ASSERT_EQ(Detector().transformer.Steps().size(), 1u);
@@ -354,7 +354,7 @@ TEST_F(Recognition, OnlyTheColourConverterStandsInTheChain) {
     EXPECT_EQ(Detector().transformer.Steps().size(), 1u);
 }
 
-TEST_F(Recognition, AFrameInNoKnownLayoutIsRefusedBeforeTheEngine) {
+TEST_F(Recognition, AFrameOfUnknownLayoutIsRefusedBeforeTheEngine) {
     recording_host::BufferOptions options;
     options.width = 32;
     options.height = 16;
@@ -522,7 +522,7 @@ TEST_F(Recognition, RecordsAreReadWhereTheEngineWritesThem) {
     EXPECT_EQ(Detector().pendingResults.at(1)->confidence, 90);
 }
 
-TEST_F(Recognition, IdsBeginAt0AndRunOnAcrossFrames) {
+TEST_F(Recognition, IdsBeginAt0AndContinueAcrossFrames) {
     RecordingTracker& tracker = UseRecordingTracker();
     std::vector<std::uint64_t> ids;
     Find({RecordOf({}), RecordOf({}), RecordOf({})});
@@ -554,7 +554,7 @@ TEST_F(Recognition, TheKeyOfAPendingResultIsTheIds32BitsSigned) {
     EXPECT_EQ(Detector().nextPlateId, 0x100000001u);
 }
 
-TEST_F(Recognition, AKeyThatComesAgainReplacesItsEntryAndReleasesItsFrame) {
+TEST_F(Recognition, ARepeatedKeyReplacesItsEntryAndReleasesItsFrame) {
     UseRecordingTracker();
     Find(FoundPlate{});
     Frame(1);
@@ -566,7 +566,7 @@ TEST_F(Recognition, AKeyThatComesAgainReplacesItsEntryAndReleasesItsFrame) {
     EXPECT_EQ(counts.released, releasedBefore + 1);
 }
 
-TEST_F(Recognition, ACountBehindTheArrayGivesThatManyReadingsTheExtraOnesEmpty) {
+TEST_F(Recognition, ACountBeyondTheArrayCreatesThatManyReadingsTheExtraOnesEmpty) {
     RecordingTracker& tracker = UseRecordingTracker();
     fake_engine::OnRecognize([](const IMG&, RPLATE* plates) {
         std::fill_n(plates, 5, RecordOf({}));
@@ -585,7 +585,7 @@ TEST_F(Recognition, ACountBehindTheArrayGivesThatManyReadingsTheExtraOnesEmpty) 
     }
 }
 
-TEST_F(Recognition, ACountOf1024IsTakenAtItsWord) {
+TEST_F(Recognition, ACountOf1024IsAccepted) {
     RecordingTracker& tracker = UseRecordingTracker();
     fake_engine::OnRecognize([](const IMG&, RPLATE*) { return 1024; });
     EXPECT_EQ(Frame(1), 0);
@@ -651,14 +651,14 @@ class TrackerLimits : public EngineTest {
     }
 };
 
-TEST_F(TrackerLimits, AreNoneWhenResultsAreNotMadeReadyEarly) {
+TEST_F(TrackerLimits, AreUnusedWhenResultsAreNotReadyEarly) {
     Settings().SetIntValue("result_rec_count", 2);
     Settings().SetIntValue("result_wait_time", 2);
     EXPECT_EQ(FrameOfTheEvent(20), 0);
 }
 
 // A track with one reading is neither slow nor out of view. It is old enough one millisecond before it would be lost.
-TEST_F(TrackerLimits, OfNoneStillReportATrackOf2147483647Milliseconds) {
+TEST_F(TrackerLimits, WhenUnusedStillReportATrackOf2147483647Milliseconds) {
     constexpr std::uint64_t start = 1000;
     Detector().trackerParameter = largest;
     Find(FoundPlate{});
@@ -686,7 +686,7 @@ TEST_F(TrackerLimits, ReportATrackAfterItsWaitInSeconds) {
     EXPECT_EQ(FrameOfTheEvent(40, 500), 11) << "the frame 5000 ms after the first";
 }
 
-TEST_F(TrackerLimits, ReportAtTheVeryMillisecondOfTheWait) {
+TEST_F(TrackerLimits, ReportAtTheExactMillisecondOfTheWait) {
     Settings().SetBoolValue("result_ready", true);
     Settings().SetIntValue("result_rec_count", 1000);
     Settings().SetIntValue("result_wait_time", 5);
@@ -706,7 +706,7 @@ TEST_F(TrackerLimits, ReportAtOnceWhenBothAre0) {
     EXPECT_EQ(FrameOfTheEvent(20), 1);
 }
 
-TEST_F(TrackerLimits, ThatAreNegativeAreNone) {
+TEST_F(TrackerLimits, ThatAreNegativeAreUnused) {
     Settings().SetBoolValue("result_ready", true);
     Settings().SetIntValue("result_rec_count", -1);
     Settings().SetIntValue("result_wait_time", -1);
@@ -720,7 +720,7 @@ TEST_F(TrackerLimits, OfAHugeWaitDoNotWrap) {
     EXPECT_EQ(FrameOfTheEvent(20), 0);
 }
 
-TEST_F(TrackerLimits, AreTakenWithTheFirstFrameAlone) {
+TEST_F(TrackerLimits, AreReadOnlyWithTheFirstFrame) {
     EXPECT_EQ(Frame(1, 2000, 240), 0);
     const auto made = Detector().tracker;
     ASSERT_NE(made, nullptr);
@@ -774,7 +774,7 @@ TEST_F(LostTimeout, FollowsTheParameterWhenSettingsAreApplied) {
     EXPECT_TRUE(IsLostAfter(71));
 }
 
-TEST_F(LostTimeout, EndsATrackAtOnceWhenAFrameIsFromBeforeItsLastReading) {
+TEST_F(LostTimeout, EndsATrackAtOnceWhenAFrameIsOlderThanItsLastReading) {
     Find(FoundPlate{});
     Frame(10000);
     FindNothing();
@@ -805,7 +805,7 @@ TEST_F(RecognitionFailure, AnExceptionOfTheEngineIsATraceLineAndTheFrameSucceeds
     EXPECT_EQ(tracker.calls.size(), 1u);
 }
 
-TEST_F(RecognitionFailure, AnyOtherExceptionIsTheLineException) {
+TEST_F(RecognitionFailure, AnyOtherExceptionIsTracedAsException) {
     RecordingTracker& tracker = UseRecordingTracker();
     output.Clear();
     fake_engine::OnRecognize([](const IMG&, RPLATE*) -> int { throw 42; });
@@ -848,7 +848,7 @@ TEST_F(RecognitionFailure, OfTheRangeCountsAsAFrame) {
     EXPECT_THAT(Trace(), ElementsAre(LineOf("Recognize", "Frame count: 2 Iteration : 0 NumberOfPlate is 0")));
 }
 
-TEST_F(RecognitionFailure, AnEmptyFrameHandleIsTracedAndTheFrameAbandoned) {
+TEST_F(RecognitionFailure, AnEmptyFrameHandleIsTracedAndTheFrameDropped) {
     RecordingTracker& tracker = UseRecordingTracker();
     output.Clear();
     Find({RecordOf({}), RecordOf({})});
@@ -879,7 +879,7 @@ class ThrowingOutput final : public platform::DebugOutputSink {
     platform::DebugOutputSink* before_;
 };
 
-TEST_F(RecognitionFailure, LeavesTheResultsThatWereAlreadyPending) {
+TEST_F(RecognitionFailure, KeepsTheResultsThatWereAlreadyPending) {
     RecordingTracker& tracker = UseRecordingTracker();
     Find({RecordOf({}), RecordOf({}), RecordOf({})});
     {

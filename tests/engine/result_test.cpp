@@ -58,7 +58,7 @@ TEST(PlateText, OfAReadingKeepsTheNulsAndHas15Characters) {
     EXPECT_EQ(ReadingTextOf(RecordWithText("")), std::wstring(15, L'\0'));
 }
 
-TEST(PlateText, OfAReadingTakesBytesBehindANulAndDropsTheLastCharacter) {
+TEST(PlateText, OfAReadingKeepsBytesAfterANulAndDropsTheLastCharacter) {
     EXPECT_EQ(ReadingTextOf(RecordWithText(std::string("AB\0CD\0\0\0\0\0\0\0\0\0\0Z", 16))),
               std::wstring(L"AB\0CD\0\0\0\0\0\0\0\0\0\0", 15));
     EXPECT_EQ(ReadingTextOf(RecordWithText("ABCDEFGHIJKLMNOP")), L"ABCDEFGHIJKLMNO");
@@ -71,7 +71,7 @@ TEST(PlateText, OfAResultEndsBeforeTheFirstNul) {
     EXPECT_EQ(ResultTextOf(RecordWithText("ABCDEFGHIJKLMNO")), L"ABCDEFGHIJKLMNO");
 }
 
-TEST(PlateText, OfAResultIsAll16BytesWhenThereIsNoNulAndNothingBehindThem) {
+TEST(PlateText, OfAResultIsAll16BytesWhenThereIsNoNulAndNothingAfterThem) {
     RPLATE record = RecordWithText("ABCDEFGHIJKLMNOP");
     std::memset(record.notRead1, 'x', sizeof record.notRead1);
     EXPECT_EQ(ResultTextOf(record), L"ABCDEFGHIJKLMNOP");
@@ -96,7 +96,7 @@ TEST(PlateText, IsChineseInTwoBytesACharacter) {
     EXPECT_EQ(ReadingTextOf(RecordWithText(full)), std::wstring(7, L'\u4EAC'));
 }
 
-TEST(PlateText, WithBytesWithoutMeaningIsNeitherShorterNorFatal) {
+TEST(PlateText, WithInvalidBytesKeepsItsLengthAndDoesNotThrow) {
     for (const std::string& text : {std::string("\xFF\xFF\xFF"), std::string("A\x81"),
                                     std::string("\x81\x30"
                                                 "B"),
@@ -116,7 +116,7 @@ TEST(PlateText, WithBytesWithoutMeaningIsNeitherShorterNorFatal) {
               L'B');
 }
 
-TEST(PlateText, GoesToTheHostInUtf8) {
+TEST(PlateText, IsSentToTheHostInUtf8) {
     EXPECT_EQ(Utf8Of(L""), "");
     EXPECT_EQ(Utf8Of(L"AB123C"), "AB123C");
     EXPECT_EQ(Utf8Of(L"\u4EAC"
@@ -138,12 +138,12 @@ TEST_F(Results, ASixLetterPlateOf540IsKeptExactlyAt90) {
     EXPECT_EQ(result->confidence, 90);
 }
 
-TEST_F(Results, ConfidenceIsTheMeanCutTowardZero) {
+TEST_F(Results, ConfidenceIsTheMeanRoundedTowardZero) {
     EXPECT_EQ(ConfidenceOf("AB123C", 539.99), 89);
     EXPECT_EQ(ConfidenceOf("AB123C", -539.99), -89);
     EXPECT_EQ(ConfidenceOf("AB123C", 5.9), 0);
     EXPECT_EQ(ConfidenceOf("AB123C", -5.9), 0);
-    EXPECT_EQ(ConfidenceOf("AB", 260.0), 130) << "clamped in the event alone";
+    EXPECT_EQ(ConfidenceOf("AB", 260.0), 130) << "clamped only in the event";
     EXPECT_EQ(ConfidenceOf("\xBE\xA9"
                            "A",
                            180.0),
@@ -156,7 +156,7 @@ TEST_F(Results, ConfidenceOfAnEmptyTextIs0) {
     EXPECT_EQ(ConfidenceOf("", std::numeric_limits<double>::quiet_NaN()), 0);
 }
 
-TEST_F(Results, ConfidenceThatIsNoNumberOrDoesNotFitIsTheSmallestNumber) {
+TEST_F(Results, ConfidenceThatIsNotANumberOrDoesNotFitIsTheSmallestNumber) {
     EXPECT_EQ(ConfidenceOf("A", std::numeric_limits<double>::quiet_NaN()), smallest);
     EXPECT_EQ(ConfidenceOf("A", std::numeric_limits<double>::infinity()), smallest);
     EXPECT_EQ(ConfidenceOf("A", -std::numeric_limits<double>::infinity()), smallest);
@@ -169,7 +169,7 @@ TEST_F(Results, ConfidenceThatIsNoNumberOrDoesNotFitIsTheSmallestNumber) {
     EXPECT_EQ(ConfidenceOf("A", std::numeric_limits<double>::denorm_min()), 0);
 }
 
-TEST_F(Results, ConfidenceIsReadFromItsOddPlaceWhateverStandsAroundIt) {
+TEST_F(Results, ConfidenceIsReadFromItsUnalignedOffset) {
     RPLATE record = {};
     std::memset(&record, 0xFF, sizeof record);
     std::memcpy(record.text, "AB\0", 3);
@@ -202,7 +202,7 @@ TEST_F(Results, TheLeftEdgeIsTheInnerOneAndTheOthersTheOuterOnes) {
     EXPECT_EQ(rect.bottom, 45);
 }
 
-TEST_F(Results, OtherCornersDoNotTouchAnEdge) {
+TEST_F(Results, OtherCornersDoNotAffectAnEdge) {
     RPLATE record = RecordWithText("A");
     record.corner1 = {1, 1000};
     record.corner2 = {2, -1000};
@@ -217,7 +217,7 @@ TEST_F(Results, OtherCornersDoNotTouchAnEdge) {
 
 // Construction.
 
-TEST_F(Results, AResultIsBornWithTheseValues) {
+TEST_F(Results, ANewResultHasTheseValues) {
     Detector().nextPlateId = 0x500000007u;
     const BufferPointer buffer = Buffer(18446744073709551610u);
     const auto result = Detector().CreateResult(buffer, RecordOf({}));
@@ -233,7 +233,7 @@ TEST_F(Results, AResultIsBornWithTheseValues) {
     EXPECT_THAT(result->stateFlags, ElementsAre(false, false, false, false, false));
     EXPECT_THAT(result->stateValues, ElementsAre(0, 2));
     EXPECT_FALSE(result->lost);
-    EXPECT_EQ(Detector().nextPlateId, 0x500000007u) << "making a result takes no ID";
+    EXPECT_EQ(Detector().nextPlateId, 0x500000007u) << "creating a result uses no id";
     EXPECT_THAT(Detector().pendingResults, IsEmpty());
 }
 

@@ -47,7 +47,7 @@ class EngineTables : public EngineTest {
     }
 };
 
-TEST_F(EngineTables, EveryPartAnswersEveryNameWithTheSamePart) {
+TEST_F(EngineTables, EveryPartReturnsTheSamePartForEveryName) {
     const std::vector<void*> parts = Parts();
     const std::vector<std::pair<const char*, void*>> answers = {
         {"struct OKM8::IContract", parts[0]},
@@ -119,7 +119,7 @@ TEST_F(EngineTables, Slots25To27AreTheTypeTheArgumentsAndTheEvent) {
     EXPECT_EQ(host.Events().back().raised, 1);
 }
 
-TEST_F(EngineTables, TheTrackersSinkIsTheResultAndThenTheRelease) {
+TEST_F(EngineTables, TheTrackersSinkHasTheResultAndThenTheRelease) {
     void* const sink = PartOf<ILicencePlateTrackerResultSink>();
     Detector().pendingResults[0] = boost::make_shared<RecognitionResult>(Buffer(), PlateDescription{}, 0u, 5u);
     Detector().pendingResults[1] = boost::make_shared<RecognitionResult>(Buffer(), PlateDescription{}, 1u, 5u);
@@ -135,7 +135,7 @@ TEST_F(EngineTables, TheTrackersSinkIsTheResultAndThenTheRelease) {
     EXPECT_EQ(Detector().pendingResults.size(), 0u);
 }
 
-TEST_F(EngineTables, AFramePassesThroughRawTablesAlone) {
+TEST_F(EngineTables, AFrameCanBePlayedThroughRawTables) {
     ReportAtOnce();
     Find(FoundPlate{});
     const std::vector<void*> parts = Parts();
@@ -151,7 +151,7 @@ TEST_F(EngineTables, AFramePassesThroughRawTablesAlone) {
     EXPECT_EQ(counts.released, counts.made);
 }
 
-TEST_F(EngineTables, TheDestructorSlotOfEveryPartEndsAndFreesTheWholeDetectorInMidTrack) {
+TEST_F(EngineTables, TheDestructorSlotOfEveryPartDestroysAndFreesTheWholeDetectorDuringATrack) {
     for (std::size_t part = 0; part < 6; ++part) {
         Find(FoundPlate{});
         Frame(1);
@@ -162,7 +162,7 @@ TEST_F(EngineTables, TheDestructorSlotOfEveryPartEndsAndFreesTheWholeDetectorInM
     }
 }
 
-TEST_F(EngineTables, TheDestructorSlotWithoutTheFlagLeavesTheMemory) {
+TEST_F(EngineTables, TheDestructorSlotWithoutTheFlagKeepsTheMemory) {
     for (std::size_t part = 0; part < 6; ++part) {
         void* const memory = std::malloc(sizeof(ProbeDetector));
         detector.reset(new (memory) ProbeDetector(host.Peer(), host.Object()));

@@ -63,7 +63,7 @@ TEST_F(DrawnSnapshot, HasThePictureInItsSizeAndItsFullRange) {
     EXPECT_TRUE(IsNear(Draw(PictureOf(64, 48, 120, 78, 168), {}).At(10, 10), {176, 109, 31}));
 }
 
-TEST_F(DrawnSnapshot, TakesEveryColourFromItsPlace) {
+TEST_F(DrawnSnapshot, TakesEveryColourFromItsPosition) {
     Picture picture = PictureOf(8, 6, 100);
     picture.bytes[8 * 3 + 5] = 200;                // column 5, row 3
     picture.bytes[8 * 6 + 4 * 1 + 2] = 228;        // blue, columns 4 and 5, rows 2 and 3
@@ -77,13 +77,13 @@ TEST_F(DrawnSnapshot, TakesEveryColourFromItsPlace) {
     EXPECT_EQ(drawn.At(6, 3), (Colour{100, 100, 100}));
 }
 
-TEST_F(DrawnSnapshot, OfLuminanceAloneIsGrey) {
+TEST_F(DrawnSnapshot, OfLuminanceOnlyIsGrey) {
     Picture picture = MakePicture(16, 16, false);
     std::fill_n(picture.bytes.get(), picture.size, std::uint8_t{77});
     EXPECT_EQ(Draw(picture, {}).At(15, 15), (Colour{77, 77, 77}));
 }
 
-TEST_F(DrawnSnapshot, FramesThePlateFromOutside) {
+TEST_F(DrawnSnapshot, DrawsTheFrameAroundThePlate) {
     SnapshotTarget target;
     target.plate = SnapshotBox{40, 60, 90, 80};
     const PngPicture drawn = Draw(PictureOf(160, 120, 100), {target});
@@ -114,7 +114,7 @@ TEST_F(DrawnSnapshot, JoinsThePointsOfTheTrack) {
     }
     EXPECT_EQ(drawn.At(21, 31), trackColour) << "a point is thicker than the line";
     EXPECT_EQ(drawn.At(60, 32), (Colour{100, 100, 100}));
-    EXPECT_EQ(drawn.At(60, 60), (Colour{100, 100, 100})) << "it does not go back to its start";
+    EXPECT_EQ(drawn.At(60, 60), (Colour{100, 100, 100})) << "the track is not closed";
 }
 
 TEST_F(DrawnSnapshot, TheTrackDoesNotCoverThePlate) {
@@ -129,7 +129,7 @@ TEST_F(DrawnSnapshot, TheTrackDoesNotCoverThePlate) {
     }
 }
 
-TEST_F(DrawnSnapshot, HasTheTextOverThePlateOrWhereThereIsRoom) {
+TEST_F(DrawnSnapshot, HasTheTextAboveThePlateOrWhereThereIsRoom) {
     const auto count = [](const PngPicture& drawn, const Colour& colour, int fromRow, int toRow) {
         return std::count(drawn.pixels.begin() + fromRow * drawn.width, drawn.pixels.begin() + toRow * drawn.width,
                           colour);
@@ -185,7 +185,7 @@ TEST(Snapshots, OfEveryEventIsAPictureOfItsFrame) {
     EXPECT_EQ(png.height, 24);
 }
 
-TEST(Snapshots, OfSeveralChannelsLieSideBySide) {
+TEST(Snapshots, OfSeveralChannelsAreInOneFolder) {
     const TemporaryFolder folder;
     const std::string video = folder.Write("two.y4m", Y4mStream(32, 24, 2));
     std::vector<std::string> command = SnapshotCommand(video, folder.MakeFolder("made"), {"test_event_every=1"});
@@ -197,7 +197,7 @@ TEST(Snapshots, OfSeveralChannelsLieSideBySide) {
                             "channel1_0001_000000000ms_A123BC.png", "channel1_0002_000000040ms_A123BC.png"));
 }
 
-TEST(Snapshots, StayInTheirFolderWhateverThePlatesText) {
+TEST(Snapshots, StayInTheirFolderWithAnyPlateText) {
     const TemporaryFolder folder;
     const std::string video = folder.Write("one.y4m", Y4mStream(32, 24, 1));
     const std::string inner = folder.MakeFolder("inner");
@@ -208,7 +208,7 @@ TEST(Snapshots, StayInTheirFolderWhateverThePlatesText) {
     EXPECT_THAT(NamesIn(inner), ElementsAre("made"));
 }
 
-TEST(Snapshots, InAFolderThatCannotBeMadeEndTheRunBeforeItBegins) {
+TEST(Snapshots, InAFolderThatCannotBeCreatedFailBeforeTheRun) {
     const TemporaryFolder folder;
     const std::string video = folder.Write("one.y4m", Y4mStream(32, 24, 1));
     const std::string file = folder.Write("file", "");
@@ -221,7 +221,7 @@ TEST(Snapshots, InAFolderThatCannotBeMadeEndTheRunBeforeItBegins) {
     }
 }
 
-TEST(Snapshots, ThatCannotBeWrittenAreToldOnceAndTheEventsGoOn) {
+TEST(Snapshots, ThatCannotBeWrittenAreReportedOnceAndTheEventsContinue) {
     const TemporaryFolder folder;
     const std::string video = folder.Write("three.y4m", Y4mStream(32, 24, 3));
     // Folders have the names of two of the files.
@@ -238,7 +238,7 @@ TEST(Snapshots, ThatCannotBeWrittenAreToldOnceAndTheEventsGoOn) {
     EXPECT_EQ(ReadPng(folder.Path("made/channel0_0003_000000080ms_A123BC.png")).width, 32);
 }
 
-TEST(Snapshots, AreNotMadeUnlessAskedFor) {
+TEST(Snapshots, AreWrittenOnlyOnRequest) {
     const TemporaryFolder folder;
     const std::string video = folder.Write("one.y4m", Y4mStream(32, 24, 1));
     const Finished run = RunHost(PlayCommand(video, {"test_event_every=1"}));

@@ -63,7 +63,7 @@ TEST(Event, OtherAttachedObjectsAreNamed) {
     EXPECT_THAT(ToJsonLine(event), testing::HasSubstr(R"("objects":["image"])"));
 }
 
-TEST(Event, NothingThatIsNoUtf8Throws) {
+TEST(Event, InvalidUtf8DoesNotThrow) {
     EventRecord event;
     event.name = "\xFE";
     event.otherObjects = {"\xC0"};
@@ -135,7 +135,7 @@ TEST_F(EventPrinting, EndsWithTheFirstLineThatCannotBeWritten) {
     EXPECT_EQ(printer.EventCount(), 3u);
 }
 
-TEST_F(EventPrinting, AReaderThatHasGoneIsNoError) {
+TEST_F(EventPrinting, AClosedReaderIsNotAnError) {
     Output output(0, "");
     EventPrinter printer(output.Function(), console);
     printer.OnEvent(Named("event"));

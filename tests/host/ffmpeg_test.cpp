@@ -104,7 +104,7 @@ TEST_F(FfmpegVideo, CommonContainersAndCodecsArePlayed) {
     }
 }
 
-TEST_F(FfmpegVideo, ATruncatedFileIsPlayedUpToThereAndSaysSo) {
+TEST_F(FfmpegVideo, ATruncatedFileIsPlayedToItsEndAndReported) {
     const std::vector<std::pair<std::string, VideoTraits>> videos{
         {"a.avi", {.codec = "mjpeg", .pixelFormat = "yuvj420p", .width = 320, .height = 240, .frames = 40}},
         {"b.mkv", {.codec = "mjpeg", .pixelFormat = "yuvj420p", .width = 320, .height = 240, .frames = 40}},
@@ -122,7 +122,7 @@ TEST_F(FfmpegVideo, ATruncatedFileIsPlayedUpToThereAndSaysSo) {
     }
 }
 
-TEST_F(FfmpegVideo, ATruncatedFileWithoutItsIndexIsOneLine) {
+TEST_F(FfmpegVideo, ATruncatedFileWithoutItsIndexIsAOneLineError) {
     const std::string video = Write("cut.mp4", {.codec = "mpeg4", .width = 320, .height = 240, .frames = 40});
     std::filesystem::resize_file(video, std::filesystem::file_size(video) / 2);
     const Finished run = RunHost(PlayCommand(video, {}));
@@ -130,7 +130,7 @@ TEST_F(FfmpegVideo, ATruncatedFileWithoutItsIndexIsOneLine) {
     EXPECT_THAT(run.errors, testing::MatchesRegex("plate-host: cannot open [^\n]*\n"));
 }
 
-TEST_F(FfmpegVideo, ManyChannelsSeeTheSamePictures) {
+TEST_F(FfmpegVideo, ManyChannelsReceiveTheSamePictures) {
     const std::string video = Write("video.mkv", {.frames = 20});
     std::vector<std::string> command = PlayCommand(video, {"test_event_every=1"});
     command.insert(command.end(), {"--channels", "3"});

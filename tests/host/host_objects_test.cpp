@@ -40,7 +40,7 @@ class HostObjects : public testing::Test {
     DetectorPeer peer{5, host, recorder, console};
 };
 
-TEST_F(HostObjects, TheHostObjectGivesItsTwoServicesAndNothingElse) {
+TEST_F(HostObjects, TheHostObjectReturnsOnlyItsTwoServices) {
     EXPECT_NE(CallSlot<void*>(&host, 3, static_cast<const char*>(ContractName::ILogger)), nullptr);
     EXPECT_NE(CallSlot<void*>(&host, 3, static_cast<const char*>(ContractName::ITargetEnumeratorFactory)), nullptr);
     EXPECT_EQ(CallSlot<void*>(&host, 3, static_cast<const char*>(ContractName::IModule)), nullptr);
@@ -107,7 +107,7 @@ TEST_F(HostObjects, NullNamesAndValuesAreShown) {
     EXPECT_EQ(target.Describe().arguments.dump(), R"json({"text":null,"(null)":1,"bytes":null})json");
 }
 
-TEST_F(HostObjects, ATargetAnswersEachOfItsContractsWithTheRightPart) {
+TEST_F(HostObjects, ATargetReturnsTheRightPartForEachOfItsContracts) {
     Target target;
     EXPECT_EQ(target.QueryContract(ContractName::IContract), static_cast<OKM8::ICloneable*>(&target));
     EXPECT_EQ(target.QueryContract(ContractName::ITargetAdjuster), static_cast<OKM8::ICloneable*>(&target));
@@ -124,7 +124,7 @@ TEST_F(HostObjects, ADiscardedRaiserIsCountedAndPublishesNothing) {
     EXPECT_EQ(peer.Counts().raised, 0u);
 }
 
-TEST_F(HostObjects, AListIsAttachedOnceAndIsAStrangerAfterwards) {
+TEST_F(HostObjects, ATargetListAttachedTwiceIsAnOtherObjectTheSecondTime) {
     auto* const targets = Factory()->CreateTargetEnumerator(0);
     EXPECT_EQ(host.TargetLists().UnattachedListCount(), 1u);
     auto* const first = peer.CreateEventRaiser(nullptr, "first", 0, 3);
@@ -139,7 +139,7 @@ TEST_F(HostObjects, AListIsAttachedOnceAndIsAStrangerAfterwards) {
     EXPECT_THAT(recorder.events.at(1).otherObjects, testing::ElementsAre("targets", "image"));
 }
 
-TEST_F(HostObjects, ABufferIsCountedFromHandingOutToRelease) {
+TEST_F(HostObjects, ABufferIsCountedUntilItsRelease) {
     BufferCounts buffers;
     Picture picture = MakePicture(4, 2, true);
     picture.bytes[0] = 42;
@@ -158,7 +158,7 @@ TEST_F(HostObjects, ABufferIsCountedFromHandingOutToRelease) {
     EXPECT_EQ(buffers.released, 1u);
 }
 
-TEST_F(HostObjects, AFrameDoneCallIsWrongWithoutItsBufferAndTheSecondTime) {
+TEST_F(HostObjects, AFrameDoneCallWithoutItsBufferOrRepeatedIsWrong) {
     BufferCounts buffers;
     FrameBuffer* const buffer = FrameBuffer::Create(MakePicture(2, 2, false), buffers);
     FrameDoneCounter counter;

@@ -22,7 +22,7 @@ std::string Part(const std::string& text, const std::string& from, const std::st
     return begin == std::string::npos || end == std::string::npos ? std::string() : text.substr(begin, end - begin);
 }
 
-TEST(Info, TellsTheContractsOfTheModule) {
+TEST(Info, PrintsTheContractsOfTheModule) {
     const Finished run = RunHost(infoCommand);
     ASSERT_EQ(run.status, 0) << run.errors;
     const std::string module = Part(run.output, "contracts of the module\n", "\ncontracts of a detector\n");
@@ -35,7 +35,7 @@ TEST(Info, TellsTheContractsOfTheModule) {
     EXPECT_EQ(std::count(module.begin(), module.end(), '\n'), 22) << "a heading and every name";
 }
 
-TEST(Info, TellsTheContractsOfADetector) {
+TEST(Info, PrintsTheContractsOfADetector) {
     const Finished run = RunHost(infoCommand);
     const std::string detector = Part(run.output, "contracts of a detector\n", "\nsettings of a detector");
     EXPECT_THAT(detector, testing::ContainsRegex(
@@ -48,7 +48,7 @@ TEST(Info, TellsTheContractsOfADetector) {
     EXPECT_THAT(detector, testing::ContainsRegex("struct OKM8::Analytics::IModule +no\n"));
 }
 
-TEST(Info, TellsTheTypesThatTheSettingsTake) {
+TEST(Info, PrintsTheTypesThatTheSettingsAccept) {
     const Finished run = RunHost(infoCommand);
     const std::string settings = Part(run.output, "settings of a detector and their types\n", "\nthe debug level");
     EXPECT_THAT(settings, testing::StartsWith("settings of a detector and their types\n"
@@ -70,7 +70,7 @@ TEST(Info, TellsTheTypesThatTheSettingsTake) {
         << "a heading, every key and any other";
 }
 
-TEST(Info, TellsWhereTheDebugLevelIsRead) {
+TEST(Info, PrintsWhereTheDebugLevelIsRead) {
     std::string places =
         "the debug level is the value DebugLevel of the key SOFTWARE\\Tellumark\\KORA\\DEBUG, read from\n";
     for (const std::string& place : plate_host::DebugLevelPlaces()) {
@@ -79,7 +79,7 @@ TEST(Info, TellsWhereTheDebugLevelIsRead) {
     EXPECT_THAT(RunHost(infoCommand).output, testing::EndsWith(places));
 }
 
-TEST(Info, EndsTheLibraryInOrder) {
+TEST(Info, FinalizesAndUnloadsTheLibraryInOrder) {
     EXPECT_EQ(RunHost(infoCommand).errors,
               "plate-host: log 3: detector made\n"
               "plate-host: log 3: detector destroyed\n"
@@ -87,7 +87,7 @@ TEST(Info, EndsTheLibraryInOrder) {
               "test plug-in unloaded\n");
 }
 
-TEST(Info, AMissingLibraryIsOneLine) {
+TEST(Info, AMissingLibraryIsAOneLineError) {
     const TemporaryFolder folder;
     const std::string library = folder.Path("library");
     const Finished run = RunHost({"info", "--plugin", library, "--engine", HOST_TEST_ENGINE_ONE});

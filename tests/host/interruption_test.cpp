@@ -16,7 +16,7 @@ using testing::HasSubstr;
 class Interruption : public testing::TestWithParam<StopRequest> {};
 class SecondInterruption : public Interruption {};
 
-TEST_P(Interruption, EndsAPlayThatWaitsForInputInOrder) {
+TEST_P(Interruption, EndsARunThatWaitsForInputInOrder) {
     HostProcess process({.arguments = PlayCommand("-", {"test_event_every=1"})});
     process.WriteInput(Y4mStream(16, 16, 1));
     process.WaitForOutput("\n");
@@ -30,7 +30,7 @@ TEST_P(Interruption, EndsAPlayThatWaitsForInputInOrder) {
     EXPECT_THAT(run.errors, testing::Not(HasSubstr("damaged")));
 }
 
-TEST_P(Interruption, EndsARealtimePlayThatWaitsForItsFrame) {
+TEST_P(Interruption, EndsARealtimeRunThatWaitsForItsFrame) {
     std::vector<std::string> command = PlayCommand("-", {"test_event_every=1"});
     command.emplace_back("--realtime");
     HostProcess process({.arguments = command});
@@ -67,7 +67,7 @@ TEST_P(Interruption, EndsARunThatStillWaitsForItsFirstPicture) {
 
 std::vector<StopRequest> RepeatableRequests() {
     std::vector<StopRequest> requests = StopRequests();
-    std::erase_if(requests, [](const StopRequest& request) { return !request.mayComeAgain; });
+    std::erase_if(requests, [](const StopRequest& request) { return !request.isRepeatable; });
     return requests;
 }
 

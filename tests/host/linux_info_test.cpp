@@ -24,7 +24,7 @@ TEST(LinuxInfo, TheDebugLevelIsReadFromTheFoldersThatTheEnvironmentNames) {
 }
 
 // As the library does: a relative folder would be a different one for each program.
-TEST(LinuxInfo, ARelativeConfigurationFolderIsPassedOver) {
+TEST(LinuxInfo, ARelativeConfigurationFolderIsIgnored) {
     EXPECT_THAT(InfoOutput({{"VEXLANE_REGISTRY", std::nullopt}, {"XDG_CONFIG_HOME", "relative"}, {"HOME", "/home/x"}}),
                 HasSubstr("  /home/x/.config/vexlane/HKEY_CURRENT_USER/SOFTWARE/Tellumark/KORA/DEBUG/DebugLevel\n"));
 }

@@ -11,7 +11,7 @@ namespace {
 
 using testing::HasSubstr;
 
-TEST(LinuxTerminal, ShowsABarThatIsTakenAwayAtTheEnd) {
+TEST(LinuxTerminal, ShowsABarThatIsRemovedAtTheEnd) {
     if (!SystemHasTerminals()) {
         GTEST_SKIP() << "a changed root without pseudo-terminals";
     }
@@ -23,7 +23,7 @@ TEST(LinuxTerminal, ShowsABarThatIsTakenAwayAtTheEnd) {
     EXPECT_THAT(run.errors, HasSubstr("of 20 frames"));
     EXPECT_THAT(run.errors, HasSubstr("\033[K"));
     const std::size_t lastBar = run.errors.rfind("of 20 frames");
-    EXPECT_THAT(run.errors.substr(lastBar), HasSubstr("\r\033[K")) << "taken away before the summary";
+    EXPECT_THAT(run.errors.substr(lastBar), HasSubstr("\r\033[K")) << "removed before the summary";
 }
 
 }  // namespace

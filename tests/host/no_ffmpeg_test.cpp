@@ -9,7 +9,7 @@
 namespace host_test {
 namespace {
 
-TEST(NoFfmpeg, AnotherVideoIsRefusedInOneLineThatNamesAWayToPlayIt) {
+TEST(NoFfmpeg, OtherVideosAreRefusedInOneLineThatNamesAWayToPlayThem) {
     const TemporaryFolder folder;
     for (const std::string& video : {folder.Write("gate 1.mp4", "other bytes"), std::string("rtsp://camera/1")}) {
         const Finished run = RunHost(PlayCommand(video, {}));

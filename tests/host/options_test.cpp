@@ -11,7 +11,7 @@ namespace {
 
 using testing::HasSubstr;
 
-TEST(Options, APlayHasItsDefaults) {
+TEST(Options, PlayHasDefaults) {
     const Options options = ParseOptions({"play", "gate.mp4"});
     EXPECT_EQ(options.command, Command::Play);
     EXPECT_EQ(options.play.video, "gate.mp4");
@@ -22,12 +22,12 @@ TEST(Options, APlayHasItsDefaults) {
     EXPECT_EQ(options.play.paths.engine, "");
 }
 
-TEST(Options, StandardInputIsAVideoWhereverItStands) {
+TEST(Options, StandardInputIsAVideoAtAnyPosition) {
     EXPECT_EQ(ParseOptions({"play", "-"}).play.video, "-");
     EXPECT_EQ(ParseOptions({"play", "--realtime", "-", "--frames", "3"}).play.video, "-");
 }
 
-TEST(Options, AVideoBehindASettingStaysAVideo) {
+TEST(Options, AVideoAfterASettingIsAVideo) {
     const Options options = ParseOptions({"play", "--set", "id=7", "gate.mp4"});
     EXPECT_EQ(options.play.video, "gate.mp4");
     ASSERT_EQ(options.play.settings.size(), 1u);
@@ -58,11 +58,11 @@ TEST(Options, AnAreaIsFourWholeNumbers) {
     }
 }
 
-TEST(Options, AnEmptyAreaIsRefusedAndNotOverlooked) {
+TEST(Options, AnEmptyAreaIsRefused) {
     EXPECT_THROW(ParseOptions({"play", "v", "--single", ""}), Failure);
 }
 
-TEST(Options, HelpTellsTheOptionsAndTheTimes) {
+TEST(Options, HelpDescribesTheOptionsAndTheTimes) {
     const host_test::Finished main = host_test::RunHost({"--help"});
     EXPECT_EQ(main.status, 0);
     EXPECT_EQ(main.errors, "");

@@ -61,7 +61,7 @@ TEST(Play, FurtherTargetsAreKept) {
     EXPECT_EQ(events[0]["more_targets"].dump(), R"([{"arguments":{"second":true},"track":null}])");
 }
 
-TEST(Play, ATextThatIsNoUtf8IsShownWithReplacementCharacters) {
+TEST(Play, InvalidUtf8IsShownWithReplacementCharacters) {
     const Finished run =
         RunHost(PlayCommand("-", {"test_event_every=1", "test_broken_text=true"}), Y4mStream(16, 16, 1));
     ASSERT_EQ(run.status, 0) << run.errors;
@@ -78,7 +78,7 @@ TEST(Play, ASettingOfAnyCharactersReachesTheDetectorAndItsEvents) {
     EXPECT_THAT(run.output, HasSubstr("\xD0\x90 1\xF0\x9F\x9A\x97")) << "as it is, and not escaped";
 }
 
-TEST(Play, PathsMayHoldSpacesAndAnyCharacters) {
+TEST(Play, PathsMayContainSpacesAndAnyCharacters) {
     const TemporaryFolder folder;
     const std::string inner = "gate \xD0\x96\xC3\xA9\xE7\x89\x8C";
     folder.MakeFolder(inner);
@@ -104,7 +104,7 @@ TEST(Play, AFileWithALongNameIsPlayed) {
     EXPECT_EQ(Lines(run.output).size(), 1u);
 }
 
-TEST(Play, LinesEndAsTheyDoEverywhere) {
+TEST(Play, LinesEndWithoutACarriageReturn) {
     const Finished run = RunHost(PlayCommand("-", {"test_event_every=1"}), Y4mStream(16, 16, 2));
     EXPECT_EQ(Lines(run.output).size(), 2u);
     EXPECT_THAT(run.output, Not(HasSubstr("\r")));
@@ -114,7 +114,7 @@ TEST(Play, LinesEndAsTheyDoEverywhere) {
                 Not(HasSubstr("\r")));
 }
 
-TEST(Play, EveryByteOfAPipeIsAPicturesByte) {
+TEST(Play, PipesAreReadAsBinary) {
     // All byte values, those of line ends and of the text end-of-file mark included.
     std::string stream = Y4mHeaderLine(32, 32, " F25:1 Cmono") + "FRAME\n";
     std::vector<std::uint8_t> plane;
@@ -128,7 +128,7 @@ TEST(Play, EveryByteOfAPipeIsAPicturesByte) {
     EXPECT_EQ(events[0]["arguments"]["checksum"], std::to_string(Checksum(plane.data(), plane.size())));
 }
 
-TEST(Play, TheLibraryIsBoundToTheEngineThatIsNamed) {
+TEST(Play, TheLibraryBindsToTheNamedEngine) {
     std::vector<std::string> command = PlayCommand("-", {"test_event_every=1"});
     ReplaceEngine(command, HOST_TEST_ENGINE_TWO);
     const Finished run = RunHost(command, Y4mStream(16, 16, 1));
@@ -136,7 +136,7 @@ TEST(Play, TheLibraryIsBoundToTheEngineThatIsNamed) {
     EXPECT_THAT(run.output, HasSubstr(R"("country_code":"two")"));
 }
 
-TEST(Play, EveryChannelHasADetectorThatSeesEveryFrameInWholeLines) {
+TEST(Play, EveryChannelsDetectorReceivesEveryFrameAndLinesAreWhole) {
     std::vector<std::string> command = PlayCommand("-", {"test_event_every=1"});
     command.insert(command.end(), {"--channels", "3"});
     const Finished run = RunHost(command, Y4mStream(16, 16, 40));
@@ -176,7 +176,7 @@ TEST(Play, AnOddPictureLosesItsLastColumnAndRow) {
     EXPECT_EQ(events[0]["arguments"]["checksum"], std::to_string(Checksum(expected.data(), expected.size())));
 }
 
-TEST(Play, AMonoStreamIsHandedOverAsLuminanceAlone) {
+TEST(Play, AMonoStreamIsPassedOnAsLuminanceOnly) {
     const std::vector<std::uint8_t> plane = MakePlane(16, 8, 0, 0);
     const std::string stream =
         Y4mHeaderLine(16, 8, " F25:1 Cmono") + "FRAME\n" + std::string(plane.begin(), plane.end());
@@ -187,7 +187,7 @@ TEST(Play, AMonoStreamIsHandedOverAsLuminanceAlone) {
     EXPECT_EQ(events[0]["arguments"]["checksum"], std::to_string(Checksum(plane.data(), plane.size())));
 }
 
-TEST(Play, FramesEndsTheRunThere) {
+TEST(Play, TheFramesOptionLimitsTheRun) {
     std::vector<std::string> command = PlayCommand("-", {"test_event_every=1"});
     command.insert(command.end(), {"--frames", "2"});
     const Finished run = RunHost(command, Y4mStream(16, 16, 10));
@@ -233,19 +233,19 @@ TEST(Play, FailedFramesAreCountedByTheirText) {
     EXPECT_THAT(run.errors, HasSubstr("2 x code 1, \"asked to fail\"\n"));
 }
 
-TEST(Play, AnExceptionOutOfTheDetectorIsAFailedFrame) {
+TEST(Play, AnExceptionFromTheDetectorIsAFailedFrame) {
     const Finished run = RunHost(PlayCommand("-", {"test_throws=true"}), Y4mStream(16, 16, 2));
     EXPECT_EQ(run.status, 0) << run.errors;
     EXPECT_THAT(run.errors, HasSubstr("2 x an exception left the detector: \"thrown by the test\""));
 }
 
-TEST(Play, BuffersThatAreNotGivenBackAreADefect) {
+TEST(Play, BuffersThatAreNotReleasedAreADefect) {
     const Finished run = RunHost(PlayCommand("-", {"test_keep_buffers=2"}), Y4mStream(16, 16, 5), LeaksAllowed::Yes);
     EXPECT_EQ(run.status, 1);
     EXPECT_THAT(run.errors, HasSubstr("plate-host: error: only 3 of 5 buffers were released\n"));
 }
 
-TEST(Play, ARaiserThatIsNeverEndedIsADefect) {
+TEST(Play, ARaiserThatIsNeitherRaisedNorDiscardedIsADefect) {
     const Finished run =
         RunHost(PlayCommand("-", {"test_event_every=1", "test_lose_raiser=true"}), Y4mStream(16, 16, 2));
     EXPECT_EQ(run.status, 1);
@@ -291,7 +291,7 @@ TEST(Play, AnOutputThatCannotBeWrittenIsAnError) {
                 HasSubstr("plate-host: error: cannot write the events: " + SystemText::UnwritableOutput() + "\n"));
 }
 
-TEST(Play, TheVideoDoesNotTakeThePlaceOfAMissingOutput) {
+TEST(Play, TheVideoFileDoesNotReplaceAMissingOutput) {
     const TemporaryFolder folder;
     const std::string video = folder.Write("video.y4m", Y4mStream(16, 16, 2));
     HostProcess process({.arguments = PlayCommand(video, {"test_event_every=1"}), .outputIsMissing = true});
@@ -300,7 +300,7 @@ TEST(Play, TheVideoDoesNotTakeThePlaceOfAMissingOutput) {
     EXPECT_THAT(run.errors, HasSubstr("2 of them plates\n"));
 }
 
-TEST(Play, ATruncatedStreamIsPlayedUpToThereAndSaysSo) {
+TEST(Play, ATruncatedStreamIsPlayedToItsEndAndReported) {
     std::string stream = Y4mStream(16, 16, 3);
     stream.resize(stream.size() - 5);
     const Finished run = RunHost(PlayCommand("-", {"test_event_every=1"}), stream);
@@ -309,7 +309,7 @@ TEST(Play, ATruncatedStreamIsPlayedUpToThereAndSaysSo) {
     EXPECT_THAT(run.errors, testing::ContainsRegex("video is damaged +frame 2 is cut off\n"));
 }
 
-TEST(Play, ABrokenFrameInTheMiddleEndsTheVideoAndSaysSo) {
+TEST(Play, ABrokenFrameInTheMiddleEndsTheVideoAndIsReported) {
     const std::string stream = Y4mStream(16, 16, 2) + "NOISE\n" + Y4mFrame(16, 16, 2);
     const Finished run = RunHost(PlayCommand("-", {"test_event_every=1"}), stream);
     EXPECT_EQ(run.status, 0) << run.errors;
@@ -317,7 +317,7 @@ TEST(Play, ABrokenFrameInTheMiddleEndsTheVideoAndSaysSo) {
     EXPECT_THAT(run.errors, HasSubstr("frame 2 does not begin with FRAME\n"));
 }
 
-TEST(Play, TheLibraryEndsInOrder) {
+TEST(Play, TheLibraryIsFinalizedInOrder) {
     std::vector<std::string> command = PlayCommand("-", {});
     command.insert(command.end(), {"--channels", "2"});
     const Finished run = RunHost(command, Y4mStream(16, 16, 1));
@@ -330,7 +330,7 @@ TEST(Play, TheLibraryEndsInOrder) {
                                                 "plate-host: summary\n"));
 }
 
-TEST(Play, RealtimeTakesTheVideosOwnTime) {
+TEST(Play, RealtimePlaysAtTheVideosSpeed) {
     std::vector<std::string> command = PlayCommand("-", {"test_event_every=1"});
     command.emplace_back("--realtime");
     std::string stream = Y4mHeaderLine(16, 16, " F10:1");

@@ -14,7 +14,7 @@ namespace {
 using testing::HasSubstr;
 using testing::Not;
 
-TEST(Progress, TellsFramesSpeedPlatesAndEvents) {
+TEST(Progress, ShowsFramesSpeedPlatesAndEvents) {
     const ProgressFigures figures{.frames = 50, .frameTotal = 200, .plates = 1, .events = 2};
     EXPECT_EQ(ProgressText(figures, 2.0, false), "50 of 200 frames, 25.0 a second, 1 plate, 2 events");
     EXPECT_EQ(ProgressText(figures, 2.0, true),
@@ -29,7 +29,7 @@ TEST(Progress, HasNoBarWithoutATotalAndNeverGoesBeyondIt) {
     EXPECT_THAT(ProgressText({.frames = 0, .frameTotal = 0, .plates = 0, .events = 0}, 1.0, true), HasSubstr("100 %"));
 }
 
-TEST(Progress, TheBarIsOutOfTheWayOfWhatElseIsWritten) {
+TEST(Progress, TheBarIsRemovedWhileOtherLinesAreWritten) {
     testing::internal::CaptureStderr();
     Console console(true);
     console.Bar("[bar]");
@@ -41,7 +41,7 @@ TEST(Progress, TheBarIsOutOfTheWayOfWhatElseIsWritten) {
               "\r\033[K[bar]\r\033[Kan event\n[bar]\r\033[Ka line\n[bar]\r\033[Ka last event\n");
 }
 
-TEST(Progress, IsNoBarElsewhere) {
+TEST(Progress, HasNoBarWithoutATerminal) {
     const host_test::Finished run =
         host_test::RunHost(host_test::PlayCommand("-", {}), host_test::Y4mStream(16, 16, 20));
     EXPECT_THAT(run.errors, Not(HasSubstr("\r")));

@@ -41,7 +41,7 @@ TEST_F(Refusal, AFolderAsVideo) {
     ExpectOneLine(RunHost(PlayCommand(plain, {})), "cannot open \"" + plain + "\"");
 }
 
-TEST_F(Refusal, AFileThatIsNoVideo) {
+TEST_F(Refusal, AFileThatIsNotAVideo) {
     ExpectOneLine(RunHost(PlayCommand(folder.Write("text.mp4", "no video at all\n"), {})), "cannot open");
     ExpectOneLine(RunHost(PlayCommand(folder.Write("empty.mp4", ""), {})), "cannot open");
 }
@@ -63,7 +63,7 @@ TEST_F(Refusal, AMissingLibrary) {
         "cannot load the library \"" + folder.Path("none.so") + "\": no such file; set its path with --plugin");
 }
 
-TEST_F(Refusal, AFileThatIsNoLibrary) {
+TEST_F(Refusal, AFileThatIsNotALibrary) {
     const std::string text = folder.Write("text.so", std::string(5000, 'x'));
     ExpectOneLine(RunHost({"play", video, "--plugin", text, "--engine", HOST_TEST_ENGINE_ONE}),
                   "cannot load the library \"" + text + "\": " + SystemText::NoLibrary(text));
@@ -88,7 +88,7 @@ TEST_F(Refusal, NoEngineBesideTheProgram) {
                                       "\": no such file; set its path with --engine");
 }
 
-TEST_F(Refusal, AFileThatIsNoEngine) {
+TEST_F(Refusal, AFileThatIsNotAnEngine) {
     const std::string text = folder.Write("engine.so", "x");
     ExpectOneLine(RunHost({"play", video, "--plugin", HOST_TEST_PLUGIN, "--engine", text}),
                   "cannot load the engine \"" + text + "\": " + SystemText::ShortLibrary(text));
@@ -100,7 +100,7 @@ TEST_F(Refusal, AFileThatNeedsALibraryThatIsMissing) {
                   "cannot load the engine \"" + other + "\": " + SystemText::LibraryWithoutEngine() + "\n");
 }
 
-TEST_F(Refusal, AnEngineThatTheLibraryWouldNotBeBoundTo) {
+TEST_F(Refusal, AnEngineToWhichTheLibraryWouldNotBind) {
     ExpectOneLine(RunHost({"play", video, "--plugin", HOST_TEST_PLUGIN, "--engine", HOST_TEST_ENGINE_MISNAMED}),
                   std::string("its name must be ") + plate_host::EngineFileName());
 }
@@ -131,7 +131,7 @@ class RefusedSetting : public Refusal {
     }
 };
 
-TEST_F(RefusedSetting, TellsTheDetectorsCodeAndTextAndItsSettings) {
+TEST_F(RefusedSetting, PrintsTheDetectorsCodeTextAndSettings) {
     ExpectRefusal("zone=5",
                   "plate-host: the detector refuses \"zone=5\": code 2816, \"zone\"; its settings are use_half_cadr "
                   "(bool), id (string), name (string), use_area (bool), area_left (int), area_top (int), area_right "

@@ -23,7 +23,7 @@ TEST(Settings, AKeyEndsAtTheFirstEqualsSign) {
     EXPECT_THROW(ParseSetting("=value"), Failure);
 }
 
-TEST(Settings, ATextIsReadAsWhatItLooksLikeFirstAndAsTextLast) {
+TEST(Settings, AValueIsTriedAsOtherTypesBeforeText) {
     EXPECT_THAT(PossibleValues("7"), ElementsAre(Value(7), Value(7.0), Value(std::string("7"))));
     EXPECT_THAT(PossibleValues("-12"), ElementsAre(Value(-12), Value(-12.0), Value(std::string("-12"))));
     EXPECT_THAT(PossibleValues("+12"), ElementsAre(Value(12), Value(12.0), Value(std::string("+12"))));
@@ -39,7 +39,7 @@ TEST(Settings, ATextIsReadAsWhatItLooksLikeFirstAndAsTextLast) {
     EXPECT_THAT(PossibleValues("nan"), ElementsAre(Value(std::string("nan"))));
 }
 
-TEST(Settings, ANumberReachesAKeyThatTakesTexts) {
+TEST(Settings, ANumberReachesATextKey) {
     const host_test::Finished run = host_test::RunHost(
         host_test::PlayCommand("-", {"test_event_every=1", "id=7", "use_area=1", "result_rec_count=-3"}),
         host_test::Y4mStream(16, 16, 1));

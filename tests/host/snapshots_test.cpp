@@ -24,23 +24,23 @@ Picture PictureOf(std::uint64_t timeMs, std::uint8_t luminance) {
     return picture;
 }
 
-TEST(SnapshotName, TellsChannelNumberTimeAndText) {
+TEST(SnapshotName, ContainsChannelNumberTimeAndText) {
     EXPECT_EQ(SnapshotNameOf(EventWith("DE8898GL"), 17), "channel2_0017_000007600ms_DE8898GL.png");
     EXPECT_EQ(SnapshotNameOf(EventWith("AB-1", 0, 0), 12345), "channel0_12345_000000000ms_AB-1.png");
 }
 
-TEST(SnapshotName, HasNothingThatLeavesTheFolder) {
+TEST(SnapshotName, CannotLeaveTheFolder) {
     EXPECT_EQ(SnapshotNameOf(EventWith("../../etc/x"), 1), "channel2_0001_000007600ms_______etc_x.png");
     EXPECT_EQ(SnapshotNameOf(EventWith("a\\b:c*\n\"d"), 1), "channel2_0001_000007600ms_a_b_c___d.png");
     EXPECT_EQ(SnapshotNameOf(EventWith(std::string("a\0b", 3)), 1), "channel2_0001_000007600ms_a_b.png");
 }
 
-TEST(SnapshotName, HasOneSignForACharacterThatItDoesNotTake) {
+TEST(SnapshotName, ReplacesEachInvalidCharacterWithOneSign) {
     EXPECT_EQ(SnapshotNameOf(EventWith("\xE4\xBA\xAC"
                                        "A1\xF0\x9F\x9A\x97"),
                              1),
               "channel2_0001_000007600ms__A1_.png");
-    EXPECT_EQ(SnapshotNameOf(EventWith("\xC3(\xFFz"), 1), "channel2_0001_000007600ms____z.png") << "no UTF-8";
+    EXPECT_EQ(SnapshotNameOf(EventWith("\xC3(\xFFz"), 1), "channel2_0001_000007600ms____z.png") << "invalid UTF-8";
 }
 
 TEST(SnapshotName, StaysShort) {
@@ -48,7 +48,7 @@ TEST(SnapshotName, StaysShort) {
               "channel2_0001_000007600ms_" + std::string(32, 'A') + ".png");
 }
 
-TEST(SnapshotName, IsThatOfTheEventWhereThereIsNoText) {
+TEST(SnapshotName, ContainsTheEventsNameWithoutAText) {
     EventRecord event = EventWith("");
     EXPECT_EQ(SnapshotNameOf(event, 1), "channel2_0001_000007600ms_event.png");
     event.name = "DEBUG_FIGURES";
@@ -57,7 +57,7 @@ TEST(SnapshotName, IsThatOfTheEventWhereThereIsNoText) {
     EXPECT_EQ(SnapshotNameOf(event, 1), "channel2_0001_000000000ms_DEBUG_FIGURES.png");
 }
 
-TEST(SnapshotTargets, AreWhatTheEventTells) {
+TEST(SnapshotTargets, AreReadFromTheEvent) {
     EventRecord event;
     event.targets.push_back(
         {{{"lp_wnum", "AB12"}, {"confidence", 94}, {"lpf_x1", 10}, {"lpf_y1", 20}, {"lpf_x3", 30}, {"lpf_y3", 40}},
@@ -79,10 +79,10 @@ TEST(SnapshotTargets, AreWhatTheEventTells) {
     EXPECT_EQ(targets[0].track[1].x, 2147483647);
     EXPECT_EQ(targets[0].track[1].y, -3);
     EXPECT_EQ(targets[1].label, "X y");
-    EXPECT_FALSE(targets[1].plate.has_value()) << "one of its numbers is none, two are missing";
+    EXPECT_FALSE(targets[1].plate.has_value()) << "one of its values is not a number, two are missing";
 }
 
-TEST(HeldFrames, GivesTheFrameOfAChannelsTimeWhileItIsOut) {
+TEST(HeldFrames, ReturnsTheFrameOfAChannelAndTimeUntilItsRelease) {
     HeldFrames heldFrames;
     const Picture one = PictureOf(40, 1);
     const Picture other = PictureOf(40, 2);
@@ -103,7 +103,7 @@ TEST(HeldFrames, GivesTheFrameOfAChannelsTimeWhileItIsOut) {
     EXPECT_EQ(luminance(1, 40), 2);
 }
 
-TEST(HeldFrames, OfSeveralFramesOfOneTimeTheYoungestIsGiven) {
+TEST(HeldFrames, ReturnsTheNewestOfSeveralFramesWithOneTime) {
     HeldFrames heldFrames;
     const Picture first = PictureOf(40, 1);
     const Picture second = PictureOf(40, 2);

@@ -279,8 +279,8 @@ class TestModule final : public IModule {
 
 TestModule* testModule = nullptr;
 
-struct UnloadTeller {
-    ~UnloadTeller() { std::fputs("test plug-in unloaded\n", stderr); }
+struct UnloadLogger {
+    ~UnloadLogger() { std::fputs("test plug-in unloaded\n", stderr); }
 } unloadTeller;
 
 }  // namespace

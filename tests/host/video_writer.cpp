@@ -20,7 +20,7 @@ namespace {
 
 void Require(bool condition, const char* what) {
     if (!condition) {
-        throw std::runtime_error(std::string("the test's video cannot be made: ") + what);
+        throw std::runtime_error(std::string("the test's video cannot be created: ") + what);
     }
 }
 

@@ -8,11 +8,11 @@
 namespace host_test {
 namespace {
 
-TEST(WindowsPlugin, WhatALibraryNeedsIsFoundBesideIt) {
+TEST(WindowsPlugin, DependenciesAreFoundInTheLibrarysFolder) {
     const TemporaryFolder folder;
     folder.MakeFolder("beside");
     // A library that needs the one in its folder, and the latter under the name by which it is found.
-    const std::string engine = folder.Copy(HOST_TEST_PLUGIN, "beside/needy.dll");
+    const std::string engine = folder.Copy(HOST_TEST_PLUGIN, "beside/dependent.dll");
     folder.Copy(HOST_TEST_ENGINE_TWO, "beside/Recon64.dll");
     HostProcess process(
         {.arguments = {"play", "-", "--plugin", HOST_TEST_PLUGIN, "--engine", engine, "--set", "test_event_every=1"}});

@@ -47,7 +47,7 @@ std::string FailureOf(const std::string& line) {
     return {};
 }
 
-TEST(Y4mHeader, TellsSizeRateAndColour) {
+TEST(Y4mHeader, HasSizeRateAndColour) {
     const Y4mHeader header = ParseY4mHeader("YUV4MPEG2 W640 H480 F30000:1001 Ip A1:1 C420mpeg2 XYSCSS=420MPEG2");
     EXPECT_EQ(header.width, 640u);
     EXPECT_EQ(header.height, 480u);
@@ -56,7 +56,7 @@ TEST(Y4mHeader, TellsSizeRateAndColour) {
     EXPECT_TRUE(header.colour);
 }
 
-TEST(Y4mHeader, WithoutColourWordIs420AndWithoutRateIs25) {
+TEST(Y4mHeader, DefaultsTo420AndRate25) {
     for (const char* line : {"YUV4MPEG2 W4 H2", "YUV4MPEG2  H2 W4 F0:0 "}) {
         const Y4mHeader header = ParseY4mHeader(line);
         EXPECT_TRUE(header.colour);
@@ -65,7 +65,7 @@ TEST(Y4mHeader, WithoutColourWordIs420AndWithoutRateIs25) {
     }
 }
 
-TEST(Y4mHeader, KnowsTheVariantsOf420AndMono) {
+TEST(Y4mHeader, AcceptsTheVariantsOf420AndMono) {
     for (const char* variant : {"420", "420jpeg", "420mpeg2", "420paldv"}) {
         EXPECT_TRUE(ParseY4mHeader(std::string("YUV4MPEG2 W4 H2 C") + variant).colour) << variant;
     }
@@ -75,7 +75,7 @@ TEST(Y4mHeader, KnowsTheVariantsOf420AndMono) {
     }
 }
 
-TEST(Y4mHeader, RefusesWhatIsBroken) {
+TEST(Y4mHeader, RefusesInvalidLines) {
     EXPECT_THAT(FailureOf(""), HasSubstr("does not begin"));
     EXPECT_THAT(FailureOf("YUV4MPEG"), HasSubstr("does not begin"));
     EXPECT_THAT(FailureOf("YUV4MPEG23 W4 H4"), HasSubstr("does not begin"));
@@ -90,7 +90,7 @@ TEST(Y4mHeader, RefusesWhatIsBroken) {
     }
 }
 
-TEST(Y4mFrameTime, IsTheFrameNumberTimes1000ByTheRateCutToAWholeNumber) {
+TEST(Y4mFrameTime, IsTheFrameNumberTimes1000DividedByTheRateRoundedDown) {
     Y4mHeader header;
     header.rateNumerator = 30000;
     header.rateDenominator = 1001;
@@ -104,7 +104,7 @@ TEST(Y4mFrameTime, IsTheFrameNumberTimes1000ByTheRateCutToAWholeNumber) {
     EXPECT_EQ(Y4mFrameTime(header, 5000000000), 5000000000000u);
 }
 
-TEST(Y4mReader, ReadsTheSamePicturesHoweverTheBytesArrive) {
+TEST(Y4mReader, ReadsTheSamePicturesFromPortionsOfAnySize) {
     const std::string stream = host_test::Y4mStream(6, 4, 3);
     for (const std::size_t portion : {std::size_t{1}, std::size_t{7}, std::size_t{100000}}) {
         Y4mReader reader(std::make_unique<MemorySource>(stream, portion), "test");
@@ -121,7 +121,7 @@ TEST(Y4mReader, ReadsTheSamePicturesHoweverTheBytesArrive) {
     }
 }
 
-TEST(Y4mReader, WordsBehindFrameAreSkipped) {
+TEST(Y4mReader, ParametersAfterFrameAreSkipped) {
     const std::vector<std::uint8_t> bytes = host_test::MakeI420(2, 2, 0);
     const std::string stream =
         host_test::Y4mHeaderLine(2, 2) + "FRAME Ip XCOMMENT\n" + std::string(bytes.begin(), bytes.end());
@@ -131,7 +131,7 @@ TEST(Y4mReader, WordsBehindFrameAreSkipped) {
     EXPECT_THAT(bytes, testing::ElementsAreArray(picture.bytes.get(), picture.size));
 }
 
-TEST(Y4mReader, EveryCutInsideAFrameIsTold) {
+TEST(Y4mReader, EveryCutInsideAFrameIsReported) {
     const std::string header = host_test::Y4mHeaderLine(2, 2);
     const std::string frame = host_test::Y4mFrame(2, 2, 0);
     for (std::size_t length = 0; length < frame.size(); ++length) {
@@ -144,7 +144,7 @@ TEST(Y4mReader, EveryCutInsideAFrameIsTold) {
     }
 }
 
-TEST(Y4mReader, AFailedReadIsToldWithTheSystemsText) {
+TEST(Y4mReader, AFailedReadIsReportedWithTheSystemsText) {
     const std::string stream = host_test::Y4mStream(2, 2, 1);
     Y4mReader reader(std::make_unique<MemorySource>(stream, 100, "Input/output error"), "test");
     Picture picture;

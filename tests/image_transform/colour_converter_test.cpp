@@ -95,7 +95,7 @@ std::string RefusalOf(IImageTransform& step, const ImageData& in, ImageData& out
 std::string RefusalOf(IImageTransform& step, const ImageData& in) {
     ImageData out;
     const std::string refusal = RefusalOf(step, in, out);
-    EXPECT_EQ(out.data, nullptr) << "a refused frame gives nothing out";
+    EXPECT_EQ(out.data, nullptr) << "a refused frame has no output";
     EXPECT_EQ(out.width, 0u);
     return refusal;
 }
@@ -197,7 +197,7 @@ TEST_P(BothConverters, FindTheChromaOfATinyFrame) {
     }
 }
 
-TEST_P(BothConverters, GiveTheWrittenColours) {
+TEST_P(BothConverters, ProduceTheseColours) {
     // Pure luma; strong red; strong blue.
     const struct {
         std::uint8_t y, u, v;
@@ -239,10 +239,10 @@ TEST_P(BothConverters, UseTheFirstChromaRowOfEachPairOf422) {
         }
     }
     converter->Transform(View(width, height, full), out);
-    EXPECT_EQ(BytesOf(out), first) << "the second rows play no part";
+    EXPECT_EQ(BytesOf(out), first) << "the second rows are not used";
 }
 
-TEST_P(BothConverters, TakeOneByteForOnePixelAsGrey) {
+TEST_P(BothConverters, TreatOneByteForOnePixelAsGrey) {
     Bytes frame = {123};
     ImageData out;
     converter->Transform(View(1, 1, frame), out);
@@ -270,7 +270,7 @@ TEST_P(BothConverters, RefuseColourFramesOfOddSizes) {
     EXPECT_EQ(RefusalOf(*converter, View(1, 1, tiny)), wrongFormat);
 }
 
-TEST_P(BothConverters, RefuseEverySizeThatIsNoLayout) {
+TEST_P(BothConverters, RefuseEverySizeOfNoLayout) {
     Bytes frame(200);
     for (std::uint32_t size = 1; size <= 200; ++size) {
         ImageData out;
@@ -324,7 +324,7 @@ TEST_P(BothConverters, RefuseAnOutputBeyondThirtyTwoBitsBeforeAnythingElse) {
 
     EXPECT_EQ(BytesOf(out), before);
     converter->Transform(View(2, 2, small), out);
-    EXPECT_EQ(out.storage.get(), storage) << "the buffer was left as it was";
+    EXPECT_EQ(out.storage.get(), storage) << "the buffer is unchanged";
 }
 
 TEST_P(BothConverters, ReuseTheBufferForTheSameSize) {
@@ -338,7 +338,7 @@ TEST_P(BothConverters, ReuseTheBufferForTheSameSize) {
     EXPECT_EQ(one.storage.get(), other.storage.get());
     EXPECT_EQ(one.data, one.storage.get());
     EXPECT_EQ(one.storage.use_count(), 3) << "both records and the converter";
-    EXPECT_NE(BytesOf(one), pixels) << "the second frame stands in the first one's record";
+    EXPECT_NE(BytesOf(one), pixels) << "the second frame is in the first one's record";
     // Another layout of the same size needs no new buffer.
     Bytes grey(8, 30);
     ImageData third;
@@ -346,7 +346,7 @@ TEST_P(BothConverters, ReuseTheBufferForTheSameSize) {
     EXPECT_EQ(third.storage.get(), one.storage.get());
 }
 
-TEST_P(BothConverters, MakeANewBufferForAnotherSize) {
+TEST_P(BothConverters, AllocateANewBufferForAnotherSize) {
     Bytes frame = RandomBytes(12, 3);
     ImageData one;
     converter->Transform(View(4, 2, frame), one);
@@ -354,14 +354,14 @@ TEST_P(BothConverters, MakeANewBufferForAnotherSize) {
     ImageData other;
     converter->Transform(View(2, 4, frame), other);  // as many bytes, another shape
     EXPECT_NE(one.storage.get(), other.storage.get());
-    EXPECT_EQ(one.storage.use_count(), 1) << "the converter has let go of the old one";
+    EXPECT_EQ(one.storage.use_count(), 1) << "the converter has released the old one";
     EXPECT_EQ(BytesOf(one), pixels);
     ImageData again;
     converter->Transform(View(4, 2, frame), again);
     EXPECT_NE(again.storage.get(), one.storage.get());
 }
 
-TEST_P(BothConverters, ReplaceTheBufferBeforeTheyLookAtTheLayout) {
+TEST_P(BothConverters, ReplaceTheBufferBeforeTheyCheckTheLayout) {
     Bytes frame(12, 10);
     ImageData out;
     converter->Transform(View(4, 2, frame), out);
@@ -383,7 +383,7 @@ TEST_P(BothConverters, KeepTheirOutputWhenAFrameIsRefused) {
     EXPECT_EQ(out.storage.get(), kept.storage.get());
 }
 
-TEST_P(BothConverters, TakeOneRecordAsInputAndOutput) {
+TEST_P(BothConverters, AcceptOneRecordAsInputAndOutput) {
     Bytes frame = RandomBytes(6 * 4 * 3 / 2, 11);
     const Bytes expected = Expected(Layout::I420, planar, frame.data(), 6, 4);
     ImageData image = View(6, 4, frame);
@@ -397,7 +397,7 @@ TEST_P(BothConverters, TakeOneRecordAsInputAndOutput) {
     EXPECT_EQ(BytesOf(owner), expected);
 }
 
-TEST_P(BothConverters, LeaveTheFrameAsItIs) {
+TEST_P(BothConverters, DoNotChangeTheFrame) {
     Bytes frame = RandomBytes(12, 3);
     const Bytes before = frame;
     ImageData out;
@@ -415,7 +415,7 @@ TEST_P(BothConverters, TheirOutputOutlivesThem) {
     EXPECT_EQ(out.storage.use_count(), 1);
 }
 
-TEST(ConverterYUV2RGBPlanar, GivesTheSamePlanesWhateverTheFlagSays) {
+TEST(ConverterYUV2RGBPlanar, WritesTheSamePlanesForEitherFlagValue) {
     Bytes frame = RandomBytes(8 * 6 * 3 / 2, 21);
     ConverterYUV2RGBPlanar blueFirst(true);
     ConverterYUV2RGBPlanar redFirst(false);

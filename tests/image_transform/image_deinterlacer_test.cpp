@@ -84,7 +84,7 @@ TEST(ImageDeinterlacer, KeepsEverySecondColumnOnRequest) {
     EXPECT_EQ(BytesOf(out), Expected(frame.data(), 641, 480, 2));
 }
 
-TEST(ImageDeinterlacer, CutsEverySmallSizeRight) {
+TEST(ImageDeinterlacer, HandlesEverySmallSize) {
     for (const bool halve : {false, true}) {
         Deinterlacer step(0, 0, halve);
         for (std::uint32_t width = 1; width <= 17; ++width) {
@@ -110,7 +110,7 @@ TEST(ImageDeinterlacer, ReadsTheFirstPlaneOfAColourFrame) {
     EXPECT_EQ(BytesOf(out), Expected(frame.data(), 8, 4, 1));
 }
 
-TEST(ImageDeinterlacer, PassesASmallerFrameOver) {
+TEST(ImageDeinterlacer, SkipsASmallerFrame) {
     Deinterlacer step(640, 480, false);
     Bytes frame(640 * 480, 9);
     std::uint8_t kept = 42;
@@ -127,7 +127,7 @@ TEST(ImageDeinterlacer, PassesASmallerFrameOver) {
     EXPECT_EQ(kept, 42);
 }
 
-TEST(ImageDeinterlacer, ASmallFrameIsPassedOverBeforeItIsFoundEmpty) {
+TEST(ImageDeinterlacer, ASmallFrameIsSkippedBeforeTheEmptyCheck) {
     Deinterlacer step(1, 1, false);
     EXPECT_EQ(RefusalOf(step, Raw(0, 0, 0, nullptr)), "no exception");
     EXPECT_EQ(RefusalOf(step, Raw(0, 5, 0, nullptr)), "no exception");
@@ -170,7 +170,7 @@ TEST(ImageDeinterlacer, ReusesItsBufferForTheSameSize) {
     EXPECT_EQ(one.storage.use_count(), 1);
 }
 
-TEST(ImageDeinterlacer, TakesOneRecordAsInputAndOutput) {
+TEST(ImageDeinterlacer, AcceptsOneRecordAsInputAndOutput) {
     Deinterlacer step(0, 0, true);
     Bytes frame = yuv::RandomBytes(5 * 5, 5);
     const Bytes expected = Expected(frame.data(), 5, 5, 2);

@@ -62,7 +62,7 @@ TEST(ImageTransformer, RunsItsStepsInOrderEachOnTheResultBefore) {
     EXPECT_EQ(in.width, 5u);
 }
 
-TEST(ImageTransformer, RunsOneStepTwiceWhenItStandsTwice) {
+TEST(ImageTransformer, RunsOneStepTwiceWhenItIsAddedTwice) {
     ImageTransformer chain;
     std::vector<std::uint32_t> seen;
     const auto step = boost::make_shared<Marker>(10, seen);
@@ -74,7 +74,7 @@ TEST(ImageTransformer, RunsOneStepTwiceWhenItStandsTwice) {
     EXPECT_EQ(seen, (std::vector<std::uint32_t>{5, 10}));
 }
 
-TEST(ImageTransformer, ClearTakesEveryStepAway) {
+TEST(ImageTransformer, ClearRemovesEveryStep) {
     ImageTransformer chain;
     std::vector<std::uint32_t> seen;
     const auto step = boost::make_shared<Marker>(10, seen);
@@ -100,7 +100,7 @@ TEST(ImageTransformer, AnExceptionEndsTheChain) {
     EXPECT_EQ(image.width, 10u);
 }
 
-TEST(ImageTransformer, ConvertsInPlaceWhatItsFirstStepMade) {
+TEST(ImageTransformer, ConvertsTheFirstStepsOutputInPlace) {
     ImageTransformer chain;
     using Deinterlacer = image_transform::ImageDeinterlacer<boost::gil::gray8_view_t>;
     chain.Append(boost::make_shared<Deinterlacer>(0, 0, false));

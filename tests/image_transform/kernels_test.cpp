@@ -254,7 +254,7 @@ TEST_P(EveryKernel, FollowsTheFormulaOnEveryTriple) {
 }
 
 // Even and odd sizes: for an odd size the even part is converted, and the status reports it.
-TEST_P(EveryKernel, ConvertsEverySmallSizeAndTouchesNothingElse) {
+TEST_P(EveryKernel, ConvertsEverySmallSizeAndWritesNothingElse) {
     for (std::int32_t width = 1; width <= 131; ++width) {
         for (std::int32_t height = 1; height <= 35; ++height) {
             ExpectColour({width, height});
@@ -283,9 +283,9 @@ TEST_P(EveryKernel, ConvertsEveryWidthUpToSomeRegisters) {
 }
 
 // Pictures that are larger than the caches are written by other code, and the unaligned ones of them by a third.
-TEST_P(EveryKernel, ConvertsPicturesThatNoCacheHolds) {
+TEST_P(EveryKernel, ConvertsPicturesLargerThanTheCaches) {
     if (kernel.toBgr24 == scalarKernel.toBgr24) {
-        GTEST_SKIP() << "it is what the others are held against, and has but one way";
+        GTEST_SKIP() << "the scalar kernel has only one code path";
     }
     for (const Geometry& geometry : {Geometry{4096, 1440}, Geometry{4096, 1440, 64}, Geometry{4096, 1440, 1},
                                      Geometry{4098, 1440}, Geometry{4128, 1440}, Geometry{4096, 1441}}) {
@@ -300,7 +300,7 @@ TEST_P(EveryKernel, ConvertsPicturesThatNoCacheHolds) {
     }
 }
 
-TEST_P(EveryKernel, LeavesTheBytesBetweenRowsAlone) {
+TEST_P(EveryKernel, DoesNotWriteBetweenRows) {
     for (const std::int32_t width : {2, 6, 16, 31, 64, 130, 258}) {
         for (const std::ptrdiff_t extra : {1, 3, 17, 64}) {
             ExpectColour({width, 6, extra});
@@ -309,7 +309,7 @@ TEST_P(EveryKernel, LeavesTheBytesBetweenRowsAlone) {
     }
 }
 
-TEST_P(EveryKernel, TakesPointersOfAnyAlignment) {
+TEST_P(EveryKernel, AcceptsPointersOfAnyAlignment) {
     for (std::size_t offset = 0; offset < 64; ++offset) {
         ExpectColour({130, 4, 0, offset});
         ExpectColour({34, 4, 5, offset});
@@ -317,7 +317,7 @@ TEST_P(EveryKernel, TakesPointersOfAnyAlignment) {
     }
 }
 
-TEST_P(EveryKernel, TakesChromaRowsThatLieApart) {
+TEST_P(EveryKernel, AcceptsChromaRowsWithGaps) {
     for (const std::int32_t width : {2, 16, 34, 130, 256}) {
         ExpectColour({width, 8, 0, 0, 2});
     }
@@ -367,7 +367,7 @@ TEST_P(EveryKernel, RefusesASizeBelowOne) {
     EXPECT_EQ(bgr.Copy(), std::vector<std::uint8_t>(bgr.size(), untouched));
 }
 
-TEST(KernelStatus, NumbersAreTheRoutinesOwn) {
+TEST(KernelStatus, HasFixedNumbers) {
     EXPECT_EQ(Status::Ok, 0);
     EXPECT_EQ(Status::NullPlane, -8);
     EXPECT_EQ(Status::BadSize, -6);
@@ -398,24 +398,24 @@ TEST(KernelList, NamesEachKernelOnceAndCompletely) {
     }
 }
 
-TEST(ChooseKernel, WithoutANameGivesTheFirstSupportedOne) {
+TEST(ChooseKernel, WithoutANameReturnsTheFirstSupportedOne) {
     EXPECT_STREQ(ChooseKernel(nullptr).name, SupportedKernels().front()->name);
 }
 
-TEST(ChooseKernel, GivesTheNamedOne) {
+TEST(ChooseKernel, ReturnsTheNamedOne) {
     for (const Kernel* kernel : SupportedKernels()) {
         EXPECT_STREQ(ChooseKernel(kernel->name).name, kernel->name);
         EXPECT_EQ(ChooseKernel(kernel->name).toBgr24, kernel->toBgr24);
     }
 }
 
-TEST(ChooseKernel, FallsBackForANameThatNobodyBears) {
+TEST(ChooseKernel, UnknownKernelNameFallsBackToBest) {
     for (const char* name : {"", "scala", "scalar ", "SCALAR", "no-such-kernel"}) {
         EXPECT_STREQ(ChooseKernel(name).name, SupportedKernels().front()->name) << name;
     }
 }
 
-TEST(ChooseKernel, FallsBackForAKernelThatCannotRunHere) {
+TEST(ChooseKernel, UnsupportedKernelFallsBackToBest) {
     for (const Kernel& kernel : AllKernels()) {
         if (!kernel.isSupported()) {
             EXPECT_STREQ(ChooseKernel(kernel.name).name, SupportedKernels().front()->name) << kernel.name;
@@ -423,13 +423,13 @@ TEST(ChooseKernel, FallsBackForAKernelThatCannotRunHere) {
     }
 }
 
-TEST(ActiveKernel, IsTheOneThatTheEnvironmentAsksFor) {
+TEST(ActiveKernel, IsTheOneThatTheEnvironmentSelects) {
     EXPECT_STREQ(ActiveKernel().name, ChooseKernel(std::getenv("VEXLANE_KERNEL")).name);
     EXPECT_EQ(&ActiveKernel(), &ActiveKernel());
 }
 
 #if VEXLANE_X64_KERNELS && defined(__GNUC__)
-TEST(KernelList, OffersWhatTheProcessorAndTheSystemHave) {
+TEST(KernelList, ContainsWhatProcessorAndSystemSupport) {
     namespace kernels = image_transform::kernels;
     const bool hasAvx512 = __builtin_cpu_supports("avx512f") != 0 && __builtin_cpu_supports("avx512bw") != 0 &&
                            __builtin_cpu_supports("avx512vl") != 0;
@@ -439,7 +439,7 @@ TEST(KernelList, OffersWhatTheProcessorAndTheSystemHave) {
     EXPECT_EQ(kernels::avx512VbmiKernel.isSupported(), hasAvx512 && __builtin_cpu_supports("avx512vbmi") != 0);
 }
 
-TEST(KernelList, BeginsWithTheWidestAndTheirNamesAreThoseThatOneAsksFor) {
+TEST(KernelList, BeginsWithTheWidestAndHasTheNamesOfTheSetting) {
     std::vector<std::string> names;
     for (const Kernel& kernel : AllKernels()) {
         names.emplace_back(kernel.name);
@@ -448,7 +448,7 @@ TEST(KernelList, BeginsWithTheWidestAndTheirNamesAreThoseThatOneAsksFor) {
 }
 #endif
 
-TEST(GuardPage, ASealedByteFaults) {
+TEST(GuardPage, AWriteToAReadOnlyByteFaults) {
     GTEST_FLAG_SET(death_test_style, "threadsafe");
     EXPECT_DEATH(
         {
@@ -460,7 +460,7 @@ TEST(GuardPage, ASealedByteFaults) {
         "");
 }
 
-TEST(GuardPage, AByteTooFarFaults) {
+TEST(GuardPage, AnAccessPastTheEndFaults) {
     GTEST_FLAG_SET(death_test_style, "threadsafe");
     EXPECT_DEATH(
         {

@@ -18,9 +18,9 @@
 #include "sdk/module.h"
 #include "server/server_launcher.h"
 #include "tests/support/allocation_count.h"
+#include "tests/support/completes_within.h"
 #include "tests/support/fake_engine.h"
 #include "tests/support/fake_processes.h"
-#include "tests/support/in_time.h"
 #include "tests/support/recording_debug_output.h"
 #include "tests/support/recording_host.h"
 #include "tests/support/scratch_registry.h"
@@ -31,6 +31,7 @@ extern "C" OKM8::Analytics::FinalizeModuleFunction FinalizeModule;
 
 namespace {
 
+using namespace std::chrono_literals;
 namespace ContractName = OKM8::ContractName;
 using allocation_count::Failing;
 using allocation_count::Failure;
@@ -47,24 +48,24 @@ RPLATE PlateAt(const std::string& text, int top) {
     return fake_engine::Plate(text, 540.0, 10, top, 30, top + 6);
 }
 
-struct Way {
+struct FailureMode {
     const char* name;
     Failing failing;
     const char* debugLevel;
 };
 
-void PrintTo(const Way& way, std::ostream* stream) {
-    *stream << way.name;
+void PrintTo(const FailureMode& mode, std::ostream* stream) {
+    *stream << mode.name;
 }
 
-const Way ways[] = {{"Once", Failing::One, "0"},
-                    {"OnceWithTraces", Failing::One, "1"},
-                    {"FromThereOn", Failing::AllFromThere, "0"},
-                    {"FromThereOnWithTraces", Failing::AllFromThere, "1"}};
+const FailureMode modes[] = {{"Once", Failing::One, "0"},
+                             {"OnceWithTraces", Failing::One, "1"},
+                             {"FromThenOn", Failing::AllFromThenOn, "0"},
+                             {"FromThenOnWithTraces", Failing::AllFromThenOn, "1"}};
 
 class OutOfMemoryTest : public testing::Test {
   protected:
-    explicit OutOfMemoryTest(const Way& givenWay) : way(givenWay) {
+    explicit OutOfMemoryTest(const FailureMode& givenMode) : mode(givenMode) {
         fake_engine::Reset();
         fake_engine::StopRecording();
         fake_engine::OnRecognize([](const IMG& image, RPLATE* plates) {
@@ -74,7 +75,7 @@ class OutOfMemoryTest : public testing::Test {
         });
         fake_processes::Reset();
         registry.StoreText(test_support::ScratchRegistry::Hive::LocalMachine, "SOFTWARE\\Tellumark\\KORA\\DEBUG",
-                           "DebugLevel", way.debugLevel);
+                           "DebugLevel", mode.debugLevel);
         found.clear();
         unconverted = 0;
     }
@@ -93,7 +94,7 @@ class OutOfMemoryTest : public testing::Test {
             const testing::ScopedTrace trace(__FILE__, __LINE__, "allocation " + std::to_string(number));
             prepare();
             bool hasThrown = false;
-            Failure failure(number, way.failing);
+            Failure failure(number, mode.failing);
             try {
                 action();
             } catch (...) {
@@ -106,7 +107,7 @@ class OutOfMemoryTest : public testing::Test {
                 return number - 1;
             }
         }
-        ADD_FAILURE() << "allocations without an end";
+        ADD_FAILURE() << "too many allocations";
         return 0;
     }
 
@@ -124,10 +125,10 @@ class OutOfMemoryTest : public testing::Test {
         Initialize();
         detector = GetModule()->CreateDetector(nullptr, host->Peer());
         ASSERT_NE(detector, nullptr);
-        Settle(readings);
+        CompleteTracksAfter(readings);
     }
 
-    void Settle(std::int32_t readings) {
+    void CompleteTracksAfter(std::int32_t readings) {
         EXPECT_EQ(Settings().SetBoolValue("result_ready", true), 0);
         EXPECT_EQ(Settings().SetIntValue("result_rec_count", readings), 0);
         EXPECT_EQ(Settings().SetIntValue("result_wait_time", 1000), 0);
@@ -178,7 +179,7 @@ class OutOfMemoryTest : public testing::Test {
         constexpr std::uint64_t tracksAreLost = 100000;
         const std::vector<RPLATE> plates = {PlateAt("LATER1", 4), PlateAt("RETAL2", 36)};
         std::vector<std::int32_t> outcomes;
-        ASSERT_TRUE(EndsInTime([&] {
+        ASSERT_TRUE(CompletesWithin(1min, [&] {
             for (const std::vector<RPLATE>& next : {std::vector<RPLATE>{}, plates, std::vector<RPLATE>{}}) {
                 time += tracksAreLost;
                 outcomes.push_back(PlayFrame(next));
@@ -200,7 +201,7 @@ class OutOfMemoryTest : public testing::Test {
         EXPECT_EQ(counts.released, counts.made);
     }
 
-    Way way;
+    FailureMode mode;
     test_support::ScratchRegistry registry;
     recording_host::BufferCounts counts;
     std::unique_ptr<recording_host::RecordingHost> host = std::make_unique<recording_host::RecordingHost>();
@@ -209,17 +210,17 @@ class OutOfMemoryTest : public testing::Test {
     std::uint64_t time = 0;
 };
 
-class OutOfMemory : public OutOfMemoryTest, public testing::WithParamInterface<Way> {
+class OutOfMemory : public OutOfMemoryTest, public testing::WithParamInterface<FailureMode> {
   protected:
     OutOfMemory() : OutOfMemoryTest(GetParam()) {}
 };
 
-INSTANTIATE_TEST_SUITE_P(Fails, OutOfMemory, testing::ValuesIn(ways),
+INSTANTIATE_TEST_SUITE_P(Fails, OutOfMemory, testing::ValuesIn(modes),
                          [](const auto& instance) { return std::string(instance.param.name); });
 
 // The exports and the construction of the detector.
 
-TEST_P(OutOfMemory, InCreateDetectorIsABadAllocOrLeavesADetectorThatWorks) {
+TEST_P(OutOfMemory, InCreateDetectorThrowsBadAllocOrReturnsAWorkingDetector) {
     bool hasThrown = false;
     const std::uint64_t allocations = AtEachAllocation(
         [&] {
@@ -238,13 +239,13 @@ TEST_P(OutOfMemory, InCreateDetectorIsABadAllocOrLeavesADetectorThatWorks) {
             if (detector == nullptr) {
                 detector = GetModule()->CreateDetector(nullptr, host->Peer());
             }
-            Settle(1);
+            CompleteTracksAfter(1);
             ExpectRecovery();
         });
     EXPECT_GT(allocations, 0u);
 }
 
-TEST_P(OutOfMemory, InDestroyStillGivesEverythingBack) {
+TEST_P(OutOfMemory, InDestroyStillReleasesEverything) {
     std::uint64_t made = 0;
     AtEachAllocation(
         [&] {
@@ -258,13 +259,13 @@ TEST_P(OutOfMemory, InDestroyStillGivesEverythingBack) {
     EXPECT_GT(made, 0u);
 }
 
-TEST_P(OutOfMemory, InFinalizeModuleIsKeptFromTheHost) {
+TEST_P(OutOfMemory, InFinalizeModuleDoesNotReachTheHost) {
     AtEachAllocation([&] { Initialize(); }, [] { FinalizeModule(); }, [] { EXPECT_EQ(GetModule(), nullptr); });
 }
 
 // Settings and error state.
 
-TEST_P(OutOfMemory, InASetterIsARefusalOfThatValueAlone) {
+TEST_P(OutOfMemory, InASetterRefusesOnlyThatValue) {
     const std::string longName = "a name that does not fit into a string without memory of its own";
     const std::string longText = "a text that does not fit into a string without memory of its own";
     const std::vector<std::pair<std::string, std::function<std::int32_t()>>> setters = {
@@ -292,7 +293,7 @@ TEST_P(OutOfMemory, InASetterIsARefusalOfThatValueAlone) {
                              EXPECT_EQ(set(), 0);
                              ExpectRecovery();
                          });
-        EXPECT_EQ(outcome, 0) << "without a failure it is taken";
+        EXPECT_EQ(outcome, 0) << "accepted without a failure";
     }
 }
 
@@ -302,7 +303,7 @@ TEST_P(OutOfMemory, InARefusedSetterKeepsTheCode) {
                      [&] { EXPECT_EQ(Errors().GetErrorCode(), OKM8::ErrorCode::RefusedSetting); });
 }
 
-TEST_P(OutOfMemory, InGetErrorMessageIsAnEmptyText) {
+TEST_P(OutOfMemory, InGetErrorMessageReturnsAnEmptyText) {
     const std::string longName(1000, 'n');  // longer than the reserved text
     const char* text = nullptr;
     const std::uint64_t allocations = AtEachAllocation(
@@ -318,7 +319,7 @@ TEST_P(OutOfMemory, InGetErrorMessageIsAnEmptyText) {
     EXPECT_GT(allocations, 0u);
 }
 
-TEST_P(OutOfMemory, InApplySettingsIsInTheErrorStateAndTheNextFrameIsRead) {
+TEST_P(OutOfMemory, InApplySettingsSetsTheErrorStateAndTheNextFrameSucceeds) {
     for (const bool hasSeenFrames : {false, true}) {
         const std::uint64_t allocations = AtEachAllocation(
             [&] {
@@ -372,12 +373,12 @@ const Scene scenes[] = {
      {{{PlateAt("ABCDEF", 4), PlateAt("ZYXWVU", 36)}}, {{PlateAt("ABCDEG", 4)}}, {{PlateAt("LAST12", 20)}, 100000}}},
 };
 
-class OutOfMemoryInAFrame : public OutOfMemoryTest, public testing::WithParamInterface<std::tuple<Way, Scene>> {
+class OutOfMemoryInAFrame : public OutOfMemoryTest, public testing::WithParamInterface<std::tuple<FailureMode, Scene>> {
   protected:
     OutOfMemoryInAFrame() : OutOfMemoryTest(std::get<0>(GetParam())) {}
 };
 
-TEST_P(OutOfMemoryInAFrame, LeavesADetectorThatReadsOn) {
+TEST_P(OutOfMemoryInAFrame, LeavesAWorkingDetector) {
     const Scene& scene = std::get<1>(GetParam());
     std::int32_t outcome = -1;
     OKM8::MFF::IMultimediaBuffer* last = nullptr;
@@ -439,7 +440,7 @@ TEST_P(OutOfMemory, InTheErrorOfAFrameLeavesNoOlderText) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Fails, OutOfMemoryInAFrame,
-                         testing::Combine(testing::ValuesIn(ways), testing::ValuesIn(scenes)),
+                         testing::Combine(testing::ValuesIn(modes), testing::ValuesIn(scenes)),
                          [](const auto& instance) {
                              return std::string(std::get<1>(instance.param).name) + std::get<0>(instance.param).name;
                          });

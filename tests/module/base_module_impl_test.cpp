@@ -21,7 +21,7 @@ class FakeDetector final : public IDetector {
     FakeDetector(IContract* hostPeer, void* hostObject) : peer(hostPeer), host(hostObject) {
         ++made;
         if (failsWithText) {
-            throw std::runtime_error("no detector today");
+            throw std::runtime_error("no detector");
         }
         if (failsWithNumber) {
             throw 42;
@@ -74,7 +74,7 @@ class FakePeer final : public IContract {
 
   private:
     static void* Unexpected() {
-        ADD_FAILURE() << "the peer was asked for something";
+        ADD_FAILURE() << "the peer was called";
         return nullptr;
     }
 };
@@ -89,7 +89,7 @@ class BaseModule : public testing::Test {
     Module module{hostObject};
 };
 
-TEST_F(BaseModule, MakesADetectorOfThePeerAndTheHostObject) {
+TEST_F(BaseModule, CreatesADetectorWithThePeerAndTheHostObject) {
     IDetector* const detector = module.CreateDetector(nullptr, &peer);
     ASSERT_NE(detector, nullptr);
     EXPECT_EQ(static_cast<FakeDetector*>(detector)->peer, &peer);
@@ -98,7 +98,7 @@ TEST_F(BaseModule, MakesADetectorOfThePeerAndTheHostObject) {
     detector->Destroy();
 }
 
-TEST_F(BaseModule, MakesANewDetectorAtEveryCall) {
+TEST_F(BaseModule, CreatesANewDetectorAtEveryCall) {
     FakePeer otherPeer;
     IDetector* const first = module.CreateDetector(nullptr, &peer);
     IDetector* const second = module.CreateDetector(nullptr, &otherPeer);
@@ -109,7 +109,7 @@ TEST_F(BaseModule, MakesANewDetectorAtEveryCall) {
     second->Destroy();
 }
 
-TEST_F(BaseModule, NeitherReadsNorMindsTheReservedArgument) {
+TEST_F(BaseModule, IgnoresTheReservedArgument) {
     for (const std::uintptr_t reserved : {std::uintptr_t{1}, UINTPTR_MAX}) {
         IDetector* const detector = module.CreateDetector(reinterpret_cast<void*>(reserved), &peer);
         ASSERT_NE(detector, nullptr);
@@ -119,7 +119,7 @@ TEST_F(BaseModule, NeitherReadsNorMindsTheReservedArgument) {
     EXPECT_EQ(module.CreateDetector(reinterpret_cast<void*>(std::uintptr_t{1}), nullptr), nullptr);
 }
 
-TEST_F(BaseModule, WithoutAHostObjectAnswersNoDetectorAndMakesNone) {
+TEST_F(BaseModule, WithoutAHostObjectReturnsNullAndCreatesNoDetector) {
     Module withoutHost(nullptr);
     EXPECT_EQ(withoutHost.CreateDetector(nullptr, &peer), nullptr);
     EXPECT_EQ(withoutHost.CreateDetector(nullptr, nullptr), nullptr);
@@ -127,13 +127,13 @@ TEST_F(BaseModule, WithoutAHostObjectAnswersNoDetectorAndMakesNone) {
     EXPECT_EQ(FakeDetector::made, 0);
 }
 
-TEST_F(BaseModule, WithoutAPeerAnswersNoDetectorAndMakesNone) {
+TEST_F(BaseModule, WithoutAPeerReturnsNullAndCreatesNoDetector) {
     EXPECT_EQ(module.CreateDetector(nullptr, nullptr), nullptr);
     EXPECT_EQ(FakeDetector::allocated, 0);
     EXPECT_EQ(FakeDetector::made, 0);
 }
 
-TEST_F(BaseModule, LetsOutWhatTheDetectorsConstructorThrowsAndFreesItsMemory) {
+TEST_F(BaseModule, PropagatesAnExceptionOfTheDetectorsConstructorAndFreesItsMemory) {
     FakeDetector::failsWithText = true;
     std::string text;
     try {
@@ -141,7 +141,7 @@ TEST_F(BaseModule, LetsOutWhatTheDetectorsConstructorThrowsAndFreesItsMemory) {
     } catch (const std::runtime_error& error) {
         text = error.what();
     }
-    EXPECT_EQ(text, "no detector today");
+    EXPECT_EQ(text, "no detector");
     EXPECT_EQ(FakeDetector::made, 1);
     EXPECT_EQ(FakeDetector::allocated, 1);
     EXPECT_EQ(FakeDetector::freed, 1);
@@ -149,7 +149,7 @@ TEST_F(BaseModule, LetsOutWhatTheDetectorsConstructorThrowsAndFreesItsMemory) {
     EXPECT_EQ(FakeDetector::lastFreed, FakeDetector::lastAllocated);
 }
 
-TEST_F(BaseModule, LetsOutWhatIsNoStandardExceptionTooAndMakesTheNextDetector) {
+TEST_F(BaseModule, PropagatesANonStandardExceptionAndCreatesTheNextDetector) {
     FakeDetector::failsWithNumber = true;
     EXPECT_THROW(module.CreateDetector(nullptr, &peer), int);
     EXPECT_EQ(FakeDetector::freed, 1);
@@ -160,7 +160,7 @@ TEST_F(BaseModule, LetsOutWhatIsNoStandardExceptionTooAndMakesTheNextDetector) {
     EXPECT_EQ(FakeDetector::allocated, 2);
 }
 
-TEST_F(BaseModule, AnswersItsThreeNamesWithItself) {
+TEST_F(BaseModule, ReturnsItselfForItsThreeNames) {
     void* const itself = static_cast<OKM8::Analytics::IModule*>(&module);
     for (const char* name : {ContractName::IContract, ContractName::IPluginModule, ContractName::IModule}) {
         const std::string copy = name;
@@ -169,7 +169,7 @@ TEST_F(BaseModule, AnswersItsThreeNamesWithItself) {
     }
 }
 
-TEST_F(BaseModule, AnswersNoOtherName) {
+TEST_F(BaseModule, ReturnsNullForAnyOtherName) {
     const std::string known = ContractName::IModule;
     const std::string names[] = {"",
                                  "IModule",

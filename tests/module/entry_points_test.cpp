@@ -29,7 +29,7 @@ class EntryPoints : public testing::Test {
     int host = 0;  // passed on and never read
 };
 
-TEST_F(EntryPoints, InitializeModuleThrowsNothingWhicheverAllocationFails) {
+TEST_F(EntryPoints, InitializeModuleDoesNotThrowWhenAnyAllocationFails) {
     std::uint64_t number = 1;
     for (;; ++number) {
         diagnostics::SetDebugLevel(1);
@@ -46,7 +46,7 @@ TEST_F(EntryPoints, InitializeModuleThrowsNothingWhicheverAllocationFails) {
     EXPECT_EQ(diagnostics::DebugLevel(), 7);
 }
 
-TEST_F(EntryPoints, GetModuleThrowsOnAllocationFailureAndMakesTheModuleAtTheNextCall) {
+TEST_F(EntryPoints, GetModuleThrowsOnAllocationFailureAndCreatesTheModuleAtTheNextCall) {
     InitializeModule(&host);
     Failure failure(1);
     EXPECT_THROW(GetModule(), std::bad_alloc);

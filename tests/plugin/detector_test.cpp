@@ -44,7 +44,7 @@ struct Detector : PluginFixture {
     void* controller = nullptr;
 };
 
-TEST_F(Detector, AnswersItsNamesWithTheirPartsFromEveryPartAndBothSlots) {
+TEST_F(Detector, ReturnsThePartOfEachNameFromEveryPartAndBothSlots) {
     const std::vector<std::pair<const char*, void*>> parts = {
         {"struct OKM8::IContract", detector},
         {"struct OKM8::IDestroyable", detector},
@@ -71,14 +71,14 @@ TEST_F(Detector, AnswersItsNamesWithTheirPartsFromEveryPartAndBothSlots) {
     }
 }
 
-TEST_F(Detector, HasSixPartsThatStandApart) {
+TEST_F(Detector, HasSixSeparateParts) {
     std::vector<void*> parts = {detector, receiver, single, adjuster, errors, controller};
     // The first base is at the start, the others follow in their order.
     EXPECT_TRUE(std::is_sorted(parts.begin(), parts.end()));
     EXPECT_EQ(std::adjacent_find(parts.begin(), parts.end()), parts.end());
 }
 
-TEST_F(Detector, AnswersZeroToEveryControl) {
+TEST_F(Detector, ReturnsZeroFromEveryControl) {
     for (std::size_t slot = 3; slot < 8; ++slot) {
         EXPECT_EQ((CallSlot<std::int32_t>(controller, slot)), 0);
         EXPECT_EQ((CallSlot<std::int32_t, void*, std::int64_t, double>(controller, slot, nullptr, -1, 1.5)), 0);
@@ -86,7 +86,7 @@ TEST_F(Detector, AnswersZeroToEveryControl) {
     EXPECT_EQ(ErrorCode(), 0);
 }
 
-TEST_F(Detector, TakesSettingsOfTheRightTypeAndRefusesAllOthersByName) {
+TEST_F(Detector, AcceptsSettingsOfTheRightTypeAndRefusesAllOthersByName) {
     const auto setString = [&](const char* name, const char* value) {
         return CallSlot<std::int32_t, const char*, const char*>(adjuster, 3, name, value);
     };
@@ -125,7 +125,7 @@ TEST_F(Detector, TakesSettingsOfTheRightTypeAndRefusesAllOthersByName) {
     EXPECT_EQ(ErrorText(), "");
 }
 
-TEST_F(Detector, TakesValuesOfASingleCallUnderAnyName) {
+TEST_F(Detector, AcceptsValuesOfASingleCallUnderAnyName) {
     EXPECT_EQ((CallSlot<std::int32_t, const char*, const char*>(single, 4, "anything", "text")), 0);
     EXPECT_EQ((CallSlot<std::int32_t, const char*, double>(single, 5, "anything", 0.5)), 0);
     EXPECT_EQ((CallSlot<std::int32_t, const char*, std::int32_t>(single, 6, "anything", 7)), 0);
@@ -133,7 +133,7 @@ TEST_F(Detector, TakesValuesOfASingleCallUnderAnyName) {
     EXPECT_EQ((CallSlot<std::int32_t, const char*, bool>(single, 7, nullptr, true)), refused);
 }
 
-TEST_F(Detector, HandlesFramesAndGivesEveryBufferBack) {
+TEST_F(Detector, HandlesFramesAndReleasesEveryBuffer) {
     for (std::uint64_t time = 0; time < 5; ++time) {
         EXPECT_EQ(Receive(MakeFrame(buffers, 64, 48, time)), 0) << ErrorText();
     }
@@ -141,7 +141,7 @@ TEST_F(Detector, HandlesFramesAndGivesEveryBufferBack) {
     EXPECT_EQ(buffers.released, 5);
 }
 
-TEST_F(Detector, AnswersOneForAFrameThatItCannotReadAndSaysWhy) {
+TEST_F(Detector, ReturnsOneAndAnErrorTextForAnInvalidFrame) {
     recording_host::BufferOptions options;
     options.pixels.assign(100, 0);
     EXPECT_EQ(Receive(recording_host::MakeBuffer(buffers, options)), 1);
@@ -156,7 +156,7 @@ TEST_F(Detector, AnswersOneForAFrameThatItCannotReadAndSaysWhy) {
     EXPECT_EQ(ErrorText(), "");
 }
 
-TEST_F(Detector, TellsOfASingleFrameThatIsDone) {
+TEST_F(Detector, ReportsASingleFrameAsDone) {
     recording_host::RecordingFrameDone done;
     const OKM8::FrameArea area = {10, 10, 50, 50};
     OKM8::MFF::IMultimediaBuffer* const buffer = MakeFrame(buffers, 64, 48, 1);
@@ -176,7 +176,7 @@ TEST_F(Detector, AppliesSettingsByTheLastSlotOfItsAdjuster) {
     EXPECT_EQ(Receive(MakeFrame(buffers, 64, 48, 0)), 0);
 }
 
-TEST_F(Detector, IsEndedByItsOwnSlotAndEndsTheServer) {
+TEST_F(Detector, IsDestroyedByItsOwnSlotAndEndsTheServer) {
     ASSERT_TRUE(WaitUntil([] { return servers::Running().size() == 1; }));
     std::erase(detectors, detector);
     CallSlot<void>(detector, 3);
@@ -184,7 +184,7 @@ TEST_F(Detector, IsEndedByItsOwnSlotAndEndsTheServer) {
 }
 
 // A script with two vehicles, one after the other.
-class Film : public PluginFixture {
+class TwoVehicles : public PluginFixture {
   protected:
     static constexpr int framePeriod = 40;  // milliseconds
     static constexpr int startTime = 1000;
@@ -248,7 +248,7 @@ void ExpectText(const recording_host::RecordedTarget& target, const char* key, c
     EXPECT_EQ(value->text, text) << key;
 }
 
-TEST_F(Film, RaisesOneEventForEachVehicle) {
+TEST_F(TwoVehicles, RaiseOneEventEach) {
     IDetector* const detector = Prepare();
     Run(detector);
     const auto events = host.Events();
@@ -297,17 +297,17 @@ TEST_F(Film, RaisesOneEventForEachVehicle) {
     EXPECT_EQ(second.track.size(), 3u);
 }
 
-TEST_F(Film, GivesEveryBufferBackOnceTheDetectorIsGone) {
+TEST_F(TwoVehicles, ReleaseEveryBufferOnDestruction) {
     IDetector* const detector = Prepare();
     Run(detector);
     EXPECT_EQ(buffers.made, 13);
-    EXPECT_LT(buffers.released, 13) << "readings that await their verdict keep their frames";
+    EXPECT_LT(buffers.released, 13) << "pending readings keep their frames";
     Destroy(detector);
     EXPECT_EQ(buffers.released, 13);
     EXPECT_EQ(host.Events().size(), 2u) << "destruction raises nothing";
 }
 
-TEST_F(Film, IsToldInTraceLinesAtALevelAboveZero) {
+TEST_F(TwoVehicles, WriteTraceLinesAtALevelAboveZero) {
     folder.SetDebugLevel("1");
     const DebugLines lines;
     IDetector* const detector = Prepare();
@@ -331,7 +331,7 @@ TEST_F(Film, IsToldInTraceLinesAtALevelAboveZero) {
     EXPECT_EQ(text.find("Set plate range"), std::string::npos);
 }
 
-TEST_F(Film, IsNotToldAtLevelZero) {
+TEST_F(TwoVehicles, WriteNoTraceLinesAtLevelZero) {
     const DebugLines lines;
     IDetector* const detector = Prepare();
     Run(detector);
@@ -344,7 +344,7 @@ TEST_F(Film, IsNotToldAtLevelZero) {
 
 class TwoDetectors : public PluginFixture {};
 
-TEST_F(TwoDetectors, ShareAServerThatTheFirstToGoEndsAndARefusedRangeBringsBack) {
+TEST_F(TwoDetectors, ShareAServerThatTheFirstDestructionEndsAndARefusedRangeRestarts) {
     folder.SetScript(R"({"refused_ranges":[1]})");
     Initialize();
     IDetector* const first = CreateDetector();
@@ -354,12 +354,12 @@ TEST_F(TwoDetectors, ShareAServerThatTheFirstToGoEndsAndARefusedRangeBringsBack)
     Destroy(first);
     EXPECT_THAT(servers::Running(), testing::IsEmpty());
     EXPECT_EQ(receiver->Receive(MakeFrame(buffers, 64, 48, 0)), 0);
-    EXPECT_THAT(servers::Running(), testing::IsEmpty()) << "a range that was taken restarts nothing";
+    EXPECT_THAT(servers::Running(), testing::IsEmpty()) << "an accepted range restarts nothing";
     EXPECT_EQ(receiver->Receive(MakeFrame(buffers, 64, 48, 1)), 0);
     EXPECT_EQ(servers::Running().size(), 1u);
 }
 
-TEST_F(TwoDetectors, OfWhichTheSecondRestartsTheServer) {
+TEST_F(TwoDetectors, RestartTheServerForTheSecond) {
     Initialize();
     CreateDetector();
     ASSERT_TRUE(WaitUntil([] { return servers::Running().size() == 1; }));
@@ -369,7 +369,7 @@ TEST_F(TwoDetectors, OfWhichTheSecondRestartsTheServer) {
     EXPECT_NE(servers::Running(), before);
 }
 
-TEST_F(TwoDetectors, TakeFramesAndSettingsOnManyThreadsWhileTheServerIsRestarted) {
+TEST_F(TwoDetectors, ReceiveFramesAndSettingsOnManyThreadsWhileTheServerIsRestarted) {
     constexpr int frameCount = 60;
     folder.SetScript(R"({"refused_ranges":[5,20,21,40,80],"repeat":true,"frames":[{"plates":[{"text":"AB123C",)"
                      R"("confidence":540,"corners":[[10,10],[10,20],[40,10],[40,20]]}]},{}]})");

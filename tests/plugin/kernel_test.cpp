@@ -14,8 +14,8 @@ using namespace plugin_test;
 using nlohmann::json;
 using recording_host::BufferOptions;
 
-struct KernelOfTheLibrary : PluginFixture {
-    KernelOfTheLibrary() {
+struct LibraryKernel : PluginFixture {
+    LibraryKernel() {
         folder.SetScript(R"({"journal":"calls"})");
         Initialize();
         receiver = CallSlot<void*, const char*>(CreateDetector(), 0, OKM8::ContractName::IMediaReceiver);
@@ -80,7 +80,7 @@ std::string ExpectedSum(const BufferOptions& frame) {
     return sum.Text();
 }
 
-TEST_F(KernelOfTheLibrary, GivesTheEngineTheFormulasBytes) {
+TEST_F(LibraryKernel, PassesTheFormulasPixelsToTheEngine) {
     struct Size {
         std::uint32_t width;
         std::uint32_t height;

@@ -24,7 +24,7 @@ class ForkingHost : public PluginFixture {
 
     // Runs a child for each way to use or destroy the parent's objects, and checks that the parent's servers are
     // unchanged.
-    void ExpectThatChildrenEndAndLeaveTheServerAlone() {
+    void ExpectChildrenEndAndKeepTheServer() {
         const std::set<servers::ProcessId> before = Running();
         const struct {
             const char* name;
@@ -63,32 +63,32 @@ class ForkingHost : public PluginFixture {
 };
 
 // The first detector finds no program to start, so polling continues.
-TEST_F(ForkingHost, WhosePollingIsOnHasChildrenThatEndAndLeaveTheServerAlone) {
+TEST_F(ForkingHost, HasChildrenThatEndAndKeepTheServerDuringPolling) {
     servers::Remove();
     Initialize();
     CreateDetector();
-    ExpectThatChildrenEndAndLeaveTheServerAlone();
+    ExpectChildrenEndAndKeepTheServer();
     servers::Place(VEXLANE_SERVER_PROGRAM);
-    ASSERT_TRUE(WaitUntil([] { return Running().size() == 1; })) << "the parent does not poll any more";
-    ExpectThatChildrenEndAndLeaveTheServerAlone();
+    ASSERT_TRUE(WaitUntil([] { return Running().size() == 1; })) << "the parent no longer polls";
+    ExpectChildrenEndAndKeepTheServer();
 }
 
 // The second detector finds a server and restarts it, which ends polling.
-TEST_F(ForkingHost, WhosePollingIsOverHasChildrenThatEndAndLeaveTheServerAlone) {
+TEST_F(ForkingHost, HasChildrenThatEndAndKeepTheServerAfterPolling) {
     Initialize();
     CreateDetector();
     ASSERT_TRUE(WaitUntil([] { return Running().size() == 1; }));
     CreateDetector();
     ASSERT_THAT(Running(), SizeIs(1));
-    ExpectThatChildrenEndAndLeaveTheServerAlone();
+    ExpectChildrenEndAndKeepTheServer();
     EXPECT_TRUE(Receives());
-    ASSERT_THAT(Running(), SizeIs(1)) << "the parent restarts its server as ever";
+    ASSERT_THAT(Running(), SizeIs(1)) << "the parent restarts its server as before";
     Destroy(detectors.back());
     EXPECT_THAT(Running(), SizeIs(0)) << "and ends it";
 }
 
 // A host that becomes a background process before its first detector.
-TEST_F(ForkingHost, ThatHasNoDetectorYetHasAChildThatStartsAndEndsAServerOfItsOwn) {
+TEST_F(ForkingHost, HasAChildThatStartsAndEndsItsOwnServerBeforeTheFirstDetector) {
     Initialize();
     EXPECT_EQ(test_support::ExitCodeOfForkedChild([this] {
                   CreateDetector();

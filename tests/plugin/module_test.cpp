@@ -19,19 +19,19 @@ TEST_F(Module, IsNullForANullHost) {
     EXPECT_EQ(plugin->GetModule(), nullptr);
 }
 
-TEST_F(Module, IsOneObjectHoweverOftenItIsAskedFor) {
+TEST_F(Module, IsTheSameObjectAtEveryCall) {
     IModule* const module = Initialize();
     EXPECT_EQ(plugin->GetModule(), module);
     EXPECT_EQ(plugin->GetModule(), module);
 }
 
-TEST_F(Module, IsMadeWithoutALookAtTheHost) {
+TEST_F(Module, IsCreatedWithoutCallingTheHost) {
     EXPECT_EQ(plugin->InitializeModule(reinterpret_cast<void*>(std::uintptr_t{1})), 0);
     EXPECT_NE(plugin->GetModule(), nullptr);
-    EXPECT_THAT(host.AskedInterfaces(), testing::IsEmpty());
+    EXPECT_THAT(host.RequestedInterfaces(), testing::IsEmpty());
 }
 
-TEST_F(Module, IsGoneBehindFinalization) {
+TEST_F(Module, IsNullAfterFinalization) {
     Initialize();
     plugin->FinalizeModule();
     EXPECT_EQ(plugin->GetModule(), nullptr);
@@ -43,7 +43,7 @@ TEST_F(Module, FinalizationWithoutAModuleForgetsTheHost) {
     EXPECT_EQ(plugin->GetModule(), nullptr);
 }
 
-TEST_F(Module, FinalizationWithoutAnythingAndTwiceIsHarmless) {
+TEST_F(Module, FinalizationWithoutInitializationAndTwiceIsHarmless) {
     plugin->FinalizeModule();
     Initialize();
     plugin->FinalizeModule();
@@ -51,7 +51,7 @@ TEST_F(Module, FinalizationWithoutAnythingAndTwiceIsHarmless) {
     EXPECT_EQ(plugin->GetModule(), nullptr);
 }
 
-TEST_F(Module, CanBeMadeAnewBehindFinalization) {
+TEST_F(Module, CanBeCreatedAgainAfterFinalization) {
     for (int round = 0; round < 3; ++round) {
         IModule* const module = Initialize();
         ASSERT_NE(module, nullptr);
@@ -61,16 +61,16 @@ TEST_F(Module, CanBeMadeAnewBehindFinalization) {
     }
 }
 
-TEST_F(Module, ThatExistsIsAnsweredEvenForANullHost) {
+TEST_F(Module, StaysTheSameAfterInitializationWithANullHost) {
     IModule* const module = Initialize();
     EXPECT_EQ(plugin->InitializeModule(nullptr), 0);
     EXPECT_EQ(plugin->GetModule(), module);
     // It keeps the host that it was created with.
     Destroy(CreateDetector());
-    EXPECT_THAT(host.AskedInterfaces(), testing::Contains(std::string(ContractName::ILogger)));
+    EXPECT_THAT(host.RequestedInterfaces(), testing::Contains(std::string(ContractName::ILogger)));
 }
 
-TEST_F(Module, AnswersItsThreeNamesInBothQuerySlots) {
+TEST_F(Module, ReturnsItselfForItsThreeNamesInBothQuerySlots) {
     IModule* const module = Initialize();
     for (const std::size_t slot : {0u, 1u}) {
         for (const char* name :
@@ -80,7 +80,7 @@ TEST_F(Module, AnswersItsThreeNamesInBothQuerySlots) {
     }
 }
 
-TEST_F(Module, AnswersNoOtherNameInEitherQuerySlot) {
+TEST_F(Module, ReturnsNullForAnyOtherNameInBothQuerySlots) {
     IModule* const module = Initialize();
     for (const std::size_t slot : {0u, 1u}) {
         EXPECT_EQ((CallSlot<void*, const char*>(module, slot, nullptr)), nullptr);
@@ -110,7 +110,7 @@ TEST_F(Module, AnswersNoOtherNameInEitherQuerySlot) {
     }
 }
 
-TEST_F(Module, MakesADetectorByItsFourthSlotAndDoesNotReadTheFirstArgument) {
+TEST_F(Module, CreatesADetectorByItsFourthSlotAndDoesNotReadTheFirstArgument) {
     IModule* const module = Initialize();
     void* const detector =
         CallSlot<void*, void*, OKM8::IContract*>(module, 3, reinterpret_cast<void*>(std::uintptr_t{1}), host.Peer());
@@ -119,23 +119,23 @@ TEST_F(Module, MakesADetectorByItsFourthSlotAndDoesNotReadTheFirstArgument) {
     CallSlot<void>(detector, 3);
 }
 
-TEST_F(Module, MakesNoDetectorWithoutAPeer) {
+TEST_F(Module, CreatesNoDetectorWithoutAPeer) {
     IModule* const module = Initialize();
     int anything = 0;
     EXPECT_EQ((CallSlot<void*, void*, OKM8::IContract*>(module, 3, nullptr, nullptr)), nullptr);
     EXPECT_EQ((CallSlot<void*, void*, OKM8::IContract*>(module, 3, &anything, nullptr)), nullptr);
     EXPECT_THAT(servers::Running(), testing::IsEmpty()) << "no detector, so no server";
-    EXPECT_THAT(host.AskedInterfaces(), testing::IsEmpty());
+    EXPECT_THAT(host.RequestedInterfaces(), testing::IsEmpty());
 }
 
-TEST_F(Module, MakesADetectorForEachCall) {
+TEST_F(Module, CreatesADetectorForEachCall) {
     Initialize();
     EXPECT_NE(CreateDetector(), CreateDetector());
 }
 
 // The debug level
 
-TEST_F(Module, InitializationMakesAMissingKeyAndStaysQuiet) {
+TEST_F(Module, InitializationCreatesAMissingKeyAndWritesNothing) {
     const DebugLines lines;
     Initialize();
     EXPECT_TRUE(folder.HasEmptyKey());
@@ -157,7 +157,7 @@ TEST_F(Module, TheLevelIsReadAtEveryInitialization) {
     }
 }
 
-TEST_F(Module, TheLevelIsNotReadInBetween) {
+TEST_F(Module, TheLevelIsNotReadBetweenInitializations) {
     folder.SetDebugLevel("0");
     Initialize();
     folder.SetDebugLevel("1");

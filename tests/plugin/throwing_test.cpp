@@ -43,7 +43,7 @@ std::string NameOf(Kind kind) {
 }
 
 // A script with another vehicle in every frame, so that every frame has its own event.
-std::string Film() {
+std::string Script() {
     std::ostringstream json;
     json << R"({"frames":[)";
     for (int frame = 0; frame < 8; ++frame) {
@@ -61,7 +61,7 @@ class Throwing : public testing::Test {
   protected:
     Throwing() {
         servers::Remove();
-        folder.SetScript(Film());
+        folder.SetScript(Script());
         folder.SetDebugLevel("1");
         host.refusals.logger = true;
         host.onCall = buffers.onCall = frameDone.onCall = [this](const HostCall& call) { HandleCall(call.operation); };
@@ -106,9 +106,9 @@ class Throwing : public testing::Test {
     void ExpectRecovery() {
         throwing.clear();
         const int raised = Count(Operation::Raise);
-        std::int32_t answer = -1;
-        std::thread([&] { answer = Receive(); }).join();
-        EXPECT_EQ(answer, 0) << errors->GetErrorMessage();
+        std::int32_t code = -1;
+        std::thread([&] { code = Receive(); }).join();
+        EXPECT_EQ(code, 0) << errors->GetErrorMessage();
         EXPECT_EQ(errors->GetErrorCode(), 0);
         EXPECT_STREQ(errors->GetErrorMessage(), "");
         EXPECT_GT(Count(Operation::Raise), raised);
@@ -170,7 +170,7 @@ class Throwing : public testing::Test {
 
 class ThrowingConstruction : public Throwing, public testing::WithParamInterface<Kind> {};
 
-TEST_P(ThrowingConstruction, ReachesTheHostAndTheNextDetectorIsMade) {
+TEST_P(ThrowingConstruction, ReachesTheHostAndTheNextDetectorIsCreated) {
     Load(std::make_unique<Plugin>());
     throwing = {Operation::GetLogger};
     throwsOther = GetParam() == Kind::Other;
@@ -308,7 +308,7 @@ class ThrowingRelease : public Throwing, public testing::WithParamInterface<Kind
     }
 };
 
-TEST_P(ThrowingRelease, OfAFrameThatIsDoneLeavesTheFrameAsItIs) {
+TEST_P(ThrowingRelease, OfAFinishedFrameDoesNotChangeItsOutcome) {
     PrepareToThrow();
     for (int frame = 0; frame < 5; ++frame) {
         EXPECT_EQ(Receive(), 0) << errors->GetErrorMessage();
@@ -318,7 +318,7 @@ TEST_P(ThrowingRelease, OfAFrameThatIsDoneLeavesTheFrameAsItIs) {
     ExpectAllBuffersReleased();
 }
 
-TEST_P(ThrowingRelease, OfWhatIsNoFrameLeavesItsErrorAsItIs) {
+TEST_P(ThrowingRelease, OfARefusedBufferDoesNotChangeItsError) {
     PrepareToThrow();
     EXPECT_EQ(Receive(recording_host::MakeBuffer(buffers, {.pixels = {}, .isComposite = false})), 1);
     EXPECT_STREQ(errors->GetErrorMessage(), "inputData is not an ICompositeBuffer");
@@ -327,7 +327,7 @@ TEST_P(ThrowingRelease, OfWhatIsNoFrameLeavesItsErrorAsItIs) {
     ExpectAllBuffersReleased();
 }
 
-TEST_P(ThrowingRelease, OfFramesThatADestroyedDetectorHasKeptGivesAllOfThemBack) {
+TEST_P(ThrowingRelease, InADestroyedDetectorStillReleasesAllFrames) {
     PrepareToThrow(false);  // a plate that is not reported keeps its frame
     for (int frame = 0; frame < 3; ++frame) {
         Receive();
@@ -369,7 +369,7 @@ class CallsFromInside : public Throwing {
     OKM8::Analytics::IMediaReceiverController* controller = nullptr;
 };
 
-TEST_F(CallsFromInside, EveryOperationSettersAndErrorReadsWorkAndLeaveTheFrameAsItIs) {
+TEST_F(CallsFromInside, SettersAndErrorReadsWorkInEveryOperationAndDoNotChangeTheFrame) {
     std::set<Operation> requiredCall;
     onOperation = [&](Operation operation) {
         requiredCall.insert(operation);
@@ -417,9 +417,9 @@ TEST_P(ThrowingEngine, IsATraceLineAndTheFrameSucceeds) {
     EXPECT_EQ(LastMessageOf("Recognize"), kind == Kind::Standard ? throwing_engine::thrownText : "Exception");
     EXPECT_EQ(Count(Operation::OnFrameDone), 2);
     Behave();
-    std::int32_t answer = -1;
-    std::thread([&] { answer = Receive(); }).join();
-    EXPECT_EQ(answer, 0);
+    std::int32_t code = -1;
+    std::thread([&] { code = Receive(); }).join();
+    EXPECT_EQ(code, 0);
     EXPECT_EQ(LastMessageOf("Recognize"), "Frame count: 3 Iteration : 0 NumberOfPlate is 0");
     ExpectAllBuffersReleased();
 }

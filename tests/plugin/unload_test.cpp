@@ -36,7 +36,7 @@ class Unloading : public testing::Test {
 
     OKM8::Analytics::IDetector* CreateDetector() { return plugin->GetModule()->CreateDetector(nullptr, host.Peer()); }
 
-    void ExpectUnloadingComesBack() {
+    void ExpectUnloadingReturns() {
         const auto start = std::chrono::steady_clock::now();
         plugin->Unload();
         EXPECT_LT(std::chrono::steady_clock::now() - start, longestEnd);
@@ -50,7 +50,7 @@ class Unloading : public testing::Test {
 
     // Unloads while a detector exists and the library polls for it.
     void UnloadWhilePollingRuns(OKM8::Analytics::IDetector* detector) {
-        ExpectUnloadingComesBack();
+        ExpectUnloadingReturns();
         if (pollingKeepsTheLibrary) {
             // Threads cannot be joined there, so polling continues in a library that stays loaded. A host that loads it
             // again ends polling as usual, and then it is unloaded.
@@ -58,7 +58,7 @@ class Unloading : public testing::Test {
             plugin = std::make_unique<Plugin>();
             detector->Destroy();
             plugin->FinalizeModule();
-            ExpectUnloadingComesBack();
+            ExpectUnloadingReturns();
         } else {
             Abandoned().push_back(detector);
         }
@@ -71,13 +71,13 @@ class Unloading : public testing::Test {
     std::unique_ptr<Plugin> plugin;
 };
 
-TEST_F(Unloading, ALibraryThatWasNotUsedLeavesNothing) {
+TEST_F(Unloading, OfAnUnusedLibraryLeavesNothing) {
     plugin = std::make_unique<Plugin>();
-    ExpectUnloadingComesBack();
+    ExpectUnloadingReturns();
     ExpectNothingIsLeft();
 }
 
-TEST_F(Unloading, InGoodOrderLeavesNothingAndCanBeRepeated) {
+TEST_F(Unloading, InOrderLeavesNothingAndCanBeRepeated) {
     for (int round = 0; round < 3; ++round) {
         Load();
         OKM8::Analytics::IDetector* const detector = CreateDetector();
@@ -88,28 +88,28 @@ TEST_F(Unloading, InGoodOrderLeavesNothingAndCanBeRepeated) {
         detector->Destroy();
         EXPECT_THAT(Running(), IsEmpty());
         plugin->FinalizeModule();
-        ExpectUnloadingComesBack();
+        ExpectUnloadingReturns();
         ExpectNothingIsLeft();
     }
     EXPECT_EQ(buffers.released, 3);
 }
 
-TEST_F(Unloading, WhileTheModuleStillExistsComesBack) {
+TEST_F(Unloading, WhileTheModuleExistsReturns) {
     Load();
     // The module object stays allocated.
     Abandoned().push_back(plugin->GetModule());
-    ExpectUnloadingComesBack();
+    ExpectUnloadingReturns();
     ExpectNothingIsLeft();
 }
 
 // The first detector finds no program to start, so polling continues, and one of the next polls starts the server.
-TEST_F(Unloading, WhilePollingRunsComesBackAndTheServerEndsWithTheLibrary) {
+TEST_F(Unloading, DuringPollingReturnsAndTheServerEndsWithTheLibrary) {
     servers::Remove();
     Load();
     Abandoned().push_back(plugin->GetModule());
     OKM8::Analytics::IDetector* const detector = CreateDetector();
     servers::Place(VEXLANE_SERVER_PROGRAM);
-    ASSERT_TRUE(WaitUntil([] { return Running().size() == 1; })) << "polling has not gone on";
+    ASSERT_TRUE(WaitUntil([] { return Running().size() == 1; })) << "polling has stopped";
     UnloadWhilePollingRuns(detector);
 }
 
@@ -122,17 +122,17 @@ TEST_F(Unloading, WhilePollingFindsNoProgramLeavesNothing) {
     }
 }
 
-TEST_F(Unloading, TheMomentTheFirstDetectorIsThereComesBack) {
+TEST_F(Unloading, RightAfterTheFirstDetectorReturns) {
     for (int round = 0; round < 10; ++round) {
         Load();
         Abandoned().push_back(plugin->GetModule());
         OKM8::Analytics::IDetector* const detector = CreateDetector();
-        ExpectUnloadingComesBack();
+        ExpectUnloadingReturns();
         if (IsLoaded(LibraryFile())) {
             ASSERT_TRUE(pollingKeepsTheLibrary);
             plugin = std::make_unique<Plugin>();
             detector->Destroy();
-            ExpectUnloadingComesBack();
+            ExpectUnloadingReturns();
         } else {
             Abandoned().push_back(detector);
         }
@@ -150,7 +150,7 @@ class ProcessEnd : public testing::TestWithParam<const char*> {
     TestFolder folder;
 };
 
-TEST_P(ProcessEnd, WhilePollingRunsComesBackAndEndsTheServer) {
+TEST_P(ProcessEnd, DuringPollingSucceedsAndEndsTheServer) {
     test_support::ChildProcess host({.program = servers::OwnFolder() / VEXLANE_ENDING_HOST, .arguments = {GetParam()}});
     // It prints the server's id and then ends.
     host.WaitForOutput("\n");

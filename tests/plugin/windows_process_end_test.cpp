@@ -10,7 +10,7 @@ using testing::Not;
 using testing::StartsWith;
 
 // The system has already stopped the other threads; a line could wait for a lock that one of them held.
-TEST(WindowsProcessEnd, WritesNoLinesOfAStop) {
+TEST(WindowsProcessEnd, WritesNoStopLines) {
     servers::Remove();
     const auto program = servers::OwnFolder() / VEXLANE_ENDING_HOST;
     const test_support::DebuggedRun run = test_support::RunUnderDebugger('"' + program.string() + "\" return");

@@ -40,7 +40,7 @@ class Version : public testing::Test {
     std::vector<unsigned char> information;
 };
 
-TEST_F(Version, IsTheProjectsInNumbersAndInText) {
+TEST_F(Version, MatchesTheProjectInNumbersAndText) {
     ASSERT_FALSE(information.empty());
     void* value = nullptr;
     UINT size = 0;
@@ -54,7 +54,7 @@ TEST_F(Version, IsTheProjectsInNumbersAndInText) {
     EXPECT_EQ(Text("ProductVersion"), VEXLANE_VERSION);
 }
 
-TEST_F(Version, BearsTheProductsName) {
+TEST_F(Version, HasTheProductsName) {
     ASSERT_FALSE(information.empty());
     EXPECT_EQ(Text("ProductName"), "Vexlane");
     EXPECT_EQ(Text("OriginalFilename"), "vexlane.dll");

@@ -55,7 +55,7 @@ class CheckForeignCalls(unittest.TestCase):
         for part in parts:
             self.assertIn(part, breaches[0])
 
-    def test_a_good_tree_passes(self):
+    def test_a_valid_tree_passes(self):
         self.assertEqual(self.breaches({}), [])
 
     def test_an_operation_that_is_called_directly(self):
@@ -65,7 +65,7 @@ class CheckForeignCalls(unittest.TestCase):
                 with self.subTest(call=call, path=path):
                     self.assert_one_breach({path: f"\nvoid f() {{ {call} }}\n"}, f"{path}:", "without CallForeign")
 
-    def test_the_place_is_told(self):
+    def test_the_position_is_reported(self):
         self.assert_one_breach({"module/m.cpp": "/* two\nlines */\nint a = b->GetData();\n"}, "module/m.cpp:3: GetData ")
 
     def test_a_function_of_the_engine_that_is_called_directly(self):
@@ -73,7 +73,7 @@ class CheckForeignCalls(unittest.TestCase):
             with self.subTest(call=call):
                 self.assert_one_breach({"engine/other.cpp": f"void f() {{ {call} }}\n"}, "engine/other.cpp:1:")
 
-    def test_a_header_that_does_not_say_whose_side_it_is(self):
+    def test_a_header_without_a_side(self):
         header = GOOD["sdk/buffer.h"].replace("Host side", "Something")
         self.assertIn('sdk/buffer.h: the header\'s comment says neither "Host side"',
                       "\n".join(self.breaches({"sdk/buffer.h": header})))

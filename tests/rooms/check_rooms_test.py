@@ -92,10 +92,10 @@ class CheckRooms(unittest.TestCase):
         for part in parts:
             self.assertIn(part, breaches[0])
 
-    def test_a_good_tree_passes(self):
+    def test_a_valid_tree_passes(self):
         self.assertEqual(self.breaches({}), [])
 
-    def test_the_program_says_what_is_wrong_and_fails(self):
+    def test_the_program_prints_the_breach_and_fails(self):
         def run(root):
             return subprocess.run([sys.executable, CHECK_ROOMS, root], stdout=subprocess.PIPE, text=True)
 
@@ -108,7 +108,7 @@ class CheckRooms(unittest.TestCase):
         self.assert_one_breach({"platform/text.h": '\n#include "sdk/host.h"\n'}, "platform/text.h:2:", "sdk")
         self.assert_one_breach({"engine/engine.cpp": '#  include "image_transform/kernels/kernel.h"\n'}, "engine")
 
-    def test_a_neighbour_that_is_no_room(self):
+    def test_a_neighbour_that_is_not_a_room(self):
         self.assert_one_breach({"sdk/host.h": '#include "common/util.h"\n'}, "common")
         self.assert_one_breach(
             {
@@ -123,7 +123,7 @@ class CheckRooms(unittest.TestCase):
     def test_a_room_under_another_name(self):
         self.assert_one_breach({"tools/clip/CMakeLists.txt": "room(clip)\n"}, "another name, clip")
 
-    def test_a_folder_that_is_no_room(self):
+    def test_a_folder_that_is_not_a_room(self):
         self.assert_one_breach({"common/util.h": '#include "sdk/host.h"\n'}, "is not in a room")
 
     def test_a_tree_without_rooms(self):
@@ -153,7 +153,7 @@ class CheckRooms(unittest.TestCase):
                 with self.subTest(header=header, path=path):
                     self.assert_one_breach({path: f"#include <{header}>\n"}, path, header)
 
-    def test_a_systems_file_name_excuses_no_room(self):
+    def test_a_systems_file_name_permits_nothing_outside_its_rooms(self):
         self.assert_one_breach({"engine/linux_engine.cpp": "#include <unistd.h>\n"}, "unistd.h")
 
     def test_a_system_is_known_by_its_folder_in_platform(self):

@@ -43,7 +43,7 @@ def whole_table(interfaces, name):
     table = whole_table(interfaces, base) if base else []
     for number, operation in own.items():
         if number != len(table):
-            raise SystemExit(f"{name}: slot {number} stands where slot {len(table)} is expected")
+            raise SystemExit(f"{name}: slot {number} is listed where slot {len(table)} is expected")
         table.append(plain(operation))
     return table
 

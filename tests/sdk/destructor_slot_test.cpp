@@ -67,7 +67,7 @@ class DestructorSlot : public testing::Test {
     const std::size_t slot = sdk_test::Slot("OKM8::IContract", "destructor");
 };
 
-TEST_F(DestructorSlot, WithoutTheFlagEndsTheObjectAndKeepsItsMemory) {
+TEST_F(DestructorSlot, WithoutTheFlagDestroysTheObjectAndKeepsItsMemory) {
     alignas(Target) unsigned char memory[sizeof(Target)];
     auto* const object = new (memory) Target;
     EXPECT_EQ((sdk_test::CallEntry<void*, unsigned>(object, slot, 0u)), object);
@@ -80,7 +80,7 @@ TEST_F(DestructorSlot, WithoutTheFlagEndsTheObjectAndKeepsItsMemory) {
     EXPECT_EQ(ended, 2);
     EXPECT_EQ(watchedFrees, 0);
     ::operator delete(watched);
-    EXPECT_EQ(watchedFrees, 1) << "the program's own operator is at work";
+    EXPECT_EQ(watchedFrees, 1) << "the replaced operator is used";
 }
 
 TEST_F(DestructorSlot, WithTheFlagFreesTheObjectToo) {
@@ -91,7 +91,7 @@ TEST_F(DestructorSlot, WithTheFlagFreesTheObjectToo) {
     EXPECT_EQ(watchedFrees, 1);
 }
 
-TEST_F(DestructorSlot, LooksAtTheFlagsLowestBitAlone) {
+TEST_F(DestructorSlot, ReadsOnlyTheLowestBitOfTheFlags) {
     auto* const object = new Target;
     watched = object;
     EXPECT_EQ((sdk_test::CallEntry<void*, unsigned>(object, slot, 5u)), watched);
@@ -103,7 +103,7 @@ TEST_F(DestructorSlot, LooksAtTheFlagsLowestBitAlone) {
     EXPECT_EQ(ended, 2);
 }
 
-TEST_F(DestructorSlot, OfALaterBaseEndsTheWholeObject) {
+TEST_F(DestructorSlot, OfALaterBaseDestroysTheWholeObject) {
     for (const std::ptrdiff_t offset : {8, 16}) {
         ended = 0;
         watchedFrees = 0;
@@ -116,7 +116,7 @@ TEST_F(DestructorSlot, OfALaterBaseEndsTheWholeObject) {
     }
 }
 
-TEST_F(DestructorSlot, IsWhatDestroyThroughSlotGoesThrough) {
+TEST_F(DestructorSlot, IsCalledByDestroyThroughSlot) {
     auto* object = new Target;
     watched = object;
     OKM8::DestroyThroughSlot(static_cast<OKM8::IBinaryAdjuster*>(object));
@@ -130,7 +130,7 @@ TEST_F(DestructorSlot, IsWhatDestroyThroughSlotGoesThrough) {
     EXPECT_EQ(watchedFrees, 2);
 }
 
-TEST_F(DestructorSlot, OfNothingIsNotCalled) {
+TEST_F(DestructorSlot, IsNotCalledForNull) {
     OKM8::DestroyThroughSlot(nullptr);
     EXPECT_EQ(ended, 0);
 }

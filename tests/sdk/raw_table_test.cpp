@@ -58,14 +58,14 @@ std::string Text(const char* operation, Arguments... arguments) {
 }
 
 // The value that an operation returns: it uses all bits of its type.
-char answeredObject[64];
+char returnedObject[64];
 
 template <class Result>
-Result Answer() {
+Result ReturnValue() {
     if constexpr (std::is_same_v<Result, const char*>) {
         return "the answer";
     } else if constexpr (std::is_pointer_v<Result>) {
-        return static_cast<Result>(static_cast<void*>(answeredObject));
+        return static_cast<Result>(static_cast<void*>(returnedObject));
     } else {
         return static_cast<Result>(0x8123456789ABCDEFu);
     }
@@ -77,12 +77,12 @@ Result Record(void* self, Arguments... arguments) {
     calls.push_back(Text(operation.text, arguments...));
     calledObject = self;
     if constexpr (!std::is_void_v<Result>) {
-        return Answer<Result>();
+        return ReturnValue<Result>();
     }
 }
 
 void Unexpected(void* self) {
-    calls.emplace_back("a slot that nobody meant");
+    calls.emplace_back("an unexpected slot");
     calledObject = self;
 }
 
@@ -139,9 +139,9 @@ struct Operation<operation, Result(Arguments...)> {
         if constexpr (std::is_void_v<Result>) {
             call();
         } else if constexpr (std::is_same_v<Result, const char*>) {
-            EXPECT_STREQ(call(), Answer<Result>());
+            EXPECT_STREQ(call(), ReturnValue<Result>());
         } else {
-            EXPECT_EQ(call(), Answer<Result>());
+            EXPECT_EQ(call(), ReturnValue<Result>());
         }
     }
 };
@@ -156,12 +156,12 @@ void CheckRoot(const char* interfaceName, Interface* object) {
 
     const std::size_t slot = Slot(interfaceName, "QueryContract const");
     calls.clear();
-    EXPECT_EQ((sdk_test::CallEntry<void*, const char*>(object, slot, "struct X")), Answer<void*>());
+    EXPECT_EQ((sdk_test::CallEntry<void*, const char*>(object, slot, "struct X")), ReturnValue<void*>());
     EXPECT_EQ(calls, std::vector<std::string>{"QueryContract const \"struct X\""});
     HandMade handMade(interfaceName);
     handMade.Put(slot, reinterpret_cast<void*>(&Record<"QueryContract const", void*, const char*>));
     calls.clear();
-    EXPECT_EQ(std::as_const(*handMade.As<Interface>()).QueryContract("struct X"), Answer<void*>());
+    EXPECT_EQ(std::as_const(*handMade.As<Interface>()).QueryContract("struct X"), ReturnValue<void*>());
     EXPECT_EQ(calls, std::vector<std::string>{"QueryContract const \"struct X\""});
 
     HandMade ending(interfaceName);
@@ -267,7 +267,7 @@ TEST(RawTable, OfTheDetectorPeer) {
     Peer object;
     OKM8::Analytics::IDetectorPeer* const seen = &object;
     CheckRoot(name, seen);
-    auto* const detector = reinterpret_cast<IDetector*>(answeredObject);
+    auto* const detector = reinterpret_cast<IDetector*>(returnedObject);
     Operation<"CreateEventRaiser", IDetectorEventRaiser*(IDetector*, const char*, int64_t, int32_t)>::Check(
         name, seen, &OKM8::Analytics::IDetectorPeer::CreateEventRaiser, detector, "event", INT64_C(-0x123456789ABCDEF),
         3);
@@ -505,7 +505,7 @@ TEST(RawTable, OfIBinaryAdjusterAsALaterBase) {
     constexpr char name[] = "OKM8::IBinaryAdjuster";
     BinaryTarget object;
     void* const base = reinterpret_cast<char*>(&object) + 16;
-    const void* const bytes = answeredObject;
+    const void* const bytes = returnedObject;
     const std::string expected = Text("SetBinaryValue", static_cast<const char*>("all_tracks"), bytes, 4000000000u);
     EXPECT_EQ((BySlot<void>(base, name, "SetBinaryValue", "all_tracks", bytes, uint32_t{4000000000u})), expected);
     EXPECT_EQ(calledObject, &object);
@@ -548,7 +548,7 @@ TEST(RawTable, OfIModule) {
     CheckRoot("OKM8::PLUGIN::IPluginModule", static_cast<OKM8::PLUGIN::IPluginModule*>(seen));
     CheckRoot(name, seen);
     Operation<"CreateDetector", OKM8::Analytics::IDetector*(void*, IContract*)>::Check(
-        name, seen, &OKM8::Analytics::IModule::CreateDetector, answeredObject, &peer);
+        name, seen, &OKM8::Analytics::IModule::CreateDetector, returnedObject, &peer);
 }
 
 struct Detector final : Object<OKM8::Analytics::IDetector> {

@@ -54,7 +54,7 @@ TEST_F(LinuxServerProcess, ForeignServerReplacesOursAndIsEndedByStop) {
     StartPolling();
     const pid_t ours = TheServer();
     ASSERT_NE(ours, 0);
-    const auto stranger = servers::StartStranger();
+    const auto stranger = servers::StartForeignServer();
     ASSERT_TRUE(WaitUntil([] { return Running().size() == 2; }));
     // The list is ordered by id, and the last process is adopted.
     ASSERT_GT(stranger->Id(), ours);

@@ -13,11 +13,12 @@
 #include <vector>
 
 #include "tests/server/other_polls.h"
-#include "tests/support/in_time.h"
+#include "tests/support/completes_within.h"
 #include "tests/support/wait_until.h"
 
 namespace {
 
+using namespace std::chrono_literals;
 using std::chrono::steady_clock;
 using ThreadRoutines::PollTimeoutThread;
 
@@ -150,7 +151,7 @@ TEST(PollTimeoutThread, WaitsTheMaximumForAPeriodBeyondItsRange) {
         ASSERT_TRUE(polls.Reaches(1));
         LetOthersPoll();
         EXPECT_EQ(polls.count, 1) << milliseconds;
-        EXPECT_TRUE(EndsInTime([&poll] { poll.Stop(); })) << milliseconds;
+        EXPECT_TRUE(CompletesWithin(1min, [&poll] { poll.Stop(); })) << milliseconds;
         EXPECT_FALSE(poll.IsRunning());
         EXPECT_EQ(polls.count, 1) << milliseconds;
     }
@@ -328,7 +329,7 @@ TEST(PollTimeoutThread, ManyThreadsCanStopAndStartIt) {
             poll.Stop();
         }
     };
-    EXPECT_TRUE(EndsInTime([&] {
+    EXPECT_TRUE(CompletesWithin(1min, [&] {
         std::vector<std::thread> threads;
         for (int thread = 0; thread < 4; ++thread) {
             threads.emplace_back(stopStartStop);
@@ -361,7 +362,7 @@ TEST(PollTimeoutThread, ExceptionInTheWaitActionEndsPolling) {
         LetOthersPoll();
         EXPECT_EQ(polls.count, 1);
         EXPECT_EQ(waits, 1);
-        EXPECT_TRUE(EndsInTime([&poll] { poll.Stop(); }));
+        EXPECT_TRUE(CompletesWithin(1min, [&poll] { poll.Stop(); }));
         EXPECT_FALSE(poll.IsRunning());
         poll.SetWaitAction({});
         poll.Start(polls.Action());

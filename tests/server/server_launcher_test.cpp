@@ -36,7 +36,7 @@ TEST_F(Launcher, StartsTheServerOnItsPollThreadNotInItsConstructor) {
 }
 
 TEST_F(Launcher, DoesNotStartASecondServer) {
-    fake_processes::AddStranger(serverName);
+    fake_processes::AddForeignProcess(serverName);
     const auto launcher = MakeLauncher();
     EXPECT_THAT(transcript->Entries(), ElementsAre("list", "open 4660 access=2035711 inherit=1"));
 }
@@ -82,7 +82,7 @@ TEST_F(Launcher, StartWithARunningServerPrintsTheLowHalfOfItsHandle) {
 }
 
 TEST_F(Launcher, StartPrintsNoHandleForAForeignServer) {
-    fake_processes::AddStranger(serverName);
+    fake_processes::AddForeignProcess(serverName);
     const auto launcher = MakeLauncher();
     launcher->Start();
     EXPECT_THAT(transcript->Lines(), ElementsAre("Start server launcher", "Already started. Process ID: 0x0"));
@@ -327,7 +327,7 @@ TEST_F(Scan, SkipsTheFirstEntryRegardlessOfItsName) {
 
 TEST_F(Scan, IgnoresCase) {
     for (const char* name : {"plate-Server.exe", "PLATE-SERVER.EXE", "plate-server.exe", "pLaTe-sErVeR.eXe"}) {
-        const std::uint32_t stranger = fake_processes::AddStranger(name);
+        const std::uint32_t stranger = fake_processes::AddForeignProcess(name);
         EXPECT_TRUE(launcher->IsServerRunning()) << name;
         fake_processes::Kill(stranger);
         EXPECT_FALSE(launcher->IsServerRunning()) << name;
@@ -337,23 +337,23 @@ TEST_F(Scan, IgnoresCase) {
 TEST_F(Scan, MatchesOnlyTheWholeName) {
     for (const char* name : {"plate-Server", "plate-Server.ex", "plate-Server.exe2", "plate-Server.exe ",
                              " plate-Server.exe", "aplate-Server.exe", "plate_Server.exe", "Recon64.dll", ""}) {
-        fake_processes::AddStranger(name);
+        fake_processes::AddForeignProcess(name);
     }
     EXPECT_FALSE(launcher->IsServerRunning());
     EXPECT_THAT(transcript->Entries(), ElementsAre("list"));
 }
 
 TEST_F(Scan, OpensOnlyProcessesWithTheName) {
-    fake_processes::AddStranger(serverName);
-    fake_processes::AddStranger("something-else.exe");
-    fake_processes::AddStranger("Plate-server.exe");
+    fake_processes::AddForeignProcess(serverName);
+    fake_processes::AddForeignProcess("something-else.exe");
+    fake_processes::AddForeignProcess("Plate-server.exe");
     EXPECT_TRUE(launcher->IsServerRunning());
     EXPECT_THAT(transcript->Entries(),
                 ElementsAre("list", "open 4660 access=2035711 inherit=1", "open 4662 access=2035711 inherit=1"));
 }
 
 TEST_F(Scan, FindsNothingWhenTheListFails) {
-    fake_processes::AddStranger(serverName);
+    fake_processes::AddForeignProcess(serverName);
     fake_processes::FailList(accessDenied);
     EXPECT_FALSE(launcher->IsServerRunning());
     EXPECT_THAT(fake_processes::JournalOf("open"), IsEmpty());
@@ -362,7 +362,7 @@ TEST_F(Scan, FindsNothingWhenTheListFails) {
 }
 
 TEST_F(Scan, CountsAProcessThatCannotBeOpenedAsRunning) {
-    fake_processes::AddStranger(serverName);
+    fake_processes::AddForeignProcess(serverName);
     fake_processes::FailOpen(accessDenied);
     EXPECT_TRUE(launcher->IsServerRunning());
 }
@@ -370,7 +370,7 @@ TEST_F(Scan, CountsAProcessThatCannotBeOpenedAsRunning) {
 // Strangers and adoption
 
 TEST_F(Launcher, ForeignServerIsNotAdoptedWhileTheRecordIsEmpty) {
-    const std::uint32_t stranger = fake_processes::AddStranger(serverName);
+    const std::uint32_t stranger = fake_processes::AddForeignProcess(serverName);
     const auto launcher = MakeLauncher();
     EXPECT_TRUE(launcher->IsServerRunning());
     transcript->Clear();
@@ -383,7 +383,7 @@ TEST_F(Launcher, ForeignServerIsNotAdoptedWhileTheRecordIsEmpty) {
 }
 
 TEST_F(Launcher, RestartBesideAForeignServerStartsNothing) {
-    const std::uint32_t stranger = fake_processes::AddStranger(serverName);
+    const std::uint32_t stranger = fake_processes::AddForeignProcess(serverName);
     const auto launcher = MakeLauncher();
     launcher->Restart();
     EXPECT_THAT(fake_processes::Running(), ElementsAre(stranger));
@@ -392,7 +392,7 @@ TEST_F(Launcher, RestartBesideAForeignServerStartsNothing) {
 
 TEST_F(Launcher, ForeignServerReplacesOursInTheRecord) {
     const auto launcher = MakeLauncher();
-    const std::uint32_t stranger = fake_processes::AddStranger(serverName);
+    const std::uint32_t stranger = fake_processes::AddForeignProcess(serverName);
     transcript->Clear();
     launcher->Start();
     EXPECT_THAT(
@@ -407,8 +407,8 @@ TEST_F(Launcher, ForeignServerReplacesOursInTheRecord) {
 
 TEST_F(Launcher, LastOfSeveralForeignServersIsAdopted) {
     const auto launcher = MakeLauncher();
-    const std::uint32_t first = fake_processes::AddStranger(serverName);
-    const std::uint32_t second = fake_processes::AddStranger("PLATE-server.exe");
+    const std::uint32_t first = fake_processes::AddForeignProcess(serverName);
+    const std::uint32_t second = fake_processes::AddForeignProcess("PLATE-server.exe");
     EXPECT_TRUE(launcher->IsServerRunning());
     launcher->Stop();
     EXPECT_THAT(fake_processes::JournalOf("terminate"),
@@ -417,7 +417,7 @@ TEST_F(Launcher, LastOfSeveralForeignServersIsAdopted) {
 }
 
 TEST_F(Launcher, OurServerReplacesAForeignOneListedBeforeIt) {
-    const std::uint32_t stranger = fake_processes::AddStranger(serverName);
+    const std::uint32_t stranger = fake_processes::AddForeignProcess(serverName);
     fake_processes::FailList(accessDenied);
     const auto launcher = MakeLauncher();
     fake_processes::FailList(0);
@@ -430,7 +430,7 @@ TEST_F(Launcher, OurServerReplacesAForeignOneListedBeforeIt) {
 TEST_F(Launcher, ForeignServerReplacesAnEndedOne) {
     const auto launcher = MakeLauncher();
     fake_processes::Kill(0x1234);
-    fake_processes::AddStranger(serverName);
+    fake_processes::AddForeignProcess(serverName);
     EXPECT_TRUE(launcher->IsServerRunning());
     launcher->Stop();
     EXPECT_THAT(fake_processes::Running(), IsEmpty());
@@ -439,7 +439,7 @@ TEST_F(Launcher, ForeignServerReplacesAnEndedOne) {
 TEST_F(Launcher, ForeignServerIsNotAdoptedAfterStop) {
     const auto launcher = MakeLauncher();
     launcher->Stop();
-    const std::uint32_t stranger = fake_processes::AddStranger(serverName);
+    const std::uint32_t stranger = fake_processes::AddForeignProcess(serverName);
     EXPECT_TRUE(launcher->IsServerRunning());
     launcher->Stop();
     EXPECT_THAT(fake_processes::Running(), ElementsAre(stranger));
@@ -447,7 +447,7 @@ TEST_F(Launcher, ForeignServerIsNotAdoptedAfterStop) {
 
 TEST_F(Launcher, ForeignServerThatCannotBeOpenedCountsAsRunning) {
     const auto launcher = MakeLauncher();
-    const std::uint32_t stranger = fake_processes::AddStranger(serverName);
+    const std::uint32_t stranger = fake_processes::AddForeignProcess(serverName);
     fake_processes::FailOpen(accessDenied);
     EXPECT_TRUE(launcher->IsServerRunning());
     transcript->Clear();
@@ -461,7 +461,7 @@ TEST_F(Launcher, ForeignServerThatCannotBeOpenedCountsAsRunning) {
 
 TEST_F(Launcher, ForeignServerThatCannotBeOpenedPreventsAStart) {
     const auto launcher = MakeLauncher();
-    fake_processes::AddStranger(serverName);
+    fake_processes::AddForeignProcess(serverName);
     fake_processes::FailOpen(accessDenied);
     fake_processes::Kill(0x1234);
     launcher->OnTimeout();

@@ -80,7 +80,7 @@ TEST_F(ServerProcess, DestructorOfTheLauncherEndsIt) {
 // A program with the server's name that this library did not start
 
 TEST_F(ServerProcess, ForeignServerIsNeitherAdoptedNorEndedWithoutARecord) {
-    const auto stranger = servers::StartStranger();
+    const auto stranger = servers::StartForeignServer();
     ASSERT_TRUE(WaitUntil([&] { return Running().contains(stranger->Id()); }));
     StartPolling();
     EXPECT_TRUE(launcher->IsServerRunning());

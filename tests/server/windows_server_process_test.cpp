@@ -81,7 +81,7 @@ TEST_F(WindowsServerProcess, StopEndsTheLastListedServer) {
     StartPolling();
     const ProcessId ours = TheServer();
     ASSERT_NE(ours, 0);
-    const auto stranger = servers::StartStranger();
+    const auto stranger = servers::StartForeignServer();
     ASSERT_TRUE(WaitUntil([] { return Running().size() == 2; }));
     const std::vector<ProcessId> order = InListOrder(ours, stranger->Id());
     ASSERT_EQ(order.size(), 2u);
@@ -100,7 +100,7 @@ TEST_F(WindowsServerProcess, ForeignServerIsAdoptedWhenOursHasEnded) {
     launcher->PollTimeoutThread::Stop();
     servers::Kill(ours);
     ASSERT_TRUE(WaitUntil([] { return Running().empty(); }));
-    const auto stranger = servers::StartStranger();
+    const auto stranger = servers::StartForeignServer();
     ASSERT_TRUE(WaitUntil([&] { return Running().contains(stranger->Id()); }));
     EXPECT_TRUE(launcher->IsServerRunning());
     launcher->Stop();

@@ -164,7 +164,7 @@ void Session::ChangeSettings() {
 }
 
 void Session::CheckIdle() {
-    host_.FreeUnended();
+    host_.FreeUnfinished();
     const bool isIdle = std::all_of(channels_.begin(), channels_.end(),
                                     [](const auto& channel) { return channel->UnreleasedBuffers() == 0; });
     Check(isIdle && ownChannel_->UnreleasedBuffers() == 0 && world_.counts.lostBuffers == 0,

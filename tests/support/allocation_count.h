@@ -28,7 +28,7 @@ Count Of(const Action& action) {
 }
 
 /// Which allocations fail.
-enum class Failing : std::uint8_t { One, AllFromThere };
+enum class Failing : std::uint8_t { One, AllFromThenOn };
 
 /// Makes allocations of the calling thread fail during its lifetime: operator new throws std::bad_alloc, or returns
 /// null where it must not throw. One at a time. A test of every point of failure raises the number until none fails:

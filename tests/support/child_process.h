@@ -25,7 +25,7 @@ struct StopRequest {
     const char* name;
     int systemsNumber;
     int number;
-    bool mayComeAgain;  ///< may be sent again before the process has ended
+    bool isRepeatable;  ///< may be sent again before the process has ended
 };
 
 inline void PrintTo(const StopRequest& request, std::ostream* stream) {

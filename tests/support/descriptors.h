@@ -18,7 +18,7 @@ inline constexpr std::size_t keptByLocks = 0;
 #endif
 
 /// Returns whether all of them are closed in a program that this process starts.
-bool StayBehind(const std::set<int>& descriptors);
+bool AreClosedInNewProcess(const std::set<int>& descriptors);
 
 /// The number of open descriptors or handles, and how many of them are files. Counting allocates nothing for each.
 struct OpenCounts {

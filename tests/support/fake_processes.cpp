@@ -101,7 +101,7 @@ void SetForkedChild(bool isChild) {
     TheState().currentProcess = isChild ? forkedChildId : ownProcessId;
 }
 
-std::uint32_t AddStranger(const std::string& name) {
+std::uint32_t AddForeignProcess(const std::string& name) {
     const std::lock_guard lock(TheState().mutex);
     TheState().processes.push_back({TheState().nextProcessId, name});
     return TheState().nextProcessId++;

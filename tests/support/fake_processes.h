@@ -15,7 +15,7 @@ namespace fake_processes {
 void Reset();
 
 /// Adds a process that the library did not start, and returns its id. Handles are id + 0x100000000.
-std::uint32_t AddStranger(const std::string& name);
+std::uint32_t AddForeignProcess(const std::string& name);
 
 /// Makes the calling process look like a forked child of itself, or no longer.
 void SetForkedChild(bool isChild);

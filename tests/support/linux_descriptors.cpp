@@ -28,7 +28,7 @@ std::set<int> OpenDescriptors() {
     return open;
 }
 
-bool StayBehind(const std::set<int>& descriptors) {
+bool AreClosedInNewProcess(const std::set<int>& descriptors) {
     return std::all_of(descriptors.begin(), descriptors.end(), [](int descriptor) {
         const int flags = ::fcntl(descriptor, F_GETFD);
         return flags >= 0 && (flags & FD_CLOEXEC) != 0;

@@ -19,7 +19,7 @@ inline int codeOfForkedChild = -1;
 
 /// A leak checker assumes the parent's threads in the child and reports false leaks. It runs after all exit handlers
 /// that were registered since the program began, so the child ends right before it.
-inline const int leakCheckerIsLeftOut = std::atexit([] {
+inline const int leakCheckerIsSkipped = std::atexit([] {
     if (codeOfForkedChild >= 0) {
         ::_exit(codeOfForkedChild);
     }

@@ -47,8 +47,8 @@ Process ProcessOf(pid_t id) {
     if (const std::size_t close = text.rfind(')'); close != std::string::npos) {
         std::istringstream(text.substr(close + 1)) >> process.state >> process.parent;
     }
-    std::error_code gone;
-    process.program = fs::read_symlink(folder / "exe", gone).filename();
+    std::error_code ignored;
+    process.program = fs::read_symlink(folder / "exe", ignored).filename();
     return process;
 }
 

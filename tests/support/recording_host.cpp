@@ -27,7 +27,7 @@ using allocation_count::WithoutFailure;
     }
 
 // Calls the hook. Returns whether the host carries out the call.
-bool Show(const OnCall& onCall, HostCall call) {
+bool CallHook(const OnCall& onCall, HostCall call) {
     if (onCall) {
         onCall(call);
     }
@@ -119,7 +119,7 @@ struct RecordingHost::Objects {
                 const std::lock_guard lock(objects.mutex);
                 Record(setter, call);
             }
-            objects.Show(call);
+            objects.CallHook(call);
         }
 
         void Record(char setter, const HostCall& call) {
@@ -150,16 +150,17 @@ struct RecordingHost::Objects {
     struct Enumerator final : ITargetEnumeratorAdjuster {
         Enumerator(Objects& owner, std::int64_t time) : objects(owner), timeMs(time) {}
         RECORDING_HOST_CONTRACT(Enumerator)
-        void Unused1() override { objects.ShowUnused(); }
-        void Unused2() override { objects.ShowUnused(); }
-        void Unused3() override { objects.ShowUnused(); }
-        void Unused4() override { objects.ShowUnused(); }
-        void Unused5() override { objects.ShowUnused(); }
-        void Unused6() override { objects.ShowUnused(); }
-        void Unused7() override { objects.ShowUnused(); }
+        void Unused1() override { objects.CallUnusedHook(); }
+        void Unused2() override { objects.CallUnusedHook(); }
+        void Unused3() override { objects.CallUnusedHook(); }
+        void Unused4() override { objects.CallUnusedHook(); }
+        void Unused5() override { objects.CallUnusedHook(); }
+        void Unused6() override { objects.CallUnusedHook(); }
+        void Unused7() override { objects.CallUnusedHook(); }
         ITargetAdjuster* AddTarget(std::int32_t reserved) override {
             const Refusals& refused = objects.host.refusals;
-            if (!objects.Show({.operation = Operation::AddTarget, .number = reserved, .isRefused = refused.target})) {
+            if (!objects.CallHook(
+                    {.operation = Operation::AddTarget, .number = reserved, .isRefused = refused.target})) {
                 return nullptr;
             }
             const WithoutFailure own;
@@ -178,13 +179,13 @@ struct RecordingHost::Objects {
     struct Arguments final : IEventArgsAdjuster {
         explicit Arguments(Raiser& owner) : raiser(owner) {}
         RECORDING_HOST_CONTRACT(Arguments)
-        void Unused1() override { raiser.objects.ShowUnused(); }
-        void Unused2() override { raiser.objects.ShowUnused(); }
-        void Unused3() override { raiser.objects.ShowUnused(); }
-        void Unused4() override { raiser.objects.ShowUnused(); }
-        void Unused5() override { raiser.objects.ShowUnused(); }
-        void Unused6() override { raiser.objects.ShowUnused(); }
-        void Unused7() override { raiser.objects.ShowUnused(); }
+        void Unused1() override { raiser.objects.CallUnusedHook(); }
+        void Unused2() override { raiser.objects.CallUnusedHook(); }
+        void Unused3() override { raiser.objects.CallUnusedHook(); }
+        void Unused4() override { raiser.objects.CallUnusedHook(); }
+        void Unused5() override { raiser.objects.CallUnusedHook(); }
+        void Unused6() override { raiser.objects.CallUnusedHook(); }
+        void Unused7() override { raiser.objects.CallUnusedHook(); }
         void SetObjectValue(const char* name, IContract* value) override { raiser.Attach(name, value); }
 
         Raiser& raiser;
@@ -193,13 +194,13 @@ struct RecordingHost::Objects {
     struct Raiser final : IDetectorEventRaiser {
         Raiser(Objects& owner, int peerNumber) : objects(owner), peer(peerNumber) {}
         RECORDING_HOST_CONTRACT(Raiser)
-        void Unused1() override { objects.ShowUnused(); }
+        void Unused1() override { objects.CallUnusedHook(); }
         void Raise() override { End(Operation::Raise, event.raised); }
         void Discard() override { End(Operation::Discard, event.discarded); }
         IEventArgsAdjuster* GetEventArgs() override {
-            return objects.Show({.operation = Operation::GetEventArgs,
-                                 .owner = peer,
-                                 .isRefused = objects.host.refusals.arguments})
+            return objects.CallHook({.operation = Operation::GetEventArgs,
+                                     .owner = peer,
+                                     .isRefused = objects.host.refusals.arguments})
                        ? &arguments
                        : nullptr;
         }
@@ -218,11 +219,11 @@ struct RecordingHost::Objects {
                     targets = static_cast<Enumerator*>(static_cast<ITargetEnumeratorAdjuster*>(value));
                 }
             }
-            objects.Show({.operation = Operation::SetObjectValue,
-                          .owner = peer,
-                          .name = name,
-                          .object = value,
-                          .isNewest = isNewest});
+            objects.CallHook({.operation = Operation::SetObjectValue,
+                              .owner = peer,
+                              .name = name,
+                              .object = value,
+                              .isNewest = isNewest});
         }
 
         void End(Operation operation, int& count) {
@@ -236,7 +237,7 @@ struct RecordingHost::Objects {
                     endedTargets = TakeOut(objects.enumerators, targets);
                 }
             }
-            objects.Show({.operation = operation, .owner = peer});
+            objects.CallHook({.operation = operation, .owner = peer});
         }
 
         RecordedEvent Snapshot() const {
@@ -261,15 +262,15 @@ struct RecordingHost::Objects {
     struct Logger final : ILogger {
         explicit Logger(Objects& owner) : objects(owner) {}
         RECORDING_HOST_CONTRACT(Logger)
-        void Unused1() override { objects.ShowUnused(); }
-        void Unused2() override { objects.ShowUnused(); }
+        void Unused1() override { objects.CallUnusedHook(); }
+        void Unused2() override { objects.CallUnusedHook(); }
         void WriteLog(std::int32_t level, const char* text) override {
             if (objects.host.isRecording) {
                 const WithoutFailure own;
                 const std::lock_guard lock(objects.mutex);
                 objects.lines.push_back(std::to_string(level) + ":" + text);
             }
-            objects.Show({.operation = Operation::WriteLog, .text = text, .number = level});
+            objects.CallHook({.operation = Operation::WriteLog, .text = text, .number = level});
         }
         Objects& objects;
     };
@@ -277,16 +278,16 @@ struct RecordingHost::Objects {
     struct Factory final : ITargetEnumeratorFactory {
         explicit Factory(Objects& owner) : objects(owner) {}
         RECORDING_HOST_CONTRACT(Factory)
-        void Unused1() override { objects.ShowUnused(); }
-        void Unused2() override { objects.ShowUnused(); }
-        void Unused3() override { objects.ShowUnused(); }
-        void Unused4() override { objects.ShowUnused(); }
-        void Unused5() override { objects.ShowUnused(); }
-        void Unused6() override { objects.ShowUnused(); }
+        void Unused1() override { objects.CallUnusedHook(); }
+        void Unused2() override { objects.CallUnusedHook(); }
+        void Unused3() override { objects.CallUnusedHook(); }
+        void Unused4() override { objects.CallUnusedHook(); }
+        void Unused5() override { objects.CallUnusedHook(); }
+        void Unused6() override { objects.CallUnusedHook(); }
         ITargetEnumeratorAdjuster* CreateTargetEnumerator(std::int64_t timeMs) override {
-            if (!objects.Show({.operation = Operation::CreateTargetEnumerator,
-                               .number = timeMs,
-                               .isRefused = objects.host.refusals.enumerator})) {
+            if (!objects.CallHook({.operation = Operation::CreateTargetEnumerator,
+                                   .number = timeMs,
+                                   .isRefused = objects.host.refusals.enumerator})) {
                 return nullptr;
             }
             const WithoutFailure own;
@@ -303,21 +304,22 @@ struct RecordingHost::Objects {
             if (objects.host.isRecording) {
                 const WithoutFailure own;
                 const std::lock_guard lock(objects.mutex);
-                objects.asked.push_back(contractName);
+                objects.requested.push_back(contractName);
             }
             const Refusals& refused = objects.host.refusals;
             if (std::strcmp(contractName, ContractName::ILogger) == 0) {
-                return Ask(Operation::GetLogger, contractName, refused.logger, static_cast<ILogger*>(&objects.logger));
+                return Provide(Operation::GetLogger, contractName, refused.logger,
+                               static_cast<ILogger*>(&objects.logger));
             }
             if (std::strcmp(contractName, ContractName::ITargetEnumeratorFactory) == 0) {
-                return Ask(Operation::GetFactory, contractName, refused.factory,
-                           static_cast<ITargetEnumeratorFactory*>(&objects.factory));
+                return Provide(Operation::GetFactory, contractName, refused.factory,
+                               static_cast<ITargetEnumeratorFactory*>(&objects.factory));
             }
-            return Ask(Operation::GetOther, contractName, true, nullptr);
+            return Provide(Operation::GetOther, contractName, true, nullptr);
         }
-        void* Ask(Operation operation, const char* contractName, bool isRefused, void* found) {
-            return objects.Show({.operation = operation, .name = contractName, .isRefused = isRefused}) ? found
-                                                                                                        : nullptr;
+        void* Provide(Operation operation, const char* contractName, bool isRefused, void* found) {
+            return objects.CallHook({.operation = operation, .name = contractName, .isRefused = isRefused}) ? found
+                                                                                                            : nullptr;
         }
         Objects& objects;
     };
@@ -327,13 +329,13 @@ struct RecordingHost::Objects {
         RECORDING_HOST_CONTRACT(PeerObject)
         IDetectorEventRaiser* CreateEventRaiser(IDetector* detector, const char* eventName, std::int64_t timeMs,
                                                 std::int32_t kind) override {
-            if (!objects.Show({.operation = Operation::CreateEventRaiser,
-                               .owner = number,
-                               .name = eventName,
-                               .number = timeMs,
-                               .kind = kind,
-                               .object = detector,
-                               .isRefused = objects.host.refusals.raiser})) {
+            if (!objects.CallHook({.operation = Operation::CreateEventRaiser,
+                                   .owner = number,
+                                   .name = eventName,
+                                   .number = timeMs,
+                                   .kind = kind,
+                                   .object = detector,
+                                   .isRefused = objects.host.refusals.raiser})) {
                 return nullptr;
             }
             const WithoutFailure own;
@@ -353,8 +355,8 @@ struct RecordingHost::Objects {
 
     explicit Objects(RecordingHost& owner) : host(owner) {}
 
-    bool Show(const HostCall& call) const { return recording_host::Show(host.onCall, call); }
-    void ShowUnused() const { Show({.operation = Operation::Unused}); }
+    bool CallHook(const HostCall& call) const { return recording_host::CallHook(host.onCall, call); }
+    void CallUnusedHook() const { CallHook({.operation = Operation::Unused}); }
 
     template <class Object>
     static std::unique_ptr<Object> TakeOut(std::vector<std::unique_ptr<Object>>& from, const Object* object) {
@@ -370,7 +372,7 @@ struct RecordingHost::Objects {
 
     RecordingHost& host;
     std::mutex mutex;
-    std::vector<std::string> asked;
+    std::vector<std::string> requested;
     std::vector<std::string> lines;
     Logger logger{*this};
     Factory factory{*this};
@@ -413,16 +415,16 @@ std::vector<std::string> RecordingHost::Log() const {
     return objects_->lines;
 }
 
-std::vector<std::string> RecordingHost::AskedInterfaces() const {
+std::vector<std::string> RecordingHost::RequestedInterfaces() const {
     const std::lock_guard lock(objects_->mutex);
-    return objects_->asked;
+    return objects_->requested;
 }
 
-std::size_t RecordingHost::FreeUnended() {
-    const std::size_t unended = objects_->raisers.size() + objects_->enumerators.size();
+std::size_t RecordingHost::FreeUnfinished() {
+    const std::size_t unfinished = objects_->raisers.size() + objects_->enumerators.size();
     objects_->raisers.clear();
     objects_->enumerators.clear();
-    return unended;
+    return unfinished;
 }
 
 namespace {
@@ -434,10 +436,10 @@ struct Buffer final : MFF::ICompositeBuffer {
     OKM8_OBJECT_DESTRUCTOR_SLOT(Buffer)
     void* QueryContract(const char* contractName) override {
         const bool isKnown = std::strcmp(contractName, ContractName::ICompositeBuffer) == 0;
-        const bool isServed = Show(counts.onCall, {.operation = Operation::QueryContract,
-                                                   .owner = number,
-                                                   .name = contractName,
-                                                   .isRefused = !isKnown || !options.isComposite});
+        const bool isServed = CallHook(counts.onCall, {.operation = Operation::QueryContract,
+                                                       .owner = number,
+                                                       .name = contractName,
+                                                       .isRefused = !isKnown || !options.isComposite});
         return !isServed ? nullptr : options.compositePart != nullptr ? options.compositePart : this;
     }
     void* QueryContract(const char* contractName) const override {
@@ -451,7 +453,7 @@ struct Buffer final : MFF::ICompositeBuffer {
         const HostCall call = {.operation = Operation::Release, .owner = number};
         ++counts.released;
         DestroyThroughSlot(this);
-        Show(told.onCall, call);
+        CallHook(told.onCall, call);
     }
     std::uint8_t* GetData() override {
         std::uint8_t* const own = options.pixels.empty() ? nullptr : options.pixels.data();
@@ -467,7 +469,7 @@ struct Buffer final : MFF::ICompositeBuffer {
 
     template <class Value>
     Value Get(Operation operation, Value value) const {
-        return Show(counts.onCall, {.operation = operation, .owner = number}) ? value : Value{};
+        return CallHook(counts.onCall, {.operation = operation, .owner = number}) ? value : Value{};
     }
 
     BufferCounts& counts;
@@ -496,7 +498,7 @@ void RecordingFrameDone::OnFrameDone(MFF::IMultimediaBuffer* inputData) {
         const WithoutFailure own;
         buffers.push_back(inputData);
     }
-    Show(onCall, {.operation = Operation::OnFrameDone, .object = inputData});
+    CallHook(onCall, {.operation = Operation::OnFrameDone, .object = inputData});
 }
 
 }  // namespace recording_host

@@ -147,11 +147,11 @@ class RecordingHost {
     /// "LEVEL:TEXT" of each log call.
     std::vector<std::string> Log() const;
     /// The arguments of GetInterface, in order.
-    std::vector<std::string> AskedInterfaces() const;
+    std::vector<std::string> RequestedInterfaces() const;
 
     /// Frees target lists that were attached to no event, and events neither raised nor discarded. Returns how many.
     /// REQUIRES: nothing is recorded, and no frame runs.
-    std::size_t FreeUnended();
+    std::size_t FreeUnfinished();
 
     struct Objects;
 

@@ -61,7 +61,7 @@ void Resume(ProcessId process);
 void KillAll();
 
 /// Starts the server program in this program's own folder without the launcher. KillAll ends it, too.
-inline std::unique_ptr<test_support::ChildProcess> StartStranger() {
+inline std::unique_ptr<test_support::ChildProcess> StartForeignServer() {
     return std::make_unique<test_support::ChildProcess>(
         test_support::ChildProcess::Start{.program = OwnFolder() / serverName, .streamsAreInherited = true});
 }

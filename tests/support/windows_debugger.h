@@ -37,7 +37,7 @@ class DebugOutputViewer {
     DebugOutputViewer& operator=(const DebugOutputViewer&) = delete;
 
     /// False when another viewer is already active.
-    bool IsAlone() const { return buffer_ != nullptr; }
+    bool IsOnlyViewer() const { return buffer_ != nullptr; }
 
     /// What this process has written, in pieces as received.
     std::vector<std::string> Pieces() const;

@@ -62,7 +62,7 @@ std::size_t ThreadCount() {
     return count;
 }
 
-bool StayBehind(const std::set<int>& descriptors) {
+bool AreClosedInNewProcess(const std::set<int>& descriptors) {
     return std::all_of(descriptors.begin(), descriptors.end(), [](int descriptor) {
         DWORD flags = 0;
         return GetHandleInformation(AsHandle(descriptor), &flags) != FALSE && (flags & HANDLE_FLAG_INHERIT) == 0;

@@ -32,13 +32,13 @@ void ForEachProcess(const std::function<void(const PROCESSENTRY32&)>& action) {
 }
 
 /// Calls a system function that no header declares.
-bool Tell(ProcessId process, const char* function) {
+bool CallOnProcess(ProcessId process, const char* function) {
     const FARPROC found = GetProcAddress(GetModuleHandleA("ntdll.dll"), function);
     const HANDLE handle = OpenProcess(PROCESS_SUSPEND_RESUME, FALSE, static_cast<DWORD>(process));
-    const bool isTold = handle != nullptr && found != nullptr &&
-                        reinterpret_cast<LONG(NTAPI*)(HANDLE)>(reinterpret_cast<void*>(found))(handle) >= 0;
+    const bool hasSucceeded = handle != nullptr && found != nullptr &&
+                              reinterpret_cast<LONG(NTAPI*)(HANDLE)>(reinterpret_cast<void*>(found))(handle) >= 0;
     CloseHandle(handle);
-    return isTold;
+    return hasSucceeded;
 }
 
 }  // namespace
@@ -113,13 +113,13 @@ void Kill(ProcessId process) {
 }
 
 void Suspend(ProcessId process) {
-    if (!Tell(process, "NtSuspendProcess")) {
+    if (!CallOnProcess(process, "NtSuspendProcess")) {
         throw std::runtime_error("the process cannot be stopped");
     }
 }
 
 void Resume(ProcessId process) {
-    Tell(process, "NtResumeProcess");
+    CallOnProcess(process, "NtResumeProcess");
 }
 
 void KillAll() {

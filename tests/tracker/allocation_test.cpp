@@ -161,7 +161,7 @@ TEST_P(TrackerOutOfMemory, ReleasesEveryReadingOnceAndGoesOn) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Fails, TrackerOutOfMemory,
-                         testing::Values(allocation_count::Failing::One, allocation_count::Failing::AllFromThere),
+                         testing::Values(allocation_count::Failing::One, allocation_count::Failing::AllFromThenOn),
                          [](const auto& instance) {
                              return instance.param == allocation_count::Failing::One ? "Once" : "FromThereOn";
                          });

@@ -15,7 +15,7 @@
 #include "platform/linux/send_signal.h"
 #include "tests/reference/faults/process_fixture.h"
 #include "tests/support/linux_descriptor_limit.h"
-#include "tests/support/linux_stranger.h"
+#include "tests/support/linux_other_user.h"
 
 namespace {
 
@@ -132,7 +132,7 @@ TEST_F(ServerProcess, ServesItsUserWhenAnotherUserOwnsTheNames) {
     test_support::UnsetEnvironment("XDG_RUNTIME_DIR");
     const std::filesystem::path temporary = scratch.Path() / "tmp";
     std::filesystem::permissions(temporary, std::filesystem::perms::all | std::filesystem::perms::sticky_bit);
-    test_support::NameTaker taker(temporary, transport::ServerName(), test_support::Obstacle::Folder);
+    test_support::NameSquatter taker(temporary, transport::ServerName(), test_support::Obstacle::Folder);
     Start();
     for (unsigned frame = 1; frame < 20; ++frame) {
         EXPECT_TRUE(IsServedCorrectly(client, frame));

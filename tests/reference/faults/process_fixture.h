@@ -25,7 +25,7 @@ inline bool IsServedCorrectly(Client& client, unsigned seed = 1) {
 
 class ServerProcess : public ServerPrograms {
   protected:
-    void Start() { server = servers::StartStranger(); }
+    void Start() { server = servers::StartForeignServer(); }
 
     std::unique_ptr<test_support::ChildProcess> server;
     Client client;

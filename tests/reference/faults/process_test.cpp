@@ -30,7 +30,7 @@ TEST_F(ServerProcess, ExitsWhenAnotherServerHasTheName) {
     Start();
     ASSERT_TRUE(IsServedCorrectly(client));
     const auto started = transport::Clock::now();
-    EXPECT_EQ(servers::StartStranger()->Wait().status, reading_service::exitNameTaken);
+    EXPECT_EQ(servers::StartForeignServer()->Wait().status, reading_service::exitNameTaken);
     EXPECT_GE(transport::Clock::now() - started, 2900ms);
     EXPECT_TRUE(IsServedCorrectly(client));
 }

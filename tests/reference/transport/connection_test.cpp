@@ -190,7 +190,7 @@ TEST_F(LocalConnection, IsNotInheritedByChildProcesses) {
         opened.erase(old);
     }
     EXPECT_THAT(opened.size(), Ge(4u));
-    EXPECT_TRUE(test_support::StayBehind(opened));
+    EXPECT_TRUE(test_support::AreClosedInNewProcess(opened));
 }
 
 // Many pieces

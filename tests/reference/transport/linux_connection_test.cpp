@@ -19,13 +19,13 @@
 #include "tests/reference/transport/connection_fixture.h"
 #include "tests/support/environment.h"
 #include "tests/support/linux_descriptor_limit.h"
-#include "tests/support/linux_stranger.h"
+#include "tests/support/linux_other_user.h"
 
 namespace {
 
 using namespace transport_test;
 using test_support::DescriptorLimit;
-using test_support::Stranger;
+using test_support::OtherUserProcess;
 
 namespace fs = std::filesystem;
 
@@ -68,10 +68,11 @@ TEST_F(LocalConnection, AcceptsOnlyItsOwnUser) {
                ::bind(asServer, at(strangers).Get(), at(strangers).Size()) == 0 && ::listen(asServer, 10) == 0;
     };
     const auto nothing = [] { return true; };
-    EXPECT_THROW(Stranger(connectAndListen, nothing), std::runtime_error) << "other users can access the folder";
+    EXPECT_THROW(OtherUserProcess(connectAndListen, nothing), std::runtime_error)
+        << "other users can access the folder";
     fs::permissions(path, fs::perms::all);
     fs::permissions(path / name, fs::perms::all);
-    const Stranger stranger(connectAndListen, nothing);
+    const OtherUserProcess otherUser(connectAndListen, nothing);
     fs::permissions(path, fs::perms::owner_all);
     EXPECT_FALSE(listener->Accept(In(300ms)));
     EXPECT_FALSE(Connection::Open(strangers));
@@ -170,7 +171,7 @@ TEST_F(Folders, OfAnotherUserDoNotPreventListening) {
         fs::remove_all(temporary);
         fs::create_directory(temporary);
         fs::permissions(temporary, fs::perms::all | fs::perms::sticky_bit);
-        test_support::NameTaker taker(temporary, name, obstacle);
+        test_support::NameSquatter taker(temporary, name, obstacle);
         // Later listeners use the same folder.
         for (int round = 0; round < 3; ++round) {
             EXPECT_FALSE(Connection::Open(name));

@@ -21,17 +21,17 @@
 namespace test_support {
 
 /// What another user can create at the path of this user's folder.
-enum class Obstacle { Folder, File, LinkToTheUsersOwn, Socket };
-inline constexpr std::array allObstacles = {Obstacle::Folder, Obstacle::File, Obstacle::LinkToTheUsersOwn,
+enum class Obstacle { Folder, File, LinkToOwnFolder, Socket };
+inline constexpr std::array allObstacles = {Obstacle::Folder, Obstacle::File, Obstacle::LinkToOwnFolder,
                                             Obstacle::Socket};
 
-class Stranger {
+class OtherUserProcess {
   public:
     static constexpr uid_t user = 65534;
 
     /// Runs the action in a process of the other user, which then waits for End. `check` runs at its end and returns
     /// whether it succeeded. Throws std::runtime_error.
-    Stranger(const std::function<bool()>& action, const std::function<bool()>& check) {
+    OtherUserProcess(const std::function<bool()>& action, const std::function<bool()>& check) {
         std::array<int, 2> report = {};
         std::array<int, 2> end = {};
         if (::pipe2(report.data(), O_CLOEXEC) != 0 || ::pipe2(end.data(), O_CLOEXEC) != 0) {
@@ -53,12 +53,12 @@ class Stranger {
         ::close(report[0]);
         if (!isReady) {
             End();
-            throw std::runtime_error("the stranger cannot do it");
+            throw std::runtime_error("the action of the other user's process failed");
         }
     }
-    ~Stranger() { End(); }
-    Stranger(const Stranger&) = delete;
-    Stranger& operator=(const Stranger&) = delete;
+    ~OtherUserProcess() { End(); }
+    OtherUserProcess(const OtherUserProcess&) = delete;
+    OtherUserProcess& operator=(const OtherUserProcess&) = delete;
 
     /// Ends the process. Returns whether the action and the check succeeded.
     bool End() {
@@ -78,18 +78,18 @@ class Stranger {
 
 /// Takes the name of this user's folder in a world-writable temporary folder, and in it the socket and the lock of a
 /// server; also the server's name as an abstract socket. End succeeds when no client has connected.
-class NameTaker {
+class NameSquatter {
   public:
-    NameTaker(const std::filesystem::path& temporary, const std::string& serverName, Obstacle kind)
+    NameSquatter(const std::filesystem::path& temporary, const std::string& serverName, Obstacle kind)
         : folder_(::open(temporary.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC)),
           name_(serverName),
           obstacle_(kind),
-          stranger_([this] { return Take(); }, [this] { return HasMetNobody(); }) {}
-    ~NameTaker() { ::close(folder_); }
-    NameTaker(const NameTaker&) = delete;
-    NameTaker& operator=(const NameTaker&) = delete;
+          process_([this] { return CreateObstacle(); }, [this] { return HasNoClients(); }) {}
+    ~NameSquatter() { ::close(folder_); }
+    NameSquatter(const NameSquatter&) = delete;
+    NameSquatter& operator=(const NameSquatter&) = delete;
 
-    bool End() { return stranger_.End(); }
+    bool End() { return process_.End(); }
 
   private:
     static int Listen(const std::string& path, bool isFile) {
@@ -104,7 +104,7 @@ class NameTaker {
         return listens ? socket : -1;
     }
 
-    bool Take() {
+    bool CreateObstacle() {
         ::umask(0);
         const std::string own = "vexlane-0";
         const std::string path = "/proc/self/fd/" + std::to_string(folder_) + '/' + own;
@@ -112,7 +112,7 @@ class NameTaker {
         switch (obstacle_) {
             case Obstacle::File:
                 return ::openat(folder_, own.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, 0777) >= 0;
-            case Obstacle::LinkToTheUsersOwn:
+            case Obstacle::LinkToOwnFolder:
                 return ::symlinkat("../own", folder_, own.c_str()) == 0;
             case Obstacle::Socket:
                 fileSocket_ = Listen(path, true);
@@ -126,7 +126,7 @@ class NameTaker {
         return isMade && ::flock(lock, LOCK_EX | LOCK_NB) == 0 && fileSocket_ >= 0;
     }
 
-    bool HasMetNobody() const {
+    bool HasNoClients() const {
         return ::accept(fileSocket_, nullptr, nullptr) < 0 && ::accept(abstractSocket_, nullptr, nullptr) < 0;
     }
 
@@ -135,7 +135,7 @@ class NameTaker {
     const Obstacle obstacle_;
     int fileSocket_ = -1;
     int abstractSocket_ = -1;
-    Stranger stranger_;
+    OtherUserProcess process_;
 };
 
 }  // namespace test_support
