@@ -210,7 +210,7 @@ TEST_F(FrameIntake, TheEngineReceivesTheBuffersOwnPixels) {
     EXPECT_EQ(counts.released, 1);
 }
 
-TEST_F(FrameIntake, NullPixelsGiveAnOwnedImageOfThatSizeWhoseBytesAreZero) {
+TEST_F(FrameIntake, NullPixelsBecomeAnOwnedImageOfThatSizeWithZeroBytes) {
     BufferOptions options;
     options.width = 4;
     options.height = 2;
@@ -570,7 +570,7 @@ TEST_F(DetectionRect, WrapsTheSumsOfASingleCallsArea) {
     EXPECT_EQ(stored, Rect(largest, -5, smallest, largest - 5));
 }
 
-TEST_F(FrameIntake, BeginAndEndOfASingleCallAreOperationsOfTheirOwn) {
+TEST_F(FrameIntake, BeginAndEndOfASingleCallAreSeparateOperations) {
     detector->SetFrameSize(200, 100);
     detector->BeginSingleCall({1, 2, 3, 4});
     EXPECT_TRUE(detector->inSingleCall);
@@ -755,7 +755,7 @@ TEST_F(CallsFromInside, FrameDoneAnExceptionOfTheCallbackIsTheFramesErrorAfterAn
 }
 
 // Each frame uses its own size, area and kind of call.
-TEST_F(CallsFromInside, FrameDoneFramesAreHandledAsFramesOfTheirOwn) {
+TEST_F(CallsFromInside, FrameDoneFramesAreHandledSeparately) {
     struct Seen {
         std::uint64_t time;
         std::array<std::int32_t, 4> rect;

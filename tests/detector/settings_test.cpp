@@ -440,7 +440,7 @@ TEST_F(Settings, AStandardExceptionWhileApplyingIsInTheErrorState) {
     EXPECT_EQ(ErrorOf(*detector), Error(0, ""));
 }
 
-TEST_F(Settings, AnyOtherExceptionWhileApplyingReachesTheCallerAndAnotherThreadCanTakeAFrame) {
+TEST_F(Settings, AnyOtherExceptionWhileApplyingReachesTheCallerAndAnotherThreadCanReceiveAFrame) {
     detector->onApplied = [] { throw 42; };
     EXPECT_THROW(Bound().ApplySettings(), int);
     detector->onApplied = nullptr;

@@ -51,13 +51,13 @@ class DetectorTables : public testing::Test {
     DetectorPointer detector = MakeDetector(host);
 };
 
-struct Answer {
+struct NamedPart {
     const char* name;
     void* expected;
 };
 
 TEST_F(DetectorTables, EveryContractNameReturnsItsPartFromEveryPartThroughBothSlots) {
-    const std::vector<Answer> answers = {
+    const std::vector<NamedPart> namedParts = {
         {"struct OKM8::IContract", Primary()},
         {"struct OKM8::IDestroyable", Primary()},
         {"struct OKM8::Analytics::IDetector", Primary()},
@@ -83,10 +83,10 @@ TEST_F(DetectorTables, EveryContractNameReturnsItsPartFromEveryPartThroughBothSl
         {"\xFF\xFE%s%n", nullptr},
     };
     for (void* const part : {Primary(), Receiver(), SingleReceiver(), Adjuster(), ErrorInfo(), Controller()}) {
-        for (const Answer& answer : answers) {
+        for (const NamedPart& named : namedParts) {
             for (const int slot : {0, 1}) {
-                EXPECT_EQ(Call<void*>(part, slot, answer.name), answer.expected)
-                    << (answer.name != nullptr ? answer.name : "null") << " in slot " << slot;
+                EXPECT_EQ(Call<void*>(part, slot, named.name), named.expected)
+                    << (named.name != nullptr ? named.name : "null") << " in slot " << slot;
             }
         }
     }

@@ -32,7 +32,7 @@ using TraceLine = Trace;
 using WideTraceLine = Trace;
 using LauncherLine = Trace;
 
-TEST_F(TraceLine, LeavesItsBracketOpenAndHasNoLineEndOfItsOwn) {
+TEST_F(TraceLine, LeavesItsBracketOpenAndHasNoAddedLineEnd) {
     WriteTrace("plate_recognition::VexlaneDetectorImpl::Recognize", 217, "Create vexlane detector");
     EXPECT_THAT(output.Texts(),
                 ElementsAre("vexlane[plate_recognition::VexlaneDetectorImpl::Recognize(217): Create vexlane detector"));
@@ -108,7 +108,7 @@ TEST_F(WideTraceLine, KeepsNeitherBracketNorLineEndAndInterpretsNothing) {
     EXPECT_EQ(output.Lines().front().wide, L"vexlane[f(1): %2% is %1%\r\n");
 }
 
-TEST_F(LauncherLine, HasItsPrefixAndNoLineEndOfItsOwn) {
+TEST_F(LauncherLine, HasItsPrefixAndNoAddedLineEnd) {
     EXPECT_TRUE(LauncherTrace("Start server launcher"));
     EXPECT_THAT(output.Texts(), ElementsAre("ServerLauncher: Start server launcher"));
     EXPECT_FALSE(output.Lines().front().isWide);

@@ -92,7 +92,7 @@ TEST_F(RegistryView, AValueOf64BitProgramsIsNotFoundByOpening) {
     EXPECT_EQ(RegistryKey(path).ReadString("DebugLevel"), "user");
 }
 
-TEST_F(RegistryView, OfBothViewsThatOf32BitProgramsIsRead) {
+TEST_F(RegistryView, TheValueOf32BitProgramsIsReadWhenBothViewsHaveOne) {
     Store(HKEY_LOCAL_MACHINE, KEY_WOW64_32KEY, "32");
     Store(HKEY_LOCAL_MACHINE, KEY_WOW64_64KEY, "64");
     EXPECT_EQ(RegistryKey(path).ReadString("DebugLevel"), "32");

@@ -63,7 +63,7 @@ TEST_F(KeepAlive, AFrameIsASignOfLifeWhenTheEngineHasReadIt) {
     EXPECT_FALSE(RestartsAfterAnHourAnd([&] { EXPECT_EQ(Frame(1), 0); }));
 }
 
-TEST_F(KeepAlive, AFrameBeforeTheSilenceDoesNotEndIt) {
+TEST_F(KeepAlive, AFrameBeforeTheSilenceDoesNotPreventTheRestart) {
     EXPECT_EQ(Frame(1), 0);
     EXPECT_TRUE(RestartsAfterAnHourAnd([] {}));
 }

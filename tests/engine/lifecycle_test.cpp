@@ -158,7 +158,7 @@ TEST_F(Lifecycle, AFailureToRestartTheServerIsTheErrorOfAUsableDetector) {
     EXPECT_EQ(Settings().SetIntValue("zone_width", 5), 0);
 }
 
-TEST_F(Lifecycle, AFailureOfTheFirstLineIsCaughtTooAndTheServerIsLeftAlone) {
+TEST_F(Lifecycle, AFailureOfTheFirstLineIsCaughtTooAndTheServerIsNotRestarted) {
     EndPolling();
     diagnostics::SetDebugLevel(1);
     {

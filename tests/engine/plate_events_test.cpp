@@ -160,7 +160,7 @@ TEST_F(PlateEvents, AnEmptyTextIsSentAsSuch) {
     EXPECT_EQ(NumberOf(LastTarget(), "confidence"), 0);
 }
 
-TEST_F(PlateEvents, CountryAndDirectionComeFromTheDescription) {
+TEST_F(PlateEvents, CountryAndDirectionAreThoseOfTheDescription) {
     PlateDescription description;
     description.strings = {"RUS", "b", "c", "d", "e", "f"};
     description.value = -77;

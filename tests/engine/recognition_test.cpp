@@ -454,7 +454,7 @@ TEST_F(Recognition, TheRangeComesBeforeTheRecognition) {
 
 // Readings.
 
-TEST_F(Recognition, NoPlatesStillGiveTheTrackerTheFramesTime) {
+TEST_F(Recognition, TheTrackerGetsTheFramesTimeEvenWithoutPlates) {
     RecordingTracker& tracker = UseRecordingTracker();
     for (const int count : {0, -1, smallest}) {
         fake_engine::OnRecognize([count](const IMG&, RPLATE*) { return count; });

@@ -49,7 +49,7 @@ class EngineTables : public EngineTest {
 
 TEST_F(EngineTables, EveryPartReturnsTheSamePartForEveryName) {
     const std::vector<void*> parts = Parts();
-    const std::vector<std::pair<const char*, void*>> answers = {
+    const std::vector<std::pair<const char*, void*>> namedParts = {
         {"struct OKM8::IContract", parts[0]},
         {"struct OKM8::IDestroyable", parts[0]},
         {"struct OKM8::Analytics::IDetector", parts[0]},
@@ -63,7 +63,7 @@ TEST_F(EngineTables, EveryPartReturnsTheSamePartForEveryName) {
         {nullptr, nullptr},
     };
     for (void* const part : parts) {
-        for (const auto& [name, expected] : answers) {
+        for (const auto& [name, expected] : namedParts) {
             EXPECT_EQ(Call<void*>(part, 0, name), expected) << (name != nullptr ? name : "null");
             EXPECT_EQ(Call<void*>(part, 1, name), expected) << (name != nullptr ? name : "null");
         }

@@ -47,7 +47,7 @@ TEST_F(HostObjects, TheHostObjectReturnsOnlyItsTwoServices) {
     EXPECT_EQ(CallSlot<void*>(&host, 3, static_cast<const char*>(nullptr)), nullptr);
 }
 
-TEST_F(HostObjects, AnEventGoesThroughTheSlots) {
+TEST_F(HostObjects, AnEventIsRaisedThroughTheSlots) {
     void* const factory = CallSlot<void*>(&host, 3, static_cast<const char*>(ContractName::ITargetEnumeratorFactory));
     void* const targets = CallSlot<void*>(factory, 9, int64_t{77});
     void* const raiser = CallSlot<void*>(&peer, 3, static_cast<void*>(nullptr), static_cast<const char*>("event"),

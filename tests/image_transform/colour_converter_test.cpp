@@ -310,7 +310,7 @@ TEST_P(BothConverters, RefuseAnOutputBeyondThirtyTwoBitsBeforeAnythingElse) {
     const struct {
         std::uint32_t width, height, size;
     } frames[] = {
-        {65536, 32768, 0x80000000},       // luminance alone; three times that is 2^31 in 32 bits
+        {65536, 32768, 0x80000000},       // luminance only; three times that is 2^31 in 32 bits
         {37838, 37838, 37838u * 37838u},  // just beyond
         {1431655766, 1, 1431655766},      // 2^32 + 2 bytes
         {0xffffffff, 0xffffffff, 1},      // the number of pixels is 1 in 32 bits

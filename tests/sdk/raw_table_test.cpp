@@ -63,7 +63,7 @@ char returnedObject[64];
 template <class Result>
 Result ReturnValue() {
     if constexpr (std::is_same_v<Result, const char*>) {
-        return "the answer";
+        return "the return value";
     } else if constexpr (std::is_pointer_v<Result>) {
         return static_cast<Result>(static_cast<void*>(returnedObject));
     } else {

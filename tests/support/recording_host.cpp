@@ -449,11 +449,11 @@ struct Buffer final : MFF::ICompositeBuffer {
     void Unused1() override { Get(Operation::Unused, 0); }
     void Unused2() override { Get(Operation::Unused, 0); }
     void Release() override {
-        const BufferCounts& told = counts;
+        const BufferCounts& bufferCounts = counts;
         const HostCall call = {.operation = Operation::Release, .owner = number};
         ++counts.released;
         DestroyThroughSlot(this);
-        CallHook(told.onCall, call);
+        CallHook(bufferCounts.onCall, call);
     }
     std::uint8_t* GetData() override {
         std::uint8_t* const own = options.pixels.empty() ? nullptr : options.pixels.data();

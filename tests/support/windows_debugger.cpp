@@ -77,7 +77,7 @@ DebuggedRun RunUnderDebugger(const std::string& commandLine) {
     DebuggedRun run;
     DEBUG_EVENT event = {};
     while (!run.hasEnded && waitForEvent(&event, longestSilenceMilliseconds) != FALSE) {
-        DWORD answer = DBG_CONTINUE;
+        DWORD continuation = DBG_CONTINUE;
         switch (event.dwDebugEventCode) {
             case OUTPUT_DEBUG_STRING_EVENT: {
                 const OUTPUT_DEBUG_STRING_INFO& string = event.u.DebugString;
@@ -100,7 +100,7 @@ DebuggedRun RunUnderDebugger(const std::string& commandLine) {
             case EXCEPTION_DEBUG_EVENT:
                 // The system raises one of these at the start.
                 if (event.u.Exception.ExceptionRecord.ExceptionCode != DWORD{EXCEPTION_BREAKPOINT}) {
-                    answer = DBG_EXCEPTION_NOT_HANDLED;
+                    continuation = DBG_EXCEPTION_NOT_HANDLED;
                 }
                 break;
             case EXIT_PROCESS_DEBUG_EVENT:
@@ -110,7 +110,7 @@ DebuggedRun RunUnderDebugger(const std::string& commandLine) {
             default:
                 break;
         }
-        ContinueDebugEvent(event.dwProcessId, event.dwThreadId, answer);
+        ContinueDebugEvent(event.dwProcessId, event.dwThreadId, continuation);
     }
     if (!run.hasEnded) {
         TerminateProcess(process.get(), 1);
