@@ -9,9 +9,10 @@ namespace MFF {
 /// A buffer with one frame. The detector owns every non-null buffer that it receives and releases it exactly once,
 /// possibly long after the call: a plate that is still being tracked keeps its frame.
 struct IMultimediaBuffer : IContract {
-    /// Returns: the frame's time stamp in milliseconds since 1970-01-01 00:00 UTC; cannot fail. Another start is
-    /// allowed: the times of events and tracks then count from it. Ownership: nothing is passed. Thread: frame thread.
-    /// From inside: quiet calls.
+    /// Another start than 1970 is allowed: the times of events and tracks then count from it.
+    /// Returns: the frame's time stamp in milliseconds since 1970-01-01 00:00 UTC; cannot fail.
+    /// Ownership: nothing is passed.
+    /// Thread: frame thread. From inside: quiet calls.
     virtual uint64_t GetTimeStamp() = 0;
     virtual void Unused1() = 0;  // not called; keeps the numbering
     virtual void Unused2() = 0;  // not called; keeps the numbering
@@ -27,7 +28,7 @@ struct IMultimediaBuffer : IContract {
 /// A buffer with one uncompressed frame, 8 bits a sample, full range (0 to 255), rows without padding: only luminance
 /// (width * height bytes), planar 4:2:0 (I420, * 3 / 2) or planar 4:2:2 (I422, * 2). GetDataSize tells them apart.
 struct ICompositeBuffer : IMultimediaBuffer {
-    /// Returns: the first byte of the frame; null stands for a frame of which every byte is zero.
+    /// Returns: the first byte of the frame; null means that every byte is zero.
     /// Ownership: the bytes belong to the buffer. The library only reads them; they must not change until Release.
     /// Thread: frame thread. From inside: quiet calls.
     virtual uint8_t* GetData() = 0;

@@ -36,7 +36,7 @@
 /// the stack frames that it passes, and an exception that is not caught ends the process.
 /// Exceptions, host side. The host's operations should not throw. The library catches every C++ exception that they do
 /// throw, of any compiler: it becomes the error of the frame, discards the event, or is ignored if it leaves Release.
-/// There is one exception to this: what GetInterface throws while a detector is created leaves CreateDetector.
+/// One case differs: what GetInterface throws while a detector is created leaves CreateDetector.
 /// Exceptions of the system, such as access violations, are not caught. A host that handles one outside of the call
 /// leaves the detector locked.
 #pragma once
@@ -102,7 +102,8 @@ struct IContract {
     /// Finds an interface of this object by its name (sdk/contract_names.h).
     /// Returns: a pointer to the named interface; null if the name is null or unknown.
     /// Ownership: the pointer belongs to the object and is valid as long as the object.
-    /// Thread: any thread; does not wait for a frame, does not change a detector's error state.
+    /// Thread: any thread; does not wait for a frame, does not change a detector's error state. On the host side only
+    /// frame buffers are queried, on the frame thread; from inside: quiet calls.
     OKM8_OVERLOADS_IN_SLOT_ORDER(virtual void* QueryContract(const char* contractName) = 0,
                                  virtual void* QueryContract(const char* contractName) const = 0);
 
@@ -110,14 +111,14 @@ struct IContract {
     /// DestroyThroughSlot for an object that has no such operation.
     /// Returns: the object's address (as a virtual destructor: nothing); cannot fail.
     /// Ownership: bit 0 of `flags` frees the object's memory, which the object's own side allocated.
-    /// Thread: owner thread, while no other thread is inside the object.
+    /// Thread: owner thread, while no thread is inside the object.
     OKM8_ROOT_DESTRUCTOR_SLOT(IContract)
 };
 
 /// Destroys an object through its destructor slot.
 /// Returns: nothing; cannot fail. Does nothing for null.
 /// Ownership: the side that created the object frees its memory; all pointers to it are invalid afterwards.
-/// Thread: owner thread, while no other thread is inside the object.
+/// Thread: owner thread, while no thread is inside the object.
 inline void DestroyThroughSlot(IContract* object) {
 #if OKM8_MICROSOFT_ABI
     delete object;

@@ -27,8 +27,9 @@ constexpr int32_t RefusedSetting = 2816;  ///< null or unknown name, or wrong ty
 
 /// Named settings of a detector; sdk/setting_keys.h has the names, types and units.
 struct IAsyncAdjuster : IContract {
-    /// Set one value each; it takes effect with ApplySettings.
-    /// Returns: 0; 2816 for a null or unknown name or a value of the wrong type, and then nothing changes.
+    /// Set one value each. It takes effect with ApplySettings or, for most settings, already with the next frame.
+    /// Returns: 0; 2816 for a null or unknown name, a value of the wrong type, and on allocation failure, and then
+    /// nothing changes.
     /// Ownership: name and text stay the caller's, and are copied; a null text is an empty one.
     /// Thread: any thread; does not wait for a frame.
     virtual int32_t SetStringValue(const char* name, const char* value) = 0;
@@ -36,9 +37,10 @@ struct IAsyncAdjuster : IContract {
     virtual int32_t SetIntValue(const char* name, int32_t value) = 0;
     virtual int32_t SetBoolValue(const char* name, bool value) = 0;
     /// Puts the values into effect.
-    /// Returns: nothing; a failure is in the error state. Rethrows an exception that is not derived from
-    /// std::exception. Ownership: nothing is passed. Thread: any thread; waits for the end of a frame. From inside an
-    /// operation of the host: only from OnFrameDone.
+    /// Returns: nothing; a failure is in the error state. Throws only an exception that is not derived from
+    /// std::exception.
+    /// Ownership: nothing is passed.
+    /// Thread: any thread; waits for the end of a frame. From inside an operation of the host: only from OnFrameDone.
     virtual void ApplySettings() = 0;
 };
 
@@ -48,7 +50,7 @@ struct IErrorInfoProvider : IContract {
     /// Ownership: nothing is passed.
     /// Thread: any thread; does not wait for a frame.
     virtual int32_t GetErrorCode() = 0;
-    /// Returns: the error's text (UTF-8), never null; empty if there is no error.
+    /// Returns: the error's text, never null; empty if there is no error.
     /// Ownership: the text belongs to the detector and is valid until the next operation on it.
     /// Thread: any thread; does not wait for a frame.
     virtual const char* GetErrorMessage() = 0;
@@ -71,10 +73,13 @@ struct IMediaReceiver : IContract {
 
 /// Receives single frames, each with its own area.
 struct IMediaReceiverSingle : IContract {
-    /// Handles one frame as Receive does. Plate events carry the area, until the next call brings another one; the
-    /// engine searches where the settings say. A null area is an empty one. Returns: 0; 1 on failure, with the text in
-    /// the error state. Ownership: of the buffer as for Receive. The area is copied. `frameDoneCallback` (an
-    /// MFF::IFrameDoneCallback, or null) stays the host's and is used only during the call. Thread: as Receive.
+    /// Handles one frame as Receive does. The engine searches the area of the settings. Only plate events carry this
+    /// area, also those of later frames, until the next call; after a call with an empty or null area they carry the
+    /// area of the settings.
+    /// Returns: 0; 1 on failure, with the text in the error state.
+    /// Ownership: of the buffer as for Receive. The area is copied. `frameDoneCallback`, an MFF::IFrameDoneCallback or
+    /// null, stays the host's and is used only during the call.
+    /// Thread: as Receive.
     virtual int32_t ReceiveSingle(MFF::IMultimediaBuffer* inputData, const FrameArea* area,
                                   IContract* frameDoneCallback) = 0;
 };
@@ -82,7 +87,7 @@ struct IMediaReceiverSingle : IContract {
 /// Values that apply to one call of ReceiveSingle.
 struct IMediaReceiverSingle2 : IMediaReceiverSingle {
     /// Set one value each. Any name is accepted; setting a name again replaces its value and type.
-    /// Returns: 0; 2816 for a null name, and then nothing changes.
+    /// Returns: 0; 2816 for a null name and on allocation failure, and then nothing changes.
     /// Ownership: name and text stay the caller's, and are copied.
     /// Thread: any thread; does not wait for a frame.
     virtual int32_t SetStringValue(const char* name, const char* value) = 0;

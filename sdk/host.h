@@ -9,7 +9,8 @@ namespace OKM8 {
 
 /// The host object, the argument of InitializeModule.
 struct IHost : IContract {
-    /// Finds a service of the host. The library needs ILogger and Analytics::ITargetEnumeratorFactory.
+    /// Finds a service of the host. The library asks for ILogger, which may be missing, and for
+    /// Analytics::ITargetEnumeratorFactory, without which there are no events.
     /// Returns: a pointer to the named interface; null if there is no such service.
     /// Ownership: the service stays the host's and must be valid until the last detector has been destroyed.
     /// Thread: owner thread for ILogger, in CreateDetector; frame thread for ITargetEnumeratorFactory, for every event.
@@ -21,7 +22,7 @@ struct IHost : IContract {
 struct ILogger : IContract {
     virtual void Unused1() = 0;
     virtual void Unused2() = 0;
-    /// Writes one text (UTF-8). Level 2: the engine failed to start. Level 3: an error.
+    /// Writes one text. Level 2: the engine failed to start. Level 3: an error.
     /// Returns: nothing.
     /// Ownership: the text is the library's and valid during the call.
     /// Thread: owner thread or frame thread. From inside: quiet calls; during CreateDetector and Destroy none.

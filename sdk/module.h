@@ -51,8 +51,9 @@ constexpr char GetModule[] = "GetModule";
 constexpr char FinalizeModule[] = "FinalizeModule";
 }  // namespace ExportName
 
-/// The registry value (a string) from which InitializeModule reads the debug level; "0" turns trace lines off. It is
-/// looked up under HKEY_LOCAL_MACHINE in the 32-bit view, and if it is not there, under HKEY_CURRENT_USER.
+/// The registry value (a string) from which InitializeModule reads the debug level; trace lines are off if it is "0" or
+/// missing. The key is that of HKEY_LOCAL_MACHINE in the 32-bit view or, if the host may not open that with all rights
+/// or it does not exist, that of HKEY_CURRENT_USER.
 namespace DebugLevelValue {
 constexpr char Key[] = "SOFTWARE\\Tellumark\\KORA\\DEBUG";
 constexpr char Name[] = "DebugLevel";

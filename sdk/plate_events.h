@@ -24,7 +24,7 @@ constexpr char Image[] = "image";
 namespace PlateKey {
 constexpr char Text[] = "lp_wnum";             ///< the plate's text
 constexpr char CharacterCount[] = "char_num";  ///< number of UTF-16 units of the text
-constexpr char Country[] = "country_code";     ///< text as the engine returns it, empty if it returns none
+constexpr char Country[] = "country_code";     ///< empty: the engine reports no country
 constexpr char Confidence[] = "confidence";    ///< 0 to 100
 constexpr char Direction[] = "direction";      ///< 0
 constexpr char Left[] = "lpf_x1";              ///< pixels of the full frame; so are the next three
@@ -46,10 +46,10 @@ constexpr char Key[] = "figures_key";  ///< text
 
 /// One reading of the reported plate.
 struct TrackPoint {
-    int32_t x;  ///< pixels of the full frame; so are the next three
+    int32_t x;  ///< the plate's top left corner in pixels of the frame as received, also with "use_half_cadr"
     int32_t y;
-    int32_t width;
-    int32_t height;
+    int32_t width;   ///< from that corner to the bottom left one: about 0 for an upright plate
+    int32_t height;  ///< the vertical distance of these two corners
     /// Microseconds, UTC; 1970-01-01 00:00:00 is TrackTimeEpoch. Three values are not times: INT64_MAX is plus
     /// infinity, INT64_MIN minus infinity, INT64_MAX - 1 "no time".
     int64_t time;
