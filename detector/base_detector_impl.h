@@ -127,8 +127,8 @@ class BaseDetectorImpl : public OKM8::Analytics::IDetector,
 
     // End of the first table of this class.
 
-    /// Returns the region of interest in pixels, vertically of the effective height: the area of the single call, else
-    /// the configured area, else the whole frame. Not clipped to the frame. FRAME.
+    /// Returns the region of interest in pixels, vertically of the effective height: in a single call its area,
+    /// otherwise the configured one; the whole frame if that area is empty or off. Not clipped to the frame. FRAME.
     PixelRect GetDetectionRect() const;
 
     /// Prepares an event: gets a target list, a raiser and its arguments from the host, which owns them. Returns false,

@@ -6,8 +6,8 @@
 namespace diagnostics {
 
 /// Returns the level in the registry: decimal text in the value "DebugLevel" of the key SOFTWARE\Tellumark\KORA\DEBUG
-/// in the machine hive, else in the user hive. A missing key is created, without a value. Returns 0 when there is no
-/// number, and on allocation failure. Any thread.
+/// in the machine hive or, if the key cannot be opened there, in the user hive. If neither can be opened, the key is
+/// created, without a value. Returns 0 when there is no number, and on allocation failure. Any thread.
 std::int32_t ReadDebugLevel() noexcept;
 
 /// Returns the process-wide level: 0 is quiet, any other number verbose. Any thread.

@@ -11,8 +11,8 @@ namespace diagnostics {
 /// Owns one registry key, which the destructor closes. One thread at a time.
 class RegistryKey {
   public:
-    /// Opens the key in the machine hive, else in the user hive; if neither has it, creates it, in the same order.
-    /// Failure leaves IsOpen() false.
+    /// Opens the key in the machine hive, else in the user hive; if neither can be opened, creates it, in the same
+    /// order. Failure leaves IsOpen() false.
     explicit RegistryKey(const std::string& path);
     ~RegistryKey();
 

@@ -11,8 +11,7 @@
 
 namespace plate_recognition {
 
-/// One reading: a plate's rectangle in pixels and the frame's time. The frozen record of the contract, with the date
-/// library's type for the time.
+/// One reading: the frozen record of the contract (sdk/plate_events.h), with the date library's type for the time.
 struct TrackPoint {
     std::int32_t x;
     std::int32_t y;

@@ -41,7 +41,8 @@ class VexlaneDetectorImpl : public BaseDetectorImpl, public ILicencePlateTracker
     /// Sets the event arguments of a result on a target, except the track: the plate's corners in pixels of the full
     /// frame, the area in percent. FRAME.
     virtual void FillEventArguments(const RecognitionResult& result, OKM8::Analytics::ITargetValues& values);
-    /// Raises the event of a result. Throws what the host throws; the event is then discarded. FRAME.
+    /// Raises the event of a result. Throws what the host throws; the event is then discarded unless Raise threw.
+    /// FRAME.
     virtual void RaisePlateEvent(const RecognitionResult& result, const std::vector<TrackPoint>& track);
 
     // The tracker's reports. After the slots above, because in the Itanium ABI they add slots to the first table.

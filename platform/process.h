@@ -50,9 +50,9 @@ bool TerminateProcess(SystemHandle process, std::uint32_t exitCode);
 /// Opens a process with Windows access rights. Returns 0 on failure, with the last error set.
 SystemHandle OpenProcess(std::uint32_t access, bool inheritable, std::uint32_t processId);
 
-/// Returns the running processes. The first entry is the system's own process; processes that have ended but are still
-/// in the system's table are not listed, and on Linux those that the caller may not signal. Empty on failure, with the
-/// last error set.
+/// Returns the running processes. The first entry is the system's own process. Processes that have ended but are still
+/// in the system's table are not listed; on Linux neither are those that the caller may not signal. Empty on failure,
+/// with the last error set.
 std::vector<ProcessEntry> ListProcesses();
 
 }  // namespace platform

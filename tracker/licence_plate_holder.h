@@ -1,4 +1,4 @@
-/// A reading that the tracker holds. Its destructor releases a reading that was not reported to the sink.
+/// A reading that the tracker holds. Its destructor releases it to the sink unless it was reported.
 #pragma once
 
 #include <boost/shared_ptr.hpp>

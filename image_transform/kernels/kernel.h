@@ -15,8 +15,8 @@ inline constexpr int BadSize = -6;    ///< width or height below 1; nothing is w
 inline constexpr int OddSize = 35;    ///< odd width or height; the even part is converted
 }  // namespace Status
 
-/// Planes of YUV 4:2:0, 8 bits per sample: Y has width x height samples, U and V have half of each, and one U, V pair
-/// covers 2 x 2 pixels. Strides are in bytes. Not owned.
+/// Planes of YUV 4:2:0, 8 bits per sample: Y has width x height samples, U and V have half the width and half the
+/// height, so one U, V pair covers 2 x 2 pixels. Strides are in bytes. Not owned.
 struct I420Planes {
     const std::uint8_t* y;
     const std::uint8_t* u;

@@ -119,10 +119,10 @@ struct Message {
 
 inline constexpr std::size_t maxMessageBytes = 16 + sizeof(Readings);
 
-/// Whether the contents obey the limits of their kind.
+/// Returns true when the contents are within the limits of their kind.
 bool IsValid(const Contents& contents);
 
-/// The size in bytes of a frame of these dimensions; the maximum of the type when it does not fit.
+/// Returns the size in bytes of a frame of these dimensions; the maximum of the type when it does not fit.
 std::uint64_t PictureBytes(std::uint32_t width, std::uint32_t height);
 
 /// Throws std::invalid_argument for invalid contents.
