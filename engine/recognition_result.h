@@ -30,7 +30,7 @@ struct PlateDescription {
     std::array<std::int32_t, 3> values = {};
 };
 
-/// Held by shared pointer and constant after construction. Holds the host's frame, which is not released before it.
+/// Held by shared pointer and constant after construction. It keeps the host's frame until it is destroyed.
 class RecognitionResult {
   public:
     /// `timeStamp` is the frame's, in milliseconds. Throws std::exception with "RecognitionResult constructor: Buffer

@@ -7,8 +7,8 @@
 
 namespace platform {
 
-/// A process or a thread; 0 is none. On Windows a system handle, which stays open until the caller closes it; elsewhere
-/// a plain value (process id and start time) that needs no closing.
+/// A process or a thread; 0 is none. On Windows a system handle, which the library leaves open; elsewhere a plain value
+/// (process id and start time) that needs no closing.
 using SystemHandle = std::uintptr_t;
 
 /// A started process and its first thread.

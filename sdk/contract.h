@@ -12,8 +12,7 @@
 /// Terms:
 /// - Host side: implemented by the host, called by the library. Library side: the reverse.
 /// - Any thread: may be called at any time from any thread.
-/// - Frame thread: the thread that is inside Receive or ReceiveSingle of the detector; the host chooses it for each
-/// call.
+/// - Frame thread: the thread inside Receive or ReceiveSingle of the detector; the host chooses it for each call.
 /// - Owner thread: the thread that loads the library, creates detectors and destroys them.
 /// - Quiet calls: a detector's QueryContract, setters, GetErrorCode, GetErrorMessage and the operations of
 ///   IMediaReceiverController. None of them waits for a frame.

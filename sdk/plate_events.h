@@ -9,14 +9,14 @@ namespace Analytics {
 
 namespace EventName {
 constexpr char Plate[] = "event";
-constexpr char PlateLost[] = "NUMBER_LOST";
-constexpr char DebugFigures[] = "DEBUG_FIGURES";
+constexpr char PlateLost[] = "NUMBER_LOST";       ///< as Plate; this version raises none
+constexpr char DebugFigures[] = "DEBUG_FIGURES";  ///< this version raises none
 }  // namespace EventName
 
 /// Arguments of the event itself, set as objects.
 namespace EventKey {
 constexpr char Targets[] = "targets";
-constexpr char Image[] = "image";
+constexpr char Image[] = "image";  ///< not set by plate events
 }  // namespace EventKey
 
 /// Values of a plate event's target: texts (UTF-8) by SetStringValue, numbers by SetIntValue, "all_tracks" by
@@ -26,7 +26,7 @@ constexpr char Text[] = "lp_wnum";             ///< the plate's text
 constexpr char CharacterCount[] = "char_num";  ///< number of UTF-16 units of the text
 constexpr char Country[] = "country_code";     ///< empty: the engine reports no country
 constexpr char Confidence[] = "confidence";    ///< 0 to 100
-constexpr char Direction[] = "direction";      ///< 0
+constexpr char Direction[] = "direction";      ///< always 0
 constexpr char Left[] = "lpf_x1";              ///< pixels of the full frame; so are the next three
 constexpr char Top[] = "lpf_y1";
 constexpr char Right[] = "lpf_x3";
@@ -53,7 +53,7 @@ struct TrackPoint {
     /// Microseconds, UTC; 1970-01-01 00:00:00 is TrackTimeEpoch. Three values are not times: INT64_MAX is plus
     /// infinity, INT64_MIN minus infinity, INT64_MAX - 1 "no time".
     int64_t time;
-    uint8_t flag;  ///< 0
+    uint8_t flag;  ///< always 0
     uint8_t fill[7];
 };
 

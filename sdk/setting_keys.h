@@ -1,5 +1,5 @@
 /// The names of a detector's settings, for the setters of IAsyncAdjuster, each with its type; a value of another type
-/// is refused with ErrorCode::RefusedSetting.
+/// is refused with ErrorCode::RefusedSetting. Every number is accepted: ranges are not checked.
 #pragma once
 
 namespace OKM8 {
@@ -15,9 +15,9 @@ constexpr char AreaLeft[] = "area_left";           ///< integer, percent of the 
 constexpr char AreaTop[] = "area_top";
 constexpr char AreaRight[] = "area_right";
 constexpr char AreaBottom[] = "area_bottom";
-constexpr char ResultReady[] = "result_ready";  ///< boolean: report a vehicle before it leaves; read at the first frame
-constexpr char ResultWaitTime[] = "result_wait_time";  ///< integer, seconds, with result_ready
-constexpr char ResultRecCount[] = "result_rec_count";  ///< integer, readings, with result_ready
+constexpr char ResultReady[] = "result_ready";         ///< boolean: report a vehicle before it leaves; see the next two
+constexpr char ResultWaitTime[] = "result_wait_time";  ///< integer: seconds after which it is reported
+constexpr char ResultRecCount[] = "result_rec_count";  ///< integer: readings after which it is reported
 constexpr char UseHalfCadr[] = "use_half_cadr";        ///< boolean: the camera sends fields of half height
 
 /// All of them.
