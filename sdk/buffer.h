@@ -9,9 +9,9 @@ namespace MFF {
 /// A buffer with one frame. The detector owns every non-null buffer that it receives and releases it exactly once,
 /// possibly long after the call: a plate that is still being tracked keeps its frame.
 struct IMultimediaBuffer : IContract {
-    /// Returns: the frame's time stamp in milliseconds since 1970-01-01 00:00 UTC; cannot fail. Another start is
-    /// allowed; the times of events and tracks then count from it.
-    /// Ownership: nothing is passed.
+    /// Another start than 1970 is allowed: the times of events and tracks then count from it. Time stamps of a
+    /// detector's frames must not go back: vehicles in view would be reported at once, and then a second time. Returns:
+    /// the frame's time stamp in milliseconds since 1970-01-01 00:00 UTC; cannot fail. Ownership: nothing is passed.
     /// Thread: frame thread. From inside: quiet calls.
     virtual uint64_t GetTimeStamp() = 0;
     virtual void Unused1() = 0;  // not called; keeps the numbering

@@ -51,7 +51,7 @@ struct IErrorInfoProvider : IContract {
     /// Thread: any thread; does not wait for a frame.
     virtual int32_t GetErrorCode() = 0;
     /// Returns: the error's text, never null; empty if there is no error.
-    /// Ownership: the text belongs to the detector and is valid until the next operation on it.
+    /// Ownership: the text belongs to the detector and is valid until the next operation on it, by any thread.
     /// Thread: any thread; does not wait for a frame.
     virtual const char* GetErrorMessage() = 0;
 };

@@ -53,7 +53,8 @@ constexpr char FinalizeModule[] = "FinalizeModule";
 
 /// The registry value (a string) from which InitializeModule reads the debug level; trace lines are off if it is "0" or
 /// missing. The key is that of HKEY_LOCAL_MACHINE in the 32-bit view or, if the host may not open that with all rights
-/// or it does not exist, that of HKEY_CURRENT_USER.
+/// or it does not exist, that of HKEY_CURRENT_USER. If that does not exist either, InitializeModule creates the key in
+/// the 64-bit view, where it may.
 namespace DebugLevelValue {
 constexpr char Key[] = "SOFTWARE\\Tellumark\\KORA\\DEBUG";
 constexpr char Name[] = "DebugLevel";

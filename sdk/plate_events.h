@@ -9,14 +9,14 @@ namespace Analytics {
 
 namespace EventName {
 constexpr char Plate[] = "event";
-constexpr char PlateLost[] = "NUMBER_LOST";       ///< as Plate; this version raises none
-constexpr char DebugFigures[] = "DEBUG_FIGURES";  ///< this version raises none
+constexpr char PlateLost[] = "NUMBER_LOST";       ///< contains the same as "event"; not raised at present
+constexpr char DebugFigures[] = "DEBUG_FIGURES";  ///< not raised at present
 }  // namespace EventName
 
 /// Arguments of the event itself, set as objects.
 namespace EventKey {
-constexpr char Targets[] = "targets";
-constexpr char Image[] = "image";  ///< not set by plate events
+constexpr char Targets[] = "targets";  ///< the list that CreateTargetEnumerator returned
+constexpr char Image[] = "image";      ///< not set by this library
 }  // namespace EventKey
 
 /// Values of a plate event's target: texts (UTF-8) by SetStringValue, numbers by SetIntValue, "all_tracks" by
