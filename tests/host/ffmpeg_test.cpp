@@ -70,13 +70,73 @@ TEST_F(FfmpegVideo, OddSizesLoseTheirLastColumnAndRow) {
 }
 
 TEST_F(FfmpegVideo, OtherFormatsBecome420WithTheirLuminanceUnchanged) {
-    for (const char* format : {"yuv422p", "yuv444p", "yuv410p", "gray"}) {
+    for (const char* format : {"yuv422p", "yuv444p", "yuv410p", "gray", "yuv420p10le", "yuv422p10le", "yuv444p12le"}) {
         const std::string name = std::string(format) + ".mkv";
         const std::vector<plate_host::Picture> pictures = ReadAll(Write(name, {.pixelFormat = format, .frames = 1}));
         ASSERT_EQ(pictures.size(), 1u) << format;
         ASSERT_EQ(pictures[0].size, 64u * 48 * 3 / 2) << format;
         const std::vector<std::uint8_t> luminance = MakePlane(64, 48, 0, 0);
         EXPECT_THAT(luminance, testing::ElementsAreArray(pictures[0].bytes.get(), luminance.size())) << format;
+    }
+}
+
+TEST_F(FfmpegVideo, PicturesOfFullRangeKeepIt) {
+    // Every plane of this format is a colour; a white picture has the largest luminance.
+    const std::vector<plate_host::Picture> white =
+        ReadAll(Write("white.mkv", {.codec = "utvideo", .pixelFormat = "gbrp", .frames = 1, .white = true}));
+    ASSERT_EQ(white.size(), 1u);
+    EXPECT_GE(white[0].bytes[0], 254);
+    const std::vector<plate_host::Picture> marked =
+        ReadAll(Write("marked.mkv", {.frames = 1, .white = true, .fullRange = true}));
+    ASSERT_EQ(marked.size(), 1u);
+    EXPECT_EQ(marked[0].bytes[0], 255);
+}
+
+TEST_F(FfmpegVideo, PicturesAreTurnedUpright) {
+    for (const int degrees : {90, 180, 270}) {
+        const std::vector<plate_host::Picture> pictures =
+            ReadAll(Write("turned.mov", {.width = 62, .height = 44, .frames = 1, .turnedClockwise = degrees}));
+        ASSERT_EQ(pictures.size(), 1u) << degrees;
+        const bool isPortrait = degrees != 180;
+        const std::size_t width = isPortrait ? 44 : 62;
+        const std::size_t height = isPortrait ? 62 : 44;
+        ASSERT_EQ(pictures[0].width, width);
+        ASSERT_EQ(pictures[0].height, height);
+        const std::uint8_t* turned = pictures[0].bytes.get();
+        for (int plane = 0; plane < 3; ++plane) {
+            const std::size_t part = plane == 0 ? 1 : 2;
+            const std::vector<std::uint8_t> lying =
+                MakePlane(62 / static_cast<int>(part), 44 / static_cast<int>(part), 0, plane);
+            const std::size_t lyingWidth = 62 / part;
+            const std::size_t lyingHeight = 44 / part;
+            for (std::size_t y = 0; y < height / part; ++y) {
+                for (std::size_t x = 0; x < width / part; ++x) {
+                    // The first column of a picture that is turned once clockwise was its last row.
+                    const std::size_t fromX = degrees == 90    ? y
+                                              : degrees == 180 ? lyingWidth - 1 - x
+                                                               : lyingWidth - 1 - y;
+                    const std::size_t fromY = degrees == 90    ? lyingHeight - 1 - x
+                                              : degrees == 180 ? lyingHeight - 1 - y
+                                                               : x;
+                    ASSERT_EQ(*turned++, lying[fromY * lyingWidth + fromX])
+                        << degrees << " " << plane << " " << x << " " << y;
+                }
+            }
+        }
+    }
+}
+
+TEST_F(FfmpegVideo, OfInterlacedPicturesTheUpperFieldIsTaken) {
+    const std::vector<plate_host::Picture> pictures =
+        ReadAll(Write("interlaced.mkv", {.frames = 1, .interlaced = true}));
+    ASSERT_EQ(pictures.size(), 1u);
+    ASSERT_EQ(pictures[0].height, 48u);
+    const std::vector<std::uint8_t> upper = MakePlane(64, 48, 0, 0);
+    // Away from the jumps of the pattern the row below a row of the field lies between it and the next one.
+    for (std::size_t x = 0; x < 8; ++x) {
+        for (std::size_t y = 4; y < 24; ++y) {
+            ASSERT_NEAR(pictures[0].bytes[y * 64 + x], upper[y * 64 + x], 6) << x << " " << y;
+        }
     }
 }
 

@@ -42,6 +42,18 @@ TEST_P(Interruption, EndsARealtimeRunThatWaitsForItsFrame) {
     EXPECT_THAT(run.errors, HasSubstr("test plug-in unloaded\n"));
 }
 
+// A request that may be repeated leaves the run the time for it.
+TEST_P(SecondInterruption, EmptyFramesFollowTheFirst) {
+    HostProcess process({.arguments = PlayCommand("-", {"test_event_every=1"}, Drain::Yes)});
+    process.WriteInput(Y4mStream(16, 16, 1));
+    process.WaitForOutput("\n");
+    process.Stop(GetParam());
+    const Finished run = process.WaitWithOpenInput();
+    EXPECT_EQ(run.status, 128 + GetParam().number) << run.errors;
+    EXPECT_EQ(Lines(run.output).size(), 1u + 100u);
+    EXPECT_THAT(run.errors, HasSubstr("101 passed, 101 released"));
+}
+
 TEST_P(SecondInterruption, EndsTheRunAtOnce) {
     HostProcess process({.arguments = PlayCommand("-", {"test_event_every=1", "test_destroy_waits=true"})});
     process.WriteInput(Y4mStream(16, 16, 1));

@@ -11,8 +11,15 @@ namespace host_test {
 
 using Json = nlohmann::ordered_json;
 
-inline std::vector<std::string> PlayCommand(const std::string& video, const std::vector<std::string>& settings) {
+/// With a drain, empty frames follow those of the video.
+enum class Drain { No, Yes };
+
+inline std::vector<std::string> PlayCommand(const std::string& video, const std::vector<std::string>& settings,
+                                            Drain drain = Drain::No) {
     std::vector<std::string> command{"play", video, "--plugin", HOST_TEST_PLUGIN, "--engine", HOST_TEST_ENGINE_ONE};
+    if (drain == Drain::No) {
+        command.emplace_back("--no-drain");
+    }
     for (const std::string& setting : settings) {
         command.insert(command.end(), {"--set", setting});
     }

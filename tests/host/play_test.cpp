@@ -195,6 +195,80 @@ TEST(Play, TheFramesOptionLimitsTheRun) {
     EXPECT_EQ(Lines(run.output).size(), 2u);
 }
 
+std::string ChecksumOfEmptyScene(std::size_t bytes) {
+    const std::vector<std::uint8_t> grey(bytes, 128);
+    return std::to_string(Checksum(grey.data(), grey.size()));
+}
+
+TEST(Play, FourSecondsOfEmptyFramesFollowTheVideoAtItsRate) {
+    std::string stream = Y4mHeaderLine(32, 16, " F10:1");
+    for (int frame = 0; frame < 3; ++frame) {
+        stream += Y4mFrame(32, 16, frame);
+    }
+    const Finished run = RunHost(PlayCommand("-", {"test_event_every=1"}, Drain::Yes), stream);
+    ASSERT_EQ(run.status, 0) << run.errors;
+    const std::vector<Json> events = Lines(run.output);
+    ASSERT_EQ(events.size(), 3u + 40u);
+    for (std::size_t index = 0; index < events.size(); ++index) {
+        EXPECT_EQ(events[index]["time"], 100 * index);
+        EXPECT_EQ(events[index]["arguments"]["checksum"] == ChecksumOfEmptyScene(32 * 16 * 3 / 2), index >= 3) << index;
+    }
+    EXPECT_THAT(run.errors, testing::ContainsRegex("frames of the video +3\n"));
+    EXPECT_THAT(run.errors, testing::ContainsRegex("after the video +40 empty frames, events: 40\n"));
+    EXPECT_THAT(run.errors, HasSubstr("43 passed, 43 released"));
+}
+
+TEST(Play, EmptyFramesHaveTheLayoutOfTheVideo) {
+    const std::vector<std::uint8_t> plane = MakePlane(16, 8, 0, 0);
+    const std::string stream =
+        Y4mHeaderLine(16, 8, " F25:1 Cmono") + "FRAME\n" + std::string(plane.begin(), plane.end());
+    const Finished run = RunHost(PlayCommand("-", {"test_event_every=1"}, Drain::Yes), stream);
+    const std::vector<Json> events = Lines(run.output);
+    ASSERT_EQ(events.size(), 101u) << run.errors;
+    EXPECT_EQ(events.back()["arguments"]["lpf_x3"], 16 * 8);
+    EXPECT_EQ(events.back()["arguments"]["checksum"], ChecksumOfEmptyScene(16 * 8));
+}
+
+TEST(Play, EmptyFramesFollowOnEveryChannelAfterALimitedVideo) {
+    std::vector<std::string> command = PlayCommand("-", {"test_event_every=1"}, Drain::Yes);
+    command.insert(command.end(), {"--channels", "2", "--frames", "2"});
+    const Finished run = RunHost(command, Y4mStream(16, 16, 10));
+    EXPECT_EQ(run.status, 0) << run.errors;
+    EXPECT_EQ(Lines(run.output).size(), 2 * 102u);
+    EXPECT_THAT(run.errors, testing::ContainsRegex("after the video +100 empty frames, events: 200\n"));
+}
+
+TEST(Play, AReferenceEngineInItsOwnFolderIsTheDefault) {
+    for (const std::string inner : {"reference-engine", "reading"}) {
+        const TemporaryFolder folder;
+        const std::string program = folder.Copy(PLATE_HOST_PROGRAM, "plate-host.exe");
+        folder.MakeFolder(inner);
+        const std::string engine = folder.Copy(HOST_TEST_ENGINE_TWO, inner + "/" + plate_host::EngineFileName());
+        HostProcess process({.program = plate_host::ToPath(program),
+                             .arguments = {"play", "-", "--plugin", HOST_TEST_PLUGIN, "--set", "test_event_every=1"}});
+        process.WriteInput(Y4mStream(16, 16, 1));
+        const Finished run = process.Wait();
+        EXPECT_EQ(run.status, 0) << run.errors;
+        EXPECT_THAT(run.output, HasSubstr(R"("country_code":"two")"));
+        EXPECT_THAT(run.errors, HasSubstr("plate-host: no --engine: using the reference engine \"" +
+                                          plate_host::ToText(plate_host::ToPath(engine).make_preferred()) + "\"\n"));
+    }
+}
+
+TEST(Play, AnEngineBesideTheProgramIsPreferredToTheReferenceEngine) {
+    const TemporaryFolder folder;
+    const std::string program = folder.Copy(PLATE_HOST_PROGRAM, "plate-host.exe");
+    folder.MakeFolder("reference-engine");
+    folder.Copy(HOST_TEST_ENGINE_TWO, std::string("reference-engine/") + plate_host::EngineFileName());
+    folder.Copy(HOST_TEST_ENGINE_ONE, plate_host::EngineFileName());
+    HostProcess process({.program = plate_host::ToPath(program),
+                         .arguments = {"play", "-", "--plugin", HOST_TEST_PLUGIN, "--set", "test_event_every=1"}});
+    process.WriteInput(Y4mStream(16, 16, 1));
+    const Finished run = process.Wait();
+    EXPECT_THAT(run.output, HasSubstr(R"("country_code":"one")"));
+    EXPECT_THAT(run.errors, Not(HasSubstr("reference engine")));
+}
+
 TEST(Play, SinglePassesTheAreaAndCountsTheFrameDoneCalls) {
     std::vector<std::string> command = PlayCommand("-", {"test_event_every=1", "test_fail_every=3"});
     command.insert(command.end(), {"--single", "10,-20,30,40"});

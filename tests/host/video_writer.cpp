@@ -9,6 +9,8 @@
 extern "C" {
 #include <libavcodec/avcodec.h>
 #include <libavformat/avformat.h>
+#include <libavutil/display.h>
+#include <libavutil/intreadwrite.h>
 #include <libavutil/opt.h>
 #include <libavutil/pixdesc.h>
 }
@@ -34,6 +36,12 @@ class VideoWriter {
         stream_ = avformat_new_stream(format_, nullptr);
         stream_->time_base = codec_->time_base;
         stream_->avg_frame_rate = codec_->framerate;
+        if (traits_.turnedClockwise != 0) {
+            std::uint8_t* const matrix =
+                av_stream_new_side_data(stream_, AV_PKT_DATA_DISPLAYMATRIX, 9 * sizeof(std::int32_t));
+            Require(matrix != nullptr, "rotation");
+            av_display_rotation_set(reinterpret_cast<std::int32_t*>(matrix), traits_.turnedClockwise);
+        }
         Require(avcodec_parameters_from_context(stream_->codecpar, codec_) >= 0, "parameters");
         Require(avio_open(&format_->pb, path.c_str(), AVIO_FLAG_WRITE) >= 0, "file");
         if (traits_.indexFirst) {
@@ -73,6 +81,12 @@ class VideoWriter {
         codec_->time_base = {traits_.rateDenominator, traits_.rateNumerator};
         codec_->framerate = {traits_.rateNumerator, traits_.rateDenominator};
         codec_->gop_size = 5;
+        if (traits_.interlaced) {
+            codec_->level = 3;  // of FFV1, which stores the kind of a frame from this level on
+        }
+        if (traits_.fullRange) {
+            codec_->color_range = AVCOL_RANGE_JPEG;
+        }
         codec_->thread_count = 1;
         codec_->strict_std_compliance = FF_COMPLIANCE_UNOFFICIAL;
         if ((format_->oformat->flags & AVFMT_GLOBALHEADER) != 0) {
@@ -88,13 +102,24 @@ class VideoWriter {
         frame_->height = codec_->height;
         Require(av_frame_get_buffer(frame_, 0) >= 0, "frame");
         const AVPixFmtDescriptor* const description = av_pix_fmt_desc_get(codec_->pix_fmt);
+        frame_->interlaced_frame = traits_.interlaced ? 1 : 0;
+        frame_->top_field_first = frame_->interlaced_frame;
         for (int plane = 0; plane < description->nb_components; ++plane) {
             const int width = plane == 0 ? codec_->width : AV_CEIL_RSHIFT(codec_->width, description->log2_chroma_w);
             const int height = plane == 0 ? codec_->height : AV_CEIL_RSHIFT(codec_->height, description->log2_chroma_h);
             const std::vector<std::uint8_t> bytes = MakePlane(width, height, number, plane);
             for (int row = 0; row < height; ++row) {
-                std::memcpy(frame_->data[plane] + row * frame_->linesize[plane],
-                            bytes.data() + static_cast<std::ptrdiff_t>(row) * width, static_cast<std::size_t>(width));
+                std::uint8_t* const target = frame_->data[plane] + row * frame_->linesize[plane];
+                const std::uint8_t* const source = bytes.data() + static_cast<std::ptrdiff_t>(row) * width;
+                const int shift = description->comp[plane].depth - 8;
+                for (int x = 0; x < width; ++x) {
+                    const int value = traits_.white || (traits_.interlaced && row % 2 == 1) ? 255 : source[x];
+                    if (shift == 0) {
+                        target[x] = static_cast<std::uint8_t>(value);
+                    } else {
+                        AV_WL16(target + 2 * x, static_cast<std::uint16_t>(value << shift));
+                    }
+                }
             }
         }
     }

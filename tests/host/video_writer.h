@@ -15,6 +15,10 @@ struct VideoTraits {
     int rateDenominator = 1;
     bool indexFirst = false;   ///< for an MP4: the index precedes the pictures
     int firstFrameNumber = 0;  ///< the time stamp of the first frame, in frames
+    int turnedClockwise = 0;   ///< degrees by which a player must turn the pictures
+    bool white = false;        ///< all samples of all planes have their largest value
+    bool fullRange = false;    ///< marked so
+    bool interlaced = false;   ///< the lower field is white in all planes
 };
 
 /// Writes a video with the planes of MakePlane, in the container that the file extension selects. Throws on failure.

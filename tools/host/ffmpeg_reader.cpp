@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cmath>
 #include <cstdarg>
 #include <cstdio>
 #include <mutex>
@@ -10,8 +11,10 @@
 extern "C" {
 #include <libavcodec/avcodec.h>
 #include <libavformat/avformat.h>
+#include <libavutil/display.h>
 #include <libavutil/imgutils.h>
 #include <libavutil/opt.h>
+#include <libavutil/pixdesc.h>
 #include <libswscale/swscale.h>
 }
 
@@ -92,7 +95,11 @@ int IsInterrupted(void*) {
     return Interruption() != 0 ? 1 : 0;
 }
 
+// The scaler keeps the range of luminance, and converts red, green and blue to either one.
 bool HasFullRange(AVPixelFormat format) {
+    if ((av_pix_fmt_desc_get(format)->flags & AV_PIX_FMT_FLAG_RGB) != 0) {
+        return true;
+    }
     switch (format) {
         case AV_PIX_FMT_YUVJ411P:
         case AV_PIX_FMT_YUVJ420P:
@@ -104,6 +111,42 @@ bool HasFullRange(AVPixelFormat format) {
         default:
             return false;
     }
+}
+
+// The clockwise quarter turns after which a stream's pictures are upright: telephones store portraits lying.
+int QuarterTurns(const AVStream& stream) {
+    std::size_t size = 0;
+    const std::uint8_t* const matrix = av_stream_get_side_data(&stream, AV_PKT_DATA_DISPLAYMATRIX, &size);
+    if (matrix == nullptr || size < 9 * sizeof(std::int32_t)) {
+        return 0;
+    }
+    const double counterclockwise = av_display_rotation_get(reinterpret_cast<const std::int32_t*>(matrix));
+    return std::isnan(counterclockwise) ? 0 : static_cast<int>(std::lround(-counterclockwise / 90) & 3);
+}
+
+// Turns a plane clockwise by 90, 180 or 270 degrees. Width and height are those of the source.
+void TurnPlane(std::uint8_t* target, const std::uint8_t* source, std::uint32_t width, std::uint32_t height,
+               int quarterTurns) {
+    for (std::uint32_t y = 0; y < height; ++y) {
+        for (std::uint32_t x = 0; x < width; ++x) {
+            const std::uint32_t row = quarterTurns == 1 ? x : quarterTurns == 2 ? height - 1 - y : width - 1 - x;
+            const std::uint32_t column = quarterTurns == 1 ? height - 1 - y : quarterTurns == 2 ? width - 1 - x : y;
+            target[std::size_t{row} * (quarterTurns == 2 ? width : height) + column] = *source++;
+        }
+    }
+}
+
+Picture Turned(const Picture& picture, int quarterTurns) {
+    const bool isUpright = quarterTurns == 2;
+    Picture turned =
+        MakePicture(isUpright ? picture.width : picture.height, isUpright ? picture.height : picture.width, true);
+    const std::size_t luminance = std::size_t{picture.width} * picture.height;
+    TurnPlane(turned.bytes.get(), picture.bytes.get(), picture.width, picture.height, quarterTurns);
+    for (const std::size_t offset : {luminance, luminance + luminance / 4}) {
+        TurnPlane(turned.bytes.get() + offset, picture.bytes.get() + offset, picture.width / 2, picture.height / 2,
+                  quarterTurns);
+    }
+    return turned;
 }
 
 class FfmpegReader final : public VideoReader {
@@ -130,6 +173,7 @@ class FfmpegReader final : public VideoReader {
     Scaler scaler_;
     AVStream* stream_ = nullptr;
     AVRational frameRate_{0, 1};
+    int quarterTurns_ = 0;
     bool inputEnded_ = false;
     bool hasStart_ = false;
     std::int64_t start_ = 0;  ///< in the stream's time base
@@ -163,6 +207,9 @@ void FfmpegReader::OpenInput(const std::string& address) {
     // Cameras lose frames over UDP; sources other than RTSP ignore the option.
     AVDictionary* options = nullptr;
     av_dict_set(&options, "rtsp_transport", "tcp", 0);
+    // Without limits a read waits for a camera that has lost its power. In microseconds; the first is for RTSP.
+    av_dict_set(&options, "timeout", "10000000", 0);
+    av_dict_set(&options, "rw_timeout", "10000000", 0);
     const int error = avformat_open_input(&opened, address.c_str(), nullptr, &options);  // frees `opened` on failure
     av_dict_free(&options);
     if (error < 0) {
@@ -203,6 +250,7 @@ void FfmpegReader::OpenDecoder() {
         throw Failure(ErrorText(error));
     }
     frameRate_ = av_guess_frame_rate(format_.get(), stream_, nullptr);
+    quarterTurns_ = QuarterTurns(*stream_);
     DemuxerMessages::Clear();
     if (stream_->start_time != AV_NOPTS_VALUE) {
         start_ = stream_->start_time;
@@ -239,6 +287,9 @@ bool FfmpegReader::TakeFrame(Picture& picture) {
         }
     }
     Picture next = ScaledFrame();
+    if (quarterTurns_ != 0) {
+        next = Turned(next, quarterTurns_);
+    }
     next.timeMs = TimeOfFrame();
     ++frameNumber_;
     av_frame_unref(frame_.get());
@@ -292,7 +343,9 @@ Picture FfmpegReader::ScaledFrame() {
     const auto source = static_cast<AVPixelFormat>(frame_->format);
     Picture picture = MakePicture(static_cast<std::uint32_t>(frame_->width) & ~1u,
                                   static_cast<std::uint32_t>(frame_->height) & ~1u, true);
-    if (source == AV_PIX_FMT_YUV420P || source == AV_PIX_FMT_YUVJ420P) {
+    // The fields of an interlaced frame show different moments. Its upper one is taken, scaled to the full height.
+    const bool isInterlaced = frame_->interlaced_frame != 0 && frame_->height >= 4;
+    if (!isInterlaced && (source == AV_PIX_FMT_YUV420P || source == AV_PIX_FMT_YUVJ420P)) {
         const std::array<PlaneView, 3> planes{{{frame_->data[0], frame_->linesize[0]},
                                                {frame_->data[1], frame_->linesize[1]},
                                                {frame_->data[2], frame_->linesize[2]}}};
@@ -301,7 +354,12 @@ Picture FfmpegReader::ScaledFrame() {
     }
     // The scaler may write past the end of an odd or narrow row.
     const AVPixelFormat target = HasFullRange(source) ? AV_PIX_FMT_YUVJ420P : AV_PIX_FMT_YUV420P;
-    scaler_.reset(sws_getCachedContext(scaler_.release(), frame_->width, frame_->height, source, frame_->width,
+    const int sourceHeight = isInterlaced ? (frame_->height + 1) / 2 : frame_->height;
+    std::array<int, AV_NUM_DATA_POINTERS> strides{};
+    for (std::size_t plane = 0; plane < strides.size(); ++plane) {
+        strides[plane] = frame_->linesize[plane] * (isInterlaced ? 2 : 1);
+    }
+    scaler_.reset(sws_getCachedContext(scaler_.release(), frame_->width, sourceHeight, source, frame_->width,
                                        frame_->height, target, SWS_BICUBIC, nullptr, nullptr, nullptr));
     const Frame scaled(av_frame_alloc());
     if (scaler_ == nullptr || scaled == nullptr) {
@@ -313,7 +371,7 @@ Picture FfmpegReader::ScaledFrame() {
     if (av_frame_get_buffer(scaled.get(), 0) < 0) {
         throw std::bad_alloc();
     }
-    sws_scale(scaler_.get(), frame_->data, frame_->linesize, 0, frame_->height, scaled->data, scaled->linesize);
+    sws_scale(scaler_.get(), frame_->data, strides.data(), 0, sourceHeight, scaled->data, scaled->linesize);
     const std::array<PlaneView, 3> planes{{{scaled->data[0], scaled->linesize[0]},
                                            {scaled->data[1], scaled->linesize[1]},
                                            {scaled->data[2], scaled->linesize[2]}}};

@@ -134,6 +134,10 @@ int Interruption() {
     return interruption.load();
 }
 
+bool MustEndQuickly() {
+    return false;
+}
+
 bool ErrorsGoToTerminal() {
     return ::isatty(2) == 1;
 }
@@ -147,6 +151,16 @@ WriteResult WriteStandard(StandardStream stream, std::string_view text) {
         result.error = SystemText(errno);
     }
     return result;
+}
+
+void AddToSearchPath(const std::filesystem::path& folder) {
+    const char* const path = std::getenv("PATH");
+    std::string extended = path == nullptr ? "" : path;
+    if (!extended.empty()) {
+        extended += ':';
+    }
+    extended += folder.native();
+    ::setenv("PATH", extended.c_str(), 1);
 }
 
 const char* LibraryFileName() {

@@ -47,6 +47,13 @@ Times are presentation times in milliseconds from the start of the video, not cl
 frame number x 1000 / frame rate, with a rate of 25 if the stream has none. --realtime delays the frames and does not
 change their times.
 
+An address is opened again when its connection breaks off, after 1, 2, 4, ... seconds, at most 30. The times go on with
+the clock; the summary says how often and how long there was no connection.
+
+A vehicle is reported when it has left the picture or has not been read for three seconds. So that the vehicles in view
+at the end of the video are reported too, four seconds of empty frames follow the video, as fast as the machine allows,
+also after an interruption. The summary says what they brought; --no-drain leaves them out.
+
 Frames are passed in full size as 8-bit planar 4:2:0, or as luminance only from a mono Y4M stream. An odd last column
 or row is cut off.
 
@@ -100,6 +107,10 @@ void AddPlay(CLI::App& app, PlayOptions& options, RawPlayOptions& raw) {
     play->add_option("--frames", options.frames, "Stop after this number of frames of the video")
         ->type_name("N")
         ->check(CLI::PositiveNumber);
+    play->add_flag("--reconnect,!--no-reconnect", options.reconnect,
+                   "Open a camera's address again when its connection breaks off, with growing pauses [on]");
+    play->add_flag("--no-drain{false}", options.drain,
+                   "Do not send empty frames after the video; vehicles in view at its end are then not reported");
     play->add_option("--snapshots", options.snapshots,
                      "Write each event's frame as PNG into this folder, with plate, text and track drawn in")
         ->type_name("DIR");

@@ -20,6 +20,8 @@ struct PlayOptions {
     std::optional<OKM8::FrameArea> singleArea;  ///< frames are passed to ReceiveSingle with this area
     bool realtime = false;
     std::uint64_t frames = 0;  ///< 0 for all
+    bool reconnect = true;     ///< an address is opened again when its connection breaks off
+    bool drain = true;         ///< empty frames follow the video, so that vehicles in view at its end are reported
     std::string snapshots;     ///< a folder for snapshots of the events; empty for none
 };
 

@@ -23,6 +23,9 @@ namespace {
 // The longest wait between two checks whether the run must stop.
 constexpr std::chrono::milliseconds waitSlice{50};
 
+// A detector reports a track three seconds after its last reading; with a margin.
+constexpr std::uint64_t drainMs = 4000;
+
 /// Feeds a video to channels until it ends or the run must stop.
 class Feeder {
   public:
@@ -34,12 +37,20 @@ class Feeder {
     void Run(Picture picture) {
         start_ = std::chrono::steady_clock::now();
         startMs_ = picture.timeMs;
+        Picture last;
         do {
-            if (!WaitUntilDue(picture.timeMs) || !PushToAll(std::move(picture))) {
+            if (!WaitUntilDue(picture.timeMs)) {
+                break;
+            }
+            last = {nullptr, picture.size, picture.width, picture.height, picture.timeMs};
+            if (!PushToAll(std::move(picture))) {
                 break;
             }
             ++frames_;
         } while (!IsLimitReached() && reader_.Read(picture));
+        if (options_.drain && last.size != 0 && !MustEndQuickly()) {
+            Drain(last);
+        }
         for (const std::unique_ptr<Channel>& channel : channels_) {
             channel->Close();
         }
@@ -49,10 +60,48 @@ class Feeder {
 
     double Seconds() const { return progress_.Seconds(); }
     std::uint64_t FrameCount() const { return frames_; }
+    std::uint64_t DrainFrameCount() const { return drainFrames_; }
+    std::uint64_t DrainEventCount() const { return drainEvents_; }
 
   private:
-    bool MustStop() const { return Interruption() != 0 || printer_.HasEnded(); }
+    // An interruption ends the video, and the drain still follows it; a second one ends the process.
+    bool MustStop() const { return (Interruption() != 0 && !isDraining_) || MustEndQuickly() || printer_.HasEnded(); }
     bool IsLimitReached() const { return options_.frames != 0 && frames_ == options_.frames; }
+
+    // Sends empty frames until the detectors can have no open track. `last` has the size and time of the last frame.
+    void Drain(const Picture& last) {
+        isDraining_ = true;
+        WaitUntilHandled();
+        const std::uint64_t events = printer_.EventCount();
+        const std::uint64_t interval = FrameInterval(last.timeMs);
+        for (std::uint64_t time = interval; time < drainMs + interval; time += interval) {
+            Picture empty = MakeEmptyScene(last.width, last.height, last.size > last.width * last.height);
+            empty.timeMs = last.timeMs + time;
+            if (!PushToAll(std::move(empty))) {
+                break;
+            }
+            ++drainFrames_;
+        }
+        WaitUntilHandled();
+        drainEvents_ = printer_.EventCount() - events;
+    }
+
+    // The mean time between two frames, in milliseconds, within bounds that keep the number of empty frames sensible.
+    std::uint64_t FrameInterval(std::uint64_t lastMs) const {
+        constexpr std::uint64_t unknown = 40;
+        const std::uint64_t mean = frames_ > 1 && lastMs > startMs_ ? (lastMs - startMs_) / (frames_ - 1) : unknown;
+        return std::clamp<std::uint64_t>(mean, 10, 500);
+    }
+
+    // Until the channels have handled what they have been sent, or the run must stop.
+    void WaitUntilHandled() {
+        for (std::size_t index = 0; index < channels_.size(); ++index) {
+            while (channels_[index]->FrameCount() < pushed_[index] && !MustStop()) {
+                std::this_thread::sleep_for(std::chrono::milliseconds(1));
+                ShowProgress();
+            }
+        }
+    }
 
     bool WaitUntilDue(std::uint64_t timeMs) {
         if (options_.realtime && timeMs > startMs_) {
@@ -76,6 +125,7 @@ class Feeder {
                     return false;
                 }
             }
+            ++pushed_[index];
         }
         ShowProgress();
         return !MustStop();
@@ -106,7 +156,7 @@ class Feeder {
         if (options_.frames != 0) {
             total = std::min(total.value_or(options_.frames), options_.frames);
         }
-        if (total) {
+        if (total && !isDraining_) {
             figures.frameTotal = *total * channels_.size();
         }
         figures.plates = printer_.PlateCount();
@@ -122,6 +172,10 @@ class Feeder {
     std::chrono::steady_clock::time_point start_;
     std::uint64_t startMs_ = 0;
     std::uint64_t frames_ = 0;
+    std::vector<std::uint64_t> pushed_ = std::vector<std::uint64_t>(channels_.size());  // by channel
+    bool isDraining_ = false;
+    std::uint64_t drainFrames_ = 0;
+    std::uint64_t drainEvents_ = 0;
 };
 
 // Creates, runs and destroys the detectors, and collects their results.
@@ -138,6 +192,9 @@ RunOutcome PlayThroughDetectors(const PlayOptions& options, VideoReader& reader,
     HostObject host(console);
     {
         Plugin plugin(options.paths);
+        if (plugin.IsReferenceEngine()) {
+            console.Line("plate-host: no --engine: using the reference engine \"" + plugin.EnginePath() + "\"");
+        }
         plugin.Initialize(host);
         std::vector<std::unique_ptr<Channel>> channels;
         for (int number = 0; number < options.channels; ++number) {
@@ -151,6 +208,8 @@ RunOutcome PlayThroughDetectors(const PlayOptions& options, VideoReader& reader,
         feeder.Run(std::move(first));
         run.seconds = feeder.Seconds();
         run.framesRead = feeder.FrameCount();
+        run.framesAfterVideo = feeder.DrainFrameCount();
+        run.eventsAfterVideo = feeder.DrainEventCount();
         for (const std::unique_ptr<Channel>& channel : channels) {
             channel->Finish();
             run.Add(channel->Outcome(), channel->Raisers());
@@ -168,13 +227,16 @@ RunOutcome PlayThroughDetectors(const PlayOptions& options, VideoReader& reader,
     run.buffersReleased = buffers.released.load();
     run.unattachedTargetLists = host.TargetLists().UnattachedListCount();
     run.videoDamage = reader.Damage();
+    run.gaps = reader.Gaps();
     return run;
 }
 
 }  // namespace
 
 int Play(const PlayOptions& options, Console& console) {
-    const std::unique_ptr<VideoReader> reader = OpenVideo(options.video);
+    const std::unique_ptr<VideoReader> reader =
+        OpenVideo(options.video,
+                  {options.reconnect, [&console](const std::string& line) { console.Line("plate-host: " + line); }});
     Picture first;
     const bool hasPicture = reader->Read(first);
     if (Interruption() != 0) {

@@ -1,5 +1,6 @@
 #include "tools/host/plugin.h"
 
+#include <array>
 #include <exception>
 #include <filesystem>
 #include <system_error>
@@ -13,6 +14,9 @@ namespace plate_host {
 namespace {
 
 namespace LoadMode = boost::dll::load_mode;
+
+// In a package, and where it is built.
+constexpr std::array referenceEngineFolders{"reference-engine", "reading"};
 
 std::string PathOf(const std::string& given, const char* fileName) {
     const std::filesystem::path path = given.empty() ? ProgramFile().parent_path() / fileName : ToPath(given);
@@ -56,6 +60,9 @@ Interface* Query(OKM8::IContract& object, const char* contractName) {
 
 Plugin::Plugin(const PluginPaths& paths)
     : enginePath_(PathOf(paths.engine, EngineFileName())), libraryPath_(PathOf(paths.library, LibraryFileName())) {
+    if (paths.engine.empty() && !IsRegularFile(enginePath_)) {
+        UseReferenceEngine();
+    }
     RequireFile(libraryPath_, "library", "--plugin");
     RequireFile(enginePath_, "engine", "--engine");
     Load(engine_, enginePath_, "engine", LoadMode::rtld_now | LoadMode::rtld_global);
@@ -68,6 +75,19 @@ Plugin::Plugin(const PluginPaths& paths)
         Export<OKM8::Analytics::InitializeModuleFunction>(library_, libraryPath_, Names::InitializeModule);
     getModule_ = Export<OKM8::Analytics::GetModuleFunction>(library_, libraryPath_, Names::GetModule);
     finalizeModule_ = Export<OKM8::Analytics::FinalizeModuleFunction>(library_, libraryPath_, Names::FinalizeModule);
+}
+
+void Plugin::UseReferenceEngine() {
+    const std::filesystem::path programs = ProgramFile().parent_path();
+    for (const char* const folder : referenceEngineFolders) {
+        if (const std::string path = ToText(programs / folder / EngineFileName()); IsRegularFile(path)) {
+            enginePath_ = path;
+            isReferenceEngine_ = true;
+            // The library starts the engine's server from this program's folder or from the search path.
+            AddToSearchPath(programs / folder);
+            return;
+        }
+    }
 }
 
 Plugin::~Plugin() {

@@ -11,7 +11,8 @@
 
 namespace plate_host {
 
-/// The files to load; an empty path means the default name in this program's folder.
+/// The files to load. An empty path means the file with the default name in this program's folder, and for an engine
+/// that is not there the reference engine in its own folder.
 struct PluginPaths {
     std::string library;
     std::string engine;
@@ -54,10 +55,15 @@ class Plugin {
 
     const std::string& LibraryPath() const { return libraryPath_; }
     const std::string& EnginePath() const { return enginePath_; }
+    /// True if the reference engine took the place of an engine that was not named.
+    bool IsReferenceEngine() const { return isReferenceEngine_; }
 
   private:
-    const std::string enginePath_;
+    void UseReferenceEngine();
+
+    std::string enginePath_;
     const std::string libraryPath_;
+    bool isReferenceEngine_ = false;
     boost::dll::shared_library engine_;  // unloaded after the library, which is bound to it
     boost::dll::shared_library library_;
     OKM8::Analytics::InitializeModuleFunction* initializeModule_ = nullptr;

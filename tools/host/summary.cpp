@@ -41,6 +41,10 @@ std::vector<std::string> SummaryLines(const RunOutcome& run) {
     std::vector<std::string> lines{"plate-host: summary"};
     lines.push_back(Entry("channels", std::to_string(run.channels)));
     lines.push_back(Entry("frames of the video", std::to_string(run.framesRead)));
+    if (run.framesAfterVideo != 0) {
+        lines.push_back(Entry("after the video", std::to_string(run.framesAfterVideo) +
+                                                     " empty frames, events: " + std::to_string(run.eventsAfterVideo)));
+    }
     lines.push_back(Entry("frames handled", std::to_string(run.framesHandled) + " in " + Seconds(run.seconds) +
                                                 " seconds, " + FramesPerSecond(run.framesHandled, run.seconds) +
                                                 " a second"));
@@ -63,6 +67,11 @@ std::vector<std::string> SummaryLines(const RunOutcome& run) {
         lines.push_back(Entry("snapshots", std::to_string(snapshots.written) + " written, " +
                                                std::to_string(snapshots.failed) + " failed, " +
                                                std::to_string(snapshots.withoutFrame) + " events without a frame"));
+    }
+    if (run.gaps.count != 0) {
+        lines.push_back(Entry("without connection", std::to_string(run.gaps.count) + " times, " +
+                                                        Seconds(static_cast<double>(run.gaps.milliseconds) / 1000) +
+                                                        " seconds in all"));
     }
     if (!run.videoDamage.empty()) {
         lines.push_back(Entry("video is damaged", OneLine(run.videoDamage)));

@@ -16,7 +16,9 @@ struct RunOutcome {
     int channels = 0;
     double seconds = 0.0;
     std::uint64_t framesRead = 0;
-    std::uint64_t framesHandled = 0;
+    std::uint64_t framesAfterVideo = 0;  ///< empty ones, for each channel
+    std::uint64_t eventsAfterVideo = 0;  ///< raised while they were handled
+    std::uint64_t framesHandled = 0;     ///< of all channels, with the empty ones
     std::map<std::string, std::uint64_t> failures;
     bool isSingle = false;
     std::uint64_t frameDoneCalls = 0;
@@ -28,6 +30,7 @@ struct RunOutcome {
     std::uint64_t buffersPassed = 0;
     std::uint64_t buffersReleased = 0;
     std::string videoDamage;
+    ConnectionGaps gaps;
     std::string outputError;
     std::optional<SnapshotCounts> snapshots;
 

@@ -25,6 +25,9 @@ std::vector<std::string> CommandLine(int argumentCount, const char* const* argum
 /// The signal that requested the run to stop: 2 from the keyboard, 15 from the system; 0 for none. Any thread.
 int Interruption();
 
+/// True when the system ends the process within seconds of its request to stop. Any thread.
+bool MustEndQuickly();
+
 /// Returns true when standard error is a terminal that supports control sequences, and enables them.
 bool ErrorsGoToTerminal();
 
@@ -37,6 +40,9 @@ struct WriteResult {
 
 /// Writes the whole text, its line ends unchanged. Any thread.
 WriteResult WriteStandard(StandardStream stream, std::string_view text);
+
+/// Adds a folder to the end of the search path for programs. REQUIRES: no other thread reads the environment.
+void AddToSearchPath(const std::filesystem::path& folder);
 
 /// The file names of the library and the engine on this system.
 const char* LibraryFileName();

@@ -4,6 +4,7 @@
 #include <cstring>
 
 #include "tools/host/ffmpeg_reader.h"
+#include "tools/host/reconnecting_reader.h"
 #include "tools/host/system.h"
 #include "tools/host/y4m_reader.h"
 
@@ -42,9 +43,12 @@ void CopyPlane(std::uint8_t* target, const PlaneView& plane, std::uint32_t width
 
 }  // namespace
 
-std::unique_ptr<VideoReader> OpenVideo(const std::string& address) {
+std::unique_ptr<VideoReader> OpenVideo(const std::string& address, const Reconnection& reconnection) {
     if (address == "-" || HasY4mName(address) || BeginsAsY4m(address)) {
         return std::make_unique<Y4mReader>(OpenByteSource(address), address == "-" ? "standard input" : address);
+    }
+    if (reconnection.isWanted && address.find("://") != std::string::npos && !address.starts_with("file:")) {
+        return std::make_unique<ReconnectingReader>(address, reconnection.report);
     }
     return OpenFfmpegVideo(address);
 }
@@ -59,6 +63,12 @@ Picture MakePicture(std::uint32_t width, std::uint32_t height, bool colour) {
     picture.height = height;
     picture.size = width * height + (colour ? width / 2 * (height / 2) * 2 : 0);
     picture.bytes = std::make_unique_for_overwrite<std::uint8_t[]>(picture.size);
+    return picture;
+}
+
+Picture MakeEmptyScene(std::uint32_t width, std::uint32_t height, bool colour) {
+    Picture picture = MakePicture(width, height, colour);
+    std::memset(picture.bytes.get(), 128, picture.size);
     return picture;
 }
 

@@ -3,6 +3,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <optional>
 #include <string>
@@ -18,6 +19,11 @@ struct Picture {
     std::uint64_t timeMs = 0;  ///< presentation time, from the start of the video
 };
 
+struct ConnectionGaps {
+    std::uint64_t count = 0;
+    std::uint64_t milliseconds = 0;  ///< in all, between the last picture before and the first one after
+};
+
 /// Used by one thread.
 class VideoReader {
   public:
@@ -29,16 +35,28 @@ class VideoReader {
     virtual std::string Damage() const = 0;
     /// An estimate of the number of pictures, if there is one.
     virtual std::optional<std::uint64_t> PictureCount() const = 0;
+    /// The interruptions of a connection that was made again.
+    virtual ConnectionGaps Gaps() const { return {}; }
 };
 
-/// Opens a file, an address, or a Y4M stream on standard input for "-". Throws Failure.
-std::unique_ptr<VideoReader> OpenVideo(const std::string& address);
+/// What a video needs in order to be opened again when its connection breaks off.
+struct Reconnection {
+    bool isWanted = false;                           ///< for addresses; files and standard input end where they end
+    std::function<void(const std::string&)> report;  ///< receives a line at each interruption and each new connection
+};
+
+/// Opens a file, an address, or a Y4M stream on standard input for "-". Throws Failure, also if an address cannot be
+/// opened for the first time.
+std::unique_ptr<VideoReader> OpenVideo(const std::string& address, const Reconnection& reconnection = {});
 
 /// Describes the videos that this program can open, for --help and --version.
 const char* VideoSupport();
 
 /// Allocates a picture of an even size, with or without colour planes.
 Picture MakePicture(std::uint32_t width, std::uint32_t height, bool colour);
+
+/// A grey picture of that size and layout, a scene without vehicles.
+Picture MakeEmptyScene(std::uint32_t width, std::uint32_t height, bool colour);
 
 /// Copies a picture with its bytes.
 Picture CopyPicture(const Picture& picture);

@@ -311,6 +311,11 @@ int Interruption() {
     return interruption.load();
 }
 
+// The console, the user's session or the system closes.
+bool MustEndQuickly() {
+    return Interruption() == SIGTERM;
+}
+
 bool ErrorsGoToTerminal() {
     const HANDLE terminal = ::GetStdHandle(STD_ERROR_HANDLE);
     DWORD mode = 0;
@@ -333,6 +338,12 @@ WriteResult WriteStandard(StandardStream stream, std::string_view text) {
     const HANDLE handle = ::GetStdHandle(stream == StandardStream::Output ? STD_OUTPUT_HANDLE : STD_ERROR_HANDLE);
     DWORD mode = 0;
     return ::GetConsoleMode(handle, &mode) != FALSE ? WriteToConsole(handle, text) : WriteToFile(handle, text);
+}
+
+void AddToSearchPath(const std::filesystem::path& folder) {
+    std::wstring path(::GetEnvironmentVariableW(L"PATH", nullptr, 0), L'\0');
+    path.resize(::GetEnvironmentVariableW(L"PATH", path.data(), static_cast<DWORD>(path.size())));
+    ::SetEnvironmentVariableW(L"PATH", (path.empty() ? folder.native() : path + L";" + folder.native()).c_str());
 }
 
 const char* LibraryFileName() {

@@ -1,0 +1,80 @@
+#include "tools/host/reconnecting_reader.h"
+
+#include <algorithm>
+#include <thread>
+#include <utility>
+
+#include "tools/host/console.h"
+#include "tools/host/failure.h"
+#include "tools/host/ffmpeg_reader.h"
+#include "tools/host/system.h"
+
+namespace plate_host {
+namespace {
+
+using std::chrono::milliseconds;
+
+constexpr milliseconds firstPause{1000};
+constexpr milliseconds maxPause{30000};
+// The longest wait between two checks whether the run must stop.
+constexpr milliseconds waitSlice{50};
+
+// False on a request to stop.
+bool Pause(milliseconds duration) {
+    const auto end = std::chrono::steady_clock::now() + duration;
+    while (Interruption() == 0 && std::chrono::steady_clock::now() < end) {
+        std::this_thread::sleep_for(waitSlice);
+    }
+    return Interruption() == 0;
+}
+
+}  // namespace
+
+ReconnectingReader::ReconnectingReader(std::string address, std::function<void(const std::string&)> report)
+    : address_(std::move(address)),
+      report_(std::move(report)),
+      reader_(OpenFfmpegVideo(address_)),
+      hasEnd_(reader_->PictureCount().has_value()),
+      lastRead_(Clock::now()),
+      pause_(firstPause) {}
+
+bool ReconnectingReader::Read(Picture& picture) {
+    for (;;) {
+        if (reader_->Read(picture)) {
+            picture.timeMs += offsetMs_;
+            lastMs_ = picture.timeMs;
+            lastRead_ = Clock::now();
+            pause_ = firstPause;
+            return true;
+        }
+        if (Interruption() != 0 || hasEnd_ || !Reconnect()) {
+            return false;
+        }
+    }
+}
+
+// Tries until there is a connection with a picture, with growing pauses; returns false on a request to stop.
+bool ReconnectingReader::Reconnect() {
+    const std::string damage = reader_->Damage();
+    report_("the connection to \"" + address_ + "\" broke off" + (damage.empty() ? "" : ": " + OneLine(damage)));
+    damage_ = damage;
+    reader_.reset();
+    while (Pause(pause_)) {
+        pause_ = std::min(2 * pause_, maxPause);
+        try {
+            reader_ = OpenFfmpegVideo(address_);
+        } catch (const Failure&) {
+            continue;  // the camera is still away
+        }
+        const auto gap = std::chrono::duration_cast<milliseconds>(Clock::now() - lastRead_).count();
+        ++gaps_.count;
+        gaps_.milliseconds += static_cast<std::uint64_t>(gap);
+        offsetMs_ = lastMs_ + static_cast<std::uint64_t>(gap);
+        damage_.clear();
+        report_("connected again after " + std::to_string(gap / 1000) + " seconds");
+        return true;
+    }
+    return false;
+}
+
+}  // namespace plate_host
