@@ -39,7 +39,7 @@ struct WidthRange {
 };
 
 struct Reading {
-    std::string text;              ///< 4 to 9 characters of 0-9 and A-Z
+    std::string text;              ///< 4 to 12 characters of 0-9 and A-Z
     double confidence = 0;         ///< 0 to 100, of the whole text
     std::array<Point, 4> corners;  ///< top left, bottom left, top right, bottom right of the text's row
 };

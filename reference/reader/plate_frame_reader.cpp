@@ -16,7 +16,7 @@ namespace {
 
 constexpr std::size_t maxReadings = 5;
 constexpr std::size_t minCharacters = 4;
-constexpr std::size_t maxCharacters = 9;
+constexpr std::size_t maxCharacters = 12;
 
 // Only the best rows of each finder are read, because reading takes most of the time. Of the rows with a score below
 // sureScore only a few are read, and none if a plate has been read before.
@@ -26,6 +26,9 @@ constexpr float sureScore = 0.6f;
 constexpr std::size_t maxFoundRows = 3;
 
 constexpr double minConfidence = 0.3;
+// Patterns such as railings are read as long texts, plates of that length are rare.
+constexpr std::size_t usualLength = 9;
+constexpr double minLongConfidence = 0.6;
 
 // Short texts occur by chance; a text of this length has full weight.
 constexpr double fullLength = 5.5;
@@ -33,9 +36,22 @@ constexpr double fullLength = 5.5;
 // Two readings that overlap by this share of the smaller one are of the same plate.
 constexpr float samePlace = 0.4f;
 
-// The width of a row over the height of its characters, from four wide characters to nine narrow ones.
+// The width of a row over the height of its characters, from four wide characters to twelve narrow ones.
 constexpr float minAspect = 1.6f;
-constexpr float maxAspect = 7.f;
+constexpr float maxAspect = 9.f;
+
+// The rows of a plate with two rows, as on motorcycles: lengths in characters, the other limits as shares of the rows'
+// mean height.
+constexpr std::size_t minRowCharacters = 2;
+constexpr std::size_t maxRowCharacters = 6;
+constexpr std::size_t maxJoinedCharacters = 10;
+constexpr double minRowConfidence = 0.5;
+constexpr float maxRowHeightDifference = 0.4f;
+constexpr float maxRowWidth = 5.5f;
+constexpr float minRowDistance = 0.9f;
+constexpr float maxRowDistance = 2.f;
+constexpr float minRowOverlap = 0.6f;  // of the narrower row
+constexpr float maxSlopeDifference = 0.15f;
 
 // The character heights that are searched for without a range of widths, in pixels.
 constexpr HeightRange anyHeight = {6.f, 1e6f};
@@ -44,9 +60,70 @@ double Weight(const RowText& text) {
     return text.decoded.confidence * std::min(1.0, static_cast<double>(text.decoded.text.size()) / fullLength);
 }
 
-bool IsPlate(const RowText& text) {
+bool IsRow(const RowText& text) {
     const std::size_t length = text.decoded.text.size();
-    return length >= minCharacters && length <= maxCharacters && text.decoded.confidence >= minConfidence;
+    return length >= minRowCharacters && length <= maxCharacters &&
+           text.decoded.confidence >= (length > usualLength ? minLongConfidence : minConfidence);
+}
+
+bool IsPlate(const RowText& text) {
+    return text.decoded.text.size() >= minCharacters && IsRow(text);
+}
+
+bool IsDigit(char character) {
+    return character >= '0' && character <= '9';
+}
+
+/// Whether `lower` is the second row of a plate whose first one is `upper`. The first begins with a letter and the
+/// second ends with two digits, as in the formats with two rows of most countries; so a dealer's name below a plate is
+/// left out.
+bool AreRowsOfOnePlate(const RowText& upper, const RowText& lower) {
+    const std::string& first = upper.decoded.text;
+    const std::string& second = lower.decoded.text;
+    const float height = (upper.row.height + lower.row.height) / 2;
+    const float down = lower.row.centre.y - upper.row.centre.y;
+    const float left = std::max(upper.row.Box().x, lower.row.Box().x);
+    const float right = std::min(upper.row.Box().br().x, lower.row.Box().br().x);
+    return first.size() <= maxRowCharacters && second.size() > minRowCharacters && second.size() <= maxRowCharacters &&
+           first.size() + second.size() <= maxJoinedCharacters && !IsDigit(first.front()) && IsDigit(second.back()) &&
+           IsDigit(second[second.size() - 2]) &&
+           std::min(upper.decoded.confidence, lower.decoded.confidence) >= minRowConfidence &&
+           std::abs(upper.row.height - lower.row.height) <= maxRowHeightDifference * height &&
+           std::max(upper.row.width, lower.row.width) <= maxRowWidth * height && down >= minRowDistance * height &&
+           down <= maxRowDistance * height &&
+           right - left >= minRowOverlap * std::min(upper.row.width, lower.row.width) &&
+           std::abs(upper.row.slope - lower.row.slope) <= maxSlopeDifference;
+}
+
+/// The whole plate: upper row first.
+RowText Join(const RowText& upper, const RowText& lower) {
+    RowText joined = upper;
+    joined.decoded.text += lower.decoded.text;
+    joined.decoded.confidence = std::min(upper.decoded.confidence, lower.decoded.confidence);
+    const float left = std::min(upper.row.centre.x - upper.row.width / 2, lower.row.centre.x - lower.row.width / 2);
+    const float right = std::max(upper.row.centre.x + upper.row.width / 2, lower.row.centre.x + lower.row.width / 2);
+    joined.row.centre = {(left + right) / 2, (upper.row.centre.y + lower.row.centre.y) / 2};
+    joined.row.width = right - left;
+    joined.row.height = lower.row.centre.y - upper.row.centre.y + (upper.row.height + lower.row.height) / 2;
+    return joined;
+}
+
+/// Replaces the two rows of a plate by one text.
+void JoinRows(std::vector<RowText>& texts) {
+    for (std::size_t upper = 0; upper < texts.size(); ++upper) {
+        for (std::size_t lower = 0; lower < texts.size(); ++lower) {
+            if (upper != lower && AreRowsOfOnePlate(texts[upper], texts[lower])) {
+                texts[upper] = Join(texts[upper], texts[lower]);
+                const cv::Rect2f box = texts[upper].row.Box();
+                const std::string whole = texts[upper].decoded.text;
+                std::erase_if(texts, [&](const RowText& other) {
+                    return other.decoded.text != whole && Overlap(box, other.row.Box()) > samePlace;
+                });
+                upper = static_cast<std::size_t>(-1);  // the indices have changed: begins again
+                break;
+            }
+        }
+    }
 }
 
 class PlateFrameReader final : public FrameReader {
@@ -92,13 +169,15 @@ class PlateFrameReader final : public FrameReader {
         const auto doubtful =
             std::find_if(detected.begin(), detected.end(), [](const TextRow& row) { return row.score < sureScore; });
         ReadAll(grey, {detected.begin(), doubtful}, widths, texts);
-        if (texts.empty()) {
+        if (std::none_of(texts.begin(), texts.end(), IsPlate)) {
             const auto count = std::min<std::ptrdiff_t>(detected.end() - doubtful, maxDoubtfulRows);
             ReadAll(grey, {doubtful, doubtful + count}, widths, texts);
         }
-        if (texts.empty()) {
+        if (std::none_of(texts.begin(), texts.end(), IsPlate)) {
             ReadAll(grey, FilterByWidth(FindRows(grey, heights, maxFoundRows), widths), widths, texts);
         }
+        JoinRows(texts);
+        std::erase_if(texts, [](const RowText& text) { return !IsPlate(text); });
         std::sort(texts.begin(), texts.end(), [](const RowText& a, const RowText& b) { return Weight(a) > Weight(b); });
         std::vector<RowText> kept;
         for (const RowText& text : texts) {
@@ -136,7 +215,7 @@ class PlateFrameReader final : public FrameReader {
             }
             const bool fits = !widths || (text.row.width >= static_cast<float>(widths->minimum) &&
                                           text.row.width <= static_cast<float>(widths->maximum));
-            if (fits && IsPlate(text)) {
+            if (fits && IsRow(text)) {
                 texts.push_back(std::move(text));
             }
         }

@@ -33,11 +33,13 @@ constexpr int maxUnseenFrames = 50;
 constexpr std::size_t maxTexts = 64;
 
 constexpr double minConfidence = 80;  // of the text that is reported, on average
-// Lettering on vehicles and signs often consists of letters only, a plate rarely.
-constexpr double minLetteringConfidence = 95;
-constexpr int letteringFactor = 3;  // for the number of frames that must agree
-constexpr double minShare = 0.65;   // of all votes
-constexpr double clearLead = 2;     // of another text over the one reported so far
+// For texts that are often not those of plates.
+constexpr double minDoubtfulConfidence = 95;
+constexpr int doubtfulFactor = 3;         // for the number of frames that must agree
+constexpr double doubtfulMovement = 0.5;  // plate widths, from the place where it was first seen
+constexpr std::size_t minSureLength = 5;
+constexpr double minShare = 0.65;  // of all votes
+constexpr double clearLead = 2;    // of another text over the one reported so far
 
 /// Whether the texts may be readings of one plate: the parts that they share at both ends are half of the longer one.
 /// Needed because another plate may appear at the same place.
@@ -52,6 +54,14 @@ bool AreSimilar(const std::string& a, const std::string& b) {
         ++back;
     }
     return 2 * (front + back) >= std::max(a.size(), b.size());
+}
+
+/// Signs and lettering on vehicles are often short or letters only, times and dates in the picture digits only; plates
+/// are rarely. Such texts must move to be reported, because signs and overlays stand still.
+bool IsDoubtful(const std::string& text) {
+    const bool hasDigit = text.find_first_of("0123456789") != std::string::npos;
+    const bool hasLetter = text.find_first_not_of("0123456789") != std::string::npos;
+    return text.size() < minSureLength || !hasDigit || !hasLetter;
 }
 
 std::vector<float> Thumbnail(const Picture& picture) {
@@ -133,10 +143,14 @@ ReadingStream::Plate& ReadingStream::PlateOf(const Reading& reading) {
     }
     if (nearest == nullptr) {
         nearest = &plates_.emplace_back();
+        nearest->firstX = x;
+        nearest->firstY = y;
     }
     nearest->x = x;
     nearest->y = y;
     nearest->width = readWidth;
+    nearest->hasMoved =
+        nearest->hasMoved || std::hypot(x - nearest->firstX, y - nearest->firstY) > doubtfulMovement * readWidth;
     nearest->lastSeen = pictures_;
     return *nearest;
 }
@@ -173,10 +187,11 @@ bool ReadingStream::Confirm(Plate& plate, Reading& reading) const {
     }
     const Votes& votes = leader->second;
     const auto before = plate.texts.find(plate.reported);
-    const bool isLettering = leader->first.find_first_of("0123456789") == std::string::npos;
+    const bool isDoubtful = IsDoubtful(leader->first);
     const bool replaces = before == plate.texts.end() || votes.weight > clearLead * before->second.weight;
-    if (replaces && votes.count >= needed_ * (isLettering ? letteringFactor : 1) && votes.weight >= minShare * all &&
-        votes.confidence >= (isLettering ? minLetteringConfidence : minConfidence) * votes.count) {
+    if (replaces && votes.count >= needed_ * (isDoubtful ? doubtfulFactor : 1) && votes.weight >= minShare * all &&
+        votes.confidence >= (isDoubtful ? minDoubtfulConfidence : minConfidence) * votes.count &&
+        (!isDoubtful || plate.hasMoved)) {
         plate.reported = leader->first;
     }
     if (plate.reported.empty()) {
@@ -206,7 +221,9 @@ std::vector<Reading> ReadingStream::Follow(const Picture& picture, const std::op
             return true;
         }
         const bool confirmed = Confirm(PlateOf(reading), reading);
-        return isStream && !confirmed;
+        // The first frames are single images or the start of a stream, in which the next ones confirm their readings.
+        const bool isUnsure = IsDoubtful(reading.text) || (pictures_ <= 2 && reading.confidence < minConfidence);
+        return (isStream || isUnsure) && !confirmed;
     });
     return readings;
 }

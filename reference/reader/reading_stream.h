@@ -11,7 +11,8 @@
 namespace plate_reading {
 
 /// A host reports one reading of a vehicle, not the best one; so a plate in a stream is reported only when several
-/// frames agree on its text, and then always with that text. Frames of different scenes are independent.
+/// frames agree on its text, and then always with that text. Frames of different scenes are independent. Texts that are
+/// short, or of only letters or only digits, are reported only if they move.
 ///
 /// One camera, one thread at a time.
 class ReadingStream {
@@ -35,6 +36,9 @@ class ReadingStream {
         double x = 0;
         double y = 0;
         double width = 0;
+        double firstX = 0;
+        double firstY = 0;
+        bool hasMoved = false;
         int lastSeen = 0;
         std::map<std::string, Votes> texts;
         std::string reported;

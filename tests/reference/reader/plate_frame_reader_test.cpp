@@ -92,6 +92,36 @@ TEST_F(PlateFrameReaderTest, CornersAreTopLeftBottomLeftTopRightBottomRight) {
     EXPECT_NEAR(slope, std::tan(0.1), 0.03);
 }
 
+TEST_F(PlateFrameReaderTest, ReadsPlatesOfTenCharacters) {
+    for (const std::string text : {"MH12AB3456", "KA51MB7890", "DL08CA1234"}) {
+        picture = DrawStreet(width, height);
+        DrawPlate(picture, {text, 640, 400, 30});
+        EXPECT_THAT(Texts(Read()), testing::ElementsAre(text));
+    }
+}
+
+TEST_F(PlateFrameReaderTest, JoinsTheTwoRowsOfAPlate) {
+    const double upperWidth = DrawPlate(picture, {"AP28", 640, 400, 30});
+    const double lowerWidth = DrawPlate(picture, {"DF0739", 642, 445, 30});
+    const std::vector<Reading> readings = Read();
+    ASSERT_THAT(Texts(readings), testing::ElementsAre("AP28DF0739"));
+    EXPECT_NEAR(WidthOf(readings[0]), std::max(upperWidth, lowerWidth), 15);
+    EXPECT_NEAR(readings[0].corners[0].y, 385, 10) << "the top of the upper row";
+    EXPECT_NEAR(readings[0].corners[1].y, 460, 10) << "the bottom of the lower row";
+}
+
+TEST_F(PlateFrameReaderTest, DoesNotJoinLetteringBelowAPlate) {
+    DrawPlate(picture, {"KL456MN", 640, 400, 30});
+    DrawPlate(picture, {"DEKRA", 640, 445, 30});
+    EXPECT_THAT(Texts(Read()), UnorderedElementsAre("KL456MN", "DEKRA"));
+}
+
+TEST_F(PlateFrameReaderTest, DoesNotJoinPlatesOfVehiclesBehindEachOther) {
+    DrawPlate(picture, {"AB1234", 640, 300, 20});
+    DrawPlate(picture, {"CD5678", 640, 420, 30});
+    EXPECT_THAT(Texts(Read()), UnorderedElementsAre("AB1234", "CD5678"));
+}
+
 TEST_F(PlateFrameReaderTest, FindsNothingInAnEmptyPicture) {
     EXPECT_THAT(Read(), IsEmpty());
     picture.setTo(cv::Scalar(0, 0, 0));

@@ -18,7 +18,8 @@ Reading ReadingOf(const std::string& text, double confidence, int x, int y) {
 class ReadingStreamTest : public testing::Test {
   protected:
     ReadingStreamTest() {
-        // The first picture does not yet belong to a stream.
+        // The first picture does not yet belong to a stream, and the second one may be its start.
+        Show({});
         Show({});
     }
 
@@ -78,14 +79,51 @@ TEST_F(ReadingStreamTest, AnUncertainTextIsNotReported) {
     }
 }
 
-TEST_F(ReadingStreamTest, TextsOfOnlyLettersNeedMoreConfirmation) {
-    for (int i = 0; i < 20; ++i) {
-        EXPECT_THAT(Show({ReadingOf("ELEKTRO", 90, 100, 100)}), IsEmpty());
+// Letters only, digits only, short.
+const std::vector<std::string> doubtfulTexts{"PERSONAL", "201643", "P250"};
+
+TEST_F(ReadingStreamTest, DoubtfulTextsNeedMoreConfirmation) {
+    for (const std::string& text : doubtfulTexts) {
+        for (int i = 0; i < 8; ++i) {
+            EXPECT_THAT(Show({ReadingOf(text, 98, 400 - 10 * i, 100)}), IsEmpty());
+        }
+        EXPECT_THAT(Show({ReadingOf(text, 98, 320, 100)}), ElementsAre(text));
     }
-    for (int i = 0; i < 8; ++i) {
-        EXPECT_THAT(Show({ReadingOf("PERSONAL", 98, 400, 100)}), IsEmpty());
+}
+
+TEST_F(ReadingStreamTest, DoubtfulTextsNeedAHigherConfidence) {
+    for (const std::string& text : doubtfulTexts) {
+        for (int i = 0; i < 20; ++i) {
+            EXPECT_THAT(Show({ReadingOf(text, 90, 100 + 10 * i, 200)}), IsEmpty());
+        }
     }
-    EXPECT_THAT(Show({ReadingOf("PERSONAL", 98, 400, 100)}), ElementsAre("PERSONAL"));
+}
+
+TEST_F(ReadingStreamTest, DoubtfulTextsThatStandStillAreNotReported) {
+    for (const std::string& text : doubtfulTexts) {
+        for (int i = 0; i < 60; ++i) {
+            EXPECT_THAT(Show({ReadingOf(text, 99, 100 + i % 2, 100)}), IsEmpty());
+        }
+    }
+}
+
+TEST_F(ReadingStreamTest, DoubtfulTextsOfDifferentScenesAreNotReported) {
+    for (std::uint64_t scene = 1; scene < 4; ++scene) {
+        ChangeScene(scene);
+        for (const std::string& text : doubtfulTexts) {
+            EXPECT_THAT(Show({ReadingOf(text, 99, 100, 100)}), IsEmpty());
+        }
+    }
+}
+
+TEST(ReadingStream, OfTheFirstPicturesOnlySureReadingsAreReported) {
+    const cv::Mat picture(360, 640, CV_8UC3, cv::Scalar(90, 100, 110));
+    const Picture shown{picture.data, picture.cols, picture.rows, picture.step};
+    ReadingStream stream(3);
+    const std::vector<Reading> reported =
+        stream.Follow(shown, {}, {ReadingOf("AB123CD", 60, 100, 100), ReadingOf("KL456MN", 90, 400, 100)});
+    ASSERT_EQ(reported.size(), 1u);
+    EXPECT_EQ(reported[0].text, "KL456MN");
 }
 
 TEST_F(ReadingStreamTest, AlternatingTextsAreNotReported) {
@@ -168,13 +206,13 @@ TEST_F(ReadingStreamTest, AnEstablishedStreamSurvivesASceneChange) {
 }
 
 TEST_F(ReadingStreamTest, PlatesCutOffAtTheSidesAreNotReported) {
-    const std::vector<Reading> cutOff = {ReadingOf("AB12", 95, 1, 100), ReadingOf("23CD", 95, 640 - 122, 200)};
+    const std::vector<Reading> cutOff = {ReadingOf("AB123", 95, 1, 100), ReadingOf("123CD", 95, 640 - 122, 200)};
     for (int i = 0; i < 6; ++i) {
         EXPECT_THAT(Show(cutOff), IsEmpty());
     }
     region = Region{100, 0, 400, 360};
     for (int i = 0; i < 6; ++i) {
-        EXPECT_THAT(Show({ReadingOf("AB12", 95, 102, 100), ReadingOf("23CD", 95, 279, 200)}), IsEmpty());
+        EXPECT_THAT(Show({ReadingOf("AB123", 95, 102, 100), ReadingOf("123CD", 95, 279, 200)}), IsEmpty());
     }
     std::vector<std::string> inside;
     for (int i = 0; i < 3; ++i) {
