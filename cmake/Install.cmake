@@ -29,7 +29,7 @@ endif()
 if(WIN32)
     configure_file("${PROJECT_SOURCE_DIR}/docs/windows-package.txt" "${PROJECT_BINARY_DIR}/README.txt"
         @ONLY NEWLINE_STYLE CRLF)
-    install(FILES "${PROJECT_BINARY_DIR}/README.txt" DESTINATION .)
+    install(FILES "${PROJECT_BINARY_DIR}/README.txt" "${PROJECT_SOURCE_DIR}/docs/troubleshooting.md" DESTINATION .)
 endif()
 
 # The licences of the libraries that are linked in, from Debian's packages.

@@ -27,7 +27,8 @@ constexpr int32_t RefusedSetting = 2816;  ///< null or unknown name, or wrong ty
 
 /// Named settings of a detector; sdk/setting_keys.h has the names, types and units.
 struct IAsyncAdjuster : IContract {
-    /// Set one value each. It takes effect with ApplySettings or, for most settings, already with the next frame.
+    /// Set one value each, with any value of the type; no setting is a double. It takes effect with ApplySettings or,
+    /// for most settings, already with the next frame.
     /// Returns: 0; 2816 for a null or unknown name, a value of the wrong type, and on allocation failure, and then
     /// nothing changes.
     /// Ownership: name and text stay the caller's, and are copied; a null text is an empty one.
