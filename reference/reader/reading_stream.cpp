@@ -220,10 +220,18 @@ std::vector<Reading> ReadingStream::Follow(const Picture& picture, const std::op
         if (isStream && (reading.corners[0].x < left + edgeMargin || reading.corners[2].x > right - edgeMargin)) {
             return true;
         }
-        const bool confirmed = Confirm(PlateOf(reading), reading);
+        Plate& plate = PlateOf(reading);
+        const bool confirmed = Confirm(plate, reading);
         // The first frames are single images or the start of a stream, in which the next ones confirm their readings.
         const bool isUnsure = IsDoubtful(reading.text) || (pictures_ <= 2 && reading.confidence < minConfidence);
-        return (isStream || isUnsure) && !confirmed;
+        if (confirmed) {
+            return false;
+        }
+        if (isStream || isUnsure) {
+            return true;
+        }
+        plate.reported = reading.text;  // if this is the start of a stream, the next frames show the same text
+        return false;
     });
     return readings;
 }

@@ -126,6 +126,16 @@ TEST(ReadingStream, OfTheFirstPicturesOnlySureReadingsAreReported) {
     EXPECT_EQ(reported[0].text, "KL456MN");
 }
 
+TEST(ReadingStream, ATextOfTheFirstPictureStaysThatOfItsPlate) {
+    const cv::Mat picture(360, 640, CV_8UC3, cv::Scalar(90, 100, 110));
+    const Picture shown{picture.data, picture.cols, picture.rows, picture.step};
+    ReadingStream stream(3);
+    stream.Follow(shown, {}, {ReadingOf("KL456MN", 90, 400, 100)});
+    const std::vector<Reading> reported = stream.Follow(shown, {}, {ReadingOf("KKL456MN", 90, 398, 100)});
+    ASSERT_EQ(reported.size(), 1u);
+    EXPECT_EQ(reported[0].text, "KL456MN");
+}
+
 TEST_F(ReadingStreamTest, AlternatingTextsAreNotReported) {
     for (int i = 0; i < 20; ++i) {
         EXPECT_THAT(Show({ReadingOf(i % 2 == 0 ? "AB123CD" : "A8123CD", 90, 100, 100)}), IsEmpty()) << i;
