@@ -44,6 +44,7 @@ constexpr float maxAspect = 9.f;
 // mean height.
 constexpr std::size_t minRowCharacters = 2;
 constexpr std::size_t maxRowCharacters = 6;
+constexpr std::size_t maxPrefixLetters = 3;
 constexpr std::size_t maxJoinedCharacters = 10;
 constexpr double minRowConfidence = 0.5;
 constexpr float maxRowHeightDifference = 0.4f;
@@ -74,19 +75,20 @@ bool IsDigit(char character) {
     return character >= '0' && character <= '9';
 }
 
-/// Whether `lower` is the second row of a plate whose first one is `upper`. The first begins with a letter and the
-/// second ends with two digits, as in the formats with two rows of most countries; so a dealer's name below a plate is
-/// left out.
+/// Whether `lower` is the second row of a plate whose first one is `upper`. As in the formats with two rows of most
+/// countries the first begins with a letter, and has digits or at most three letters; the second ends with two digits.
+/// So neither the lines of a sign nor a plate and a dealer's name below it are joined.
 bool AreRowsOfOnePlate(const RowText& upper, const RowText& lower) {
     const std::string& first = upper.decoded.text;
     const std::string& second = lower.decoded.text;
+    const bool isPrefix = first.size() <= maxPrefixLetters || std::any_of(first.begin(), first.end(), IsDigit);
     const float height = (upper.row.height + lower.row.height) / 2;
     const float down = lower.row.centre.y - upper.row.centre.y;
     const float left = std::max(upper.row.Box().x, lower.row.Box().x);
     const float right = std::min(upper.row.Box().br().x, lower.row.Box().br().x);
-    return first.size() <= maxRowCharacters && second.size() > minRowCharacters && second.size() <= maxRowCharacters &&
-           first.size() + second.size() <= maxJoinedCharacters && !IsDigit(first.front()) && IsDigit(second.back()) &&
-           IsDigit(second[second.size() - 2]) &&
+    return isPrefix && first.size() <= maxRowCharacters && second.size() > minRowCharacters &&
+           second.size() <= maxRowCharacters && first.size() + second.size() <= maxJoinedCharacters &&
+           !IsDigit(first.front()) && IsDigit(second.back()) && IsDigit(second[second.size() - 2]) &&
            std::min(upper.decoded.confidence, lower.decoded.confidence) >= minRowConfidence &&
            std::abs(upper.row.height - lower.row.height) <= maxRowHeightDifference * height &&
            std::max(upper.row.width, lower.row.width) <= maxRowWidth * height && down >= minRowDistance * height &&

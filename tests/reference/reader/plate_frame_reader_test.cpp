@@ -116,6 +116,12 @@ TEST_F(PlateFrameReaderTest, DoesNotJoinLetteringBelowAPlate) {
     EXPECT_THAT(Texts(Read()), UnorderedElementsAre("KL456MN", "DEKRA"));
 }
 
+TEST_F(PlateFrameReaderTest, DoesNotJoinTheLinesOfASign) {
+    DrawPlate(picture, {"EXIT", 640, 400, 30});
+    DrawPlate(picture, {"A250", 640, 445, 30});
+    EXPECT_THAT(Texts(Read()), testing::Contains("A250"));
+}
+
 TEST_F(PlateFrameReaderTest, DoesNotJoinPlatesOfVehiclesBehindEachOther) {
     DrawPlate(picture, {"AB1234", 640, 300, 20});
     DrawPlate(picture, {"CD5678", 640, 420, 30});
