@@ -23,8 +23,9 @@ double DrawPlate(cv::Mat& picture, const DrawnPlate& plate) {
     cairo_t* const drawing = cairo_create(surface);
     cairo_translate(drawing, plate.x, plate.y);
     cairo_rotate(drawing, plate.turn);
-    cairo_select_font_face(drawing, "DejaVu Sans Condensed", CAIRO_FONT_SLANT_NORMAL, CAIRO_FONT_WEIGHT_BOLD);
-    cairo_set_font_size(drawing, plate.characterHeight / 0.73);
+    // A typeface that scripts/setup installs: where one is missing, another one of other widths is drawn.
+    cairo_select_font_face(drawing, "Roboto Condensed", CAIRO_FONT_SLANT_NORMAL, CAIRO_FONT_WEIGHT_BOLD);
+    cairo_set_font_size(drawing, plate.characterHeight / 0.711);
     cairo_text_extents_t extents;
     cairo_text_extents(drawing, plate.text.c_str(), &extents);
     const double margin = 0.45 * plate.characterHeight;
