@@ -184,7 +184,7 @@ void CheckConfiguration(Bytes bytes) {
         const plate_reading::ReadingOptions options = plate_reading::ReadConfiguration(stream);
         Check(options.confirmations >= 1 && options.confirmations <= 9, "a number of confirmations");
         for (const plate_reading::Template& pattern : options.templates) {
-            Check(pattern.size() >= 4 && pattern.size() <= 9 && pattern.find_first_not_of("LD") == std::string::npos,
+            Check(pattern.size() >= 4 && pattern.size() <= 12 && pattern.find_first_not_of("LD") == std::string::npos,
                   "a pattern");
         }
     } catch (const plate_reading::ConfigurationError& error) {

@@ -31,7 +31,7 @@ class PlateDetector {
 
     void FindAtScale(cv::dnn::Net& network, const cv::Mat& grey, float scale, std::vector<TextRow>& cells) const;
 
-    // One for each scale, because OpenCV prepares a network anew whenever the size of its input changes.
+    // One for each scale, because OpenCV prepares a network again whenever the size of its input changes.
     std::array<cv::dnn::Net, levels> networks_;
 };
 

@@ -30,7 +30,7 @@ std::string WithoutSpaces(const std::string& text) {
 }
 
 bool IsPattern(const std::string& word) {
-    return word.size() >= 4 && word.size() <= 9 && word.find_first_not_of("LD") == std::string::npos;
+    return word.size() >= 4 && word.size() <= 12 && word.find_first_not_of("LD") == std::string::npos;
 }
 
 std::vector<Template> ReadTemplates(const std::string& value) {
@@ -45,7 +45,7 @@ std::vector<Template> ReadTemplates(const std::string& value) {
             templates.push_back(word);
         } else {
             throw ConfigurationError("\"" + word +
-                                     "\" is neither a region (none, br, eu, us) nor a pattern of 4 to 9 L and D");
+                                     "\" is neither a region (none, br, eu, us) nor a pattern of 4 to 12 L and D");
         }
     }
     return templates;

@@ -19,8 +19,8 @@ class ConfigurationError : public std::runtime_error {
 ///     templates = none | br | eu | us | PATTERN...
 ///     confirmations = 1 to 9
 ///
-/// The words of templates are separated by spaces and may mix regions and patterns; a pattern is 4 to 9 of L (a letter)
-/// and D (a digit). Throws ConfigurationError.
+/// The words of templates are separated by spaces and may mix regions and patterns; a pattern is 4 to 12 of L (a
+/// letter) and D (a digit). Throws ConfigurationError.
 ReadingOptions ReadConfiguration(std::istream& file);
 
 }  // namespace plate_reading

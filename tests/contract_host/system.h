@@ -15,7 +15,7 @@ void ReportNumbers(const char* what, int64_t actual, int64_t expected);
 void ReportTexts(const char* what, const char* actual, const char* expected);
 int FailedChecks();
 
-/// Loads the library under test anew at each call; null on failure.
+/// Loads the library under test again at each call; returns null on failure.
 void* LoadPlugin();
 void UnloadPlugin(void* plugin);
 void* FindExport(void* plugin, const char* name);

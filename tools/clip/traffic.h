@@ -69,8 +69,8 @@ struct Extent {
 };
 Extent ExtentOf(VehicleShape shape);
 
-/// A point of a vehicle: metres to the right of its middle as the camera sees it, above the ground, and behind the end
-/// that the camera sees.
+/// A point of a vehicle, in metres as the camera sees it: to the right of the vehicle's middle, above the ground, and
+/// away from the camera, counted from the vehicle's near end.
 Point OnVehicle(const Place& place, double right, double up, double behind);
 
 /// A point of a vehicle's plate, relative to the plate's middle.

@@ -53,7 +53,7 @@ bool ReconnectingReader::Read(Picture& picture) {
     }
 }
 
-// Tries until there is a connection with a picture, with growing pauses; returns false on a request to stop.
+// Tries until the address can be opened, with growing pauses; returns false on a request to stop.
 bool ReconnectingReader::Reconnect() {
     const std::string damage = reader_->Damage();
     report_("the connection to \"" + address_ + "\" broke off" + (damage.empty() ? "" : ": " + OneLine(damage)));

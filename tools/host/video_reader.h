@@ -21,7 +21,7 @@ struct Picture {
 
 struct ConnectionGaps {
     std::uint64_t count = 0;
-    std::uint64_t milliseconds = 0;  ///< in all, between the last picture before and the first one after
+    std::uint64_t milliseconds = 0;  ///< in all, from the last picture to the new connection
 };
 
 /// Used by one thread.

@@ -36,10 +36,14 @@ TEST(Configuration, HasNoTemplatesByDefault) {
 
 TEST(Configuration, AcceptsRegionsAndPatternsTogether) {
     EXPECT_THAT(TemplatesOf("templates = br"), ElementsAre("LLLDDDD", "LLLDLDD"));
-    EXPECT_THAT(TemplatesOf("  templates=LLDDDLL \tbr # as it stands\r\n"),
-                ElementsAre("LLDDDLL", "LLLDDDD", "LLLDLDD"));
+    EXPECT_THAT(TemplatesOf("  templates=LLDDDLL \tbr # a comment\r\n"), ElementsAre("LLDDDLL", "LLLDDDD", "LLLDLDD"));
     EXPECT_THAT(TemplatesOf("templates = eu"), testing::Contains("LLDDDLL"));
     EXPECT_THAT(TemplatesOf("templates = us"), testing::Contains("DLLLDDD"));
+}
+
+TEST(Configuration, PatternsHaveFourToTwelveCharacters) {
+    EXPECT_THAT(TemplatesOf("templates = LDDD LLDDLLDDDD LLLLLLDDDDDD"),
+                ElementsAre("LDDD", "LLDDLLDDDD", "LLLLLLDDDDDD"));
 }
 
 TEST(Configuration, ReadsTheNumberOfConfirmations) {
@@ -61,7 +65,7 @@ TEST(Configuration, ReportsErrorsWithTheirLineNumbers) {
     EXPECT_THAT(ErrorOf("= br"), HasSubstr("key = value"));
     EXPECT_THAT(ErrorOf("templates = br\ntemplates = eu"),
                 testing::AllOf(HasSubstr("line 2"), HasSubstr("second time")));
-    for (const std::string word : {"LLD", "LLLLLDDDDD", "LLXDD", "BR", "lldddll"}) {
+    for (const std::string word : {"LLD", "LLLLLLDDDDDDD", "LLXDD", "BR", "lldddll"}) {
         const std::string error = ErrorOf("templates = LLDDDLL " + word);
         EXPECT_THAT(error, testing::AllOf(HasSubstr("line 1"), HasSubstr("\"" + word + "\"")));
         EXPECT_EQ(error.find('\n'), std::string::npos);

@@ -38,7 +38,7 @@ constexpr const char* recogniseName = "_Z10Recognize2P10YUV420_IMGP3IMGP7tagRECT
 constexpr const char* setRangeName = "_Z13SetPlateRangeii";
 #endif
 
-/// The engine, loaded anew for each test, with a script from the test.
+/// The engine, loaded for each test, with a script from the test.
 class ScriptedEngine : public testing::Test {
   protected:
     ScriptedEngine() {
