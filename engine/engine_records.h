@@ -4,9 +4,11 @@
 /// names of the functions contain those of the records. Coordinates are in pixels; x grows to the right, y downwards.
 #pragma once
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
+#include <string_view>
 
 /// An image of interleaved pixels: blue, green, red, one byte each.
 struct IMG {
@@ -33,20 +35,21 @@ struct EngineCorner {
 
 /// A reading: one plate recognised in one image.
 struct RPLATE {
-    char text[16];  ///< code page 936, padded with NULs; not terminated when all 16 are used
-    std::uint8_t notRead1[12];
+    char text[16];                  ///< code page 936, padded with NULs; not terminated when all 16 are used
+    char country[12];               ///< read by CountryCodeOf
     std::uint8_t confidenceSum[8];  ///< an unaligned double: the sum of the characters' confidences, each 0..100
-    std::uint8_t notRead2[92];
+    std::uint8_t notRead1[92];
     EngineCorner corner1;  ///< top left
     EngineCorner corner2;  ///< bottom left
     EngineCorner corner3;  ///< top right
     EngineCorner corner4;  ///< bottom right
-    std::uint8_t notRead3[224];
+    std::uint8_t notRead2[224];
 };
 
 static_assert(sizeof(IMG) == 24 && offsetof(IMG, rowStride) == 12 && offsetof(IMG, pixels) == 16);
 static_assert(sizeof(tagRECT) == 16 && offsetof(tagRECT, bottom) == 12);
-static_assert(sizeof(RPLATE) == 384 && offsetof(RPLATE, text) == 0 && offsetof(RPLATE, confidenceSum) == 28);
+static_assert(sizeof(RPLATE) == 384 && offsetof(RPLATE, text) == 0 && offsetof(RPLATE, country) == 16 &&
+              offsetof(RPLATE, confidenceSum) == 28);
 static_assert(offsetof(RPLATE, corner1) == 128 && offsetof(RPLATE, corner2) == 136);
 static_assert(offsetof(RPLATE, corner3) == 144 && offsetof(RPLATE, corner4) == 152);
 
@@ -58,6 +61,26 @@ inline double ConfidenceSumOf(const RPLATE& plate) {
     double sum = 0.0;
     std::memcpy(&sum, plate.confidenceSum, sizeof sum);
     return sum;
+}
+
+/// Written before a country code, so that other contents of these bytes are not taken for one.
+inline constexpr std::string_view countryTag = "ISO3166:";
+
+/// Returns the plate's country, three capital letters (ISO 3166-1 alpha-3), if the engine wrote `countryTag`, such a
+/// code and a NUL; else an empty text. Any thread.
+inline std::string_view CountryCodeOf(const RPLATE& plate) {
+    const std::string_view field(plate.country, sizeof plate.country);
+    const std::string_view code = field.substr(countryTag.size(), 3);
+    const auto isCapital = [](char letter) { return 'A' <= letter && letter <= 'Z'; };
+    const bool isCode =
+        field.starts_with(countryTag) && field.back() == '\0' && std::all_of(code.begin(), code.end(), isCapital);
+    return isCode ? code : std::string_view();
+}
+
+/// Sets what CountryCodeOf returns. REQUIRES: three capital letters.
+inline void SetCountryCode(RPLATE& plate, std::string_view code) {
+    countryTag.copy(plate.country, countryTag.size());
+    code.copy(plate.country + countryTag.size(), sizeof plate.country - countryTag.size() - 1);
 }
 
 /// Sets what ConfidenceSumOf returns.

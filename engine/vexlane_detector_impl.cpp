@@ -217,6 +217,7 @@ boost::shared_ptr<RecognitionResult> VexlaneDetectorImpl::CreateResult(
     const boost::shared_ptr<ICompositeBuffer>& buffer, const RPLATE& plate) {
     PlateDescription description;
     description.text = ResultTextOf(plate);
+    description.strings[0] = CountryCodeOf(plate);
     if (!description.text.empty()) {
         description.confidence =
             arithmetic::Truncated(ConfidenceSumOf(plate) / static_cast<double>(description.text.size()));

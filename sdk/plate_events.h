@@ -24,7 +24,7 @@ constexpr char Image[] = "image";      ///< not set by this library
 namespace PlateKey {
 constexpr char Text[] = "lp_wnum";             ///< the plate's text
 constexpr char CharacterCount[] = "char_num";  ///< number of UTF-16 units of the text
-constexpr char Country[] = "country_code";     ///< empty: the engine reports no country
+constexpr char Country[] = "country_code";     ///< ISO 3166-1 alpha-3; empty if the engine reports none
 constexpr char Confidence[] = "confidence";    ///< 0 to 100
 constexpr char Direction[] = "direction";      ///< always 0
 constexpr char Left[] = "lpf_x1";              ///< pixels of the full frame; so are the next three

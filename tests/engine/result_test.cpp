@@ -73,9 +73,28 @@ TEST(PlateText, OfAResultEndsBeforeTheFirstNul) {
 
 TEST(PlateText, OfAResultIsAll16BytesWhenThereIsNoNulAndNothingAfterThem) {
     RPLATE record = RecordWithText("ABCDEFGHIJKLMNOP");
-    std::memset(record.notRead1, 'x', sizeof record.notRead1);
+    std::memset(record.country, 'x', sizeof record.country);
     EXPECT_EQ(ResultTextOf(record), L"ABCDEFGHIJKLMNOP");
     EXPECT_EQ(ReadingTextOf(record), L"ABCDEFGHIJKLMNO");
+}
+
+TEST(PlateCountry, IsTheCodeAfterTheTag) {
+    RPLATE record = {};
+    EXPECT_EQ(CountryCodeOf(record), "");
+    SetCountryCode(record, "GBR");
+    EXPECT_EQ(CountryCodeOf(record), "GBR");
+    EXPECT_EQ(std::string(record.country, sizeof record.country), std::string("ISO3166:GBR\0", 12));
+}
+
+TEST(PlateCountry, IsEmptyForOtherContents) {
+    for (const std::string& content :
+         {std::string(12, 'x'), std::string("ISO3166:GBRX"), std::string("ISO3166:GBr\0", 12),
+          std::string("ISO3166:GB\0\0", 12), std::string("iso3166:GBR\0", 12), std::string("\0ISO3166:GBR", 12),
+          std::string("GBR\0\0\0\0\0\0\0\0\0", 12)}) {
+        RPLATE record = {};
+        content.copy(record.country, sizeof record.country);
+        EXPECT_EQ(CountryCodeOf(record), "") << content;
+    }
 }
 
 TEST(PlateText, IsChineseInTwoBytesACharacter) {
@@ -200,6 +219,13 @@ TEST_F(Results, TheLeftEdgeIsTheInnerOneAndTheOthersTheOuterOnes) {
     EXPECT_EQ(rect.top, -20);
     EXPECT_EQ(rect.right, -1);
     EXPECT_EQ(rect.bottom, 45);
+}
+
+TEST_F(Results, TheFirstStringIsTheCountry) {
+    RPLATE record = RecordWithText("AB12CDE");
+    EXPECT_EQ(ResultOf(record)->strings[0], "");
+    SetCountryCode(record, "GBR");
+    EXPECT_EQ(ResultOf(record)->strings[0], "GBR");
 }
 
 TEST_F(Results, OtherCornersDoNotAffectAnEdge) {
