@@ -41,7 +41,7 @@ void CheckFrame(Bytes bytes, const transport::Frame& frame) {
 }
 
 void CheckReadings(Bytes bytes, const transport::Readings& readings) {
-    if (readings.count > 5 || bytes.size() != 24 + 5 * 56 || readings.count != NumberAt(bytes, 16)) {
+    if (readings.count > 5 || bytes.size() != 24 + 5 * 64 || readings.count != NumberAt(bytes, 16)) {
         Fail(bytes, "a wrong number of readings");
     }
     for (const transport::Reading& reading : std::span(readings.readings).first(readings.count)) {
@@ -53,9 +53,15 @@ void CheckReadings(Bytes bytes, const transport::Readings& readings) {
         if (!(reading.confidence >= 0 && reading.confidence <= 100)) {
             Fail(bytes, "a confidence beyond its limits");
         }
+        const std::string_view country(reading.country, sizeof reading.country);
+        const std::size_t length = country.find('\0') == 0 ? 0 : 3;
+        if (country.substr(0, length).find_first_not_of("ABCDEFGHIJKLMNOPQRSTUVWXYZ") != std::string_view::npos ||
+            country.find_first_not_of('\0', length) != std::string_view::npos) {
+            Fail(bytes, "a country that is no code");
+        }
     }
-    if (std::ranges::count(bytes.subspan(24 + readings.count * 56), 0) !=
-        static_cast<std::ptrdiff_t>(5 - readings.count) * 56) {
+    if (std::ranges::count(bytes.subspan(24 + readings.count * 64), 0) !=
+        static_cast<std::ptrdiff_t>(5 - readings.count) * 64) {
         Fail(bytes, "data after the last reading");
     }
 }

@@ -32,6 +32,9 @@ RPLATE RecordOf(const transport::Reading& reading) {
     for (std::size_t corner = 0; corner < reading.corners.size(); ++corner) {
         *corners[corner] = {reading.corners[corner].x, reading.corners[corner].y};
     }
+    if (const std::string_view country = reading.country; !country.empty()) {
+        SetCountryCode(plate, country);
+    }
     return plate;
 }
 

@@ -118,6 +118,7 @@ TemplatePath FollowTemplate(const ColumnScores& scores, const Template& pattern)
     }
     // Each character is the symbol with the highest probability in one of its columns.
     std::vector<std::array<double, alphabet.size()>> peaks(pattern.size(), std::array<double, alphabet.size()>{});
+    path.decoded.characters.resize(pattern.size());
     double left = static_cast<double>(columns);
     double right = 0;
     for (std::size_t column = columns; column-- > 0;) {
@@ -125,6 +126,10 @@ TemplatePath FollowTemplate(const ColumnScores& scores, const Template& pattern)
             const Emission& seen = emission(state, column);
             double& peak = peaks[state / 2][seen.symbol];
             peak = std::max(peak, seen.probability);
+            for (std::size_t symbol = 0; symbol < alphabet.size(); ++symbol) {
+                float& highest = path.decoded.characters[state / 2][symbol];
+                highest = std::max(highest, scores.At(column, symbol + 1));
+            }
             left = std::min(left, static_cast<double>(column));
             right = std::max(right, static_cast<double>(column) + 1);
         }
@@ -220,10 +225,15 @@ DecodedText Decode(const ColumnScores& scores) {
             endCharacter();
             if (which != 0) {
                 decoded.text += alphabet[which - 1];
+                decoded.characters.emplace_back().fill(0);
             }
         }
         if (which != 0) {
             peak = std::max(peak, probability);
+            for (std::size_t symbol = 0; symbol < alphabet.size(); ++symbol) {
+                float& highest = decoded.characters.back()[symbol];
+                highest = std::max(highest, scores.At(column, symbol + 1));
+            }
             if (!begun) {
                 decoded.left = static_cast<float>(column) / static_cast<float>(columns);
                 begun = true;

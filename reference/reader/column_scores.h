@@ -1,6 +1,7 @@
 /// The reading network's scores for the columns of a strip, and the decoding of a text from them.
 #pragma once
 
+#include <array>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -30,9 +31,13 @@ class ColumnScores {
 
 struct DecodedText {
     std::string text;
-    double confidence = 0;  ///< 0 to 1
-    float left = 0;         ///< where the characters begin, 0 to 1 of the strip
-    float right = 0;        ///< where they end
+    /// For each character of the text the highest probability of each symbol of the alphabet in its columns.
+    std::vector<std::array<float, alphabet.size()>> characters;
+    std::string country;     ///< ISO 3166-1 alpha-3; empty if unknown
+    bool hasFormat = false;  ///< whether the text has the format of a country
+    double confidence = 0;   ///< 0 to 1
+    float left = 0;          ///< where the characters begin, 0 to 1 of the strip
+    float right = 0;         ///< where they end
 };
 
 /// Decodes the likeliest class of each column in which a character is likelier than none; repetitions are one

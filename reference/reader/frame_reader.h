@@ -42,6 +42,8 @@ struct Reading {
     std::string text;              ///< 4 to 12 characters of 0-9 and A-Z
     double confidence = 0;         ///< 0 to 100, of the whole text
     std::array<Point, 4> corners;  ///< top left, bottom left, top right, bottom right of the text's row
+    std::string country = {};      ///< ISO 3166-1 alpha-3; empty if the text does not determine it
+    bool hasFormat = false;        ///< whether the text has the format of a country
 };
 
 /// One thread at a time.

@@ -20,6 +20,7 @@
 
 EMBED(plateDetectorNetwork, VEXLANE_DETECTOR_NETWORK);
 EMBED(plateReaderNetwork, VEXLANE_READER_NETWORK);
+EMBED(plateFormatsTable, VEXLANE_FORMATS_TABLE);
 
 namespace plate_reading {
 
@@ -29,6 +30,10 @@ std::vector<unsigned char> DetectorNetwork() {
 
 std::vector<unsigned char> ReaderNetwork() {
     return {plateReaderNetworkBegin, plateReaderNetworkEnd};
+}
+
+std::string_view FormatsTable() {
+    return {reinterpret_cast<const char*>(plateFormatsTableBegin), reinterpret_cast<const char*>(plateFormatsTableEnd)};
 }
 
 }  // namespace plate_reading

@@ -8,6 +8,7 @@
 
 #include "reference/reader/networks.h"
 #include "reference/reader/plate_detector.h"
+#include "reference/reader/plate_formats.h"
 #include "reference/reader/row_finder.h"
 #include "reference/reader/text_reader.h"
 
@@ -101,6 +102,8 @@ bool AreRowsOfOnePlate(const RowText& upper, const RowText& lower) {
 RowText Join(const RowText& upper, const RowText& lower) {
     RowText joined = upper;
     joined.decoded.text += lower.decoded.text;
+    joined.decoded.characters.insert(joined.decoded.characters.end(), lower.decoded.characters.begin(),
+                                     lower.decoded.characters.end());
     joined.decoded.confidence = std::min(upper.decoded.confidence, lower.decoded.confidence);
     const float left = std::min(upper.row.centre.x - upper.row.width / 2, lower.row.centre.x - lower.row.width / 2);
     const float right = std::max(upper.row.centre.x + upper.row.width / 2, lower.row.centre.x + lower.row.width / 2);
@@ -131,7 +134,10 @@ void JoinRows(std::vector<RowText>& texts) {
 class PlateFrameReader final : public FrameReader {
   public:
     explicit PlateFrameReader(const ReadingOptions& options)
-        : options_(options), detector_(DetectorNetwork()), reader_(ReaderNetwork()) {}
+        : options_(options),
+          formats_(FormatsTable(), options.countries),
+          detector_(DetectorNetwork()),
+          reader_(ReaderNetwork()) {}
 
     std::vector<Reading> Read(const Picture& picture, const std::optional<Region>& region,
                               const std::optional<WidthRange>& widths) override {
@@ -179,6 +185,9 @@ class PlateFrameReader final : public FrameReader {
             ReadAll(grey, FilterByWidth(FindRows(grey, heights, maxFoundRows), widths), widths, texts);
         }
         JoinRows(texts);
+        for (RowText& text : texts) {
+            ApplyFormats(text.decoded);
+        }
         std::erase_if(texts, [](const RowText& text) { return !IsPlate(text); });
         std::sort(texts.begin(), texts.end(), [](const RowText& a, const RowText& b) { return Weight(a) > Weight(b); });
         std::vector<RowText> kept;
@@ -223,6 +232,15 @@ class PlateFrameReader final : public FrameReader {
         }
     }
 
+    void ApplyFormats(DecodedText& decoded) const {
+        DecodedText fitted = decoded;
+        formats_.Fit(fitted);
+        // The templates are stricter.
+        if (options_.templates.empty() || fitted.text == decoded.text) {
+            decoded = std::move(fitted);
+        }
+    }
+
     static Reading MakeReading(const RowText& text, const cv::Point& origin) {
         const TextRow& row = text.row;
         const float rise = row.slope * row.width / 2;
@@ -233,10 +251,13 @@ class PlateFrameReader final : public FrameReader {
         };
         return {text.decoded.text,
                 100 * text.decoded.confidence,
-                {corner(-1, -1), corner(-1, 1), corner(1, -1), corner(1, 1)}};
+                {corner(-1, -1), corner(-1, 1), corner(1, -1), corner(1, 1)},
+                text.decoded.country,
+                text.decoded.hasFormat};
     }
 
     const ReadingOptions options_;
+    const PlateFormats formats_;
     PlateDetector detector_;
     TextReader reader_;
 };

@@ -6,6 +6,9 @@
 #include <sstream>
 #include <string>
 
+#include "reference/reader/networks.h"
+#include "reference/reader/plate_formats.h"
+
 namespace plate_reading {
 namespace {
 
@@ -51,6 +54,23 @@ std::vector<Template> ReadTemplates(const std::string& value) {
     return templates;
 }
 
+std::vector<std::string> ReadCountries(std::string value) {
+    std::replace(value.begin(), value.end(), ',', ' ');
+    static const std::vector<std::string> known = PlateFormats(FormatsTable()).Countries();
+    std::vector<std::string> countries;
+    std::istringstream words(value);
+    std::string word;
+    while (words >> word) {
+        if (!std::binary_search(known.begin(), known.end(), word)) {
+            throw ConfigurationError("\"" + word +
+                                     "\" is not a country whose plate formats are known; write its ISO 3166-1 "
+                                     "code of three letters, such as GBR");
+        }
+        countries.push_back(word);
+    }
+    return countries;
+}
+
 int ReadConfirmations(const std::string& value) {
     if (value.size() != 1 || value[0] < '1' || value[0] > '9') {
         throw ConfigurationError("\"" + value + "\" is not a number of confirmations from 1 to 9");
@@ -84,6 +104,8 @@ ReadingOptions ReadConfiguration(std::istream& file) {
         try {
             if (key == "templates") {
                 options.templates = ReadTemplates(value);
+            } else if (key == "countries") {
+                options.countries = ReadCountries(value);
             } else if (key == "confirmations") {
                 options.confirmations = ReadConfirmations(value);
             } else {

@@ -18,6 +18,7 @@ transport::Reading ToMessage(const plate_reading::Reading& reading) {
     transport::Reading sent;
     // A text that is too long has no NUL and is invalid.
     reading.text.copy(sent.text, sizeof sent.text);
+    reading.country.copy(sent.country, sizeof sent.country);
     sent.confidence = std::isnan(reading.confidence) ? 0.0 : std::clamp(reading.confidence, 0.0, 100.0);
     for (std::size_t corner = 0; corner < sent.corners.size(); ++corner) {
         sent.corners[corner] = {reading.corners[corner].x, reading.corners[corner].y};

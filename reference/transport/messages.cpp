@@ -19,7 +19,7 @@ struct Header {
 
 static_assert(std::endian::native == std::endian::little);
 static_assert(sizeof(Header) == 16 && sizeof(Greeting) == 16 && sizeof(GreetingReply) == 16 && sizeof(Range) == 8 &&
-              sizeof(Frame) == 24 && sizeof(Reading) == 56 && sizeof(Readings) == 8 + maxReadings * 56);
+              sizeof(Frame) == 24 && sizeof(Reading) == 64 && sizeof(Readings) == 8 + maxReadings * 64);
 
 // An empty structure has one byte in memory, and none in a message.
 template <class Kind>
@@ -57,11 +57,19 @@ bool IsValidFrame(const Frame& frame) {
            (frame.region == Region() || IsInside(frame.region, frame));
 }
 
+bool IsValidCountry(const char (&country)[8]) {
+    constexpr std::size_t length = 3;
+    const bool isGiven = country[0] != '\0';
+    const char* const end = country + (isGiven ? length : 0);
+    return std::all_of(country, end, [](char letter) { return 'A' <= letter && letter <= 'Z'; }) &&
+           std::all_of(end, std::end(country), [](char letter) { return letter == '\0'; });
+}
+
 bool IsValidReading(const Reading& reading) {
     const char* const end = std::find(reading.text, std::end(reading.text), '\0');
     return end != reading.text && end != std::end(reading.text) &&
            std::all_of(end, std::end(reading.text), [](char letter) { return letter == '\0'; }) &&
-           reading.confidence >= 0 && reading.confidence <= 100;
+           reading.confidence >= 0 && reading.confidence <= 100 && IsValidCountry(reading.country);
 }
 
 bool AreValidReadings(const Readings& readings) {

@@ -36,7 +36,7 @@
 
 namespace transport {
 
-inline constexpr std::uint32_t protocolVersion = 2;
+inline constexpr std::uint32_t protocolVersion = 3;
 
 inline constexpr std::uint32_t bytesPerPixel = 3;
 inline constexpr std::uint32_t maxSide = 16384;                             ///< pixels
@@ -94,6 +94,7 @@ struct Reading {
     char text[maxTextLength + 1] = {};   ///< 1 to maxTextLength bytes, then NULs
     double confidence = 0;               ///< 0 to 100
     std::array<Corner, 4> corners = {};  ///< top left, bottom left, top right, bottom right
+    char country[8] = {};                ///< three capital letters (ISO 3166-1 alpha-3) or none, then NULs
     bool operator==(const Reading&) const = default;
 };
 

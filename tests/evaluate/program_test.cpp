@@ -122,13 +122,13 @@ TEST(Program, WritesALineForEveryPlate) {
     Evaluate(folder, {"--details", folder.Path("details.tsv")});
     const std::vector<std::string> lines = LinesOf(Contents(folder.Path("details.tsv")));
     ASSERT_EQ(lines.size(), 6u);
-    EXPECT_EQ(lines[0], "file\ttruth\tread\tconfidence\tcorners\tlocalised\tmilliseconds\tothers");
+    EXPECT_EQ(lines[0], "file\ttruth\tread\tconfidence\tcorners\tlocalised\tmilliseconds\tothers\tcountry");
     EXPECT_THAT(lines[1], testing::MatchesRegex("far away/1.ppm\tAB1234\tAB1234\t90.0\t11,10 11,16 29,10 29,16\tyes\t"
-                                                "[0-9.]+\tZZ@40,10"));
+                                                "[0-9.]+\tZZ@40,10\t"));
     EXPECT_THAT(lines[2], HasSubstr("far away/2.ppm\tOQ1000\t0Q1O00\t50.0\t"));
-    EXPECT_THAT(lines[3], testing::MatchesRegex("far away/2.ppm\tXY99\t\t\t\tno\t[0-9.]+\t"));
+    EXPECT_THAT(lines[3], testing::MatchesRegex("far away/2.ppm\tXY99\t\t\t\tno\t[0-9.]+\t\t"));
     EXPECT_THAT(lines[4], HasSubstr("near/1.ppm\tCD5678\tCD5679\t80.0\t"));
-    EXPECT_EQ(lines[5], "near/none.ppm\tEF\t\t\t\tunreadable\t\t");
+    EXPECT_EQ(lines[5], "near/none.ppm\tEF\t\t\t\tunreadable\t\t\t");
 }
 
 TEST(Program, PassesPixelsUnchangedToTheEngine) {

@@ -39,7 +39,7 @@ TEST(Details, AreUtf8WithoutExtraLinesOrColumns) {
     const std::string details = ToDetails({picture}, {ResultFor(picture, {wideReport})});
     EXPECT_THAT(details, HasSubstr("\na b/1.jpg\t\xE4\xBA\xAC"
                                    "A1\t\xE4\xBA\xAC"
-                                   "A1\t88.2\t0,0 0,10 40,0 40,10\tyes\t1.50\t\n"));
+                                   "A1\t88.2\t0,0 0,10 40,0 40,10\tyes\t1.50\t\t\n"));
 }
 
 TEST(Table, ColumnsAreAlignedForAnyTexts) {

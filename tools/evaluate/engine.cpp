@@ -29,6 +29,7 @@ Report ToReport(const RPLATE& plate) {
     report.text = FromEngineText(std::string_view(plate.text, sizeof plate.text));
     report.confidence = report.text.empty() ? 0 : ConfidenceSumOf(plate) / static_cast<double>(report.text.size());
     report.corners = {ToPoint(plate.corner1), ToPoint(plate.corner2), ToPoint(plate.corner3), ToPoint(plate.corner4)};
+    report.country = CountryCodeOf(plate);
     return report;
 }
 

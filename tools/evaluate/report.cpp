@@ -144,21 +144,21 @@ std::string ToJson(const Summary& summary) {
 }
 
 std::string ToDetails(const std::vector<TruePicture>& pictures, const std::vector<PictureResult>& results) {
-    std::string lines = "file\ttruth\tread\tconfidence\tcorners\tlocalised\tmilliseconds\tothers\n";
+    std::string lines = "file\ttruth\tread\tconfidence\tcorners\tlocalised\tmilliseconds\tothers\tcountry\n";
     for (std::size_t index = 0; index < pictures.size(); ++index) {
         const PictureResult& result = results[index];
         for (std::size_t plate = 0; plate < pictures[index].plates.size(); ++plate) {
             const std::optional<std::size_t> taken = result.score.plates[plate].report;
             const Report* const report = taken ? &result.reports[*taken] : nullptr;
-            lines +=
-                Joined(
-                    {pictures[index].file, ToUtf8(pictures[index].plates[plate].text),
-                     report == nullptr ? "" : ToUtf8(report->text),
-                     report == nullptr ? "" : Number(report->confidence, 1), report == nullptr ? "" : Corners(*report),
-                     result.IsReadable() ? (report == nullptr ? "no" : "yes") : "unreadable",
-                     result.IsReadable() ? Number(result.milliseconds, 2) : "", plate == 0 ? Others(result) : ""},
-                    '\t') +
-                '\n';
+            lines += Joined({pictures[index].file, ToUtf8(pictures[index].plates[plate].text),
+                             report == nullptr ? "" : ToUtf8(report->text),
+                             report == nullptr ? "" : Number(report->confidence, 1),
+                             report == nullptr ? "" : Corners(*report),
+                             result.IsReadable() ? (report == nullptr ? "no" : "yes") : "unreadable",
+                             result.IsReadable() ? Number(result.milliseconds, 2) : "",
+                             plate == 0 ? Others(result) : "", report == nullptr ? "" : report->country},
+                            '\t') +
+                     '\n';
         }
     }
     return lines;

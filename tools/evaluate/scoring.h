@@ -33,6 +33,7 @@ struct Report {
     std::wstring text;
     double confidence = 0;         ///< 0 to 100, of the whole text
     std::array<Point, 4> corners;  ///< top left, bottom left, top right, bottom right
+    std::string country = {};      ///< ISO 3166-1 alpha-3; empty if unknown
 };
 
 /// Returns true when the report is of the plate at that place: the mean of its four corners is in the rectangle or on

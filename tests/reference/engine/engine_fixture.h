@@ -119,6 +119,9 @@ inline RPLATE RecordOf(const plate_reading::Reading& reading) {
     RPLATE plate = {};
     std::memcpy(plate.text, reading.text.data(), reading.text.size());
     SetConfidenceSum(plate, reading.confidence * static_cast<double>(reading.text.size()));
+    if (!reading.country.empty()) {
+        SetCountryCode(plate, reading.country);
+    }
     plate.corner1 = {reading.corners[0].x, reading.corners[0].y};
     plate.corner2 = {reading.corners[1].x, reading.corners[1].y};
     plate.corner3 = {reading.corners[2].x, reading.corners[2].y};

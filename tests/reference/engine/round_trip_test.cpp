@@ -140,9 +140,11 @@ TEST_F(RoundTrip, WritesEveryFieldAtItsOffset) {
     ASSERT_EQ(recognition.count, 3);
     const auto* const bytes = reinterpret_cast<const unsigned char*>(&recognition.plates[2]);
     EXPECT_EQ(std::memcmp(bytes, "PLATE0012\0\0\0\0\0\0", 16), 0);
+    EXPECT_EQ(std::memcmp(bytes + 16, "ISO3166:GBR", 12), 0);
     double sum = 0;
     std::memcpy(&sum, bytes + 28, sizeof sum);
     EXPECT_EQ(sum, 88 * 9);
+    EXPECT_EQ(CountryCodeOf(recognition.plates[1]), "");
     int corners[8] = {};
     std::memcpy(corners, bytes + 128, sizeof corners);
     EXPECT_THAT(corners, testing::ElementsAre(2, 1, 2, 2, 2, 3, 2, 4));

@@ -46,6 +46,20 @@ TEST(Configuration, PatternsHaveFourToTwelveCharacters) {
                 ElementsAre("LDDD", "LLDDLLDDDD", "LLLLLLDDDDDD"));
 }
 
+TEST(Configuration, AcceptsCountriesWithKnownFormats) {
+    const auto countries = [](const std::string& text) {
+        std::istringstream file(text);
+        return ReadConfiguration(file).countries;
+    };
+    EXPECT_THAT(countries(""), IsEmpty());
+    EXPECT_THAT(countries("countries ="), IsEmpty());
+    EXPECT_THAT(countries("countries = GBR, IRL"), ElementsAre("GBR", "IRL"));
+    EXPECT_THAT(countries("countries = DEU AUT,CHE"), ElementsAre("DEU", "AUT", "CHE"));
+    for (const std::string word : {"gbr", "GB", "XXX", "GBR;IRL"}) {
+        EXPECT_THAT(ErrorOf("countries = " + word), testing::AllOf(HasSubstr("line 1"), HasSubstr("\"" + word + "\"")));
+    }
+}
+
 TEST(Configuration, ReadsTheNumberOfConfirmations) {
     const auto confirmations = [](const std::string& text) {
         std::istringstream file(text);

@@ -146,6 +146,15 @@ TEST_F(PlateFrameReaderTest, SearchesOnlyTheRegionAndReturnsPictureCoordinates) 
     EXPECT_NEAR((readings[0].corners[0].y + readings[0].corners[3].y) / 2.0, 500, 8);
 }
 
+TEST_F(PlateFrameReaderTest, ReadsLookAlikesByTheFormat) {
+    // In this typeface the letter and the digit differ in their width only.
+    DrawPlate(picture, {"MHO2AB34O1", 640, 400, 30});
+    const std::vector<Reading> readings = Read();
+    ASSERT_THAT(Texts(readings), testing::ElementsAre("MH02AB3401"));
+    EXPECT_EQ(readings[0].country, "IND");
+    EXPECT_TRUE(readings[0].hasFormat);
+}
+
 TEST_F(PlateFrameReaderTest, FindsNothingInAnOutsideOrEmptyRegion) {
     DrawPlate(picture, {"AB123CD", 300, 200, 24});
     EXPECT_THAT(Read(Region{2000, 2000, 3000, 3000}), IsEmpty());

@@ -40,8 +40,11 @@ std::vector<Contents> ValidContents() {
             Frame{1920, 1080, Region{1919, 1079, 1920, 1080}},
             Readings(),
             ReadingsOf({ValidReading()}),
-            ReadingsOf(
-                {{"1", 0, {}}, {"123456789012345", 100, {}}, {"\xD4\xC1", -0.0, {}}, ValidReading(), ValidReading()})};
+            ReadingsOf({{"1", 0, {}},
+                        {"123456789012345", 100, {}},
+                        {"\xD4\xC1", -0.0, {}, "GBR"},
+                        ValidReading(),
+                        ValidReading()})};
 }
 
 std::vector<Contents> InvalidContents() {
@@ -75,6 +78,12 @@ std::vector<Contents> InvalidContents() {
         text.copy(reading.text, sizeof reading.text);
         all.emplace_back(ReadingsOf({reading}));
     }
+    for (const std::string& country : {std::string("GB"), std::string("gbr"), std::string("GBR4"), std::string("GB1"),
+                                       std::string("\0BR", 3), std::string("GBR\0\0\0\0X", 8)}) {
+        Reading reading = ValidReading();
+        country.copy(reading.country, sizeof reading.country);
+        all.emplace_back(ReadingsOf({reading}));
+    }
     return all;
 }
 
@@ -98,14 +107,15 @@ TEST(Messages, HaveTheLayoutOfThisVersion) {
               (Bytes{5, 0, 0, 0, 40, 0, 0, 0, 9, 0, 0, 0, 0, 0, 0, 0,  //
                      2, 1, 0, 0, 3,  0, 0, 0,                          //
                      1, 0, 0, 0, 2,  0, 0, 0, 4, 0, 0, 0, 3, 0, 0, 0}));
-    Bytes readings = {6,   0,   0,   0, 0x30, 1, 0,    0,    9, 0, 0, 0, 0,    0,    0,    0,  //
-                      1,   0,   0,   0, 0,    0, 0,    0,                                      //
-                      'A', 'B', '1', 0, 0,    0, 0,    0,    0, 0, 0, 0, 0,    0,    0,    0,  //
-                      0,   0,   0,   0, 0,    0, 0xF0, 0x3F,                                   //
-                      1,   0,   0,   0, 2,    0, 0,    0,    3, 0, 0, 0, 4,    0,    0,    0,  //
-                      5,   0,   0,   0, 6,    0, 0,    0,    7, 0, 0, 0, 0xFF, 0xFF, 0xFF, 0xFF};
-    readings.resize(0x130);
-    EXPECT_EQ(Encode({9, ReadingsOf({{"AB1", 1.0, {{{1, 2}, {3, 4}, {5, 6}, {7, -1}}}}})}), readings);
+    Bytes readings = {6,   0,   0,   0, 0x58, 1, 0,    0,    9, 0, 0, 0, 0,    0,    0,    0,     //
+                      1,   0,   0,   0, 0,    0, 0,    0,                                         //
+                      'A', 'B', '1', 0, 0,    0, 0,    0,    0, 0, 0, 0, 0,    0,    0,    0,     //
+                      0,   0,   0,   0, 0,    0, 0xF0, 0x3F,                                      //
+                      1,   0,   0,   0, 2,    0, 0,    0,    3, 0, 0, 0, 4,    0,    0,    0,     //
+                      5,   0,   0,   0, 6,    0, 0,    0,    7, 0, 0, 0, 0xFF, 0xFF, 0xFF, 0xFF,  //
+                      'G', 'B', 'R', 0, 0,    0, 0,    0};
+    readings.resize(0x158);
+    EXPECT_EQ(Encode({9, ReadingsOf({{"AB1", 1.0, {{{1, 2}, {3, 4}, {5, 6}, {7, -1}}}, "GBR"}})}), readings);
 }
 
 TEST(Messages, AreDecodedAsEncoded) {
@@ -198,7 +208,7 @@ TEST(Decoding, RefusesNonZeroReservedBytes) {
     expectRefused(Frame{9, 9, {}}, 24, 40);
     expectRefused(Readings(), 20, maxMessageBytes);
     expectRefused(ReadingsOf({{"AB", 1, {}}}), 24 + 3, 24 + 16);
-    expectRefused(ReadingsOf({{"AB", 1, {}}}), 24 + 56, maxMessageBytes);
+    expectRefused(ReadingsOf({{"AB", 1, {}}}), 24 + 64, maxMessageBytes);
 }
 
 // A count that differs from the number of readings in the message
