@@ -30,12 +30,16 @@ struct Region {
     int top = 0;
     int right = 0;
     int bottom = 0;
+
+    bool operator==(const Region&) const = default;
 };
 
 /// In pixels, inclusive.
 struct WidthRange {
     int minimum = 0;
     int maximum = 0;
+
+    bool operator==(const WidthRange&) const = default;
 };
 
 struct Reading {
@@ -52,9 +56,10 @@ class FrameReader {
     virtual ~FrameReader() = default;
 
     /// Returns at most five readings, the best first. Without a region the whole frame is searched; without a range of
-    /// widths, plates of any width are reported. Throws std::exception.
+    /// widths, plates of any width are reported. With a part, only the part of the region inside it is searched. Throws
+    /// std::exception.
     virtual std::vector<Reading> Read(const Picture& picture, const std::optional<Region>& region,
-                                      const std::optional<WidthRange>& widths) = 0;
+                                      const std::optional<WidthRange>& widths, const std::optional<Region>& part) = 0;
 };
 
 }  // namespace plate_reading

@@ -128,9 +128,10 @@ void PlateDetector::FindAtScale(cv::dnn::Net& network, const cv::Mat& grey, floa
     }
 }
 
-std::vector<TextRow> PlateDetector::Find(const cv::Mat& grey, const HeightRange& heights) {
+std::vector<TextRow> PlateDetector::Find(const cv::Mat& grey, const HeightRange& heights,
+                                         std::optional<int> wholeWidth) {
     std::vector<TextRow> cells;
-    const auto width = static_cast<float>(grey.cols);
+    const auto width = static_cast<float>(wholeWidth.value_or(grey.cols));
     float scale = std::min(width > wideFrame ? wideScale : 1.f, maxSearchWidth / width);
     for (std::size_t level = 0; level < levels; ++level, scale /= 2) {
         const bool largest = level == 0;

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <array>
+#include <optional>
 #include <vector>
 
 #include <opencv2/core.hpp>
@@ -23,8 +24,9 @@ class PlateDetector {
     /// `network` is the content of an ONNX file. Throws cv::Exception.
     explicit PlateDetector(const std::vector<unsigned char>& network);
 
-    /// Returns the rows found, the best first; scores are 0 to 1. `grey` has 8 bits. Throws cv::Exception.
-    std::vector<TextRow> Find(const cv::Mat& grey, const HeightRange& heights);
+    /// Returns the rows found, the best first; scores are 0 to 1. `grey` has 8 bits; if it is a part of a picture, the
+    /// scales are those of that picture, which is `wholeWidth` wide. Throws cv::Exception.
+    std::vector<TextRow> Find(const cv::Mat& grey, const HeightRange& heights, std::optional<int> wholeWidth = {});
 
   private:
     static constexpr std::size_t levels = 3;

@@ -140,39 +140,49 @@ class PlateFrameReader final : public FrameReader {
           reader_(ReaderNetwork()) {}
 
     std::vector<Reading> Read(const Picture& picture, const std::optional<Region>& region,
-                              const std::optional<WidthRange>& widths) override {
+                              const std::optional<WidthRange>& widths, const std::optional<Region>& part) override {
         const cv::Mat colours(picture.height, picture.width, CV_8UC3, const_cast<std::uint8_t*>(picture.pixels),
                               picture.stride);
-        cv::Rect searched(0, 0, picture.width, picture.height);
+        cv::Rect whole(0, 0, picture.width, picture.height);
         if (region) {
-            searched.x = std::clamp(region->left, 0, picture.width);
-            searched.y = std::clamp(region->top, 0, picture.height);
-            searched.width = std::clamp(region->right, 0, picture.width) - searched.x;
-            searched.height = std::clamp(region->bottom, 0, picture.height) - searched.y;
+            whole = PartOf(whole, *region);
         }
-        if (searched.width < 8 || searched.height < 8 || (widths && widths->maximum < widths->minimum)) {
+        if (IsTooSmall(whole) || (widths && widths->maximum < widths->minimum)) {
+            return {};
+        }
+        const cv::Rect searched = part ? PartOf(whole, *part) : whole;
+        if (IsTooSmall(searched)) {
             return {};
         }
         cv::Mat grey;
         cv::cvtColor(colours(searched), grey, cv::COLOR_BGR2GRAY);
 
         std::vector<Reading> readings;
-        for (const RowText& text : ReadRows(grey, widths)) {
+        for (const RowText& text : ReadRows(grey, whole.width, widths)) {
             readings.push_back(MakeReading(text, searched.tl()));
         }
         return readings;
     }
 
   private:
-    /// Best first, one for each place.
-    std::vector<RowText> ReadRows(const cv::Mat& grey, const std::optional<WidthRange>& widths) {
+    static bool IsTooSmall(const cv::Rect& area) { return area.width < 8 || area.height < 8; }
+
+    static cv::Rect PartOf(const cv::Rect& area, const Region& region) {
+        const int left = std::clamp(region.left, area.x, area.br().x);
+        const int top = std::clamp(region.top, area.y, area.br().y);
+        return {left, top, std::clamp(region.right, area.x, area.br().x) - left,
+                std::clamp(region.bottom, area.y, area.br().y) - top};
+    }
+
+    /// Best first, one for each place. `wholeWidth` is that of the region that `grey` is a part of.
+    std::vector<RowText> ReadRows(const cv::Mat& grey, int wholeWidth, const std::optional<WidthRange>& widths) {
         HeightRange heights = anyHeight;
         if (widths) {
             heights.minimum = std::max(heights.minimum, static_cast<float>(widths->minimum) / maxAspect);
             heights.maximum = std::min(heights.maximum, static_cast<float>(widths->maximum) / minAspect);
         }
         std::vector<RowText> texts;
-        std::vector<TextRow> detected = FilterByWidth(detector_.Find(grey, heights), widths);
+        std::vector<TextRow> detected = FilterByWidth(detector_.Find(grey, heights, wholeWidth), widths);
         detected.resize(std::min(detected.size(), maxDetectedRows));
         const auto doubtful =
             std::find_if(detected.begin(), detected.end(), [](const TextRow& row) { return row.score < sureScore; });

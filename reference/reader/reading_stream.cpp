@@ -23,8 +23,25 @@ constexpr int establishedAfter = 5;
 // Pixels; a text that ends closer to a side of the searched area may continue beyond it.
 constexpr int edgeMargin = 3;
 
+// Pixels; the side of the squares whose mean brightness shows where the picture has changed, and the distance of the
+// pixels that are sampled in one.
+constexpr int squareSide = 16;
+constexpr int squareStep = 2;
+// Grey levels; the noise of a camera changes the mean of a square by less than one.
+constexpr float changedBrightness = 3;
+// Pixels around the squares that have changed, so that a plate at their side is searched as a whole.
+constexpr int changedMargin = 24;
+// A part with this share of the whole takes as long as the whole.
+constexpr double wholeShare = 0.8;
+constexpr int maxFramesSinceWhole = 25;
+constexpr std::chrono::seconds maxTimeSinceWhole{1};
+
 // The largest distance between two successive readings of a plate, in plate widths.
 constexpr double maxMovement = 1.5;
+
+// Frames for which a plate that was reported, and is then not read, is reported where it must be by now: the host's
+// tracker begins a new track, and so a second event, for a plate that is missing too often.
+constexpr int maxHiddenFrames = 3;
 
 // Frames for which a plate that is not seen is remembered.
 constexpr int maxUnseenFrames = 50;
@@ -33,6 +50,9 @@ constexpr int maxUnseenFrames = 50;
 constexpr std::size_t maxTexts = 64;
 
 constexpr double minConfidence = 80;  // of the text that is reported, on average
+// A text with the format of a country and this confidence on average needs one frame less.
+constexpr double sureConfidence = 97;
+constexpr int minNeeded = 2;
 // For texts that are often not those of plates.
 constexpr double minDoubtfulConfidence = 95;
 constexpr int doubtfulFactor = 3;         // for the number of frames that must agree
@@ -91,7 +111,125 @@ std::vector<float> Thumbnail(const Picture& picture) {
     return fields;
 }
 
+Region BoxOf(const Reading& reading) {
+    Region box{reading.corners[0].x, reading.corners[0].y, reading.corners[0].x, reading.corners[0].y};
+    for (const Point& corner : reading.corners) {
+        box = {std::min(box.left, corner.x), std::min(box.top, corner.y), std::max(box.right, corner.x),
+               std::max(box.bottom, corner.y)};
+    }
+    return box;
+}
+
+bool Intersect(const Region& a, const Region& b) {
+    return a.left < b.right && b.left < a.right && a.top < b.bottom && b.top < a.bottom;
+}
+
+Region Around(const Region& a, const Region& b) {
+    return {std::min(a.left, b.left), std::min(a.top, b.top), std::max(a.right, b.right), std::max(a.bottom, b.bottom)};
+}
+
+Region Grow(const Region& region, int by, const Region& limit) {
+    return {std::max(region.left - by, limit.left), std::max(region.top - by, limit.top),
+            std::min(region.right + by, limit.right), std::min(region.bottom + by, limit.bottom)};
+}
+
+double AreaOf(const Region& region) {
+    return static_cast<double>(region.right - region.left) * (region.bottom - region.top);
+}
+
+/// The mean brightness of a square, from its green pixels.
+float BrightnessOf(const Picture& picture, const Region& square) {
+    int sum = 0;
+    for (int y = square.top; y < square.bottom; y += squareStep) {
+        const std::uint8_t* const line = picture.pixels + static_cast<std::size_t>(y) * picture.stride + 1;
+        for (int x = square.left; x < square.right; x += squareStep) {
+            sum += line[3 * static_cast<std::size_t>(x)];
+        }
+    }
+    constexpr int samples = (squareSide / squareStep) * (squareSide / squareStep);
+    return static_cast<float>(sum) / samples;
+}
+
+/// Squares that cover the region; the last ones of a row or column overlap. None if the region is smaller than one.
+std::vector<Region> SquaresOf(const Region& region) {
+    std::vector<Region> squares;
+    const int lastLeft = region.right - squareSide;
+    const int lastTop = region.bottom - squareSide;
+    if (lastLeft < region.left || lastTop < region.top) {
+        return squares;
+    }
+    for (int y = region.top; y < region.bottom; y += squareSide) {
+        for (int x = region.left; x < region.right; x += squareSide) {
+            const int left = std::min(x, lastLeft);
+            const int top = std::min(y, lastTop);
+            squares.push_back({left, top, left + squareSide, top + squareSide});
+        }
+    }
+    return squares;
+}
+
 }  // namespace
+
+Region ReadingStream::ChangedPart(const Picture& picture, const std::optional<Region>& region) {
+    const Region frame{0, 0, picture.width, picture.height};
+    Region whole = frame;
+    if (region) {
+        whole = {std::clamp(region->left, 0, frame.right), std::clamp(region->top, 0, frame.bottom),
+                 std::clamp(region->right, 0, frame.right), std::clamp(region->bottom, 0, frame.bottom)};
+    }
+    const std::vector<Region> squares = SquaresOf(whole);
+    if (needed_ <= 1 || squares.empty()) {
+        return whole;
+    }
+    const bool isKnown = whole == searched_ && brightness_.size() == squares.size();
+    std::vector<float> brightness;
+    brightness.reserve(squares.size());
+    std::optional<Region> changed;
+    for (const Region& square : squares) {
+        brightness.push_back(BrightnessOf(picture, square));
+        const std::size_t index = brightness.size() - 1;
+        if (isKnown && std::abs(brightness[index] - brightness_[index]) > changedBrightness) {
+            changed = changed ? Around(*changed, square) : square;
+        }
+    }
+    Region part;
+    if (changed) {
+        part = WithPlates(Grow(*changed, changedMargin, whole), whole);
+    }
+    const Clock::time_point now = now_();
+    ++sinceWholeSearch_;
+    if (!isKnown || sinceWholeSearch_ >= maxFramesSinceWhole || now - wholeSearch_ >= maxTimeSinceWhole ||
+        AreaOf(part) > wholeShare * AreaOf(whole)) {
+        part = whole;
+        sinceWholeSearch_ = 0;
+        wholeSearch_ = now;
+        searched_ = whole;
+        brightness_ = std::move(brightness);
+        return part;
+    }
+    for (std::size_t index = 0; index < squares.size(); ++index) {
+        if (Intersect(part, squares[index])) {
+            brightness_[index] = brightness[index];
+        }
+    }
+    return part;
+}
+
+// Enlarges the part so that no plate of the previous frame is only partly in it.
+Region ReadingStream::WithPlates(Region part, const Region& whole) const {
+    for (bool hasGrown = true; hasGrown;) {
+        hasGrown = false;
+        for (const Reading& reading : lastReadings_) {
+            const Region box = Grow(BoxOf(reading), changedMargin, whole);
+            const Region larger = Around(part, box);
+            if (Intersect(part, box) && larger != part) {
+                part = larger;
+                hasGrown = true;
+            }
+        }
+    }
+    return part;
+}
 
 bool ReadingStream::ContinuesScene(const Picture& picture) {
     std::vector<float> fields = Thumbnail(picture);
@@ -146,6 +284,10 @@ ReadingStream::Plate& ReadingStream::PlateOf(const Reading& reading) {
         nearest->firstX = x;
         nearest->firstY = y;
     }
+    if (const int frames = pictures_ - nearest->lastSeen; nearest->lastSeen > 0) {
+        nearest->speedX = (x - nearest->x) / frames;
+        nearest->speedY = (y - nearest->y) / frames;
+    }
     nearest->x = x;
     nearest->y = y;
     nearest->width = readWidth;
@@ -170,12 +312,26 @@ void ReadingStream::ForgetText(Plate& plate, const std::string& kept) const {
     plate.texts.erase(least);
 }
 
+// The number of frames that must agree on a text.
+int ReadingStream::NeededFor(const std::pair<const std::string, Votes>& text) const {
+    const Votes& votes = text.second;
+    if (IsDoubtful(text.first)) {
+        return needed_ * doubtfulFactor;
+    }
+    if (!votes.hasFormat) {
+        return needed_ + 1;
+    }
+    return votes.confidence >= sureConfidence * votes.count ? std::max(needed_ - 1, minNeeded) : needed_;
+}
+
 bool ReadingStream::Confirm(Plate& plate, Reading& reading) const {
     Votes& own = plate.texts[reading.text];
     ForgetText(plate, reading.text);
     ++own.count;
     own.weight += std::pow(reading.confidence / 100, 4);
     own.confidence += reading.confidence;
+    own.hasFormat = reading.hasFormat;
+    own.country = reading.country.empty() ? own.country : reading.country;
 
     double all = 0;
     const std::pair<const std::string, Votes>* leader = nullptr;
@@ -189,7 +345,7 @@ bool ReadingStream::Confirm(Plate& plate, Reading& reading) const {
     const auto before = plate.texts.find(plate.reported);
     const bool isDoubtful = IsDoubtful(leader->first);
     const bool replaces = before == plate.texts.end() || votes.weight > clearLead * before->second.weight;
-    if (replaces && votes.count >= needed_ * (isDoubtful ? doubtfulFactor : 1) && votes.weight >= minShare * all &&
+    if (replaces && votes.count >= NeededFor(*leader) && votes.weight >= minShare * all &&
         votes.confidence >= (isDoubtful ? minDoubtfulConfidence : minConfidence) * votes.count &&
         (!isDoubtful || plate.hasMoved)) {
         plate.reported = leader->first;
@@ -202,14 +358,21 @@ bool ReadingStream::Confirm(Plate& plate, Reading& reading) const {
         reading.text = plate.reported;
         reading.confidence = reported.confidence / reported.count;
     }
+    reading.country = plate.texts[plate.reported].country;
     return true;
 }
 
 std::vector<Reading> ReadingStream::Follow(const Picture& picture, const std::optional<Region>& region,
-                                           std::vector<Reading> readings) {
+                                           std::vector<Reading> readings, const std::optional<Region>& part) {
     if (needed_ <= 1 || picture.width <= 0 || picture.height <= 0) {
         return readings;
     }
+    for (Reading& previous : lastReadings_) {
+        if (part && !Intersect(*part, BoxOf(previous))) {
+            readings.push_back(std::move(previous));
+        }
+    }
+    lastReadings_ = readings;
     ++pictures_;
     const bool isStream = ContinuesScene(picture);
     std::erase_if(plates_, [&](const Plate& plate) { return pictures_ - plate.lastSeen > maxUnseenFrames; });
@@ -222,6 +385,7 @@ std::vector<Reading> ReadingStream::Follow(const Picture& picture, const std::op
         }
         Plate& plate = PlateOf(reading);
         const bool confirmed = Confirm(plate, reading);
+        plate.last = reading;
         // The first frames are single images or the start of a stream, in which the next ones confirm their readings.
         const bool isUnsure = IsDoubtful(reading.text) || (pictures_ <= 2 && reading.confidence < minConfidence);
         if (confirmed) {
@@ -233,7 +397,30 @@ std::vector<Reading> ReadingStream::Follow(const Picture& picture, const std::op
         plate.reported = reading.text;  // if this is the start of a stream, the next frames show the same text
         return false;
     });
+    AddHidden({left, 0, right, picture.height}, readings);
     return readings;
+}
+
+// Adds the plates that were reported in one of the last frames but not read in this one, where they are by now.
+void ReadingStream::AddHidden(const Region& whole, std::vector<Reading>& readings) const {
+    for (const Plate& plate : plates_) {
+        const int hidden = pictures_ - plate.lastSeen;
+        if (plate.reported.empty() || hidden == 0 || hidden > maxHiddenFrames) {
+            continue;
+        }
+        Reading reading = plate.last;
+        for (Point& corner : reading.corners) {
+            corner.x += static_cast<int>(std::lround(plate.speedX * hidden));
+            corner.y += static_cast<int>(std::lround(plate.speedY * hidden));
+        }
+        const Region box = BoxOf(reading);
+        const bool isCovered = std::any_of(lastReadings_.begin(), lastReadings_.end(),
+                                           [&](const Reading& other) { return Intersect(box, BoxOf(other)); });
+        if (!isCovered && box.left >= whole.left + edgeMargin && box.right <= whole.right - edgeMargin &&
+            box.top >= whole.top + edgeMargin && box.bottom <= whole.bottom - edgeMargin) {
+            readings.push_back(std::move(reading));
+        }
+    }
 }
 
 }  // namespace plate_reading

@@ -1,6 +1,7 @@
 /// Combines the readings of a plate in successive frames of one camera.
 #pragma once
 
+#include <chrono>
 #include <map>
 #include <optional>
 #include <string>
@@ -17,19 +18,32 @@ namespace plate_reading {
 /// One camera, one thread at a time.
 class ReadingStream {
   public:
-    /// The number of frames that must agree; with 1, readings are not changed.
-    explicit ReadingStream(int confirmations) : needed_(confirmations) {}
+    using Clock = std::chrono::steady_clock;
 
-    /// Returns the readings of the next frame that are to be reported, in the same order. `region` is the area that was
-    /// searched; without it, the whole frame.
+    /// The number of frames that must agree; with 1, readings are not changed. `now` returns the time.
+    explicit ReadingStream(int confirmations, Clock::time_point (*now)() = Clock::now)
+        : needed_(confirmations), now_(now) {}
+
+    /// The part of the next frame that must be searched: where it differs from the frames in which it was searched, and
+    /// all of it at least once a second and every 25 frames. May be empty: nothing has changed.
+    Region ChangedPart(const Picture& picture, const std::optional<Region>& region);
+
+    /// The next frame is searched as a whole, because other plates are wanted.
+    void ForgetPicture() { brightness_.clear(); }
+
+    /// Returns the readings of the next frame that are to be reported. `region` is the area that may be searched;
+    /// without it, the whole frame. If only a part of it was searched for `readings`, the plates outside that part are
+    /// those of the previous frame.
     std::vector<Reading> Follow(const Picture& picture, const std::optional<Region>& region,
-                                std::vector<Reading> readings);
+                                std::vector<Reading> readings, const std::optional<Region>& part = std::nullopt);
 
   private:
     struct Votes {
         int count = 0;
         double weight = 0;
         double confidence = 0;  ///< the sum
+        bool hasFormat = false;
+        std::string country;
     };
 
     struct Plate {
@@ -40,23 +54,36 @@ class ReadingStream {
         double firstY = 0;
         bool hasMoved = false;
         int lastSeen = 0;
+        double speedX = 0;  // pixels a frame
+        double speedY = 0;
+        Reading last;
         std::map<std::string, Votes> texts;
         std::string reported;
     };
 
     /// Whether the frame belongs to the stream of the previous one. Forgets the plates when the scene changes.
     bool ContinuesScene(const Picture& picture);
+    Region WithPlates(Region part, const Region& whole) const;
     Plate& PlateOf(const Reading& reading);
     void ForgetText(Plate& plate, const std::string& kept) const;
+    void AddHidden(const Region& whole, std::vector<Reading>& readings) const;
+    int NeededFor(const std::pair<const std::string, Votes>& text) const;
     bool Confirm(Plate& plate, Reading& reading) const;
 
     int needed_;
+    Clock::time_point (*now_)();
     int pictures_ = 0;
     int sameScene_ = 0;  ///< number of consecutive frames
     int width_ = 0;
     int height_ = 0;
     std::vector<float> thumbnail_;
     std::vector<Plate> plates_;
+
+    std::vector<float> brightness_;  // of each square of `searched_` when it was last searched
+    Region searched_;
+    int sinceWholeSearch_ = 0;  // frames
+    Clock::time_point wholeSearch_;
+    std::vector<Reading> lastReadings_;
 };
 
 }  // namespace plate_reading

@@ -81,7 +81,11 @@ class Session {
     }
 
     std::optional<transport::Contents> Handle(const transport::Range& range) {
-        widths_ = plate_reading::WidthRange{range.minimum, range.maximum};
+        const plate_reading::WidthRange widths{range.minimum, range.maximum};
+        if (widths_ != widths) {
+            widths_ = widths;
+            stream_.ForgetPicture();
+        }
         return transport::RangeAccepted();
     }
 
@@ -90,10 +94,6 @@ class Session {
         const transport::Deadline deadline = transport::Clock::now() + transport::frameTimeout;
         if (!connection_.ReceiveAll(pixels_, transport::PictureBytes(frame.width, frame.height), deadline)) {
             return std::nullopt;
-        }
-        const std::optional<ReaderPool::Loan> loan = readers_.Take(deadline);
-        if (!loan || !connection_.IsPeerConnected()) {
-            return transport::Readings();
         }
         plate_reading::Picture picture;
         picture.pixels = pixels_.data();
@@ -105,8 +105,19 @@ class Session {
             region = {frame.region.left, frame.region.top, frame.region.right, frame.region.bottom};
         }
         try {
-            return ToMessage(stream_.Follow(picture, region, loan->Reader().Read(picture, region, widths_)));
+            const plate_reading::Region part = stream_.ChangedPart(picture, region);
+            std::vector<plate_reading::Reading> readings;
+            if (part != plate_reading::Region()) {
+                const std::optional<ReaderPool::Loan> loan = readers_.Take(deadline);
+                if (!loan || !connection_.IsPeerConnected()) {
+                    stream_.ForgetPicture();
+                    return transport::Readings();
+                }
+                readings = loan->Reader().Read(picture, region, widths_, part);
+            }
+            return ToMessage(stream_.Follow(picture, region, std::move(readings), part));
         } catch (const std::exception& error) {
+            stream_.ForgetPicture();
             LogError(std::string("cannot read a frame: ") + error.what());
         } catch (...) {
             LogError("cannot read a frame");

@@ -39,7 +39,7 @@ std::string NineDigits(std::uint64_t number) {
 class Reader final : public plate_reading::FrameReader {
   public:
     std::vector<Reading> Read(const Picture& picture, const std::optional<Region>& region,
-                              const std::optional<WidthRange>& widths) override {
+                              const std::optional<WidthRange>& widths, const std::optional<Region>&) override {
         const std::uint8_t argument = picture.pixels[1];
         std::vector<Reading> readings;
         switch (picture.pixels[0]) {

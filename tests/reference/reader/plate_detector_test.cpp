@@ -55,6 +55,24 @@ TEST(PlateDetector, SearchesOnlyTheRequestedHeights) {
     EXPECT_THAT(detector.Find(grey, {70, 1000}), testing::Not(testing::IsEmpty()));
 }
 
+TEST(PlateDetector, SearchesAPartAtTheScalesOfTheWhole) {
+    PlateDetector detector(DetectorNetwork());
+    cv::Mat picture = DrawStreet(1280, 720);
+    DrawPlate(picture, {"AB123CD", 300, 150, 14});
+    DrawPlate(picture, {"KLM4567", 900, 450, 40});
+    const cv::Mat grey = Grey(picture);
+    const std::vector<TextRow> all = detector.Find(grey, any);
+    for (const cv::Rect part : {cv::Rect(128, 64, 320, 192), cv::Rect(640, 320, 512, 256)}) {
+        const std::vector<TextRow> rows = detector.Find(grey(part), any, grey.cols);
+        ASSERT_THAT(rows, testing::Not(testing::IsEmpty()));
+        const cv::Point2f centre = rows[0].centre + cv::Point2f(part.tl());
+        const bool isInWhole = std::any_of(all.begin(), all.end(), [&](const TextRow& row) {
+            return cv::norm(row.centre - centre) < 4 && std::abs(row.height - rows[0].height) < 3;
+        });
+        EXPECT_TRUE(isInWhole) << centre;
+    }
+}
+
 TEST(PlateDetector, TheMostConfidentRowIsFirst) {
     PlateDetector detector(DetectorNetwork());
     cv::Mat picture = DrawStreet(1280, 720);

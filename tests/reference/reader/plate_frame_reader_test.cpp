@@ -25,8 +25,9 @@ constexpr int height = 720;
 
 class PlateFrameReaderTest : public testing::Test {
   protected:
-    std::vector<Reading> Read(const std::optional<Region>& region = {}, const std::optional<WidthRange>& widths = {}) {
-        return reader->Read(AsPicture(picture), region, widths);
+    std::vector<Reading> Read(const std::optional<Region>& region = {}, const std::optional<WidthRange>& widths = {},
+                              const std::optional<Region>& part = {}) {
+        return reader->Read(AsPicture(picture), region, widths, part);
     }
 
     static std::vector<std::string> Texts(const std::vector<Reading>& readings) {
@@ -146,6 +147,18 @@ TEST_F(PlateFrameReaderTest, SearchesOnlyTheRegionAndReturnsPictureCoordinates) 
     EXPECT_NEAR((readings[0].corners[0].y + readings[0].corners[3].y) / 2.0, 500, 8);
 }
 
+TEST_F(PlateFrameReaderTest, SearchesOnlyThePartOfTheRegion) {
+    DrawPlate(picture, {"AB123CD", 300, 200, 24});
+    DrawPlate(picture, {"KLM4567", 900, 500, 24});
+    const Region part{640, 360, width, height};
+    const std::vector<Reading> readings = Read({}, {}, part);
+    ASSERT_THAT(Texts(readings), testing::ElementsAre("KLM4567"));
+    EXPECT_NEAR((readings[0].corners[0].x + readings[0].corners[3].x) / 2.0, 900, 12);
+    EXPECT_THAT(Texts(Read(part, {}, Region{0, 0, width, height})), testing::ElementsAre("KLM4567"));
+    EXPECT_THAT(Read(part, {}, Region{0, 0, 500, 300}), IsEmpty());
+    EXPECT_THAT(Read(part, {}, Region{}), IsEmpty());
+}
+
 TEST_F(PlateFrameReaderTest, ReadsLookAlikesByTheFormat) {
     // In this typeface the letter and the digit differ in their width only.
     DrawPlate(picture, {"MHO2AB34O1", 640, 400, 30});
@@ -203,7 +216,7 @@ TEST_F(PlateFrameReaderTest, RowsMayHavePadding) {
     picture.copyTo(wider(cv::Rect(0, 0, width, height)));
     const std::vector<Reading> packed = Read();
     const std::vector<Reading> padded =
-        reader->Read({wider.data, width, height, wider.step}, std::nullopt, std::nullopt);
+        reader->Read({wider.data, width, height, wider.step}, std::nullopt, std::nullopt, std::nullopt);
     ASSERT_THAT(Texts(packed), testing::ElementsAre("AB123CD"));
     ASSERT_THAT(Texts(padded), testing::ElementsAre("AB123CD"));
     EXPECT_DOUBLE_EQ(packed[0].confidence, padded[0].confidence);
@@ -215,7 +228,7 @@ TEST_F(PlateFrameReaderTest, AcceptsPicturesOfAnySize) {
         cv::Mat noise(size, CV_8UC3);
         cv::theRNG().state = 3;
         cv::randu(noise, 0, 255);
-        EXPECT_LE(reader->Read(AsPicture(noise), std::nullopt, std::nullopt).size(), 5u) << size;
+        EXPECT_LE(reader->Read(AsPicture(noise), std::nullopt, std::nullopt, std::nullopt).size(), 5u) << size;
     }
 }
 
@@ -224,7 +237,8 @@ TEST_F(PlateFrameReaderTest, TemplatesResolveLookAlikes) {
     const std::vector<std::string> patterns = {"LLDLD", "DLLDD"};
     for (const std::string& pattern : patterns) {
         const std::unique_ptr<FrameReader> strict = MakePlateFrameReader({{pattern}});
-        const std::vector<Reading> readings = strict->Read(AsPicture(picture), std::nullopt, std::nullopt);
+        const std::vector<Reading> readings =
+            strict->Read(AsPicture(picture), std::nullopt, std::nullopt, std::nullopt);
         ASSERT_THAT(readings, SizeIs(1));
         ASSERT_EQ(readings[0].text.size(), pattern.size());
         for (std::size_t i = 0; i < pattern.size(); ++i) {

@@ -12,8 +12,10 @@ using testing::ElementsAre;
 using testing::IsEmpty;
 
 Reading ReadingOf(const std::string& text, double confidence, int x, int y) {
-    return {text, confidence, {Point{x, y}, Point{x, y + 20}, Point{x + 120, y}, Point{x + 120, y + 20}}};
+    return {text, confidence, {Point{x, y}, Point{x, y + 20}, Point{x + 120, y}, Point{x + 120, y + 20}}, "", true};
 }
+
+ReadingStream::Clock::time_point testTime;
 
 class ReadingStreamTest : public testing::Test {
   protected:
@@ -45,7 +47,7 @@ class ReadingStreamTest : public testing::Test {
 
     cv::Mat picture{360, 640, CV_8UC3, cv::Scalar(90, 100, 110)};
     std::optional<Region> region;
-    ReadingStream stream{3};
+    ReadingStream stream{3, [] { return testTime; }};
     std::vector<Reading> reported;
 };
 
@@ -55,6 +57,168 @@ TEST_F(ReadingStreamTest, AReadingIsReportedWhenEnoughPicturesAgree) {
     EXPECT_THAT(Show({ReadingOf("AB123CD", 95, 120, 108)}), ElementsAre("AB123CD"));
     EXPECT_EQ(reported[0].corners[0].x, 120);
     EXPECT_THAT(Show({ReadingOf("AB123CD", 95, 130, 112)}), ElementsAre("AB123CD"));
+}
+
+TEST_F(ReadingStreamTest, ASureTextWithAFormatNeedsOneFrameLessAndATextWithoutOneMore) {
+    const auto framesFor = [](double confidence, bool hasFormat) {
+        const cv::Mat grey(360, 640, CV_8UC3, cv::Scalar(90, 100, 110));
+        const Picture shown{grey.data, grey.cols, grey.rows, grey.step};
+        ReadingStream fresh(3);
+        fresh.Follow(shown, {}, {});
+        fresh.Follow(shown, {}, {});
+        Reading reading = ReadingOf("AB123CD", confidence, 100, 100);
+        reading.hasFormat = hasFormat;
+        int frames = 1;
+        while (frames < 20 && fresh.Follow(shown, {}, {reading}).empty()) {
+            ++frames;
+        }
+        return frames;
+    };
+    EXPECT_EQ(framesFor(99, true), 2);
+    EXPECT_EQ(framesFor(90, true), 3);
+    EXPECT_EQ(framesFor(99, false), 4);
+    EXPECT_EQ(framesFor(70, true), 20);
+}
+
+TEST_F(ReadingStreamTest, APlateThatIsNotReadForThreeFramesIsReportedWhereItMustBe) {
+    for (int i = 0; i < 5; ++i) {
+        Show({ReadingOf("AB123CD", 95, 100 + 10 * i, 100 + 2 * i)});
+    }
+    for (int i = 5; i < 8; ++i) {
+        EXPECT_THAT(Show({}), ElementsAre("AB123CD"));
+        EXPECT_EQ(reported[0].corners[0].x, 100 + 10 * i);
+        EXPECT_EQ(reported[0].corners[0].y, 100 + 2 * i);
+    }
+    EXPECT_THAT(Show({}), IsEmpty());
+}
+
+TEST_F(ReadingStreamTest, AHiddenPlateIsNotReportedOutsideTheFrameOrUnderAnother) {
+    for (int i = 0; i < 5; ++i) {
+        Show({ReadingOf("AB123CD", 95, 400 + 20 * i, 100), ReadingOf("KLM4567", 95, 100, 200)});
+    }
+    EXPECT_THAT(Show({ReadingOf("XY999ZZ", 95, 150, 200)}), ElementsAre("AB123CD"));
+    EXPECT_THAT(Show({ReadingOf("XY999ZZ", 95, 150, 200)}), IsEmpty()) << "at the right side";
+}
+
+TEST_F(ReadingStreamTest, TheCountryIsThatOfTheReportedText) {
+    Reading reading = ReadingOf("AB123CD", 95, 100, 100);
+    reading.country = "FRA";
+    for (int i = 0; i < 4; ++i) {
+        Show({reading});
+    }
+    EXPECT_EQ(reported.at(0).country, "FRA");
+    Show({ReadingOf("A8123CD", 97, 100, 100)});
+    EXPECT_EQ(reported.at(0).text, "AB123CD");
+    EXPECT_EQ(reported.at(0).country, "FRA");
+}
+
+/// The parts of a camera's pictures that are to be searched.
+class ChangedPartTest : public ReadingStreamTest {
+  protected:
+    ChangedPartTest() {
+        picture = cv::Mat(368, 640, CV_8UC3, cv::Scalar(90, 100, 110));
+        picture.forEach<cv::Vec3b>([](cv::Vec3b& pixel, const int* place) {
+            pixel[1] = static_cast<std::uint8_t>(100 + (place[0] * 7 + place[1] * 3) % 40);
+        });
+        EXPECT_EQ(Part(), whole);
+        Show({});
+    }
+
+    Region Part() { return stream.ChangedPart({picture.data, picture.cols, picture.rows, picture.step}, region); }
+
+    static bool Contains(const Region& part, const cv::Rect& changed) {
+        return part.left <= changed.x && part.top <= changed.y && part.right >= changed.br().x &&
+               part.bottom >= changed.br().y;
+    }
+
+    const Region whole{0, 0, 640, 368};
+    const Region nothing{};
+};
+
+TEST_F(ChangedPartTest, IsEmptyWhenNothingChanges) {
+    for (int i = 0; i < 10; ++i) {
+        EXPECT_EQ(Part(), nothing);
+    }
+}
+
+TEST_F(ChangedPartTest, IsEverythingEvery25FramesAndEverySecond) {
+    for (int i = 1; i <= 100; ++i) {
+        EXPECT_EQ(Part(), i % 25 == 0 ? whole : nothing) << i;
+    }
+    for (int i = 1; i <= 50; ++i) {
+        testTime += std::chrono::milliseconds(100);
+        EXPECT_EQ(Part(), i % 10 == 0 ? whole : nothing) << i;
+    }
+}
+
+TEST_F(ChangedPartTest, ContainsTheChangeAndPlatesThatItTouches) {
+    const cv::Rect car(200, 96, 50, 30);
+    picture(car).setTo(cv::Scalar(200, 200, 200));
+    const Region part = Part();
+    EXPECT_TRUE(Contains(part, car));
+    EXPECT_LT(part.right - part.left, 160);
+    EXPECT_EQ(Part(), nothing) << "it was searched";
+    Show({ReadingOf("AB123CD", 95, 250, 100)});
+    picture(car).setTo(cv::Scalar(20, 20, 20));
+    EXPECT_TRUE(Contains(Part(), cv::Rect(250, 100, 120, 20)));
+}
+
+TEST_F(ChangedPartTest, FollowsSlowChanges) {
+    int searched = 0;
+    for (int i = 0; i < 8; ++i) {
+        picture(cv::Rect(320, 160, 64, 64)) += cv::Scalar::all(1);
+        searched += Part() == nothing ? 0 : 1;
+    }
+    EXPECT_EQ(searched, 2) << "the changes since the last search count, not those since the last frame";
+}
+
+TEST_F(ChangedPartTest, NoiseIsNoChange) {
+    cv::RNG random(3);
+    const cv::Mat scene = picture.clone();
+    cv::Mat noise(picture.size(), CV_16SC3);
+    for (int i = 0; i < 10; ++i) {
+        random.fill(noise, cv::RNG::NORMAL, 0, 5);
+        cv::add(scene, noise, picture, cv::noArray(), CV_8U);
+        EXPECT_EQ(Part(), nothing);
+    }
+}
+
+TEST_F(ChangedPartTest, IsEverythingWhenTheRegionOrTheSizeChanges) {
+    region = Region{100, 50, 500, 300};
+    EXPECT_EQ(Part(), *region);
+    EXPECT_EQ(Part(), nothing);
+    region.reset();
+    EXPECT_EQ(Part(), whole);
+    stream.ForgetPicture();
+    EXPECT_EQ(Part(), whole);
+    picture = picture(cv::Rect(0, 0, 600, 300)).clone();
+    EXPECT_EQ(Part(), (Region{0, 0, 600, 300}));
+    picture = picture(cv::Rect(0, 0, 7, 5)).clone();
+    EXPECT_EQ(Part(), (Region{0, 0, 7, 5})) << "too small for a square";
+    region = Region{-2147483647, -5, 2147483647, 3};
+    EXPECT_EQ(Part(), (Region{0, 0, 7, 3}));
+}
+
+TEST_F(ChangedPartTest, IsEverythingWithoutConfirmations) {
+    ReadingStream independent(1);
+    for (int i = 0; i < 3; ++i) {
+        EXPECT_EQ(independent.ChangedPart({picture.data, picture.cols, picture.rows, picture.step}, {}), whole);
+    }
+}
+
+TEST_F(ChangedPartTest, PlatesElsewhereStay) {
+    for (int i = 0; i < 4; ++i) {
+        Show({ReadingOf("AB123CD", 95, 100, 100), ReadingOf("KLM4567", 95, 400, 300)});
+    }
+    const Region part{350, 250, 600, 368};
+    for (int i = 0; i < 10; ++i) {
+        std::vector<std::string> texts;
+        for (const Reading& reading : stream.Follow({picture.data, picture.cols, picture.rows, picture.step}, {},
+                                                    {ReadingOf("KLM4567", 95, 400, 300)}, part)) {
+            texts.push_back(reading.text);
+        }
+        EXPECT_THAT(texts, testing::UnorderedElementsAre("AB123CD", "KLM4567"));
+    }
 }
 
 TEST_F(ReadingStreamTest, AMisreadingIsReportedAsTheConfirmedText) {
