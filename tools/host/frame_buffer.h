@@ -6,7 +6,7 @@
 
 #include "sdk/buffer.h"
 #include "tools/host/held_frames.h"
-#include "tools/host/video_reader.h"
+#include "tools/host/picture.h"
 
 namespace plate_host {
 

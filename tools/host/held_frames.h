@@ -7,7 +7,7 @@
 #include <optional>
 #include <utility>
 
-#include "tools/host/video_reader.h"
+#include "tools/host/picture.h"
 
 namespace plate_host {
 

@@ -16,6 +16,7 @@
 #include "tools/host/snapshots.h"
 #include "tools/host/summary.h"
 #include "tools/host/system.h"
+#include "tools/host/video_reader.h"
 
 namespace plate_host {
 namespace {

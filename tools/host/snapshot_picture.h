@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-#include "tools/host/video_reader.h"
+#include "tools/host/picture.h"
 
 namespace plate_host {
 

@@ -9,6 +9,7 @@
 
 #include "tools/host/channel.h"
 #include "tools/host/snapshots.h"
+#include "tools/host/video_reader.h"
 
 namespace plate_host {
 
