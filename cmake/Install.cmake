@@ -20,6 +20,7 @@ install(FILES "${PROJECT_BINARY_DIR}/vexlane-config-version.cmake" DESTINATION l
 
 if(TARGET plate-host)
     install(TARGETS plate-host RUNTIME DESTINATION .)
+    install(FILES ${VEXLANE_HOST_DLLS} DESTINATION .)
 endif()
 if(TARGET plate-server)
     install(TARGETS vexlane_engine_reading plate-server
@@ -32,7 +33,7 @@ if(WIN32)
     install(FILES "${PROJECT_BINARY_DIR}/README.txt" "${PROJECT_SOURCE_DIR}/docs/troubleshooting.md" DESTINATION .)
 endif()
 
-# The licences of the libraries that are linked in, from Debian's packages.
+# The licences of the libraries that are linked in or beside plate-host, from Debian's packages.
 if(CMAKE_CROSSCOMPILING)
     set(notices boost=libboost1.81-dev gcc-runtime=gcc-mingw-w64-base mingw-w64=mingw-w64-common)
     if(TARGET plate-host)
@@ -40,6 +41,13 @@ if(CMAKE_CROSSCOMPILING)
     endif()
     if(TARGET plate-server)
         list(APPEND notices opencv=libopencv-dnn-dev protobuf=protobuf-compiler zlib=libz-mingw-w64-dev)
+    endif()
+    if(VEXLANE_HOST_DLLS)
+        list(APPEND notices ffmpeg=libavcodec-dev)
+        # The text of its licence, its version and its configuration.
+        list(GET VEXLANE_HOST_DLLS 0 dll)
+        cmake_path(GET dll PARENT_PATH folder)
+        install(FILES "${folder}/../notice.txt" DESTINATION third-party RENAME ffmpeg-lgpl.txt)
     endif()
     foreach(notice IN LISTS notices)
         string(REGEX MATCH "^(.*)=(.*)$" notice "${notice}")

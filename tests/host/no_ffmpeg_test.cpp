@@ -4,6 +4,7 @@
 
 #include "tests/host/play_command.h"
 #include "tests/host/process.h"
+#include "tests/host/system_text.h"
 #include "tests/host/temporary_folder.h"
 
 namespace host_test {
@@ -21,6 +22,13 @@ TEST(NoFfmpeg, OtherVideosAreRefusedInOneLineThatNamesAWayToPlayThem) {
                     testing::HasSubstr("ffmpeg -i \"" + video + "\" -pix_fmt yuv420p -f yuv4mpegpipe - | plate-host"));
         EXPECT_THAT(run.errors, testing::EndsWith(" play -\n"));
     }
+}
+
+TEST(NoFfmpeg, AMissingVideoIsReportedAsMissing) {
+    const TemporaryFolder folder;
+    const Finished run = RunHost(PlayCommand(folder.Path("none.mp4"), {}));
+    EXPECT_EQ(run.status, 2);
+    EXPECT_THAT(run.errors, testing::EndsWith("none.mp4\": " + SystemText::NoSuchFile() + "\n"));
 }
 
 }  // namespace

@@ -241,7 +241,7 @@ TEST(Play, EmptyFramesFollowOnEveryChannelAfterALimitedVideo) {
 TEST(Play, AReferenceEngineInItsOwnFolderIsTheDefault) {
     for (const std::string inner : {"reference-engine", "reading"}) {
         const TemporaryFolder folder;
-        const std::string program = folder.Copy(PLATE_HOST_PROGRAM, "plate-host.exe");
+        const std::string program = CopyHost(folder);
         folder.MakeFolder(inner);
         const std::string engine = folder.Copy(HOST_TEST_ENGINE_TWO, inner + "/" + plate_host::EngineFileName());
         HostProcess process({.program = plate_host::ToPath(program),
@@ -257,7 +257,7 @@ TEST(Play, AReferenceEngineInItsOwnFolderIsTheDefault) {
 
 TEST(Play, AnEngineBesideTheProgramIsPreferredToTheReferenceEngine) {
     const TemporaryFolder folder;
-    const std::string program = folder.Copy(PLATE_HOST_PROGRAM, "plate-host.exe");
+    const std::string program = CopyHost(folder);
     folder.MakeFolder("reference-engine");
     folder.Copy(HOST_TEST_ENGINE_TWO, std::string("reference-engine/") + plate_host::EngineFileName());
     folder.Copy(HOST_TEST_ENGINE_ONE, plate_host::EngineFileName());

@@ -1,9 +1,11 @@
 /// The host program as a child process of the test.
 #pragma once
 
+#include <filesystem>
 #include <string>
 #include <vector>
 
+#include "tests/host/temporary_folder.h"
 #include "tests/support/child_process.h"
 #include "tools/host/system.h"
 
@@ -39,6 +41,16 @@ inline Finished RunHost(const std::vector<std::string>& arguments, const std::st
                                             : test_support::EnvironmentChanges{}});
     process.WriteInput(input);
     return process.Wait();
+}
+
+/// Copies the program into the folder, with the DLLs that it needs, which the test needs, too. Returns its path.
+inline std::string CopyHost(const TemporaryFolder& folder) {
+    for (const auto& file : std::filesystem::directory_iterator(plate_host::ProgramFile().parent_path())) {
+        if (file.path().extension() == ".dll") {
+            folder.Copy(plate_host::ToText(file.path()), plate_host::ToText(file.path().filename()));
+        }
+    }
+    return folder.Copy(PLATE_HOST_PROGRAM, "plate-host.exe");
 }
 
 }  // namespace host_test

@@ -1,8 +1,15 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <memory>
+#include <chrono>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <random>
+#include <stdexcept>
 #include <string>
+#include <system_error>
+#include <thread>
 #include <vector>
 
 #include "tests/host/play_command.h"
@@ -13,30 +20,40 @@ namespace {
 
 using testing::HasSubstr;
 
-/// A camera that the test switches off and on.
+/// A camera that the test switches off and on. It is a program of Linux, also under Wine, where it has no handle: it
+/// tells its port in a file and runs until that is removed.
 class Camera {
   public:
     Camera() { SwitchOn(); }
+    Camera(const Camera&) = delete;
+    Camera& operator=(const Camera&) = delete;
+    ~Camera() { SwitchOff(); }
 
     /// Returns when clients can connect; the port stays the same.
     void SwitchOn() {
-        std::vector<std::string> arguments{HOST_TEST_RTSP_SERVER};
-        if (!port_.empty()) {
-            arguments.push_back(port_);
+        const std::string command = HOST_TEST_START_CAMERA " " + file_ + " " + port_ + HOST_TEST_IN_BACKGROUND;
+        const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(120);
+        bool isStarted = std::system(command.c_str()) == 0;
+        while (isStarted && !std::filesystem::exists(file_)) {
+            isStarted = std::chrono::steady_clock::now() < end;
+            std::this_thread::sleep_for(std::chrono::milliseconds(20));
         }
-        server_ = std::make_unique<test_support::ChildProcess>(
-            test_support::ChildProcess::Start{.program = HOST_TEST_PYTHON, .arguments = arguments});
-        server_->WaitForOutput("\n");
-        port_ = server_->Output().substr(0, server_->Output().find('\n'));
+        if (!isStarted) {
+            throw std::runtime_error("cannot start the camera: " + command);
+        }
+        std::ifstream(file_) >> port_;
     }
 
-    void SwitchOff() { server_.reset(); }
+    void SwitchOff() {
+        std::error_code ignored;
+        std::filesystem::remove(file_, ignored);
+    }
 
     std::string Address() const { return "rtsp://127.0.0.1:" + port_ + "/camera"; }
 
   private:
+    const std::string file_ = HOST_TEST_CAMERA "-" + std::to_string(std::random_device()());
     std::string port_;
-    std::unique_ptr<test_support::ChildProcess> server_;
 };
 
 TEST(Reconnection, ACamerasStreamIsOpenedAgain) {
@@ -54,7 +71,7 @@ TEST(Reconnection, ACamerasStreamIsOpenedAgain) {
     process.Stop(StopRequests().front());
     const Finished run = process.WaitWithOpenInput();
     EXPECT_EQ(run.status, 128 + StopRequests().front().number) << run.errors;
-    EXPECT_THAT(run.errors, testing::ContainsRegex("without connection +1 times, [0-9.]+ seconds in all\n"));
+    EXPECT_THAT(run.errors, testing::ContainsRegex("without connection +1 times, .+ seconds in all\n"));
     std::int64_t last = -1;
     std::int64_t largestStep = 0;
     for (const Json& event : Lines(run.output)) {
@@ -80,11 +97,9 @@ TEST(Reconnection, CanBeTurnedOff) {
 }
 
 TEST(Reconnection, AnAddressThatCannotBeOpenedAtFirstIsAnError) {
-    Camera camera;
-    camera.SwitchOff();
-    const Finished run = RunHost(PlayCommand(camera.Address(), {}));
+    const Finished run = RunHost(PlayCommand("rtsp://127.0.0.1:1/camera", {}));
     EXPECT_EQ(run.status, 2);
-    EXPECT_THAT(run.errors, testing::StartsWith("plate-host: cannot open \"" + camera.Address() + "\": "));
+    EXPECT_THAT(run.errors, testing::StartsWith("plate-host: cannot open \"rtsp://127.0.0.1:1/camera\": "));
 }
 
 }  // namespace

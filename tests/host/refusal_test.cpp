@@ -31,7 +31,6 @@ class Refusal : public testing::Test {
 };
 
 TEST_F(Refusal, AMissingVideo) {
-    ExpectOneLine(RunHost(PlayCommand(folder.Path("none.mp4"), {})), "none.mp4\": " + SystemText::NoSuchFile());
     ExpectOneLine(RunHost(PlayCommand(folder.Path("none.y4m"), {})), "none.y4m\": " + SystemText::NoSuchFile());
 }
 
@@ -81,7 +80,7 @@ TEST_F(Refusal, AMissingEngine) {
 }
 
 TEST_F(Refusal, NoEngineBesideTheProgram) {
-    const std::string program = folder.Copy(PLATE_HOST_PROGRAM, "plate-host.exe");
+    const std::string program = CopyHost(folder);
     HostProcess process(
         {.program = plate_host::ToPath(program), .arguments = {"play", video, "--plugin", HOST_TEST_PLUGIN}});
     ExpectOneLine(process.Wait(), "cannot load the engine \"" + folder.Path(plate_host::EngineFileName()) +

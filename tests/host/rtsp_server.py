@@ -1,8 +1,9 @@
-"""rtsp_server.py [PORT]: a camera. Serves a moving picture at rtsp://127.0.0.1:PORT/camera until it is killed.
+"""rtsp_server.py FILE [PORT]: a camera. Serves a moving picture at rtsp://127.0.0.1:PORT/camera until FILE is removed.
 
-Prints the port on a line of its own as soon as clients can connect; takes a free one without an argument.
+Creates FILE, with the port, as soon as clients can connect; takes a free port without an argument.
 """
 
+import os
 import sys
 
 import gi
@@ -11,10 +12,11 @@ gi.require_version("Gst", "1.0")
 gi.require_version("GstRtspServer", "1.0")
 from gi.repository import GLib, Gst, GstRtspServer  # noqa: E402
 
+file = sys.argv[1]
 Gst.init(None)
 server = GstRtspServer.RTSPServer()
 server.set_address("127.0.0.1")
-server.set_service(sys.argv[1] if len(sys.argv) > 1 else "0")
+server.set_service(sys.argv[2] if len(sys.argv) > 2 else "0")
 camera = GstRtspServer.RTSPMediaFactory()
 camera.set_launch("( videotestsrc is-live=true pattern=ball ! video/x-raw,format=I420,width=64,height=48,framerate=25/1 ! jpegenc"
                   " ! rtpjpegpay name=pay0 )")
@@ -22,5 +24,11 @@ camera.set_shared(True)
 server.get_mount_points().add_factory("/camera", camera)
 if server.attach(None) == 0:
     sys.exit("cannot listen")
-print(server.get_bound_port(), flush=True)
-GLib.MainLoop().run()
+with open(file + ".new", "w") as ready:
+    print(server.get_bound_port(), file=ready)
+os.rename(file + ".new", file)
+loop = GLib.MainLoop()
+GLib.timeout_add(20, lambda: os.path.exists(file) or loop.quit())
+# A test that was killed removes nothing.
+GLib.timeout_add_seconds(300, loop.quit)
+loop.run()

@@ -2,10 +2,12 @@
 
 #include <algorithm>
 #include <array>
+#include <cerrno>
 #include <cmath>
 #include <cstdarg>
 #include <cstdio>
 #include <mutex>
+#include <system_error>
 #include <utility>
 
 extern "C" {
@@ -44,8 +46,18 @@ using Scaler = std::unique_ptr<SwsContext, ScalerDeleter>;
 
 std::string ErrorText(int error) {
     std::array<char, AV_ERROR_MAX_STRING_SIZE> text{};
-    av_strerror(error, text.data(), text.size());
-    return text.data();
+    if (av_strerror(error, text.data(), text.size()) == 0) {
+        return text.data();
+    }
+    // Errors of sockets on Windows.
+    switch (AVUNERROR(error)) {
+        case ECONNREFUSED:
+            return "Connection refused";
+        case ETIMEDOUT:
+            return "Connection timed out";
+        default:
+            return std::system_category().message(AVUNERROR(error));
+    }
 }
 
 /// The first error message of a demuxer. Some demuxers treat a truncated file as complete and report it only in their
@@ -422,7 +434,7 @@ std::unique_ptr<VideoReader> OpenFfmpegVideo(const std::string& address) {
 }
 
 const char* SupportedFormats() {
-    return "Y4M and every format of FFmpeg, libavformat " AV_STRINGIFY(LIBAVFORMAT_VERSION);
+    return "Y4M and the formats of FFmpeg's libavformat " AV_STRINGIFY(LIBAVFORMAT_VERSION);
 }
 
 }  // namespace plate_host
