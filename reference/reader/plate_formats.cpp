@@ -20,8 +20,6 @@ constexpr std::array<std::string_view, 2> lookAlikes = {"0O", "1I"};
 
 // The prior probability that a plate has none of the formats: personal plates, unknown series.
 constexpr double noFormat = 0.03;
-// How much the prior counts, against the scores.
-constexpr double priorWeight = 0.7;
 
 // Texts that are less likely than the one without a format by more than this (natural logarithm) are not considered.
 constexpr double clearScores = 5;
@@ -160,6 +158,7 @@ std::vector<std::vector<PlateFormats::Element>> PlateFormats::ReadPattern(std::s
 PlateFormats::PlateFormats(std::string_view table, const std::vector<std::string>& only) {
     std::map<std::string, std::string, std::less<>> names;
     std::set<std::string> countries;
+    std::map<std::string, double> vehicles;  // millions
     struct Row {
         std::string country;
         double weight = 0;
@@ -174,6 +173,10 @@ PlateFormats::PlateFormats(std::string_view table, const std::vector<std::string
         }
         try {
             const std::vector<std::string_view> fields = Split(line, '\t');
+            if (fields.size() == 2 && fields[0].starts_with('=')) {
+                vehicles[std::string(fields[0].substr(1))] = std::stod(std::string(fields[1]));
+                continue;
+            }
             if (fields.size() == 2 && fields[0].starts_with('@')) {
                 names[std::string(fields[0].substr(1))] = fields[1];
                 continue;
@@ -200,20 +203,19 @@ PlateFormats::PlateFormats(std::string_view table, const std::vector<std::string
         }
     }
     countries_.assign(countries.begin(), countries.end());
-    // A country's share grows with the square root of its weights: large countries have many rows, but not as many more
-    // vehicles.
+    // A country's share is that of its vehicles, a row's that of its weight among those of the country.
     std::map<std::string, double> weights;
     for (const Row& row : rows) {
         weights[row.country] += row.weight;
     }
     double all = 0;
-    for (const auto& [country, weight] : weights) {
-        all += std::sqrt(weight);
+    for (const std::string& country : countries_) {
+        all += vehicles.try_emplace(country, 1).first->second;
     }
     for (const Row& row : rows) {
         const auto country = std::lower_bound(countries_.begin(), countries_.end(), row.country) - countries_.begin();
         const double share =
-            row.weight / std::sqrt(weights[row.country]) / all / static_cast<double>(row.formats.size());
+            vehicles[row.country] / all * row.weight / weights[row.country] / static_cast<double>(row.formats.size());
         for (const std::vector<Element>& elements : row.formats) {
             Format format{static_cast<std::size_t>(country), std::log(share), {}};
             std::size_t length = 0;
@@ -294,11 +296,11 @@ void PlateFormats::Fit(DecodedText& decoded) const {
             candidate.countries.insert(format.country);
         }
     }
-    double best = free + priorWeight * (std::log(noFormat) - static_cast<double>(length) * std::log(alphabet.size()));
+    double best = free + std::log(noFormat) - static_cast<double>(length) * std::log(alphabet.size());
     const std::pair<const std::string, Candidate>* chosen = nullptr;
     std::set<std::size_t> countries;
     for (const auto& candidate : candidates) {
-        const double posterior = candidate.second.logLikelihood + priorWeight * std::log(candidate.second.prior);
+        const double posterior = candidate.second.logLikelihood + std::log(candidate.second.prior);
         countries.insert(candidate.second.countries.begin(), candidate.second.countries.end());
         if (posterior > best) {
             best = posterior;

@@ -10,8 +10,8 @@
 
 namespace plate_reading {
 
-/// The lines of a table: country (ISO 3166-1 alpha-3), region, weight, pattern, kind and source, separated by tabs; the
-/// beginning of formats.tsv describes them. Constant after construction; any thread.
+/// The lines of a table: country (ISO 3166-1 alpha-3), region, weight, pattern, kind and source, separated by tabs, and
+/// the vehicles of the countries; the beginning of formats.tsv describes them. Constant after construction; any thread.
 class PlateFormats {
   public:
     /// Reads the rows of these countries; of all if there are none. Throws std::runtime_error with the number of the

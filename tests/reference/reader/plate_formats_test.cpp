@@ -71,6 +71,9 @@ class FormatsTableTest : public testing::Test {
             if (line.empty() || line[0] == '#') {
                 continue;
             }
+            if (line[0] == '=') {
+                continue;
+            }
             if (line[0] == '@') {
                 names[fields[0].substr(1)] = fields[1];
                 continue;
@@ -228,6 +231,13 @@ TEST(PlateFormats, HeavierFormatsDecide) {
     const DecodedText unclear = WithOther(Shown("1234"), 0, 'I', 0.5f);
     EXPECT_EQ(Fitted(PlateFormats("AAA\t-\t1\tLDDD" + row + "AAA\t-\t30\tDDDD" + row), unclear).text, "1234");
     EXPECT_EQ(Fitted(PlateFormats("AAA\t-\t300\tLDDD" + row + "AAA\t-\t1\tDDDD" + row), unclear).text, "I234");
+}
+
+TEST(PlateFormats, CountriesWithMoreVehiclesDecide) {
+    const std::string rows = "AAA\t-\t1\tLDDD\t-\t-\nBBB\t-\t1\tDDDD\t-\t-\n";
+    const DecodedText unclear = WithOther(Shown("1234"), 0, 'I', 0.5f);
+    EXPECT_EQ(Fitted(PlateFormats("=AAA\t300\n" + rows), unclear).text, "I234");
+    EXPECT_EQ(Fitted(PlateFormats("=BBB\t300\n" + rows), unclear).text, "1234");
 }
 
 TEST(PlateFormats, ReportsErrorsWithTheirLineNumbers) {
