@@ -19,12 +19,17 @@ constexpr double lookAlikeShare = 0.5;
 constexpr std::array<std::string_view, 2> lookAlikes = {"0O", "1I"};
 
 // The prior probability that a plate has none of the formats: personal plates, unknown series.
-constexpr double noFormat = 0.03;
+constexpr double noFormat = 0.005;
+
+// The probability that the first character is really the strip at the left of a plate, or an emblem there.
+constexpr double stripAsCharacter = 0.05;
+constexpr std::size_t minLengthBesideStrip = 6;
 
 // Texts that are less likely than the one without a format by more than this (natural logarithm) are not considered.
 constexpr double clearScores = 5;
 
 constexpr double minCountryConfidence = 0.85;
+constexpr double minFormatLead = 6;  // of the text with a format over the one without; natural logarithm
 
 constexpr std::uint64_t digits = (1ULL << 10) - 1;
 constexpr std::uint64_t letters = ((1ULL << alphabet.size()) - 1) & ~digits;
@@ -271,11 +276,9 @@ PlateFormats::Choice PlateFormats::BestOf(const Element& element, const DecodedT
     return best;
 }
 
-void PlateFormats::Fit(DecodedText& decoded) const {
+// The result of Fit for the text as it is.
+double PlateFormats::FitWhole(DecodedText& decoded) const {
     const std::size_t length = decoded.text.size();
-    if (length == 0 || length >= formats_.size() || decoded.characters.size() != length) {
-        return;
-    }
     double free = 0;
     for (std::size_t i = 0; i < length; ++i) {
         free += Log(static_cast<double>(decoded.characters[i][SymbolOf(decoded.text[i])]));
@@ -283,9 +286,9 @@ void PlateFormats::Fit(DecodedText& decoded) const {
     struct Candidate {
         double logLikelihood = 0;
         double prior = 0;
-        std::set<std::size_t> countries;
     };
     std::map<std::string, Candidate> candidates;
+    std::set<std::size_t> countries;
     Choices choices(elements_, decoded);
     for (const Format& format : formats_[length]) {
         const Choice choice = choices.Of(format);
@@ -293,29 +296,49 @@ void PlateFormats::Fit(DecodedText& decoded) const {
             Candidate& candidate = candidates[choice.text];
             candidate.logLikelihood = choice.logLikelihood;
             candidate.prior += std::exp(format.logPrior);
-            candidate.countries.insert(format.country);
+            countries.insert(format.country);
         }
     }
-    double best = free + std::log(noFormat) - static_cast<double>(length) * std::log(alphabet.size());
+    const double withoutFormat = free + std::log(noFormat) - static_cast<double>(length) * std::log(alphabet.size());
+    double best = withoutFormat;
     const std::pair<const std::string, Candidate>* chosen = nullptr;
-    std::set<std::size_t> countries;
     for (const auto& candidate : candidates) {
         const double posterior = candidate.second.logLikelihood + std::log(candidate.second.prior);
-        countries.insert(candidate.second.countries.begin(), candidate.second.countries.end());
         if (posterior > best) {
             best = posterior;
             chosen = &candidate;
         }
     }
     if (chosen == nullptr) {
-        return;
+        return best;
     }
     decoded.hasFormat = true;
     decoded.text = chosen->first;
     const double gain = (chosen->second.logLikelihood - free) / static_cast<double>(length);
     decoded.confidence = std::min(1.0, decoded.confidence * std::exp(std::max(gain, 0.0)));
-    if (countries.size() == 1 && decoded.confidence >= minCountryConfidence) {
+    // A part of a longer text may happen to have a rare format.
+    const bool isSure = withoutFormat + minFormatLead <= best && decoded.confidence >= minCountryConfidence;
+    if (countries.size() == 1 && isSure) {
         decoded.country = countries_[*countries.begin()];
+    }
+    return best;
+}
+
+void PlateFormats::Fit(DecodedText& decoded) const {
+    const std::size_t length = decoded.text.size();
+    if (length == 0 || length >= formats_.size() || decoded.characters.size() != length) {
+        return;
+    }
+    DecodedText shorter = decoded;
+    const double whole = FitWhole(decoded);
+    if (length > minLengthBesideStrip) {
+        shorter.text.erase(0, 1);
+        shorter.characters.erase(shorter.characters.begin());
+        const double withoutFirst = FitWhole(shorter) + std::log(stripAsCharacter / alphabet.size());
+        if (shorter.hasFormat && withoutFirst > whole) {
+            decoded = std::move(shorter);
+            decoded.country.clear();
+        }
     }
 }
 

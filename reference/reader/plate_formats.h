@@ -23,8 +23,9 @@ class PlateFormats {
 
     /// Replaces characters so that the text has a format, where the scores allow it: the text with the highest product
     /// of the characters' probabilities and the prior probability of the text, which depends on the formats' weights
-    /// (Bayes' rule). The length does not change. A text that contradicts clear scores is not considered. Sets
-    /// `hasFormat`, and `country` if only that country's formats explain the text.
+    /// (Bayes' rule). Leaves out the first character if it is more likely the strip at the left of a plate. A text that
+    /// contradicts clear scores is not considered. Sets `hasFormat`, and `country` if only that country's formats
+    /// explain the text.
     void Fit(DecodedText& decoded) const;
 
     /// The countries that have a format for the text, in order.
@@ -55,6 +56,7 @@ class PlateFormats {
 
     class Choices;
 
+    double FitWhole(DecodedText& decoded) const;
     static std::vector<std::vector<Element>> ReadPattern(std::string_view pattern);
     static Choice BestOf(const Element& element, const DecodedText& decoded, std::size_t place);
     std::size_t IndexOf(const Element& element);

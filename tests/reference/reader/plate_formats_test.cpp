@@ -199,7 +199,7 @@ TEST_F(FormatsTableTest, LookAlikesAreReadAsTheFormatHasThem) {
 }
 
 TEST_F(FormatsTableTest, ClearScoresAreNotContradicted) {
-    for (const std::string text : {"ILOVECATS", "8ZQ1", "QQ00QQ00QQ", "XIXIXIX"}) {
+    for (const std::string text : {"ILOVECATS", "8ZQ1", "QQ00QQ00QQ", "XZXZXZX"}) {
         EXPECT_EQ(Fitted(all, Shown(text, 0.999f)).text, text);
     }
     for (const std::string text : {"12348CD", "AB1ZCDE", "ABC12S4"}) {
@@ -208,11 +208,26 @@ TEST_F(FormatsTableTest, ClearScoresAreNotContradicted) {
     }
 }
 
+TEST_F(FormatsTableTest, TheStripAtTheLeftIsNoCharacter) {
+    const PlateFormats some(FormatsTable(), {"ESP", "FRA"});
+    const DecodedText fitted = Fitted(some, Shown("86380CCS"));
+    EXPECT_EQ(fitted.text, "6380CCS");
+    EXPECT_EQ(fitted.characters.size(), 7u);
+    EXPECT_EQ(fitted.country, "");
+    for (const std::string text : {"MH12AB1234", "BAB1234", "B1234ABC", "34ABC123", "ABC1234"}) {
+        EXPECT_EQ(Fitted(all, Shown(text)).text, text);
+    }
+    for (const std::string text : {"1234BCD", "AB123CD"}) {
+        EXPECT_EQ(Fitted(some, Shown(text)).text, text);
+    }
+}
+
 TEST_F(FormatsTableTest, ACountryIsGivenOnlyIfItIsTheOnlyOne) {
     EXPECT_EQ(Fitted(all, Shown("MH12AB1234")).country, "IND");
     EXPECT_EQ(Fitted(all, Shown("MH12AB1234", 0.7f)).country, "") << "unsure";
     EXPECT_EQ(Fitted(all, Shown("ABC1234")).country, "") << "of many countries";
     EXPECT_EQ(Fitted(all, Shown("ILOVECATS")).country, "");
+    EXPECT_EQ(Fitted(all, Shown("DL3C2")).country, "") << "of a rare format, or a part of a longer text";
     const PlateFormats two(FormatsTable(), {"GBR", "ESP"});
     EXPECT_THAT(two.Countries(), ElementsAre("ESP", "GBR"));
     EXPECT_EQ(Fitted(two, Shown("LS15EBC")).country, "GBR");
