@@ -39,9 +39,11 @@ constexpr std::chrono::seconds maxTimeSinceWhole{1};
 // The largest distance between two successive readings of a plate, in plate widths.
 constexpr double maxMovement = 1.5;
 
-// Frames for which a plate that was reported, and is then not read, is reported where it must be by now: the host's
-// tracker begins a new track, and so a second event, for a plate that is missing too often.
-constexpr int maxHiddenFrames = 3;
+// Frames for which a plate that was reported, and is then not read, is reported where it must be by now, but not for
+// more frames than it was read in: the track of a missing plate may take the readings of its neighbours in the host's
+// tracker, and then of two vehicles only one has an event.
+constexpr int maxHiddenFrames = 10;
+constexpr double newSpeedShare = 0.5;  // of the movement since the last reading; a text's ends are inexact
 
 // Frames for which a plate that is not seen is remembered.
 constexpr int maxUnseenFrames = 50;
@@ -285,9 +287,11 @@ ReadingStream::Plate& ReadingStream::PlateOf(const Reading& reading) {
         nearest->firstY = y;
     }
     if (const int frames = pictures_ - nearest->lastSeen; nearest->lastSeen > 0) {
-        nearest->speedX = (x - nearest->x) / frames;
-        nearest->speedY = (y - nearest->y) / frames;
+        const double share = nearest->seen == 1 ? 1 : newSpeedShare;
+        nearest->speedX += share * ((x - nearest->x) / frames - nearest->speedX);
+        nearest->speedY += share * ((y - nearest->y) / frames - nearest->speedY);
     }
+    ++nearest->seen;
     nearest->x = x;
     nearest->y = y;
     nearest->width = readWidth;
@@ -405,7 +409,7 @@ std::vector<Reading> ReadingStream::Follow(const Picture& picture, const std::op
 void ReadingStream::AddHidden(const Region& whole, std::vector<Reading>& readings) const {
     for (const Plate& plate : plates_) {
         const int hidden = pictures_ - plate.lastSeen;
-        if (plate.reported.empty() || hidden == 0 || hidden > maxHiddenFrames) {
+        if (plate.reported.empty() || hidden == 0 || hidden > std::min(plate.seen, maxHiddenFrames)) {
             continue;
         }
         Reading reading = plate.last;

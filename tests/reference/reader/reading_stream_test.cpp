@@ -80,14 +80,21 @@ TEST_F(ReadingStreamTest, ASureTextWithAFormatNeedsOneFrameLessAndATextWithoutOn
     EXPECT_EQ(framesFor(70, true), 20);
 }
 
-TEST_F(ReadingStreamTest, APlateThatIsNotReadForThreeFramesIsReportedWhereItMustBe) {
+TEST_F(ReadingStreamTest, APlateThatIsNotReadIsReportedWhereItMustBeForAsLongAsItWasReadOrTenFrames) {
     for (int i = 0; i < 5; ++i) {
         Show({ReadingOf("AB123CD", 95, 100 + 10 * i, 100 + 2 * i)});
     }
-    for (int i = 5; i < 8; ++i) {
+    for (int i = 5; i < 10; ++i) {
         EXPECT_THAT(Show({}), ElementsAre("AB123CD"));
         EXPECT_EQ(reported[0].corners[0].x, 100 + 10 * i);
         EXPECT_EQ(reported[0].corners[0].y, 100 + 2 * i);
+    }
+    EXPECT_THAT(Show({}), IsEmpty());
+    for (int i = 0; i < 30; ++i) {
+        Show({ReadingOf("KLM4567", 95, 100, 200)});
+    }
+    for (int i = 0; i < 10; ++i) {
+        EXPECT_THAT(Show({}), ElementsAre("KLM4567"));
     }
     EXPECT_THAT(Show({}), IsEmpty());
 }
