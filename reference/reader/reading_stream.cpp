@@ -38,6 +38,7 @@ constexpr std::chrono::seconds maxTimeSinceWhole{1};
 
 // The largest distance between two successive readings of a plate, in plate widths.
 constexpr double maxMovement = 1.5;
+constexpr double sameTextFactor = 6;  // by which the distance of a plate with the text that is read may be larger
 
 // Frames for which a plate that was reported, and is then not read, is reported where it must be by now, but not for
 // more frames than it was read in: the track of a missing plate may take the readings of its neighbours in the host's
@@ -248,12 +249,11 @@ bool ReadingStream::ContinuesScene(const Picture& picture) {
         ++sameScene_;
         return true;
     }
-    plates_.clear();
-    if (!sameSize) {
-        sameScene_ = 0;
-    }
-    const bool established = sameScene_ >= establishedAfter;
+    // In an established stream a sudden change is a light that is switched, or a large vehicle that has moved.
+    const bool established = sameSize && sameScene_ >= establishedAfter;
     if (!established) {
+        plates_.clear();
+        lastReadings_.clear();
         sameScene_ = 0;
     }
     return established;
@@ -275,7 +275,10 @@ ReadingStream::Plate& ReadingStream::PlateOf(const Reading& reading) {
         if (plate.lastSeen == pictures_ || !isSimilar) {
             continue;
         }
-        const double distance = std::hypot(plate.x - x, plate.y - y) / std::max(plate.width, readWidth);
+        double distance = std::hypot(plate.x - x, plate.y - y) / std::max(plate.width, readWidth);
+        if (plate.reported == reading.text) {
+            distance /= sameTextFactor;
+        }
         if (distance < least) {
             least = distance;
             nearest = &plate;
@@ -418,8 +421,11 @@ void ReadingStream::AddHidden(const Region& whole, std::vector<Reading>& reading
             corner.y += static_cast<int>(std::lround(plate.speedY * hidden));
         }
         const Region box = BoxOf(reading);
-        const bool isCovered = std::any_of(lastReadings_.begin(), lastReadings_.end(),
-                                           [&](const Reading& other) { return Intersect(box, BoxOf(other)); });
+        const auto isSeen = [&](const Reading& other) {
+            return Intersect(box, BoxOf(other)) || other.text == plate.reported;
+        };
+        const bool isCovered = std::any_of(lastReadings_.begin(), lastReadings_.end(), isSeen) ||
+                               std::any_of(readings.begin(), readings.end(), isSeen);
         if (!isCovered && box.left >= whole.left + edgeMargin && box.right <= whole.right - edgeMargin &&
             box.top >= whole.top + edgeMargin && box.bottom <= whole.bottom - edgeMargin) {
             readings.push_back(std::move(reading));
