@@ -31,7 +31,7 @@ class PlateDetector {
   private:
     static constexpr std::size_t levels = 3;
 
-    void FindAtScale(cv::dnn::Net& network, const cv::Mat& grey, float scale, std::vector<TextRow>& cells) const;
+    void FindAtScale(cv::dnn::Net& network, const cv::Mat& scaled, float scale, std::vector<TextRow>& cells) const;
 
     // One for each scale, because OpenCV prepares a network again whenever the size of its input changes.
     std::array<cv::dnn::Net, levels> networks_;

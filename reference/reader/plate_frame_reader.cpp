@@ -23,7 +23,7 @@ constexpr std::size_t maxCharacters = 12;
 // sureScore only a few are read, and none if a plate has been read before.
 constexpr std::size_t maxDetectedRows = 8;
 constexpr std::ptrdiff_t maxDoubtfulRows = 3;
-constexpr float sureScore = 0.6f;
+constexpr float sureScore = 0.5f;
 constexpr std::size_t maxFoundRows = 3;
 
 constexpr double minConfidence = 0.3;
@@ -35,7 +35,7 @@ constexpr double minLongConfidence = 0.6;
 constexpr double fullLength = 5.5;
 
 // Two readings that overlap by this share of the smaller one are of the same plate.
-constexpr float samePlace = 0.4f;
+constexpr float samePlace = 0.3f;
 
 // The width of a row over the height of its characters, from four wide characters to twelve narrow ones.
 constexpr float minAspect = 1.6f;
@@ -194,23 +194,29 @@ class PlateFrameReader final : public FrameReader {
         if (std::none_of(texts.begin(), texts.end(), IsPlate)) {
             ReadAll(grey, FilterByWidth(FindRows(grey, heights, maxFoundRows), widths), widths, texts);
         }
+        texts = BestOfEachPlace(std::move(texts));
         JoinRows(texts);
         for (RowText& text : texts) {
             ApplyFormats(text.decoded);
         }
         std::erase_if(texts, [](const RowText& text) { return !IsPlate(text); });
-        std::sort(texts.begin(), texts.end(), [](const RowText& a, const RowText& b) { return Weight(a) > Weight(b); });
+        texts = BestOfEachPlace(std::move(texts));
+        texts.resize(std::min(texts.size(), maxReadings));
+        return texts;
+    }
+
+    /// The best first.
+    static std::vector<RowText> BestOfEachPlace(std::vector<RowText> texts) {
+        std::stable_sort(texts.begin(), texts.end(),
+                         [](const RowText& a, const RowText& b) { return Weight(a) > Weight(b); });
         std::vector<RowText> kept;
-        for (const RowText& text : texts) {
+        for (RowText& text : texts) {
             const cv::Rect2f box = text.row.Box();
             const bool isDuplicate = std::any_of(kept.begin(), kept.end(), [&](const RowText& other) {
                 return Overlap(box, other.row.Box()) > samePlace;
             });
             if (!isDuplicate) {
-                kept.push_back(text);
-            }
-            if (kept.size() == maxReadings) {
-                break;
+                kept.push_back(std::move(text));
             }
         }
         return kept;

@@ -10,8 +10,10 @@ namespace {
 
 const cv::Size stripSize(160, 32);
 
-// The shares of a strip's height that the characters fill; two, because a finder's height may be inexact.
-constexpr std::array<float, 2> fills = {0.62f, 0.78f};
+// The shares of a strip's height that the characters fill. A second reading uses two, because a finder's height may be
+// inexact.
+constexpr std::array<float, 1> firstFills = {0.7f};
+constexpr std::array<float, 2> secondFills = {0.62f, 0.78f};
 
 constexpr float firstMargin = 0.1f;  // of the row's width, on each side
 constexpr float secondMargin = 0.04f;
@@ -37,7 +39,7 @@ cv::Mat Normalise(const cv::Mat& strip) {
 
 TextReader::TextReader(const std::vector<unsigned char>& content) : network_(cv::dnn::readNetFromONNX(content)) {}
 
-RowText TextReader::ReadOnce(const cv::Mat& grey, const TextRow& row, float margin) {
+RowText TextReader::ReadOnce(const cv::Mat& grey, const TextRow& row, float margin, std::span<const float> fills) {
     std::vector<cv::Mat> strips;
     for (const float fill : fills) {
         strips.push_back(Normalise(CutRow(grey, row, fill, margin, stripSize)));
@@ -64,12 +66,12 @@ RowText TextReader::ReadOnce(const cv::Mat& grey, const TextRow& row, float marg
 }
 
 RowText TextReader::Read(const cv::Mat& grey, const TextRow& row) {
-    RowText first = ReadOnce(grey, row, firstMargin);
+    RowText first = ReadOnce(grey, row, firstMargin, firstFills);
     if (first.decoded.text.size() < minCharacters || first.decoded.confidence < minConfidence ||
         first.decoded.confidence > sufficientConfidence || first.row.width <= first.row.height) {
         return first;
     }
-    RowText second = ReadOnce(grey, first.row, secondMargin);
+    RowText second = ReadOnce(grey, first.row, secondMargin, secondFills);
     const bool better = second.decoded.confidence > first.decoded.confidence &&
                         second.decoded.text.size() + 1 >= first.decoded.text.size();
     return better ? second : first;

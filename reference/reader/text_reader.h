@@ -1,6 +1,7 @@
 /// The network that reads the text of a row.
 #pragma once
 
+#include <span>
 #include <vector>
 
 #include <opencv2/core.hpp>
@@ -27,7 +28,7 @@ class TextReader {
     RowText Read(const cv::Mat& grey, const TextRow& row);
 
   private:
-    RowText ReadOnce(const cv::Mat& grey, const TextRow& row, float margin);
+    RowText ReadOnce(const cv::Mat& grey, const TextRow& row, float margin, std::span<const float> fills);
 
     cv::dnn::Net network_;
 };

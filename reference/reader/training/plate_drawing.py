@@ -40,6 +40,12 @@ class Font:
             ImageDraw.Draw(image).text((1 - box[0], GLYPH_MARGIN - top), character, font=font, fill=255)
             self.masks[character] = np.array(image)
             heights.append(box[3] - box[1])
+        # For lettering that is not a plate's.
+        for character in plate_formats.LETTERS.lower() + "-/.:":
+            box = font.getbbox(character)
+            image = Image.new("L", (max(2, box[2] - box[0]) + 2, GLYPH_HEIGHT + 2 * GLYPH_MARGIN), 0)
+            ImageDraw.Draw(image).text((1 - box[0], GLYPH_MARGIN - top), character, font=font, fill=255)
+            self.masks[character] = np.array(image)
         # Stamped plates have a W with upright sides. Few fonts have one, but many have such an M.
         self.masks[UPRIGHT_W] = np.ascontiguousarray(np.flipud(self.masks["M"]))
         # Rejects old-style digits, and fonts that lack letters.
@@ -151,14 +157,19 @@ def draw_gap(canvas, centre, top, width, kind, ink, ground):
         cv2.ellipse(canvas, (int(centre), middle), axes, 0, 0, 360, ink + (ground - ink) * uniform(0.2, 0.8), -1)
 
 
-class Plate:
-    """A flat plate: grey pixels with some surroundings, its text and the positions of the characters."""
+class Row:
+    """A row of characters: its text, first and last column of each character, and the first and last line."""
 
-    def __init__(self, canvas, text, spans, rows, outline):
+    def __init__(self, text, spans, top, bottom):
+        self.text, self.spans, self.top, self.bottom = text, spans, top, bottom
+
+
+class Plate:
+    """A flat plate: grey pixels with some surroundings, and its one or two rows of characters."""
+
+    def __init__(self, canvas, rows, outline):
         self.canvas = canvas
-        self.text = text
-        self.spans = spans  # first and last column of each character
-        self.top, self.bottom = rows  # of the characters
+        self.rows = rows
         self.outline = outline  # left, top, right, bottom of the plate
 
 
@@ -174,15 +185,13 @@ def draw_shapes(follows_format):
     return shapes
 
 
-def lay_out(font):
+def lay_out(font, groups, shapes):
     """Returns the characters as (mask, x, width) and the gaps as (None, x, width, kind); the text; its width."""
     items, text, x = [], "", 0.0
     squeeze = uniform(0.5, 1.12) if chance(0.85) else 1.0
     cells = chance(0.45)  # every character in a cell of one width
     gap = uniform(0.02, 0.30) * GLYPH_HEIGHT * 0.6 + 1
     cell = GLYPH_HEIGHT * 0.75 * squeeze
-    groups, follows_format = plate_formats.draw_text(random)
-    shapes = draw_shapes(follows_format)
     for number, group in enumerate(groups):
         if number:
             width, kind = uniform(0.0, 1.5) * GLYPH_HEIGHT * 0.6, random.random()
@@ -221,27 +230,27 @@ def draw_band(canvas, font, x, y, width, height, value):
     light = min(255.0, value + uniform(60, 200)) if value < 170 else max(0.0, value - uniform(60, 200))
     centre, radius = (x + width // 2, y + int(height * uniform(0.25, 0.4))), max(2, int(width * uniform(0.2, 0.38)))
     kind = random.random()
-    if kind < 0.45:
+    if kind < 0.35:
         for star in range(12):
             angle = star * np.pi / 6
             place = (int(centre[0] + radius * np.cos(angle)), int(centre[1] + radius * np.sin(angle)))
             cv2.circle(canvas, place, random.choice([1, 1, 2]), light, -1)
-    elif kind < 0.6:
+    elif kind < 0.45:
         cv2.circle(canvas, centre, radius, light, random.randint(1, 3))
-    elif kind < 0.7:
+    elif kind < 0.75:
         draw_emblem(canvas, centre[0] - radius, centre[1] - radius, 2 * radius, 2 * radius)
     if chance(0.8):
         letters = width * uniform(0.35, 0.6)
         small_text(canvas, font, x + width * uniform(0.08, 0.3), y + height * uniform(0.6, 0.72), letters, width * 0.45, light)
 
 
-def draw_extras(canvas, fonts, font, x, y, text_width, margins, plate, ink):
-    """Draws a country band, state and slogan, and a dealer's frame."""
+def draw_extras(canvas, fonts, font, x, text_width, margins, plate, ink, ground):
+    """Draws a country band, coloured or not, state and slogan, and a dealer's frame."""
     left, top, right, bottom = plate
     side, above, below = margins
-    if chance(0.45) and side > 0.35 * GLYPH_HEIGHT:
+    if chance(0.6) and side > 0.35 * GLYPH_HEIGHT:
         width = int(min(side * uniform(0.7, 0.97), uniform(0.35, 0.8) * GLYPH_HEIGHT))
-        value = uniform(0, 255)
+        value = ground if chance(0.35) else uniform(0, 255)
         draw_band(canvas, font, left, top, width, bottom - top, value)
         if chance(0.3):
             draw_band(canvas, font, right - width, top, width, bottom - top, value)
@@ -272,38 +281,8 @@ def draw_extras(canvas, fonts, font, x, y, text_width, margins, plate, ink):
             small_text(canvas, random.choice(fonts), start, top + 1, upper * 0.85, width, letters)
 
 
-def draw_plate(fonts):
-    font = random.choice(fonts)
-    items, text, text_width = lay_out(font)
-    side, above, below = (uniform(0.1, 1.6) * GLYPH_HEIGHT, uniform(0.1, 1.3) * GLYPH_HEIGHT, uniform(0.1, 1.3) * GLYPH_HEIGHT)
-    outside = int(0.8 * GLYPH_HEIGHT)
-    width = int(text_width + 2 * side) + 2 * outside
-    height = int(GLYPH_HEIGHT + above + below) + 2 * outside
-    x, y = int(side) + outside, int(above) + outside
-
-    contrast = uniform(45, 215)
-    grey = uniform(20, 255)
-    if chance(0.85):
-        ground = min(255.0, max(grey, contrast + 5))
-        ink = ground - contrast
-    else:
-        ground = max(0.0, min(grey, 250 - contrast))
-        ink = ground + contrast
-
-    if chance(0.5):
-        canvas = coarse_noise(
-            width, height, random.randint(2, 6), random.randint(2, 8), random.choice([cv2.INTER_LINEAR, cv2.INTER_NEAREST])
-        )
-    else:
-        canvas = np.full((height, width), uniform(0, 255), np.float32)
-    plate = (outside, outside, width - outside, height - outside)
-    draw_surface(canvas, *plate, ground, contrast, ink)
-    draw_extras(canvas, fonts, font, x, y, text_width, (side, above, below), plate, ink)
-
-    weight = random.choice([-1, 0, 0, 0, 0, 1, 1])
-    embossed = chance(0.3)
-    light = uniform(-0.5, 0.5) * contrast
-    offset = random.choice([(1, 1), (1, 2), (-1, 1), (0, 2), (2, 1)])
+def draw_characters(canvas, items, x, y, ground, contrast, ink, weight, relief):
+    """Draws a row of characters and returns the first and last column of each."""
     spans = []
     for item in items:
         if item[0] is None:
@@ -318,10 +297,68 @@ def draw_plate(fonts):
             mask = cv2.erode(mask, np.ones((2, 2), np.uint8))
         mask = mask.astype(np.float32) / 255
         left = x + int(start)
-        if embossed:
-            blend(canvas, left + offset[0], y - GLYPH_MARGIN + offset[1], mask, min(255.0, max(0.0, ground + light)))
+        if relief:
+            across, down, light = relief
+            blend(canvas, left + across, y - GLYPH_MARGIN + down, mask, min(255.0, max(0.0, ground + light)))
         blend(canvas, left, y - GLYPH_MARGIN, mask, ink)
         spans.append((left, left + glyph_width))
+    return spans
+
+
+def draw_plate(fonts):
+    font = random.choice(fonts)
+    groups, follows_format = plate_formats.draw_text(random)
+    shapes = draw_shapes(follows_format)
+    texts = [groups]
+    if chance(0.16):  # two rows
+        texts = plate_formats.split_rows(random, groups)
+    rows = [lay_out(font, row, shapes) for row in texts]
+    widest = max(row[2] for row in rows)
+    pitch = int(GLYPH_HEIGHT * uniform(1.1, 1.5))
+    side, above, below = (uniform(0.1, 1.6) * GLYPH_HEIGHT, uniform(0.1, 1.3) * GLYPH_HEIGHT, uniform(0.1, 1.3) * GLYPH_HEIGHT)
+    outside = int(0.8 * GLYPH_HEIGHT)
+    text_height = GLYPH_HEIGHT + pitch * (len(rows) - 1)
+    width = int(widest + 2 * side) + 2 * outside
+    height = int(text_height + above + below) + 2 * outside
+    x, y = int(side) + outside, int(above) + outside
+
+    contrast = uniform(45, 215)
+    grey = uniform(20, 255)
+    if chance(0.8):
+        ground = min(255.0, max(grey, contrast + 5))
+        ink = ground - contrast
+    else:
+        ground = max(0.0, min(grey, 250 - contrast))
+        ink = ground + contrast
+
+    infrared = chance(0.08)
+    if infrared:  # the plate reflects the camera's light, its surroundings are dark
+        canvas = coarse_noise(width, height, random.randint(2, 6), random.randint(2, 8), high=uniform(10, 70))
+        ground, ink = uniform(190, 255), uniform(0, 110)
+        contrast = ground - ink
+    elif chance(0.5):
+        canvas = coarse_noise(
+            width, height, random.randint(2, 6), random.randint(2, 8), random.choice([cv2.INTER_LINEAR, cv2.INTER_NEAREST])
+        )
+    else:
+        canvas = np.full((height, width), uniform(0, 255), np.float32)
+    plate = (outside, outside, width - outside, height - outside)
+    draw_surface(canvas, *plate, ground, contrast, ink)
+    draw_extras(canvas, fonts, font, x, widest, (side, above, below), plate, ink, ground)
+    for _ in range(2):  # a seal or an emblem beside the characters
+        if chance(0.07):
+            size = uniform(0.4, 0.9) * GLYPH_HEIGHT
+            centre = x - size * uniform(0.55, 0.9) if chance(0.5) else x + widest + size * uniform(0.55, 0.9)
+            draw_emblem(canvas, centre - size / 2, y + uniform(0, 0.5) * GLYPH_HEIGHT, size, size * uniform(0.8, 1.3))
+
+    weight = random.choice([-1, 0, 0, 0, 0, 1, 1])
+    relief = (*random.choice([(1, 1), (1, 2), (-1, 1), (0, 2), (2, 1)]), uniform(-0.5, 0.5) * contrast) if chance(0.3) else None
+    drawn = []
+    for number, (items, text, row_width) in enumerate(rows):
+        left = x + random.choice([0, (widest - row_width) // 2])
+        top = y + number * pitch
+        spans = draw_characters(canvas, items, left, top, ground, contrast, ink, weight, relief)
+        drawn.append(Row(text, spans, top, top + GLYPH_HEIGHT))
 
     if chance(0.3):  # bolts
         for _ in range(random.randint(1, 4)):
@@ -331,7 +368,9 @@ def draw_plate(fonts):
         dirt = coarse_noise(width, height, random.randint(4, 9), random.randint(8, 24), cv2.INTER_CUBIC, -1, 1)
         amount = np.clip(dirt, 0, 1) * uniform(0.1, 0.5)
         canvas[:] = canvas * (1 - amount) + uniform(30, 180) * amount
-    return Plate(canvas, text, spans, (y, y + GLYPH_HEIGHT), plate)
+    if infrared and chance(0.6):  # the light plate dazzles
+        canvas = canvas + cv2.GaussianBlur(canvas, (0, 0), GLYPH_HEIGHT * uniform(0.1, 0.5)) * uniform(0.1, 0.6)
+    return Plate(canvas, drawn, plate)
 
 
 def motion_kernel(length, angle):
@@ -379,20 +418,21 @@ def draw_strip(fonts, photographs):
     if chance(0.07):
         return draw_empty_strip(photographs)
     plate = draw_plate(fonts)
+    row = random.choice(plate.rows)
     if chance(0.5):
         seen_height = float(np.exp(uniform(np.log(7.5), np.log(34))))
     else:
         seen_height = float(np.exp(uniform(np.log(8.5), np.log(17))))
 
     # The part to cut out, in pixels of the flat plate: characters fill half to nearly all of its height.
-    character_height = plate.bottom - plate.top
+    character_height = row.bottom - row.top
     height = character_height / uniform(0.5, 0.93)
-    middle = (plate.top + plate.bottom) / 2 + uniform(-0.5, 0.5) * (height - character_height) * 0.8
-    first, last = plate.spans[0][0], plate.spans[-1][1]
+    middle = (row.top + row.bottom) / 2 + uniform(-0.5, 0.5) * (height - character_height) * 0.8
+    first, last = row.spans[0][0], row.spans[-1][1]
     length = last - first
     def margin(whole):
-        if chance(0.2):  # the whole plate, with its other markings
-            return max(2, whole * uniform(0.85, 1.1))
+        if chance(0.3):  # up to the end of the plate, with its other markings
+            return max(2, whole * uniform(0.6, 1.1))
         return max(2, uniform(0.0, 0.12) * length if chance(0.75) else uniform(0.1, 0.3) * length)
 
     left, right = first - margin(first - plate.outline[0]), last + margin(plate.outline[2] - last)
@@ -420,9 +460,9 @@ def draw_strip(fonts, photographs):
     seen = degrade(seen, seen_height)
     interpolation = random.choice([cv2.INTER_LINEAR, cv2.INTER_CUBIC, cv2.INTER_AREA])
     strip = cv2.resize(seen, (STRIP_WIDTH, STRIP_HEIGHT), interpolation=interpolation)
-    ends = np.float32([[[a, middle], [b, middle]] for a, b in plate.spans]).reshape(-1, 1, 2)
+    ends = np.float32([[[a, middle], [b, middle]] for a, b in row.spans]).reshape(-1, 1, 2)
     spans = cv2.perspectiveTransform(ends, matrix).reshape(-1, 2, 2)[:, :, 0] * STRIP_WIDTH / seen_width
-    return strip, plate.text, spans
+    return strip, row.text, spans
 
 
 def draw_empty_strip(photographs):

@@ -38,7 +38,7 @@ def draw_ground(photographs):
 
 
 def draw_clutter(scene, fonts):
-    """Draws a part of a car or of a street: bars, grilles, meshes, discs, lettering that is not a plate."""
+    """Draws a part of a car or of a street: bars, grilles, meshes, discs, lettering that is not a plate's."""
     kind = random.random()
     x, y = random.randint(-40, WIDTH), random.randint(-30, HEIGHT)
     width, height = random.randint(4, 160), random.randint(3, 100)
@@ -69,15 +69,55 @@ def draw_clutter(scene, fonts):
             for cx in range(max(0, x), min(WIDTH, x + width), pitch):
                 cv2.circle(scene, (cx + (pitch // 2 if row % 2 else 0), cy), radius, value, -1)
     else:
-        font, scale = random.choice(fonts), uniform(0.1, 2.2)
-        x, y = max(0, x), max(0, y)
-        for _ in range(random.randint(1, 2) if scale > 0.25 else random.randint(3, 16)):
-            glyph = font.masks[random.choice(plate_drawing.CHARACTERS)]
-            size = (max(1, int(glyph.shape[1] * scale)), max(2, int(glyph.shape[0] * scale)))
+        draw_lettering(scene, fonts, x, y)
+
+
+def draw_words():
+    """Returns what is written on signs, on vehicles and over the picture; plates differ by their ground and their text."""
+    letters, digits = plate_drawing.plate_formats.LETTERS, plate_drawing.plate_formats.DIGITS
+    some = lambda characters, low, high: "".join(random.choices(characters, k=random.randint(low, high)))
+    kind = random.random()
+    if kind < 0.25:  # date and time
+        date = random.choice(["-", "/", "."]).join(some(digits, n, n) for n in random.choice([(4, 2, 2), (2, 2, 4), (2, 2, 2)]))
+        time = ":".join(some(digits, 2, 2) for _ in range(random.choice([2, 3])))
+        return random.choice([date, time, date + " " + time])
+    if kind < 0.32:  # telephone numbers, web addresses
+        return random.choice([some(digits, 7, 11), "www." + some(letters.lower(), 4, 9) + ".", some(digits, 1, 3)])
+    words = [some(letters, 2, 9) for _ in range(random.choice([1, 1, 1, 2, 3]))]
+    if chance(0.4):
+        words = [word[0] + word[1:].lower() for word in words]
+    return " ".join(words)
+
+
+def draw_lettering(scene, fonts, x, y):
+    """Draws lines of words: on a sign, or over the scene with or without an outline."""
+    font, value = random.choice(fonts), uniform(0, 255)
+    height = float(np.exp(uniform(np.log(6), np.log(40))))
+    lines = [draw_words() for _ in range(random.choice([1, 1, 1, 2, 3]))]
+    x, y = max(2, x), max(2, y)
+    if chance(0.4):  # a sign, larger than its words
+        width, below = int(height * uniform(0.4, 0.9) * max(map(len, lines))), int(height * 1.4 * len(lines))
+        edge = [int(height * uniform(0.2, 2.5)) for _ in range(4)]
+        cv2.rectangle(scene, (x - edge[0], y - edge[1]), (x + width + edge[2], y + below + edge[3]), uniform(0, 255), -1)
+    outline = chance(0.3)
+    squeeze = uniform(0.6, 1.1)
+    for line in lines:
+        scale = height / plate_drawing.GLYPH_HEIGHT
+        right = x
+        for character in line:
+            if character == " ":
+                right += int(height * 0.5)
+                continue
+            glyph = font.masks[character]
+            size = (max(1, int(glyph.shape[1] * scale * squeeze)), max(2, int(glyph.shape[0] * scale)))
             mask = cv2.resize(glyph, size, interpolation=cv2.INTER_AREA).astype(np.float32) / 255
-            if not plate_drawing.blend(scene, x, y, mask, value):
-                return
-            x += size[0] + 1
+            if outline:
+                plate_drawing.blend(scene, right, y, cv2.dilate(mask, np.ones((3, 3))), 255.0 if value < 128 else 0.0)
+            if not plate_drawing.blend(scene, right, y, mask, value):
+                break
+            right += size[0] + 1
+        y += int(height * uniform(1.2, 1.7))
+        height *= uniform(0.6, 1.2)
 
 
 class Row:
@@ -94,10 +134,7 @@ class Row:
 
 def place_plate(scene, fonts, rows):
     """Draws a plate at a random place and returns the scene; unchanged if the plate would cover another."""
-    for _ in range(5):
-        plate = plate_drawing.draw_plate(fonts)
-        if len(plate.text) >= 4:
-            break
+    plate = plate_drawing.draw_plate(fonts)
     seen_height = float(np.exp(uniform(np.log(6.5), np.log(32))))
     scale = seen_height / plate_drawing.GLYPH_HEIGHT
     across = scale * uniform(0.75, 1.05)
@@ -120,13 +157,12 @@ def place_plate(scene, fonts, rows):
     mask = np.zeros((HEIGHT, WIDTH), np.float32)
     cv2.fillConvexPoly(mask, (corners * 16).astype(np.int32), 1.0, lineType=cv2.LINE_AA, shift=4)
     mask = cv2.GaussianBlur(mask, (0, 0), 0.5)
-    first, last = plate.spans[0][0], plate.spans[-1][1]
-    middle = (plate.top + plate.bottom) / 2
-    points = np.float32(
-        [[first, middle], [last, middle], [(first + last) / 2, plate.top], [(first + last) / 2, plate.bottom]]
-    )
-    points = points @ matrix.T + shift
-    rows.append(Row(points[0], points[1], float(np.linalg.norm(points[3] - points[2])), box))
+    for row in plate.rows:
+        first, last = row.spans[0][0], row.spans[-1][1]
+        middle = (row.top + row.bottom) / 2
+        points = np.float32([[first, middle], [last, middle], [(first + last) / 2, row.top], [(first + last) / 2, row.bottom]])
+        points = points @ matrix.T + shift
+        rows.append(Row(points[0], points[1], float(np.linalg.norm(points[3] - points[2])), box))
     return scene * (1 - mask) + seen * mask
 
 

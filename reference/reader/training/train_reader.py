@@ -1,10 +1,9 @@
 #!/usr/bin/env python3
-"""train_reader.py OUT.onnx --minutes M [--seed S] [--from OUT.onnx.weights]
+"""train_reader.py OUT.onnx --minutes M [--seed S] [--from OUT.onnx.state]
 
 Trains the network that reads the text of a strip, on strips drawn during the training. Input: 1 x 32 x 160, grey, minus
 its mean, divided by its deviation. Output: 37 scores (none, 0-9, A-Z) for each of 40 columns.
 """
-import time
 
 import numpy as np
 import torch
@@ -111,58 +110,48 @@ def read(scores):
 
 def main():
     arguments = training.parse_arguments(__doc__)
-    network, average = training.prepare(Reader(), arguments)
-    examples = Examples(drawer, arguments.seed, batch=64, fresh=40, buffer_size=60000)
-    optimiser = torch.optim.AdamW(network.parameters(), lr=arguments.rate, weight_decay=1e-2)
-    schedule = training.Schedule(optimiser, arguments.minutes, arguments.rate)
+    run = training.Training(Reader(), arguments, decay=1e-2, warmup=200)
+    examples = Examples(drawer, arguments.seed, batch=64, fresh=32, buffer_size=60000)
     aligned = nn.CTCLoss(zero_infinity=True)
     example = torch.randn(1, 1, plate_drawing.STRIP_HEIGHT, plate_drawing.STRIP_WIDTH)
-    export = {"dynamic_axes": {"picture": {0: "strips"}, "scores": {0: "strips"}}}
     right = shown = 0
-    started = time.monotonic()
 
-    while schedule.progress() < 1:
-        schedule.step()
+    while run.progress() < 1:
         batch = examples.next_batch()
-        strips = torch.from_numpy(np.stack([strip for strip, _, _ in batch]))[:, None]
-        labels = torch.from_numpy(np.stack([label for _, _, label in batch]))
+        strips = torch.from_numpy(np.stack([strip for strip, _, _ in batch]))[:, None].to(training.DEVICE)
+        labels = torch.from_numpy(np.stack([label for _, _, label in batch])).to(training.DEVICE)
         texts = [text for _, text, _ in batch]
         strips = normalise(strips).contiguous(memory_format=torch.channels_last)
-        with torch.autocast("cpu", dtype=torch.bfloat16):
-            scores = network(strips)
+        with torch.autocast(training.DEVICE.type, dtype=torch.bfloat16):
+            scores = run.network(strips)
         scores = scores[:, :, 0, :].float()
         # First the class of each column; then the text as a whole, regardless of the characters' positions.
-        early = schedule.progress() < 0.3 and not arguments.start
+        early = run.is_fresh and run.progress() < 0.3
         loss = functional.cross_entropy(scores, labels, ignore_index=-1) * (1.0 if early else 0.15)
-        if schedule.progress() > 0.15 or arguments.start:
+        if not run.is_fresh or run.progress() > 0.15:
             targets = [[plate_drawing.CHARACTERS.index(character) + 1 for character in text] for text in texts]
             loss = loss + 0.5 * aligned(
-                functional.log_softmax(scores, 1).permute(2, 0, 1),
+                functional.log_softmax(scores, 1).permute(2, 0, 1).cpu(),
                 torch.tensor(sum(targets, []), dtype=torch.long),
                 torch.full((len(batch),), COLUMNS, dtype=torch.long),
                 torch.tensor([len(target) for target in targets]),
-            )
-        optimiser.zero_grad()
-        loss.backward()
-        nn.utils.clip_grad_norm_(network.parameters(), 5.0)
-        optimiser.step()
-        average.add(network)
+            ).to(training.DEVICE)
+        run.learn(loss)
 
         # Measured on the new strips of the batch.
         fresh = examples.fresh
-        right += sum(a == b for a, b in zip(read(scores[:fresh].detach()), texts[:fresh]))
+        right += sum(a == b for a, b in zip(read(scores[:fresh].detach().cpu()), texts[:fresh]))
         shown += fresh
-        if schedule.steps % 200 == 0:
-            pace = (time.monotonic() - started) / schedule.steps * 1000
+        if run.steps % 200 == 0:
             print(
-                f"step {schedule.steps} of time {schedule.progress():.3f} loss {loss.item():.4f} "
-                f"read {right / shown:.3f} drawn {examples.drawn} {pace:.0f} ms a step",
+                f"step {run.steps} of time {run.progress():.3f} loss {loss.item():.4f} read {right / shown:.3f} "
+                f"drawn {examples.drawn} {run.pace()}",
                 flush=True,
             )
             right = shown = 0
-        if schedule.steps % 1000 == 0:
-            training.save(average, example, arguments.out, **export)
-    training.save(average, example, arguments.out, **export)
+        if run.steps % 1000 == 0:
+            run.save(example, {0: "strips"})
+    run.save(example, {0: "strips"})
     examples.stop()
 
 
