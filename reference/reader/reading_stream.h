@@ -54,7 +54,7 @@ class ReadingStream {
         double firstY = 0;
         bool hasMoved = false;
         int lastSeen = 0;
-        int seen = 0;  // frames
+        int seen = 0;       // frames
         double speedX = 0;  // pixels a frame
         double speedY = 0;
         Reading last;
