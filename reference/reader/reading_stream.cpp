@@ -253,7 +253,6 @@ bool ReadingStream::ContinuesScene(const Picture& picture) {
     const bool established = sameSize && sameScene_ >= establishedAfter;
     if (!established) {
         plates_.clear();
-        lastReadings_.clear();
         sameScene_ = 0;
     }
     return established;

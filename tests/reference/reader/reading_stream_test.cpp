@@ -222,6 +222,17 @@ TEST_F(ChangedPartTest, IsEverythingWithoutConfirmations) {
     }
 }
 
+TEST_F(ChangedPartTest, PlatesOfTheFirstFrameStayWhileNothingChanges) {
+    const Picture shown{picture.data, picture.cols, picture.rows, picture.step};
+    ReadingStream fresh(3, [] { return testTime; });
+    EXPECT_EQ(fresh.ChangedPart(shown, {}), whole);
+    EXPECT_EQ(fresh.Follow(shown, {}, {ReadingOf("AB123CD", 95, 100, 100)}, whole).size(), 1u);
+    for (int i = 0; i < 20; ++i) {
+        EXPECT_EQ(fresh.ChangedPart(shown, {}), nothing);
+        EXPECT_EQ(fresh.Follow(shown, {}, {}, nothing).size(), 1u) << i;
+    }
+}
+
 TEST_F(ChangedPartTest, PlatesElsewhereStay) {
     for (int i = 0; i < 4; ++i) {
         Show({ReadingOf("AB123CD", 95, 100, 100), ReadingOf("KLM4567", 95, 400, 300)});
