@@ -20,8 +20,8 @@ constexpr float sameSceneDifference = 7;
 // After this many frames of one scene, frames count as a camera's stream even across a sudden change.
 constexpr int establishedAfter = 5;
 
-// Pixels; a text that ends closer to a side of the searched area may continue beyond it.
-constexpr int edgeMargin = 3;
+// Character heights; a text that ends closer to a side of the searched area may continue beyond it.
+constexpr double edgeMargin = 0.6;
 
 // Pixels; the side of the squares whose mean brightness shows where the picture has changed, and the distance of the
 // pixels that are sampled in one.
@@ -40,6 +40,10 @@ constexpr std::chrono::seconds maxTimeSinceWhole{1};
 constexpr double maxMovement = 1.5;
 constexpr double sameTextFactor = 6;  // by which the distance of a plate with the text that is read may be larger
 
+// Plate widths a frame; what moves faster is in view for a second or two.
+constexpr double fastMovement = 0.03;
+constexpr int maxRepeatedFrames = 10;
+
 // Frames for which a plate that was reported, and is then not read, is reported where it must be by now, but not for
 // more frames than it was read in: the track of a missing plate may take the readings of its neighbours in the host's
 // tracker, and then of two vehicles only one has an event.
@@ -54,7 +58,7 @@ constexpr std::size_t maxTexts = 64;
 
 constexpr double minConfidence = 80;  // of the text that is reported, on average
 // A text with the format of a country and this confidence on average needs one frame less.
-constexpr double sureConfidence = 97;
+constexpr double sureConfidence = 94;
 constexpr int minNeeded = 2;
 // For texts that are often not those of plates.
 constexpr double minDoubtfulConfidence = 95;
@@ -112,6 +116,16 @@ std::vector<float> Thumbnail(const Picture& picture) {
         field -= whole / (columns * rows);
     }
     return fields;
+}
+
+std::pair<double, double> CentreOf(const Reading& reading) {
+    double x = 0;
+    double y = 0;
+    for (const Point& corner : reading.corners) {
+        x += corner.x / 4.0;
+        y += corner.y / 4.0;
+    }
+    return {x, y};
 }
 
 Region BoxOf(const Reading& reading) {
@@ -188,11 +202,13 @@ Region ReadingStream::ChangedPart(const Picture& picture, const std::optional<Re
     std::vector<float> brightness;
     brightness.reserve(squares.size());
     std::optional<Region> changed;
+    changed_.clear();
     for (const Region& square : squares) {
         brightness.push_back(BrightnessOf(picture, square));
         const std::size_t index = brightness.size() - 1;
-        if (isKnown && std::abs(brightness[index] - brightness_[index]) > changedBrightness) {
+        if (!isKnown || std::abs(brightness[index] - brightness_[index]) > changedBrightness) {
             changed = changed ? Around(*changed, square) : square;
+            changed_.push_back(square);
         }
     }
     Region part;
@@ -258,13 +274,9 @@ bool ReadingStream::ContinuesScene(const Picture& picture) {
     return established;
 }
 
-ReadingStream::Plate& ReadingStream::PlateOf(const Reading& reading) {
-    double x = 0;
-    double y = 0;
-    for (const Point& corner : reading.corners) {
-        x += corner.x / 4.0;
-        y += corner.y / 4.0;
-    }
+// `isUnchanged`: the picture there is the same as before.
+ReadingStream::Plate& ReadingStream::PlateOf(const Reading& reading, bool isUnchanged) {
+    const auto [x, y] = CentreOf(reading);
     const double readWidth = std::max(1, reading.corners[2].x - reading.corners[0].x);
     Plate* nearest = nullptr;
     double least = maxMovement;
@@ -275,7 +287,7 @@ ReadingStream::Plate& ReadingStream::PlateOf(const Reading& reading) {
             continue;
         }
         double distance = std::hypot(plate.x - x, plate.y - y) / std::max(plate.width, readWidth);
-        if (plate.reported == reading.text) {
+        if (plate.texts.contains(reading.text)) {
             distance /= sameTextFactor;
         }
         if (distance < least) {
@@ -288,7 +300,15 @@ ReadingStream::Plate& ReadingStream::PlateOf(const Reading& reading) {
         nearest->firstX = x;
         nearest->firstY = y;
     }
-    if (const int frames = pictures_ - nearest->lastSeen; nearest->lastSeen > 0) {
+    const int frames = pictures_ - nearest->lastRead;
+    nearest->isRepeated = isUnchanged && IsFast(*nearest) && frames <= maxRepeatedFrames;
+    nearest->lastSeen = pictures_;
+    if (nearest->isRepeated) {
+        nearest->x = x;
+        nearest->y = y;
+        return *nearest;
+    }
+    if (nearest->lastRead > 0) {
         const double share = nearest->seen == 1 ? 1 : newSpeedShare;
         nearest->speedX += share * ((x - nearest->x) / frames - nearest->speedX);
         nearest->speedY += share * ((y - nearest->y) / frames - nearest->speedY);
@@ -299,8 +319,32 @@ ReadingStream::Plate& ReadingStream::PlateOf(const Reading& reading) {
     nearest->width = readWidth;
     nearest->hasMoved =
         nearest->hasMoved || std::hypot(x - nearest->firstX, y - nearest->firstY) > doubtfulMovement * readWidth;
-    nearest->lastSeen = pictures_;
+    nearest->lastRead = pictures_;
     return *nearest;
+}
+
+// A fast plate at the same place again means that the camera or a recorder repeats pictures, not that the vehicle has
+// stopped. It is not reported then: the host's tracker would expect it at this place for seconds, and the next vehicle
+// there would be taken for it.
+bool ReadingStream::IsFast(const Plate& plate) {
+    return std::hypot(plate.speedX, plate.speedY) > fastMovement * plate.width;
+}
+
+// Adds what is reported of a plate whose part of the picture is the same as in the previous frame. Returns false if no
+// plate had that reading. The same picture again confirms nothing.
+bool ReadingStream::Repeat(const Reading& reading, std::vector<Reading>& reported) {
+    const auto [x, y] = CentreOf(reading);
+    const auto plate = std::find_if(plates_.begin(), plates_.end(), [&, x = x, y = y](const Plate& other) {
+        return other.lastSeen == pictures_ - 1 && other.x == x && other.y == y;
+    });
+    if (plate == plates_.end()) {
+        return false;
+    }
+    plate->lastSeen = pictures_;
+    if (!plate->reported.empty() && !IsFast(*plate)) {
+        reported.push_back(plate->last);
+    }
+    return true;
 }
 
 // Removes the text with the least weight if there are too many, but neither `kept` nor the reported text.
@@ -373,23 +417,33 @@ std::vector<Reading> ReadingStream::Follow(const Picture& picture, const std::op
     if (needed_ <= 1 || picture.width <= 0 || picture.height <= 0) {
         return readings;
     }
-    for (Reading& previous : lastReadings_) {
-        if (part && !Intersect(*part, BoxOf(previous))) {
-            readings.push_back(std::move(previous));
-        }
-    }
+    std::erase_if(lastReadings_, [&](const Reading& previous) { return !part || Intersect(*part, BoxOf(previous)); });
+    const std::vector<Reading> unchanged = std::move(lastReadings_);
     lastReadings_ = readings;
+    lastReadings_.insert(lastReadings_.end(), unchanged.begin(), unchanged.end());
     ++pictures_;
     const bool isStream = ContinuesScene(picture);
+    std::vector<Reading> repeated;
+    for (const Reading& reading : unchanged) {
+        if (!Repeat(reading, repeated)) {
+            readings.push_back(reading);
+        }
+    }
     std::erase_if(plates_, [&](const Plate& plate) { return pictures_ - plate.lastSeen > maxUnseenFrames; });
     const int left = region ? std::max(region->left, 0) : 0;
     const int right = region ? std::min(region->right, picture.width) : picture.width;
     std::erase_if(readings, [&](Reading& reading) {
         // At a side of the searched area characters may be missing; other frames show the whole plate.
-        if (isStream && (reading.corners[0].x < left + edgeMargin || reading.corners[2].x > right - edgeMargin)) {
+        const double margin = edgeMargin * (reading.corners[1].y - reading.corners[0].y);
+        if (isStream && (reading.corners[0].x < left + margin || reading.corners[2].x > right - margin)) {
             return true;
         }
-        Plate& plate = PlateOf(reading);
+        const Region box = BoxOf(reading);
+        const auto touches = [&](const Region& square) { return Intersect(square, box); };
+        Plate& plate = PlateOf(reading, part && std::none_of(changed_.begin(), changed_.end(), touches));
+        if (plate.isRepeated) {
+            return true;
+        }
         const bool confirmed = Confirm(plate, reading);
         plate.last = reading;
         // The first frames are single images or the start of a stream, in which the next ones confirm their readings.
@@ -403,6 +457,7 @@ std::vector<Reading> ReadingStream::Follow(const Picture& picture, const std::op
         plate.reported = reading.text;  // if this is the start of a stream, the next frames show the same text
         return false;
     });
+    readings.insert(readings.end(), repeated.begin(), repeated.end());
     AddHidden({left, 0, right, picture.height}, readings);
     return readings;
 }
@@ -416,8 +471,8 @@ void ReadingStream::AddHidden(const Region& whole, std::vector<Reading>& reading
         }
         Reading reading = plate.last;
         for (Point& corner : reading.corners) {
-            corner.x += static_cast<int>(std::lround(plate.speedX * hidden));
-            corner.y += static_cast<int>(std::lround(plate.speedY * hidden));
+            corner.x += static_cast<int>(std::lround(plate.speedX * (pictures_ - plate.lastRead)));
+            corner.y += static_cast<int>(std::lround(plate.speedY * (pictures_ - plate.lastRead)));
         }
         const Region box = BoxOf(reading);
         const auto isSeen = [&](const Reading& other) {
@@ -425,8 +480,8 @@ void ReadingStream::AddHidden(const Region& whole, std::vector<Reading>& reading
         };
         const bool isCovered = std::any_of(lastReadings_.begin(), lastReadings_.end(), isSeen) ||
                                std::any_of(readings.begin(), readings.end(), isSeen);
-        if (!isCovered && box.left >= whole.left + edgeMargin && box.right <= whole.right - edgeMargin &&
-            box.top >= whole.top + edgeMargin && box.bottom <= whole.bottom - edgeMargin) {
+        if (!isCovered && box.left > whole.left && box.right < whole.right && box.top > whole.top &&
+            box.bottom < whole.bottom) {
             readings.push_back(std::move(reading));
         }
     }

@@ -53,9 +53,11 @@ class ReadingStream {
         double firstX = 0;
         double firstY = 0;
         bool hasMoved = false;
-        int lastSeen = 0;
-        int seen = 0;       // frames
-        double speedX = 0;  // pixels a frame
+        bool isRepeated = false;  // it moves, but this frame shows it where the previous one did
+        int lastSeen = 0;         // the last frame that shows it
+        int lastRead = 0;         // the last frame in which it was read, without repeated pictures
+        int seen = 0;             // frames in which it was read
+        double speedX = 0;        // pixels a frame
         double speedY = 0;
         Reading last;
         std::map<std::string, Votes> texts;
@@ -65,7 +67,9 @@ class ReadingStream {
     /// Whether the frame belongs to the stream of the previous one. Forgets the plates when the scene changes.
     bool ContinuesScene(const Picture& picture);
     Region WithPlates(Region part, const Region& whole) const;
-    Plate& PlateOf(const Reading& reading);
+    Plate& PlateOf(const Reading& reading, bool isUnchanged);
+    static bool IsFast(const Plate& plate);
+    bool Repeat(const Reading& reading, std::vector<Reading>& reported);
     void ForgetText(Plate& plate, const std::string& kept) const;
     void AddHidden(const Region& whole, std::vector<Reading>& readings) const;
     int NeededFor(const std::pair<const std::string, Votes>& text) const;
@@ -82,7 +86,8 @@ class ReadingStream {
 
     std::vector<float> brightness_;  // of each square of `searched_` when it was last searched
     Region searched_;
-    int sinceWholeSearch_ = 0;  // frames
+    std::vector<Region> changed_;  // squares that differ from when they were last searched
+    int sinceWholeSearch_ = 0;     // frames
     Clock::time_point wholeSearch_;
     std::vector<Reading> lastReadings_;
 };

@@ -52,11 +52,11 @@ class ReadingStreamTest : public testing::Test {
 };
 
 TEST_F(ReadingStreamTest, AReadingIsReportedWhenEnoughPicturesAgree) {
-    EXPECT_THAT(Show({ReadingOf("AB123CD", 95, 100, 100)}), IsEmpty());
-    EXPECT_THAT(Show({ReadingOf("AB123CD", 95, 110, 104)}), IsEmpty());
-    EXPECT_THAT(Show({ReadingOf("AB123CD", 95, 120, 108)}), ElementsAre("AB123CD"));
+    EXPECT_THAT(Show({ReadingOf("AB123CD", 90, 100, 100)}), IsEmpty());
+    EXPECT_THAT(Show({ReadingOf("AB123CD", 90, 110, 104)}), IsEmpty());
+    EXPECT_THAT(Show({ReadingOf("AB123CD", 90, 120, 108)}), ElementsAre("AB123CD"));
     EXPECT_EQ(reported[0].corners[0].x, 120);
-    EXPECT_THAT(Show({ReadingOf("AB123CD", 95, 130, 112)}), ElementsAre("AB123CD"));
+    EXPECT_THAT(Show({ReadingOf("AB123CD", 90, 130, 112)}), ElementsAre("AB123CD"));
 }
 
 TEST_F(ReadingStreamTest, ASureTextWithAFormatNeedsOneFrameLessAndATextWithoutOneMore) {
@@ -108,12 +108,18 @@ TEST_F(ReadingStreamTest, APlateThatJumpsIsReportedOnce) {
     EXPECT_THAT(Show({ReadingOf("AB123CD", 95, 301, 250)}), ElementsAre("AB123CD"));
 }
 
+TEST_F(ReadingStreamTest, ATextConfirmsThePlateAfterAJump) {
+    EXPECT_THAT(Show({ReadingOf("AB123CD", 90, 100, 50)}), IsEmpty());
+    EXPECT_THAT(Show({ReadingOf("AB123CD", 90, 300, 250)}), IsEmpty());
+    EXPECT_THAT(Show({ReadingOf("AB123CD", 90, 500, 50)}), ElementsAre("AB123CD"));
+}
+
 TEST_F(ReadingStreamTest, AHiddenPlateIsNotReportedOutsideTheFrameOrUnderAnother) {
     for (int i = 0; i < 5; ++i) {
         Show({ReadingOf("AB123CD", 95, 400 + 20 * i, 100), ReadingOf("KLM4567", 95, 100, 200)});
     }
-    EXPECT_THAT(Show({ReadingOf("XY999ZZ", 95, 150, 200)}), ElementsAre("AB123CD"));
-    EXPECT_THAT(Show({ReadingOf("XY999ZZ", 95, 150, 200)}), IsEmpty()) << "at the right side";
+    EXPECT_THAT(Show({ReadingOf("XY999ZZ", 90, 150, 200)}), ElementsAre("AB123CD"));
+    EXPECT_THAT(Show({ReadingOf("XY999ZZ", 90, 150, 200)}), IsEmpty()) << "at the right side";
 }
 
 TEST_F(ReadingStreamTest, TheCountryIsThatOfTheReportedText) {
@@ -141,6 +147,15 @@ class ChangedPartTest : public ReadingStreamTest {
     }
 
     Region Part() { return stream.ChangedPart({picture.data, picture.cols, picture.rows, picture.step}, region); }
+
+    std::vector<std::string> Follow(std::vector<Reading> readings, const Region& part) {
+        std::vector<std::string> texts;
+        for (const Reading& reading : stream.Follow({picture.data, picture.cols, picture.rows, picture.step}, region,
+                                                    std::move(readings), part)) {
+            texts.push_back(reading.text);
+        }
+        return texts;
+    }
 
     static bool Contains(const Region& part, const cv::Rect& changed) {
         return part.left <= changed.x && part.top <= changed.y && part.right >= changed.br().x &&
@@ -233,18 +248,50 @@ TEST_F(ChangedPartTest, PlatesOfTheFirstFrameStayWhileNothingChanges) {
     }
 }
 
+TEST_F(ChangedPartTest, ARepeatedPictureConfirmsNothing) {
+    Follow({ReadingOf("AB123CD", 99, 100, 100)}, whole);
+    for (int i = 0; i < 20; ++i) {
+        EXPECT_THAT(Follow({}, nothing), IsEmpty());
+    }
+    EXPECT_THAT(Follow({ReadingOf("AB123CD", 99, 100, 100)}, whole), ElementsAre("AB123CD"));
+    EXPECT_THAT(Follow({}, nothing), ElementsAre("AB123CD"));
+}
+
+// Otherwise the host's tracker takes the next vehicle for the one that it still expects there.
+TEST_F(ChangedPartTest, AFastPlateIsNotReportedInRepeatedPictures) {
+    picture.setTo(cv::Scalar::all(20));
+    EXPECT_THAT(Follow({ReadingOf("AB123CD", 99, 100, 100)}, Part()), IsEmpty());
+    for (int i = 1; i < 4; ++i) {
+        picture.setTo(cv::Scalar::all(20 + 40 * i));
+        EXPECT_THAT(Follow({ReadingOf("AB123CD", 99, 100 + 50 * i, 100)}, Part()), ElementsAre("AB123CD"));
+        EXPECT_THAT(Follow({}, Part()), IsEmpty());
+        EXPECT_THAT(Follow({ReadingOf("AB123CD", 99, 101 + 50 * i, 100)}, whole), IsEmpty()) << "searched again";
+        EXPECT_THAT(Follow({}, Part()), IsEmpty());
+    }
+    for (int i = 0; i < 10; ++i) {
+        EXPECT_THAT(Follow({}, nothing), IsEmpty());
+    }
+    EXPECT_THAT(Follow({ReadingOf("AB123CD", 99, 251, 100)}, whole), ElementsAre("AB123CD")) << "it has stopped";
+}
+
+TEST_F(ChangedPartTest, ASlowPlateIsReportedInRepeatedPictures) {
+    for (int i = 0; i < 4; ++i) {
+        picture.setTo(cv::Scalar::all(20 + 40 * i));
+        Follow({ReadingOf("AB123CD", 99, 100 + 6 * i, 100)}, Part());
+        for (int repeated = 0; repeated < 3; ++repeated) {
+            EXPECT_EQ(Follow({}, Part()).size(), i == 0 ? 0u : 1u);
+        }
+    }
+}
+
 TEST_F(ChangedPartTest, PlatesElsewhereStay) {
     for (int i = 0; i < 4; ++i) {
         Show({ReadingOf("AB123CD", 95, 100, 100), ReadingOf("KLM4567", 95, 400, 300)});
     }
     const Region part{350, 250, 600, 368};
     for (int i = 0; i < 10; ++i) {
-        std::vector<std::string> texts;
-        for (const Reading& reading : stream.Follow({picture.data, picture.cols, picture.rows, picture.step}, {},
-                                                    {ReadingOf("KLM4567", 95, 400, 300)}, part)) {
-            texts.push_back(reading.text);
-        }
-        EXPECT_THAT(texts, testing::UnorderedElementsAre("AB123CD", "KLM4567"));
+        EXPECT_THAT(Follow({ReadingOf("KLM4567", 95, 400, 300)}, part),
+                    testing::UnorderedElementsAre("AB123CD", "KLM4567"));
     }
 }
 
@@ -259,9 +306,9 @@ TEST_F(ReadingStreamTest, AMisreadingIsReportedAsTheConfirmedText) {
 
 TEST_F(ReadingStreamTest, AMisreadingBeforeConfirmationIsNotReported) {
     EXPECT_THAT(Show({ReadingOf("A8123CD", 85, 100, 100)}), IsEmpty());
-    EXPECT_THAT(Show({ReadingOf("AB123CD", 95, 105, 100)}), IsEmpty());
-    EXPECT_THAT(Show({ReadingOf("AB123CD", 95, 110, 100)}), IsEmpty());
-    EXPECT_THAT(Show({ReadingOf("AB123CD", 95, 115, 100)}), ElementsAre("AB123CD"));
+    EXPECT_THAT(Show({ReadingOf("AB123CD", 90, 105, 100)}), IsEmpty());
+    EXPECT_THAT(Show({ReadingOf("AB123CD", 90, 110, 100)}), IsEmpty());
+    EXPECT_THAT(Show({ReadingOf("AB123CD", 90, 115, 100)}), ElementsAre("AB123CD"));
 }
 
 TEST_F(ReadingStreamTest, AnUncertainTextIsNotReported) {
@@ -346,19 +393,19 @@ TEST_F(ReadingStreamTest, AClearlyLeadingTextReplacesAnEarlierOne) {
 
 TEST_F(ReadingStreamTest, NeighbouringPlatesAreCountedSeparately) {
     for (int i = 0; i < 2; ++i) {
-        EXPECT_THAT(Show({ReadingOf("AB123CD", 95, 100, 100), ReadingOf("AB124CD", 95, 400, 100)}), IsEmpty());
+        EXPECT_THAT(Show({ReadingOf("AB123CD", 90, 100, 100), ReadingOf("AB124CD", 90, 400, 100)}), IsEmpty());
     }
-    EXPECT_THAT(Show({ReadingOf("AB123CD", 95, 100, 100), ReadingOf("AB124CD", 95, 400, 100)}),
+    EXPECT_THAT(Show({ReadingOf("AB123CD", 90, 100, 100), ReadingOf("AB124CD", 90, 400, 100)}),
                 ElementsAre("AB123CD", "AB124CD"));
 }
 
 TEST_F(ReadingStreamTest, AnotherPlateInTheSamePlaceIsCountedSeparately) {
     for (int i = 0; i < 30; ++i) {
-        Show({ReadingOf("AB123CD", 95, 100, 100)});
+        Show({ReadingOf("AB123CD", 90, 100, 100)});
     }
-    EXPECT_THAT(Show({ReadingOf("KLM4567", 95, 100, 100)}), IsEmpty());
-    EXPECT_THAT(Show({ReadingOf("KLM4567", 95, 100, 100)}), IsEmpty());
-    EXPECT_THAT(Show({ReadingOf("KLM4567", 95, 100, 100)}), ElementsAre("KLM4567"));
+    EXPECT_THAT(Show({ReadingOf("KLM4567", 90, 100, 100)}), IsEmpty());
+    EXPECT_THAT(Show({ReadingOf("KLM4567", 90, 100, 100)}), IsEmpty());
+    EXPECT_THAT(Show({ReadingOf("KLM4567", 90, 100, 100)}), ElementsAre("KLM4567"));
 }
 
 TEST_F(ReadingStreamTest, AHiddenPlateIsRememberedForAWhile) {
@@ -412,11 +459,11 @@ TEST_F(ReadingStreamTest, PlatesCutOffAtTheSidesAreNotReported) {
     }
     region = Region{100, 0, 400, 360};
     for (int i = 0; i < 6; ++i) {
-        EXPECT_THAT(Show({ReadingOf("AB123", 95, 102, 100), ReadingOf("123CD", 95, 279, 200)}), IsEmpty());
+        EXPECT_THAT(Show({ReadingOf("AB123", 95, 110, 100), ReadingOf("123CD", 95, 270, 200)}), IsEmpty());
     }
     std::vector<std::string> inside;
     for (int i = 0; i < 3; ++i) {
-        inside = Show({ReadingOf("AB123CD", 95, 103, 100)});
+        inside = Show({ReadingOf("AB123CD", 95, 113, 100)});
     }
     EXPECT_THAT(inside, ElementsAre("AB123CD"));
     ChangeScene(1);
