@@ -50,8 +50,8 @@ TEST_P(SecondInterruption, EmptyFramesFollowTheFirst) {
     process.Stop(GetParam());
     const Finished run = process.WaitWithOpenInput();
     EXPECT_EQ(run.status, 128 + GetParam().number) << run.errors;
-    EXPECT_EQ(Lines(run.output).size(), 1u + 100u);
-    EXPECT_THAT(run.errors, HasSubstr("101 passed, 101 released"));
+    EXPECT_EQ(Lines(run.output).size(), 1u + 110u);
+    EXPECT_THAT(run.errors, HasSubstr("111 passed, 111 released"));
 }
 
 TEST_P(SecondInterruption, EndsTheRunAtOnce) {

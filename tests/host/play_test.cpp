@@ -200,7 +200,7 @@ std::string ChecksumOfEmptyScene(std::size_t bytes) {
     return std::to_string(Checksum(grey.data(), grey.size()));
 }
 
-TEST(Play, FourSecondsOfEmptyFramesFollowTheVideoAtItsRate) {
+TEST(Play, FourSecondsAndTenEmptyFramesFollowTheVideoAtItsRate) {
     std::string stream = Y4mHeaderLine(32, 16, " F10:1");
     for (int frame = 0; frame < 3; ++frame) {
         stream += Y4mFrame(32, 16, frame);
@@ -208,14 +208,14 @@ TEST(Play, FourSecondsOfEmptyFramesFollowTheVideoAtItsRate) {
     const Finished run = RunHost(PlayCommand("-", {"test_event_every=1"}, Drain::Yes), stream);
     ASSERT_EQ(run.status, 0) << run.errors;
     const std::vector<Json> events = Lines(run.output);
-    ASSERT_EQ(events.size(), 3u + 40u);
+    ASSERT_EQ(events.size(), 3u + 50u);
     for (std::size_t index = 0; index < events.size(); ++index) {
         EXPECT_EQ(events[index]["time"], 100 * index);
         EXPECT_EQ(events[index]["arguments"]["checksum"] == ChecksumOfEmptyScene(32 * 16 * 3 / 2), index >= 3) << index;
     }
     EXPECT_THAT(run.errors, testing::ContainsRegex("frames of the video +3\n"));
-    EXPECT_THAT(run.errors, testing::ContainsRegex("after the video +40 empty frames, events: 40\n"));
-    EXPECT_THAT(run.errors, HasSubstr("43 passed, 43 released"));
+    EXPECT_THAT(run.errors, testing::ContainsRegex("after the video +50 empty frames, events: 50\n"));
+    EXPECT_THAT(run.errors, HasSubstr("53 passed, 53 released"));
 }
 
 TEST(Play, EmptyFramesHaveTheLayoutOfTheVideo) {
@@ -224,7 +224,7 @@ TEST(Play, EmptyFramesHaveTheLayoutOfTheVideo) {
         Y4mHeaderLine(16, 8, " F25:1 Cmono") + "FRAME\n" + std::string(plane.begin(), plane.end());
     const Finished run = RunHost(PlayCommand("-", {"test_event_every=1"}, Drain::Yes), stream);
     const std::vector<Json> events = Lines(run.output);
-    ASSERT_EQ(events.size(), 101u) << run.errors;
+    ASSERT_EQ(events.size(), 111u) << run.errors;
     EXPECT_EQ(events.back()["arguments"]["lpf_x3"], 16 * 8);
     EXPECT_EQ(events.back()["arguments"]["checksum"], ChecksumOfEmptyScene(16 * 8));
 }
@@ -234,8 +234,8 @@ TEST(Play, EmptyFramesFollowOnEveryChannelAfterALimitedVideo) {
     command.insert(command.end(), {"--channels", "2", "--frames", "2"});
     const Finished run = RunHost(command, Y4mStream(16, 16, 10));
     EXPECT_EQ(run.status, 0) << run.errors;
-    EXPECT_EQ(Lines(run.output).size(), 2 * 102u);
-    EXPECT_THAT(run.errors, testing::ContainsRegex("after the video +100 empty frames, events: 200\n"));
+    EXPECT_EQ(Lines(run.output).size(), 2 * 112u);
+    EXPECT_THAT(run.errors, testing::ContainsRegex("after the video +110 empty frames, events: 220\n"));
 }
 
 TEST(Play, AReferenceEngineInItsOwnFolderIsTheDefault) {

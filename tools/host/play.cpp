@@ -24,8 +24,10 @@ namespace {
 // The longest wait between two checks whether the run must stop.
 constexpr std::chrono::milliseconds waitSlice{50};
 
-// A detector reports a track three seconds after its last reading; with a margin.
+// A detector reports a track three seconds after its last reading, and an engine may report a plate for some frames
+// after the last one that shows it; with a margin.
 constexpr std::uint64_t drainMs = 4000;
+constexpr std::uint64_t drainFrames = 10;
 
 /// Feeds a video to channels until it ends or the run must stop.
 class Feeder {
@@ -75,7 +77,7 @@ class Feeder {
         WaitUntilHandled();
         const std::uint64_t events = printer_.EventCount();
         const std::uint64_t interval = FrameInterval(last.timeMs);
-        for (std::uint64_t time = interval; time < drainMs + interval; time += interval) {
+        for (std::uint64_t time = interval; time < drainMs + (drainFrames + 1) * interval; time += interval) {
             Picture empty = MakeEmptyScene(last.width, last.height, last.size > last.width * last.height);
             empty.timeMs = last.timeMs + time;
             if (!PushToAll(std::move(empty))) {
