@@ -13,9 +13,11 @@ constexpr int rows = 18;
 constexpr int samplesAcross = 6;
 constexpr int samplesDown = 6;
 
-// Mean difference of the fields in grey levels. Successive frames of a camera are below it, frames of different places
-// far above.
-constexpr float sameSceneDifference = 7;
+// Mean difference of the fields in grey levels. Successive frames of a camera are below it, even six a second of one
+// that moves; of frames of different places one pair in a hundred.
+constexpr float sameSceneDifference = 16;
+// Frames of different places do not have the same text either, unless they follow each other in a stream.
+constexpr std::size_t rememberedFrames = 4;
 
 // After this many frames of one scene, frames count as a camera's stream even across a sudden change.
 constexpr int establishedAfter = 5;
@@ -250,7 +252,21 @@ Region ReadingStream::WithPlates(Region part, const Region& whole) const {
     return part;
 }
 
-bool ReadingStream::ContinuesScene(const Picture& picture) {
+bool ReadingStream::ContinuesScene(const Picture& picture, const std::vector<Reading>& readings) {
+    std::vector<std::string> texts;
+    bool isKnown = false;
+    for (const Reading& reading : readings) {
+        if (reading.hasFormat && reading.confidence >= minConfidence && !IsDoubtful(reading.text)) {
+            texts.push_back(reading.text);
+            isKnown = isKnown || std::any_of(lastTexts_.begin(), lastTexts_.end(), [&](const auto& frame) {
+                          return std::find(frame.begin(), frame.end(), reading.text) != frame.end();
+                      });
+        }
+    }
+    lastTexts_.push_back(std::move(texts));
+    if (lastTexts_.size() > rememberedFrames) {
+        lastTexts_.pop_front();
+    }
     std::vector<float> fields = Thumbnail(picture);
     const bool sameSize = picture.width == width_ && picture.height == height_;
     float difference = 0;
@@ -264,6 +280,9 @@ bool ReadingStream::ContinuesScene(const Picture& picture) {
     if (same) {
         ++sameScene_;
         return true;
+    }
+    if (sameSize && isKnown) {
+        sameScene_ = std::max(sameScene_, establishedAfter);
     }
     // In an established stream a sudden change is a light that is switched, or a large vehicle that has moved.
     const bool established = sameSize && sameScene_ >= establishedAfter;
@@ -324,27 +343,24 @@ ReadingStream::Plate& ReadingStream::PlateOf(const Reading& reading, bool isUnch
 }
 
 // A fast plate at the same place again means that the camera or a recorder repeats pictures, not that the vehicle has
-// stopped. It is not reported then: the host's tracker would expect it at this place for seconds, and the next vehicle
-// there would be taken for it.
+// stopped. Then no plate is reported: the host's tracker would expect the fast ones at this place for seconds, and the
+// next vehicle there would be taken for them; and without them it would give their tracks the other plates.
 bool ReadingStream::IsFast(const Plate& plate) {
     return std::hypot(plate.speedX, plate.speedY) > fastMovement * plate.width;
 }
 
-// Adds what is reported of a plate whose part of the picture is the same as in the previous frame. Returns false if no
-// plate had that reading. The same picture again confirms nothing.
-bool ReadingStream::Repeat(const Reading& reading, std::vector<Reading>& reported) {
+// The plate that had this reading in the previous frame, or null. The picture there is the same in this frame, which
+// confirms nothing.
+ReadingStream::Plate* ReadingStream::UnchangedPlateOf(const Reading& reading) {
     const auto [x, y] = CentreOf(reading);
     const auto plate = std::find_if(plates_.begin(), plates_.end(), [&, x = x, y = y](const Plate& other) {
         return other.lastSeen == pictures_ - 1 && other.x == x && other.y == y;
     });
     if (plate == plates_.end()) {
-        return false;
+        return nullptr;
     }
     plate->lastSeen = pictures_;
-    if (!plate->reported.empty() && !IsFast(*plate)) {
-        reported.push_back(plate->last);
-    }
-    return true;
+    return &*plate;
 }
 
 // Removes the text with the least weight if there are too many, but neither `kept` nor the reported text.
@@ -422,11 +438,18 @@ std::vector<Reading> ReadingStream::Follow(const Picture& picture, const std::op
     lastReadings_ = readings;
     lastReadings_.insert(lastReadings_.end(), unchanged.begin(), unchanged.end());
     ++pictures_;
-    const bool isStream = ContinuesScene(picture);
+    const bool isStream = ContinuesScene(picture, lastReadings_);
     std::vector<Reading> repeated;
+    bool isRepeatedPicture = false;
     for (const Reading& reading : unchanged) {
-        if (!Repeat(reading, repeated)) {
+        const Plate* const plate = UnchangedPlateOf(reading);
+        if (plate == nullptr) {
             readings.push_back(reading);
+            continue;
+        }
+        isRepeatedPicture = isRepeatedPicture || IsFast(*plate);
+        if (!plate->reported.empty()) {
+            repeated.push_back(plate->last);
         }
     }
     std::erase_if(plates_, [&](const Plate& plate) { return pictures_ - plate.lastSeen > maxUnseenFrames; });
@@ -442,6 +465,7 @@ std::vector<Reading> ReadingStream::Follow(const Picture& picture, const std::op
         const auto touches = [&](const Region& square) { return Intersect(square, box); };
         Plate& plate = PlateOf(reading, part && std::none_of(changed_.begin(), changed_.end(), touches));
         if (plate.isRepeated) {
+            isRepeatedPicture = true;
             return true;
         }
         const bool confirmed = Confirm(plate, reading);
@@ -457,6 +481,9 @@ std::vector<Reading> ReadingStream::Follow(const Picture& picture, const std::op
         plate.reported = reading.text;  // if this is the start of a stream, the next frames show the same text
         return false;
     });
+    if (isRepeatedPicture) {
+        return {};
+    }
     readings.insert(readings.end(), repeated.begin(), repeated.end());
     AddHidden({left, 0, right, picture.height}, readings);
     return readings;

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <chrono>
+#include <deque>
 #include <map>
 #include <optional>
 #include <string>
@@ -65,11 +66,11 @@ class ReadingStream {
     };
 
     /// Whether the frame belongs to the stream of the previous one. Forgets the plates when the scene changes.
-    bool ContinuesScene(const Picture& picture);
+    bool ContinuesScene(const Picture& picture, const std::vector<Reading>& readings);
     Region WithPlates(Region part, const Region& whole) const;
     Plate& PlateOf(const Reading& reading, bool isUnchanged);
     static bool IsFast(const Plate& plate);
-    bool Repeat(const Reading& reading, std::vector<Reading>& reported);
+    Plate* UnchangedPlateOf(const Reading& reading);
     void ForgetText(Plate& plate, const std::string& kept) const;
     void AddHidden(const Region& whole, std::vector<Reading>& readings) const;
     int NeededFor(const std::pair<const std::string, Votes>& text) const;
@@ -90,6 +91,7 @@ class ReadingStream {
     int sinceWholeSearch_ = 0;     // frames
     Clock::time_point wholeSearch_;
     std::vector<Reading> lastReadings_;
+    std::deque<std::vector<std::string>> lastTexts_;  // of the last frames, each with its clear texts
 };
 
 }  // namespace plate_reading
