@@ -46,6 +46,11 @@ constexpr double sameTextFactor = 6;  // by which the distance of a plate with t
 constexpr double fastMovement = 0.03;
 constexpr int maxRepeatedFrames = 10;
 
+// Of a moving camera at least this share of the squares changes, apart from the change of all by exposure and light.
+constexpr double movingShare = 0.5;
+// Pixels; the readings of a text that stands still differ by less.
+constexpr double overlayMovement = 4;
+
 // Frames for which a plate that was reported, and is then not read, is reported where it must be by now, but not for
 // more frames than it was read in: the track of a missing plate may take the readings of its neighbours in the host's
 // tracker, and then of two vehicles only one has an event.
@@ -213,6 +218,7 @@ Region ReadingStream::ChangedPart(const Picture& picture, const std::optional<Re
             changed_.push_back(square);
         }
     }
+    isCameraMoving_ = isKnown && IsCameraMoving(brightness);
     Region part;
     if (changed) {
         part = WithPlates(Grow(*changed, changedMargin, whole), whole);
@@ -234,6 +240,19 @@ Region ReadingStream::ChangedPart(const Picture& picture, const std::optional<Re
         }
     }
     return part;
+}
+
+// Whether most of the picture differs from when it was searched, and not only by its brightness.
+bool ReadingStream::IsCameraMoving(const std::vector<float>& brightness) const {
+    float mean = 0;
+    for (std::size_t index = 0; index < brightness.size(); ++index) {
+        mean += (brightness[index] - brightness_[index]) / static_cast<float>(brightness.size());
+    }
+    std::size_t changed = 0;
+    for (std::size_t index = 0; index < brightness.size(); ++index) {
+        changed += std::abs(brightness[index] - brightness_[index] - mean) > changedBrightness ? 1U : 0U;
+    }
+    return static_cast<double>(changed) >= movingShare * static_cast<double>(brightness.size());
 }
 
 // Enlarges the part so that no plate of the previous frame is only partly in it.
@@ -336,6 +355,8 @@ ReadingStream::Plate& ReadingStream::PlateOf(const Reading& reading, bool isUnch
     nearest->x = x;
     nearest->y = y;
     nearest->width = readWidth;
+    const bool isStill = std::hypot(x - nearest->firstX, y - nearest->firstY) < overlayMovement;
+    nearest->isOverlay = isStill && (nearest->isOverlay || isCameraMoving_);
     nearest->hasMoved =
         nearest->hasMoved || std::hypot(x - nearest->firstX, y - nearest->firstY) > doubtfulMovement * readWidth;
     nearest->lastRead = pictures_;
@@ -413,7 +434,7 @@ bool ReadingStream::Confirm(Plate& plate, Reading& reading) const {
     const bool replaces = before == plate.texts.end() || votes.weight > clearLead * before->second.weight;
     if (replaces && votes.count >= NeededFor(*leader) && votes.weight >= minShare * all &&
         votes.confidence >= (isDoubtful ? minDoubtfulConfidence : minConfidence) * votes.count &&
-        (!isDoubtful || plate.hasMoved)) {
+        (!isDoubtful || plate.hasMoved) && !plate.isOverlay) {
         plate.reported = leader->first;
     }
     if (plate.reported.empty()) {

@@ -14,7 +14,8 @@ namespace plate_reading {
 
 /// A host reports one reading of a vehicle, not the best one; so a plate in a stream is reported only when several
 /// frames agree on its text, and then always with that text. Frames of different scenes are independent. Texts that are
-/// short, or of only letters or only digits, are reported only if they move.
+/// short, or of only letters or only digits, are reported only if they move; so are all texts while the camera moves,
+/// since then only what is written over the picture stands still.
 ///
 /// One camera, one thread at a time.
 class ReadingStream {
@@ -28,6 +29,9 @@ class ReadingStream {
     /// The part of the next frame that must be searched: where it differs from the frames in which it was searched, and
     /// all of it at least once a second and every 25 frames. May be empty: nothing has changed.
     Region ChangedPart(const Picture& picture, const std::optional<Region>& region);
+
+    /// Whether other frames show the plates of the next one too.
+    bool IsStream() const { return needed_ > 1 && sameScene_ > 0; }
 
     /// The next frame is searched as a whole, because other plates are wanted.
     void ForgetPicture() { brightness_.clear(); }
@@ -54,6 +58,7 @@ class ReadingStream {
         double firstX = 0;
         double firstY = 0;
         bool hasMoved = false;
+        bool isOverlay = false;   // it stood still in all frames, and the camera moved
         bool isRepeated = false;  // it moves, but this frame shows it where the previous one did
         int lastSeen = 0;         // the last frame that shows it
         int lastRead = 0;         // the last frame in which it was read, without repeated pictures
@@ -75,6 +80,7 @@ class ReadingStream {
     void AddHidden(const Region& whole, std::vector<Reading>& readings) const;
     int NeededFor(const std::pair<const std::string, Votes>& text) const;
     bool Confirm(Plate& plate, Reading& reading) const;
+    bool IsCameraMoving(const std::vector<float>& brightness) const;
 
     int needed_;
     Clock::time_point (*now_)();
@@ -88,7 +94,8 @@ class ReadingStream {
     std::vector<float> brightness_;  // of each square of `searched_` when it was last searched
     Region searched_;
     std::vector<Region> changed_;  // squares that differ from when they were last searched
-    int sinceWholeSearch_ = 0;     // frames
+    bool isCameraMoving_ = false;
+    int sinceWholeSearch_ = 0;  // frames
     Clock::time_point wholeSearch_;
     std::vector<Reading> lastReadings_;
     std::deque<std::vector<std::string>> lastTexts_;  // of the last frames, each with its clear texts
