@@ -50,16 +50,21 @@ struct Reading {
     bool hasFormat = false;        ///< whether the text has the format of a country
 };
 
+/// What to search a frame for.
+struct Search {
+    std::optional<Region> region = {};      ///< without it the whole frame is searched
+    std::optional<WidthRange> widths = {};  ///< without it plates of any width are reported
+    std::optional<Region> part = {};        ///< if given, only what is inside both this and the region is searched
+    bool isSingle = true;                   ///< no other frame shows the same plates: takes more time to read them
+};
+
 /// One thread at a time.
 class FrameReader {
   public:
     virtual ~FrameReader() = default;
 
-    /// Returns at most five readings, the best first. Without a region the whole frame is searched; without a range of
-    /// widths, plates of any width are reported. With a part, only the part of the region inside it is searched. Throws
-    /// std::exception.
-    virtual std::vector<Reading> Read(const Picture& picture, const std::optional<Region>& region,
-                                      const std::optional<WidthRange>& widths, const std::optional<Region>& part) = 0;
+    /// Returns at most five readings, the best first. Throws std::exception.
+    virtual std::vector<Reading> Read(const Picture& picture, const Search& search) = 0;
 };
 
 }  // namespace plate_reading

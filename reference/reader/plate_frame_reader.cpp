@@ -20,16 +20,21 @@ constexpr std::size_t minCharacters = 4;
 constexpr std::size_t maxCharacters = 12;
 
 // Only the best rows of each finder are read, because reading takes most of the time. Of the rows with a score below
-// sureScore only a few are read, and none if a plate has been read before.
+// sureScore only a few are read, and none if a plate has been read before that is surely one.
 constexpr std::size_t maxDetectedRows = 8;
 constexpr std::ptrdiff_t maxDoubtfulRows = 3;
 constexpr float sureScore = 0.5f;
+constexpr double sureConfidence = 0.8;
 constexpr std::size_t maxFoundRows = 3;
 
 constexpr double minConfidence = 0.3;
 // Patterns such as railings are read as long texts, plates of that length are rare.
 constexpr std::size_t usualLength = 9;
 constexpr double minLongConfidence = 0.6;
+
+// Of a text in a single frame, with the format of a country and without.
+constexpr double minAloneConfidence = 0.7;
+constexpr double minAloneFormatlessConfidence = 0.95;
 
 // Short texts occur by chance; a text of this length has full weight.
 constexpr double fullLength = 5.5;
@@ -139,18 +144,17 @@ class PlateFrameReader final : public FrameReader {
           detector_(DetectorNetwork()),
           reader_(ReaderNetwork()) {}
 
-    std::vector<Reading> Read(const Picture& picture, const std::optional<Region>& region,
-                              const std::optional<WidthRange>& widths, const std::optional<Region>& part) override {
+    std::vector<Reading> Read(const Picture& picture, const Search& search) override {
         const cv::Mat colours(picture.height, picture.width, CV_8UC3, const_cast<std::uint8_t*>(picture.pixels),
                               picture.stride);
         cv::Rect whole(0, 0, picture.width, picture.height);
-        if (region) {
-            whole = PartOf(whole, *region);
+        if (search.region) {
+            whole = PartOf(whole, *search.region);
         }
-        if (IsTooSmall(whole) || (widths && widths->maximum < widths->minimum)) {
+        if (IsTooSmall(whole) || (search.widths && search.widths->maximum < search.widths->minimum)) {
             return {};
         }
-        const cv::Rect searched = part ? PartOf(whole, *part) : whole;
+        const cv::Rect searched = search.part ? PartOf(whole, *search.part) : whole;
         if (IsTooSmall(searched)) {
             return {};
         }
@@ -158,7 +162,7 @@ class PlateFrameReader final : public FrameReader {
         cv::cvtColor(colours(searched), grey, cv::COLOR_BGR2GRAY);
 
         std::vector<Reading> readings;
-        for (const RowText& text : ReadRows(grey, whole.width, widths)) {
+        for (const RowText& text : ReadRows(grey, whole.width, search)) {
             readings.push_back(MakeReading(text, searched.tl()));
         }
         return readings;
@@ -175,7 +179,8 @@ class PlateFrameReader final : public FrameReader {
     }
 
     /// Best first, one for each place. `wholeWidth` is that of the region that `grey` is a part of.
-    std::vector<RowText> ReadRows(const cv::Mat& grey, int wholeWidth, const std::optional<WidthRange>& widths) {
+    std::vector<RowText> ReadRows(const cv::Mat& grey, int wholeWidth, const Search& search) {
+        const std::optional<WidthRange>& widths = search.widths;
         HeightRange heights = anyHeight;
         if (widths) {
             heights.minimum = std::max(heights.minimum, static_cast<float>(widths->minimum) / maxAspect);
@@ -186,13 +191,13 @@ class PlateFrameReader final : public FrameReader {
         detected.resize(std::min(detected.size(), maxDetectedRows));
         const auto doubtful =
             std::find_if(detected.begin(), detected.end(), [](const TextRow& row) { return row.score < sureScore; });
-        ReadAll(grey, {detected.begin(), doubtful}, widths, texts);
-        if (std::none_of(texts.begin(), texts.end(), IsPlate)) {
+        ReadAll(grey, {detected.begin(), doubtful}, search, texts);
+        if (std::none_of(texts.begin(), texts.end(), [&](const RowText& text) { return IsSure(text); })) {
             const auto count = std::min<std::ptrdiff_t>(detected.end() - doubtful, maxDoubtfulRows);
-            ReadAll(grey, {doubtful, doubtful + count}, widths, texts);
+            ReadAll(grey, {doubtful, doubtful + count}, search, texts);
         }
         if (std::none_of(texts.begin(), texts.end(), IsPlate)) {
-            ReadAll(grey, FilterByWidth(FindRows(grey, heights, maxFoundRows), widths), widths, texts);
+            ReadAll(grey, FilterByWidth(FindRows(grey, heights, maxFoundRows), widths), search, texts);
         }
         texts = BestOfEachPlace(std::move(texts));
         JoinRows(texts);
@@ -200,6 +205,9 @@ class PlateFrameReader final : public FrameReader {
             ApplyFormats(text.decoded);
         }
         std::erase_if(texts, [](const RowText& text) { return !IsPlate(text); });
+        if (search.isSingle) {
+            std::erase_if(texts, [&](const RowText& text) { return IsUnsureAlone(text); });
+        }
         texts = BestOfEachPlace(std::move(texts));
         texts.resize(std::min(texts.size(), maxReadings));
         return texts;
@@ -233,10 +241,11 @@ class PlateFrameReader final : public FrameReader {
         return rows;
     }
 
-    void ReadAll(const cv::Mat& grey, const std::vector<TextRow>& rows, const std::optional<WidthRange>& widths,
+    void ReadAll(const cv::Mat& grey, const std::vector<TextRow>& rows, const Search& search,
                  std::vector<RowText>& texts) {
+        const std::optional<WidthRange>& widths = search.widths;
         for (const TextRow& row : rows) {
-            RowText text = reader_.Read(grey, row);
+            RowText text = reader_.Read(grey, row, search.isSingle);
             if (!options_.templates.empty() && text.decoded.text.size() + 1 >= minCharacters) {
                 text.decoded = DecodeByTemplates(text.scores, options_.templates, text.decoded);
             }
@@ -246,6 +255,18 @@ class PlateFrameReader final : public FrameReader {
                 texts.push_back(std::move(text));
             }
         }
+    }
+
+    bool IsSure(const RowText& text) const {
+        DecodedText decoded = text.decoded;
+        ApplyFormats(decoded);
+        return IsPlate(text) && decoded.hasFormat && decoded.confidence >= sureConfidence;
+    }
+
+    /// Whether a text that no other frame confirms is more often that of something else.
+    bool IsUnsureAlone(const RowText& text) const {
+        const bool isExpected = text.decoded.hasFormat || !options_.templates.empty();
+        return text.decoded.confidence < (isExpected ? minAloneConfidence : minAloneFormatlessConfidence);
     }
 
     void ApplyFormats(DecodedText& decoded) const {

@@ -15,6 +15,10 @@ const cv::Size stripSize(160, 32);
 constexpr std::array<float, 1> firstFills = {0.7f};
 constexpr std::array<float, 2> secondFills = {0.62f, 0.78f};
 
+// Where the second reading looks, in character heights below the row.
+constexpr std::array<float, 1> shifts = {0};
+constexpr std::array<float, 3> thoroughShifts = {0, -0.15f, 0.15f};
+
 constexpr float firstMargin = 0.1f;  // of the row's width, on each side
 constexpr float secondMargin = 0.04f;
 
@@ -65,16 +69,23 @@ RowText TextReader::ReadOnce(const cv::Mat& grey, const TextRow& row, float marg
     return text;
 }
 
-RowText TextReader::Read(const cv::Mat& grey, const TextRow& row) {
+RowText TextReader::Read(const cv::Mat& grey, const TextRow& row, bool isThorough) {
     RowText first = ReadOnce(grey, row, firstMargin, firstFills);
     if (first.decoded.text.size() < minCharacters || first.decoded.confidence < minConfidence ||
         first.decoded.confidence > sufficientConfidence || first.row.width <= first.row.height) {
         return first;
     }
-    RowText second = ReadOnce(grey, first.row, secondMargin, secondFills);
-    const bool better = second.decoded.confidence > first.decoded.confidence &&
-                        second.decoded.text.size() + 1 >= first.decoded.text.size();
-    return better ? second : first;
+    RowText best = first;
+    for (const float shift : isThorough ? std::span<const float>(thoroughShifts) : std::span<const float>(shifts)) {
+        TextRow shifted = first.row;
+        shifted.centre.y += shift * shifted.height;
+        RowText again = ReadOnce(grey, shifted, secondMargin, secondFills);
+        if (again.decoded.confidence > best.decoded.confidence &&
+            again.decoded.text.size() + 1 >= best.decoded.text.size()) {
+            best = std::move(again);
+        }
+    }
+    return best;
 }
 
 }  // namespace plate_reading

@@ -24,8 +24,9 @@ class TextReader {
     /// `network` is the content of an ONNX file. Throws cv::Exception.
     explicit TextReader(const std::vector<unsigned char>& network);
 
-    /// Reads the row, and if useful again at the exact place of the text. `grey` has 8 bits. Throws cv::Exception.
-    RowText Read(const cv::Mat& grey, const TextRow& row);
+    /// Reads the row, and if useful again at the exact place of the text; with `isThorough` also a little above and
+    /// below it. `grey` has 8 bits. Throws cv::Exception.
+    RowText Read(const cv::Mat& grey, const TextRow& row, bool isThorough);
 
   private:
     RowText ReadOnce(const cv::Mat& grey, const TextRow& row, float margin, std::span<const float> fills);

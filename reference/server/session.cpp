@@ -113,7 +113,7 @@ class Session {
                     stream_.ForgetPicture();
                     return transport::Readings();
                 }
-                readings = loan->Reader().Read(picture, region, widths_, part);
+                readings = loan->Reader().Read(picture, {region, widths_, part, !stream_.IsStream()});
             }
             return ToMessage(stream_.Follow(picture, region, std::move(readings), part));
         } catch (const std::exception& error) {

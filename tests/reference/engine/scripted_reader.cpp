@@ -38,8 +38,7 @@ std::string NineDigits(std::uint64_t number) {
 
 class Reader final : public plate_reading::FrameReader {
   public:
-    std::vector<Reading> Read(const Picture& picture, const std::optional<Region>& region,
-                              const std::optional<WidthRange>& widths, const std::optional<Region>&) override {
+    std::vector<Reading> Read(const Picture& picture, const plate_reading::Search& search) override {
         const std::uint8_t argument = picture.pixels[1];
         std::vector<Reading> readings;
         switch (picture.pixels[0]) {
@@ -63,7 +62,7 @@ class Reader final : public plate_reading::FrameReader {
             default:
                 break;
         }
-        return DescriptionOf(picture, region, widths);
+        return DescriptionOf(picture, search.region, search.widths);
     }
 };
 

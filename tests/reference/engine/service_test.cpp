@@ -59,8 +59,7 @@ class Gate {
 class GatedReader final : public plate_reading::FrameReader {
   public:
     explicit GatedReader(Gate& gate) : gate_(gate) {}
-    std::vector<Reading> Read(const Picture& picture, const std::optional<Region>&, const std::optional<WidthRange>&,
-                              const std::optional<Region>&) override {
+    std::vector<Reading> Read(const Picture& picture, const plate_reading::Search&) override {
         gate_.Pass(picture.pixels[1]);
         return {scripted_reader::Numbered(picture.pixels[1])};
     }
