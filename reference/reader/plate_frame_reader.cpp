@@ -23,7 +23,7 @@ constexpr std::size_t maxCharacters = 12;
 // sureScore only a few are read, and none if a plate has been read before that is surely one.
 constexpr std::size_t maxDetectedRows = 8;
 constexpr std::ptrdiff_t maxDoubtfulRows = 3;
-constexpr float sureScore = 0.5f;
+constexpr float sureScore = 0.65f;
 constexpr double sureConfidence = 0.8;
 constexpr std::size_t maxFoundRows = 3;
 

@@ -72,6 +72,70 @@ def draw_clutter(scene, fonts):
         draw_lettering(scene, fonts, x, y)
 
 
+def draw_vehicle(scene, corners):
+    """Draws the end of a vehicle around a plate: panels, edges, a grille, lights, a badge; all lean as the plate does."""
+    along, down = corners[1] - corners[0], corners[3] - corners[0]
+    width, height = float(np.linalg.norm(along)), float(np.linalg.norm(down))
+    along, down = along / width, down / height
+    centre = corners.mean(0)
+
+    def place(x, y):
+        return centre + x * along + y * down
+
+    def panel(left, top, right, bottom, value):
+        quadrangle = [place(left, top), place(right, top), place(right, bottom), place(left, bottom)]
+        cv2.fillConvexPoly(scene, np.int32(np.round(quadrangle)), value)
+
+    def line(x, y, end_x, end_y, value, thickness):
+        ends = np.int32(np.round([place(x, y), place(end_x, end_y)]))
+        cv2.line(scene, ends[0].tolist(), ends[1].tolist(), value, thickness)
+
+    def disc(x, y, axes, value, thickness):
+        middle = np.int32(np.round(place(x, y))).tolist()
+        cv2.ellipse(scene, middle, axes, 0, 0, 360, value, thickness)
+
+    half, body = width / 2, uniform(5, 250)
+    left, right = -half - width * uniform(0.2, 2.5), half + width * uniform(0.2, 2.5)
+    top, bottom = -height * uniform(0.8, 4), height * uniform(0.7, 3)
+    panel(left, top, right, bottom, body)
+    if chance(0.5):  # light from above
+        scene *= coarse_noise(WIDTH, HEIGHT, random.randint(2, 5), 1, low=uniform(0.5, 1.0), high=uniform(1.0, 1.3))
+    for _ in range(random.randint(0, 3)):  # parts of another colour, above or below
+        value = uniform(0, 255) if chance(0.5) else body * uniform(0.2, 0.9)
+        side, edge = random.choice([-1, 1]), height * uniform(0.55, 1.6)
+        far = edge + height * uniform(0.1, 1.5)
+        panel(left * uniform(0.3, 1), side * edge, right * uniform(0.3, 1), side * far, value)
+    if chance(0.5):  # grille
+        upright, pitch, value = chance(0.4), uniform(2.5, 9), uniform(0, 255)
+        start = (-1 if chance(0.7) else 1) * height * uniform(0.55, 1.5)
+        end, reach = start + np.sign(start) * height * uniform(0.3, 1.8), half * uniform(0.6, 2.5)
+        panel(-reach, start, reach, end, uniform(0, 90))
+        thickness = max(1, int(pitch * uniform(0.2, 0.6)))
+        if upright:
+            for x in np.arange(-reach, reach, pitch):
+                line(x, start, x, end, value, thickness)
+        else:
+            for y in np.arange(min(start, end), max(start, end), pitch):
+                line(-reach, y, reach, y, value, thickness)
+    if chance(0.4):  # a recess or a holder
+        value = body * uniform(0.3, 0.95) if chance(0.8) else uniform(0, 255)
+        margin = height * uniform(0.05, 0.5)
+        aside, below = half + margin * uniform(0.5, 4), height / 2 + margin
+        panel(-aside, -below, aside, below, value)
+    for _ in range(random.randint(0, 5)):  # edges, gaps, chrome
+        y = random.choice([-1, 1]) * height * uniform(0.55, 2.5)
+        line(left, y, right, y + height * random.gauss(0, 0.1), uniform(0, 255), random.randint(1, 1 + int(height * 0.2)))
+    if chance(0.5):  # lights
+        x, y, value = half + width * uniform(0.2, 1.5), height * uniform(-1.5, 0.8), uniform(40, 255)
+        axes = (max(1, int(width * uniform(0.1, 0.5))), max(1, int(height * uniform(0.2, 0.8))))
+        for side in (-1, 1):
+            disc(side * x, y, axes, value, -1)
+    if chance(0.3):  # a badge
+        axes = (max(1, int(height * 0.35)), max(1, int(height * 0.25)))
+        x, y = uniform(-0.2, 0.2) * width, -height * uniform(0.8, 1.8)
+        disc(x, y, axes, uniform(0, 255), random.choice([-1, 2]))
+
+
 def draw_words():
     """Returns what is written on signs, on vehicles and over the picture; plates differ by their ground and their text."""
     letters, digits = plate_drawing.plate_formats.LETTERS, plate_drawing.plate_formats.DIGITS
@@ -150,6 +214,10 @@ def place_plate(scene, fonts, rows):
     box = (*corners.min(0), *corners.max(0))
     if any(row.overlaps(box) for row in rows):
         return scene
+    if not rows and chance(0.7):
+        draw_vehicle(scene, corners)
+        if chance(0.3):
+            draw_clutter(scene, fonts)
     source = cv2.GaussianBlur(plate.canvas, (0, 0), 0.45 / scale) if scale < 0.7 else plate.canvas
     seen = cv2.warpAffine(
         source, np.hstack([matrix, shift[:, None]]).astype(np.float32), (WIDTH, HEIGHT), borderMode=cv2.BORDER_REPLICATE

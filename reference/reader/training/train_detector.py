@@ -74,7 +74,7 @@ def drawer():
 def main():
     arguments = training.parse_arguments(__doc__)
     run = training.Training(Detector(), arguments, decay=1e-3, warmup=100)
-    examples = Examples(drawer, arguments.seed, batch=24, fresh=10, buffer_size=6000)
+    examples = Examples(drawer, arguments.seed, batch=24, fresh=16, buffer_size=6000)
     example = torch.randn(1, 1, scene_drawing.HEIGHT, scene_drawing.WIDTH)
     axes = {2: "rows", 3: "columns"}
     counts = np.zeros(3)  # cells found that are right, cells found, cells to be found
