@@ -44,6 +44,10 @@ constexpr double sameTextFactor = 6;  // by which the distance of a plate with t
 
 // Plate widths a frame; what moves faster is in view for a second or two.
 constexpr double fastMovement = 0.03;
+// Pixels; less may not change the mean brightness of a square.
+constexpr double visibleMovement = 8;
+// The share of the squares that may change, by noise, when the picture is repeated.
+constexpr double repeatedShare = 0.05;
 constexpr int maxRepeatedFrames = 10;
 
 // Of a moving camera at least this share of the squares changes, apart from the change of all by exposure and light.
@@ -218,6 +222,7 @@ Region ReadingStream::ChangedPart(const Picture& picture, const std::optional<Re
             changed_.push_back(square);
         }
     }
+    changedShare_ = static_cast<double>(changed_.size()) / static_cast<double>(squares.size());
     isCameraMoving_ = isKnown && IsCameraMoving(brightness);
     Region part;
     if (changed) {
@@ -325,7 +330,7 @@ ReadingStream::Plate& ReadingStream::PlateOf(const Reading& reading, bool isUnch
             continue;
         }
         double distance = std::hypot(plate.x - x, plate.y - y) / std::max(plate.width, readWidth);
-        if (plate.texts.contains(reading.text)) {
+        if (plate.reported == reading.text || (plate.texts.contains(reading.text) && !IsDoubtful(reading.text))) {
             distance /= sameTextFactor;
         }
         if (distance < least) {
@@ -339,7 +344,7 @@ ReadingStream::Plate& ReadingStream::PlateOf(const Reading& reading, bool isUnch
         nearest->firstY = y;
     }
     const int frames = pictures_ - nearest->lastRead;
-    nearest->isRepeated = isUnchanged && IsFast(*nearest) && frames <= maxRepeatedFrames;
+    nearest->isRepeated = isUnchanged && MustHaveMoved(*nearest) && frames <= maxRepeatedFrames;
     nearest->lastSeen = pictures_;
     if (nearest->isRepeated) {
         nearest->x = x;
@@ -363,11 +368,14 @@ ReadingStream::Plate& ReadingStream::PlateOf(const Reading& reading, bool isUnch
     return *nearest;
 }
 
-// A fast plate at the same place again means that the camera or a recorder repeats pictures, not that the vehicle has
-// stopped. Then no plate is reported: the host's tracker would expect the fast ones at this place for seconds, and the
-// next vehicle there would be taken for them; and without them it would give their tracks the other plates.
-bool ReadingStream::IsFast(const Plate& plate) {
-    return std::hypot(plate.speedX, plate.speedY) > fastMovement * plate.width;
+// A fast plate at the same place again, in a picture that is otherwise the same too, means that the camera or a
+// recorder repeats pictures, not that the vehicle has stopped. Then no plate is reported: the host's tracker would
+// expect the fast ones at this place for seconds, and the next vehicle there would be taken for them; and without them
+// it would give their tracks the other plates.
+bool ReadingStream::MustHaveMoved(const Plate& plate) const {
+    const double speed = std::hypot(plate.speedX, plate.speedY);
+    return changedShare_ < repeatedShare && speed > fastMovement * plate.width &&
+           speed * (pictures_ - plate.lastRead) > visibleMovement;
 }
 
 // The plate that had this reading in the previous frame, or null. The picture there is the same in this frame, which
@@ -468,7 +476,7 @@ std::vector<Reading> ReadingStream::Follow(const Picture& picture, const std::op
             readings.push_back(reading);
             continue;
         }
-        isRepeatedPicture = isRepeatedPicture || IsFast(*plate);
+        isRepeatedPicture = isRepeatedPicture || MustHaveMoved(*plate);
         if (!plate->reported.empty()) {
             repeated.push_back(plate->last);
         }

@@ -74,7 +74,7 @@ class ReadingStream {
     bool ContinuesScene(const Picture& picture, const std::vector<Reading>& readings);
     Region WithPlates(Region part, const Region& whole) const;
     Plate& PlateOf(const Reading& reading, bool isUnchanged);
-    static bool IsFast(const Plate& plate);
+    bool MustHaveMoved(const Plate& plate) const;
     Plate* UnchangedPlateOf(const Reading& reading);
     void ForgetText(Plate& plate, const std::string& kept) const;
     void AddHidden(const Region& whole, std::vector<Reading>& readings) const;
@@ -93,6 +93,7 @@ class ReadingStream {
 
     std::vector<float> brightness_;  // of each square of `searched_` when it was last searched
     Region searched_;
+    double changedShare_ = 1;      // of the squares
     std::vector<Region> changed_;  // squares that differ from when they were last searched
     bool isCameraMoving_ = false;
     int sinceWholeSearch_ = 0;  // frames
