@@ -352,7 +352,7 @@ ReadingStream::Plate& ReadingStream::PlateOf(const Reading& reading, bool isUnch
         return *nearest;
     }
     if (nearest->lastRead > 0) {
-        const double share = nearest->seen == 1 ? 1 : newSpeedShare;
+        const double share = nearest->seen == 1 || frames > maxRepeatedFrames ? 1 : newSpeedShare;
         nearest->speedX += share * ((x - nearest->x) / frames - nearest->speedX);
         nearest->speedY += share * ((y - nearest->y) / frames - nearest->speedY);
     }
