@@ -222,7 +222,6 @@ Region ReadingStream::ChangedPart(const Picture& picture, const std::optional<Re
             changed_.push_back(square);
         }
     }
-    changedShare_ = static_cast<double>(changed_.size()) / static_cast<double>(squares.size());
     isCameraMoving_ = isKnown && IsCameraMoving(brightness);
     Region part;
     if (changed) {
@@ -374,8 +373,9 @@ ReadingStream::Plate& ReadingStream::PlateOf(const Reading& reading, bool isUnch
 // it would give their tracks the other plates.
 bool ReadingStream::MustHaveMoved(const Plate& plate) const {
     const double speed = std::hypot(plate.speedX, plate.speedY);
-    return changedShare_ < repeatedShare && speed > fastMovement * plate.width &&
-           speed * (pictures_ - plate.lastRead) > visibleMovement;
+    const bool isRepeated =
+        static_cast<double>(changed_.size()) < repeatedShare * static_cast<double>(brightness_.size());
+    return isRepeated && speed > fastMovement * plate.width && speed * (pictures_ - plate.lastRead) > visibleMovement;
 }
 
 // The plate that had this reading in the previous frame, or null. The picture there is the same in this frame, which

@@ -93,7 +93,6 @@ class ReadingStream {
 
     std::vector<float> brightness_;  // of each square of `searched_` when it was last searched
     Region searched_;
-    double changedShare_ = 1;      // of the squares
     std::vector<Region> changed_;  // squares that differ from when they were last searched
     bool isCameraMoving_ = false;
     int sinceWholeSearch_ = 0;  // frames

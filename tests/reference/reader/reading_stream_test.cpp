@@ -284,6 +284,17 @@ TEST_F(ChangedPartTest, NoPlateIsReportedInARepeatedPictureWithAFastOne) {
     EXPECT_THAT(Follow({}, Part()), IsEmpty());
 }
 
+TEST_F(ChangedPartTest, APictureThatChangesElsewhereIsNotARepeatedOne) {
+    for (int i = 0; i < 3; ++i) {
+        picture.setTo(cv::Scalar::all(20 + 40 * i));
+        Follow({ReadingOf("AB123CD", 99, 100 + 50 * i, 100)}, Part());
+    }
+    for (int i = 0; i < 3; ++i) {
+        picture.rowRange(250, 368).setTo(cv::Scalar::all(200 - 40 * i));
+        EXPECT_THAT(Follow({}, Part()), ElementsAre("AB123CD"));
+    }
+}
+
 TEST_F(ChangedPartTest, WhileTheCameraMovesTextsThatStandStillAreNotReported) {
     cv::Mat ground(1000, 640, CV_8UC3);
     cv::theRNG().state = 7;
@@ -297,6 +308,14 @@ TEST_F(ChangedPartTest, WhileTheCameraMovesTextsThatStandStillAreNotReported) {
             readings.push_back(ReadingOf("AB123CD", 99, 100, 140 + 6 * (i - 28)));
         }
         EXPECT_EQ(Follow(readings, Part()), std::vector<std::string>(i < 29 ? 0 : 1, "AB123CD"));
+    }
+}
+
+TEST_F(ChangedPartTest, LightThatChangesEverywhereIsNoMovementOfTheCamera) {
+    const cv::Mat ground = picture.clone();
+    for (int i = 0; i < 4; ++i) {
+        picture = ground + cv::Scalar::all(20 * i);
+        EXPECT_EQ(Follow({ReadingOf("AB123CD", 99, 100, 100)}, Part()).size(), i == 0 ? 0u : 1u);
     }
 }
 
