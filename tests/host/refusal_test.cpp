@@ -9,6 +9,9 @@
 #include "tests/host/process.h"
 #include "tests/host/system_text.h"
 #include "tests/host/temporary_folder.h"
+#include "tools/host/engine_hook.h"
+#include "tools/host/failure.h"
+#include "tools/host/plugin.h"
 #include "tools/host/system.h"
 
 namespace host_test {
@@ -102,6 +105,19 @@ TEST_F(Refusal, AFileThatNeedsALibraryThatIsMissing) {
 TEST_F(Refusal, AnEngineToWhichTheLibraryWouldNotBind) {
     ExpectOneLine(RunHost({"play", video, "--plugin", HOST_TEST_PLUGIN, "--engine", HOST_TEST_ENGINE_MISNAMED}),
                   std::string("its name must be ") + plate_host::EngineFileName());
+}
+
+TEST_F(Refusal, AHookWithoutTheRecordingEngine) {
+    // Beside this test's program there is none.
+    class Hook : public plate_host::EngineHook {
+        int Recognise(const plate_host::EngineFunctions&, IMG*, tagRECT*, RPLATE*, int) override { return 0; }
+        bool SetRange(const plate_host::EngineFunctions&, int, int) override { return true; }
+    } hook;
+    const plate_host::PluginPaths paths{.library = HOST_TEST_PLUGIN, .engine = HOST_TEST_ENGINE_ONE};
+    EXPECT_THAT([&] { plate_host::Plugin plugin(paths, &hook); },
+                testing::ThrowsMessage<plate_host::Failure>(
+                    HasSubstr("cannot load the recording engine: there is no \"" +
+                              std::string(plate_host::EngineFileName()) + "\" in the folder \"recording-engine\"")));
 }
 
 TEST_F(Refusal, ABadCommandLine) {

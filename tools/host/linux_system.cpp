@@ -204,13 +204,12 @@ std::string LoadErrorText(const std::system_error& error) {
     return text;
 }
 
-bool IsEngineLoaded() {
+void* LoadedEngine() {
     void* const engine = ::dlopen(EngineFileName(), RTLD_NOW | RTLD_NOLOAD);
-    if (engine == nullptr) {
-        return false;
+    if (engine != nullptr) {
+        ::dlclose(engine);
     }
-    ::dlclose(engine);
-    return true;
+    return engine;
 }
 
 std::vector<std::string> DebugLevelPlaces() {

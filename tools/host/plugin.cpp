@@ -7,8 +7,10 @@
 
 #include "sdk/contract_names.h"
 #include "tools/host/console.h"
+#include "tools/host/engine_hook.h"
 #include "tools/host/failure.h"
 #include "tools/host/system.h"
+#include "tools/recording_engine/engine_tap.h"
 
 namespace plate_host {
 namespace {
@@ -17,6 +19,18 @@ namespace LoadMode = boost::dll::load_mode;
 
 // In a package, and where it is built.
 constexpr std::array referenceEngineFolders{"reference-engine", "reading"};
+constexpr std::array recordingEngineFolders{"recording-engine", "recording"};
+
+// Returns the engine's file in one of the folders beside this program; empty if there is none.
+std::filesystem::path EngineIn(const std::array<const char*, 2>& folders) {
+    for (const char* const folder : folders) {
+        const std::filesystem::path path = ProgramFile().parent_path() / folder / EngineFileName();
+        if (IsRegularFile(ToText(path))) {
+            return path;
+        }
+    }
+    return {};
+}
 
 std::string PathOf(const std::string& given, const char* fileName) {
     const std::filesystem::path path = given.empty() ? ProgramFile().parent_path() / fileName : ToPath(given);
@@ -40,9 +54,10 @@ void Load(boost::dll::shared_library& library, const std::string& path, const ch
 }
 
 template <class Function>
-Function* Export(const boost::dll::shared_library& library, const std::string& path, const char* name) {
+Function* Export(const boost::dll::shared_library& library, const std::string& path, const char* name,
+                 const char* what = "a detector library") {
     if (!library.has(name)) {
-        throw Failure("\"" + path + "\" is not a detector library: it does not export " + name);
+        throw Failure("\"" + path + "\" is not " + what + ": it does not export " + name);
     }
     return &library.get<Function>(name);
 }
@@ -56,18 +71,93 @@ Interface* Query(OKM8::IContract& object, const char* contractName) {
     return static_cast<Interface*>(result);
 }
 
+// The functions of an engine that the library is not bound to.
+EngineFunctions FunctionsOf(const boost::dll::shared_library& engine, const std::string& path) {
+    constexpr char what[] = "an engine";
+    return {Export<decltype(::Recognize2)>(engine, path, engine_names::recognise, what),
+            Export<decltype(::SetPlateRange)>(engine, path, engine_names::setRange, what)};
+}
+
 }  // namespace
 
-Plugin::Plugin(const PluginPaths& paths)
-    : enginePath_(PathOf(paths.engine, EngineFileName())), libraryPath_(PathOf(paths.library, LibraryFileName())) {
-    if (paths.engine.empty() && !IsRegularFile(enginePath_)) {
-        UseReferenceEngine();
+/// The recording engine, which passes the library's calls to the hook.
+class Plugin::EngineProxy {
+  public:
+    explicit EngineProxy(EngineHook& hook)
+        : hook_(hook),
+          path_(ToText(EngineIn(recordingEngineFolders))),
+          tap_{this,
+               [](void* proxy, IMG* image, tagRECT* region, RPLATE* plates, int flags) {
+                   const auto& self = *static_cast<EngineProxy*>(proxy);
+                   return self.hook_.Recognise(self.engine_, image, region, plates, flags);
+               },
+               [](void* proxy, int minimumWidth, int maximumWidth) {
+                   const auto& self = *static_cast<EngineProxy*>(proxy);
+                   return self.hook_.SetRange(self.engine_, minimumWidth, maximumWidth);
+               }} {
+        if (path_.empty()) {
+            throw Failure(std::string("cannot load the recording engine: there is no \"") + EngineFileName() +
+                          "\" in the folder \"" + recordingEngineFolders.front() + "\" beside this program");
+        }
+        // Before the engine, because the library binds to the first one of the name.
+        Load(library_, path_, "recording engine", LoadMode::rtld_now | LoadMode::rtld_global);
+    }
+    EngineProxy(const EngineProxy&) = delete;
+    EngineProxy& operator=(const EngineProxy&) = delete;
+    ~EngineProxy() { Disconnect(); }
+
+    void Connect(const EngineFunctions& engine) {
+        engine_ = engine;
+        // Looked up last: Wine binds a library to that engine of the name whose functions were looked up last.
+        setTap_ = Export<decltype(::SetEngineTap)>(library_, path_, engine_names::setTap, "the recording engine");
+        setTap_(&tap_);
+        if (LoadedEngine() != library_.native()) {
+            throw Failure(std::string("cannot put \"") + path_ + "\" before the engine: another " + EngineFileName() +
+                          " is already loaded");
+        }
+    }
+
+    /// From here on the hook is not called. REQUIRES: no frame is under way.
+    void Disconnect() {
+        if (setTap_ != nullptr) {
+            setTap_(nullptr);
+            setTap_ = nullptr;
+        }
+    }
+
+  private:
+    EngineHook& hook_;
+    EngineFunctions engine_;
+    const std::string path_;
+    const EngineTap tap_;
+    boost::dll::shared_library library_;
+    decltype(::SetEngineTap)* setTap_ = nullptr;  // null unless connected
+};
+
+Plugin::Plugin(const PluginPaths& paths, EngineHook* hook) : libraryPath_(PathOf(paths.library, LibraryFileName())) {
+    if (!paths.hasNoEngine) {
+        enginePath_ = PathOf(paths.engine, EngineFileName());
+        if (paths.engine.empty() && !IsRegularFile(enginePath_)) {
+            UseReferenceEngine();
+        }
     }
     RequireFile(libraryPath_, "library", "--plugin");
-    RequireFile(enginePath_, "engine", "--engine");
-    Load(engine_, enginePath_, "engine", LoadMode::rtld_now | LoadMode::rtld_global);
-    if (!IsEngineLoaded()) {
-        throw Failure("\"" + enginePath_ + "\" cannot be used as the engine: its name must be " + EngineFileName());
+    if (!paths.hasNoEngine) {
+        RequireFile(enginePath_, "engine", "--engine");
+    }
+    if (hook == nullptr) {
+        Load(engine_, enginePath_, "engine", LoadMode::rtld_now | LoadMode::rtld_global);
+        if (LoadedEngine() == nullptr) {
+            throw Failure("\"" + enginePath_ + "\" cannot be used as the engine: its name must be " + EngineFileName());
+        }
+    } else {
+        proxy_ = std::make_unique<EngineProxy>(*hook);
+        EngineFunctions functions;
+        if (!paths.hasNoEngine) {
+            Load(engine_, enginePath_, "engine", LoadMode::rtld_now | LoadMode::rtld_local);
+            functions = FunctionsOf(engine_, enginePath_);
+        }
+        proxy_->Connect(functions);
     }
     Load(library_, libraryPath_, "library", LoadMode::rtld_now);
     namespace Names = OKM8::ExportName;
@@ -78,21 +168,20 @@ Plugin::Plugin(const PluginPaths& paths)
 }
 
 void Plugin::UseReferenceEngine() {
-    const std::filesystem::path programs = ProgramFile().parent_path();
-    for (const char* const folder : referenceEngineFolders) {
-        if (const std::string path = ToText(programs / folder / EngineFileName()); IsRegularFile(path)) {
-            enginePath_ = path;
-            isReferenceEngine_ = true;
-            // The library starts the engine's server from this program's folder or from the search path.
-            AddToSearchPath(programs / folder);
-            return;
-        }
+    if (const std::filesystem::path path = EngineIn(referenceEngineFolders); !path.empty()) {
+        enginePath_ = ToText(path);
+        isReferenceEngine_ = true;
+        // The library starts the engine's server from this program's folder or from the search path.
+        AddToSearchPath(path.parent_path());
     }
 }
 
 Plugin::~Plugin() {
     if (isInitialized_) {
         finalizeModule_();
+    }
+    if (proxy_ != nullptr) {
+        proxy_->Disconnect();
     }
     library_.unload();
     engine_.unload();

@@ -11,11 +11,14 @@
 
 namespace plate_host {
 
+class EngineHook;
+
 /// The files to load. An empty path means the file with the default name in this program's folder, and for an engine
 /// that is not there the reference engine in its own folder.
 struct PluginPaths {
     std::string library;
     std::string engine;
+    bool hasNoEngine = false;  ///< none is loaded, because a hook takes its place
 };
 
 /// Destroys a detector as its contract requires.
@@ -37,8 +40,10 @@ struct Detector {
 /// Used on the owner's thread only. Every operation throws Failure when the library or the engine fails.
 class Plugin {
   public:
-    /// Loads the engine and then the library, which binds to the loaded engine.
-    explicit Plugin(const PluginPaths& paths);
+    /// Loads the engine and then the library, which binds to the loaded engine. With a hook, which must outlive the
+    /// object, the library binds to the recording engine instead, and its calls go to the hook. REQUIRES: a hook if the
+    /// paths have no engine.
+    explicit Plugin(const PluginPaths& paths, EngineHook* hook = nullptr);
     Plugin(const Plugin&) = delete;
     Plugin& operator=(const Plugin&) = delete;
     /// Finalizes the module and unloads library and engine. REQUIRES: every detector has been destroyed.
@@ -54,17 +59,21 @@ class Plugin {
     Detector CreateDetector(OKM8::Analytics::IDetectorPeer& peer);
 
     const std::string& LibraryPath() const { return libraryPath_; }
+    /// Empty without an engine.
     const std::string& EnginePath() const { return enginePath_; }
     /// True if the reference engine took the place of an engine that was not named.
     bool IsReferenceEngine() const { return isReferenceEngine_; }
 
   private:
+    class EngineProxy;
+
     void UseReferenceEngine();
 
     std::string enginePath_;
     const std::string libraryPath_;
     bool isReferenceEngine_ = false;
-    boost::dll::shared_library engine_;  // unloaded after the library, which is bound to it
+    std::unique_ptr<EngineProxy> proxy_;  // null without a hook
+    boost::dll::shared_library engine_;   // unloaded after the library, which is bound to it
     boost::dll::shared_library library_;
     OKM8::Analytics::InitializeModuleFunction* initializeModule_ = nullptr;
     OKM8::Analytics::GetModuleFunction* getModule_ = nullptr;

@@ -64,8 +64,9 @@ bool IsRegularFile(const std::string& path);
 /// Why a library could not be loaded: the loader's message, or a plainer one.
 std::string LoadErrorText(const std::system_error& error);
 
-/// True when a library is loaded under the name from which the plug-in imports its engine.
-bool IsEngineLoaded();
+/// The system's handle of the loaded library to which the plug-in binds its engine's functions, by the engine's name;
+/// null for none.
+void* LoadedEngine();
 
 /// The places from which the library reads its debug level, in its order, one text each.
 std::vector<std::string> DebugLevelPlaces();

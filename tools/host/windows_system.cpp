@@ -401,8 +401,8 @@ std::string LoadErrorText(const std::system_error& error) {
 }
 
 // Windows binds imports to the loaded library with that name, regardless of its folder.
-bool IsEngineLoaded() {
-    return ::GetModuleHandleA(EngineFileName()) != nullptr;
+void* LoadedEngine() {
+    return ::GetModuleHandleA(EngineFileName());
 }
 
 // The library opens the 32-bit view of the registry, which has a separate key under HKEY_LOCAL_MACHINE. If neither key
