@@ -10,11 +10,11 @@
 #include "diagnostics/debug_level.h"
 #include "diagnostics/trace.h"
 #include "engine/engine_text.h"
+#include "engine/tracking.h"
 #include "image_transform/colour_converter.h"
 #include "platform/foreign_call.h"
 #include "sdk/setting_keys.h"
 #include "server/server_launcher.h"
-#include "tracker/licence_plate_tracker.h"
 
 namespace plate_recognition {
 
@@ -32,10 +32,6 @@ constexpr char setMaxMinPlateName[] = "plate_recognition::VexlaneDetectorImpl::S
 constexpr char recognizeName[] = "plate_recognition::VexlaneDetectorImpl::Recognize";
 
 constexpr std::uint32_t bytesPerPixel = 3;
-constexpr int maxPlateCount = 1024;
-constexpr std::int32_t readingWeight = 100;
-constexpr std::int64_t noLimit = 2147483647;
-constexpr std::int64_t millisecondsPerSecond = 1000;
 
 bool IsVerbose() {
     return diagnostics::DebugLevel() != 0;
@@ -154,7 +150,6 @@ void VexlaneDetectorImpl::ReadFrame(FrameImage& frame, const boost::shared_ptr<I
     }
 
     if (plateCount > maxPlateCount) {
-        // No frame has that many plates: the count is wrong, and the records may be, too.
         if (IsVerbose()) {
             WriteTrace(recognizeName, __LINE__,
                        Compose("Plate count %1% exceeds %2%: the frame counts as one without plates", plateCount,
@@ -167,10 +162,8 @@ void VexlaneDetectorImpl::ReadFrame(FrameImage& frame, const boost::shared_ptr<I
     std::vector<LicencePlatePtr> readings;
     readings.reserve(static_cast<std::size_t>(std::clamp(plateCount, 0, engineRecordCount)));
     for (int index = 0; index < plateCount; ++index) {
-        // The count may exceed the array; plates beyond it are empty.
-        static constexpr RPLATE emptyPlate = {};
-        const RPLATE& plate = index < engineRecordCount ? plates[index] : emptyPlate;
-        readings.push_back(MakeReading(frame, timeStamp, plate));
+        const RPLATE& plate = PlateAt(plates.get(), index);
+        readings.push_back(ReadingOf(plate, frame.width, frame.height, timeStamp, nextPlateId, frameCount));
         auto result = CreateResult(buffer, plate);
         const platform::Lock lock(resultsMutex);
         // A previous result with the key is destroyed after the lock, because it releases its frame to the host.
@@ -186,31 +179,7 @@ void VexlaneDetectorImpl::CreateTracker() {
         return;
     }
     const auto [isLimited, maxWait, wantedReadings] = Bound(resultReady, resultWaitTime, resultRecCount);
-    const std::int64_t maxAge = isLimited ? maxWait * millisecondsPerSecond : noLimit;
-    const std::int64_t enoughReadings = isLimited ? wantedReadings : noLimit;
-    // Converted to unsigned, a negative number is no limit.
-    tracker = boost::make_shared<CLicencePlateTracker>(this, static_cast<std::uint64_t>(trackerParameter),
-                                                       static_cast<std::uint64_t>(maxAge),
-                                                       static_cast<std::uint64_t>(enoughReadings));
-}
-
-LicencePlatePtr VexlaneDetectorImpl::MakeReading(const FrameImage& frame, std::uint64_t timeStamp,
-                                                 const RPLATE& plate) const {
-    const auto cornerOf = [](const EngineCorner& corner) { return PlateCorner{corner.x, corner.y}; };
-    const auto reading = boost::make_shared<LicencePlate>();
-    reading->timeStamp = timeStamp;
-    reading->frameWidth = frame.width;
-    reading->frameHeight = frame.height;
-    // The tracker's corner B is to the right of A, and C below A; the engine's corner 2 is below corner 1.
-    reading->cornerA = cornerOf(plate.corner1);
-    reading->cornerB = cornerOf(plate.corner3);
-    reading->cornerC = cornerOf(plate.corner2);
-    reading->cornerD = cornerOf(plate.corner4);
-    reading->weight = readingWeight;
-    reading->text = ReadingTextOf(plate);
-    reading->id = nextPlateId;
-    reading->frameNumber = frameCount;
-    return reading;
+    tracker = MakeTracker(this, trackerParameter, {isLimited, maxWait, wantedReadings});
 }
 
 boost::shared_ptr<RecognitionResult> VexlaneDetectorImpl::CreateResult(

@@ -12,6 +12,7 @@
 #include "engine/engine_records.h"
 #include "engine/recognition_result.h"
 #include "engine/track_points.h"
+#include "engine/tracking.h"
 #include "platform/mutex.h"
 #include "tracker/licence_plate_tracker_interface.h"
 
@@ -72,7 +73,7 @@ class VexlaneDetectorImpl : public BaseDetectorImpl, public ILicencePlateTracker
     std::int32_t plateRangeMin = -1;
     std::uint64_t nextPlateId = 0;
     std::uint64_t frameCount = 0;
-    std::int32_t trackerParameter = 3000;  // milliseconds after which a track is lost
+    std::int32_t trackerParameter = defaultLostTimeout;  // milliseconds
     boost::shared_ptr<ILicencePlateTracker> tracker;
     std::map<std::int32_t, boost::shared_ptr<RecognitionResult>> pendingResults
         VEXLANE_GUARDED_BY(resultsMutex);  // by plate ID
@@ -85,7 +86,6 @@ class VexlaneDetectorImpl : public BaseDetectorImpl, public ILicencePlateTracker
     void ReadFrame(FrameImage& frame, const boost::shared_ptr<OKM8::MFF::ICompositeBuffer>& buffer);
     void CreateTracker();
     void SendPlate(const LicencePlate& plate, const std::vector<LicencePlatePtr>& readings);
-    LicencePlatePtr MakeReading(const FrameImage& frame, std::uint64_t timeStamp, const RPLATE& plate) const;
 };
 
 }  // namespace plate_recognition

@@ -29,6 +29,10 @@ class CLicencePlateTracker final : public ILicencePlateTracker {
     void SetLostTimeout(std::uint64_t milliseconds) override { lostTimeout_ = milliseconds; }
     void FinishAll() override;
 
+    /// The tracks that were not removed, oldest first. A track that got a reading of the last frame is among them if
+    /// the reading has that frame's time.
+    const std::vector<boost::shared_ptr<CTrack>>& Tracks() const { return tracks_; }
+
   private:
     /// How close a reading is to a track. A track chooses among the readings of the closest class.
     enum class Closeness : std::uint8_t { Certain, Nearby, Far, Behind };
