@@ -150,7 +150,7 @@ TEST_F(EngineHookTest, AHookTakesThePlaceOfAnEngine) {
 
 TEST_F(EngineHookTest, ALibraryThatIsNoEngineIsRefused) {
     CountingHook hook;
-    const PluginPaths paths{.library = HOST_TEST_LIBRARY, .engine = HOST_TEST_ENGINE_ONE};
+    const PluginPaths paths{.library = HOST_TEST_LIBRARY, .engine = HOST_TEST_INCOMPLETE_PLUGIN};
     EXPECT_THAT([&] { Plugin plugin(paths, &hook); },
                 testing::ThrowsMessage<Failure>(testing::HasSubstr("is not an engine: it does not export ")));
 }

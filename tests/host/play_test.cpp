@@ -269,6 +269,14 @@ TEST(Play, AnEngineBesideTheProgramIsPreferredToTheReferenceEngine) {
     EXPECT_THAT(run.errors, Not(HasSubstr("reference engine")));
 }
 
+TEST(Play, AnEngineMayHaveAnyNameWhereItsCallsAreFollowed) {
+    std::vector<std::string> command = PlayCommand("-", {"test_event_every=1"});
+    ReplaceEngine(command, HOST_TEST_ENGINE_MISNAMED);
+    EXPECT_THAT(RunHost(command, Y4mStream(16, 16, 1)).output, HasSubstr(R"("country_code":"misnamed")"));
+    ReplaceEngine(command, HOST_TEST_PLUGIN);
+    EXPECT_THAT(RunHost(command, Y4mStream(16, 16, 1)).errors, HasSubstr("is not an engine: it uses one"));
+}
+
 TEST(Play, SinglePassesTheAreaAndCountsTheFrameDoneCalls) {
     std::vector<std::string> command = PlayCommand("-", {"test_event_every=1", "test_fail_every=3"});
     command.insert(command.end(), {"--single", "10,-20,30,40"});

@@ -92,18 +92,18 @@ TEST_F(Refusal, NoEngineBesideTheProgram) {
 
 TEST_F(Refusal, AFileThatIsNotAnEngine) {
     const std::string text = folder.Write("engine.so", "x");
-    ExpectOneLine(RunHost({"play", video, "--plugin", HOST_TEST_PLUGIN, "--engine", text}),
+    ExpectOneLine(RunHost({"info", "--plugin", HOST_TEST_PLUGIN, "--engine", text}),
                   "cannot load the engine \"" + text + "\": " + SystemText::ShortLibrary(text));
 }
 
 TEST_F(Refusal, AFileThatNeedsALibraryThatIsMissing) {
     const std::string other = folder.Copy(HOST_TEST_PLUGIN, "other.dll");
-    ExpectOneLine(RunHost({"play", video, "--plugin", HOST_TEST_PLUGIN, "--engine", other}),
+    ExpectOneLine(RunHost({"info", "--plugin", HOST_TEST_PLUGIN, "--engine", other}),
                   "cannot load the engine \"" + other + "\": " + SystemText::LibraryWithoutEngine() + "\n");
 }
 
 TEST_F(Refusal, AnEngineToWhichTheLibraryWouldNotBind) {
-    ExpectOneLine(RunHost({"play", video, "--plugin", HOST_TEST_PLUGIN, "--engine", HOST_TEST_ENGINE_MISNAMED}),
+    ExpectOneLine(RunHost({"info", "--plugin", HOST_TEST_PLUGIN, "--engine", HOST_TEST_ENGINE_MISNAMED}),
                   std::string("its name must be ") + plate_host::EngineFileName());
 }
 

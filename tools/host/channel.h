@@ -14,6 +14,7 @@
 #include "tools/host/options.h"
 #include "tools/host/picture_queue.h"
 #include "tools/host/plugin.h"
+#include "tools/host/run_recorder.h"
 
 namespace plate_host {
 
@@ -31,7 +32,7 @@ class Channel {
     /// Creates the detector and applies its settings. Throws Failure. The arguments must outlive the channel;
     /// `heldFrames` may be null.
     Channel(int number, Plugin& plugin, HostObject& host, EventSink& sink, Console& console, BufferCounts& buffers,
-            HeldFrames* heldFrames, const PlayOptions& options);
+            HeldFrames* heldFrames, RunRecorder& recorder, const PlayOptions& options);
     Channel(const Channel&) = delete;
     Channel& operator=(const Channel&) = delete;
     /// Drops the queued frames, ends the thread and destroys the detector.
@@ -58,6 +59,7 @@ class Channel {
   private:
     void Run();
     void Handle(Picture picture);
+    recording::Frame RecordOf(const Picture& picture) const;
     int32_t PassToDetector(FrameBuffer& buffer);
 
     DetectorPeer peer_;
@@ -65,6 +67,7 @@ class Channel {
     const int number_;
     BufferCounts& buffers_;
     HeldFrames* const heldFrames_;
+    RunRecorder& recorder_;
     const std::optional<OKM8::FrameArea> singleArea_;
     FrameDoneCounter frameDone_;
     PictureQueue queue_;

@@ -51,7 +51,7 @@ std::string ToHexadecimal(const void* data, std::uint32_t size) {
     return text;
 }
 
-std::string ToJsonLine(const EventRecord& event) {
+Json ToJson(const EventRecord& event) {
     Json line;
     line["channel"] = event.channel;
     line["event"] = event.name;
@@ -65,7 +65,11 @@ std::string ToJsonLine(const EventRecord& event) {
     if (!event.otherObjects.empty()) {
         line["objects"] = event.otherObjects;
     }
-    return line.dump(-1, ' ', false, Json::error_handler_t::replace) + "\n";
+    return line;
+}
+
+std::string ToJsonLine(const EventRecord& event) {
+    return ToJson(event).dump(-1, ' ', false, Json::error_handler_t::replace) + "\n";
 }
 
 }  // namespace plate_host

@@ -31,6 +31,8 @@ class EventSink {
   public:
     virtual ~EventSink() = default;
     virtual void OnEvent(const EventRecord& event) = 0;
+    /// Called for an event that the library began and discarded, with the step that was missing.
+    virtual void OnFailedEvent(const std::string&) {}
 };
 
 /// Converts the points of a track to JSON; null for an invalid list.
@@ -41,6 +43,9 @@ Json TrackTimeToJson(std::int64_t time);
 
 /// Converts bytes to hexadecimal digits.
 std::string ToHexadecimal(const void* data, std::uint32_t size);
+
+/// Converts an event to what is printed.
+Json ToJson(const EventRecord& event);
 
 /// Returns one line with its line end. Bytes that are not valid UTF-8 become replacement characters.
 std::string ToJsonLine(const EventRecord& event);

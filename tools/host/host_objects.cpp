@@ -253,18 +253,20 @@ void DetectorPeer::End(EventRaiser& raiser, bool raised) {
         raisers_.erase(found);
         ++(raised ? counts_.raised : counts_.discarded);
     }
-    if (raised) {
-        Publish(*ended);
-    }
+    Publish(*ended, raised);
 }
 
 // Called by the library, which no exception may reach.
-void DetectorPeer::Publish(const EventRaiser& raiser) {
+void DetectorPeer::Publish(const EventRaiser& raiser, bool raised) {
     try {
         EventRecord event;
         event.channel = channel_;
         raiser.DescribeInto(event);
-        sink_.OnEvent(event);
+        if (raised) {
+            sink_.OnEvent(event);
+        } else {
+            sink_.OnFailedEvent(event.targets.empty() ? "discarded before it had a target" : "discarded with a target");
+        }
     } catch (const std::exception& failure) {
         console_.Line(std::string("plate-host: cannot write an event: ") + OneLine(failure.what()));
     }

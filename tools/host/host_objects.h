@@ -204,7 +204,7 @@ class DetectorPeer final : public OKM8::Analytics::IDetectorPeer {
     RaiserCounts Counts() const;
 
   private:
-    void Publish(const EventRaiser& raiser);
+    void Publish(const EventRaiser& raiser, bool raised);
 
     const int channel_;
     HostObject& host_;

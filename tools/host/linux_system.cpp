@@ -163,6 +163,10 @@ void AddToSearchPath(const std::filesystem::path& folder) {
     ::setenv("PATH", extended.c_str(), 1);
 }
 
+const char* SystemName() {
+    return "linux";
+}
+
 const char* LibraryFileName() {
     return "libvexlane.so";
 }

@@ -5,10 +5,12 @@
 #include <vector>
 
 #include "tools/host/console.h"
+#include "tools/host/explain.h"
 #include "tools/host/failure.h"
 #include "tools/host/info.h"
 #include "tools/host/options.h"
 #include "tools/host/play.h"
+#include "tools/host/replay.h"
 #include "tools/host/system.h"
 
 namespace plate_host {
@@ -21,6 +23,12 @@ int Run(const std::vector<std::string>& words, Console& console) {
             return Play(options.play, console);
         case Command::Info:
             return Info(options.info, console);
+        case Command::Replay:
+            return Replay(options.replay, console);
+        case Command::Explain:
+            return Explain(options.explain, console);
+        case Command::Cut:
+            return Cut(options.explain, console);
         case Command::None:
             break;
     }

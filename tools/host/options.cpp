@@ -7,6 +7,7 @@
 #include <charconv>
 #include <sstream>
 #include <system_error>
+#include <utility>
 
 #include "tools/host/console.h"
 #include "tools/host/failure.h"
@@ -35,6 +36,37 @@ could not be written; 2 any other error; 130 or 143 interrupted.)";
 constexpr char infoFooter[] = R"(
 Example:
   plate-host info --plugin ./libvexlane.so --engine reading/libRecon64.so)";
+
+constexpr char replayFooter[] = R"(
+The engine and its server are not needed: the library gets the recorded results. The frames have the recorded sizes and
+times; what they show has no effect. Each difference from the recorded events, errors and calls of the engine is a row
+of a table.
+
+A recording that was made beside the engine in a foreign host has no settings and no events: set what the host sets with
+--set; the events are printed.
+
+Exit status: 0 the same as recorded; 1 differences; 2 any other error.
+
+Examples:
+  plate-host play gate.mp4 --record gate.vxr
+  plate-host replay gate.vxr --plugin new/libvexlane.so
+  plate-host replay gate.vxr --times 1000)";
+
+constexpr char explainFooter[] = R"(
+Without a vehicle of that time and text it says what the engine was asked and what it read then.
+
+Exit status: 0 a vehicle was found; 1 none was found; 2 any other error.
+
+Example:
+  plate-host explain gate.vxr --time 12.5 --plate ABC123)";
+
+constexpr char cutFooter[] = R"(
+The new recording begins where no vehicle before this one is followed, and ends when its last event is due. Replay it to
+see whether a library still does the same.
+
+Example:
+  plate-host cut gate.vxr --plate ABC123 --output missed.vxr
+  plate-host replay missed.vxr)";
 
 constexpr char playFooter[] = R"(
 Each event is printed to standard output as one line of JSON:
@@ -70,11 +102,15 @@ Examples:
   plate-host play gate.mp4 --set zone_width_min=4 --set zone_width=15 --snapshots snapshots
   plate-host play rtsp://camera/stream --realtime --frames 1000)";
 
-void AddPaths(CLI::App& command, PluginPaths& paths) {
+void AddLibrary(CLI::App& command, PluginPaths& paths) {
     command
         .add_option("--plugin", paths.library,
                     std::string("Library to load [") + LibraryFileName() + " in this program's folder]")
         ->type_name("PATH");
+}
+
+void AddPaths(CLI::App& command, PluginPaths& paths) {
+    AddLibrary(command, paths);
     command
         .add_option("--engine", paths.engine,
                     std::string("Engine for the library [") + EngineFileName() + " in this program's folder]")
@@ -114,6 +150,10 @@ void AddPlay(CLI::App& app, PlayOptions& options, RawPlayOptions& raw) {
     play->add_option("--snapshots", options.snapshots,
                      "Write each event's frame as PNG into this folder, with plate, text and track drawn in")
         ->type_name("DIR");
+    play->add_option("--record", options.recording,
+                     "Write what the detectors and the engine got and returned into this file, for replay and explain")
+        ->type_name("FILE");
+    play->add_flag("--json", options.printsSummary, "Print the summary as a last line of JSON, after the events");
     play->footer(playFooter);
 }
 
@@ -122,6 +162,49 @@ void AddInfo(CLI::App& app, InfoOptions& options) {
         app.add_subcommand("info", "Print the library's contracts and settings, and where it reads its debug level");
     AddPaths(*info, options.paths);
     info->footer(infoFooter);
+}
+
+void AddRecording(CLI::App& command, std::string& recording) {
+    command.add_option("recording", recording, "File that play --record wrote")->required()->type_name("");
+}
+
+void AddReplay(CLI::App& app, ReplayOptions& options, RawPlayOptions& raw) {
+    CLI::App* const replay =
+        app.add_subcommand("replay", "Give a recording to the library again and compare the events");
+    AddRecording(*replay, options.recording);
+    AddLibrary(*replay, options.paths);
+    replay->add_option("--set", raw.settings, "Setting of the detectors, after the recorded ones; may be repeated")
+        ->type_name("key=value")
+        ->allow_extra_args(false);
+    replay->add_option("--times", options.times, "Replay it this often [1]")
+        ->type_name("N")
+        ->check(CLI::PositiveNumber);
+    replay->add_option("--copies", options.copies, "Number of detectors that get each channel at the same time [1]")
+        ->type_name("N")
+        ->check(CLI::Range(1, maxChannels));
+    replay->add_flag("--events", options.printsEvents, "Print the events of the replay");
+    replay->add_flag("--json", options.json, "Print the differences or the result as lines of JSON");
+    replay->footer(replayFooter);
+}
+
+void AddVehicle(CLI::App& command, ExplainOptions& options) {
+    AddRecording(command, options.recording);
+    command
+        .add_option("--time", options.seconds, "When the vehicle was in view, in seconds; 3 seconds more or less do")
+        ->type_name("SECONDS");
+    command.add_option("--plate", options.plate, "Its plate; half of the characters may differ")->type_name("TEXT");
+    command.add_option("--channel", options.channel, "Look only at this channel")->type_name("N");
+}
+
+void AddExplain(CLI::App& app, ExplainOptions& options) {
+    CLI::App* const explain = app.add_subcommand("explain", "Tell the life of a vehicle of a recording");
+    AddVehicle(*explain, options);
+    explain->footer(explainFooter);
+    CLI::App* const cut =
+        app.add_subcommand("cut", "Cut a recording to the frames of one vehicle, to replay it as a test");
+    AddVehicle(*cut, options);
+    cut->add_option("--output", options.output, "The new recording")->required()->type_name("FILE");
+    cut->footer(cutFooter);
 }
 
 bool LooksLikeSetting(const std::string& word) {
@@ -176,6 +259,8 @@ Options ParseOptions(const std::vector<std::string>& words) {
     app.require_subcommand(1);
     app.footer(mainFooter);
     AddPlay(app, options.play, raw);
+    AddReplay(app, options.replay, raw);
+    AddExplain(app, options.explain);
     AddInfo(app, options.info);
     try {
         app.parse(ExpandSettings(words));
@@ -190,9 +275,17 @@ Options ParseOptions(const std::vector<std::string>& words) {
         }
         return options;
     }
-    options.command = app.got_subcommand("play") ? Command::Play : Command::Info;
+    constexpr std::array commands{std::pair{"play", Command::Play}, std::pair{"replay", Command::Replay},
+                                  std::pair{"explain", Command::Explain}, std::pair{"cut", Command::Cut},
+                                  std::pair{"info", Command::Info}};
+    for (const auto& [name, command] : commands) {
+        if (app.got_subcommand(name)) {
+            options.command = command;
+        }
+    }
     for (const std::string& setting : raw.settings) {
         options.play.settings.push_back(ParseSetting(setting));
+        options.replay.settings.push_back(ParseSetting(setting));
     }
     if (app.get_subcommand("play")->count("--single") != 0) {
         options.play.singleArea = ParseArea(raw.area);

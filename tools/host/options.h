@@ -19,22 +19,44 @@ struct PlayOptions {
     int channels = 1;
     std::optional<OKM8::FrameArea> singleArea;  ///< frames are passed to ReceiveSingle with this area
     bool realtime = false;
-    std::uint64_t frames = 0;  ///< 0 for all
-    bool reconnect = true;     ///< an address is opened again when its connection breaks off
-    bool drain = true;         ///< empty frames follow the video, so that vehicles in view at its end are reported
-    std::string snapshots;     ///< a folder for snapshots of the events; empty for none
+    std::uint64_t frames = 0;    ///< 0 for all
+    bool reconnect = true;       ///< an address is opened again when its connection breaks off
+    bool drain = true;           ///< empty frames follow the video, so that vehicles in view at its end are reported
+    std::string snapshots;       ///< a folder for snapshots of the events; empty for none
+    std::string recording;       ///< a file for the recording of the run; empty for none
+    bool printsSummary = false;  ///< as a last line of JSON, to standard output
 };
 
 struct InfoOptions {
     PluginPaths paths;
 };
 
-enum class Command { None, Play, Info };
+struct ReplayOptions {
+    std::string recording;
+    PluginPaths paths;
+    std::vector<Setting> settings;  ///< after the recorded ones
+    int times = 1;
+    int copies = 1;  ///< of each channel, at the same time
+    bool printsEvents = false;
+    bool json = false;
+};
+
+struct ExplainOptions {
+    std::string recording;
+    std::optional<double> seconds;  ///< when the vehicle was in view
+    std::string plate;              ///< empty for any
+    std::optional<int> channel;
+    std::string output;  ///< for cut: the new recording
+};
+
+enum class Command { None, Play, Info, Replay, Explain, Cut };
 
 struct Options {
     Command command = Command::None;  ///< None after help or version has been printed
     PlayOptions play;
     InfoOptions info;
+    ReplayOptions replay;
+    ExplainOptions explain;  ///< of explain and cut
 };
 
 /// Parses the arguments after the program's name; prints help and version. Throws Failure.

@@ -35,6 +35,7 @@ Picture CopyPicture(const Picture& picture) {
     copy.width = picture.width;
     copy.height = picture.height;
     copy.timeMs = picture.timeMs;
+    copy.isAfterVideo = picture.isAfterVideo;
     copy.bytes = std::make_unique_for_overwrite<std::uint8_t[]>(copy.size);
     std::memcpy(copy.bytes.get(), picture.bytes.get(), copy.size);
     return copy;

@@ -13,7 +13,8 @@ struct Picture {
     std::uint32_t size = 0;
     std::uint32_t width = 0;
     std::uint32_t height = 0;
-    std::uint64_t timeMs = 0;  ///< presentation time, from the start of the video
+    std::uint64_t timeMs = 0;   ///< presentation time, from the start of the video
+    bool isAfterVideo = false;  ///< one of the empty scenes that follow the video
 };
 
 /// Allocates a picture of an even size, with or without colour planes.

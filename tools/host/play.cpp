@@ -1,6 +1,7 @@
 #include "tools/host/play.h"
 
 #include <algorithm>
+#include <boost/date_time/posix_time/posix_time.hpp>
 #include <chrono>
 #include <memory>
 #include <optional>
@@ -13,6 +14,7 @@
 #include "tools/host/event_printer.h"
 #include "tools/host/failure.h"
 #include "tools/host/progress.h"
+#include "tools/host/run_recorder.h"
 #include "tools/host/snapshots.h"
 #include "tools/host/summary.h"
 #include "tools/host/system.h"
@@ -80,6 +82,7 @@ class Feeder {
         for (std::uint64_t time = interval; time < drainMs + (drainFrames + 1) * interval; time += interval) {
             Picture empty = MakeEmptyScene(last.width, last.height, last.size > last.width * last.height);
             empty.timeMs = last.timeMs + time;
+            empty.isAfterVideo = true;
             if (!PushToAll(std::move(empty))) {
                 break;
             }
@@ -181,6 +184,17 @@ class Feeder {
     std::uint64_t drainEvents_ = 0;
 };
 
+recording::Run DescribeRun(const std::string& video, const Plugin& plugin) {
+    recording::Run run;
+    run.recorder = "plate-host " PLATE_HOST_VERSION;
+    run.system = SystemName();
+    run.library = plugin.LibraryPath();
+    run.engine = plugin.EnginePath();
+    run.video = video;
+    run.startTime = boost::posix_time::to_iso_extended_string(boost::posix_time::second_clock::universal_time()) + "Z";
+    return run;
+}
+
 // Creates, runs and destroys the detectors, and collects their results.
 RunOutcome PlayThroughDetectors(const PlayOptions& options, VideoReader& reader, Picture first, Console& console) {
     RunOutcome run;
@@ -191,18 +205,25 @@ RunOutcome PlayThroughDetectors(const PlayOptions& options, VideoReader& reader,
     if (!options.snapshots.empty()) {
         snapshots.emplace(options.snapshots, printer, heldFrames, console);
     }
-    EventSink& sink = snapshots ? static_cast<EventSink&>(*snapshots) : printer;
+    // Without the recording engine the calls of the engine cannot be seen, and there is no ledger.
+    const bool isRecording = !options.recording.empty();
+    const bool isFollowed = isRecording || Plugin::HasRecordingEngine();
+    RunRecorder recorder(snapshots ? static_cast<EventSink&>(*snapshots) : printer, {});
     HostObject host(console);
     {
-        Plugin plugin(options.paths);
+        Plugin plugin(options.paths, isFollowed ? &recorder : nullptr);
         if (plugin.IsReferenceEngine()) {
             console.Line("plate-host: no --engine: using the reference engine \"" + plugin.EnginePath() + "\"");
         }
         plugin.Initialize(host);
+        if (isRecording) {
+            recorder.WriteTo(std::make_unique<recording::RecordingWriter>(ToOpenPath(options.recording),
+                                                                          DescribeRun(options.video, plugin)));
+        }
         std::vector<std::unique_ptr<Channel>> channels;
         for (int number = 0; number < options.channels; ++number) {
-            channels.push_back(std::make_unique<Channel>(number, plugin, host, sink, console, buffers,
-                                                         snapshots ? &heldFrames : nullptr, options));
+            channels.push_back(std::make_unique<Channel>(number, plugin, host, recorder, console, buffers,
+                                                         snapshots ? &heldFrames : nullptr, recorder, options));
         }
         for (const std::unique_ptr<Channel>& channel : channels) {
             channel->Start();
@@ -217,7 +238,13 @@ RunOutcome PlayThroughDetectors(const PlayOptions& options, VideoReader& reader,
             channel->Finish();
             run.Add(channel->Outcome(), channel->Raisers());
         }
+        recorder.End({run.framesHandled, printer.EventCount(), run.seconds});
     }
+    if (isFollowed) {
+        run.ledger = recorder.Counts();
+    }
+    run.callsOutsideFrames = recorder.CallsOutsideFrames();
+    run.recordingError = recorder.WriteError();
     run.channels = options.channels;
     run.isSingle = options.singleArea.has_value();
     run.events = printer.EventCount();
@@ -252,6 +279,9 @@ int Play(const PlayOptions& options, Console& console) {
     const RunOutcome run = PlayThroughDetectors(options, *reader, std::move(first), console);
     for (const std::string& line : SummaryLines(run)) {
         console.Line(line);
+    }
+    if (options.printsSummary) {
+        WriteStandard(StandardStream::Output, SummaryJson(run));
     }
     const std::vector<std::string> defects = Defects(run);
     for (const std::string& defect : defects) {

@@ -99,31 +99,28 @@ class Plugin::EngineProxy {
             throw Failure(std::string("cannot load the recording engine: there is no \"") + EngineFileName() +
                           "\" in the folder \"" + recordingEngineFolders.front() + "\" beside this program");
         }
-        // Before the engine, because the library binds to the first one of the name.
         Load(library_, path_, "recording engine", LoadMode::rtld_now | LoadMode::rtld_global);
+        if (LoadedEngine() != library_.native()) {
+            throw Failure(std::string("cannot use \"") + path_ + "\": another " + EngineFileName() +
+                          " is already loaded");
+        }
+        setTap_ = Export<decltype(::SetEngineTap)>(library_, path_, engine_names::setTap, "the recording engine");
     }
     EngineProxy(const EngineProxy&) = delete;
     EngineProxy& operator=(const EngineProxy&) = delete;
     ~EngineProxy() { Disconnect(); }
 
-    void Connect(const EngineFunctions& engine) {
-        engine_ = engine;
-        // Looked up last: Wine binds a library to that engine of the name whose functions were looked up last.
-        setTap_ = Export<decltype(::SetEngineTap)>(library_, path_, engine_names::setTap, "the recording engine");
-        setTap_(&tap_);
-        if (LoadedEngine() != library_.native()) {
-            throw Failure(std::string("cannot put \"") + path_ + "\" before the engine: another " + EngineFileName() +
-                          " is already loaded");
+    void Connect(const EngineFunctions& engine, const std::string& enginePath) {
+        // A library that is bound to the recording engine shows its functions as its own.
+        if (engine.recognise == FunctionsOf(library_, path_).recognise) {
+            throw Failure("\"" + enginePath + "\" is not an engine: it uses one");
         }
+        engine_ = engine;
+        setTap_(&tap_);
     }
 
     /// From here on the hook is not called. REQUIRES: no frame is under way.
-    void Disconnect() {
-        if (setTap_ != nullptr) {
-            setTap_(nullptr);
-            setTap_ = nullptr;
-        }
-    }
+    void Disconnect() { setTap_(nullptr); }
 
   private:
     EngineHook& hook_;
@@ -131,7 +128,7 @@ class Plugin::EngineProxy {
     const std::string path_;
     const EngineTap tap_;
     boost::dll::shared_library library_;
-    decltype(::SetEngineTap)* setTap_ = nullptr;  // null unless connected
+    decltype(::SetEngineTap)* setTap_ = nullptr;
 };
 
 Plugin::Plugin(const PluginPaths& paths, EngineHook* hook) : libraryPath_(PathOf(paths.library, LibraryFileName())) {
@@ -150,21 +147,28 @@ Plugin::Plugin(const PluginPaths& paths, EngineHook* hook) : libraryPath_(PathOf
         if (LoadedEngine() == nullptr) {
             throw Failure("\"" + enginePath_ + "\" cannot be used as the engine: its name must be " + EngineFileName());
         }
+        Load(library_, libraryPath_, "library", LoadMode::rtld_now);
     } else {
+        // The library is loaded while the recording engine is the only module of that name: with two, the system
+        // chooses to which one it is bound.
         proxy_ = std::make_unique<EngineProxy>(*hook);
+        Load(library_, libraryPath_, "library", LoadMode::rtld_now);
         EngineFunctions functions;
         if (!paths.hasNoEngine) {
             Load(engine_, enginePath_, "engine", LoadMode::rtld_now | LoadMode::rtld_local);
             functions = FunctionsOf(engine_, enginePath_);
         }
-        proxy_->Connect(functions);
+        proxy_->Connect(functions, enginePath_);
     }
-    Load(library_, libraryPath_, "library", LoadMode::rtld_now);
     namespace Names = OKM8::ExportName;
     initializeModule_ =
         Export<OKM8::Analytics::InitializeModuleFunction>(library_, libraryPath_, Names::InitializeModule);
     getModule_ = Export<OKM8::Analytics::GetModuleFunction>(library_, libraryPath_, Names::GetModule);
     finalizeModule_ = Export<OKM8::Analytics::FinalizeModuleFunction>(library_, libraryPath_, Names::FinalizeModule);
+}
+
+bool Plugin::HasRecordingEngine() {
+    return !EngineIn(recordingEngineFolders).empty();
 }
 
 void Plugin::UseReferenceEngine() {

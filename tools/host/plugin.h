@@ -41,9 +41,11 @@ struct Detector {
 class Plugin {
   public:
     /// Loads the engine and then the library, which binds to the loaded engine. With a hook, which must outlive the
-    /// object, the library binds to the recording engine instead, and its calls go to the hook. REQUIRES: a hook if the
-    /// paths have no engine.
+    /// object, the library binds to the recording engine instead, and its calls go to the hook. Then the engine may
+    /// have any name. REQUIRES: a hook if the paths have no engine.
     explicit Plugin(const PluginPaths& paths, EngineHook* hook = nullptr);
+    /// True if the recording engine is in its folder beside this program, so that a hook can be used.
+    static bool HasRecordingEngine();
     Plugin(const Plugin&) = delete;
     Plugin& operator=(const Plugin&) = delete;
     /// Finalizes the module and unloads library and engine. REQUIRES: every detector has been destroyed.

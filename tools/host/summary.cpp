@@ -76,7 +76,52 @@ std::vector<std::string> SummaryLines(const RunOutcome& run) {
     if (!run.videoDamage.empty()) {
         lines.push_back(Entry("video is damaged", OneLine(run.videoDamage)));
     }
+    if (run.ledger) {
+        const std::vector<std::string> ledger = LedgerLines(*run.ledger);
+        lines.insert(lines.end(), ledger.begin(), ledger.end());
+    }
+    if (run.callsOutsideFrames != 0) {
+        lines.push_back(Entry("  calls outside", std::to_string(run.callsOutsideFrames) +
+                                                     " calls of the engine on threads that pass no frame"));
+    }
     return lines;
+}
+
+std::vector<std::string> LedgerLines(const ledger::Counts& counts) {
+    std::vector<std::string> lines{"plate-host: ledger"};
+    for (const ledger::Line& line : ledger::LinesOf(counts)) {
+        std::string text = std::to_string(line.count);
+        constexpr std::size_t countWidth = 10;
+        text.insert(0, text.size() < countWidth ? countWidth - text.size() : 0, ' ');
+        lines.push_back(text + (line.isPart ? "    " : "  ") + OneLine(line.text));
+    }
+    for (const ledger::Balance& balance : ledger::BalancesOf(counts)) {
+        if (!balance.Closes()) {
+            lines.push_back("  does not close: " + balance.text + ": " + std::to_string(balance.left) + " and " +
+                            std::to_string(balance.right));
+        }
+    }
+    return lines;
+}
+
+std::string SummaryJson(const RunOutcome& run) {
+    Json summary;
+    summary["channels"] = run.channels;
+    summary["frames_of_video"] = run.framesRead;
+    summary["frames_after_video"] = run.framesAfterVideo;
+    summary["events_after_video"] = run.eventsAfterVideo;
+    summary["frames_handled"] = run.framesHandled;
+    summary["seconds"] = run.seconds;
+    summary["events"] = run.events;
+    summary["plates"] = run.plates;
+    summary["raisers"] = {
+        {"created", run.raisers.created}, {"raised", run.raisers.raised}, {"discarded", run.raisers.discarded}};
+    summary["buffers"] = {{"passed", run.buffersPassed}, {"released", run.buffersReleased}};
+    if (run.ledger) {
+        summary["ledger"] = ledger::JsonOf(*run.ledger);
+    }
+    summary["defects"] = Defects(run);
+    return Json{{"summary", summary}}.dump(-1, ' ', false, Json::error_handler_t::replace) + "\n";
 }
 
 std::vector<std::string> Defects(const RunOutcome& run) {
@@ -102,6 +147,9 @@ std::vector<std::string> Defects(const RunOutcome& run) {
     if (run.snapshots && run.snapshots->failed != 0) {
         defects.push_back(std::to_string(run.snapshots->failed) +
                           " snapshots could not be written: " + run.snapshots->error);
+    }
+    if (!run.recordingError.empty()) {
+        defects.push_back(run.recordingError);
     }
     return defects;
 }

@@ -10,6 +10,7 @@
 #include "tools/host/channel.h"
 #include "tools/host/snapshots.h"
 #include "tools/host/video_reader.h"
+#include "tools/ledger/ledger.h"
 
 namespace plate_host {
 
@@ -34,12 +35,21 @@ struct RunOutcome {
     ConnectionGaps gaps;
     std::string outputError;
     std::optional<SnapshotCounts> snapshots;
+    std::optional<ledger::Counts> ledger;  ///< if the calls of the engine were followed
+    std::uint64_t callsOutsideFrames = 0;  ///< of the engine, on other threads than those that pass frames
+    std::string recordingError;
 
     void Add(const ChannelOutcome& channel, const RaiserCounts& channelRaisers);
 };
 
 /// Formats the summary.
 std::vector<std::string> SummaryLines(const RunOutcome& run);
+
+/// The lines of a ledger, with the sums that do not close.
+std::vector<std::string> LedgerLines(const ledger::Counts& counts);
+
+/// The summary as one line of JSON with its line end.
+std::string SummaryJson(const RunOutcome& run);
 
 /// The reasons for which the run has failed, one line each: violations of the contract by the library, lost output.
 std::vector<std::string> Defects(const RunOutcome& run);

@@ -46,6 +46,8 @@ void AddToSearchPath(const std::filesystem::path& folder);
 
 /// The file names of the library and the engine on this system.
 const char* LibraryFileName();
+/// "linux" or "windows".
+const char* SystemName();
 const char* EngineFileName();
 
 /// The path of this program.

@@ -346,6 +346,10 @@ void AddToSearchPath(const std::filesystem::path& folder) {
     ::SetEnvironmentVariableW(L"PATH", (path.empty() ? folder.native() : path + L";" + folder.native()).c_str());
 }
 
+const char* SystemName() {
+    return "windows";
+}
+
 const char* LibraryFileName() {
     return "vexlane.dll";
 }

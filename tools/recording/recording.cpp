@@ -123,6 +123,9 @@ Json JsonOf(const EngineCall& call) {
     }
     value["count"] = call.count;
     value["us"] = call.microseconds;
+    if (call.hasThrown) {
+        value["threw"] = true;
+    }
     if (!call.plates.empty()) {
         Json& plates = value["plates"] = Json::array();
         for (const RPLATE& plate : call.plates) {
@@ -142,6 +145,7 @@ EngineCall EngineCallOf(const Json& value) {
     }
     value.at("count").get_to(call.count);
     value.at("us").get_to(call.microseconds);
+    call.hasThrown = value.value("threw", false);
     if (const auto plates = value.find("plates"); plates != value.end()) {
         for (const Json& plate : *plates) {
             call.plates.push_back(PlateOf(plate));

@@ -19,9 +19,12 @@ using Json = nlohmann::ordered_json;
 /// Of the file's format; a reader refuses a higher one.
 inline constexpr int formatVersion = 1;
 
+/// The recorder of a recording that was made beside the engine, in a foreign host. It has no settings and no events.
+inline constexpr const char* engineRecorder = "engine";
+
 /// What was run. Paths and texts as the recorder knows them; empty where it does not.
 struct Run {
-    std::string recorder;  ///< "plate-host 1.2.3", or "engine" for a recording made beside the engine in a foreign host
+    std::string recorder;  ///< "plate-host 1.2.3", or engineRecorder
     std::string system;    ///< "linux" or "windows"
     std::string library;   ///< path
     std::string engine;    ///< path
@@ -53,6 +56,7 @@ struct EngineCall {
     int count = 0;                   ///< what the engine returned
     std::vector<RPLATE> plates;      ///< the records that it wrote; what is not read of a record is zero
     std::uint64_t microseconds = 0;  ///< how long the call took
+    bool hasThrown = false;          ///< an exception left the engine
 };
 
 /// A part of the frame of an event, to show.
@@ -66,7 +70,7 @@ struct Crop {
 
 /// An event as the host prints it.
 struct Event {
-    Json value;  ///< "channel", "event", "time_ms", "targets": as plate-host prints it
+    Json value;  ///< "channel", "event", "time", "arguments", "track"
     std::optional<Crop> crop;
 };
 
