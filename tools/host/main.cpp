@@ -11,6 +11,7 @@
 #include "tools/host/options.h"
 #include "tools/host/play.h"
 #include "tools/host/replay.h"
+#include "tools/host/report_command.h"
 #include "tools/host/system.h"
 
 namespace plate_host {
@@ -29,6 +30,8 @@ int Run(const std::vector<std::string>& words, Console& console) {
             return Explain(options.explain, console);
         case Command::Cut:
             return Cut(options.explain, console);
+        case Command::Report:
+            return Report(options.report, console);
         case Command::None:
             break;
     }

@@ -27,8 +27,9 @@ Examples:
   plate-host play gate.mp4 --set id=7 --set use_area=true --set area_left=20 --set area_right=80
   ffmpeg -i gate.mp4 -f yuv4mpegpipe - | plate-host play -
   plate-host info
+  plate-host report run.vxr
 
-"plate-host play --help" and "plate-host info --help" describe the options.
+"plate-host play --help", "plate-host info --help" and "plate-host report --help" describe the options.
 
 Exit status: 0 success; 1 the library violated the contract (for example, it did not release a buffer), or the output
 could not be written; 2 any other error; 130 or 143 interrupted.)";
@@ -67,6 +68,17 @@ see whether a library still does the same.
 Example:
   plate-host cut gate.vxr --plate ABC123 --output missed.vxr
   plate-host replay missed.vxr)";
+constexpr char reportFooter[] = R"(
+Writes one HTML page, which a browser shows without a network: the events with their pictures, a timeline, the speed of
+the run, its settings. Without --output the page is beside the recording, under its name with ".html"; in a folder it is
+"report.html".
+
+The truth is a table with tabs between its columns, whose first line names them: plate, first_s, last_s (when a person
+can read it, in seconds of the video), and optionally channel and clip (the video's name without its ending). An event
+belongs to the vehicle in view whose plate is most like its text. A plate with "?" or "unreadable" is not counted.
+
+Example:
+  plate-host report run.vxr --truth truth.tsv --output report)";
 
 constexpr char playFooter[] = R"(
 Each event is printed to standard output as one line of JSON:
@@ -207,6 +219,15 @@ void AddExplain(CLI::App& app, ExplainOptions& options) {
     cut->footer(cutFooter);
 }
 
+void AddReport(CLI::App& app, ReportOptions& options) {
+    CLI::App* const report = app.add_subcommand("report", "Write a page about a recorded run");
+    AddRecording(*report, options.recording);
+    report->add_option("--truth", options.truth, "Compare the events with the vehicles in this table")
+        ->type_name("FILE");
+    report->add_option("--output", options.output, "File or existing folder for the page")->type_name("PATH");
+    report->footer(reportFooter);
+}
+
 bool LooksLikeSetting(const std::string& word) {
     const std::size_t equals = word.find('=');
     return equals != std::string::npos && equals != 0 &&
@@ -262,6 +283,7 @@ Options ParseOptions(const std::vector<std::string>& words) {
     AddReplay(app, options.replay, raw);
     AddExplain(app, options.explain);
     AddInfo(app, options.info);
+    AddReport(app, options.report);
     try {
         app.parse(ExpandSettings(words));
     } catch (const CLI::ParseError& error) {
@@ -275,9 +297,9 @@ Options ParseOptions(const std::vector<std::string>& words) {
         }
         return options;
     }
-    constexpr std::array commands{std::pair{"play", Command::Play}, std::pair{"replay", Command::Replay},
+    constexpr std::array commands{std::pair{"play", Command::Play},       std::pair{"replay", Command::Replay},
                                   std::pair{"explain", Command::Explain}, std::pair{"cut", Command::Cut},
-                                  std::pair{"info", Command::Info}};
+                                  std::pair{"info", Command::Info},       std::pair{"report", Command::Report}};
     for (const auto& [name, command] : commands) {
         if (app.got_subcommand(name)) {
             options.command = command;

@@ -49,7 +49,13 @@ struct ExplainOptions {
     std::string output;  ///< for cut: the new recording
 };
 
-enum class Command { None, Play, Info, Replay, Explain, Cut };
+struct ReportOptions {
+    std::string recording;
+    std::string truth;   ///< a table of the vehicles in the video; empty for none
+    std::string output;  ///< a file, or a folder; empty for a file beside the recording
+};
+
+enum class Command { None, Play, Info, Replay, Explain, Cut, Report };
 
 struct Options {
     Command command = Command::None;  ///< None after help or version has been printed
@@ -57,6 +63,7 @@ struct Options {
     InfoOptions info;
     ReplayOptions replay;
     ExplainOptions explain;  ///< of explain and cut
+    ReportOptions report;
 };
 
 /// Parses the arguments after the program's name; prints help and version. Throws Failure.
