@@ -165,6 +165,13 @@ void AddPlay(CLI::App& app, PlayOptions& options, RawPlayOptions& raw) {
     play->add_option("--record", options.recording,
                      "Write what the detectors and the engine got and returned into this file, for replay and explain")
         ->type_name("FILE");
+    CLI::Option* const report =
+        play->add_option("--report", options.report,
+                         "Write a page about the run into this folder, report.html, and the recording, run.vxr")
+            ->type_name("DIR");
+    play->add_option("--truth", options.truth, "Compare the events of the report with the vehicles in this table")
+        ->type_name("FILE")
+        ->needs(report);
     play->add_flag("--json", options.printsSummary, "Print the summary as a last line of JSON, after the events");
     play->footer(playFooter);
 }

@@ -14,11 +14,13 @@
 #include "tools/host/event_printer.h"
 #include "tools/host/failure.h"
 #include "tools/host/progress.h"
+#include "tools/host/report_command.h"
 #include "tools/host/run_recorder.h"
 #include "tools/host/snapshots.h"
 #include "tools/host/summary.h"
 #include "tools/host/system.h"
 #include "tools/host/video_reader.h"
+#include "tools/report/crop.h"
 
 namespace plate_host {
 namespace {
@@ -195,6 +197,26 @@ recording::Run DescribeRun(const std::string& video, const Plugin& plugin) {
     return run;
 }
 
+// The file of the recording; empty for none.
+std::string RecordingOf(const PlayOptions& options) {
+    return options.recording.empty() && !options.report.empty() ? ToText(ToPath(options.report) / "run.vxr")
+                                                                : options.recording;
+}
+
+std::optional<recording::Crop> CropOf(const EventRecord& event, const HeldFrames& frames) {
+    const std::vector<SnapshotTarget> targets = SnapshotTargetsOf(event);
+    if (targets.empty() || !targets.front().plate || event.timeMs < 0) {
+        return std::nullopt;
+    }
+    const std::optional<Picture> picture = frames.Copy(event.channel, static_cast<std::uint64_t>(event.timeMs));
+    if (!picture) {
+        return std::nullopt;
+    }
+    const auto& plate = *targets.front().plate;
+    return report::MakeCrop({picture->bytes.get(), picture->size, picture->width, picture->height},
+                            {plate.left, plate.top, plate.right, plate.bottom});
+}
+
 // Creates, runs and destroys the detectors, and collects their results.
 RunOutcome PlayThroughDetectors(const PlayOptions& options, VideoReader& reader, Picture first, Console& console) {
     RunOutcome run;
@@ -206,9 +228,14 @@ RunOutcome PlayThroughDetectors(const PlayOptions& options, VideoReader& reader,
         snapshots.emplace(options.snapshots, printer, heldFrames, console);
     }
     // Without the recording engine the calls of the engine cannot be seen, and there is no ledger.
-    const bool isRecording = !options.recording.empty();
+    const std::string recordingFile = RecordingOf(options);
+    const bool isRecording = !recordingFile.empty();
     const bool isFollowed = isRecording || Plugin::HasRecordingEngine();
-    RunRecorder recorder(snapshots ? static_cast<EventSink&>(*snapshots) : printer, {});
+    const bool needsFrames = snapshots || !options.report.empty();
+    RunRecorder recorder(
+        snapshots ? static_cast<EventSink&>(*snapshots) : printer,
+        options.report.empty() ? RunRecorder::CropMaker()
+                               : [&](const EventRecord& event) { return CropOf(event, heldFrames); });
     HostObject host(console);
     {
         Plugin plugin(options.paths, isFollowed ? &recorder : nullptr);
@@ -217,13 +244,13 @@ RunOutcome PlayThroughDetectors(const PlayOptions& options, VideoReader& reader,
         }
         plugin.Initialize(host);
         if (isRecording) {
-            recorder.WriteTo(std::make_unique<recording::RecordingWriter>(ToOpenPath(options.recording),
+            recorder.WriteTo(std::make_unique<recording::RecordingWriter>(ToOpenPath(recordingFile),
                                                                           DescribeRun(options.video, plugin)));
         }
         std::vector<std::unique_ptr<Channel>> channels;
         for (int number = 0; number < options.channels; ++number) {
             channels.push_back(std::make_unique<Channel>(number, plugin, host, recorder, console, buffers,
-                                                         snapshots ? &heldFrames : nullptr, recorder, options));
+                                                         needsFrames ? &heldFrames : nullptr, recorder, options));
         }
         for (const std::unique_ptr<Channel>& channel : channels) {
             channel->Start();
@@ -276,12 +303,18 @@ int Play(const PlayOptions& options, Console& console) {
         const std::string damage = reader->Damage();
         throw Failure("\"" + options.video + "\" contains no frame" + (damage.empty() ? "" : ": " + OneLine(damage)));
     }
+    if (!options.report.empty()) {
+        CreateFolder(options.report, "report");
+    }
     const RunOutcome run = PlayThroughDetectors(options, *reader, std::move(first), console);
     for (const std::string& line : SummaryLines(run)) {
         console.Line(line);
     }
     if (options.printsSummary) {
         WriteStandard(StandardStream::Output, SummaryJson(run));
+    }
+    if (!options.report.empty()) {
+        Report({RecordingOf(options), options.truth, options.report}, console);
     }
     const std::vector<std::string> defects = Defects(run);
     for (const std::string& defect : defects) {

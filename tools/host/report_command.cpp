@@ -3,9 +3,11 @@
 #include <filesystem>
 #include <string>
 #include <system_error>
+#include <utility>
 
 #include "tools/host/failure.h"
 #include "tools/host/system.h"
+#include "tools/ledger/ledger.h"
 #include "tools/recording/recording.h"
 #include "tools/report/report.h"
 
@@ -21,11 +23,34 @@ std::filesystem::path PageOf(const ReportOptions& options) {
     return std::filesystem::is_directory(ToOpenPath(options.output), ignored) ? output / "report.html" : output;
 }
 
+std::vector<report::LedgerSection> LedgerOf(const recording::Recording& recording) {
+    const ledger::Counts counts = ledger::CountsOf(recording);
+    std::vector<report::LedgerSection> sections;
+    for (const ledger::Line& line : ledger::LinesOf(counts)) {
+        if (!line.isPart) {
+            sections.push_back({line.text + ": " + std::to_string(line.count), {}, std::nullopt});
+        } else {
+            sections.back().lines.push_back({line.text, line.count});
+        }
+    }
+    // Beside the engine there are no events to compare.
+    if (recording.run.recorder != recording::engineRecorder) {
+        report::LedgerSection sums{"Sums", {}, true};
+        for (const ledger::Balance& balance : ledger::BalancesOf(counts)) {
+            sums.lines.push_back({balance.text, balance.left});
+            sums.sumsClose = *sums.sumsClose && balance.Closes();
+        }
+        sections.push_back(std::move(sums));
+    }
+    return sections;
+}
+
 }  // namespace
 
 int Report(const ReportOptions& options, Console& console) {
     const recording::Recording recording = recording::ReadRecording(ToOpenPath(options.recording));
     report::ReportExtras extras;
+    extras.ledger = LedgerOf(recording);
     if (!options.truth.empty()) {
         extras.truth = report::ReadTruth(ToOpenPath(options.truth), ToText(ToPath(recording.run.video).stem()));
     }

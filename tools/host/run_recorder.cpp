@@ -107,10 +107,13 @@ bool RunRecorder::CallSetRange(const EngineFunctions& engine, const recording::F
 }
 
 void RunRecorder::OnEvent(const EventRecord& event) {
-    if (currentFrame != nullptr) {
-        currentFrame->events.push_back({ToJson(event), makeCrop_ ? makeCrop_(event) : std::nullopt});
-    }
     next_.OnEvent(event);
+    if (currentFrame != nullptr) {
+        currentFrame->events.push_back({ToJson(event), {}});
+        if (makeCrop_) {
+            currentFrame->events.back().crop = makeCrop_(event);
+        }
+    }
 }
 
 void RunRecorder::OnFailedEvent(const std::string& step) {

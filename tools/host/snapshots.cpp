@@ -129,17 +129,21 @@ std::string SnapshotNameOf(const EventRecord& event, std::uint64_t number) {
            PaddedNumber(time, timeDigits) + "ms_" + TextForName(text.empty() ? event.name : text) + ".png";
 }
 
-SnapshotSink::SnapshotSink(std::string folder, EventSink& next, const HeldFrames& heldFrames, Console& console)
-    : folder_(std::move(folder)), next_(next), heldFrames_(heldFrames), console_(console) {
-    RequireSnapshotSupport();
+void CreateFolder(const std::string& folder, const std::string& purpose) {
     std::error_code error;
-    std::filesystem::create_directories(ToOpenPath(folder_), error);
-    if (!error && !std::filesystem::is_directory(ToOpenPath(folder_), error)) {
+    std::filesystem::create_directories(ToOpenPath(folder), error);
+    if (!error && !std::filesystem::is_directory(ToOpenPath(folder), error)) {
         error = std::make_error_code(std::errc::not_a_directory);
     }
     if (error) {
-        throw Failure("cannot create the folder \"" + folder_ + "\" for the snapshots: " + error.message());
+        throw Failure("cannot create the folder \"" + folder + "\" for the " + purpose + ": " + error.message());
     }
+}
+
+SnapshotSink::SnapshotSink(std::string folder, EventSink& next, const HeldFrames& heldFrames, Console& console)
+    : folder_(std::move(folder)), next_(next), heldFrames_(heldFrames), console_(console) {
+    RequireSnapshotSupport();
+    CreateFolder(folder_, "snapshots");
 }
 
 void SnapshotSink::OnEvent(const EventRecord& event) {

@@ -371,6 +371,23 @@ const std::vector<std::unique_ptr<Track>>& ChannelLedger::Tracks() const {
     return follower_->Kept();
 }
 
+Counts CountsOf(const recording::Recording& recording) {
+    std::map<int, plate_recognition::EarlyReport> early;
+    for (const recording::Channel& channel : recording.channels) {
+        early[channel.number] = EarlyReportOf(channel.settings);
+    }
+    std::map<int, ChannelLedger> ledgers;
+    for (const recording::Frame& frame : recording.frames) {
+        constexpr bool keepsTracks = false;
+        ledgers.try_emplace(frame.channel, early[frame.channel], keepsTracks).first->second.Add(frame);
+    }
+    Counts sum;
+    for (const auto& [channel, ledger] : ledgers) {
+        sum += ledger.CountsSoFar();
+    }
+    return sum;
+}
+
 double TextDistanceOf(const std::string& one, const std::string& other) {
     const std::size_t longer = std::max(one.size(), other.size());
     return longer == 0

@@ -107,6 +107,9 @@ class ChannelLedger {
     std::unique_ptr<Follower> follower_;
 };
 
+/// The counts of a whole recording.
+Counts CountsOf(const recording::Recording& recording);
+
 /// Returns the weighted Levenshtein distance of two texts, divided by the length of the longer one: 0 for equal ones,
 /// at most 1.
 double TextDistanceOf(const std::string& one, const std::string& other);
