@@ -23,6 +23,7 @@
 #include "platform/last_error.h"
 #include "platform/linux/descriptor.h"
 #include "platform/linux/process_table.h"
+#include "platform/linux/program_search.h"
 #include "platform/linux/send_signal.h"
 
 namespace platform {
@@ -161,26 +162,6 @@ std::vector<std::string> SearchedFolders() {
         rest.remove_prefix(std::min(folder.size() + 1, rest.size()));
     }
     return folders;
-}
-
-// Returns 0 or the error.
-int FindProgram(const std::string& name, std::string& path) {
-    if (name.find('/') != std::string::npos) {
-        path = name;
-        return name.front() == '/' ? CheckExecutable(path) : ENOENT;
-    }
-    int result = ENOENT;
-    for (const std::string& folder : SearchedFolders()) {
-        path = folder + "/" + name;
-        const int error = CheckExecutable(path);
-        if (error == 0) {
-            return 0;
-        }
-        if (error == EACCES) {
-            result = EACCES;  // more informative than ENOENT
-        }
-    }
-    return result;
 }
 
 // The attributes of a child: it inherits environment and current folder, but no descriptors and no signal settings.
@@ -328,6 +309,25 @@ int End(SystemHandle handle) {
 }
 
 }  // namespace
+
+int FindProgram(const std::string& name, std::string& path) {
+    if (name.find('/') != std::string::npos) {
+        path = name;
+        return name.front() == '/' ? CheckExecutable(path) : ENOENT;
+    }
+    int result = ENOENT;
+    for (const std::string& folder : SearchedFolders()) {
+        path = folder + "/" + name;
+        const int error = CheckExecutable(path);
+        if (error == 0) {
+            return 0;
+        }
+        if (error == EACCES) {
+            result = EACCES;  // more informative than ENOENT
+        }
+    }
+    return result;
+}
 
 std::uint32_t CurrentProcessId() {
     return static_cast<std::uint32_t>(::getpid());

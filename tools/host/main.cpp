@@ -4,6 +4,7 @@
 #include <string>
 #include <vector>
 
+#include "tools/host/check.h"
 #include "tools/host/console.h"
 #include "tools/host/explain.h"
 #include "tools/host/failure.h"
@@ -32,6 +33,8 @@ int Run(const std::vector<std::string>& words, Console& console) {
             return Cut(options.explain, console);
         case Command::Report:
             return Report(options.report, console);
+        case Command::Check:
+            return options.check.isInside ? CheckInside(options.check, console) : Check(options.check, console);
         case Command::None:
             break;
     }

@@ -28,10 +28,11 @@ Examples:
   ffmpeg -i gate.mp4 -f yuv4mpegpipe - | plate-host play -
   plate-host info
   plate-host report run.vxr
+  plate-host check
 
-"plate-host play --help", "plate-host info --help" and "plate-host report --help" describe the options.
+"plate-host play --help" describes the options of play; so it is with the other commands.
 
-Exit status: 0 success; 1 the library violated the contract (for example, it did not release a buffer), or the output
+Exit status of play and info: 0 success; 1 the library violated the contract (for example, it did not release a buffer), or the output
 could not be written; 2 any other error; 130 or 143 interrupted.)";
 
 constexpr char infoFooter[] = R"(
@@ -79,6 +80,18 @@ belongs to the vehicle in view whose plate is most like its text. A plate with "
 
 Example:
   plate-host report run.vxr --truth truth.tsv --output report)";
+
+constexpr char checkFooter[] = R"(
+Prints one line for each check: ok, warning or fails, the check's name, what was found, and what to do. With --json a
+line is {"check":NAME,"state":"ok|warning|fails","found":TEXT,"do":TEXT}. All checks are always printed, in this order.
+
+At the end, a clip of three seconds with the plate UD243BA, which is part of this program, is played through library,
+engine and server. An engine other than the reference engine may read it differently: that is only a warning.
+
+Exit status: 0 all ok; 1 a warning; 2 something fails.
+
+Example:
+  plate-host check --plugin ./libvexlane.so --engine reading/libRecon64.so)";
 
 constexpr char playFooter[] = R"(
 Each event is printed to standard output as one line of JSON:
@@ -235,6 +248,18 @@ void AddReport(CLI::App& app, ReportOptions& options) {
     report->footer(reportFooter);
 }
 
+void AddCheck(CLI::App& app, CheckOptions& options) {
+    CLI::App* const check =
+        app.add_subcommand("check", "Check that library, engine and server work on this machine, step by step");
+    AddPaths(*check, options.paths);
+    check->add_flag("--json", options.json, "Print each check as one JSON object");
+    check->add_option("--timeout", options.timeout, "Time limit in seconds; a third of it for each check [54]")
+        ->type_name("N")
+        ->check(CLI::Range(1, 3600));
+    check->add_flag("--inside", options.isInside)->group("");
+    check->footer(checkFooter);
+}
+
 bool LooksLikeSetting(const std::string& word) {
     const std::size_t equals = word.find('=');
     return equals != std::string::npos && equals != 0 &&
@@ -291,6 +316,7 @@ Options ParseOptions(const std::vector<std::string>& words) {
     AddExplain(app, options.explain);
     AddInfo(app, options.info);
     AddReport(app, options.report);
+    AddCheck(app, options.check);
     try {
         app.parse(ExpandSettings(words));
     } catch (const CLI::ParseError& error) {
@@ -306,7 +332,8 @@ Options ParseOptions(const std::vector<std::string>& words) {
     }
     constexpr std::array commands{std::pair{"play", Command::Play},       std::pair{"replay", Command::Replay},
                                   std::pair{"explain", Command::Explain}, std::pair{"cut", Command::Cut},
-                                  std::pair{"info", Command::Info},       std::pair{"report", Command::Report}};
+                                  std::pair{"info", Command::Info},       std::pair{"report", Command::Report},
+                                  std::pair{"check", Command::Check}};
     for (const auto& [name, command] : commands) {
         if (app.got_subcommand(name)) {
             options.command = command;

@@ -57,7 +57,14 @@ struct ReportOptions {
     std::string output;  ///< a file, or a folder; empty for a file beside the recording
 };
 
-enum class Command { None, Play, Info, Replay, Explain, Cut, Report };
+struct CheckOptions {
+    PluginPaths paths;
+    bool json = false;
+    int timeout = 54;       ///< of the whole check, in seconds; a third of it for each step
+    bool isInside = false;  ///< makes the checks that load the library, for another process that prints them
+};
+
+enum class Command { None, Play, Info, Check, Replay, Explain, Cut, Report };
 
 struct Options {
     Command command = Command::None;  ///< None after help or version has been printed
@@ -66,6 +73,7 @@ struct Options {
     ReplayOptions replay;
     ExplainOptions explain;  ///< of explain and cut
     ReportOptions report;
+    CheckOptions check;
 };
 
 /// Parses the arguments after the program's name; prints help and version. Throws Failure.

@@ -1,5 +1,6 @@
 #include "tools/host/plugin.h"
 
+#include <algorithm>
 #include <array>
 #include <exception>
 #include <filesystem>
@@ -80,6 +81,28 @@ EngineFunctions FunctionsOf(const boost::dll::shared_library& engine, const std:
 
 }  // namespace
 
+PluginFiles FindPluginFiles(const PluginPaths& paths) {
+    PluginFiles files{PathOf(paths.library, LibraryFileName()), {}};
+    if (paths.hasNoEngine) {
+        return files;
+    }
+    files.engine = PathOf(paths.engine, EngineFileName());
+    if (paths.engine.empty() && !IsRegularFile(files.engine)) {
+        if (const std::filesystem::path reference = EngineIn(referenceEngineFolders); !reference.empty()) {
+            files.engine = ToText(reference);
+            files.isReferenceEngine = true;
+            AddToSearchPath(reference.parent_path());
+        }
+    }
+    return files;
+}
+
+bool IsReferenceEngine(const std::string& path) {
+    const std::string folder = ToText(ToPath(path).parent_path().filename());
+    return std::find(referenceEngineFolders.begin(), referenceEngineFolders.end(), folder) !=
+           referenceEngineFolders.end();
+}
+
 /// The recording engine, which passes the library's calls to the hook.
 class Plugin::EngineProxy {
   public:
@@ -131,53 +154,39 @@ class Plugin::EngineProxy {
     decltype(::SetEngineTap)* setTap_ = nullptr;
 };
 
-Plugin::Plugin(const PluginPaths& paths, EngineHook* hook) : libraryPath_(PathOf(paths.library, LibraryFileName())) {
+Plugin::Plugin(const PluginPaths& paths, EngineHook* hook) : files_(FindPluginFiles(paths)) {
+    RequireFile(files_.library, "library", "--plugin");
     if (!paths.hasNoEngine) {
-        enginePath_ = PathOf(paths.engine, EngineFileName());
-        if (paths.engine.empty() && !IsRegularFile(enginePath_)) {
-            UseReferenceEngine();
-        }
-    }
-    RequireFile(libraryPath_, "library", "--plugin");
-    if (!paths.hasNoEngine) {
-        RequireFile(enginePath_, "engine", "--engine");
+        RequireFile(files_.engine, "engine", "--engine");
     }
     if (hook == nullptr) {
-        Load(engine_, enginePath_, "engine", LoadMode::rtld_now | LoadMode::rtld_global);
+        Load(engine_, files_.engine, "engine", LoadMode::rtld_now | LoadMode::rtld_global);
         if (LoadedEngine() == nullptr) {
-            throw Failure("\"" + enginePath_ + "\" cannot be used as the engine: its name must be " + EngineFileName());
+            throw Failure("\"" + files_.engine + "\" cannot be used as the engine: its name must be " +
+                          EngineFileName());
         }
-        Load(library_, libraryPath_, "library", LoadMode::rtld_now);
+        Load(library_, files_.library, "library", LoadMode::rtld_now);
     } else {
         // The library is loaded while the recording engine is the only module of that name: with two, the system
         // chooses to which one it is bound.
         proxy_ = std::make_unique<EngineProxy>(*hook);
-        Load(library_, libraryPath_, "library", LoadMode::rtld_now);
+        Load(library_, files_.library, "library", LoadMode::rtld_now);
         EngineFunctions functions;
         if (!paths.hasNoEngine) {
-            Load(engine_, enginePath_, "engine", LoadMode::rtld_now | LoadMode::rtld_local);
-            functions = FunctionsOf(engine_, enginePath_);
+            Load(engine_, files_.engine, "engine", LoadMode::rtld_now | LoadMode::rtld_local);
+            functions = FunctionsOf(engine_, files_.engine);
         }
-        proxy_->Connect(functions, enginePath_);
+        proxy_->Connect(functions, files_.engine);
     }
     namespace Names = OKM8::ExportName;
     initializeModule_ =
-        Export<OKM8::Analytics::InitializeModuleFunction>(library_, libraryPath_, Names::InitializeModule);
-    getModule_ = Export<OKM8::Analytics::GetModuleFunction>(library_, libraryPath_, Names::GetModule);
-    finalizeModule_ = Export<OKM8::Analytics::FinalizeModuleFunction>(library_, libraryPath_, Names::FinalizeModule);
+        Export<OKM8::Analytics::InitializeModuleFunction>(library_, files_.library, Names::InitializeModule);
+    getModule_ = Export<OKM8::Analytics::GetModuleFunction>(library_, files_.library, Names::GetModule);
+    finalizeModule_ = Export<OKM8::Analytics::FinalizeModuleFunction>(library_, files_.library, Names::FinalizeModule);
 }
 
 bool Plugin::HasRecordingEngine() {
     return !EngineIn(recordingEngineFolders).empty();
-}
-
-void Plugin::UseReferenceEngine() {
-    if (const std::filesystem::path path = EngineIn(referenceEngineFolders); !path.empty()) {
-        enginePath_ = ToText(path);
-        isReferenceEngine_ = true;
-        // The library starts the engine's server from this program's folder or from the search path.
-        AddToSearchPath(path.parent_path());
-    }
 }
 
 Plugin::~Plugin() {

@@ -21,6 +21,21 @@ struct PluginPaths {
     bool hasNoEngine = false;  ///< none is loaded, because a hook takes its place
 };
 
+/// The absolute paths of the files to load.
+struct PluginFiles {
+    std::string library;
+    std::string engine;              ///< empty for no engine
+    bool isReferenceEngine = false;  ///< it takes the place of an engine that was not named
+};
+
+/// Finds the files; they may not exist. Adds the folder of a reference engine to the search path for programs, because
+/// the library starts the engine's server from this program's folder or from the search path. REQUIRES: no other thread
+/// reads the environment.
+PluginFiles FindPluginFiles(const PluginPaths& paths);
+
+/// True for an engine in one of the reference engine's folders.
+bool IsReferenceEngine(const std::string& path);
+
 /// Destroys a detector as its contract requires.
 struct DestroyDetector {
     void operator()(OKM8::Analytics::IDetector* detector) const { detector->Destroy(); }
@@ -60,20 +75,16 @@ class Plugin {
     /// Creates a detector; the peer must outlive it. REQUIRES: Initialize has been called.
     Detector CreateDetector(OKM8::Analytics::IDetectorPeer& peer);
 
-    const std::string& LibraryPath() const { return libraryPath_; }
+    const std::string& LibraryPath() const { return files_.library; }
     /// Empty without an engine.
-    const std::string& EnginePath() const { return enginePath_; }
+    const std::string& EnginePath() const { return files_.engine; }
     /// True if the reference engine took the place of an engine that was not named.
-    bool IsReferenceEngine() const { return isReferenceEngine_; }
+    bool IsReferenceEngine() const { return files_.isReferenceEngine; }
 
   private:
     class EngineProxy;
 
-    void UseReferenceEngine();
-
-    std::string enginePath_;
-    const std::string libraryPath_;
-    bool isReferenceEngine_ = false;
+    const PluginFiles files_;
     std::unique_ptr<EngineProxy> proxy_;  // null without a hook
     boost::dll::shared_library engine_;   // unloaded after the library, which is bound to it
     boost::dll::shared_library library_;
