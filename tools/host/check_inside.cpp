@@ -399,6 +399,7 @@ class Inside {
 }  // namespace
 
 int CheckInside(const CheckOptions& options, Console& console) {
+    EndOnCrash();
     Inside(options, console).Run();
     return 0;
 }

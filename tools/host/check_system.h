@@ -1,12 +1,13 @@
 /// Operating system services for the command that checks an installation. One file per system. Main thread.
 #pragma once
 
+#include <array>
 #include <chrono>
+#include <cstddef>
 #include <memory>
 #include <string>
 #include <vector>
 
-#include "platform/registry.h"
 #include "tools/host/check_result.h"
 
 namespace plate_host {
@@ -58,8 +59,8 @@ inline constexpr std::size_t recognizeFunction = 0;
 inline constexpr std::size_t rangeFunction = 1;
 const std::array<const char*, 2>& EngineFunctionNames();
 
-/// The place of the debug level in a hive; empty if the environment defines none.
-std::string DebugLevelPlace(platform::RegistryHive hive);
+/// From now on, a crash ends this process at once and without a dialogue.
+void EndOnCrash();
 
 /// Whether the library's trace lines can be written, and whether anything reads them.
 CheckResult CheckDebugOutput();

@@ -12,9 +12,7 @@
 #include <system_error>
 
 #include "platform/linux/program_search.h"
-#include "platform/linux/registry_folder.h"
 #include "platform/process.h"
-#include "sdk/module.h"
 #include "tools/host/check_system.h"
 #include "tools/host/failure.h"
 #include "tools/host/system.h"
@@ -149,11 +147,7 @@ const std::array<const char*, 2>& EngineFunctionNames() {
     return names;
 }
 
-std::string DebugLevelPlace(platform::RegistryHive hive) {
-    namespace DebugLevelValue = OKM8::DebugLevelValue;
-    const std::string folder = platform::RegistryFolder(hive, DebugLevelValue::Key);
-    return folder.empty() ? folder : folder + '/' + DebugLevelValue::Name;
-}
+void EndOnCrash() {}
 
 CheckResult CheckDebugOutput() {
     const int mode = ::fcntl(STDERR_FILENO, F_GETFL);

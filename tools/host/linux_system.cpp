@@ -216,14 +216,17 @@ void* LoadedEngine() {
     return engine;
 }
 
+std::string DebugLevelPlace(platform::RegistryHive hive) {
+    const std::string folder = platform::RegistryFolder(hive, OKM8::DebugLevelValue::Key);
+    return folder.empty() ? folder : folder + '/' + OKM8::DebugLevelValue::Name;
+}
+
 std::vector<std::string> DebugLevelPlaces() {
-    namespace DebugLevelValue = OKM8::DebugLevelValue;
     using platform::RegistryHive;
     std::vector<std::string> places;
     for (const RegistryHive hive : {RegistryHive::LocalMachine, RegistryHive::CurrentUser}) {
-        const std::string folder = platform::RegistryFolder(hive, DebugLevelValue::Key);
-        if (!folder.empty()) {
-            places.push_back(folder + '/' + DebugLevelValue::Name);
+        if (const std::string place = DebugLevelPlace(hive); !place.empty()) {
+            places.push_back(place);
         }
     }
     return places;

@@ -12,6 +12,8 @@
 #include <system_error>
 #include <vector>
 
+#include "platform/registry.h"
+
 namespace plate_host {
 
 /// Must be called once, before all else, on the main thread. After it, requests to stop are recorded, and a second one
@@ -70,7 +72,10 @@ std::string LoadErrorText(const std::system_error& error);
 /// null for none.
 void* LoadedEngine();
 
-/// The places from which the library reads its debug level, in its order, one text each.
+/// The place from which the library reads its debug level in a hive; empty if the environment defines none.
+std::string DebugLevelPlace(platform::RegistryHive hive);
+
+/// These places in the library's order, one text each.
 std::vector<std::string> DebugLevelPlaces();
 
 /// A stream of bytes from a file, a pipe or standard input. Used by one thread at a time.

@@ -411,13 +411,21 @@ void* LoadedEngine() {
 
 // The library opens the 32-bit view of the registry, which has a separate key under HKEY_LOCAL_MACHINE. If neither key
 // exists, it creates the key in the 64-bit view.
-std::vector<std::string> DebugLevelPlaces() {
+std::string DebugLevelPlace(platform::RegistryHive hive) {
     const std::string key = OKM8::DebugLevelValue::Key;
+    if (hive == platform::RegistryHive::CurrentUser) {
+        return "HKEY_CURRENT_USER\\" + key;
+    }
     const std::size_t vendor = key.find('\\');
-    return {"HKEY_LOCAL_MACHINE\\" + key.substr(0, vendor) + "\\WOW6432Node" + key.substr(vendor) +
-                " (only for administrators)",
-            "HKEY_CURRENT_USER\\" + key,
-            "HKEY_LOCAL_MACHINE\\" + key + " (created if the others do not exist, only for administrators)",
+    return "HKEY_LOCAL_MACHINE\\" + key.substr(0, vendor) + "\\WOW6432Node" + key.substr(vendor);
+}
+
+std::vector<std::string> DebugLevelPlaces() {
+    using platform::RegistryHive;
+    return {DebugLevelPlace(RegistryHive::LocalMachine) + " (only for administrators)",
+            DebugLevelPlace(RegistryHive::CurrentUser),
+            std::string("HKEY_LOCAL_MACHINE\\") + OKM8::DebugLevelValue::Key +
+                " (created if the others do not exist, only for administrators)",
             "the value is a string (REG_SZ) in the first of these keys that can be opened"};
 }
 
