@@ -291,6 +291,22 @@ TEST_F(Check, AServerThatIsLeftFails) {
     EXPECT_TRUE(WaitUntil([] { return plate_host::RunningServers().empty(); }));
 }
 
+TEST_F(Check, ARequestToStopEndsItInOrder) {
+    folder.Write("script.json", R"({"refused_ranges": "all", "frames": []})");
+    for (const StopRequest& request : StopRequests()) {
+        SCOPED_TRACE(request.name);
+        HostProcess process(
+            {.arguments = {"check", "--plugin", HOST_TEST_LIBRARY, "--engine", HOST_TEST_SCRIPTED_ENGINE},
+             .environment = {{"VEXLANE_SCRIPT", script}}});
+        process.WaitForOutput("server start");
+        process.Stop(request);
+        const Finished run = process.Wait();
+        EXPECT_EQ(run.status, 128 + request.number) << run.errors;
+        EXPECT_THAT(run.output, Not(HasSubstr("nothing left")));
+        EXPECT_TRUE(WaitUntil([] { return plate_host::RunningServers().empty(); }));
+    }
+}
+
 TEST_F(Check, AnUnknownKernelIsAWarning) {
     const Checked checked = Run({{"--plugin", folder.Path("none")}}, {{"VEXLANE_KERNEL", "none"}});
     EXPECT_EQ(checked.State("kernels"), "warning");

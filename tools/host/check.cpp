@@ -20,6 +20,9 @@ using Clock = std::chrono::steady_clock;
 // How long the inner process may take to end after its last result.
 constexpr std::chrono::seconds endTimeout{5};
 
+// How often a request to stop is looked for.
+constexpr std::chrono::milliseconds interruptionInterval{50};
+
 /// Prints the results as they are known.
 class Printer {
   public:
@@ -67,6 +70,10 @@ class InnerChecks {
     std::string Run() {
         std::string line;
         for (OwnProgram::Got got = Read(line); got != OwnProgram::Got::End; got = Read(line)) {
+            if (Interruption() != 0) {
+                program_.CloseOutput();  // it ends when it cannot write
+                return program_.Wait(Clock::now() + endTimeout);
+            }
             if (got == OwnProgram::Got::Nothing) {
                 return EndAtLimit();
             }
@@ -84,7 +91,12 @@ class InnerChecks {
 
   private:
     OwnProgram::Got Read(std::string& line) {
-        return program_.ReadLine(line, std::min(start_ + timeout_, stepStart_ + timeout_ / 3));
+        const Clock::time_point limit = std::min(start_ + timeout_, stepStart_ + timeout_ / 3);
+        OwnProgram::Got got = OwnProgram::Got::Nothing;
+        do {
+            got = program_.ReadLine(line, std::min(limit, Clock::now() + interruptionInterval));
+        } while (got == OwnProgram::Got::Nothing && Clock::now() < limit && Interruption() == 0);
+        return got;
     }
 
     void Handle(const CheckMessage& message) {
@@ -156,8 +168,11 @@ int Check(const CheckOptions& options, Console&) {
         printer.Print(CheckName::Processes, {CheckState::Ok, "the account may start processes", ""});
         end = InnerChecks(*program, options.timeout, printer).Run();
     }
+    if (Interruption() != 0) {
+        return 128 + Interruption();
+    }
     printer.Print(CheckName::NothingLeft, CheckNothingLeft(servers, end));
-    return Interruption() == 0 ? printer.ExitStatus() : 128 + Interruption();
+    return printer.ExitStatus();
 }
 
 }  // namespace plate_host

@@ -11,8 +11,8 @@ namespace plate_host {
 /// Main thread.
 int Check(const CheckOptions& options, Console& console);
 
-/// Runs in that process: makes the checks that load the library, and prints their results to the calling process.
-/// Throws Failure. Main thread.
+/// Runs in that process: makes the checks that load the library, and prints their results for the process that
+/// started it. Main thread.
 int CheckInside(const CheckOptions& options, Console& console);
 
 }  // namespace plate_host

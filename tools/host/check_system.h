@@ -27,7 +27,10 @@ class OwnProgram {
     /// Reads a line, without its line end. Returns Nothing at the deadline, and End at the end of the output.
     Got ReadLine(std::string& line, std::chrono::steady_clock::time_point deadline);
 
-    /// Waits for its end, which is terminated at the deadline. Returns how it ended, such as "ended with status 3";
+    /// From now on it cannot write.
+    void CloseOutput();
+
+    /// Waits for its end, and terminates it at the deadline. Returns how it ended, such as "ended with status 3";
     /// empty for a status of 0.
     std::string Wait(std::chrono::steady_clock::time_point deadline);
 

@@ -66,7 +66,14 @@ OwnProgram::OwnProgram(const std::vector<std::string>& arguments) : system_(std:
 
 OwnProgram::~OwnProgram() {
     Wait(std::chrono::steady_clock::now());
-    ::close(system_->output);
+    CloseOutput();
+}
+
+void OwnProgram::CloseOutput() {
+    if (system_->output != -1) {
+        ::close(system_->output);
+        system_->output = -1;
+    }
 }
 
 OwnProgram::Got OwnProgram::ReadLine(std::string& line, std::chrono::steady_clock::time_point deadline) {

@@ -237,7 +237,14 @@ OwnProgram::OwnProgram(const std::vector<std::string>& arguments) : system_(std:
 OwnProgram::~OwnProgram() {
     Wait(std::chrono::steady_clock::now());
     ::CloseHandle(system_->process);
-    ::CloseHandle(system_->output);
+    CloseOutput();
+}
+
+void OwnProgram::CloseOutput() {
+    if (system_->output != nullptr) {
+        ::CloseHandle(system_->output);
+        system_->output = nullptr;
+    }
 }
 
 OwnProgram::Got OwnProgram::ReadLine(std::string& line, std::chrono::steady_clock::time_point deadline) {
