@@ -1,15 +1,13 @@
-/// Command lines that play through the test library, and their output.
+/// Command lines that play through the test library.
 #pragma once
 
 #include <algorithm>
-#include <nlohmann/json.hpp>
-#include <sstream>
 #include <string>
 #include <vector>
 
-namespace host_test {
+#include "tests/host/json_lines.h"
 
-using Json = nlohmann::ordered_json;
+namespace host_test {
 
 /// With a drain, empty frames follow those of the video.
 enum class Drain { No, Yes };
@@ -28,16 +26,6 @@ inline std::vector<std::string> PlayCommand(const std::string& video, const std:
 
 inline void ReplaceEngine(std::vector<std::string>& command, const std::string& engine) {
     *(std::find(command.begin(), command.end(), "--engine") + 1) = engine;
-}
-
-/// Parses each line of an output as JSON; throws on an invalid line.
-inline std::vector<Json> Lines(const std::string& output) {
-    std::vector<Json> lines;
-    std::istringstream stream(output);
-    for (std::string line; std::getline(stream, line);) {
-        lines.push_back(Json::parse(line));
-    }
-    return lines;
 }
 
 }  // namespace host_test

@@ -90,8 +90,9 @@ std::vector<Balance> BalancesOf(const Counts& counts) {
         {"readings = joined a track + began one", counts.readings, counts.readingsJoined + counts.readingsBegan},
         {"tracks = readings that began one", counts.tracks, counts.readingsBegan},
         {"tracks = reported + unreported", counts.tracks, ReportedOf(counts) + counts.tracksUnreported},
-        {"tracks reported = events raised + failed", ReportedOf(counts) + counts.eventsUnexpected,
+        {"tracks reported = events raised + failed", ReportedOf(counts),
          counts.eventsRaised + SumOf(counts.eventsFailed)},
+        {"events of no reported track = 0", counts.eventsUnexpected, 0},
     };
 }
 
