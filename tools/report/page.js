@@ -247,7 +247,7 @@
     figure(list, "second events", grouped(truth.twice), null, truth.twice ? "bad" : null);
     figure(list, "of no vehicle", grouped(truth.of_none), null, truth.of_none ? "bad" : null);
     if (truth.mean_delay !== undefined) {
-      figure(list, "mean delay", [(truth.mean_delay / 1000).toFixed(2), unit("s")], "from the first readable frame to that of the event");
+      figure(list, "mean delay", [(truth.mean_delay / 1000).toFixed(2), unit("s")], "from the first readable frame");
     }
     const titles = { missed: "Missed vehicles", wrong: "Wrong texts", twice: "Second events", none: "Events of no vehicle" };
     for (const [verdict, title] of Object.entries(titles)) {
@@ -360,9 +360,12 @@
       pen.globalAlpha = isShown(index) ? 1 : 0.2;
       pen.fillStyle = colour(colourOf(event));
       pen.fillRect(x - 1, lane + laneHeight - 1 - size, order === selected ? 4 : 2, size);
-      if (order === selected) {
+      // Not by colour alone: a dot for a wrong text, a square for an event too many.
+      const head = lane + laneHeight - 1 - size;
+      if (laneHeight >= 18 && ["twice", "none"].includes(event.verdict)) pen.fillRect(x - 3, head - 3, 7, 7);
+      if (order === selected || (laneHeight >= 18 && event.verdict === "wrong")) {
         pen.beginPath();
-        pen.arc(x, lane + laneHeight - 1 - size, 4, 0, 7);
+        pen.arc(x, head, order === selected ? 5 : 4, 0, 7);
         pen.fill();
       }
       if (laneHeight >= 34 && isShown(index)) {
@@ -521,7 +524,7 @@
 
   function niceTop(value) {
     const power = 10 ** Math.floor(Math.log10(value));
-    return power * [1, 2, 2.5, 5, 10].find((factor) => factor * power >= value);
+    return power * [1, 2, 4, 6, 8, 10].find((factor) => factor * power >= value);
   }
 
   function makePlot(svg, series, text) {
@@ -667,8 +670,8 @@
   function mapOf(event) {
     const [width, height] = event.frame;
     if (!width || !height) return null;
-    const shown = draw("svg", { class: "map", viewBox: `0 0 ${width} ${height}`, width: 84,
-      height: Math.round(Math.max(24, Math.min(63, 84 * height / width))), role: "img",
+    const shown = draw("svg", { class: "map", viewBox: `0 0 ${width} ${height}`, width: 80,
+      height: Math.round(Math.max(24, Math.min(60, 80 * height / width))), role: "img",
       "aria-label": "Place of the plate and its track in the frame" });
     if (event.track) shown.append(draw("polyline", { class: "track", points: placesOf(event.track).join(" ") }));
     if (event.plate) {
@@ -694,9 +697,9 @@
       canvas.scrollIntoView({ block: "center" });
     });
     const facts = make("ul", {}, make("li", {}, time, data.channels.length > 1 ? ` · channel ${event.channel}` : ""),
-      make("li", {}, event.country ? `country ${event.country}` : "no country"));
+      make("li", {}, event.country ? `country ${event.country}` : "country unknown"));
     if (event.readings) {
-      facts.append(make("li", {}, `track: ${counted(event.readings, "reading")}, ${((event.to - event.from) / 1000).toFixed(2)} s`));
+      facts.append(make("li", {}, `${counted(event.readings, "reading")} in ${((event.to - event.from) / 1000).toFixed(2)} s`));
     } else {
       facts.append(make("li", {}, "no track"));
     }
