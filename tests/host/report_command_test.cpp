@@ -3,7 +3,7 @@
 
 #include <filesystem>
 #include <fstream>
-#include <iterator>
+#include <sstream>
 #include <string>
 
 #include "tests/host/process.h"
@@ -24,8 +24,9 @@ constexpr char recordingText[] =
 )";
 
 std::string TextOf(const std::string& path) {
-    std::ifstream file(ToOpenPath(path), std::ios::binary);
-    return {std::istreambuf_iterator<char>(file), {}};
+    std::ostringstream text;
+    text << std::ifstream(ToOpenPath(path), std::ios::binary).rdbuf();
+    return text.str();
 }
 
 TEST(ReportCommand, ThePageIsBesideTheRecording) {
@@ -74,7 +75,8 @@ TEST(ReportCommand, ErrorsAreOneLine) {
                                                {"report", recording, "--output", folder.Path("missing/page.html")}}) {
         const Finished run = RunHost(arguments);
         EXPECT_EQ(run.status, 2);
-        EXPECT_THAT(run.errors, testing::MatchesRegex("plate-host: [^\n]+\n"));
+        EXPECT_THAT(run.errors, testing::StartsWith("plate-host: "));
+        EXPECT_EQ(run.errors.find('\n'), run.errors.size() - 1);
     }
 }
 

@@ -7,9 +7,9 @@
 #include <cstdint>
 #include <filesystem>
 #include <fstream>
-#include <iterator>
 #include <limits>
 #include <random>
+#include <sstream>
 #include <stdexcept>
 
 #include "tests/report/synthetic.h"
@@ -245,11 +245,10 @@ TEST(Report, WritingReplacesTheFile) {
     std::ofstream(file) << "earlier";
     const recording::Recording run = RunWith(1);
     WriteReport(file, run, {});
-    std::ifstream stream(file, std::ios::binary);
-    const std::string written{std::istreambuf_iterator<char>(stream), {}};
-    stream.close();
+    std::ostringstream written;
+    written << std::ifstream(file, std::ios::binary).rdbuf();
     std::filesystem::remove(file);
-    EXPECT_EQ(written, MakeReport(run, {}));
+    EXPECT_EQ(written.str(), MakeReport(run, {}));
 }
 
 TEST(Report, AFileThatCannotBeWrittenIsNamed) {
