@@ -18,9 +18,9 @@ namespace {
 constexpr double platesPerWidth = 3.0;
 constexpr double widthByHeight = 1.5;  // the page's pictures have this shape
 constexpr double minimumWidth = 120.0;
-constexpr std::uint32_t maximumWidth = 400;  // of the JPEG
+constexpr std::uint32_t maximumWidth = 360;  // of the JPEG
 constexpr std::size_t usualBytes = 8 * 1024;
-constexpr int quality = 80;
+constexpr int quality = 75;
 constexpr int lowQuality = 50;
 
 struct Rectangle {

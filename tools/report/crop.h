@@ -28,7 +28,7 @@ struct PlateBox {
     friend bool operator==(const PlateBox&, const PlateBox&) = default;
 };
 
-/// Encodes a rectangle around the plate, about three plates wide and not beyond the frame, as JPEG of at most 400
+/// Encodes a rectangle around the plate, about three plates wide and not beyond the frame, as JPEG of at most 360
 /// pixels' width. Returns nothing if the plate is outside the frame or the frame has another layout. Any thread.
 std::optional<recording::Crop> MakeCrop(const FrameView& frame, const PlateBox& plate);
 

@@ -188,7 +188,7 @@
       box.append(overlayOf(event), make("span", { class: "none" }, "no picture"));
       return box;
     }
-    const image = make("img", { alt: `Plate ${titleOf(event)} at ${clock(event.time)}`, decoding: "async",
+    const image = make("img", { alt: `Plate ${titleOf(event)} at ${clock(event.time)}`, decoding: isPrinting ? "sync" : "async",
       "data-picture": event.picture });
     if (lazily) lazily.observe(image); else loadPicture(image);
     box.append(image, overlayOf(event));
@@ -541,7 +541,7 @@
       const bottom = height - marginBottom;
       const x = (time) => marginLeft + (time - view.from) / (view.to - view.from) * (right - marginLeft);
       const first = Math.max(0, Math.floor((view.from - plot.first) / plot.step) - 1);
-      const last = Math.min(plotCount - 1, Math.ceil((view.to - plot.first) / plot.step));
+      const last = Math.min(plotCount - 1, Math.ceil((view.to - plot.first) / plot.step) + 1);
       let highest = 0;
       for (const { values } of series) {
         for (let index = first; index <= last; ++index) highest = Math.max(highest, values[index] || 0);
@@ -565,22 +565,24 @@
           svg.append(draw("text", { x: x(time), y: height - 4, "text-anchor": "middle" }, clock(time, decimals)));
         }
       }
+      // A drawing inside the drawing cuts the lines off at the edges.
+      const inside = draw("svg", { x: marginLeft, width: right - marginLeft, height: bottom,
+        viewBox: `${marginLeft} 0 ${right - marginLeft} ${bottom}` });
       for (const { values, kind } of series) {
         let path = "";
         let isJoined = false;
         for (let index = first; index <= last; ++index) {
-          const value = values[index];
-          const place = value === null ? 0 : x(timeOf(index));
-          if (value === null || place < marginLeft || place > right) {
+          if (values[index] === null) {
             isJoined = false;
-          } else {
-            path += `${isJoined ? "L" : "M"}${place.toFixed(1)} ${y(value).toFixed(1)}`;
-            if (!isJoined && (index === last || values[index + 1] === null)) path += "h1";
-            isJoined = true;
+            continue;
           }
+          path += `${isJoined ? "L" : "M"}${x(timeOf(index)).toFixed(1)} ${y(values[index]).toFixed(1)}`;
+          if (!isJoined && (index === last || values[index + 1] === null)) path += "h1";
+          isJoined = true;
         }
-        svg.append(draw("path", { class: kind, d: path }));
+        inside.append(draw("path", { class: kind, d: path }));
       }
+      svg.append(inside);
       if (cursor >= first && cursor <= last) {
         const place = Math.max(marginLeft, Math.min(right, x(timeOf(cursor))));
         svg.append(draw("line", { class: "cursor", x1: place, x2: place, y1: 8, y2: bottom }));
