@@ -278,7 +278,8 @@
   const tip = byId("tip");
   const missed = truth ? truth.matches.filter((match) => match.verdict === "missed") : [];
   const laneOf = new Map(data.channels.map((channel, index) => [channel.number, index]));
-  const laneHeight = data.channels.length <= 1 ? 64 : data.channels.length <= 8 ? 34 : data.channels.length <= 24 ? 18 : 8;
+  const laneHeight = data.channels.length <= 1 ? 64 : data.channels.length <= 8 ? 34 : data.channels.length <= 24 ? 18
+    : Math.max(3, Math.min(8, Math.floor(480 / data.channels.length)));
   const top = 6;
   const missedHeight = missed.length ? 16 : 0;
   const lanesHeight = Math.max(1, data.channels.length) * laneHeight;
@@ -301,7 +302,11 @@
     canvas.width = Math.round(width * scale);
     canvas.height = Math.round(height * scale);
     const style = getComputedStyle(document.documentElement);
-    const colour = (name) => style.getPropertyValue(name).trim();
+    const colours = new Map();  // reading a style is slow
+    const colour = (name) => {
+      if (!colours.has(name)) colours.set(name, style.getPropertyValue(name).trim());
+      return colours.get(name);
+    };
     const pen = canvas.getContext("2d");
     pen.scale(scale, scale);
     pen.font = "12px system-ui, sans-serif";
@@ -834,6 +839,7 @@
     byId("shown").textContent = order.length === events.length ? counted(events.length, "event")
       : `${grouped(order.length)} of ${counted(events.length, "event")}`;
     byId("nothing").hidden = order.length > 0;
+    byId("nothing").textContent = events.length ? "No event matches." : "The recording has no events.";
     clearCards();
     layOut();
     redraw();
