@@ -217,7 +217,7 @@ TEST(Report, PlotsHaveTheSumsOfTheirFrames) {
     }
 }
 
-TEST(Report, PlotsBearAnyTimeStamps) {
+TEST(Report, PlotsAcceptAnyTimeStamps) {
     const auto last = std::numeric_limits<std::uint64_t>::max();
     const Plot plot = PlotOf({PlainFrame(0, 0, last), PlainFrame(0, 1, 0), PlainFrame(0, 2, last / 2)});
     EXPECT_LE(plot.points.size(), maximumPlotPoints);
