@@ -1,8 +1,9 @@
 # cmake --install: the files of the package. For Windows scripts/package makes a ZIP file of them.
 #
 # vexlane.dll (libvexlane.so), plate-host and this package's README.txt are at the top, so that the program finds the
-# library beside it. reference-engine/ holds the reference engine and its server, include/sdk/ the headers, example-host/ a
-# host to start from, lib/ the import library and what find_package(vexlane CONFIG) reads, with the target vexlane::sdk.
+# library beside it. reference-engine/ holds the reference engine and its server, recording-engine/ the one that records,
+# include/sdk/ the headers, example-host/ a host to start from, lib/ the import library and what find_package(vexlane CONFIG)
+# reads, with the target vexlane::sdk.
 
 include(CMakePackageConfigHelpers)
 
@@ -20,6 +21,7 @@ install(FILES "${PROJECT_BINARY_DIR}/vexlane-config-version.cmake" DESTINATION l
 
 if(TARGET plate-host)
     install(TARGETS plate-host RUNTIME DESTINATION .)
+    install(TARGETS vexlane_engine_recording RUNTIME DESTINATION recording-engine LIBRARY DESTINATION recording-engine)
     install(FILES ${VEXLANE_HOST_DLLS} DESTINATION .)
 endif()
 if(TARGET plate-server)
@@ -37,7 +39,8 @@ endif()
 if(CMAKE_CROSSCOMPILING)
     set(notices boost=libboost1.81-dev gcc-runtime=gcc-mingw-w64-base mingw-w64=mingw-w64-common)
     if(TARGET plate-host)
-        list(APPEND notices cli11=libcli11-dev nlohmann-json=nlohmann-json3-dev)
+        list(APPEND notices cli11=libcli11-dev nlohmann-json=nlohmann-json3-dev
+            stb=libstb-dev xxhash=libxxhash-dev)
     endif()
     if(TARGET plate-server)
         list(APPEND notices opencv=libopencv-dnn-dev protobuf=protobuf-compiler zlib=libz-mingw-w64-dev)

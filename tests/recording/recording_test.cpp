@@ -5,6 +5,7 @@
 
 #include <cmath>
 #include <cstring>
+#include <fstream>
 #include <limits>
 #include <thread>
 
@@ -185,11 +186,13 @@ TEST_F(RecordingFile, ATextThatIsNotUtf8KeepsTheLineReadable) {
 
 TEST_F(RecordingFile, ARecordingThatIsCutOffAnywhereKeepsItsWholeLines) {
     const std::string first = LineOf(run) + '\n';
-    const std::string second = LineOf(FullFrame()) + '\n';
-    const std::string text = first + second + second;
-    for (std::size_t size = first.size(); size <= text.size(); ++size) {
-        const Recording read = Read(text.substr(0, size));
-        ASSERT_EQ(read.frames.size(), (size - first.size()) / second.size()) << size;
+    Frame frame;
+    frame.ranges = {{10, 200, true}};
+    const std::string line = LineOf(frame) + '\n';
+    const std::string text = first + LineOf(FullFrame()) + '\n' + line + line;
+    for (std::size_t cut = 0; cut <= 2 * line.size(); ++cut) {
+        const Recording read = Read(text.substr(0, text.size() - cut));
+        ASSERT_EQ(read.frames.size(), 1 + (2 * line.size() - cut) / line.size()) << cut;
         ASSERT_FALSE(read.end.has_value());
     }
     EXPECT_EQ(ErrorOf(""), name + " is not a recording: it has no first line");
@@ -230,6 +233,20 @@ TEST_F(RecordingFile, ANewerFormatIsRefusedAndOtherLinesOfThisOneAreNot) {
     EXPECT_EQ(ErrorOf(newer + '\n'),
               name + " is not a recording: line 1: the recording has format 2; this program reads up to 1");
     EXPECT_EQ(Read(first + "\n{\"note\":1}\n" + LineOf(Frame()) + '\n').frames.size(), 1u);
+}
+
+TEST_F(RecordingFile, TheExamplesOfTheReadmeAreLinesOfARecording) {
+    std::ifstream readme(RECORDING_README);
+    std::string text;
+    for (std::string line; std::getline(readme, line);) {
+        text += line.starts_with("{\"") ? line + '\n' : "";
+    }
+    const Recording read = Read(text);
+    ASSERT_EQ(read.channels.size(), 1u);
+    ASSERT_EQ(read.frames.size(), 1u);
+    ASSERT_TRUE(read.end.has_value());
+    EXPECT_EQ(text, LineOf(read.run) + '\n' + LineOf(read.channels[0]) + '\n' + LineOf(read.frames[0]) + '\n' +
+                        LineOf(*read.end) + '\n');
 }
 
 TEST_F(RecordingFile, AMissingFileIsNamed) {

@@ -208,14 +208,20 @@ TEST(RecordingEngine, HasTheCallsOfTheScriptedEnginesJournal) {
 
 TEST(RecordingEngine, AKilledProcessLeavesItsRecording) {
     const Site site(TEST_ENGINE);
-    const auto file = ToPath(site.folder.Path("run.vxr"));
     auto process = std::make_unique<ChildProcess>(StartOf(site.proxy, 0));
-    std::error_code none;
-    ASSERT_TRUE(WaitUntil([&] { return std::filesystem::file_size(file, none) > 100'000 && !none; }));
+    const auto isComplete = [](const recording::Recording& recorded) {
+        return recorded.channels.size() == std::size_t{threads} && recorded.frames.size() > 50;
+    };
+    ASSERT_TRUE(WaitUntil([&] {
+        try {
+            return isComplete(site.Recorded());
+        } catch (const std::runtime_error&) {
+            return false;  // it does not have its first line yet
+        }
+    }));
     process.reset();
     const recording::Recording recorded = site.Recorded();
-    EXPECT_EQ(recorded.channels.size(), std::size_t{threads});
-    EXPECT_GT(recorded.frames.size(), 50u);
+    EXPECT_TRUE(isComplete(recorded));
     EXPECT_FALSE(recorded.end.has_value());
 }
 

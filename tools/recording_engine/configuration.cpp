@@ -68,7 +68,8 @@ Configuration ReadConfiguration(std::istream& lines, const std::filesystem::path
     if (engine.empty()) {
         throw std::runtime_error("it does not name the real engine: add a line \"engine = FILE\"");
     }
-    return {folder / PathOf(engine), folder / PathOf(Filled(recording, names))};
+    return {(folder / PathOf(engine)).lexically_normal(),
+            (folder / PathOf(Filled(recording, names))).lexically_normal()};
 }
 
 }  // namespace recording_engine
