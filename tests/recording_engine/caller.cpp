@@ -92,6 +92,7 @@ int main(int, char** arguments) {
     const int threadCount = std::atoi(arguments[2]);
     const int callCount = std::atoi(arguments[3]);
     std::vector<std::string> outputs(static_cast<std::size_t>(threadCount));
+    std::atomic<int> callingThreads = 0;
     std::vector<std::thread> threads;
     for (int thread = 0; thread < threadCount; ++thread) {
         std::atomic<bool> hasCalled = false;
@@ -103,6 +104,9 @@ int main(int, char** arguments) {
                 const std::string line = CallOnce(recognise, setRange, thread, call);
                 if (callCount != 0) {
                     output += line;
+                } else if (call == callsBeforeOutput && ++callingThreads == threadCount) {
+                    std::puts("calling");
+                    std::fflush(stdout);
                 }
             }
         });

@@ -10,6 +10,9 @@
 
 namespace recording_engine_test {
 
+/// A program that calls until it is killed prints a line after so many calls of each thread.
+inline constexpr int callsBeforeOutput = 20;
+
 inline std::uint32_t WidthOf(int call) {
     return 64 + static_cast<std::uint32_t>(call) % 8;
 }

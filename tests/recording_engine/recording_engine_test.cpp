@@ -12,7 +12,6 @@
 #include "tests/host/temporary_folder.h"
 #include "tests/recording_engine/calls.h"
 #include "tests/support/child_process.h"
-#include "tests/support/wait_until.h"
 #include "tools/host/system.h"
 #include "tools/recording/recording.h"
 
@@ -209,19 +208,11 @@ TEST(RecordingEngine, HasTheCallsOfTheScriptedEnginesJournal) {
 TEST(RecordingEngine, AKilledProcessLeavesItsRecording) {
     const Site site(TEST_ENGINE);
     auto process = std::make_unique<ChildProcess>(StartOf(site.proxy, 0));
-    const auto isComplete = [](const recording::Recording& recorded) {
-        return recorded.channels.size() == std::size_t{threads} && recorded.frames.size() > 50;
-    };
-    ASSERT_TRUE(WaitUntil([&] {
-        try {
-            return isComplete(site.Recorded());
-        } catch (const std::runtime_error&) {
-            return false;  // it does not have its first line yet
-        }
-    }));
+    process->WaitForOutput("calling");
     process.reset();
     const recording::Recording recorded = site.Recorded();
-    EXPECT_TRUE(isComplete(recorded));
+    EXPECT_EQ(recorded.channels.size(), std::size_t{threads});
+    EXPECT_GE(recorded.frames.size(), std::size_t{threads * callsBeforeOutput});
     EXPECT_FALSE(recorded.end.has_value());
 }
 
