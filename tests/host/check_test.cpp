@@ -219,7 +219,7 @@ TEST_F(Check, TheMissingExportOfALibraryIsNamed) {
 }
 
 TEST_F(Check, AMissingServerFails) {
-    const Checked checked = Run({{"--timeout", "9"}}, {{"PATH", folder.MakeFolder("empty")}}, CopyHost(folder));
+    const Checked checked = Run({{"--timeout", "18"}}, {{"PATH", folder.MakeFolder("empty")}}, CopyHost(folder));
     EXPECT_THAT(checked.Failed(), testing::ElementsAre("server program", "server start")) << checked.text;
     EXPECT_THAT(checked.Found("server program"), StartsWith("plate-Server.exe that may be executed is not in "));
     EXPECT_EQ(checked.State("clip"), "warning") << "the scripted engine needs no server";
@@ -228,8 +228,12 @@ TEST_F(Check, AMissingServerFails) {
 TEST_F(Check, AServerThatEndsAtOnceFails) {
     const std::string host = CopyHost(folder);
     folder.Copy(host, "plate-Server.exe");
-    const Checked checked = Run({{"--timeout", "9"}}, {}, host);
-    EXPECT_THAT(checked.Failed(), testing::ElementsAre("server start")) << checked.text;
+    const Checked checked = Run({{"--timeout", "18"}}, {}, host);
+    // It is seen when it starts, or on a loaded machine only later.
+    EXPECT_THAT(checked.Failed(),
+                testing::AnyOf(testing::ElementsAre("server start"), testing::ElementsAre("server end")))
+        << checked.text;
+    EXPECT_EQ(checked.status, 2);
 }
 
 TEST_F(Check, AServerThatRunsAlreadyIsAWarning) {
@@ -282,11 +286,18 @@ TEST_F(Check, WhatTheLibraryPrintsIsNoResult) {
 TEST_F(Check, AServerThatIsLeftFails) {
     const std::string host = CopyHost(folder);
     folder.Copy(HOST_TEST_IDLE_SERVER, "plate-Server.exe");
-    const Checked checked = Run({{"--plugin", HOST_TEST_FAULTY_PLUGIN}}, {{"HOST_TEST_FAULT", "leave a server"}}, host);
+    HostProcess process(
+        {.program = plate_host::ToPath(host),
+         .arguments = {"check", "--json", "--plugin", HOST_TEST_FAULTY_PLUGIN, "--engine", HOST_TEST_SCRIPTED_ENGINE},
+         .environment = {{"HOST_TEST_FAULT", "leave a server"}}});
+    process.WaitForOutput("nothing left");
     const std::vector<std::uint32_t> left = plate_host::RunningServers();
+    for (const std::uint32_t server : left) {
+        servers::Kill(static_cast<servers::ProcessId>(server));  // it may keep the streams open
+    }
+    const Checked checked = Parsed(process.Wait());
     ASSERT_EQ(left.size(), 1u) << checked.text;
-    servers::Kill(static_cast<servers::ProcessId>(left[0]));
-    EXPECT_THAT(checked.Failed(), Contains("nothing left")) << checked.text;
+    EXPECT_THAT(checked.Failed(), testing::ElementsAre("library start", "nothing left")) << checked.text;
     EXPECT_THAT(checked.Found("nothing left"), StartsWith("process " + std::to_string(left[0]) + " "));
     EXPECT_TRUE(WaitUntil([] { return plate_host::RunningServers().empty(); }));
 }
@@ -337,14 +348,6 @@ TEST(CheckedDebugLevel, ANumberInsteadOfATextIsAWarning) {
     test_support::ScratchRegistry registry;
     registry.StoreNumber(Hive::CurrentUser, DebugLevelValue::Key, DebugLevelValue::Name, 1);
     EXPECT_EQ(CheckDebugLevel().state, CheckState::Warning) << CheckDebugLevel().found;
-}
-
-TEST(CheckedDebugLevel, AHiveThatCannotBeOpenedIsAWarning) {
-    test_support::ScratchRegistry registry;
-    registry.Block(Hive::LocalMachine);
-    registry.StoreText(Hive::CurrentUser, DebugLevelValue::Key, DebugLevelValue::Name, "1");
-    EXPECT_EQ(CheckDebugLevel().state, CheckState::Warning);
-    EXPECT_THAT(CheckDebugLevel().found, StartsWith("1, with trace lines, from "));
 }
 
 }  // namespace

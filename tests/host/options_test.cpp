@@ -22,6 +22,16 @@ TEST(Options, PlayHasDefaults) {
     EXPECT_EQ(options.play.paths.engine, "");
 }
 
+TEST(Options, CheckHasDefaults) {
+    const Options options = ParseOptions({"check"});
+    EXPECT_EQ(options.command, Command::Check);
+    EXPECT_FALSE(options.check.json);
+    EXPECT_FALSE(options.check.isInside);
+    EXPECT_LT(options.check.timeout, 60);
+    EXPECT_EQ(ParseOptions({"check", "--engine", "e", "--plugin", "p"}).check.paths.library, "p");
+    EXPECT_THROW(ParseOptions({"check", "--timeout", "0"}), Failure);
+}
+
 TEST(Options, StandardInputIsAVideoAtAnyPosition) {
     EXPECT_EQ(ParseOptions({"play", "-"}).play.video, "-");
     EXPECT_EQ(ParseOptions({"play", "--realtime", "-", "--frames", "3"}).play.video, "-");

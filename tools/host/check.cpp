@@ -20,8 +20,8 @@ using Clock = std::chrono::steady_clock;
 // How long the inner process may take to end after its last result.
 constexpr std::chrono::seconds endTimeout{5};
 
-// How often a request to stop is looked for.
-constexpr std::chrono::milliseconds interruptionInterval{50};
+// How often a request to stop and the end of the inner process are looked for.
+constexpr std::chrono::milliseconds pollInterval{50};
 
 /// Prints the results as they are known.
 class Printer {
@@ -92,11 +92,18 @@ class InnerChecks {
   private:
     OwnProgram::Got Read(std::string& line) {
         const Clock::time_point limit = std::min(start_ + timeout_, stepStart_ + timeout_ / 3);
-        OwnProgram::Got got = OwnProgram::Got::Nothing;
-        do {
-            got = program_.ReadLine(line, std::min(limit, Clock::now() + interruptionInterval));
-        } while (got == OwnProgram::Got::Nothing && Clock::now() < limit && Interruption() == 0);
-        return got;
+        while (Clock::now() < limit && Interruption() == 0) {
+            // Asked first, so that its last lines are read. A server that it has left may keep the pipe open.
+            const bool hasEnded = program_.HasEnded();
+            const OwnProgram::Got got = program_.ReadLine(line, Clock::now() + pollInterval);
+            if (got != OwnProgram::Got::Nothing) {
+                return got;
+            }
+            if (hasEnded) {
+                return OwnProgram::Got::End;
+            }
+        }
+        return OwnProgram::Got::Nothing;
     }
 
     void Handle(const CheckMessage& message) {

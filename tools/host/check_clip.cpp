@@ -10,9 +10,6 @@
 namespace plate_host {
 namespace {
 
-constexpr std::uint32_t frameWidth = 640;
-constexpr std::uint32_t frameHeight = 480;
-
 // The plate, as a camera sees it when the car is drawn at scale 1: one pixel a character, from dark to bright as in
 // `tones`.
 constexpr std::string_view tones = " .,-:;=+xoX*&8#@";
@@ -55,7 +52,7 @@ struct Part {
     double rightAtTop;
     double leftAtBottom;
     double rightAtBottom;
-    double grey;
+    std::uint8_t grey;
 };
 
 // From back to front.
@@ -90,33 +87,53 @@ double PlateAt(double x, double y) {
            below * ((1 - right) * PlateTone(column, row + 1) + right * PlateTone(column + 1, row + 1));
 }
 
-// Negative where there is no car.
-double CarAt(double x, double y) {
-    const double plateX = x - plateLeft;
-    const double plateY = y - plateTop;
-    if (plateX >= 0 && plateX < static_cast<double>(plate[0].size()) && plateY >= 0 &&
-        plateY < static_cast<double>(plate.size())) {
-        return PlateAt(plateX, plateY);
+// A grey road with a bright line at each side, below a bright sky.
+void DrawBackground(std::uint8_t* pixels, std::uint32_t row) {
+    constexpr std::uint32_t horizon = 60;
+    if (row < horizon) {
+        std::fill_n(pixels, clipWidth, std::uint8_t{190});
+        return;
     }
-    double grey = -1;
-    for (const Part& part : parts) {
-        const double depth = (y - part.top) / (part.bottom - part.top);
-        if (depth >= 0 && depth < 1 && x >= part.leftAtTop + depth * (part.leftAtBottom - part.leftAtTop) &&
-            x < part.rightAtTop + depth * (part.rightAtBottom - part.rightAtTop)) {
-            grey = part.grey;
-        }
+    std::fill_n(pixels, clipWidth, static_cast<std::uint8_t>(62 + row / 16));
+    for (const double side : {-1.0, 1.0}) {
+        const double middle = clipWidth / 2.0 + side * 0.92 * (row - horizon + 20);
+        const double halfWidth = 0.025 * (row - horizon + 20);
+        const auto first = static_cast<int>(std::clamp(middle - halfWidth, 0.0, double{clipWidth}));
+        const auto last = static_cast<int>(std::clamp(middle + halfWidth, 0.0, double{clipWidth}));
+        std::fill(pixels + first, pixels + last, std::uint8_t{215});
     }
-    return grey;
 }
 
-// A grey road with a bright line at each side, below a bright sky.
-double BackgroundAt(double x, double y) {
-    constexpr double horizon = 60;
-    if (y < horizon) {
-        return 190;
+/// The position of the car in the picture, in pixels.
+struct Place {
+    double left;
+    double top;
+    double scale;
+};
+
+// The first pixel at or after a position on the car.
+int ColumnOf(const Place& place, double x) {
+    return static_cast<int>(std::clamp(std::ceil(place.left + x * place.scale), 0.0, double{clipWidth}));
+}
+
+void DrawCar(std::uint8_t* pixels, std::uint32_t row, const Place& place) {
+    const double y = (row - place.top) / place.scale;
+    for (const Part& part : parts) {
+        const double depth = (y - part.top) / (part.bottom - part.top);
+        if (depth >= 0 && depth < 1) {
+            const int first = ColumnOf(place, part.leftAtTop + depth * (part.leftAtBottom - part.leftAtTop));
+            const int last = ColumnOf(place, part.rightAtTop + depth * (part.rightAtBottom - part.rightAtTop));
+            std::fill(pixels + first, pixels + last, part.grey);
+        }
     }
-    const double fromMiddle = std::abs(x - frameWidth / 2.0) / (y - horizon + 20);
-    return fromMiddle > 0.9 && fromMiddle < 0.95 ? 215 : 62 + y / 16;
+    const double plateY = y - plateTop;
+    if (plateY >= 0 && plateY < static_cast<double>(plate.size())) {
+        const int end = ColumnOf(place, plateLeft + static_cast<double>(plate[0].size()));
+        for (int column = ColumnOf(place, plateLeft); column < end; ++column) {
+            pixels[column] =
+                static_cast<std::uint8_t>(PlateAt((column - place.left) / place.scale - plateLeft, plateY));
+        }
+    }
 }
 
 }  // namespace
@@ -128,17 +145,16 @@ Picture DrawClipFrame(int number) {
     constexpr double descent = 640;
     const double progress = static_cast<double>(number) / (clipFrameCount - 1);
     const double scale = firstScale * std::pow(growth, progress);
-    const double carLeft = 320 + 40 - 90 * progress - scale * (plateLeft + plate[0].size() / 2.0);
-    const double carTop = firstPlateY + descent * (scale - firstScale) - scale * plateTop;
+    const double plateMiddle = plateLeft + static_cast<double>(plate[0].size()) / 2;
+    const Place place{clipWidth / 2.0 + 40 - 90 * progress - scale * plateMiddle,
+                      firstPlateY + descent * (scale - firstScale) - scale * plateTop, scale};
 
-    Picture picture = MakeEmptyScene(frameWidth, frameHeight, true);
+    Picture picture = MakeEmptyScene(clipWidth, clipHeight, true);
     picture.timeMs = static_cast<std::uint64_t>(number) * clipFrameMs;
-    for (std::uint32_t row = 0; row < frameHeight; ++row) {
-        for (std::uint32_t column = 0; column < frameWidth; ++column) {
-            const double car = CarAt((column - carLeft) / scale, (row - carTop) / scale);
-            picture.bytes[row * frameWidth + column] =
-                static_cast<std::uint8_t>(car >= 0 ? car : BackgroundAt(column, row));
-        }
+    for (std::uint32_t row = 0; row < std::uint32_t{clipHeight}; ++row) {
+        std::uint8_t* const pixels = picture.bytes.get() + std::size_t{row} * clipWidth;
+        DrawBackground(pixels, row);
+        DrawCar(pixels, row, place);
     }
     return picture;
 }

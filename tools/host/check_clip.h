@@ -7,9 +7,11 @@ namespace plate_host {
 
 inline constexpr int clipFrameCount = 75;
 inline constexpr int clipFrameMs = 40;
+inline constexpr int clipWidth = 640;
+inline constexpr int clipHeight = 480;
 inline constexpr char clipPlateText[] = "UD243BA";
 
-/// Draws a colour frame of 640 x 480. REQUIRES: 0 <= number < clipFrameCount.
+/// Draws a frame with colour planes. REQUIRES: 0 <= number < clipFrameCount.
 Picture DrawClipFrame(int number);
 
 }  // namespace plate_host

@@ -37,7 +37,7 @@ constexpr int maxPlateWidth = 320;
 constexpr std::chrono::milliseconds pollInterval{10};
 
 // A server that lacks a file or a right ends within this time.
-constexpr std::chrono::milliseconds shortestLife{300};
+constexpr std::chrono::milliseconds shortestLife{500};
 
 constexpr char startByHand[] =
     "start it by hand, in the folder of the host's program and as the host's user: it prints why it fails";
@@ -122,7 +122,7 @@ class ClipRun {
             Pass(DrawClipFrame(number));
         }
         for (std::uint64_t time = clipEnd; time < end; time += time < lateEnd ? clipFrameMs : slowMs) {
-            Picture picture = MakeEmptyScene(640, 480, true);
+            Picture picture = MakeEmptyScene(clipWidth, clipHeight, true);
             picture.timeMs = time;
             Pass(std::move(picture));
         }
@@ -308,9 +308,7 @@ class Inside {
                     "end it, and check again"};
         }
         if (!Waits(stepLimit_ / 3, [this] { return !OwnServers().empty(); })) {
-            return {
-                CheckState::Fails, std::string("the library started no process ") + serverProgram + " that stays",
-                "start it by hand, in the folder of the host's program and as the host's user: it says why it ends"};
+            return {CheckState::Fails, std::string("the library has started no ") + serverProgram, startByHand};
         }
         const std::string servers = ProcessesText(OwnServers());
         std::this_thread::sleep_for(shortestLife);

@@ -27,6 +27,8 @@ class OwnProgram {
     /// Reads a line, without its line end. Returns Nothing at the deadline, and End at the end of the output.
     Got ReadLine(std::string& line, std::chrono::steady_clock::time_point deadline);
 
+    bool HasEnded();
+
     /// From now on it cannot write.
     void CloseOutput();
 

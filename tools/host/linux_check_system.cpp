@@ -69,6 +69,12 @@ OwnProgram::~OwnProgram() {
     CloseOutput();
 }
 
+bool OwnProgram::HasEnded() {
+    siginfo_t end = {};
+    const auto id = static_cast<id_t>(system_->process);
+    return ::waitid(P_PID, id, &end, WEXITED | WNOHANG | WNOWAIT) == 0 && end.si_pid != 0;
+}
+
 void OwnProgram::CloseOutput() {
     if (system_->output != -1) {
         ::close(system_->output);

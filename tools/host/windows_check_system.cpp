@@ -240,6 +240,10 @@ OwnProgram::~OwnProgram() {
     CloseOutput();
 }
 
+bool OwnProgram::HasEnded() {
+    return ::WaitForSingleObject(system_->process, 0) == WAIT_OBJECT_0;
+}
+
 void OwnProgram::CloseOutput() {
     if (system_->output != nullptr) {
         ::CloseHandle(system_->output);
