@@ -132,6 +132,14 @@ TEST_F(Check, EverythingIsOkWithThePackagesFiles) {
     EXPECT_THAT(checked.Found("server program"), HasSubstr("reference-engine"));
     EXPECT_THAT(checked.Found("server start"), StartsWith("the library has started process "));
 }
+
+TEST_F(Check, AnotherTextOfTheReferenceEngineFails) {
+    const std::string configuration = folder.Write("server.conf", "templates = DDDD\n");
+    const Checked checked =
+        Run({{"--engine", HOST_TEST_READING_ENGINE}}, {{"VEXLANE_READING_CONFIG", configuration}});
+    EXPECT_THAT(checked.Faults(), testing::ElementsAre(Pair("clip", "fails"))) << checked.text;
+    EXPECT_EQ(checked.status, 2);
+}
 #endif
 
 TEST_F(Check, ALineHasStateNameAndRemedy) {
@@ -156,14 +164,6 @@ TEST_F(Check, NoEventOfAnotherEngineIsAWarning) {
     EXPECT_THAT(checked.Faults(), testing::ElementsAre(Pair("clip", "warning"))) << checked.text;
     EXPECT_EQ(checked.status, 1);
     EXPECT_THAT(checked.Found("clip"), StartsWith("no event"));
-}
-
-TEST_F(Check, AnotherTextOfTheReferenceEngineFails) {
-    folder.MakeFolder("reading");
-    const std::string engine =
-        folder.Copy(HOST_TEST_SCRIPTED_ENGINE,
-                    "reading/" + plate_host::ToText(plate_host::ToPath(HOST_TEST_SCRIPTED_ENGINE).filename()));
-    EXPECT_THAT(Run({{"--engine", engine}}).Faults(), testing::ElementsAre(Pair("clip", "fails")));
 }
 
 TEST_F(Check, AMissingLibraryFails) {

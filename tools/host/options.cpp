@@ -30,10 +30,10 @@ Examples:
   plate-host report run.vxr
   plate-host check
 
-"plate-host play --help" describes the options of play; so it is with the other commands.
+"plate-host play --help" describes the options of play; the other commands have such a help, too.
 
-Exit status of play and info: 0 success; 1 the library violated the contract (for example, it did not release a buffer), or the output
-could not be written; 2 any other error; 130 or 143 interrupted.)";
+Exit status of play and info: 0 success; 1 the library violated the contract (for example, it did not release a
+buffer), or the output could not be written; 2 any other error; 130 or 143 interrupted.)";
 
 constexpr char infoFooter[] = R"(
 Example:
@@ -88,7 +88,7 @@ line is {"check":NAME,"state":"ok|warning|fails","found":TEXT,"do":TEXT}. All ch
 At the end, a clip of three seconds with the plate UD243BA, which is part of this program, is played through library,
 engine and server. An engine other than the reference engine may read it differently: that is only a warning.
 
-Exit status: 0 all ok; 1 a warning; 2 something fails.
+Exit status: 0 all ok; 1 a warning; 2 something fails; 130 or 143 interrupted.
 
 Example:
   plate-host check --plugin ./libvexlane.so --engine reading/libRecon64.so)";

@@ -1,6 +1,5 @@
 #include "tools/host/plugin.h"
 
-#include <algorithm>
 #include <array>
 #include <exception>
 #include <filesystem>
@@ -95,12 +94,6 @@ PluginFiles FindPluginFiles(const PluginPaths& paths) {
         }
     }
     return files;
-}
-
-bool IsReferenceEngine(const std::string& path) {
-    const std::string folder = ToText(ToPath(path).parent_path().filename());
-    return std::find(referenceEngineFolders.begin(), referenceEngineFolders.end(), folder) !=
-           referenceEngineFolders.end();
 }
 
 /// The recording engine, which passes the library's calls to the hook.

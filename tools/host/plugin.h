@@ -33,9 +33,6 @@ struct PluginFiles {
 /// reads the environment.
 PluginFiles FindPluginFiles(const PluginPaths& paths);
 
-/// True for an engine in one of the reference engine's folders.
-bool IsReferenceEngine(const std::string& path);
-
 /// Destroys a detector as its contract requires.
 struct DestroyDetector {
     void operator()(OKM8::Analytics::IDetector* detector) const { detector->Destroy(); }
