@@ -135,8 +135,7 @@ TEST_F(Check, EverythingIsOkWithThePackagesFiles) {
 
 TEST_F(Check, AnotherTextOfTheReferenceEngineFails) {
     const std::string configuration = folder.Write("server.conf", "templates = DDDD\n");
-    const Checked checked =
-        Run({{"--engine", HOST_TEST_READING_ENGINE}}, {{"VEXLANE_READING_CONFIG", configuration}});
+    const Checked checked = Run({{"--engine", HOST_TEST_READING_ENGINE}}, {{"VEXLANE_READING_CONFIG", configuration}});
     EXPECT_THAT(checked.Faults(), testing::ElementsAre(Pair("clip", "fails"))) << checked.text;
     EXPECT_EQ(checked.status, 2);
 }

@@ -24,11 +24,11 @@ inline constexpr const char* engineRecorder = "engine";
 
 /// What was run. Paths and texts as the recorder knows them; empty where it does not.
 struct Run {
-    std::string recorder;  ///< "plate-host 1.2.3", or engineRecorder
-    std::string system;    ///< "linux" or "windows"
-    std::string library;   ///< path
-    std::string engine;    ///< path
-    std::string video;     ///< path or address
+    std::string recorder;   ///< "plate-host 1.2.3", or engineRecorder
+    std::string system;     ///< "linux" or "windows"
+    std::string library;    ///< path
+    std::string engine;     ///< path
+    std::string video;      ///< path or address
     std::string startTime;  ///< UTC, "2026-01-31T12:00:00Z"
 };
 
