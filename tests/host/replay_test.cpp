@@ -229,6 +229,7 @@ TEST_F(Recorded, CutToAVehicleReplaysTheSame) {
         ASSERT_EQ(Run({"cut", recording, "--plate", plate, "--output", cut}).status, 0) << plate;
         const recording::Recording part = recording::ReadRecording(plate_host::ToOpenPath(cut));
         EXPECT_LT(part.frames.size(), 150u) << plate;
+        EXPECT_THAT(part.run.library + part.run.engine, testing::Not(HasSubstr("/"))) << "no paths";
         EXPECT_THAT(Run({"replay", cut}).errors, HasSubstr("the same as recorded")) << plate;
         EXPECT_THAT(Run({"explain", cut, "--plate", plate}).output, EndsWith("the event was raised\n")) << plate;
     }

@@ -123,6 +123,27 @@ void WriteJson(const std::filesystem::path& file, const ordered_json& value) {
     }
 }
 
+/// When each plate can be read, for the evaluation of events and for reports.
+void WriteTable(const std::filesystem::path& file, const ordered_json& truth) {
+    const auto framesPerSecond = truth["frames_per_second"].get<double>();
+    std::ofstream stream(file);
+    stream << "clip\tplate\tfirst_s\tlast_s\n";
+    for (const ordered_json& vehicle : truth["vehicles"]) {
+        std::vector<double> seconds;
+        for (const ordered_json& place : vehicle["places"]) {
+            if (place["readable"].get<bool>()) {
+                seconds.push_back(place["frame"].get<double>() / framesPerSecond);
+            }
+        }
+        stream << "road\t" << vehicle["plate"].get<std::string>() << '\t' << seconds.front() << '\t' << seconds.back()
+               << '\n';
+    }
+    stream.close();
+    if (!stream) {
+        throw std::runtime_error("cannot write \"" + file.string() + "\"");
+    }
+}
+
 void Run(const Options& options) {
     std::filesystem::create_directories(options.folder);
     const Camera camera(options.width, options.height);
@@ -150,8 +171,10 @@ void Run(const Options& options) {
         }
         video.Finish();
     }
+    const ordered_json truth = DescribeTruth(options, vehicles, plates);
+    WriteTable(options.folder / "truth.tsv", truth);
     // Written last, so that an unfinished clip has none.
-    WriteJson(options.folder / "truth.json", DescribeTruth(options, vehicles, plates));
+    WriteJson(options.folder / "truth.json", truth);
 }
 
 }  // namespace
@@ -159,7 +182,8 @@ void Run(const Options& options) {
 int main(int argumentCount, char** arguments) {
     Options options;
     CLI::App app{
-        "Draws a video of a road (road.mp4), and writes its true plates (truth.json) and the simulated readings of an "
+        "Draws a video of a road (road.mp4), and writes its true plates (truth.json, truth.tsv) and the simulated "
+        "readings of an "
         "engine (script.json).",
         "road-clip"};
     app.add_option("folder", options.folder, "folder for the files; created if it does not exist")->required();

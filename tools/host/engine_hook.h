@@ -12,7 +12,8 @@ struct EngineFunctions {
 };
 
 /// Called instead of the engine's functions, on the thread that calls them; several threads at once. `engine` is the
-/// real one; its functions are null when none is loaded. No exception may leave an operation.
+/// real one; its functions are null when none is loaded. An exception of the engine passes through to the library; on
+/// Windows one of another compiler does not run the destructors on its way.
 class EngineHook {
   public:
     virtual ~EngineHook() = default;
