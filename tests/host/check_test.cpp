@@ -133,9 +133,15 @@ TEST_F(Check, EverythingIsOkWithThePackagesFiles) {
     EXPECT_THAT(checked.Found("server start"), StartsWith("the library has started process "));
 }
 
-TEST_F(Check, AnotherTextOfTheReferenceEngineFails) {
-    const std::string configuration = folder.Write("server.conf", "templates = DDDD\n");
-    const Checked checked = Run({{"--engine", HOST_TEST_READING_ENGINE}}, {{"VEXLANE_READING_CONFIG", configuration}});
+TEST_F(Check, NoEventOfTheReferenceEngineFails) {
+    // What tells it from other engines, written into another one.
+    constexpr char mark[] = "VEXLANE_READING_SOCKET";
+    std::ostringstream bytes;
+    bytes << std::ifstream(HOST_TEST_READING_ENGINE, std::ios::binary).rdbuf();
+    ASSERT_THAT(bytes.str(), HasSubstr(mark));
+    const std::string engine = folder.Copy(HOST_TEST_SCRIPTED_ENGINE, plate_host::EngineFileName());
+    std::ofstream(plate_host::ToOpenPath(engine), std::ios::binary | std::ios::app) << mark;
+    const Checked checked = Run({{"--engine", engine}});
     EXPECT_THAT(checked.Faults(), testing::ElementsAre(Pair("clip", "fails"))) << checked.text;
     EXPECT_EQ(checked.status, 2);
 }
