@@ -26,7 +26,7 @@
 #include "sdk/plate_events.h"
 #include "sdk/setting_keys.h"
 #include "tests/support/fake_processes.h"
-#include "tests/support/recording_host.h"
+#include "tools/validate/recording_host.h"
 
 extern "C" OKM8::Analytics::InitializeModuleFunction InitializeModule;
 extern "C" OKM8::Analytics::GetModuleFunction GetModule;

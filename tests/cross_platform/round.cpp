@@ -15,9 +15,9 @@
 #include "tests/cross_platform/random_script.h"
 #include "tests/cross_platform/transcript.h"
 #include "tests/plugin/plugin.h"
-#include "tests/support/recording_host.h"
 #include "tests/support/servers.h"
 #include "tests/support/wait_until.h"
+#include "tools/validate/recording_host.h"
 
 namespace transcript {
 

@@ -11,7 +11,7 @@
 #include <vector>
 
 #include "detector/base_detector_impl.h"
-#include "tests/support/recording_host.h"
+#include "tools/validate/recording_host.h"
 
 namespace detector_tests {
 

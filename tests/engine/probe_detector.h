@@ -17,7 +17,7 @@
 #include "tests/support/fake_engine.h"
 #include "tests/support/fake_processes.h"
 #include "tests/support/recording_debug_output.h"
-#include "tests/support/recording_host.h"
+#include "tools/validate/recording_host.h"
 
 namespace engine_tests {
 

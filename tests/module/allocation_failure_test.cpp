@@ -22,8 +22,8 @@
 #include "tests/support/fake_engine.h"
 #include "tests/support/fake_processes.h"
 #include "tests/support/recording_debug_output.h"
-#include "tests/support/recording_host.h"
 #include "tests/support/scratch_registry.h"
+#include "tools/validate/recording_host.h"
 
 extern "C" OKM8::Analytics::InitializeModuleFunction InitializeModule;
 extern "C" OKM8::Analytics::GetModuleFunction GetModule;

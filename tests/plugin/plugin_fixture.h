@@ -9,9 +9,9 @@
 
 #include "sdk/contract_names.h"
 #include "tests/plugin/plugin.h"
-#include "tests/support/recording_host.h"
 #include "tests/support/servers.h"
 #include "tests/support/wait_until.h"
+#include "tools/validate/recording_host.h"
 
 namespace plugin_test {
 

@@ -14,10 +14,10 @@
 
 #include "sdk/contract_names.h"
 #include "tests/plugin/plugin.h"
-#include "tests/plugin/system.h"
 #include "tests/plugin/throwing_engine.h"
-#include "tests/support/recording_host.h"
 #include "tests/support/servers.h"
+#include "tools/validate/recording_host.h"
+#include "tools/validate/system.h"
 
 namespace {
 
@@ -25,6 +25,7 @@ using namespace plugin_test;
 using OKM8::Analytics::IDetector;
 using recording_host::HostCall;
 using recording_host::Operation;
+using validate::SetEnvironment;
 namespace ContractName = OKM8::ContractName;
 
 constexpr char thrownText[] = "the host has failed";

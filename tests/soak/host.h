@@ -7,7 +7,7 @@
 #include <random>
 
 #include "sdk/plate_events.h"
-#include "tests/support/recording_host.h"
+#include "tools/validate/recording_host.h"
 
 namespace soak {
 

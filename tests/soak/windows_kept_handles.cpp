@@ -3,8 +3,8 @@
 #include <atomic>
 
 #include "tests/plugin/plugin.h"
-#include "tests/plugin/system.h"
 #include "tests/soak/kept_handles.h"
+#include "tools/validate/system.h"
 
 namespace soak {
 namespace {
@@ -33,8 +33,8 @@ BOOL WINAPI CountCreateProcess(LPCSTR program, LPSTR commandLine, LPSECURITY_ATT
 
 void CountKeptHandles() {
     void* const library = GetModuleHandleW(plugin_test::LibraryFile().filename().c_str());
-    plugin_test::ReplaceImport(library, "OpenProcess", reinterpret_cast<void*>(&CountOpenProcess));
-    plugin_test::ReplaceImport(library, "CreateProcessA", reinterpret_cast<void*>(&CountCreateProcess));
+    validate::ReplaceImport(library, "OpenProcess", reinterpret_cast<void*>(&CountOpenProcess));
+    validate::ReplaceImport(library, "CreateProcessA", reinterpret_cast<void*>(&CountCreateProcess));
 }
 
 void AddRuntimeHandles(std::uint64_t count) {

@@ -6,6 +6,8 @@
 #include <cstddef>
 #include <cstdint>
 
+#include "tools/validate/own_work.h"
+
 namespace allocation_count {
 
 /// Allocations of one thread.
@@ -49,21 +51,6 @@ class Failure {
 
     /// Makes allocations succeed again. Returns whether one has failed.
     bool End();
-};
-
-/// Makes the allocations of the calling thread succeed during its lifetime, without counting towards a failure. The
-/// test doubles for host, engine and system use it for their own work. Any program may use it.
-class WithoutFailure {
-  public:
-    WithoutFailure() { ++nesting; }
-    ~WithoutFailure() { --nesting; }
-    WithoutFailure(const WithoutFailure&) = delete;
-    WithoutFailure& operator=(const WithoutFailure&) = delete;
-
-    static bool IsInForce() { return nesting != 0; }
-
-  private:
-    static inline constinit thread_local int nesting = 0;
 };
 
 }  // namespace allocation_count

@@ -14,6 +14,7 @@
 #include "tools/host/replay.h"
 #include "tools/host/report_command.h"
 #include "tools/host/system.h"
+#include "tools/host/validate.h"
 
 namespace plate_host {
 namespace {
@@ -35,6 +36,8 @@ int Run(const std::vector<std::string>& words, Console& console) {
             return Report(options.report, console);
         case Command::Check:
             return options.check.isInside ? CheckInside(options.check, console) : Check(options.check, console);
+        case Command::Validate:
+            return Validate(options.validate, console);
         case Command::None:
             break;
     }

@@ -29,6 +29,7 @@ Examples:
   plate-host info
   plate-host report run.vxr
   plate-host check
+  plate-host validate
 
 "plate-host play --help" describes the options of play; the other commands have such a help, too.
 
@@ -92,6 +93,25 @@ Exit status: 0 all ok; 1 a warning; 2 something fails; 130 or 143 interrupted.
 
 Example:
   plate-host check --plugin ./libvexlane.so --engine reading/libRecon64.so)";
+
+constexpr char validateFooter[] = R"(
+Each case is one sentence that holds for a correct library, and runs in a process of its own. Level 1 takes some ten
+seconds; level 2 adds long runs and random sequences of calls and takes some minutes; level 3 goes on with random
+sequences for --minutes. Each sequence has its seed in its sentence; to repeat the one of seed 17:
+  plate-host validate --level 2 --seed 17 --case "seed 17 "
+
+Each line is "ok" or "fails" with the sentence, and for a failure the reason. What the process of a failed case wrote to
+standard error follows on standard error, and a summary at the end.
+
+The engine must be the scripted engine, which plays back what a case needs. No recognition server may run: the library
+would take it over.
+
+Exit status: 0 if every case holds, 2 if one fails.
+
+Examples:
+  plate-host validate
+  plate-host validate --plugin ./libvexlane.so --case "wrong data size"
+  plate-host validate --level 3 --minutes 600 --json)";
 
 constexpr char playFooter[] = R"(
 Each event is printed to standard output as one line of JSON:
@@ -260,6 +280,37 @@ void AddCheck(CLI::App& app, CheckOptions& options) {
     check->footer(checkFooter);
 }
 
+void AddValidate(CLI::App& app, ValidateOptions& options) {
+    CLI::App* const validate =
+        app.add_subcommand("validate", "Check a library against its contract from outside, case by case");
+    validate
+        ->add_option("--plugin", options.paths.library,
+                     std::string("Library to check [") + LibraryFileName() + " in this program's folder]")
+        ->type_name("PATH");
+    validate
+        ->add_option("--engine", options.paths.engine,
+                     std::string("Scripted engine [scripted-engine/") + EngineFileName() + " in this program's folder]")
+        ->type_name("PATH");
+    validate->add_option("--level", options.level, "Run the cases up to this level: 1, 2 or 3 [1]")
+        ->type_name("N")
+        ->check(CLI::Range(1, 3));
+    validate->add_option("--seed", options.seed, "Seed of the first random sequence of calls [1]")->type_name("N");
+    validate->add_option("--minutes", options.minutes, "Begin random sequences for this time at level 3 [60]")
+        ->type_name("M")
+        ->check(CLI::PositiveNumber);
+    validate->add_option("--case", options.pattern, "Run only the cases whose sentence contains this text")
+        ->type_name("TEXT");
+    validate->add_option("--time-limit", options.timeLimit, "Seconds after which a case fails [20]")
+        ->type_name("S")
+        ->check(CLI::Range(1, 3600));
+    validate->add_flag("--list", options.list, "Print the cases and do not run them");
+    validate->add_flag("--json", options.json, "Print each line as JSON");
+    // How this program starts itself.
+    validate->add_option("--run-case", options.runCase)->group("");
+    validate->add_option("--case-folder", options.caseFolder)->group("");
+    validate->footer(validateFooter);
+}
+
 bool LooksLikeSetting(const std::string& word) {
     const std::size_t equals = word.find('=');
     return equals != std::string::npos && equals != 0 &&
@@ -317,6 +368,7 @@ Options ParseOptions(const std::vector<std::string>& words) {
     AddInfo(app, options.info);
     AddReport(app, options.report);
     AddCheck(app, options.check);
+    AddValidate(app, options.validate);
     try {
         app.parse(ExpandSettings(words));
     } catch (const CLI::ParseError& error) {
@@ -333,7 +385,7 @@ Options ParseOptions(const std::vector<std::string>& words) {
     constexpr std::array commands{std::pair{"play", Command::Play},       std::pair{"replay", Command::Replay},
                                   std::pair{"explain", Command::Explain}, std::pair{"cut", Command::Cut},
                                   std::pair{"info", Command::Info},       std::pair{"report", Command::Report},
-                                  std::pair{"check", Command::Check}};
+                                  std::pair{"check", Command::Check},     std::pair{"validate", Command::Validate}};
     for (const auto& [name, command] : commands) {
         if (app.got_subcommand(name)) {
             options.command = command;

@@ -64,7 +64,20 @@ struct CheckOptions {
     bool isInside = false;  ///< makes the checks that load the library, for another process that prints them
 };
 
-enum class Command { None, Play, Info, Check, Replay, Explain, Cut, Report };
+struct ValidateOptions {
+    PluginPaths paths;
+    int level = 1;
+    std::uint64_t seed = 1;
+    double minutes = 60;
+    int timeLimit = 20;  ///< of one case, in seconds
+    std::string pattern;
+    bool json = false;
+    bool list = false;
+    std::string runCase;     ///< in the process of one case, its sentence; empty otherwise
+    std::string caseFolder;  ///< of that case
+};
+
+enum class Command { None, Play, Info, Check, Validate, Replay, Explain, Cut, Report };
 
 struct Options {
     Command command = Command::None;  ///< None after help or version has been printed
@@ -74,6 +87,7 @@ struct Options {
     ExplainOptions explain;  ///< of explain and cut
     ReportOptions report;
     CheckOptions check;
+    ValidateOptions validate;
 };
 
 /// Parses the arguments after the program's name; prints help and version. Throws Failure.

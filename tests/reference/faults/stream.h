@@ -8,7 +8,7 @@
 #include <vector>
 
 #include "tests/plugin/plugin.h"
-#include "tests/support/recording_host.h"
+#include "tools/validate/recording_host.h"
 
 namespace reading_faults {
 

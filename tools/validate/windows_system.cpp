@@ -1,14 +1,18 @@
+// clang-format off
 #include <windows.h>
+#include <tlhelp32.h>
+// clang-format on
 
 #include <atomic>
+#include <cstdio>
 #include <cstring>
 #include <mutex>
 #include <stdexcept>
 
-#include "tests/plugin/plugin.h"
-#include "tests/plugin/system.h"
+#include "tools/validate/library.h"
+#include "tools/validate/system.h"
 
-namespace plugin_test {
+namespace validate {
 
 namespace {
 
@@ -30,8 +34,12 @@ struct Hive {
 
 Hive hives[] = {{HKEY_LOCAL_MACHINE, "machine"}, {HKEY_CURRENT_USER, "user"}};
 
+std::string KeyOf(DWORD process) {
+    return "Software\\vexlane-tests-" + std::to_string(process);
+}
+
 std::string OwnKey() {
-    return "Software\\vexlane-tests-" + std::to_string(GetCurrentProcessId());
+    return KeyOf(GetCurrentProcessId());
 }
 
 // The lines of the running DebugLines.
@@ -174,6 +182,123 @@ bool HasEmptyDebugKey() {
     return values == 0 && keys == 0;
 }
 
+std::vector<std::string> ExportedNames(const fs::path& file) {
+    const HMODULE loaded = LoadLibraryExW(file.c_str(), nullptr, DONT_RESOLVE_DLL_REFERENCES);
+    if (loaded == nullptr) {
+        Fail(file.string() + " cannot be loaded", GetLastError());
+    }
+    const DWORD headers = static_cast<DWORD>(At<IMAGE_DOS_HEADER>(loaded, 0)->e_lfanew);
+    const IMAGE_DATA_DIRECTORY& place =
+        At<IMAGE_NT_HEADERS64>(loaded, headers)->OptionalHeader.DataDirectory[IMAGE_DIRECTORY_ENTRY_EXPORT];
+    std::vector<std::string> names;
+    if (place.Size != 0) {
+        const auto* const exports = At<IMAGE_EXPORT_DIRECTORY>(loaded, place.VirtualAddress);
+        const auto* const offsets = At<DWORD>(loaded, exports->AddressOfNames);
+        for (DWORD number = 0; number < exports->NumberOfNames; ++number) {
+            names.emplace_back(At<char>(loaded, offsets[number]));
+        }
+    }
+    FreeLibrary(loaded);
+    return names;
+}
+
+int ThreadCount() {
+    const HANDLE threads = CreateToolhelp32Snapshot(TH32CS_SNAPTHREAD, 0);
+    THREADENTRY32 entry = {};
+    entry.dwSize = sizeof entry;
+    int count = 0;
+    for (BOOL found = Thread32First(threads, &entry); found != FALSE; found = Thread32Next(threads, &entry)) {
+        count += entry.th32OwnerProcessID == GetCurrentProcessId() ? 1 : 0;
+    }
+    CloseHandle(threads);
+    return count;
+}
+
+std::string PathText(const fs::path& path) {
+    return Utf8Of(path.c_str());
+}
+
+namespace {
+
+// As the C library's parser of command lines reads it.
+std::wstring Quoted(const std::string& argument) {
+    std::wstring wide(argument.size() + 1, L'\0');
+    wide.resize(static_cast<std::size_t>(MultiByteToWideChar(
+        CP_UTF8, 0, argument.data(), static_cast<int>(argument.size()), wide.data(), static_cast<int>(wide.size()))));
+    std::wstring quoted = L"\"";
+    std::size_t backslashes = 0;
+    for (const wchar_t character : wide) {
+        if (character == L'"') {
+            quoted.append(backslashes + 1, L'\\');
+        }
+        backslashes = character == L'\\' ? backslashes + 1 : 0;
+        quoted += character;
+    }
+    quoted.append(backslashes, L'\\');
+    return quoted + L"\"";
+}
+
+HANDLE OpenInheritable(const wchar_t* file, DWORD access, DWORD creation) {
+    SECURITY_ATTRIBUTES attributes = {sizeof attributes, nullptr, TRUE};
+    return CreateFileW(file, access, FILE_SHARE_READ | FILE_SHARE_WRITE, &attributes, creation, FILE_ATTRIBUTE_NORMAL,
+                       nullptr);
+}
+
+}  // namespace
+
+ProcessEnd RunProgram(const fs::path& program, const std::vector<std::string>& arguments,
+                      std::chrono::milliseconds limit, const fs::path& errors, const std::function<bool()>& mustStop) {
+    std::wstring commandLine = Quoted(PathText(program));
+    for (const std::string& argument : arguments) {
+        commandLine += L' ' + Quoted(argument);
+    }
+    STARTUPINFOW startup = {};
+    startup.cb = sizeof startup;
+    startup.dwFlags = STARTF_USESTDHANDLES;
+    startup.hStdInput = OpenInheritable(L"NUL", GENERIC_READ, OPEN_EXISTING);
+    startup.hStdOutput = OpenInheritable(L"NUL", GENERIC_WRITE, OPEN_EXISTING);
+    startup.hStdError = OpenInheritable(errors.c_str(), FILE_APPEND_DATA, CREATE_ALWAYS);
+    PROCESS_INFORMATION started = {};
+    const BOOL isStarted = CreateProcessW(program.c_str(), commandLine.data(), nullptr, nullptr, TRUE, 0, nullptr,
+                                          nullptr, &startup, &started);
+    const DWORD error = GetLastError();
+    for (const HANDLE handle : {startup.hStdInput, startup.hStdOutput, startup.hStdError}) {
+        CloseHandle(handle);
+    }
+    if (isStarted == FALSE) {
+        Fail("cannot start \"" + PathText(program) + "\"", error);
+    }
+    CloseHandle(started.hThread);
+    constexpr DWORD waitMilliseconds = 20;
+    constexpr DWORD killedStatus = 1;
+    constexpr DWORD firstException = 0x80000000;
+    ProcessEnd end;
+    const auto start = std::chrono::steady_clock::now();
+    while (WaitForSingleObject(started.hProcess, waitMilliseconds) == WAIT_TIMEOUT) {
+        end.isTimedOut = std::chrono::steady_clock::now() - start > limit;
+        if (end.isTimedOut || mustStop()) {
+            TerminateProcess(started.hProcess, killedStatus);
+            WaitForSingleObject(started.hProcess, INFINITE);
+            break;
+        }
+    }
+    DWORD status = 0;
+    GetExitCodeProcess(started.hProcess, &status);
+    CloseHandle(started.hProcess);
+    RegDeleteTreeA(HKEY_CURRENT_USER, KeyOf(started.dwProcessId).c_str());  // left by a case that fails
+    if (status >= firstException) {
+        char text[32];
+        std::snprintf(text, sizeof text, "exception 0x%08lX", static_cast<unsigned long>(status));
+        end.crash = text;
+    }
+    end.status = static_cast<int>(status);
+    return end;
+}
+
+void PrepareCaseProcess() {
+    SetErrorMode(SEM_FAILCRITICALERRORS | SEM_NOGPFAULTERRORBOX | SEM_NOOPENFILEERRORBOX);
+}
+
 // The system converts wide texts differently from version to version, so the texts are recorded at the library's
 // import.
 void CatchDebugOutput(void* library) {
@@ -196,4 +321,4 @@ std::string DebugLines::Text(std::size_t from) const {
     return from < lines.size() ? lines.substr(from) : std::string();
 }
 
-}  // namespace plugin_test
+}  // namespace validate

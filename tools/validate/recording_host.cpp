@@ -1,11 +1,11 @@
-#include "tests/support/recording_host.h"
+#include "tools/validate/recording_host.h"
 
 #include <algorithm>
 #include <cstring>
 #include <utility>
 
 #include "sdk/contract_names.h"
-#include "tests/support/allocation_count.h"
+#include "tools/validate/own_work.h"
 
 namespace recording_host {
 
@@ -429,12 +429,12 @@ std::size_t RecordingHost::FreeUnfinished() {
 
 namespace {
 
-// Freed at its first release, so that the sanitizer detects every later access.
 struct Buffer final : MFF::ICompositeBuffer {
     Buffer(BufferCounts& bufferCounts, BufferOptions bufferOptions)
         : counts(bufferCounts), options(std::move(bufferOptions)), number(counts.made++) {}
     OKM8_OBJECT_DESTRUCTOR_SLOT(Buffer)
     void* QueryContract(const char* contractName) override {
+        CountLateUse();
         const bool isKnown = std::strcmp(contractName, ContractName::ICompositeBuffer) == 0;
         const bool isServed = CallHook(counts.onCall, {.operation = Operation::QueryContract,
                                                        .owner = number,
@@ -451,8 +451,16 @@ struct Buffer final : MFF::ICompositeBuffer {
     void Release() override {
         const BufferCounts& bufferCounts = counts;
         const HostCall call = {.operation = Operation::Release, .owner = number};
+        if (isReleased.exchange(true)) {
+            ++counts.releasedAgain;
+            return;
+        }
         ++counts.released;
-        DestroyThroughSlot(this);
+        if (counts.keepsReleased) {
+            options.pixels = {};
+        } else {
+            DestroyThroughSlot(this);
+        }
         CallHook(bufferCounts.onCall, call);
     }
     std::uint8_t* GetData() override {
@@ -469,18 +477,42 @@ struct Buffer final : MFF::ICompositeBuffer {
 
     template <class Value>
     Value Get(Operation operation, Value value) const {
+        CountLateUse();
         return CallHook(counts.onCall, {.operation = operation, .owner = number}) ? value : Value{};
+    }
+
+    void CountLateUse() const {
+        if (isReleased) {
+            ++counts.usedAfterRelease;
+        }
     }
 
     BufferCounts& counts;
     BufferOptions options;
     const int number;
+    std::atomic<bool> isReleased = false;
 };
 
 }  // namespace
 
+class KeptBuffers {
+  public:
+    MFF::IMultimediaBuffer* Keep(std::unique_ptr<Buffer> buffer) {
+        const std::lock_guard lock(mutex_);
+        return buffers_.emplace_back(std::move(buffer)).get();
+    }
+
+  private:
+    std::mutex mutex_;
+    std::vector<std::unique_ptr<Buffer>> buffers_;  // guarded by mutex_
+};
+
+BufferCounts::BufferCounts() : kept(std::make_unique<KeptBuffers>()) {}
+BufferCounts::~BufferCounts() = default;
+
 MFF::IMultimediaBuffer* MakeBuffer(BufferCounts& counts, BufferOptions options) {
-    return new Buffer(counts, std::move(options));
+    auto buffer = std::make_unique<Buffer>(counts, std::move(options));
+    return counts.keepsReleased ? counts.kept->Keep(std::move(buffer)) : buffer.release();
 }
 
 MFF::IMultimediaBuffer* MakeFrame(BufferCounts& counts, std::uint32_t width, std::uint32_t height,

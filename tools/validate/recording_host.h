@@ -1,7 +1,7 @@
 /// The host's side of the contract: records every call of the library, passes each to a hook as it happens, and fails
 /// on demand.
 ///
-/// Buffers are freed by their release and counted: each must be released exactly once.
+/// Buffers are counted: each must be released exactly once.
 #pragma once
 
 #include <atomic>
@@ -159,11 +159,22 @@ class RecordingHost {
     std::unique_ptr<Objects> objects_;
 };
 
+class KeptBuffers;
+
 /// Counts buffers; must outlive them.
 struct BufferCounts {
+    BufferCounts();
+    ~BufferCounts();
+
     std::atomic<int> made = 0;
     std::atomic<int> released = 0;
     OnCall onCall = nullptr;  ///< of all these buffers; for a release, after its buffer is freed
+    /// Released buffers live as long as the counts, so that a second release and other calls are counted instead of
+    /// reading freed memory.
+    bool keepsReleased = false;
+    std::atomic<int> releasedAgain = 0;
+    std::atomic<int> usedAfterRelease = 0;
+    std::unique_ptr<KeptBuffers> kept;
 };
 
 struct BufferOptions {
@@ -177,7 +188,8 @@ struct BufferOptions {
     OKM8::MFF::ICompositeBuffer* compositePart = nullptr;  ///< an object of its own; null for the buffer itself
 };
 
-/// Creates a buffer as a host does. Its release frees it, so that the address sanitizer detects every later access.
+/// Creates a buffer as a host does. Unless the counts keep it, its release frees it, so that the address sanitizer
+/// detects every later access.
 OKM8::MFF::IMultimediaBuffer* MakeBuffer(BufferCounts& counts, BufferOptions options);
 
 /// Creates a grey, planar 4:2:0 frame of that size and time.
