@@ -71,12 +71,6 @@ class Unloading : public testing::Test {
     std::unique_ptr<Plugin> plugin;
 };
 
-TEST_F(Unloading, OfAnUnusedLibraryLeavesNothing) {
-    plugin = std::make_unique<Plugin>();
-    ExpectUnloadingReturns();
-    ExpectNothingIsLeft();
-}
-
 TEST_F(Unloading, InOrderLeavesNothingAndCanBeRepeated) {
     for (int round = 0; round < 3; ++round) {
         Load();
@@ -94,14 +88,6 @@ TEST_F(Unloading, InOrderLeavesNothingAndCanBeRepeated) {
     EXPECT_EQ(buffers.released, 3);
 }
 
-TEST_F(Unloading, WhileTheModuleExistsReturns) {
-    Load();
-    // The module object stays allocated.
-    Abandoned().push_back(plugin->GetModule());
-    ExpectUnloadingReturns();
-    ExpectNothingIsLeft();
-}
-
 // The first detector finds no program to start, so polling continues, and one of the next polls starts the server.
 TEST_F(Unloading, DuringPollingReturnsAndTheServerEndsWithTheLibrary) {
     servers::Remove();
@@ -111,15 +97,6 @@ TEST_F(Unloading, DuringPollingReturnsAndTheServerEndsWithTheLibrary) {
     servers::Place(VEXLANE_SERVER_PROGRAM);
     ASSERT_TRUE(WaitUntil([] { return Running().size() == 1; })) << "polling has stopped";
     UnloadWhilePollingRuns(detector);
-}
-
-TEST_F(Unloading, WhilePollingFindsNoProgramLeavesNothing) {
-    servers::Remove();
-    for (int round = 0; round < 5; ++round) {
-        Load();
-        Abandoned().push_back(plugin->GetModule());
-        UnloadWhilePollingRuns(CreateDetector());
-    }
 }
 
 TEST_F(Unloading, RightAfterTheFirstDetectorReturns) {
