@@ -2,8 +2,8 @@
 #
 # vexlane.dll (libvexlane.so), plate-host and this package's README.txt are at the top, so that the program finds the
 # library beside it. reference-engine/ holds the reference engine and its server, recording-engine/ the one that records,
-# include/sdk/ the headers, example-host/ a host to start from, lib/ the import library and what find_package(vexlane CONFIG)
-# reads, with the target vexlane::sdk.
+# scripted-engine/ the one of "plate-host validate", include/sdk/ the headers, example-host/ a host to start from, lib/ the
+# import library and what find_package(vexlane CONFIG) reads, with the target vexlane::sdk.
 
 include(CMakePackageConfigHelpers)
 
@@ -27,6 +27,10 @@ endif()
 if(TARGET plate-server)
     install(TARGETS vexlane_engine_reading plate-server
         RUNTIME DESTINATION reference-engine LIBRARY DESTINATION reference-engine)
+endif()
+
+if(TARGET plate-host AND TARGET vexlane_engine_scripted)
+    install(TARGETS vexlane_engine_scripted RUNTIME DESTINATION scripted-engine LIBRARY DESTINATION scripted-engine)
 endif()
 
 if(WIN32)
