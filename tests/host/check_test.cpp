@@ -250,7 +250,7 @@ TEST_F(Check, AServerThatRunsAlreadyIsAWarning) {
                                                        Pair("server start", "warning")))
         << checked.text;
     EXPECT_EQ(checked.status, 1);
-    EXPECT_THAT(checked.Found("other servers"), StartsWith(process + " "));
+    EXPECT_THAT(checked.Found("other servers"), HasSubstr("(" + process + ")"));
     EXPECT_EQ(checked.Found("server end"), "the library has left " + process + " alone");
     EXPECT_EQ(plate_host::RunningServers().size(), 1u);
 }
@@ -303,7 +303,7 @@ TEST_F(Check, AServerThatIsLeftFails) {
     const Checked checked = Parsed(process.Wait());
     ASSERT_EQ(left.size(), 1u) << checked.text;
     EXPECT_THAT(checked.Failed(), testing::ElementsAre("library start", "nothing left")) << checked.text;
-    EXPECT_THAT(checked.Found("nothing left"), StartsWith("process " + std::to_string(left[0]) + " "));
+    EXPECT_THAT(checked.Found("nothing left"), HasSubstr("(process " + std::to_string(left[0]) + ")"));
     EXPECT_TRUE(WaitUntil([] { return plate_host::RunningServers().empty(); }));
 }
 

@@ -18,7 +18,8 @@ extern "C" HOST_TEST_EXPORT std::int32_t InitializeModule(void*) {
         std::fflush(stdout);
     }
     if (is("crash")) {
-        std::abort();
+        volatile int* volatile nothing = nullptr;
+        *nothing = 1;
     }
     while (is("hang")) {
         std::this_thread::sleep_for(std::chrono::seconds(1));

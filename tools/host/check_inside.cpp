@@ -322,18 +322,24 @@ class Inside {
 
     CheckResult FindServer() {
         if (!strangers_.empty()) {
-            return {CheckState::Warning, "not started, because " + ProcessesText(strangers_) + " runs already",
+            return {CheckState::Warning,
+                    "not started, because one is running already (" + ProcessesText(strangers_) + ")",
                     "end it, and check again"};
         }
-        if (!Waits(stepLimit_ / 3, [this] { return !OwnServers().empty(); })) {
+        std::vector<std::uint32_t> servers;
+        const auto hasStarted = [this, &servers] {
+            servers = OwnServers();
+            return !servers.empty();
+        };
+        if (!Waits(stepLimit_ / 3, hasStarted)) {
             return {CheckState::Fails, std::string("the library has started no ") + serverProgram, startByHand};
         }
-        const std::string servers = ProcessesText(OwnServers());
         std::this_thread::sleep_for(shortestLife);
         if (OwnServers().empty()) {
-            return {CheckState::Fails, "the library has started " + servers + ", which ended at once", startByHand};
+            return {CheckState::Fails, "the library has started " + ProcessesText(servers) + ", which ended at once",
+                    startByHand};
         }
-        return {CheckState::Ok, "the library has started " + servers, ""};
+        return {CheckState::Ok, "the library has started " + ProcessesText(servers), ""};
     }
 
     CheckResult SetRange() {
@@ -386,7 +392,8 @@ class Inside {
         detector_.handle.reset();
         const Clock::time_point start = Clock::now();
         if (!Waits(stepLimit_ / 3, [this] { return OwnServers().empty(); })) {
-            return {CheckState::Fails, ProcessesText(OwnServers()) + " still runs after the detector was destroyed",
+            return {CheckState::Fails,
+                    "still running after the detector was destroyed (" + ProcessesText(servers) + ")",
                     "end it; the account of the host must be allowed to"};
         }
         if (!strangers_.empty()) {

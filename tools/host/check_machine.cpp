@@ -97,8 +97,8 @@ CheckResult CheckOtherServers(const std::vector<std::uint32_t>& servers) {
         return {CheckState::Ok, std::string("no ") + serverProgram + " runs", ""};
     }
     return {CheckState::Warning,
-            ProcessesText(servers) + " of the name " + serverProgram +
-                " already runs: the library will not start its own and will not end it",
+            std::string(serverProgram) + " is running (" + ProcessesText(servers) +
+                "): the library will not start its own and will not end it",
             "end it, unless another host uses it"};
 }
 
@@ -125,7 +125,8 @@ CheckResult CheckNothingLeft(const std::vector<std::uint32_t>& before, const std
         }
     } while (!left.empty() && Clock::now() < deadline);
     if (!left.empty()) {
-        return {CheckState::Fails, ProcessesText(left) + " of the name " + serverProgram + " still runs", "end it"};
+        return {CheckState::Fails, std::string(serverProgram) + " is still running (" + ProcessesText(left) + ")",
+                "end it"};
     }
     if (!end.empty()) {
         return {CheckState::Fails, "no server is left, but the process that loaded the library " + end,
