@@ -35,7 +35,7 @@ namespace {
 using Clock = std::chrono::steady_clock;
 namespace LoadMode = boost::dll::load_mode;
 
-// A plate width that every picture of the clip is within.
+// A range that contains the width of the plate in every frame of the clip.
 constexpr int minPlateWidth = 40;
 constexpr int maxPlateWidth = 320;
 
