@@ -96,8 +96,8 @@ Example:
 
 constexpr char validateFooter[] = R"(
 Each case is one sentence that holds for a correct library, and runs in a process of its own. Level 1 takes some ten
-seconds; level 2 adds long runs and random sequences of calls and takes some minutes; level 3 goes on with random
-sequences for --minutes. Each sequence has its seed in its sentence; to repeat the one of seed 17:
+seconds; level 2 adds long runs and random sequences of calls and takes a minute; level 3 goes on with random sequences
+for --minutes. Each sequence has its seed in its sentence; to repeat the one of seed 17:
   plate-host validate --level 2 --seed 17 --case "seed 17 "
 
 Each line is "ok" or "fails" with the sentence, and for a failure the reason. What the process of a failed case wrote to
