@@ -30,7 +30,7 @@ class FfmpegVideo : public testing::Test {
     }
 
     std::vector<plate_host::Picture> ReadAll(const std::string& path) {
-        reader = plate_host::OpenFfmpegVideo(path);
+        reader = plate_host::OpenFfmpegVideo(path, {});
         std::vector<plate_host::Picture> pictures;
         for (plate_host::Picture picture; reader->Read(picture);) {
             pictures.push_back(std::move(picture));
@@ -187,6 +187,27 @@ TEST_F(FfmpegVideo, ManyChannelsReceiveTheSamePictures) {
         const std::vector<std::uint8_t> picture = MakeI420(64, 48, event["arguments"]["char_num"].get<int>() - 1);
         EXPECT_EQ(event["arguments"]["checksum"], std::to_string(Checksum(picture.data(), picture.size())));
     }
+}
+
+TEST_F(FfmpegVideo, ItsPacketsAreKeptBesideTheRecording) {
+    for (const char* const name : {"h264.mp4", "h264.ts", "h265.mkv", "mjpeg.avi", "vp9.webm"}) {
+        std::vector<std::string> command = PlayCommand(Video(name), {"test_event_every=1"});
+        std::vector<std::string> keeping = command;
+        keeping.insert(keeping.end(), {"--record", folder.Path("run.vxr"), "--with-frames"});
+        const Finished run = RunHost(keeping);
+        ASSERT_EQ(run.status, 0) << run.errors;
+        command[1] = folder.Path("run.mkv");
+        const std::vector<Json> kept = Lines(RunHost(command).output);
+        const std::vector<Json> played = Lines(run.output);
+        ASSERT_EQ(kept.size(), played.size()) << name;
+        for (std::size_t index = 0; index < kept.size(); ++index) {
+            EXPECT_EQ(kept[index]["arguments"]["checksum"], played[index]["arguments"]["checksum"]) << name << index;
+            EXPECT_EQ(kept[index]["time"], played[index]["time"]) << name << index;
+        }
+    }
+    std::vector<std::string> stream = PlayCommand("-", {});
+    stream.insert(stream.end(), {"--record", folder.Path("run.vxr"), "--with-frames"});
+    EXPECT_THAT(RunHost(stream, Y4mStream(16, 16, 1)).errors, HasSubstr("frames of a Y4M stream are not kept"));
 }
 
 }  // namespace

@@ -90,8 +90,9 @@ class Recorded : public testing::Test {
     }
 
     std::string ReadFile() const {
-        std::ifstream file(plate_host::ToOpenPath(recording), std::ios::binary);
-        return std::string(std::istreambuf_iterator<char>(file), {});
+        std::ostringstream text;
+        text << std::ifstream(plate_host::ToOpenPath(recording), std::ios::binary).rdbuf();
+        return text.str();
     }
 
     const TemporaryFolder folder;

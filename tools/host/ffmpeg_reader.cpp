@@ -161,13 +161,81 @@ Picture Turned(const Picture& picture, int quarterTurns) {
     return turned;
 }
 
+/// Writes a stream's packets into a Matroska file.
+class PacketWriter {
+  public:
+    /// Throws Failure.
+    PacketWriter(const std::string& file, const AVStream& source) : sourceTimeBase_(source.time_base) {
+        try {
+            Require(avformat_alloc_output_context2(&output_, nullptr, "matroska", file.c_str()));
+            AVStream* const stream = avformat_new_stream(output_, nullptr);
+            if (stream == nullptr) {
+                throw std::bad_alloc();
+            }
+            Require(avcodec_parameters_copy(stream->codecpar, source.codecpar));
+            stream->codecpar->codec_tag = 0;  // that of the source's container
+            stream->time_base = source.time_base;
+            stream->avg_frame_rate = source.avg_frame_rate;
+            output_->flags |= AVFMT_FLAG_FLUSH_PACKETS;
+            Require(avio_open(&output_->pb, file.c_str(), AVIO_FLAG_WRITE));
+            Require(avformat_write_header(output_, nullptr));
+        } catch (const Failure& failure) {
+            Close();
+            throw Failure("cannot keep the frames in \"" + file + "\": " + failure.what());
+        }
+        packet_.reset(av_packet_alloc());
+    }
+    PacketWriter(const PacketWriter&) = delete;
+    PacketWriter& operator=(const PacketWriter&) = delete;
+    ~PacketWriter() {
+        av_write_trailer(output_);
+        Close();
+    }
+
+    /// Nothing is written after the first failure.
+    void Write(const AVPacket& packet) {
+        if (!error_.empty() || av_packet_ref(packet_.get(), &packet) < 0) {
+            return;
+        }
+        packet_->stream_index = 0;
+        packet_->pos = -1;
+        av_packet_rescale_ts(packet_.get(), sourceTimeBase_, output_->streams[0]->time_base);
+        if (const int result = av_write_frame(output_, packet_.get()); result < 0) {
+            error_ = "cannot keep the frames: " + ErrorText(result);
+        }
+        av_packet_unref(packet_.get());
+    }
+
+    const std::string& Error() const { return error_; }
+
+  private:
+    static void Require(int result) {
+        if (result < 0) {
+            throw Failure(ErrorText(result));
+        }
+    }
+
+    void Close() {
+        if (output_ != nullptr) {
+            avio_closep(&output_->pb);
+        }
+        avformat_free_context(output_);
+    }
+
+    AVFormatContext* output_ = nullptr;
+    const AVRational sourceTimeBase_;
+    Packet packet_;
+    std::string error_;
+};
+
 class FfmpegReader final : public VideoReader {
   public:
-    explicit FfmpegReader(const std::string& address);
+    FfmpegReader(const std::string& address, const std::string& keptFile);
 
     bool Read(Picture& picture) override;
     std::string Damage() const override;
     std::optional<std::uint64_t> PictureCount() const override;
+    std::string KeepError() const override { return kept_ == nullptr ? std::string() : kept_->Error(); }
 
   private:
     void OpenInput(const std::string& address);
@@ -194,9 +262,11 @@ class FfmpegReader final : public VideoReader {
     std::int64_t lastPacketTime_ = AV_NOPTS_VALUE;  ///< decoding time, in the stream's time base
     std::uint64_t damagedPackets_ = 0;
     std::string readError_;
+    std::unique_ptr<PacketWriter> kept_;  ///< null when packets are not kept
 };
 
-FfmpegReader::FfmpegReader(const std::string& address) : packet_(av_packet_alloc()), frame_(av_frame_alloc()) {
+FfmpegReader::FfmpegReader(const std::string& address, const std::string& keptFile)
+    : packet_(av_packet_alloc()), frame_(av_frame_alloc()) {
     if (packet_ == nullptr || frame_ == nullptr) {
         throw std::bad_alloc();
     }
@@ -207,6 +277,9 @@ FfmpegReader::FfmpegReader(const std::string& address) : packet_(av_packet_alloc
         OpenDecoder();
     } catch (const Failure& failure) {
         throw Failure("cannot open \"" + address + "\": " + OneLine(failure.what()));
+    }
+    if (!keptFile.empty()) {
+        kept_ = std::make_unique<PacketWriter>(keptFile, *stream_);
     }
 }
 
@@ -325,6 +398,9 @@ bool FfmpegReader::FeedDecoder() {
         ++packetCount_;
         lastPacketTime_ = packet_->dts;
         const bool corrupt = (packet_->flags & AV_PKT_FLAG_CORRUPT) != 0;
+        if (kept_ != nullptr) {
+            kept_->Write(*packet_);
+        }
         const int sent = avcodec_send_packet(codec_.get(), packet_.get());
         if (corrupt || sent < 0) {
             ++damagedPackets_;
@@ -429,8 +505,8 @@ std::optional<std::uint64_t> FfmpegReader::PictureCount() const {
 
 }  // namespace
 
-std::unique_ptr<VideoReader> OpenFfmpegVideo(const std::string& address) {
-    return std::make_unique<FfmpegReader>(address);
+std::unique_ptr<VideoReader> OpenFfmpegVideo(const std::string& address, const std::string& keptFile) {
+    return std::make_unique<FfmpegReader>(address, keptFile);
 }
 
 const char* SupportedFormats() {

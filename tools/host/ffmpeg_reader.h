@@ -8,8 +8,9 @@
 
 namespace plate_host {
 
-/// Opens any video that the libraries support. Throws Failure; without the libraries, always.
-std::unique_ptr<VideoReader> OpenFfmpegVideo(const std::string& address);
+/// Opens any video that the libraries support. `keptFile` as for OpenVideo. Throws Failure; without the libraries,
+/// always.
+std::unique_ptr<VideoReader> OpenFfmpegVideo(const std::string& address, const std::string& keptFile);
 
 /// Describes the formats that the program can open.
 const char* SupportedFormats();

@@ -4,7 +4,7 @@
 
 namespace plate_host {
 
-std::unique_ptr<VideoReader> OpenFfmpegVideo(const std::string& address) {
+std::unique_ptr<VideoReader> OpenFfmpegVideo(const std::string& address, const std::string&) {
     if (address.find("://") == std::string::npos) {
         OpenByteSource(address);  // reports a file that cannot be opened
     }

@@ -198,6 +198,8 @@ void AddPlay(CLI::App& app, PlayOptions& options, RawPlayOptions& raw) {
     play->add_option("--record", options.recording,
                      "Write what the detectors and the engine got and returned into this file, for replay and explain")
         ->type_name("FILE");
+    play->add_flag("--with-frames", options.keepsFrames,
+                   "Also keep the video's packets as they are, beside the recording under its name with \".mkv\"");
     CLI::Option* const report =
         play->add_option("--report", options.report,
                          "Write a page about the run into this folder, report.html, and the recording, run.vxr")
@@ -394,6 +396,9 @@ Options ParseOptions(const std::vector<std::string>& words) {
     for (const std::string& setting : raw.settings) {
         options.play.settings.push_back(ParseSetting(setting));
         options.replay.settings.push_back(ParseSetting(setting));
+    }
+    if (options.play.keepsFrames && options.play.recording.empty() && options.play.report.empty()) {
+        throw Failure("--with-frames needs --record or --report (see plate-host --help)");
     }
     if (app.get_subcommand("play")->count("--single") != 0) {
         options.play.singleArea = ParseArea(raw.area);

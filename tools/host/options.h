@@ -24,6 +24,7 @@ struct PlayOptions {
     bool drain = true;           ///< empty frames follow the video, so that vehicles in view at its end are reported
     std::string snapshots;       ///< a folder for snapshots of the events; empty for none
     std::string recording;       ///< a file for the recording of the run; empty for none
+    bool keepsFrames = false;    ///< beside the recording, as the video's packets
     std::string report;          ///< a folder for the report; empty for none
     std::string truth;           ///< for the report: a table of the vehicles in the video; empty for none
     bool printsSummary = false;  ///< as a last line of JSON, to standard output

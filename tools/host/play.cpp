@@ -271,7 +271,7 @@ RunOutcome PlayThroughDetectors(const PlayOptions& options, VideoReader& reader,
         run.ledger = recorder.Counts();
     }
     run.callsOutsideFrames = recorder.CallsOutsideFrames();
-    run.recordingError = recorder.WriteError();
+    run.recordingError = recorder.WriteError().empty() ? reader.KeepError() : recorder.WriteError();
     run.channels = options.channels;
     run.isSingle = options.singleArea.has_value();
     run.events = printer.EventCount();
@@ -291,9 +291,14 @@ RunOutcome PlayThroughDetectors(const PlayOptions& options, VideoReader& reader,
 }  // namespace
 
 int Play(const PlayOptions& options, Console& console) {
-    const std::unique_ptr<VideoReader> reader =
-        OpenVideo(options.video,
-                  {options.reconnect, [&console](const std::string& line) { console.Line("plate-host: " + line); }});
+    if (!options.report.empty()) {
+        CreateFolder(options.report, "report");
+    }
+    const std::string keptFile =
+        options.keepsFrames ? ToText(ToPath(RecordingOf(options)).replace_extension(".mkv")) : std::string();
+    const std::unique_ptr<VideoReader> reader = OpenVideo(
+        options.video,
+        {options.reconnect, [&console](const std::string& line) { console.Line("plate-host: " + line); }}, keptFile);
     Picture first;
     const bool hasPicture = reader->Read(first);
     if (Interruption() != 0) {
@@ -302,9 +307,6 @@ int Play(const PlayOptions& options, Console& console) {
     if (!hasPicture) {
         const std::string damage = reader->Damage();
         throw Failure("\"" + options.video + "\" contains no frame" + (damage.empty() ? "" : ": " + OneLine(damage)));
-    }
-    if (!options.report.empty()) {
-        CreateFolder(options.report, "report");
     }
     const RunOutcome run = PlayThroughDetectors(options, *reader, std::move(first), console);
     for (const std::string& line : SummaryLines(run)) {

@@ -1,6 +1,7 @@
 #include "tools/host/reconnecting_reader.h"
 
 #include <algorithm>
+#include <filesystem>
 #include <thread>
 #include <utility>
 
@@ -28,12 +29,24 @@ bool Pause(milliseconds duration) {
     return Interruption() == 0;
 }
 
+// "run.mkv", number 2: "run-2.mkv".
+std::string NumberedFile(const std::string& file, std::uint64_t number) {
+    if (file.empty()) {
+        return file;
+    }
+    const std::filesystem::path path = ToPath(file);
+    const std::string name = ToText(path.stem()) + "-" + std::to_string(number) + ToText(path.extension());
+    return ToText(path.parent_path() / ToPath(name));
+}
+
 }  // namespace
 
-ReconnectingReader::ReconnectingReader(std::string address, std::function<void(const std::string&)> report)
+ReconnectingReader::ReconnectingReader(std::string address, std::function<void(const std::string&)> report,
+                                       std::string keptFile)
     : address_(std::move(address)),
       report_(std::move(report)),
-      reader_(OpenFfmpegVideo(address_)),
+      keptFile_(std::move(keptFile)),
+      reader_(OpenFfmpegVideo(address_, keptFile_)),
       hasEnd_(reader_->PictureCount().has_value()),
       lastRead_(Clock::now()),
       pause_(firstPause) {}
@@ -58,11 +71,12 @@ bool ReconnectingReader::Reconnect() {
     const std::string damage = reader_->Damage();
     report_("the connection to \"" + address_ + "\" broke off" + (damage.empty() ? "" : ": " + OneLine(damage)));
     damage_ = damage;
+    keepError_ = KeepError();
     reader_.reset();
     while (Pause(pause_)) {
         pause_ = std::min(2 * pause_, maxPause);
         try {
-            reader_ = OpenFfmpegVideo(address_);
+            reader_ = OpenFfmpegVideo(address_, NumberedFile(keptFile_, gaps_.count + 2));
         } catch (const Failure&) {
             continue;  // the camera is still away
         }

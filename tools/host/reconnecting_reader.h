@@ -14,13 +14,17 @@ namespace plate_host {
 /// a file on a server, is not opened again: it would begin from its start. Used by one thread.
 class ReconnectingReader final : public VideoReader {
   public:
-    /// Opens the address; `report` receives a line at each interruption and each new connection. Throws Failure.
-    ReconnectingReader(std::string address, std::function<void(const std::string&)> report);
+    /// Opens the address; `report` receives a line at each interruption and each new connection. `keptFile` as for
+    /// OpenVideo. Throws Failure.
+    ReconnectingReader(std::string address, std::function<void(const std::string&)> report, std::string keptFile);
 
     bool Read(Picture& picture) override;
     std::string Damage() const override { return reader_ == nullptr ? damage_ : reader_->Damage(); }
     std::optional<std::uint64_t> PictureCount() const override {
         return reader_ == nullptr ? std::nullopt : reader_->PictureCount();
+    }
+    std::string KeepError() const override {
+        return keepError_.empty() && reader_ != nullptr ? reader_->KeepError() : keepError_;
     }
     ConnectionGaps Gaps() const override { return gaps_; }
 
@@ -31,8 +35,10 @@ class ReconnectingReader final : public VideoReader {
 
     const std::string address_;
     const std::function<void(const std::string&)> report_;
+    const std::string keptFile_;
     std::unique_ptr<VideoReader> reader_;
     std::string damage_;
+    std::string keepError_;  ///< of an earlier connection
     bool hasEnd_;
     ConnectionGaps gaps_;
     Clock::time_point lastRead_;

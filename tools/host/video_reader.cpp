@@ -3,6 +3,7 @@
 #include <array>
 #include <string_view>
 
+#include "tools/host/failure.h"
 #include "tools/host/ffmpeg_reader.h"
 #include "tools/host/reconnecting_reader.h"
 #include "tools/host/system.h"
@@ -36,14 +37,18 @@ bool BeginsAsY4m(const std::string& address) {
 
 }  // namespace
 
-std::unique_ptr<VideoReader> OpenVideo(const std::string& address, const Reconnection& reconnection) {
+std::unique_ptr<VideoReader> OpenVideo(const std::string& address, const Reconnection& reconnection,
+                                       const std::string& keptFile) {
     if (address == "-" || HasY4mName(address) || BeginsAsY4m(address)) {
+        if (!keptFile.empty()) {
+            throw Failure("the frames of a Y4M stream are not kept, because they are not compressed: keep the stream");
+        }
         return std::make_unique<Y4mReader>(OpenByteSource(address), address == "-" ? "standard input" : address);
     }
     if (reconnection.isWanted && address.find("://") != std::string::npos && !address.starts_with("file:")) {
-        return std::make_unique<ReconnectingReader>(address, reconnection.report);
+        return std::make_unique<ReconnectingReader>(address, reconnection.report, keptFile);
     }
-    return OpenFfmpegVideo(address);
+    return OpenFfmpegVideo(address, keptFile);
 }
 
 const char* VideoSupport() {

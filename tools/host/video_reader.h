@@ -27,6 +27,8 @@ class VideoReader {
     virtual std::string Damage() const = 0;
     /// An estimate of the number of pictures, if there is one.
     virtual std::optional<std::uint64_t> PictureCount() const = 0;
+    /// Why packets could not be kept; empty when they could, or when none are wanted.
+    virtual std::string KeepError() const { return {}; }
     /// The interruptions of a connection that was made again.
     virtual ConnectionGaps Gaps() const { return {}; }
 };
@@ -39,7 +41,10 @@ struct Reconnection {
 
 /// Opens a file, an address, or a Y4M stream on standard input for "-". Throws Failure, also if an address cannot be
 /// opened for the first time.
-std::unique_ptr<VideoReader> OpenVideo(const std::string& address, const Reconnection& reconnection = {});
+/// `keptFile`, if it is not empty, gets the video's packets as they are, in a Matroska file that can be read after a
+/// crash; after each further connection to a camera a file with a number before its ending.
+std::unique_ptr<VideoReader> OpenVideo(const std::string& address, const Reconnection& reconnection = {},
+                                       const std::string& keptFile = {});
 
 /// Describes the videos that this program can open, for --help and --version.
 const char* VideoSupport();
