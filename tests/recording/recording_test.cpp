@@ -56,13 +56,14 @@ Frame FullFrame() {
     frame.size = 1280 * 720 * 3 / 2;
     frame.checksum = 0xFEDCBA9876543210;
     frame.ranges = {{10, 200, true}, {-1, 0, false}};
-    frame.engineCalls = {{.width = 640,
-                          .height = 360,
-                          .region = tagRECT{-5, 6, 700, 800},
-                          .count = 7,
-                          .plates = {foreign, unusual, full, RPLATE{}, Plate("quote\"\\", std::nan("1"))},
-                          .microseconds = 31'000},
-                         {.width = 1, .height = 2, .region = {}, .count = -1, .plates = {}, .microseconds = 0}};
+    frame.engineCalls = {
+        {.width = 640,
+         .height = 360,
+         .region = tagRECT{-5, 6, 700, 800},
+         .count = 7,
+         .plates = {foreign, unusual, full, RPLATE{}, Plate("quote\"\\", std::nan("1"))},
+         .microseconds = 31'000},
+        {.width = 1, .height = 2, .region = {}, .count = -1, .plates = {}, .microseconds = 0, .hasThrown = true}};
     frame.code = 2816;
     frame.error = "Wrong \"image\" format";
     frame.microseconds = 32'000;
@@ -147,6 +148,8 @@ TEST_F(RecordingFile, EveryFieldComesBack) {
     EXPECT_EQ(back.engineCalls[0].height, 360u);
     EXPECT_EQ(back.engineCalls[0].count, 7);
     EXPECT_EQ(back.engineCalls[0].microseconds, 31'000u);
+    EXPECT_FALSE(back.engineCalls[0].hasThrown);
+    EXPECT_TRUE(back.engineCalls[1].hasThrown);
     ASSERT_TRUE(back.engineCalls[0].region.has_value());
     EXPECT_EQ(std::memcmp(&*back.engineCalls[0].region, &*frame.engineCalls[0].region, sizeof(tagRECT)), 0);
     EXPECT_FALSE(back.engineCalls[1].region.has_value());

@@ -112,8 +112,7 @@ void CallRecorder::EndThrown(Call* call) noexcept {
         return;
     }
     try {
-        call->frame.code = 1;
-        call->frame.error = "the engine threw an exception";
+        call->frame.engineCalls[0].hasThrown = true;
         Write(*call);
     } catch (...) {
         hasFailed_ = true;
