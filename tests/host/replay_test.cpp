@@ -198,6 +198,9 @@ TEST_F(Recorded, BesideTheEngineHasItsEventsPrinted) {
     EXPECT_EQ(replay.status, 0) << replay.errors;
     EXPECT_EQ(Lines(replay.output).size(), 3u);
     EXPECT_THAT(replay.errors, HasSubstr("the events are printed and not compared"));
+    EXPECT_THAT(replay.errors, testing::Not(HasSubstr("is asked for another")));
+    EXPECT_THAT(Run({"replay", recording, "--set", "zone_width=40"}).errors,
+                HasSubstr("is asked for another plate range than in the host, 0-128 instead of 0-160"));
 }
 
 TEST_F(Recorded, TellsTheLifeOfAVehicle) {

@@ -62,7 +62,8 @@ Frame FullFrame() {
          .region = tagRECT{-5, 6, 700, 800},
          .count = 7,
          .plates = {foreign, unusual, full, RPLATE{}, Plate("quote\"\\", std::nan("1"))},
-         .microseconds = 31'000},
+         .microseconds = 31'000,
+         .hasThrown = false},
         {.width = 1, .height = 2, .region = {}, .count = -1, .plates = {}, .microseconds = 0, .hasThrown = true}};
     frame.code = 2816;
     frame.error = "Wrong \"image\" format";

@@ -308,15 +308,12 @@ Round PlayOnce(const ReplayOptions& options, const recording::Recording& recordi
     for (const Frame& frame : recording.frames) {
         for (std::size_t number = indices[frame.channel]; number < channels.size(); number += script.channels.size()) {
             Picture picture = PictureOf(frame);
-            while (!channels[number]->TryPush(picture, waitSlice)) {
-                if (Interruption() != 0) {
-                    throw Failure("interrupted");
-                }
+            while (Interruption() == 0 && !channels[number]->TryPush(picture, waitSlice)) {
             }
         }
     }
     for (const auto& channel : channels) {
-        channel->Close();
+        Interruption() == 0 ? channel->Close() : channel->Abandon();
     }
     for (const auto& channel : channels) {
         channel->Finish();
@@ -362,6 +359,17 @@ void PrintDifferences(const std::vector<Difference>& differences, bool asJson) {
     WriteStandard(StandardStream::Output, text);
 }
 
+// Without the host's settings the library may search elsewhere than it did in the host.
+void ReportOtherQuestions(const std::vector<Difference>& differences, Console& console) {
+    const auto first = std::find_if(differences.begin(), differences.end(), [](const Difference& difference) {
+        return difference.key == "plate range" || difference.key == "search region";
+    });
+    if (first != differences.end()) {
+        console.Line("plate-host: the engine is asked for another " + first->key + " than in the host, " + first->now +
+                     " instead of " + first->recorded + ": set what the host sets with --set");
+    }
+}
+
 }  // namespace
 
 int Replay(const ReplayOptions& options, Console& console) {
@@ -384,10 +392,15 @@ int Replay(const ReplayOptions& options, Console& console) {
         ReplayOptions own = options;
         own.printsEvents = time == 0 && (options.printsEvents || !hasEvents);
         Round round = PlayOnce(own, recording, script, console);
+        if (Interruption() != 0) {
+            return 128 + Interruption();
+        }
         sum.frames += round.frames;
         sum.events += round.events;
         sum.seconds += round.seconds;
-        if (hasEvents && !round.differences.empty()) {
+        if (!hasEvents) {
+            ReportOtherQuestions(round.differences, console);
+        } else if (!round.differences.empty()) {
             PrintDifferences(round.differences, options.json);
             console.Line("plate-host: " + std::to_string(round.differences.size()) + " differences" +
                          (options.times > 1 ? " in replay " + std::to_string(time + 1) : ""));
