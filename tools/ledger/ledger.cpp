@@ -180,7 +180,7 @@ class ChannelLedger::Follower final : public ILicencePlateTrackerResultSink {
             }
         }
         MatchEvents(frame);
-        tracks_.remove_if([this](const LiveTrack& live) { return live.isRemoved; });
+        tracks_.remove_if([](const LiveTrack& live) { return live.isRemoved; });
     }
 
     Counts CountsSoFar() const {
@@ -216,8 +216,8 @@ class ChannelLedger::Follower final : public ILicencePlateTrackerResultSink {
 
   private:
     struct LiveTrack {
-        const CTrack* track;
-        ledger::Track* kept;  // null when tracks are not kept
+        boost::shared_ptr<CTrack> track;  // also held while the tracker's reports of a frame are read
+        ledger::Track* kept;              // null when tracks are not kept
         bool isReported = false;
         bool isRemoved = false;
     };
@@ -280,8 +280,8 @@ class ChannelLedger::Follower final : public ILicencePlateTrackerResultSink {
     void FollowTracks() {
         for (LiveTrack& live : tracks_) {
             const auto& tracks = tracker_->Tracks();
-            live.isRemoved = std::none_of(tracks.begin(), tracks.end(),
-                                          [&](const auto& track) { return track.get() == live.track; });
+            live.isRemoved =
+                std::none_of(tracks.begin(), tracks.end(), [&](const auto& track) { return track == live.track; });
             if (live.isRemoved && live.kept != nullptr) {
                 live.kept->isRemoved = true;
                 live.kept->removalTimeMs = now_;
@@ -292,13 +292,13 @@ class ChannelLedger::Follower final : public ILicencePlateTrackerResultSink {
 
     void FindNew() {
         for (const auto& track : tracker_->Tracks()) {
-            const bool isKnown = std::any_of(tracks_.begin(), tracks_.end(),
-                                             [&](const LiveTrack& live) { return live.track == track.get(); });
+            const bool isKnown =
+                std::any_of(tracks_.begin(), tracks_.end(), [&](const LiveTrack& live) { return live.track == track; });
             if (!isKnown) {
                 if (keepsTracks_) {
                     kept_.push_back(std::make_unique<ledger::Track>());
                 }
-                tracks_.push_back({track.get(), keepsTracks_ ? kept_.back().get() : nullptr});
+                tracks_.push_back({track, keepsTracks_ ? kept_.back().get() : nullptr});
                 ++counts_.tracks;
             }
         }
