@@ -224,7 +224,7 @@ TEST_F(Check, TheMissingExportOfALibraryIsNamed) {
 }
 
 TEST_F(Check, AMissingServerFails) {
-    const Checked checked = Run({{"--timeout", "18"}}, {{"PATH", folder.MakeFolder("empty")}}, CopyHost(folder));
+    const Checked checked = Run({{"--timeout", "30"}}, {{"PATH", folder.MakeFolder("empty")}}, CopyHost(folder));
     EXPECT_THAT(checked.Failed(), testing::ElementsAre("server program", "server start")) << checked.text;
     EXPECT_THAT(checked.Found("server program"), StartsWith("plate-Server.exe that may be executed is not in "));
     EXPECT_EQ(checked.State("clip"), "warning") << "the scripted engine needs no server";
@@ -233,7 +233,7 @@ TEST_F(Check, AMissingServerFails) {
 TEST_F(Check, AServerThatEndsAtOnceFails) {
     const std::string host = CopyHost(folder);
     folder.Copy(host, "plate-Server.exe");
-    const Checked checked = Run({{"--timeout", "18"}}, {}, host);
+    const Checked checked = Run({{"--timeout", "30"}}, {}, host);
     // It is seen when it starts, or on a loaded machine only later.
     EXPECT_THAT(checked.Failed(),
                 testing::AnyOf(testing::ElementsAre("server start"), testing::ElementsAre("server end")))
@@ -257,7 +257,7 @@ TEST_F(Check, AServerThatRunsAlreadyIsAWarning) {
 
 TEST_F(Check, ARefusedRangeFails) {
     folder.Write("script.json", R"({"refused_ranges": "all", "frames": []})");
-    const Checked checked = Run({{"--timeout", "6"}});
+    const Checked checked = Run({{"--timeout", "18"}});
     EXPECT_THAT(checked.Failed(), testing::ElementsAre("plate range")) << checked.text;
     EXPECT_THAT(checked.Found("plate range"), HasSubstr("though a server runs"));
     EXPECT_EQ(checked.State("nothing left"), "ok");
@@ -277,7 +277,7 @@ TEST_F(Check, ALibraryThatCrashesFails) {
 
 TEST_F(Check, ALibraryThatHangsFails) {
     const Checked checked =
-        Run({{"--plugin", HOST_TEST_FAULTY_PLUGIN}, {"--timeout", "6"}}, {{"HOST_TEST_FAULT", "hang"}});
+        Run({{"--plugin", HOST_TEST_FAULTY_PLUGIN}, {"--timeout", "18"}}, {{"HOST_TEST_FAULT", "hang"}});
     EXPECT_THAT(checked.Failed(), testing::ElementsAre("library start", "nothing left")) << checked.text;
     EXPECT_EQ(checked.Found("library start"), "it did not end in time, and its process was ended");
     EXPECT_EQ(checked.status, 2);
