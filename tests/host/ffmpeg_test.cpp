@@ -205,6 +205,12 @@ TEST_F(FfmpegVideo, ItsPacketsAreKeptBesideTheRecording) {
             EXPECT_EQ(kept[index]["time"], played[index]["time"]) << name << index;
         }
     }
+    const std::string video = folder.Copy(Video("h265.mkv"), "own.mkv");
+    std::vector<std::string> overwriting = PlayCommand(video, {});
+    overwriting.insert(overwriting.end(), {"--record", folder.Path("own.vxr"), "--with-frames"});
+    EXPECT_THAT(RunHost(overwriting).errors, HasSubstr("would be overwritten while it is read"));
+    EXPECT_EQ(ReadAll(video).size(), 12u) << "the video is as it was";
+
     std::vector<std::string> stream = PlayCommand("-", {});
     stream.insert(stream.end(), {"--record", folder.Path("run.vxr"), "--with-frames"});
     EXPECT_THAT(RunHost(stream, Y4mStream(16, 16, 1)).errors, HasSubstr("frames of a Y4M stream are not kept"));

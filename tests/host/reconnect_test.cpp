@@ -6,6 +6,7 @@
 #include <filesystem>
 #include <fstream>
 #include <random>
+#include <sstream>
 #include <stdexcept>
 #include <string>
 #include <system_error>
@@ -14,6 +15,7 @@
 
 #include "tests/host/play_command.h"
 #include "tests/host/process.h"
+#include "tests/host/temporary_folder.h"
 
 namespace host_test {
 namespace {
@@ -58,7 +60,10 @@ class Camera {
 
 TEST(Reconnection, ACamerasStreamIsOpenedAgain) {
     Camera camera;
-    HostProcess process({.arguments = PlayCommand(camera.Address(), {"test_event_every=1"})});
+    const TemporaryFolder folder;
+    std::vector<std::string> command = PlayCommand(camera.Address(), {"test_event_every=1"});
+    command.insert(command.end(), {"--record", folder.Path("run.vxr"), "--with-frames"});
+    HostProcess process({.arguments = command});
     process.WaitForOutput("\n");
     camera.SwitchOff();
     process.WaitForErrors("plate-host: the connection to \"" + camera.Address() + "\" broke off");
@@ -81,12 +86,19 @@ TEST(Reconnection, ACamerasStreamIsOpenedAgain) {
         last = time;
     }
     EXPECT_GE(largestStep, 1000) << "the first pause is part of the times";
+    for (const char* const kept : {"run.mkv", "run-2.mkv"}) {
+        const Finished played = RunHost(PlayCommand(folder.Path(kept), {"test_event_every=1"}));
+        EXPECT_FALSE(Lines(played.output).empty()) << kept << played.errors;
+    }
 }
 
 TEST(Reconnection, CanBeTurnedOff) {
     Camera camera;
-    std::vector<std::string> command = PlayCommand(camera.Address(), {"test_event_every=1"});
-    command.emplace_back("--no-reconnect");
+    const TemporaryFolder folder;
+    std::string address = camera.Address();
+    address.insert(address.find("://") + 3, "user:secret@");
+    std::vector<std::string> command = PlayCommand(address, {"test_event_every=1"});
+    command.insert(command.end(), {"--no-reconnect", "--record", folder.Path("run.vxr")});
     HostProcess process({.arguments = command});
     process.WaitForOutput("\n");
     camera.SwitchOff();
@@ -94,6 +106,9 @@ TEST(Reconnection, CanBeTurnedOff) {
     EXPECT_EQ(run.status, 0) << run.errors;
     EXPECT_THAT(run.errors, HasSubstr("plate-host: summary"));
     EXPECT_THAT(run.errors, testing::Not(HasSubstr("without connection")));
+    std::ostringstream recording;
+    recording << std::ifstream(plate_host::ToOpenPath(folder.Path("run.vxr")), std::ios::binary).rdbuf();
+    EXPECT_THAT(recording.str(), HasSubstr("\"video\":\"" + camera.Address() + "\"")) << "without the password";
 }
 
 TEST(Reconnection, AnAddressThatCannotBeOpenedAtFirstIsAnError) {

@@ -167,7 +167,8 @@ TEST_F(Recorded, ShowsWhatIsDifferent) {
     EXPECT_THAT(table.errors, HasSubstr("plate-host: 1 differences"));
 
     const std::vector<Json> lines = Lines(Run({"replay", recording, "--json"}).output);
-    ASSERT_EQ(lines.size(), 1u);
+    ASSERT_EQ(lines.size(), 2u);
+    EXPECT_EQ(lines[1]["replay"]["same"], false);
     EXPECT_EQ(lines[0]["difference"]["recorded"], R"("AB12X4")");
     EXPECT_EQ(lines[0]["difference"]["now"], R"("AB1234")");
 }
@@ -201,6 +202,17 @@ TEST_F(Recorded, BesideTheEngineHasItsEventsPrinted) {
     EXPECT_THAT(replay.errors, testing::Not(HasSubstr("is asked for another")));
     EXPECT_THAT(Run({"replay", recording, "--set", "zone_width=40"}).errors,
                 HasSubstr("is asked for another plate range than in the host, 0-128 instead of 0-160"));
+}
+
+TEST_F(Recorded, BecomesARecordingWithEventsByAReplay) {
+    ASSERT_EQ(Record().status, 0);
+    const std::string again = folder.Path("again.vxr");
+    ASSERT_EQ(Run({"replay", recording, "--set", "result_ready=true", "--set", "result_rec_count=4", "--record", again})
+                  .status,
+              1)
+        << "the events come earlier";
+    EXPECT_EQ(Run({"replay", again}).status, 0);
+    EXPECT_EQ(Run({"replay", again, "--record", again}).status, 2) << "it would be overwritten";
 }
 
 TEST_F(Recorded, TellsTheLifeOfAVehicle) {
@@ -239,12 +251,19 @@ TEST_F(Recorded, CutToAVehicleReplaysTheSame) {
     }
 }
 
+TEST_F(Recorded, IsNotOverwrittenByItsCut) {
+    ASSERT_EQ(Record().status, 0);
+    const Finished cut = Run({"cut", recording, "--plate", "AB1234", "--output", recording});
+    EXPECT_EQ(cut.status, 2);
+    EXPECT_THAT(cut.errors, HasSubstr("would be overwritten"));
+}
+
 TEST_F(Recorded, CannotBeWrittenWhereThereIsNoFolder) {
     const Finished run = RunHost({"play", "-", "--plugin", HOST_TEST_LIBRARY, "--engine", HOST_TEST_SCRIPTED_ENGINE,
                                   "--record", folder.Path("none/run.vxr")},
                                  GreyVideo(1));
     EXPECT_EQ(run.status, 2);
-    EXPECT_THAT(run.errors, HasSubstr("cannot write the recording: "));
+    EXPECT_THAT(run.errors, HasSubstr("cannot write the recording \""));
 }
 
 TEST_F(Recorded, WithAReport) {

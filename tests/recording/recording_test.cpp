@@ -294,7 +294,7 @@ TEST_F(RecordingFile, LinesOfSeveralThreadsStayWholeAndCanBeReadWhileTheyAreWrit
 TEST_F(RecordingFile, AFileThatCannotBeCreatedIsAnError) {
     const auto file = plate_host::ToPath(folder.MakeFolder("occupied"));
     EXPECT_THAT([&] { RecordingWriter writer(file, run); },
-                testing::ThrowsMessage<std::runtime_error>(testing::StartsWith("cannot write the recording: ")));
+                testing::ThrowsMessage<std::runtime_error>(testing::StartsWith("cannot write the recording \"")));
 }
 
 }  // namespace

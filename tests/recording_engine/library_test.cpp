@@ -73,6 +73,16 @@ TEST(RecordingEngineInAHost, TheEventsAreTheSame) {
         }
     }
     EXPECT_EQ(refused, channels);
+
+    // The times of a recording beside the engine are those of the clock; the texts are the same.
+    const Finished replay =
+        host_test::HostProcess(
+            {.arguments = {"replay", folder.Path("run.vxr"), "--plugin", TEST_LIBRARY, "--set", "result_ready=true",
+                           "--set", "result_rec_count=8", "--set", "result_wait_time=100"}})
+            .Wait();
+    EXPECT_EQ(replay.status, 0) << replay.errors;
+    EXPECT_EQ(std::count(replay.output.begin(), replay.output.end(), '\n'), channels) << replay.errors;
+    EXPECT_THAT(replay.output, testing::HasSubstr("AB1234"));
 }
 
 }  // namespace

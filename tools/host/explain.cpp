@@ -12,6 +12,7 @@
 #include <vector>
 
 #include "tools/host/failure.h"
+#include "tools/host/files.h"
 #include "tools/host/system.h"
 #include "tools/ledger/ledger.h"
 #include "tools/recording/recording.h"
@@ -158,7 +159,17 @@ std::string TextsOf(const std::vector<ledger::TrackReading>& readings) {
                                      : text;
 }
 
-std::vector<std::string> LifeOf(const FoundTrack& found) {
+std::string EventText(const ledger::Track& track, const recording::Recording& recording) {
+    if (recording.run.recorder == recording::engineRecorder) {
+        return "whether its event was raised is not recorded";
+    }
+    if (track.hasEvent) {
+        return "the event was raised";
+    }
+    return track.failedStep.empty() ? "there was no event" : "the event failed: " + track.failedStep;
+}
+
+std::vector<std::string> LifeOf(const FoundTrack& found, const recording::Recording& recording) {
     const ledger::Track& track = *found.track;
     const ledger::TrackReading& first = track.readings.front();
     const ledger::TrackReading& last = track.readings.back();
@@ -168,12 +179,13 @@ std::vector<std::string> LifeOf(const FoundTrack& found) {
     lines.push_back(At(first.timeMs) + "first reading: " + ReadingText(first));
     lines.push_back(At(last.timeMs) + "last reading:  " + ReadingText(last));
     if (!track.reason) {
-        lines.push_back("            not reported: the detector ended while the track was open");
+        lines.push_back(std::string("            not reported: ") +
+                        (recording.end ? "the detector ended" : "the recording ends") + " while the track was open");
         return lines;
     }
     lines.push_back(At(track.reportTimeMs) + "reported because " + ledger::ReasonText(*track.reason) + ": " +
                     Quoted(track.reportedText) + " of " + Seconds(track.reportedTimeMs));
-    lines.push_back(std::string("            the event was ") + (track.hasEvent ? "raised" : "begun, and not raised"));
+    lines.push_back("            " + EventText(track, recording));
     const auto after = std::count_if(track.readings.begin(), track.readings.end(),
                                      [&](const auto& reading) { return reading.timeMs > track.reportTimeMs; });
     if (after != 0) {
@@ -291,7 +303,7 @@ int Explain(const ExplainOptions& options, Console&) {
     std::vector<std::string> lines;
     constexpr std::size_t mostTracks = 5;
     for (std::size_t index = 0; index < std::min(found.size(), mostTracks); ++index) {
-        const std::vector<std::string> life = LifeOf(found[index]);
+        const std::vector<std::string> life = LifeOf(found[index], recording);
         lines.insert(lines.end(), life.begin(), life.end());
     }
     if (found.size() > mostTracks) {
@@ -316,6 +328,12 @@ int Cut(const ExplainOptions& options, Console& console) {
         throw Failure("no vehicle of that time and text was followed; plate-host explain says what was read");
     }
     const FoundTrack& track = found.front();
+    if (recording.run.recorder == recording::engineRecorder) {
+        throw Failure(
+            "the recording was made beside the engine and has no events to compare; "
+            "plate-host replay --record makes a recording with events of it");
+    }
+    RequireOtherFile(options.output, options.recording);
     // A test case is passed on: it says which files were used, not where they are.
     recording::Run run = recording.run;
     for (std::string* const path : {&run.library, &run.engine, &run.video}) {

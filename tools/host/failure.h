@@ -12,6 +12,12 @@ class Failure : public std::runtime_error {
     using std::runtime_error::runtime_error;
 };
 
+/// The frames of a video cannot be kept.
+class KeepFailure : public Failure {
+  public:
+    using Failure::Failure;
+};
+
 inline constexpr int exitDefect = 1;   ///< the library violated the contract, or the output could not be written
 inline constexpr int exitFailure = 2;  ///< any other error
 

@@ -164,9 +164,15 @@ Picture Turned(const Picture& picture, int quarterTurns) {
 /// Writes a stream's packets into a Matroska file.
 class PacketWriter {
   public:
-    /// Throws Failure.
-    PacketWriter(const std::string& file, const AVStream& source) : sourceTimeBase_(source.time_base) {
+    /// Throws KeepFailure.
+    PacketWriter(const std::string& file, const AVStream& source, AVRational frameRate)
+        : sourceTimeBase_(source.time_base),
+          step_(frameRate.num > 0 && frameRate.den > 0 ? av_rescale_q(1, av_inv_q(frameRate), source.time_base) : 1),
+          packet_(av_packet_alloc()) {
         try {
+            if (packet_ == nullptr) {
+                throw std::bad_alloc();
+            }
             Require(avformat_alloc_output_context2(&output_, nullptr, "matroska", file.c_str()));
             AVStream* const stream = avformat_new_stream(output_, nullptr);
             if (stream == nullptr) {
@@ -181,29 +187,39 @@ class PacketWriter {
             Require(avformat_write_header(output_, nullptr));
         } catch (const Failure& failure) {
             Close();
-            throw Failure("cannot keep the frames in \"" + file + "\": " + failure.what());
+            throw KeepFailure("cannot keep the frames in \"" + file + "\": " + failure.what());
         }
-        packet_.reset(av_packet_alloc());
     }
     PacketWriter(const PacketWriter&) = delete;
     PacketWriter& operator=(const PacketWriter&) = delete;
     ~PacketWriter() {
-        av_write_trailer(output_);
+        Finish();
         Close();
     }
 
     /// Nothing is written after the first failure.
     void Write(const AVPacket& packet) {
-        if (!error_.empty() || av_packet_ref(packet_.get(), &packet) < 0) {
+        if (!error_.empty() || isFinished_) {
             return;
         }
-        packet_->stream_index = 0;
-        packet_->pos = -1;
-        av_packet_rescale_ts(packet_.get(), sourceTimeBase_, output_->streams[0]->time_base);
-        if (const int result = av_write_frame(output_, packet_.get()); result < 0) {
-            error_ = "cannot keep the frames: " + ErrorText(result);
+        int result = av_packet_ref(packet_.get(), &packet);
+        if (result >= 0) {
+            packet_->stream_index = 0;
+            packet_->pos = -1;
+            MakeTimesIncrease();
+            av_packet_rescale_ts(packet_.get(), sourceTimeBase_, output_->streams[0]->time_base);
+            result = av_write_frame(output_, packet_.get());
+            av_packet_unref(packet_.get());
         }
-        av_packet_unref(packet_.get());
+        SetError(result);
+    }
+
+    /// Completes the file. Nothing is written after it.
+    void Finish() {
+        if (!isFinished_) {
+            isFinished_ = true;
+            SetError(av_write_trailer(output_));
+        }
     }
 
     const std::string& Error() const { return error_; }
@@ -215,6 +231,24 @@ class PacketWriter {
         }
     }
 
+    void SetError(int result) {
+        if (result < 0 && error_.empty()) {
+            error_ = "cannot keep the frames: " + ErrorText(result);
+        }
+    }
+
+    // Streams without a container have no times, and those of a camera may jump back.
+    void MakeTimesIncrease() {
+        if (packet_->dts == AV_NOPTS_VALUE) {
+            packet_->dts = lastTime_ == AV_NOPTS_VALUE ? 0 : lastTime_ + step_;
+        }
+        if (lastTime_ != AV_NOPTS_VALUE) {
+            packet_->dts = std::max(packet_->dts, lastTime_ + 1);
+        }
+        packet_->pts = packet_->pts == AV_NOPTS_VALUE ? packet_->dts : std::max(packet_->pts, packet_->dts);
+        lastTime_ = packet_->dts;
+    }
+
     void Close() {
         if (output_ != nullptr) {
             avio_closep(&output_->pb);
@@ -224,7 +258,10 @@ class PacketWriter {
 
     AVFormatContext* output_ = nullptr;
     const AVRational sourceTimeBase_;
+    const std::int64_t step_;  ///< between two frames, in the source's time base
     Packet packet_;
+    std::int64_t lastTime_ = AV_NOPTS_VALUE;
+    bool isFinished_ = false;
     std::string error_;
 };
 
@@ -279,7 +316,7 @@ FfmpegReader::FfmpegReader(const std::string& address, const std::string& keptFi
         throw Failure("cannot open \"" + address + "\": " + OneLine(failure.what()));
     }
     if (!keptFile.empty()) {
-        kept_ = std::make_unique<PacketWriter>(keptFile, *stream_);
+        kept_ = std::make_unique<PacketWriter>(keptFile, *stream_, frameRate_);
     }
 }
 
@@ -392,6 +429,9 @@ bool FfmpegReader::FeedDecoder() {
             readError_ = ErrorText(format_->pb->error);
         }
         avcodec_send_packet(codec_.get(), nullptr);
+        if (kept_ != nullptr) {
+            kept_->Finish();
+        }
         return false;
     }
     if (packet_->stream_index == stream_->index) {

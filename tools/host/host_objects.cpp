@@ -223,6 +223,22 @@ void EventRaiser::DescribeInto(EventRecord& event) const {
 
 // DetectorPeer
 
+namespace {
+
+// What a discarded event had got, in the order in which a library sets it.
+const char* LastStepOf(const EventRecord& event) {
+    if (event.targets.empty()) {
+        return "discarded without a target";
+    }
+    if (event.targets.front().arguments.empty()) {
+        return "discarded before its target had values";
+    }
+    return event.targets.front().track.is_null() ? "discarded before its target had a track"
+                                                 : "discarded with all values";
+}
+
+}  // namespace
+
 void* DetectorPeer::QueryContract(const char* contractName) {
     return IsOneOf(contractName, {ContractName::IContract}) ? this : nullptr;
 }
@@ -265,7 +281,7 @@ void DetectorPeer::Publish(const EventRaiser& raiser, bool raised) {
         if (raised) {
             sink_.OnEvent(event);
         } else {
-            sink_.OnFailedEvent(event.targets.empty() ? "discarded before it had a target" : "discarded with a target");
+            sink_.OnFailedEvent(LastStepOf(event));
         }
     } catch (const std::exception& failure) {
         console_.Line(std::string("plate-host: cannot write an event: ") + OneLine(failure.what()));

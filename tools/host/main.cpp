@@ -1,4 +1,4 @@
-/// The reference host: plays a video through the library and prints the events.
+/// The reference host: plays videos through the library, checks it, and records, replays and explains its runs.
 #include <exception>
 #include <new>
 #include <string>

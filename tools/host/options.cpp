@@ -19,7 +19,9 @@ namespace {
 
 constexpr int maxChannels = 256;
 
-constexpr char description[] = "Plays a video through a licence-plate detector library, as a surveillance host would.";
+constexpr char description[] =
+    "A host for a licence-plate detector library: plays videos through it as a surveillance host would, checks it, and "
+    "records, replays and explains its runs.";
 
 constexpr char mainFooter[] = R"(
 Examples:
@@ -27,7 +29,9 @@ Examples:
   plate-host play gate.mp4 --set id=7 --set use_area=true --set area_left=20 --set area_right=80
   ffmpeg -i gate.mp4 -f yuv4mpegpipe - | plate-host play -
   plate-host info
-  plate-host report run.vxr
+  plate-host play gate.mp4 --report seen
+  plate-host explain seen/run.vxr --time 12.5 --plate ABC123
+  plate-host replay seen/run.vxr --plugin new/libvexlane.so
   plate-host check
   plate-host validate
 
@@ -48,11 +52,17 @@ of a table.
 A recording that was made beside the engine in a foreign host has no settings and no events: set what the host sets with
 --set; the events are printed.
 
-Exit status: 0 the same as recorded; 1 differences; 2 any other error.
+Its channels are the host's threads: a host that hands the frames of one camera to several threads cannot be
+replayed. --record then writes a recording with those settings and events, which cut and later replays take.
+
+If plate-Server.exe is beside the program, the library starts it, and it is not used.
+
+Exit status: 0 the same as recorded; 1 differences; 2 any other error; 130 or 143 interrupted.
 
 Examples:
   plate-host play gate.mp4 --record gate.vxr
   plate-host replay gate.vxr --plugin new/libvexlane.so
+  plate-host replay host.vxr --set zone_width=30 --record gate.vxr
   plate-host replay gate.vxr --times 1000)";
 
 constexpr char explainFooter[] = R"(
@@ -69,7 +79,10 @@ see whether a library still does the same.
 
 Example:
   plate-host cut gate.vxr --plate ABC123 --output missed.vxr
-  plate-host replay missed.vxr)";
+  plate-host replay missed.vxr
+
+Exit status: 0 success; 2 any error.)";
+
 constexpr char reportFooter[] = R"(
 Writes one HTML page, which a browser shows without a network: the events with their pictures, a timeline, the speed of
 the run, its settings. Without --output the page is beside the recording, under its name with ".html"; in a folder it is
@@ -78,6 +91,8 @@ the run, its settings. Without --output the page is beside the recording, under 
 The truth is a table with tabs between its columns, whose first line names them: plate, first_s, last_s (when a person
 can read it, in seconds of the video), and optionally channel and clip (the video's name without its ending). An event
 belongs to the vehicle in view whose plate is most like its text. A plate with "?" or "unreadable" is not counted.
+
+Exit status: 0 success; 2 any error.
 
 Example:
   plate-host report run.vxr --truth truth.tsv --output report)";
@@ -106,7 +121,7 @@ standard error follows on standard error, and a summary at the end.
 The engine must be the scripted engine, which plays back what a case needs. No recognition server may run: the library
 would take it over.
 
-Exit status: 0 if every case holds, 2 if one fails.
+Exit status: 0 if every case holds; 2 if one fails; 1 if the output cannot be written; 130 or 143 interrupted.
 
 Examples:
   plate-host validate
@@ -198,12 +213,14 @@ void AddPlay(CLI::App& app, PlayOptions& options, RawPlayOptions& raw) {
     play->add_option("--record", options.recording,
                      "Write what the detectors and the engine got and returned into this file, for replay and explain")
         ->type_name("FILE");
-    play->add_flag("--with-frames", options.keepsFrames,
-                   "Also keep the video's packets as they are, beside the recording under its name with \".mkv\"");
-    CLI::Option* const report =
-        play->add_option("--report", options.report,
-                         "Write a page about the run into this folder, report.html, and the recording, run.vxr")
-            ->type_name("DIR");
+    play->add_flag(
+        "--with-frames", options.keepsFrames,
+        "Also keep the video's packets as they are, beside the recording under its name with \".mkv\"; after each "
+        "further connection to a camera in a file with a number, \"-2.mkv\"");
+    CLI::Option* const report = play->add_option("--report", options.report,
+                                                 "Write a page about the run into this folder, report.html, and the "
+                                                 "recording, run.vxr, unless --record names it")
+                                    ->type_name("DIR");
     play->add_option("--truth", options.truth, "Compare the events of the report with the vehicles in this table")
         ->type_name("FILE")
         ->needs(report);
@@ -219,7 +236,9 @@ void AddInfo(CLI::App& app, InfoOptions& options) {
 }
 
 void AddRecording(CLI::App& command, std::string& recording) {
-    command.add_option("recording", recording, "File that play --record wrote")->required()->type_name("");
+    command.add_option("recording", recording, "File that play --record or the recording engine wrote")
+        ->required()
+        ->type_name("");
 }
 
 void AddReplay(CLI::App& app, ReplayOptions& options, RawPlayOptions& raw) {
@@ -236,6 +255,10 @@ void AddReplay(CLI::App& app, ReplayOptions& options, RawPlayOptions& raw) {
     replay->add_option("--copies", options.copies, "Number of detectors that get each channel at the same time [1]")
         ->type_name("N")
         ->check(CLI::Range(1, maxChannels));
+    replay
+        ->add_option("--record", options.output,
+                     "Write a recording of the replay into this file, with the settings and events of now")
+        ->type_name("FILE");
     replay->add_flag("--events", options.printsEvents, "Print the events of the replay");
     replay->add_flag("--json", options.json, "Print the differences or the result as lines of JSON");
     replay->footer(replayFooter);

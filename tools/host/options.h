@@ -39,7 +39,8 @@ struct ReplayOptions {
     PluginPaths paths;
     std::vector<Setting> settings;  ///< after the recorded ones
     int times = 1;
-    int copies = 1;  ///< of each channel, at the same time
+    int copies = 1;      ///< of each channel, at the same time
+    std::string output;  ///< a file for a recording of the first replay; empty for none
     bool printsEvents = false;
     bool json = false;
 };

@@ -13,6 +13,7 @@
 #include "tools/host/channel.h"
 #include "tools/host/event_printer.h"
 #include "tools/host/failure.h"
+#include "tools/host/files.h"
 #include "tools/host/progress.h"
 #include "tools/host/report_command.h"
 #include "tools/host/run_recorder.h"
@@ -186,13 +187,25 @@ class Feeder {
     std::uint64_t drainEvents_ = 0;
 };
 
+// A recording is passed on: the address of a camera keeps its host, and loses the user and the password.
+std::string WithoutPassword(const std::string& address) {
+    const std::size_t scheme = address.find("://");
+    if (scheme == std::string::npos) {
+        return address;
+    }
+    const std::size_t begin = scheme + 3;
+    const std::string authority = address.substr(begin, address.find_first_of("/?#", begin) - begin);
+    const std::size_t at = authority.rfind('@');
+    return at == std::string::npos ? address : std::string(address).erase(begin, at + 1);
+}
+
 recording::Run DescribeRun(const std::string& video, const Plugin& plugin) {
     recording::Run run;
     run.recorder = "plate-host " PLATE_HOST_VERSION;
     run.system = SystemName();
     run.library = plugin.LibraryPath();
     run.engine = plugin.EnginePath();
-    run.video = video;
+    run.video = WithoutPassword(video);
     run.startTime = boost::posix_time::to_iso_extended_string(boost::posix_time::second_clock::universal_time()) + "Z";
     return run;
 }
@@ -294,8 +307,15 @@ int Play(const PlayOptions& options, Console& console) {
     if (!options.report.empty()) {
         CreateFolder(options.report, "report");
     }
+    const std::string recordingFile = RecordingOf(options);
     const std::string keptFile =
-        options.keepsFrames ? ToText(ToPath(RecordingOf(options)).replace_extension(".mkv")) : std::string();
+        options.keepsFrames ? ToText(ToPath(recordingFile).replace_extension(".mkv")) : std::string();
+    RequireOtherFile(recordingFile, options.video);
+    RequireOtherFile(keptFile, options.video);
+    RequireOtherFile(keptFile, recordingFile);
+    if (!options.truth.empty()) {
+        ReadTruthOf(options.video, options.truth);  // a mistake in it shows before the video is played
+    }
     const std::unique_ptr<VideoReader> reader = OpenVideo(
         options.video,
         {options.reconnect, [&console](const std::string& line) { console.Line("plate-host: " + line); }}, keptFile);
@@ -315,12 +335,12 @@ int Play(const PlayOptions& options, Console& console) {
     if (options.printsSummary) {
         WriteStandard(StandardStream::Output, SummaryJson(run));
     }
-    if (!options.report.empty()) {
-        Report({RecordingOf(options), options.truth, options.report}, console);
-    }
     const std::vector<std::string> defects = Defects(run);
     for (const std::string& defect : defects) {
         console.Line("plate-host: error: " + defect);
+    }
+    if (!options.report.empty()) {
+        Report({recordingFile, options.truth, options.report}, console);
     }
     if (!defects.empty()) {
         return exitDefect;

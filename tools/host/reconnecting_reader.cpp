@@ -66,17 +66,26 @@ bool ReconnectingReader::Read(Picture& picture) {
     }
 }
 
+// The first error is kept.
+void ReconnectingReader::SetKeepError(const std::string& error) {
+    keepError_ = keepError_.empty() ? error : keepError_;
+}
+
 // Tries until the address can be opened, with growing pauses; returns false on a request to stop.
 bool ReconnectingReader::Reconnect() {
     const std::string damage = reader_->Damage();
     report_("the connection to \"" + address_ + "\" broke off" + (damage.empty() ? "" : ": " + OneLine(damage)));
     damage_ = damage;
-    keepError_ = KeepError();
+    SetKeepError(KeepError());
     reader_.reset();
     while (Pause(pause_)) {
         pause_ = std::min(2 * pause_, maxPause);
         try {
             reader_ = OpenFfmpegVideo(address_, NumberedFile(keptFile_, gaps_.count + 2));
+        } catch (const KeepFailure& failure) {
+            SetKeepError(failure.what());
+            keptFile_.clear();
+            continue;
         } catch (const Failure&) {
             continue;  // the camera is still away
         }

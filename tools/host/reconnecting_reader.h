@@ -32,10 +32,11 @@ class ReconnectingReader final : public VideoReader {
     using Clock = std::chrono::steady_clock;
 
     bool Reconnect();
+    void SetKeepError(const std::string& error);
 
     const std::string address_;
     const std::function<void(const std::string&)> report_;
-    const std::string keptFile_;
+    std::string keptFile_;  ///< empty when nothing is kept
     std::unique_ptr<VideoReader> reader_;
     std::string damage_;
     std::string keepError_;  ///< of an earlier connection

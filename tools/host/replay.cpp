@@ -15,6 +15,7 @@
 
 #include "tools/host/channel.h"
 #include "tools/host/failure.h"
+#include "tools/host/files.h"
 #include "tools/host/progress.h"
 #include "tools/host/run_recorder.h"
 #include "tools/host/system.h"
@@ -201,9 +202,12 @@ class ReplayRecorder final : public RunRecorder {
     }
 
   protected:
-    int CallRecognise(const EngineFunctions&, const Frame& now, IMG*, tagRECT*, RPLATE* plates, int) override {
-        const Frame& recorded = script_.At(now.channel, now.number);
-        const std::size_t index = now.engineCalls.size() - 1;  // the last one is this call
+    int CallRecognise(const EngineFunctions&, const Frame* now, IMG*, tagRECT*, RPLATE* plates, int) override {
+        if (now == nullptr) {
+            return 0;
+        }
+        const Frame& recorded = script_.At(now->channel, now->number);
+        const std::size_t index = now->engineCalls.size() - 1;  // the last one is this call
         if (index >= recorded.engineCalls.size()) {
             return 0;
         }
@@ -215,9 +219,12 @@ class ReplayRecorder final : public RunRecorder {
         return call.count;
     }
 
-    bool CallSetRange(const EngineFunctions&, const Frame& now, int, int) override {
-        const Frame& recorded = script_.At(now.channel, now.number);
-        const std::size_t index = now.ranges.size();
+    bool CallSetRange(const EngineFunctions&, const Frame* now, int, int) override {
+        if (now == nullptr) {
+            return true;
+        }
+        const Frame& recorded = script_.At(now->channel, now->number);
+        const std::size_t index = now->ranges.size();
         return index >= recorded.ranges.size() || recorded.ranges[index].isAccepted;
     }
 
@@ -246,18 +253,17 @@ class ReplayEvents final : public EventSink {
     std::uint64_t count_ = 0;  // guarded by mutex
 };
 
-// A frame of the recorded layout. What it shows has no effect, because the engine's results are recorded.
-Picture PictureOf(const Frame& frame) {
-    Picture picture = MakeEmptyScene(frame.width & ~1U, frame.height & ~1U, true);
+// A frame of the recorded layout. What it shows has no effect, because the engine's results are recorded. Beside the
+// engine the image after the conversion is recorded: a frame of only luminance gives one of that size.
+Picture PictureOf(const Frame& frame, bool isBesideEngine) {
+    Picture picture;
     picture.width = frame.width;
     picture.height = frame.height;
     picture.timeMs = frame.timeMs;
     picture.isAfterVideo = frame.isAfterVideo;
-    if (frame.size != 0 && frame.size != picture.size) {
-        picture.bytes = std::make_unique_for_overwrite<std::uint8_t[]>(frame.size);
-        std::memset(picture.bytes.get(), 128, frame.size);
-        picture.size = frame.size;
-    }
+    picture.size = isBesideEngine ? frame.width * frame.height : frame.size;
+    picture.bytes = std::make_unique_for_overwrite<std::uint8_t[]>(picture.size);
+    std::memset(picture.bytes.get(), 128, picture.size);
     return picture;
 }
 
@@ -265,6 +271,7 @@ struct Round {
     std::vector<Difference> differences;
     std::uint64_t frames = 0;
     std::uint64_t events = 0;
+    std::uint64_t callsOutsideFrames = 0;
     double seconds = 0;
 };
 
@@ -279,6 +286,13 @@ Round PlayOnce(const ReplayOptions& options, const recording::Recording& recordi
     paths.hasNoEngine = true;
     Plugin plugin(paths, &recorder);
     plugin.Initialize(host);
+    if (!options.output.empty()) {
+        recording::Run run = recording.run;
+        run.recorder = "plate-host " PLATE_HOST_VERSION;
+        run.system = SystemName();
+        run.library = plugin.LibraryPath();
+        recorder.WriteTo(std::make_unique<recording::RecordingWriter>(ToOpenPath(options.output), run));
+    }
     std::vector<std::unique_ptr<Channel>> channels;
     std::vector<PlayOptions> settings(script.channels.size());
     for (std::size_t index = 0; index < script.channels.size(); ++index) {
@@ -307,7 +321,7 @@ Round PlayOnce(const ReplayOptions& options, const recording::Recording& recordi
     }
     for (const Frame& frame : recording.frames) {
         for (std::size_t number = indices[frame.channel]; number < channels.size(); number += script.channels.size()) {
-            Picture picture = PictureOf(frame);
+            Picture picture = PictureOf(frame, recording.run.recorder == recording::engineRecorder);
             while (Interruption() == 0 && !channels[number]->TryPush(picture, waitSlice)) {
             }
         }
@@ -321,6 +335,11 @@ Round PlayOnce(const ReplayOptions& options, const recording::Recording& recordi
     }
     round.seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
     round.events = events.Count();
+    round.callsOutsideFrames = recorder.CallsOutsideFrames();
+    recorder.End({round.frames, round.events, round.seconds});
+    if (const std::string error = recorder.WriteError(); !error.empty()) {
+        throw Failure(error);
+    }
     round.differences = std::move(recorder).Differences();
     return round;
 }
@@ -328,7 +347,11 @@ Round PlayOnce(const ReplayOptions& options, const recording::Recording& recordi
 std::string Cell(const std::string& text) {
     constexpr std::size_t widest = 60;
     const std::string line = OneLine(text);
-    return line.size() <= widest ? line : line.substr(0, widest - 3) + "...";
+    std::size_t end = widest - 3;
+    while (line.size() > widest && (static_cast<unsigned char>(line[end]) & 0xC0U) == 0x80U) {
+        --end;  // not inside a character of several bytes
+    }
+    return line.size() <= widest ? line : line.substr(0, end) + "...";
 }
 
 void PrintDifferences(const std::vector<Difference>& differences, bool asJson) {
@@ -356,18 +379,42 @@ void PrintDifferences(const std::vector<Difference>& differences, bool asJson) {
                       static_cast<unsigned long long>(difference.frame), difference.key.c_str());
         text += start.data() + Cell(difference.recorded) + " -> " + Cell(difference.now) + "\n";
     }
+    if (!asJson && differences.size() > mostRows) {
+        text += "and " + std::to_string(differences.size() - mostRows) + " more; --json prints all\n";
+    }
     WriteStandard(StandardStream::Output, text);
 }
 
-// Without the host's settings the library may search elsewhere than it did in the host.
-void ReportOtherQuestions(const std::vector<Difference>& differences, Console& console) {
-    const auto first = std::find_if(differences.begin(), differences.end(), [](const Difference& difference) {
+void PrintResult(const Round& sum, int times, bool isSame) {
+    WriteStandard(StandardStream::Output, Dump({{"replay",
+                                                 {{"same", isSame},
+                                                  {"times", times},
+                                                  {"frames", sum.frames},
+                                                  {"events", sum.events},
+                                                  {"seconds", sum.seconds}}}}) +
+                                              "\n");
+}
+
+// Of a recording without events: what keeps the replay from having the host's events. Returns false if frames are
+// refused.
+bool ReportOtherQuestions(const std::vector<Difference>& differences, Console& console) {
+    const auto find = [&](const auto& isWanted) {
+        return std::find_if(differences.begin(), differences.end(), isWanted);
+    };
+    const auto refused = find([](const Difference& difference) { return difference.key == "error"; });
+    if (refused != differences.end()) {
+        console.Line("plate-host: error: the library refuses frame " + std::to_string(refused->frame) + " of channel " +
+                     std::to_string(refused->channel) + ": " + refused->now);
+        return false;
+    }
+    const auto first = find([](const Difference& difference) {
         return difference.key == "plate range" || difference.key == "search region";
     });
     if (first != differences.end()) {
         console.Line("plate-host: the engine is asked for another " + first->key + " than in the host, " + first->now +
                      " instead of " + first->recorded + ": set what the host sets with --set");
     }
+    return true;
 }
 
 }  // namespace
@@ -378,6 +425,7 @@ int Replay(const ReplayOptions& options, Console& console) {
         throw Failure("the recording " + options.recording + " has no frames");
     }
     const Script script = ScriptOf(recording);
+    RequireOtherFile(options.output, options.recording);
     const bool hasEvents = recording.run.recorder != recording::engineRecorder;
     if (!recording.end && hasEvents) {
         console.Line("plate-host: the recording was cut off after frame " +
@@ -391,6 +439,9 @@ int Replay(const ReplayOptions& options, Console& console) {
     for (int time = 0; time < options.times; ++time) {
         ReplayOptions own = options;
         own.printsEvents = time == 0 && (options.printsEvents || !hasEvents);
+        if (time != 0) {
+            own.output.clear();
+        }
         Round round = PlayOnce(own, recording, script, console);
         if (Interruption() != 0) {
             return 128 + Interruption();
@@ -398,10 +449,20 @@ int Replay(const ReplayOptions& options, Console& console) {
         sum.frames += round.frames;
         sum.events += round.events;
         sum.seconds += round.seconds;
+        if (round.callsOutsideFrames != 0) {
+            console.Line("plate-host: error: the library called the engine " +
+                         std::to_string(round.callsOutsideFrames) + " times on threads that passed no frame");
+            return exitDefect;
+        }
         if (!hasEvents) {
-            ReportOtherQuestions(round.differences, console);
+            if (!ReportOtherQuestions(round.differences, console)) {
+                return exitDefect;
+            }
         } else if (!round.differences.empty()) {
             PrintDifferences(round.differences, options.json);
+            if (options.json) {
+                PrintResult(sum, time + 1, false);
+            }
             console.Line("plate-host: " + std::to_string(round.differences.size()) + " differences" +
                          (options.times > 1 ? " in replay " + std::to_string(time + 1) : ""));
             return exitDefect;
@@ -409,13 +470,7 @@ int Replay(const ReplayOptions& options, Console& console) {
     }
     const std::string result = std::to_string(sum.frames) + " frames, " + std::to_string(sum.events) + " events";
     if (options.json) {
-        WriteStandard(StandardStream::Output, Dump({{"replay",
-                                                     {{"same", hasEvents},
-                                                      {"times", options.times},
-                                                      {"frames", sum.frames},
-                                                      {"events", sum.events},
-                                                      {"seconds", sum.seconds}}}}) +
-                                                  "\n");
+        PrintResult(sum, options.times, hasEvents);
     }
     console.Line("plate-host: replayed " + result + (hasEvents ? ": the same as recorded" : "") + ", " +
                  FramesPerSecond(sum.frames, sum.seconds) + " frames a second");

@@ -6,6 +6,7 @@
 #include <utility>
 
 #include "tools/host/failure.h"
+#include "tools/host/files.h"
 #include "tools/host/system.h"
 #include "tools/ledger/ledger.h"
 #include "tools/recording/recording.h"
@@ -47,14 +48,20 @@ std::vector<report::LedgerSection> LedgerOf(const recording::Recording& recordin
 
 }  // namespace
 
+std::vector<report::TrueVehicle> ReadTruthOf(const std::string& video, const std::string& file) {
+    const std::string name = video.substr(video.find_last_of("/\\") + 1);
+    return report::ReadTruth(ToOpenPath(file), ToText(ToPath(name).stem()));
+}
+
 int Report(const ReportOptions& options, Console& console) {
     const recording::Recording recording = recording::ReadRecording(ToOpenPath(options.recording));
     report::ReportExtras extras;
     extras.ledger = LedgerOf(recording);
     if (!options.truth.empty()) {
-        extras.truth = report::ReadTruth(ToOpenPath(options.truth), ToText(ToPath(recording.run.video).stem()));
+        extras.truth = ReadTruthOf(recording.run.video, options.truth);
     }
     const std::filesystem::path page = PageOf(options);
+    RequireOtherFile(ToText(page), options.recording);
     report::WriteReport(ToOpenPath(ToText(page)), recording, extras);
     console.Line("plate-host: the report is " + ToText(page));
     return 0;

@@ -66,7 +66,7 @@ int RunRecorder::Recognise(const EngineFunctions& engine, IMG* image, tagRECT* r
     recording::Frame* const frame = currentFrame;
     if (frame == nullptr) {
         ++callsOutsideFrames_;
-        return engine.recognise(nullptr, image, region, plates, flags);
+        return CallRecognise(engine, nullptr, image, region, plates, flags);
     }
     recording::EngineCall& call = frame->engineCalls.emplace_back();
     call.width = image->width;
@@ -76,7 +76,7 @@ int RunRecorder::Recognise(const EngineFunctions& engine, IMG* image, tagRECT* r
     }
     call.hasThrown = true;
     const auto start = std::chrono::steady_clock::now();
-    const int count = CallRecognise(engine, *frame, image, region, plates, flags);
+    const int count = CallRecognise(engine, frame, image, region, plates, flags);
     call.microseconds = static_cast<std::uint64_t>(
         std::chrono::duration_cast<std::chrono::microseconds>(std::chrono::steady_clock::now() - start).count());
     call.hasThrown = false;
@@ -89,19 +89,19 @@ bool RunRecorder::SetRange(const EngineFunctions& engine, int minimumWidth, int 
     recording::Frame* const frame = currentFrame;
     if (frame == nullptr) {
         ++callsOutsideFrames_;
-        return engine.setRange(minimumWidth, maximumWidth);
+        return CallSetRange(engine, nullptr, minimumWidth, maximumWidth);
     }
-    const bool isAccepted = CallSetRange(engine, *frame, minimumWidth, maximumWidth);
+    const bool isAccepted = CallSetRange(engine, frame, minimumWidth, maximumWidth);
     frame->ranges.push_back({minimumWidth, maximumWidth, isAccepted});
     return isAccepted;
 }
 
-int RunRecorder::CallRecognise(const EngineFunctions& engine, const recording::Frame&, IMG* image, tagRECT* region,
+int RunRecorder::CallRecognise(const EngineFunctions& engine, const recording::Frame*, IMG* image, tagRECT* region,
                                RPLATE* plates, int flags) {
     return engine.recognise(nullptr, image, region, plates, flags);
 }
 
-bool RunRecorder::CallSetRange(const EngineFunctions& engine, const recording::Frame&, int minimumWidth,
+bool RunRecorder::CallSetRange(const EngineFunctions& engine, const recording::Frame*, int minimumWidth,
                                int maximumWidth) {
     return engine.setRange(minimumWidth, maximumWidth);
 }

@@ -65,11 +65,11 @@ class RunRecorder : public EngineHook, public EventSink {
     void OnFailedEvent(const std::string& step) override;
 
   protected:
-    /// Call the engine for a frame that is being handled. `frame` has the calls so far; that of CallRecognise is its
-    /// last one.
-    virtual int CallRecognise(const EngineFunctions& engine, const recording::Frame& frame, IMG* image, tagRECT* region,
+    /// Call the engine. `frame` is the one that this thread passes to a detector, with its calls so far, of which that
+    /// of CallRecognise is the last one; null on other threads.
+    virtual int CallRecognise(const EngineFunctions& engine, const recording::Frame* frame, IMG* image, tagRECT* region,
                               RPLATE* plates, int flags);
-    virtual bool CallSetRange(const EngineFunctions& engine, const recording::Frame& frame, int minimumWidth,
+    virtual bool CallSetRange(const EngineFunctions& engine, const recording::Frame* frame, int minimumWidth,
                               int maximumWidth);
 
   private:

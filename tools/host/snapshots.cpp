@@ -14,6 +14,7 @@
 
 #include "sdk/plate_events.h"
 #include "tools/host/failure.h"
+#include "tools/host/files.h"
 #include "tools/host/system.h"
 
 namespace plate_host {
@@ -127,17 +128,6 @@ std::string SnapshotNameOf(const EventRecord& event, std::uint64_t number) {
     const std::uint64_t time = event.timeMs < 0 ? 0 : static_cast<std::uint64_t>(event.timeMs);
     return "channel" + std::to_string(event.channel) + "_" + PaddedNumber(number, numberDigits) + "_" +
            PaddedNumber(time, timeDigits) + "ms_" + TextForName(text.empty() ? event.name : text) + ".png";
-}
-
-void CreateFolder(const std::string& folder, const std::string& purpose) {
-    std::error_code error;
-    std::filesystem::create_directories(ToOpenPath(folder), error);
-    if (!error && !std::filesystem::is_directory(ToOpenPath(folder), error)) {
-        error = std::make_error_code(std::errc::not_a_directory);
-    }
-    if (error) {
-        throw Failure("cannot create the folder \"" + folder + "\" for the " + purpose + ": " + error.message());
-    }
 }
 
 SnapshotSink::SnapshotSink(std::string folder, EventSink& next, const HeldFrames& heldFrames, Console& console)

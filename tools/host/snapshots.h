@@ -51,7 +51,4 @@ class SnapshotSink final : public EventSink {
     SnapshotCounts counts_;                 // guarded by mutex
 };
 
-/// Creates a folder for what `purpose` names, if it does not exist. Throws Failure.
-void CreateFolder(const std::string& folder, const std::string& purpose);
-
 }  // namespace plate_host

@@ -337,8 +337,16 @@ class ChannelLedger::Follower final : public ILicencePlateTrackerResultSink {
             }
             reports_.erase(found);
         }
+        // Events are begun in the order of the reports.
+        auto failed = reports_.begin();
         for (const std::string& step : frame.failedEvents) {
             ++counts_.eventsFailed[step];
+            if (failed != reports_.end()) {
+                if (failed->kept != nullptr) {
+                    failed->kept->failedStep = step;
+                }
+                ++failed;
+            }
         }
     }
 

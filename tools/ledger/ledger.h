@@ -80,6 +80,7 @@ struct Track {
     std::string reportedText;
     std::uint64_t reportedTimeMs = 0;  ///< time of the reading that is reported
     bool hasEvent = false;             ///< the event was raised
+    std::string failedStep;            ///< of an event that was not raised; empty for none
     bool isRemoved = false;
     std::uint64_t removalTimeMs = 0;
 };

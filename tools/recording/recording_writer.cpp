@@ -6,7 +6,7 @@
 
 namespace recording {
 
-RecordingWriter::RecordingWriter(const std::filesystem::path& file, const Run& run) {
+RecordingWriter::RecordingWriter(const std::filesystem::path& file, const Run& run) : file_(file) {
     errno = 0;
     stream_.open(file, std::ios::binary | std::ios::trunc);
     WriteLine(LineOf(run));
@@ -24,7 +24,9 @@ void RecordingWriter::WriteLine(const std::string& line) {
     stream_ << line << '\n';
     stream_.flush();
     if (!stream_) {
-        error_ = "cannot write the recording: " + std::generic_category().message(errno);
+        const std::u8string name = file_.u8string();
+        error_ = "cannot write the recording \"" + std::string(name.begin(), name.end()) +
+                 "\": " + std::generic_category().message(errno);
     }
 }
 

@@ -26,6 +26,7 @@ class RecordingWriter {
   private:
     void WriteLine(const std::string& line);
 
+    const std::filesystem::path file_;
     mutable std::mutex mutex_;
     std::ofstream stream_;  // guarded by mutex
     std::string error_;     // guarded by mutex

@@ -64,7 +64,9 @@
   figure(figures, "frames failed", grouped(run.frames_failed), null, run.frames_failed ? "bad" : null);
 
   const notes = [...data.notes];
-  if (run.seconds === undefined) notes.unshift("The recording was cut off: it has no end. What was recorded before is shown.");
+  if (run.recorder === "engine") {
+    notes.unshift("The recording was made beside the engine: it has no events, no settings and no end.");
+  } else if (run.seconds === undefined) notes.unshift("The recording was cut off: it has no end. What was recorded before is shown.");
   byId("notes").append(...notes.map((text) => make("p", { class: "note" }, text)));
 
   // ---- the part of the video that the timeline and the plots show

@@ -10,6 +10,7 @@
 #include <cerrno>
 #include <csignal>
 #include <cstring>
+#include <filesystem>
 #include <fstream>
 #include <iterator>
 #include <sstream>
@@ -183,9 +184,12 @@ void PrepareCaseProcess() {
 void CatchDebugOutput(void*) {}
 
 DebugLines::DebugLines() : before_(dup(STDERR_FILENO)) {
-    char name[] = "/tmp/vexlane-stderr-XXXXXX";
-    const int caught = mkstemp(name);
-    unlink(name);
+    std::string name = (std::filesystem::temp_directory_path() / "vexlane-stderr-XXXXXX").string();
+    const int caught = mkstemp(name.data());
+    if (caught < 0) {
+        throw std::runtime_error("cannot create a file in the folder for temporary files");
+    }
+    unlink(name.c_str());
     dup2(caught, STDERR_FILENO);
     close(caught);
     // Each write goes to the end, regardless of the read position.
