@@ -50,10 +50,9 @@ times; what they show has no effect. Each difference from the recorded events, e
 of a table.
 
 A recording that was made beside the engine in a foreign host has no settings and no events: set what the host sets with
---set; the events are printed.
-
-Its channels are the host's threads: a host that hands the frames of one camera to several threads cannot be
-replayed. --record then writes a recording with those settings and events, which cut and later replays take.
+--set; the events are printed, and --record writes a recording with those settings and events, which cut and later
+replays take. Its channels are the host's threads: if that host hands the frames of one camera to several threads, the
+replay has other events.
 
 If plate-Server.exe is beside the program, the library starts it, and it is not used.
 
