@@ -207,6 +207,24 @@ void CheckUnloadWithDetector(Session& session) {
     }
 }
 
+// The plates of the frames are in open tracks, so the detector holds the frames.
+void CheckUnloadWithHeldFrames(Session& session) {
+    constexpr int frames = 8;
+    session.loses = true;
+    session.folder.SetScript(ScriptOfVehicles(frames));
+    Abandoned().push_back(&session.Module());
+    const Detector detector = session.CreateDetector();
+    Abandoned().push_back(detector.object);
+    for (int frame = 0; frame < frames; ++frame) {
+        Session::ExpectOutcome("a frame with a plate", detector, session.Receive(detector), "");
+    }
+    const int released = session.buffers.released.load();
+    Expect(released < frames, "the detector does not hold the frames of open tracks");
+    ExpectQuickUnload(session);
+    ExpectEqual("the number of frames that are released after the unloading", session.buffers.released.load(),
+                released);
+}
+
 void CheckNoThreadIsLeft(Session& session) {
     session.Loaded();
     // A run-time library may add a thread of its own to the first one of a process.
@@ -301,6 +319,7 @@ std::vector<Case> ModuleCases() {
         {1, "the library can be loaded, used and unloaded again", CheckRepeatedUnload},
         {1, "the library is unloaded while its module exists", CheckUnloadWithModule},
         {1, "unloading while a detector exists returns and leaves no library behind", CheckUnloadWithDetector},
+        {1, "unloading while a detector holds frames returns and does not touch them", CheckUnloadWithHeldFrames},
         {1, "no thread of the library is left after finalization", CheckNoThreadIsLeft},
         {1, "initialization creates the key of the debug level and writes nothing", CheckMissingLevel},
         {1, "the debug level is read at every initialization", CheckLevelIsReadEveryTime},
