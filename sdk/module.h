@@ -39,10 +39,9 @@ using GetModuleFunction = IModule*();
 
 /// FinalizeModule, the last call before the library is unloaded: deletes the module object.
 /// Returns: nothing; cannot fail.
-/// Ownership: the module object is invalid afterwards. All detectors must have been destroyed before: unloading the library
-/// with a detector returns, but the frames that the detector holds are never released, and a call of it that is under way
-/// continues in code that is no longer there.
-/// Thread: owner thread, while no other exported function runs.
+/// Ownership: the module object is invalid afterwards. All detectors must have been destroyed before: unloading the
+/// library with a detector returns, but the frames that the detector holds are never released, and a call of it that is
+/// under way continues in code that is no longer there. Thread: owner thread, while no other exported function runs.
 using FinalizeModuleFunction = void();
 
 }  // namespace Analytics
