@@ -61,7 +61,7 @@ TEST(ReportCommand, TheTruthOfTheVideosClipIsCompared) {
         folder.Write("truth.tsv", "clip\tplate\tfirst_s\tlast_s\ngate\tAB12CDX\t0\t1\nother\tXY99ZZZ\t0\t1\n");
     EXPECT_EQ(RunHost({"report", recording, "--truth", truth}).status, 0);
     const std::string page = TextOf(folder.Path("run.html"));
-    EXPECT_THAT(page, HasSubstr("\"verdict\":\"wrong\",\"event\":0,\"plate\":\"AB12CDX\""));
+    EXPECT_THAT(page, HasSubstr("\"outcome\":\"wrong\",\"event\":0,\"plate\":\"AB12CDX\""));
     EXPECT_THAT(page, HasSubstr("\"vehicles\":1,"));
 }
 

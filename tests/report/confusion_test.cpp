@@ -21,12 +21,12 @@ PlateEvent EventAt(std::int64_t timeMs, const std::string& text, int channel = 0
     return event;
 }
 
-std::vector<Verdict> VerdictsOf(const Confusion& confusion) {
-    std::vector<Verdict> verdicts;
+std::vector<Outcome> OutcomesOf(const Confusion& confusion) {
+    std::vector<Outcome> outcomes;
     for (const Match& match : confusion.matches) {
-        verdicts.push_back(match.verdict);
+        outcomes.push_back(match.outcome);
     }
-    return verdicts;
+    return outcomes;
 }
 
 TEST(Confusion, DistanceIsAShareOfTheLongerText) {
@@ -57,8 +57,8 @@ TEST(Confusion, EachVehicleAndEventIsCountedOnce) {
     EXPECT_EQ(confusion.twice, 1U);
     EXPECT_EQ(confusion.ofNone, 1U);
     EXPECT_EQ(confusion.meanDelayMs, 500.0);
-    EXPECT_EQ(VerdictsOf(confusion), (std::vector{Verdict::Right, Verdict::Twice, Verdict::Missed, Verdict::Wrong,
-                                                  Verdict::Uncounted, Verdict::OfNone}));
+    EXPECT_EQ(OutcomesOf(confusion), (std::vector{Outcome::Right, Outcome::Twice, Outcome::Missed, Outcome::Wrong,
+                                                  Outcome::Uncounted, Outcome::OfNone}));
     EXPECT_EQ(confusion.matches[1].event, 1U);
     EXPECT_EQ(confusion.matches[2].event, std::nullopt);
     EXPECT_EQ(confusion.matches[2].vehicle->plate, "XY99ZZZ");

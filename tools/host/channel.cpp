@@ -6,9 +6,9 @@
 
 namespace plate_host {
 
-Channel::Channel(int number, Plugin& plugin, HostObject& host, EventSink& sink, Console& console, BufferCounts& buffers,
-                 HeldFrames* heldFrames, RunRecorder& recorder, const PlayOptions& options)
-    : peer_(number, host, sink, console),
+Channel::Channel(int number, Plugin& plugin, HostObject& host, RunRecorder& recorder, Console& console,
+                 BufferCounts& buffers, HeldFrames* heldFrames, const PlayOptions& options)
+    : peer_(number, host, recorder, console),
       detector_(plugin.CreateDetector(peer_)),
       number_(number),
       buffers_(buffers),

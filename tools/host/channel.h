@@ -29,10 +29,10 @@ struct ChannelOutcome {
 /// Used on the owner's thread, unless an operation says otherwise.
 class Channel {
   public:
-    /// Creates the detector and applies its settings. Throws Failure. The arguments must outlive the channel;
-    /// `heldFrames` may be null.
-    Channel(int number, Plugin& plugin, HostObject& host, EventSink& sink, Console& console, BufferCounts& buffers,
-            HeldFrames* heldFrames, RunRecorder& recorder, const PlayOptions& options);
+    /// Creates the detector and applies its settings. The recorder receives its events. Throws Failure. The arguments
+    /// must outlive the channel; `heldFrames` may be null.
+    Channel(int number, Plugin& plugin, HostObject& host, RunRecorder& recorder, Console& console,
+            BufferCounts& buffers, HeldFrames* heldFrames, const PlayOptions& options);
     Channel(const Channel&) = delete;
     Channel& operator=(const Channel&) = delete;
     /// Drops the queued frames, ends the thread and destroys the detector.

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <array>
 #include <cmath>
+#include <cstdint>
 #include <cstdio>
 #include <limits>
 #include <map>
@@ -132,8 +133,9 @@ std::vector<FoundTrack> FindTracks(const std::vector<FollowedChannel>& channels,
 std::string ReadingText(const ledger::TrackReading& reading) {
     const tagRECT& area = reading.rectangle;
     return Quoted(reading.text) + ", " + std::to_string(reading.confidence) + " %, " +
-           std::to_string(area.right - area.left) + " x " + std::to_string(area.bottom - area.top) + " pixels at " +
-           std::to_string(area.left) + "," + std::to_string(area.top);
+           std::to_string(std::int64_t{area.right} - area.left) + " x " +
+           std::to_string(std::int64_t{area.bottom} - area.top) + " pixels at " + std::to_string(area.left) + "," +
+           std::to_string(area.top);
 }
 
 // "29 x ABC123, 2 x ABC128"

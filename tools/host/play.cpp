@@ -263,7 +263,7 @@ RunOutcome PlayThroughDetectors(const PlayOptions& options, VideoReader& reader,
         std::vector<std::unique_ptr<Channel>> channels;
         for (int number = 0; number < options.channels; ++number) {
             channels.push_back(std::make_unique<Channel>(number, plugin, host, recorder, console, buffers,
-                                                         needsFrames ? &heldFrames : nullptr, recorder, options));
+                                                         needsFrames ? &heldFrames : nullptr, options));
         }
         for (const std::unique_ptr<Channel>& channel : channels) {
             channel->Start();

@@ -308,7 +308,6 @@ Round PlayOnce(const ReplayOptions& options, const recording::Recording& recordi
     const int channelCount = options.copies * static_cast<int>(script.channels.size());
     for (int number = 0; number < channelCount; ++number) {
         channels.push_back(std::make_unique<Channel>(number, plugin, host, recorder, console, buffers, nullptr,
-                                                     recorder,
                                                      settings[static_cast<std::size_t>(number) % settings.size()]));
     }
     const auto start = std::chrono::steady_clock::now();

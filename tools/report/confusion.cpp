@@ -92,7 +92,7 @@ Confusion Compare(const std::vector<PlateEvent>& events, const std::vector<TrueV
         if (Vehicle* const vehicle = VehicleOf(events[index], vehicles)) {
             vehicle->events.push_back(index);
         } else {
-            unmatched.push_back({Verdict::OfNone, index, std::nullopt});
+            unmatched.push_back({Outcome::OfNone, index, std::nullopt});
         }
     }
     double delays = 0.0;
@@ -100,14 +100,14 @@ Confusion Compare(const std::vector<PlateEvent>& events, const std::vector<TrueV
         const TrueVehicle& truthOf = vehicle.truth;
         if (!vehicle.IsReadable()) {
             for (const std::size_t event : vehicle.events) {
-                confusion.matches.push_back({Verdict::Uncounted, event, truthOf});
+                confusion.matches.push_back({Outcome::Uncounted, event, truthOf});
             }
             continue;
         }
         ++confusion.vehicles;
         if (vehicle.events.empty()) {
             ++confusion.missed;
-            confusion.matches.push_back({Verdict::Missed, std::nullopt, truthOf});
+            confusion.matches.push_back({Outcome::Missed, std::nullopt, truthOf});
             continue;
         }
         const auto distance = [&](std::size_t event) { return DistanceOf(truthOf.plate, events[event].text); };
@@ -120,10 +120,10 @@ Confusion Compare(const std::vector<PlateEvent>& events, const std::vector<TrueV
         confusion.twice += vehicle.events.size() - 1;
         delays += static_cast<double>(std::max(std::int64_t{0}, events[best].timeMs - truthOf.firstMs));
         for (const std::size_t event : vehicle.events) {
-            const Verdict verdict = event != best                         ? Verdict::Twice
-                                    : events[event].text == truthOf.plate ? Verdict::Right
-                                                                          : Verdict::Wrong;
-            confusion.matches.push_back({verdict, event, truthOf});
+            const Outcome outcome = event != best                         ? Outcome::Twice
+                                    : events[event].text == truthOf.plate ? Outcome::Right
+                                                                          : Outcome::Wrong;
+            confusion.matches.push_back({outcome, event, truthOf});
         }
     }
     if (const std::uint64_t seen = confusion.vehicles - confusion.missed; seen != 0) {

@@ -13,7 +13,7 @@
 
 namespace report {
 
-enum class Verdict {
+enum class Outcome {
     Right,
     Wrong,      ///< the vehicle's best event has another text
     Twice,      ///< a further event of a vehicle
@@ -24,7 +24,7 @@ enum class Verdict {
 
 /// An event and its vehicle, or one of them.
 struct Match {
-    Verdict verdict = Verdict::Right;
+    Outcome outcome = Outcome::Right;
     std::optional<std::size_t> event;    ///< its index; none for a missed vehicle
     std::optional<TrueVehicle> vehicle;  ///< with its channel; none for an event of no vehicle
 };

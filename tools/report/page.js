@@ -74,7 +74,7 @@
   const plot = data.plot;
   const plotCount = plot.frames_per_second.length;
   const eventTimes = events.map((event) => event.time);
-  const truthTimes = truth ? truth.matches.filter((match) => match.verdict === "missed").flatMap((match) => [match.from, match.to]) : [];
+  const truthTimes = truth ? truth.matches.filter((match) => match.outcome === "missed").flatMap((match) => [match.from, match.to]) : [];
   const least = (values, start) => values.reduce((found, value) => Math.min(found, value), start);
   const most = (values, start) => values.reduce((found, value) => Math.max(found, value), start);
   const begin = least(truthTimes, least(eventTimes, plotCount ? plot.first : 0));
@@ -114,12 +114,12 @@
 
   // ---- events: what the comparison says of them
 
-  const verdictNames = {
+  const outcomeNames = {
     right: "right", wrong: "wrong text", twice: "second event", none: "of no vehicle", uncounted: "not counted", missed: "missed",
   };
   if (truth) {
     for (const match of truth.matches) {
-      if (match.event !== undefined) Object.assign(events[match.event], { verdict: match.verdict, truePlate: match.plate });
+      if (match.event !== undefined) Object.assign(events[match.event], { outcome: match.outcome, truePlate: match.plate });
     }
   }
   const titleOf = (event) => event.text || event.name || "event without text";
@@ -222,7 +222,7 @@
   function mistakeEntry(match) {
     const event = match.event === undefined ? null : events[match.event];
     const where = data.channels.length > 1 ? `channel ${event ? event.channel : match.channel}, ` : "";
-    const what = make("div", { class: "what" }, plateText(event ? event.text : match.plate, match.verdict === "wrong" ? match.plate : null));
+    const what = make("div", { class: "what" }, plateText(event ? event.text : match.plate, match.outcome === "wrong" ? match.plate : null));
     if (event && match.plate !== undefined) what.append(make("span", {}, "true: ", make("code", {}, match.plate)));
     const button = make("button", { type: "button", class: "link" },
       where + (event ? clock(event.time) : `${clock(match.from, 1)} to ${clock(match.to, 1)}`));
@@ -252,8 +252,8 @@
       figure(list, "mean delay", [(truth.mean_delay / 1000).toFixed(2), unit("s")], "from the first readable frame");
     }
     const titles = { missed: "Missed vehicles", wrong: "Wrong texts", twice: "Second events", none: "Events of no vehicle" };
-    for (const [verdict, title] of Object.entries(titles)) {
-      const matches = truth.matches.filter((match) => match.verdict === verdict);
+    for (const [outcome, title] of Object.entries(titles)) {
+      const matches = truth.matches.filter((match) => match.outcome === outcome);
       if (!matches.length) continue;
       const entries = make("ul", {});
       const block = make("div", { class: "mistakes" }, make("h3", {}, `${title}: ${grouped(matches.length)}`), entries);
@@ -271,14 +271,14 @@
       byId("mistakes").append(block);
     }
     byId("truth").hidden = false;
-    byId("verdict-label").hidden = false;
+    byId("outcome-label").hidden = false;
   }
 
   // ---- timeline
 
   const canvas = byId("timeline-canvas");
   const tip = byId("tip");
-  const missed = truth ? truth.matches.filter((match) => match.verdict === "missed") : [];
+  const missed = truth ? truth.matches.filter((match) => match.outcome === "missed") : [];
   const laneOf = new Map(data.channels.map((channel, index) => [channel.number, index]));
   const laneHeight = data.channels.length <= 1 ? 64 : data.channels.length <= 8 ? 34 : data.channels.length <= 24 ? 18
     : Math.max(3, Math.min(8, Math.floor(480 / data.channels.length)));
@@ -292,7 +292,7 @@
   let isShown = () => true;
 
   const colourOf = (event) =>
-    ({ wrong: "--bad", twice: "--warn", none: "--warn", right: "--good" })[event.verdict] || "--accent";
+    ({ wrong: "--bad", twice: "--warn", none: "--warn", right: "--good" })[event.outcome] || "--accent";
   const xOf = (time, width) => gutter + (time - view.from) / (view.to - view.from) * (width - gutter);
   const timeAt = (x, width) => view.from + (x - gutter) / (width - gutter) * (view.to - view.from);
 
@@ -369,8 +369,8 @@
       pen.fillRect(x - 1, lane + laneHeight - 1 - size, order === selected ? 4 : 2, size);
       // Not by colour alone: a dot for a wrong text, a square for an event too many.
       const head = lane + laneHeight - 1 - size;
-      if (laneHeight >= 18 && ["twice", "none"].includes(event.verdict)) pen.fillRect(x - 3, head - 3, 7, 7);
-      if (order === selected || (laneHeight >= 18 && event.verdict === "wrong")) {
+      if (laneHeight >= 18 && ["twice", "none"].includes(event.outcome)) pen.fillRect(x - 3, head - 3, 7, 7);
+      if (order === selected || (laneHeight >= 18 && event.outcome === "wrong")) {
         pen.beginPath();
         pen.arc(x, head, order === selected ? 5 : 4, 0, 7);
         pen.fill();
@@ -404,7 +404,7 @@
   function describe(event) {
     return [titleOf(event), clock(event.time) + (data.channels.length > 1 ? `, channel ${event.channel}` : ""),
       event.confidence === undefined ? "" : `${event.confidence} %`,
-      event.verdict ? verdictNames[event.verdict] + (event.verdict === "wrong" ? `: ${event.truePlate}` : "") : ""]
+      event.outcome ? outcomeNames[event.outcome] + (event.outcome === "wrong" ? `: ${event.truePlate}` : "") : ""]
       .filter(Boolean).join("\n");
   }
 
@@ -712,14 +712,14 @@
     } else {
       facts.append(make("li", {}, "no track"));
     }
-    const verdict = !event.verdict ? null : make("div", { class: "verdict" },
-      make("span", { class: `badge ${event.verdict}` }, verdictNames[event.verdict]),
-      event.truePlate !== undefined && event.verdict !== "right" ? make("span", {}, " true: ", make("code", {}, event.truePlate)) : null);
+    const outcome = !event.outcome ? null : make("div", { class: "outcome" },
+      make("span", { class: `badge ${event.outcome}` }, outcomeNames[event.outcome]),
+      event.truePlate !== undefined && event.outcome !== "right" ? make("span", {}, " true: ", make("code", {}, event.truePlate)) : null);
     const card = make("article", { class: "card panel", role: "listitem", tabindex: place === focused ? 0 : -1,
       "aria-posinset": place + 1, "aria-setsize": order.length, "data-place": place, "data-event": index,
       "aria-label": describe(event).replaceAll("\n", ", ") },
-    pictureBox(event), make("div", { class: "facts" }, plateText(titleOf(event), event.verdict === "wrong" ? event.truePlate : null),
-      confidence, verdict, facts, mapOf(event)));
+    pictureBox(event), make("div", { class: "facts" }, plateText(titleOf(event), event.outcome === "wrong" ? event.truePlate : null),
+      confidence, outcome, facts, mapOf(event)));
     if (index === lit) card.classList.add("lit");
     return card;
   }
@@ -794,7 +794,7 @@
 
   function goToCard(index) {
     if (!order.includes(index)) {
-      byId("search").value = byId("channel").value = byId("verdict").value = "";
+      byId("search").value = byId("channel").value = byId("outcome").value = "";
       filter();
     }
     if (lit >= 0) list.querySelector(".lit")?.classList.remove("lit");
@@ -824,9 +824,9 @@
   function filter() {
     const wanted = normal(byId("search").value.trim());
     const channel = byId("channel").value;
-    const verdict = byId("verdict").value;
+    const outcome = byId("outcome").value;
     const matches = (event) => (!wanted || normal(event.text).includes(wanted) || normal(event.country || "").includes(wanted)) &&
-      (!channel || event.channel === Number(channel)) && (!verdict || event.verdict === verdict);
+      (!channel || event.channel === Number(channel)) && (!outcome || event.outcome === outcome);
     order = byTime.filter((index) => matches(events[index]));
     const shownEvents = new Set(order);
     isShown = (index) => shownEvents.has(index);
@@ -847,7 +847,7 @@
     redraw();
   }
 
-  for (const id of ["search", "channel", "verdict", "order"]) byId(id).addEventListener("input", filter);
+  for (const id of ["search", "channel", "outcome", "order"]) byId(id).addEventListener("input", filter);
   byId("filter").addEventListener("submit", (submitted) => submitted.preventDefault());
   for (const part of ["plate", "track", "text"]) {
     byId(`show-${part}`).addEventListener("change", (changed) =>

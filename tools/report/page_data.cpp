@@ -24,19 +24,19 @@ bool IsBase64(std::string_view text) {
     });
 }
 
-const char* NameOf(Verdict verdict) {
-    switch (verdict) {
-        case Verdict::Right:
+const char* NameOf(Outcome outcome) {
+    switch (outcome) {
+        case Outcome::Right:
             return "right";
-        case Verdict::Wrong:
+        case Outcome::Wrong:
             return "wrong";
-        case Verdict::Twice:
+        case Outcome::Twice:
             return "twice";
-        case Verdict::OfNone:
+        case Outcome::OfNone:
             return "none";
-        case Verdict::Uncounted:
+        case Outcome::Uncounted:
             return "uncounted";
-        case Verdict::Missed:
+        case Outcome::Missed:
             break;
     }
     return "missed";
@@ -227,7 +227,7 @@ Json TruthOf(const Confusion& confusion) {
     }
     Json& matches = value["matches"] = Json::array();
     for (const Match& match : confusion.matches) {
-        Json entry = {{"verdict", NameOf(match.verdict)}};
+        Json entry = {{"outcome", NameOf(match.outcome)}};
         if (match.event) {
             entry["event"] = *match.event;
         }
