@@ -55,8 +55,11 @@ struct Geometry {
     std::int32_t width;
     std::int32_t height;
     std::ptrdiff_t extraStep = 0;   ///< bytes between rows, in every plane
-    std::size_t offset = 0;         ///< of each plane's first byte
     std::ptrdiff_t chromaRows = 1;  ///< rows from one chroma row to the next
+    int sourceBeyond = anywhere;    ///< bytes by which each plane's first byte is beyond a multiple of 64
+    int targetBeyond = anywhere;    ///< the same for the output
+
+    static constexpr int anywhere = -1;  ///< where the last byte is the last one before the guard page
 
     std::ptrdiff_t LumaStep() const { return width + extraStep; }
     std::ptrdiff_t ChromaStep() const { return (width / 2 + extraStep) * chromaRows; }
@@ -66,28 +69,34 @@ struct Geometry {
     static std::size_t Span(std::ptrdiff_t step, std::ptrdiff_t rows, std::ptrdiff_t rowBytes) {
         return rows == 0 || rowBytes == 0 ? 0 : static_cast<std::size_t>(step * (rows - 1) + rowBytes);
     }
+    // The bytes after a plane's last sample, before the guard page, that give its first sample the wanted alignment.
+    static std::size_t Rest(std::size_t span, int beyond) {
+        return beyond == anywhere ? 0 : (0 - span - static_cast<std::size_t>(beyond)) % 64;
+    }
     std::size_t LumaSpan() const { return Span(LumaStep(), height, width); }
     std::size_t ChromaSpan() const { return Span(ChromaStep(), height / 2, width / 2); }
     std::size_t PlaneSpan() const { return LumaSpan(); }
     std::size_t BgrSpan() const { return Span(BgrStep(), height, std::ptrdiff_t{3} * width); }
+
+    std::size_t SourceSize(std::size_t span) const { return span + Rest(span, sourceBeyond); }
+    std::size_t TargetSize(std::size_t span) const { return span + Rest(span, targetBeyond); }
 };
 
-// Each plane and the output end at a guard page. The planes are read-only.
+// Each plane and the output end at a guard page, or fewer than 64 bytes before it. The planes are read-only.
 class Picture {
   public:
     Picture(const Geometry& pictureGeometry, unsigned seed)
         : geometry(pictureGeometry),
-          y(RandomBytes(geometry.offset + geometry.LumaSpan(), seed)),
-          u(RandomBytes(geometry.offset + geometry.ChromaSpan(), seed + 1)),
-          v(RandomBytes(geometry.offset + geometry.ChromaSpan(), seed + 2)) {
+          y(RandomBytes(geometry.SourceSize(geometry.LumaSpan()), seed)),
+          u(RandomBytes(geometry.SourceSize(geometry.ChromaSpan()), seed + 1)),
+          v(RandomBytes(geometry.SourceSize(geometry.ChromaSpan()), seed + 2)) {
         y.MakeReadOnly();
         u.MakeReadOnly();
         v.MakeReadOnly();
     }
 
     I420Planes Planes() const {
-        return {y.data() + geometry.offset, u.data() + geometry.offset, v.data() + geometry.offset,
-                geometry.LumaStep(),        geometry.ChromaStep(),      geometry.ChromaStep()};
+        return {y.data(), u.data(), v.data(), geometry.LumaStep(), geometry.ChromaStep(), geometry.ChromaStep()};
     }
 
     yuv::Bgr At(std::int32_t row, std::int32_t column) const {
@@ -98,12 +107,11 @@ class Picture {
 
     // The expected output: the even part converted, all other bytes unchanged.
     std::vector<std::uint8_t> ExpectedBgr24() const {
-        std::vector<std::uint8_t> bytes(geometry.offset + geometry.BgrSpan(), untouched);
+        std::vector<std::uint8_t> bytes(geometry.TargetSize(geometry.BgrSpan()), untouched);
         for (std::int32_t row = 0; row < geometry.height / 2 * 2; ++row) {
             for (std::int32_t column = 0; column < geometry.width / 2 * 2; ++column) {
                 const yuv::Bgr pixel = At(row, column);
-                const std::size_t place =
-                    geometry.offset + static_cast<std::size_t>(row * geometry.BgrStep() + 3 * column);
+                const auto place = static_cast<std::size_t>(row * geometry.BgrStep() + 3 * column);
                 bytes[place] = pixel.blue;
                 bytes[place + 1] = pixel.green;
                 bytes[place + 2] = pixel.red;
@@ -115,13 +123,12 @@ class Picture {
     std::array<std::vector<std::uint8_t>, 3> ExpectedPlanes() const {
         std::array<std::vector<std::uint8_t>, 3> planes;
         for (auto& plane : planes) {
-            plane.assign(geometry.offset + geometry.PlaneSpan(), untouched);
+            plane.assign(geometry.TargetSize(geometry.PlaneSpan()), untouched);
         }
         for (std::int32_t row = 0; row < geometry.height / 2 * 2; ++row) {
             for (std::int32_t column = 0; column < geometry.width / 2 * 2; ++column) {
                 const yuv::Bgr pixel = At(row, column);
-                const std::size_t place =
-                    geometry.offset + static_cast<std::size_t>(row * geometry.LumaStep() + column);
+                const auto place = static_cast<std::size_t>(row * geometry.LumaStep() + column);
                 planes[0][place] = pixel.blue;
                 planes[1][place] = pixel.green;
                 planes[2][place] = pixel.red;
@@ -142,8 +149,9 @@ class Picture {
 
 std::string Named(const Geometry& geometry) {
     return std::to_string(geometry.width) + " x " + std::to_string(geometry.height) + ", " +
-           std::to_string(geometry.extraStep) + " bytes between rows, offset " + std::to_string(geometry.offset) +
-           ", chroma rows " + std::to_string(geometry.chromaRows);
+           std::to_string(geometry.extraStep) + " bytes between rows, chroma rows " +
+           std::to_string(geometry.chromaRows) + ", source and output " + std::to_string(geometry.sourceBeyond) +
+           " and " + std::to_string(geometry.targetBeyond) + " beyond a multiple of 64";
 }
 
 class EveryKernel : public testing::TestWithParam<const Kernel*> {
@@ -153,17 +161,16 @@ class EveryKernel : public testing::TestWithParam<const Kernel*> {
     void ExpectColour(const Geometry& geometry) {
         const Picture picture(geometry, static_cast<unsigned>(geometry.width * 1000 + geometry.height));
         {
-            GuardedBytes bgr(geometry.offset + geometry.BgrSpan(), untouched);
-            const int status = kernel.toBgr24(picture.Planes(), bgr.data() + geometry.offset, geometry.BgrStep(),
-                                              geometry.width, geometry.height);
+            GuardedBytes bgr(geometry.TargetSize(geometry.BgrSpan()), untouched);
+            const int status =
+                kernel.toBgr24(picture.Planes(), bgr.data(), geometry.BgrStep(), geometry.width, geometry.height);
             EXPECT_EQ(status, picture.ExpectedStatus()) << Named(geometry);
             ASSERT_EQ(bgr.Copy(), picture.ExpectedBgr24()) << Named(geometry);
         }
-        GuardedBytes blue(geometry.offset + geometry.PlaneSpan(), untouched);
-        GuardedBytes green(geometry.offset + geometry.PlaneSpan(), untouched);
-        GuardedBytes red(geometry.offset + geometry.PlaneSpan(), untouched);
-        const BgrPlanes target{blue.data() + geometry.offset, green.data() + geometry.offset,
-                               red.data() + geometry.offset, geometry.LumaStep()};
+        GuardedBytes blue(geometry.TargetSize(geometry.PlaneSpan()), untouched);
+        GuardedBytes green(geometry.TargetSize(geometry.PlaneSpan()), untouched);
+        GuardedBytes red(geometry.TargetSize(geometry.PlaneSpan()), untouched);
+        const BgrPlanes target{blue.data(), green.data(), red.data(), geometry.LumaStep()};
         const int status = kernel.toBgrPlanar(picture.Planes(), target, geometry.width, geometry.height);
         EXPECT_EQ(status, picture.ExpectedStatus()) << Named(geometry);
         const auto expected = picture.ExpectedPlanes();
@@ -172,19 +179,45 @@ class EveryKernel : public testing::TestWithParam<const Kernel*> {
         ASSERT_EQ(red.Copy(), expected[2]) << Named(geometry);
     }
 
+    // The gaps of at most 64 bytes move the green and the red plane away from the end of the plane before them.
+    void ExpectLikeTheScalarKernel(const Geometry& geometry, std::ptrdiff_t greenGap = 0, std::ptrdiff_t redGap = 0) {
+        const Picture picture(geometry, 7);
+        const auto compare = [&](std::ptrdiff_t span, const char* what, const auto& convert) {
+            const std::size_t size = geometry.TargetSize(static_cast<std::size_t>(span));
+            GuardedBytes output(size, untouched);
+            GuardedBytes expected(size, untouched);
+            EXPECT_EQ(convert(kernel, output.data()), convert(scalarKernel, expected.data())) << Named(geometry);
+            EXPECT_EQ(std::memcmp(output.data(), expected.data(), size), 0) << what << ", " << Named(geometry);
+        };
+        const std::ptrdiff_t bgrSize = geometry.BgrStep() * geometry.height;
+        const std::ptrdiff_t planeSize = geometry.LumaStep() * geometry.height;
+        compare(bgrSize, "interleaved", [&](const Kernel& used, std::uint8_t* bgr) {
+            return used.toBgr24(picture.Planes(), bgr, geometry.BgrStep(), geometry.width, geometry.height);
+        });
+        compare(3 * planeSize + 64, "planar", [&](const Kernel& used, std::uint8_t* blue) {
+            const BgrPlanes target{blue, blue + planeSize + greenGap, blue + 2 * planeSize + redGap,
+                                   geometry.LumaStep()};
+            return used.toBgrPlanar(picture.Planes(), target, geometry.width, geometry.height);
+        });
+        compare(bgrSize, "grey", [&](const Kernel& used, std::uint8_t* bgr) {
+            return used.greyToBgr24(picture.y.data(), geometry.LumaStep(), bgr, geometry.BgrStep(), geometry.width,
+                                    geometry.height);
+        });
+    }
+
     void ExpectGrey(const Geometry& geometry) {
-        GuardedBytes grey(RandomBytes(geometry.offset + geometry.LumaSpan(), static_cast<unsigned>(geometry.width)));
+        GuardedBytes grey(RandomBytes(geometry.SourceSize(geometry.LumaSpan()), static_cast<unsigned>(geometry.width)));
         grey.MakeReadOnly();
-        GuardedBytes bgr(geometry.offset + geometry.BgrSpan(), untouched);
+        GuardedBytes bgr(geometry.TargetSize(geometry.BgrSpan()), untouched);
         std::vector<std::uint8_t> expected(bgr.size(), untouched);
         for (std::int32_t row = 0; row < geometry.height; ++row) {
             for (std::int32_t byte = 0; byte < 3 * geometry.width; ++byte) {
-                expected[geometry.offset + static_cast<std::size_t>(row * geometry.BgrStep() + byte)] =
-                    grey.data()[geometry.offset + static_cast<std::size_t>(row * geometry.LumaStep() + byte / 3)];
+                expected[static_cast<std::size_t>(row * geometry.BgrStep() + byte)] =
+                    grey.data()[static_cast<std::size_t>(row * geometry.LumaStep() + byte / 3)];
             }
         }
-        EXPECT_EQ(kernel.greyToBgr24(grey.data() + geometry.offset, geometry.LumaStep(), bgr.data() + geometry.offset,
-                                     geometry.BgrStep(), geometry.width, geometry.height),
+        EXPECT_EQ(kernel.greyToBgr24(grey.data(), geometry.LumaStep(), bgr.data(), geometry.BgrStep(), geometry.width,
+                                     geometry.height),
                   Status::Ok)
             << Named(geometry);
         ASSERT_EQ(bgr.Copy(), expected) << Named(geometry);
@@ -282,21 +315,22 @@ TEST_P(EveryKernel, ConvertsEveryWidthUpToSomeRegisters) {
     }
 }
 
-// Pictures that are larger than the caches are written by other code, and the unaligned ones of them by a third.
-TEST_P(EveryKernel, ConvertsPicturesLargerThanTheCaches) {
+// Pictures from half a megapixel on are converted in another order of rows, and those larger than the caches by other
+// code again, unless their rows are not aligned.
+TEST_P(EveryKernel, ConvertsLargePicturesLikeTheScalarKernel) {
     if (kernel.toBgr24 == scalarKernel.toBgr24) {
         GTEST_SKIP() << "the scalar kernel has only one code path";
     }
-    for (const Geometry& geometry : {Geometry{4096, 1440}, Geometry{4096, 1440, 64}, Geometry{4096, 1440, 1},
-                                     Geometry{4098, 1440}, Geometry{4128, 1440}, Geometry{4096, 1441}}) {
-        const Picture picture(geometry, 7);
-        GuardedBytes bgr(geometry.BgrSpan(), untouched);
-        GuardedBytes expected(geometry.BgrSpan(), untouched);
-        const int status =
-            kernel.toBgr24(picture.Planes(), bgr.data(), geometry.BgrStep(), geometry.width, geometry.height);
-        EXPECT_EQ(status, scalarKernel.toBgr24(picture.Planes(), expected.data(), geometry.BgrStep(), geometry.width,
-                                               geometry.height));
-        ASSERT_EQ(std::memcmp(bgr.data(), expected.data(), bgr.size()), 0) << Named(geometry);
+    for (const int sourceBeyond : {0, 1, 16, 32, 63}) {
+        ExpectLikeTheScalarKernel({1280, 720, 0, 1, sourceBeyond, 0});
+    }
+    ExpectLikeTheScalarKernel({4096, 1440, 0, 1, 16, 0}, 16, 64);
+    ExpectLikeTheScalarKernel({4096, 1440, 0, 1, 32, 0}, 0, 16);
+    for (const Geometry& geometry : {Geometry{1026, 601}, Geometry{720, 1000, 5}, Geometry{4096, 1440, 0, 1, 16, 0},
+                                     Geometry{4096, 1440, 64, 1, 0, 0}, Geometry{4096, 1440, 1}, Geometry{4098, 1440},
+                                     Geometry{4128, 1440}, Geometry{4132, 1440, 28}, Geometry{4100, 1440, 52},
+                                     Geometry{4096, 1441, 0, 1, 1, 0}, Geometry{4096, 1440, 0, 1, 0, 16}}) {
+        ExpectLikeTheScalarKernel(geometry);
     }
 }
 
@@ -310,16 +344,21 @@ TEST_P(EveryKernel, DoesNotWriteBetweenRows) {
 }
 
 TEST_P(EveryKernel, AcceptsPointersOfAnyAlignment) {
-    for (std::size_t offset = 0; offset < 64; ++offset) {
-        ExpectColour({130, 4, 0, offset});
-        ExpectColour({34, 4, 5, offset});
-        ExpectGrey({67, 3, 0, offset});
+    for (int sourceBeyond = 0; sourceBeyond < 64; ++sourceBeyond) {
+        for (const int targetBeyond : {0, 1, 16, 32, 63 - sourceBeyond}) {
+            ExpectColour({258, 4, 0, 1, sourceBeyond, targetBeyond});
+            ExpectColour({34, 4, 5, 1, sourceBeyond, targetBeyond});
+            ExpectGrey({131, 3, 0, 1, sourceBeyond, targetBeyond});
+            if (HasFatalFailure()) {
+                return;
+            }
+        }
     }
 }
 
 TEST_P(EveryKernel, AcceptsChromaRowsWithGaps) {
     for (const std::int32_t width : {2, 16, 34, 130, 256}) {
-        ExpectColour({width, 8, 0, 0, 2});
+        ExpectColour({width, 8, 0, 2});
     }
 }
 
