@@ -84,41 +84,47 @@ class Block {
     static constexpr std::ptrdiff_t pixels = 128;
     static constexpr std::ptrdiff_t streamAlignment = registerBytes;
     static constexpr int preparationSteps = 0;
-    using Offsets = kernels::Offsets;
+    static constexpr bool triesSingleRows = false;
+    template <int rows>
+    using Prepared = Offsets;
+    template <int rows>
     class Preparation;
 
-    template <bool nonTemporal, class Following>
-    KERNEL_INLINE void StoreInterleaved(const Offsets& offsets, const std::uint8_t* y, std::ptrdiff_t yStride,
-                                        std::uint8_t* bgr, std::ptrdiff_t stride, Following&) const {
-        StoreInterleavedHalf<0, nonTemporal>(offsets, y, yStride, bgr, stride);
-        StoreInterleavedHalf<1, nonTemporal>(offsets, y + registerBytes, yStride, bgr + 3 * registerBytes, stride);
+    template <int rows, bool nonTemporal, class Following>
+    KERNEL_INLINE void StoreInterleaved(const Offsets& offsets, const BlockSource& source, std::uint8_t* bgr,
+                                        std::ptrdiff_t stride, Following&) const {
+        StoreInterleavedHalf<rows, 0, nonTemporal>(offsets, source.y, source.stride, bgr, stride);
+        StoreInterleavedHalf<rows, 1, nonTemporal>(offsets, source.y + registerBytes, source.stride,
+                                                   bgr + 3 * registerBytes, stride);
     }
 
-    template <class Following>
-    KERNEL_INLINE void StorePlanar(const Offsets& offsets, const std::uint8_t* y, std::ptrdiff_t yStride,
-                                   const BgrPlanes& target, Following&) const {
-        StorePlane(offsets.positiveBlue, offsets.negativeBlue, y, yStride, target.blue, target.stride);
-        StorePlane(offsets.positiveGreen, offsets.negativeGreen, y, yStride, target.green, target.stride);
-        StorePlane(offsets.positiveRed, offsets.negativeRed, y, yStride, target.red, target.stride);
+    template <int rows, bool nonTemporal, class Following>
+    KERNEL_INLINE void StorePlanar(const Offsets& offsets, const BlockSource& source, const BgrPlanes& target,
+                                   Following&) const {
+        StorePlane<rows, nonTemporal>(offsets.positiveBlue, offsets.negativeBlue, source, target.blue, target.stride);
+        StorePlane<rows, nonTemporal>(offsets.positiveGreen, offsets.negativeGreen, source, target.green,
+                                      target.stride);
+        StorePlane<rows, nonTemporal>(offsets.positiveRed, offsets.negativeRed, source, target.red, target.stride);
     }
 
+    template <bool nonTemporal>
     KERNEL_INLINE void StoreGreyAsBgr(const std::uint8_t* grey, std::uint8_t* bgr) const {
         KERNEL_UNROLL(2)
         for (int half = 0; half < 2; ++half) {
             const Bytes luma = Load(grey + registerBytes * half);
-            InterleaveAndStore<false>(bgr + 3 * registerBytes * half, luma, luma, luma);
+            InterleaveAndStore<nonTemporal>(bgr + 3 * registerBytes * half, luma, luma, luma);
         }
     }
 
   private:
-    template <int half, bool nonTemporal>
+    template <int rows, int half, bool nonTemporal>
     KERNEL_INLINE static void StoreInterleavedHalf(const Offsets& offsets, const std::uint8_t* y,
                                                    std::ptrdiff_t yStride, std::uint8_t* bgr, std::ptrdiff_t stride) {
         const Offsets duplicated = {Duplicate<half>(offsets.positiveBlue),  Duplicate<half>(offsets.positiveGreen),
                                     Duplicate<half>(offsets.positiveRed),   Duplicate<half>(offsets.negativeBlue),
                                     Duplicate<half>(offsets.negativeGreen), Duplicate<half>(offsets.negativeRed)};
         KERNEL_UNROLL(2)
-        for (int row = 0; row < 2; ++row) {
+        for (int row = 0; row < rows; ++row) {
             const Bytes luma = Load(y + row * yStride);
             InterleaveAndStore<nonTemporal>(bgr + row * stride,
                                             ApplyOffset(luma, duplicated.positiveBlue, duplicated.negativeBlue),
@@ -127,25 +133,27 @@ class Block {
         }
     }
 
-    KERNEL_INLINE static void StorePlane(const Bytes& positive, const Bytes& negative, const std::uint8_t* y,
-                                         std::ptrdiff_t yStride, std::uint8_t* plane, std::ptrdiff_t stride) {
+    template <int rows, bool nonTemporal>
+    KERNEL_INLINE static void StorePlane(const Bytes& positive, const Bytes& negative, const BlockSource& source,
+                                         std::uint8_t* plane, std::ptrdiff_t stride) {
         KERNEL_UNROLL(2)
-        for (int row = 0; row < 2; ++row) {
-            const std::uint8_t* luma = y + row * yStride;
+        for (int row = 0; row < rows; ++row) {
+            const std::uint8_t* luma = source.y + row * source.stride;
             std::uint8_t* target = plane + row * stride;
-            Store<false>(target, ApplyOffset(Load(luma), Duplicate<0>(positive), Duplicate<0>(negative)));
-            Store<false>(target + registerBytes,
-                         ApplyOffset(Load(luma + registerBytes), Duplicate<1>(positive), Duplicate<1>(negative)));
+            Store<nonTemporal>(target, ApplyOffset(Load(luma), Duplicate<0>(positive), Duplicate<0>(negative)));
+            Store<nonTemporal>(target + registerBytes,
+                               ApplyOffset(Load(luma + registerBytes), Duplicate<1>(positive), Duplicate<1>(negative)));
         }
     }
 };
 
+template <int rows>
 class Block::Preparation {
   public:
-    KERNEL_INLINE Preparation(const Block&, const std::uint8_t* chromaU, const std::uint8_t* chromaV) {
+    KERNEL_INLINE Preparation(const Block&, const BlockSource& source) {
         const Bytes eighths = _mm512_setr_epi64(0, 4, 1, 5, 2, 6, 3, 7);
-        const Bytes u = _mm512_permutexvar_epi64(eighths, Load(chromaU));
-        const Bytes v = _mm512_permutexvar_epi64(eighths, Load(chromaV));
+        const Bytes u = _mm512_permutexvar_epi64(eighths, Load(source.u));
+        const Bytes v = _mm512_permutexvar_epi64(eighths, Load(source.v));
         const Bytes zero = _mm512_setzero_si512();
         const Bytes middle = _mm512_set1_epi16(128);
 

@@ -102,83 +102,113 @@ struct Offsets {
     Bytes negativeLeft, negativeRight, negativeRed;
 };
 
+// Up to 64 luma samples of each row. Each is loaded once: for all the compiler knows, the stores between its uses could
+// change it, and a load that crosses two cache lines, as every second or every load of most sources does, counts twice.
+template <int rows>
+struct Luma {
+    KERNEL_INLINE static Luma Of(const BlockSource& source, std::ptrdiff_t column) {
+        Luma luma;
+        KERNEL_UNROLL(2)
+        for (int row = 0; row < rows; ++row) {
+            luma.row[row] = Load(source.y + row * source.stride + column);
+        }
+        return luma;
+    }
+
+    Bytes row[std::size_t{rows}];
+};
+
 class Block {
   public:
     static constexpr std::ptrdiff_t pixels = 128;
     static constexpr std::ptrdiff_t streamAlignment = registerBytes;
     static constexpr int preparationSteps = 6;
-    using Offsets = kernels::Offsets;
+    static constexpr bool triesSingleRows = true;
+    template <int rows>
     class Preparation;
 
-    template <bool nonTemporal, class Following>
-    KERNEL_INLINE void StoreInterleaved(const Offsets& offsets, const std::uint8_t* y, std::ptrdiff_t yStride,
-                                        std::uint8_t* bgr, std::ptrdiff_t stride, Following& following) const {
+    // The left luma is loaded half a block before its use, like the right luma.
+    template <int rows>
+    struct Prepared {
+        Offsets offsets;
+        Luma<rows> leftLuma;
+    };
+
+    template <int rows, bool nonTemporal, class Following>
+    KERNEL_INLINE void StoreInterleaved(const Prepared<rows>& prepared, const BlockSource& source, std::uint8_t* bgr,
+                                        std::ptrdiff_t stride, Following& following) const {
+        const Offsets& offsets = prepared.offsets;
+        const Luma<rows> rightLuma = Luma<rows>::Of(source, registerBytes);
         KERNEL_UNROLL(6)
         for (int part = 0; part < 6; ++part) {
             const bool isLeft = part < 3;
+            const Luma<rows>& luma = isLeft ? prepared.leftLuma : rightLuma;
             const Bytes positive = _mm512_permutex2var_epi8(isLeft ? offsets.positiveLeft : offsets.positiveRight,
                                                             offsetIndices_[part], offsets.positiveRed);
             const Bytes negative = _mm512_permutex2var_epi8(isLeft ? offsets.negativeLeft : offsets.negativeRight,
                                                             offsetIndices_[part], offsets.negativeRed);
-            Bytes sums[2];
+            Bytes sums[std::size_t{rows}];
             KERNEL_UNROLL(2)
-            for (int row = 0; row < 2; ++row) {
-                const Bytes luma = Load(y + row * yStride + (isLeft ? 0 : registerBytes));
-                sums[row] = _mm512_adds_epu8(_mm512_permutexvar_epi8(lumaIndices_[part % 3], luma), positive);
+            for (int row = 0; row < rows; ++row) {
+                sums[row] = _mm512_adds_epu8(_mm512_permutexvar_epi8(lumaIndices_[part % 3], luma.row[row]), positive);
             }
             KERNEL_UNROLL(2)
-            for (int row = 0; row < 2; ++row) {
+            for (int row = 0; row < rows; ++row) {
                 Store<nonTemporal>(bgr + row * stride + registerBytes * part, _mm512_subs_epu8(sums[row], negative));
             }
             following.Step(part);
         }
     }
 
-    template <class Following>
-    KERNEL_INLINE void StorePlanar(const Offsets& offsets, const std::uint8_t* y, std::ptrdiff_t yStride,
-                                   const BgrPlanes& target, Following& following) const {
-        KERNEL_UNROLL(2)
-        for (int half = 0; half < 2; ++half) {
-            const std::ptrdiff_t from = half * registerBytes;
-            const Bytes lower = Load(permutationIndices.duplicated[0]);
-            const Bytes upper = Load(permutationIndices.duplicated[1]);
-            const Bytes& positive = half == 0 ? offsets.positiveLeft : offsets.positiveRight;
-            const Bytes& negative = half == 0 ? offsets.negativeLeft : offsets.negativeRight;
-            const Bytes& blueIndices = half == 0 ? lower : upper;
-            const Bytes& greenIndices = half == 0 ? upper : lower;
-            const Bytes& redIndices = half == 0 ? lower : upper;
-            StorePlane(positive, negative, blueIndices, y + from, yStride, target.blue + from, target.stride);
-            StorePlane(positive, negative, greenIndices, y + from, yStride, target.green + from, target.stride);
-            StorePlane(offsets.positiveRed, offsets.negativeRed, redIndices, y + from, yStride, target.red + from,
-                       target.stride);
-        }
-        KERNEL_UNROLL(6)
-        for (int step = 0; step < preparationSteps; ++step) {
-            following.Step(step);
-        }
+    template <int rows, bool nonTemporal, class Following>
+    KERNEL_INLINE void StorePlanar(const Prepared<rows>& prepared, const BlockSource& source, const BgrPlanes& target,
+                                   Following& following) const {
+        const Offsets& offsets = prepared.offsets;
+        const Luma<rows> rightLuma = Luma<rows>::Of(source, registerBytes);
+        const Bytes lower = Load(permutationIndices.duplicated[0]);
+        const Bytes upper = Load(permutationIndices.duplicated[1]);
+        const auto store = [&](std::uint8_t* plane, const Bytes& leftIndices, const Bytes& rightIndices,
+                               const Bytes& positiveLeft, const Bytes& positiveRight, const Bytes& negativeLeft,
+                               const Bytes& negativeRight) KERNEL_INLINE_LAMBDA {
+            const Bytes positive[2] = {_mm512_permutexvar_epi8(leftIndices, positiveLeft),
+                                       _mm512_permutexvar_epi8(rightIndices, positiveRight)};
+            const Bytes negative[2] = {_mm512_permutexvar_epi8(leftIndices, negativeLeft),
+                                       _mm512_permutexvar_epi8(rightIndices, negativeRight)};
+            KERNEL_UNROLL(2)
+            for (int row = 0; row < rows; ++row) {
+                KERNEL_UNROLL(2)
+                for (int half = 0; half < 2; ++half) {
+                    const Bytes& luma = half == 0 ? prepared.leftLuma.row[row] : rightLuma.row[row];
+                    Store<nonTemporal>(plane + row * target.stride + half * registerBytes,
+                                       _mm512_subs_epu8(_mm512_adds_epu8(luma, positive[half]), negative[half]));
+                }
+            }
+        };
+        store(target.blue, lower, upper, offsets.positiveLeft, offsets.positiveRight, offsets.negativeLeft,
+              offsets.negativeRight);
+        following.Step(0);
+        following.Step(1);
+        store(target.green, upper, lower, offsets.positiveLeft, offsets.positiveRight, offsets.negativeLeft,
+              offsets.negativeRight);
+        following.Step(2);
+        following.Step(3);
+        store(target.red, lower, upper, offsets.positiveRed, offsets.positiveRed, offsets.negativeRed,
+              offsets.negativeRed);
+        following.Step(4);
+        following.Step(5);
     }
 
+    template <bool nonTemporal>
     KERNEL_INLINE void StoreGreyAsBgr(const std::uint8_t* grey, std::uint8_t* bgr) const {
+        const Bytes luma[2] = {Load(grey), Load(grey + registerBytes)};
         KERNEL_UNROLL(6)
         for (int part = 0; part < 6; ++part) {
-            const Bytes luma = Load(grey + part / 3 * registerBytes);
-            Store<false>(bgr + registerBytes * part, _mm512_permutexvar_epi8(lumaIndices_[part % 3], luma));
+            Store<nonTemporal>(bgr + registerBytes * part,
+                               _mm512_permutexvar_epi8(lumaIndices_[part % 3], luma[part / 3]));
         }
     }
 
   private:
-    KERNEL_INLINE static void StorePlane(const Bytes& positive, const Bytes& negative, const Bytes& indices,
-                                         const std::uint8_t* y, std::ptrdiff_t yStride, std::uint8_t* plane,
-                                         std::ptrdiff_t stride) {
-        const Bytes positiveDuplicated = _mm512_permutexvar_epi8(indices, positive);
-        const Bytes negativeDuplicated = _mm512_permutexvar_epi8(indices, negative);
-        KERNEL_UNROLL(2)
-        for (int row = 0; row < 2; ++row) {
-            const Bytes sum = _mm512_adds_epu8(Load(y + row * yStride), positiveDuplicated);
-            Store<false>(plane + row * stride, _mm512_subs_epu8(sum, negativeDuplicated));
-        }
-    }
-
     struct Table {
         explicit Table(const std::uint8_t* bytes) : lower(Load(bytes)), upper(Load(bytes + registerBytes)) {}
         KERNEL_INLINE Bytes Of(__mmask64 which, Bytes index) const {
@@ -200,11 +230,13 @@ class Block {
     Bytes greenIndices_ = Load(permutationIndices.green);
 };
 
-// Computes the offsets of 64 chroma pairs in steps of about equal cost.
+// Computes the offsets of 64 chroma pairs in steps of about equal cost, and loads the left luma when the registers of
+// the previous block's are free.
+template <int rows>
 class Block::Preparation {
   public:
-    KERNEL_INLINE Preparation(const Block& owner, const std::uint8_t* chromaU, const std::uint8_t* chromaV)
-        : block_(owner), u_(Load(chromaU)), v_(Load(chromaV)) {}
+    KERNEL_INLINE Preparation(const Block& owner, const BlockSource& source)
+        : block_(owner), source_(source), u_(Load(source.u)), v_(Load(source.v)) {}
 
     KERNEL_INLINE void Step(int step) {
         switch (step) {
@@ -218,14 +250,15 @@ class Block::Preparation {
                 sums_[0] = _mm512_maddubs_epi16(pairs_[0], factors);
                 sums_[1] = _mm512_maddubs_epi16(pairs_[1], factors);
                 const __mmask64 isPositive = _mm512_movepi8_mask(v_);
-                offsets_.positiveRed = block_.redPositive_.Of(isPositive, v_);
-                offsets_.negativeRed = block_.redNegative_.Of(_knot_mask64(isPositive), v_);
+                prepared_.offsets.positiveRed = block_.redPositive_.Of(isPositive, v_);
+                prepared_.offsets.negativeRed = block_.redNegative_.Of(_knot_mask64(isPositive), v_);
                 break;
             }
             case 2: {
                 const Bytes bias = _mm512_set1_epi16(greenLowerBias);
                 sums_[0] = _mm512_srai_epi16(_mm512_add_epi16(sums_[0], bias), 8);
                 sums_[1] = _mm512_srai_epi16(_mm512_add_epi16(sums_[1], bias), 8);
+                prepared_.leftLuma = Luma<rows>::Of(source_, 0);
                 break;
             }
             case 3: {
@@ -246,25 +279,26 @@ class Block::Preparation {
             default: {
                 const Bytes positive = _mm512_max_epi8(green_, _mm512_setzero_si512());
                 const Bytes negative = _mm512_sub_epi8(positive, green_);
-                offsets_.positiveLeft = _mm512_mask_blend_epi8(upperHalf, positiveBlue_, positive);
-                offsets_.positiveRight = _mm512_mask_blend_epi8(upperHalf, positive, positiveBlue_);
-                offsets_.negativeLeft = _mm512_mask_blend_epi8(upperHalf, negativeBlue_, negative);
-                offsets_.negativeRight = _mm512_mask_blend_epi8(upperHalf, negative, negativeBlue_);
+                prepared_.offsets.positiveLeft = _mm512_mask_blend_epi8(upperHalf, positiveBlue_, positive);
+                prepared_.offsets.positiveRight = _mm512_mask_blend_epi8(upperHalf, positive, positiveBlue_);
+                prepared_.offsets.negativeLeft = _mm512_mask_blend_epi8(upperHalf, negativeBlue_, negative);
+                prepared_.offsets.negativeRight = _mm512_mask_blend_epi8(upperHalf, negative, negativeBlue_);
                 break;
             }
         }
     }
 
-    KERNEL_INLINE const Offsets& Result() const { return offsets_; }
+    KERNEL_INLINE const Prepared<rows>& Result() const { return prepared_; }
 
   private:
     const Block& block_;
+    BlockSource source_;
     Bytes u_, v_;
     Bytes pairs_[2];  // V and U alternating
     Bytes sums_[2];   // of green, 16 bits each
     Bytes green_;     // signed
     Bytes positiveBlue_, negativeBlue_;
-    Offsets offsets_;
+    Prepared<rows> prepared_;
 };
 
 }  // namespace

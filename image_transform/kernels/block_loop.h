@@ -5,7 +5,11 @@
 /// used.
 #pragma once
 
-#include <immintrin.h>
+#if defined(_MSC_VER) && !defined(__clang__)
+#include <intrin.h>
+#else
+#include <x86intrin.h>
+#endif
 
 #include <cstddef>
 #include <cstdint>
@@ -48,89 +52,172 @@ constexpr std::int16_t greenLower = static_cast<std::int16_t>((35 << 8) | 68);
 constexpr std::int16_t greenLowerBias = 128 - 52 * 256;
 constexpr std::int8_t greenByteBias = 125;
 
-// The prefetch distance of luma, in bytes; chroma needs no prefetch. Measured with frames that were in no cache; twice
-// or half the distance makes little difference.
-constexpr std::ptrdiff_t lumaPrefetchDistance = 4096;
+// The prefetch distances, in bytes. For frames of usual widths both are about as long before the use; twice or half
+// makes little difference.
+constexpr std::ptrdiff_t lumaPrefetchDistance = 3072;
+constexpr std::ptrdiff_t chromaPrefetchDistance = 1024;
 constexpr std::ptrdiff_t cacheLine = 64;
 
 // An output larger than this, in bytes, bypasses the caches: it would be evicted before it is read.
 constexpr std::ptrdiff_t largestCachedOutput = std::ptrdiff_t{16} << 20;
 
 // The address may be past the end of the frame: a prefetch of an invalid address has no effect.
-KERNEL_INLINE void Prefetch(const std::uint8_t* luma, std::ptrdiff_t from, std::ptrdiff_t bytes) {
-    const std::uintptr_t first = reinterpret_cast<std::uintptr_t>(luma) + static_cast<std::uintptr_t>(from);
+KERNEL_INLINE void Prefetch(const std::uint8_t* plane, std::ptrdiff_t from, std::ptrdiff_t bytes) {
+    const std::uintptr_t first = reinterpret_cast<std::uintptr_t>(plane) + static_cast<std::uintptr_t>(from);
     for (std::ptrdiff_t line = 0; line < bytes; line += cacheLine) {
         _mm_prefetch(reinterpret_cast<const char*>(first + static_cast<std::uintptr_t>(line)), _MM_HINT_T0);
     }
 }
+
+// The source of a block: the first of its luma samples, in one row or in two that are `stride` bytes apart, and its
+// chroma samples.
+struct BlockSource {
+    const std::uint8_t* y;
+    std::ptrdiff_t stride;
+    const std::uint8_t* u;
+    const std::uint8_t* v;
+
+    KERNEL_INLINE BlockSource At(std::ptrdiff_t column) const {
+        return {y + column, stride, u + column / 2, v + column / 2};
+    }
+};
 
 // The preparation of a next block where there is none.
 struct NoPreparation {
     KERNEL_INLINE void Step(int) {}
 };
 
-// Calls `prefetch(column)` and then `emit(offsets, column, preparation)` for each block of a row or a pair of rows. The
-// last block ends with the row and may overlap the previous one.
+// Calls `prefetch(column)` and then `emit(prepared, column, preparation)` for each block of one row or of two. The last
+// block ends with the row and may overlap the previous one.
 //
 // A block type with preparation steps has registers for two blocks: emit runs the next block's steps between its own,
 // so that the next offsets are ready in time. The processor does not reorder that far by itself.
 //
 // REQUIRES: width is even and at least Block::pixels.
-template <class Block, class Emit, class Prefetcher>
-KERNEL_INLINE void ForEachBlock(const Block& block, const std::uint8_t* u, const std::uint8_t* v, std::ptrdiff_t width,
-                                Emit emit, Prefetcher prefetch) {
+template <class Block, int rows, class Emit, class Prefetcher>
+KERNEL_INLINE void ForEachBlock(const Block& block, const BlockSource& source, std::ptrdiff_t width, Emit emit,
+                                Prefetcher prefetch) {
+    using Preparation = typename Block::template Preparation<rows>;
     const std::ptrdiff_t last = width - Block::pixels;
     NoPreparation nothing;
     std::ptrdiff_t column = 0;
     if constexpr (Block::preparationSteps > 0) {
-        typename Block::Preparation first(block, u, v);
+        Preparation first(block, source);
         for (int step = 0; step < Block::preparationSteps; ++step) {
             first.Step(step);
         }
-        typename Block::Offsets offsets = first.Result();
+        auto prepared = first.Result();
         while (column != last) {
             const std::ptrdiff_t next = column + Block::pixels < last ? column + Block::pixels : last;
             prefetch(column);
-            typename Block::Preparation following(block, u + next / 2, v + next / 2);
-            emit(offsets, column, following);
-            offsets = following.Result();
+            Preparation following(block, source.At(next));
+            emit(prepared, column, following);
+            prepared = following.Result();
             column = next;
         }
-        emit(offsets, last, nothing);
+        emit(prepared, last, nothing);
     } else {
         for (; column < last; column += Block::pixels) {
             prefetch(column);
-            emit(typename Block::Preparation(block, u + column / 2, v + column / 2).Result(), column, nothing);
+            emit(Preparation(block, source.At(column)).Result(), column, nothing);
         }
-        emit(typename Block::Preparation(block, u + last / 2, v + last / 2).Result(), last, nothing);
+        emit(Preparation(block, source.At(last)).Result(), last, nothing);
     }
 }
 
-// Two rows at a time share the work on their chroma. Prefetches are in address order, because the hardware prefetcher
-// does not recognise two alternating rows as a stream and reads from memory are then half as fast.
-template <class Block, bool nonTemporal>
-void ConvertRowPairs(const I420Planes& source, std::uint8_t* bgr, std::ptrdiff_t stride, std::ptrdiff_t width,
-                     std::ptrdiff_t height) {
+// Where blocks are written: to interleaved rows, or to planes.
+template <bool nonTemporal>
+struct InterleavedTarget {
+    template <int rows, class Block, class Following>
+    KERNEL_INLINE void Store(const Block& block, const typename Block::template Prepared<rows>& prepared,
+                             const BlockSource& source, std::ptrdiff_t row, std::ptrdiff_t column,
+                             Following& following) const {
+        block.template StoreInterleaved<rows, nonTemporal>(prepared, source, bgr + row * stride + 3 * column, stride,
+                                                           following);
+    }
+
+    std::uint8_t* bgr;
+    std::ptrdiff_t stride;
+};
+
+template <bool nonTemporal>
+struct PlanarTarget {
+    template <int rows, class Block, class Following>
+    KERNEL_INLINE void Store(const Block& block, const typename Block::template Prepared<rows>& prepared,
+                             const BlockSource& source, std::ptrdiff_t row, std::ptrdiff_t column,
+                             Following& following) const {
+        const std::ptrdiff_t offset = row * planes.stride + column;
+        block.template StorePlanar<rows, nonTemporal>(
+            prepared, source, {planes.blue + offset, planes.green + offset, planes.red + offset, planes.stride},
+            following);
+    }
+
+    BgrPlanes planes;
+};
+
+// Converts the rows `from` to `to`, one or two at a time. Luma is prefetched in address order also with two rows at a
+// time, because the hardware prefetcher does not recognise two alternating rows as a stream and reads from memory are
+// then half as fast.
+template <class Block, int rows, class Target>
+void ConvertRows(const I420Planes& source, std::ptrdiff_t width, std::ptrdiff_t from, std::ptrdiff_t to,
+                 const Target& target) {
     const Block block;
-    for (std::ptrdiff_t row = 0; row < height; row += 2) {
-        const std::uint8_t* y = source.y + row * source.yStride;
-        std::uint8_t* target = bgr + row * stride;
-        ForEachBlock(
-            block, source.u + row / 2 * source.uStride, source.v + row / 2 * source.vStride, width,
-            [&](const auto& offsets, std::ptrdiff_t column, auto& following) KERNEL_INLINE_LAMBDA {
-                block.template StoreInterleaved<nonTemporal>(offsets, y + column, source.yStride, target + 3 * column,
-                                                             stride, following);
+    for (std::ptrdiff_t row = from; row < to; row += rows) {
+        const BlockSource start = {source.y + row * source.yStride, source.yStride, source.u + row / 2 * source.uStride,
+                                   source.v + row / 2 * source.vStride};
+        const bool isFirstOfChroma = row % 2 == 0;
+        ForEachBlock<Block, rows>(
+            block, start, width,
+            [&](const auto& prepared, std::ptrdiff_t column, auto& following) KERNEL_INLINE_LAMBDA {
+                target.template Store<rows>(block, prepared, start.At(column), row, column, following);
             },
             [&](std::ptrdiff_t column) KERNEL_INLINE_LAMBDA {
-                Prefetch(y, lumaPrefetchDistance + 2 * column, std::ptrdiff_t{2} * Block::pixels);
+                Prefetch(start.y, lumaPrefetchDistance + rows * column, rows * Block::pixels);
+                if (isFirstOfChroma) {
+                    Prefetch(start.u, chromaPrefetchDistance + column / 2, Block::pixels / 2);
+                    Prefetch(start.v, chromaPrefetchDistance + column / 2, Block::pixels / 2);
+                }
             });
     }
 }
 
+// Two rows at a time share the work on their chroma and are faster while the frame is in a cache. From memory, one row
+// at a time can be faster, because it reads and writes fewer streams; how much, and from which size on, differs between
+// processors. A large frame is therefore tried in both ways, and the rest of it is converted in the faster one. A
+// disturbed measurement costs some of this frame's speed and nothing else.
+template <class Block, class Target>
+void ConvertFrame(const I420Planes& source, std::ptrdiff_t width, std::ptrdiff_t height, const Target& target) {
+    std::ptrdiff_t row = 0;
+    if constexpr (Block::triesSingleRows) {
+        constexpr std::ptrdiff_t fewestPixels = 512 * 1024;
+        constexpr std::ptrdiff_t skipped = 8;  // until the prefetches are ahead
+        constexpr std::ptrdiff_t tried = 16;
+        if (width * height >= fewestPixels && height >= skipped + 2 * tried) {
+            ConvertRows<Block, 2>(source, width, 0, skipped, target);
+            const std::uint64_t start = __rdtsc();
+            ConvertRows<Block, 2>(source, width, skipped, skipped + tried, target);
+            const std::uint64_t middle = __rdtsc();
+            ConvertRows<Block, 1>(source, width, skipped + tried, skipped + 2 * tried, target);
+            const std::uint64_t end = __rdtsc();
+            row = skipped + 2 * tried;
+            if (end - middle < middle - start) {
+                ConvertRows<Block, 1>(source, width, row, height, target);
+                return;
+            }
+        }
+    }
+    ConvertRows<Block, 2>(source, width, row, height, target);
+}
+
+// True if an output should bypass the caches and can. Every block starts at a sum of the numbers whose bits are in
+// `bits`: addresses, strides and offsets of the last block.
 template <class Block>
-bool CanStream(const std::uint8_t* bgr, std::ptrdiff_t stride, std::ptrdiff_t width) {
-    const std::ptrdiff_t lastBlock = 3 * (width - Block::pixels);
-    return (reinterpret_cast<std::intptr_t>(bgr) | stride | lastBlock) % Block::streamAlignment == 0;
+bool BypassesCaches(std::ptrdiff_t outputBytes, std::intptr_t bits) {
+    return outputBytes > largestCachedOutput && bits % Block::streamAlignment == 0;
+}
+
+KERNEL_INLINE std::intptr_t BitsOf(const std::uint8_t* address) {
+    return reinterpret_cast<std::intptr_t>(address);
 }
 
 template <class Block, const Kernel& narrower>
@@ -142,11 +229,12 @@ int VectorToBgr24(const I420Planes& source, std::uint8_t* bgr, std::ptrdiff_t st
     if (!HasEvenPart(status) || evenWidth < Block::pixels) {
         return HasEvenPart(status) ? narrower.toBgr24(source, bgr, stride, width, height) : status;
     }
-    if (3 * evenWidth * evenHeight > largestCachedOutput && CanStream<Block>(bgr, stride, evenWidth)) {
-        ConvertRowPairs<Block, true>(source, bgr, stride, evenWidth, evenHeight);
+    const std::intptr_t bits = BitsOf(bgr) | stride | 3 * (evenWidth - Block::pixels);
+    if (BypassesCaches<Block>(3 * evenWidth * evenHeight, bits)) {
+        ConvertFrame<Block>(source, evenWidth, evenHeight, InterleavedTarget<true>{bgr, stride});
         _mm_sfence();
     } else {
-        ConvertRowPairs<Block, false>(source, bgr, stride, evenWidth, evenHeight);
+        ConvertFrame<Block>(source, evenWidth, evenHeight, InterleavedTarget<false>{bgr, stride});
     }
     return status;
 }
@@ -159,21 +247,30 @@ int VectorToBgrPlanar(const I420Planes& source, const BgrPlanes& target, std::in
     if (!HasEvenPart(status) || evenWidth < Block::pixels) {
         return HasEvenPart(status) ? narrower.toBgrPlanar(source, target, width, height) : status;
     }
-    const Block block;
-    for (std::ptrdiff_t row = 0; row < evenHeight; row += 2) {
-        const std::uint8_t* y = source.y + row * source.yStride;
-        ForEachBlock(
-            block, source.u + row / 2 * source.uStride, source.v + row / 2 * source.vStride, evenWidth,
-            [&](const auto& offsets, std::ptrdiff_t column, auto& following) KERNEL_INLINE_LAMBDA {
-                const std::ptrdiff_t offset = row * target.stride + column;
-                const BgrPlanes at{target.blue + offset, target.green + offset, target.red + offset, target.stride};
-                block.StorePlanar(offsets, y + column, source.yStride, at, following);
-            },
-            [&](std::ptrdiff_t column) KERNEL_INLINE_LAMBDA {
-                Prefetch(y, lumaPrefetchDistance + 2 * column, std::ptrdiff_t{2} * Block::pixels);
-            });
+    const std::intptr_t bits =
+        BitsOf(target.blue) | BitsOf(target.green) | BitsOf(target.red) | target.stride | (evenWidth - Block::pixels);
+    if (BypassesCaches<Block>(3 * evenWidth * evenHeight, bits)) {
+        ConvertFrame<Block>(source, evenWidth, evenHeight, PlanarTarget<true>{target});
+        _mm_sfence();
+    } else {
+        ConvertFrame<Block>(source, evenWidth, evenHeight, PlanarTarget<false>{target});
     }
     return status;
+}
+
+template <class Block, bool nonTemporal>
+void ConvertGreyRows(const std::uint8_t* grey, std::ptrdiff_t greyStride, std::uint8_t* bgr, std::ptrdiff_t stride,
+                     std::ptrdiff_t width, std::ptrdiff_t height) {
+    const Block block;
+    const std::ptrdiff_t last = width - Block::pixels;
+    for (std::ptrdiff_t row = 0; row < height; ++row) {
+        const std::uint8_t* source = grey + row * greyStride;
+        std::uint8_t* target = bgr + row * stride;
+        for (std::ptrdiff_t column = 0; column < last; column += Block::pixels) {
+            block.template StoreGreyAsBgr<nonTemporal>(source + column, target + 3 * column);
+        }
+        block.template StoreGreyAsBgr<nonTemporal>(source + last, target + 3 * last);
+    }
 }
 
 template <class Block, const Kernel& narrower>
@@ -183,15 +280,12 @@ int VectorGreyToBgr24(const std::uint8_t* grey, std::ptrdiff_t greyStride, std::
     if (status != Status::Ok || width < Block::pixels) {
         return status == Status::Ok ? narrower.greyToBgr24(grey, greyStride, bgr, stride, width, height) : status;
     }
-    const Block block;
-    for (std::ptrdiff_t row = 0; row < height; ++row) {
-        const std::uint8_t* source = grey + row * greyStride;
-        std::uint8_t* target = bgr + row * stride;
-        const std::ptrdiff_t last = width - Block::pixels;
-        for (std::ptrdiff_t column = 0; column < last; column += Block::pixels) {
-            block.StoreGreyAsBgr(source + column, target + 3 * column);
-        }
-        block.StoreGreyAsBgr(source + last, target + 3 * last);
+    const std::intptr_t bits = BitsOf(bgr) | stride | 3 * (width - Block::pixels);
+    if (BypassesCaches<Block>(std::ptrdiff_t{3} * width * height, bits)) {
+        ConvertGreyRows<Block, true>(grey, greyStride, bgr, stride, width, height);
+        _mm_sfence();
+    } else {
+        ConvertGreyRows<Block, false>(grey, greyStride, bgr, stride, width, height);
     }
     return status;
 }

@@ -52,16 +52,20 @@ class LaneBlock {
     static constexpr std::ptrdiff_t pixels = lanePixels * Lanes::count;
     static constexpr std::ptrdiff_t streamAlignment = laneBytes;
     static constexpr int preparationSteps = 0;
+    static constexpr bool triesSingleRows = false;
 
     struct Offsets {
         ChannelOffsets<Lanes> positive;
         ChannelOffsets<Lanes> negative;
     };
+    template <int rows>
+    using Prepared = Offsets;
+    template <int rows>
     class Preparation;
 
-    template <bool nonTemporal, class Following>
-    KERNEL_INLINE void StoreInterleaved(const Offsets& offsets, const std::uint8_t* y, std::ptrdiff_t yStride,
-                                        std::uint8_t* bgr, std::ptrdiff_t stride, Following&) const {
+    template <int rows, bool nonTemporal, class Following>
+    KERNEL_INLINE void StoreInterleaved(const Offsets& offsets, const BlockSource& source, std::uint8_t* bgr,
+                                        std::ptrdiff_t stride, Following&) const {
         Bytes positive[4];
         Bytes negative[4];
         offsets.positive.Gather(positive);
@@ -82,8 +86,8 @@ class LaneBlock {
                 negativeShuffled[part] = Lanes::Shuffle(negativeParts[part], offsetIndices_[part]);
             }
             KERNEL_UNROLL(2)
-            for (int row = 0; row < 2; ++row) {
-                const Bytes luma = Lanes::LoadLanes(y + row * yStride + laneBytes * half, lanePixels);
+            for (int row = 0; row < rows; ++row) {
+                const Bytes luma = Lanes::LoadLanes(source.y + row * source.stride + laneBytes * half, lanePixels);
                 Bytes result[3];
                 KERNEL_UNROLL(3)
                 for (int part = 0; part < 3; ++part) {
@@ -97,29 +101,32 @@ class LaneBlock {
         }
     }
 
-    template <class Following>
-    KERNEL_INLINE void StorePlanar(const Offsets& offsets, const std::uint8_t* y, std::ptrdiff_t yStride,
-                                   const BgrPlanes& target, Following&) const {
-        StorePlane(offsets.positive.blue, offsets.negative.blue, y, yStride, target.blue, target.stride);
-        StorePlane(offsets.positive.green, offsets.negative.green, y, yStride, target.green, target.stride);
-        StorePlane(offsets.positive.red, offsets.negative.red, y, yStride, target.red, target.stride);
+    template <int rows, bool nonTemporal, class Following>
+    KERNEL_INLINE void StorePlanar(const Offsets& offsets, const BlockSource& source, const BgrPlanes& target,
+                                   Following&) const {
+        StorePlane<rows, nonTemporal>(offsets.positive.blue, offsets.negative.blue, source, target.blue, target.stride);
+        StorePlane<rows, nonTemporal>(offsets.positive.green, offsets.negative.green, source, target.green,
+                                      target.stride);
+        StorePlane<rows, nonTemporal>(offsets.positive.red, offsets.negative.red, source, target.red, target.stride);
     }
 
+    template <bool nonTemporal>
     KERNEL_INLINE void StoreGreyAsBgr(const std::uint8_t* grey, std::uint8_t* bgr) const {
         KERNEL_UNROLL(2)
         for (int half = 0; half < 2; ++half) {
             const Bytes luma = Lanes::LoadLanes(grey + laneBytes * half, lanePixels);
             KERNEL_UNROLL(3)
             for (int part = 0; part < 3; ++part) {
-                Lanes::template StoreLanes<false>(bgr + 3 * laneBytes * half + laneBytes * part, 3 * lanePixels,
-                                                  Lanes::Shuffle(luma, lumaIndices_[part]));
+                Lanes::template StoreLanes<nonTemporal>(bgr + 3 * laneBytes * half + laneBytes * part, 3 * lanePixels,
+                                                        Lanes::Shuffle(luma, lumaIndices_[part]));
             }
         }
     }
 
   private:
-    KERNEL_INLINE static void StorePlane(const Bytes& positive, const Bytes& negative, const std::uint8_t* y,
-                                         std::ptrdiff_t yStride, std::uint8_t* plane, std::ptrdiff_t stride) {
+    template <int rows, bool nonTemporal>
+    KERNEL_INLINE static void StorePlane(const Bytes& positive, const Bytes& negative, const BlockSource& source,
+                                         std::uint8_t* plane, std::ptrdiff_t stride) {
         KERNEL_UNROLL(2)
         for (int half = 0; half < 2; ++half) {
             const Bytes positiveDuplicated =
@@ -127,11 +134,11 @@ class LaneBlock {
             const Bytes negativeDuplicated =
                 half == 0 ? Lanes::UnpackLower8(negative, negative) : Lanes::UnpackUpper8(negative, negative);
             KERNEL_UNROLL(2)
-            for (int row = 0; row < 2; ++row) {
-                const Bytes luma = Lanes::LoadLanes(y + row * yStride + laneBytes * half, lanePixels);
+            for (int row = 0; row < rows; ++row) {
+                const Bytes luma = Lanes::LoadLanes(source.y + row * source.stride + laneBytes * half, lanePixels);
                 const Bytes sum = Lanes::AddSaturated(luma, positiveDuplicated);
-                Lanes::template StoreLanes<false>(plane + row * stride + laneBytes * half, lanePixels,
-                                                  Lanes::SubtractSaturated(sum, negativeDuplicated));
+                Lanes::template StoreLanes<nonTemporal>(plane + row * stride + laneBytes * half, lanePixels,
+                                                        Lanes::SubtractSaturated(sum, negativeDuplicated));
             }
         }
     }
@@ -143,11 +150,12 @@ class LaneBlock {
 };
 
 template <class Lanes>
+template <int rows>
 class LaneBlock<Lanes>::Preparation {
   public:
-    KERNEL_INLINE Preparation(const LaneBlock&, const std::uint8_t* chromaU, const std::uint8_t* chromaV) {
-        const Bytes u = Lanes::Load(chromaU);
-        const Bytes v = Lanes::Load(chromaV);
+    KERNEL_INLINE Preparation(const LaneBlock&, const BlockSource& source) {
+        const Bytes u = Lanes::Load(source.u);
+        const Bytes v = Lanes::Load(source.v);
         const Bytes zero = Lanes::Zero();
         const Bytes middle = Lanes::Broadcast16(128);
 
