@@ -139,9 +139,8 @@ void VexlaneDetectorImpl::ReadFrame(FrameImage& frame, const boost::shared_ptr<I
                   arithmetic::UnsignedPercentOf(frame.height, percent.bottom)};
         searchRegion = &region;
     }
-    const auto image =
-        boost::make_shared<IMG>(IMG{frame.width, frame.height, bytesPerPixel, frame.width * bytesPerPixel, frame.data});
-    int plateCount = CallForeign<&::Recognize2>(nullptr, image.get(), searchRegion, plates.get(), 0);
+    IMG image = {frame.width, frame.height, bytesPerPixel, frame.width * bytesPerPixel, frame.data};
+    int plateCount = CallForeign<&::Recognize2>(nullptr, &image, searchRegion, plates.get(), 0);
     GetServerLauncher()->MarkAlive();
     if (IsVerbose()) {
         constexpr int iteration = 0;

@@ -176,9 +176,8 @@ std::vector<platform::ProcessEntry> ServerLauncher::ListServers() const {
 // not be terminated, and the handle of the recorded server would be lost.
 void ServerLauncher::ExamineProcess(const platform::ProcessEntry& entry) {
     const platform::SystemHandle handle = platform::OpenProcess(platform::processAllAccess, true, entry.processId);
-    const boost::posix_time::ptime now = platform::LocalTime();
+    MarkAlive();
     const platform::Lock lock(launcherMutex_);
-    lastAlive_ = now;
     if (process_.processId != 0 && process_.processId != entry.processId && handle != 0) {
         process_.processId = entry.processId;
         process_.process = handle;
@@ -191,13 +190,9 @@ void ServerLauncher::OnTimeout() {
     }
     const bool isRunning = IsServerRunning();
     const boost::posix_time::ptime now = platform::LocalTime();
-    bool isSilent = false;
-    {
-        const platform::Lock lock(launcherMutex_);
-        if (!lastAlive_.is_not_a_date_time()) {
-            isSilent = static_cast<std::int32_t>((now - lastAlive_).total_seconds()) > maxSilenceSeconds;
-        }
-    }
+    const boost::posix_time::ptime lastAlive = lastAlive_;
+    const bool isSilent = !lastAlive.is_not_a_date_time() &&
+                          static_cast<std::int32_t>((now - lastAlive).total_seconds()) > maxSilenceSeconds;
     if (isSilent || !isRunning) {
         LauncherTrace("Restar server by timeout.");
         Restart();
@@ -205,12 +200,7 @@ void ServerLauncher::OnTimeout() {
 }
 
 void ServerLauncher::MarkAlive() {
-    if (IsInForkedChild()) {
-        return;
-    }
-    const boost::posix_time::ptime now = platform::LocalTime();
-    const platform::Lock lock(launcherMutex_);
-    lastAlive_ = now;
+    lastAlive_ = platform::LocalTime();
 }
 
 void ServerLauncher::SetRecord(const platform::ProcessInformation& record) {

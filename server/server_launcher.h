@@ -60,7 +60,7 @@ class ServerLauncher : public ThreadRoutines::PollTimeoutThread {
     void SetRecord(const platform::ProcessInformation& record);
     platform::ProcessInformation Record();
 
-    boost::posix_time::ptime lastAlive_ VEXLANE_GUARDED_BY(launcherMutex_);  // local time
+    std::atomic<boost::posix_time::ptime> lastAlive_;  // local time
     platform::Mutex launcherMutex_;
     [[maybe_unused]] boost::thread unusedThread_;                              // never started
     platform::ProcessInformation process_ VEXLANE_GUARDED_BY(launcherMutex_);  // the recorded server; all 0 for none
