@@ -41,6 +41,7 @@ struct PictureSize {
 
 inline constexpr PictureSize tiny{64, 48};
 inline constexpr PictureSize fullHd{1920, 1080};
+inline constexpr PictureSize videoSizes[] = {{640, 480}, {1280, 720}, fullHd, {3840, 2160}};
 
 /// One thread at a time; the library must outlive it.
 class Channel {
@@ -53,6 +54,10 @@ class Channel {
     /// Sends that many more frames, 25 for each second of their time stamps. Throws plate_host::Failure if the library
     /// refuses one.
     void Play(int frames);
+
+    PictureSize Size() const { return size_; }
+    /// The pixels of every frame, which begin where the run-time's allocator puts them.
+    const std::uint8_t* Pixels() const { return picture_.data(); }
 
   private:
     class Buffer;

@@ -34,10 +34,11 @@ Options Parse(const std::vector<std::string>& words) {
 void Run(const Options& options) {
     Library library({options.library, options.engine});
     // The engine that the library has already loaded.
-    const boost::dll::shared_library engine(plate_host::ToOpenPath(library.plugin.EnginePath()));
-    const auto& selectTraffic = engine.get<idle_engine::SelectTrafficFunction>(idle_engine::selectTrafficName);
-    const SelectTraffic select = [&](idle_engine::Traffic traffic) { selectTraffic(static_cast<int>(traffic)); };
-    std::cout << Measure(library, select, options.isQuick ? quick : thorough).dump() << std::endl;
+    const boost::dll::shared_library loaded(plate_host::ToOpenPath(library.plugin.EnginePath()));
+    const auto& selectTraffic = loaded.get<idle_engine::SelectTrafficFunction>(idle_engine::selectTrafficName);
+    const Engine engine = {[&](idle_engine::Traffic traffic) { selectTraffic(static_cast<int>(traffic)); },
+                           loaded.get<idle_engine::LastPixelsFunction>(idle_engine::lastPixelsName)};
+    std::cout << Measure(library, engine, options.isQuick ? quick : thorough).dump() << std::endl;
 }
 
 }  // namespace

@@ -1,15 +1,20 @@
 #include "bench/frame_path/measure.h"
 
 #include <algorithm>
+#include <array>
 #include <boost/thread/barrier.hpp>
 #include <chrono>
 #include <cstring>
 #include <exception>
 #include <functional>
+#include <iterator>
 #include <memory>
 #include <mutex>
+#include <string>
 #include <thread>
 #include <utility>
+
+#include "image_transform/kernels/kernel.h"
 
 namespace frame_path {
 namespace {
@@ -52,6 +57,31 @@ double MicrosecondsPerFrame(Library& library, PictureSize size, const Effort& ef
         batches.push_back(Microseconds(Clock::now() - start) / frames);
     }
     return Median(batches);
+}
+
+// Calls the library and then its kernel alone, with the same source and target, again and again: the median ratio of
+// their times.
+double ReceiveOverKernel(Library& library, const Engine& engine, PictureSize size, const Effort& effort) {
+    Channel channel(library, size);
+    const int frames = FramesPerBatch(channel, effort);
+    const std::ptrdiff_t width = size.width;
+    const std::ptrdiff_t pixels = width * size.height;
+    const std::uint8_t* const u = channel.Pixels() + pixels;
+    const image_transform::kernels::I420Planes source = {channel.Pixels(), u,        u + pixels / 4, width,
+                                                         width / 2,        width / 2};
+    std::uint8_t* const target = engine.lastPixels();
+    std::vector<double> ratios;
+    for (int batch = 0; batch < effort.batches; ++batch) {
+        const Clock::time_point start = Clock::now();
+        channel.Play(frames);
+        const Clock::time_point middle = Clock::now();
+        for (int frame = 0; frame < frames; ++frame) {
+            image_transform::kernels::ActiveKernel().toBgr24(
+                source, target, 3 * width, static_cast<std::int32_t>(width), static_cast<std::int32_t>(size.height));
+        }
+        ratios.push_back(Microseconds(middle - start) / Microseconds(Clock::now() - middle));
+    }
+    return Median(ratios);
 }
 
 using Work = std::function<void(std::size_t thread)>;
@@ -170,18 +200,40 @@ plate_host::Json ManyCopies(PictureSize size, const Effort& effort) {
     return OneAndAll(copy, copies, effort);
 }
 
+// The allocator's limit: each thread allocates and frees as many blocks, of about the same sizes, as a frame with five
+// plates does, and does nothing else.
+plate_host::Json ManyAllocations(const Effort& effort) {
+    constexpr int frames = 1000;
+    const auto allocate = [](std::size_t) {
+        constexpr std::size_t sizes[] = {136, 64, 80, 368, 32, 56};
+        std::array<std::unique_ptr<std::uint8_t[]>, 33> blocks;
+        for (int frame = 0; frame < frames; ++frame) {
+            for (std::size_t index = 0; index < blocks.size(); ++index) {
+                blocks[index].reset(new std::uint8_t[sizes[index % std::size(sizes)]]);
+                blocks[index][0] = 1;
+            }
+        }
+    };
+    return OneAndAll(allocate, frames, effort);
+}
+
 }  // namespace
 
-plate_host::Json Measure(Library& library, const SelectTraffic& select, const Effort& effort) {
+plate_host::Json Measure(Library& library, const Engine& engine, const Effort& effort) {
     plate_host::Json results;
-    select(Traffic::None);
+    engine.selectTraffic(Traffic::None);
+    for (const PictureSize size : videoSizes) {
+        const std::string name = std::to_string(size.width) + 'x' + std::to_string(size.height);
+        results["receive_over_kernel"][name] = ReceiveOverKernel(library, engine, size, effort);
+    }
     results["tiny_us"] = MicrosecondsPerFrame(library, tiny, effort);
     results["full_hd_us"] = MicrosecondsPerFrame(library, fullHd, effort);
     results["full_hd_channels"] = ManyChannels(library, fullHd, effort);
     results["full_hd_copies"] = ManyCopies(fullHd, effort);
-    select(Traffic::Standing);
+    engine.selectTraffic(Traffic::Standing);
     results["tiny_ten_tracks_us"] = MicrosecondsPerFrame(library, tiny, effort);
     results["tiny_ten_tracks_channels"] = ManyChannels(library, tiny, effort);
+    results["allocations"] = ManyAllocations(effort);
     return results;
 }
 

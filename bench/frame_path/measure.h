@@ -8,7 +8,11 @@
 
 namespace frame_path {
 
-using SelectTraffic = std::function<void(idle_engine::Traffic)>;
+/// The functions of the idle engine.
+struct Engine {
+    std::function<void(idle_engine::Traffic)> selectTraffic;
+    std::function<std::uint8_t*()> lastPixels;
+};
 
 struct Effort {
     int batches;            ///< the result is their median
@@ -16,6 +20,6 @@ struct Effort {
 };
 
 /// Runs all measurements and returns them as one object.
-plate_host::Json Measure(Library& library, const SelectTraffic& select, const Effort& effort);
+plate_host::Json Measure(Library& library, const Engine& engine, const Effort& effort);
 
 }  // namespace frame_path

@@ -15,6 +15,7 @@ namespace {
 constexpr int vehicleCount = 2 * engineRecordCount;
 
 std::atomic<Traffic> traffic{Traffic::None};
+thread_local std::uint8_t* lastPixels = nullptr;
 
 // Two vehicles never share a character, so that the tracker does not confuse vehicles that are close together.
 std::string StandingText(int vehicle, std::uint64_t frame) {
@@ -58,6 +59,7 @@ int ReadStanding(const IMG& image, RPLATE* plates) {
 
 int Recognize2(YUV420_IMG*, IMG* image, tagRECT*, RPLATE* plates, int) {
     using idle_engine::Traffic;
+    idle_engine::lastPixels = image->pixels;
     switch (idle_engine::traffic.load(std::memory_order_relaxed)) {
         case Traffic::None:
             return 0;
@@ -73,4 +75,8 @@ bool SetPlateRange(int, int) {
 
 extern "C" void SelectTraffic(int traffic) {
     idle_engine::traffic = static_cast<idle_engine::Traffic>(traffic);
+}
+
+extern "C" std::uint8_t* LastPixels() {
+    return idle_engine::lastPixels;
 }
