@@ -3,7 +3,8 @@
 
 namespace bench {
 
-/// LAYOUT/WIDTHxHEIGHT/hot|cold/NAME. Throws std::exception if a baseline cannot be compared.
+/// LAYOUT/WIDTHxHEIGHT/hot|cold/BEYOND/NAME, where the source begins BEYOND bytes after the beginning of a page. Throws
+/// std::exception if a baseline cannot be compared.
 void RegisterConversions();
 
 /// text-distance/KIND/NAME; an item is one pair of texts.

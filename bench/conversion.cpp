@@ -1,15 +1,19 @@
 // Hot: one source, which stays in the caches as far as it fits. Cold: alternating sources that are no longer cached.
+//
+// The target is an image as the library allocates it. A source is one as hosts have it: a large block of malloc is a
+// mapping of its own, whose first 16 bytes are malloc's. Others begin elsewhere, to show what that costs.
 
 #include <benchmark/benchmark.h>
 
 #include <cstring>
-#include <memory>
+#include <map>
 #include <new>
 #include <string>
 
 #include "bench/baselines.h"
 #include "bench/benchmarks.h"
 #include "bench/trivial_copy.h"
+#include "image_transform/image_data.h"
 #include "image_transform/kernels/kernel.h"
 
 namespace bench {
@@ -28,9 +32,10 @@ struct Size {
 
 constexpr Size sizes[] = {{640, 480}, {1280, 720}, {1920, 1080}, {3840, 2160}};
 constexpr std::size_t poolSize = 160'000'000;
-constexpr std::size_t targetSize = std::size_t{3} * 3840 * 2160;
+constexpr std::size_t page = 4096;
+constexpr std::size_t asFromMalloc = 16;  // bytes beyond the beginning of a page
 
-// Memory with the alignment of the widest vectors.
+// Memory that begins with a page.
 class Bytes {
   public:
     explicit Bytes(std::size_t size) : bytes_(static_cast<std::uint8_t*>(::operator new(size, alignment))) {
@@ -45,7 +50,7 @@ class Bytes {
     std::uint8_t* Data() { return bytes_; }
 
   private:
-    static constexpr std::align_val_t alignment{64};
+    static constexpr std::align_val_t alignment{page};
     std::uint8_t* const bytes_;
 };
 
@@ -54,9 +59,16 @@ std::uint8_t* SourcePool() {
     return pool.Data();
 }
 
-std::uint8_t* Target() {
-    static Bytes target(targetSize);
-    return target.Data();
+// The memory that all conversions to this size share.
+std::uint8_t* Target(Size size) {
+    static std::map<std::int32_t, image_transform::ImageData> targets;
+    image_transform::ImageData& target = targets[size.width];
+    if (target.data == nullptr) {
+        const auto width = static_cast<std::uint32_t>(size.width);
+        const auto height = static_cast<std::uint32_t>(size.height);
+        target = image_transform::ImageData(width, height, 3 * width * height);
+    }
+    return target.data;
 }
 
 enum class Layout { I420, I422, Grey };
@@ -82,28 +94,29 @@ I420Planes PlanesOf(const std::uint8_t* source, Layout layout, Size size) {
     return {source, u, u + chromaStride * size.height / 2, size.width, chromaStride, chromaStride};
 }
 
-void Register(const std::string& name, Size size, std::size_t frameSize, bool isCold, const Conversion& convert) {
-    const std::string fullName = name.substr(0, name.find('/')) + '/' + std::to_string(size.width) + 'x' +
-                                 std::to_string(size.height) + (isCold ? "/cold/" : "/hot/") +
-                                 name.substr(name.find('/') + 1);
-    benchmark::RegisterBenchmark(fullName.c_str(), [=](benchmark::State& state) {
-        const std::size_t step = (frameSize + 63) / 64 * 64;
+void Register(const std::string& layout, Size size, std::size_t frameSize, bool isCold, std::size_t beyond,
+              const std::string& label, const Conversion& convert) {
+    const std::string name = layout + '/' + std::to_string(size.width) + 'x' + std::to_string(size.height) +
+                             (isCold ? "/cold/" : "/hot/") + std::to_string(beyond) + '/' + label;
+    benchmark::RegisterBenchmark(name.c_str(), [=](benchmark::State& state) {
+        const std::size_t step = (beyond + frameSize + page - 1) / page * page;
         const std::size_t frames = isCold ? poolSize / step : 1;
-        std::uint8_t* const pool = SourcePool();
-        std::uint8_t* const target = Target();
+        const std::uint8_t* const first = SourcePool() + beyond;
+        std::uint8_t* const target = Target(size);
         std::size_t frame = 0;
-        convert(pool, target);
+        convert(first, target);
         for (auto _ : state) {
-            convert(pool + frame * step, target);
+            convert(first + frame * step, target);
             benchmark::ClobberMemory();
             frame = frame + 1 < frames ? frame + 1 : 0;
         }
     })->Unit(benchmark::kMicrosecond);
 }
 
-void RegisterHotAndCold(const std::string& label, Size size, const Conversion& convert) {
+void RegisterHotAndCold(const std::string& label, Size size, const Conversion& convert,
+                        std::size_t beyond = asFromMalloc) {
     for (const bool isCold : {false, true}) {
-        Register("bgr24/" + label, size, FrameSize(Layout::I420, size), isCold, convert);
+        Register("bgr24", size, FrameSize(Layout::I420, size), isCold, beyond, label, convert);
     }
 }
 
@@ -115,16 +128,18 @@ Conversion Interleaved(const Kernel& kernel, Layout layout, Size size) {
 
 void RegisterKernel(const Kernel& kernel, Size size) {
     const std::string label = std::string("vexlane-") + kernel.name;
-    RegisterHotAndCold(label, size, Interleaved(kernel, Layout::I420, size));
-    Register("bgr24-from-422/" + label, size, FrameSize(Layout::I422, size), false,
+    for (const std::size_t beyond : {asFromMalloc, std::size_t{0}, std::size_t{1}, std::size_t{32}}) {
+        RegisterHotAndCold(label, size, Interleaved(kernel, Layout::I420, size), beyond);
+    }
+    Register("bgr24-from-422", size, FrameSize(Layout::I422, size), false, asFromMalloc, label,
              Interleaved(kernel, Layout::I422, size));
-    Register("planar/" + label, size, FrameSize(Layout::I420, size), false,
+    Register("planar", size, FrameSize(Layout::I420, size), false, asFromMalloc, label,
              [=, routine = kernel.toBgrPlanar](const std::uint8_t* source, std::uint8_t* target) {
                  const std::ptrdiff_t pixels = std::ptrdiff_t{size.width} * size.height;
                  const BgrPlanes planes{target, target + pixels, target + 2 * pixels, size.width};
                  routine(PlanesOf(source, Layout::I420, size), planes, size.width, size.height);
              });
-    Register("grey/" + label, size, FrameSize(Layout::Grey, size), false,
+    Register("grey", size, FrameSize(Layout::Grey, size), false, asFromMalloc, label,
              [=, routine = kernel.greyToBgr24](const std::uint8_t* source, std::uint8_t* target) {
                  routine(source, size.width, target, std::ptrdiff_t{3} * size.width, size.width, size.height);
              });
@@ -149,7 +164,7 @@ void RegisterConversions() {
         // Copies as many bytes as a conversion writes, from contiguous sources.
         const std::size_t written = 3 * FrameSize(Layout::Grey, size);
         for (const bool isCold : {false, true}) {
-            Register("bgr24/memcpy", size, written, isCold,
+            Register("bgr24", size, written, isCold, asFromMalloc, "memcpy",
                      [=](const std::uint8_t* source, std::uint8_t* target) { std::memcpy(target, source, written); });
         }
     }

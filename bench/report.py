@@ -19,6 +19,8 @@ OURS = "vexlane-"
 BASELINE = "libyuv"
 BOUND = "trivial-copy"
 BASELINES = [BASELINE, "swscale", "OpenCV"]
+AS_FROM_MALLOC = 16
+BEYOND = [1, 16, 32]
 COPIES = [BOUND, "memcpy"]
 
 
@@ -42,11 +44,16 @@ class Rooms:
 
     def kernels(self):
         """Our kernels, the preferred one first."""
-        start = f"bgr24/{SIZES[0]}/hot/{OURS}"
+        start = f"bgr24/{SIZES[0]}/hot/{AS_FROM_MALLOC}/{OURS}"
         return [name[len(start) :] for name in self.microseconds if name.startswith(start)]
 
-    def conversion(self, size, temperature, label, layout="bgr24"):
-        return self.microseconds[f"{layout}/{size}/{temperature}/{label}"]
+    def conversion(self, size, temperature, label, layout="bgr24", beyond=AS_FROM_MALLOC):
+        return self.microseconds[f"{layout}/{size}/{temperature}/{beyond}/{label}"]
+
+    def over_aligned(self, size, temperature, label, beyond):
+        """Time relative to the same conversion from a source that begins with a page."""
+        unaligned = self.conversion(size, temperature, label, beyond=beyond)
+        return unaligned / self.conversion(size, temperature, label, beyond=0)
 
     def speed(self, size, temperature, label):
         """Speed relative to the baseline."""
@@ -109,6 +116,19 @@ def conversion_tables(rooms, kernels):
             for size in SIZES
         ] for label in labels[: len(kernels)]]
         text += f"### {temperature.capitalize()}: time relative to the trivial copy\n\n{table(['', *SIZES], over)}\n"
+
+    text += "### Unaligned sources: time relative to a source that begins at a multiple of 64\n\n"
+    text += "Each cell is of sources that begin " + ", ".join(map(str, BEYOND[:-1])) + f" and {BEYOND[-1]} bytes after one.\n\n"
+    rows = [
+        [f"{title(OURS + kernel)}, {temperature}"]
+        + [
+            " / ".join(f"{rooms.over_aligned(size, temperature, OURS + kernel, beyond):.2f}" for beyond in BEYOND)
+            for size in SIZES
+        ]
+        for kernel in kernels
+        for temperature in ("hot", "cold")
+    ]
+    text += table(["", *SIZES], rows) + "\n"
 
     layouts = {"bgr24-from-422": "from 4:2:2", "planar": "to planes", "grey": "from grey"}
     rows = [
@@ -203,6 +223,14 @@ def frame_path_tables(paths, kernels):
     head = ["kernel", "64x48, no plates", "64x48, five plates, ten tracks", "1920x1080, no plates", "conversion's share"]
     text = "Microseconds per frame:\n\n" + table(head, rows) + "\n"
 
+    rows = [
+        [f"{kernel}, {system.capitalize()}"]
+        + [f"{paths.median(system, kernel, f'receive_over_kernel.{size}'):.2f}" for size in SIZES]
+        for system, kernel in runs
+    ]
+    text += "Time of a whole call of the library over the time of its kernel alone, with the same source and target:\n\n"
+    text += table(["kernel", *SIZES], rows) + "\n"
+
     many = int(paths.median(*runs[0], "full_hd_copies.threads"))
     rows = []
     for system, kernel in runs:
@@ -210,12 +238,14 @@ def frame_path_tables(paths, kernels):
         for name in ("full_hd_channels", "tiny_ten_tracks_channels"):
             row += [f"{paths.median(system, kernel, f'{name}.{part}'):.0f}" for part in ("one", "all")]
             row.append(f"{paths.median(system, kernel, name + '.ratio'):.2f}")
-        rows.append(row + [f"{paths.median(system, kernel, 'full_hd_copies.ratio'):.2f}"])
+        row += [f"{paths.median(system, kernel, f'{name}.ratio'):.2f}" for name in ("full_hd_copies", "allocations")]
+        rows.append(row)
     text += f"Frames per second through 1 channel and through {many}, one thread each, and the ratio of the latter to {many} times\n"
-    text += "the former. The last column is that ratio for threads that share nothing and copy as many bytes as a frame of 1920x1080,\n"
-    text += "which is the machine's limit at that moment:\n\n"
+    text += "the former. The last columns are that ratio for threads that share nothing: they copy as many bytes as a frame of\n"
+    text += "1920x1080, which is the machine's limit at that moment, or allocate as often as a frame with five plates, which is the\n"
+    text += "allocator's. The allocator of Wine 8 has one lock for all threads, at which they sleep.\n\n"
     heads = [cell for size in ("1920x1080", "64x48, ten tracks") for cell in (f"{size}: 1", many, "ratio")]
-    text += table(["kernel", *heads, "machine"], rows)
+    text += table(["kernel", *heads, "machine", "allocator"], rows)
 
     if "windows" in paths.systems():
         rows = [(kernel, f"{paths.windows_over_linux(kernel):.2f}") for kernel in kernels]
@@ -302,6 +332,8 @@ def main():
 repetitions, on one thread unless stated otherwise. The other libraries use other matrices, so only the speed is comparable.
 The trivial copy is the bound: it reads the 1.5 bytes per pixel of each frame and writes 3, without computing anything. It
 stores through the caches; if a target is larger than they are, a kernel with non-temporal stores may be faster.
+Sources begin, unless stated otherwise, 16 bytes after the beginning of a page, where malloc puts the frames of hosts;
+targets are images as the library allocates them.
 
 {machine()}
 ## Conversion from I420 to blue, green, red
