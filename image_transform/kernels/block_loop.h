@@ -115,12 +115,14 @@ KERNEL_INLINE void ForEachBlock(const Block& block, const BlockSource& source, s
             prepared = following.Result();
             column = next;
         }
+        prefetch(last);
         emit(prepared, last, nothing);
     } else {
         for (; column < last; column += Block::pixels) {
             prefetch(column);
             emit(Preparation(block, source.At(column)).Result(), column, nothing);
         }
+        prefetch(last);
         emit(Preparation(block, source.At(last)).Result(), last, nothing);
     }
 }
