@@ -58,9 +58,6 @@ constexpr std::ptrdiff_t lumaPrefetchDistance = 3072;
 constexpr std::ptrdiff_t chromaPrefetchDistance = 1024;
 constexpr std::ptrdiff_t cacheLine = 64;
 
-// An output larger than this, in bytes, bypasses the caches: it would be evicted before it is read.
-constexpr std::ptrdiff_t largestCachedOutput = std::ptrdiff_t{16} << 20;
-
 // The address may be past the end of the frame: a prefetch of an invalid address has no effect.
 KERNEL_INLINE void Prefetch(const std::uint8_t* plane, std::ptrdiff_t from, std::ptrdiff_t bytes) {
     const std::uintptr_t first = reinterpret_cast<std::uintptr_t>(plane) + static_cast<std::uintptr_t>(from);

@@ -1,8 +1,12 @@
+#include <algorithm>
 #include <array>
 #include <cstdlib>
 #include <cstring>
 
 #include "image_transform/kernels/kernel.h"
+#if VEXLANE_X64_KERNELS
+#include "image_transform/kernels/processor.h"
+#endif
 
 namespace image_transform::kernels {
 
@@ -34,11 +38,23 @@ const Kernel& ChooseKernel(const char* name) {
 
 namespace {
 
+constexpr std::int64_t alwaysCached = std::int64_t{16} << 20;
+
+std::int64_t LargestCacheSize() {
+#if VEXLANE_X64_KERNELS
+    return processor::LargestCacheSize();
+#else
+    return 0;
+#endif
+}
+
 // Initialised while the library is loaded, not on first use: when threads wait for one another at a first use, the
 // locks of that wait leak with every load of the DLL.
 const Kernel& active = ChooseKernel(std::getenv("VEXLANE_KERNEL"));
 
 }  // namespace
+
+std::int64_t largestCachedOutput = std::max(alwaysCached, LargestCacheSize() / 2);
 
 const Kernel& ActiveKernel() {
     return active;

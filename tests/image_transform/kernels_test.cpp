@@ -33,6 +33,7 @@ using image_transform::kernels::BgrPlanes;
 using image_transform::kernels::ChooseKernel;
 using image_transform::kernels::I420Planes;
 using image_transform::kernels::Kernel;
+using image_transform::kernels::largestCachedOutput;
 using image_transform::kernels::scalarKernel;
 using test_support::GuardedBytes;
 using yuv::RandomBytes;
@@ -321,17 +322,22 @@ TEST_P(EveryKernel, ConvertsLargePicturesLikeTheScalarKernel) {
     if (kernel.toBgr24 == scalarKernel.toBgr24) {
         GTEST_SKIP() << "the scalar kernel has only one code path";
     }
-    for (const int sourceBeyond : {0, 1, 16, 32, 63}) {
-        ExpectLikeTheScalarKernel({1280, 720, 0, 1, sourceBeyond, 0});
+    const std::int64_t ownLimit = largestCachedOutput;
+    for (const std::int64_t limit : {std::int64_t{0}, INT64_MAX}) {
+        largestCachedOutput = limit;
+        for (const int sourceBeyond : {0, 1, 16, 32, 63}) {
+            ExpectLikeTheScalarKernel({1280, 720, 0, 1, sourceBeyond, 0});
+        }
+        for (const Geometry& geometry :
+             {Geometry{1026, 601}, Geometry{720, 1000, 5}, Geometry{1280, 720, 64, 1, 0, 0},
+              Geometry{1280, 720, 0, 1, 0, 16}, Geometry{1281, 721, 61, 1, 1, 0}, Geometry{1312, 720, 0, 1, 0, 0},
+              Geometry{1284, 720, 52, 1, 0, 0}, Geometry{1284, 720, 60, 1, 0, 0}}) {
+            ExpectLikeTheScalarKernel(geometry);
+        }
+        ExpectLikeTheScalarKernel({1280, 720, 0, 1, 16, 0}, 16, 64);
+        ExpectLikeTheScalarKernel({1280, 720, 0, 1, 32, 0}, 0, 16);
     }
-    ExpectLikeTheScalarKernel({4096, 1440, 0, 1, 16, 0}, 16, 64);
-    ExpectLikeTheScalarKernel({4096, 1440, 0, 1, 32, 0}, 0, 16);
-    for (const Geometry& geometry : {Geometry{1026, 601}, Geometry{720, 1000, 5}, Geometry{4096, 1440, 0, 1, 16, 0},
-                                     Geometry{4096, 1440, 64, 1, 0, 0}, Geometry{4096, 1440, 1}, Geometry{4098, 1440},
-                                     Geometry{4128, 1440}, Geometry{4132, 1440, 28}, Geometry{4100, 1440, 52},
-                                     Geometry{4096, 1441, 0, 1, 1, 0}, Geometry{4096, 1440, 0, 1, 0, 16}}) {
-        ExpectLikeTheScalarKernel(geometry);
-    }
+    largestCachedOutput = ownLimit;
 }
 
 TEST_P(EveryKernel, DoesNotWriteBetweenRows) {
@@ -416,6 +422,11 @@ TEST(KernelStatus, HasFixedNumbers) {
     EXPECT_EQ(scalarKernel.toBgr24(picture.Planes(), bgr.data(), 9, 3, 3), 35);
     EXPECT_EQ(scalarKernel.toBgr24({}, bgr.data(), 9, 3, 3), -8);
     EXPECT_EQ(scalarKernel.toBgr24(picture.Planes(), bgr.data(), 9, 0, 3), -6);
+}
+
+TEST(LargestCachedOutput, IsAtLeastSixteenMebibytes) {
+    EXPECT_GE(largestCachedOutput, std::int64_t{16} << 20);
+    EXPECT_LE(largestCachedOutput, std::int64_t{1} << 40);
 }
 
 TEST(KernelList, EndsWithTheScalarKernel) {
