@@ -102,8 +102,8 @@ struct Offsets {
     Bytes negativeLeft, negativeRight, negativeRed;
 };
 
-// Up to 64 luma samples of each row. Each is loaded once: for all the compiler knows, the stores between its uses could
-// change it, and a load that crosses two cache lines, as every second or every load of most sources does, counts twice.
+// 64 luma samples of each row. They are loaded once: for all the compiler knows, the stores between their uses could
+// change them, and a load that crosses two cache lines, as every load of an unaligned row does, counts twice.
 template <int rows>
 struct Luma {
     KERNEL_INLINE static Luma Of(const BlockSource& source, std::ptrdiff_t column) {
@@ -127,7 +127,7 @@ class Block {
     template <int rows>
     class Preparation;
 
-    // The left luma is loaded half a block before its use, like the right luma.
+    // The left luma of a block is loaded during the previous block, so that memory has time.
     template <int rows>
     struct Prepared {
         Offsets offsets;
@@ -230,8 +230,8 @@ class Block {
     Bytes greenIndices_ = Load(permutationIndices.green);
 };
 
-// Computes the offsets of 64 chroma pairs in steps of about equal cost, and loads the left luma when the registers of
-// the previous block's are free.
+// Computes the offsets of 64 chroma pairs in steps of about equal cost. It loads the left luma after the step in which
+// interleaved output uses that of the previous block for the last time.
 template <int rows>
 class Block::Preparation {
   public:

@@ -187,29 +187,28 @@ void ConvertRows(const I420Planes& source, std::ptrdiff_t width, std::ptrdiff_t 
 template <class Block, class Target>
 void ConvertFrame(const I420Planes& source, std::ptrdiff_t width, std::ptrdiff_t height, const Target& target) {
     std::ptrdiff_t row = 0;
+    auto* convert = ConvertRows<Block, 2, Target>;
     if constexpr (Block::triesSingleRows) {
         constexpr std::ptrdiff_t fewestPixels = 512 * 1024;
         constexpr std::ptrdiff_t skipped = 8;  // until the prefetches are ahead
         constexpr std::ptrdiff_t tried = 16;
         if (width * height >= fewestPixels && height >= skipped + 2 * tried) {
-            ConvertRows<Block, 2>(source, width, 0, skipped, target);
+            convert(source, width, 0, skipped, target);
             const std::uint64_t start = __rdtsc();
-            ConvertRows<Block, 2>(source, width, skipped, skipped + tried, target);
+            convert(source, width, skipped, skipped + tried, target);
             const std::uint64_t middle = __rdtsc();
-            ConvertRows<Block, 1>(source, width, skipped + tried, skipped + 2 * tried, target);
-            const std::uint64_t end = __rdtsc();
             row = skipped + 2 * tried;
-            if (end - middle < middle - start) {
-                ConvertRows<Block, 1>(source, width, row, height, target);
-                return;
+            ConvertRows<Block, 1>(source, width, skipped + tried, row, target);
+            if (__rdtsc() - middle < middle - start) {
+                convert = ConvertRows<Block, 1, Target>;
             }
         }
     }
-    ConvertRows<Block, 2>(source, width, row, height, target);
+    convert(source, width, row, height, target);
 }
 
-// True if an output should bypass the caches and can. Every block starts at a sum of the numbers whose bits are in
-// `bits`: addresses, strides and offsets of the last block.
+// True if an output should bypass the caches and can: every block starts at a sum of multiples of its size and of the
+// numbers whose bits are in `bits`, which are addresses, strides and offsets of the last block.
 template <class Block>
 bool BypassesCaches(std::ptrdiff_t outputBytes, std::intptr_t bits) {
     return outputBytes > largestCachedOutput && bits % Block::streamAlignment == 0;
