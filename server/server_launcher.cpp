@@ -200,6 +200,9 @@ void ServerLauncher::OnTimeout() {
 }
 
 void ServerLauncher::MarkAlive() {
+    if (IsInForkedChild()) {
+        return;
+    }
     lastAlive_ = platform::LocalTime();
 }
 
