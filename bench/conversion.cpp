@@ -1,7 +1,7 @@
 // Hot: one source, which stays in the caches as far as it fits. Cold: alternating sources that are no longer cached.
 //
-// The target is an image as the library allocates it. A source is one as hosts have it: a large block of malloc is a
-// mapping of its own, whose first 16 bytes are malloc's. Others begin elsewhere, to show what that costs.
+// The target is an image as the library allocates it. Sources begin where glibc's malloc puts large blocks, which are
+// mappings of their own with 16 bytes of malloc before them, or elsewhere, to show what that costs.
 
 #include <benchmark/benchmark.h>
 

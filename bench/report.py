@@ -243,7 +243,7 @@ def frame_path_tables(paths, kernels):
     text += f"Frames per second through 1 channel and through {many}, one thread each, and the ratio of the latter to {many} times\n"
     text += "the former. The last columns are that ratio for threads that share nothing: they copy as many bytes as a frame of\n"
     text += "1920x1080, which is the machine's limit at that moment, or allocate as often as a frame with five plates, which is the\n"
-    text += "allocator's. The allocator of Wine 8 has one lock for all threads, at which they sleep.\n\n"
+    text += "allocator's, under Wine that of Wine.\n\n"
     heads = [cell for size in ("1920x1080", "64x48, ten tracks") for cell in (f"{size}: 1", many, "ratio")]
     text += table(["kernel", *heads, "machine", "allocator"], rows)
 
@@ -332,7 +332,7 @@ def main():
 repetitions, on one thread unless stated otherwise. The other libraries use other matrices, so only the speed is comparable.
 The trivial copy is the bound: it reads the 1.5 bytes per pixel of each frame and writes 3, without computing anything. It
 stores through the caches; if a target is larger than they are, a kernel with non-temporal stores may be faster.
-Sources begin, unless stated otherwise, 16 bytes after the beginning of a page, where malloc puts the frames of hosts;
+Sources begin, unless stated otherwise, 16 bytes after the beginning of a page, where glibc's malloc puts large blocks;
 targets are images as the library allocates them.
 
 {machine()}

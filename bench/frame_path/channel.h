@@ -55,7 +55,6 @@ class Channel {
     /// refuses one.
     void Play(int frames);
 
-    PictureSize Size() const { return size_; }
     /// The pixels of every frame, which begin where the run-time's allocator puts them.
     const std::uint8_t* Pixels() const { return picture_.data(); }
 

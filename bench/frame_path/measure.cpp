@@ -15,10 +15,12 @@
 #include <utility>
 
 #include "image_transform/kernels/kernel.h"
+#include "tools/host/failure.h"
 
 namespace frame_path {
 namespace {
 
+namespace kernels = image_transform::kernels;
 using idle_engine::Traffic;
 using Clock = std::chrono::steady_clock;
 
@@ -67,8 +69,7 @@ double ReceiveOverKernel(Library& library, const Engine& engine, PictureSize siz
     const std::ptrdiff_t width = size.width;
     const std::ptrdiff_t pixels = width * size.height;
     const std::uint8_t* const u = channel.Pixels() + pixels;
-    const image_transform::kernels::I420Planes source = {channel.Pixels(), u,        u + pixels / 4, width,
-                                                         width / 2,        width / 2};
+    const kernels::I420Planes source = {channel.Pixels(), u, u + pixels / 4, width, width / 2, width / 2};
     std::uint8_t* const target = engine.lastPixels();
     std::vector<double> ratios;
     for (int batch = 0; batch < effort.batches; ++batch) {
@@ -76,8 +77,11 @@ double ReceiveOverKernel(Library& library, const Engine& engine, PictureSize siz
         channel.Play(frames);
         const Clock::time_point middle = Clock::now();
         for (int frame = 0; frame < frames; ++frame) {
-            image_transform::kernels::ActiveKernel().toBgr24(
+            const int status = kernels::ActiveKernel().toBgr24(
                 source, target, 3 * width, static_cast<std::int32_t>(width), static_cast<std::int32_t>(size.height));
+            if (status != kernels::Status::Ok) {
+                throw plate_host::Failure("the kernel refused the frame");
+            }
         }
         ratios.push_back(Microseconds(middle - start) / Microseconds(Clock::now() - middle));
     }

@@ -1,6 +1,7 @@
 /// Measurement of frame times.
 #pragma once
 
+#include <cstdint>
 #include <functional>
 
 #include "bench/frame_path/channel.h"
