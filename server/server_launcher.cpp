@@ -189,21 +189,21 @@ void ServerLauncher::OnTimeout() {
         return;
     }
     const bool isRunning = IsServerRunning();
-    const boost::posix_time::ptime now = platform::LocalTime();
-    const boost::posix_time::ptime lastAlive = lastAlive_;
-    const bool isSilent = !lastAlive.is_not_a_date_time() &&
-                          static_cast<std::int32_t>((now - lastAlive).total_seconds()) > maxSilenceSeconds;
-    if (isSilent || !isRunning) {
+    if (IsSilent() || !isRunning) {
         LauncherTrace("Restar server by timeout.");
         Restart();
     }
 }
 
+bool ServerLauncher::IsSilent() const {
+    const boost::posix_time::ptime now = platform::LocalTimeAt(platform::MicrosecondsSinceEpoch());
+    const std::int64_t lastAlive = lastAlive_;
+    return lastAlive != never &&
+           static_cast<std::int32_t>((now - platform::LocalTimeAt(lastAlive)).total_seconds()) > maxSilenceSeconds;
+}
+
 void ServerLauncher::MarkAlive() {
-    if (IsInForkedChild()) {
-        return;
-    }
-    lastAlive_ = platform::LocalTime();
+    lastAlive_ = platform::MicrosecondsSinceEpoch();
 }
 
 void ServerLauncher::SetRecord(const platform::ProcessInformation& record) {

@@ -2,7 +2,6 @@
 #pragma once
 
 #include <atomic>
-#include <boost/date_time/posix_time/posix_time_types.hpp>
 #include <boost/shared_ptr.hpp>
 #include <boost/thread/mutex.hpp>
 #include <boost/thread/thread.hpp>
@@ -47,7 +46,8 @@ class ServerLauncher : public ThreadRoutines::PollTimeoutThread {
     /// One poll: restarts the server when it is not running or has not been seen alive for more than 5 seconds.
     void OnTimeout();
 
-    /// Records that the server is alive now.
+    /// Records that the server is alive now. Takes no lock, because every frame of every channel calls it; in a forked
+    /// child it changes only the child's copy.
     void MarkAlive();
 
   private:
@@ -59,8 +59,10 @@ class ServerLauncher : public ThreadRoutines::PollTimeoutThread {
     void TerminateStartedProcess();
     void SetRecord(const platform::ProcessInformation& record);
     platform::ProcessInformation Record();
+    bool IsSilent() const;
 
-    std::atomic<boost::posix_time::ptime> lastAlive_;  // local time
+    static constexpr std::int64_t never = INT64_MIN;
+    std::atomic<std::int64_t> lastAlive_{never};  // microseconds since 1970-01-01 00:00 UTC
     platform::Mutex launcherMutex_;
     [[maybe_unused]] boost::thread unusedThread_;                              // never started
     platform::ProcessInformation process_ VEXLANE_GUARDED_BY(launcherMutex_);  // the recorded server; all 0 for none

@@ -13,7 +13,7 @@ TEST(Clock, IsTheLocalTimeInMicroseconds) {
     test_support::ReadTimeZone();
     const boost::posix_time::time_duration zone(5, 30, 0);
     const ptime before = boost::posix_time::microsec_clock::universal_time();
-    const ptime local = platform::LocalTime();
+    const ptime local = platform::LocalTimeAt(platform::MicrosecondsSinceEpoch());
     const ptime after = boost::posix_time::microsec_clock::universal_time();
     EXPECT_GE(local, before + zone);
     EXPECT_LE(local, after + zone);

@@ -6,7 +6,6 @@
 namespace {
 
 using namespace std::chrono_literals;
-using testing::Contains;
 using testing::ElementsAre;
 using testing::IsEmpty;
 
@@ -67,20 +66,6 @@ TEST_F(LauncherSilence, EndsWithASignOfLife) {
     JumpAfterTheNextScan(1h, [&] { launcher->MarkAlive(); });
     launcher->OnTimeout();
     EXPECT_THAT(transcript->Lines(), IsEmpty());
-    EXPECT_TRUE(hasJumped);
-}
-
-// The clock of the C library has a lock, which another thread of the parent may have held at the fork.
-TEST_F(LauncherSilence, DoesNotEndWithASignOfLifeInAForkedChild) {
-    const auto launcher = MakeLauncher();
-    transcript->Clear();
-    JumpAfterTheNextScan(6s, [&] {
-        fake_processes::SetForkedChild(true);
-        launcher->MarkAlive();
-        fake_processes::SetForkedChild(false);
-    });
-    launcher->OnTimeout();
-    EXPECT_THAT(transcript->Lines(), Contains("Restar server by timeout."));
     EXPECT_TRUE(hasJumped);
 }
 

@@ -236,7 +236,7 @@ std::vector<ProcessEntry> ListProcesses() {
     return list;
 }
 
-boost::posix_time::ptime LocalTime() {
+std::int64_t MicrosecondsSinceEpoch() {
     const allocation_count::WithoutFailure own;
     State& state = TheState();
     std::function<void()> afterScan;
@@ -250,7 +250,12 @@ boost::posix_time::ptime LocalTime() {
         afterScan();
     }
     const std::lock_guard lock(state.mutex);
-    return boost::posix_time::ptime({2020, 2, 29}) + boost::posix_time::milliseconds(state.clockAhead.count());
+    constexpr std::chrono::sys_days start = std::chrono::year(2020) / 2 / 29;
+    return std::chrono::microseconds(start.time_since_epoch() + state.clockAhead).count();
+}
+
+boost::posix_time::ptime LocalTimeAt(std::int64_t microsecondsSinceEpoch) {
+    return boost::posix_time::ptime({1970, 1, 1}) + boost::posix_time::microseconds(microsecondsSinceEpoch);
 }
 
 }  // namespace platform
