@@ -207,7 +207,7 @@ plate_host::Json ManyCopies(PictureSize size, const Effort& effort) {
 // The allocator's limit: each thread allocates and frees as many blocks, of about the same sizes, as a frame with five
 // plates does, and does nothing else.
 plate_host::Json ManyAllocations(const Effort& effort) {
-    constexpr int frames = 1000;
+    constexpr int frames = 20'000;  // long enough for the system to move the threads to different cores
     const auto allocate = [](std::size_t) {
         constexpr std::size_t sizes[] = {136, 64, 80, 368, 32, 56};
         std::array<std::unique_ptr<std::uint8_t[]>, 33> blocks;
