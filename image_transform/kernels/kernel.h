@@ -72,8 +72,9 @@ const Kernel& ChooseKernel(const char* name);
 /// variable VEXLANE_KERNEL. Any thread.
 const Kernel& ActiveKernel();
 
-/// Bytes. A larger output bypasses the caches if its rows are aligned, because its beginning would be evicted before it
-/// is read: half of the largest cache, and at least 16 MiB. Set while the library is loaded; only tests change it.
+/// Bytes. A vector kernel lets a larger output bypass the caches if its rows are aligned, because its beginning would
+/// be evicted before it is read: half of the largest cache, and at least 16 MiB. Set while the library is loaded; only
+/// tests change it.
 extern std::int64_t largestCachedOutput;
 
 /// The kernel that defines the result: every other kernel must write the same bytes.

@@ -2,17 +2,22 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <array>
 #include <cctype>
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
+#include <fstream>
 #include <ostream>
 #include <set>
 #include <string>
 #include <vector>
 
 #include "image_transform/kernels/kernel.h"
+#if VEXLANE_X64_KERNELS
+#include "image_transform/kernels/processor.h"
+#endif
 #include "tests/image_transform/yuv_formula.h"
 #include "tests/support/guard_page.h"
 
@@ -490,6 +495,26 @@ TEST(ActiveKernel, IsTheOneThatTheEnvironmentSelects) {
     EXPECT_STREQ(ActiveKernel().name, ChooseKernel(std::getenv("VEXLANE_KERNEL")).name);
     EXPECT_EQ(&ActiveKernel(), &ActiveKernel());
 }
+
+#if VEXLANE_X64_KERNELS && defined(__linux__)
+TEST(LargestCacheSize, IsThatOfTheSystem) {
+    std::int64_t largest = 0;
+    for (int cache = 0;; ++cache) {
+        std::ifstream file("/sys/devices/system/cpu/cpu0/cache/index" + std::to_string(cache) + "/size");
+        std::int64_t kibibytes = 0;
+        if (!(file >> kibibytes)) {
+            break;
+        }
+        largest = std::max(largest, kibibytes * 1024);
+    }
+    const std::int64_t size = image_transform::kernels::processor::LargestCacheSize();
+    if (largest == 0 || size == 0) {
+        GTEST_SKIP() << "system and processor report " << largest << " and " << size;
+    }
+    EXPECT_EQ(size, largest);
+    EXPECT_EQ(largestCachedOutput, std::max(std::int64_t{16} << 20, largest / 2));
+}
+#endif
 
 #if VEXLANE_X64_KERNELS && defined(__GNUC__)
 TEST(KernelList, ContainsWhatProcessorAndSystemSupport) {
