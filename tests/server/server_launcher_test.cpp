@@ -496,6 +496,7 @@ TEST_F(Launcher, DoesNothingInAForkedChild) {
     launcher->Stop();
     launcher->Restart();
     launcher->OnTimeout();
+    launcher->MarkAlive();
     launcher->PollTimeoutThread::Start([] { ADD_FAILURE(); });
     launcher->SetWaitAction([](std::int64_t) { ADD_FAILURE(); });
     EXPECT_THAT(transcript->Entries(), IsEmpty());
