@@ -243,7 +243,7 @@ def frame_path_tables(paths, kernels):
     text += f"Frames per second through 1 channel and through {many}, one thread each, and the ratio of the latter to {many} times\n"
     text += "the former. The last columns are that ratio for threads that share nothing: they copy as many bytes as a frame of\n"
     text += "1920x1080, which is the machine's limit at that moment, or allocate as often as a frame with five plates, which is the\n"
-    text += "allocator's, under Wine that of Wine.\n\n"
+    text += "limit of the allocator. On Windows it is measured under Wine, with Wine's allocator.\n\n"
     heads = [cell for size in ("1920x1080", "64x48, ten tracks") for cell in (f"{size}: 1", many, "ratio")]
     text += table(["kernel", *heads, "machine", "allocator"], rows)
 
